@@ -1,0 +1,24 @@
+# morrow_test(NAME SOURCES ... [LIBRARIES ...] [TIMEOUT SECONDS] [CONCURRENT])
+#
+# One GoogleTest program, NAME, and one entry of the test run for it. CONCURRENT marks programs whose subject is
+# threads: they are built and run under the thread sanitizer as well.
+
+if(MORROW_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+
+function(morrow_test name)
+  cmake_parse_arguments(arg "CONCURRENT" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  morrow_target(${name})
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+  if(arg_CONCURRENT)
+    set_property(GLOBAL APPEND PROPERTY MORROW_CONCURRENT_TESTS ${name})
+  endif()
+endfunction()
