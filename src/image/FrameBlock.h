@@ -1,0 +1,97 @@
+// The frame block: one decoded picture in one piece of memory, a bitmap header directly followed by the
+// planes.
+//
+// This is the layout that everybody behind the codec reads. Rows are stored top row first, although the
+// height in the header is positive; there is no palette and no padding, and every field is little-endian.
+//
+//   kind   biPlanes  biBitCount  biCompression  biSizeImage                  planes behind the header
+//   grey   1         8           0              w*h                          the one plane, stride w
+//   YV12   3         12          "YV12"         w*h*1.5, truncated           Y (stride w), Cr, Cb (stride
+//   w/2)
+//
+// A chroma plane takes w*h/4 bytes; w/2 and w*h/4 are divisions that round down.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+struct BITMAPINFOHEADER {
+    std::uint32_t biSize;
+    std::int32_t biWidth;
+    std::int32_t biHeight;
+    std::uint16_t biPlanes;
+    std::uint16_t biBitCount;
+    std::uint32_t biCompression;
+    std::uint32_t biSizeImage;
+    std::int32_t biXPelsPerMeter;
+    std::int32_t biYPelsPerMeter;
+    std::uint32_t biClrUsed;
+    std::uint32_t biClrImportant;
+};
+
+static_assert(sizeof(BITMAPINFOHEADER) == 40);
+static_assert(offsetof(BITMAPINFOHEADER, biPlanes) == 12 && offsetof(BITMAPINFOHEADER, biBitCount) == 14);
+static_assert(offsetof(BITMAPINFOHEADER, biCompression) == 16 &&
+              offsetof(BITMAPINFOHEADER, biSizeImage) == 20);
+static_assert(std::endian::native == std::endian::little, "the header is written as it lies in memory");
+
+// biCompression of the two kinds.
+inline constexpr std::uint32_t FrameCompressionGrey = 0;
+inline constexpr std::uint32_t FrameCompressionYV12 = 0x32315659; // the bytes "YV12"
+
+// Owner of one frame block, or of none. The block comes zero-filled, is freed as one and never changes its
+// size.
+class FrameBlock {
+public:
+    FrameBlock() noexcept = default;
+    FrameBlock(FrameBlock&& other) noexcept
+        : m_pBytes(std::move(other.m_pBytes)), m_nSize(std::exchange(other.m_nSize, 0)) {}
+    FrameBlock& operator=(FrameBlock&& other) noexcept {
+        m_pBytes = std::move(other.m_pBytes);
+        m_nSize = std::exchange(other.m_nSize, 0);
+        return *this;
+    }
+
+    // Room for the header and nImageBytes behind it, all zero; an empty owner when there is no memory.
+    [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept {
+        FrameBlock block;
+        const std::size_t nSize = sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes};
+        // calloc, so that the zeroes of a large block are the system's own fresh pages.
+        block.m_pBytes.reset(static_cast<std::uint8_t*>(std::calloc(nSize, 1)));
+        block.m_nSize = block.m_pBytes ? nSize : 0;
+        return block;
+    }
+
+    explicit operator bool() const noexcept { return m_pBytes != nullptr; }
+    std::uint8_t* get() noexcept { return m_pBytes.get(); }
+    const std::uint8_t* get() const noexcept { return m_pBytes.get(); }
+
+    // Bytes of the whole block, header included: 40 + biSizeImage; 0 for an empty owner.
+    std::size_t size() const noexcept { return m_nSize; }
+
+    // The planes. Only for an owner that holds a block.
+    std::uint8_t* Planes() noexcept { return m_pBytes.get() + sizeof(BITMAPINFOHEADER); }
+    const std::uint8_t* Planes() const noexcept { return m_pBytes.get() + sizeof(BITMAPINFOHEADER); }
+
+    // A copy of the header. Only for an owner that holds a block.
+    BITMAPINFOHEADER Header() const noexcept {
+        BITMAPINFOHEADER header;
+        std::memcpy(&header, m_pBytes.get(), sizeof header);
+        return header;
+    }
+    void SetHeader(const BITMAPINFOHEADER& header) noexcept {
+        std::memcpy(m_pBytes.get(), &header, sizeof header);
+    }
+
+private:
+    struct Free {
+        void operator()(std::uint8_t* pBytes) const noexcept { std::free(pBytes); }
+    };
+    std::unique_ptr<std::uint8_t[], Free> m_pBytes;
+    std::size_t m_nSize = 0;
+};

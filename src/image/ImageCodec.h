@@ -1,0 +1,53 @@
+// The only door to JPEG in the system: one complete JPEG stream in memory becomes frame memory.
+//
+// Plain functions without objects, threads, files or locks. All are re-entrant and may run on any number of
+// threads at once. The stream is read in place and stays the caller's. No function throws; none reads or
+// writes outside the memory that it is told of, whatever the stream holds.
+#pragma once
+
+#include "image/FrameBlock.h"
+
+#include <atomic>
+#include <cstdint>
+
+// Kinds of picture that leave the codec. Every colour stream becomes YV12, whatever its sampling or colour
+// model.
+enum ImageKind : std::int32_t {
+    ImageKindGrey = 1, // one 8-bit plane
+    ImageKindYV12 = 2, // three 8-bit planes Y, Cr, Cb; chroma at half width and half height, rounded down
+};
+
+// Result codes of the functions below.
+inline constexpr std::int32_t ImageOk = 0;
+inline constexpr std::int32_t ImageUnreadable =
+    -1; // no engine can read or decode the stream, or a fault was caught
+inline constexpr std::int32_t ImageEncodeFailed = -2; // the encoder failed
+inline constexpr std::int32_t ImageNoMemory = -4;     // no temporary buffer for a decode into YV12
+inline constexpr std::int32_t ImageBadStride = -5;    // a negative destination stride
+
+// Above zero until the kernels are started, zero from the first use on. A negative value would be a start-up
+// failure and is what every function below would hand back. Written with the same value by whoever comes
+// first, so that no order between threads is needed.
+extern std::atomic<std::int32_t> g_nCodecStartState;
+
+// Decodes a whole stream into a new block. Gives an empty owner when the stream cannot be decoded or the
+// memory is not there: the caller has no frame then.
+[[nodiscard]] FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize) noexcept;
+
+// Reads no more than the header. Width, height and kind are written on success alone. A stream whose header
+// is good may still fail to decode.
+[[nodiscard]] std::int32_t ProbeJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::int32_t& nWidth,
+                                     std::int32_t& nHeight, ImageKind& eKind) noexcept;
+
+// Decodes into memory of the caller, who has sized it for the stream (ProbeJpeg tells the size). Strides are
+// bytes from one row's start to the next row's. A failed decode may leave rows written.
+//
+// Grey: height rows of width samples.
+[[nodiscard]] std::int32_t DecodeJpegGrey(const std::uint8_t* pJpeg, std::int32_t nJpegSize,
+                                          std::uint8_t* pDst, std::int32_t nDstStep) noexcept;
+
+// Y: height rows of width samples; Cr and Cb: height/2 rows of width/2 samples. A grey stream fills
+// height*step/2 bytes of each chroma plane with 128, the value of neutral chroma.
+[[nodiscard]] std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pY,
+                                          std::int32_t nYStep, std::uint8_t* pCr, std::int32_t nCrStep,
+                                          std::uint8_t* pCb, std::int32_t nCbStep) noexcept;
