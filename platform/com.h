@@ -1,0 +1,218 @@
+// The component object runtime: interfaces, reference counts, classes.
+//
+// An interface is a struct of pure virtual operations with a `static constexpr GUID iid`, derived from
+// IUnknown. Every operation returns a status and hands results through out parameters; an interface that
+// comes back carries one reference, which is the receiver's to release (ComPtr does).
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "platform/export.h"
+#include "platform/status.h"
+
+struct GUID {
+    std::uint32_t Data1;
+    std::uint16_t Data2;
+    std::uint16_t Data3;
+    std::uint8_t Data4[8];
+
+    friend constexpr bool operator==(const GUID&, const GUID&) noexcept = default;
+};
+
+struct IUnknown {
+    static constexpr GUID iid{0x00000000, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+    // Puts the interface with a new reference into *object, or null there and E_NOINTERFACE. E_POINTER for
+    // null.
+    virtual HRESULT QueryInterface(const GUID& interfaceId, void** object) = 0;
+    virtual std::uint32_t AddRef() = 0;
+    // The count left. At 0 the object is gone.
+    virtual std::uint32_t Release() = 0;
+
+protected:
+    ~IUnknown() = default;
+};
+
+struct IClassFactory : IUnknown {
+    static constexpr GUID iid{0x00000001, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+    virtual HRESULT CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) = 0;
+    virtual HRESULT LockServer(std::int32_t lock) = 0;
+
+protected:
+    ~IClassFactory() = default;
+};
+
+// Memory that crosses an interface: whoever receives it frees it. Null for size 0 or when memory is short.
+MORROW_PLATFORM_API void* CoTaskMemAlloc(std::size_t size) noexcept;
+MORROW_PLATFORM_API void CoTaskMemFree(void* memory) noexcept;
+
+namespace platform {
+
+// Where a class may run.
+inline constexpr std::uint32_t kContextInProcess = 1;
+inline constexpr std::uint32_t kContextAll = 23;
+
+// Owner of one reference.
+template <class T>
+class ComPtr {
+public:
+    ComPtr() noexcept = default;
+    ComPtr(std::nullptr_t) noexcept {}
+    // Takes a reference of its own.
+    explicit ComPtr(T* object) noexcept : m_object(object) {
+        if (m_object != nullptr)
+            m_object->AddRef();
+    }
+    ComPtr(const ComPtr& other) noexcept : ComPtr(other.m_object) {}
+    ComPtr(ComPtr&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    template <class U>
+    requires std::is_convertible_v<U*, T*> ComPtr(const ComPtr<U>& other)
+    noexcept : ComPtr(static_cast<T*>(other.Get())) {}
+    // The old object is released last, so that an object may let go of itself.
+    ComPtr& operator=(ComPtr other) noexcept {
+        std::swap(m_object, other.m_object);
+        return *this;
+    }
+    ~ComPtr() {
+        if (m_object != nullptr)
+            m_object->Release();
+    }
+
+    // Takes over a reference that somebody made.
+    static ComPtr Adopt(T* object) noexcept {
+        ComPtr owner;
+        owner.m_object = object;
+        return owner;
+    }
+
+    [[nodiscard]] T* Get() const noexcept { return m_object; }
+    T* operator->() const noexcept { return m_object; }
+    T& operator*() const noexcept { return *m_object; }
+    explicit operator bool() const noexcept { return m_object != nullptr; }
+    friend bool operator==(const ComPtr& a, const T* b) noexcept { return a.m_object == b; }
+
+    // Gives the reference away.
+    [[nodiscard]] T* Detach() noexcept { return std::exchange(m_object, nullptr); }
+    // For out parameters: lets go of what is held and gives the place.
+    [[nodiscard]] T** Receive() noexcept {
+        *this = nullptr;
+        return &m_object;
+    }
+    [[nodiscard]] void** ReceiveVoid() noexcept { return reinterpret_cast<void**>(Receive()); }
+
+    // Another interface of the same object; null if it has none of that kind.
+    template <class U>
+    [[nodiscard]] ComPtr<U> Query() const {
+        ComPtr<U> other;
+        if (m_object != nullptr)
+            (void)m_object->QueryInterface(U::iid, other.ReceiveVoid());
+        return other;
+    }
+
+private:
+    T* m_object = nullptr;
+};
+
+// Answers a query out of a list of interfaces, in their order. The first one also answers for IUnknown.
+template <class First, class... Others, class Self>
+HRESULT QueryTable(Self* self, const GUID& interfaceId, void** object) {
+    if (object == nullptr)
+        return E_POINTER;
+    *object = nullptr;
+    const auto offer = [&]<class I>(std::type_identity<I>) {
+        if (*object == nullptr && interfaceId == I::iid)
+            *object = static_cast<I*>(self);
+    };
+    if (interfaceId == IUnknown::iid)
+        *object = static_cast<First*>(self);
+    offer(std::type_identity<First>{});
+    (offer(std::type_identity<Others>{}), ...);
+    if (*object == nullptr)
+        return E_NOINTERFACE;
+    self->AddRef();
+    return S_OK;
+}
+
+// The reference-count root. Increments need no order, since whoever adds a reference holds one; the decrement
+// that ends the object must see all that others did to it before they let go.
+class RefCount {
+public:
+    std::uint32_t Add() noexcept { return m_count.fetch_add(1, std::memory_order_relaxed) + 1; }
+    std::uint32_t Drop() noexcept { return m_count.fetch_sub(1, std::memory_order_acq_rel) - 1; }
+    [[nodiscard]] std::uint32_t Value() const noexcept { return m_count.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<std::uint32_t> m_count{0};
+};
+
+// How many objects and locks keep this module loaded. Hidden, so that each shared object that uses this
+// header has a count of its own.
+class __attribute__((visibility("hidden"))) ModuleLock {
+public:
+    ModuleLock() noexcept { Add(); }
+    ModuleLock(const ModuleLock&) noexcept { Add(); }
+    ModuleLock& operator=(const ModuleLock&) noexcept = default;
+    ~ModuleLock() { Drop(); }
+
+    static void Add() noexcept { Counter().fetch_add(1, std::memory_order_relaxed); }
+    static void Drop() noexcept { Counter().fetch_sub(1, std::memory_order_acq_rel); }
+    [[nodiscard]] static std::int32_t Count() noexcept { return Counter().load(std::memory_order_acquire); }
+
+private:
+    static std::atomic<std::int32_t>& Counter() noexcept {
+        static std::atomic<std::int32_t> count{0};
+        return count;
+    }
+};
+
+// The last layer of a reference-counted class: Base names its interfaces in `Query(interfaceId, object)`,
+// which it answers with QueryTable. The object is made with a count of 0 and deletes itself when its last
+// reference goes.
+template <class Base>
+class ComObject final : public Base {
+public:
+    template <class... Args>
+    explicit ComObject(Args&&... args) : Base(std::forward<Args>(args)...) {}
+
+    // A new object with one reference; null when memory is short. Other exceptions of the constructor pass.
+    template <class... Args>
+    static ComPtr<ComObject> Create(Args&&... args) {
+        return ComPtr<ComObject>(new (std::nothrow) ComObject(std::forward<Args>(args)...));
+    }
+
+    HRESULT QueryInterface(const GUID& interfaceId, void** object) override {
+        return Base::Query(interfaceId, object);
+    }
+    std::uint32_t AddRef() override { return m_count.Add(); }
+    std::uint32_t Release() override {
+        const std::uint32_t left = m_count.Drop();
+        if (left == 0)
+            delete this;
+        return left;
+    }
+
+private:
+    ~ComObject() = default;
+
+    RefCount m_count;
+    [[no_unique_address]] ModuleLock m_moduleLock;
+};
+
+// Registers the factory of a class for this process, replacing an earlier one; the registry holds a reference
+// until the class is revoked.
+MORROW_PLATFORM_API HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory);
+MORROW_PLATFORM_API HRESULT RevokeClassFactory(const GUID& classId);
+
+// Creates an object of a class. REGDB_E_CLASSNOTREG when nobody registered it; E_INVALIDARG for an empty
+// mask.
+MORROW_PLATFORM_API HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
+                                             const GUID& interfaceId, void** object);
+
+} // namespace platform

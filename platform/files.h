@@ -1,0 +1,26 @@
+// Files and folders. Paths are bytes in UTF-8.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+#include "platform/status.h"
+
+namespace platform {
+
+// The whole file. Nothing, with the last error set, when it cannot be read or is larger than `limit` bytes.
+MORROW_PLATFORM_API std::optional<std::string> ReadWholeFile(const std::string& path,
+                                                             std::size_t limit = std::size_t{64} << 20);
+
+// Replaces a file: a new file beside it is written, synced and renamed, and the folder synced, so that a
+// crash at any point leaves the old or the new content. `mode` are the permission bits of the new file.
+MORROW_PLATFORM_API HRESULT ReplaceFile(const std::string& path, std::string_view content,
+                                        unsigned mode = 0600);
+
+// Creates the folder and those above it that are missing, with mode 0700.
+MORROW_PLATFORM_API HRESULT CreateFolder(const std::string& path);
+
+} // namespace platform

@@ -1,0 +1,32 @@
+// Threads and the pool of work items.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/export.h"
+
+namespace platform {
+
+using WorkItem = std::uint32_t (*)(void* context);
+
+inline constexpr std::uint32_t WT_EXECUTELONGFUNCTION = 0x10;
+
+// Runs `function(context)` once on a pool thread; its result is dropped. There is a thread for each item that
+// is running: an item never waits for another to end. Idle threads are reused and end after some seconds.
+// False, with the last error set, when no thread could be had; the item will then not run.
+MORROW_PLATFORM_API bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t flags) noexcept;
+
+// Starts a detached thread with a stack of at least `stackBytes` (0: the pool's size). False as above.
+MORROW_PLATFORM_API bool StartThread(WorkItem function, void* context, std::size_t stackBytes) noexcept;
+
+// Work items and started threads that are running now.
+MORROW_PLATFORM_API std::uint32_t RunningWorkItems() noexcept;
+// Waits until none is running or the time is over; true if none is. For the end of a process and of tests.
+MORROW_PLATFORM_API bool WaitForWorkItems(std::uint32_t milliseconds) noexcept;
+
+MORROW_PLATFORM_API void Sleep(std::uint32_t milliseconds) noexcept;
+MORROW_PLATFORM_API std::uint32_t CurrentThreadId() noexcept;
+MORROW_PLATFORM_API std::uint32_t CurrentProcessId() noexcept;
+
+} // namespace platform

@@ -1,0 +1,18 @@
+// Content by path.
+#pragma once
+
+#include "platform/com.h"
+#include "platform/text.h"
+
+struct IConfiguration : IUnknown {
+    static constexpr GUID iid{0x19D1BDF5, 0xA97F, 0x405A, {0xB0, 0x82, 0x69, 0x3B, 0xE1, 0x9F, 0xDA, 0xBF}};
+
+    // `body` and `head` go in and come out: on success their old values are freed and new ones, the caller's
+    // to free, stand in their place; on failure both stay as they came in. `body` may hold any bytes: its
+    // byte length counts.
+    virtual HRESULT GetContent(BSTR path, BSTR* body, BSTR* head) = 0;
+    virtual HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) = 0;
+
+protected:
+    ~IConfiguration() = default;
+};
