@@ -1,0 +1,95 @@
+#include "platform/com.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+void* CoTaskMemAlloc(std::size_t size) noexcept {
+    return size == 0 ? nullptr : std::malloc(size);
+}
+
+void CoTaskMemFree(void* memory) noexcept {
+    std::free(memory);
+}
+
+namespace platform {
+
+namespace {
+
+// The classes of this process. A handful, so a list will do.
+class ClassTable {
+public:
+    // Never destroyed: factories may live in modules that are torn down before this one.
+    static ClassTable& Instance() {
+        static ClassTable& table = *new ClassTable;
+        return table;
+    }
+
+    // The factory that was there before, to be released by the caller: that may run foreign code, which must
+    // not find this table locked.
+    ComPtr<IClassFactory> Put(const GUID& classId, ComPtr<IClassFactory> factory) {
+        const std::scoped_lock guard(m_mutex);
+        const auto found = std::ranges::find(m_entries, classId, &Entry::classId);
+        if (found != m_entries.end())
+            return std::exchange(found->factory, std::move(factory));
+        m_entries.push_back({classId, std::move(factory)});
+        return nullptr;
+    }
+
+    ComPtr<IClassFactory> Take(const GUID& classId) noexcept {
+        const std::scoped_lock guard(m_mutex);
+        const auto found = std::ranges::find(m_entries, classId, &Entry::classId);
+        if (found == m_entries.end())
+            return nullptr;
+        ComPtr<IClassFactory> factory = std::move(found->factory);
+        m_entries.erase(found);
+        return factory;
+    }
+
+    ComPtr<IClassFactory> Find(const GUID& classId) noexcept {
+        const std::scoped_lock guard(m_mutex);
+        const auto found = std::ranges::find(m_entries, classId, &Entry::classId);
+        return found == m_entries.end() ? nullptr : found->factory;
+    }
+
+private:
+    struct Entry {
+        GUID classId;
+        ComPtr<IClassFactory> factory;
+    };
+
+    std::mutex m_mutex;
+    std::vector<Entry> m_entries; // under m_mutex
+};
+
+} // namespace
+
+HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory) try {
+    if (factory == nullptr)
+        return E_POINTER;
+    (void)ClassTable::Instance().Put(classId, ComPtr<IClassFactory>(factory));
+    return S_OK;
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+}
+
+HRESULT RevokeClassFactory(const GUID& classId) {
+    return ClassTable::Instance().Take(classId) ? S_OK : REGDB_E_CLASSNOTREG;
+}
+
+HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
+                         const GUID& interfaceId, void** object) {
+    if (object == nullptr)
+        return E_POINTER;
+    *object = nullptr;
+    if (contextMask == 0)
+        return E_INVALIDARG;
+    // Every class runs within the process; a mask that leaves this out asks for one that is not there.
+    if ((contextMask & kContextInProcess) == 0)
+        return REGDB_E_CLASSNOTREG;
+    const ComPtr<IClassFactory> factory = ClassTable::Instance().Find(classId);
+    return factory ? factory->CreateInstance(outer, interfaceId, object) : REGDB_E_CLASSNOTREG;
+}
+
+} // namespace platform

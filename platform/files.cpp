@@ -1,0 +1,176 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/descriptor.h"
+
+namespace platform {
+
+namespace {
+
+// Files whose size is not known, as in /proc, are read in steps of this many bytes.
+constexpr std::size_t kReadStep = 16384;
+
+HRESULT FailWithErrno() noexcept {
+    const std::uint32_t error = ErrorFromErrno(errno);
+    SetLastError(error);
+    return StatusFromError(error);
+}
+
+template <class Call>
+auto RetryInterrupted(Call call) noexcept {
+    decltype(call()) result{};
+    do
+        result = call();
+    while (result < 0 && errno == EINTR);
+    return result;
+}
+
+std::string FolderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// A file beside the target while it is written; removed again unless it was put in place.
+class NewFile {
+public:
+    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)) {}
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        if (m_isOurs)
+            ::unlink(m_path.c_str());
+    }
+
+    // False with errno set, and nothing was changed but this file.
+    [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
+        if (!m_file.IsOpen())
+            return false;
+        m_isOurs = true;
+        if (::fchmod(m_file.Get(), mode & 0777) != 0 || !Write(content) ||
+            RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
+            ::rename(m_path.c_str(), path.c_str()) != 0)
+            return false;
+        m_isOurs = false;
+        return true;
+    }
+
+private:
+    // The name does not grow with the target's, which may be as long as the file system allows.
+    static int Create(const std::string& folder, std::string& path) {
+        static constinit std::atomic<unsigned> counter{0};
+        int descriptor = -1;
+        do {
+            char name[64];
+            std::snprintf(name, sizeof name, "/.new-%d-%u", static_cast<int>(::getpid()),
+                          counter.fetch_add(1, std::memory_order_relaxed));
+            path = folder + name;
+            descriptor = RetryInterrupted(
+                [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
+        } while (descriptor < 0 && errno == EEXIST);
+        return descriptor;
+    }
+
+    bool Write(std::string_view content) noexcept {
+        while (!content.empty()) {
+            const ssize_t count =
+                RetryInterrupted([&] { return ::write(m_file.Get(), content.data(), content.size()); });
+            if (count < 0)
+                return false;
+            content.remove_prefix(static_cast<std::size_t>(count));
+        }
+        return true;
+    }
+
+    std::string m_path; // before m_file, whose maker fills it
+    Descriptor m_file;
+    bool m_isOurs = false;
+};
+
+// True when the file system keeps the folder's new entry, as far as it can tell.
+bool SyncFolder(const std::string& folder) noexcept {
+    const Descriptor handle(
+        RetryInterrupted([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return handle.IsOpen() &&
+           (RetryInterrupted([&] { return ::fsync(handle.Get()); }) == 0 || errno == EINVAL);
+}
+
+bool IsFolder(const std::string& path) noexcept {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+} // namespace
+
+std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t limit) {
+    const auto fail = [](std::uint32_t error) {
+        SetLastError(error);
+        return std::nullopt;
+    };
+    // Without waiting for a writer, in case it is a pipe; that is refused below.
+    const Descriptor file(
+        RetryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+    struct stat status {};
+    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0)
+        return fail(ErrorFromErrno(errno));
+    if (!S_ISREG(status.st_mode))
+        return fail(kErrorAccessDenied);
+    const auto expected = static_cast<std::size_t>(status.st_size);
+    if (expected > limit)
+        return fail(kErrorInsufficientBuffer);
+
+    // The size is what the file had a moment ago: it may grow, and in some file systems it is always 0. One
+    // byte more than expected lets the end show in a read of its own.
+    std::string content(std::max(std::min(expected, limit - 1) + 1, std::size_t{1}), '\0');
+    std::size_t size = 0;
+    for (;;) {
+        if (size == content.size())
+            content.resize(size + kReadStep);
+        const ssize_t count = RetryInterrupted(
+            [&] { return ::read(file.Get(), content.data() + size, content.size() - size); });
+        if (count < 0)
+            return fail(ErrorFromErrno(errno));
+        if (count == 0)
+            break;
+        size += static_cast<std::size_t>(count);
+        if (size > limit)
+            return fail(kErrorInsufficientBuffer);
+    }
+    content.resize(size);
+    return content;
+}
+
+HRESULT ReplaceFile(const std::string& path, std::string_view content, unsigned mode) {
+    const std::string folder = FolderOf(path);
+    {
+        NewFile file(folder);
+        if (!file.PutInPlace(path, content, mode))
+            return FailWithErrno();
+    }
+    return SyncFolder(folder) ? S_OK : S_FALSE;
+}
+
+HRESULT CreateFolder(const std::string& path) {
+    for (std::size_t end = 0; end < path.size();) {
+        end = path.find('/', end + 1);
+        const std::string part = path.substr(0, end);
+        // Whoever made it meanwhile is welcome, but a file in its place is not.
+        if (::mkdir(part.c_str(), 0700) != 0 && !(errno == EEXIST && IsFolder(part)) && !IsFolder(part))
+            return FailWithErrno();
+    }
+    if (path.empty()) {
+        errno = ENOENT;
+        return FailWithErrno();
+    }
+    return S_OK;
+}
+
+} // namespace platform

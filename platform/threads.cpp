@@ -1,0 +1,230 @@
+#include "platform/threads.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "platform/status.h"
+#include "platform/text.h"
+
+namespace platform {
+
+namespace {
+
+// Instrumented code needs several times the stack.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kStackFactor = 4;
+#else
+constexpr std::size_t kStackFactor = 1;
+#endif
+// What a connection needs lies far below; frames and tables are on the heap. A thousand of these are address
+// space, not memory: only touched pages count.
+constexpr std::size_t kPoolStackBytes = std::size_t{256} << 10;
+constexpr std::size_t kMaxStackBytes = std::size_t{1} << 30;
+// How long an idle thread waits for another item.
+constexpr std::chrono::seconds kIdleTime{5};
+
+struct Task {
+    WorkItem function = nullptr;
+    void* context = nullptr;
+
+    void Run() const {
+        // A reused thread starts like a new one.
+        SetLastError(kErrorSuccess);
+        (void)SetThreadCodePage(0);
+        (void)function(context);
+    }
+};
+
+// One thread that waits for its next task; lives on that thread's stack.
+struct IdleWorker {
+    std::condition_variable wake;
+    Task task;                   // set by whoever takes the worker off the list
+    IdleWorker* below = nullptr; // the next in the list of the idle
+};
+
+class Pool {
+public:
+    // Never destroyed: idle threads wait in here while the process ends.
+    static Pool& Instance() {
+        static Pool& pool = *new Pool;
+        return pool;
+    }
+
+    bool Queue(Task task) {
+        {
+            const std::scoped_lock guard(m_mutex);
+            ++m_running;
+            if (IdleWorker* const worker = m_idle) {
+                m_idle = worker->below; // the one that ran last, so the surplus runs into its time limit
+                worker->task = task;
+                worker->wake.notify_one();
+                return true;
+            }
+        }
+        return Start(task, kPoolStackBytes, &RunPoolThread);
+    }
+
+    bool StartAlone(Task task, std::size_t stackBytes) {
+        {
+            const std::scoped_lock guard(m_mutex);
+            ++m_running;
+        }
+        return Start(task, stackBytes == 0 ? kPoolStackBytes : stackBytes, &RunAlone);
+    }
+
+    std::uint32_t Running() {
+        const std::scoped_lock guard(m_mutex);
+        return m_running;
+    }
+
+    bool WaitUntilNoneRuns(std::chrono::milliseconds time) {
+        std::unique_lock guard(m_mutex);
+        return m_noneRuns.wait_for(guard, time, [this] { return m_running == 0; });
+    }
+
+private:
+    using ThreadFunction = void* (*)(void*);
+
+    // The task is counted as running already; not any more when there is no thread for it.
+    bool Start(Task task, std::size_t stackBytes, ThreadFunction function) {
+        std::unique_ptr<Task> handedOver(new (std::nothrow) Task(task));
+        const int error =
+            handedOver == nullptr ? ENOMEM : CreateThread(function, handedOver.get(), stackBytes);
+        if (error == 0) {
+            (void)handedOver.release(); // the thread's
+            return true;
+        }
+        SetLastError(ErrorFromErrno(error));
+        const std::scoped_lock guard(m_mutex);
+        CountEnd();
+        return false;
+    }
+
+    // 0, or the value of errno.
+    static int CreateThread(ThreadFunction function, void* argument, std::size_t stackBytes) noexcept {
+        if (stackBytes > kMaxStackBytes)
+            return EINVAL;
+        const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+        const std::size_t wanted =
+            std::max(stackBytes, static_cast<std::size_t>(PTHREAD_STACK_MIN)) * kStackFactor;
+        pthread_attr_t attributes;
+        if (const int error = ::pthread_attr_init(&attributes); error != 0)
+            return error;
+        pthread_t thread{};
+        int error = ::pthread_attr_setstacksize(&attributes, (wanted + page - 1) / page * page);
+        if (error == 0)
+            error = ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+        if (error == 0)
+            error = ::pthread_create(&thread, &attributes, function, argument);
+        ::pthread_attr_destroy(&attributes);
+        return error;
+    }
+
+    static Task TakeOver(void* argument) noexcept {
+        return *std::unique_ptr<Task>(static_cast<Task*>(argument));
+    }
+
+    static void* RunAlone(void* argument) {
+        TakeOver(argument).Run();
+        Pool& pool = Instance();
+        const std::scoped_lock guard(pool.m_mutex);
+        pool.CountEnd();
+        return nullptr;
+    }
+
+    static void* RunPoolThread(void* argument) {
+        Instance().WorkUntilIdle(TakeOver(argument));
+        return nullptr;
+    }
+
+    void WorkUntilIdle(Task task) {
+        IdleWorker self;
+        self.task = task;
+        while (self.task.function != nullptr) {
+            self.task.Run();
+            self.task = {};
+            std::unique_lock guard(m_mutex);
+            CountEnd();
+            self.below = m_idle;
+            m_idle = &self;
+            if (!self.wake.wait_for(guard, kIdleTime, [&] { return self.task.function != nullptr; }))
+                Unlink(self);
+        }
+    }
+
+    // Under m_mutex.
+    void Unlink(const IdleWorker& worker) noexcept {
+        IdleWorker** place = &m_idle;
+        while (*place != &worker)
+            place = &(*place)->below;
+        *place = worker.below;
+    }
+
+    // Under m_mutex.
+    void CountEnd() noexcept {
+        if (--m_running == 0)
+            m_noneRuns.notify_all();
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_noneRuns;
+    std::uint32_t m_running = 0;  // under m_mutex; from the call that queues on
+    IdleWorker* m_idle = nullptr; // under m_mutex; the last one to become idle comes first
+};
+
+bool RefuseNull(WorkItem function) noexcept {
+    if (function == nullptr)
+        SetLastError(kErrorInvalidParameter);
+    return function == nullptr;
+}
+
+} // namespace
+
+bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t /*flags*/) noexcept {
+    // Every item has a thread of its own, so a long-running one needs no other treatment.
+    return !RefuseNull(function) && Pool::Instance().Queue({function, context});
+}
+
+bool StartThread(WorkItem function, void* context, std::size_t stackBytes) noexcept {
+    return !RefuseNull(function) && Pool::Instance().StartAlone({function, context}, stackBytes);
+}
+
+std::uint32_t RunningWorkItems() noexcept {
+    return Pool::Instance().Running();
+}
+
+bool WaitForWorkItems(std::uint32_t milliseconds) noexcept {
+    return Pool::Instance().WaitUntilNoneRuns(std::chrono::milliseconds(milliseconds));
+}
+
+void Sleep(std::uint32_t milliseconds) noexcept {
+    if (milliseconds == 0) {
+        ::sched_yield();
+        return;
+    }
+    timespec left{static_cast<time_t>(milliseconds / 1000),
+                  static_cast<long>(milliseconds % 1000) * 1'000'000};
+    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
+    }
+}
+
+std::uint32_t CurrentThreadId() noexcept {
+    return static_cast<std::uint32_t>(::gettid());
+}
+
+std::uint32_t CurrentProcessId() noexcept {
+    return static_cast<std::uint32_t>(::getpid());
+}
+
+} // namespace platform

@@ -1,0 +1,110 @@
+#include "platform/utf8.h"
+
+#include <cstdint>
+
+#include "platform/text.h"
+
+namespace platform {
+
+namespace {
+
+bool IsBetween(char32_t value, char32_t low, char32_t high) noexcept {
+    return value >= low && value <= high;
+}
+
+void AppendUtf8(std::string& bytes, char32_t value) {
+    const auto put = [&](char32_t byte) { bytes.push_back(static_cast<char>(byte)); };
+    const auto putRest = [&](unsigned shift) { put(0x80 | (value >> shift & 0x3F)); };
+    if (value < 0x80) {
+        put(value);
+    } else if (value < 0x800) {
+        put(0xC0 | value >> 6);
+        putRest(0);
+    } else if (value < 0x10000) {
+        put(0xE0 | value >> 12);
+        putRest(6);
+        putRest(0);
+    } else {
+        put(0xF0 | value >> 18);
+        putRest(12);
+        putRest(6);
+        putRest(0);
+    }
+}
+
+} // namespace
+
+DecodedCharacter DecodeUtf8(std::string_view bytes) noexcept {
+    const auto byteAt = [&](std::size_t n) { return static_cast<std::uint8_t>(bytes[n]); };
+    const std::uint8_t lead = byteAt(0);
+    if (lead < 0x80)
+        return {lead, 1};
+    if (!IsBetween(lead, 0xC2, 0xF4))
+        return {kNoCharacter, 1};
+    const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    // The second byte alone tells overlong forms, surrogates and values that are too large.
+    const std::uint8_t low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    const std::uint8_t high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    char32_t value = lead & (0x7FU >> length);
+    for (std::size_t n = 1; n < length; ++n) {
+        if (n == bytes.size() || !IsBetween(byteAt(n), n == 1 ? low : 0x80, n == 1 ? high : 0xBF))
+            return {kNoCharacter, n};
+        value = value << 6 | (byteAt(n) & 0x3FU);
+    }
+    return {value, length};
+}
+
+DecodedCharacter DecodeUtf16(std::u16string_view text) noexcept {
+    const char16_t first = text[0];
+    if (!IsBetween(first, 0xD800, 0xDFFF))
+        return {first, 1};
+    if (first > 0xDBFF || text.size() < 2 || !IsBetween(text[1], 0xDC00, 0xDFFF))
+        return {kNoCharacter, 1};
+    return {0x10000 + ((first & 0x3FFU) << 10 | (text[1] & 0x3FFU)), 2};
+}
+
+void AppendUtf16(std::u16string& text, char32_t value) {
+    if (value < 0x10000) {
+        text.push_back(static_cast<char16_t>(value));
+    } else {
+        text.push_back(static_cast<char16_t>(0xD800 | (value - 0x10000) >> 10));
+        text.push_back(static_cast<char16_t>(0xDC00 | (value & 0x3FF)));
+    }
+}
+
+std::u16string Utf8ToWide(std::string_view bytes) {
+    std::u16string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const DecodedCharacter head = DecodeUtf8(bytes);
+        AppendUtf16(text, head.value == kNoCharacter ? kReplacement : head.value);
+        bytes.remove_prefix(head.length);
+    }
+    return text;
+}
+
+std::string WideToUtf8(std::u16string_view text) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    while (!text.empty()) {
+        const DecodedCharacter head = DecodeUtf16(text);
+        AppendUtf8(bytes, head.value == kNoCharacter ? U'?' : head.value);
+        text.remove_prefix(head.length);
+    }
+    return bytes;
+}
+
+std::optional<std::u16string> Utf8ToWideStrict(std::string_view bytes) {
+    std::u16string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const DecodedCharacter head = DecodeUtf8(bytes);
+        if (head.value == kNoCharacter)
+            return std::nullopt;
+        AppendUtf16(text, head.value);
+        bytes.remove_prefix(head.length);
+    }
+    return text;
+}
+
+} // namespace platform
