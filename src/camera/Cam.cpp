@@ -1,0 +1,104 @@
+#include "camera/Cam.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "camera/VideoFrame.h"
+#include "runtime/trace/Trace.h"
+
+platform::ComPtr<CCam> CCam::Create() {
+    return platform::ComObject<CCam>::Create();
+}
+
+HRESULT CCam::Connect(ICamSink* pCamSink) {
+    return StatusOf([&] {
+        const platform::SectionGuard guard(m_cs);
+        if (m_spCamSink == pCamSink)
+            Disconnect(pCamSink);
+        TRASSDO(!m_spCamSink, return E_UNEXPECTED);
+        m_spCamSink = platform::ComPtr<ICamSink>(pCamSink);
+        return S_OK;
+    });
+}
+
+HRESULT CCam::Disconnect(ICamSink* pCamSink) {
+    return StatusOf([&] {
+        const platform::SectionGuard guard(m_cs);
+        if (!m_spCamSink)
+            return S_FALSE;
+        TRASSDO(m_spCamSink==pCamSink, return E_UNEXPECTED);
+        m_spCamSink = nullptr;
+        return S_OK;
+    });
+}
+
+HRESULT CCam::GetName(BSTR* szName) {
+    return StatusOf([&] {
+        TRASSDO(szName, return E_POINTER);
+        *szName = platform::Bstr(m_bstrName).Detach();
+        return S_OK;
+    });
+}
+
+HRESULT CCam::GetSetting(std::int32_t nSetting, SVariant* pValue) {
+    if (nSetting != kCamSettingConnected)
+        return E_NOTIMPL;
+    if (pValue == nullptr)
+        return E_POINTER;
+    pValue->vt = VT_BOOL;
+    pValue->boolVal = IsConnected() ? 1 : 0;
+    return S_OK;
+}
+
+void CCam::OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
+                   std::uint32_t nBodySize) {
+    // A frame for which there is no memory is lost; the connection goes on.
+    (void)StatusOf([&] {
+        DeliverFrame(pHeader, nHeaderSize, pBody, nBodySize);
+        return S_OK;
+    });
+}
+
+void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
+                        std::uint32_t nBodySize) {
+    const platform::SectionGuard guard(m_cs);
+    if (!m_spCamSink)
+        return;
+    // The sink may disconnect itself inside the call; it lives until the call is over.
+    const platform::ComPtr<ICamSink> spCamSink = m_spCamSink;
+    if (pHeader == nullptr || pBody == nullptr) {
+        const HRESULT hr = spCamSink->OnVideoFrame(nullptr);
+        TRASSDO(SUCCEEDED(_ARE(hr)), {});
+        return;
+    }
+    CountFrame();
+
+    const platform::ComPtr<CVideoFrame> spFrame = CVideoFrame::Create();
+    HRESULT hr = spFrame ? S_OK : E_OUTOFMEMORY;
+    TRASSDO(SUCCEEDED(_ARE(hr)), return);
+
+    // Header and body side by side are one JPEG file.
+    const std::uint32_t nSize = nHeaderSize + nBodySize;
+    const std::unique_ptr<std::uint8_t[]> hMem(new (std::nothrow) std::uint8_t[nSize]());
+    TRASSDO(hMem, return);
+    std::memcpy(hMem.get(), pHeader, nHeaderSize);
+    std::memcpy(hMem.get() + nHeaderSize, pBody, nBodySize);
+
+    spFrame->Init(hMem.get(), nSize);
+    hr = spCamSink->OnVideoFrame(spFrame.Get());
+    TRASSDO(SUCCEEDED(_ARE(hr)), {});
+}
+
+void CCam::CountFrame() {
+    ++m_nFrames;
+    const std::int64_t tNow = platform::SecondsSinceEpoch();
+    const std::int64_t tPassed = tNow - m_tLast;
+    // Compared as unsigned 32 bits: a clock that was set back ends the period at once.
+    if (static_cast<std::uint32_t>(tPassed) < m_nFpsInterval)
+        return;
+    m_tLast = tNow;
+    m_fFps = m_nFrames / static_cast<double>(tPassed);
+    m_nFrames = 0;
+    LogPrintf(LOG_SITE(), kChannelFps, u"cam %s fps: %f\n", m_bstrName, m_fFps);
+}

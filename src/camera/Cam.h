@@ -1,0 +1,75 @@
+// One configured camera.
+#pragma once
+
+#include <cstdint>
+
+#include "camera/VMS.h"
+#include "interfaces/ICam.h"
+#include "interfaces/ICamSettings.h"
+#include "interfaces/IConfiguration.h"
+#include "interfaces/IInfo.h"
+#include "platform/clock.h"
+#include "platform/com.h"
+#include "platform/sync.h"
+#include "platform/text.h"
+
+// A name, a size class and a password, a place for the one connected sink, and the source that receives the
+// phone's frames. Sink and phone are independent of each other: frames that arrive without a sink are read
+// and dropped.
+class CCam : public ICam, public IInfo, public ICamSettings, public CVMSSource, public IConfiguration {
+public:
+    // A new camera; null when memory is short.
+    static platform::ComPtr<CCam> Create();
+
+    HRESULT QueryInterface(const GUID& interfaceId, void** object) override = 0;
+    std::uint32_t AddRef() override = 0;
+    std::uint32_t Release() override = 0;
+
+    // ICam. m_cs is held across the making of a frame and the sink's call, so Disconnect waits for a frame in
+    // progress.
+    HRESULT Connect(ICamSink* pCamSink) override;
+    HRESULT Disconnect(ICamSink* pCamSink) override;
+
+    // IInfo
+    HRESULT GetName(BSTR* szName) override;
+
+    // ICamSettings
+    HRESULT GetSetting(std::int32_t nSetting, SVariant* pValue) override;
+    HRESULT Reserved(std::int32_t, const SVariant*) override { return E_NOTIMPL; }
+
+    // IConfiguration
+    HRESULT GetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
+    HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
+
+    // Written before the camera enters the server's table; read there under the server's lock.
+    platform::Bstr m_bstrName;
+    platform::Bstr
+        m_bstrType; // "320x240" or "160x120": tells the phone what to send; the pipeline does not look at it
+    platform::Bstr m_bstrPassword;
+
+protected:
+    CCam() : CVMSSource(*static_cast<ICam*>(this)), m_tLast(platform::SecondsSinceEpoch()) {}
+    // A socket that is still held is closed first: a source without a connection has nothing left that could
+    // call here.
+    ~CCam() { CloseConnection(); }
+
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<ICam, IInfo, ICamSettings, IConfiguration>(this, interfaceId, object);
+    }
+
+    // CVMSSource
+    void OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
+                 std::uint32_t nBodySize) override;
+
+private:
+    void DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
+                      std::uint32_t nBodySize);
+    void CountFrame();
+
+    platform::CriticalSection m_cs; // guards all that follows, and the making of a frame
+    platform::ComPtr<ICamSink> m_spCamSink;
+    std::uint32_t m_nFrames = 0;      // since the last rate report
+    std::uint32_t m_nFpsInterval = 5; // seconds between reports
+    double m_fFps = 0;                // the last measured rate, for the trace alone
+    std::int64_t m_tLast;             // of the last report, seconds
+};

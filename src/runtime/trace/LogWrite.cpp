@@ -1,0 +1,64 @@
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+
+#include "interfaces/ILogEngine.h"
+#include "platform/library.h"
+#include "platform/text.h"
+#include "runtime/trace/Trace.h"
+
+namespace {
+
+// Goes from null to the engine with the first line that finds the library, and stays there.
+std::atomic<ILogEngine*> g_pEngine{nullptr};
+
+// Two threads may come here at once: both load the library and both store the same engine. A failed attempt
+// stores nothing, so the next line tries again.
+ILogEngine* GetEngine() {
+    if (ILogEngine* pEngine = g_pEngine.load(std::memory_order_acquire))
+        return pEngine;
+    platform::Library* pLibrary = platform::LoadLibrary(kLogEngineLibrary);
+    if (pLibrary == nullptr)
+        return nullptr;
+    const platform::Export pExport = platform::FindExport(pLibrary, kLogEngineExport);
+    if (pExport == nullptr)
+        return nullptr;
+    ILogEngine* pEngine = reinterpret_cast<GetXmlLogEngineFunction>(pExport)();
+    if (pEngine == nullptr)
+        return nullptr;
+    g_pEngine.store(pEngine, std::memory_order_release);
+    static std::once_flag attached;
+    std::call_once(attached, [pEngine] {
+        pEngine->Attach(true);
+        std::atexit([] { g_pEngine.load(std::memory_order_acquire)->Attach(false); });
+    });
+    return pEngine;
+}
+
+} // namespace
+
+void LogWrite(const SLogSite& site, const char16_t* szChannel, const char16_t* szText) {
+    ILogEngine* pEngine = GetEngine();
+    if (pEngine == nullptr)
+        return;
+    if (!pEngine->IsEnabled() && szChannel != nullptr)
+        return;
+    ThrowStatusWithoutMemory([&] {
+        const std::string channel = szChannel == nullptr ? "DIRECT" : platform::ToNarrow(szChannel);
+        const std::string text = platform::ToNarrow(szText);
+        pEngine->Write(site.szFunction, site.szFile, site.nLine, text.c_str(), channel.c_str());
+    });
+}
+
+void LogFormatted(const SLogSite& site, const char16_t* szChannel, std::u16string_view format,
+                  std::span<const CFormatArgument> arguments) {
+    std::array<char16_t, kLogLineLimit + 1> aMessage{};
+    FormatWide(aMessage, format, arguments);
+    LogWrite(site, szChannel, aMessage.data());
+}
+
+void LogFailedCondition(const SLogSite& site, CLogExpression& expression, const char* szCondition) {
+    // The composed text is an argument, not a format: a percent sign in it stands for itself.
+    LogPrintf(site, kChannelAssertion, u"%s", expression.Compose(szCondition));
+}

@@ -1,0 +1,49 @@
+// The status exception: for what should not happen in a running system, above all a failed allocation of a
+// text. It never crosses an interface: StatusOf turns whatever an operation threw into the status that it
+// returns.
+#pragma once
+
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "platform/status.h"
+
+class CAtlException {
+public:
+    explicit CAtlException(HRESULT hr) noexcept : m_hr(hr) {}
+    [[nodiscard]] HRESULT Status() const noexcept { return m_hr; }
+
+private:
+    HRESULT m_hr;
+};
+
+[[noreturn]] void AtlThrow(HRESULT hr);
+// A last error greater than 0 becomes a status with the error in its low 16 bits; any other value stands as
+// it is.
+[[noreturn]] void AtlThrowLastError();
+
+// Runs an operation's body and returns its status; a status exception and exhausted memory become statuses
+// too.
+template <class Body>
+HRESULT StatusOf(Body&& body) noexcept {
+    try {
+        return std::forward<Body>(body)();
+    } catch (const CAtlException& e) {
+        return e.Status();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (const std::exception&) {
+        return E_UNEXPECTED;
+    }
+}
+
+// Runs a piece of text work; exhausted memory becomes a status exception.
+template <class Work>
+decltype(auto) ThrowStatusWithoutMemory(Work&& work) {
+    try {
+        return std::forward<Work>(work)();
+    } catch (const std::bad_alloc&) {
+        AtlThrow(E_OUTOFMEMORY);
+    }
+}
