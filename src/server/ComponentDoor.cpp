@@ -1,0 +1,35 @@
+#include "interfaces/ComponentDoor.h"
+
+#include "camera/Cam.h"
+#include "runtime/trace/StatusException.h"
+#include "server/SingletonFactory.h"
+#include "server/UploadServer.h"
+
+HRESULT RegisterComponentClasses() {
+    return StatusOf([] {
+        const auto spFactory = CComObjectSingletonFactory<CUploadServer>::Create();
+        if (!spFactory)
+            return E_OUTOFMEMORY;
+        return platform::RegisterClassFactory(kUploadServerClass, spFactory.Get());
+    });
+}
+
+HRESULT RevokeComponentClasses() {
+    return platform::RevokeClassFactory(kUploadServerClass);
+}
+
+HRESULT AddCameraUntilSettings(IUploadServer* server, const char16_t* name, const char16_t* type,
+                               const char16_t* password) {
+    return StatusOf([&] {
+        auto* const pServer = dynamic_cast<CUploadServer*>(server);
+        if (pServer == nullptr || name == nullptr || type == nullptr || password == nullptr)
+            return E_INVALIDARG;
+        const platform::ComPtr<CCam> spCam = CCam::Create();
+        if (!spCam)
+            return E_OUTOFMEMORY;
+        spCam->m_bstrName = platform::Bstr(name);
+        spCam->m_bstrType = platform::Bstr(type);
+        spCam->m_bstrPassword = platform::Bstr(password);
+        return pServer->AddCam(spCam);
+    });
+}

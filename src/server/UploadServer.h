@@ -1,0 +1,82 @@
+// The server object: the one thing of this component that a host sees.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "camera/Cam.h"
+#include "interfaces/IConfiguration.h"
+#include "interfaces/IInfo.h"
+#include "interfaces/IUploadServer.h"
+#include "interfaces/IVideoSource.h"
+#include "interfaces/IWebHandler.h"
+#include "platform/com.h"
+#include "platform/sync.h"
+#include "platform/text.h"
+
+// A video source whose cameras are phones. At most one lives in a process; CComObjectSingletonFactory makes
+// it.
+//
+// Any thread may come into any operation. m_oLock is re-entrant, since a sink that is called with it held may
+// call back, and nests inside the creation lock, never around it.
+class CUploadServer : public IUploadServer,
+                      public IVideoSource,
+                      public IInfo,
+                      public IConfiguration,
+                      public IWebHandler {
+public:
+    HRESULT QueryInterface(const GUID& interfaceId, void** object) override = 0;
+    std::uint32_t AddRef() override = 0;
+    std::uint32_t Release() override = 0;
+
+    // The object and its cameras (UploadServer.cpp)
+    HRESULT FinalConstruct();
+    HRESULT Subscribe(IVideoSourceSink* pVideoSourceSink) override;
+    HRESULT Unsubscribe(IVideoSourceSink* pVideoSourceSink) override;
+    HRESULT ConnectToCam(BSTR bstrName, ICam** ppCam) override;
+    HRESULT NoOperation(BSTR) override { return S_OK; }
+    HRESULT RemoveCam(BSTR bstrName) override;
+    HRESULT GetName(BSTR* szName) override;
+    // Enters a camera under its name and tells the subscriber. E_INVALIDARG for an empty name or one that is
+    // taken.
+    HRESULT AddCam(const platform::ComPtr<CCam>& spCam);
+
+    // Intake of connections (Intake.cpp)
+    HRESULT OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload, std::int32_t nAuthSize,
+                         const std::uint8_t* pAuth) override;
+
+    // Web handler (WebHandler.cpp)
+    HRESULT IsStreamPath(const char16_t* szPath, std::int32_t* bStream) override;
+    HRESULT GetHandlerProcessId(std::uint32_t* nProcessId) override;
+    HRESULT Process(const char16_t* szPath, SOCKET hSocket, BSTR head) override;
+
+    // Content (Content.cpp)
+    HRESULT Request(const char16_t* szPath, BSTR* body, BSTR* head) override;
+    HRESULT GetContent(BSTR path, BSTR* body, BSTR* head) override;
+    HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) override;
+
+protected:
+    CUploadServer() = default;
+    ~CUploadServer();
+
+    // IWebHandler is not among them: the host has it by its registration alone.
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IUploadServer, IVideoSource, IInfo, IConfiguration>(this, interfaceId,
+                                                                                        object);
+    }
+
+private:
+    // Ordered by UTF-16 code units; upper and lower case differ, and no lookup folds or trims.
+    using CamTable = std::map<std::u16string, platform::ComPtr<CCam>, std::less<>>;
+
+    HRESULT StartUpload(std::u16string_view name, SOCKET hSocket);
+    template <class Call>
+    void ForEachName(Call call);
+
+    // Members go in the reverse of this order: the registration first, the subscriber last.
+    platform::ComPtr<IVideoSourceSink> m_spVideoSourceSink; // changed under m_oLock
+    CamTable m_oCams;                                       // guarded by m_oLock
+    platform::CriticalSection m_oLock;
+    platform::ComPtr<IWebHandlerHost> m_spWebHandlerHost; // set once, before anybody else has the object
+};
