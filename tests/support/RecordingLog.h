@@ -1,0 +1,102 @@
+// A log engine that remembers its lines. One for the process, since the component keeps the first engine that
+// it finds; each test empties it.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "interfaces/ILogEngine.h"
+#include "platform/library.h"
+
+namespace support {
+
+struct LogLine {
+    std::string channel;
+    std::string text;
+    std::string function;
+    std::string file;
+    std::int32_t line = 0;
+};
+
+// What most tests look at: "channel: text".
+inline std::string Brief(const LogLine& line) {
+    return line.channel + ": " + line.text;
+}
+
+class RecordingLog final : public ILogEngine {
+public:
+    // Makes the engine findable by the component, and empty.
+    static RecordingLog& Fresh() {
+        // Never destroyed: the component detaches from it when the process ends.
+        static auto* const log = new RecordingLog;
+        log->Clear();
+        platform::RegisterLibrary(kLogEngineLibrary,
+                                  {{kLogEngineExport, reinterpret_cast<platform::Export>(
+                                                          static_cast<GetXmlLogEngineFunction>(&Get))}});
+        instance = log;
+        return *log;
+    }
+
+    bool IsEnabled() override {
+        const std::lock_guard guard(m_mutex);
+        return m_enabled;
+    }
+    void Write(const char* function, const char* file, std::int32_t line, const char* text,
+               const char* channel) override {
+        const std::lock_guard guard(m_mutex);
+        m_lines.push_back({channel, text, function, file, line});
+    }
+    void Flush() override {}
+    void Attach(bool attach) override {
+        const std::lock_guard guard(m_mutex);
+        m_attachCalls += attach ? "+" : "-";
+    }
+
+    void Clear() {
+        const std::lock_guard guard(m_mutex);
+        m_lines.clear();
+        m_enabled = true;
+    }
+    void Enable(bool enabled) {
+        const std::lock_guard guard(m_mutex);
+        m_enabled = enabled;
+    }
+    std::vector<LogLine> Lines() const {
+        const std::lock_guard guard(m_mutex);
+        return m_lines;
+    }
+    // "channel: text" of every line; with channels named, of the lines on those.
+    std::vector<std::string> Texts(std::initializer_list<std::string_view> channels = {}) const {
+        std::vector<std::string> texts;
+        for (const LogLine& line : Lines()) {
+            bool wanted = channels.size() == 0;
+            for (const auto channel : channels)
+                wanted = wanted || line.channel == channel;
+            if (wanted)
+                texts.push_back(Brief(line));
+        }
+        return texts;
+    }
+    // "+" for each Attach(true), "-" for each Attach(false).
+    std::string AttachCalls() const {
+        const std::lock_guard guard(m_mutex);
+        return m_attachCalls;
+    }
+
+private:
+    RecordingLog() = default;
+    static ILogEngine* Get() { return instance; }
+    static inline RecordingLog* instance = nullptr;
+
+    mutable std::mutex m_mutex;
+    std::vector<LogLine> m_lines;
+    std::string m_attachCalls;
+    bool m_enabled = true;
+};
+
+} // namespace support
