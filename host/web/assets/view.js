@@ -1,0 +1,74 @@
+// What a tile and the large view have in common: a stage with the picture or a placeholder, and the facts below it.
+
+import { agoText, rateText, setPhoneCommand, sizeText } from "./text.js";
+
+// Text nodes are written only when they change: thirty tiles are looked at several times a second.
+export function setText(element, text) {
+    if (element.textContent !== text) {
+        element.textContent = text;
+    }
+}
+
+function setHidden(element, hidden) {
+    if (element.hidden !== hidden) {
+        element.hidden = hidden;
+    }
+}
+
+// root holds one element for each data-part; names and other texts from the host go in as text, never as markup.
+export class CameraView {
+    constructor(root) {
+        this.root = root;
+        this.parts = {};
+        for (const element of root.querySelectorAll("[data-part]")) {
+            this.parts[element.dataset.part] = element;
+        }
+        this.canvas = this.parts.picture;
+        this.context = this.canvas.getContext("2d", { alpha: false });
+    }
+
+    // source: an ImageBitmap or another canvas.
+    paint(source) {
+        if (this.canvas.width !== source.width || this.canvas.height !== source.height) {
+            this.canvas.width = source.width;
+            this.canvas.height = source.height;
+        }
+        this.context.drawImage(source, 0, 0);
+    }
+
+    nameIt(camera) {
+        setText(this.parts.name, camera.name);
+        this.canvas.setAttribute("aria-label", `Picture from ${camera.name}`);
+        this.parts.snapshot.href = `/snapshot/${camera.path}.jpg`;
+        this.parts.snapshot.setAttribute("aria-label", `Snapshot of ${camera.name}`);
+        this.parts.stream.href = `/live/${camera.path}`;
+        this.parts.stream.setAttribute("aria-label", `Stream of ${camera.name}`);
+    }
+
+    render(camera, hostNow, connectedToHost, demo) {
+        const { parts, root } = this;
+        const status = camera.status(hostNow, connectedToHost);
+        const age = camera.age(hostNow);
+        const { info } = camera;
+        if (root.dataset.state !== status.state) {
+            root.dataset.state = status.state;
+        }
+        setText(parts.state, status.word);
+        setText(parts.size, sizeText(info.width, info.height));
+        setText(parts.rate, rateText(connectedToHost && info.connected ? info.fps : null));
+        setText(parts.age, agoText(age));
+
+        setHidden(parts.notice, status.state === "live");
+        setText(parts.title, status.title);
+        setText(parts.detail, status.detail);
+        setHidden(parts.detail, status.detail === "");
+        const showCommand = connectedToHost && camera.isFree;
+        setHidden(parts.connect, !showCommand);
+        if (showCommand) {
+            setPhoneCommand(parts.command, camera.name, demo);
+        }
+        // Without a picture of the past there is nothing to see large, and nothing behind the links.
+        setHidden(parts.picture, camera.sequence === null);
+        setHidden(parts.links, camera.newest === null);
+    }
+}
