@@ -1,0 +1,3 @@
+#include "image/jpegdec/JpegColorComponent.h"
+
+CJPEGColorComponent::~CJPEGColorComponent() = default;

@@ -1,0 +1,123 @@
+// The four operations and the parser's loop over the markers of a stream (T.81 B.2).
+
+#include "image/jpegdec/JpegDecoder.h"
+#include "image/jpegdec/JpegMarkers.h"
+
+CJPEGDecoder::CJPEGDecoder() = default;
+CJPEGDecoder::~CJPEGDecoder() = default;
+
+JpegStatus CJPEGDecoder::SetSource(const std::uint8_t* pSrc, std::int32_t nSrcSize) {
+    m_pSrc = pSrc;
+    m_nSrcSize = pSrc && nSrcSize > 0 ? nSrcSize : 0;
+    m_nSrcPos = 0;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::ReadHeader(std::int32_t& nWidth, std::int32_t& nHeight, std::int32_t& nChannels,
+                                    JpegColor& eColor, JpegSampling& eSampling) {
+    if (const JpegStatus eStatus = ParseStream(Mode::Header); eStatus != JPEG_OK)
+        return eStatus;
+    // A stream that ends in order before any scan holds no picture.
+    if (m_nJpegComponents == 0 || m_nSosLength == 0)
+        return JPEG_BUFFER_EXHAUSTED;
+    ComputeGeometry();
+    nWidth = m_nJpegWidth;
+    nHeight = m_nJpegHeight;
+    nChannels = m_nJpegComponents;
+    eColor = m_eJpegColor;
+    eSampling = m_eJpegSampling;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::SetDestination(void* pDst, std::int32_t nWidth, std::int32_t nStep,
+                                        std::int32_t nHeight, std::int32_t nChannels, JpegColor eColor) {
+    m_pDst = pDst;
+    m_nDstWidth = nWidth;
+    m_nDstStep = nStep;
+    m_nDstHeight = nHeight;
+    m_nDstChannels = nChannels;
+    m_eDstColor = eColor;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::ReadData() {
+    return ParseStream(Mode::Data);
+}
+
+JpegStatus CJPEGDecoder::ParseStream(Mode eMode) {
+    m_nMarker = M_NONE;
+    for (bool bStop = false; !bStop;) {
+        if (m_nMarker == M_NONE) {
+            if (const JpegStatus eStatus = NextMarker(); eStatus != JPEG_OK)
+                return eStatus;
+        }
+        if (const JpegStatus eStatus = HandleMarker(eMode, bStop); eStatus != JPEG_OK)
+            return eStatus;
+    }
+    return JPEG_OK;
+}
+
+// Every handler leaves m_nMarker clear when it is done, or holding the marker that comes next.
+JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
+    if (m_nMarker >= M_RST0 && m_nMarker <= M_RST7)
+        return ProcessRestart();
+    switch (m_nMarker) {
+    case M_SOF0:
+    case M_SOF1:
+        return ReadFrameHeader(false);
+    case M_SOF2:
+        return ReadFrameHeader(true);
+    case M_SOF3:
+    case M_SOF5:
+    case M_SOF6:
+    case M_SOF7:
+    case M_SOF9:
+    case M_SOF10:
+    case M_SOF11:
+    case M_SOF13:
+    case M_SOF14:
+    case M_SOF15:
+        return JPEG_NOT_SUPPORTED;
+    case M_DHT:
+        return ReadHuffmanTables();
+    case M_SOI:
+        m_nMarker = M_NONE;
+        return JPEG_OK;
+    case M_EOI:
+        m_nMarker = M_NONE;
+        bStop = true;
+        return JPEG_OK;
+    case M_SOS:
+        return HandleScan(eMode, bStop);
+    case M_DQT:
+        return ReadQuantTables();
+    case M_DRI:
+        return ReadRestartInterval();
+    case M_APP0:
+        return ReadJfif();
+    case M_APP14:
+        return ReadAdobe();
+    case M_COM:
+        return ReadComment();
+    case M_FILL:
+        --m_nSrcPos;
+        m_nMarker = M_NONE;
+        return JPEG_OK;
+    default:
+        return SkipSegment();
+    }
+}
+
+JpegStatus CJPEGDecoder::HandleScan(Mode eMode, bool& bStop) {
+    if (const JpegStatus eStatus = ReadScanHeader(); eStatus != JPEG_OK)
+        return eStatus;
+    if (eMode == Mode::Header) {
+        // Back to the marker, so that ReadData finds this start of scan again.
+        m_nSrcPos -= m_nSosLength + 2;
+        bStop = true;
+        return JPEG_OK;
+    }
+    if (const JpegStatus eStatus = PrepareScan(); eStatus != JPEG_OK)
+        return eStatus;
+    return DecodeSequentialScan();
+}

@@ -1,0 +1,197 @@
+// The primary decoder: one JPEG stream in memory becomes pixels in memory of the caller.
+//
+// Reads baseline and extended sequential frames with Huffman coding, 8-bit samples and 1 to 4 interleaved
+// components (ITU-T T.81). A progressive frame is recognised, so that its header can be reported, and refused
+// when its data would be decoded.
+//
+// An object serves one stream on one thread: SetSource, ReadHeader, SetDestination, ReadData, and after a
+// failure of any of them only the destructor. It owns tables, component buffers and comment; source and
+// destination stay the caller's. Memory: one MCU row besides the destination. Allocation of the small table
+// objects may throw std::bad_alloc; nothing else throws.
+#pragma once
+
+#include "image/jpegdec/JpegColorComponent.h"
+#include "image/jpegdec/JpegTables.h"
+#include "image/jpegdec/JpegTypes.h"
+
+#include <cstdint>
+#include <memory>
+
+class CJPEGDecoder {
+public:
+    CJPEGDecoder();
+    CJPEGDecoder(const CJPEGDecoder&) = delete;
+    CJPEGDecoder& operator=(const CJPEGDecoder&) = delete;
+    virtual ~CJPEGDecoder();
+
+    // Remembers the stream, which must live as long as the object. Null or a size below 1 is an empty stream.
+    JpegStatus SetSource(const std::uint8_t* pSrc, std::int32_t nSrcSize);
+
+    // Parses up to the first start of scan. The results are written on success alone.
+    JpegStatus ReadHeader(std::int32_t& nWidth, std::int32_t& nHeight, std::int32_t& nChannels,
+                          JpegColor& eColor, JpegSampling& eSampling);
+
+    // Width and height are the stream's own. nStep is a stride in bytes; for JC_YCBCR420_PLANAR pDst leads to
+    // a PlanarDestination, whose strides count instead. The memory has room for the picture: the grey plane
+    // for height rows of width samples, each chroma plane for height/2 rows of width/2.
+    JpegStatus SetDestination(void* pDst, std::int32_t nWidth, std::int32_t nStep, std::int32_t nHeight,
+                              std::int32_t nChannels, JpegColor eColor);
+
+    // Decodes every scan into the destination. Damaged entropy-coded data costs rows, not the picture: a row
+    // keeps what it got and JPEG_OK comes back. JPEG_BUFFER_EXHAUSTED tells that the stream ended without its
+    // end-of-image marker, though rows may have been written.
+    JpegStatus ReadData();
+
+    // What the stream said; for readers only.
+
+    // Source.
+    const std::uint8_t* m_pSrc = nullptr;
+    std::int32_t m_nSrcSize = 0;
+
+    // Frame.
+    std::int32_t m_nJpegWidth = 0;
+    std::int32_t m_nJpegHeight = 0;
+    std::int32_t m_nJpegComponents = 0;
+    JpegSampling m_eJpegSampling = JS_444;
+    JpegColor m_eJpegColor = JC_UNKNOWN;
+    std::int32_t m_nRestartInterval = 0; // in MCUs, 0 for none
+    bool m_bProgressive = false;
+
+    // The last comment, zero-terminated behind its size.
+    bool m_bCommentFound = false;
+    std::int32_t m_nCommentSize = 0;
+    std::unique_ptr<char[]> m_pComment;
+
+    // JFIF header and its extension.
+    bool m_bJfifFound = false;
+    std::int32_t m_nJfifMajor = 0;
+    std::int32_t m_nJfifMinor = 0;
+    std::int32_t m_nJfifUnits = 0;
+    std::int32_t m_nJfifXDensity = 0;
+    std::int32_t m_nJfifYDensity = 0;
+    std::int32_t m_nJfifThumbWidth = 0;
+    std::int32_t m_nJfifThumbHeight = 0;
+    bool m_bJfxxFound = false;
+    std::int32_t m_nJfxxThumbType = 0;
+
+    // Adobe header.
+    bool m_bAdobeFound = false;
+    std::int32_t m_nAdobeVersion = 0;
+    std::int32_t m_nAdobeFlags0 = 0;
+    std::int32_t m_nAdobeFlags1 = 0;
+    std::int32_t m_nAdobeTransform = 0;
+
+    // Destination.
+    void* m_pDst = nullptr;
+    std::int32_t m_nDstWidth = 0;
+    std::int32_t m_nDstHeight = 0;
+    std::int32_t m_nDstStep = 0;
+    std::int32_t m_nDstChannels = 0;
+    JpegColor m_eDstColor = JC_UNKNOWN;
+
+    // MCU geometry, in samples of full resolution.
+    std::int32_t m_nMcuCols = 0;
+    std::int32_t m_nMcuRows = 0;
+    std::int32_t m_nMcuWidth = 0;
+    std::int32_t m_nMcuHeight = 0;
+    std::int32_t m_nCcWidth = 0; // row of a component's m_pCcBuffer
+    std::int32_t m_nCcHeight = 0;
+    std::int32_t m_nPadX = 0; // coded columns and rows beyond the picture
+    std::int32_t m_nPadY = 0;
+
+    // Parser.
+    std::int32_t m_nRestartsToGo = 0; // MCUs until the next restart
+    std::int32_t m_nSrcPos = 0;
+    std::int32_t m_nSosLength = 0;
+    std::int32_t m_nCurrentComponent = 0; // index of the last component named by the scan header
+    std::int32_t m_nSs = 0;
+    std::int32_t m_nSe = 0;
+    std::int32_t m_nAl = 0;
+    std::int32_t m_nAh = 0;
+    bool m_bDcScanDone = false;
+    std::int32_t m_nAcScansDone = 0;
+    std::int32_t m_nMarker = 0; // the marker in hand, 0 for none
+
+private:
+    enum class Mode { Header, Data };
+    // What becomes of the samples, by the pair of stream colour and destination colour.
+    enum class Conversion { None, GrayToGray, YCbCrToPlanar };
+    struct EntropyPosition;
+
+    // JpegSegments.cpp: bytes, markers and the segments that fill tables and fields.
+    std::int32_t BytesLeft() const { return m_nSrcSize - m_nSrcPos; }
+    std::int32_t ReadByte();
+    std::int32_t ReadWord();
+    void SkipBytes(std::int32_t nBytes);
+    bool StartsWith(const char* szText, std::int32_t nLength) const;
+    JpegStatus NextMarker();
+    JpegStatus ReadSegmentLength(std::int32_t& nContent);
+    JpegStatus ReadRestartInterval();
+    JpegStatus ReadQuantTables();
+    JpegStatus ReadHuffmanTables();
+    JpegStatus ReadJfif();
+    JpegStatus ReadAdobe();
+    JpegStatus ReadComment();
+    JpegStatus SkipSegment();
+
+    // JpegFrame.cpp: frame and scan headers and what follows from them.
+    JpegStatus ReadFrameHeader(bool bProgressive);
+    JpegStatus ReadFrameComponents();
+    void ClassifySampling();
+    void ComputeGeometry();
+    JpegStatus ReadScanHeader();
+    JpegStatus ReadScanComponents(std::int32_t nCount);
+    void DecideColor();
+
+    // JpegDecoder.cpp: the parser's loop.
+    JpegStatus ParseStream(Mode eMode);
+    JpegStatus HandleMarker(Mode eMode, bool& bStop);
+    JpegStatus HandleScan(Mode eMode, bool& bStop);
+
+    // JpegScan.cpp: work memory and entropy-coded data.
+    JpegStatus PrepareScan();
+    JpegStatus CheckTables() const;
+    JpegStatus AllocateWorkMemory();
+    JpegStatus AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma);
+    JpegStatus DecodeSequentialScan();
+    JpegStatus DecodeMcuRow();
+    JpegStatus ProcessRestart();
+    EntropyPosition CurrentPosition() const;
+
+    // JpegOutput.cpp: from coefficients to the destination.
+    JpegStatus ChooseConversion(Conversion& eConversion) const;
+    JpegStatus ReconstructMcuRow();
+    JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const std::int16_t*& pBlock);
+    JpegStatus UpsampleMcuRow();
+    JpegStatus ConvertMcuRow(std::int32_t nMcuRow);
+    JpegStatus CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const;
+    JpegStatus WriteChroma(std::int32_t nComponent, std::uint8_t* pPlane, std::int64_t nStep,
+                           std::int32_t nMcuRow) const;
+
+    // A component at full resolution in the stream: its samples need no upsampling.
+    bool IsFullResolution(std::int32_t nComponent) const {
+        return m_eJpegSampling == JS_444 || nComponent == 0 || nComponent == 3;
+    }
+    // Row of a sequential chroma component's m_pSsBuffer: one spare sample at each end.
+    std::int32_t SsStep() const { return (m_nCcWidth >> 1) + 2; }
+
+    struct StateDeleter {
+        void operator()(ippiDecodeHuffmanState* pState) const noexcept {
+            ippiDecodeHuffmanStateFree_JPEG_8u(pState);
+        }
+    };
+
+    Conversion m_eConversion = Conversion::None;
+    std::int32_t m_nSequentialScans = 0;
+
+    // Work memory. Members go in reverse order: tables last in this list are deleted first.
+    std::unique_ptr<ippiDecodeHuffmanState, StateDeleter> m_pHuffmanState;
+    IppBuffer<std::int16_t> m_pBlockBuffer; // coefficients of one MCU row
+    std::int32_t m_nBlocksPerMcu = 0;
+
+    // Table sets.
+    std::unique_ptr<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];
+    std::unique_ptr<CJPEGDecoderHuffmanTable> m_apAcHuffman[4];
+    std::unique_ptr<CJPEGDecoderHuffmanTable> m_apDcHuffman[4];
+    std::unique_ptr<CJPEGDecoderQuantTable> m_apQuant[4];
+};

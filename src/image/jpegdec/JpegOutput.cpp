@@ -1,0 +1,142 @@
+// From the coefficients of one MCU row to the destination: inverse transform, upsampling, and the copy or
+// resampling into the caller's planes.
+
+#include "image/jpegdec/JpegDecoder.h"
+
+#include <algorithm>
+
+// The pairs of colours that have a conversion. A destination that could not be written is refused here,
+// before any work: one without memory or of another size than the stream's.
+JpegStatus CJPEGDecoder::ChooseConversion(Conversion& eConversion) const {
+    const auto isPair = [this](JpegColor eFrom, JpegColor eTo) {
+        return m_eJpegColor == eFrom && m_eDstColor == eTo;
+    };
+    eConversion = Conversion::None;
+    if (isPair(JC_GRAY, JC_GRAY) && m_nJpegComponents == 1)
+        eConversion = Conversion::GrayToGray;
+    else if (isPair(JC_YCBCR, JC_YCBCR420_PLANAR) && m_nJpegComponents == 3)
+        eConversion = Conversion::YCbCrToPlanar;
+    else if (isPair(JC_YCBCR, JC_YCBCR420_PLANAR))
+        return JPEG_NOT_SUPPORTED; // the Adobe marker says YCbCr of a frame that has no three components
+    else if (isPair(JC_UNKNOWN, JC_UNKNOWN) || isPair(JC_GRAY, JC_RGB) || isPair(JC_GRAY, JC_BGR) ||
+             isPair(JC_RGB, JC_RGB) || isPair(JC_RGB, JC_BGR) || isPair(JC_YCBCR, JC_RGB) ||
+             isPair(JC_YCBCR, JC_BGR) || isPair(JC_CMYK, JC_CMYK) || isPair(JC_YCCK, JC_CMYK))
+        return JPEG_NOT_SUPPORTED; // interleaved pixels are not made by this class
+    // Any other pair leaves the destination untouched and is no error.
+    if (eConversion != Conversion::None &&
+        (!m_pDst || m_nDstWidth != m_nJpegWidth || m_nDstHeight != m_nJpegHeight))
+        return JPEG_INTERNAL_ERROR;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::ReconstructMcuRow() {
+    const std::int16_t* pBlock = m_pBlockBuffer.get();
+    for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
+        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+            if (const JpegStatus eStatus = ReconstructBlocks(i, nMcuCol, pBlock); eStatus != JPEG_OK)
+                return eStatus;
+        }
+    }
+    return m_eJpegSampling == JS_444 ? JPEG_OK : UpsampleMcuRow();
+}
+
+// The blocks of one component in one MCU. Samples at half resolution begin one column, and with 4:2:0 one
+// row, further in: the spare ones stand around them.
+JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol,
+                                           const std::int16_t*& pBlock) {
+    const CJPEGColorComponent& component = *m_apComponents[nComponent];
+    const bool bFull = IsFullResolution(nComponent);
+    const std::int32_t nStep = bFull ? m_nCcWidth : SsStep();
+    std::uint8_t* pOut = bFull ? component.m_pCcBuffer.get() : component.m_pSsBuffer.get();
+    pOut += (component.m_nHFactor == 2 ? 1 : 0) + (component.m_nVFactor == 2 ? nStep : 0);
+    pOut += nMcuCol * 8 * component.m_nHSampling;
+    const std::uint16_t* const pSteps = m_apQuant[component.m_nQuantSelector]->m_aSteps;
+    for (std::int32_t y = 0; y < component.m_nVSampling; ++y) {
+        for (std::int32_t x = 0; x < component.m_nHSampling; ++x, pBlock += 64) {
+            if (ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(pBlock, pOut + y * 8 * nStep + x * 8, nStep, pSteps) < 0)
+                return JPEG_INTERNAL_ERROR;
+        }
+    }
+    return JPEG_OK;
+}
+
+// 4:2:2 chroma is brought to full width. 4:2:0 chroma has the destination's resolution already and stays as
+// it is; components at full resolution were reconstructed in place.
+JpegStatus CJPEGDecoder::UpsampleMcuRow() {
+    if (m_eJpegSampling != JS_422)
+        return JPEG_OK;
+    const std::int32_t nWidth = m_nCcWidth >> 1;
+    for (std::int32_t i = 1; i < std::min(m_nJpegComponents, 3); ++i) {
+        const CJPEGColorComponent& component = *m_apComponents[i];
+        std::uint8_t* pRow = component.m_pSsBuffer.get();
+        for (std::int32_t y = 0; y < m_nMcuHeight; ++y, pRow += SsStep()) {
+            pRow[0] = pRow[1];
+            pRow[nWidth + 1] = pRow[nWidth];
+        }
+        const IppStatus nStatus =
+            ippiSampleUpH2V1_JPEG_8u_C1R(component.m_pSsBuffer.get() + 1, SsStep(), {nWidth, m_nMcuHeight},
+                                         component.m_pCcBuffer.get(), m_nCcWidth, {m_nCcWidth, m_nMcuHeight});
+        if (nStatus < 0)
+            return JPEG_INTERNAL_ERROR;
+    }
+    return JPEG_OK;
+}
+
+// The last row holds fewer lines than an MCU where the picture's height is no multiple of it.
+JpegStatus CJPEGDecoder::ConvertMcuRow(std::int32_t nMcuRow) {
+    m_nCcHeight = m_nMcuHeight - (nMcuRow == m_nMcuRows - 1 ? m_nPadY : 0);
+    switch (m_eConversion) {
+    case Conversion::GrayToGray:
+        return CopyLuma(static_cast<std::uint8_t*>(m_pDst), m_nDstStep, nMcuRow);
+    case Conversion::YCbCrToPlanar: {
+        const PlanarDestination& planes = *static_cast<const PlanarDestination*>(m_pDst);
+        if (const JpegStatus eStatus = CopyLuma(planes.pY, planes.nYStep, nMcuRow); eStatus != JPEG_OK)
+            return eStatus;
+        if (const JpegStatus eStatus = WriteChroma(1, planes.pCb, planes.nCbStep, nMcuRow);
+            eStatus != JPEG_OK)
+            return eStatus;
+        return WriteChroma(2, planes.pCr, planes.nCrStep, nMcuRow);
+    }
+    case Conversion::None:
+        break;
+    }
+    return JPEG_OK;
+}
+
+namespace {
+
+// The kernels take strides of 32 bits. One beyond them is cut to 0, which they refuse.
+std::int32_t KernelStep(std::int64_t nStep) {
+    return nStep > 0 && nStep <= INT32_MAX ? static_cast<std::int32_t>(nStep) : 0;
+}
+
+} // namespace
+
+JpegStatus CJPEGDecoder::CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const {
+    if (!pPlane || KernelStep(nStep) == 0)
+        return JPEG_INTERNAL_ERROR;
+    const IppStatus nStatus = ippiCopy_8u_C1R(m_apComponents[0]->m_pCcBuffer.get(), m_nCcWidth,
+                                              pPlane + std::int64_t{nMcuRow} * m_nMcuHeight * nStep,
+                                              KernelStep(nStep), {m_nDstWidth, m_nCcHeight});
+    return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
+}
+
+// One chroma plane at half width and half height, both rounded down: an odd last column or row of the picture
+// has no chroma of its own, and a picture of one column or row has none at all.
+JpegStatus CJPEGDecoder::WriteChroma(std::int32_t nComponent, std::uint8_t* pPlane, std::int64_t nStep,
+                                     std::int32_t nMcuRow) const {
+    const IppiSize half{m_nDstWidth >> 1, m_nCcHeight >> 1};
+    if (half.width == 0 || half.height == 0)
+        return JPEG_OK;
+    if (!pPlane || KernelStep(nStep) == 0)
+        return JPEG_INTERNAL_ERROR;
+    const CJPEGColorComponent& component = *m_apComponents[nComponent];
+    std::uint8_t* const pOut = pPlane + std::int64_t{nMcuRow} * (m_nMcuHeight >> 1) * nStep;
+    const IppStatus nStatus =
+        m_eJpegSampling == JS_420
+            ? ippiCopy_8u_C1R(component.m_pSsBuffer.get() + SsStep() + 1, SsStep(), pOut, KernelStep(nStep),
+                              half)
+            : ippiSampleDownH2V2_JPEG_8u_C1R(component.m_pCcBuffer.get(), m_nCcWidth,
+                                             {m_nCcWidth, m_nMcuHeight}, pOut, KernelStep(nStep), half);
+    return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
+}

@@ -1,0 +1,174 @@
+// Work memory and the entropy-coded data of a sequential scan (T.81 E.2.3 to E.2.5).
+
+#include "image/jpegdec/JpegDecoder.h"
+#include "image/jpegdec/JpegMarkers.h"
+
+#include <algorithm>
+
+// Everything that the entropy decoder goes by. A row that leaves it as it was would leave it so for ever.
+struct CJPEGDecoder::EntropyPosition {
+    std::int32_t nSrcPos;
+    std::int32_t nMarker;
+    std::int32_t nRestartsToGo;
+    std::uint32_t nAccumulator;
+    std::int32_t nBits;
+    std::int16_t anLastDc[kJpegMaxComponents];
+
+    bool operator==(const EntropyPosition&) const = default;
+};
+
+CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
+    EntropyPosition position{
+        m_nSrcPos, m_nMarker, m_nRestartsToGo, m_pHuffmanState->nAccumulator, m_pHuffmanState->nBits, {}};
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        position.anLastDc[i] = m_apComponents[i]->m_nLastDc;
+    return position;
+}
+
+// Runs at every start of scan whose data is to be decoded.
+JpegStatus CJPEGDecoder::PrepareScan() {
+    if (m_eJpegSampling == JS_OTHER || m_bProgressive)
+        return JPEG_NOT_SUPPORTED;
+    if (++m_nSequentialScans > kJpegMaxSequentialScans)
+        return JPEG_NOT_SUPPORTED;
+    if (const JpegStatus eStatus = CheckTables(); eStatus != JPEG_OK)
+        return eStatus;
+    if (const JpegStatus eStatus = ChooseConversion(m_eConversion); eStatus != JPEG_OK)
+        return eStatus;
+    return AllocateWorkMemory();
+}
+
+// A table that a selector names may never have been sent, or be one that the kernels refused.
+JpegStatus CJPEGDecoder::CheckTables() const {
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        const CJPEGColorComponent& component = *m_apComponents[i];
+        if (!m_apQuant[component.m_nQuantSelector])
+            return JPEG_BAD_QUANT_SEGMENT;
+        const CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
+        const CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
+        if (!pDc || !pAc || !pDc->IsUsable() || !pAc->IsUsable())
+            return JPEG_BAD_HUFFMAN_SEGMENT;
+    }
+    return JPEG_OK;
+}
+
+// Allocates on first need; kept across scans. No size here depends on more than one row of MCUs, which the
+// limits of the frame header keep below 7 MB in all.
+JpegStatus CJPEGDecoder::AllocateWorkMemory() {
+    m_nBlocksPerMcu = 0;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        CJPEGColorComponent& component = *m_apComponents[i];
+        m_nBlocksPerMcu += component.m_nHSampling * component.m_nVSampling;
+        if (const JpegStatus eStatus = AllocateComponentBuffers(component, !IsFullResolution(i));
+            eStatus != JPEG_OK)
+            return eStatus;
+    }
+    if (!m_pBlockBuffer) {
+        const std::int64_t nCoefficients = std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols;
+        m_pBlockBuffer = IppAllocate<std::int16_t>(nCoefficients);
+        if (!m_pBlockBuffer)
+            return JPEG_INTERNAL_ERROR;
+        // A first row that fails shows these: mid-grey, not what the memory held before.
+        std::fill_n(m_pBlockBuffer.get(), nCoefficients, std::int16_t{0});
+    }
+    if (!m_pHuffmanState) {
+        ippiDecodeHuffmanState* pState = nullptr;
+        if (ippiDecodeHuffmanStateInitAlloc_JPEG_8u(&pState) != ippStsNoErr)
+            return JPEG_INTERNAL_ERROR;
+        m_pHuffmanState.reset(pState);
+    }
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma) {
+    const std::int64_t nCols = m_nMcuCols;
+    if (!component.m_pCcBuffer) {
+        component.m_pCcBuffer = IppAllocate<std::uint8_t>(nCols * m_nMcuWidth * m_nMcuHeight);
+        if (!component.m_pCcBuffer)
+            return JPEG_INTERNAL_ERROR;
+    }
+    if (!bChroma || component.m_pSsBuffer)
+        return JPEG_OK;
+    // Room for one spare sample on each side, and with 4:2:0 above and below: upsampling kernels read there.
+    const std::int64_t nRows = m_eJpegSampling == JS_420 ? (m_nMcuHeight >> 1) + 2 : m_nMcuHeight;
+    component.m_pSsBuffer = IppAllocate<std::uint8_t>(nCols * ((m_nMcuWidth >> 1) + 2) * nRows);
+    if (!component.m_pSsBuffer)
+        return JPEG_INTERNAL_ERROR;
+    if (m_eJpegSampling == JS_420) {
+        component.m_pTopRow = IppAllocate<std::uint8_t>(SsStep());
+        if (!component.m_pTopRow)
+            return JPEG_INTERNAL_ERROR;
+    }
+    return JPEG_OK;
+}
+
+// A failing row is not reported: it keeps what it got, the blocks behind the failing one those of the row
+// before, and the next row goes on from where the bit reader stopped.
+//
+// Once a failed row has not moved the decoder at all, every further row would fail in the same way and paint
+// the same samples. They are then only written out, so that a huge picture with no data costs no more than a
+// copy.
+JpegStatus CJPEGDecoder::DecodeSequentialScan() {
+    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
+        return JPEG_INTERNAL_ERROR;
+    m_nMarker = M_NONE;
+    // Predictors start at 0 in every scan (T.81 F.2.1.3.1); this counts where a second one repaints the
+    // picture.
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_apComponents[i]->m_nLastDc = 0;
+
+    bool bStuck = false;
+    for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
+        if (!bStuck) {
+            const EntropyPosition before = CurrentPosition();
+            const JpegStatus eDecoded = DecodeMcuRow();
+            const JpegStatus eReconstructed = ReconstructMcuRow();
+            bStuck = eDecoded != JPEG_OK && eReconstructed == JPEG_OK && CurrentPosition() == before;
+        }
+        static_cast<void>(ConvertMcuRow(nMcuRow));
+    }
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::DecodeMcuRow() {
+    std::int16_t* pBlock = m_pBlockBuffer.get();
+    for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
+        if (m_nRestartInterval != 0 && m_nRestartsToGo == 0) {
+            if (const JpegStatus eStatus = ProcessRestart(); eStatus != JPEG_OK)
+                return eStatus;
+        }
+        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+            CJPEGColorComponent& component = *m_apComponents[i];
+            const ippiDecodeHuffmanSpec* const pDc = m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get();
+            const ippiDecodeHuffmanSpec* const pAc = m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get();
+            for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0; --n, pBlock += 64) {
+                const IppStatus nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(
+                    m_pSrc, m_nSrcSize, &m_nSrcPos, pBlock, &component.m_nLastDc, &m_nMarker, pDc, pAc,
+                    m_pHuffmanState.get());
+                if (nStatus < 0)
+                    return JPEG_INTERNAL_ERROR;
+            }
+        }
+        --m_nRestartsToGo;
+    }
+    return JPEG_OK;
+}
+
+// T.81 E.2.4. The number in the marker is not looked at: whatever marker comes next is taken as the restart.
+// Before the first scan there is no bit reader to reset, and a restart marker there is an error.
+JpegStatus CJPEGDecoder::ProcessRestart() {
+    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
+        return JPEG_INTERNAL_ERROR;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_apComponents[i]->m_nLastDc = 0;
+    if (m_nMarker == M_FILL) {
+        --m_nSrcPos;
+        m_nMarker = M_NONE;
+    }
+    // A search that finds no marker leaves the source at its end, where the next block fails.
+    if (m_nMarker == M_NONE)
+        static_cast<void>(NextMarker());
+    m_nMarker = M_NONE;
+    m_nRestartsToGo = m_nRestartInterval;
+    return JPEG_OK;
+}

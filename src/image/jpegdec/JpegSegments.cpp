@@ -1,0 +1,199 @@
+// The byte readers, the search for markers, and the segments that only fill tables and fields (T.81 B.1,
+// B.2.4).
+//
+// A segment is read by its own length field. Bytes that the source does not have read as zero and leave the
+// position at its end, so a segment that is cut off ends in "no marker found" soon after.
+
+#include "image/jpegdec/JpegDecoder.h"
+#include "image/jpegdec/JpegMarkers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+
+std::int32_t CJPEGDecoder::ReadByte() {
+    return m_nSrcPos < m_nSrcSize ? m_pSrc[m_nSrcPos++] : 0;
+}
+
+// Big-endian. A last byte without its partner is the high half, with a low half of zero.
+std::int32_t CJPEGDecoder::ReadWord() {
+    const std::int32_t nHigh = ReadByte();
+    return nHigh << 8 | ReadByte();
+}
+
+void CJPEGDecoder::SkipBytes(std::int32_t nBytes) {
+    m_nSrcPos += std::clamp(nBytes, 0, BytesLeft());
+}
+
+bool CJPEGDecoder::StartsWith(const char* szText, std::int32_t nLength) const {
+    return BytesLeft() >= nLength &&
+           std::memcmp(m_pSrc + m_nSrcPos, szText, static_cast<std::size_t>(nLength)) == 0;
+}
+
+// 0xFF bytes in front of a marker are padding; a zero behind one is stuffing of entropy-coded data.
+JpegStatus CJPEGDecoder::NextMarker() {
+    m_nMarker = M_NONE;
+    while (m_nMarker == M_NONE) {
+        const void* const pFound =
+            BytesLeft() > 0 ? std::memchr(m_pSrc + m_nSrcPos, 0xFF, static_cast<std::size_t>(BytesLeft()))
+                            : nullptr;
+        if (!pFound) {
+            m_nSrcPos = m_nSrcSize;
+            return JPEG_BUFFER_EXHAUSTED;
+        }
+        m_nSrcPos = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(pFound) - m_pSrc);
+        while (m_nSrcPos < m_nSrcSize && m_pSrc[m_nSrcPos] == 0xFF)
+            ++m_nSrcPos;
+        if (m_nSrcPos >= m_nSrcSize)
+            return JPEG_BUFFER_EXHAUSTED;
+        m_nMarker = m_pSrc[m_nSrcPos++];
+    }
+    return JPEG_OK;
+}
+
+// The length field counts itself; nContent does not. A length below 2 matches no content.
+JpegStatus CJPEGDecoder::ReadSegmentLength(std::int32_t& nContent) {
+    if (BytesLeft() < 3)
+        return JPEG_BUFFER_EXHAUSTED;
+    nContent = ReadWord() - 2;
+    return nContent < 0 ? JPEG_BAD_SEGMENT_LENGTH : JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::SkipSegment() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    SkipBytes(nContent);
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+// T.81 B.2.4.4.
+JpegStatus CJPEGDecoder::ReadRestartInterval() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    if (nContent != 2)
+        return JPEG_BAD_SEGMENT_LENGTH;
+    m_nRestartInterval = ReadWord();
+    m_nRestartsToGo = m_nRestartInterval;
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+// T.81 B.2.4.1. Of an entry of 16 bits only the low eight are kept: 8-bit samples have no use for more.
+JpegStatus CJPEGDecoder::ReadQuantTables() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    while (nContent >= 1) {
+        const std::int32_t nPqTq = ReadByte();
+        const std::int32_t nId = nPqTq & 15;
+        if (nId > 3)
+            return JPEG_BAD_QUANT_SEGMENT;
+        auto pTable = std::make_unique<CJPEGDecoderQuantTable>();
+        pTable->m_nId = nId;
+        const bool bWide = nPqTq >> 4 != 0;
+        for (std::uint8_t& nEntry : pTable->m_aRaw)
+            nEntry = static_cast<std::uint8_t>(bWide ? ReadWord() : ReadByte());
+        if (pTable->Init() != ippStsNoErr)
+            return JPEG_INTERNAL_ERROR;
+        m_apQuant[nId] = std::move(pTable);
+        nContent -= 1 + (bWide ? 128 : 64);
+    }
+    if (nContent != 0)
+        return JPEG_BAD_SEGMENT_LENGTH;
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+// T.81 B.2.4.2. An identifier above 3 has no slot and is refused; a high nibble other than 0 means AC.
+JpegStatus CJPEGDecoder::ReadHuffmanTables() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    while (nContent >= 17) {
+        auto pTable = std::make_unique<CJPEGDecoderHuffmanTable>();
+        const std::int32_t nTcTh = ReadByte();
+        pTable->m_nId = nTcTh & 15;
+        pTable->m_nClass = nTcTh >> 4;
+        for (std::uint8_t& nCount : pTable->m_aBits)
+            nCount = static_cast<std::uint8_t>(ReadByte());
+        nContent -= 17;
+        const std::int32_t nValues =
+            std::accumulate(std::begin(pTable->m_aBits), std::end(pTable->m_aBits), 0);
+        if (pTable->m_nId > 3 || nValues > 256 || nValues > nContent)
+            return JPEG_BAD_HUFFMAN_SEGMENT;
+        for (std::int32_t i = 0; i < nValues; ++i)
+            pTable->m_aValues[i] = static_cast<std::uint8_t>(ReadByte());
+        nContent -= nValues;
+        pTable->Init();
+        auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
+        apTables[pTable->m_nId] = std::move(pTable);
+    }
+    if (nContent != 0)
+        return JPEG_BAD_SEGMENT_LENGTH;
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+// JFIF 1.02, and the extension that may stand in the same segment or in one of its own.
+JpegStatus CJPEGDecoder::ReadJfif() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    if (nContent >= 14 && StartsWith("JFIF", 5)) {
+        SkipBytes(5);
+        m_bJfifFound = true;
+        m_nJfifMajor = ReadByte();
+        m_nJfifMinor = ReadByte();
+        m_nJfifUnits = ReadByte();
+        m_nJfifXDensity = ReadWord();
+        m_nJfifYDensity = ReadWord();
+        m_nJfifThumbWidth = ReadByte();
+        m_nJfifThumbHeight = ReadByte();
+        nContent -= 14;
+    }
+    if (nContent >= 6 && StartsWith("JFXX", 5)) {
+        SkipBytes(5);
+        m_bJfxxFound = true;
+        m_nJfxxThumbType = ReadByte();
+        nContent -= 6;
+    }
+    SkipBytes(nContent);
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::ReadAdobe() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    if (nContent >= 12 && StartsWith("Adobe", 5)) {
+        SkipBytes(5);
+        m_bAdobeFound = true;
+        m_nAdobeVersion = ReadWord();
+        m_nAdobeFlags0 = ReadWord();
+        m_nAdobeFlags1 = ReadWord();
+        m_nAdobeTransform = ReadByte();
+        nContent -= 12;
+    }
+    SkipBytes(nContent);
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::ReadComment() {
+    std::int32_t nContent = 0;
+    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
+        return eStatus;
+    // What the source has of it: a comment that is cut off must not make the copy read on.
+    const std::int32_t nSize = std::min(nContent, BytesLeft());
+    m_pComment = std::make_unique<char[]>(static_cast<std::size_t>(nSize) + 1);
+    std::copy_n(m_pSrc + m_nSrcPos, nSize, m_pComment.get());
+    m_nCommentSize = nSize;
+    m_bCommentFound = true;
+    SkipBytes(nSize);
+    m_nMarker = M_NONE;
+    return JPEG_OK;
+}

@@ -1,0 +1,51 @@
+// The table objects of the decoder: what a table segment says, in the form that the kernels take.
+#pragma once
+
+#include "image/kernels/Kernels.h"
+
+#include <cstdint>
+#include <memory>
+
+class CJPEGDecoderQuantTable {
+public:
+    CJPEGDecoderQuantTable() = default;
+    CJPEGDecoderQuantTable(const CJPEGDecoderQuantTable&) = delete;
+    CJPEGDecoderQuantTable& operator=(const CJPEGDecoderQuantTable&) = delete;
+    virtual ~CJPEGDecoderQuantTable();
+
+    // Fills the steps from m_aRaw; a status of the kernels.
+    [[nodiscard]] IppStatus Init();
+
+    std::int32_t m_nId = 0;                      // low four bits of the Pq/Tq byte
+    std::int32_t m_nPrecision = 0;               // always 0: entries are kept in eight bits
+    alignas(32) std::uint8_t m_aRaw[64] = {};    // as read, zigzag order
+    alignas(32) std::uint16_t m_aSteps[64] = {}; // quantiser steps, natural order
+};
+
+class CJPEGDecoderHuffmanTable {
+public:
+    CJPEGDecoderHuffmanTable() = default;
+    CJPEGDecoderHuffmanTable(const CJPEGDecoderHuffmanTable&) = delete;
+    CJPEGDecoderHuffmanTable& operator=(const CJPEGDecoderHuffmanTable&) = delete;
+    virtual ~CJPEGDecoderHuffmanTable();
+
+    // Builds m_pSpec from the counts and values. A segment whose lengths over-fill the code space is no error
+    // by itself; the table is then unusable, and a scan that names it is refused.
+    void Init();
+    bool IsUsable() const { return m_bUsable; }
+
+    std::int32_t m_nId = 0;
+    std::int32_t m_nClass = 0;     // 0 DC, else AC
+    std::uint8_t m_aBits[16] = {}; // codes of length 1 to 16
+    std::uint8_t m_aValues[256] = {};
+
+    struct SpecDeleter {
+        void operator()(ippiDecodeHuffmanSpec* pSpec) const noexcept {
+            ippiDecodeHuffmanSpecFree_JPEG_8u(pSpec);
+        }
+    };
+    std::unique_ptr<ippiDecodeHuffmanSpec, SpecDeleter> m_pSpec;
+
+private:
+    bool m_bUsable = false;
+};

@@ -1,0 +1,61 @@
+// The vocabulary of the primary engine: colours, samplings, statuses, and the record of destination planes.
+#pragma once
+
+#include <cstdint>
+
+enum JpegColor : std::int32_t {
+    JC_UNKNOWN = 0, // not recognised; as destination, plain copy of the components
+    JC_GRAY = 1,
+    JC_RGB = 2,
+    JC_BGR = 3, // three components, blue first
+    JC_YCBCR = 4,
+    JC_CMYK = 5,
+    JC_YCCK = 6,
+    JC_YCBCR420_PLANAR = 7, // destination only: the buffer pointer leads to a PlanarDestination
+};
+
+// By the luma factors against those of chroma.
+enum JpegSampling : std::int32_t {
+    JS_444 = 0,   // all components 1x1
+    JS_422 = 1,   // component 0 (and 3) 2x1, the others 1x1
+    JS_420 = 2,   // component 0 (and 3) 2x2, the others 1x1
+    JS_OTHER = 3, // anything else; cannot be decoded
+};
+
+enum [[nodiscard]] JpegStatus : std::int32_t{
+    JPEG_OK = 0,
+    JPEG_NOT_SUPPORTED = -1,    // precision, frame type, sampling, scan layout, or a conversion not made here
+    JPEG_INTERNAL_ERROR = -2,   // a kernel failed, or there is no memory for a work buffer
+    JPEG_BUFFER_EXHAUSTED = -3, // the source ended before a marker, or inside a segment that must be whole
+    JPEG_BAD_HUFFMAN_SEGMENT =
+        -4,                       // more values than there is room for; a table that is missing or impossible
+    JPEG_BAD_QUANT_SEGMENT = -5,  // a table identifier above 3; a table that is missing
+    JPEG_BAD_SCAN_SEGMENT = -6,   // a scan without components, with more than 4, or with one of them twice
+    JPEG_BAD_SEGMENT_LENGTH = -7, // a length that does not match its content
+    JPEG_BAD_COMPONENT_ID = -8,   // a scan names a component that the frame does not have
+    JPEG_BAD_FRAME_SEGMENT = -10, // component count, sampling factor, size or identifiers out of range
+};
+
+// Where JC_YCBCR420_PLANAR goes: planes in the stream's own component order, strides in bytes.
+struct PlanarDestination {
+    std::uint8_t* pY;
+    std::uint8_t* pCb;
+    std::uint8_t* pCr;
+    std::int64_t nYStep;
+    std::int64_t nCbStep;
+    std::int64_t nCrStep;
+};
+
+inline constexpr std::int32_t kJpegMaxComponents = 4;
+
+// Limits of a picture, checked once, in the frame header: width and height come from hostile bytes and
+// everything below allocates by them. 65500 a side is what other codecs of this format take. 64 megapixels
+// are more than any phone's or camera's sensor sends, and keep even three bytes a pixel (192 MiB) inside
+// 32-bit sizes.
+inline constexpr std::int32_t kJpegMaxSide = 65500;
+inline constexpr std::int64_t kJpegMaxPixels = std::int64_t{1} << 26;
+
+// Passes over one sequential picture. A second one is legal, though nothing makes such streams; each repaints
+// the whole picture, however short its data, so that a small stream of nothing but scan headers could keep a
+// processor busy for hours.
+inline constexpr std::int32_t kJpegMaxSequentialScans = 8;

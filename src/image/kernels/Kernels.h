@@ -1,0 +1,12 @@
+// All kernel families at once: plain functions with a status result that do the arithmetic of one block, row
+// or plane on memory of the caller. Free of state and re-entrant. The headers below hold the contracts.
+#pragma once
+
+#include "image/kernels/Copy.h"
+#include "image/kernels/Entropy.h"
+#include "image/kernels/Level.h"
+#include "image/kernels/Memory.h"
+#include "image/kernels/Sampling.h"
+#include "image/kernels/Status.h"
+#include "image/kernels/Tables.h"
+#include "image/kernels/Transform.h"

@@ -1,0 +1,34 @@
+// Memory for the kernels: blocks of the process heap whose address is a multiple of 32, the width of the
+// widest vectors in use.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// Alignment of every block, in bytes.
+inline constexpr std::size_t ippAlignment = 32;
+
+// nBytes of uninitialised memory, or null: for a count below 1 and when the heap has no more. The caller
+// frees the block with ippFree. The heap's own pointer stands in the 8 bytes below the block.
+[[nodiscard]] void* ippMalloc(std::int64_t nBytes) noexcept;
+
+// Frees a block of ippMalloc; does nothing for null.
+void ippFree(void* pBlock) noexcept;
+
+// The first multiple of nAlignment, a power of two, at or behind p.
+[[nodiscard]] void* ippAlignPtr(void* p, std::size_t nAlignment) noexcept;
+
+struct IppFreeDeleter {
+    void operator()(void* pBlock) const noexcept { ippFree(pBlock); }
+};
+
+// Owner of an array of plain values in a block of ippMalloc.
+template <typename T>
+using IppBuffer = std::unique_ptr<T[], IppFreeDeleter>;
+
+// Room for nCount values, uninitialised, or an empty owner.
+template <typename T>
+[[nodiscard]] IppBuffer<T> IppAllocate(std::int64_t nCount) noexcept {
+    return IppBuffer<T>(static_cast<T*>(ippMalloc(nCount * static_cast<std::int64_t>(sizeof(T)))));
+}

@@ -1,0 +1,18 @@
+// Resampling of planes by two. The area of the output counts; that of the input is only checked to be one.
+// All strides in bytes.
+#pragma once
+
+#include "image/kernels/Status.h"
+
+// Doubles the width with a triangular filter, for each row s:
+//   out[2i] = (3 s[i] + s[i-1] + 1) >> 2,  out[2i+1] = (3 s[i] + s[i+1] + 2) >> 2.
+// The samples just before and just behind a row are read: the caller keeps room and values for them. With an
+// odd output width the last sample of the pair is not written.
+IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                       std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
+
+// Halves width and height, for two rows s0 and s1:
+//   out[i] = (s0[2i] + s0[2i+1] + s1[2i] + s1[2i+1] + 3) >> 2.
+// The input must be two samples wide and high at least.
+IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                         std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);

@@ -1,0 +1,13 @@
+// The block transforms (T.81 A.3.3) together with the work around them.
+#pragma once
+
+#include "image/kernels/Status.h"
+
+// One block from coefficients to samples: each coefficient is multiplied by its quantiser step, saturating to
+// 16 bits, then come the inverse DCT, the level shift of 128 and the clamp to 0..255. Coefficients and steps
+// in natural order; pSrc and pTable may lie anywhere, 32-byte alignment is fastest; nDstStep in bytes.
+//
+// The transform is separable, works with 12 fractional bits and keeps 3 of them between its two passes, where
+// values saturate to 16 bits. A peak error of 1 against the exact transform.
+IppStatus ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::uint8_t* pDst,
+                                              std::int32_t nDstStep, const std::uint16_t* pTable);

@@ -1,0 +1,50 @@
+// Resampling by two.
+
+namespace KERNEL_TARGET {
+namespace {
+
+IppStatus CheckSampling(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                        std::int32_t nSrcLeast, const std::uint8_t* pDst, std::int32_t nDstStep,
+                        IppiSize dstRoi) {
+    if (!pSrc || !pDst)
+        return ippStsNullPtrErr;
+    if (srcRoi.width < nSrcLeast || srcRoi.height < nSrcLeast || dstRoi.width < 1 || dstRoi.height < 1)
+        return ippStsSizeErr;
+    if (nSrcStep < 1 || nDstStep < 1)
+        return ippStsStepErr;
+    return ippStsNoErr;
+}
+
+} // namespace
+
+IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                       std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi) {
+    if (const IppStatus nStatus = CheckSampling(pSrc, nSrcStep, srcRoi, 1, pDst, nDstStep, dstRoi))
+        return nStatus;
+    const std::int32_t nPairs = dstRoi.width / 2;
+    for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += nSrcStep, pDst += nDstStep) {
+        for (std::int32_t i = 0; i < nPairs; ++i) {
+            pDst[2 * i] = static_cast<std::uint8_t>((3 * pSrc[i] + pSrc[i - 1] + 1) >> 2);
+            pDst[2 * i + 1] = static_cast<std::uint8_t>((3 * pSrc[i] + pSrc[i + 1] + 2) >> 2);
+        }
+        if (dstRoi.width % 2 != 0)
+            pDst[2 * nPairs] = static_cast<std::uint8_t>((3 * pSrc[nPairs] + pSrc[nPairs - 1] + 1) >> 2);
+    }
+    return ippStsNoErr;
+}
+
+IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                         std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi) {
+    if (const IppStatus nStatus = CheckSampling(pSrc, nSrcStep, srcRoi, 2, pDst, nDstStep, dstRoi))
+        return nStatus;
+    for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += 2 * std::ptrdiff_t{nSrcStep}, pDst += nDstStep) {
+        const std::uint8_t* const pNext = pSrc + nSrcStep;
+        for (std::int32_t i = 0; i < dstRoi.width; ++i) {
+            const int nSum = pSrc[2 * i] + pSrc[2 * i + 1] + pNext[2 * i] + pNext[2 * i + 1];
+            pDst[i] = static_cast<std::uint8_t>((nSum + 3) >> 2);
+        }
+    }
+    return ippStsNoErr;
+}
+
+} // namespace KERNEL_TARGET

@@ -1,0 +1,83 @@
+// The vector type of the portable target: eight lanes of 16 or 32 bits in plain arrays, with loops of fixed
+// length that a compiler unrolls. Another target gives the same operations over its registers; the bodies use
+// no others.
+
+namespace KERNEL_TARGET {
+namespace {
+
+inline std::int16_t Saturate16(std::int32_t n) {
+    return static_cast<std::int16_t>(n < -32768 ? -32768 : n > 32767 ? 32767 : n);
+}
+
+struct Vec16 {
+    std::int16_t a[8];
+};
+
+struct Vec32 {
+    std::int32_t a[8];
+};
+
+inline Vec16 Load(const std::int16_t* p) {
+    Vec16 v;
+    std::memcpy(v.a, p, sizeof v.a);
+    return v;
+}
+
+// The products, saturated to 16 bits. The factors of the second operand are unsigned.
+inline Vec16 MultiplySaturate(Vec16 x, const std::uint16_t* pFactors) {
+    Vec16 v;
+    for (int i = 0; i < 8; ++i)
+        v.a[i] = Saturate16(x.a[i] * static_cast<std::int32_t>(pFactors[i]));
+    return v;
+}
+
+// x*cx + y*cy in 32 bits, the constants being of 16.
+inline Vec32 MultiplyAdd(Vec16 x, std::int16_t cx, Vec16 y, std::int16_t cy) {
+    Vec32 v;
+    for (int i = 0; i < 8; ++i)
+        v.a[i] = x.a[i] * cx + y.a[i] * cy;
+    return v;
+}
+
+inline Vec32 operator+(Vec32 x, Vec32 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] += y.a[i];
+    return x;
+}
+
+inline Vec32 operator-(Vec32 x, Vec32 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] -= y.a[i];
+    return x;
+}
+
+inline Vec32 operator+(Vec32 x, std::int32_t n) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] += n;
+    return x;
+}
+
+// Arithmetic shift right, then saturation to 16 bits.
+template <int nShift>
+inline Vec16 ShiftPack(Vec32 x) {
+    Vec16 v;
+    for (int i = 0; i < 8; ++i)
+        v.a[i] = Saturate16(x.a[i] >> nShift);
+    return v;
+}
+
+inline void Transpose(Vec16 (&r)[8]) {
+    for (int i = 0; i < 8; ++i) {
+        for (int j = 0; j < i; ++j)
+            std::swap(r[i].a[j], r[j].a[i]);
+    }
+}
+
+// Clamps to 0..255 and stores eight bytes.
+inline void StoreClamped(std::uint8_t* p, Vec16 x) {
+    for (int i = 0; i < 8; ++i)
+        p[i] = static_cast<std::uint8_t>(x.a[i] < 0 ? 0 : x.a[i] > 255 ? 255 : x.a[i]);
+}
+
+} // namespace
+} // namespace KERNEL_TARGET
