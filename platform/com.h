@@ -126,17 +126,21 @@ HRESULT QueryTable(Self* self, const GUID& interfaceId, void** object) {
     if (object == nullptr)
         return E_POINTER;
     *object = nullptr;
-    const auto offer = [&]<class I>(std::type_identity<I>) {
+    const auto give = [&]<class I>(std::type_identity<I>) {
+        I* const found = static_cast<I*>(self); // one of several bases that can count references
+        found->AddRef();
+        *object = found;
+    };
+    const auto offer = [&]<class I>(std::type_identity<I> interface) {
         if (*object == nullptr && interfaceId == I::iid)
-            *object = static_cast<I*>(self);
+            give(interface);
     };
     if (interfaceId == IUnknown::iid)
-        *object = static_cast<First*>(self);
+        give(std::type_identity<First>{});
     offer(std::type_identity<First>{});
     (offer(std::type_identity<Others>{}), ...);
     if (*object == nullptr)
         return E_NOINTERFACE;
-    self->AddRef();
     return S_OK;
 }
 
