@@ -32,6 +32,14 @@ auto RetryInterrupted(Call call) noexcept {
     return result;
 }
 
+// A zero byte would end the path early and name another file. False with errno set.
+bool IsUsable(const std::string& path) noexcept {
+    if (!path.empty() && path.find('\0') == std::string::npos)
+        return true;
+    errno = ENOENT;
+    return false;
+}
+
 std::string FolderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos)
@@ -42,7 +50,7 @@ std::string FolderOf(const std::string& path) {
 // A file beside the target while it is written; removed again unless it was put in place.
 class NewFile {
 public:
-    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)) {}
+    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)), m_isOurs(m_file.IsOpen()) {}
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     ~NewFile() {
@@ -52,10 +60,7 @@ public:
 
     // False with errno set, and nothing was changed but this file.
     [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
-        if (!m_file.IsOpen())
-            return false;
-        m_isOurs = true;
-        if (::fchmod(m_file.Get(), mode & 0777) != 0 || !Write(content) ||
+        if (!m_file.IsOpen() || ::fchmod(m_file.Get(), mode & 0777) != 0 || !Write(content) ||
             RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
             ::rename(m_path.c_str(), path.c_str()) != 0)
             return false;
@@ -92,7 +97,7 @@ private:
 
     std::string m_path; // before m_file, whose maker fills it
     Descriptor m_file;
-    bool m_isOurs = false;
+    bool m_isOurs; // made here, and not in place yet
 };
 
 // True when the file system keeps the folder's new entry, as far as it can tell.
@@ -115,6 +120,8 @@ std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t li
         SetLastError(error);
         return std::nullopt;
     };
+    if (!IsUsable(path))
+        return fail(ErrorFromErrno(errno));
     // Without waiting for a writer, in case it is a pipe; that is refused below.
     const Descriptor file(
         RetryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
@@ -128,8 +135,8 @@ std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t li
         return fail(kErrorInsufficientBuffer);
 
     // The size is what the file had a moment ago: it may grow, and in some file systems it is always 0. One
-    // byte more than expected lets the end show in a read of its own.
-    std::string content(std::max(std::min(expected, limit - 1) + 1, std::size_t{1}), '\0');
+    // byte more than expected lets the end show without another step.
+    std::string content(expected + 1, '\0');
     std::size_t size = 0;
     for (;;) {
         if (size == content.size())
@@ -149,6 +156,8 @@ std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t li
 }
 
 HRESULT ReplaceFile(const std::string& path, std::string_view content, unsigned mode) {
+    if (!IsUsable(path))
+        return FailWithErrno();
     const std::string folder = FolderOf(path);
     {
         NewFile file(folder);
@@ -159,16 +168,19 @@ HRESULT ReplaceFile(const std::string& path, std::string_view content, unsigned 
 }
 
 HRESULT CreateFolder(const std::string& path) {
+    if (!IsUsable(path))
+        return FailWithErrno();
     for (std::size_t end = 0; end < path.size();) {
         end = path.find('/', end + 1);
         const std::string part = path.substr(0, end);
-        // Whoever made it meanwhile is welcome, but a file in its place is not.
-        if (::mkdir(part.c_str(), 0700) != 0 && !(errno == EEXIST && IsFolder(part)) && !IsFolder(part))
-            return FailWithErrno();
-    }
-    if (path.empty()) {
-        errno = ENOENT;
-        return FailWithErrno();
+        // What is there already is welcome, whoever made it and whatever mkdir has against it.
+        if (::mkdir(part.c_str(), 0700) != 0) {
+            const int reason = errno;
+            if (!IsFolder(part)) {
+                errno = reason;
+                return FailWithErrno();
+            }
+        }
     }
     return S_OK;
 }

@@ -36,14 +36,17 @@ private:
 
 namespace {
 
-std::string FoldCase(std::string_view name) {
-    std::string folded(name);
-    for (char& c : folded) {
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
+// The order of names without regard to the case of A to Z.
+struct FoldedLess {
+    using is_transparent = void;
+
+    bool operator()(std::string_view a, std::string_view b) const noexcept {
+        return std::ranges::lexicographical_compare(a, b, {}, Fold, Fold);
     }
-    return folded;
-}
+
+private:
+    static char Fold(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+};
 
 // Everything that was ever loaded or registered. Never destroyed, since threads may look up exports while the
 // process ends.
@@ -57,17 +60,18 @@ public:
     void Register(std::string_view name, Library::Exports exports) {
         const std::scoped_lock guard(m_mutex);
         m_libraries.push_back(std::make_unique<Library>(std::move(exports)));
-        m_registered.insert_or_assign(FoldCase(name), m_libraries.back().get());
+        m_registered.insert_or_assign(std::string(name), m_libraries.back().get());
     }
 
-    void Unregister(std::string_view name) {
+    void Unregister(std::string_view name) noexcept {
         const std::scoped_lock guard(m_mutex);
-        m_registered.erase(FoldCase(name));
+        if (const auto found = m_registered.find(name); found != m_registered.end())
+            m_registered.erase(found);
     }
 
-    Library* FindRegistered(std::string_view name) {
+    Library* FindRegistered(std::string_view name) noexcept {
         const std::scoped_lock guard(m_mutex);
-        const auto found = m_registered.find(FoldCase(name));
+        const auto found = m_registered.find(name);
         return found == m_registered.end() ? nullptr : found->second;
     }
 
@@ -83,8 +87,8 @@ public:
 
 private:
     std::mutex m_mutex;
-    std::vector<std::unique_ptr<Library>> m_libraries; // under m_mutex
-    std::map<std::string, Library*> m_registered;      // under m_mutex; names in lower case
+    std::vector<std::unique_ptr<Library>> m_libraries;        // under m_mutex
+    std::map<std::string, Library*, FoldedLess> m_registered; // under m_mutex
 };
 
 bool IsPath(std::string_view name) noexcept {

@@ -32,6 +32,46 @@ void AppendUtf8(std::string& bytes, char32_t value) {
     }
 }
 
+void AppendUtf16(std::u16string& text, char32_t value) {
+    if (value < 0x10000) {
+        text.push_back(static_cast<char16_t>(value));
+    } else {
+        text.push_back(static_cast<char16_t>(0xD800 | (value - 0x10000) >> 10));
+        text.push_back(static_cast<char16_t>(0xDC00 | (value & 0x3FF)));
+    }
+}
+
+template <class Unit>
+bool IsAscii(Unit unit) noexcept {
+    return (unit & ~0x7F) == 0;
+}
+
+// Most texts are ASCII from end to end. Copies the run at the head and gives its length.
+template <class To, class From>
+std::size_t AppendAscii(std::basic_string<To>& to, std::basic_string_view<From> from) {
+    std::size_t length = 0;
+    while (length < from.size() && IsAscii(from[length]))
+        ++length;
+    to.append(from.begin(), from.begin() + static_cast<std::ptrdiff_t>(length));
+    return length;
+}
+
+// What is not well-formed becomes `substitute`; where that is kNoCharacter it ends the conversion with false.
+bool AppendWide(std::u16string& text, std::string_view bytes, char32_t substitute) {
+    text.reserve(bytes.size());
+    for (;;) {
+        bytes.remove_prefix(AppendAscii(text, bytes));
+        if (bytes.empty())
+            return true;
+        const DecodedCharacter head = DecodeUtf8(bytes);
+        const char32_t value = head.value == kNoCharacter ? substitute : head.value;
+        if (value == kNoCharacter)
+            return false;
+        AppendUtf16(text, value);
+        bytes.remove_prefix(head.length);
+    }
+}
+
 } // namespace
 
 DecodedCharacter DecodeUtf8(std::string_view bytes) noexcept {
@@ -63,47 +103,29 @@ DecodedCharacter DecodeUtf16(std::u16string_view text) noexcept {
     return {0x10000 + ((first & 0x3FFU) << 10 | (text[1] & 0x3FFU)), 2};
 }
 
-void AppendUtf16(std::u16string& text, char32_t value) {
-    if (value < 0x10000) {
-        text.push_back(static_cast<char16_t>(value));
-    } else {
-        text.push_back(static_cast<char16_t>(0xD800 | (value - 0x10000) >> 10));
-        text.push_back(static_cast<char16_t>(0xDC00 | (value & 0x3FF)));
-    }
-}
-
 std::u16string Utf8ToWide(std::string_view bytes) {
     std::u16string text;
-    text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const DecodedCharacter head = DecodeUtf8(bytes);
-        AppendUtf16(text, head.value == kNoCharacter ? kReplacement : head.value);
-        bytes.remove_prefix(head.length);
-    }
+    (void)AppendWide(text, bytes, kReplacement);
     return text;
 }
 
 std::string WideToUtf8(std::u16string_view text) {
     std::string bytes;
     bytes.reserve(text.size());
-    while (!text.empty()) {
+    for (;;) {
+        text.remove_prefix(AppendAscii(bytes, text));
+        if (text.empty())
+            return bytes;
         const DecodedCharacter head = DecodeUtf16(text);
         AppendUtf8(bytes, head.value == kNoCharacter ? U'?' : head.value);
         text.remove_prefix(head.length);
     }
-    return bytes;
 }
 
 std::optional<std::u16string> Utf8ToWideStrict(std::string_view bytes) {
     std::u16string text;
-    text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const DecodedCharacter head = DecodeUtf8(bytes);
-        if (head.value == kNoCharacter)
-            return std::nullopt;
-        AppendUtf16(text, head.value);
-        bytes.remove_prefix(head.length);
-    }
+    if (!AppendWide(text, bytes, kNoCharacter))
+        return std::nullopt;
     return text;
 }
 

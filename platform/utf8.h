@@ -23,8 +23,6 @@ DecodedCharacter DecodeUtf8(std::string_view bytes) noexcept;
 // A surrogate without its partner is one unit that is not well-formed.
 DecodedCharacter DecodeUtf16(std::u16string_view text) noexcept;
 
-void AppendUtf16(std::u16string& text, char32_t value);
-
 std::u16string Utf8ToWide(std::string_view bytes);
 std::string WideToUtf8(std::u16string_view text);
 
