@@ -1,0 +1,72 @@
+// morrowstream-phone: a phone on the command line.
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include <sys/signalfd.h>
+
+#include "host/phone/options.h"
+#include "host/phone/uploadcommand.h"
+
+namespace {
+
+using namespace host::phone;
+
+constexpr std::string_view kHelp = R"(morrowstream-phone: a phone on the command line.
+
+  morrowstream-phone upload   sends pictures to a camera of a server
+
+"morrowstream-phone upload --help" lists the arguments.
+)";
+
+// A descriptor that is readable once the process was asked to end. The signals are taken off their usual way
+// before any thread starts, so none interrupts a thread in the middle of a frame.
+int OpenStop() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    if (sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) {
+        return -1;
+    }
+    return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+int Run(std::span<const std::string_view> arguments) {
+    if (arguments.empty()) {
+        throw UsageError("no command");
+    }
+    if (arguments[0] == "--help") {
+        std::cout << kHelp;
+        return kExitDone;
+    }
+    if (arguments[0] != "upload") {
+        throw UsageError("unknown command \"" + std::string(arguments[0]) + "\"");
+    }
+    const int stop = OpenStop();
+    if (stop < 0) {
+        throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
+    }
+    return RunUpload(arguments.subspan(1), stop);
+}
+
+} // namespace
+
+int main(int count, char** values) {
+    try {
+        const std::vector<std::string_view> arguments(values + (count > 0 ? 1 : 0), values + count);
+        return Run(arguments);
+    } catch (const UsageError& error) {
+        std::cerr << "morrowstream-phone: " << error.what() << "; see morrowstream-phone --help" << std::endl;
+        return kExitMisuse;
+    } catch (const std::exception& error) {
+        std::cerr << "morrowstream-phone: " << error.what() << std::endl;
+        return kExitFailed;
+    }
+}

@@ -1,0 +1,38 @@
+// Reading the command line of `morrowstream-phone upload`.
+#pragma once
+
+#include <filesystem>
+#include <span>
+#include <stdexcept>
+#include <string_view>
+
+#include "host/phone/upload.h"
+
+namespace host::phone {
+
+// A command line that makes no sense, as one line for the person at the terminal.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+inline constexpr unsigned kMostPhones = 10000;
+
+struct UploadCommand {
+    UploadOptions upload; // with `phones`, `upload.login` is the prefix of the logins
+    std::filesystem::path pictures;
+    std::size_t split = kUsualSplit;
+    unsigned phones = 0; // 0: one phone, whose login is taken as it is
+    bool help = false;
+};
+
+// "HOST:PORT" or "[IPv6]:PORT". Throws UsageError.
+ServerAddress ParseServer(std::string_view text);
+
+// `arguments` stand behind the sub-command. Throws UsageError.
+UploadCommand ParseUpload(std::span<const std::string_view> arguments);
+
+// The login of phone `number` (from 1) of many: the prefix and the number with at least four digits.
+std::string NumberedLogin(std::string_view prefix, unsigned number);
+
+} // namespace host::phone

@@ -1,0 +1,223 @@
+#include "host/phone/upload.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+#include "host/phone/opening.h"
+
+namespace host::phone {
+namespace {
+
+constexpr char kAccepted = 0;
+constexpr char kDenied = 1;
+constexpr char kNoCredit = 2; // known to phones; no present server sends it
+constexpr char kFrameDescriptor = 4;
+
+// A server may slow the answer to wrong passwords down.
+constexpr std::chrono::seconds kAnswerLimit{30};
+// A server that grants nothing for so long is given up.
+constexpr std::chrono::seconds kGrantLimit{60};
+// For a server to read what is under way and to close.
+constexpr std::chrono::seconds kFarewellLimit{5};
+constexpr std::chrono::seconds kFarewellLimitStopped{1};
+
+std::string LittleEndian16(std::size_t value) {
+    return {static_cast<char>(value & 255U), static_cast<char>((value >> 8U) & 255U)};
+}
+
+// Ends the conversation from inside; carried out of it by the exception, since there is nothing left to do
+// there.
+struct Ended {
+    UploadEnd end;
+    std::string reason;
+};
+
+class Conversation {
+public:
+    Conversation(const UploadOptions& options, const PictureSequence& pictures, int stop,
+                 UploadReport& report)
+        : m_options(options), m_pictures(pictures), m_report(report),
+          m_connection(Connection::Open(options.server, stop)) {}
+
+    UploadEnd Run() {
+        const auto& options = m_options;
+        m_connection.Send(OpeningHead("POST", options.server, options.login, options.login, options.password),
+                          UploadRecord(options, m_pictures.Size()));
+        ReadAnswer();
+        const std::string_view header = m_pictures.Header();
+        m_connection.Send(LittleEndian16(header.size()), header);
+        return SayFarewell(SendFrames());
+    }
+
+private:
+    // The next bytes of the server, by `limit`.
+    std::string Await(std::size_t size, Clock::time_point limit, const char* what) {
+        switch (m_connection.WaitToReceive(limit)) {
+        case WaitResult::Stopped:
+            throw Ended{UploadEnd::Stopped, {}};
+        case WaitResult::Due:
+            throw Ended{UploadEnd::Failed, std::string("the server sends no ") + what};
+        case WaitResult::Ready:
+            break;
+        }
+        return m_connection.Receive(size);
+    }
+
+    void ReadAnswer() {
+        const auto limit = Clock::now() + kAnswerLimit;
+        const std::string answer = Await(1, limit, "answer");
+        if (answer.empty()) {
+            throw Ended{UploadEnd::Denied,
+                        "denied: the server closed the connection without an answer; it may have "
+                        "no camera \"" +
+                            m_options.login + "\""};
+        }
+        switch (answer[0]) {
+        case kAccepted:
+            return;
+        case kDenied:
+            throw Ended{UploadEnd::Denied, "denied: wrong password"};
+        case kNoCredit:
+            throw Ended{UploadEnd::Denied, "denied: no credit left on this account"};
+        case 'H':
+            throw Ended{UploadEnd::Denied, HttpRefusal(answer, limit)};
+        default:
+            throw Ended{UploadEnd::Failed, "the server's answer is none of this protocol: byte " +
+                                               std::to_string(static_cast<unsigned char>(answer[0]))};
+        }
+    }
+
+    // The web server itself has answered, and not the camera: what its status line says.
+    std::string HttpRefusal(std::string line, Clock::time_point limit) {
+        constexpr std::size_t kLongestLine = 200;
+        while (line.size() < kLongestLine && line.find('\r') == std::string::npos) {
+            const std::string more = Await(kLongestLine - line.size(), limit, "answer");
+            if (more.empty()) {
+                break;
+            }
+            line += more;
+        }
+        line.resize(std::min(line.find_first_of("\r\n"), line.size()));
+        // It goes to a terminal.
+        std::ranges::replace_if(
+            line, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
+        const bool unauthorised = line.starts_with("HTTP/1.1 401") || line.starts_with("HTTP/1.0 401");
+        return (unauthorised ? "denied: wrong login or password (" : "denied: the web server answered (") +
+               line + ")";
+    }
+
+    void TakeGrants(std::string_view grants) {
+        for (const char grant : grants) {
+            m_credit += static_cast<unsigned char>(grant);
+            ++m_report.grants;
+        }
+    }
+
+    UploadEnd SendFrames() {
+        const auto interval = std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(1 / m_options.framesPerSecond));
+        auto lastGrant = Clock::now();
+        std::optional<Clock::time_point> due; // the next frame's; set by the first grant
+        while (!m_options.frames || m_report.frames < *m_options.frames) {
+            const bool mayWait = m_credit == 0 || (due && Clock::now() < *due);
+            const auto until = m_credit == 0 ? lastGrant + kGrantLimit : *due;
+            const auto wait = m_connection.WaitToReceive(mayWait ? until : Clock::time_point{});
+            if (wait == WaitResult::Stopped) {
+                return UploadEnd::Stopped;
+            }
+            if (wait == WaitResult::Ready) {
+                const std::string grants = m_connection.Receive(64);
+                if (grants.empty()) {
+                    throw Ended{UploadEnd::Failed, "the server closed the connection"};
+                }
+                TakeGrants(grants);
+                lastGrant = Clock::now();
+                if (!due) {
+                    due = lastGrant + m_options.startDelay;
+                }
+                continue;
+            }
+            if (m_credit == 0) {
+                throw Ended{UploadEnd::Failed, "the server asks for no more frames"};
+            }
+            SendFrame();
+            // A frame that had to wait for its grant is not made up for by a burst: the phone's rate is its
+            // limit.
+            due = std::max(*due + interval, Clock::now() - interval);
+        }
+        return UploadEnd::AllSent;
+    }
+
+    void SendFrame() {
+        const std::string_view body = m_pictures.Body(static_cast<std::size_t>(m_report.frames));
+        m_connection.Send(kFrameDescriptor + LittleEndian16(body.size()), body);
+        --m_credit;
+        ++m_report.frames;
+    }
+
+    // Closing a socket that has received more than was read resets the connection, and the server would lose
+    // the frames that it has not read yet. So the phone says that it has ended and waits for the server to
+    // close.
+    UploadEnd SayFarewell(UploadEnd end) {
+        m_connection.EndSending();
+        const auto limit =
+            Clock::now() + (end == UploadEnd::Stopped ? kFarewellLimitStopped : kFarewellLimit);
+        try {
+            for (;;) {
+                const std::string grants = Await(64, limit, "sign that it has read the last frames");
+                if (grants.empty()) {
+                    return end;
+                }
+                TakeGrants(grants);
+            }
+        } catch (const ConnectionError&) {
+            if (end != UploadEnd::Stopped) {
+                throw Ended{UploadEnd::Failed,
+                            "the server closed the connection before it had read the last frames"};
+            }
+        } catch (const Ended&) {
+            if (end != UploadEnd::Stopped) {
+                throw;
+            }
+        }
+        return end;
+    }
+
+    const UploadOptions& m_options;
+    const PictureSequence& m_pictures;
+    UploadReport& m_report;
+    Connection m_connection;
+    std::uint64_t m_credit = 0; // frames granted and not sent
+};
+
+} // namespace
+
+std::string UploadRecord(const UploadOptions& options, PictureSize size) {
+    const double rate = std::clamp(std::round(options.framesPerSecond), 1.0, 255.0);
+    std::string record{3, static_cast<char>(static_cast<unsigned char>(rate)), 5};
+    record += options.login + "_" + std::to_string(size.width) + "x" + std::to_string(size.height) + "_JPEG";
+    // A long login is cut: the text is for people who look at the wire, and its field ends with a zero.
+    record.resize(std::min(record.size(), kRecordPrefixSize - 1));
+    record.resize(kRecordPrefixSize);
+    record += options.password.substr(0, kLongestPassword);
+    record.resize(kRecordSize);
+    return record;
+}
+
+UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop) {
+    UploadReport report;
+    try {
+        report.end = Conversation(options, pictures, stop, report).Run();
+    } catch (const Ended& ended) {
+        report.end = ended.end;
+        report.reason = ended.reason;
+    } catch (const ConnectionError& error) {
+        report.end = UploadEnd::Failed;
+        report.reason = error.what();
+    }
+    return report;
+}
+
+} // namespace host::phone

@@ -1,0 +1,19 @@
+// `morrowstream-phone upload`.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+namespace host::phone {
+
+// What programs of this house end with.
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitMisuse = 2;
+
+// Reads the arguments behind the sub-command, runs the phone or the phones until the frames are sent, a
+// connection ends, or `stop` is readable, and prints what was sent. The process's exit status. Throws
+// UsageError.
+int RunUpload(std::span<const std::string_view> arguments, int stop);
+
+} // namespace host::phone
