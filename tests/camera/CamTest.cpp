@@ -1,0 +1,194 @@
+#include "camera/Cam.h"
+
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/clock.h"
+#include "platform/threads.h"
+#include "support/Jpeg.h"
+#include "support/RecordingCamSink.h"
+#include "support/RecordingLog.h"
+#include "support/TcpPair.h"
+#include "support/Wait.h"
+#include "support/Wire.h"
+
+namespace {
+
+using support::Eventually;
+using support::Frame;
+using support::MakeJpeg;
+using support::RecordingCamSinkObject;
+using support::RecordingLog;
+using support::TcpPair;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Cam : public testing::Test {
+protected:
+    Cam() : m_log(RecordingLog::Fresh()), m_cam(CCam::Create()), m_sink(RecordingCamSinkObject::Create()) {
+        m_cam->m_bstrName = platform::Bstr(u"yard");
+        m_cam->m_bstrPassword = platform::Bstr(u"demo");
+    }
+    ~Cam() override {
+        m_cam = nullptr;
+        m_phone.far.Close();
+        EXPECT_TRUE(platform::WaitForWorkItems(20000));
+    }
+
+    // A phone whose pictures are whole files in each body.
+    void ConnectPhone() {
+        m_phone.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
+        ASSERT_EQ(S_OK, m_cam->Init(m_phone.Adopt(), "demo"));
+        ASSERT_EQ(std::string("\0\n", 2), m_phone.far.Receive(2));
+    }
+    // Sends frames and waits until the loop has done with them: it grants ten more behind the sixth and the
+    // sixteenth.
+    void SendToGrant(const std::string& body, int count) {
+        for (int i = 0; i < count; ++i)
+            m_phone.far.Send(Frame(body));
+        ASSERT_EQ(support::kGrant, m_phone.far.Receive(1));
+    }
+    long IsConnected() {
+        SVariant value;
+        EXPECT_EQ(S_OK, m_cam->GetSetting(kCamSettingConnected, &value));
+        EXPECT_EQ(VT_BOOL, value.vt);
+        return value.boolVal;
+    }
+    std::uint32_t SinkReferences() {
+        m_sink->AddRef();
+        return m_sink->Release();
+    }
+
+    RecordingLog& m_log;
+    platform::ComPtr<CCam> m_cam;
+    platform::ComPtr<RecordingCamSinkObject> m_sink;
+    TcpPair m_phone;
+};
+
+TEST_F(Cam, HasOneSinkAtATime) {
+    const auto other = RecordingCamSinkObject::Create();
+    EXPECT_EQ(S_FALSE, m_cam->Disconnect(m_sink.Get()));
+    EXPECT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    EXPECT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    EXPECT_EQ(2U, SinkReferences());
+    EXPECT_EQ(E_UNEXPECTED, m_cam->Connect(other.Get()));
+    EXPECT_EQ(E_UNEXPECTED, m_cam->Disconnect(other.Get()));
+    EXPECT_EQ(2U, SinkReferences());
+    EXPECT_EQ(S_OK, m_cam->Disconnect(m_sink.Get()));
+    EXPECT_EQ(1U, SinkReferences());
+    EXPECT_EQ(S_OK, m_cam->Connect(other.Get()));
+    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: !m_spCamSink\n", "TRASSDO: m_spCamSink==pCamSink\n"));
+}
+
+TEST_F(Cam, AnswersForItsInterfacesAndItsName) {
+    const platform::ComPtr<ICam> cam(m_cam);
+    EXPECT_TRUE(cam.Query<IUnknown>() && cam.Query<IInfo>() && cam.Query<ICamSettings>() &&
+                cam.Query<IConfiguration>());
+    BSTR name = nullptr;
+    EXPECT_EQ(S_OK, m_cam->GetName(&name));
+    EXPECT_EQ(platform::Bstr(u"yard"), platform::Bstr::Adopt(name));
+    m_cam->m_bstrName = nullptr;
+    EXPECT_EQ(S_OK, m_cam->GetName(&name));
+    EXPECT_EQ(nullptr, name);
+    EXPECT_EQ(E_POINTER, m_cam->GetName(nullptr));
+    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: szName\n"));
+    SVariant value;
+    value.vt = 99;
+    EXPECT_EQ(E_NOTIMPL, m_cam->GetSetting(2, &value));
+    EXPECT_EQ(99, value.vt);
+    EXPECT_EQ(E_NOTIMPL, cam.Query<IConfiguration>()->GetContent(nullptr, nullptr, nullptr));
+}
+
+TEST_F(Cam, TellsWhetherAPhoneIsConnected) {
+    EXPECT_EQ(0, IsConnected());
+    ConnectPhone();
+    EXPECT_EQ(1, IsConnected());
+    m_phone.far.Close();
+    EXPECT_TRUE(Eventually([&] { return IsConnected() == 0; }));
+}
+
+TEST_F(Cam, DeliversDecodedFramesToItsSink) {
+    const std::string picture = MakeJpeg(320, 240);
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    ConnectPhone();
+    m_phone.far.Send(Frame(MakeJpeg(160, 120, false)));
+    m_phone.far.Send(Frame(picture.substr(0, 100)));
+    m_phone.far.Send(Frame(""));
+    SendToGrant(picture, 3);
+    EXPECT_THAT(m_sink->Calls(), ElementsAre(40 + 19200, 0, 0, 40 + 115200, 40 + 115200, 40 + 115200));
+}
+
+TEST_F(Cam, JoinsTheHeaderAndTheBody) {
+    const std::string picture = MakeJpeg(32, 32);
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    m_phone.far.Send(support::AuthRecord("demo") + support::StreamHeader(picture.substr(0, 607)) +
+                     Frame(picture.substr(607)));
+    ASSERT_EQ(S_OK, m_cam->Init(m_phone.Adopt(), "demo"));
+    EXPECT_TRUE(Eventually([&] { return m_sink->Count() == 1; }));
+    EXPECT_THAT(m_sink->Calls(), ElementsAre(40 + 32 * 32 * 3 / 2));
+}
+
+TEST_F(Cam, DropsFramesWithoutASinkAndReportsTheRateWithOne) {
+    const std::string picture = MakeJpeg(16, 16);
+    ConnectPhone();
+    platform::AdvanceClockForTesting(100);
+    SendToGrant(picture, 6);
+    EXPECT_THAT(m_log.Texts({"FPS"}), IsEmpty());
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    // The first frame ends a period that is long over; the clock may tick once meanwhile.
+    SendToGrant(picture, 10);
+    EXPECT_THAT(m_log.Texts({"FPS"}), ElementsAre(testing::AnyOf("FPS: cam yard fps: 0.010000\n",
+                                                                 "FPS: cam yard fps: 0.009901\n")));
+    // Nine frames are counted so far. Four seconds are no period yet, eight are one.
+    m_log.Clear();
+    platform::AdvanceClockForTesting(3);
+    SendToGrant(picture, 10);
+    EXPECT_THAT(m_log.Texts({"FPS"}), IsEmpty());
+    platform::AdvanceClockForTesting(5);
+    SendToGrant(picture, 10);
+    EXPECT_THAT(m_log.Texts({"FPS"}), ElementsAre(testing::AnyOf("FPS: cam yard fps: 2.500000\n",
+                                                                 "FPS: cam yard fps: 2.222222\n")));
+    EXPECT_EQ(30U, m_sink->Count());
+}
+
+TEST_F(Cam, ASinkThatFailsStaysConnected) {
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    m_sink->m_result = E_FAIL;
+    ConnectPhone();
+    SendToGrant(MakeJpeg(16, 16), 6);
+    EXPECT_EQ(6U, m_sink->Count());
+    const auto texts = m_log.Texts({"TRASSDO"});
+    EXPECT_EQ(6U, texts.size());
+    EXPECT_THAT(texts, testing::Each("TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n"));
+}
+
+TEST_F(Cam, ASinkMayDisconnectItselfAndNoFrameFollowsADisconnect) {
+    m_sink->m_onFrame = [&](IVideoFrame*) { EXPECT_EQ(S_OK, m_cam->Disconnect(m_sink.Get())); };
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    ConnectPhone();
+    SendToGrant(MakeJpeg(16, 16), 6);
+    EXPECT_EQ(1U, m_sink->Count());
+    EXPECT_EQ(1U, SinkReferences());
+}
+
+TEST_F(Cam, AFrameOutlivesItsCamera) {
+    platform::ComPtr<IVideoFrame> kept;
+    m_sink->m_onFrame = [&](IVideoFrame* frame) { kept = platform::ComPtr<IVideoFrame>(frame); };
+    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
+    ConnectPhone();
+    SendToGrant(MakeJpeg(16, 16), 6);
+    m_cam->CloseConnection();
+    m_cam = nullptr;
+    ASSERT_TRUE(platform::WaitForWorkItems(20000));
+    EXPECT_EQ(1U, SinkReferences());
+    std::uint8_t* bytes = nullptr;
+    std::uint32_t size = 0;
+    EXPECT_EQ(S_OK, kept->GetFrameContent(&bytes, &size));
+    EXPECT_EQ(40U + 384, size);
+    CoTaskMemFree(bytes);
+}
+
+} // namespace
