@@ -1,0 +1,82 @@
+// The host's side of the web contract, as a class that the component can create.
+#pragma once
+
+#include <string>
+
+#include "interfaces/IWebHandler.h"
+#include "platform/com.h"
+#include "platform/text.h"
+
+namespace support {
+
+// What the next created host object answers, and what it was told.
+struct WebHostScript {
+    HRESULT registerResult = S_OK;
+    HRESULT authResult = S_OK;
+    std::u16string login = u"yard";
+    std::u16string word; // that the handler was registered for
+    std::u16string head; // of the last GetRequestAuth
+    platform::ComPtr<IWebHandler> handler;
+};
+
+class FakeWebHost : public IWebHandlerHost {
+public:
+    HRESULT RegisterHandler(const char16_t* word, IWebHandler* handler) override {
+        m_script.word = word;
+        if (SUCCEEDED(m_script.registerResult))
+            m_script.handler = platform::ComPtr<IWebHandler>(handler);
+        return m_script.registerResult;
+    }
+    HRESULT GetRequestAuth(BSTR head, SRequestAuth* auth) override {
+        m_script.head = platform::ViewOf(head);
+        if (FAILED(m_script.authResult))
+            return m_script.authResult;
+        auth->bstrLogin = platform::Bstr(m_script.login).Detach();
+        auth->bstrPassword = platform::Bstr(u"secret").Detach();
+        auth->pData = static_cast<std::uint8_t*>(CoTaskMemAlloc(16));
+        auth->nSize = 16;
+        return S_OK;
+    }
+
+protected:
+    explicit FakeWebHost(WebHostScript& script) : m_script(script) {}
+    ~FakeWebHost() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IWebHandlerHost>(this, interfaceId, object);
+    }
+
+private:
+    WebHostScript& m_script;
+};
+
+class FakeWebHostFactory : public IClassFactory {
+public:
+    HRESULT CreateInstance(IUnknown*, const GUID& interfaceId, void** object) override {
+        return platform::ComObject<FakeWebHost>::Create(m_script)->QueryInterface(interfaceId, object);
+    }
+    HRESULT LockServer(std::int32_t) override { return S_OK; }
+
+protected:
+    explicit FakeWebHostFactory(WebHostScript& script) : m_script(script) {}
+    ~FakeWebHostFactory() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
+    }
+
+private:
+    WebHostScript& m_script;
+};
+
+// Makes the class creatable for the length of a scope.
+class WebHostClass {
+public:
+    WebHostClass() {
+        const auto factory = platform::ComObject<FakeWebHostFactory>::Create(script);
+        platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get());
+    }
+    ~WebHostClass() { platform::RevokeClassFactory(kWebHandlerHostClass); }
+
+    WebHostScript script;
+};
+
+} // namespace support
