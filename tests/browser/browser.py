@@ -1,0 +1,143 @@
+"""Chromium without a window, and what the tests ask of the page in it."""
+
+import os
+import shutil
+import time
+
+try:
+    from selenium import webdriver
+    from selenium.webdriver.chrome.options import Options
+    from selenium.webdriver.chrome.service import Service
+except ImportError as missing:
+    raise SystemExit(f"the browser tests need python3-selenium: {missing}") from None
+
+from pictures import NEW_CONTEXT_JS, READ_CODE_JS
+
+ARGUMENTS = (
+    "--headless=new", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+    "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
+)
+WAIT_SECONDS = 30
+# Requests to a host that was killed, and the icon that a browser asks for when it shows a page that names none.
+EXPECTED_COMPLAINTS = ("ERR_CONNECTION_", "ERR_EMPTY_RESPONSE", "favicon.ico")
+
+
+def tool(name):
+    path = shutil.which(name)
+    if path is None:
+        raise SystemExit(f"the browser tests need {name}: install chromium and chromium-driver")
+    return path
+
+
+class Browser:
+    def __init__(self, profile, screenshots, width=1280, height=800):
+        options = Options()
+        options.binary_location = tool("chromium")
+        for argument in ARGUMENTS:
+            options.add_argument(argument)
+        if os.geteuid() == 0:
+            options.add_argument("--no-sandbox")
+        options.add_argument(f"--user-data-dir={profile}")
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        self.driver = webdriver.Chrome(service=Service(tool("chromedriver")), options=options)
+        self.driver.set_script_timeout(WAIT_SECONDS)
+        self.screenshots = screenshots
+        self.size(width, height)
+
+    def close(self):
+        self.driver.quit()
+
+    def size(self, width, height, phone=False):
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 2 if phone else 1, "mobile": phone,
+        })
+
+    def scheme(self, name):
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": "prefers-color-scheme", "value": name}],
+        })
+
+    def open(self, address):
+        self.driver.get(address)
+
+    def run(self, script, *arguments):
+        return self.driver.execute_script(script, *arguments)
+
+    def screenshot(self, name):
+        self.driver.save_screenshot(os.path.join(self.screenshots, f"{name}.png"))
+
+    def wait(self, what, condition, seconds=WAIT_SECONDS):
+        """Polls until `condition()` is true and returns what it gave; fails with `what` and the state of the page."""
+        deadline = time.monotonic() + seconds
+        while True:
+            value = condition()
+            if value:
+                return value
+            if time.monotonic() > deadline:
+                self.screenshot("failure")
+                raise AssertionError(
+                    f"no sign within {seconds} s of: {what}; last answer {value!r}; tiles {self.tiles()}")
+            time.sleep(0.02)
+
+    # --- the page -----------------------------------------------------------------------------------------------
+
+    def tiles(self):
+        """The facts of every tile, by name, in the order of the page."""
+        return dict(self.run("""
+            const facts = [];
+            for (const tile of document.querySelectorAll(".tile")) {
+                const text = (part) => tile.querySelector(`[data-part="${part}"]`).textContent;
+                facts.push([tile.dataset.name, {
+                    ...tile.dataset, seq: Number(tile.dataset.seq ?? -1), name: text("name"), word: text("state"),
+                    size: text("size"), rate: text("rate"), age: text("age"),
+                    notice: tile.querySelector('[data-part="notice"]').checkVisibility()
+                        ? [text("title"), text("detail")].join(" / ") : "",
+                    command: tile.querySelector('[data-part="connect"]').checkVisibility() ? text("command") : "",
+                }]);
+            }
+            return facts;
+        """))
+
+    def tile(self, name):
+        return self.tiles().get(name)
+
+    def wait_state(self, name, state, seconds=WAIT_SECONDS):
+        def reached():
+            tile = self.tile(name)
+            return tile if tile is not None and tile["state"] == state else None
+
+        return self.wait(f"{name} is {state}", reached, seconds)
+
+    def codes(self):
+        """The number in the picture on each tile, by name; None where there is no picture of ours."""
+        return self.run(READ_CODE_JS + NEW_CONTEXT_JS + """
+            const context = newContext();
+            const codes = {};
+            for (const tile of document.querySelectorAll(".tile")) {
+                const canvas = tile.querySelector("canvas");
+                codes[tile.dataset.name] = canvas.checkVisibility() ? readCode(canvas, context) : null;
+            }
+            return codes;
+        """)
+
+    def pixels(self, name):
+        """Digest and spread of the pixels on a tile."""
+        return self.run("""
+            const canvas = document.querySelector(`[data-name="${arguments[0]}"] canvas`);
+            const context = new OffscreenCanvas(canvas.width, canvas.height)
+                .getContext("2d", { willReadFrequently: true });
+            context.drawImage(canvas, 0, 0);
+            const { data } = context.getImageData(0, 0, canvas.width, canvas.height);
+            let digest = 0, low = 255, high = 0;
+            for (let i = 0; i < data.length; i += 4) {
+                digest = (digest * 31 + data[i] * 3 + data[i + 1] * 5 + data[i + 2]) | 0;
+                low = Math.min(low, data[i + 1]);
+                high = Math.max(high, data[i + 1]);
+            }
+            return { digest, spread: high - low, width: canvas.width, height: canvas.height };
+        """, name)
+
+    def complaints(self):
+        """What the console reported, without what the tests cause on purpose."""
+        return [entry["message"] for entry in self.driver.get_log("browser")
+                if not any(cause in entry["message"] for cause in EXPECTED_COMPLAINTS)]

@@ -1,0 +1,47 @@
+"""The frame of every browser test: programs by argument, a temporary folder, a host, a browser, a tidy end."""
+
+import argparse
+import os
+import shutil
+import sys
+import tempfile
+import unittest
+
+from browser import Browser
+from hostprogram import Host
+
+options = None  # set by main()
+
+
+class BrowserCase(unittest.TestCase):
+    longMessage = True
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="browser-")
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+    def make_host(self, *arguments):
+        host = Host(options.host, self.folder, arguments)
+        self.addCleanup(host.close)
+        return host
+
+    def make_browser(self, **size):
+        browser = Browser(os.path.join(self.folder, "profile"), options.screenshots, **size)
+        self.addCleanup(browser.close)
+        return browser
+
+    def end(self, host, browser):
+        """What holds at the end of every test: a silent console and a host that ends cleanly."""
+        self.assertEqual(browser.complaints(), [], "the browser's console")
+        self.assertEqual(host.stop(), 0, f"exit status of the host:\n{host.log_tail()}")
+
+
+def main():
+    global options
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--host", required=True, help="path of morrowstream-host")
+    parser.add_argument("--pictures", required=True, help="folder of the demo phones' pictures")
+    parser.add_argument("--screenshots", required=True, help="where screenshots are kept")
+    options, rest = parser.parse_known_args()
+    os.makedirs(options.screenshots, exist_ok=True)
+    unittest.main(module="__main__", argv=[sys.argv[0], *rest], verbosity=2)

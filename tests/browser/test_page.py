@@ -1,0 +1,122 @@
+"""The page as a visitor of the demo meets it: what it shows, and what it says when there is nothing to show."""
+
+import re
+import time
+
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+
+import case
+from feeder import Feeder
+from pictures import coded_jpeg
+
+
+class PageTest(case.BrowserCase):
+    def setUp(self):
+        super().setUp()
+        self.host = self.make_host("--demo", "--pictures", case.options.pictures)
+        self.host.start()
+        self.browser = self.make_browser()
+
+    def test_a_visit(self):
+        self.browser.open(self.host.address())
+        self.see_the_demo_cameras()
+        self.see_it_on_other_screens()
+        self.open_and_close_the_large_view()
+        self.follow_a_phone_through_its_life()
+        self.end(self.host, self.browser)
+
+    def see_the_demo_cameras(self):
+        browser = self.browser
+        for name, size, rate in (("yard", (320, 240), 10), ("gate", (160, 120), 5)):
+            with self.subTest(camera=name):
+                browser.wait_state(name, "live")
+                seen = []
+
+                def changed_twice():
+                    pixels = browser.pixels(name)
+                    if not seen or seen[-1] != pixels:
+                        seen.append(pixels)
+                    return len(seen) >= 3
+
+                browser.wait(f"{name} changes twice", changed_twice)
+                for pixels in seen:
+                    self.assertEqual((pixels["width"], pixels["height"]), size)
+                    self.assertGreater(pixels["spread"], 30, "a blank picture")
+                self.assertEqual(browser.tile(name)["size"], f"{size[0]} × {size[1]}")
+
+                def rate_settled():
+                    shown = re.fullmatch(r"(\d+\.\d) fps", browser.tile(name)["rate"])
+                    return shown and abs(float(shown[1]) - rate) <= 0.1 * rate
+
+                browser.wait(f"{name} shows {rate} fps", rate_settled)
+                tile = browser.tile(name)
+                self.assertEqual((tile["name"], tile["word"], tile["age"]), (name, "Live", "just now"))
+                self.assertEqual(tile["notice"], "")
+                jpeg = self.host.fetch(f"/snapshot/{name}.jpg")
+                self.assertEqual(jpeg[:2], b"\xff\xd8")
+
+        spare = browser.wait_state("spare", "waiting")
+        self.assertIn("No phone yet", spare["notice"])
+        self.assertEqual(
+            spare["command"],
+            f"morrowstream-phone upload --server 127.0.0.1:{self.host.port}"
+            " --login spare --password demo --pictures DIR",
+        )
+
+    def see_it_on_other_screens(self):
+        browser = self.browser
+        browser.screenshot("desktop")
+        browser.scheme("dark")
+        browser.screenshot("desktop-dark")
+        browser.size(390, 844, phone=True)
+        browser.screenshot("phone-dark")
+        browser.scheme("light")
+        browser.screenshot("phone")
+        browser.size(360, 740, phone=True)
+        self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
+        tops = browser.run("return [...document.querySelectorAll('.tile')].map((tile) => tile.offsetLeft)")
+        self.assertEqual(len(set(tops)), 1, "one column on a phone")
+        browser.size(1280, 800)
+
+    def open_and_close_the_large_view(self):
+        browser = self.browser
+        driver = browser.driver
+        is_open = "return document.getElementById('large').open"
+        driver.find_element(By.CSS_SELECTOR, '[data-name="gate"] [data-part="open"]').click()
+        self.assertTrue(browser.run(is_open))
+        self.assertTrue(driver.current_url.endswith("#gate"), driver.current_url)
+        browser.wait("the large view is live", lambda: browser.run(
+            "return document.querySelector('#large[data-state=live] canvas').width === 160"))
+        browser.screenshot("large")
+        driver.switch_to.active_element.send_keys(Keys.ARROW_LEFT)
+        self.assertTrue(driver.current_url.endswith("#yard"), driver.current_url)
+        driver.switch_to.active_element.send_keys(Keys.ESCAPE)
+        browser.wait("the large view is closed", lambda: not browser.run(is_open))
+        browser.wait("the address is plain again", lambda: "#" not in driver.current_url)
+        browser.open(self.host.address("/#spare"))
+        browser.run("location.reload()")
+        browser.wait("a bookmark opens the large view", lambda: browser.run(is_open))
+        browser.open("about:blank")
+        browser.open(self.host.address())
+        browser.wait_state("yard", "live")
+
+    def follow_a_phone_through_its_life(self):
+        browser = self.browser
+        with Feeder(self.host.port, "spare", "demo", [coded_jpeg(n) for n in range(1, 9)], rate=10) as phone:
+            browser.wait_state("spare", "live")
+            self.assertEqual(browser.tile("spare")["command"], "")
+            phone.pause()
+            paused = time.monotonic()
+            stalled = browser.wait_state("spare", "stalled", seconds=6)
+            self.assertGreater(time.monotonic() - paused, 2, "given up too soon")
+            self.assertRegex(stalled["notice"], r"No new picture for \d+ s / Last picture at \d")
+            browser.screenshot("stalled")
+        offline = browser.wait_state("spare", "offline", seconds=10)
+        self.assertRegex(offline["notice"], r"Phone not connected / Last picture at \d")
+        self.assertEqual(offline["rate"], "–")
+        browser.screenshot("offline")
+
+
+if __name__ == "__main__":
+    case.main()
