@@ -18,8 +18,8 @@ MORROW_PLATFORM_API std::optional<std::string> ReadWholeFile(const std::string& 
 
 // Replaces a file: a new file beside it is written, synced and renamed, and the folder synced, so that a
 // crash at any point leaves the old or the new content. `mode` are the permission bits of the new file. On
-// failure the old file is as it was. S_FALSE: replaced, but the folder could not be synced, so that a crash may
-// still bring the old content back. A symbolic link in its place is replaced, not followed.
+// failure the old file is as it was. S_FALSE: replaced, but the folder could not be synced, so that a crash
+// may still bring the old content back. A symbolic link in its place is replaced, not followed.
 MORROW_PLATFORM_API HRESULT ReplaceFile(const std::string& path, std::string_view content,
                                         unsigned mode = 0600);
 

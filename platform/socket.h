@@ -17,13 +17,16 @@ namespace platform {
 
 inline constexpr int kSocketError = -1;
 
-// Takes a connected descriptor over; it is made blocking. On failure the descriptor is closed, the result is
-// INVALID_SOCKET and the last error is set.
+// Takes a connected descriptor over; it is made blocking, and closed in programs that this process starts. On
+// failure the descriptor is closed, the result is INVALID_SOCKET and the last error is set:
+// kSocketNotASocket, kSocketInvalid for a socket that is no stream, kSocketTooMany when 65536 handles are
+// open.
 MORROW_PLATFORM_API SOCKET AdoptSocket(int descriptor) noexcept;
 
 // Receive up to `size` bytes: the count, 0 when the peer has closed its side, or kSocketError with the last
 // error set (kSocketInterrupted when this handle is closed meanwhile, kSocketNotASocket when it was closed
-// before). `flags` must be 0. Signals do not end a wait.
+// before, kSocketTimedOut when whoever made the socket gave it a time limit). 0 at once for `size` 0. `flags`
+// must be 0 (kSocketInvalid). Signals do not end a wait.
 MORROW_PLATFORM_API int recv(SOCKET socket, void* buffer, int size, int flags) noexcept;
 
 // Sends: blocks until all bytes are handed to the system, as a blocking socket does. The count sent, which is

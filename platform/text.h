@@ -82,7 +82,9 @@ inline std::u16string_view ViewOf(const char16_t* bstr) noexcept {
     return bstr == nullptr ? std::u16string_view{} : std::u16string_view{bstr, SysStringLen(bstr)};
 }
 
-// Code pages by number: 65001 UTF-8, 1250 to 1258 Windows single-byte pages, 20127 ASCII, 28591 Latin 1.
+// Code pages by number: 65001 UTF-8, 1250 to 1258 Windows single-byte pages, 20127 ASCII, 28591 Latin 1. In a
+// single-byte page one byte stands for one unit; letters of page 1258 are not composed with accents behind
+// them.
 inline constexpr unsigned kCodePageAnsi = 0;   // the system's
 inline constexpr unsigned kCodePageThread = 3; // the calling thread's
 inline constexpr unsigned kCodePageUtf8 = 65001;

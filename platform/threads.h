@@ -13,14 +13,15 @@ using WorkItem = std::uint32_t (*)(void* context);
 inline constexpr std::uint32_t WT_EXECUTELONGFUNCTION = 0x10;
 
 // Runs `function(context)` once on a pool thread; its result is dropped. There is a thread for each item that
-// is running: an item never waits for another to end. Idle threads are reused and end after some seconds.
+// is running: an item never waits for another to end. Idle threads are reused and end after some seconds; an
+// item finds last error and code page as on a new thread. The function must not throw. Its stack is 256 KiB.
 // False, with the last error set, when no thread could be had; the item will then not run.
 MORROW_PLATFORM_API bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t flags) noexcept;
 
 // Starts a detached thread with a stack of at least `stackBytes` (0: the pool's size). False as above.
 MORROW_PLATFORM_API bool StartThread(WorkItem function, void* context, std::size_t stackBytes) noexcept;
 
-// Work items and started threads that are running now.
+// Work items and started threads that are running now, from the call that queues them on.
 MORROW_PLATFORM_API std::uint32_t RunningWorkItems() noexcept;
 // Waits until none is running or the time is over; true if none is. For the end of a process and of tests.
 MORROW_PLATFORM_API bool WaitForWorkItems(std::uint32_t milliseconds) noexcept;
