@@ -9,19 +9,46 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <latch>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/status.h"
 #include "platform/threads.h"
-#include "support/connection.h"
+#include "support/TcpPair.h"
+#include "support/Wait.h"
 
 namespace {
 
 using platform::kSocketError;
+
+enum class Transport { Local, Tcp };
+
+// Two connected descriptors; the receiver of the pair closes them.
+std::pair<support::Descriptor, support::Descriptor> MakeConnection(Transport transport) {
+    if (transport == Transport::Tcp) {
+        support::TcpPair pair;
+        return {std::move(pair.near), support::Descriptor(::dup(pair.far.Get()))};
+    }
+    int ends[2];
+    support::Must(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a pair of sockets");
+    return {support::Descriptor(ends[0]), support::Descriptor(ends[1])};
+}
+
+// Waits until the thread of that number sleeps in the system.
+bool WaitUntilBlocked(std::uint32_t threadId) {
+    const std::string path = "/proc/self/task/" + std::to_string(threadId) + "/stat";
+    return support::Eventually([&] {
+        std::string line;
+        std::getline(std::ifstream(path), line);
+        const auto name = line.rfind(") ");
+        return name != std::string::npos && line[name + 2] == 'S';
+    });
+}
 
 std::size_t CountDescriptors() {
     const auto files = std::filesystem::directory_iterator("/proc/self/fd");
@@ -31,9 +58,9 @@ std::size_t CountDescriptors() {
 // A handle and the plain descriptor of its peer.
 struct Connection {
     explicit Connection(Transport transport) {
-        const auto [ours, theirs] = MakeConnection(transport);
-        descriptor = ours;
-        peer = theirs;
+        auto [ours, theirs] = MakeConnection(transport);
+        descriptor = ours.Release();
+        peer = theirs.Release();
     }
     ~Connection() {
         platform::closesocket(handle);
@@ -264,11 +291,12 @@ TEST(SocketRaceTest, NoByteOfANewConnectionReachesAnOldHandle) {
                     SOCKET handle = 0; // at the end there is none
                     int peer = -1;
                     if (n < kConnectionsPerLane) {
-                        const auto [ours, theirs] = MakeConnection();
-                        peer = theirs;
-                        handle = platform::AdoptSocket(ours);
+                        auto [ours, theirs] = MakeConnection(Transport::Local);
+                        peer = theirs.Release();
+                        handle = platform::AdoptSocket(ours.Release());
                         for (int m = 0; m < kMessages; ++m)
-                            ASSERT_EQ(::send(peer, &handle, sizeof handle, 0), ssize_t{sizeof handle});
+                            ASSERT_EQ(::send(peer, &handle, sizeof handle, MSG_NOSIGNAL),
+                                      ssize_t{sizeof handle});
                     }
                     const SOCKET old = lane.exchange(handle);
                     ASSERT_EQ(platform::closesocket(old), n == 0 ? kSocketError : 0);
