@@ -1,0 +1,313 @@
+// The facade: pictures of every kind against an independent decoder, the layout of what comes out, and what
+// becomes of streams that are cut, damaged or of another kind.
+
+#include "image/ImageCodec.h"
+#include "image/JpegSamples.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <thread>
+
+namespace {
+
+using samples::Bytes;
+using samples::Marking;
+using samples::Plane;
+using samples::Recipe;
+
+FrameBlock Decode(const Bytes& jpeg) {
+    return DecodeToFrameBlock(jpeg.data(), static_cast<std::int32_t>(jpeg.size()));
+}
+
+// Chroma at half resolution from the coded samples, by the arithmetic that the decoder documents.
+int WantedChroma(const Plane& coded, const Recipe& recipe, int x, int y) {
+    if (recipe.nV == 2)
+        return coded.At(x, y);
+    const auto full = [&](int fx, int fy) {
+        if (recipe.nH == 1)
+            return coded.At(fx, fy);
+        const int i = fx / 2;
+        const int nBeside = std::clamp(fx % 2 == 0 ? i - 1 : i + 1, 0, coded.nWidth - 1);
+        return (3 * coded.At(i, fy) + coded.At(nBeside, fy) + (fx % 2 == 0 ? 1 : 2)) >> 2;
+    };
+    return (full(2 * x, 2 * y) + full(2 * x + 1, 2 * y) + full(2 * x, 2 * y + 1) +
+            full(2 * x + 1, 2 * y + 1) + 3) >>
+           2;
+}
+
+// The whole block against the oracle, within 1 a sample.
+void ExpectPicture(const Recipe& recipe) {
+    SCOPED_TRACE(recipe.Name());
+    const Bytes jpeg = samples::Encode(recipe);
+    const std::vector<Plane> coded = samples::DecodeRaw(jpeg);
+    const FrameBlock block = Decode(jpeg);
+    ASSERT_TRUE(block);
+    const bool bGrey = recipe.nComponents == 1;
+    const int w = recipe.nWidth, h = recipe.nHeight;
+    const auto header = block.Header();
+    EXPECT_EQ(header.biSize, 40u);
+    EXPECT_EQ(header.biWidth, w);
+    EXPECT_EQ(header.biHeight, h);
+    EXPECT_EQ(header.biPlanes, bGrey ? 1 : 3);
+    EXPECT_EQ(header.biBitCount, bGrey ? 8 : 12);
+    EXPECT_EQ(header.biCompression, bGrey ? 0u : 0x32315659u);
+    EXPECT_EQ(header.biSizeImage, static_cast<std::uint32_t>(bGrey ? w * h : w * h * 3 / 2));
+    EXPECT_EQ(block.size(), 40 + header.biSizeImage);
+    int nWorst = 0;
+    const std::uint8_t* p = block.Planes();
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x)
+            nWorst = std::max(nWorst, std::abs(*p++ - coded[0].At(x, y)));
+    }
+    EXPECT_LE(nWorst, 1) << "luma";
+    for (const std::size_t c : {2u, 1u}) {
+        const std::uint8_t* const pPlane = block.Planes() + w * h + (c == 1 ? w * h / 4 : 0);
+        nWorst = 0;
+        for (int y = 0; y < h / 2 && !bGrey; ++y) {
+            for (int x = 0; x < w / 2; ++x)
+                nWorst = std::max(nWorst,
+                                  std::abs(pPlane[y * (w / 2) + x] - WantedChroma(coded[c], recipe, x, y)));
+        }
+        EXPECT_LE(nWorst, 1) << "chroma " << c;
+    }
+}
+
+struct Sampling {
+    const char* szName;
+    int nComponents, nH, nV;
+};
+const Sampling kSamplings[] = {{"Grey", 1, 1, 1}, {"S444", 3, 1, 1}, {"S422", 3, 2, 1}, {"S420", 3, 2, 2}};
+
+class Pictures : public testing::TestWithParam<Sampling> {
+protected:
+    Recipe Base() const {
+        Recipe recipe;
+        recipe.nComponents = GetParam().nComponents;
+        recipe.nH = GetParam().nH;
+        recipe.nV = GetParam().nV;
+        return recipe;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(All, Pictures, testing::ValuesIn(kSamplings),
+                         [](const auto& sampling) { return sampling.param.szName; });
+
+TEST_P(Pictures, OfEverySmallSize) {
+    for (const int w : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33}) {
+        for (const int h : {1, 2, 5, 8, 9, 15, 16, 17, 33}) {
+            Recipe recipe = Base();
+            recipe.nWidth = w;
+            recipe.nHeight = h;
+            ExpectPicture(recipe);
+        }
+    }
+}
+
+TEST_P(Pictures, OfEveryQualityAndMarking) {
+    for (const int nQuality : {1, 2, 5, 10, 25, 50, 75, 90, 95, 98, 99, 100}) {
+        Recipe recipe = Base();
+        recipe.nWidth = 101;
+        recipe.nHeight = 67;
+        recipe.nQuality = nQuality;
+        recipe.bOptimised = nQuality % 2 == 0;
+        recipe.eMarking = static_cast<Marking>(nQuality % 4);
+        recipe.nSeed = static_cast<unsigned>(nQuality);
+        ExpectPicture(recipe);
+    }
+}
+
+TEST_P(Pictures, WithRestarts) {
+    for (const int nInterval : {1, 2, 3, 7, 20, 1000}) {
+        Recipe recipe = Base();
+        recipe.nWidth = 120;
+        recipe.nHeight = 50;
+        recipe.nRestartInterval = nInterval;
+        ExpectPicture(recipe);
+    }
+}
+
+TEST_P(Pictures, OfCameraSize) {
+    Recipe recipe = Base();
+    recipe.nWidth = 640;
+    recipe.nHeight = 480;
+    ExpectPicture(recipe);
+}
+
+// The operations on memory of the caller: strides wider than the picture, and nothing written between or
+// behind.
+TEST_P(Pictures, IntoPlanesWithStrides) {
+    for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {9, 1}, {17, 19}, {40, 24}}) {
+        Recipe recipe = Base();
+        recipe.nWidth = w;
+        recipe.nHeight = h;
+        SCOPED_TRACE(recipe.Name());
+        const Bytes jpeg = samples::Encode(recipe);
+        const auto nSize = static_cast<std::int32_t>(jpeg.size());
+        std::int32_t nWidth = 0, nHeight = 0;
+        ImageKind eKind{};
+        ASSERT_EQ(ProbeJpeg(jpeg.data(), nSize, nWidth, nHeight, eKind), 0);
+        EXPECT_EQ(nWidth, w);
+        EXPECT_EQ(nHeight, h);
+        EXPECT_EQ(eKind, recipe.nComponents == 1 ? ImageKindGrey : ImageKindYV12);
+        const FrameBlock block = Decode(jpeg);
+        ASSERT_TRUE(block);
+
+        const int nYStep = w + 5, nCStep = w / 2 + 3;
+        const auto bytes = [](int nStep, int nRows, int nColumns) {
+            return Bytes(static_cast<std::size_t>(nRows == 0 ? 0 : nStep * (nRows - 1) + nColumns), 0xEE);
+        };
+        // A grey stream's neutral chroma fills half the height times the stride.
+        const bool bGrey = recipe.nComponents == 1;
+        Bytes y = bytes(nYStep, h, w);
+        Bytes cr =
+            bGrey ? Bytes(static_cast<std::size_t>(h * nCStep / 2), 0xEE) : bytes(nCStep, h / 2, w / 2);
+        Bytes cb = cr;
+        ASSERT_EQ(DecodeJpegYV12(jpeg.data(), nSize, y.data(), nYStep, cr.data(), nCStep, cb.data(), nCStep),
+                  0);
+        const auto expect = [](const Bytes& plane, const std::uint8_t* pWanted, int nStep, int nRowBytes) {
+            for (std::size_t i = 0; i < plane.size(); ++i) {
+                const int nRow = static_cast<int>(i) / nStep, nColumn = static_cast<int>(i) % nStep;
+                ASSERT_EQ(plane[i], nColumn < nRowBytes ? pWanted[nRow * nRowBytes + nColumn] : 0xEE) << i;
+            }
+        };
+        expect(y, block.Planes(), nYStep, w);
+        if (bGrey) {
+            EXPECT_EQ(cr, Bytes(cr.size(), 128));
+            EXPECT_EQ(cb, cr);
+            Bytes grey = bytes(nYStep, h, w);
+            EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, grey.data(), nYStep), 0);
+            EXPECT_EQ(grey, y);
+        } else {
+            expect(cr, block.Planes() + w * h, nCStep, w / 2);
+            expect(cb, block.Planes() + w * h + w * h / 4, nCStep, w / 2);
+            EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, y.data(), nYStep), -1) << "colour into one plane";
+        }
+    }
+}
+
+// Cut anywhere there is no frame. With an end-of-image marker put behind the cut there is one as soon as the
+// data has begun, unless a restart is due there: whatever marker comes next is taken for it.
+TEST_P(Pictures, CutAtEveryByte) {
+    for (const int nInterval : {0, 2}) {
+        Recipe recipe = Base();
+        recipe.nRestartInterval = nInterval;
+        const Bytes jpeg = samples::Encode(recipe);
+        const std::size_t nData =
+            samples::FindMarker(jpeg, 0xDA) + 8 + 2 * static_cast<std::size_t>(recipe.nComponents);
+        for (std::size_t nCut = 0; nCut < jpeg.size(); ++nCut) {
+            const Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(nCut));
+            ASSERT_FALSE(Decode(cut)) << nCut;
+            Bytes ended(cut);
+            ended.insert(ended.end(), {0xFF, 0xD9});
+            const FrameBlock block = Decode(Bytes(ended));
+            ASSERT_FALSE(block && nCut < nData) << nCut;
+            ASSERT_TRUE(block || nCut < nData || nInterval != 0) << nCut;
+        }
+    }
+}
+
+TEST_P(Pictures, DamagedAnywhere) {
+    Recipe recipe = Base();
+    recipe.nWidth = recipe.nHeight = 48;
+    recipe.nRestartInterval = 4;
+    const Bytes jpeg = samples::Encode(recipe);
+    std::minstd_rand random(11);
+    int nFrames = 0;
+    for (int n = 0; n < 3000; ++n) {
+        Bytes damaged = jpeg;
+        for (auto k = 1 + random() % 6; k > 0; --k)
+            damaged[random() % damaged.size()] =
+                static_cast<std::uint8_t>(random() % 4 == 0 ? 0xFF : random() >> 8);
+        const FrameBlock block = Decode(damaged);
+        if (!block)
+            continue;
+        ++nFrames;
+        EXPECT_EQ(block.size(), 40 + block.Header().biSizeImage);
+    }
+    EXPECT_GT(nFrames, 300) << "damage to the data alone costs no frame";
+}
+
+TEST(Codec, OtherStreamsAreNoFrames) {
+    Recipe cmyk, rgb, separate, progressive, s411, s440;
+    cmyk.nComponents = 4;
+    cmyk.nH = cmyk.nV = rgb.nH = rgb.nV = 1;
+    rgb.bRgb = true;
+    separate.bSeparateScans = true;
+    progressive.bProgressive = true;
+    s411.nH = 4;
+    s411.nV = 1;
+    s440.nH = 1;
+    for (const Recipe& recipe : {cmyk, rgb, separate, progressive, s411, s440})
+        EXPECT_FALSE(Decode(samples::Encode(recipe))) << recipe.Name();
+    // The probe knows no samplings: those fail when the data is decoded.
+    const Bytes jpeg = samples::Encode(s440);
+    std::int32_t nWidth = 0, nHeight = 0;
+    ImageKind eKind{};
+    EXPECT_EQ(ProbeJpeg(jpeg.data(), static_cast<std::int32_t>(jpeg.size()), nWidth, nHeight, eKind), 0);
+    EXPECT_EQ(eKind, ImageKindYV12);
+}
+
+TEST(Codec, BadArgumentsAreUnreadable) {
+    const Bytes jpeg = samples::Encode(Recipe{});
+    const auto nSize = static_cast<std::int32_t>(jpeg.size());
+    std::int32_t nWidth = 7, nHeight = 8;
+    ImageKind eKind{};
+    EXPECT_FALSE(DecodeToFrameBlock(nullptr, 100));
+    EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), 0));
+    EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), -1));
+    EXPECT_EQ(ProbeJpeg(jpeg.data(), 20, nWidth, nHeight, eKind), -1);
+    EXPECT_EQ(nWidth, 7);
+    std::uint8_t nByte = 0;
+    EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, &nByte, -1), -5);
+    EXPECT_EQ(DecodeJpegGrey(jpeg.data(), 20, &nByte, 1), -1);
+    EXPECT_EQ(DecodeJpegYV12(jpeg.data(), 20, &nByte, 1, &nByte, 1, &nByte, 1), -1);
+}
+
+// The largest picture that the limits allow, of a few bytes: a frame of mid-grey, and no more memory than it.
+TEST(Codec, LargestPictureFromAFewBytes) {
+    Bytes jpeg = samples::Encode(Recipe{});
+    const std::size_t n = samples::FindMarker(jpeg, 0xC0);
+    jpeg[n + 5] = 0x04; // 1024 rows
+    jpeg[n + 6] = 0x00;
+    jpeg[n + 7] = 0xFF; // 65500 columns
+    jpeg[n + 8] = 0xDC;
+    jpeg.resize(samples::FindMarker(jpeg, 0xDA) + 14);
+    EXPECT_FALSE(Decode(jpeg));
+    jpeg.insert(jpeg.end(), {0xFF, 0xD9});
+    const FrameBlock block = Decode(jpeg);
+    ASSERT_TRUE(block);
+    const std::size_t nImage = std::size_t{65500} * 1024 * 3 / 2;
+    ASSERT_EQ(block.size(), 40 + nImage);
+    EXPECT_EQ(std::count(block.Planes(), block.Planes() + nImage, 128), static_cast<std::ptrdiff_t>(nImage));
+}
+
+TEST(Codec, FirstUseStartsTheKernelsOnAnyThread) {
+    Recipe recipe;
+    recipe.nWidth = 100;
+    const Bytes jpeg = samples::Encode(recipe);
+    const FrameBlock wanted = Decode(jpeg);
+    ASSERT_TRUE(wanted);
+    EXPECT_EQ(g_nCodecStartState, 0);
+    g_nCodecStartState = 1;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 20; ++n) {
+                const FrameBlock block = Decode(jpeg);
+                ASSERT_TRUE(block);
+                ASSERT_TRUE(std::equal(block.get(), block.get() + block.size(), wanted.get()));
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(g_nCodecStartState, 0);
+    g_nCodecStartState = -3;
+    EXPECT_FALSE(Decode(jpeg));
+    std::uint8_t nByte = 0;
+    EXPECT_EQ(DecodeJpegGrey(jpeg.data(), 1, &nByte, 1), -3);
+    g_nCodecStartState = 0;
+}
+
+} // namespace

@@ -1,0 +1,57 @@
+// Streams for the codec's tests, made by another program's encoder, and what its decoder makes of them. Only
+// tests link that library.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace samples {
+
+using Bytes = std::vector<std::uint8_t>;
+
+enum class Marking { Jfif, Adobe, JfifAndAdobe, None };
+
+struct Recipe {
+    int nWidth = 32;
+    int nHeight = 32;
+    int nComponents = 3; // 1 grey, 3 YCbCr, 4 CMYK
+    int nH = 2;          // luma factors; chroma has 1x1
+    int nV = 2;
+    int nQuality = 85;
+    int nRestartInterval = 0; // in MCUs
+    bool bOptimised = false;  // Huffman tables of the picture's own, with codes of all lengths
+    bool bProgressive = false;
+    bool bSeparateScans = false;
+    bool bRgb = false; // stored as RGB, with an Adobe marker of transform 0
+    Marking eMarking = Marking::Jfif;
+    unsigned nSeed = 1;
+
+    std::string Name() const; // what a test's output shows
+};
+
+// A picture of gradients, edges and noise in the encoder's own component order.
+Bytes Encode(const Recipe& recipe);
+
+struct Plane {
+    int nWidth = 0; // padded to whole blocks
+    int nHeight = 0;
+    std::vector<std::uint8_t> aSamples;
+
+    int At(int x, int y) const {
+        return aSamples[static_cast<std::size_t>(y) * static_cast<std::size_t>(nWidth) +
+                        static_cast<std::size_t>(x)];
+    }
+};
+
+// The components as they are coded: no upsampling, no colour conversion; slow integer transform.
+std::vector<Plane> DecodeRaw(const Bytes& jpeg);
+
+// Offset of the 0xFF of the first marker of this kind that stands before the entropy-coded data.
+std::size_t FindMarker(const Bytes& jpeg, std::uint8_t nMarker);
+
+// The segment with its marker, whole.
+Bytes Segment(std::uint8_t nMarker, const Bytes& content);
+
+} // namespace samples
