@@ -10,7 +10,7 @@ template <std::size_t N>
 struct CFunctionName {
     char szName[N] = {};
 
-    consteval CFunctionName(const char (&signature)[N]) {
+    constexpr CFunctionName(const char (&signature)[N]) {
         const std::string_view text(signature, N - 1);
         const std::size_t nEnd = ParameterList(text);
         const std::size_t nStart = NameStart(text, nEnd);
@@ -21,7 +21,7 @@ struct CFunctionName {
 private:
     // The place of the "(" that opens the parameters: the first one outside template arguments that does not
     // belong to the name "operator()".
-    static consteval std::size_t ParameterList(std::string_view text) {
+    static constexpr std::size_t ParameterList(std::string_view text) {
         int nDepth = 0;
         for (std::size_t i = 0; i < text.size(); ++i) {
             if (text[i] == '<')
@@ -36,7 +36,7 @@ private:
 
     // The name begins behind the last blank outside template arguments; "*" and "&" of a return type go with
     // the blank.
-    static consteval std::size_t NameStart(std::string_view text, std::size_t nEnd) {
+    static constexpr std::size_t NameStart(std::string_view text, std::size_t nEnd) {
         int nDepth = 0;
         for (std::size_t i = nEnd; i > 0; --i) {
             const char c = text[i - 1];
