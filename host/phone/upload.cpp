@@ -145,7 +145,8 @@ private:
             SendFrame();
             // A frame that had to wait for its grant is not made up for by a burst: the phone's rate is its
             // limit.
-            due = std::max(*due + interval, Clock::now() - interval);
+            const auto now = Clock::now();
+            due = *due + interval < now ? now + interval : *due + interval;
         }
         return UploadEnd::AllSent;
     }
