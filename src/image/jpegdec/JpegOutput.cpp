@@ -16,12 +16,15 @@ JpegStatus CJPEGDecoder::ChooseConversion(Conversion& eConversion) const {
         eConversion = Conversion::GrayToGray;
     else if (isPair(JC_YCBCR, JC_YCBCR420_PLANAR) && m_nJpegComponents == 3)
         eConversion = Conversion::YCbCrToPlanar;
-    else if (isPair(JC_YCBCR, JC_YCBCR420_PLANAR))
-        return JPEG_NOT_SUPPORTED; // the Adobe marker says YCbCr of a frame that has no three components
-    else if (isPair(JC_UNKNOWN, JC_UNKNOWN) || isPair(JC_GRAY, JC_RGB) || isPair(JC_GRAY, JC_BGR) ||
-             isPair(JC_RGB, JC_RGB) || isPair(JC_RGB, JC_BGR) || isPair(JC_YCBCR, JC_RGB) ||
-             isPair(JC_YCBCR, JC_BGR) || isPair(JC_CMYK, JC_CMYK) || isPair(JC_YCCK, JC_CMYK))
-        return JPEG_NOT_SUPPORTED; // interleaved pixels are not made by this class
+    // Refused: YCbCr that an Adobe marker claims of a frame without three components, and the pairs that lead
+    // to interleaved pixels, which this class does not make.
+    const bool bRefused = (isPair(JC_YCBCR, JC_YCBCR420_PLANAR) && eConversion == Conversion::None) ||
+                          isPair(JC_UNKNOWN, JC_UNKNOWN) || isPair(JC_GRAY, JC_RGB) ||
+                          isPair(JC_GRAY, JC_BGR) || isPair(JC_RGB, JC_RGB) || isPair(JC_RGB, JC_BGR) ||
+                          isPair(JC_YCBCR, JC_RGB) || isPair(JC_YCBCR, JC_BGR) || isPair(JC_CMYK, JC_CMYK) ||
+                          isPair(JC_YCCK, JC_CMYK);
+    if (bRefused)
+        return JPEG_NOT_SUPPORTED;
     // Any other pair leaves the destination untouched and is no error.
     if (eConversion != Conversion::None &&
         (!m_pDst || m_nDstWidth != m_nJpegWidth || m_nDstHeight != m_nJpegHeight))

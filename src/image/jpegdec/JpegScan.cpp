@@ -53,7 +53,7 @@ JpegStatus CJPEGDecoder::CheckTables() const {
 }
 
 // Allocates on first need; kept across scans. No size here depends on more than one row of MCUs, which the
-// limits of the frame header keep below 7 MB in all.
+// limits of the frame header keep below 11 MB in all.
 JpegStatus CJPEGDecoder::AllocateWorkMemory() {
     m_nBlocksPerMcu = 0;
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
