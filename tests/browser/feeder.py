@@ -35,7 +35,6 @@ class Feeder(threading.Thread):
 
     def stop(self):
         self._stop_asked.set()
-        self._sending.set()
         self.join()
 
     def __enter__(self):
