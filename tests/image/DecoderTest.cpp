@@ -129,7 +129,13 @@ const Doctored kDoctored[] = {
     {"ZeroHeight", [](Bytes& j) { At(j, kSof0, 5) = At(j, kSof0, 6) = 0; }, JPEG_BAD_FRAME_SEGMENT},
     {"ZeroWidth", [](Bytes& j) { At(j, kSof0, 7) = At(j, kSof0, 8) = 0; }, JPEG_BAD_FRAME_SEGMENT},
     {"SideAboveLimit", [](Bytes& j) { At(j, kSof0, 5) = At(j, kSof0, 6) = 0xFF; }, JPEG_NOT_SUPPORTED},
-    {"AreaAboveLimit", [](Bytes& j) { At(j, kSof0, 5) = At(j, kSof0, 7) = 0x30; }, JPEG_NOT_SUPPORTED},
+    {"AreaAboveLimit", // 8193 x 8192
+     [](Bytes& j) {
+         At(j, kSof0, 5) = At(j, kSof0, 7) = 0x20;
+         At(j, kSof0, 6) = 0;
+         At(j, kSof0, 8) = 1;
+     },
+     JPEG_NOT_SUPPORTED},
     {"SameIdentifierTwice", Set(kSof0, 13, 1), JPEG_BAD_FRAME_SEGMENT},
     {"QuantSelector4", Set(kSof0, 12, 4), JPEG_BAD_QUANT_SEGMENT},
     {"SecondFrameHeader",

@@ -150,7 +150,7 @@ private:
 
     // JpegScan.cpp: work memory and entropy-coded data.
     JpegStatus PrepareScan();
-    JpegStatus CheckTables() const;
+    JpegStatus CheckTables();
     JpegStatus AllocateWorkMemory();
     JpegStatus AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma);
     JpegStatus DecodeSequentialScan();

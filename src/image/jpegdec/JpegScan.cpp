@@ -39,14 +39,14 @@ JpegStatus CJPEGDecoder::PrepareScan() {
 }
 
 // A table that a selector names may never have been sent, or be one that the kernels refused.
-JpegStatus CJPEGDecoder::CheckTables() const {
+JpegStatus CJPEGDecoder::CheckTables() {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
         if (!m_apQuant[component.m_nQuantSelector])
             return JPEG_BAD_QUANT_SEGMENT;
-        const CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
-        const CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
-        if (!pDc || !pAc || !pDc->IsUsable() || !pAc->IsUsable())
+        CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
+        CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
+        if (!pDc || !pAc || !pDc->Build() || !pAc->Build())
             return JPEG_BAD_HUFFMAN_SEGMENT;
     }
     return JPEG_OK;

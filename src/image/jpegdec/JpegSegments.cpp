@@ -127,7 +127,6 @@ JpegStatus CJPEGDecoder::ReadHuffmanTables() {
         for (std::int32_t i = 0; i < nValues; ++i)
             pTable->m_aValues[i] = static_cast<std::uint8_t>(ReadByte());
         nContent -= nValues;
-        pTable->Init();
         auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
         apTables[pTable->m_nId] = std::move(pTable);
     }

@@ -8,8 +8,12 @@ IppStatus CJPEGDecoderQuantTable::Init() {
 
 CJPEGDecoderHuffmanTable::~CJPEGDecoderHuffmanTable() = default;
 
-void CJPEGDecoderHuffmanTable::Init() {
-    ippiDecodeHuffmanSpec* pSpec = nullptr;
-    m_bUsable = ippiDecodeHuffmanSpecInit_JPEG_8u(m_aBits, m_aValues, &pSpec) == ippStsNoErr;
-    m_pSpec.reset(pSpec);
+bool CJPEGDecoderHuffmanTable::Build() {
+    if (!m_bBuilt) {
+        ippiDecodeHuffmanSpec* pSpec = nullptr;
+        m_bUsable = ippiDecodeHuffmanSpecInit_JPEG_8u(m_aBits, m_aValues, &pSpec) == ippStsNoErr;
+        m_pSpec.reset(pSpec);
+        m_bBuilt = true;
+    }
+    return m_bUsable;
 }

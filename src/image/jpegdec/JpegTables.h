@@ -29,10 +29,11 @@ public:
     CJPEGDecoderHuffmanTable& operator=(const CJPEGDecoderHuffmanTable&) = delete;
     virtual ~CJPEGDecoderHuffmanTable();
 
-    // Builds m_pSpec from the counts and values. A segment whose lengths over-fill the code space is no error
-    // by itself; the table is then unusable, and a scan that names it is refused.
-    void Init();
-    bool IsUsable() const { return m_bUsable; }
+    // True when m_pSpec can decode. Builds it from the counts and values on the first call, so that a table
+    // which no scan names (as in every stream that is only probed) costs no more than its bytes. Lengths that
+    // over-fill the code space are no error by themselves; the table is then unusable, and a scan that names
+    // it is refused.
+    [[nodiscard]] bool Build();
 
     std::int32_t m_nId = 0;
     std::int32_t m_nClass = 0;     // 0 DC, else AC
@@ -47,5 +48,6 @@ public:
     std::unique_ptr<ippiDecodeHuffmanSpec, SpecDeleter> m_pSpec;
 
 private:
+    bool m_bBuilt = false;
     bool m_bUsable = false;
 };
