@@ -54,7 +54,9 @@ std::atomic<bool> s_bFeaturesValid{false};
 std::uint64_t ippFeaturesFromIdentification(std::uint32_t nEcx, std::uint32_t nEdx,
                                             std::uint32_t nXcr0) noexcept {
     std::uint64_t nFeatures = 0;
-    const auto add = [&nFeatures](bool bThere, IppFeature eFeature) { nFeatures |= bThere ? std::uint64_t{eFeature} : 0; };
+    const auto add = [&nFeatures](bool bThere, IppFeature eFeature) {
+        nFeatures |= bThere ? std::uint64_t{eFeature} : 0;
+    };
     add(Bit(nEdx, 23), ippFeatureMMX);
     add(Bit(nEdx, 25), ippFeatureSSE);
     add(Bit(nEdx, 26), ippFeatureSSE2);
