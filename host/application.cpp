@@ -1,0 +1,316 @@
+#include "host/application.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include <sys/resource.h>
+
+#include "host/data_folder.h"
+#include "host/demo.h"
+#include "host/handler/component.h"
+#include "host/log/console.h"
+#include "host/start_error.h"
+#include "host/text_table.h"
+#include "host/users/password.h"
+#include "host/web/server.h"
+#include "platform/files.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::ComObject;
+
+constexpr std::chrono::milliseconds kTick{200};
+constexpr std::chrono::seconds kStatusInterval{1};
+// More cameras than that are told in one line.
+constexpr std::size_t kMostStatusLines = 8;
+// How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
+constexpr std::chrono::milliseconds kArriveWithin{500};
+
+// A thousand phones are a thousand descriptors.
+void RaiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+std::string StatusLine(const CameraFigures& camera) {
+    std::array<char, 128> figures{};
+    std::snprintf(figures.data(), figures.size(), "  %-12s  %5.1f fps  %dx%d  %llu frames",
+                  camera.connected ? "connected" : "disconnected", camera.fps, camera.width, camera.height,
+                  static_cast<unsigned long long>(camera.frames));
+    std::string line = Printable(camera.name);
+    line.resize(std::max<std::size_t>(line.size(), 8), ' ');
+    line += figures.data();
+    if (camera.failed > 0)
+        line += "  " + std::to_string(camera.failed) + " failed";
+    return line;
+}
+
+void SayStatus(const std::vector<CameraFigures>& cameras) {
+    if (cameras.size() <= kMostStatusLines) {
+        for (const CameraFigures& camera : cameras)
+            Console::Get().Say(StatusLine(camera));
+        return;
+    }
+    const auto connected = std::ranges::count_if(cameras, &CameraFigures::connected);
+    double fps = 0;
+    std::uint64_t frames = 0;
+    std::uint64_t failed = 0;
+    for (const CameraFigures& camera : cameras) {
+        fps += camera.fps;
+        frames += camera.frames;
+        failed += camera.failed;
+    }
+    std::array<char, 128> line{};
+    std::snprintf(line.data(), line.size(), "%zu cameras  %td connected  %.1f fps  %llu frames  %llu failed",
+                  cameras.size(), connected, fps, static_cast<unsigned long long>(frames),
+                  static_cast<unsigned long long>(failed));
+    Console::Get().Say(line.data());
+}
+
+// Waits for SIGINT or SIGTERM. True when one came.
+bool WaitForSignal(Clock::time_point until) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    const auto left = std::max(until - Clock::now(), Clock::duration::zero());
+    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+    const timespec timeout{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+    return ::sigtimedwait(&signals, nullptr, &timeout) > 0;
+}
+
+// From here on the next signal ends the process the hard way, for somebody who does not want to wait.
+void RestoreSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+fs::path ProgramFolder() {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path(".") : program.parent_path();
+}
+
+// Installed beside the program, or in the source tree that it was built in (build/NAME/bin).
+std::string FindPictures(const Options& options) {
+    if (!options.pictures.empty())
+        return options.pictures;
+    const fs::path folder = ProgramFolder();
+    const fs::path installed = folder / "../share/morrowstream/pictures";
+    std::error_code error;
+    const bool there = fs::is_directory(installed, error);
+    return (there ? installed : folder / "../../../host/phone/pictures").lexically_normal().string();
+}
+
+// Users and cameras as this start wants them.
+struct Household {
+    UserStore users;
+    std::vector<CameraEntry> cameras;
+    bool adminMade = false;
+};
+
+Household OpenHousehold(DataFolder& data, bool demo) {
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    std::vector<CameraEntry> cameras = data.ReadCameras();
+    if (demo) {
+        AddDemoUsers(users);
+        for (CameraEntry& camera : DemoCameras()) {
+            std::erase_if(cameras, [&](const CameraEntry& other) { return other.name == camera.name; });
+            cameras.push_back(std::move(camera));
+        }
+    } else if (RemoveDemoUsers(users)) {
+        Console::Get().Say("The demo's users are removed from the data folder.");
+    }
+    return {std::move(users), std::move(cameras), adminMade};
+}
+
+class Application {
+public:
+    explicit Application(const Options& options)
+        : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
+          m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop),
+          m_handlers(ComObject<WebHandlerHost>::Create(m_authenticator)),
+          m_feeds(ComObject<FeedTable>::Create()), m_services{
+                                                       *m_feeds,        *m_handlers,
+                                                       m_authenticator, m_stop,
+                                                       options.limits,  m_authenticator.HasDemoUsers()} {
+        RegisterLogEngine(options.verbosity);
+        m_component = std::make_unique<Component>(m_handlers, m_feeds);
+        for (const CameraEntry& camera : m_household.cameras)
+            m_component->AddCamera(camera);
+        m_server = std::make_unique<Server>(options.listen, m_services);
+    }
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+    ~Application() { m_stop.Signal(); }
+
+    int Run() {
+        SayWelcome();
+        std::optional<DemoPhones> phones;
+        if (m_options.demo) {
+            phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
+                           m_server->Where().Text());
+        }
+        Loop();
+        RestoreSignals();
+        const auto results = phones ? phones->Stop() : std::vector<DemoPhoneResult>{};
+        AwaitPictures(results);
+        m_stop.Signal();
+        m_server.reset();
+        m_component.reset();
+        return SaySummary(results) ? 0 : 1;
+    }
+
+private:
+    static DataFolder OpenData(const Options& options) {
+        if (options.demo && !options.listen.IsLoopback())
+            throw StartError(
+                "the demo's passwords are known to everybody, so it listens on a loopback address only, "
+                "not on " +
+                options.listen.Text());
+        DataFolder data(options.data);
+        data.Lock();
+        return data;
+    }
+
+    void SayWelcome() {
+        Console& console = Console::Get();
+        console.Say("Open http://" + m_server->Where().Text() + "/");
+        console.Say("Data folder: " + m_data.Path());
+        if (m_household.adminMade)
+            console.Say("The administrator is \"admin\"; its password stands in " +
+                        m_data.File("admin-password"));
+        if (m_household.cameras.empty())
+            console.Say("There is no camera yet: put a line with name, type and password into " +
+                        m_data.File("cameras"));
+    }
+
+    void Loop() {
+        const auto started = Clock::now();
+        const auto end =
+            m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
+        auto nextStatus = started + kStatusInterval;
+        while (Clock::now() < end) {
+            if (WaitForSignal(std::min(Clock::now() + kTick, end)))
+                return;
+            m_feeds->PollConnections();
+            if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
+                nextStatus += kStatusInterval;
+                SayStatus(m_feeds->Figures());
+            }
+        }
+    }
+
+    // What was sent in time is to be counted: the receive loops read a closed connection to its end.
+    void AwaitPictures(const std::vector<DemoPhoneResult>& results) {
+        const auto deadline = Clock::now() + kArriveWithin;
+        const auto arrived = [this](const DemoPhoneResult& result) {
+            const FeedPtr feed = m_feeds->Find(result.login);
+            return !feed || feed->Figures().frames + feed->Figures().failed >= result.sent;
+        };
+        while (!std::ranges::all_of(results, arrived) && Clock::now() < deadline)
+            (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(10));
+        m_figures = m_feeds->Figures();
+    }
+
+    // One line for each camera. False when a picture of the demo's phones is missing.
+    bool SaySummary(const std::vector<DemoPhoneResult>& results) {
+        bool good = true;
+        for (const CameraFigures& camera : m_figures) {
+            std::string line = Printable(camera.name) + ": " + std::to_string(camera.frames) +
+                               " frames received, " + std::to_string(camera.failed) + " failed";
+            const auto result = std::ranges::find(results, camera.name, &DemoPhoneResult::login);
+            if (result != results.end()) {
+                const bool all = result->complete && result->sent > 0 && camera.frames >= result->sent &&
+                                 camera.failed == 0;
+                line += ", " + std::to_string(result->sent) + " sent by its demo phone: ";
+                line += all ? "all arrived" : "PICTURES ARE MISSING";
+                good = good && all;
+            }
+            Console::Get().Say(line);
+        }
+        return good;
+    }
+
+    const Options& m_options;
+    Wakeup m_stop;
+    DataFolder m_data;
+    Household m_household;
+    Authenticator m_authenticator;
+    WebHandlerHostPtr m_handlers;
+    FeedTablePtr m_feeds;
+    Services m_services;
+    std::vector<CameraFigures> m_figures; // at the end
+    std::unique_ptr<Component> m_component;
+    std::unique_ptr<Server> m_server;
+};
+
+User MakeUser(const std::string& login, UserKind kind, const std::string& password) {
+    std::string wrong = CheckLogin(login);
+    if (wrong.empty())
+        wrong = CheckPassword(password, kind);
+    if (!wrong.empty())
+        throw StartError("user \"" + Printable(login) + "\": " + wrong);
+    return {kind, false, HashPassword(password)};
+}
+
+} // namespace
+
+int Serve(const Options& options) {
+    RaiseDescriptorLimit();
+    return Application(options).Run();
+}
+
+int AddUser(const Options& options) {
+    std::string password;
+    std::getline(std::cin, password);
+    if (password.ends_with('\r'))
+        password.pop_back();
+    User user = MakeUser(options.userName, options.userKind, password);
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    users.Set(options.userName, std::move(user));
+    users.Save();
+    Console::Get().Say("User \"" + Printable(options.userName) + "\" is a " +
+                       std::string(KindName(options.userKind)) + " now.");
+    return 0;
+}
+
+int AddUsers(const Options& options) {
+    const auto content = platform::ReadWholeFile(options.usersFile);
+    if (!content)
+        throw StartError("cannot read " + options.usersFile);
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    std::size_t count = 0;
+    for (const TextLine& line : ReadTextTable(*content)) {
+        const auto kind = line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
+        if (!kind)
+            throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
+                             ": a user has three fields: login, kind (admin, viewer, phone), password");
+        users.Set(line.fields[0], MakeUser(line.fields[0], *kind, line.fields[2]));
+        ++count;
+    }
+    users.Save();
+    Console::Get().Say(std::to_string(count) + " users are in place.");
+    return 0;
+}
+
+} // namespace host

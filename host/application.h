@@ -1,0 +1,16 @@
+// The host from its start to its end.
+#pragma once
+
+#include "host/options.h"
+
+namespace host {
+
+// Serves until the time is over or a signal comes. SIGINT and SIGTERM must be blocked in the whole process.
+// The exit status. Throws StartError.
+int Serve(const Options& options);
+
+// --add-user and --add-users.
+int AddUser(const Options& options);
+int AddUsers(const Options& options);
+
+} // namespace host

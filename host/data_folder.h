@@ -1,0 +1,35 @@
+// The folder with everything that the host keeps.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/handler/component.h"
+#include "host/users/user_store.h"
+#include "host/web/net.h"
+
+namespace host {
+
+class DataFolder {
+public:
+    // Makes the folder if it is missing. Throws StartError when it cannot be made or written to.
+    explicit DataFolder(std::string path);
+
+    // For the life of a host: two of them on one folder would overwrite each other. Throws StartError.
+    void Lock();
+
+    [[nodiscard]] const std::string& Path() const noexcept { return m_path; }
+    [[nodiscard]] std::string File(const std::string& name) const { return m_path + "/" + name; }
+
+    // Reads "users". When there is no administrator, makes one and writes its password to "admin-password";
+    // the result then says so in `*adminMade`.
+    UserStore OpenUsers(bool* adminMade);
+    // Reads "cameras"; empty without the file. Throws StartError for a line that is no camera.
+    [[nodiscard]] std::vector<CameraEntry> ReadCameras() const;
+
+private:
+    std::string m_path;
+    Descriptor m_lock;
+};
+
+} // namespace host

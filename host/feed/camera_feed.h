@@ -1,0 +1,88 @@
+// What one camera sends: its newest picture, its figures, and those who wait for the next picture.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/feed/picture.h"
+#include "host/feed/rate_meter.h"
+#include "interfaces/ICam.h"
+#include "platform/com.h"
+
+namespace host {
+
+struct CameraFigures {
+    std::uint32_t id = 0;
+    std::string name; // UTF-8
+    std::string type; // "320x240", or empty when it is not known
+    bool connected = false;
+    std::uint64_t frames = 0; // pictures that could be decoded
+    std::uint64_t failed = 0; // and those that could not
+    double fps = 0;
+    int width = 0; // of the newest picture; 0 before the first
+    int height = 0;
+    std::optional<double> age; // of the newest picture, seconds
+};
+
+// The sink of one camera. Its operation runs on the thread that receives the phone's frames, under the
+// camera's lock: it takes the picture, signals and returns; nothing is encoded there.
+class CameraFeed : public ICamSink {
+public:
+    CameraFeed(std::uint32_t id, std::string name) : m_id(id), m_name(std::move(name)) {}
+
+    HRESULT OnVideoFrame(IVideoFrame* frame) override;
+
+    [[nodiscard]] std::uint32_t Id() const noexcept { return m_id; }
+    [[nodiscard]] const std::string& Name() const noexcept { return m_name; }
+    // The newest picture; null before the first one.
+    [[nodiscard]] PicturePtr Newest() const;
+    [[nodiscard]] CameraFigures Figures() const;
+
+    // FeedWatch calls these; a wake-up is signalled for each new picture while it is on the list.
+    void AddWatcher(Wakeup& wakeup);
+    void RemoveWatcher(Wakeup& wakeup) noexcept;
+
+    // The feed table keeps these.
+    void SetType(std::string type);
+    // True when that changes something.
+    bool SetConnected(bool connected) noexcept { return m_connected.exchange(connected) != connected; }
+
+protected:
+    ~CameraFeed() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<ICamSink>(this, interfaceId, object);
+    }
+
+private:
+    const std::uint32_t m_id;
+    const std::string m_name;
+    std::atomic<bool> m_connected{false};
+
+    mutable std::mutex m_mutex; // the members below
+    std::string m_type;
+    PicturePtr m_newest;
+    std::uint64_t m_frames = 0;
+    std::uint64_t m_failed = 0;
+    RateMeter m_rate;
+    std::vector<Wakeup*> m_watchers;
+};
+using FeedPtr = platform::ComPtr<CameraFeed>;
+
+// Signals a wake-up for each new picture of a camera, for as long as it lives.
+class FeedWatch {
+public:
+    FeedWatch(FeedPtr feed, Wakeup& wakeup);
+    FeedWatch(FeedWatch&&) noexcept = default;
+    FeedWatch& operator=(FeedWatch&&) = delete;
+    ~FeedWatch();
+
+private:
+    FeedPtr m_feed;
+    Wakeup* m_wakeup;
+};
+
+} // namespace host

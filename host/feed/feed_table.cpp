@@ -1,0 +1,126 @@
+#include "host/feed/feed_table.h"
+
+#include <algorithm>
+
+#include "interfaces/ICamSettings.h"
+#include "platform/text.h"
+
+namespace host {
+
+using platform::ComObject;
+using platform::ComPtr;
+
+FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
+    Entry& entry = m_entries[name];
+    if (!entry.feed)
+        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name);
+    return entry;
+}
+
+HRESULT FeedTable::OnCamAdded(BSTR bstrName) {
+    ComPtr<IVideoSource> source;
+    {
+        const std::lock_guard guard(m_mutex);
+        source = m_source;
+    }
+    ComPtr<ICam> cam;
+    if (!source || FAILED(source->ConnectToCam(bstrName, cam.Receive())) || !cam)
+        return E_FAIL;
+    FeedPtr feed;
+    {
+        const std::lock_guard guard(m_mutex);
+        Entry& entry = EntryOf(platform::ToUtf8(platform::ViewOf(bstrName)));
+        entry.cam = cam;
+        feed = entry.feed;
+        SignalWatchers();
+    }
+    return cam->Connect(feed.Get());
+}
+
+HRESULT FeedTable::OnCamRemoved(BSTR bstrName) {
+    ComPtr<ICam> cam;
+    FeedPtr feed;
+    {
+        const std::lock_guard guard(m_mutex);
+        const auto found = m_entries.find(platform::ToUtf8(platform::ViewOf(bstrName)));
+        if (found == m_entries.end())
+            return S_FALSE;
+        feed = found->second.feed;
+        cam = std::exchange(found->second.cam, nullptr);
+        feed->SetConnected(false);
+        SignalWatchers();
+    }
+    return cam ? cam->Disconnect(feed.Get()) : S_FALSE;
+}
+
+void FeedTable::SetSource(ComPtr<IVideoSource> source) {
+    const std::lock_guard guard(m_mutex);
+    std::swap(m_source, source);
+}
+
+void FeedTable::SetType(const std::string& name, const std::string& type) {
+    const std::lock_guard guard(m_mutex);
+    EntryOf(name).feed->SetType(type);
+}
+
+FeedPtr FeedTable::Find(const std::string& name) const {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_entries.find(name);
+    return found != m_entries.end() && found->second.cam ? found->second.feed : nullptr;
+}
+
+std::vector<FeedPtr> FeedTable::List() const {
+    std::vector<FeedPtr> feeds;
+    const std::lock_guard guard(m_mutex);
+    for (const auto& [name, entry] : m_entries) {
+        if (entry.cam)
+            feeds.push_back(entry.feed);
+    }
+    return feeds;
+}
+
+std::vector<CameraFigures> FeedTable::Figures() const {
+    std::vector<CameraFigures> all;
+    for (const FeedPtr& feed : List())
+        all.push_back(feed->Figures());
+    return all;
+}
+
+void FeedTable::PollConnections() {
+    std::vector<Entry> present;
+    {
+        const std::lock_guard guard(m_mutex);
+        for (const auto& [name, entry] : m_entries) {
+            if (entry.cam)
+                present.push_back(entry);
+        }
+    }
+    bool changed = false;
+    for (const Entry& entry : present) {
+        const auto settings = entry.cam.Query<ICamSettings>();
+        SVariant value;
+        if (settings && settings->GetSetting(kCamSettingConnected, &value) == S_OK && value.vt == VT_BOOL)
+            changed = entry.feed->SetConnected(value.boolVal != 0) || changed;
+    }
+    if (changed) {
+        const std::lock_guard guard(m_mutex);
+        SignalWatchers();
+    }
+}
+
+void FeedTable::AddWatcher(Wakeup& wakeup) {
+    const std::lock_guard guard(m_mutex);
+    m_watchers.push_back(&wakeup);
+}
+
+void FeedTable::RemoveWatcher(Wakeup& wakeup) noexcept {
+    const std::lock_guard guard(m_mutex);
+    m_watchers.erase(std::ranges::find(m_watchers, &wakeup));
+}
+
+void FeedTable::SignalWatchers() {
+    for (Wakeup* watcher : m_watchers)
+        watcher->Signal();
+}
+
+} // namespace host

@@ -1,0 +1,79 @@
+#include "host/handler/component.h"
+
+#include <cstdio>
+
+#include "host/start_error.h"
+#include "interfaces/ComponentDoor.h"
+#include "platform/text.h"
+#include "platform/threads.h"
+
+namespace host {
+namespace {
+
+using platform::ComObject;
+using platform::ComPtr;
+
+// How long a receive loop may take to notice that its connection was closed.
+constexpr std::uint32_t kLoopsEndWithin = 1000;
+
+void Require(HRESULT hr, const std::string& what) {
+    if (SUCCEEDED(hr))
+        return;
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
+    throw StartError(what + " failed with " + code);
+}
+
+} // namespace
+
+Component::Component(WebHandlerHostPtr handlerHost, FeedTablePtr feeds)
+    : m_handlerHost(std::move(handlerHost)), m_feeds(std::move(feeds)) {
+    const auto factory = ComObject<SingleObjectFactory>::Create(
+        ComPtr<IUnknown>(static_cast<IWebHandlerHost*>(m_handlerHost.Get())));
+    Require(platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get()), "the web handler's class");
+    try {
+        Create();
+    } catch (...) {
+        m_handlerHost->Forget();
+        m_feeds->SetSource(nullptr);
+        m_source = nullptr;
+        m_server = nullptr;
+        (void)RevokeComponentClasses();
+        (void)platform::RevokeClassFactory(kWebHandlerHostClass);
+        throw;
+    }
+}
+
+void Component::Create() {
+    Require(RegisterComponentClasses(), "registering the component");
+    Require(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll, IUploadServer::iid,
+                                       m_server.ReceiveVoid()),
+            "creating the component");
+    m_source = m_server.Query<IVideoSource>();
+    if (!m_source)
+        throw StartError("the component is no video source");
+    m_feeds->SetSource(m_source);
+    Require(m_source->Subscribe(m_feeds.Get()), "subscribing to the component");
+}
+
+Component::~Component() {
+    (void)m_source->Unsubscribe(m_feeds.Get());
+    m_feeds->SetSource(nullptr);
+    m_handlerHost->Forget();
+    m_source = nullptr;
+    m_server = nullptr; // the last reference: the object closes the phones' sockets
+    platform::WaitForWorkItems(kLoopsEndWithin);
+    (void)RevokeComponentClasses();
+    (void)platform::RevokeClassFactory(kWebHandlerHostClass);
+}
+
+void Component::AddCamera(const CameraEntry& camera) {
+    m_feeds->SetType(camera.name, camera.type);
+    const std::u16string name = platform::FromUtf8(camera.name);
+    const std::u16string type = platform::FromUtf8(camera.type);
+    const std::u16string password = platform::FromUtf8(camera.password);
+    Require(AddCameraUntilSettings(m_server.Get(), name.c_str(), type.c_str(), password.c_str()),
+            "adding the camera " + camera.name);
+}
+
+} // namespace host

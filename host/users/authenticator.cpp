@@ -1,0 +1,191 @@
+#include "host/users/authenticator.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "host/users/password.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+bool SameName(std::string_view a, std::string_view b) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+    return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+int Base64Digit(char c) {
+    if (c >= 'A' && c <= 'Z')
+        return c - 'A';
+    if (c >= 'a' && c <= 'z')
+        return c - 'a' + 26;
+    if (c >= '0' && c <= '9')
+        return c - '0' + 52;
+    return c == '+' ? 62 : c == '/' ? 63 : -1;
+}
+
+std::optional<std::string> DecodeBase64(std::string_view text) {
+    while (text.ends_with('='))
+        text.remove_suffix(1);
+    std::string bytes;
+    std::uint32_t bits = 0;
+    int count = 0;
+    for (const char c : text) {
+        const int digit = Base64Digit(c);
+        if (digit < 0)
+            return std::nullopt;
+        bits = bits << 6 | static_cast<std::uint32_t>(digit);
+        count += 6;
+        if (count >= 8) {
+            count -= 8;
+            bytes += static_cast<char>(bits >> count & 0xFF);
+        }
+    }
+    return count < 6 ? std::optional(bytes) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<Credentials> ParseBasic(std::string_view authorization) {
+    const auto blank = authorization.find(' ');
+    if (blank == std::string_view::npos || !SameName(authorization.substr(0, blank), "Basic"))
+        return std::nullopt;
+    std::string_view encoded = authorization.substr(blank);
+    while (encoded.starts_with(' '))
+        encoded.remove_prefix(1);
+    while (encoded.ends_with(' '))
+        encoded.remove_suffix(1);
+    const auto text = DecodeBase64(encoded);
+    if (!text || text->find('\0') != std::string::npos)
+        return std::nullopt;
+    const auto colon = text->find(':');
+    if (colon == std::string::npos || !platform::Utf8ToWideStrict(*text))
+        return std::nullopt;
+    return Credentials{text->substr(0, colon), text->substr(colon + 1)};
+}
+
+std::string_view HeaderValue(std::string_view head, std::string_view name) {
+    std::string_view value;
+    for (bool first = true; !head.empty(); first = false) {
+        const auto end = head.find('\n');
+        std::string_view line = head.substr(0, end);
+        head.remove_prefix(end == std::string_view::npos ? head.size() : end + 1);
+        const auto colon = line.find(':');
+        if (first || colon == std::string_view::npos || !SameName(line.substr(0, colon), name))
+            continue;
+        value = line.substr(colon + 1);
+        while (!value.empty() && (value.back() == '\r' || value.back() == ' ' || value.back() == '\t'))
+            value.remove_suffix(1);
+        while (!value.empty() && (value.front() == ' ' || value.front() == '\t'))
+            value.remove_prefix(1);
+    }
+    return value;
+}
+
+Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop)
+    : m_stop(stop), m_throttle(maxThrottleWait), m_store(std::move(store)) {}
+
+SignIn Authenticator::Check(std::string_view authorization, const PeerAddress& peer) {
+    auto credentials = ParseBasic(authorization);
+    if (!credentials)
+        return {};
+    SignIn signIn{SignIn::Result::Known, std::move(*credentials), UserKind::Viewer, {}};
+    {
+        const std::lock_guard guard(m_mutex);
+        RefreshUsers(Clock::now());
+        if (const auto kind = Remembered(signIn.credentials)) {
+            signIn.kind = *kind;
+            return signIn;
+        }
+    }
+    const auto turn = m_throttle.Reserve(peer.key, Clock::now());
+    if (!turn || WaitFor({.stop = &m_stop}, *turn) == Waited::Stopped) {
+        signIn.result = SignIn::Result::TurnedAway;
+        signIn.retryAfter = m_throttle.RetryAfter(peer.key, Clock::now());
+        return signIn;
+    }
+    if (const auto kind = Verify(signIn.credentials)) {
+        signIn.kind = *kind;
+    } else {
+        signIn.result = SignIn::Result::Wrong;
+        m_throttle.ReportWrong(peer.key, Clock::now());
+    }
+    return signIn;
+}
+
+std::optional<Credentials> Authenticator::Recheck(std::string_view authorization) {
+    auto credentials = ParseBasic(authorization);
+    if (!credentials)
+        return std::nullopt;
+    {
+        const std::lock_guard guard(m_mutex);
+        if (Remembered(*credentials))
+            return credentials;
+    }
+    return Verify(*credentials) ? credentials : std::nullopt;
+}
+
+void Authenticator::ReportWrong(const PeerAddress& peer) {
+    m_throttle.ReportWrong(peer.key, Clock::now());
+}
+
+std::optional<UserKind> Authenticator::Verify(const Credentials& credentials) {
+    User user;
+    {
+        const std::lock_guard guard(m_mutex);
+        const auto found = m_store.Users().find(credentials.login);
+        if (found != m_store.Users().end())
+            user = found->second;
+    }
+    if (!VerifyPassword(credentials.password, user.hash))
+        return std::nullopt;
+    const std::lock_guard guard(m_mutex);
+    m_verified[credentials.login] = {credentials.password, user.hash, Clock::now() + kRemember};
+    return user.kind;
+}
+
+std::optional<UserKind> Authenticator::Remembered(const Credentials& credentials) const {
+    const auto user = m_store.Users().find(credentials.login);
+    const auto memory = m_verified.find(credentials.login);
+    if (user == m_store.Users().end() || memory == m_verified.end() ||
+        memory->second.hash != user->second.hash || memory->second.until < Clock::now() ||
+        !EqualInConstantTime(memory->second.password, credentials.password))
+        return std::nullopt;
+    return user->second.kind;
+}
+
+void Authenticator::RefreshUsers(Clock::time_point now) {
+    if (now - m_refreshed < kRefreshEvery)
+        return;
+    m_refreshed = now;
+    if (!m_store.Refresh())
+        return;
+    const auto gone = [this](const auto& item) { return !m_store.Users().contains(item.first); };
+    std::erase_if(m_verified, gone);
+    std::erase_if(m_tokens, gone);
+}
+
+std::string Authenticator::TokenOf(const std::string& login) {
+    const std::lock_guard guard(m_mutex);
+    std::string& token = m_tokens[login];
+    if (token.empty())
+        token = RandomBytes(16);
+    return token;
+}
+
+std::optional<std::string> Authenticator::LoginOf(std::string_view token) const {
+    const std::lock_guard guard(m_mutex);
+    for (const auto& [login, known] : m_tokens) {
+        if (EqualInConstantTime(known, token) && m_store.Users().contains(login))
+            return login;
+    }
+    return std::nullopt;
+}
+
+bool Authenticator::HasDemoUsers() const {
+    const std::lock_guard guard(m_mutex);
+    return std::ranges::any_of(m_store.Users(), [](const auto& item) { return item.second.demo; });
+}
+
+} // namespace host

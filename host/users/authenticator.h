@@ -1,0 +1,83 @@
+// Who sends this request?
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/users/throttle.h"
+#include "host/users/user_store.h"
+#include "host/web/net.h"
+
+namespace host {
+
+struct Credentials {
+    std::string login; // UTF-8
+    std::string password;
+};
+// Of the value of an Authorization line; nothing when it is no HTTP Basic.
+std::optional<Credentials> ParseBasic(std::string_view authorization);
+// The value of the last line of that name in a request's head; empty without one.
+std::string_view HeaderValue(std::string_view head, std::string_view name);
+
+struct SignIn {
+    enum class Result {
+        Known,
+        Missing,   // no credentials, or none that can be understood
+        Wrong,     // no such user, or not the password
+        TurnedAway // too many wrong ones before; not looked at
+    };
+    Result result = Result::Missing;
+    Credentials credentials;
+    UserKind kind = UserKind::Viewer;
+    std::chrono::seconds retryAfter{0};
+};
+
+// Thread-safe. A password that was verified is remembered for some minutes, so that a page with its many
+// requests, or a phone that comes back, does not pay for the hash each time.
+class Authenticator {
+public:
+    Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop);
+
+    // May wait for the address's turn; the stop signal ends that.
+    SignIn Check(std::string_view authorization, const PeerAddress& peer);
+    // The credentials that `head` carries, when they are in order already or turn out to be; without waiting
+    // and without counting a wrong one. For GetRequestAuth, which the component calls for a request that was
+    // let in before.
+    std::optional<Credentials> Recheck(std::string_view authorization);
+    // A wrong password that somebody else noticed: the one of a phone's authentication record.
+    void ReportWrong(const PeerAddress& peer);
+
+    // The opaque block that stands for a user in the component's hands: 16 random bytes, the same for every
+    // request of that user as long as the host runs.
+    std::string TokenOf(const std::string& login);
+    // The user behind a block; nothing for one that this host did not make or whose user is gone.
+    std::optional<std::string> LoginOf(std::string_view token) const;
+
+    [[nodiscard]] bool HasDemoUsers() const;
+
+private:
+    struct Verified {
+        std::string password;
+        std::string hash; // of the user at that time: a changed password ends the memory
+        Clock::time_point until;
+    };
+    void RefreshUsers(Clock::time_point now);                                 // with m_mutex held
+    std::optional<UserKind> Remembered(const Credentials& credentials) const; // with m_mutex held
+    std::optional<UserKind> Verify(const Credentials& credentials);
+
+    static constexpr std::chrono::minutes kRemember{5};
+    static constexpr std::chrono::seconds kRefreshEvery{1};
+
+    const Wakeup& m_stop;
+    Throttle m_throttle;
+    mutable std::mutex m_mutex; // everything below
+    UserStore m_store;
+    Clock::time_point m_refreshed = Clock::now();
+    std::map<std::string, Verified> m_verified; // by login: never more than there are users
+    std::map<std::string, std::string> m_tokens;
+};
+
+} // namespace host

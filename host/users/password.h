@@ -1,0 +1,25 @@
+// Passwords at rest.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace host {
+
+// A yescrypt hash with a fresh salt, as libcrypt writes it. Takes some ten milliseconds and 16 MiB, on
+// purpose; only so many run at once as the machine has processors, the others wait. Throws std::runtime_error
+// when the library has no randomness.
+std::string HashPassword(std::string_view password);
+
+// Whether the password gives this hash. Costs the same for a wrong one, and for an empty hash, which never
+// matches: an unknown user must not be told from a wrong password by the time that the answer takes.
+bool VerifyPassword(std::string_view password, const std::string& hash);
+
+// Takes a time that depends on the lengths only.
+bool EqualInConstantTime(std::string_view a, std::string_view b) noexcept;
+
+// For passwords that nobody chooses: about 95 bits in 16 characters without look-alikes.
+std::string RandomPassword();
+std::string RandomBytes(std::size_t count);
+
+} // namespace host

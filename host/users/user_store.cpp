@@ -1,0 +1,131 @@
+#include "host/users/user_store.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/start_error.h"
+#include "host/text_table.h"
+#include "platform/files.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+constexpr std::array<std::pair<UserKind, std::string_view>, 3> kKinds{{
+    {UserKind::Admin, "admin"},
+    {UserKind::Viewer, "viewer"},
+    {UserKind::Phone, "phone"},
+}};
+
+bool HasControl(std::string_view text) {
+    return std::ranges::any_of(text, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
+}
+
+} // namespace
+
+std::string_view KindName(UserKind kind) noexcept {
+    return kKinds[static_cast<std::size_t>(kind)].second;
+}
+
+std::optional<UserKind> KindFromName(std::string_view name) noexcept {
+    for (const auto& [kind, text] : kKinds) {
+        if (text == name)
+            return kind;
+    }
+    return std::nullopt;
+}
+
+std::string CheckLogin(std::string_view login) {
+    if (login.empty() || login.size() > 64)
+        return "a login has 1 to 64 bytes";
+    if (HasControl(login) || login.find_first_of(":/?#") != std::string_view::npos || login.front() == '#')
+        return "a login has no control characters and none of : / ? #";
+    if (!platform::Utf8ToWideStrict(login))
+        return "a login is UTF-8 text";
+    return {};
+}
+
+std::string CheckPassword(std::string_view password, UserKind kind) {
+    // A phone's record has 64 bytes for the password and its end.
+    const std::size_t longest = kind == UserKind::Phone ? 63 : 256;
+    if (password.empty() || password.size() > longest)
+        return "a password of this kind of user has 1 to " + std::to_string(longest) + " bytes";
+    if (HasControl(password))
+        return "a password has no control characters";
+    return {};
+}
+
+UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(FileStamp()) {
+    if (m_stamp.inode != 0)
+        m_users = ReadFile();
+}
+
+UserStore::Stamp UserStore::FileStamp() const {
+    struct stat info {};
+    if (::stat(m_path.c_str(), &info) != 0)
+        return {};
+    return {info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ino};
+}
+
+UserMap UserStore::ReadFile() const {
+    const auto content = platform::ReadWholeFile(m_path);
+    if (!content)
+        throw StartError("cannot read the users file " + m_path);
+    UserMap users;
+    for (const TextLine& line : ReadTextTable(*content)) {
+        const auto bad = [&](std::string_view what) {
+            return StartError(m_path + ", line " + std::to_string(line.number) + ": " + std::string(what));
+        };
+        if (line.fields.size() != 4)
+            throw bad("a user has four fields: login, kind, mark, hash");
+        const auto kind = KindFromName(line.fields[1]);
+        if (!kind)
+            throw bad("the kind of a user is admin, viewer or phone");
+        if (const std::string wrong = CheckLogin(line.fields[0]); !wrong.empty())
+            throw bad(wrong);
+        if (!users.try_emplace(line.fields[0], User{*kind, line.fields[2] == "demo", line.fields[3]}).second)
+            throw bad("this login stands there twice");
+    }
+    return users;
+}
+
+bool UserStore::Refresh() {
+    const Stamp stamp = FileStamp();
+    if (stamp == m_stamp || stamp.inode == 0)
+        return false;
+    m_stamp = stamp;
+    try {
+        m_users = ReadFile();
+    } catch (const StartError&) {
+        return false;
+    }
+    return true;
+}
+
+void UserStore::Set(const std::string& login, User user) {
+    m_users.insert_or_assign(login, std::move(user));
+}
+
+void UserStore::Remove(std::string_view login) {
+    if (const auto found = m_users.find(login); found != m_users.end())
+        m_users.erase(found);
+}
+
+void UserStore::Save() {
+    std::string content = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash.\n"
+                          "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND\n";
+    for (const auto& [login, user] : m_users) {
+        content += login + '\t' + std::string(KindName(user.kind)) + '\t' + (user.demo ? "demo" : "-") +
+                   '\t' + user.hash + '\n';
+    }
+    if (FAILED(platform::ReplaceFile(m_path, content, 0600)))
+        throw StartError("cannot write the users file " + m_path);
+    m_stamp = FileStamp();
+}
+
+} // namespace host

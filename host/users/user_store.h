@@ -1,0 +1,66 @@
+// The users of the host, in a file of the data folder.
+//
+// One user a line: login, kind, mark, password hash, separated by tabs; "#" begins a comment. The mark is
+// "demo" for the users that the demo made and "-" for others. The file has mode 0600 and is replaced as a
+// whole.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+enum class UserKind {
+    Admin,  // everything
+    Viewer, // looks at the pages
+    Phone,  // sends and receives pictures through the component
+};
+std::string_view KindName(UserKind kind) noexcept;
+std::optional<UserKind> KindFromName(std::string_view name) noexcept;
+
+struct User {
+    UserKind kind = UserKind::Viewer;
+    bool demo = false;
+    std::string hash;
+};
+using UserMap = std::map<std::string, User, std::less<>>;
+
+// Logins and passwords travel in HTTP Basic and in paths. The result says what is wrong; empty when nothing
+// is.
+std::string CheckLogin(std::string_view login);
+std::string CheckPassword(std::string_view password, UserKind kind);
+
+// Not thread-safe; the authenticator guards it.
+class UserStore {
+public:
+    // Throws StartError for a file that cannot be read or holds a line that is no user: going on without it
+    // would lock people out, or lose them at the next write.
+    explicit UserStore(std::string path);
+
+    [[nodiscard]] const UserMap& Users() const noexcept { return m_users; }
+    // Reads the file again when somebody has replaced it (--add-user beside a running host). True when the
+    // users may have changed. A file that cannot be read meanwhile leaves the users as they are.
+    bool Refresh();
+    void Set(const std::string& login, User user);
+    void Remove(std::string_view login);
+    // Throws StartError when the file cannot be written.
+    void Save();
+
+private:
+    struct Stamp {
+        long long seconds = 0;
+        long nanoseconds = 0;
+        unsigned long long inode = 0;
+        friend bool operator==(const Stamp&, const Stamp&) = default;
+    };
+    [[nodiscard]] Stamp FileStamp() const;
+    [[nodiscard]] UserMap ReadFile() const;
+
+    std::string m_path;
+    UserMap m_users;
+    Stamp m_stamp;
+};
+
+} // namespace host

@@ -1,0 +1,174 @@
+#include "host/web/connection.h"
+
+#include <exception>
+#include <string>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "host/log/console.h"
+#include "host/web/access.h"
+#include "host/web/answer.h"
+#include "host/web/head.h"
+#include "host/web/live.h"
+#include "host/web/pages.h"
+#include "host/web/request.h"
+#include "host/web/tiles.h"
+#include "host/web/upload.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+// Behind an answer that closes, what the peer still sends is read for a moment: closing over unread bytes
+// would reset the connection and could take the answer with it.
+constexpr std::chrono::milliseconds kLinger{500};
+
+class Connection {
+public:
+    Connection(Descriptor socket, const PeerAddress& peer, const Services& services)
+        : m_socket(std::move(socket)), m_peer(peer), m_services(services) {}
+
+    void Run() {
+        for (unsigned served = 0; served < kMaxRequestsPerConnection; ++served) {
+            Head head =
+                ReadHead(m_socket.Get(), m_services.stop, Clock::now() + m_services.limits.headDeadline);
+            if (head.result != HeadResult::Complete)
+                return RefuseHead(head);
+            ParsedRequest parsed = ParseRequest(std::move(head.text));
+            if (!parsed.request) {
+                m_services.counters.Refuse(Refusal::HeadInvalid);
+                return Close(Answer::Text(parsed.status, "This is no request that the server understands."));
+            }
+            ++m_services.counters.requests;
+            m_request = std::move(*parsed.request);
+            m_request.peer = m_peer;
+            if (!Serve())
+                return;
+        }
+    }
+
+private:
+    void RefuseHead(const Head& head) {
+        if (head.result == HeadResult::TooLarge) {
+            m_services.counters.Refuse(Refusal::HeadInvalid);
+            Close(Answer::Text(431, "The head of this request is too long."));
+        } else if (head.result == HeadResult::Timeout && head.anyBytes) {
+            m_services.counters.Refuse(Refusal::HeadTimeout);
+            Close(Answer::Text(408, "The request did not come in time."));
+        }
+    }
+
+    // One request. False when the connection is at its end, or not ours any more.
+    bool Serve() {
+        const std::u16string path = HandlerPath(m_request);
+        if (const auto handler = m_services.handlers.HandlerOf(path)) {
+            std::int32_t stream = 0;
+            (void)handler->IsStreamPath(path.c_str(), &stream);
+            return stream != 0 ? ServeStream(*handler) : ServeHandler(*handler);
+        }
+        if (const auto refused = RefuseMethod())
+            return Send(*refused);
+        if (const auto refused = CheckAccess(m_request, Purpose::Watch, m_services))
+            return Send(*refused);
+        if (m_request.path == "/tiles")
+            return ServeWebSocket();
+        if (m_request.path.starts_with("/live/")) {
+            const FeedPtr feed = FeedOfPath(m_request.path, "/live/", "", m_services);
+            if (!feed)
+                return Send(Answer::Text(404, "There is no camera of that name."));
+            ServeLive(m_socket.Get(), feed, m_request.method == "HEAD", m_services);
+            return false;
+        }
+        return Send(PageAnswer(m_request, m_services));
+    }
+
+    bool ServeStream(IWebHandler& handler) {
+        const bool upload = m_request.method == "POST";
+        if (!upload && m_request.method != "GET")
+            return Send(Answer::Text(405, "A stream is opened with POST or GET."));
+        if (const auto refused = CheckAccess(m_request, upload ? Purpose::Upload : Purpose::View, m_services))
+            return Close(*refused), false;
+        HandOver(std::move(m_socket), m_request, handler, m_services);
+        return false;
+    }
+
+    bool ServeHandler(IWebHandler& handler) {
+        if (const auto refused = RefuseMethod())
+            return Send(*refused);
+        // The settings hold the passwords of the cameras.
+        const auto decoded = PercentDecode(m_request.path);
+        const bool settings = !decoded || decoded->find("config") != std::string::npos;
+        const Purpose purpose = settings ? Purpose::Settings : Purpose::Mobile;
+        if (const auto refused = CheckAccess(m_request, purpose, m_services))
+            return Send(*refused);
+        return Send(HandlerAnswer(m_request, handler));
+    }
+
+    bool ServeWebSocket() {
+        if (!m_request.wantsWebSocket)
+            return Send(Answer::Text(426, "This is a WebSocket."));
+        // Programs send no Origin; a page of somebody else's sends its own.
+        if (!m_request.origin.empty() && !IsSameOrigin(m_request.origin, m_request.host)) {
+            m_services.counters.Refuse(Refusal::ForeignHost);
+            return Send(Answer::Text(403, "This stream is for the page of this server."));
+        }
+        ServeTiles(std::move(m_socket), m_request, m_services);
+        return false;
+    }
+
+    [[nodiscard]] std::optional<Answer> RefuseMethod() const {
+        if (m_request.method != "GET" && m_request.method != "HEAD") {
+            Answer answer = Answer::Text(405, "Only GET and HEAD are known here.");
+            answer.headers["Allow"] = "GET, HEAD";
+            return answer;
+        }
+        if (m_request.hasBody)
+            return Answer::Text(413, "No request to this server has a body.");
+        return std::nullopt;
+    }
+
+    bool Send(const Answer& answer) {
+        if (!m_request.keepAlive || m_request.hasBody || m_request.method == "POST")
+            return Close(answer), false;
+        const std::string bytes =
+            Serialize(answer, {.keepAlive = true, .headOnly = m_request.method == "HEAD"});
+        return SendAll(m_socket.Get(), bytes, m_services.stop, m_services.limits.writeStall) ==
+               SendResult::Sent;
+    }
+
+    void Close(const Answer& answer) {
+        const std::string bytes = Serialize(answer, {.headOnly = m_request.method == "HEAD"});
+        if (SendAll(m_socket.Get(), bytes, m_services.stop, m_services.limits.writeStall) != SendResult::Sent)
+            return;
+        ::shutdown(m_socket.Get(), SHUT_WR);
+        const auto deadline = Clock::now() + kLinger;
+        std::string rest(4096, '\0');
+        while (WaitFor({.socket = m_socket.Get(), .socketEvents = POLLIN, .stop = &m_services.stop},
+                       deadline) == Waited::Ready) {
+            if (::recv(m_socket.Get(), rest.data(), rest.size(), MSG_DONTWAIT) <= 0)
+                return;
+        }
+    }
+
+    Descriptor m_socket;
+    const PeerAddress& m_peer;
+    const Services& m_services;
+    Request m_request;
+};
+
+} // namespace
+
+void ServeConnection(Descriptor socket, const PeerAddress& peer, const Services& services) noexcept {
+    try {
+        Connection(std::move(socket), peer, services).Run();
+    } catch (const std::exception& error) {
+        try {
+            Console::Get().Log("error", "connection of " + peer.text + " ended: " + error.what());
+        } catch (const std::exception&) {
+            // Not even the memory for the line.
+        }
+    }
+}
+
+} // namespace host

@@ -1,0 +1,43 @@
+// Every limit and every deadline of the host's web server, in one place.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace host {
+
+struct Limits {
+    // Connections that the web server holds at once; an upload stops counting once it is handed over. Many
+    // phones of one mobile network can come from one address, hence the generous share of it.
+    std::size_t maxConnections = 1024;
+    std::size_t maxPerAddress = 256;
+
+    // From the first moment of a connection, or from the end of the last answer, until the head is complete.
+    std::chrono::milliseconds headDeadline{5000};
+    // From the end of an upload's head until its authentication record is there.
+    std::chrono::milliseconds recordDeadline{5000};
+    // How long a reader may take nothing at all before it is dropped.
+    std::chrono::milliseconds writeStall{10000};
+    // How long a page may leave a picture unacknowledged.
+    std::chrono::milliseconds ackDeadline{10000};
+    // Without a picture for this long a watcher is shown that there is none.
+    std::chrono::milliseconds staleAfter{3000};
+    // Older than this a picture is no answer to "what does the camera see".
+    std::chrono::milliseconds snapshotAge{10000};
+    // The heartbeat of the multiplexed stream.
+    std::chrono::milliseconds stateInterval{1000};
+    // How long a wrong password may make its sender wait before it is turned away at once.
+    std::chrono::milliseconds maxThrottleWait{4000};
+};
+
+inline constexpr std::size_t kMaxHeadBytes = 16 * 1024;
+inline constexpr std::size_t kMaxTargetBytes = 2048;
+inline constexpr std::size_t kAuthRecordBytes = 131;
+inline constexpr unsigned kMaxRequestsPerConnection = 1000;
+// Messages of the page on the multiplexed stream are short; a list of tiles is the longest.
+inline constexpr std::size_t kMaxPageMessageBytes = 16 * 1024;
+// Kernel buffer towards a watcher: small, so that what waits in it is a fraction of a second.
+inline constexpr int kWatcherSendBuffer = 64 * 1024;
+inline constexpr int kListenBacklog = 512;
+
+} // namespace host

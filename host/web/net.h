@@ -1,0 +1,105 @@
+// Descriptors, waiting and stopping.
+//
+// Every thread of the web server waits in WaitFor, which also watches the stop signal: raising it once ends
+// every wait of the server at once, and so every thread.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace host {
+
+using Clock = std::chrono::steady_clock;
+
+// Owner of one descriptor.
+class Descriptor {
+public:
+    Descriptor() noexcept = default;
+    explicit Descriptor(int fd) noexcept : m_fd(fd) {}
+    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        if (this != &other) {
+            Close();
+            m_fd = std::exchange(other.m_fd, -1);
+        }
+        return *this;
+    }
+    ~Descriptor() { Close(); }
+
+    [[nodiscard]] int Get() const noexcept { return m_fd; }
+    explicit operator bool() const noexcept { return m_fd >= 0; }
+    [[nodiscard]] int Release() noexcept { return std::exchange(m_fd, -1); }
+    void Close() noexcept;
+
+private:
+    int m_fd = -1;
+};
+
+// A descriptor that can be waited for and becomes readable when somebody signals. Signals add up to one.
+class Wakeup {
+public:
+    Wakeup(); // throws std::system_error when there is no descriptor left
+    // Any thread; costs a system call only for the first signal after a Clear.
+    void Signal() noexcept;
+    // Call before looking at what the signal is about, so that a later change signals again.
+    void Clear() noexcept;
+    [[nodiscard]] bool IsSet() const noexcept { return m_set.load(std::memory_order_acquire); }
+    [[nodiscard]] int Fd() const noexcept { return m_fd.Get(); }
+
+private:
+    Descriptor m_fd;
+    std::atomic<bool> m_set{false};
+};
+
+enum class Waited { Ready, Woken, Timeout, Stopped };
+
+// What to wait for. Any of the descriptors may be -1.
+struct WaitSet {
+    int socket = -1;
+    short socketEvents = 0; // POLLIN, POLLOUT, POLLRDHUP; errors always count
+    const Wakeup* wakeup = nullptr;
+    const Wakeup* stop = nullptr;
+};
+// The stop signal wins over readiness, readiness over a wake-up.
+Waited WaitFor(const WaitSet& set, Clock::time_point deadline);
+
+// An address and a port to listen on, as the command line gives it: "127.0.0.1:8080", "[::1]:8080", ":8080"
+// (all addresses).
+struct Endpoint {
+    std::string address;
+    std::uint16_t port = 0;
+
+    // Nothing for a text that is no such thing. Names are not looked up, but for "localhost".
+    static std::optional<Endpoint> Parse(std::string_view text);
+    [[nodiscard]] bool IsLoopback() const;
+    [[nodiscard]] std::string Text() const;
+};
+
+struct Listener {
+    Descriptor socket;
+    Endpoint endpoint; // with the port that the system chose, when 0 was asked for
+};
+// Throws StartError with a clear line.
+Listener Listen(const Endpoint& endpoint);
+
+// The address of a peer as text, and what its limits and slow-downs are kept under: the whole IPv4 address,
+// or the /64 of an IPv6 one, since one host can have all of that.
+struct PeerAddress {
+    std::string text;
+    std::string key;
+};
+PeerAddress AddressOf(const sockaddr_storage& address);
+
+// Sets how many bytes make the socket readable. It goes back to 1 before anybody else gets the socket.
+void SetReceiveLowWater(int fd, int bytes) noexcept;
+
+} // namespace host

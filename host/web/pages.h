@@ -1,0 +1,20 @@
+// Requests that end in one answer.
+#pragma once
+
+#include "host/web/answer.h"
+#include "host/web/request.h"
+#include "host/web/services.h"
+
+namespace host {
+
+// Whoever asks has been let in already.
+Answer PageAnswer(const Request& request, const Services& services);
+
+// The answer of a registered handler.
+Answer HandlerAnswer(const Request& request, IWebHandler& handler);
+
+// The camera that a path names behind `prefix` and before `suffix`; null when there is none.
+FeedPtr FeedOfPath(std::string_view path, std::string_view prefix, std::string_view suffix,
+                   const Services& services);
+
+} // namespace host

@@ -1,0 +1,21 @@
+// The host's figures as text for programs.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/web/services.h"
+
+namespace host {
+
+// A JSON string with its quotes. Bytes that are no UTF-8 become replacement characters.
+std::string JsonString(std::string_view text);
+
+// {"status":"ok","uptime":...,"version":...,"cameras":[...]}
+std::string HealthJson(const Services& services);
+// The same figures as a message of the multiplexed stream, with the numbers of the cameras.
+std::string StateJson(const Services& services);
+// Prometheus text format.
+std::string MetricsText(const Services& services);
+
+} // namespace host

@@ -1,0 +1,67 @@
+#include "host/web/upload.h"
+
+#include <netinet/tcp.h>
+
+#include "host/web/head.h"
+#include "platform/socket.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+// The component waits for a silent phone without a limit of its own. The system asks the phone's side whether
+// it is still there, so that a phone that vanished is noticed within about a minute.
+void WatchPeer(int fd) {
+    const auto set = [fd](int level, int option, int value) {
+        ::setsockopt(fd, level, option, &value, sizeof value);
+    };
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, 20);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, 10);
+    set(IPPROTO_TCP, TCP_KEEPCNT, 4);
+}
+
+} // namespace
+
+std::u16string HandlerPath(const Request& request) {
+    std::string path = request.path.substr(1);
+    if (request.method == "POST") {
+        if (auto decoded = PercentDecode(path))
+            path = std::move(*decoded);
+    }
+    if (!request.query.empty())
+        path += "?" + request.query;
+    return platform::FromUtf8(path);
+}
+
+void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, const Services& services) {
+    Counters& counters = services.counters;
+    const bool upload = request.method == "POST";
+    if (upload) {
+        const auto deadline = Clock::now() + services.limits.recordDeadline;
+        const HeadResult record = WaitForBytes(socket.Get(), kAuthRecordBytes, services.stop, deadline);
+        if (record != HeadResult::Complete) {
+            if (record == HeadResult::Timeout)
+                counters.Refuse(Refusal::RecordTimeout);
+            return;
+        }
+    }
+    WatchPeer(socket.Get());
+    const platform::Bstr head(platform::ToWide(request.head));
+    const std::u16string path = HandlerPath(request);
+    const SOCKET handle = platform::AdoptSocket(socket.Release());
+    if (handle == INVALID_SOCKET)
+        return;
+    const HRESULT hr = handler.Process(path.c_str(), handle, head.Get());
+    if (SUCCEEDED(hr)) {
+        ++counters.uploads;
+        return;
+    }
+    // Harmless when the component has closed it.
+    (void)platform::closesocket(handle);
+    counters.Refuse(Refusal::UploadDenied);
+    if (upload && hr == E_ACCESSDENIED)
+        services.authenticator.ReportWrong(request.peer);
+}
+
+} // namespace host
