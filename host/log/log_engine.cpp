@@ -22,8 +22,9 @@ public:
                const char* szChannel) override try {
         const std::string_view channel = szChannel != nullptr ? szChannel : "";
         const Verbosity verbosity = m_verbosity;
-        if (verbosity != Verbosity::Verbose && channel == "FPS")
-            return; // the status line has the rates
+        // Rates stand in the status line, and "message" tells of every grant to a phone.
+        if (verbosity != Verbosity::Verbose && (channel == "FPS" || channel == "message"))
+            return;
         if (verbosity == Verbosity::Quiet && channel == "mobile")
             return;
         std::string text = platform::ToUtf8(platform::ToWide(szText != nullptr ? szText : ""));
