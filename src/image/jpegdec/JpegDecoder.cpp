@@ -1,7 +1,7 @@
 // The four operations and the parser's loop over the markers of a stream (T.81 B.2).
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/jpegdec/JpegMarkers.h"
+#include "image/kernels/JpegMarkers.h"
 
 CJPEGDecoder::CJPEGDecoder() = default;
 CJPEGDecoder::~CJPEGDecoder() = default;

@@ -1,7 +1,7 @@
 // Frame header and scan header (T.81 B.2.2, B.2.3), and what follows from them: sampling, geometry, colour.
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/jpegdec/JpegMarkers.h"
+#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 
@@ -33,7 +33,7 @@ JpegStatus CJPEGDecoder::ReadFrameHeader(bool bProgressive) {
         return JPEG_BAD_SEGMENT_LENGTH;
     if (nWidth < 1 || nHeight < 1)
         return JPEG_BAD_FRAME_SEGMENT;
-    if (nWidth > kJpegMaxSide || nHeight > kJpegMaxSide || std::int64_t{nWidth} * nHeight > kJpegMaxPixels)
+    if (!IsPictureSizeAllowed(nWidth, nHeight))
         return JPEG_NOT_SUPPORTED;
     m_nJpegWidth = nWidth;
     m_nJpegHeight = nHeight;

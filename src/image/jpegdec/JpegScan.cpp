@@ -1,7 +1,7 @@
 // Work memory and the entropy-coded data of a sequential scan (T.81 E.2.3 to E.2.5).
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/jpegdec/JpegMarkers.h"
+#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 

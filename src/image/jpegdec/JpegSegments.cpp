@@ -5,7 +5,7 @@
 // position at its end, so a segment that is cut off ends in "no marker found" soon after.
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/jpegdec/JpegMarkers.h"
+#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 #include <cstring>
@@ -30,25 +30,9 @@ bool CJPEGDecoder::StartsWith(const char* szText, std::int32_t nLength) const {
            std::memcmp(m_pSrc + m_nSrcPos, szText, static_cast<std::size_t>(nLength)) == 0;
 }
 
-// 0xFF bytes in front of a marker are padding; a zero behind one is stuffing of entropy-coded data.
 JpegStatus CJPEGDecoder::NextMarker() {
-    m_nMarker = M_NONE;
-    while (m_nMarker == M_NONE) {
-        const void* const pFound =
-            BytesLeft() > 0 ? std::memchr(m_pSrc + m_nSrcPos, 0xFF, static_cast<std::size_t>(BytesLeft()))
-                            : nullptr;
-        if (!pFound) {
-            m_nSrcPos = m_nSrcSize;
-            return JPEG_BUFFER_EXHAUSTED;
-        }
-        m_nSrcPos = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(pFound) - m_pSrc);
-        while (m_nSrcPos < m_nSrcSize && m_pSrc[m_nSrcPos] == 0xFF)
-            ++m_nSrcPos;
-        if (m_nSrcPos >= m_nSrcSize)
-            return JPEG_BUFFER_EXHAUSTED;
-        m_nMarker = m_pSrc[m_nSrcPos++];
-    }
-    return JPEG_OK;
+    m_nMarker = SeekMarker(m_pSrc, m_nSrcSize, m_nSrcPos);
+    return m_nMarker != M_NONE ? JPEG_OK : JPEG_BUFFER_EXHAUSTED;
 }
 
 // The length field counts itself; nContent does not. A length below 2 matches no content.

@@ -1,6 +1,8 @@
 // The vocabulary of the primary engine: colours, samplings, statuses, and the record of destination planes.
 #pragma once
 
+#include "image/kernels/PictureLimits.h"
+
 #include <cstdint>
 
 enum JpegColor : std::int32_t {
@@ -47,13 +49,6 @@ struct PlanarDestination {
 };
 
 inline constexpr std::int32_t kJpegMaxComponents = 4;
-
-// Limits of a picture, checked once, in the frame header: width and height come from hostile bytes and
-// everything below allocates by them. 65500 a side is what other codecs of this format take. 64 megapixels
-// are more than any phone's or camera's sensor sends, and keep even three bytes a pixel (192 MiB) inside
-// 32-bit sizes.
-inline constexpr std::int32_t kJpegMaxSide = 65500;
-inline constexpr std::int64_t kJpegMaxPixels = std::int64_t{1} << 26;
 
 // Passes over one sequential picture. A second one is legal, though nothing makes such streams; each repaints
 // the whole picture, however short its data, so that a small stream of nothing but scan headers could keep a
