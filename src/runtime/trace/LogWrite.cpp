@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -36,6 +38,26 @@ ILogEngine* GetEngine() {
     return pEngine;
 }
 
+// A wide text in the thread's code page. Every code page holds ASCII as it is, so most lines need neither a
+// conversion nor the heap.
+class CNarrowText {
+public:
+    explicit CNarrowText(const char16_t* szText) {
+        const std::u16string_view text(szText);
+        if (text.size() < m_aInline.size() && std::ranges::all_of(text, [](char16_t c) { return c < 0x80; }))
+            std::ranges::transform(text, m_aInline.begin(), [](char16_t c) { return static_cast<char>(c); });
+        else
+            m_strLong = platform::ToNarrow(text);
+    }
+    [[nodiscard]] const char* Get() const noexcept {
+        return m_strLong.empty() ? m_aInline.data() : m_strLong.c_str();
+    }
+
+private:
+    std::array<char, 128> m_aInline{};
+    std::string m_strLong; // empty while the text stands inline
+};
+
 } // namespace
 
 void LogWrite(const SLogSite& site, const char16_t* szChannel, const char16_t* szText) {
@@ -45,9 +67,9 @@ void LogWrite(const SLogSite& site, const char16_t* szChannel, const char16_t* s
     if (!pEngine->IsEnabled() && szChannel != nullptr)
         return;
     ThrowStatusWithoutMemory([&] {
-        const std::string channel = szChannel == nullptr ? "DIRECT" : platform::ToNarrow(szChannel);
-        const std::string text = platform::ToNarrow(szText);
-        pEngine->Write(site.szFunction, site.szFile, site.nLine, text.c_str(), channel.c_str());
+        const CNarrowText channel(szChannel == nullptr ? u"DIRECT" : szChannel);
+        const CNarrowText text(szText);
+        pEngine->Write(site.szFunction, site.szFile, site.nLine, text.Get(), channel.Get());
     });
 }
 
