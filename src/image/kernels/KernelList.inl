@@ -38,3 +38,5 @@ KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R,
        (const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi, std::uint8_t* pDst,
         std::int32_t nDstStep, IppiSize dstRoi),
        (pSrc, nSrcStep, srcRoi, pDst, nDstStep, dstRoi))
+
+#include "image/kernels/lists/ProgressiveEntropy.inl"

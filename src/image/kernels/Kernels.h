@@ -6,6 +6,7 @@
 #include "image/kernels/Entropy.h"
 #include "image/kernels/Level.h"
 #include "image/kernels/Memory.h"
+#include "image/kernels/ProgressiveEntropy.h"
 #include "image/kernels/Sampling.h"
 #include "image/kernels/Status.h"
 #include "image/kernels/Tables.h"

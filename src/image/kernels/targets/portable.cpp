@@ -20,6 +20,7 @@ namespace KERNEL_TARGET {
 #include "image/kernels/bodies/BitReader.inl"
 #include "image/kernels/bodies/Copy.inl"
 #include "image/kernels/bodies/Entropy.inl"
+#include "image/kernels/bodies/ProgressiveEntropy.inl"
 #include "image/kernels/bodies/Sampling.inl"
 #include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"
