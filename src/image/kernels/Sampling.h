@@ -16,3 +16,8 @@ IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nS
 // The input must be two samples wide and high at least.
 IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
                                          std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
+
+// Halves the width, for each row s: out[i] = (s[2i] + s[2i+1] + 1) >> 1. The input must be two samples wide
+// at least.
+IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                         std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);

@@ -47,4 +47,16 @@ IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
     return ippStsNoErr;
 }
 
+IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                         std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi) {
+    const IppiSize pairs{srcRoi.width, srcRoi.height < 1 ? srcRoi.height : 2}; // one row is enough
+    if (const IppStatus nStatus = CheckSampling(pSrc, nSrcStep, pairs, 2, pDst, nDstStep, dstRoi))
+        return nStatus;
+    for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += nSrcStep, pDst += nDstStep) {
+        for (std::int32_t i = 0; i < dstRoi.width; ++i)
+            pDst[i] = static_cast<std::uint8_t>((pSrc[2 * i] + pSrc[2 * i + 1] + 1) >> 1);
+    }
+    return ippStsNoErr;
+}
+
 } // namespace KERNEL_TARGET

@@ -79,5 +79,70 @@ inline void StoreClamped(std::uint8_t* p, Vec16 x) {
         p[i] = static_cast<std::uint8_t>(x.a[i] < 0 ? 0 : x.a[i] > 255 ? 255 : x.a[i]);
 }
 
+// Eight samples, each less 128.
+inline Vec16 LoadShifted(const std::uint8_t* p) {
+    Vec16 v;
+    for (int i = 0; i < 8; ++i)
+        v.a[i] = static_cast<std::int16_t>(p[i] - 128);
+    return v;
+}
+
+inline void Store(std::int16_t* p, Vec16 x) {
+    std::memcpy(p, x.a, sizeof x.a);
+}
+
+// Sums and differences of 16 bits, of lanes that stay inside them.
+inline Vec16 operator+(Vec16 x, Vec16 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>(x.a[i] + y.a[i]);
+    return x;
+}
+
+inline Vec16 operator-(Vec16 x, Vec16 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>(x.a[i] - y.a[i]);
+    return x;
+}
+
+inline Vec16 operator+(Vec16 x, std::int16_t n) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>(x.a[i] + n);
+    return x;
+}
+
+template <int nShift>
+inline Vec16 ShiftLeft(Vec16 x) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>(x.a[i] * (1 << nShift));
+    return x;
+}
+
+// Arithmetic.
+template <int nShift>
+inline Vec16 ShiftRight(Vec16 x) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>(x.a[i] >> nShift);
+    return x;
+}
+
+// The products shifted right by 15, rounded to nearest with ties to even. The factors are unsigned and none
+// is above 32768, so that nothing saturates.
+inline Vec16 RoundedProduct(Vec16 x, const std::uint16_t* pFactors) {
+    Vec16 v;
+    for (int i = 0; i < 8; ++i) {
+        const std::int32_t nProduct = x.a[i] * static_cast<std::int32_t>(pFactors[i]);
+        v.a[i] = static_cast<std::int16_t>((nProduct + 0x3FFF + (nProduct >> 15 & 1)) >> 15);
+    }
+    return v;
+}
+
+// A bit for each lane that is not zero: those of the first vector lowest.
+inline std::uint32_t NonZeroMask(Vec16 x, Vec16 y) {
+    std::uint32_t nMask = 0;
+    for (int i = 0; i < 8; ++i)
+        nMask |= (x.a[i] != 0 ? 1u : 0u) << i | (y.a[i] != 0 ? 1u : 0u) << (8 + i);
+    return nMask;
+}
+
 } // namespace
 } // namespace KERNEL_TARGET

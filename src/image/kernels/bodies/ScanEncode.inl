@@ -1,0 +1,227 @@
+// Samples to entropy-coded data, an MCU at a time.
+//
+// What makes this faster than a call a block: bits go through a 64-bit accumulator into a window of the
+// stack, eight bytes a store and no branch a symbol; only when the window is nearly full, its bytes go to the
+// caller's buffer, with zeros stuffed behind those of 0xFF. The coefficients of a block are never brought
+// into zigzag order: a mask of those that are not zero is, and its ones lead from value to value.
+
+namespace KERNEL_TARGET {
+namespace {
+
+// Position in coding order to place in a block whose rows and columns are exchanged.
+constexpr std::array<std::uint8_t, 64> kExchangedZigZag = [] {
+    std::array<std::uint8_t, 64> aPlaces{};
+    for (std::size_t k = 0; k < 64; ++k)
+        aPlaces[k] = static_cast<std::uint8_t>((g_aZigZag[k] & 7) << 3 | g_aZigZag[k] >> 3);
+    return aPlaces;
+}();
+
+// A byte of the mask of such a block, to the ones that it means in coding order.
+constexpr std::array<std::array<std::uint64_t, 256>, 8> kCodingOrder = [] {
+    std::array<std::array<std::uint64_t, 256>, 8> aMasks{};
+    for (std::size_t k = 0; k < 64; ++k) {
+        const std::size_t nPlace = kExchangedZigZag[k];
+        for (std::size_t nByte = 0; nByte < 256; ++nByte) {
+            if ((nByte >> (nPlace & 7) & 1) != 0)
+                aMasks[nPlace >> 3][nByte] |= std::uint64_t{1} << k;
+        }
+    }
+    return aMasks;
+}();
+
+std::uint64_t InCodingOrder(std::uint64_t nMask) {
+    std::uint64_t nOrdered = 0;
+    for (std::size_t i = 0; i < 8; ++i)
+        nOrdered |= kCodingOrder[i][nMask >> (8 * i) & 0xFF];
+    return nOrdered;
+}
+
+// A block takes at most 64 symbols of 16 bits with values of 11; each store writes eight bytes.
+constexpr std::ptrdiff_t kBlockBytes = 64 * (16 + 11) / 8;
+constexpr std::ptrdiff_t kWindowBytes = 16384;
+constexpr std::ptrdiff_t kWindowFull = kWindowBytes - ippScanMaxBlocks * kBlockBytes - 8;
+static_assert(kWindowFull > 0);
+
+class ScanWriter {
+public:
+    ScanWriter(std::uint8_t* pDst, std::int32_t nDstSize, std::int32_t& nPos, ippiEncodeHuffmanState& state)
+        : m_pDst(pDst), m_nDstSize(nDstSize), m_nPos(nPos), m_state(state),
+          m_nHeld(std::uint64_t{state.nAccumulator} << 40), m_nBits(static_cast<std::uint32_t>(state.nBits)) {
+    }
+
+    void Block(const std::int16_t* pBlock, std::uint64_t nMask, const ippiScanComponent& component,
+               std::int16_t& nLastDc) {
+        // Copies, which stay in registers: the window's bytes could be any memory to a compiler.
+        Cursor cursor{m_pNext, m_nHeld, m_nBits};
+        const std::int32_t nDifference = pBlock[0] - nLastDc;
+        nLastDc = pBlock[0];
+        const std::uint32_t nDcSize = SizeOf(nDifference);
+        cursor.Put(component.pDcTable->aWhole[nDcSize], nDifference, nDcSize);
+
+        const std::uint64_t* const pWhole = component.pAcTable->aWhole;
+        std::uint64_t nLeft = InCodingOrder(nMask) & ~std::uint64_t{1};
+        std::uint32_t nLast = 0;
+        while (nLeft != 0) {
+            const auto k = static_cast<std::uint32_t>(__builtin_ctzll(nLeft));
+            nLeft &= nLeft - 1;
+            std::uint32_t nRun = k - nLast - 1;
+            nLast = k;
+            for (; nRun > 15; nRun -= 16)
+                cursor.Put(pWhole[kZeroRun], 0, 0);
+            const std::int32_t nValue = pBlock[kExchangedZigZag[k]];
+            const std::uint32_t nSize = 32 - static_cast<std::uint32_t>(__builtin_clz(
+                                                 static_cast<std::uint32_t>(nValue < 0 ? -nValue : nValue)));
+            cursor.Put(pWhole[nRun << 4 | nSize], nValue, nSize);
+        }
+        if (nLast != 63)
+            cursor.Put(pWhole[kEndOfBlock], 0, 0);
+        m_pNext = cursor.pNext;
+        m_nHeld = cursor.nHeld;
+        m_nBits = cursor.nBits;
+    }
+
+    bool IsFull() const { return m_pNext - m_aWindow > kWindowFull; }
+
+    // Moves the window's bytes out; false when they find no room.
+    bool Drain() {
+        const std::uint8_t* pFrom = m_aWindow;
+        const std::uint8_t* const pEnd = m_pNext;
+        m_pNext = m_aWindow;
+        std::int32_t nPos = m_nPos;
+        while (pEnd - pFrom >= 8 && m_nDstSize - nPos > 8) {
+            std::uint64_t nWord;
+            std::memcpy(&nWord, pFrom, sizeof nWord);
+            std::memcpy(m_pDst + nPos, &nWord, sizeof nWord);
+            const std::uint64_t nFound =
+                (~nWord - 0x0101010101010101u) & nWord & 0x8080808080808080u; // the lowest one is exact
+            if (nFound == 0) {
+                pFrom += 8;
+                nPos += 8;
+                continue;
+            }
+            const int nThrough = (__builtin_ctzll(nFound) >> 3) + 1;
+            pFrom += nThrough;
+            nPos += nThrough;
+            m_pDst[nPos++] = 0;
+        }
+        for (; pFrom != pEnd; ++pFrom) {
+            if (m_nDstSize - nPos < (*pFrom == 0xFF ? 2 : 1)) {
+                m_nPos = nPos;
+                return false;
+            }
+            m_pDst[nPos++] = *pFrom;
+            if (*pFrom == 0xFF)
+                m_pDst[nPos++] = 0;
+        }
+        m_nPos = nPos;
+        return true;
+    }
+
+    // What is less than a byte goes back into the state.
+    void Commit() {
+        m_state.nAccumulator = static_cast<std::uint32_t>(m_nHeld >> 40);
+        m_state.nBits = static_cast<std::int32_t>(m_nBits);
+    }
+
+private:
+    struct Cursor {
+        std::uint8_t* pNext;
+        std::uint64_t nHeld; // topmost, zeros below
+        std::uint32_t nBits; // 0 to 7
+
+        // A code with room for its value at the end, and the value.
+        void Put(std::uint64_t nWhole, std::int32_t nValue, std::uint32_t nSize) {
+            const std::uint64_t nRaw = static_cast<std::uint32_t>(nValue + (nValue >> 31)) &
+                                       static_cast<std::uint32_t>((std::uint64_t{1} << nSize) - 1);
+            nBits += static_cast<std::uint32_t>(nWhole & 0xFF);
+            nHeld |= (nWhole >> 8 | nRaw) << (64 - nBits);
+            const std::uint64_t nBytes = __builtin_bswap64(nHeld);
+            std::memcpy(pNext, &nBytes, sizeof nBytes);
+            pNext += nBits >> 3;
+            nHeld <<= nBits & ~7u;
+            nBits &= 7;
+        }
+    };
+
+    std::uint8_t* m_pDst;
+    std::int32_t m_nDstSize;
+    std::int32_t& m_nPos;
+    ippiEncodeHuffmanState& m_state;
+    std::uint64_t m_nHeld;
+    std::uint32_t m_nBits;
+    std::uint8_t* m_pNext = m_aWindow;
+    std::uint8_t m_aWindow[kWindowBytes];
+};
+
+void EncodeMcuBlock(ScanWriter& writer, ippiScanComponent& component, const std::uint8_t* pSamples) {
+    Vec16 rows[8];
+    for (int y = 0; y < 8; ++y)
+        rows[y] = LoadShifted(pSamples + std::ptrdiff_t{y} * component.nStep);
+    ForwardTransform(rows);
+    alignas(32) std::int16_t aBlock[64];
+    std::uint64_t nMask = 0;
+    for (int x = 0; x < 8; ++x) {
+        rows[x] = RoundedProduct(rows[x], component.pExchangedTable + 8 * x);
+        Store(aBlock + 8 * x, rows[x]);
+    }
+    for (int x = 0; x < 8; x += 2)
+        nMask |= std::uint64_t{NonZeroMask(rows[x], rows[x + 1])} << (8 * x);
+    writer.Block(aBlock, nMask, component, component.nLastDc);
+}
+
+void EncodeMcu(ScanWriter& writer, ippiScanComponent* pComponents, std::int32_t nComponents) {
+    for (std::int32_t i = 0; i < nComponents; ++i) {
+        ippiScanComponent& component = pComponents[i];
+        for (std::int32_t v = 0; v < component.nVSampling; ++v) {
+            const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
+            for (std::int32_t h = 0; h < component.nHSampling; ++h)
+                EncodeMcuBlock(writer, component, pRow + 8 * h);
+        }
+        component.pSamples += 8 * component.nHSampling;
+    }
+}
+
+IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents) {
+    if (nComponents < 1 || nComponents > 4)
+        return ippStsBadArgument;
+    std::int32_t nBlocks = 0;
+    for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
+        if (!p->pSamples || !p->pExchangedTable || !p->pDcTable || !p->pAcTable)
+            return ippStsNullPtrErr;
+        if (p->nStep < 1)
+            return ippStsStepErr;
+        if (p->nHSampling < 1 || p->nHSampling > 2 || p->nVSampling < 1 || p->nVSampling > 2)
+            return ippStsBadArgument;
+        if (!p->pDcTable->bBaselineDc || !p->pAcTable->bBaselineAc)
+            return ippStsHuffmanTableErr;
+        nBlocks += p->nHSampling * p->nVSampling;
+    }
+    return nBlocks > ippScanMaxBlocks ? ippStsBadArgument : ippStsNoErr;
+}
+
+} // namespace
+
+IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t nComponents,
+                                   std::int32_t nMcus, std::uint8_t* pDst, std::int32_t nDstSize,
+                                   std::int32_t* pDstCurrPos, ippiEncodeHuffmanState* pState) {
+    if (!pComponents)
+        return ippStsNullPtrErr;
+    if (const IppStatus nStatus = CheckWriter(pDst, nDstSize, pDstCurrPos, pState))
+        return nStatus;
+    if (const IppStatus nStatus = CheckScan(pComponents, nComponents))
+        return nStatus;
+    if (nMcus < 1)
+        return ippStsSizeErr;
+    ScanWriter writer(pDst, nDstSize, *pDstCurrPos, *pState);
+    for (std::int32_t i = 0; i < nMcus; ++i) {
+        EncodeMcu(writer, pComponents, nComponents);
+        if (writer.IsFull() && !writer.Drain())
+            return ippStsBufferEnd;
+    }
+    if (!writer.Drain())
+        return ippStsBufferEnd;
+    writer.Commit();
+    return ippStsNoErr;
+}
+
+} // namespace KERNEL_TARGET
