@@ -1,6 +1,8 @@
 #include "host/web/request.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/error.hpp>
@@ -70,6 +72,8 @@ int HexDigit(char c) {
 ParsedRequest ParseRequest(std::string head) {
     http::request_parser<http::empty_body> parser;
     parser.header_limit(kMaxHeadBytes * 2);
+    // An upload has no end, and a phone may announce any length: what follows the head is not read here.
+    parser.body_limit(std::numeric_limits<std::uint64_t>::max());
     const std::string text = WithFullLineEnds(head);
     boost::beast::error_code error;
     parser.put(boost::asio::buffer(text), error);
