@@ -44,9 +44,10 @@ std::string Compress(const Planes& planes, int width, int height, int subsamplin
     return result;
 }
 
-// The encoder wants (w+1)/2 columns and (h+1)/2 rows of chroma.
-std::vector<unsigned char> PadChroma(const unsigned char* plane, int columns, int rows, int wantedColumns,
-                                     int wantedRows) {
+// A plane with more columns and rows, which repeat the last ones; one of nothing but 128, no colour, for an
+// empty one.
+std::vector<unsigned char> Pad(const unsigned char* plane, int columns, int rows, int wantedColumns,
+                               int wantedRows) {
     std::vector<unsigned char> padded(
         static_cast<std::size_t>(wantedColumns) * static_cast<std::size_t>(wantedRows), 128);
     if (columns == 0 || rows == 0)
@@ -98,12 +99,15 @@ std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
     const int rows = height / 2;
     if (width % 2 == 0 && height % 2 == 0)
         return Compress({{y, cb, cr}, {width, columns, columns}}, width, height, TJSAMP_420);
+    // With odd sizes the encoder reads (w+1)/2 columns and (h+1)/2 rows of chroma, and twice that of luma.
     const int wantedColumns = (width + 1) / 2;
     const int wantedRows = (height + 1) / 2;
-    const auto paddedCb = PadChroma(cb, columns, rows, wantedColumns, wantedRows);
-    const auto paddedCr = PadChroma(cr, columns, rows, wantedColumns, wantedRows);
-    return Compress({{y, paddedCb.data(), paddedCr.data()}, {width, wantedColumns, wantedColumns}}, width,
-                    height, TJSAMP_420);
+    const auto paddedY = Pad(y, width, height, wantedColumns * 2, wantedRows * 2);
+    const auto paddedCb = Pad(cb, columns, rows, wantedColumns, wantedRows);
+    const auto paddedCr = Pad(cr, columns, rows, wantedColumns, wantedRows);
+    return Compress({{paddedY.data(), paddedCb.data(), paddedCr.data()},
+                     {wantedColumns * 2, wantedColumns, wantedColumns}},
+                    width, height, TJSAMP_420);
 }
 
 std::string DrawPlaceholder(int width, int height) {
