@@ -1,0 +1,166 @@
+// Frames, and a camera's video source, without the component.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "image/FrameBlock.h"
+#include "interfaces/ICam.h"
+#include "interfaces/ICamSettings.h"
+#include "interfaces/IVideoSource.h"
+#include "platform/com.h"
+#include "platform/text.h"
+
+namespace host::test {
+
+// A frame block as the component makes it, with every plane at one value.
+inline std::string MakeBlock(int width, int height, bool grey = false, int luma = 128, int cr = 128,
+                             int cb = 128) {
+    const std::size_t area = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    BITMAPINFOHEADER header{};
+    header.biSize = sizeof header;
+    header.biWidth = width;
+    header.biHeight = height;
+    header.biPlanes = grey ? 1 : 3;
+    header.biBitCount = grey ? 8 : 12;
+    header.biCompression = grey ? FrameCompressionGrey : FrameCompressionYV12;
+    header.biSizeImage = static_cast<std::uint32_t>(grey ? area : area * 3 / 2);
+    std::string block(reinterpret_cast<const char*>(&header), sizeof header);
+    block.append(area, static_cast<char>(luma));
+    if (!grey)
+        block.append(area / 4, static_cast<char>(cr)).append(area / 4, static_cast<char>(cb));
+    return block.append(sizeof header + header.biSizeImage - block.size(), '\0');
+}
+
+class Frame : public IVideoFrame {
+public:
+    // An empty block is a picture that could not be decoded.
+    explicit Frame(std::string block) : m_block(std::move(block)) {}
+
+    HRESULT GetFrameContent(std::uint8_t** bitmap, std::uint32_t* size) override {
+        if (m_block.empty())
+            return E_UNEXPECTED;
+        *bitmap = static_cast<std::uint8_t*>(CoTaskMemAlloc(m_block.size()));
+        std::memcpy(*bitmap, m_block.data(), m_block.size());
+        *size = static_cast<std::uint32_t>(m_block.size());
+        return S_OK;
+    }
+    HRESULT Reserved() override { return E_NOTIMPL; }
+    HRESULT GetFrameTag(std::uint32_t* tag) override {
+        *tag = 0;
+        return S_OK;
+    }
+
+protected:
+    ~Frame() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IVideoFrame>(this, interfaceId, object);
+    }
+
+private:
+    const std::string m_block;
+};
+
+// A camera that takes one sink and says whether its phone is there.
+class Cam : public ICam, public ICamSettings {
+public:
+    // Hands a block to the sink, as the thread that receives frames does.
+    void Show(std::string block) {
+        const std::lock_guard guard(m_mutex);
+        if (m_sink)
+            m_sink->OnVideoFrame(platform::ComObject<Frame>::Create(std::move(block)).Get());
+    }
+    void ShowNone() {
+        const std::lock_guard guard(m_mutex);
+        m_sink->OnVideoFrame(nullptr);
+    }
+    void SetPhone(bool there) {
+        const std::lock_guard guard(m_mutex);
+        m_phone = there;
+    }
+    [[nodiscard]] bool HasSink() const {
+        const std::lock_guard guard(m_mutex);
+        return static_cast<bool>(m_sink);
+    }
+
+    HRESULT Connect(ICamSink* sink) override {
+        const std::lock_guard guard(m_mutex);
+        if (m_sink && m_sink.Get() != sink)
+            return E_UNEXPECTED;
+        m_sink = platform::ComPtr<ICamSink>(sink);
+        return S_OK;
+    }
+    HRESULT Disconnect(ICamSink* sink) override {
+        const std::lock_guard guard(m_mutex);
+        if (!m_sink)
+            return S_FALSE;
+        if (m_sink.Get() != sink)
+            return E_UNEXPECTED;
+        m_sink = nullptr;
+        return S_OK;
+    }
+    HRESULT GetSetting(std::int32_t setting, SVariant* value) override {
+        if (setting != kCamSettingConnected)
+            return E_NOTIMPL;
+        const std::lock_guard guard(m_mutex);
+        value->vt = VT_BOOL;
+        value->boolVal = m_phone ? 1 : 0;
+        return S_OK;
+    }
+    HRESULT Reserved(std::int32_t, const SVariant*) override { return E_NOTIMPL; }
+
+protected:
+    Cam() = default;
+    ~Cam() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<ICam, ICamSettings>(this, interfaceId, object);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    platform::ComPtr<ICamSink> m_sink;
+    bool m_phone = false;
+};
+using CamPtr = platform::ComPtr<platform::ComObject<Cam>>;
+
+// Cameras by name. The sink is told by hand.
+class VideoSource : public IVideoSource {
+public:
+    CamPtr Put(const std::string& name) {
+        const std::lock_guard guard(m_mutex);
+        return m_cams[name] = platform::ComObject<Cam>::Create();
+    }
+
+    HRESULT Subscribe(IVideoSourceSink*) override { return E_NOTIMPL; }
+    HRESULT Unsubscribe(IVideoSourceSink*) override { return E_NOTIMPL; }
+    HRESULT ConnectToCam(BSTR name, ICam** cam) override {
+        const std::lock_guard guard(m_mutex);
+        const auto found = m_cams.find(platform::ToUtf8(platform::ViewOf(name)));
+        if (found == m_cams.end())
+            return E_FAIL;
+        found->second->AddRef();
+        *cam = found->second.Get();
+        return S_OK;
+    }
+    HRESULT NoOperation(BSTR) override { return S_OK; }
+    HRESULT RemoveCam(BSTR) override { return E_NOTIMPL; }
+
+protected:
+    VideoSource() = default;
+    ~VideoSource() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IVideoSource>(this, interfaceId, object);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::map<std::string, CamPtr> m_cams;
+};
+using VideoSourcePtr = platform::ComPtr<platform::ComObject<VideoSource>>;
+
+} // namespace host::test

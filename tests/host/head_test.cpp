@@ -1,0 +1,222 @@
+// The head of a request is taken off a real socket to the byte, whatever pieces it comes in; and what the
+// router reads in it.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "host/web/head.h"
+#include "host/web/limits.h"
+#include "host/web/request.h"
+#include "support/TcpPair.h"
+
+namespace host {
+namespace {
+
+using namespace std::chrono_literals;
+using support::TcpPair;
+
+const std::string kHead = "POST /mobile/video HTTP/1.1\r\nHost: a\r\nX: \r\n\r\n";
+// Looks like the end of another head, and has every troublesome byte.
+const std::string kBody = std::string("\r\n\r\n\0\n\n\xFF", 8) + std::string(131, 'r');
+
+std::string ReadRest(int fd, std::size_t count) {
+    support::Peer peer(::dup(fd));
+    return peer.Receive(count, 3000);
+}
+
+TEST(Head, IsTakenToTheByteWhateverPiecesItComesIn) {
+    for (const std::string& head : {kHead, std::string("GET / HTTP/1.0\nHost: b\n\n"),
+                                    std::string("GET / HTTP/1.0\r\nHost: b\n\r\n")}) {
+        for (const std::size_t chunk :
+             {std::size_t{1}, head.size() - 1, head.size(), head.size() + 3, head.size() + kBody.size()}) {
+            TcpPair pair;
+            const Wakeup stop;
+            std::thread sender([&] {
+                const std::string all = head + kBody;
+                for (std::size_t at = 0; at < all.size(); at += chunk) {
+                    pair.far.Send(std::string_view(all).substr(at, chunk));
+                    std::this_thread::sleep_for(chunk == 1 ? 200us : 20ms);
+                }
+            });
+            const Head got = ReadHead(pair.near.Get(), stop, Clock::now() + 10s);
+            EXPECT_EQ(got.result, HeadResult::Complete) << chunk;
+            EXPECT_EQ(got.text, head) << chunk;
+            EXPECT_EQ(ReadRest(pair.near.Get(), kBody.size()), kBody) << chunk;
+            sender.join();
+        }
+    }
+}
+
+TEST(Head, LeavesTheSocketReadableAtOneByte) {
+    TcpPair pair;
+    const Wakeup stop;
+    pair.far.Send(kHead.substr(0, 20));
+    std::thread late([&] {
+        std::this_thread::sleep_for(30ms);
+        pair.far.Send(kHead.substr(20));
+    });
+    EXPECT_EQ(ReadHead(pair.near.Get(), stop, Clock::now() + 10s).result, HeadResult::Complete);
+    late.join();
+    pair.far.Send("x");
+    EXPECT_EQ(WaitFor({.socket = pair.near.Get(), .socketEvents = POLLIN}, Clock::now() + 5s), Waited::Ready);
+}
+
+TEST(Head, ThatDoesNotComeIsToldApart) {
+    struct Case {
+        const char* what;
+        std::string sent;
+        bool finish;
+        bool stopped;
+        HeadResult result;
+        bool anyBytes;
+    };
+    const Case cases[] = {
+        {"a peer that says nothing", "", false, false, HeadResult::Timeout, false},
+        {"half a head", "GET / HTT", false, false, HeadResult::Timeout, true},
+        {"a peer that leaves", "", true, false, HeadResult::Closed, false},
+        {"a peer that leaves in the middle", "GET / HTT", true, false, HeadResult::Closed, true},
+        {"a whole head from a peer that has finished sending", kHead, true, false, HeadResult::Complete,
+         true},
+        {"a head without an end", std::string(kMaxHeadBytes + 1, 'x'), false, false, HeadResult::TooLarge,
+         true},
+        {"the longest head", std::string(kMaxHeadBytes - 4, 'x') + "\r\n\r\n", false, false,
+         HeadResult::Complete, true},
+        {"half a head when the host stops", "GET", false, true, HeadResult::Stopped, true},
+    };
+    for (const Case& c : cases) {
+        TcpPair pair;
+        Wakeup stop;
+        pair.far.Send(c.sent);
+        if (c.finish)
+            pair.far.FinishSending();
+        if (c.stopped)
+            stop.Signal();
+        std::this_thread::sleep_for(20ms);
+        const bool waits = c.result == HeadResult::Timeout;
+        const auto begin = Clock::now();
+        const Head head = ReadHead(pair.near.Get(), stop, begin + (waits ? 150ms : 10000ms));
+        EXPECT_EQ(head.result, c.result) << c.what;
+        EXPECT_EQ(head.anyBytes, c.anyBytes) << c.what;
+        EXPECT_LT(Clock::now() - begin, 3s) << c.what;
+        if (waits) {
+            EXPECT_GE(Clock::now() - begin, 150ms) << c.what;
+        }
+        if (head.result != HeadResult::Complete) {
+            EXPECT_EQ(head.text, "") << c.what;
+        }
+    }
+}
+
+TEST(Head, ResetConnectionIsAClosedOne) {
+    TcpPair pair;
+    const Wakeup stop;
+    pair.far.Reset();
+    EXPECT_EQ(ReadHead(pair.near.Get(), stop, Clock::now() + 10s).result, HeadResult::Closed);
+}
+
+TEST(WaitForBytes, WaitsForAllOfThemAndTakesNone) {
+    struct Case {
+        std::size_t sent;
+        bool trickle;
+        bool finish;
+        HeadResult result;
+    };
+    for (const Case& c : {Case{131, false, false, HeadResult::Complete},
+                          {131, true, false, HeadResult::Complete},
+                          {131, false, true, HeadResult::Complete},
+                          {500, false, false, HeadResult::Complete},
+                          {130, false, false, HeadResult::Timeout},
+                          {0, false, false, HeadResult::Timeout},
+                          {130, true, true, HeadResult::Closed},
+                          {0, false, true, HeadResult::Closed}}) {
+        TcpPair pair;
+        const Wakeup stop;
+        std::string bytes;
+        for (std::size_t i = 0; i < c.sent; ++i)
+            bytes += static_cast<char>(i);
+        std::thread sender([&] {
+            if (c.trickle)
+                std::this_thread::sleep_for(10ms);
+            pair.far.SendInPieces(bytes, c.trickle ? 13 : 1000);
+            if (c.finish)
+                pair.far.FinishSending();
+        });
+        const auto begin = Clock::now();
+        const auto limit = c.result == HeadResult::Timeout ? 200ms : 10000ms;
+        EXPECT_EQ(WaitForBytes(pair.near.Get(), 131, stop, begin + limit), c.result) << c.sent << c.trickle;
+        EXPECT_LT(Clock::now() - begin, 5s);
+        sender.join();
+        EXPECT_EQ(ReadRest(pair.near.Get(), bytes.size()), bytes);
+    }
+}
+
+TEST(Request, IsReadOrRefusedAsItsHeadSays) {
+    struct Case {
+        std::string head;
+        unsigned status;
+        std::string path;
+        std::string query;
+    };
+    const std::string host = "Host: a\r\n\r\n";
+    const Case cases[] = {
+        {"GET /a%20b?x=/y&z HTTP/1.1\r\n" + host, 200, "/a%20b", "x=/y&z"},
+        {"POST mobile/video/u HTTP/1.1\n\n", 200, "/mobile/video/u", ""}, // an old phone
+        {"GET http://h:1/p?q HTTP/1.1\r\n" + host, 200, "/p", "q"},
+        {"GET http://h HTTP/1.1\r\n" + host, 200, "/", ""},
+        {"GET /a#b HTTP/1.1\r\n" + host, 400, "", ""},
+        {"GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n", 400, "", ""},
+        {"GET / HTTP/1.1\r\nAuthorization: a\r\nAuthorization: b\r\n\r\n", 400, "", ""},
+        {"GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", 400, "", ""},
+        {"GET / HTTP/1.1\r\nbad line\r\n\r\n", 400, "", ""},
+        {"GET  HTTP/1.1\r\n\r\n", 400, "", ""},
+        {"\x16\x03\x01 hello\n\n", 400, "", ""},
+        {"GET /" + std::string(2100, 'a') + " HTTP/1.1\r\n" + host, 414, "", ""},
+        // A phone's upload has no end, and some announce the largest length that they can.
+        {"POST /mobile/video HTTP/1.1\r\nContent-Length: 2147483647\r\n\r\n", 200, "/mobile/video", ""},
+    };
+    for (const Case& c : cases) {
+        const ParsedRequest parsed = ParseRequest(c.head);
+        ASSERT_EQ(parsed.request.has_value(), c.status == 200) << c.head;
+        if (!parsed.request) {
+            EXPECT_EQ(parsed.status, c.status) << c.head;
+            continue;
+        }
+        EXPECT_EQ(parsed.request->path, c.path) << c.head;
+        EXPECT_EQ(parsed.request->query, c.query) << c.head;
+        EXPECT_EQ(parsed.request->head, c.head);
+    }
+}
+
+TEST(Request, NamesAreDecodedStrictly) {
+    const std::pair<const char*, const char*> good[] = {
+        {"yard", "yard"}, {"%41%2f%c3%A4", "A/ä"}, {"%25", "%"}, {"a+b", "a+b"}};
+    for (const auto& [text, decoded] : good)
+        EXPECT_EQ(PercentDecode(text), decoded) << text;
+    for (const char* bad : {"%", "%4", "a%4", "%zz", "%00", "%FF", "%c3", "%ED%A0%80"})
+        EXPECT_EQ(PercentDecode(bad), std::nullopt) << bad;
+    const std::string hostile = "a/\"<&>'%\n ä\xF0\x9F\x93\xB7";
+    EXPECT_EQ(PercentDecode(PercentEncode(hostile)), hostile);
+}
+
+TEST(Request, HostAndOriginNamesCannotBeForged) {
+    for (const char* name :
+         {"localhost", "LOCALHOST:8080", "127.0.0.1", "127.0.0.1:1", "[::1]", "[::1]:8080"})
+        EXPECT_TRUE(IsLoopbackHost(name)) << name;
+    for (const char* name : {"", "localhost.evil.example", "evil.example:80", "127.0.0.1.evil.example",
+                             "[::2]", "::1", "evil@localhost", "[::1].evil:80", "localhost:80:80"})
+        EXPECT_FALSE(IsLoopbackHost(name)) << name;
+    EXPECT_TRUE(IsSameOrigin("http://A.example:80", "a.example:80"));
+    EXPECT_TRUE(IsSameOrigin("https://a", "a"));
+    for (const auto& [origin, host] : {std::pair{"null", "null"},
+                                       {"http://", ""},
+                                       {"http://a:1", "a:2"},
+                                       {"http://a.evil", "a"},
+                                       {"ftp://a", "a"}})
+        EXPECT_FALSE(IsSameOrigin(origin, host)) << origin;
+}
+
+} // namespace
+} // namespace host

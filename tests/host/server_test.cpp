@@ -1,0 +1,295 @@
+// The web server over real sockets: routing, who may do what, limits, and uploads handed over to the byte.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/rig.h"
+#include "support/Wire.h"
+
+namespace host::test {
+namespace {
+
+using support::Eventually;
+using support::FakeWebHandler;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kLocal = "Host: localhost:80\r\n";
+
+TEST(Server, AnswersAreThoseOfTheTable) {
+    RigOptions options;
+    options.demo = false;
+    options.limits = LongLimits();
+    const Rig rig(options);
+    rig.handler->m_requestResult = S_OK;
+    struct Case {
+        std::string request; // method and target
+        std::string_view user;
+        unsigned status;
+        std::string lines = {};
+    };
+    const std::string upgrade = "Upgrade: websocket\r\nConnection: Upgrade\r\n";
+    const Case cases[] = {
+        {"GET /", Rig::kAdmin, 200},
+        {"GET /", Rig::kViewer, 200},
+        {"GET /", Rig::kPhone, 403},
+        {"GET /", "", 401},
+        {"GET /health", "Authorization: Basic !\r\n", 401},
+        {"GET /metrics", Rig::kPhone, 403},
+        {"GET /snapshot/yard.jpg", "", 401},
+        {"GET /live/yard", Rig::kPhone, 403},
+        {"GET /live/nobody", Rig::kViewer, 404},
+        {"GET /live/%zz", Rig::kViewer, 404},
+        {"GET /live/", Rig::kViewer, 404},
+        {"GET /snapshot/nobody.jpg", Rig::kViewer, 404},
+        {"GET /snapshot/.jpg", Rig::kViewer, 404},
+        {"GET /nothing", Rig::kViewer, 404},
+        {"GET /../../etc/passwd", Rig::kViewer, 404},
+        {"GET /%2e%2e/users", Rig::kViewer, 404},
+        {"HEAD /", Rig::kViewer, 200},
+        {"POST /", Rig::kAdmin, 405},
+        {"DELETE /health", Rig::kAdmin, 405},
+        {"PUT /mobile/config", Rig::kAdmin, 405},
+        {"PUT /mobile/video", Rig::kAdmin, 405},
+        {"GET /", Rig::kViewer, 413, "Content-Length: 3\r\n"},
+        {"GET /", Rig::kViewer, 413, "Transfer-Encoding: chunked\r\n"},
+        {"GET /tiles", Rig::kViewer, 426},
+        {"GET /tiles", Rig::kPhone, 403, upgrade},
+        {"GET /tiles", "", 401, upgrade},
+        {"GET /tiles", Rig::kViewer, 403, upgrade + "Origin: http://evil.example\r\n"},
+        {"GET /tiles", Rig::kViewer, 403, upgrade + "Origin: null\r\n"},
+        {"GET /mobile/config", Rig::kAdmin, 200},
+        {"GET /mobile/config", Rig::kViewer, 403},
+        {"GET /mobile/%63onfig", Rig::kPhone, 403},
+        {"GET /mobile/list", Rig::kPhone, 200},
+        {"GET /mobile/list", "", 401},
+        {"POST /mobile/video/u", Rig::kViewer, 403},
+        {"POST /mobile/video/u", "", 401},
+        {"GET /mobile/video/u", "", 401},
+        {"GET /mobilex", Rig::kViewer, 404},
+        {"GET /" + std::string(3000, 'a'), Rig::kViewer, 414},
+        {"GET /a b", Rig::kViewer, 400},
+    };
+    for (const Case& c : cases) {
+        const bool head = c.request.starts_with("HEAD");
+        const Reply reply =
+            rig.Ask(c.request + " HTTP/1.1\r\n" + kLocal + std::string(c.user) + c.lines + "\r\n", head);
+        EXPECT_EQ(reply.status, c.status) << c.request << ' ' << c.user << c.lines;
+        EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff") << c.request;
+        EXPECT_EQ(reply.Header("WWW-Authenticate").empty(), c.status != 401) << c.request;
+    }
+    EXPECT_TRUE(rig.handler->Processed().empty()) << "none of these may reach the component as a stream";
+}
+
+TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {
+    RigOptions options;
+    options.limits = LongLimits();
+    const Rig rig(options);
+    Client client(rig.Port());
+    // All in one packet: each head is taken alone.
+    client.peer.Send("GET /health HTTP/1.1\r\n" + kLocal + "\r\nHEAD /index.html HTTP/1.1\r\n" + kLocal +
+                     "\r\nGET /nothing HTTP/1.1\r\n" + kLocal + "\r\nGET / HTTP/1.1\r\n" + kLocal +
+                     "Connection: close\r\n\r\n");
+    const Reply health = client.ReadReply();
+    EXPECT_EQ(health.status, 200U);
+    EXPECT_EQ(health.Header("Content-Type"), "application/json");
+    const Reply head = client.ReadReply(true);
+    EXPECT_EQ(client.ReadReply().status, 404U);
+    const Reply page = client.ReadReply();
+    EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(head.Header("Content-Length"), std::to_string(page.body.size()));
+    EXPECT_THAT(page.head, HasSubstr("Connection: close"));
+    EXPECT_TRUE(client.peer.IsClosed());
+    EXPECT_EQ(rig.services.counters.accepted, 1U);
+    EXPECT_EQ(rig.services.counters.requests, 4U);
+
+    const Reply same = rig.Get("/", kLocal + "If-None-Match: " + page.Header("ETag") + "\r\n");
+    EXPECT_EQ(same.status, 304U);
+    EXPECT_EQ(same.body, "");
+    EXPECT_EQ(rig.Ask("GET / HTTP/1.0\nHost: localhost\n\n").status, 200U) << "line feeds alone";
+}
+
+TEST(Server, DemoAnswersOnlyUnderALoopbackName) {
+    const Rig rig;
+    for (const char* lines : {"Host: localhost\r\n", "Host: 127.0.0.1:8080\r\n", "Host: [::1]:1\r\n"})
+        EXPECT_EQ(rig.Get("/health", lines).status, 200U) << lines;
+    for (const char* lines : {"", "Host: evil.example\r\n", "Host: localhost.evil.example\r\n"}) {
+        for (const char* path : {"/", "/health", "/metrics", "/live/yard", "/tiles"})
+            EXPECT_EQ(rig.Get(path, lines).status, 403U) << lines << path;
+    }
+    // What the component gets needs a user in the demo, too.
+    EXPECT_EQ(rig.Get("/mobile/list").status, 401U);
+    EXPECT_EQ(rig.Ask("POST /mobile/video HTTP/1.1\r\n" + kLocal + "\r\n").status, 401U);
+}
+
+TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
+    RigOptions options;
+    options.limits = LongLimits();
+    const Rig rig(options);
+    std::string behind = support::AuthRecord("secret");
+    for (int i = 0; i < 3000; ++i)
+        behind += static_cast<char>(i * 7);
+    const std::string head =
+        "POST /mobile/video/front%20door?a=%20 HTTP/1.1\r\nContent-Length: 99999999999\r\n" +
+        std::string(Rig::kPhone) + "\r\n";
+    std::vector<Client> phones;
+    for (const std::size_t chunk :
+         {std::size_t{1}, head.size() - 2, head.size(), head.size() + 100, std::size_t{9999}}) {
+        const std::size_t before = rig.handler->Processed().size();
+        Client& phone = phones.emplace_back(rig.Port());
+        ASSERT_TRUE(phone.peer.SendInPieces(head + behind, chunk));
+        ASSERT_TRUE(Eventually([&] { return rig.handler->Processed().size() > before; })) << chunk;
+        const FakeWebHandler::Call call = rig.handler->Processed().back();
+        EXPECT_EQ(call.path, "mobile/video/front door?a=%20");
+        EXPECT_EQ(call.head, head);
+        EXPECT_EQ(FakeWebHandler::Read(call.socket, behind.size()), behind) << chunk;
+        // And the other direction.
+        EXPECT_EQ(platform::send(call.socket, "\x0A", 1, 0), 1);
+        EXPECT_EQ(phone.peer.Receive(1), "\x0A");
+    }
+    EXPECT_EQ(rig.services.counters.uploads, 5U);
+    EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; })) << "handed over is not held";
+
+    // A viewer's path stays as it came, and nothing is waited for.
+    Client viewer(rig.Port());
+    viewer.peer.Send("GET /mobile/video/front%20door HTTP/1.1\r\n" + std::string(Rig::kPhone) + "\r\n");
+    ASSERT_TRUE(Eventually([&] { return rig.handler->Processed().size() == 6; }));
+    EXPECT_EQ(rig.handler->Processed().back().path, "mobile/video/front%20door");
+}
+
+TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
+    const Rig rig;
+    const std::string head = "POST /mobile/video HTTP/1.1\r\n" + std::string(Rig::kPhone) + "\r\n";
+    Client slow(rig.Port());
+    slow.peer.Send(head + support::AuthRecord("secret").substr(1));
+    Client gone(rig.Port());
+    gone.peer.Send(head + "half");
+    gone.peer.FinishSending();
+    EXPECT_TRUE(slow.peer.IsClosed(5000));
+    EXPECT_TRUE(gone.peer.IsClosed(5000));
+    EXPECT_EQ(rig.Refused(Refusal::RecordTimeout), 1U);
+    EXPECT_TRUE(rig.handler->Processed().empty());
+
+    // A denied record is a wrong password of that address.
+    rig.handler->m_processResult = E_ACCESSDENIED;
+    for (std::size_t wrong = 1; wrong <= 6; ++wrong) {
+        Client phone(rig.Port());
+        phone.peer.Send(head + support::AuthRecord("wrong"));
+        EXPECT_TRUE(phone.peer.IsClosed(5000));
+        EXPECT_TRUE(Eventually([&] { return rig.Refused(Refusal::UploadDenied) == wrong; }));
+    }
+    EXPECT_EQ(rig.services.counters.uploads, 0U);
+    EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; }));
+    EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kWrong)).status, 429U);
+}
+
+TEST(Server, WrongPasswordsAreTurnedAwayInTheEnd) {
+    const Rig rig;
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kWrong)).status, 401U) << i;
+    const Reply reply = rig.Get("/mobile/list", std::string(Rig::kPhone));
+    EXPECT_EQ(reply.status, 429U);
+    EXPECT_GE(std::stoi("0" + reply.Header("Retry-After")), 1);
+    EXPECT_EQ(rig.Get("/health").status, 200U) << "watching the demo needs no password";
+}
+
+TEST(Server, HandlerAnswersAndFailuresArePassedOn) {
+    const Rig rig;
+    rig.handler->m_answerBody = std::string("a\0b\r\n\r\n\xFF", 8);
+    const auto ask = [&] { return rig.Get("/mobile/list%20x?q=1", "X-A: 1\r\n" + std::string(Rig::kPhone)); };
+    Reply reply = ask();
+    EXPECT_EQ(reply.status, 200U);
+    EXPECT_EQ(reply.body, rig.handler->m_answerBody);
+    EXPECT_EQ(reply.Header("Content-Type"), "text/xml");
+    ASSERT_EQ(rig.handler->Requested().size(), 1U);
+    EXPECT_EQ(rig.handler->Requested()[0].path, "mobile/list%20x?q=1");
+    EXPECT_THAT(rig.handler->Requested()[0].head, HasSubstr("\r\nX-A: 1\r\n"));
+    rig.handler->m_answerHead = u"";
+    EXPECT_EQ(ask().Header("Content-Type"), "application/octet-stream");
+    for (const auto& [hr, status] : {std::pair{E_NOTIMPL, 501U},
+                                     {E_INVALIDARG, 400U},
+                                     {E_ACCESSDENIED, 403U},
+                                     {E_ELEMENT_NOT_FOUND, 404U},
+                                     {E_FAIL, 500U}}) {
+        rig.handler->m_requestResult = hr;
+        EXPECT_EQ(ask().status, status);
+    }
+}
+
+TEST(Server, HeadsThatDoNotComeAreAnsweredAndCounted) {
+    const Rig rig;
+    Client silent(rig.Port());
+    Client half(rig.Port());
+    half.peer.Send("GET / HTTP/1.1\r\nHost");
+    EXPECT_EQ(half.ReadReply().status, 408U);
+    EXPECT_TRUE(silent.peer.IsClosed(5000));
+    EXPECT_EQ(rig.Refused(Refusal::HeadTimeout), 1U) << "a connection without a byte is no request";
+    EXPECT_EQ(rig.Ask("GET / HTTP/1.1\r\nX: " + std::string(kMaxHeadBytes, 'x')).status, 431U);
+    EXPECT_EQ(rig.Ask("nonsense\r\n\r\n").status, 400U);
+    EXPECT_EQ(rig.Refused(Refusal::HeadInvalid), 2U);
+}
+
+TEST(Server, ConnectionsAreLimitedPerAddressAndInAll) {
+    for (const bool perAddress : {true, false}) {
+        RigOptions options;
+        options.limits = LongLimits();
+        (perAddress ? options.limits.maxPerAddress : options.limits.maxConnections) = 3;
+        const Rig rig(options);
+        std::vector<Client> held;
+        for (int i = 0; i < 3; ++i)
+            held.emplace_back(rig.Port());
+        ASSERT_TRUE(Eventually([&] { return rig.services.counters.open == 3; }));
+        Client tooMany(rig.Port());
+        const Reply reply = tooMany.ReadReply();
+        EXPECT_EQ(reply.status, 503U);
+        EXPECT_EQ(reply.Header("Retry-After"), "2");
+        EXPECT_TRUE(tooMany.peer.IsClosed());
+        EXPECT_EQ(rig.Refused(perAddress ? Refusal::TooManyFromAddress : Refusal::TooManyConnections), 1U);
+        held.pop_back();
+        ASSERT_TRUE(Eventually([&] { return rig.services.counters.open == 2; }));
+        EXPECT_EQ(rig.Get("/health").status, 200U);
+    }
+}
+
+TEST(Server, SnapshotIsOfNowOrRefused) {
+    Rig rig;
+    const CamPtr cam = rig.AddCamera("yard");
+    Reply reply = rig.Get("/snapshot/yard.jpg");
+    EXPECT_EQ(reply.status, 503U);
+    EXPECT_THAT(reply.body, HasSubstr("no picture yet"));
+    cam->Show(MakeBlock(320, 240));
+    reply = rig.Get("/snapshot/yard.jpg");
+    EXPECT_EQ(reply.status, 200U);
+    EXPECT_EQ(reply.Header("Content-Type"), "image/jpeg");
+    EXPECT_EQ(reply.Header("Cache-Control"), "no-store");
+    EXPECT_TRUE(reply.body.starts_with("\xFF\xD8") && reply.body.ends_with("\xFF\xD9"));
+    std::this_thread::sleep_for(500ms);
+    reply = rig.Get("/snapshot/yard.jpg");
+    EXPECT_EQ(reply.status, 503U);
+    EXPECT_THAT(reply.body, HasSubstr("too old"));
+    EXPECT_EQ(reply.Header("Retry-After"), "2");
+}
+
+TEST(Server, HostileNamesAreEscapedWhereverTheyStand) {
+    RigOptions options;
+    options.limits = LongLimits();
+    Rig rig(options);
+    const CamPtr cam = rig.AddCamera("a\"b\\c\n<i>/é %");
+    cam->Show(MakeBlock(32, 16));
+    cam->Show("");
+    cam->SetPhone(true);
+    rig.feeds->PollConnections();
+    EXPECT_EQ(rig.Get("/snapshot/a%22b%5Cc%0A%3Ci%3E%2F%C3%A9%20%25.jpg").status, 200U);
+    const std::string health = rig.Get("/health").body;
+    EXPECT_THAT(health, HasSubstr(R"({"name":"a\"b\\c\u000a<i>/é %","type":"320x240","connected":true,)"
+                                  R"("frames":1,"failed":1,"fps":0.00,"width":32,"height":16,)"));
+    const std::string metrics = rig.Get("/metrics").body;
+    EXPECT_THAT(metrics,
+                HasSubstr("\nmorrowstream_camera_frames_total{camera=\"a\\\"b\\\\c\\n<i>/é %\"} 1\n"));
+    EXPECT_THAT(metrics, HasSubstr("\nmorrowstream_connections 1\n"));
+    EXPECT_THAT(metrics, HasSubstr("\n# TYPE morrowstream_refusals_total counter\n"));
+    EXPECT_THAT(metrics, Not(HasSubstr("\r")));
+}
+
+} // namespace
+} // namespace host::test

@@ -1,0 +1,322 @@
+// Those who watch: the multiplexed stream of the page, and motion JPEG. And a stop while they do.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include <turbojpeg.h>
+
+#include "host/rig.h"
+#include "support/Wire.h"
+
+namespace host::test {
+namespace {
+
+using support::Eventually;
+using testing::HasSubstr;
+
+std::uint64_t LittleEndian(const std::string& bytes, std::size_t at, std::size_t size) {
+    std::uint64_t value = 0;
+    for (std::size_t i = size; i-- > 0;)
+        value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
+    return value;
+}
+
+std::uint64_t IdOf(const std::string& picture) {
+    return LittleEndian(picture, 4, 4);
+}
+
+std::string Ack(const std::string& picture) {
+    return "ack " + std::to_string(IdOf(picture)) + " " + std::to_string(LittleEndian(picture, 8, 4));
+}
+
+std::string Live(const std::string& name) {
+    return "GET /live/" + name + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+}
+
+RigOptions Patient() {
+    RigOptions options;
+    options.limits = LongLimits();
+    return options;
+}
+
+TEST(Tiles, StateComesFirstAndPicturesCarryTheirHeader) {
+    Rig rig(Patient());
+    const CamPtr yard = rig.AddCamera("yard");
+    const CamPtr gate = rig.AddCamera("g\"te");
+    yard->Show(MakeBlock(64, 48));
+    yard->Show(MakeBlock(32, 16));
+    Page page(rig.Port(), "Origin: http://localhost\r\n");
+    EXPECT_EQ(page.reply.status, 101U);
+    EXPECT_EQ(page.reply.Header("Sec-WebSocket-Accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+    const Page::Message state = page.Read();
+    ASSERT_EQ(state.kind, 1);
+    EXPECT_THAT(state.data, testing::StartsWith(R"({"type":"state",)"));
+    EXPECT_THAT(state.data, HasSubstr(R"("demo":true)"));
+    const auto id = rig.feeds->Find("yard")->Id();
+    EXPECT_THAT(state.data, HasSubstr("{\"id\":" + std::to_string(id) +
+                                      R"(,"name":"yard","type":"320x240","connected":false,"frames":2,)"
+                                      R"("failed":0,"fps":)"));
+    EXPECT_THAT(state.data, HasSubstr(R"("name":"g\"te")"));
+    EXPECT_THAT(state.data, HasSubstr(R"("width":0,"height":0,"age":null})"));
+
+    const auto picture = page.ReadNext(2);
+    ASSERT_TRUE(picture && picture->size() > 20);
+    EXPECT_EQ(picture->substr(0, 4), std::string("\1\0\0\0", 4));
+    EXPECT_EQ(IdOf(*picture), id);
+    EXPECT_EQ(LittleEndian(*picture, 8, 4), 2U) << "the newest one";
+    EXPECT_EQ(LittleEndian(*picture, 12, 8), rig.feeds->Find("yard")->Newest()->ArrivalUnixMs());
+    EXPECT_EQ(picture->substr(20), rig.feeds->Find("yard")->Newest()->Jpeg());
+
+    // A camera that comes is told at once; its number is its own.
+    const CamPtr late = rig.AddCamera("late");
+    late->Show(MakeBlock(16, 16));
+    const auto other = page.ReadNext(2);
+    ASSERT_TRUE(other);
+    EXPECT_EQ(IdOf(*other), rig.feeds->Find("late")->Id());
+    rig.feeds->OnCamRemoved(platform::Bstr(u"yard").Get());
+    EXPECT_TRUE(page.Say(Ack(*picture))) << "of a camera that left meanwhile";
+    EXPECT_TRUE(page.Say(Ack(*other)));
+    late->Show(MakeBlock(16, 16));
+    const auto next = page.ReadNext(2);
+    ASSERT_TRUE(next);
+    EXPECT_EQ(LittleEndian(*next, 8, 4), 2U);
+    EXPECT_EQ(rig.services.counters.watchers, 1U);
+    page.peer.Close();
+    EXPECT_TRUE(Eventually([&] { return rig.services.counters.watchers == 0; }));
+}
+
+TEST(Tiles, OnePictureOfACameraIsInFlightAndTheNextIsTheNewest) {
+    Rig rig(Patient());
+    const CamPtr yard = rig.AddCamera("yard");
+    const CamPtr gate = rig.AddCamera("gate");
+    Page page(rig.Port());
+    Page second(rig.Port());
+    yard->Show(MakeBlock(32, 16));
+    const auto first = page.ReadNext(2);
+    ASSERT_TRUE(first);
+    const auto encoded = Picture::EncodedCount();
+    for (int i = 0; i < 9; ++i)
+        yard->Show(MakeBlock(32, 16));
+    EXPECT_FALSE(page.PictureWithin(3)) << "not before the acknowledgement";
+    EXPECT_TRUE(page.Say("ack " + std::to_string(IdOf(*first)) + " 7"));
+    EXPECT_FALSE(page.PictureWithin(3)) << "of a picture that is not in flight";
+    gate->Show(MakeBlock(32, 16));
+    const auto other = page.ReadNext(2);
+    ASSERT_TRUE(other) << "another camera is not held up";
+    EXPECT_EQ(IdOf(*other), rig.feeds->Find("gate")->Id());
+    EXPECT_TRUE(page.Say(Ack(*first)));
+    const auto newest = page.ReadNext(2);
+    ASSERT_TRUE(newest);
+    EXPECT_EQ(LittleEndian(*newest, 8, 4), 10U);
+    EXPECT_GE(rig.services.counters.skipped, 8U);
+
+    // The other page takes the same pictures, and nothing is encoded again for it.
+    const auto same = second.ReadNext(2);
+    ASSERT_TRUE(same && second.Say(Ack(*same)));
+    std::vector<std::string> rest;
+    for (int i = 0; i < 2; ++i)
+        rest.push_back(second.ReadNext(2).value_or(""));
+    EXPECT_THAT(rest, testing::UnorderedElementsAre(*other, *newest));
+    EXPECT_EQ(Picture::EncodedCount(), encoded + 2);
+}
+
+TEST(Tiles, OnlyWhatIsShownIsSent) {
+    Rig rig(Patient());
+    const CamPtr yard = rig.AddCamera("yard");
+    const CamPtr gate = rig.AddCamera("gate");
+    const std::string yardId = std::to_string(rig.feeds->Find("yard")->Id());
+    Page page(rig.Port());
+    EXPECT_TRUE(page.Say("show"));
+    EXPECT_FALSE(page.PictureWithin(2));
+    const auto encoded = Picture::EncodedCount();
+    yard->Show(MakeBlock(32, 16));
+    gate->Show(MakeBlock(32, 16));
+    EXPECT_FALSE(page.PictureWithin(3));
+    EXPECT_EQ(Picture::EncodedCount(), encoded) << "nobody sees it";
+    EXPECT_TRUE(page.Say("show " + yardId + " 4000000"));
+    const auto picture = page.ReadNext(2);
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(std::to_string(IdOf(*picture)), yardId);
+    EXPECT_TRUE(page.Say(Ack(*picture)));
+    gate->Show(MakeBlock(32, 16));
+    EXPECT_FALSE(page.PictureWithin(3));
+}
+
+TEST(Tiles, MessagesThatNoPageSendsCloseTheStream) {
+    Rig rig(Patient());
+    const CamPtr yard = rig.AddCamera("yard");
+    for (const char* bad : {"", "ack", "ack ", "ack 1", "ack 1 ", "ack 1 1 1", "ack 1  1", "ack -1 1",
+                            "ack 1 x", "ack 4294967296 1", "ack 1 4294967296", "show x", "show 1,2",
+                            "show 1  2", "showing", "hello", "show 1 2 ", "ACK 1 1"}) {
+        Page page(rig.Port());
+        ASSERT_TRUE(page.Read().kind == 1 && page.Say(bad));
+        EXPECT_TRUE(page.IsClosed()) << bad;
+    }
+    Page binary(rig.Port());
+    ASSERT_TRUE(binary.Read().kind == 1 && binary.Say("ack 1 1", 2));
+    EXPECT_TRUE(binary.IsClosed());
+    Page huge(rig.Port()); // a length of 2^62 is not waited for
+    ASSERT_EQ(huge.Read().kind, 1);
+    huge.peer.Send(std::string("\x81\xFF\x40\0\0\0\0\0\0\0\0\0\0\0", 14));
+    EXPECT_TRUE(huge.IsClosed());
+    Page unmasked(rig.Port());
+    ASSERT_EQ(unmasked.Read().kind, 1);
+    unmasked.peer.Send("\x81\x04show");
+    EXPECT_TRUE(unmasked.IsClosed());
+    Page polite(rig.Port());
+    ASSERT_TRUE(polite.Read().kind == 1 && polite.Say("", 8));
+    EXPECT_TRUE(polite.ReadNext(8)) << "a close is answered";
+    EXPECT_TRUE(polite.IsClosed());
+}
+
+TEST(Tiles, PageThatAcknowledgesNothingIsClosed) {
+    Rig rig;
+    const CamPtr yard = rig.AddCamera("yard");
+    Page page(rig.Port());
+    EXPECT_FALSE(page.PictureWithin(8)) << "and stays as long as nothing is in flight";
+    yard->Show(MakeBlock(32, 16));
+    ASSERT_TRUE(page.ReadNext(2));
+    const auto begin = Clock::now();
+    EXPECT_TRUE(page.IsClosed());
+    EXPECT_GE(Clock::now() - begin, 400ms);
+    EXPECT_LT(Clock::now() - begin, 3s);
+}
+
+// One part up to the boundary behind it.
+std::string ReadPart(Client& client) {
+    static const std::string end = "\r\n--morrowstream-picture\r\nContent-Type: image/jpeg\r\n\r\n";
+    std::string part;
+    while (!part.ends_with(end)) {
+        const std::string byte = client.peer.Receive(1, 5000);
+        if (byte.empty())
+            return {};
+        part += byte;
+    }
+    part.resize(part.size() - end.size());
+    return part;
+}
+
+TEST(Live, NextPartsHeadFollowsEachPictureAndSilenceIsShown) {
+    RigOptions options;
+    options.limits.staleAfter = 1000ms;
+    Rig rig(options);
+    const CamPtr cam = rig.AddCamera("front door");
+    cam->Show(MakeBlock(64, 48));
+    Client client(rig.Port());
+    client.peer.Send(Live("front%20door"));
+    const Reply head = client.ReadReply(true);
+    EXPECT_EQ(head.status, 200U);
+    EXPECT_EQ(head.Header("Content-Type"), "multipart/x-mixed-replace; boundary=morrowstream-picture");
+    EXPECT_EQ(head.Header("Cache-Control"), "no-store");
+    EXPECT_EQ(head.Header("Content-Length"), "");
+    const std::string opening = "--morrowstream-picture\r\nContent-Type: image/jpeg\r\n\r\n";
+    EXPECT_EQ(client.peer.Receive(opening.size()), opening);
+    EXPECT_EQ(ReadPart(client), rig.feeds->Find("front door")->Newest()->Jpeg());
+    for (int i = 0; i < 3; ++i) {
+        cam->Show(MakeBlock(64, 48, false, 50 + i));
+        EXPECT_EQ(ReadPart(client), rig.feeds->Find("front door")->Newest()->Jpeg()) << i;
+    }
+    // The camera falls silent: one placeholder of its size, and the picture again when it comes back.
+    const auto silent = Clock::now();
+    EXPECT_EQ(ReadPart(client), DrawPlaceholder(64, 48));
+    EXPECT_GE(Clock::now() - silent, 800ms);
+    EXPECT_EQ(client.peer.Receive(1, 1500), "") << "one is enough";
+    // A watcher who comes now sees the placeholder at once, not an old picture.
+    Client late(rig.Port());
+    late.peer.Send(Live("front%20door"));
+    late.ReadReply(true);
+    late.peer.Receive(opening.size());
+    EXPECT_EQ(ReadPart(late), DrawPlaceholder(64, 48));
+    const auto encoded = Picture::EncodedCount();
+    cam->Show(MakeBlock(64, 48));
+    EXPECT_EQ(ReadPart(client), ReadPart(late));
+    EXPECT_EQ(Picture::EncodedCount(), encoded + 1);
+    EXPECT_EQ(rig.Ask("HEAD /live/front%20door HTTP/1.1\r\nHost: localhost\r\n\r\n", true).status, 200U);
+}
+
+TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
+    RigOptions options;
+    options.limits.staleAfter = 30s;
+    Rig rig(options);
+    const CamPtr cam = rig.AddCamera("yard");
+    Client stuck(rig.Port(), 4096);
+    stuck.peer.Send(Live("yard"));
+    ASSERT_TRUE(Eventually([&] { return rig.services.counters.watchers == 1; }));
+    std::string noise = MakeBlock(640, 480);
+    for (std::size_t i = sizeof(BITMAPINFOHEADER); i < noise.size(); ++i)
+        noise[i] = static_cast<char>(i * 2654435761U >> 13);
+    const auto begin = Clock::now();
+    std::uint64_t shown = 0;
+    while (rig.services.counters.watchers == 1 && Clock::now() - begin < 15s) {
+        cam->Show(noise);
+        ++shown;
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_EQ(rig.services.counters.watchers, 0U);
+    EXPECT_GE(Clock::now() - begin, 1s);
+    EXPECT_GT(shown, 30U);
+    EXPECT_LE(rig.services.counters.sent, 3U) << "what is in the queue is all that waits";
+}
+
+TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
+    Rig rig(Patient());
+    const CamPtr yard = rig.AddCamera("yard");
+    std::string noise = MakeBlock(640, 480);
+    for (std::size_t i = sizeof(BITMAPINFOHEADER); i < noise.size(); ++i)
+        noise[i] = static_cast<char>(i * 2654435761U >> 13);
+    yard->Show(noise);
+    std::vector<Client> clients;
+    std::vector<Page> pages;
+    for (int i = 0; i < 6; ++i) {
+        clients.emplace_back(rig.Port()); // says nothing
+        clients.emplace_back(rig.Port()).peer.Send("GET / HTTP/1.1\r\nHo");
+        clients.emplace_back(rig.Port(), 4096).peer.Send(Live("yard")); // reads nothing
+        clients.emplace_back(rig.Port())
+            .peer.Send("POST /mobile/video HTTP/1.1\r\n" + std::string(Rig::kPhone) + "\r\nhalf a record");
+        pages.emplace_back(rig.Port()); // acknowledges nothing
+    }
+    ASSERT_TRUE(Eventually([&] { return rig.services.counters.watchers == 12; }));
+    std::atomic<bool> more{true};
+    std::thread camera([&] {
+        while (more) {
+            yard->Show(noise);
+            std::this_thread::sleep_for(3ms);
+        }
+    });
+    std::thread changes([&] {
+        for (int i = 0; more; ++i) {
+            yard->SetPhone(i % 2 != 0);
+            rig.feeds->PollConnections();
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    std::thread visitors([&] { // come while the server stops, too
+        while (more) {
+            try {
+                Client client(rig.server->Where().port);
+                client.peer.Send("GET /health HTTP/1.1\r\nHost: localhost\r\n\r\n");
+                client.peer.Receive(50, 20);
+            } catch (const std::runtime_error&) {
+                return;
+            }
+        }
+    });
+    std::this_thread::sleep_for(200ms);
+    rig.stop.Signal();
+    visitors.join();
+    EXPECT_LT(rig.Stop(), 2s);
+    more = false;
+    camera.join();
+    changes.join();
+    EXPECT_EQ(rig.services.counters.open, 0U);
+    EXPECT_EQ(rig.services.counters.watchers, 0U);
+    for (Client& client : clients)
+        EXPECT_TRUE(client.peer.IsClosed(5000));
+    for (Page& page : pages)
+        EXPECT_TRUE(page.IsClosed());
+}
+
+} // namespace
+} // namespace host::test

@@ -1,0 +1,96 @@
+// The component's side of the web contract: writes down what it is asked and keeps the connections it gets.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "interfaces/IWebHandler.h"
+#include "platform/com.h"
+#include "platform/socket.h"
+#include "platform/text.h"
+
+namespace support {
+
+class FakeWebHandler : public IWebHandler {
+public:
+    struct Call {
+        std::string path;
+        std::string head;
+        SOCKET socket = INVALID_SOCKET; // of a Process
+    };
+
+    // What the operations answer.
+    std::atomic<HRESULT> m_processResult{S_OK};
+    std::atomic<HRESULT> m_requestResult{S_OK};
+    std::string m_answerBody = "<settings/>";
+    std::u16string m_answerHead = u"Content-Type: text/xml\r\n";
+
+    std::vector<Call> Processed() const {
+        const std::lock_guard guard(m_mutex);
+        return m_processed;
+    }
+    std::vector<Call> Requested() const {
+        const std::lock_guard guard(m_mutex);
+        return m_requested;
+    }
+    // What the connection of a Process holds, up to `count` bytes; fewer when the other side has closed.
+    static std::string Read(SOCKET socket, std::size_t count) {
+        std::string bytes(count, '\0');
+        std::size_t have = 0;
+        while (have < count) {
+            const int got = platform::recv(socket, bytes.data() + have, static_cast<int>(count - have), 0);
+            if (got <= 0)
+                break;
+            have += static_cast<std::size_t>(got);
+        }
+        bytes.resize(have);
+        return bytes;
+    }
+
+    HRESULT IsStreamPath(const char16_t* path, std::int32_t* stream) override {
+        *stream = std::u16string_view(path).find(u"mobile/video") != std::u16string_view::npos ? 1 : 0;
+        return S_OK;
+    }
+    HRESULT GetHandlerProcessId(std::uint32_t* id) override {
+        *id = 0;
+        return S_OK;
+    }
+    HRESULT Process(const char16_t* path, SOCKET socket, BSTR head) override {
+        const std::lock_guard guard(m_mutex);
+        m_processed.push_back({platform::ToUtf8(path), platform::ToNarrow(platform::ViewOf(head)), socket});
+        return m_processResult;
+    }
+    HRESULT Request(const char16_t* path, BSTR* body, BSTR* head) override {
+        const std::lock_guard guard(m_mutex);
+        m_requested.push_back({platform::ToUtf8(path), platform::ToNarrow(platform::ViewOf(*head))});
+        if (FAILED(m_requestResult))
+            return m_requestResult;
+        SysFreeString(*body);
+        SysFreeString(*head);
+        *body = SysAllocStringByteLen(m_answerBody.data(), static_cast<std::uint32_t>(m_answerBody.size()));
+        *head = platform::Bstr(m_answerHead).Detach();
+        return S_OK;
+    }
+
+protected:
+    FakeWebHandler() = default;
+    ~FakeWebHandler() {
+        for (const Call& call : m_processed)
+            (void)platform::closesocket(call.socket);
+    }
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IWebHandler>(this, interfaceId, object);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<Call> m_processed;
+    std::vector<Call> m_requested;
+};
+
+using FakeWebHandlerObject = platform::ComObject<FakeWebHandler>;
+
+} // namespace support
