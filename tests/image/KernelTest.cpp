@@ -18,19 +18,23 @@ namespace {
 
 using samples::Bytes;
 
-// Runs a test at a level and leaves the process at level 0.
+// Runs a test at a level, level 4 with both its variants, and leaves the process at level 0.
 class KernelLevels : public testing::TestWithParam<int> {
 protected:
     void SetUp() override {
-        if (GetParam() > ippLevelFromFeatures(ippGetFeatures()).nLevel)
+        const bool bWide = GetParam() == ippLevels;
+        const int nLevel = bWide ? ippLevels - 1 : GetParam();
+        if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel || (bWide && !ippHasWideKernels()))
             GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = GetParam();
+        g_nKernelLevel = nLevel;
+        g_nKernelWide = bWide ? 1 : 0;
     }
     void TearDown() override { g_nKernelLevel = 0; }
 };
 
-INSTANTIATE_TEST_SUITE_P(All, KernelLevels, testing::Range(0, ippLevels),
-                         [](const auto& level) { return "Level" + std::to_string(level.param); });
+INSTANTIATE_TEST_SUITE_P(All, KernelLevels, testing::Range(0, ippLevels + 1), [](const auto& level) {
+    return level.param == ippLevels ? "Level4Wide" : "Level" + std::to_string(level.param);
+});
 
 TEST(KernelStart, LevelFollowsTheIdentification) {
     struct Row {
@@ -531,6 +535,7 @@ TEST_P(KernelLevels, RunsBeyondTheBlock) {
 
 TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
     std::minstd_rand random(7);
+    const int nLevel = g_nKernelLevel;
     for (int n = 0; n < 4000; ++n) {
         std::int16_t c[64];
         std::uint16_t t[64];
@@ -539,13 +544,13 @@ TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
             const int nRandom = static_cast<int>(random() >> 4) % (2 * nLimit + 1) - nLimit;
             const bool bExtreme = nLimit == 32767 && n % 8 == 0;
             c[i] = static_cast<std::int16_t>(bExtreme ? (nRandom < 0 ? -32768 : 32767) : nRandom);
-            t[i] = static_cast<std::uint16_t>(1 + (random() >> 4) % 255);
+            t[i] = static_cast<std::uint16_t>(1 + (random() >> 4) % (n % 16 < 2 ? 65535 : 255));
         }
         std::uint8_t a[64], b[64];
         ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, a, 8, t);
         g_nKernelLevel = 0;
         ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, b, 8, t);
-        g_nKernelLevel = GetParam();
+        g_nKernelLevel = nLevel;
         ASSERT_TRUE(std::equal(std::begin(a), std::end(a), b)) << "block " << n;
     }
 }

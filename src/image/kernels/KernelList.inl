@@ -44,3 +44,4 @@ KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R,
 #include "image/kernels/lists/ProgressiveEntropy.inl"
 
 #include "image/kernels/lists/Encode.inl"
+#include "image/kernels/lists/Mcus.inl"

@@ -11,6 +11,7 @@
 #include "image/kernels/FallbackOutput.h"
 #include "image/kernels/FrameConversion.h"
 #include "image/kernels/Level.h"
+#include "image/kernels/McuRun.h"
 #include "image/kernels/Memory.h"
 #include "image/kernels/ProgressiveEntropy.h"
 #include "image/kernels/Sampling.h"

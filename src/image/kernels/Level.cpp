@@ -9,6 +9,7 @@
 
 std::atomic<std::int32_t> g_nKernelLevel{0};
 std::atomic<std::int32_t> g_nKernelSubLevel{0};
+std::atomic<std::int32_t> g_nKernelWide{0};
 
 namespace {
 
@@ -20,7 +21,7 @@ struct Registers {
 Registers Identification([[maybe_unused]] std::uint32_t nLeaf) noexcept {
     Registers registers;
 #if KERNELS_HAVE_CPUID
-    __get_cpuid(nLeaf, &registers.nEax, &registers.nEbx, &registers.nEcx, &registers.nEdx);
+    __get_cpuid_count(nLeaf, 0, &registers.nEax, &registers.nEbx, &registers.nEcx, &registers.nEdx);
 #endif
     return registers;
 }
@@ -96,8 +97,19 @@ std::uint64_t ippGetFeatures() noexcept {
     return nFeatures;
 }
 
+bool ippHasWideKernels() noexcept {
+    if (ippLevelFromFeatures(ippGetFeatures()).nLevel < 4)
+        return false;
+    const std::uint32_t nBasic = Identification(1).nEcx;
+    const std::uint32_t nExtended = Identification(7).nEbx;
+    // MOVBE, POPCNT and LZCNT; then BMI1, AVX2 and BMI2.
+    const bool bCounts = Bit(nBasic, 22) && Bit(nBasic, 23) && Bit(Identification(0x80000001).nEcx, 5);
+    return bCounts && Bit(nExtended, 3) && Bit(nExtended, 5) && Bit(nExtended, 8);
+}
+
 IppStatus ippStaticInit() noexcept {
     const IppKernelLevel level = ippLevelFromFeatures(ippGetFeatures());
+    g_nKernelWide.store(ippHasWideKernels() ? 1 : 0, std::memory_order_relaxed);
     g_nKernelLevel.store(level.nLevel, std::memory_order_relaxed);
     g_nKernelSubLevel.store(level.nSubLevel, std::memory_order_relaxed);
 

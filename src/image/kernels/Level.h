@@ -17,6 +17,10 @@ inline constexpr std::int32_t ippLevels = 5;
 extern std::atomic<std::int32_t> g_nKernelLevel;
 extern std::atomic<std::int32_t> g_nKernelSubLevel;
 
+// 1 where level 4 takes the variant for AVX2 and bit manipulation, 0 where it takes that for AVX alone. Set
+// with the level, which does not depend on it.
+extern std::atomic<std::int32_t> g_nKernelWide;
+
 // Bits of the processor features word.
 enum IppFeature : std::uint64_t {
     ippFeatureMMX = 1u << 0,
@@ -44,6 +48,9 @@ IppStatus ippStaticInit() noexcept;
 
 // The features word of this processor, read once and kept.
 [[nodiscard]] std::uint64_t ippGetFeatures() noexcept;
+
+// Whether this processor and its operating system have what the variant for AVX2 is compiled for.
+[[nodiscard]] bool ippHasWideKernels() noexcept;
 
 // The two rules behind start-up, without a processor: the features word from identification leaf 1 (ECX, EDX)
 // and the low half of XCR0 (0 where it cannot be read), and the level from a features word.

@@ -23,31 +23,41 @@ constexpr std::int16_t kC5 = 3218;  // 0.785695
 constexpr std::int16_t kC6 = 2217;  // 0.541196
 constexpr std::int16_t kC7 = 1130;  // 0.275899
 
-// One pass over eight vectors, lane by lane; nBias enters every output before the shift.
-template <int nShift>
-void InversePass(Vec16 (&x)[8], std::int32_t nBias) {
-    const Vec32 a = MultiplyAdd(x[0], kOne, x[4], kOne) + nBias;
-    const Vec32 b = MultiplyAdd(x[0], kOne, x[4], -kOne) + nBias;
-    const Vec32 c = MultiplyAdd(x[2], kC2, x[6], kC6);
-    const Vec32 d = MultiplyAdd(x[2], kC6, x[6], -kC2);
-    const Vec32 e0 = a + c;
-    const Vec32 e1 = b + d;
-    const Vec32 e2 = b - d;
-    const Vec32 e3 = a - c;
-
-    const Vec32 o0 = MultiplyAdd(x[1], kC1, x[3], kC3) + MultiplyAdd(x[5], kC5, x[7], kC7);
-    const Vec32 o1 = MultiplyAdd(x[1], kC3, x[3], -kC7) + MultiplyAdd(x[5], -kC1, x[7], -kC5);
-    const Vec32 o2 = MultiplyAdd(x[1], kC5, x[3], -kC1) + MultiplyAdd(x[5], kC7, x[7], kC3);
-    const Vec32 o3 = MultiplyAdd(x[1], kC7, x[3], -kC5) + MultiplyAdd(x[5], kC3, x[7], -kC1);
-
-    x[0] = ShiftPack<nShift>(e0 + o0);
-    x[1] = ShiftPack<nShift>(e1 + o1);
-    x[2] = ShiftPack<nShift>(e2 + o2);
-    x[3] = ShiftPack<nShift>(e3 + o3);
-    x[4] = ShiftPack<nShift>(e3 - o3);
-    x[5] = ShiftPack<nShift>(e2 - o2);
-    x[6] = ShiftPack<nShift>(e1 - o1);
-    x[7] = ShiftPack<nShift>(e0 - o0);
+// One pass over eight vectors, lane by lane; nBias enters every output before the shift. With bFour the last
+// four inputs are zeros and not read.
+template <int nShift, bool bFour, class Vector>
+void InversePass(Vector (&x)[8], std::int32_t nBias) {
+    const auto add = [nBias](auto v) { return v + nBias; };
+    const auto output = [&x](int i, auto even, auto odd) {
+        x[i] = ShiftPack<nShift>(even + odd);
+        x[7 - i] = ShiftPack<nShift>(even - odd);
+    };
+    if constexpr (bFour) {
+        const auto a = add(MultiplyAdd(x[0], kOne, x[2], 0));
+        const auto c = MultiplyAdd(x[0], 0, x[2], kC2);
+        const auto d = MultiplyAdd(x[0], 0, x[2], kC6);
+        const auto o0 = MultiplyAdd(x[1], kC1, x[3], kC3);
+        const auto o1 = MultiplyAdd(x[1], kC3, x[3], -kC7);
+        const auto o2 = MultiplyAdd(x[1], kC5, x[3], -kC1);
+        const auto o3 = MultiplyAdd(x[1], kC7, x[3], -kC5);
+        output(0, a + c, o0);
+        output(1, a + d, o1);
+        output(2, a - d, o2);
+        output(3, a - c, o3);
+    } else {
+        const auto a = add(MultiplyAdd(x[0], kOne, x[4], kOne));
+        const auto b = add(MultiplyAdd(x[0], kOne, x[4], -kOne));
+        const auto c = MultiplyAdd(x[2], kC2, x[6], kC6);
+        const auto d = MultiplyAdd(x[2], kC6, x[6], -kC2);
+        const auto o0 = MultiplyAdd(x[1], kC1, x[3], kC3) + MultiplyAdd(x[5], kC5, x[7], kC7);
+        const auto o1 = MultiplyAdd(x[1], kC3, x[3], -kC7) + MultiplyAdd(x[5], -kC1, x[7], -kC5);
+        const auto o2 = MultiplyAdd(x[1], kC5, x[3], -kC1) + MultiplyAdd(x[5], kC7, x[7], kC3);
+        const auto o3 = MultiplyAdd(x[1], kC7, x[3], -kC5) + MultiplyAdd(x[5], kC3, x[7], -kC1);
+        output(0, a + c, o0);
+        output(1, b + d, o1);
+        output(2, b - d, o2);
+        output(3, a - c, o3);
+    }
 }
 
 constexpr int kFirstShift = kFractionBits - kPassBits;
@@ -55,8 +65,62 @@ constexpr int kSecondShift = kFractionBits + kPassBits + 3; // 3: the gain of 8
 constexpr std::int32_t kFirstBias = 1 << (kFirstShift - 1);
 constexpr std::int32_t kSecondBias = (1 << (kSecondShift - 1)) + (128 << kSecondShift);
 
+// What is to be made of one block, and where it goes.
+struct BlockTask {
+    const std::int16_t* pSrc;
+    const std::uint16_t* pSteps;
+    std::uint8_t* pDst;
+    std::ptrdiff_t nDstStep;
+};
+
+// The last coefficient in zigzag order that leaves the lower and the right half of a block to zeros.
+constexpr std::int32_t kLastOfFour = 9;
+
+// The rows of coefficients times their steps, one block or two to a vector.
+inline void LoadScaled(const BlockTask* pTask, int y, Vec16& row) {
+    row = MultiplySaturate(Load(pTask->pSrc + 8 * y), pTask->pSteps + 8 * y);
+}
+
+inline void StoreTransposed(const BlockTask* pTask, Vec16 (&columns)[8]) {
+    StoreTransposedClamped(pTask->pDst, pTask->nDstStep, columns);
+}
+
+#ifdef KERNEL_WIDE
+inline void LoadScaled(const BlockTask* pTasks, int y, WideVec16& row) {
+    row = MultiplySaturate(Load(pTasks[0].pSrc + 8 * y, pTasks[1].pSrc + 8 * y), pTasks[0].pSteps + 8 * y,
+                           pTasks[1].pSteps + 8 * y);
+}
+
+inline void StoreTransposed(const BlockTask* pTasks, WideVec16 (&columns)[8]) {
+    StoreTransposedClamped(pTasks[0].pDst, pTasks[0].nDstStep, pTasks[1].pDst, pTasks[1].nDstStep, columns);
+}
+#endif
+
+// As many blocks as a vector holds.
+template <bool bFour, class Vector>
+void InverseVector(const BlockTask* pTasks) {
+    Vector rows[8];
+    for (int y = 0; y < (bFour ? 4 : 8); ++y)
+        LoadScaled(pTasks, y, rows[y]);
+    InversePass<kFirstShift, bFour>(rows, kFirstBias);
+    Transpose(rows);
+    InversePass<kSecondShift, bFour>(rows, kSecondBias);
+    StoreTransposed(pTasks, rows);
+}
+
+// A lone first coefficient: the two passes make the same sample of it everywhere.
+inline void InverseFlat(const BlockTask& task) {
+    const std::int32_t nDc = Saturate16(task.pSrc[0] * static_cast<std::int32_t>(task.pSteps[0]));
+    const std::int32_t nBetween = Saturate16(nDc * (1 << kPassBits));
+    const std::int32_t nSample = (nBetween * kOne + kSecondBias) >> kSecondShift;
+    const auto nByte = static_cast<std::uint8_t>(nSample < 0 ? 0 : nSample > 255 ? 255 : nSample);
+    std::uint8_t* pDst = task.pDst;
+    for (int y = 0; y < 8; ++y, pDst += task.nDstStep)
+        std::memset(pDst, nByte, 8);
+}
+
 // True when only the first of the 64 coefficients is not zero, as in most blocks of a flat area.
-bool IsFlat(const std::int16_t* pSrc) {
+inline bool IsFlat(const std::int16_t* pSrc) {
     std::uint64_t aWords[16];
     std::memcpy(aWords, pSrc, sizeof aWords);
     std::int16_t nFirst = pSrc[0];
@@ -68,11 +132,31 @@ bool IsFlat(const std::int16_t* pSrc) {
     return nAll == 0;
 }
 
-// What the two passes make of a lone first coefficient: the same sample everywhere.
-std::uint8_t FlatSample(std::int32_t nDc) {
-    const std::int32_t nBetween = Saturate16(Saturate16(nDc) * (1 << kPassBits));
-    const std::int32_t nSample = (nBetween * kOne + kSecondBias) >> kSecondShift;
-    return static_cast<std::uint8_t>(nSample < 0 ? 0 : nSample > 255 ? 255 : nSample);
+// nLast is the place in zigzag order behind which there are only zeros.
+inline void InverseOne(const BlockTask& task, std::int32_t nLast) {
+    if (nLast <= 0)
+        InverseFlat(task);
+    else if (nLast <= kLastOfFour)
+        InverseVector<true, Vec16>(&task);
+    else
+        InverseVector<false, Vec16>(&task);
+}
+
+inline void InverseTwo(const BlockTask& first, std::int32_t nFirstLast, const BlockTask& second,
+                       std::int32_t nSecondLast) {
+#ifdef KERNEL_WIDE
+    const std::int32_t nLast = std::max(nFirstLast, nSecondLast);
+    if (nLast > 0) {
+        const BlockTask aTasks[2] = {first, second};
+        if (nLast <= kLastOfFour)
+            InverseVector<true, WideVec16>(aTasks);
+        else
+            InverseVector<false, WideVec16>(aTasks);
+        return;
+    }
+#endif
+    InverseOne(first, nFirstLast);
+    InverseOne(second, nSecondLast);
 }
 
 } // namespace
@@ -83,21 +167,7 @@ IppStatus ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::uin
         return ippStsNullPtrErr;
     if (nDstStep < 1)
         return ippStsStepErr;
-    if (IsFlat(pSrc)) {
-        const std::uint8_t nSample = FlatSample(pSrc[0] * static_cast<std::int32_t>(pTable[0]));
-        for (int y = 0; y < 8; ++y, pDst += nDstStep)
-            std::memset(pDst, nSample, 8);
-        return ippStsNoErr;
-    }
-    Vec16 rows[8];
-    for (int y = 0; y < 8; ++y)
-        rows[y] = MultiplySaturate(Load(pSrc + 8 * y), pTable + 8 * y);
-    InversePass<kFirstShift>(rows, kFirstBias);
-    Transpose(rows);
-    InversePass<kSecondShift>(rows, kSecondBias);
-    Transpose(rows);
-    for (int y = 0; y < 8; ++y, pDst += nDstStep)
-        StoreClamped(pDst, rows[y]);
+    InverseOne({pSrc, pTable, pDst, nDstStep}, IsFlat(pSrc) ? 0 : 63);
     return ippStsNoErr;
 }
 

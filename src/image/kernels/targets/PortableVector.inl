@@ -5,10 +5,6 @@
 namespace KERNEL_TARGET {
 namespace {
 
-inline std::int16_t Saturate16(std::int32_t n) {
-    return static_cast<std::int16_t>(n < -32768 ? -32768 : n > 32767 ? 32767 : n);
-}
-
 struct Vec16 {
     std::int16_t a[8];
 };
@@ -142,6 +138,13 @@ inline std::uint32_t NonZeroMask(Vec16 x, Vec16 y) {
     for (int i = 0; i < 8; ++i)
         nMask |= (x.a[i] != 0 ? 1u : 0u) << i | (y.a[i] != 0 ? 1u : 0u) << (8 + i);
     return nMask;
+}
+
+// Clamps to 0..255 and stores the transposed square: the lanes of a vector go below each other.
+inline void StoreTransposedClamped(std::uint8_t* p, std::ptrdiff_t nStep, Vec16 (&columns)[8]) {
+    Transpose(columns);
+    for (int y = 0; y < 8; ++y, p += nStep)
+        StoreClamped(p, columns[y]);
 }
 
 } // namespace

@@ -1,0 +1,294 @@
+// Whole MCUs of a sequential scan: entropy decoding from a window without stuffed bytes, two symbols a
+// look-up, and each MCU's inverse transform straight behind it, which runs while the next bits are awaited.
+
+namespace KERNEL_TARGET {
+namespace {
+
+// Takes in the source from nSrcPos on, as far as the room goes or a byte of 0xFF with anything but a stuffed
+// byte behind it.
+void FillWindow(IppBitWindow& window, const std::uint8_t* pSrc, std::int32_t nSrcSize, std::int32_t nSrcPos) {
+    std::uint8_t* pOut = window.pBytes.get();
+    std::uint8_t* const pOutEnd = pOut + window.nCapacity;
+    const std::uint8_t* pNext = pSrc + nSrcPos;
+    const std::uint8_t* pEnd = pSrc + nSrcSize;
+    // Data that ends with a lone 0xFF fails at a place that hangs on how far ahead a reader looks; such an
+    // end, and the longest MCU before it, is left to the block kernel.
+    if (nSrcSize > nSrcPos && pEnd[-1] == 0xFF)
+        pEnd -= std::min<std::ptrdiff_t>(pEnd - pNext, (ippMaxMcuBlocks + 2) * 2 * ippWindowSlack);
+    window.bMore = false;
+    while (pNext < pEnd) {
+        const std::ptrdiff_t nRoom = std::min(pEnd - pNext, pOutEnd - pOut);
+        if (nRoom < 2) {
+            window.bMore = pEnd - pNext > nRoom;
+            break;
+        }
+        const void* const pFound = std::memchr(pNext, 0xFF, static_cast<std::size_t>(nRoom));
+        const std::ptrdiff_t nPlain = pFound ? static_cast<const std::uint8_t*>(pFound) - pNext : nRoom;
+        std::memcpy(pOut, pNext, static_cast<std::size_t>(nPlain));
+        pOut += nPlain;
+        pNext += nPlain;
+        if (!pFound)
+            continue;
+        if (pEnd - pNext < 2 || pNext[1] != 0)
+            break;
+        *pOut++ = 0xFF;
+        pNext += 2;
+    }
+    std::memset(pOut, 0, ippWindowSlack);
+    window.nBytes = static_cast<std::int32_t>(pOut - window.pBytes.get());
+    window.nOffset = 0;
+    window.nSrcPos = nSrcPos;
+}
+
+// Moves the cursor forward. Every 0xFF that it passes was two bytes in the source.
+void MoveCursor(IppBitWindow& window, std::int32_t nOffset) {
+    const std::uint8_t* pNext = window.pBytes.get() + window.nOffset;
+    const std::uint8_t* const pEnd = window.pBytes.get() + nOffset;
+    window.nSrcPos += nOffset - window.nOffset;
+    while (const void* const pFound = std::memchr(pNext, 0xFF, static_cast<std::size_t>(pEnd - pNext))) {
+        ++window.nSrcPos;
+        pNext = static_cast<const std::uint8_t*>(pFound) + 1;
+    }
+    window.nOffset = nOffset;
+}
+
+// Zigzag order with room for every place that a look-up can name: those beyond the block are its last one,
+// which is written again whenever that matters.
+struct PaddedZigZag {
+    std::uint8_t a[64 + 256];
+};
+
+constexpr PaddedZigZag MakePaddedZigZag() {
+    PaddedZigZag order{};
+    for (int i = 0; i < 64 + 256; ++i)
+        order.a[i] = i < 64 ? g_aZigZag[i] : std::uint8_t{63};
+    return order;
+}
+
+constexpr PaddedZigZag kPaddedZigZag = MakePaddedZigZag();
+
+class WindowReader {
+public:
+    WindowReader(const IppBitWindow& window, const ippiDecodeHuffmanState& state)
+        : m_nHeld(std::uint64_t{state.nAccumulator} << 32), m_nBits(static_cast<std::uint32_t>(state.nBits)),
+          m_pNext(window.pBytes.get() + window.nOffset) {}
+
+    // Makes at least 56 bits available. Behind the window's bytes they are zeros, which Passed tells.
+    void Refill() {
+        std::uint64_t nWord;
+        std::memcpy(&nWord, m_pNext, sizeof nWord);
+        m_nHeld |= __builtin_bswap64(nWord) >> m_nBits;
+        m_pNext += (63 - m_nBits) >> 3;
+        m_nBits |= 56;
+    }
+
+    std::uint32_t Peek(std::uint32_t nCount) const {
+        return static_cast<std::uint32_t>(m_nHeld >> (64 - nCount));
+    }
+
+    void Drop(std::uint32_t nCount) {
+        m_nHeld <<= nCount & 63;
+        m_nBits -= nCount;
+    }
+
+    std::int32_t Value(std::uint32_t nSize) {
+        const std::uint32_t nRaw = Peek(nSize);
+        Drop(nSize);
+        return ReceiveExtend(nRaw, nSize);
+    }
+
+    // The next symbol bit by bit, or -1 where no code fits.
+    std::int32_t Symbol(const ippiDecodeHuffmanSpec& spec) {
+        for (std::uint32_t nLength = 1; nLength <= 16; ++nLength) {
+            const auto nCode = static_cast<std::int32_t>(Peek(nLength));
+            if (nCode <= spec.aMaxCode[nLength]) {
+                Drop(nLength);
+                return spec.aValues[(spec.aValueIndex[nLength] + nCode - spec.aMinCode[nLength]) & 255];
+            }
+        }
+        return -1;
+    }
+
+    // More bits were dropped than there are before pEnd.
+    bool Passed(const std::uint8_t* pEnd) const {
+        return m_pNext - pEnd > static_cast<std::ptrdiff_t>(m_nBits >> 3);
+    }
+
+    // Leaves what the block kernel can go on from: whole bytes go back into the window, those that were taken
+    // from it.
+    void Commit(IppBitWindow& window, std::int32_t& nSrcPos, ippiDecodeHuffmanState& state) const {
+        const std::uint8_t* const pBegin = window.pBytes.get() + window.nOffset;
+        const auto nBack = std::min<std::ptrdiff_t>(m_nBits >> 3, m_pNext - pBegin);
+        MoveCursor(window, static_cast<std::int32_t>(m_pNext - nBack - window.pBytes.get()));
+        nSrcPos = window.nSrcPos;
+        state.nBits = static_cast<std::int32_t>(m_nBits) - static_cast<std::int32_t>(8 * nBack);
+        const auto nHeld = static_cast<std::uint32_t>(m_nHeld >> 32);
+        state.nAccumulator = state.nBits == 0 ? 0 : nHeld & ~std::uint32_t{0} << (32 - state.nBits);
+    }
+
+private:
+    std::uint64_t m_nHeld; // the next bit topmost; below m_nBits bits stand the first ones of the next byte
+    std::uint32_t m_nBits;
+    const std::uint8_t* m_pNext;
+};
+
+constexpr std::int32_t kNoBlock = -1;
+
+// One AC symbol of those that a look-up did not give, at place nPlace, which moves behind it, to 64 at the
+// block's end. False where it is not in the fast way's reach. nLast is the last place with a coefficient.
+inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiDecodeHuffmanSpec& table,
+                             std::uint64_t nEntry, std::uint32_t& nPlace, std::int32_t& nLast) {
+    std::uint32_t nSymbol = nEntry >> 24 & 0xFF;
+    const std::uint32_t nLength = nEntry >> 16 & 0xFF;
+    if ((nEntry >> 8 & 0xFF) == ippLookupLong && nLength != 0) {
+        bits.Drop(nLength);
+    } else {
+        const std::int32_t nFound = bits.Symbol(table);
+        if (nFound < 0)
+            return false;
+        nSymbol = static_cast<std::uint32_t>(nFound);
+    }
+    const std::uint32_t nRun = nSymbol >> 4 & 15;
+    const std::uint32_t nSize = nSymbol & 15;
+    if (nSize == 0) {
+        nPlace = nRun == 15 ? nPlace + 16 : 64;
+        return true;
+    }
+    nPlace += nRun;
+    if (nPlace > 63)
+        return false;
+    pDst[kPaddedZigZag.a[nPlace]] = static_cast<std::int16_t>(bits.Value(nSize));
+    nLast = static_cast<std::int32_t>(nPlace++);
+    return true;
+}
+
+// The place in zigzag order of the block's last coefficient, or one behind it; kNoBlock where the fast way
+// ends. Then pDst and nLastDc hold whatever was read.
+[[gnu::always_inline]] inline std::int32_t
+DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc, const IppMcuBlock& block) {
+    std::memset(pDst, 0, 64 * sizeof *pDst);
+    bits.Refill();
+    if (const std::uint32_t nEntry = block.pDcLookup->aEntries[bits.Peek(ippLookupBits)]) {
+        bits.Drop(nEntry & 0xFF);
+        nLastDc = AddDc(nLastDc, static_cast<std::int32_t>(nEntry) >> 16);
+    } else {
+        const std::int32_t nSymbol = bits.Symbol(*block.pDcTable);
+        if (nSymbol < 0)
+            return kNoBlock;
+        if (const auto nSize = static_cast<std::uint32_t>(nSymbol & 15))
+            nLastDc = AddDc(nLastDc, bits.Value(nSize));
+        bits.Refill();
+    }
+    pDst[0] = nLastDc;
+
+    // A refill lasts for the DC look-up and four of these.
+    static_assert(5 * ippLookupBits <= 56);
+    const std::uint64_t* const pLookup = block.pAcLookup->aEntries;
+    std::uint32_t nPlace = 1;
+    for (;;) {
+        std::uint64_t nEntry = 0;
+        std::uint32_t nNext = 0;
+        WindowReader before = bits;
+#pragma GCC unroll 4
+        for (int i = 0; i < 4; ++i) {
+            before = bits;
+            nEntry = pLookup[bits.Peek(ippLookupBits)];
+            bits.Drop(nEntry & 0xFF);
+            pDst[kPaddedZigZag.a[nPlace + (nEntry >> 24 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 48);
+            pDst[kPaddedZigZag.a[nPlace + (nEntry >> 16 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 32);
+            nNext = nPlace + (nEntry >> 8 & 0xFF);
+            if (nNext >= 64)
+                break;
+            nPlace = nNext;
+        }
+        if (nNext >= 64) {
+            // An end of block, with the coefficient before it not in the last place: nothing would follow
+            // that.
+            if (nNext - ippLookupEnd < 64)
+                return static_cast<std::int32_t>(nNext - ippLookupEnd - 1);
+            if (nNext == 64)
+                return 63;
+            // Two symbols of which the first may end the block already, or a long one: one by one.
+            bits = before;
+            bits.Refill();
+            std::int32_t nLast = static_cast<std::int32_t>(nPlace) - 1;
+            if (!DecodeLongSymbol(bits, pDst, *block.pAcTable, nEntry, nPlace, nLast))
+                return kNoBlock;
+            if (nPlace >= 64)
+                return nLast;
+        }
+        bits.Refill();
+    }
+}
+
+// The inverse transforms of one MCU, two blocks at a time.
+inline void ReconstructMcu(const IppMcuRow& row, const std::int16_t* pBlocks, const std::int32_t* pLast,
+                           std::int32_t nMcu) {
+    const auto task = [&row, pBlocks, nMcu](std::int32_t i) {
+        const IppMcuBlock& block = row.aBlocks[i];
+        return BlockTask{pBlocks + 64 * i, block.pSteps,
+                         block.pDst + std::ptrdiff_t{nMcu} * block.nDstAdvance, block.nDstStep};
+    };
+    std::int32_t i = 0;
+    for (; i + 1 < row.nBlocks; i += 2)
+        InverseTwo(task(i), pLast[i], task(i + 1), pLast[i + 1]);
+    if (i < row.nBlocks)
+        InverseOne(task(i), pLast[i]);
+}
+
+} // namespace
+
+IppStatus ippiDecodeMcus_JPEG_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSize, std::int32_t* pSrcCurrPos,
+                                   const std::int32_t* pMarker, ippiDecodeHuffmanState* pState,
+                                   IppBitWindow* pWindow, IppMcuRow* pRow, std::int32_t nFirst,
+                                   std::int32_t nMcus, std::int32_t* pDone) {
+    if (!pSrc || !pSrcCurrPos || !pMarker || !pState || !pWindow || !pWindow->pBytes || !pRow || !pDone)
+        return ippStsNullPtrErr;
+    if (nSrcSize < 0 || *pSrcCurrPos < 0 || nFirst < 0 || pRow->nBlocks < 1 ||
+        pRow->nBlocks > ippMaxMcuBlocks)
+        return ippStsBadArgument;
+    *pDone = 0;
+    // With a marker in hand nothing is taken in, and what is held is for the block kernel.
+    if (*pMarker != 0 || *pSrcCurrPos > nSrcSize)
+        return ippStsNoErr;
+
+    // Twice: a window that has been used up in part is filled again and then tried once more.
+    for (bool bFresh = false; *pDone < nMcus;) {
+        if (pWindow->nSrcPos != *pSrcCurrPos) {
+            FillWindow(*pWindow, pSrc, nSrcSize, *pSrcCurrPos);
+            bFresh = true;
+        }
+        const std::uint8_t* const pEnd = pWindow->pBytes.get() + pWindow->nBytes;
+        WindowReader bits(*pWindow, *pState);
+        const std::int32_t nBefore = *pDone;
+        while (*pDone < nMcus) {
+            const std::int32_t nMcu = nFirst + *pDone;
+            std::int16_t* const pBlocks = pRow->pCoefficients + std::ptrdiff_t{nMcu} * pRow->nBlocks * 64;
+            WindowReader ahead = bits;
+            std::int16_t anLastDc[4];
+            std::memcpy(anLastDc, pRow->anLastDc, sizeof anLastDc);
+            std::int32_t anLast[ippMaxMcuBlocks];
+            std::int32_t i = 0;
+            for (; i < pRow->nBlocks; ++i) {
+                const IppMcuBlock& block = pRow->aBlocks[i];
+                anLast[i] = DecodeWindowBlock(ahead, pBlocks + 64 * i, anLastDc[block.nComponent & 3], block);
+                if (anLast[i] == kNoBlock || ahead.Passed(pEnd))
+                    break;
+            }
+            if (i < pRow->nBlocks)
+                break;
+            bits = ahead;
+            std::memcpy(pRow->anLastDc, anLastDc, sizeof anLastDc);
+            ReconstructMcu(*pRow, pBlocks, anLast, nMcu);
+            ++*pDone;
+        }
+        bits.Commit(*pWindow, *pSrcCurrPos, *pState);
+        if (*pDone == nMcus || !pWindow->bMore || (bFresh && *pDone == nBefore))
+            break;
+        pWindow->nSrcPos = -1;
+        bFresh = false;
+    }
+    return ippStsNoErr;
+}
+
+} // namespace KERNEL_TARGET
