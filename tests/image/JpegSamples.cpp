@@ -42,10 +42,15 @@ void PaintRow(std::vector<JSAMPLE>& row, int y, int nComponents, std::minstd_ran
 void ChooseScans(jpeg_compress_struct& info, const Recipe& recipe, std::vector<jpeg_scan_info>& scans) {
     if (recipe.bProgressive)
         jpeg_simple_progression(&info);
-    if (!recipe.bSeparateScans)
+    if (!recipe.bSeparateScans && recipe.script.empty())
         return;
-    for (int c = 0; c < recipe.nComponents; ++c)
+    for (int c = 0; c < recipe.nComponents && recipe.script.empty(); ++c)
         scans.push_back({1, {c, 0, 0, 0}, 0, 63, 0, 0});
+    for (const Scan& scan : recipe.script) {
+        scans.push_back(
+            {static_cast<int>(scan.components.size()), {}, scan.nSs, scan.nSe, scan.nAh, scan.nAl});
+        std::copy(scan.components.begin(), scan.components.end(), scans.back().component_index);
+    }
     info.scan_info = scans.data();
     info.num_scans = static_cast<int>(scans.size());
 }

@@ -13,6 +13,12 @@ using Bytes = std::vector<std::uint8_t>;
 
 enum class Marking { Jfif, Adobe, JfifAndAdobe, None };
 
+// One scan of a progressive script: components by index, band and successive approximation (T.81 G.1.1).
+struct Scan {
+    std::vector<int> components;
+    int nSs, nSe, nAh, nAl;
+};
+
 struct Recipe {
     int nWidth = 32;
     int nHeight = 32;
@@ -24,7 +30,8 @@ struct Recipe {
     bool bOptimised = false;  // Huffman tables of the picture's own, with codes of all lengths
     bool bProgressive = false;
     bool bSeparateScans = false;
-    bool bRgb = false; // stored as RGB, with an Adobe marker of transform 0
+    std::vector<Scan> script; // when not empty, in place of the library's own progressive script
+    bool bRgb = false;        // stored as RGB, with an Adobe marker of transform 0
     Marking eMarking = Marking::Jfif;
     unsigned nSeed = 1;
 

@@ -41,7 +41,8 @@ JpegStatus CJPEGDecoder::SetDestination(void* pDst, std::int32_t nWidth, std::in
 }
 
 JpegStatus CJPEGDecoder::ReadData() {
-    return ParseStream(Mode::Data);
+    const JpegStatus eStatus = ParseStream(Mode::Data);
+    return m_bProgressive ? FinishProgressive(eStatus) : eStatus;
 }
 
 JpegStatus CJPEGDecoder::ParseStream(Mode eMode) {
@@ -90,6 +91,8 @@ JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     case M_SOS:
         return HandleScan(eMode, bStop);
     case M_DQT:
+        if (const JpegStatus eStatus = PaintWhenComplete(); eStatus != JPEG_OK)
+            return eStatus;
         return ReadQuantTables();
     case M_DRI:
         return ReadRestartInterval();
@@ -119,5 +122,5 @@ JpegStatus CJPEGDecoder::HandleScan(Mode eMode, bool& bStop) {
     }
     if (const JpegStatus eStatus = PrepareScan(); eStatus != JPEG_OK)
         return eStatus;
-    return DecodeSequentialScan();
+    return m_bProgressive ? DecodeProgressiveScan() : DecodeSequentialScan();
 }

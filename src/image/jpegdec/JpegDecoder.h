@@ -1,13 +1,13 @@
 // The primary decoder: one JPEG stream in memory becomes pixels in memory of the caller.
 //
-// Reads baseline and extended sequential frames with Huffman coding, 8-bit samples and 1 to 4 interleaved
-// components (ITU-T T.81). A progressive frame is recognised, so that its header can be reported, and refused
-// when its data would be decoded.
+// Reads baseline and extended sequential frames with 1 to 4 interleaved components, and progressive frames,
+// with Huffman coding and 8-bit samples (ITU-T T.81).
 //
 // An object serves one stream on one thread: SetSource, ReadHeader, SetDestination, ReadData, and after a
 // failure of any of them only the destructor. It owns tables, component buffers and comment; source and
-// destination stay the caller's. Memory: one MCU row besides the destination. Allocation of the small table
-// objects may throw std::bad_alloc; nothing else throws.
+// destination stay the caller's. Memory: one MCU row besides the destination, and for a progressive frame the
+// coefficients of the whole picture. Allocation of the small table objects may throw std::bad_alloc; nothing
+// else throws.
 #pragma once
 
 #include "image/jpegdec/JpegColorComponent.h"
@@ -37,9 +37,10 @@ public:
     JpegStatus SetDestination(void* pDst, std::int32_t nWidth, std::int32_t nStep, std::int32_t nHeight,
                               std::int32_t nChannels, JpegColor eColor);
 
-    // Decodes every scan into the destination. Damaged entropy-coded data costs rows, not the picture: a row
-    // keeps what it got and JPEG_OK comes back. JPEG_BUFFER_EXHAUSTED tells that the stream ended without its
-    // end-of-image marker, though rows may have been written.
+    // Decodes every scan into the destination. Damaged entropy-coded data of a sequential frame costs rows,
+    // not the picture: a row keeps what it got and JPEG_OK comes back. That of a progressive frame gives
+    // JPEG_INTERNAL_ERROR and no picture that could be relied on. JPEG_BUFFER_EXHAUSTED tells that the stream
+    // ended without its end-of-image marker, though rows may have been written.
     JpegStatus ReadData();
 
     // What the stream said; for readers only.
@@ -148,6 +149,23 @@ private:
     JpegStatus HandleMarker(Mode eMode, bool& bStop);
     JpegStatus HandleScan(Mode eMode, bool& bStop);
 
+    // JpegProgressive.cpp: scans of a progressive frame, and its picture.
+    bool IsDcScan() const;
+    bool IsRasterScan() const;
+    bool IsPictureComplete() const;
+    JpegStatus PrepareProgressiveScan();
+    JpegStatus CheckScanTables();
+    JpegStatus AllocateCoefficients();
+    std::int16_t* McuCoefficients(std::int32_t nMcuCol, std::int32_t nMcuRow) const;
+    JpegStatus DecodeProgressiveScan();
+    JpegStatus DecodeRasterScan();
+    JpegStatus DecodeInterleavedScan();
+    JpegStatus RestartWhereDue();
+    JpegStatus DecodeScanBlock(CJPEGColorComponent& component, std::int16_t* pBlock);
+    JpegStatus PaintWhenComplete();
+    JpegStatus FinishProgressive(JpegStatus eParsed);
+    JpegStatus PaintPicture();
+
     // JpegScan.cpp: work memory and entropy-coded data.
     JpegStatus PrepareScan();
     JpegStatus CheckTables();
@@ -160,7 +178,7 @@ private:
 
     // JpegOutput.cpp: from coefficients to the destination.
     JpegStatus ChooseConversion(Conversion& eConversion) const;
-    JpegStatus ReconstructMcuRow();
+    JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks);
     JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const std::int16_t*& pBlock);
     JpegStatus UpsampleMcuRow();
     JpegStatus ConvertMcuRow(std::int32_t nMcuRow);
@@ -182,11 +200,15 @@ private:
     };
 
     Conversion m_eConversion = Conversion::None;
-    std::int32_t m_nSequentialScans = 0;
+    std::int32_t m_nScans = 0;
+    std::uint32_t m_nScanComponents = 0; // bit i: the scan at hand names component i
+    std::uint32_t m_nDcDone = 0;         // bit i: component i has had its last DC scan
+    bool m_bPicturePending = false;      // progressive: the destination lacks what the last scans added
 
     // Work memory. Members go in reverse order: tables last in this list are deleted first.
     std::unique_ptr<ippiDecodeHuffmanState, StateDeleter> m_pHuffmanState;
-    IppBuffer<std::int16_t> m_pBlockBuffer; // coefficients of one MCU row
+    IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
+    IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
     std::int32_t m_nBlocksPerMcu = 0;
 
     // Table sets.

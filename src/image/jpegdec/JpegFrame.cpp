@@ -145,7 +145,7 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
 // A component named twice is refused: the one left out would be decoded with tables that nobody chose for it.
 // Selectors beyond the four slots are refused here, slots that are empty when the data begins.
 JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
-    bool abNamed[kJpegMaxComponents] = {};
+    m_nScanComponents = 0;
     for (std::int32_t i = 0; i < nCount; ++i) {
         const std::int32_t nId = ReadByte();
         const std::int32_t nSelectors = ReadByte();
@@ -154,9 +154,9 @@ JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
             ++nIndex;
         if (nIndex == m_nJpegComponents)
             return JPEG_BAD_COMPONENT_ID;
-        if (abNamed[nIndex])
+        if ((m_nScanComponents >> nIndex & 1) != 0)
             return JPEG_BAD_SCAN_SEGMENT;
-        abNamed[nIndex] = true;
+        m_nScanComponents |= 1u << nIndex;
         m_nCurrentComponent = nIndex;
         m_apComponents[nIndex]->m_nDcSelector = nSelectors >> 4;
         m_apComponents[nIndex]->m_nAcSelector = nSelectors & 15;

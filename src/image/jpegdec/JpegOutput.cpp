@@ -32,8 +32,8 @@ JpegStatus CJPEGDecoder::ChooseConversion(Conversion& eConversion) const {
     return JPEG_OK;
 }
 
-JpegStatus CJPEGDecoder::ReconstructMcuRow() {
-    const std::int16_t* pBlock = m_pBlockBuffer.get();
+JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks) {
+    const std::int16_t* pBlock = pBlocks;
     for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
         for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
             if (const JpegStatus eStatus = ReconstructBlocks(i, nMcuCol, pBlock); eStatus != JPEG_OK)

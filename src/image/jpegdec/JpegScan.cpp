@@ -27,11 +27,12 @@ CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
 
 // Runs at every start of scan whose data is to be decoded.
 JpegStatus CJPEGDecoder::PrepareScan() {
-    if (m_eJpegSampling == JS_OTHER || m_bProgressive)
+    if (m_eJpegSampling == JS_OTHER)
         return JPEG_NOT_SUPPORTED;
-    if (++m_nSequentialScans > kJpegMaxSequentialScans)
+    if (++m_nScans > (m_bProgressive ? kJpegMaxProgressiveScans : kJpegMaxSequentialScans))
         return JPEG_NOT_SUPPORTED;
-    if (const JpegStatus eStatus = CheckTables(); eStatus != JPEG_OK)
+    if (const JpegStatus eStatus = m_bProgressive ? PrepareProgressiveScan() : CheckTables();
+        eStatus != JPEG_OK)
         return eStatus;
     if (const JpegStatus eStatus = ChooseConversion(m_eConversion); eStatus != JPEG_OK)
         return eStatus;
@@ -63,7 +64,10 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
             eStatus != JPEG_OK)
             return eStatus;
     }
-    if (!m_pBlockBuffer) {
+    if (m_bProgressive) {
+        if (const JpegStatus eStatus = AllocateCoefficients(); eStatus != JPEG_OK)
+            return eStatus;
+    } else if (!m_pBlockBuffer) {
         const std::int64_t nCoefficients = std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols;
         m_pBlockBuffer = IppAllocate<std::int16_t>(nCoefficients);
         if (!m_pBlockBuffer)
@@ -122,7 +126,7 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
         if (!bStuck) {
             const EntropyPosition before = CurrentPosition();
             const JpegStatus eDecoded = DecodeMcuRow();
-            const JpegStatus eReconstructed = ReconstructMcuRow();
+            const JpegStatus eReconstructed = ReconstructMcuRow(m_pBlockBuffer.get());
             bStuck = eDecoded != JPEG_OK && eReconstructed == JPEG_OK && CurrentPosition() == before;
         }
         static_cast<void>(ConvertMcuRow(nMcuRow));

@@ -54,3 +54,13 @@ inline constexpr std::int32_t kJpegMaxComponents = 4;
 // the whole picture, however short its data, so that a small stream of nothing but scan headers could keep a
 // processor busy for hours.
 inline constexpr std::int32_t kJpegMaxSequentialScans = 8;
+
+// Scans of one progressive picture. Encoders write about ten; a script that sends every bit of four
+// components in scans of its own, with three bands each, stays below a hundred. JpegProgressive.cpp tells
+// what the limit is for.
+inline constexpr std::int32_t kJpegMaxProgressiveScans = 100;
+
+// Room for the coefficients of one progressive picture: 1 GiB. That is every 4:2:0 picture within the limit
+// on pixels, and 26 megapixels of a sampling with 8x8 MCUs. Address space only: of it, 3 bytes a pixel of
+// 4:2:0 and 6 of 4:4:4 are used.
+inline constexpr std::int64_t kJpegMaxCoefficients = std::int64_t{1} << 29;

@@ -1,0 +1,222 @@
+// Progressive frames (T.81 Annex G): every scan adds bits to the coefficients of the whole picture, and the
+// picture is made from them at the end.
+//
+// What a hostile stream can cost. Memory is bounded by the limits of the frame header and that of the
+// coefficient store. Time is bounded by the number of scans, since a scan may pass over all blocks for a few
+// bytes: as many refinements as kJpegMaxProgressiveScans takes, each with a bit for every coefficient of
+// luma, cost about twenty times an honest picture of that size. The picture is made once, however many scans
+// come.
+
+#include "image/jpegdec/JpegDecoder.h"
+#include "image/kernels/JpegMarkers.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::int64_t kBlockSize = 64;
+// Room in the coefficient store for each MCU, in coefficients: 20 blocks.
+constexpr std::int64_t kMcuRoom = 20 * kBlockSize;
+
+} // namespace
+
+bool CJPEGDecoder::IsDcScan() const {
+    return m_nSs == 0 || m_nSe == 0;
+}
+
+// The order of blocks in a scan of one component is that of its own rows, without the blocks that only fill
+// up MCUs (T.81 A.2.2). With one component in the frame both orders are the same.
+bool CJPEGDecoder::IsRasterScan() const {
+    return !IsDcScan() || m_nScanComponents == 1u << m_nCurrentComponent;
+}
+
+bool CJPEGDecoder::IsPictureComplete() const {
+    return m_bDcScanDone && m_nAcScansDone == m_nJpegComponents;
+}
+
+JpegStatus CJPEGDecoder::PrepareProgressiveScan() {
+    if (const JpegStatus eStatus = CheckScanTables(); eStatus != JPEG_OK)
+        return eStatus;
+    std::int64_t nBlocks = 0;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        const CJPEGColorComponent& component = *m_apComponents[i];
+        if ((m_nScanComponents >> i & 1) != 0)
+            nBlocks += component.m_nHSampling * component.m_nVSampling;
+    }
+    nBlocks *= std::int64_t{m_nMcuCols} * m_nMcuRows;
+    // Every block of a DC scan takes one bit at least. A scan that cannot hold them fails before memory is
+    // spent on its picture. (A raster scan passes over some blocks: three quarters of them at most.)
+    if (IsDcScan() && nBlocks / 4 > std::int64_t{BytesLeft()} * 8)
+        return JPEG_INTERNAL_ERROR;
+    return JPEG_OK;
+}
+
+// Only the tables that the scan at hand decodes with; the quantisers are needed when the picture is made.
+JpegStatus CJPEGDecoder::CheckScanTables() {
+    if (!IsDcScan()) {
+        CJPEGDecoderHuffmanTable* const pAc =
+            m_apAcHuffman[m_apComponents[m_nCurrentComponent]->m_nAcSelector].get();
+        return pAc && pAc->Build() ? JPEG_OK : JPEG_BAD_HUFFMAN_SEGMENT;
+    }
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        if (m_nAh != 0 || (m_nScanComponents >> i & 1) == 0)
+            continue;
+        CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[m_apComponents[i]->m_nDcSelector].get();
+        if (!pDc || !pDc->Build())
+            return JPEG_BAD_HUFFMAN_SEGMENT;
+    }
+    return JPEG_OK;
+}
+
+// The blocks lie at the front of the store, m_nBlocksPerMcu for each MCU, and only their part is cleared:
+// the rest of the room is never touched, and so, in a large picture, never becomes memory.
+JpegStatus CJPEGDecoder::AllocateCoefficients() {
+    if (m_pCoefficients)
+        return JPEG_OK;
+    const std::int64_t nMcus = std::int64_t{m_nMcuCols} * m_nMcuRows;
+    const std::int64_t nRoom = nMcus * kMcuRoom;
+    if (nRoom > kJpegMaxCoefficients)
+        return JPEG_NOT_SUPPORTED;
+    m_pCoefficients = IppAllocate<std::int16_t>(nRoom);
+    if (!m_pCoefficients)
+        return JPEG_INTERNAL_ERROR;
+    std::fill_n(m_pCoefficients.get(), nMcus * m_nBlocksPerMcu * kBlockSize, std::int16_t{0});
+    return JPEG_OK;
+}
+
+// The first block of an MCU; the components' blocks follow each other, row after row of each.
+std::int16_t* CJPEGDecoder::McuCoefficients(std::int32_t nMcuCol, std::int32_t nMcuRow) const {
+    const std::int64_t nMcu = nMcuCol + std::int64_t{nMcuRow} * m_nMcuCols;
+    return m_pCoefficients.get() + kBlockSize * m_nBlocksPerMcu * nMcu;
+}
+
+// Unlike damage to a sequential scan, damage here is fatal: it would spread over the whole picture.
+JpegStatus CJPEGDecoder::DecodeProgressiveScan() {
+    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
+        return JPEG_INTERNAL_ERROR;
+    m_nMarker = M_NONE;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_apComponents[i]->m_nLastDc = 0;
+    const JpegStatus eStatus = IsRasterScan() ? DecodeRasterScan() : DecodeInterleavedScan();
+    if (eStatus != JPEG_OK)
+        return eStatus;
+    m_bPicturePending = true;
+    if (m_nAl != 0)
+        return JPEG_OK;
+    if (IsDcScan()) {
+        m_nDcDone |= m_nScanComponents;
+        m_bDcScanDone = m_nDcDone == (1u << m_nJpegComponents) - 1;
+    } else {
+        m_apComponents[m_nCurrentComponent]->m_bAcScanDone = true;
+    }
+    m_nAcScansDone = 0;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_nAcScansDone += m_apComponents[i]->m_bAcScanDone ? 1 : 0;
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::DecodeRasterScan() {
+    CJPEGColorComponent& component = *m_apComponents[m_nCurrentComponent];
+    const std::int32_t nH = component.m_nHSampling;
+    const std::int32_t nV = component.m_nVSampling;
+    std::int64_t nFirstBlock = 0;
+    for (std::int32_t i = 0; i < m_nCurrentComponent; ++i)
+        nFirstBlock += m_apComponents[i]->m_nHSampling * m_apComponents[i]->m_nVSampling;
+    // Rows and columns of blocks; those at or beyond the picture's edge are not coded. Chroma at half the
+    // resolution has none there.
+    const std::int32_t nRows = std::min(m_nMcuRows * nV, (m_nJpegHeight + 7) / 8);
+    const std::int32_t nCols = std::min(m_nMcuCols * nH, (m_nJpegWidth + 7) / 8);
+    for (std::int32_t y = 0; y < nRows; ++y) {
+        std::int16_t* pBlock = McuCoefficients(0, y / nV) + kBlockSize * (nFirstBlock + y % nV * nH);
+        for (std::int32_t x = 0; x < nCols; ++x) {
+            if (const JpegStatus eStatus = RestartWhereDue(); eStatus != JPEG_OK)
+                return eStatus;
+            if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
+                return eStatus;
+            // One block further, or to the same row of blocks in the next MCU.
+            pBlock += (x + 1) % nH != 0 ? kBlockSize : kBlockSize * (m_nBlocksPerMcu - nH + 1);
+            --m_nRestartsToGo;
+        }
+    }
+    return JPEG_OK;
+}
+
+// A DC scan of several components: MCU after MCU, the blocks of those that the scan names.
+JpegStatus CJPEGDecoder::DecodeInterleavedScan() {
+    std::int16_t* pBlock = m_pCoefficients.get();
+    for (std::int64_t nMcus = std::int64_t{m_nMcuCols} * m_nMcuRows; nMcus > 0; --nMcus) {
+        if (const JpegStatus eStatus = RestartWhereDue(); eStatus != JPEG_OK)
+            return eStatus;
+        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+            CJPEGColorComponent& component = *m_apComponents[i];
+            const bool bNamed = (m_nScanComponents >> i & 1) != 0;
+            for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0;
+                 --n, pBlock += kBlockSize) {
+                if (!bNamed)
+                    continue;
+                if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
+                    return eStatus;
+            }
+        }
+        --m_nRestartsToGo;
+    }
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::RestartWhereDue() {
+    return m_nRestartInterval != 0 && m_nRestartsToGo == 0 ? ProcessRestart() : JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::DecodeScanBlock(CJPEGColorComponent& component, std::int16_t* pBlock) {
+    ippiDecodeHuffmanState* const pState = m_pHuffmanState.get();
+    IppStatus nStatus = ippStsNoErr;
+    if (IsDcScan()) {
+        nStatus = m_nAh != 0 ? ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(m_pSrc, m_nSrcSize, &m_nSrcPos,
+                                                                           pBlock, &m_nMarker, m_nAl, pState)
+                             : ippiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(
+                                   m_pSrc, m_nSrcSize, &m_nSrcPos, pBlock, &component.m_nLastDc, &m_nMarker,
+                                   m_nAl, m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get(), pState);
+    } else {
+        const auto decode = m_nAh != 0 ? &ippiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1
+                                       : &ippiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1;
+        nStatus = decode(m_pSrc, m_nSrcSize, &m_nSrcPos, pBlock, m_nSs, m_nSe, m_nAl, &m_nMarker,
+                         m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get(), pState);
+    }
+    return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
+}
+
+// Makes the picture when all scans that it needs have come, and again when later ones have added to it. Not
+// at the end of each scan, though the outcome is the same: only where it would change, before a quantiser
+// table is replaced, and at the end.
+JpegStatus CJPEGDecoder::PaintWhenComplete() {
+    return m_bPicturePending && IsPictureComplete() ? PaintPicture() : JPEG_OK;
+}
+
+// A stream that ends in order shows what its scans gave, also when it leaves some out (T.81 does not demand
+// them all). One that does not, shows a picture only if that was complete.
+JpegStatus CJPEGDecoder::FinishProgressive(JpegStatus eParsed) {
+    if (eParsed != JPEG_OK) {
+        static_cast<void>(PaintWhenComplete());
+        return eParsed;
+    }
+    return m_bPicturePending ? PaintPicture() : JPEG_OK;
+}
+
+// A row of MCUs at a time through the row buffers and conversions of the sequential path: the same samples
+// as in one pass over the whole picture, without copies of it in between.
+JpegStatus CJPEGDecoder::PaintPicture() {
+    m_bPicturePending = false;
+    if (m_eConversion == Conversion::None)
+        return JPEG_OK;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        if (!m_apQuant[m_apComponents[i]->m_nQuantSelector])
+            return JPEG_BAD_QUANT_SEGMENT;
+    }
+    for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
+        if (const JpegStatus eStatus = ReconstructMcuRow(McuCoefficients(0, nMcuRow)); eStatus != JPEG_OK)
+            return eStatus;
+        if (const JpegStatus eStatus = ConvertMcuRow(nMcuRow); eStatus != JPEG_OK)
+            return eStatus;
+    }
+    return JPEG_OK;
+}

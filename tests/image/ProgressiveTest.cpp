@@ -1,0 +1,333 @@
+// Progressive frames: every script of scans gives the picture of the sequential frame with the same
+// coefficients, and what is damaged, cut off or out of bounds is refused.
+
+#include "image/JpegSamples.h"
+#include "image/jpegdec/JpegDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <random>
+
+namespace {
+
+using samples::Bytes;
+using samples::Recipe;
+using samples::Scan;
+
+constexpr std::uint8_t kSof2 = 0xC2, kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB;
+
+struct Picture {
+    JpegStatus eHeader = JPEG_OK;
+    JpegStatus eData = JPEG_OK;
+    Bytes y, cb, cr;
+};
+
+Picture Decode(const Bytes& jpeg) {
+    Picture picture;
+    CJPEGDecoder decoder;
+    std::int32_t w = 0, h = 0, n = 0;
+    JpegColor eColor{};
+    JpegSampling eSampling{};
+    EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
+    picture.eHeader = decoder.ReadHeader(w, h, n, eColor, eSampling);
+    if (picture.eHeader != JPEG_OK)
+        return picture;
+    // Chroma without its odd last column and row, in memory of that size alone.
+    picture.y.assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0x11);
+    picture.cb.assign(static_cast<std::size_t>(w / 2) * static_cast<std::size_t>(h / 2), 0x11);
+    picture.cr = picture.cb;
+    PlanarDestination planes{picture.y.data(), picture.cb.data(), picture.cr.data(), w, w / 2, w / 2};
+    EXPECT_EQ(n == 1 ? decoder.SetDestination(picture.y.data(), w, w, h, 1, JC_GRAY)
+                     : decoder.SetDestination(&planes, w, w, h, 3, JC_YCBCR420_PLANAR),
+              JPEG_OK);
+    picture.eData = decoder.ReadData();
+    return picture;
+}
+
+// --- Scripts
+// -----------------------------------------------------------------------------------------------------
+
+struct Script {
+    const char* szName;
+    bool bSeparateDc;
+    int nDcBits;             // bits left to later DC scans
+    int nAcBits;             // and to later AC scans
+    std::vector<int> aBands; // first coefficient of each AC band
+};
+
+const Script kScripts[] = {
+    {"spectral selection", false, 0, 0, {1, 2, 6, 20}},
+    {"one band for each component", true, 0, 0, {1}},
+    {"one refinement", false, 1, 1, {1, 6}},
+    {"bit by bit", true, 3, 4, {1, 9}},
+};
+
+std::vector<Scan> Scans(const Script& script, int nComponents) {
+    std::vector<Scan> scans;
+    const auto dc = [&](int nAh, int nAl) {
+        std::vector<int> all;
+        for (int c = 0; c < nComponents; ++c) {
+            all.push_back(c);
+            if (script.bSeparateDc)
+                scans.push_back({{c}, 0, 0, nAh, nAl});
+        }
+        if (!script.bSeparateDc)
+            scans.push_back({all, 0, 0, nAh, nAl});
+    };
+    const auto ac = [&](int nAh, int nAl) {
+        for (int c = nComponents - 1; c >= 0; --c) {
+            for (std::size_t i = 0; i < script.aBands.size(); ++i) {
+                const int nEnd = i + 1 < script.aBands.size() ? script.aBands[i + 1] - 1 : 63;
+                scans.push_back({{c}, script.aBands[i], nEnd, nAh, nAl});
+            }
+        }
+    };
+    dc(0, script.nDcBits);
+    ac(0, script.nAcBits);
+    for (int n = script.nAcBits; n > 0; --n)
+        ac(n, n - 1);
+    for (int n = script.nDcBits; n > 0; --n)
+        dc(n, n - 1);
+    return scans;
+}
+
+struct Shape {
+    int nComponents, nH, nV;
+};
+constexpr Shape kShapes[] = {{1, 1, 1}, {3, 1, 1}, {3, 2, 1}, {3, 2, 2}};
+
+// The sequential frame of the same picture has the same coefficients, so the planes agree to the byte. What
+// the other library makes of them agrees within the transforms' tolerance.
+TEST(JpegProgressive, EveryScriptGivesTheSequentialPicture) {
+    const std::pair<int, int> aSizes[] = {{1, 1}, {2, 3}, {8, 8}, {9, 17}, {16, 16}, {31, 7}, {101, 67}};
+    for (const Shape& shape : kShapes) {
+        for (const auto& [w, h] : aSizes) {
+            for (const int nRestart : {0, 1, 5}) {
+                Recipe recipe;
+                recipe.nWidth = w;
+                recipe.nHeight = h;
+                recipe.nComponents = shape.nComponents;
+                recipe.nH = shape.nH;
+                recipe.nV = shape.nV;
+                recipe.nQuality = 92;
+                recipe.nRestartInterval = nRestart;
+                recipe.nSeed = static_cast<unsigned>(w);
+                const Bytes plain = samples::Encode(recipe);
+                const Picture sequential = Decode(plain);
+                ASSERT_EQ(sequential.eData, JPEG_OK);
+                const auto raw = samples::DecodeRaw(plain);
+                for (const Script& script : kScripts) {
+                    recipe.script = Scans(script, shape.nComponents);
+                    const Picture picture = Decode(samples::Encode(recipe));
+                    const std::string name = recipe.Name() + " " + script.szName;
+                    ASSERT_EQ(picture.eHeader, JPEG_OK) << name;
+                    ASSERT_EQ(picture.eData, JPEG_OK) << name;
+                    ASSERT_EQ(picture.y, sequential.y) << name;
+                    ASSERT_EQ(picture.cb, sequential.cb) << name;
+                    ASSERT_EQ(picture.cr, sequential.cr) << name;
+                    for (int i = 0; i < w * h; ++i)
+                        ASSERT_LE(std::abs(picture.y[static_cast<std::size_t>(i)] - raw[0].At(i % w, i / w)),
+                                  1)
+                            << name;
+                    const int wc = shape.nV == 2 ? w / 2 : 0;
+                    for (int i = 0; i < wc * (h / 2); ++i)
+                        ASSERT_LE(
+                            std::abs(picture.cb[static_cast<std::size_t>(i)] - raw[1].At(i % wc, i / wc)), 1)
+                            << name;
+                }
+            }
+        }
+    }
+}
+
+// --- Damage
+// ------------------------------------------------------------------------------------------------------
+
+Bytes Sample(int nSide = 40) {
+    Recipe recipe;
+    recipe.nWidth = recipe.nHeight = nSide;
+    recipe.bProgressive = true;
+    recipe.nRestartInterval = 3;
+    return samples::Encode(recipe);
+}
+
+// Offsets of the scans' markers, and the end-of-image marker's behind them.
+std::vector<std::size_t> ScanOffsets(const Bytes& jpeg) {
+    std::vector<std::size_t> offsets;
+    for (std::size_t i = 2; i + 1 < jpeg.size(); ++i) {
+        if (jpeg[i] == 0xFF && (jpeg[i + 1] == kSos || jpeg[i + 1] == 0xD9))
+            offsets.push_back(i);
+    }
+    return offsets;
+}
+
+TEST(JpegProgressive, EveryTruncationIsRefused) {
+    const Bytes jpeg = Sample();
+    const Picture whole = Decode(jpeg);
+    ASSERT_EQ(whole.eData, JPEG_OK);
+    for (std::size_t n = 0; n < jpeg.size(); ++n) {
+        const Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(n));
+        const Picture picture = Decode(cut);
+        ASSERT_TRUE(picture.eHeader != JPEG_OK || picture.eData != JPEG_OK) << "cut " << n;
+        // Whole but for its last marker: the status tells, the picture is there.
+        if (n + 2 == jpeg.size()) {
+            EXPECT_EQ(picture.eData, JPEG_BUFFER_EXHAUSTED);
+            EXPECT_EQ(picture.y, whole.y);
+        }
+    }
+}
+
+TEST(JpegProgressive, DamageIsRefusedOrDecoded) {
+    const Bytes jpeg = Sample();
+    std::minstd_rand random(3);
+    int nRefused = 0;
+    for (int n = 0; n < 3000; ++n) {
+        Bytes damaged = jpeg;
+        for (int i = 0; i <= n % 3; ++i)
+            damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random() >> 8);
+        const Picture picture = Decode(damaged);
+        nRefused += picture.eHeader != JPEG_OK || picture.eData != JPEG_OK ? 1 : 0;
+    }
+    EXPECT_GT(nRefused, 300);
+    EXPECT_LT(nRefused, 3000);
+}
+
+struct Doctored {
+    const char* szName;
+    std::function<void(Bytes&, std::size_t)> edit; // gets the offset of a scan's marker
+    std::size_t nScan;                             // 0: the DC scan; 1: the first AC scan, of luma
+    JpegStatus eData;
+};
+
+// Script "spectral selection", 32x32 4:2:0: one DC scan of all components, then the AC bands.
+const Doctored kDoctored[] = {
+    {"untouched", [](Bytes&, std::size_t) {}, 0, JPEG_OK},
+    {"band begins above its end", [](Bytes& j, std::size_t n) { j[n + 7] = 9; }, 1, JPEG_INTERNAL_ERROR},
+    {"band ends beyond the block", [](Bytes& j, std::size_t n) { j[n + 8] = 64; }, 1, JPEG_INTERNAL_ERROR},
+    {"shift beyond 13", [](Bytes& j, std::size_t n) { j[n + 9] = 14; }, 1, JPEG_INTERNAL_ERROR},
+    {"no such AC table", [](Bytes& j, std::size_t n) { j[n + 6] = 3; }, 1, JPEG_BAD_HUFFMAN_SEGMENT},
+    {"no such DC table", [](Bytes& j, std::size_t n) { j[n + 6] = 0x30; }, 0, JPEG_BAD_HUFFMAN_SEGMENT},
+    {"data ends at once",
+     [](Bytes& j, std::size_t n) {
+         j.resize(n + 14);
+         j.insert(j.end(), {0xFF, 0xD9});
+     },
+     0, JPEG_INTERNAL_ERROR},
+    {"one scan too many",
+     [](Bytes& j, std::size_t n) {
+         // DC refinements of one byte: 32x32 has 24 blocks.
+         const Bytes header(j.begin() + static_cast<std::ptrdiff_t>(n),
+                            j.begin() + static_cast<std::ptrdiff_t>(n) + 13);
+         for (int i = 0; i < kJpegMaxProgressiveScans; ++i) {
+             j.insert(j.end() - 2, header.begin(), header.end());
+             j.insert(j.end() - 2, {0x10, 0, 0, 0});
+         }
+     },
+     0, JPEG_NOT_SUPPORTED},
+    {"coefficients beyond the limit", // 8192 x 8192, 4:4:4
+     [](Bytes& j, std::size_t) {
+         const std::size_t n = samples::FindMarker(j, kSof2);
+         j[n + 5] = j[n + 7] = 0x20;
+         j[n + 6] = j[n + 8] = 0;
+         j[n + 11] = 0x11;
+         j.insert(j.end() - 2, 1 << 19, 0);
+     },
+     0, JPEG_NOT_SUPPORTED},
+    {"a huge picture of nothing", // 8192 x 8192, 4:2:0: refused before its memory is asked for
+     [](Bytes& j, std::size_t) {
+         const std::size_t n = samples::FindMarker(j, kSof2);
+         j[n + 5] = j[n + 7] = 0x20;
+         j[n + 6] = j[n + 8] = 0;
+     },
+     0, JPEG_INTERNAL_ERROR},
+    {"no quantiser",
+     [](Bytes& j, std::size_t) {
+         const std::size_t n = samples::FindMarker(j, kDqt);
+         j.erase(j.begin() + static_cast<std::ptrdiff_t>(n), j.begin() + static_cast<std::ptrdiff_t>(n) + 69);
+     },
+     0, JPEG_BAD_QUANT_SEGMENT},
+};
+
+Bytes SpectralSample() {
+    Recipe recipe;
+    recipe.script = Scans(kScripts[0], 3);
+    return samples::Encode(recipe);
+}
+
+TEST(JpegProgressive, DoctoredStreamsHaveTheirStatus) {
+    for (const Doctored& row : kDoctored) {
+        Bytes jpeg = SpectralSample();
+        row.edit(jpeg, ScanOffsets(jpeg)[row.nScan]);
+        // No planes for the pictures that are only refused.
+        CJPEGDecoder decoder;
+        std::int32_t w = 0, h = 0, n = 0;
+        JpegColor eColor{};
+        JpegSampling eSampling{};
+        EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
+        ASSERT_EQ(decoder.ReadHeader(w, h, n, eColor, eSampling), JPEG_OK) << row.szName;
+        Bytes y(32 * 32), cb(16 * 16), cr(16 * 16);
+        PlanarDestination planes{y.data(), cb.data(), cr.data(), 32, 16, 16};
+        EXPECT_EQ(decoder.SetDestination(&planes, w, w, h, 3, JC_YCBCR420_PLANAR), JPEG_OK);
+        EXPECT_EQ(decoder.ReadData(), row.eData) << row.szName;
+    }
+}
+
+// A stream that leaves its AC scans out shows its DC coefficients: flat blocks of 8x8.
+TEST(JpegProgressive, ScansLeftOutLeaveTheRest) {
+    Bytes jpeg = SpectralSample();
+    const Picture whole = Decode(jpeg);
+    const auto offsets = ScanOffsets(jpeg);
+    // Tables stand between the scans; the search above would not have met one of them inside the data.
+    jpeg.erase(jpeg.begin() + static_cast<std::ptrdiff_t>(offsets[1]), jpeg.end() - 2);
+    const Picture dc = Decode(jpeg);
+    ASSERT_EQ(dc.eData, JPEG_OK);
+    for (std::size_t i = 0; i < dc.y.size(); ++i)
+        ASSERT_EQ(dc.y[i], dc.y[i / 256 * 256 + i % 32 / 8 * 8]) << i;
+    int nDifference = 0;
+    for (std::size_t i = 0; i < 64; ++i) {
+        const std::size_t at = i / 8 * 32 + i % 8;
+        nDifference += whole.y[at] - dc.y[at];
+    }
+    EXPECT_LT(std::abs(nDifference), 64 * 2) << "the mean of a block stays";
+}
+
+// Refinements that correct nothing, as many as the limit takes, cost about twenty times an honest stream: a
+// pass over the coefficients each, never a picture each. The bound leaves room for a busy machine.
+TEST(JpegProgressive, ManyScansCostNoMoreThanAMultiple) {
+    Recipe recipe;
+    recipe.nWidth = recipe.nHeight = 1024;
+    recipe.nQuality = 75;
+    recipe.bProgressive = true;
+    const Bytes honest = samples::Encode(recipe);
+    Bytes hostile = honest;
+    // One code, 0, for an end-of-band run of the 16384 blocks; zeros are all its corrections.
+    Bytes table(18);
+    table[0] = 0x10;
+    table[1] = 1;
+    table[17] = 0xE0;
+    Bytes scan = samples::Segment(kDht, table);
+    const Bytes header = samples::Segment(kSos, {1, 1, 0, 1, 63, 0x10});
+    scan.insert(scan.end(), header.begin(), header.end());
+    scan.insert(scan.end(), 100000, 0);
+    for (std::size_t i = ScanOffsets(honest).size() - 1; i < kJpegMaxProgressiveScans; ++i)
+        hostile.insert(hostile.end() - 2, scan.begin(), scan.end());
+    const auto seconds = [](const Bytes& jpeg) {
+        double dBest = 1e9;
+        for (int i = 0; i < 3; ++i) {
+            const auto begin = std::chrono::steady_clock::now();
+            EXPECT_EQ(Decode(jpeg).eData, JPEG_OK);
+            const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+            dBest = std::min(dBest, taken.count());
+        }
+        return dBest;
+    };
+    const double dRatio = seconds(hostile) / seconds(honest);
+    RecordProperty("ratio", std::to_string(dRatio));
+    EXPECT_LT(dRatio, 60);
+}
+
+} // namespace
