@@ -20,6 +20,7 @@ SOUND = {
     "src/server/Server.h": '#include "camera/Cam.h"\n',
     "host/web/server.h": '#include "interfaces/ICam.h"\n#include <boost/beast.hpp>\n',
     "host/phone/main.cpp": "#include <sys/socket.h>\n",
+    "tools/jpeg/main.cpp": '#include "image/ImageCodec.h"\n#include "image/jpegdec/decoder.h"\n',
 }
 
 # The file that changes, its new text, and a part of the violation that must come of it.
@@ -37,6 +38,8 @@ FAULTS = {
     "codec_library": ("src/image/ImageCodec.cpp", "#include <jpeglib.h>", "does not use the library of <jpeglib.h>"),
     "codec_library_camera": ("src/camera/Cam.h", "#include <turbojpeg.h>", "does not use the library"),
     "web_library": ("src/server/Server.h", "#include <boost/asio.hpp>", "does not use the library"),
+    "tool_into_camera": ("tools/jpeg/main.cpp", '#include "camera/Cam.h"', "tools may not include src/camera"),
+    "codec_library_tool": ("tools/jpeg/main.cpp", "#include <jpeglib.h>", "does not use the library of <jpeglib.h>"),
     "outside": ("src/camera/Cam.h", '#include "vendor/imaging.h"', "is no file of this repository"),
     "angles": ("src/camera/Cam.h", "#include <server/Server.h>", "use quotes"),
     "macro": ("src/camera/Cam.h", "#include CAMERA_HEADER", "cannot tell what is included"),

@@ -1,0 +1,32 @@
+// The engines behind the codec, one by one, and in words why they take a stream or do not.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+
+#include "tools/jpeg/options.h"
+#include "tools/jpeg/picture.h"
+
+namespace jpegtool {
+
+using Stream = std::span<const std::uint8_t>; // at most kLargestFile bytes
+
+// Starts the kernels at this level, or at the best one. Throws UsageError for one that the processor lacks.
+void StartKernels(std::optional<int> level);
+// For example "kernel level 4, best level 4".
+std::string LevelText();
+
+// Which engine decodes a stream in the system.
+struct Verdict {
+    std::string engine; // "primary", "fallback" or "none"
+    std::string reason;
+};
+Verdict ChooseEngine(Stream stream);
+
+// The picture, or in words why there is none. Throws std::bad_alloc.
+std::variant<Picture, std::string> Decode(Stream stream, Engine engine);
+
+} // namespace jpegtool

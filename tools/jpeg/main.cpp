@@ -1,0 +1,68 @@
+// morrowstream-jpeg: the codec on files.
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <vector>
+
+#include "tools/jpeg/commands.h"
+#include "tools/jpeg/engines.h"
+#include "tools/jpeg/errors.h"
+
+namespace jpegtool {
+
+void Complain(const std::string& line) {
+    // The two outputs often share a terminal: what was printed before comes before.
+    std::fflush(stdout);
+    std::fprintf(stderr, "morrowstream-jpeg: %s\n", line.c_str());
+}
+
+namespace {
+
+int Run(const Options& options) {
+    if (options.command == Command::Help) {
+        std::fwrite(options.help.data(), 1, options.help.size(), stdout);
+        return kExitDone;
+    }
+    StartKernels(options.level);
+    if (options.showLevel)
+        std::printf("%s\n", LevelText().c_str());
+    switch (options.command) {
+    case Command::Info:
+        return RunInfo(options);
+    case Command::Decode:
+        return RunDecode(options);
+    case Command::Bench:
+        return RunBench(options);
+    case Command::Help:
+        break;
+    }
+    return kExitMisuse;
+}
+
+int RunAndFlush(const Options& options) {
+    const int status = Run(options);
+    if (std::fflush(stdout) != 0)
+        throw FileError("cannot write to the standard output");
+    return status;
+}
+
+} // namespace
+} // namespace jpegtool
+
+int main(int count, char** values) {
+    using namespace jpegtool;
+    try {
+        const std::vector<std::string_view> arguments(values + (count > 0 ? 1 : 0), values + count);
+        return RunAndFlush(ParseOptions(arguments));
+    } catch (const UsageError& error) {
+        Complain(std::string(error.what()) + "; see morrowstream-jpeg --help");
+        return kExitMisuse;
+    } catch (const std::bad_alloc&) {
+        Complain("not enough memory");
+        return kExitFailed;
+    } catch (const std::exception& error) {
+        Complain(error.what());
+        return kExitFailed;
+    }
+}

@@ -1,0 +1,49 @@
+// A decoded picture, and the files that it is written to.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "image/FrameBlock.h"
+#include "image/ImageCodec.h"
+
+namespace jpegtool {
+
+// The frame block of a picture: its planes without padding, chroma of (w/2) x (h/2).
+class Picture {
+public:
+    // For an owner that holds a block with its header.
+    explicit Picture(FrameBlock block) : m_block(std::move(block)) {}
+    // An empty block of the picture's size, whose planes the caller fills. Throws std::bad_alloc.
+    Picture(ImageKind kind, std::int32_t width, std::int32_t height);
+
+    std::int32_t Width() const { return m_block.Header().biWidth; }
+    std::int32_t Height() const { return m_block.Header().biHeight; }
+    bool IsGrey() const { return m_block.Header().biPlanes == 1; }
+    std::int32_t ChromaWidth() const { return Width() / 2; }
+    std::int32_t ChromaHeight() const { return Height() / 2; }
+
+    std::uint8_t* Y() { return m_block.Planes(); }
+    const std::uint8_t* Y() const { return m_block.Planes(); }
+    // Only for a picture in colour.
+    std::uint8_t* Cr() { return Y() + Pixels(); }
+    const std::uint8_t* Cr() const { return Y() + Pixels(); }
+    std::uint8_t* Cb() { return Cr() + Pixels() / 4; }
+    const std::uint8_t* Cb() const { return Cr() + Pixels() / 4; }
+
+private:
+    std::int64_t Pixels() const { return std::int64_t{Width()} * Height(); }
+
+    FrameBlock m_block;
+};
+
+enum class PictureFormat { Pgm, Ppm, Yuv };
+
+// By the end of the name. Throws UsageError for any other.
+PictureFormat FormatOfName(const std::string& path);
+
+// Throws FileError.
+void WritePicture(const std::string& path, PictureFormat format, const Picture& picture);
+
+} // namespace jpegtool
