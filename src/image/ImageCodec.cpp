@@ -2,9 +2,9 @@
 
 #include "image/ImageCodec.h"
 
+#include "image/CodecStart.h"
 #include "image/FallbackEngine.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/Level.h"
 
 #include <algorithm>
 
@@ -23,16 +23,6 @@ struct StreamInfo {
     bool IsGrey() const { return nChannels == 1 && eColor == JC_GRAY; }
     bool IsYCbCr() const { return nChannels == 3 && eColor == JC_YCBCR; }
 };
-
-// Starts the kernels with the first use of the codec. Their note on the processor's vendor is of no interest
-// here.
-std::int32_t StartKernels() {
-    if (g_nCodecStartState.load(std::memory_order_relaxed) > 0) {
-        ippStaticInit();
-        g_nCodecStartState.store(ImageOk, std::memory_order_relaxed);
-    }
-    return std::min(g_nCodecStartState.load(std::memory_order_relaxed), 0);
-}
 
 bool OpenStream(CJPEGDecoder& decoder, const std::uint8_t* pJpeg, std::int32_t nJpegSize, StreamInfo& info) {
     return decoder.SetSource(pJpeg, nJpegSize) == JPEG_OK &&

@@ -51,3 +51,23 @@ extern std::atomic<std::int32_t> g_nCodecStartState;
 [[nodiscard]] std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pY,
                                           std::int32_t nYStep, std::uint8_t* pCr, std::int32_t nCrStep,
                                           std::uint8_t* pCb, std::int32_t nCbStep) noexcept;
+
+// Encoding: baseline streams of at most nOutCapacity bytes with the standard tables for nQuality, 1 to 100,
+// without restart markers. *pnOutSize is written on success alone. Every failure, also a picture that does
+// not fit, is ImageEncodeFailed; nothing is written behind nOutCapacity, and a stream needs one byte of
+// capacity more than its length. A stride of 0 stands for the width.
+//
+// Grey: height rows of width samples.
+[[nodiscard]] std::int32_t EncodeJpegGrey(const std::uint8_t* pSrc, std::int32_t nWidth, std::int32_t nHeight,
+                                          std::int32_t nQuality, std::uint8_t* pOut,
+                                          std::int32_t nOutCapacity, std::int32_t* pnOutSize,
+                                          std::int32_t nSrcStep) noexcept;
+
+// Y: height rows of width samples; Cr and Cb: height/2 rows of width/2 samples at half the stride of Y, all
+// rounded down. The stream is 4:2:0; an odd last column or row repeats the chroma before it, and a picture of
+// one column or row is written without colour.
+[[nodiscard]] std::int32_t EncodeJpegYV12(const std::uint8_t* pY, const std::uint8_t* pCr,
+                                          const std::uint8_t* pCb, std::int32_t nWidth, std::int32_t nHeight,
+                                          std::int32_t nQuality, std::uint8_t* pOut,
+                                          std::int32_t nOutCapacity, std::int32_t* pnOutSize,
+                                          std::int32_t nYStep) noexcept;

@@ -28,7 +28,8 @@ TABLE = {
     "src/runtime/archive": {"platform"},
     "src/image/kernels": set(),
     "src/image/jpegdec": {"src/image/kernels"},
-    "src/image/jpegenc": {"src/image/kernels"},
+    # Both directions share the vocabulary of colours and the record of a component, which stand with the decoder.
+    "src/image/jpegenc": {"src/image/kernels", "src/image/jpegdec"},
     "src/image/ijl": {"src/image/kernels"},
     "src/image": {"src/image/kernels", "src/image/jpegdec", "src/image/jpegenc", "src/image/ijl"},
     **{room: INTERFACES | TRACE for room in COMMON},

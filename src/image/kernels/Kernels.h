@@ -16,6 +16,7 @@
 #include "image/kernels/ProgressiveEntropy.h"
 #include "image/kernels/Sampling.h"
 #include "image/kernels/ScanEncode.h"
+#include "image/kernels/Split.h"
 #include "image/kernels/Status.h"
 #include "image/kernels/Tables.h"
 #include "image/kernels/Transform.h"

@@ -80,3 +80,11 @@ KERNEL(ippiSampleDownH2V1_JPEG_8u_C1R,
        (const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi, std::uint8_t* pDst,
         std::int32_t nDstStep, IppiSize dstRoi),
        (pSrc, nSrcStep, srcRoi, pDst, nDstStep, dstRoi))
+KERNEL(ippiCopy_8u_C3P3R,
+       (const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* const* apDst, std::int32_t nDstStep,
+        IppiSize roiSize),
+       (pSrc, nSrcStep, apDst, nDstStep, roiSize))
+KERNEL(ippiCopy_8u_C4P4R,
+       (const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* const* apDst, std::int32_t nDstStep,
+        IppiSize roiSize),
+       (pSrc, nSrcStep, apDst, nDstStep, roiSize))

@@ -18,3 +18,4 @@
 #include "image/kernels/bodies/EntropyEncode.inl"
 #include "image/kernels/bodies/ForwardTransform.inl"
 #include "image/kernels/bodies/ScanEncode.inl"
+#include "image/kernels/bodies/Split.inl"

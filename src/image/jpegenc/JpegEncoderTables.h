@@ -1,0 +1,54 @@
+// The table objects of the encoder: what a table segment says, in the form that the kernels take.
+#pragma once
+
+#include "image/kernels/Kernels.h"
+
+#include <cstdint>
+#include <memory>
+
+class CJPEGEncoderQuantTable {
+public:
+    CJPEGEncoderQuantTable() = default;
+    CJPEGEncoderQuantTable(const CJPEGEncoderQuantTable&) = delete;
+    CJPEGEncoderQuantTable& operator=(const CJPEGEncoderQuantTable&) = delete;
+    virtual ~CJPEGEncoderQuantTable();
+
+    // Table nId of T.81 Annex K (0: K.1, luma; 1: K.2, chroma) scaled for a quality; a status of the kernels.
+    [[nodiscard]] IppStatus Init(std::int32_t nId, std::int32_t nQuality);
+
+    std::int32_t m_nId = 0;
+    std::int32_t m_nPrecision = 0;                 // always 0: entries of eight bits
+    alignas(32) std::uint8_t m_aRaw[64] = {};      // steps, zigzag order
+    alignas(32) std::uint16_t m_aFactors[64] = {}; // 32768 over the step, natural order
+    // The factors with rows and columns exchanged, as the scan kernel takes them.
+    alignas(32) std::uint16_t m_aExchangedFactors[64] = {};
+};
+
+class CJPEGEncoderHuffmanTable {
+public:
+    CJPEGEncoderHuffmanTable() = default;
+    CJPEGEncoderHuffmanTable(const CJPEGEncoderHuffmanTable&) = delete;
+    CJPEGEncoderHuffmanTable& operator=(const CJPEGEncoderHuffmanTable&) = delete;
+    virtual ~CJPEGEncoderHuffmanTable();
+
+    // A table of T.81 Annex K: class 0, identifiers 0 and 1 are K.3 and K.4; class 1, K.5 and K.6.
+    [[nodiscard]] IppStatus InitStandard(std::int32_t nId, std::int32_t nClass);
+
+    // The shortest codes for 256 counts of symbols.
+    [[nodiscard]] IppStatus InitOptimised(const std::uint32_t* pStatistics);
+
+    std::int32_t m_nId = 0;
+    std::int32_t m_nClass = 0; // 0 DC, 1 AC
+    std::uint8_t m_aBits[16] = {};
+    std::uint8_t m_aValues[256] = {};
+
+    struct SpecDeleter {
+        void operator()(ippiEncodeHuffmanSpec* pSpec) const noexcept {
+            ippiEncodeHuffmanSpecFree_JPEG_8u(pSpec);
+        }
+    };
+    std::unique_ptr<ippiEncodeHuffmanSpec, SpecDeleter> m_pSpec;
+
+private:
+    [[nodiscard]] IppStatus Build();
+};
