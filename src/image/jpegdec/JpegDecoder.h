@@ -11,6 +11,7 @@
 #pragma once
 
 #include "image/jpegdec/JpegColorComponent.h"
+#include "image/jpegdec/JpegLookup.h"
 #include "image/jpegdec/JpegTables.h"
 #include "image/jpegdec/JpegTypes.h"
 
@@ -118,6 +119,11 @@ private:
     // What becomes of the samples, by the pair of stream colour and destination colour.
     enum class Conversion { None, GrayToGray, YCbCrToPlanar };
     struct EntropyPosition;
+    // The first sample of a component in an MCU row, and the way to its next row.
+    struct SampleRows {
+        std::uint8_t* pFirst;
+        std::int32_t nStep;
+    };
 
     // JpegSegments.cpp: bytes, markers and the segments that fill tables and fields.
     std::int32_t BytesLeft() const { return m_nSrcSize - m_nSrcPos; }
@@ -171,13 +177,22 @@ private:
     JpegStatus CheckTables();
     JpegStatus AllocateWorkMemory();
     JpegStatus AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma);
-    JpegStatus DecodeSequentialScan();
-    JpegStatus DecodeMcuRow();
     JpegStatus ProcessRestart();
+
+    // JpegMcuRow.cpp: sequential scans.
+    JpegStatus DecodeSequentialScan();
+    JpegStatus DecodeMcuRow(std::int32_t nMcuRow);
+    std::int32_t DecodeRun(std::int32_t nFirst, std::int32_t nMcus);
+    JpegStatus DecodeMcu(std::int32_t nMcuCol);
+    void LayOutMcus(std::int32_t nMcuRow, bool bDirect);
+    void ReconstructLaidOut(std::int32_t nFirst, std::int32_t nEnd);
+    std::int32_t DirectColumns(std::int32_t nMcuRow) const;
+    SampleRows RowsOf(std::int32_t nComponent, std::int32_t nMcuRow, bool bDirect) const;
     EntropyPosition CurrentPosition() const;
 
     // JpegOutput.cpp: from coefficients to the destination.
     JpegStatus ChooseConversion(Conversion& eConversion) const;
+    SampleRows BufferRows(std::int32_t nComponent) const;
     JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks);
     JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const std::int16_t*& pBlock);
     JpegStatus UpsampleMcuRow();
@@ -210,8 +225,13 @@ private:
     IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
     IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
     std::int32_t m_nBlocksPerMcu = 0;
+    IppBitWindow m_window; // sequential only
+    IppMcuRow m_mcuRow{};
+    std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already
 
-    // Table sets.
+    // Table sets. Those of a scan, by component: kept tables, which other decoders may be using as well.
+    std::shared_ptr<const CJPEGDecoderLookup> m_apDcLookup[kJpegMaxComponents];
+    std::shared_ptr<const CJPEGDecoderLookup> m_apAcLookup[kJpegMaxComponents];
     std::unique_ptr<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];
     std::unique_ptr<CJPEGDecoderHuffmanTable> m_apAcHuffman[4];
     std::unique_ptr<CJPEGDecoderHuffmanTable> m_apDcHuffman[4];

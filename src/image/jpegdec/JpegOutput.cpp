@@ -43,16 +43,23 @@ JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks) {
     return m_eJpegSampling == JS_444 ? JPEG_OK : UpsampleMcuRow();
 }
 
-// The blocks of one component in one MCU. Samples at half resolution begin one column, and with 4:2:0 one
-// row, further in: the spare ones stand around them.
-JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol,
-                                           const std::int16_t*& pBlock) {
+// Where a component's samples stand in its buffer. Those at half resolution begin one column, and with 4:2:0
+// one row, further in: the spare ones stand around them.
+CJPEGDecoder::SampleRows CJPEGDecoder::BufferRows(std::int32_t nComponent) const {
     const CJPEGColorComponent& component = *m_apComponents[nComponent];
     const bool bFull = IsFullResolution(nComponent);
     const std::int32_t nStep = bFull ? m_nCcWidth : SsStep();
-    std::uint8_t* pOut = bFull ? component.m_pCcBuffer.get() : component.m_pSsBuffer.get();
-    pOut += (component.m_nHFactor == 2 ? 1 : 0) + (component.m_nVFactor == 2 ? nStep : 0);
-    pOut += nMcuCol * 8 * component.m_nHSampling;
+    std::uint8_t* const pFirst = bFull ? component.m_pCcBuffer.get() : component.m_pSsBuffer.get();
+    return {pFirst + (component.m_nHFactor == 2 ? 1 : 0) + (component.m_nVFactor == 2 ? nStep : 0), nStep};
+}
+
+// The blocks of one component in one MCU.
+JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol,
+                                           const std::int16_t*& pBlock) {
+    const CJPEGColorComponent& component = *m_apComponents[nComponent];
+    const SampleRows rows = BufferRows(nComponent);
+    const std::int32_t nStep = rows.nStep;
+    std::uint8_t* const pOut = rows.pFirst + nMcuCol * 8 * component.m_nHSampling;
     const std::uint16_t* const pSteps = m_apQuant[component.m_nQuantSelector]->m_aSteps;
     for (std::int32_t y = 0; y < component.m_nVSampling; ++y) {
         for (std::int32_t x = 0; x < component.m_nHSampling; ++x, pBlock += 64) {
@@ -115,12 +122,16 @@ std::int32_t KernelStep(std::int64_t nStep) {
 
 } // namespace
 
+// What has not gone there straight already: m_nDirectCols columns of MCUs.
 JpegStatus CJPEGDecoder::CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const {
     if (!pPlane || KernelStep(nStep) == 0)
         return JPEG_INTERNAL_ERROR;
-    const IppStatus nStatus = ippiCopy_8u_C1R(m_apComponents[0]->m_pCcBuffer.get(), m_nCcWidth,
-                                              pPlane + std::int64_t{nMcuRow} * m_nMcuHeight * nStep,
-                                              KernelStep(nStep), {m_nDstWidth, m_nCcHeight});
+    const std::int32_t nDone = m_nDirectCols * m_nMcuWidth;
+    if (nDone == m_nDstWidth)
+        return JPEG_OK;
+    const IppStatus nStatus = ippiCopy_8u_C1R(m_apComponents[0]->m_pCcBuffer.get() + nDone, m_nCcWidth,
+                                              pPlane + std::int64_t{nMcuRow} * m_nMcuHeight * nStep + nDone,
+                                              KernelStep(nStep), {m_nDstWidth - nDone, m_nCcHeight});
     return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
 }
 
@@ -135,11 +146,13 @@ JpegStatus CJPEGDecoder::WriteChroma(std::int32_t nComponent, std::uint8_t* pPla
         return JPEG_INTERNAL_ERROR;
     const CJPEGColorComponent& component = *m_apComponents[nComponent];
     std::uint8_t* const pOut = pPlane + std::int64_t{nMcuRow} * (m_nMcuHeight >> 1) * nStep;
-    const IppStatus nStatus =
-        m_eJpegSampling == JS_420
-            ? ippiCopy_8u_C1R(component.m_pSsBuffer.get() + SsStep() + 1, SsStep(), pOut, KernelStep(nStep),
-                              half)
-            : ippiSampleDownH2V2_JPEG_8u_C1R(component.m_pCcBuffer.get(), m_nCcWidth,
-                                             {m_nCcWidth, m_nMcuHeight}, pOut, KernelStep(nStep), half);
+    IppStatus nStatus = ippStsNoErr;
+    if (m_eJpegSampling != JS_420) {
+        nStatus = ippiSampleDownH2V2_JPEG_8u_C1R(component.m_pCcBuffer.get(), m_nCcWidth,
+                                                 {m_nCcWidth, m_nMcuHeight}, pOut, KernelStep(nStep), half);
+    } else if (const std::int32_t nDone = m_nDirectCols * (m_nMcuWidth >> 1); nDone < half.width) {
+        nStatus = ippiCopy_8u_C1R(component.m_pSsBuffer.get() + SsStep() + 1 + nDone, SsStep(), pOut + nDone,
+                                  KernelStep(nStep), {half.width - nDone, half.height});
+    }
     return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
 }

@@ -5,25 +5,13 @@
 
 #include <algorithm>
 
-// Everything that the entropy decoder goes by. A row that leaves it as it was would leave it so for ever.
-struct CJPEGDecoder::EntropyPosition {
-    std::int32_t nSrcPos;
-    std::int32_t nMarker;
-    std::int32_t nRestartsToGo;
-    std::uint32_t nAccumulator;
-    std::int32_t nBits;
-    std::int16_t anLastDc[kJpegMaxComponents];
+namespace {
 
-    bool operator==(const EntropyPosition&) const = default;
-};
+// Of entropy-coded data at a time: small enough to stay in the first-level cache, and many times the longest
+// MCU.
+constexpr std::int32_t kWindowBytes = 16 << 10;
 
-CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
-    EntropyPosition position{
-        m_nSrcPos, m_nMarker, m_nRestartsToGo, m_pHuffmanState->nAccumulator, m_pHuffmanState->nBits, {}};
-    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
-        position.anLastDc[i] = m_apComponents[i]->m_nLastDc;
-    return position;
-}
+} // namespace
 
 // Runs at every start of scan whose data is to be decoded.
 JpegStatus CJPEGDecoder::PrepareScan() {
@@ -45,9 +33,13 @@ JpegStatus CJPEGDecoder::CheckTables() {
         const CJPEGColorComponent& component = *m_apComponents[i];
         if (!m_apQuant[component.m_nQuantSelector])
             return JPEG_BAD_QUANT_SEGMENT;
-        CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
-        CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
-        if (!pDc || !pAc || !pDc->Build() || !pAc->Build())
+        const CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
+        const CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
+        if (!pDc || !pAc)
+            return JPEG_BAD_HUFFMAN_SEGMENT;
+        m_apDcLookup[i] = CJPEGDecoderLookup::Find(*pDc);
+        m_apAcLookup[i] = CJPEGDecoderLookup::Find(*pAc);
+        if (!m_apDcLookup[i] || !m_apAcLookup[i])
             return JPEG_BAD_HUFFMAN_SEGMENT;
     }
     return JPEG_OK;
@@ -74,6 +66,12 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
             return JPEG_INTERNAL_ERROR;
         // A first row that fails shows these: mid-grey, not what the memory held before.
         std::fill_n(m_pBlockBuffer.get(), nCoefficients, std::int16_t{0});
+    }
+    if (!m_bProgressive && !m_window.pBytes) {
+        m_window.nCapacity = std::min(kWindowBytes, m_nSrcSize);
+        m_window.pBytes = IppAllocate<std::uint8_t>(m_window.nCapacity + ippWindowSlack);
+        if (!m_window.pBytes)
+            return JPEG_INTERNAL_ERROR;
     }
     if (!m_pHuffmanState) {
         ippiDecodeHuffmanState* pState = nullptr;
@@ -102,58 +100,6 @@ JpegStatus CJPEGDecoder::AllocateComponentBuffers(CJPEGColorComponent& component
         component.m_pTopRow = IppAllocate<std::uint8_t>(SsStep());
         if (!component.m_pTopRow)
             return JPEG_INTERNAL_ERROR;
-    }
-    return JPEG_OK;
-}
-
-// A failing row is not reported: it keeps what it got, the blocks behind the failing one those of the row
-// before, and the next row goes on from where the bit reader stopped.
-//
-// Once a failed row has not moved the decoder at all, every further row would fail in the same way and paint
-// the same samples. They are then only written out, so that a huge picture with no data costs no more than a
-// copy.
-JpegStatus CJPEGDecoder::DecodeSequentialScan() {
-    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
-        return JPEG_INTERNAL_ERROR;
-    m_nMarker = M_NONE;
-    // Predictors start at 0 in every scan (T.81 F.2.1.3.1); this counts where a second one repaints the
-    // picture.
-    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
-        m_apComponents[i]->m_nLastDc = 0;
-
-    bool bStuck = false;
-    for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
-        if (!bStuck) {
-            const EntropyPosition before = CurrentPosition();
-            const JpegStatus eDecoded = DecodeMcuRow();
-            const JpegStatus eReconstructed = ReconstructMcuRow(m_pBlockBuffer.get());
-            bStuck = eDecoded != JPEG_OK && eReconstructed == JPEG_OK && CurrentPosition() == before;
-        }
-        static_cast<void>(ConvertMcuRow(nMcuRow));
-    }
-    return JPEG_OK;
-}
-
-JpegStatus CJPEGDecoder::DecodeMcuRow() {
-    std::int16_t* pBlock = m_pBlockBuffer.get();
-    for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
-        if (m_nRestartInterval != 0 && m_nRestartsToGo == 0) {
-            if (const JpegStatus eStatus = ProcessRestart(); eStatus != JPEG_OK)
-                return eStatus;
-        }
-        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            CJPEGColorComponent& component = *m_apComponents[i];
-            const ippiDecodeHuffmanSpec* const pDc = m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get();
-            const ippiDecodeHuffmanSpec* const pAc = m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get();
-            for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0; --n, pBlock += 64) {
-                const IppStatus nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(
-                    m_pSrc, m_nSrcSize, &m_nSrcPos, pBlock, &component.m_nLastDc, &m_nMarker, pDc, pAc,
-                    m_pHuffmanState.get());
-                if (nStatus < 0)
-                    return JPEG_INTERNAL_ERROR;
-            }
-        }
-        --m_nRestartsToGo;
     }
     return JPEG_OK;
 }
