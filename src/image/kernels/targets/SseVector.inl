@@ -135,7 +135,8 @@ inline void StoreClamped(std::uint8_t* p, Vec16 x) {
 
 inline void StoreTwoRows(std::uint8_t* p, std::ptrdiff_t nStep, __m128i rows) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), rows);
-    _mm_storeh_pd(reinterpret_cast<double*>(p + nStep), _mm_castsi128_pd(rows));
+    // As two floats: the form for doubles wants an aligned address.
+    _mm_storeh_pi(reinterpret_cast<__m64*>(p + nStep), _mm_castsi128_ps(rows));
 }
 
 // As bytes, which halves the work: columns 0 and 4 of the square to a register, and so on.
