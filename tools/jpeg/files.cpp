@@ -43,7 +43,7 @@ void WriteFile(const std::string& path, std::span<const std::uint8_t> head,
     if (!file)
         throw SystemError(path);
     for (const auto part : {head, body}) {
-        if (std::fwrite(part.data(), 1, part.size(), file.get()) != part.size())
+        if (!part.empty() && std::fwrite(part.data(), 1, part.size(), file.get()) != part.size())
             throw SystemError(path);
     }
     // What is still buffered may meet a full disk only here.
