@@ -75,10 +75,6 @@ public:
         if (m_sink)
             m_sink->OnVideoFrame(platform::ComObject<Frame>::Create(std::move(block)).Get());
     }
-    void ShowNone() {
-        const std::lock_guard guard(m_mutex);
-        m_sink->OnVideoFrame(nullptr);
-    }
     void SetPhone(bool there) {
         const std::lock_guard guard(m_mutex);
         m_phone = there;

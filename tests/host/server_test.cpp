@@ -21,7 +21,6 @@ TEST(Server, AnswersAreThoseOfTheTable) {
     options.demo = false;
     options.limits = LongLimits();
     const Rig rig(options);
-    rig.handler->m_requestResult = S_OK;
     struct Case {
         std::string request; // method and target
         std::string_view user;
@@ -214,6 +213,32 @@ TEST(Server, HandlerAnswersAndFailuresArePassedOn) {
         rig.handler->m_requestResult = hr;
         EXPECT_EQ(ask().status, status);
     }
+}
+
+TEST(WebHandlerHost, TellsTheSenderOfARequestAndForgetsAtTheEnd) {
+    const Rig rig;
+    EXPECT_EQ(rig.hosts->RegisterHandler(nullptr, rig.handler.Get()), E_POINTER);
+    EXPECT_EQ(rig.hosts->RegisterHandler(u"a", nullptr), E_POINTER);
+    EXPECT_EQ(rig.hosts->RegisterHandler(u"", rig.handler.Get()), E_INVALIDARG);
+    EXPECT_EQ(rig.hosts->RegisterHandler(u"a/b", rig.handler.Get()), E_INVALIDARG);
+    const auto head = [](std::string_view user) {
+        return platform::Bstr(platform::ToWide("GET /x HTTP/1.1\r\n" + std::string(user) + "\r\n"));
+    };
+    SRequestAuth auth;
+    EXPECT_EQ(rig.hosts->GetRequestAuth(head(Rig::kPhone).Get(), nullptr), E_POINTER);
+    for (const std::string_view user : {std::string_view(), Rig::kWrong})
+        EXPECT_EQ(rig.hosts->GetRequestAuth(head(user).Get(), &auth), E_ACCESSDENIED);
+    EXPECT_EQ(rig.hosts->GetRequestAuth(nullptr, &auth), E_ACCESSDENIED);
+    EXPECT_TRUE(auth.bstrLogin == nullptr && auth.bstrPassword == nullptr && auth.pData == nullptr);
+    ASSERT_EQ(rig.hosts->GetRequestAuth(head(Rig::kPhone).Get(), &auth), S_OK);
+    EXPECT_EQ(platform::Bstr::Adopt(auth.bstrLogin).View(), u"phone");
+    EXPECT_EQ(platform::Bstr::Adopt(auth.bstrPassword).View(), u"secret");
+    EXPECT_EQ(rig.authenticator.LoginOf({reinterpret_cast<char*>(auth.pData), auth.nSize}), "phone");
+    CoTaskMemFree(auth.pData);
+    rig.hosts->Forget();
+    EXPECT_EQ(rig.hosts->GetRequestAuth(head(Rig::kPhone).Get(), &auth), E_UNEXPECTED);
+    EXPECT_EQ(rig.hosts->RegisterHandler(u"a", rig.handler.Get()), E_UNEXPECTED);
+    EXPECT_EQ(rig.Get("/mobile/list", kLocal).status, 404U);
 }
 
 TEST(Server, HeadsThatDoNotComeAreAnsweredAndCounted) {

@@ -5,10 +5,7 @@
 
 #include <thread>
 
-#include <turbojpeg.h>
-
 #include "host/rig.h"
-#include "support/Wire.h"
 
 namespace host::test {
 namespace {
@@ -33,6 +30,14 @@ std::string Ack(const std::string& picture) {
 
 std::string Live(const std::string& name) {
     return "GET /live/" + name + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+}
+
+// A picture that the encoder cannot make small.
+std::string MakeNoise() {
+    std::string block = MakeBlock(640, 480);
+    for (std::size_t i = sizeof(BITMAPINFOHEADER); i < block.size(); ++i)
+        block[i] = static_cast<char>(i * 2654435761U >> 13);
+    return block;
 }
 
 RigOptions Patient() {
@@ -96,6 +101,7 @@ TEST(Tiles, OnePictureOfACameraIsInFlightAndTheNextIsTheNewest) {
     yard->Show(MakeBlock(32, 16));
     const auto first = page.ReadNext(2);
     ASSERT_TRUE(first);
+    EXPECT_TRUE(second.ReadNext(2) == first);
     const auto encoded = Picture::EncodedCount();
     for (int i = 0; i < 9; ++i)
         yard->Show(MakeBlock(32, 16));
@@ -113,12 +119,9 @@ TEST(Tiles, OnePictureOfACameraIsInFlightAndTheNextIsTheNewest) {
     EXPECT_GE(rig.services.counters.skipped, 8U);
 
     // The other page takes the same pictures, and nothing is encoded again for it.
-    const auto same = second.ReadNext(2);
-    ASSERT_TRUE(same && second.Say(Ack(*same)));
-    std::vector<std::string> rest;
-    for (int i = 0; i < 2; ++i)
-        rest.push_back(second.ReadNext(2).value_or(""));
-    EXPECT_THAT(rest, testing::UnorderedElementsAre(*other, *newest));
+    EXPECT_TRUE(second.ReadNext(2) == other);
+    EXPECT_TRUE(second.Say(Ack(*first)));
+    EXPECT_TRUE(second.ReadNext(2) == newest);
     EXPECT_EQ(Picture::EncodedCount(), encoded + 2);
 }
 
@@ -244,9 +247,7 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
     Client stuck(rig.Port(), 4096);
     stuck.peer.Send(Live("yard"));
     ASSERT_TRUE(Eventually([&] { return rig.services.counters.watchers == 1; }));
-    std::string noise = MakeBlock(640, 480);
-    for (std::size_t i = sizeof(BITMAPINFOHEADER); i < noise.size(); ++i)
-        noise[i] = static_cast<char>(i * 2654435761U >> 13);
+    const std::string noise = MakeNoise();
     const auto begin = Clock::now();
     std::uint64_t shown = 0;
     while (rig.services.counters.watchers == 1 && Clock::now() - begin < 15s) {
@@ -263,9 +264,7 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
 TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
     Rig rig(Patient());
     const CamPtr yard = rig.AddCamera("yard");
-    std::string noise = MakeBlock(640, 480);
-    for (std::size_t i = sizeof(BITMAPINFOHEADER); i < noise.size(); ++i)
-        noise[i] = static_cast<char>(i * 2654435761U >> 13);
+    const std::string noise = MakeNoise();
     yard->Show(noise);
     std::vector<Client> clients;
     std::vector<Page> pages;
