@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <limits>
 #include <vector>
 
-#include <turbojpeg.h>
-
 #include "image/FrameBlock.h"
+#include "image/ImageCodec.h"
 #include "platform/com.h"
 
 namespace host {
@@ -16,49 +16,31 @@ namespace {
 constexpr int kQuality = 80;
 std::atomic<std::uint64_t> g_encoded{0};
 
-struct DestroyCompressor {
-    void operator()(void* handle) const noexcept { tjDestroy(handle); }
-};
-
-// Each thread that encodes keeps its compressor.
-tjhandle Compressor() {
-    thread_local const std::unique_ptr<void, DestroyCompressor> compressor(tjInitCompress());
-    return compressor.get();
-}
-
-struct Planes {
-    std::array<const unsigned char*, 3> data{};
-    std::array<int, 3> strides{};
-};
-
-std::string Compress(const Planes& planes, int width, int height, int subsampling) {
-    unsigned char* jpeg = nullptr;
-    unsigned long size = 0;
-    const tjhandle compressor = Compressor();
-    std::string result;
-    if (compressor != nullptr &&
-        tjCompressFromYUVPlanes(compressor, const_cast<const unsigned char**>(planes.data.data()), width,
-                                planes.strides.data(), height, subsampling, &jpeg, &size, kQuality, 0) == 0)
-        result.assign(reinterpret_cast<const char*>(jpeg), size);
-    tjFree(jpeg);
-    return result;
-}
-
-// A plane with more columns and rows, which repeat the last ones; one of nothing but 128, no colour, for an
-// empty one.
-std::vector<unsigned char> Pad(const unsigned char* plane, int columns, int rows, int wantedColumns,
-                               int wantedRows) {
-    std::vector<unsigned char> padded(
-        static_cast<std::size_t>(wantedColumns) * static_cast<std::size_t>(wantedRows), 128);
-    if (columns == 0 || rows == 0)
-        return padded;
-    for (int y = 0; y < wantedRows; ++y) {
-        const auto* from = plane + std::ptrdiff_t{std::min(y, rows - 1)} * columns;
-        auto* to = padded.data() + std::ptrdiff_t{y} * wantedColumns;
-        std::copy_n(from, columns, to);
-        std::fill(to + columns, to + wantedColumns, from[columns - 1]);
+// Runs an encoding operation of the codec, called with room and its size, and gives what it wrote.
+//
+// Each thread that encodes keeps its buffer. The first room holds any picture that a camera sends and noise
+// of this quality besides; the second one the worst that samples can be made to give, 27 bits for each of the
+// 3/2 samples of a pixel, and every byte of them stuffed.
+template <class Operation>
+std::string Compress(const PlaneLayout& layout, Operation operation) {
+    thread_local std::vector<std::uint8_t> buffer;
+    const std::int64_t area = std::int64_t{layout.width} * layout.height;
+    for (const std::int64_t bytes : {area + area / 2, area * 11}) {
+        const std::int64_t room =
+            std::min<std::int64_t>(bytes + 4096, std::numeric_limits<std::int32_t>::max());
+        if (static_cast<std::int64_t>(buffer.size()) < room)
+            buffer.resize(static_cast<std::size_t>(room));
+        std::int32_t size = 0;
+        if (operation(buffer.data(), static_cast<std::int32_t>(room), &size) == ImageOk)
+            return {reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(size)};
     }
-    return padded;
+    return {};
+}
+
+std::string CompressGrey(const std::uint8_t* plane, const PlaneLayout& layout) {
+    return Compress(layout, [&](std::uint8_t* out, std::int32_t room, std::int32_t* size) {
+        return EncodeJpegGrey(plane, layout.width, layout.height, kQuality, out, room, size, 0);
+    });
 }
 
 } // namespace
@@ -87,27 +69,15 @@ bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout
 }
 
 std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
-    const unsigned char* y = block + sizeof(BITMAPINFOHEADER);
-    const int width = layout.width;
-    const int height = layout.height;
+    const std::uint8_t* y = block + sizeof(BITMAPINFOHEADER);
     if (layout.grey)
-        return Compress({{y, nullptr, nullptr}, {width, 0, 0}}, width, height, TJSAMP_GRAY);
-    const std::ptrdiff_t area = std::ptrdiff_t{width} * height;
-    const unsigned char* cr = y + area;
-    const unsigned char* cb = cr + area / 4;
-    const int columns = width / 2;
-    const int rows = height / 2;
-    if (width % 2 == 0 && height % 2 == 0)
-        return Compress({{y, cb, cr}, {width, columns, columns}}, width, height, TJSAMP_420);
-    // With odd sizes the encoder reads (w+1)/2 columns and (h+1)/2 rows of chroma, and twice that of luma.
-    const int wantedColumns = (width + 1) / 2;
-    const int wantedRows = (height + 1) / 2;
-    const auto paddedY = Pad(y, width, height, wantedColumns * 2, wantedRows * 2);
-    const auto paddedCb = Pad(cb, columns, rows, wantedColumns, wantedRows);
-    const auto paddedCr = Pad(cr, columns, rows, wantedColumns, wantedRows);
-    return Compress({{paddedY.data(), paddedCb.data(), paddedCr.data()},
-                     {wantedColumns * 2, wantedColumns, wantedColumns}},
-                    width, height, TJSAMP_420);
+        return CompressGrey(y, layout);
+    const std::ptrdiff_t area = std::ptrdiff_t{layout.width} * layout.height;
+    const std::uint8_t* cr = y + area;
+    const std::uint8_t* cb = cr + area / 4;
+    return Compress(layout, [&](std::uint8_t* out, std::int32_t room, std::int32_t* size) {
+        return EncodeJpegYV12(y, cr, cb, layout.width, layout.height, kQuality, out, room, size, 0);
+    });
 }
 
 std::string DrawPlaceholder(int width, int height) {
@@ -119,7 +89,7 @@ std::string DrawPlaceholder(int width, int height) {
             grey[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
                  static_cast<std::size_t>(x)] = (x + y) / 12 % 2 == 0 ? 96 : 112;
     }
-    return Compress({{grey.data(), nullptr, nullptr}, {width, 0, 0}}, width, height, TJSAMP_GRAY);
+    return CompressGrey(grey.data(), {width, height, true});
 }
 
 const std::string& Picture::Jpeg() const {

@@ -55,7 +55,7 @@ LIBRARIES = {
     "pugixml": {"platform"},
     "boost/": {"host"},
     "crypt.h": {"host"},
-    "turbojpeg.h": {"host"},
+    "turbojpeg.h": set(),
     "jpeglib.h": set(),
     "jerror.h": set(),
     "jmorecfg.h": set(),
