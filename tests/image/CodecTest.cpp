@@ -175,14 +175,14 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
         if (bGrey) {
             EXPECT_EQ(cr, Bytes(cr.size(), 128));
             EXPECT_EQ(cb, cr);
-            Bytes grey = bytes(nYStep, h, w);
-            EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, grey.data(), nYStep), 0);
-            EXPECT_EQ(grey, y);
         } else {
             expect(cr, block.Planes() + w * h, nCStep, w / 2);
             expect(cb, block.Planes() + w * h + w * h / 4, nCStep, w / 2);
-            EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, y.data(), nYStep), -1) << "colour into one plane";
         }
+        // Of colour the luma, which the fallback engine reads.
+        Bytes grey = bytes(nYStep, h, w);
+        EXPECT_EQ(DecodeJpegGrey(jpeg.data(), nSize, grey.data(), nYStep), 0);
+        EXPECT_EQ(grey, y);
     }
 }
 
@@ -229,15 +229,13 @@ TEST_P(Pictures, DamagedAnywhere) {
 }
 
 TEST(Codec, OtherStreamsAreNoFrames) {
-    Recipe cmyk, rgb, separate, s411, s440;
+    Recipe cmyk, s411, s440;
     cmyk.nComponents = 4;
-    cmyk.nH = cmyk.nV = rgb.nH = rgb.nV = 1;
-    rgb.bRgb = true;
-    separate.bSeparateScans = true;
+    cmyk.nH = cmyk.nV = 1;
     s411.nH = 4;
     s411.nV = 1;
     s440.nH = 1;
-    for (const Recipe& recipe : {cmyk, rgb, separate, s411, s440})
+    for (const Recipe& recipe : {cmyk, s411, s440})
         EXPECT_FALSE(Decode(samples::Encode(recipe))) << recipe.Name();
     // The probe knows no samplings: those fail when the data is decoded.
     const Bytes jpeg = samples::Encode(s440);

@@ -83,6 +83,10 @@ Bytes Encode(const Recipe& recipe) {
     jpeg_set_colorspace(&info, info.in_color_space);
     info.comp_info[0].h_samp_factor = recipe.nH;
     info.comp_info[0].v_samp_factor = recipe.nV;
+    for (int c = 1; c < recipe.nComponents; ++c) {
+        info.comp_info[c].h_samp_factor = recipe.nOtherH;
+        info.comp_info[c].v_samp_factor = recipe.nOtherV;
+    }
     jpeg_set_quality(&info, recipe.nQuality, TRUE);
     info.restart_interval = static_cast<unsigned>(recipe.nRestartInterval);
     info.optimize_coding = recipe.bOptimised ? TRUE : FALSE;

@@ -23,8 +23,10 @@ struct Recipe {
     int nWidth = 32;
     int nHeight = 32;
     int nComponents = 3; // 1 grey, 3 YCbCr, 4 CMYK
-    int nH = 2;          // luma factors; chroma has 1x1
+    int nH = 2;          // factors of the first component
     int nV = 2;
+    int nOtherH = 1; // and of all others
+    int nOtherV = 1;
     int nQuality = 85;
     int nRestartInterval = 0; // in MCUs
     bool bOptimised = false;  // Huffman tables of the picture's own, with codes of all lengths

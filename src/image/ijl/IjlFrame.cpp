@@ -1,0 +1,218 @@
+// Frame header and scan header (T.81 B.2.2, B.2.3), and what follows from them: geometry, sampling, colour.
+
+#include "image/ijl/IjlDecoder.h"
+#include "image/kernels/JpegMarkers.h"
+#include "image/kernels/PictureLimits.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::int32_t CeilDivide(std::int32_t n, std::int32_t nBy) {
+    return (n + nBy - 1) / nBy;
+}
+
+} // namespace
+
+// Refused besides what the statuses name: a second frame header, since all geometry is that of the first, and
+// a picture above the limits of the codec. Nothing of the record is changed before the header has passed.
+IJLERR CIjlDecoder::ReadFrameHeader(bool bProgressive, std::int32_t nContent) {
+    if (nContent < 6)
+        return IJL_ERR_SOF;
+    if (ReadByte() != 8 || m_props.bFrameFound)
+        return IJL_UNSUPPORTED_FRAME;
+    const std::int32_t nHeight = ReadWord();
+    const std::int32_t nWidth = ReadWord();
+    const std::int32_t nComponents = ReadByte();
+    if (nWidth == 0 || nHeight == 0)
+        return IJL_ERR_DNL;
+    if (!IsPictureSizeAllowed(nWidth, nHeight))
+        return IJL_UNSUPPORTED_FRAME;
+    if (nComponents < 1)
+        return IJL_ERR_COMP;
+    if (nContent != 6 + 3 * nComponents)
+        return IJL_ERR_SOF;
+    if (m_props.components.size() < static_cast<std::size_t>(nComponents))
+        m_props.components.resize(static_cast<std::size_t>(nComponents));
+    m_props.JPGWidth = nWidth;
+    m_props.JPGHeight = nHeight;
+    m_props.JPGChannels = nComponents;
+    m_props.bProgressive = bProgressive;
+    if (const IJLERR eError = ReadFrameComponents(); eError != IJL_OK)
+        return eError;
+    m_props.bFrameFound = true;
+    ComputeGeometry();
+    m_props.JPGSubsampling = ClassifySampling();
+    return m_props.iotype == IJL_JBUFF_READWHOLEIMAGE ? ChoosePath() : IJL_OK;
+}
+
+// Two components of one identifier are refused: a scan could not name the later one. A selector without a
+// slot is kept, and shows as a table that has not come.
+IJLERR CIjlDecoder::ReadFrameComponents() {
+    for (IjlComponent& component : Components()) {
+        component = IjlComponent{};
+        component.nId = ReadByte();
+        const std::int32_t nFactors = ReadByte();
+        component.nHSampling = nFactors >> 4;
+        component.nVSampling = nFactors & 15;
+        component.nQuantSelector = ReadByte();
+        // Factors end at 4 (T.81 B.2.2); a larger one would only make MCUs of absurd size.
+        if (component.nHSampling < 1 || component.nVSampling < 1 || component.nHSampling > 4 ||
+            component.nVSampling > 4)
+            return IJL_ERR_SOF;
+        for (const IjlComponent& other : Components()) {
+            if (&other == &component)
+                break;
+            if (other.nId == component.nId)
+                return IJL_ERR_COMP;
+        }
+    }
+    // One component's scan is not interleaved, and its factors say nothing (T.81 A.2.2).
+    if (m_props.JPGChannels == 1)
+        m_props.components[0].nHSampling = m_props.components[0].nVSampling = 1;
+    return IJL_OK;
+}
+
+// T.81 A.1.1 and A.2. Sizes stay below 2^31: at most 65500 samples and 4 blocks an MCU.
+void CIjlDecoder::ComputeGeometry() {
+    std::int32_t nMaxH = 1;
+    std::int32_t nMaxV = 1;
+    for (const IjlComponent& component : Components()) {
+        nMaxH = std::max(nMaxH, component.nHSampling);
+        nMaxV = std::max(nMaxV, component.nVSampling);
+    }
+    m_props.nMcuWidth = 8 * nMaxH;
+    m_props.nMcuHeight = 8 * nMaxV;
+    m_props.nMcuCols = CeilDivide(m_props.JPGWidth, m_props.nMcuWidth);
+    m_props.nMcuRows = CeilDivide(m_props.JPGHeight, m_props.nMcuHeight);
+    std::int64_t nBlocks = 0;
+    for (IjlComponent& component : Components()) {
+        component.nCols = CeilDivide(CeilDivide(m_props.JPGWidth * component.nHSampling, nMaxH), 8);
+        component.nRows = CeilDivide(CeilDivide(m_props.JPGHeight * component.nVSampling, nMaxV), 8);
+        component.nFirstBlock = nBlocks;
+        nBlocks += std::int64_t{StoreCols(component)} * m_props.nMcuRows * component.nVSampling;
+    }
+    m_nStoreBlocks = nBlocks;
+}
+
+std::int32_t CIjlDecoder::ClassifySampling() const {
+    // Components 0 and 3 with the given factors, all others 1x1.
+    const auto isSampling = [this](std::int32_t nH, std::int32_t nV) {
+        for (std::int32_t i = 0; const IjlComponent& component : Components()) {
+            const bool bLuma = i == 0 || i == 3;
+            if (component.nHSampling != (bLuma ? nH : 1) || component.nVSampling != (bLuma ? nV : 1))
+                return false;
+            ++i;
+        }
+        return true;
+    };
+    if (isSampling(1, 1))
+        return 0;
+    if (m_props.JPGChannels == 3)
+        return isSampling(2, 2) ? 1 : isSampling(2, 1) ? 2 : 255;
+    if (m_props.JPGChannels == 4)
+        return isSampling(2, 2) ? 3 : isSampling(2, 1) ? 4 : 255;
+    return 255;
+}
+
+IJLERR CIjlDecoder::ReadScanHeader(std::int32_t nContent) {
+    const std::int32_t nCount = ReadByte();
+    if (nCount < 1 || nCount > 4 || nCount > m_props.JPGChannels)
+        return IJL_ERR_COMP;
+    if (nContent != 4 + 2 * nCount)
+        return IJL_ERR_DATA;
+    if (const IJLERR eError = ReadScanComponents(nCount); eError != IJL_OK)
+        return eError;
+    m_nSs = ReadByte();
+    m_nSe = ReadByte();
+    const std::int32_t nAhAl = ReadByte();
+    m_nAh = nAhAl >> 4;
+    m_nAl = nAhAl & 15;
+    return CheckScan();
+}
+
+// A component named twice is refused: the reader would mix up its two parts.
+IJLERR CIjlDecoder::ReadScanComponents(std::int32_t nCount) {
+    m_nScanComponents = nCount;
+    for (std::int32_t i = 0; i < nCount; ++i) {
+        const std::int32_t nId = ReadByte();
+        const std::int32_t nSelectors = ReadByte();
+        const auto components = Components();
+        const auto found = std::find_if(components.begin(), components.end(),
+                                        [nId](const IjlComponent& one) { return one.nId == nId; });
+        const auto nIndex = static_cast<std::int32_t>(found - components.begin());
+        if (found == components.end() || std::find(m_anScan, m_anScan + i, nIndex) != m_anScan + i)
+            return IJL_ERR_COMP;
+        m_anScan[i] = nIndex;
+        found->nDcSelector = nSelectors >> 4;
+        found->nAcSelector = nSelectors & 15;
+    }
+    return IJL_OK;
+}
+
+// In a sequential frame a component comes in one scan (T.81 B.2.3), which also bounds the work that a stream
+// of nothing but scan headers can ask for: every block is visited once.
+IJLERR CIjlDecoder::CheckScan() {
+    if (m_props.bProgressive) {
+        if (const IJLERR eError = CheckProgression(); eError != IJL_OK)
+            return eError;
+    } else {
+        // Whatever a sequential scan says of bands and bits, it means all of them.
+        m_nSs = m_nAh = m_nAl = 0;
+        m_nSe = 63;
+    }
+    for (std::int32_t i = 0; i < m_nScanComponents; ++i) {
+        IjlComponent& component = ScanComponent(i);
+        if (component.nScans >= (m_props.bProgressive ? kMaxProgressiveScans : 1))
+            return IJL_ERR_COMP;
+        if (const IJLERR eError = CheckTables(component); eError != IJL_OK)
+            return eError;
+        ++component.nScans;
+    }
+    return IJL_OK;
+}
+
+// T.81 G.1.1.1: DC alone or AC alone, and AC of one component. The order of the scans is the stream's affair:
+// a wrong one gives a wrong picture and nothing worse.
+IJLERR CIjlDecoder::CheckProgression() const {
+    const bool bDc = m_nSs == 0 && m_nSe == 0;
+    const bool bAc = m_nSs >= 1 && m_nSs <= m_nSe && m_nSe <= 63 && m_nScanComponents == 1;
+    return (bDc || bAc) && m_nAl <= 13 && m_nAh <= 13 ? IJL_OK : IJL_ERR_DATA;
+}
+
+// Only the tables that this scan decodes with. A quantiser is kept with the component from its first scan on:
+// a later segment may put another one into the slot before the picture is made.
+IJLERR CIjlDecoder::CheckTables(IjlComponent& component) {
+    const auto isMissing = [](const IjlHuffmanTable(&aTables)[4], std::int32_t nSelector) {
+        return nSelector > 3 || !aTables[nSelector].pSpec;
+    };
+    if (m_nSs == 0 && m_nAh == 0 && isMissing(m_props.aDc, component.nDcSelector))
+        return IJL_ERR_NO_HUF;
+    if (m_nSe != 0 && isMissing(m_props.aAc, component.nAcSelector))
+        return IJL_ERR_NO_HUF;
+    if (component.nQuantSelector > 3 || !m_props.aQuant[component.nQuantSelector].bPresent)
+        return IJL_ERR_NO_QUAN;
+    if (component.nScans == 0)
+        std::copy_n(m_props.aQuant[component.nQuantSelector].aSteps, 64, component.aSteps);
+    return IJL_OK;
+}
+
+// A read of the parameters says what the stream holds. A read of the image leaves a colour of three or more
+// components as the caller has set it.
+void CIjlDecoder::DecideStreamColor() {
+    const bool bParams = m_props.iotype == IJL_JBUFF_READPARAMS;
+    const bool bTransformed = m_props.nAdobeTransform != 0;
+    if (m_props.JPGChannels == 1) {
+        m_props.JPGColor = IJL_G;
+    } else if (bParams && m_props.JPGChannels == 3) {
+        m_props.JPGColor = m_props.bAdobeFound && !bTransformed ? IJL_RGB : IJL_YCBCR;
+    } else if (bParams && m_props.JPGChannels == 4 && m_props.bAdobeFound) {
+        m_props.JPGColor = bTransformed ? IJL_YCBCRA_FPX : IJL_RGBA_FPX;
+        m_props.DIBChannels = 4;
+        m_props.DIBColor = IJL_RGBA_FPX;
+    } else if (bParams) {
+        m_props.JPGColor = IJL_OTHER; // no colour model has two components, or four that nobody tells of
+    }
+    if (m_props.JPGColor == IJL_YCBCR && m_props.DIBColor == IJL_YCBCR)
+        m_props.DIBSubsampling = 2;
+}

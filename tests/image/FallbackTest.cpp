@@ -1,0 +1,578 @@
+// The fallback engine: its record and statuses, the streams that only it reads against an independent
+// decoder, and the facade over it.
+
+#include "image/FallbackEngine.h"
+#include "image/JpegSamples.h"
+#include "image/ijl/Ijl.h"
+#include "image/kernels/FrameConversion.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+namespace {
+
+using samples::Bytes;
+using samples::Plane;
+using samples::Recipe;
+
+// A record over one stream, from ijlInit to ijlFree, and the image that it fills.
+struct Engine {
+    explicit Engine(const Bytes& jpeg) : stream(jpeg) {
+        EXPECT_EQ(ijlInit(&record), IJL_OK);
+        record.JPGBytes = stream.data();
+        record.JPGSizeBytes = static_cast<std::int64_t>(stream.size());
+    }
+    ~Engine() { EXPECT_EQ(ijlFree(&record), IJL_OK); }
+
+    IJLERR Params() { return ijlRead(&record, IJL_JBUFF_READPARAMS); }
+    IJLERR Image(IJL_COLOR eColor, int nChannels, int nPad = 0, bool bBottomUp = false) {
+        record.DIBWidth = static_cast<std::uint32_t>(nWidth > 0 ? nWidth : record.JPGWidth);
+        const int nRows = nHeight > 0 ? nHeight : record.JPGHeight;
+        record.DIBHeight = bBottomUp ? -nRows : nRows;
+        record.DIBChannels = static_cast<std::uint32_t>(nChannels);
+        record.DIBColor = eColor;
+        record.DIBPadBytes = static_cast<std::uint32_t>(nPad);
+        const std::size_t nStep = record.DIBWidth * record.DIBChannels + record.DIBPadBytes;
+        image.assign(nStep * static_cast<std::size_t>(nRows), 0xEE);
+        record.DIBBytes = image.data();
+        return ijlRead(&record, IJL_JBUFF_READWHOLEIMAGE);
+    }
+    // Parameters, then the whole image, without pad bytes.
+    Bytes Whole(IJL_COLOR eColor, int nChannels) {
+        EXPECT_EQ(Params(), IJL_OK);
+        EXPECT_EQ(Image(eColor, nChannels), IJL_OK);
+        return image;
+    }
+
+    Bytes stream;
+    int nWidth = 0, nHeight = 0; // of the image, when they are not the stream's
+    Bytes image;
+    JPEG_CORE_PROPERTIES record;
+};
+
+std::size_t At(int n) {
+    return static_cast<std::size_t>(n);
+}
+
+Recipe Make(int nComponents, int nH, int nV) {
+    Recipe recipe;
+    recipe.nWidth = 75;
+    recipe.nHeight = 43;
+    recipe.nComponents = nComponents;
+    recipe.nH = nH;
+    recipe.nV = nV;
+    return recipe;
+}
+
+// Components at full resolution, each sample repeated over what it covers, within 1 of the other decoder's.
+void ExpectSamples(const Recipe& recipe, const Bytes& jpeg, const Bytes& image) {
+    const std::vector<Plane> coded = samples::DecodeRaw(jpeg);
+    const int n = recipe.nComponents;
+    const int nMaxH = std::max(recipe.nH, n > 1 ? recipe.nOtherH : 1);
+    const int nMaxV = std::max(recipe.nV, n > 1 ? recipe.nOtherV : 1);
+    int nWorst = 0;
+    for (int y = 0; y < recipe.nHeight; ++y) {
+        for (int x = 0; x < recipe.nWidth; ++x) {
+            for (int c = 0; c < n; ++c) {
+                const int nH = c == 0 ? recipe.nH : recipe.nOtherH, nV = c == 0 ? recipe.nV : recipe.nOtherV;
+                const int nWanted = coded[At(c)].At(x * nH / nMaxH, y * nV / nMaxV);
+                nWorst = std::max(nWorst, std::abs(image[At((y * recipe.nWidth + x) * n + c)] - nWanted));
+            }
+        }
+    }
+    EXPECT_LE(nWorst, 1);
+}
+
+// Pixels from samples by the documented arithmetic, exactly.
+Bytes ToPixels(const Bytes& yCbCr, bool bBlueFirst) {
+    Bytes pixels(yCbCr.size());
+    for (std::size_t i = 0; i < yCbCr.size(); i += 3) {
+        const int nY = yCbCr[i], nCb = yCbCr[i + 1] - 128, nCr = yCbCr[i + 2] - 128;
+        const int anColour[] = {nY + (91881 * nCr >> 16), nY + ((-22554 * nCb - 46802 * nCr) >> 16),
+                                nY + (116130 * nCb >> 16)};
+        for (std::size_t c = 0; c < 3; ++c)
+            pixels[i + (bBlueFirst ? 2 - c : c)] = static_cast<std::uint8_t>(std::clamp(anColour[c], 0, 255));
+    }
+    return pixels;
+}
+
+struct Layout {
+    const char* szName;
+    int nH, nV, nOtherH, nOtherV;
+    int nSubsampling, nFast; // what the record says; fast routine into BGR
+};
+const Layout kLayouts[] = {{"S444", 1, 1, 1, 1, 0, 1},         {"S422", 2, 1, 1, 1, 2, 2},
+                           {"S420", 2, 2, 1, 1, 1, 3},         {"S411", 4, 1, 1, 1, 255, 0},
+                           {"S440", 1, 2, 1, 1, 255, 0},       {"ThreeByOne", 3, 1, 1, 1, 255, 0},
+                           {"SmallLuma", 1, 1, 2, 2, 255, 0},  {"Crossed", 2, 1, 1, 2, 255, 0},
+                           {"NearlyFull", 2, 2, 2, 1, 255, 0}, {"SmallLumaRows", 1, 1, 1, 2, 255, 0}};
+
+class Fallback : public testing::TestWithParam<Layout> {};
+INSTANTIATE_TEST_SUITE_P(All, Fallback, testing::ValuesIn(kLayouts),
+                         [](const auto& layout) { return layout.param.szName; });
+
+TEST_P(Fallback, EverySamplingAndOrderOfScans) {
+    struct Variant {
+        const char* szName;
+        std::vector<samples::Scan> script;
+        bool bProgressive;
+        int nRestartInterval;
+    };
+    const std::vector<samples::Scan> separate = {{{0}, 0, 63, 0, 0}, {{2}, 0, 63, 0, 0}, {{1}, 0, 63, 0, 0}};
+    const std::vector<samples::Scan> paired = {{{0}, 0, 63, 0, 0}, {{1, 2}, 0, 63, 0, 0}};
+    const Variant aVariants[] = {{"one scan", {}, false, 0},
+                                 {"one scan, restarts", {}, false, 3},
+                                 {"separate", separate, false, 0},
+                                 {"separate, restarts", separate, false, 5},
+                                 {"paired", paired, false, 2},
+                                 {"progressive", {}, true, 0},
+                                 {"progressive, restarts", {}, true, 4}};
+    for (const Variant& variant : aVariants) {
+        for (const auto& [w, h] : {std::pair{75, 43}, {1, 1}, {64, 32}}) {
+            SCOPED_TRACE(variant.szName);
+            Recipe recipe = Make(3, GetParam().nH, GetParam().nV);
+            recipe.nOtherH = GetParam().nOtherH;
+            recipe.nOtherV = GetParam().nOtherV;
+            recipe.nWidth = w;
+            recipe.nHeight = h;
+            recipe.nRestartInterval = variant.nRestartInterval;
+            recipe.bProgressive = variant.bProgressive;
+            recipe.script = variant.script;
+            const Bytes jpeg = samples::Encode(recipe);
+            Engine engine(jpeg);
+            const Bytes yCbCr = engine.Whole(IJL_YCBCR, 3);
+            ExpectSamples(recipe, jpeg, yCbCr);
+            EXPECT_EQ(engine.record.JPGSubsampling, GetParam().nSubsampling);
+            EXPECT_EQ(engine.record.DIBSubsampling, 2);
+            engine.record.DIBSubsampling = 0;
+            EXPECT_EQ(engine.Image(IJL_BGR, 3), IJL_OK);
+            EXPECT_EQ(engine.record.jprops.fast_processing, GetParam().nFast);
+            EXPECT_EQ(engine.image, ToPixels(yCbCr, true));
+            EXPECT_EQ(engine.Image(IJL_RGB, 3), IJL_OK);
+            EXPECT_EQ(engine.image, ToPixels(yCbCr, false));
+            EXPECT_EQ(engine.Image(IJL_G, 1), IJL_OK);
+            for (std::size_t i = 0; i < engine.image.size(); ++i)
+                ASSERT_EQ(engine.image[i], yCbCr[3 * i]) << i;
+        }
+    }
+}
+
+TEST_P(Fallback, RowsPadBytesAndImagesOfAnotherSize) {
+    Recipe recipe = Make(3, GetParam().nH, GetParam().nV);
+    recipe.nOtherH = GetParam().nOtherH;
+    recipe.nOtherV = GetParam().nOtherV;
+    Engine engine(samples::Encode(recipe));
+    for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_G, 1}, {IJL_RGBA_FPX, 4}}) {
+        engine.nWidth = engine.nHeight = 0;
+        const Bytes whole = engine.Whole(eColor, nChannels);
+        for (const auto& [w, h] : {std::pair{75, 43}, {10, 9}, {91, 50}}) {
+            for (const bool bBottomUp : {false, true}) {
+                engine.nWidth = w;
+                engine.nHeight = h;
+                ASSERT_EQ(engine.Image(eColor, nChannels, 3, bBottomUp), IJL_OK);
+                const int nStep = w * nChannels + 3;
+                for (int i = 0; i < static_cast<int>(engine.image.size()); ++i) {
+                    const int nColumn = i % nStep, y = bBottomUp ? h - 1 - i / nStep : i / nStep;
+                    const bool bShared = nColumn < std::min(w, 75) * nChannels && y < 43;
+                    ASSERT_EQ(engine.image[At(i)], bShared ? whole[At(y * 75 * nChannels + nColumn)] : 0xEE)
+                        << nChannels << ' ' << w << ' ' << bBottomUp << ' ' << i;
+                }
+            }
+        }
+    }
+}
+
+TEST(FallbackStream, RgbIsReadAsItIs) {
+    for (const int nScans : {0, 1, 2}) {
+        Recipe recipe = Make(3, nScans == 2 ? 2 : 1, 1);
+        recipe.bRgb = true;
+        recipe.bSeparateScans = nScans == 1;
+        recipe.bProgressive = nScans == 2;
+        const Bytes jpeg = samples::Encode(recipe);
+        Engine engine(jpeg);
+        const Bytes rgb = engine.Whole(IJL_RGB, 3);
+        EXPECT_EQ(engine.record.JPGColor, IJL_RGB);
+        ExpectSamples(recipe, jpeg, rgb);
+        ASSERT_EQ(engine.Image(IJL_BGR, 3), IJL_OK);
+        for (std::size_t i = 0; i < rgb.size(); i += 3)
+            ASSERT_TRUE(std::equal(&rgb[i], &rgb[i] + 3, std::reverse_iterator(&engine.image[i] + 3))) << i;
+        EXPECT_EQ(engine.Image(IJL_G, 1), IJL_INVALID_JPEG_PROPERTIES) << "no luma in it";
+    }
+}
+
+TEST(FallbackStream, GreyIsRepeated) {
+    Recipe recipe = Make(1, 2, 2); // factors of a lone component say nothing
+    const Bytes jpeg = samples::Encode(recipe);
+    recipe.nH = recipe.nV = 1;
+    Engine engine(jpeg);
+    const Bytes grey = engine.Whole(IJL_G, 1);
+    EXPECT_EQ(engine.record.JPGChannels, 1);
+    EXPECT_EQ(engine.record.JPGColor, IJL_G);
+    ExpectSamples(recipe, jpeg, grey);
+    for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_RGBA_FPX, 4}}) {
+        ASSERT_EQ(engine.Image(eColor, nChannels), IJL_OK);
+        for (int i = 0; i < static_cast<int>(engine.image.size()); ++i)
+            ASSERT_EQ(engine.image[At(i)], i % nChannels == 3 ? 255 : grey[At(i / nChannels)]);
+    }
+    // A whole image read at once, with the defaults of the record.
+    Engine once(jpeg);
+    once.nWidth = recipe.nWidth;
+    once.nHeight = recipe.nHeight;
+    EXPECT_EQ(once.Image(IJL_BGR, 3), IJL_OK);
+    EXPECT_EQ(once.record.JPGColor, IJL_G);
+}
+
+TEST(FallbackStream, FourComponents) {
+    Recipe recipe = Make(4, 1, 1);
+    const Bytes jpeg = samples::Encode(recipe);
+    Engine engine(jpeg);
+    ASSERT_EQ(engine.Params(), IJL_OK);
+    EXPECT_EQ(engine.record.JPGColor, IJL_RGBA_FPX);
+    EXPECT_EQ(engine.record.DIBColor, IJL_RGBA_FPX);
+    EXPECT_EQ(engine.record.DIBChannels, 4u);
+    ASSERT_EQ(engine.Image(IJL_RGBA_FPX, 4), IJL_OK);
+    ExpectSamples(recipe, jpeg, engine.image);
+    const Bytes plain = engine.image;
+
+    Bytes transformed = jpeg;
+    transformed[samples::FindMarker(jpeg, 0xEE) + 15] = 2;
+    Engine other(transformed);
+    const Bytes converted = other.Whole(IJL_RGBA_FPX, 4);
+    EXPECT_EQ(other.record.JPGColor, IJL_YCBCRA_FPX);
+    for (std::size_t i = 0; i < plain.size(); i += 4) {
+        const Bytes pixel = ToPixels({plain[i], plain[i + 1], plain[i + 2]}, false);
+        ASSERT_TRUE(std::equal(pixel.begin(), pixel.end(), &converted[i]) &&
+                    converted[i + 3] == plain[i + 3]);
+    }
+}
+
+// A frame of 255 components, one flat block each.
+TEST(FallbackStream, AsManyComponentsAsAHeaderCanName) {
+    const Bytes source = samples::Encode(Make(1, 1, 1));
+    Bytes frame = {8, 0, 8, 0, 8, 255}, jpeg = {0xFF, 0xD8};
+    const auto append = [&](const Bytes& bytes) { jpeg.insert(jpeg.end(), bytes.begin(), bytes.end()); };
+    append(samples::Segment(0xDB, Bytes(65, 1)));
+    jpeg[jpeg.size() - 65] = 0;
+    Bytes table(16 + 3);
+    table[1] = 2; // two codes of two bits: 00 none, 01 seven bits
+    table[17] = 7;
+    table.pop_back();
+    Bytes dc = {0}, ac = {0x10};
+    dc.insert(dc.end(), table.begin(), table.end());
+    ac.insert(ac.end(), table.begin(), table.end());
+    append(samples::Segment(0xC4, dc));
+    append(samples::Segment(0xC4, ac));
+    for (int c = 0; c < 255; ++c)
+        frame.insert(frame.end(), {static_cast<std::uint8_t>(c), 0x11, 0});
+    append(samples::Segment(0xC0, frame));
+    for (int c = 0; c < 255; ++c) {
+        append(samples::Segment(0xDA, {1, static_cast<std::uint8_t>(c), 0, 0, 63, 0}));
+        // 01, then c/2 + 64 in seven bits (a value of 64 to 127), then 00 for the end of the block, 1s to
+        // pad.
+        const int nBits = (1 << 14) | ((c / 4 + 64) << 7) | 0x1F;
+        append({static_cast<std::uint8_t>(nBits >> 8), static_cast<std::uint8_t>(nBits)});
+    }
+    append({0xFF, 0xD9});
+    Engine engine(jpeg);
+    ASSERT_EQ(engine.Params(), IJL_OK);
+    EXPECT_EQ(engine.record.JPGChannels, 255);
+    EXPECT_EQ(engine.record.JPGColor, IJL_OTHER);
+    ASSERT_EQ(engine.Image(IJL_OTHER, 255), IJL_OK);
+    for (int i = 0; i < 64 * 255; ++i)
+        ASSERT_EQ(engine.image[At(i)], 128 + (i % 255 / 4 + 64 + 4) / 8) << i;
+    std::int32_t nWidth = 0, nHeight = 0;
+    ImageKind eKind{};
+    EXPECT_EQ(ProbeJpeg(jpeg.data(), static_cast<std::int32_t>(jpeg.size()), nWidth, nHeight, eKind), -1);
+}
+
+TEST(FallbackRecord, Defaults) {
+    JPEG_CORE_PROPERTIES record;
+    record.JPGChannels = 77;
+    ASSERT_EQ(ijlInit(&record), IJL_OK);
+    EXPECT_EQ(record.jprops.iotype, -1);
+    EXPECT_EQ(record.DIBChannels, 3u);
+    EXPECT_EQ(record.DIBColor, IJL_BGR);
+    EXPECT_EQ(record.JPGChannels, 3);
+    EXPECT_EQ(record.JPGColor, IJL_YCBCR);
+    EXPECT_EQ(record.JPGSubsampling, 1);
+    EXPECT_EQ(record.jquality, 75);
+    EXPECT_EQ(ijlFree(&record), IJL_OK);
+    EXPECT_EQ(ijlRead(&record, IJL_JBUFF_READPARAMS), IJL_INVALID_JPEG_PROPERTIES) << "freed";
+    EXPECT_EQ(ijlInit(nullptr), IJL_INVALID_JPEG_PROPERTIES);
+    EXPECT_EQ(ijlFree(nullptr), IJL_INVALID_JPEG_PROPERTIES);
+}
+
+TEST(FallbackRecord, IsCheckedBeforeAnyWork) {
+    const Bytes jpeg = samples::Encode(Make(3, 2, 2));
+    using Record = JPEG_CORE_PROPERTIES;
+    struct Row {
+        const char* szName;
+        IJLERR eWanted;
+        std::function<void(Record&)> change;
+    };
+    const IJLERR eBad = IJL_INVALID_JPEG_PROPERTIES;
+    const Row aRows[] = {
+        {"as it is", IJL_OK, [](Record&) {}},
+        {"no image", eBad, [](Record& r) { r.DIBBytes = nullptr; }},
+        {"no width", eBad, [](Record& r) { r.DIBWidth = 0; }},
+        {"too wide", eBad, [](Record& r) { r.DIBWidth = 65536; }},
+        {"too high", eBad, [](Record& r) { r.DIBHeight = 65536; }},
+        {"too high the other way", eBad, [](Record& r) { r.DIBHeight = -65536; }},
+        {"no rows", IJL_OK, [](Record& r) { r.DIBHeight = 0; }},
+        {"negative pad", eBad, [](Record& r) { r.DIBPadBytes = ~0u; }},
+        {"no channels", eBad, [](Record& r) { r.DIBChannels = 0; }},
+        {"too many channels", eBad, [](Record& r) { r.DIBChannels = 256; }},
+        {"subsampling of pixels", IJL_UNSUPPORTED_SUBSAMPLING, [](Record& r) { r.DIBSubsampling = 2; }},
+        {"unknown subsampling", IJL_UNSUPPORTED_SUBSAMPLING, [](Record& r) { r.DIBSubsampling = 1; }},
+        {"no stream", eBad, [](Record& r) { r.JPGBytes = nullptr; }},
+        {"empty stream", eBad, [](Record& r) { r.JPGSizeBytes = 0; }},
+        {"negative stream", eBad, [](Record& r) { r.JPGSizeBytes = -5; }},
+        {"no components", eBad, [](Record& r) { r.JPGChannels = 0; }},
+        {"too many components", eBad, [](Record& r) { r.JPGChannels = 257; }},
+        {"two grey channels", eBad, [](Record& r) { r.DIBColor = IJL_G, r.DIBChannels = 2; }},
+        {"colours to others", eBad, [](Record& r) { r.DIBColor = IJL_OTHER; }},
+        {"grey of three", eBad, [](Record& r) { r.JPGColor = IJL_G; }},
+        {"BGR in a stream", eBad, [](Record& r) { r.JPGColor = IJL_BGR; }},
+        {"components as they are", IJL_OK, [](Record& r) { r.JPGColor = r.DIBColor = IJL_OTHER; }},
+        {"as if RGB", IJL_OK, [](Record& r) { r.JPGColor = IJL_RGB; }},
+        {"another count than the stream's", eBad,
+         [](Record& r) {
+             r.JPGChannels = 4;
+             r.JPGColor = r.DIBColor = IJL_RGBA_FPX, r.DIBChannels = 4, r.DIBWidth = 8;
+         }},
+        {"unknown transform", eBad, [](Record& r) { r.jprops.dcttype = 2; }},
+        {"working part without an image", eBad, [](Record& r) { r.UseJPEGPROPERTIES = 1; }},
+    };
+    for (const Row& row : aRows) {
+        SCOPED_TRACE(row.szName);
+        Engine engine(jpeg);
+        ASSERT_EQ(engine.Params(), IJL_OK);
+        ASSERT_EQ(engine.Image(IJL_BGR, 3), IJL_OK);
+        Record& record = engine.record;
+        if (std::string(row.szName).find("working") == 0)
+            record.jprops.DIBBytes = nullptr;
+        row.change(record);
+        EXPECT_EQ(ijlRead(&record, IJL_JBUFF_READWHOLEIMAGE), row.eWanted);
+    }
+    for (int nMode = -2; nMode <= 22; ++nMode) {
+        Engine engine(jpeg);
+        const IJLERR eWanted = nMode == 1 ? IJL_OK : eBad; // 3 has no image here
+        EXPECT_EQ(ijlRead(&engine.record, static_cast<IJLIOTYPE>(nMode)), eWanted) << nMode;
+    }
+}
+
+// The stream with one change, and the status of either read.
+TEST(FallbackStream, EveryStatus) {
+    const Bytes jpeg = samples::Encode(Make(3, 2, 2));
+    const auto find = [&](std::uint8_t nMarker) { return samples::FindMarker(jpeg, nMarker); };
+    const auto set = [&](std::size_t nAt, int n) {
+        Bytes changed = jpeg;
+        changed[nAt] = static_cast<std::uint8_t>(n);
+        return changed;
+    };
+    // A segment less, or one before another.
+    const auto drop = [&](std::uint8_t nMarker) {
+        Bytes changed = jpeg;
+        for (const auto n = find(nMarker); changed[n + 1] == nMarker;)
+            changed.erase(changed.begin() + static_cast<std::ptrdiff_t>(n),
+                          changed.begin() + static_cast<std::ptrdiff_t>(
+                                                n + 2 + (std::size_t{changed[n + 2]} << 8 | changed[n + 3])));
+        return changed;
+    };
+    const auto insert = [&](const Bytes& segment, std::uint8_t nBefore) {
+        Bytes changed = jpeg;
+        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(find(nBefore)), segment.begin(),
+                       segment.end());
+        return changed;
+    };
+    const auto segment = [&](std::uint8_t nMarker) {
+        const auto n = static_cast<std::ptrdiff_t>(find(nMarker));
+        return Bytes(jpeg.begin() + n, jpeg.begin() + n + 2 + jpeg[At(static_cast<int>(n)) + 3]);
+    };
+    const std::size_t nSof = find(0xC0), nSos = find(0xDA), nDht = find(0xC4), nDqt = find(0xDB);
+    Bytes noImage = {0xFF, 0xD8, 0xFF, 0xD9}, twice = jpeg;
+    twice.resize(twice.size() - 2);
+    twice.insert(twice.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nSos), jpeg.end());
+    Bytes huge = set(nSof + 5, 0xFF);
+    huge[nSof + 7] = 0xFF;
+    struct Row {
+        const char* szName;
+        Bytes jpeg;
+        IJLERR eParams, eWhole;
+    };
+    const Row aRows[] = {
+        {"good", jpeg, IJL_OK, IJL_OK},
+        {"no table of DC or AC", drop(0xC4), IJL_OK, IJL_ERR_NO_HUF},
+        {"a selector without a slot", set(nSos + 6, 0x40), IJL_OK, IJL_ERR_NO_HUF},
+        {"no quantiser", drop(0xDB), IJL_OK, IJL_ERR_NO_QUAN},
+        {"a quantiser without a slot", set(nSof + 12, 9), IJL_OK, IJL_ERR_NO_QUAN},
+        {"no frame", drop(0xC0), IJL_ERR_NO_FRAME, IJL_ERR_NO_FRAME},
+        {"nothing but an end", noImage, IJL_ERR_NO_FRAME, IJL_ERR_NO_FRAME},
+        {"over-full codes", set(nDht + 5, 3), IJL_BAD_HUFFMAN_TABLE, IJL_BAD_HUFFMAN_TABLE},
+        {"a table of class 2", set(nDht + 4, 0x20), IJL_BAD_HUFFMAN_TABLE, IJL_BAD_HUFFMAN_TABLE},
+        {"a table in slot 4", set(nDht + 4, 4), IJL_BAD_HUFFMAN_TABLE, IJL_BAD_HUFFMAN_TABLE},
+        {"a quantiser in slot 4", set(nDqt + 4, 4), IJL_BAD_QUANT_TABLE, IJL_BAD_QUANT_TABLE},
+        {"a quantiser cut short", set(nDqt + 4, 0x10), IJL_BAD_QUANT_TABLE, IJL_BAD_QUANT_TABLE},
+        {"12 bits", set(nSof + 4, 12), IJL_UNSUPPORTED_FRAME, IJL_UNSUPPORTED_FRAME},
+        {"no height", set(nSof + 6, 0), IJL_ERR_DNL, IJL_ERR_DNL},
+        {"no width", set(nSof + 8, 0), IJL_ERR_DNL, IJL_ERR_DNL},
+        {"too large", huge, IJL_UNSUPPORTED_FRAME, IJL_UNSUPPORTED_FRAME},
+        {"no components", set(nSof + 9, 0), IJL_ERR_COMP, IJL_ERR_COMP},
+        {"one component more than there are", set(nSof + 9, 4), IJL_ERR_SOF, IJL_ERR_SOF},
+        {"a factor of 0", set(nSof + 11, 0x20), IJL_ERR_SOF, IJL_ERR_SOF},
+        {"a factor of 5", set(nSof + 11, 0x51), IJL_ERR_SOF, IJL_ERR_SOF},
+        {"one identifier twice", set(nSof + 13, jpeg[nSof + 10]), IJL_ERR_COMP, IJL_ERR_COMP},
+        {"two frames", insert(segment(0xC0), 0xDA), IJL_UNSUPPORTED_FRAME, IJL_UNSUPPORTED_FRAME},
+        {"a scan of nothing", set(nSos + 4, 0), IJL_OK, IJL_ERR_COMP},
+        {"a scan of a stranger", set(nSos + 5, 99), IJL_OK, IJL_ERR_COMP},
+        {"a scan of one thing twice", set(nSos + 7, jpeg[nSos + 5]), IJL_OK, IJL_ERR_COMP},
+        {"a scan header of a wrong length", set(nSos + 3, 13), IJL_OK, IJL_ERR_DATA},
+        {"a second scan of the same", twice, IJL_OK, IJL_ERR_COMP},
+        {"a length of 1", set(nDqt + 3, 1), IJL_ERR_DATA, IJL_ERR_DATA},
+        {"a length beyond the end", set(nDqt + 2, 0xFF), IJL_ERR_DATA, IJL_ERR_DATA},
+        {"a restart that is not there", insert({0xFF, 0xDD, 0, 4, 0, 1}, 0xDA), IJL_OK, IJL_BAD_RST_MARKER},
+        {"a DRI whose length lies", insert({0xFF, 0xDD, 0, 9, 0, 0}, 0xDA), IJL_OK, IJL_OK},
+    };
+    for (const Row& row : aRows) {
+        SCOPED_TRACE(row.szName);
+        Engine engine(row.jpeg);
+        EXPECT_EQ(engine.Params(), row.eParams);
+        engine.nWidth = 75;
+        engine.nHeight = 43;
+        EXPECT_EQ(engine.Image(IJL_BGR, 3), row.eWhole);
+    }
+    for (const int nSofN : {0xC3, 0xC5, 0xC6, 0xC7, 0xC9, 0xCA, 0xCB, 0xCD, 0xCE, 0xCF})
+        EXPECT_EQ(Engine(set(nSof + 1, nSofN)).Params(), IJL_UNSUPPORTED_FRAME) << nSofN;
+}
+
+TEST(FallbackStream, CommentsGoIntoTheCallersBuffer) {
+    Bytes jpeg = samples::Encode(Make(1, 1, 1));
+    const Bytes comment = samples::Segment(0xFE, {'a', 'b', 'c'});
+    jpeg.insert(jpeg.begin() + 2, comment.begin(), comment.end());
+    Engine engine(jpeg);
+    char szRoom[3];
+    engine.record.jprops.jpeg_comment = szRoom;
+    for (const int nRoom : {2, 3}) {
+        engine.record.jprops.jpeg_comment_size = nRoom;
+        EXPECT_EQ(engine.Params(), nRoom < 3 ? IJL_ERR_COM_BUFFER : IJL_OK);
+    }
+    EXPECT_EQ(std::string(szRoom, 3), "abc");
+    EXPECT_EQ(engine.record.jprops.jpeg_comment_length, 3);
+}
+
+// Cut anywhere a stream is refused, and nearly always because its data ended.
+TEST(FallbackStream, CutAtEveryByte) {
+    for (const bool bSeparate : {false, true}) {
+        for (const int nInterval : {0, 3}) {
+            Recipe recipe = Make(3, 2, 1);
+            recipe.bSeparateScans = bSeparate;
+            recipe.nRestartInterval = nInterval;
+            const Bytes jpeg = samples::Encode(recipe);
+            for (std::size_t nCut = 1; nCut < jpeg.size(); ++nCut) {
+                Engine engine(Bytes(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(nCut)));
+                engine.nWidth = 75;
+                engine.nHeight = 43;
+                const IJLERR eError = engine.Image(IJL_BGR, 3);
+                ASSERT_TRUE(eError == IJL_ERR_DATA || (eError == IJL_BAD_RST_MARKER && nInterval != 0))
+                    << nCut << ' ' << eError;
+            }
+        }
+    }
+}
+
+// Damage within one restart interval costs that interval alone.
+TEST(FallbackStream, RecoversAtTheNextRestart) {
+    for (const bool bSeparate : {false, true}) {
+        Recipe recipe = Make(3, 1, 1);
+        recipe.nWidth = recipe.nHeight = 64;
+        recipe.nRestartInterval = 8; // one row of blocks
+        recipe.bSeparateScans = bSeparate;
+        Bytes jpeg = samples::Encode(recipe);
+        const Bytes whole = Engine(jpeg).Whole(IJL_YCBCR, 3);
+        auto from = jpeg.begin() + static_cast<std::ptrdiff_t>(samples::FindMarker(jpeg, 0xDA));
+        const auto restart = [&](std::uint8_t n) {
+            const std::uint8_t aMarker[] = {0xFF, n};
+            return std::search(from, jpeg.end(), std::begin(aMarker), std::end(aMarker));
+        };
+        std::fill(restart(0xD2) + 2, restart(0xD3), std::uint8_t{0x5A}); // the fourth row
+        const Bytes damaged = Engine(jpeg).Whole(IJL_YCBCR, 3);
+        std::vector<int> differ;
+        for (int y = 0; y < 64; y += 8) {
+            if (!std::equal(&whole[At(y * 192)], &whole[At(y * 192)] + 8 * 192, &damaged[At(y * 192)]))
+                differ.push_back(y / 8);
+        }
+        EXPECT_EQ(differ, std::vector<int>{3});
+    }
+}
+
+// The facade: blocks of what the primary decoder turns down, with the documented conversion of the engine's
+// own pixels.
+TEST(FallbackFacade, BlocksOfOtherStreams) {
+    struct Row {
+        const char* szName;
+        bool bRgb, bSeparate, bProgressive;
+        int nWidth, nHeight;
+    };
+    for (const Row& row : {Row{"RGB", true, false, false, 64, 48},
+                           {"separate", false, true, false, 101, 33},
+                           {"progressive RGB", true, false, true, 40, 41}}) {
+        SCOPED_TRACE(row.szName);
+        Recipe recipe = Make(3, row.bRgb ? 1 : 2, row.bRgb ? 1 : 2);
+        recipe.bRgb = row.bRgb;
+        recipe.bSeparateScans = row.bSeparate;
+        recipe.bProgressive = row.bProgressive;
+        recipe.nWidth = row.nWidth;
+        recipe.nHeight = row.nHeight;
+        const Bytes jpeg = samples::Encode(recipe);
+        const int w = row.nWidth, h = row.nHeight;
+        const Bytes bgr = Engine(jpeg).Whole(IJL_BGR, 3);
+        Bytes wanted(At(w * h * 3 / 2)); // an odd last row or column stays as it was: zero
+        std::uint8_t* const apPlanes[] = {wanted.data(), wanted.data() + w * h,
+                                          wanted.data() + w * h + w * h / 4};
+        const std::int32_t anSteps[] = {w, w / 2, w / 2};
+        ASSERT_EQ(ippiRGBToYUV420_8u_C3P3R(bgr.data(), 3 * w, apPlanes, anSteps, {w, h}),
+                  (w | h) % 2 != 0 ? 35 : 0);
+        const FrameBlock block = DecodeToFrameBlock(jpeg.data(), static_cast<std::int32_t>(jpeg.size()));
+        ASSERT_TRUE(block);
+        EXPECT_EQ(block.size(), 40 + wanted.size());
+        EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), block.Planes()));
+    }
+}
+
+TEST(FallbackFacade, ResultCodes) {
+    Recipe recipe = Make(3, 1, 1);
+    recipe.bRgb = true;
+    const Bytes rgb = samples::Encode(recipe);
+    const Bytes cmyk = samples::Encode(Make(4, 1, 1));
+    const Bytes colour = samples::Encode(Make(3, 2, 2));
+    const auto size = [](const Bytes& jpeg) { return static_cast<std::int32_t>(jpeg.size()); };
+    std::int32_t nWidth = 0, nHeight = 0;
+    ImageKind eKind{};
+    EXPECT_EQ(ProbeJpegFallback(rgb.data(), size(rgb), nWidth, nHeight, eKind), 0);
+    EXPECT_EQ(nWidth, 75);
+    EXPECT_EQ(nHeight, 43);
+    EXPECT_EQ(eKind, ImageKindYV12);
+    nWidth = 7;
+    EXPECT_EQ(ProbeJpegFallback(cmyk.data(), size(cmyk), nWidth, nHeight, eKind), -1);
+    EXPECT_EQ(ProbeJpegFallback(nullptr, 0, nWidth, nHeight, eKind), -1);
+    EXPECT_EQ(nWidth, 7);
+
+    Bytes y(At(80 * 43), 0xEE);
+    EXPECT_EQ(DecodeJpegGreyFallback(rgb.data(), size(rgb), y.data(), -1), -5);
+    EXPECT_EQ(DecodeJpegGreyFallback(rgb.data(), size(rgb), y.data(), 80), -1) << "RGB has no luma plane";
+    EXPECT_EQ(DecodeJpegGreyFallback(colour.data(), size(colour), y.data(), 74), -1) << "narrower than a row";
+    EXPECT_EQ(DecodeJpegGrey(colour.data(), size(colour), y.data(), 80), 0) << "the Y plane of colour";
+    const Plane luma = samples::DecodeRaw(colour)[0];
+    for (int i = 0; i < 80 * 43; ++i)
+        ASSERT_NEAR(y[At(i)], i % 80 < 75 ? luma.At(i % 80, i / 80) : 0xEE, i % 80 < 75 ? 1 : 0);
+
+    Bytes c(At(37 * 21));
+    EXPECT_EQ(DecodeJpegYV12(rgb.data(), size(rgb), y.data(), 75, c.data(), 0, c.data(), 37), -1);
+    EXPECT_EQ(DecodeJpegYV12(cmyk.data(), size(cmyk), y.data(), 75, c.data(), 37, c.data(), 37), -1);
+    EXPECT_EQ(DecodeJpegYV12(rgb.data(), size(rgb) - 2, y.data(), 75, c.data(), 37, c.data(), 37), -1);
+    EXPECT_EQ(DecodeJpegYV12(rgb.data(), size(rgb), y.data(), 75, c.data(), 37, c.data(), 37), 0);
+}
+
+} // namespace
