@@ -311,7 +311,7 @@ TEST(Server, HostileNamesAreEscapedWhereverTheyStand) {
     const std::string metrics = rig.Get("/metrics").body;
     EXPECT_THAT(metrics,
                 HasSubstr("\nmorrowstream_camera_frames_total{camera=\"a\\\"b\\\\c\\n<i>/é %\"} 1\n"));
-    EXPECT_THAT(metrics, HasSubstr("\nmorrowstream_connections 1\n"));
+    EXPECT_THAT(metrics, HasSubstr("\nmorrowstream_connections_total 3\n"));
     EXPECT_THAT(metrics, HasSubstr("\n# TYPE morrowstream_refusals_total counter\n"));
     EXPECT_THAT(metrics, Not(HasSubstr("\r")));
 }
