@@ -415,7 +415,7 @@ TEST(JpegDecoder, DestinationsThatAreNotWritten) {
     };
     const Row aRows[] = {{"no memory", true, 32, JC_YCBCR420_PLANAR, JPEG_INTERNAL_ERROR},
                          {"another width", false, 33, JC_YCBCR420_PLANAR, JPEG_INTERNAL_ERROR},
-                         {"pixels", false, 32, JC_BGR, JPEG_NOT_SUPPORTED},
+                         {"rows too short for pixels", false, 32, JC_BGR, JPEG_INTERNAL_ERROR},
                          {"no such pair", false, 32, JC_GRAY, JPEG_OK}};
     for (const Row& row : aRows) {
         CJPEGDecoder decoder;

@@ -84,8 +84,8 @@ Bytes Encode(const Recipe& recipe) {
     info.comp_info[0].h_samp_factor = recipe.nH;
     info.comp_info[0].v_samp_factor = recipe.nV;
     for (int c = 1; c < recipe.nComponents; ++c) {
-        info.comp_info[c].h_samp_factor = recipe.nOtherH;
-        info.comp_info[c].v_samp_factor = recipe.nOtherV;
+        info.comp_info[c].h_samp_factor = c == 3 ? recipe.nH : recipe.nOtherH;
+        info.comp_info[c].v_samp_factor = c == 3 ? recipe.nV : recipe.nOtherV;
     }
     jpeg_set_quality(&info, recipe.nQuality, TRUE);
     info.restart_interval = static_cast<unsigned>(recipe.nRestartInterval);

@@ -23,7 +23,7 @@ struct Recipe {
     int nWidth = 32;
     int nHeight = 32;
     int nComponents = 3; // 1 grey, 3 YCbCr, 4 CMYK
-    int nH = 2;          // factors of the first component
+    int nH = 2;          // factors of the first component and of K
     int nV = 2;
     int nOtherH = 1; // and of all others
     int nOtherV = 1;

@@ -34,7 +34,13 @@ public:
 
     // Width and height are the stream's own. nStep is a stride in bytes; for JC_YCBCR420_PLANAR pDst leads to
     // a PlanarDestination, whose strides count instead. The memory has room for the picture: the grey plane
-    // for height rows of width samples, each chroma plane for height/2 rows of width/2.
+    // for height rows of width samples, each chroma plane for height/2 rows of width/2, interleaved pixels
+    // for height rows of width * nChannels bytes, nStep apart.
+    //
+    // Pairs of stream colour and eColor besides those two: JC_UNKNOWN to itself and JC_RGB, JC_CMYK to
+    // themselves interleave the components; JC_RGB to JC_BGR reverses them; JC_GRAY to JC_RGB or JC_BGR
+    // repeats the one; JC_YCBCR to JC_RGB or JC_BGR and JC_YCCK to JC_CMYK convert. Any other pair leaves the
+    // destination untouched, and ReadData reports JPEG_OK for it.
     JpegStatus SetDestination(void* pDst, std::int32_t nWidth, std::int32_t nStep, std::int32_t nHeight,
                               std::int32_t nChannels, JpegColor eColor);
 
@@ -117,7 +123,9 @@ public:
 private:
     enum class Mode { Header, Data };
     // What becomes of the samples, by the pair of stream colour and destination colour.
-    enum class Conversion { None, GrayToGray, YCbCrToPlanar };
+    enum class Conversion { None, GrayToGray, YCbCrToPlanar, Pixels };
+    struct ColorPair;
+    struct PixelConversion;
     struct EntropyPosition;
     // The first sample of a component in an MCU row, and the way to its next row.
     struct SampleRows {
@@ -191,7 +199,6 @@ private:
     EntropyPosition CurrentPosition() const;
 
     // JpegOutput.cpp: from coefficients to the destination.
-    JpegStatus ChooseConversion(Conversion& eConversion) const;
     SampleRows BufferRows(std::int32_t nComponent) const;
     JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks);
     JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const std::int16_t*& pBlock);
@@ -200,6 +207,15 @@ private:
     JpegStatus CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const;
     JpegStatus WriteChroma(std::int32_t nComponent, std::uint8_t* pPlane, std::int64_t nStep,
                            std::int32_t nMcuRow) const;
+
+    // JpegConvert.cpp: the pairs of colours, and interleaved pixels.
+    const ColorPair* FindColorPair(bool& bColorsKnown) const;
+    JpegStatus ChooseConversion(Conversion& eConversion);
+    JpegStatus ConvertPixels(std::int32_t nMcuRow);
+    JpegStatus WritePixels(const std::uint8_t* const (&apPlanes)[kJpegMaxComponents], std::int32_t nTop,
+                           std::int32_t nRows) const;
+    std::uint8_t* SeamLine(std::int32_t nComponent) const;
+    JpegStatus UpsampleAcrossRows(std::int32_t nMcuRow);
 
     // A component at full resolution in the stream: its samples need no upsampling.
     bool IsFullResolution(std::int32_t nComponent) const {
@@ -215,6 +231,7 @@ private:
     };
 
     Conversion m_eConversion = Conversion::None;
+    const PixelConversion* m_pPixels = nullptr; // of Conversion::Pixels
     std::int32_t m_nScans = 0;
     std::uint32_t m_nScanComponents = 0; // bit i: the scan at hand names component i
     std::uint32_t m_nDcDone = 0;         // bit i: component i has had its last DC scan
@@ -225,6 +242,7 @@ private:
     IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
     IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
     std::int32_t m_nBlocksPerMcu = 0;
+    IppBuffer<std::uint8_t> m_pSeam; // lines between two MCU rows, for 4:2:0 into pixels
     IppBitWindow m_window; // sequential only
     IppMcuRow m_mcuRow{};
     std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already

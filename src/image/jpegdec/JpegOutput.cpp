@@ -5,33 +5,6 @@
 
 #include <algorithm>
 
-// The pairs of colours that have a conversion. A destination that could not be written is refused here,
-// before any work: one without memory or of another size than the stream's.
-JpegStatus CJPEGDecoder::ChooseConversion(Conversion& eConversion) const {
-    const auto isPair = [this](JpegColor eFrom, JpegColor eTo) {
-        return m_eJpegColor == eFrom && m_eDstColor == eTo;
-    };
-    eConversion = Conversion::None;
-    if (isPair(JC_GRAY, JC_GRAY) && m_nJpegComponents == 1)
-        eConversion = Conversion::GrayToGray;
-    else if (isPair(JC_YCBCR, JC_YCBCR420_PLANAR) && m_nJpegComponents == 3)
-        eConversion = Conversion::YCbCrToPlanar;
-    // Refused: YCbCr that an Adobe marker claims of a frame without three components, and the pairs that lead
-    // to interleaved pixels, which this class does not make.
-    const bool bRefused = (isPair(JC_YCBCR, JC_YCBCR420_PLANAR) && eConversion == Conversion::None) ||
-                          isPair(JC_UNKNOWN, JC_UNKNOWN) || isPair(JC_GRAY, JC_RGB) ||
-                          isPair(JC_GRAY, JC_BGR) || isPair(JC_RGB, JC_RGB) || isPair(JC_RGB, JC_BGR) ||
-                          isPair(JC_YCBCR, JC_RGB) || isPair(JC_YCBCR, JC_BGR) || isPair(JC_CMYK, JC_CMYK) ||
-                          isPair(JC_YCCK, JC_CMYK);
-    if (bRefused)
-        return JPEG_NOT_SUPPORTED;
-    // Any other pair leaves the destination untouched and is no error.
-    if (eConversion != Conversion::None &&
-        (!m_pDst || m_nDstWidth != m_nJpegWidth || m_nDstHeight != m_nJpegHeight))
-        return JPEG_INTERNAL_ERROR;
-    return JPEG_OK;
-}
-
 JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks) {
     const std::int16_t* pBlock = pBlocks;
     for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
@@ -70,8 +43,8 @@ JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t
     return JPEG_OK;
 }
 
-// 4:2:2 chroma is brought to full width. 4:2:0 chroma has the destination's resolution already and stays as
-// it is; components at full resolution were reconstructed in place.
+// 4:2:2 chroma is brought to full width. 4:2:0 chroma has the resolution of planes already and stays as it is
+// here; components at full resolution were reconstructed in place.
 JpegStatus CJPEGDecoder::UpsampleMcuRow() {
     if (m_eJpegSampling != JS_422)
         return JPEG_OK;
@@ -107,6 +80,8 @@ JpegStatus CJPEGDecoder::ConvertMcuRow(std::int32_t nMcuRow) {
             return eStatus;
         return WriteChroma(2, planes.pCr, planes.nCrStep, nMcuRow);
     }
+    case Conversion::Pixels:
+        return ConvertPixels(nMcuRow);
     case Conversion::None:
         break;
     }

@@ -41,6 +41,8 @@ KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R,
 
 #include "image/kernels/lists/FallbackOutput.inl"
 #include "image/kernels/lists/FrameConversion.inl"
+#include "image/kernels/lists/ColourFromYCbCr.inl"
+#include "image/kernels/lists/Interleave.inl"
 #include "image/kernels/lists/ProgressiveEntropy.inl"
 
 #include "image/kernels/lists/Encode.inl"

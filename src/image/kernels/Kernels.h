@@ -2,6 +2,7 @@
 // or plane on memory of the caller. Free of state and re-entrant. The headers below hold the contracts.
 #pragma once
 
+#include "image/kernels/ColourFromYCbCr.h"
 #include "image/kernels/ColourToYCbCr.h"
 #include "image/kernels/Copy.h"
 #include "image/kernels/EncoderTables.h"
@@ -10,6 +11,7 @@
 #include "image/kernels/ForwardTransform.h"
 #include "image/kernels/FallbackOutput.h"
 #include "image/kernels/FrameConversion.h"
+#include "image/kernels/Interleave.h"
 #include "image/kernels/Level.h"
 #include "image/kernels/McuRun.h"
 #include "image/kernels/Memory.h"

@@ -11,6 +11,14 @@
 IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
                                        std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
 
+// Doubles width and height with a triangular filter. Output row r lies in source row r >> 1 (near); far is the
+// row before it for even r and after it for odd r. With c[i] = 3 near[i] + far[i]:
+//   out[2i] = (3 c[i] + c[i-1] + 8) >> 4,  out[2i+1] = (3 c[i] + c[i+1] + 7) >> 4.
+// The samples around the area are read: a column on each side, a row above, and one below where the output's
+// last row is an odd one.
+IppStatus ippiSampleUpH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                       std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
+
 // Halves width and height, for two rows s0 and s1:
 //   out[i] = (s0[2i] + s0[2i+1] + s1[2i] + s1[2i+1] + 3) >> 2.
 // The input must be two samples wide and high at least.

@@ -1,0 +1,341 @@
+// Interleaved pixels: the kernels against their formulas at every level, and every pair of colours that the
+// decoder converts, from sequential and progressive frames alike.
+
+#include "image/JpegSamples.h"
+#include "image/jpegdec/JpegDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <random>
+
+namespace {
+
+using samples::Bytes;
+using samples::Marking;
+using samples::Recipe;
+
+Bytes Random(std::size_t n) {
+    std::minstd_rand random(static_cast<unsigned>(n));
+    Bytes bytes(n);
+    for (auto& b : bytes)
+        b = static_cast<std::uint8_t>(random() >> 8);
+    return bytes;
+}
+
+// The conversion with the factors of JFIF in 16 fractional bits, by tables as it is told.
+std::array<int, 3> ToRgb(int y, int cb, int cr) {
+    const auto whole = [](double dFactor, int n) {
+        return static_cast<int>(std::floor((std::floor(dFactor * 65536 + 0.5) * (n - 128) + 32768) / 65536));
+    };
+    const auto fine = [](double dFactor, int n) {
+        return static_cast<int>(std::floor(dFactor * 65536 + 0.5)) * (n - 128);
+    };
+    const int g = (32768 - fine(0.34414, cb) - fine(0.71414, cr)) >> 16;
+    return {std::clamp(y + whole(1.402, cr), 0, 255), std::clamp(y + g, 0, 255),
+            std::clamp(y + whole(1.772, cb), 0, 255)};
+}
+
+// --- Kernels
+// -----------------------------------------------------------------------------------------------------
+
+class ColourKernels : public testing::TestWithParam<int> {
+protected:
+    void SetUp() override {
+        if (GetParam() > ippLevelFromFeatures(ippGetFeatures()).nLevel)
+            GTEST_SKIP() << "this machine has no level " << GetParam();
+        g_nKernelLevel = GetParam();
+    }
+    void TearDown() override { g_nKernelLevel = 0; }
+};
+
+INSTANTIATE_TEST_SUITE_P(All, ColourKernels, testing::Range(0, ippLevels),
+                         [](const auto& level) { return "Level" + std::to_string(level.param); });
+
+using Kernel = IppStatus (*)(const std::uint8_t* const*, std::int32_t, std::uint8_t*, std::int32_t, IppiSize);
+
+struct PlaneKernel {
+    const char* szName;
+    Kernel pKernel;
+    int nChannels;
+    std::function<int(const int*, int)> formula; // of the planes' samples, for a channel
+};
+
+const PlaneKernel kPlaneKernels[] = {
+    {"P3C3", &ippiCopy_8u_P3C3R, 3, [](const int* s, int c) { return s[c]; }},
+    {"P4C4", &ippiCopy_8u_P4C4R, 4, [](const int* s, int c) { return s[c]; }},
+    {"RGB", &ippiYCbCrToRGB_JPEG_8u_P3C3R, 3,
+     [](const int* s, int c) { return ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(c)]; }},
+    {"BGR", &ippiYCbCrToBGR_JPEG_8u_P3C3R, 3,
+     [](const int* s, int c) { return ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(2 - c)]; }},
+    {"CMYK", &ippiYCCKToCMYK_JPEG_8u_P4C4R, 4,
+     [](const int* s, int c) {
+         return c == 3 ? s[3] : 255 - ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(c)];
+     }},
+};
+
+TEST_P(ColourKernels, PixelsOfEveryWidth) {
+    for (const PlaneKernel& kernel : kPlaneKernels) {
+        for (int w = 1; w <= 70; ++w) {
+            constexpr int h = 3;
+            // Rows end to end, and apart.
+            for (const int nGap : {0, 5}) {
+                const int nIn = w + nGap, nOut = w * kernel.nChannels + nGap;
+                std::vector<Bytes> planes;
+                const std::uint8_t* apSrc[4] = {};
+                for (int c = 0; c < kernel.nChannels; ++c)
+                    planes.push_back(Random(static_cast<std::size_t>(nIn * (h - 1) + w + c * 1000)));
+                for (std::size_t c = 0; c < planes.size(); ++c)
+                    apSrc[c] = planes[c].data();
+                Bytes out(static_cast<std::size_t>(nOut * (h - 1) + w * kernel.nChannels), 0xEE), want = out;
+                for (int i = 0; i < w * h * kernel.nChannels; ++i) {
+                    const int c = i % kernel.nChannels, x = i / kernel.nChannels % w,
+                              y = i / kernel.nChannels / w;
+                    int s[4] = {};
+                    for (std::size_t p = 0; p < planes.size(); ++p)
+                        s[p] = planes[p][static_cast<std::size_t>(y * nIn + x)];
+                    want[static_cast<std::size_t>(y * nOut + x * kernel.nChannels + c)] =
+                        static_cast<std::uint8_t>(kernel.formula(s, c));
+                }
+                ASSERT_EQ(kernel.pKernel(apSrc, nIn, out.data(), nOut, {w, h}), 0);
+                ASSERT_EQ(out, want) << kernel.szName << " " << w;
+            }
+        }
+    }
+}
+
+TEST_P(ColourKernels, ExtremesAreClamped) {
+    for (const int y : {0, 1, 127, 128, 254, 255}) {
+        for (int i = 0; i < 65536; ++i) {
+            const std::uint8_t s[3] = {static_cast<std::uint8_t>(y), static_cast<std::uint8_t>(i >> 8),
+                                       static_cast<std::uint8_t>(i)};
+            const std::uint8_t* apSrc[3] = {s, s + 1, s + 2};
+            std::uint8_t rgb[3];
+            ippiYCbCrToRGB_JPEG_8u_P3C3R(apSrc, 1, rgb, 3, {1, 1});
+            const auto want = ToRgb(s[0], s[1], s[2]);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), rgb)) << y << " " << i;
+        }
+    }
+}
+
+TEST_P(ColourKernels, DoubledPlanesAndCopies) {
+    for (int w = 1; w <= 40; ++w) {
+        const int h = 1 + w % 5, nIn = (w + 1) / 2 + 2, nRows = (h + 1) / 2;
+        const Bytes in = Random(static_cast<std::size_t>(nIn * (nRows + 2)));
+        const auto at = [&](int x, int y) {
+            return int{in[static_cast<std::size_t>((y + 1) * nIn + x + 1)]};
+        };
+        Bytes out(static_cast<std::size_t>(w * h), 0xEE), want = out;
+        for (int y = 0; y < h; ++y) {
+            const int nFar = y % 2 == 0 ? y / 2 - 1 : y / 2 + 1;
+            const auto column = [&](int i) { return 3 * at(i, y / 2) + at(i, nFar); };
+            for (int x = 0; x < w; ++x)
+                want[static_cast<std::size_t>(y * w + x)] =
+                    static_cast<std::uint8_t>(x % 2 == 0 ? (3 * column(x / 2) + column(x / 2 - 1) + 8) >> 4
+                                                         : (3 * column(x / 2) + column(x / 2 + 1) + 7) >> 4);
+        }
+        ASSERT_EQ(ippiSampleUpH2V2_JPEG_8u_C1R(in.data() + nIn + 1, nIn, {(w + 1) / 2, nRows}, out.data(), w,
+                                               {w, h}),
+                  0);
+        ASSERT_EQ(out, want) << w;
+
+        const Bytes pixels = Random(static_cast<std::size_t>(2 * (w * 4 + 3)));
+        Bytes copy(pixels.size());
+        for (const int nChannels : {3, 4}) {
+            const int nStep = w * nChannels + 3;
+            ASSERT_EQ((nChannels == 3 ? ippiCopy_8u_C3R : ippiCopy_8u_C4R)(pixels.data(), nStep, copy.data(),
+                                                                           nStep, {w, 2}),
+                      0);
+            for (int i = 0; i < nStep + w * nChannels; ++i) {
+                const auto n = static_cast<std::size_t>(i);
+                ASSERT_TRUE(i % nStep >= w * nChannels || copy[n] == pixels[n]);
+            }
+        }
+    }
+}
+
+TEST_P(ColourKernels, BadArgumentsAreRefused) {
+    const std::uint8_t s[16] = {};
+    std::uint8_t d[64] = {};
+    const std::uint8_t* const apGood[4] = {s, s, s, s};
+    for (const PlaneKernel& kernel : kPlaneKernels) {
+        const std::uint8_t* apBad[4] = {s, s, s, s};
+        apBad[kernel.nChannels - 1] = nullptr;
+        EXPECT_EQ(kernel.pKernel(nullptr, 4, d, 16, {4, 1}), -8) << kernel.szName;
+        EXPECT_EQ(kernel.pKernel(apBad, 4, d, 16, {4, 1}), -8) << kernel.szName;
+        EXPECT_EQ(kernel.pKernel(apGood, 4, nullptr, 16, {4, 1}), -8) << kernel.szName;
+        EXPECT_EQ(kernel.pKernel(apGood, 4, d, 16, {0, 1}), -6) << kernel.szName;
+        EXPECT_EQ(kernel.pKernel(apGood, 4, d, 16, {4, -1}), -6) << kernel.szName;
+        EXPECT_EQ(kernel.pKernel(apGood, 0, d, 16, {4, 1}), -14) << kernel.szName;
+    }
+    EXPECT_EQ(ippiCopy_8u_C3R(nullptr, 12, d, 12, {4, 1}), -8);
+    EXPECT_EQ(ippiCopy_8u_C4R(s, 16, d, 0, {4, 1}), -14);
+    EXPECT_EQ(ippiCopy_8u_C3R(s, 12, d, 12, {INT32_MAX, 1}), -6);
+    EXPECT_EQ(ippiSampleUpH2V2_JPEG_8u_C1R(s, 4, {1, 1}, nullptr, 4, {2, 2}), -8);
+    EXPECT_EQ(ippiSampleUpH2V2_JPEG_8u_C1R(s, 4, {0, 1}, d, 4, {2, 2}), -6);
+    EXPECT_TRUE(std::all_of(std::begin(d), std::end(d), [](int n) { return n == 0; }));
+}
+
+// --- Pairs
+// -------------------------------------------------------------------------------------------------------
+
+struct Pixels {
+    JpegStatus eStatus = JPEG_OK;
+    JpegColor eColor = JC_UNKNOWN;
+    Bytes aSamples; // rows padded by three bytes of 0x77
+};
+
+constexpr int kGap = 3;
+
+Pixels Decode(const Bytes& jpeg, JpegColor eTo, int nChannels) {
+    Pixels pixels;
+    CJPEGDecoder decoder;
+    std::int32_t w = 0, h = 0, n = 0;
+    JpegSampling eSampling{};
+    EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
+    EXPECT_EQ(decoder.ReadHeader(w, h, n, pixels.eColor, eSampling), JPEG_OK);
+    const int nStep = w * nChannels + kGap;
+    pixels.aSamples.assign(static_cast<std::size_t>(nStep * h), 0x77);
+    EXPECT_EQ(decoder.SetDestination(pixels.aSamples.data(), w, nStep, h, nChannels, eTo), JPEG_OK);
+    pixels.eStatus = decoder.ReadData();
+    return pixels;
+}
+
+// The Adobe marker is what tells the decoder the colour of a stream.
+Bytes WithTransform(Bytes jpeg, int nTransform) {
+    jpeg[samples::FindMarker(jpeg, 0xEE) + 15] = static_cast<std::uint8_t>(nTransform);
+    return jpeg;
+}
+
+struct Pair {
+    int nComponents, nTransform;
+    JpegColor eFrom, eTo;
+    std::function<int(const int*, int)> formula; // of the components' samples, for a channel
+};
+
+const Pair kPairs[] = {
+    {1, 0, JC_GRAY, JC_RGB, [](const int* s, int) { return s[0]; }},
+    {1, 0, JC_GRAY, JC_BGR, [](const int* s, int) { return s[0]; }},
+    {3, 0, JC_RGB, JC_RGB, [](const int* s, int c) { return s[c]; }},
+    {3, 0, JC_RGB, JC_BGR, [](const int* s, int c) { return s[2 - c]; }},
+    {3, 1, JC_YCBCR, JC_RGB, kPlaneKernels[2].formula},
+    {3, 1, JC_YCBCR, JC_BGR, kPlaneKernels[3].formula},
+    {4, 0, JC_CMYK, JC_CMYK, [](const int* s, int c) { return s[c]; }},
+    {4, 2, JC_YCCK, JC_CMYK, kPlaneKernels[4].formula},
+};
+
+// An unknown colour gives the components as they are; each pair is its formula over those.
+TEST(ColourPairs, FollowTheirFormula) {
+    for (const Pair& pair : kPairs) {
+        for (const auto& [nH, nV] : {std::pair{1, 1}, {2, 1}, {2, 2}}) {
+            for (const auto& [w, h] : {std::pair{1, 1}, {16, 16}, {23, 37}, {50, 49}}) {
+                for (const bool bProgressive : {false, true}) {
+                    Recipe recipe;
+                    recipe.nWidth = w;
+                    recipe.nHeight = h;
+                    recipe.nComponents = pair.nComponents;
+                    recipe.nH = pair.nComponents == 1 ? 1 : nH;
+                    recipe.nV = pair.nComponents == 1 ? 1 : nV;
+                    recipe.bProgressive = bProgressive;
+                    recipe.eMarking = Marking::Adobe;
+                    const Bytes jpeg = samples::Encode(recipe);
+                    const Pixels plain = Decode(WithTransform(jpeg, 9), JC_UNKNOWN, pair.nComponents);
+                    const int nChannels = pair.eTo == JC_CMYK ? 4 : 3;
+                    const Pixels pixels = Decode(WithTransform(jpeg, pair.nTransform), pair.eTo, nChannels);
+                    ASSERT_EQ(plain.eStatus, JPEG_OK) << recipe.Name();
+                    ASSERT_EQ(pixels.eStatus, JPEG_OK) << recipe.Name();
+                    ASSERT_EQ(pixels.eColor, pair.eFrom);
+                    Bytes want(pixels.aSamples.size(), 0x77);
+                    for (int i = 0; i < w * h; ++i) {
+                        const int x = i % w, y = i / w;
+                        int s[4] = {};
+                        for (int c = 0; c < pair.nComponents; ++c)
+                            s[c] = plain.aSamples[static_cast<std::size_t>(y * (w * pair.nComponents + kGap) +
+                                                                           x * pair.nComponents + c)];
+                        for (int c = 0; c < nChannels; ++c)
+                            want[static_cast<std::size_t>(y * (w * nChannels + kGap) + x * nChannels + c)] =
+                                static_cast<std::uint8_t>(pair.formula(s, c));
+                    }
+                    ASSERT_EQ(pixels.aSamples, want) << recipe.Name() << " to " << pair.eTo;
+                }
+            }
+        }
+    }
+}
+
+// Chroma between the rows of MCUs: what the triangular filter makes of the other library's samples, whose
+// transform differs by one at most.
+TEST(ColourPairs, ChromaIsUpsampledAcrossMcuRows) {
+    for (const bool bProgressive : {false, true}) {
+        for (const int nV : {1, 2}) {
+            Recipe recipe;
+            recipe.nWidth = 48;
+            recipe.nHeight = 80;
+            recipe.nV = nV;
+            recipe.bProgressive = bProgressive;
+            recipe.eMarking = Marking::Adobe;
+            const Bytes jpeg = samples::Encode(recipe);
+            const auto raw = samples::DecodeRaw(jpeg);
+            const Pixels pixels = Decode(WithTransform(jpeg, 9), JC_UNKNOWN, 3);
+            ASSERT_EQ(pixels.eStatus, JPEG_OK);
+            const int nRows = 80 / nV;
+            const auto at = [&](std::size_t c, int x, int y) {
+                return raw[c].At(std::clamp(x, 0, 23), std::clamp(y, 0, nRows - 1));
+            };
+            for (int i = 0; i < 48 * 80 * 3; ++i) {
+                const int c = i % 3, x = i / 3 % 48, y = i / 3 / 48;
+                const int nGot = pixels.aSamples[static_cast<std::size_t>(y * (48 * 3 + kGap) + x * 3 + c)];
+                if (c == 0) {
+                    ASSERT_LE(std::abs(nGot - raw[0].At(x, y)), 1);
+                    continue;
+                }
+                const auto p = static_cast<std::size_t>(c);
+                const int nNear = y / nV, nFar = nV == 1 ? nNear : y % 2 == 0 ? nNear - 1 : nNear + 1;
+                const int nSide = x % 2 == 0 ? x / 2 - 1 : x / 2 + 1;
+                const double dWant = (9.0 * at(p, x / 2, nNear) + 3.0 * at(p, x / 2, nFar) +
+                                      3.0 * at(p, nSide, nNear) + at(p, nSide, nFar)) /
+                                     16;
+                ASSERT_LE(std::abs(nGot - dWant), 1.6) << x << "," << y << " of component " << c;
+            }
+        }
+    }
+}
+
+// What no conversion takes: destinations that do not fit, counts that the colours do not have, other pairs.
+TEST(ColourPairs, OthersLeaveTheDestinationAlone) {
+    struct Row {
+        const char* szName;
+        int nComponents, nTransform;
+        JpegColor eTo;
+        int nChannels;
+        JpegStatus eWanted;
+    };
+    const Row aRows[] = {
+        {"RGB into four channels", 3, 0, JC_RGB, 4, JPEG_NOT_SUPPORTED},
+        {"grey into one channel of RGB", 1, 0, JC_RGB, 1, JPEG_NOT_SUPPORTED},
+        {"YCbCr of one component", 1, 1, JC_RGB, 3, JPEG_NOT_SUPPORTED},
+        {"YCCK of three components", 3, 2, JC_CMYK, 4, JPEG_NOT_SUPPORTED},
+        {"RGB to grey", 3, 0, JC_GRAY, 1, JPEG_OK},
+        {"CMYK to RGB", 4, 0, JC_RGB, 3, JPEG_OK},
+        {"unknown to RGB", 3, 9, JC_RGB, 3, JPEG_OK},
+        {"YCbCr to unknown", 3, 1, JC_UNKNOWN, 3, JPEG_OK},
+    };
+    for (const Row& row : aRows) {
+        for (const bool bProgressive : {false, true}) {
+            Recipe recipe;
+            recipe.nComponents = row.nComponents;
+            recipe.nH = recipe.nV = 1;
+            recipe.eMarking = Marking::Adobe;
+            recipe.bProgressive = bProgressive;
+            const Pixels pixels =
+                Decode(WithTransform(samples::Encode(recipe), row.nTransform), row.eTo, row.nChannels);
+            EXPECT_EQ(pixels.eStatus, row.eWanted) << row.szName;
+            EXPECT_EQ(pixels.aSamples, Bytes(pixels.aSamples.size(), 0x77)) << row.szName;
+        }
+    }
+}
+
+} // namespace
