@@ -1,5 +1,6 @@
 #include "bench/codec/cases.h"
 
+#include "bench/codec/encodecase.h"
 #include "bench/codec/peer.h"
 #include "image/ImageCodec.h"
 
@@ -107,19 +108,27 @@ std::string CheckDecoders(Decoders& decoders, const std::vector<Bytes>& streams)
     return {};
 }
 
+// The facade encodes grey and YV12 alone; its frame block is looked at for what phones send.
+bool Has(Work work, const Format& format) {
+    const bool frame = format.sampling == Sampling::S420 && !format.progressive;
+    return work == Work::Decode || frame || (work == Work::Encode && format.sampling == Sampling::Grey);
+}
+
 } // namespace
 
 std::string Case::Name() const {
-    const char* const verb = work == Work::FrameBlock ? "frameblock" : "decode";
+    const char* const verb = work == Work::Encode       ? "encode"
+                             : work == Work::FrameBlock ? "frameblock"
+                                                        : "decode";
     return std::string(verb) + "/" + format + "/" + std::to_string(size.width) + "x" +
            std::to_string(size.height) + "/q" + std::to_string(quality);
 }
 
 std::vector<Case> AllCases() {
     std::vector<Case> cases;
-    for (const Work work : {Work::Decode, Work::FrameBlock}) {
+    for (const Work work : {Work::Decode, Work::Encode, Work::FrameBlock}) {
         for (const Format& format : kFormats) {
-            if (work == Work::FrameBlock && (format.sampling != Sampling::S420 || format.progressive))
+            if (!Has(work, format))
                 continue;
             for (const Size size : kSizes) {
                 for (const int quality : kQualities)
@@ -133,6 +142,10 @@ std::vector<Case> AllCases() {
 Result Run(const Case& work, const std::string& frameFolder, double seconds) {
     Result result;
     result.name = work.Name();
+    if (work.work == Work::Encode) {
+        RunEncode(work, frameFolder, seconds, result);
+        return result;
+    }
     const std::vector<Bytes> streams = MakeStreams(work, frameFolder);
     result.frames = streams.size();
     result.bytes = MeanBytes(streams);

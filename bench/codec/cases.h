@@ -11,6 +11,7 @@ namespace bench {
 
 enum class Work {
     Decode,     // a stream to planes, against the peer
+    Encode,     // planes to a stream, against the peer
     FrameBlock, // a stream to a frame block (probe, block, decode), against our own plain decode to planes
 };
 

@@ -15,7 +15,7 @@ void PrintLine(const Result& result) {
                     timing->ours, result.peer.c_str(), timing->peer, timing->ratio, timing->low, timing->high,
                     timing->rounds, result.bytes);
         if (result.sizeRatio > 0)
-            std::printf("  size %.4f", result.sizeRatio);
+            std::printf("  size %.4f  error %.4f", result.sizeRatio, result.errorRatio);
         std::printf("\n");
     } else {
         std::printf("WRONG: %s\n", result.fault.c_str());
@@ -43,7 +43,8 @@ void WriteJson(const std::string& path, int level, const std::vector<Result>& re
             std::fprintf(file.get(), ", \"fault\": \"%s\"", result.fault.c_str());
         }
         if (result.sizeRatio > 0)
-            std::fprintf(file.get(), ", \"size_ratio\": %.5f", result.sizeRatio);
+            std::fprintf(file.get(), ", \"size_ratio\": %.5f, \"error_ratio\": %.5f", result.sizeRatio,
+                         result.errorRatio);
         std::fprintf(file.get(), "}");
     }
     std::fprintf(file.get(), "\n  ]\n}\n");

@@ -16,8 +16,9 @@ struct Result {
     // Empty when ours and the peer did not agree; nothing is timed then.
     std::optional<Timing> timing;
     std::string fault;
-    std::string peer;     // what the peer's column is
-    double sizeRatio = 0; // our streams over the peer's, for encoders; else 0
+    std::string peer;      // what the peer's column is
+    double sizeRatio = 0;  // our streams over the peer's, for encoders; else 0
+    double errorRatio = 0; // squared error of the samples, likewise
 };
 
 void PrintLine(const Result& result);
