@@ -166,7 +166,7 @@ inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiD
 // ends. Then pDst and nLastDc hold whatever was read.
 [[gnu::always_inline]] inline std::int32_t
 DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc, const IppMcuBlock& block) {
-    std::memset(pDst, 0, 64 * sizeof *pDst);
+    StoreZeroBlock(pDst);
     bits.Refill();
     if (const std::uint32_t nEntry = block.pDcLookup->aEntries[bits.Peek(ippLookupBits)]) {
         bits.Drop(nEntry & 0xFF);
@@ -188,28 +188,26 @@ DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc,
     for (;;) {
         std::uint64_t nEntry = 0;
         std::uint32_t nNext = 0;
-        WindowReader before = bits;
 #pragma GCC unroll 4
         for (int i = 0; i < 4; ++i) {
-            before = bits;
             nEntry = pLookup[bits.Peek(ippLookupBits)];
-            bits.Drop(nEntry & 0xFF);
             pDst[kPaddedZigZag.a[nPlace + (nEntry >> 24 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 48);
             pDst[kPaddedZigZag.a[nPlace + (nEntry >> 16 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 32);
             nNext = nPlace + (nEntry >> 8 & 0xFF);
             if (nNext >= 64)
                 break;
+            bits.Drop(nEntry & 0xFF);
             nPlace = nNext;
         }
         if (nNext >= 64) {
             // An end of block, with the coefficient before it not in the last place: nothing would follow
             // that.
-            if (nNext - ippLookupEnd < 64)
-                return static_cast<std::int32_t>(nNext - ippLookupEnd - 1);
-            if (nNext == 64)
-                return 63;
+            const bool bEnd = nNext - ippLookupEnd < 64;
+            if (bEnd || nNext == 64) {
+                bits.Drop(nEntry & 0xFF);
+                return bEnd ? static_cast<std::int32_t>(nNext - ippLookupEnd - 1) : 63;
+            }
             // Two symbols of which the first may end the block already, or a long one: one by one.
-            bits = before;
             bits.Refill();
             std::int32_t nLast = static_cast<std::int32_t>(nPlace) - 1;
             if (!DecodeLongSymbol(bits, pDst, *block.pAcTable, nEntry, nPlace, nLast))

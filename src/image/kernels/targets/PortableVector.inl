@@ -140,6 +140,11 @@ inline std::uint32_t NonZeroMask(Vec16 x, Vec16 y) {
     return nMask;
 }
 
+// 64 zeros.
+inline void StoreZeroBlock(std::int16_t* p) {
+    std::memset(p, 0, 64 * sizeof *p);
+}
+
 // Clamps to 0..255 and stores the transposed square: the lanes of a vector go below each other.
 inline void StoreTransposedClamped(std::uint8_t* p, std::ptrdiff_t nStep, Vec16 (&columns)[8]) {
     Transpose(columns);

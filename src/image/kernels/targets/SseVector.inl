@@ -52,6 +52,16 @@ inline Vec16 RoundedProduct(Vec16 x, const std::uint16_t* pFactors) {
     return {_mm_packs_epi32(round(product.lo), round(product.hi))};
 }
 
+inline void StoreZeroBlock(std::int16_t* p) {
+#ifdef KERNEL_WIDE
+    for (int i = 0; i < 64; i += 16)
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + i), _mm256_setzero_si256());
+#else
+    for (int i = 0; i < 64; i += 8)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p + i), _mm_setzero_si128());
+#endif
+}
+
 // Two constants as one lane of the multiply-and-add.
 inline std::int32_t ConstantPair(std::int16_t cx, std::int16_t cy) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint16_t>(cy)) << 16 |
