@@ -149,13 +149,57 @@ class JpegTool(unittest.TestCase):
             self.assertEqual(done.returncode, 2)
             self.assertFalse(os.path.exists(self.path("no.pgm")))
 
+    def test_encodes_what_djpeg_reads(self):
+        for name in ("ppm", "pgm", "yuv"):
+            with open(self.path("in." + name), "wb") as file:
+                file.write({"ppm": self.picture, "pgm": self.decode("s420", "pgm"), "yuv": self.decode("s420", "yuv")}[name])
+        planes, size = self.read("in.yuv"), ["--size", f"{WIDTH}x{HEIGHT}"]
+        table = [
+            ("ppm", [], {"sampling": "4:2:0", "progressive": "no", "restart interval": "none"}),
+            ("ppm", ["--sampling", "4:2:2"], {"sampling": "4:2:2"}),
+            ("ppm", ["--sampling", "4:4:4", "--progressive"], {"sampling": "4:4:4", "progressive": "yes"}),
+            ("pgm", ["--restart", "5"], {"colour": "grey", "restart interval": "5 MCUs"}),
+            ("pgm", ["--progressive"], {"colour": "grey", "progressive": "yes"}),
+            ("yuv", size, {"sampling": "4:2:0"}),
+            ("yuv", size + ["--progressive", "--restart", "3"], {"progressive": "yes", "restart interval": "3 MCUs"}),
+        ]
+        for kind, options, wanted in table:
+            with self.subTest((kind, options)):
+                done = run("encode", self.path("in." + kind), "-o", self.path("e.jpg"), "--quality", "100", *options)
+                self.assertEqual((done.returncode, done.stdout, done.stderr), (0, b"", b""))
+                done = run("info", self.path("e.jpg"))
+                lines = dict(line.split(": ", 1) for line in done.stdout.decode().splitlines())
+                for key, value in wanted.items():
+                    self.assertTrue(lines[key].startswith(value), lines[key])
+                # Steps of 1: what is left are the roundings of the two transforms and of colours.
+                if kind != "ppm":
+                    self.assertLessEqual(worst(self.oracle("e", "-grayscale")[2], planes[:WIDTH * HEIGHT]), 2)
+                    wanted = planes if kind == "yuv" else planes[:WIDTH * HEIGHT]
+                    self.assertLessEqual(worst(self.decode("e", "yuv")[:len(wanted)], wanted), 2)
+                elif "4:4:4" in options:
+                    self.assertLessEqual(worst(self.oracle("e", "-pnm")[2], read_pnm(self.picture)[2]), 5)
+
+    def test_quality_steers_the_size(self):
+        """As cjpeg's does, which has the same tables."""
+        with open(self.path("in.ppm"), "wb") as file:
+            file.write(self.picture)
+        for quality in ("25", "50", "75", "90"):
+            self.make("theirs", ["-quality", quality, "-sample", "2x2"])
+            self.assertEqual(run("encode", self.path("in.ppm"), "-o", self.path("e.jpg"), "--quality", quality).returncode, 0)
+            self.assertAlmostEqual(len(self.read("e.jpg")) / len(self.read("theirs.jpg")), 1, delta=0.05)
+
     def test_refusals_are_one_clear_line(self):
         good, output = self.path("s420.jpg"), self.path("out.pgm")
         cut = self.path("cut.jpg")
         with open(cut, "wb") as file:
             file.write(self.read("s420.jpg")[:-2])
-        with open(self.path("text.jpg"), "wb") as file:
-            file.write(b"hello\n")
+        contents = {"text.jpg": b"hello\n", "text.pgm": b"P2 1 1 255 7", "wide.pgm": b"P5 1 1 65535\n12",
+                    "short.ppm": b"P6 # a comment\n2 1 255\n12345", "bad.ppm": b"P6 2 -1 255\n123456",
+                    "a.ppm": b"P6 1 1 255\n123", "a.yuv": b"123456"}
+        for name, content in contents.items():
+            with open(self.path(name), "wb") as file:
+                file.write(content)
+        picture, stream = self.path("a.ppm"), self.path("never.jpg")
         table = [
             ([], 2, "no command"),
             (["paint"], 2, 'unknown command "paint"'),
@@ -169,6 +213,18 @@ class JpegTool(unittest.TestCase):
             (["decode", good, "-o", self.path("out.png")], 2, "none of .pgm, .ppm and .yuv"),
             (["decode", good, "-o", output, "--engine", "best"], 2, "primary, fallback or facade"),
             (["bench", good, "--seconds", "nan"], 2, "--seconds takes a number"),
+            (["encode", picture, "-o", output], 2, "neither in .jpg nor in .jpeg"),
+            (["encode", picture, "-o", stream, "--quality", "0"], 2, "--quality takes a number from 1 to 100"),
+            (["encode", picture, "-o", stream, "--size", "3x3"], 2, "--size is for .yuv files"),
+            (["encode", self.path("a.yuv"), "-o", stream], 2, "needs --size WxH"),
+            (["encode", self.path("a.yuv"), "-o", stream, "--size", "9"], 2, "--size takes WxH"),
+            (["encode", self.path("a.yuv"), "-o", stream, "--sampling", "4:2:0"], 2, "--sampling is for .ppm files"),
+            (["encode", self.path("a.yuv"), "-o", stream, "--size", "3x3"], 1, "has 6 bytes; the planes of 3x3 have 11"),
+            (["encode", self.path("a.yuv"), "-o", stream, "--size", "60000x60000"], 1, "beyond the limits"),
+            (["encode", self.path("text.pgm"), "-o", stream], 1, "no picture of the binary form P5"),
+            (["encode", self.path("wide.pgm"), "-o", stream], 1, "samples up to 65535"),
+            (["encode", self.path("short.ppm"), "-o", stream], 1, "ends before its last sample"),
+            (["encode", self.path("bad.ppm"), "-o", stream], 1, "a bad header"),
             (["info", self.path("absent.jpg")], 1, "absent.jpg: No such file or directory"),
             (["info", self.folder.name], 1, "Is a directory"),
             (["info", self.path("text.jpg")], 1, "no JPEG stream"),
@@ -186,6 +242,7 @@ class JpegTool(unittest.TestCase):
                 self.assertEqual(len(lines), 1, lines)
                 self.assertTrue(lines[0].startswith("morrowstream-jpeg: "), lines[0])
                 self.assertIn(text, lines[0])
+        self.assertFalse(os.path.exists(stream))
 
     def test_a_refused_stream_leaves_the_old_picture(self):
         with open(self.path("old.pgm"), "wb") as file:
@@ -203,7 +260,7 @@ class JpegTool(unittest.TestCase):
         self.assertEqual((done.returncode, b"No space left" in done.stderr), (1, True), done.stderr)
 
     def test_help_of_each_command(self):
-        for arguments in (["--help"], ["info", "--help"], ["decode", "--help"], ["bench", "x", "--help"]):
+        for arguments in (["--help"], ["info", "--help"], ["decode", "--help"], ["encode", "--help"], ["bench", "x", "--help"]):
             done = run(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, b""))
             self.assertIn(b"morrowstream-jpeg", done.stdout)

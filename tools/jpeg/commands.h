@@ -11,6 +11,7 @@ namespace jpegtool {
 
 int RunInfo(const Options& options);
 int RunDecode(const Options& options);
+int RunEncode(const Options& options);
 int RunBench(const Options& options);
 
 // "morrowstream-jpeg: ..." on the standard error.

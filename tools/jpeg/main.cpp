@@ -32,6 +32,8 @@ int Run(const Options& options) {
         return RunInfo(options);
     case Command::Decode:
         return RunDecode(options);
+    case Command::Encode:
+        return RunEncode(options);
     case Command::Bench:
         return RunBench(options);
     case Command::Help:

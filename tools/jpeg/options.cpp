@@ -11,6 +11,7 @@ constexpr std::string_view kHelp = R"(morrowstream-jpeg: the codec on the comman
 
   morrowstream-jpeg info FILE...           what a stream holds, and which engine takes it
   morrowstream-jpeg decode IN.jpg -o OUT   a stream to a picture: .pgm, .ppm or .yuv
+  morrowstream-jpeg encode IN -o OUT.jpg   a picture to a stream
   morrowstream-jpeg bench FILE...          how long a decode takes
 
 "morrowstream-jpeg COMMAND --help" lists a command's arguments. All commands take
@@ -45,6 +46,18 @@ A grey stream has neutral chroma. --engine is
   fallback   the fallback engine alone
 )";
 
+constexpr std::string_view kEncodeHelp = R"(morrowstream-jpeg encode IN -o OUT.jpg [OPTIONS]
+
+IN is a .pgm or .ppm file of the binary form with 255 as the greatest value, or a .yuv file: the planes Y, Cb, Cr without
+padding, chroma of half the width and half the height, rounded down.
+
+  --quality N      1 to 100 (75)
+  --size WxH       of a .yuv file
+  --sampling S     of a .ppm file's stream: 4:2:0 (usual), 4:2:2 or 4:4:4
+  --progressive    a progressive stream
+  --restart N      a restart marker after every N MCUs, 0 to 65535 (0: none)
+)";
+
 constexpr std::string_view kBenchHelp =
     R"(morrowstream-jpeg bench FILE... [--seconds N] [--engine E] [--level N] [--show-level]
 
@@ -76,6 +89,24 @@ Engine ParseEngine(std::string_view text) {
     throw UsageError("--engine takes primary, fallback or facade, not \"" + std::string(text) + "\"");
 }
 
+Sampling ParseSampling(std::string_view text) {
+    if (text == "4:2:0")
+        return Sampling::S420;
+    if (text == "4:2:2")
+        return Sampling::S422;
+    if (text == "4:4:4")
+        return Sampling::S444;
+    throw UsageError("--sampling takes 4:2:0, 4:2:2 or 4:4:4, not \"" + std::string(text) + "\"");
+}
+
+std::pair<std::int32_t, std::int32_t> ParseSize(std::string_view text) {
+    const std::size_t cross = text.find('x');
+    if (cross == std::string_view::npos)
+        throw UsageError("--size takes WxH, not \"" + std::string(text) + "\"");
+    return {ParseNumber<std::int32_t>("--size", text.substr(0, cross), 1, 65535),
+            ParseNumber<std::int32_t>("--size", text.substr(cross + 1), 1, 65535)};
+}
+
 struct CommandRow {
     std::string_view name;
     Command command;
@@ -85,6 +116,7 @@ struct CommandRow {
 constexpr CommandRow kCommands[] = {
     {"info", Command::Info, kInfoHelp, ""},
     {"decode", Command::Decode, kDecodeHelp, "-o --engine "},
+    {"encode", Command::Encode, kEncodeHelp, "-o --quality --size --sampling --progressive --restart "},
     {"bench", Command::Bench, kBenchHelp, "--engine --seconds "},
 };
 
@@ -103,6 +135,14 @@ void TakeOption(Options& options, std::string_view name, std::string_view value)
         options.output = value;
     else if (name == "--engine")
         options.engine = ParseEngine(value);
+    else if (name == "--quality")
+        options.quality = ParseNumber(name, value, 1, 100);
+    else if (name == "--size")
+        options.size = ParseSize(value);
+    else if (name == "--sampling")
+        options.sampling = ParseSampling(value);
+    else if (name == "--restart")
+        options.restartInterval = ParseNumber(name, value, 0, 65535);
     else if (name == "--seconds")
         options.seconds = ParseNumber(name, value, 0.01, 3600.0);
 }
@@ -143,6 +183,8 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
             options.inputs.emplace_back(name);
         } else if (name != "--level" && row.options.find(std::string(name) + " ") == std::string_view::npos) {
             throw UsageError("unknown argument \"" + std::string(name) + "\"");
+        } else if (name == "--progressive") {
+            options.progressive = true;
         } else if (at + 1 == arguments.size()) {
             throw UsageError(std::string(name) + " needs a value");
         } else {

@@ -1,16 +1,19 @@
 // The command line.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace jpegtool {
 
-enum class Command { Help, Info, Decode, Bench };
+enum class Command { Help, Info, Decode, Encode, Bench };
 enum class Engine { Facade, Primary, Fallback };
+enum class Sampling { S420, S422, S444 };
 
 struct Options {
     Command command = Command::Help;
@@ -21,6 +24,12 @@ struct Options {
     bool showLevel = false;
     Engine engine = Engine::Facade;
     double seconds = 1; // a file, for bench
+    // For encode.
+    int quality = 75;
+    std::optional<Sampling> sampling;
+    std::optional<std::pair<std::int32_t, std::int32_t>> size;
+    bool progressive = false;
+    int restartInterval = 0; // in MCUs, 0 for none
 };
 
 // `arguments` stand behind the program's name. Throws UsageError.
