@@ -295,7 +295,7 @@ TEST(JpegProgressive, ScansLeftOutLeaveTheRest) {
     EXPECT_LT(std::abs(nDifference), 64 * 2) << "the mean of a block stays";
 }
 
-// Refinements that correct nothing, as many as the limit takes, cost about twenty times an honest stream: a
+// Refinements that correct nothing, as many as the limit takes, cost about ten times an honest stream: a
 // pass over the coefficients each, never a picture each. The bound leaves room for a busy machine.
 TEST(JpegProgressive, ManyScansCostNoMoreThanAMultiple) {
     Recipe recipe;
@@ -327,7 +327,7 @@ TEST(JpegProgressive, ManyScansCostNoMoreThanAMultiple) {
     };
     const double dRatio = seconds(hostile) / seconds(honest);
     RecordProperty("ratio", std::to_string(dRatio));
-    EXPECT_LT(dRatio, 60);
+    EXPECT_LT(dRatio, 40);
 }
 
 } // namespace

@@ -173,6 +173,8 @@ private:
     std::int16_t* McuCoefficients(std::int32_t nMcuCol, std::int32_t nMcuRow) const;
     JpegStatus DecodeProgressiveScan();
     JpegStatus DecodeRasterScan();
+    JpegStatus DecodeRasterRow(CJPEGColorComponent& component, const IppProgressiveRow& row,
+                               std::int32_t nCols);
     JpegStatus DecodeInterleavedScan();
     JpegStatus RestartWhereDue();
     JpegStatus DecodeScanBlock(CJPEGColorComponent& component, std::int16_t* pBlock);
@@ -241,6 +243,7 @@ private:
     std::unique_ptr<ippiDecodeHuffmanState, StateDeleter> m_pHuffmanState;
     IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
     IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
+    IppBuffer<std::uint64_t> m_pMasks;       // of its blocks: the coefficients that are not zero
     std::int32_t m_nBlocksPerMcu = 0;
     IppBuffer<std::uint8_t> m_pSeam; // lines between two MCU rows, for 4:2:0 into pixels
     IppBitWindow m_window; // sequential only

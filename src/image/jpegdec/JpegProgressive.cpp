@@ -4,7 +4,7 @@
 // What a hostile stream can cost. Memory is bounded by the limits of the frame header and that of the
 // coefficient store. Time is bounded by the number of scans, since a scan may pass over all blocks for a few
 // bytes: as many refinements as kJpegMaxProgressiveScans takes, each with a bit for every coefficient of
-// luma, cost about twenty times an honest picture of that size. The picture is made once, however many scans
+// luma, cost about ten times an honest picture of that size. The picture is made once, however many scans
 // come.
 
 #include "image/jpegdec/JpegDecoder.h"
@@ -78,9 +78,11 @@ JpegStatus CJPEGDecoder::AllocateCoefficients() {
     if (nRoom > kJpegMaxCoefficients)
         return JPEG_NOT_SUPPORTED;
     m_pCoefficients = IppAllocate<std::int16_t>(nRoom);
-    if (!m_pCoefficients)
+    m_pMasks = IppAllocate<std::uint64_t>(nMcus * m_nBlocksPerMcu);
+    if (!m_pCoefficients || !m_pMasks)
         return JPEG_INTERNAL_ERROR;
     std::fill_n(m_pCoefficients.get(), nMcus * m_nBlocksPerMcu * kBlockSize, std::int16_t{0});
+    std::fill_n(m_pMasks.get(), nMcus * m_nBlocksPerMcu, std::uint64_t{0});
     return JPEG_OK;
 }
 
@@ -126,17 +128,46 @@ JpegStatus CJPEGDecoder::DecodeRasterScan() {
     // resolution has none there.
     const std::int32_t nRows = std::min(m_nMcuRows * nV, (m_nJpegHeight + 7) / 8);
     const std::int32_t nCols = std::min(m_nMcuCols * nH, (m_nJpegWidth + 7) / 8);
+    IppProgressiveRow row{m_nSs, m_nSe, m_nAl, m_nAh != 0, nullptr, nullptr, nullptr, nH, m_nBlocksPerMcu};
+    if (!IsDcScan())
+        row.pTable = m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get();
     for (std::int32_t y = 0; y < nRows; ++y) {
-        std::int16_t* pBlock = McuCoefficients(0, y / nV) + kBlockSize * (nFirstBlock + y % nV * nH);
-        for (std::int32_t x = 0; x < nCols; ++x) {
-            if (const JpegStatus eStatus = RestartWhereDue(); eStatus != JPEG_OK)
-                return eStatus;
-            if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
-                return eStatus;
-            // One block further, or to the same row of blocks in the next MCU.
-            pBlock += (x + 1) % nH != 0 ? kBlockSize : kBlockSize * (m_nBlocksPerMcu - nH + 1);
-            --m_nRestartsToGo;
+        const std::int64_t nFirst =
+            std::int64_t{y / nV} * m_nMcuCols * m_nBlocksPerMcu + nFirstBlock + y % nV * nH;
+        row.pBlocks = m_pCoefficients.get() + kBlockSize * nFirst;
+        row.pMasks = m_pMasks.get() + nFirst;
+        if (const JpegStatus eStatus = DecodeRasterRow(component, row, nCols); eStatus != JPEG_OK)
+            return eStatus;
+    }
+    return JPEG_OK;
+}
+
+// As many blocks at once as the fast way takes up to the next restart, then one in the way that takes all.
+JpegStatus CJPEGDecoder::DecodeRasterRow(CJPEGColorComponent& component, const IppProgressiveRow& row,
+                                         std::int32_t nCols) {
+    for (std::int32_t x = 0; x < nCols;) {
+        if (const JpegStatus eStatus = RestartWhereDue(); eStatus != JPEG_OK)
+            return eStatus;
+        if (!IsDcScan()) {
+            const std::int32_t nRun =
+                m_nRestartInterval != 0 ? std::min(nCols - x, m_nRestartsToGo) : nCols - x;
+            std::int32_t nDone = 0;
+            if (ippiDecodeProgressiveRow_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
+                                                    m_pHuffmanState.get(), &row, x, nRun, &nDone) < 0)
+                return JPEG_INTERNAL_ERROR;
+            x += nDone;
+            m_nRestartsToGo -= nDone;
+            if (nDone == nRun)
+                continue;
         }
+        const std::ptrdiff_t nBlock = std::ptrdiff_t{x / row.nTogether} * row.nMcuBlocks + x % row.nTogether;
+        std::int16_t* const pBlock = row.pBlocks + kBlockSize * nBlock;
+        if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
+            return eStatus;
+        if (!IsDcScan())
+            row.pMasks[nBlock] = ippProgressiveMask(pBlock);
+        ++x;
+        --m_nRestartsToGo;
     }
     return JPEG_OK;
 }

@@ -44,6 +44,7 @@ KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R,
 #include "image/kernels/lists/ColourFromYCbCr.inl"
 #include "image/kernels/lists/Interleave.inl"
 #include "image/kernels/lists/ProgressiveEntropy.inl"
+#include "image/kernels/lists/ProgressiveRun.inl"
 
 #include "image/kernels/lists/Encode.inl"
 #include "image/kernels/lists/Mcus.inl"

@@ -16,6 +16,7 @@
 #include "image/kernels/McuRun.h"
 #include "image/kernels/Memory.h"
 #include "image/kernels/ProgressiveEntropy.h"
+#include "image/kernels/ProgressiveRun.h"
 #include "image/kernels/Sampling.h"
 #include "image/kernels/ScanEncode.h"
 #include "image/kernels/Split.h"

@@ -6,6 +6,7 @@
 #include "image/kernels/bodies/FallbackOutput.inl"
 #include "image/kernels/bodies/FrameConversion.inl"
 #include "image/kernels/bodies/ProgressiveEntropy.inl"
+#include "image/kernels/bodies/ProgressiveRun.inl"
 #include "image/kernels/bodies/Sampling.inl"
 #include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"

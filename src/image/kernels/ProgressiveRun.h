@@ -1,0 +1,35 @@
+// AC scans of a progressive frame over many blocks in one call.
+//
+// The fast way through undamaged data, as McuRun.h is for sequential scans: what it cannot take it leaves
+// untouched to the kernels of single blocks (ProgressiveEntropy.h), which define every outcome.
+#pragma once
+
+#include "image/kernels/Entropy.h"
+
+// The blocks of one component that stand in a row of the picture. Beside its coefficients each has a mask:
+// bit k is set where coefficient k in coding order is not zero, so that a refinement need not look for those.
+struct IppProgressiveRow {
+    std::int32_t nSs; // the scan's band, 1 <= nSs <= nSe <= 63
+    std::int32_t nSe;
+    std::int32_t nAl; // 0 to 13
+    bool bRefine;
+    const ippiDecodeHuffmanSpec* pTable;
+    std::int16_t* pBlocks;   // of the row's first block
+    std::uint64_t* pMasks;   // likewise
+    std::int32_t nTogether;  // blocks of the row in one MCU, which follow each other
+    std::int32_t nMcuBlocks; // from one MCU to the next
+};
+
+// Decodes nBlocks blocks of the row from nFirst on, or as many as is possible in the fast way: *pDone. The
+// arguments of the source are those of the block kernels, and stand afterwards as if those had decoded the
+// same blocks, but for the bits held ahead. Blocks behind the last one done are as they were, but for
+// coefficients that the block kernel will write again.
+//
+// ippStsNullPtrErr and ippStsBadArgument for bad arguments, before anything is touched.
+IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
+                                              std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
+                                              ippiDecodeHuffmanState* pState, const IppProgressiveRow* pRow,
+                                              std::int32_t nFirst, std::int32_t nBlocks, std::int32_t* pDone);
+
+// The mask of a block, from its coefficients.
+std::uint64_t ippProgressiveMask(const std::int16_t* pBlock) noexcept;
