@@ -2,17 +2,17 @@
 // half of a pass two butterflies around one rotation, the odd half the plain 4x4 matrix. A pass over columns
 // and rows together has a gain of 8.
 //
-// Range: shifted samples lie in -128..127. A first pass makes of them at most 1024 times the 4 that the
-// fraction bits kept between the passes stand for, so that sums of eight fit 16 bits with a rounding term of
-// 16 (-32768 in the extreme), and those two outputs of each pass that take no multiplication need no 32 bits.
+// Range: shifted samples lie in -128..127. A first pass makes of them at most 1024 times the 8 that the
+// fraction bits kept between the passes stand for (-8192 to 8160), so that sums of four of its outputs just
+// fit 16 bits (-32768 to 32640, and differences of two and two within 32704). The two outputs of the first
+// pass that take no multiplication need no 32 bits.
 
 namespace KERNEL_TARGET {
 namespace {
 
-constexpr int kForwardPassBits = 2; // kept between the passes
+constexpr int kForwardPassBits = 3; // kept between the passes
 constexpr int kForwardFirstShift = kFractionBits - kForwardPassBits;
 constexpr int kForwardSecondShift = kFractionBits + kForwardPassBits + 3; // 3: the gain of 8
-constexpr int kForwardPlainShift = kForwardPassBits + 3;
 
 // One pass over eight vectors, lane by lane. The first one keeps fraction bits, the second one drops them.
 template <bool bFirst, class V16>
@@ -35,9 +35,8 @@ void ForwardPass(V16 (&x)[8]) {
         x[0] = ShiftLeft<kForwardPassBits>(t0 + t1);
         x[4] = ShiftLeft<kForwardPassBits>(t0 - t1);
     } else {
-        constexpr std::int16_t nHalf = 1 << (kForwardPlainShift - 1);
-        x[0] = ShiftRight<kForwardPlainShift>(t0 + t1 + nHalf);
-        x[4] = ShiftRight<kForwardPlainShift>(t0 - t1 + nHalf);
+        x[0] = ShiftPack<nShift>(MultiplyAdd(t0, kOne, t1, kOne) + nBias);
+        x[4] = ShiftPack<nShift>(MultiplyAdd(t0, kOne, t1, -kOne) + nBias);
     }
     x[2] = ShiftPack<nShift>(MultiplyAdd(t3, kC2, t2, kC6) + nBias);
     x[6] = ShiftPack<nShift>(MultiplyAdd(t3, kC6, t2, -kC2) + nBias);
