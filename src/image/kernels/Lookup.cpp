@@ -71,7 +71,7 @@ void ippDcLookupInit(const ippiDecodeHuffmanSpec& spec, IppDcLookup& lookup) noe
         const Code code = FirstCode(spec, nIndex);
         const std::uint32_t nSize = code.nSymbol & 15;
         const std::uint32_t nAll = code.nLength + nSize;
-        std::uint32_t nEntry = 0;
+        std::uint32_t nEntry = code.nSymbol << 16 | ippDcLookupLong | code.nLength;
         if (code.nLength != 0 && nAll <= ippLookupBits) {
             const std::int32_t nValue = nSize == 0 ? 0 : ValueAt(nIndex, code.nLength, nSize);
             nEntry = static_cast<std::uint32_t>(nValue) << 16 | nAll;

@@ -12,11 +12,14 @@
 // leave too many symbols to the slow way.
 inline constexpr std::int32_t ippLookupBits = 10;
 
-// DC differences by the next ippLookupBits bits: difference << 16 | bits of code and difference together, or
-// 0 where they are more.
+// DC differences by the next ippLookupBits bits: difference << 16 | bits of code and difference together.
+// Where they are more, symbol << 16 | ippDcLookupLong | bits of the code, the last being 0 and the symbol not
+// known where even the code is longer.
 struct IppDcLookup {
     std::uint32_t aEntries[1 << ippLookupBits];
 };
+
+inline constexpr std::uint32_t ippDcLookupLong = 1 << 8;
 
 // One or two AC symbols by the next ippLookupBits bits. From the low end: eight bits for the bits to drop,
 // eight for the advance, eight each for the place of the first and the second coefficient behind the present
@@ -57,7 +60,7 @@ struct IppMcuBlock {
     const ippiDecodeHuffmanSpec* pAcTable;
     const IppDcLookup* pDcLookup;
     const IppAcLookup* pAcLookup;
-    const std::uint16_t* pSteps; // quantiser steps, natural order
+    const std::uint16_t* pSteps; // quantiser steps below 32768, natural order
     std::uint8_t* pDst;          // of the block in the row's first MCU
     std::int32_t nDstStep;
     std::int32_t nDstAdvance; // bytes from an MCU's block to the next MCU's

@@ -11,8 +11,9 @@ namespace {
 // The value of nSize further bits (T.81 F.2.2.1, RECEIVE and EXTEND in one): those with a first bit of 0
 // stand for the negative values.
 inline std::int32_t ReceiveExtend(std::uint32_t nRaw, std::uint32_t nSize) {
-    const auto nValue = static_cast<std::int32_t>(nRaw);
-    return (nRaw >> (nSize - 1) & 1) != 0 ? nValue : nValue - (1 << nSize) + 1;
+    // Without a branch, since signs cannot be foreseen.
+    const std::int32_t nNegative = static_cast<std::int32_t>(nRaw >> (nSize - 1) & 1) - 1;
+    return static_cast<std::int32_t>(nRaw) + (nNegative & (1 - (1 << nSize)));
 }
 
 class SlowBitReader {

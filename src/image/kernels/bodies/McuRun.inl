@@ -97,9 +97,9 @@ public:
         return ReceiveExtend(nRaw, nSize);
     }
 
-    // The next symbol bit by bit, or -1 where no code fits.
-    std::int32_t Symbol(const ippiDecodeHuffmanSpec& spec) {
-        for (std::uint32_t nLength = 1; nLength <= 16; ++nLength) {
+    // The next symbol, whose code has nLength bits or more, or -1 where no code fits.
+    std::int32_t Symbol(const ippiDecodeHuffmanSpec& spec, std::uint32_t nLength) {
+        for (; nLength <= 16; ++nLength) {
             const auto nCode = static_cast<std::int32_t>(Peek(nLength));
             if (nCode <= spec.aMaxCode[nLength]) {
                 Drop(nLength);
@@ -140,10 +140,11 @@ inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiD
                              std::uint64_t nEntry, std::uint32_t& nPlace, std::int32_t& nLast) {
     std::uint32_t nSymbol = nEntry >> 24 & 0xFF;
     const std::uint32_t nLength = nEntry >> 16 & 0xFF;
-    if ((nEntry >> 8 & 0xFF) == ippLookupLong && nLength != 0) {
+    const bool bLong = (nEntry >> 8 & 0xFF) == ippLookupLong;
+    if (bLong && nLength != 0) {
         bits.Drop(nLength);
     } else {
-        const std::int32_t nFound = bits.Symbol(table);
+        const std::int32_t nFound = bits.Symbol(table, bLong ? ippLookupBits + 1 : 1);
         if (nFound < 0)
             return false;
         nSymbol = static_cast<std::uint32_t>(nFound);
@@ -168,15 +169,18 @@ inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiD
 DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc, const IppMcuBlock& block) {
     StoreZeroBlock(pDst);
     bits.Refill();
-    if (const std::uint32_t nEntry = block.pDcLookup->aEntries[bits.Peek(ippLookupBits)]) {
-        bits.Drop(nEntry & 0xFF);
-        nLastDc = AddDc(nLastDc, static_cast<std::int32_t>(nEntry) >> 16);
+    const std::uint32_t nDcEntry = block.pDcLookup->aEntries[bits.Peek(ippLookupBits)];
+    bits.Drop(nDcEntry & 0xFF);
+    if ((nDcEntry & ippDcLookupLong) == 0) {
+        nLastDc = AddDc(nLastDc, static_cast<std::int32_t>(nDcEntry) >> 16);
     } else {
-        const std::int32_t nSymbol = bits.Symbol(*block.pDcTable);
-        if (nSymbol < 0)
+        std::int32_t nSize = static_cast<std::int32_t>(nDcEntry >> 16);
+        if ((nDcEntry & 0xFF) == 0)
+            nSize = bits.Symbol(*block.pDcTable, ippLookupBits + 1);
+        if (nSize < 0)
             return kNoBlock;
-        if (const auto nSize = static_cast<std::uint32_t>(nSymbol & 15))
-            nLastDc = AddDc(nLastDc, bits.Value(nSize));
+        if ((nSize & 15) != 0)
+            nLastDc = AddDc(nLastDc, bits.Value(static_cast<std::uint32_t>(nSize & 15)));
         bits.Refill();
     }
     pDst[0] = nLastDc;

@@ -23,36 +23,32 @@ constexpr std::int16_t kC5 = 3218;  // 0.785695
 constexpr std::int16_t kC6 = 2217;  // 0.541196
 constexpr std::int16_t kC7 = 1130;  // 0.275899
 
-// One pass over eight vectors, lane by lane; nBias enters every output before the shift. With bFour the last
-// four inputs are zeros and not read.
-template <int nShift, bool bFour, class Vector>
-void InversePass(Vector (&x)[8], std::int32_t nBias) {
-    const auto add = [nBias](auto v) { return v + nBias; };
-    const auto output = [&x](int i, auto even, auto odd) {
-        x[i] = ShiftPack<nShift>(even + odd);
-        x[7 - i] = ShiftPack<nShift>(even - odd);
-    };
+// One pass over eight vectors, lane by lane, up to the eight sums that are shifted then: output(i, even, odd)
+// takes their sum for place i and their difference for place 7 - i. nBias enters every output. With bFour the
+// last four inputs are zeros and not read.
+template <bool bFour, class Vector, class Multiply, class Output>
+inline void Butterflies(const Vector (&x)[8], std::int32_t nBias, Multiply multiply, Output output) {
     if constexpr (bFour) {
-        const auto a = add(MultiplyAdd(x[0], kOne, x[2], 0));
-        const auto c = MultiplyAdd(x[0], 0, x[2], kC2);
-        const auto d = MultiplyAdd(x[0], 0, x[2], kC6);
-        const auto o0 = MultiplyAdd(x[1], kC1, x[3], kC3);
-        const auto o1 = MultiplyAdd(x[1], kC3, x[3], -kC7);
-        const auto o2 = MultiplyAdd(x[1], kC5, x[3], -kC1);
-        const auto o3 = MultiplyAdd(x[1], kC7, x[3], -kC5);
+        const auto a = multiply(x[0], kOne, x[2], 0) + nBias;
+        const auto c = multiply(x[0], 0, x[2], kC2);
+        const auto d = multiply(x[0], 0, x[2], kC6);
+        const auto o0 = multiply(x[1], kC1, x[3], kC3);
+        const auto o1 = multiply(x[1], kC3, x[3], -kC7);
+        const auto o2 = multiply(x[1], kC5, x[3], -kC1);
+        const auto o3 = multiply(x[1], kC7, x[3], -kC5);
         output(0, a + c, o0);
         output(1, a + d, o1);
         output(2, a - d, o2);
         output(3, a - c, o3);
     } else {
-        const auto a = add(MultiplyAdd(x[0], kOne, x[4], kOne));
-        const auto b = add(MultiplyAdd(x[0], kOne, x[4], -kOne));
-        const auto c = MultiplyAdd(x[2], kC2, x[6], kC6);
-        const auto d = MultiplyAdd(x[2], kC6, x[6], -kC2);
-        const auto o0 = MultiplyAdd(x[1], kC1, x[3], kC3) + MultiplyAdd(x[5], kC5, x[7], kC7);
-        const auto o1 = MultiplyAdd(x[1], kC3, x[3], -kC7) + MultiplyAdd(x[5], -kC1, x[7], -kC5);
-        const auto o2 = MultiplyAdd(x[1], kC5, x[3], -kC1) + MultiplyAdd(x[5], kC7, x[7], kC3);
-        const auto o3 = MultiplyAdd(x[1], kC7, x[3], -kC5) + MultiplyAdd(x[5], kC3, x[7], -kC1);
+        const auto a = multiply(x[0], kOne, x[4], kOne) + nBias;
+        const auto b = multiply(x[0], kOne, x[4], -kOne) + nBias;
+        const auto c = multiply(x[2], kC2, x[6], kC6);
+        const auto d = multiply(x[2], kC6, x[6], -kC2);
+        const auto o0 = multiply(x[1], kC1, x[3], kC3) + multiply(x[5], kC5, x[7], kC7);
+        const auto o1 = multiply(x[1], kC3, x[3], -kC7) + multiply(x[5], -kC1, x[7], -kC5);
+        const auto o2 = multiply(x[1], kC5, x[3], -kC1) + multiply(x[5], kC7, x[7], kC3);
+        const auto o3 = multiply(x[1], kC7, x[3], -kC5) + multiply(x[5], kC3, x[7], -kC1);
         output(0, a + c, o0);
         output(1, b + d, o1);
         output(2, b - d, o2);
@@ -64,6 +60,37 @@ constexpr int kFirstShift = kFractionBits - kPassBits;
 constexpr int kSecondShift = kFractionBits + kPassBits + 3; // 3: the gain of 8
 constexpr std::int32_t kFirstBias = 1 << (kFirstShift - 1);
 constexpr std::int32_t kSecondBias = (1 << (kSecondShift - 1)) + (128 << kSecondShift);
+
+template <int nShift, bool bFour, class Vector>
+void InversePass(Vector (&x)[8], std::int32_t nBias) {
+    const auto multiply = [](Vector u, std::int16_t cu, Vector v, std::int16_t cv) {
+        return MultiplyAdd(u, cu, v, cv);
+    };
+    Butterflies<bFour>(x, nBias, multiply, [&x](int i, auto even, auto odd) {
+        x[i] = ShiftPack<nShift>(even + odd);
+        x[7 - i] = ShiftPack<nShift>(even - odd);
+    });
+}
+
+// The first pass and the turn of the square behind it. With bFour the lanes of the right half are zeros and
+// stay so: only the left ones are worked on, and only four vectors come out.
+template <bool bFour, class Vector>
+void FirstPass(Vector (&x)[8]) {
+    if constexpr (bFour) {
+        const auto multiply = [](Vector u, std::int16_t cu, Vector v, std::int16_t cv) {
+            return MultiplyAddLow(u, cu, v, cv);
+        };
+        decltype(multiply(x[0], 0, x[0], 0)) aSums[8];
+        Butterflies<true>(x, kFirstBias, multiply, [&aSums](int i, auto even, auto odd) {
+            aSums[i] = even + odd;
+            aSums[7 - i] = even - odd;
+        });
+        ShiftPackTransposed<kFirstShift>(aSums, x);
+    } else {
+        InversePass<kFirstShift, false>(x, kFirstBias);
+        Transpose(x);
+    }
+}
 
 // What is to be made of one block, and where it goes.
 struct BlockTask {
@@ -102,8 +129,7 @@ void InverseVector(const BlockTask* pTasks) {
     Vector rows[8];
     for (int y = 0; y < (bFour ? 4 : 8); ++y)
         LoadScaled(pTasks, y, rows[y]);
-    InversePass<kFirstShift, bFour>(rows, kFirstBias);
-    Transpose(rows);
+    FirstPass<bFour>(rows);
     InversePass<kSecondShift, bFour>(rows, kSecondBias);
     StoreTransposed(pTasks, rows);
 }

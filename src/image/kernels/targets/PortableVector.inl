@@ -69,6 +69,45 @@ inline void Transpose(Vec16 (&r)[8]) {
     }
 }
 
+// The lower four lanes of 32 bits, for squares whose other lanes are zeros.
+struct LowVec32 {
+    std::int32_t a[4];
+};
+
+inline LowVec32 MultiplyAddLow(Vec16 x, std::int16_t cx, Vec16 y, std::int16_t cy) {
+    LowVec32 v;
+    for (int i = 0; i < 4; ++i)
+        v.a[i] = x.a[i] * cx + y.a[i] * cy;
+    return v;
+}
+
+inline LowVec32 operator+(LowVec32 x, LowVec32 y) {
+    for (int i = 0; i < 4; ++i)
+        x.a[i] += y.a[i];
+    return x;
+}
+
+inline LowVec32 operator-(LowVec32 x, LowVec32 y) {
+    for (int i = 0; i < 4; ++i)
+        x.a[i] -= y.a[i];
+    return x;
+}
+
+inline LowVec32 operator+(LowVec32 x, std::int32_t n) {
+    for (int i = 0; i < 4; ++i)
+        x.a[i] += n;
+    return x;
+}
+
+// ShiftPack of eight vectors and the four vectors of eight lanes that Transpose would make of them.
+template <int nShift>
+inline void ShiftPackTransposed(const LowVec32 (&x)[8], Vec16 (&r)[8]) {
+    for (int i = 0; i < 4; ++i) {
+        for (int j = 0; j < 8; ++j)
+            r[i].a[j] = Saturate16(x[j].a[i] >> nShift);
+    }
+}
+
 // Clamps to 0..255 and stores eight bytes.
 inline void StoreClamped(std::uint8_t* p, Vec16 x) {
     for (int i = 0; i < 8; ++i)

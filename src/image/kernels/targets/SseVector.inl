@@ -139,6 +139,44 @@ inline void Transpose(Vec16 (&r)[8]) {
     }
 }
 
+struct LowVec32 {
+    __m128i v;
+};
+
+inline LowVec32 MultiplyAddLow(Vec16 x, std::int16_t cx, Vec16 y, std::int16_t cy) {
+    return {_mm_madd_epi16(_mm_unpacklo_epi16(x.v, y.v), _mm_set1_epi32(ConstantPair(cx, cy)))};
+}
+
+inline LowVec32 operator+(LowVec32 x, LowVec32 y) {
+    return {_mm_add_epi32(x.v, y.v)};
+}
+
+inline LowVec32 operator-(LowVec32 x, LowVec32 y) {
+    return {_mm_sub_epi32(x.v, y.v)};
+}
+
+inline LowVec32 operator+(LowVec32 x, std::int32_t n) {
+    return {_mm_add_epi32(x.v, _mm_set1_epi32(n))};
+}
+
+template <int nShift>
+inline void ShiftPackTransposed(const LowVec32 (&x)[8], Vec16 (&r)[8]) {
+    __m128i a[4]; // two vectors of four lanes each
+    for (int i = 0; i < 4; ++i)
+        a[i] = _mm_packs_epi32(_mm_srai_epi32(x[2 * i].v, nShift), _mm_srai_epi32(x[2 * i + 1].v, nShift));
+    __m128i b[4]; // lanes 0 and 1, then 2 and 3, of vectors 0 to 3 and of 4 to 7
+    for (int i = 0; i < 4; i += 2) {
+        const __m128i even = _mm_unpacklo_epi16(a[i], a[i + 1]);
+        const __m128i odd = _mm_unpackhi_epi16(a[i], a[i + 1]);
+        b[i] = _mm_unpacklo_epi16(even, odd);
+        b[i + 1] = _mm_unpackhi_epi16(even, odd);
+    }
+    r[0].v = _mm_unpacklo_epi64(b[0], b[2]);
+    r[1].v = _mm_unpackhi_epi64(b[0], b[2]);
+    r[2].v = _mm_unpacklo_epi64(b[1], b[3]);
+    r[3].v = _mm_unpackhi_epi64(b[1], b[3]);
+}
+
 inline void StoreClamped(std::uint8_t* p, Vec16 x) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(x.v, x.v));
 }

@@ -21,11 +21,11 @@ inline WideVec16 Load(const std::int16_t* pFirst, const std::int16_t* pSecond) {
     return {JoinRegisters(pFirst, pSecond)};
 }
 
+// Of factors below 32768.
 inline WideVec16 MultiplySaturate(WideVec16 x, const std::uint16_t* pFirst, const std::uint16_t* pSecond) {
     const __m256i factors = JoinRegisters(pFirst, pSecond);
     const __m256i low = _mm256_mullo_epi16(x.v, factors);
-    const __m256i high = _mm256_add_epi16(_mm256_mulhi_epi16(x.v, factors),
-                                          _mm256_and_si256(x.v, _mm256_srai_epi16(factors, 15)));
+    const __m256i high = _mm256_mulhi_epi16(x.v, factors);
     return {_mm256_packs_epi32(_mm256_unpacklo_epi16(low, high), _mm256_unpackhi_epi16(low, high))};
 }
 
@@ -71,6 +71,45 @@ inline void Transpose(WideVec16 (&r)[8]) {
         r[4 * i + 2].v = _mm256_unpacklo_epi64(b[4 * i + 1], b[4 * i + 3]);
         r[4 * i + 3].v = _mm256_unpackhi_epi64(b[4 * i + 1], b[4 * i + 3]);
     }
+}
+
+struct WideLowVec32 {
+    __m256i v;
+};
+
+inline WideLowVec32 MultiplyAddLow(WideVec16 x, std::int16_t cx, WideVec16 y, std::int16_t cy) {
+    return {_mm256_madd_epi16(_mm256_unpacklo_epi16(x.v, y.v), _mm256_set1_epi32(ConstantPair(cx, cy)))};
+}
+
+inline WideLowVec32 operator+(WideLowVec32 x, WideLowVec32 y) {
+    return {_mm256_add_epi32(x.v, y.v)};
+}
+
+inline WideLowVec32 operator-(WideLowVec32 x, WideLowVec32 y) {
+    return {_mm256_sub_epi32(x.v, y.v)};
+}
+
+inline WideLowVec32 operator+(WideLowVec32 x, std::int32_t n) {
+    return {_mm256_add_epi32(x.v, _mm256_set1_epi32(n))};
+}
+
+template <int nShift>
+inline void ShiftPackTransposed(const WideLowVec32 (&x)[8], WideVec16 (&r)[8]) {
+    __m256i a[4]; // two vectors of four lanes each
+    for (int i = 0; i < 4; ++i)
+        a[i] = _mm256_packs_epi32(_mm256_srai_epi32(x[2 * i].v, nShift),
+                                  _mm256_srai_epi32(x[2 * i + 1].v, nShift));
+    __m256i b[4]; // lanes 0 and 1, then 2 and 3, of vectors 0 to 3 and of 4 to 7
+    for (int i = 0; i < 4; i += 2) {
+        const __m256i even = _mm256_unpacklo_epi16(a[i], a[i + 1]);
+        const __m256i odd = _mm256_unpackhi_epi16(a[i], a[i + 1]);
+        b[i] = _mm256_unpacklo_epi16(even, odd);
+        b[i + 1] = _mm256_unpackhi_epi16(even, odd);
+    }
+    r[0].v = _mm256_unpacklo_epi64(b[0], b[2]);
+    r[1].v = _mm256_unpackhi_epi64(b[0], b[2]);
+    r[2].v = _mm256_unpacklo_epi64(b[1], b[3]);
+    r[3].v = _mm256_unpackhi_epi64(b[1], b[3]);
 }
 
 inline void StoreTransposedClamped(std::uint8_t* pFirst, std::ptrdiff_t nFirstStep, std::uint8_t* pSecond,
