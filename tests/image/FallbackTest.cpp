@@ -392,8 +392,7 @@ TEST(FallbackStream, EveryStatus) {
         return Bytes(jpeg.begin() + n, jpeg.begin() + n + 2 + jpeg[At(static_cast<int>(n)) + 3]);
     };
     const std::size_t nSof = find(0xC0), nSos = find(0xDA), nDht = find(0xC4), nDqt = find(0xDB);
-    Bytes noImage = {0xFF, 0xD8, 0xFF, 0xD9}, twice = jpeg;
-    twice.resize(twice.size() - 2);
+    Bytes noImage = {0xFF, 0xD8, 0xFF, 0xD9}, twice(jpeg.begin(), jpeg.end() - 2);
     twice.insert(twice.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nSos), jpeg.end());
     Bytes huge = set(nSof + 5, 0xFF);
     huge[nSof + 7] = 0xFF;
@@ -462,22 +461,45 @@ TEST(FallbackStream, CommentsGoIntoTheCallersBuffer) {
     EXPECT_EQ(engine.record.jprops.jpeg_comment_length, 3);
 }
 
-// Cut anywhere a stream is refused, and nearly always because its data ended.
+// Cut anywhere a stream is refused, nearly always because its data ended. With an end-of-image marker behind
+// the cut the sequential ones are pictures as soon as data has begun, unless a restart is due there;
+// progressive ones only where the cut happens to leave whole scans.
 TEST(FallbackStream, CutAtEveryByte) {
-    for (const bool bSeparate : {false, true}) {
-        for (const int nInterval : {0, 3}) {
-            Recipe recipe = Make(3, 2, 1);
-            recipe.bSeparateScans = bSeparate;
-            recipe.nRestartInterval = nInterval;
-            const Bytes jpeg = samples::Encode(recipe);
-            for (std::size_t nCut = 1; nCut < jpeg.size(); ++nCut) {
-                Engine engine(Bytes(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(nCut)));
-                engine.nWidth = 75;
-                engine.nHeight = 43;
-                const IJLERR eError = engine.Image(IJL_BGR, 3);
-                ASSERT_TRUE(eError == IJL_ERR_DATA || (eError == IJL_BAD_RST_MARKER && nInterval != 0))
-                    << nCut << ' ' << eError;
-            }
+    struct Row {
+        const char* szName;
+        bool bSeparate, bProgressive;
+        int nInterval;
+    };
+    for (const Row& row : {Row{"one scan", false, false, 0},
+                           {"separate", true, false, 0},
+                           {"separate, restarts", true, false, 3},
+                           {"progressive", false, true, 0}}) {
+        SCOPED_TRACE(row.szName);
+        Recipe recipe = Make(3, 2, 1);
+        recipe.bSeparateScans = row.bSeparate;
+        recipe.bProgressive = row.bProgressive;
+        recipe.nRestartInterval = row.nInterval;
+        const Bytes jpeg = samples::Encode(recipe);
+        const auto read = [](const Bytes& stream) {
+            Engine engine(stream);
+            engine.nWidth = 75;
+            engine.nHeight = 43;
+            return engine.Image(IJL_BGR, 3);
+        };
+        const std::size_t nData = samples::FindMarker(jpeg, 0xDA) + 14;
+        std::size_t nPictures = 0;
+        for (std::size_t nCut = 1; nCut < jpeg.size(); ++nCut) {
+            Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(nCut));
+            const IJLERR eError = read(cut);
+            ASSERT_TRUE(eError == IJL_ERR_DATA || (eError == IJL_BAD_RST_MARKER && row.nInterval != 0))
+                << nCut << ' ' << eError;
+            cut.insert(cut.end(), {0xFF, 0xD9});
+            nPictures += read(cut) == IJL_OK ? 1 : 0;
+        }
+        if (row.bProgressive) {
+            EXPECT_LT(nPictures, 100u);
+        } else if (row.nInterval == 0) {
+            EXPECT_GT(nPictures, (jpeg.size() - nData) * 9 / 10);
         }
     }
 }

@@ -91,8 +91,8 @@ private:
 
     // IjlOutput.cpp: from coefficients to the image.
     IJLERR ChoosePath();
-    void ChooseRoutine(IJL_COLOR eJpgColor);
-    void ChooseChannels(IJL_COLOR eJpgColor);
+    void ChooseRoutine();
+    void ChooseChannels();
     IJLERR AllocateSamples();
     void ReconstructBlock(const std::int16_t* pBlock, const IjlComponent& component, std::int16_t* pSamples);
     IJLERR WriteStoredPicture();
@@ -124,6 +124,7 @@ private:
     std::int32_t m_nRestartsToGo = 0;
     bool m_bStuck = false; // every further block would fail as the last ones did, up to the next restart
     bool m_bPictureBegun = false;
+    IJL_COLOR m_eStreamColor = IJL_OTHER; // that the pixels are made by
 
     // The coefficient store of the whole picture: for each component its blocks in raster order, those that
     // fill up MCUs included.

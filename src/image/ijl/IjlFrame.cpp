@@ -15,7 +15,7 @@ constexpr std::int32_t CeilDivide(std::int32_t n, std::int32_t nBy) {
 } // namespace
 
 // Refused besides what the statuses name: a second frame header, since all geometry is that of the first, and
-// a picture above the limits of the codec. Nothing of the record is changed before the header has passed.
+// a picture above the limits of the codec.
 IJLERR CIjlDecoder::ReadFrameHeader(bool bProgressive, std::int32_t nContent) {
     if (nContent < 6)
         return IJL_ERR_SOF;
@@ -197,13 +197,13 @@ IJLERR CIjlDecoder::CheckTables(IjlComponent& component) {
     return IJL_OK;
 }
 
-// A read of the parameters says what the stream holds. A read of the image leaves a colour of three or more
-// components as the caller has set it.
+// A read of the parameters says what the stream holds. A read of the image leaves the colour as the caller
+// has set it, but that one component is grey unless it was to be copied as it is.
 void CIjlDecoder::DecideStreamColor() {
     const bool bParams = m_props.iotype == IJL_JBUFF_READPARAMS;
     const bool bTransformed = m_props.nAdobeTransform != 0;
     if (m_props.JPGChannels == 1) {
-        m_props.JPGColor = IJL_G;
+        m_props.JPGColor = bParams ? IJL_G : m_eStreamColor;
     } else if (bParams && m_props.JPGChannels == 3) {
         m_props.JPGColor = m_props.bAdobeFound && !bTransformed ? IJL_RGB : IJL_YCBCR;
     } else if (bParams && m_props.JPGChannels == 4 && m_props.bAdobeFound) {

@@ -1,7 +1,8 @@
 // From coefficients to the image: which routine makes the pixels of an MCU, and the routines.
 //
-// All of them start from level-shifted samples, those of the inverse transform less 128. Chroma, or any
-// component of fewer samples than the picture, is repeated over the pixels that a sample covers.
+// All of them start from level-shifted samples: those of the inverse transform, in 8 bits as every decoder
+// has them, less 128. Chroma, or any component of fewer samples than the picture, is repeated over the pixels
+// that a sample covers.
 
 #include "image/ijl/IjlDecoder.h"
 
@@ -49,12 +50,11 @@ IJLERR IjlCheckImage(const IjlFields& fields) noexcept {
 IJLERR CIjlDecoder::ChoosePath() {
     if (const IJLERR eError = IjlCheckImage(m_props); eError != IJL_OK)
         return eError;
-    const IJL_COLOR eJpgColor =
-        m_props.JPGChannels == 1 && m_props.JPGColor != IJL_OTHER ? IJL_G : m_props.JPGColor;
-    if (!IjlCanConvert(eJpgColor, m_props.JPGChannels, m_props.DIBColor, m_props.DIBChannels))
+    m_eStreamColor = m_props.JPGChannels == 1 && m_props.JPGColor != IJL_OTHER ? IJL_G : m_props.JPGColor;
+    if (!IjlCanConvert(m_eStreamColor, m_props.JPGChannels, m_props.DIBColor, m_props.DIBChannels))
         return IJL_INVALID_JPEG_PROPERTIES;
 
-    m_bConvertColor = (eJpgColor == IJL_YCBCR || eJpgColor == IJL_YCBCRA_FPX) &&
+    m_bConvertColor = (m_eStreamColor == IJL_YCBCR || m_eStreamColor == IJL_YCBCRA_FPX) &&
                       m_props.DIBColor != IJL_YCBCR && m_props.DIBColor != IJL_G;
     const auto isSubsampled = [](const IjlComponent& component) {
         return component.nHSampling != 1 || component.nVSampling != 1;
@@ -74,17 +74,17 @@ IJLERR CIjlDecoder::ChoosePath() {
     m_nOutWidth = std::min(m_props.JPGWidth, static_cast<std::int32_t>(m_props.DIBWidth));
     m_nOutHeight = std::min(m_props.JPGHeight, nHeight);
 
-    ChooseChannels(eJpgColor);
-    ChooseRoutine(eJpgColor);
+    ChooseChannels();
+    ChooseRoutine();
     return AllocateSamples();
 }
 
 // A channel that the stream has nothing for is opaque in an image with alpha, else it is left alone.
-void CIjlDecoder::ChooseChannels(IJL_COLOR eJpgColor) {
+void CIjlDecoder::ChooseChannels() {
     const auto nChannels = static_cast<std::int32_t>(m_props.DIBChannels);
     m_nUsedComponents = m_bConvertColor ? 3 : 1;
     for (std::int32_t i = 0; i < nChannels; ++i) {
-        std::int32_t nSource = eJpgColor == IJL_G ? 0 : m_props.DIBColor == IJL_BGR ? 2 - i : i;
+        std::int32_t nSource = m_eStreamColor == IJL_G ? 0 : m_props.DIBColor == IJL_BGR ? 2 - i : i;
         if (m_props.DIBColor == IJL_RGBA_FPX && i == 3)
             nSource = m_props.JPGChannels == 4 ? 3 : kOpaque;
         else if (nSource >= m_props.JPGChannels)
@@ -96,7 +96,7 @@ void CIjlDecoder::ChooseChannels(IJL_COLOR eJpgColor) {
 
 // fast_processing tells which: 1 to 3 for 4:4:4, 4:2:2, 4:2:0 into BGR, 4 to 6 into RGB, 7 for one grey
 // channel.
-void CIjlDecoder::ChooseRoutine(IJL_COLOR eJpgColor) {
+void CIjlDecoder::ChooseRoutine() {
     static constexpr McuKernel s_apKernels[] = {
         ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R, ippiYCbCr422ToBGRLS_MCU_16s8u_P3C3R,
         ippiYCbCr420ToBGRLS_MCU_16s8u_P3C3R, ippiYCbCr444ToRGBLS_MCU_16s8u_P3C3R,
@@ -114,7 +114,7 @@ void CIjlDecoder::ChooseRoutine(IJL_COLOR eJpgColor) {
         m_eRoutine = Routine::Colour;
         m_pMcuKernel = s_apKernels[nKernel];
         m_props.fast_processing = 1 + nKernel;
-    } else if (m_props.DIBColor == IJL_G && (eJpgColor == IJL_G || eJpgColor == IJL_YCBCR) &&
+    } else if (m_props.DIBColor == IJL_G && (m_eStreamColor == IJL_G || m_eStreamColor == IJL_YCBCR) &&
                first.nHSampling * 8 == m_props.nMcuWidth && first.nVSampling * 8 == m_props.nMcuHeight) {
         m_eRoutine = Routine::Grey;
         m_props.fast_processing = 7;

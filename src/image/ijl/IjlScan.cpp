@@ -15,14 +15,13 @@ struct CIjlDecoder::ReaderPosition {
     std::int32_t nMarker;
     std::uint32_t nAccumulator;
     std::int32_t nBits;
-    std::int32_t nEobRun;
 
     bool operator==(const ReaderPosition&) const = default;
 };
 
 CIjlDecoder::ReaderPosition CIjlDecoder::CurrentPosition() const {
     const ippiDecodeHuffmanState& state = *m_props.pHuffmanState;
-    return {m_props.nSrcPos, m_props.nMarker, state.nAccumulator, state.nBits, state.nEobRun};
+    return {m_props.nSrcPos, m_props.nMarker, state.nAccumulator, state.nBits};
 }
 
 IJLERR CIjlDecoder::DecodeScan() {
@@ -102,9 +101,12 @@ IppStatus CIjlDecoder::DecodeBlock(IjlComponent& component, std::int16_t* pBlock
 
 // One MCU: takes the restart that is due, then decodes each block that forEachBlock hands to its argument.
 //
+// A block that fails is not reported in a sequential frame: it keeps what it got. A progressive one fails as
+// a whole, since what later scans add to blocks that lack bits is no picture.
+//
 // An MCU all of whose blocks fail without moving the reader shows that every further one would do the same.
-// The blocks up to the next restart are then only cleared where the kernel would have cleared them, so that a
-// huge picture with no data costs little.
+// The blocks up to the next restart are then not asked for, so that a huge picture with no data costs little.
+// Those of the store are zero already, since no other scan has coded them.
 template <typename ForEachBlock>
 IJLERR CIjlDecoder::DecodeMcu(ForEachBlock&& forEachBlock) {
     if (m_props.nRestartInterval != 0 && m_nRestartsToGo-- == 0) {
@@ -115,12 +117,19 @@ IJLERR CIjlDecoder::DecodeMcu(ForEachBlock&& forEachBlock) {
     const bool bSkip = m_bStuck;
     const ReaderPosition before = CurrentPosition();
     bool bAllFailed = true;
+    bool bAnyFailed = false;
     forEachBlock([&](IjlComponent& component, std::int16_t* pBlock) {
-        if (!bSkip)
-            bAllFailed = DecodeBlock(component, pBlock) < 0 && bAllFailed;
-        else if (!m_props.bProgressive)
-            std::fill_n(pBlock, kBlock, std::int16_t{0});
+        if (bSkip) {
+            if (!m_pStore)
+                std::fill_n(pBlock, kBlock, std::int16_t{0});
+            return;
+        }
+        const bool bFailed = DecodeBlock(component, pBlock) < 0;
+        bAllFailed = bAllFailed && bFailed;
+        bAnyFailed = bAnyFailed || bFailed;
     });
+    if (bAnyFailed && m_props.bProgressive)
+        return IJL_ERR_DATA;
     m_bStuck = bAllFailed && CurrentPosition() == before;
     return IJL_OK;
 }
