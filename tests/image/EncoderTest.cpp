@@ -1,0 +1,483 @@
+// The encoder and the facade's encoding side: the bytes of their streams, their statuses and limits, and what
+// decoders make of the pictures.
+
+#include "image/ImageCodec.h"
+#include "image/JpegSamples.h"
+#include "image/jpegenc/JpegEncoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+
+namespace {
+
+using samples::Bytes;
+using samples::Plane;
+
+// Gradients, edges and noise, in as many channels as asked for.
+Bytes Picture(int nWidth, int nHeight, int nChannels, unsigned nSeed = 1) {
+    std::minstd_rand random(nSeed);
+    Bytes pixels(static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight * nChannels));
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const int x = static_cast<int>(i) / nChannels % nWidth;
+        const int y = static_cast<int>(i) / nChannels / nWidth;
+        int n = 30 + (2 * x + 3 * y + static_cast<int>(i) % nChannels * 40) % 190 +
+                static_cast<int>(random() % 16);
+        n = (x / 9 + y / 13) % 4 == 0 ? 255 - n : n;
+        pixels[i] = static_cast<std::uint8_t>(std::clamp(n, 0, 255));
+    }
+    return pixels;
+}
+
+struct Form {
+    int nWidth = 64;
+    int nHeight = 48;
+    JpegColor eFrom = JC_RGB;
+    JpegColor eTo = JC_YCBCR;
+    JpegSampling eSampling = JS_420;
+    int nQuality = 75;
+    int nRestart = 0;
+    bool bProgressive = false;
+
+    int Channels() const { return eFrom == JC_CMYK ? 4 : eFrom == JC_RGB || eFrom == JC_BGR ? 3 : 1; }
+    std::string Name() const {
+        return std::to_string(nWidth) + "x" + std::to_string(nHeight) + " " + std::to_string(eFrom) + "to" +
+               std::to_string(eTo) + " s" + std::to_string(eSampling) + " q" + std::to_string(nQuality) +
+               " r" + std::to_string(nRestart) + (bProgressive ? " progressive" : "");
+    }
+};
+
+// Encodes into a buffer of exactly this capacity; what was written, up to the stream's length.
+JpegStatus Write(const Form& form, const Bytes& pixels, std::int32_t nCapacity, Bytes& out) {
+    const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[static_cast<std::size_t>(nCapacity) + 1]);
+    buffer[static_cast<std::size_t>(nCapacity)] = 0x5A; // capacity 0 needs an address
+    CJPEGEncoder encoder;
+    const std::size_t nArea = static_cast<std::size_t>(form.nWidth) * static_cast<std::size_t>(form.nHeight);
+    const std::size_t nChroma =
+        static_cast<std::size_t>(form.nWidth / 2) * static_cast<std::size_t>(form.nHeight / 2);
+    const PlanarSource planes{pixels.data(), pixels.data() + nArea, pixels.data() + nArea + nChroma};
+    const bool bPlanar = form.eFrom == JC_YCBCR420_PLANAR;
+    EXPECT_EQ(encoder.SetSource(bPlanar ? static_cast<const void*>(&planes) : pixels.data(), form.nWidth,
+                                form.nHeight, form.Channels(), form.nWidth * form.Channels(), form.eFrom),
+              JPEG_OK);
+    EXPECT_EQ(encoder.SetParams(form.nQuality, form.eSampling, form.eTo, form.bProgressive, form.nRestart),
+              JPEG_OK);
+    std::int32_t nSize = nCapacity;
+    const JpegStatus eStatus = form.bProgressive ? encoder.WriteImageProgressive(buffer.get(), &nSize)
+                                                 : encoder.WriteImage(buffer.get(), &nSize);
+    EXPECT_EQ(buffer[static_cast<std::size_t>(nCapacity)], 0x5A) << "written behind the capacity";
+    EXPECT_LE(encoder.m_nDstPos, nCapacity);
+    if (eStatus != JPEG_OK) {
+        EXPECT_EQ(nSize, nCapacity) << "the capacity stays";
+        nSize = encoder.m_nDstPos;
+    }
+    out.assign(buffer.get(), buffer.get() + nSize);
+    return eStatus;
+}
+
+Bytes MustWrite(const Form& form, const Bytes& pixels) {
+    Bytes out;
+    EXPECT_EQ(Write(form, pixels, 1 << 20, out), JPEG_OK) << form.Name();
+    return out;
+}
+
+Bytes MustWrite(const Form& form) {
+    const int nSamples = form.eFrom == JC_YCBCR420_PLANAR ? 2 : form.Channels();
+    return MustWrite(form, Picture(form.nWidth, form.nHeight, nSamples));
+}
+
+// The markers in order, with the class and identifier byte of DHT and DQT; entropy-coded data is passed over
+// and restart markers are left out.
+std::string Segments(const Bytes& jpeg) {
+    std::string names;
+    for (std::size_t i = 0; i + 1 < jpeg.size(); ++i) {
+        if (jpeg[i] != 0xFF || jpeg[i + 1] == 0 || (jpeg[i + 1] & 0xF8) == 0xD0)
+            continue;
+        const int nMarker = jpeg[i + 1];
+        char szName[16];
+        const bool bTable = nMarker == 0xC4 || nMarker == 0xDB;
+        std::snprintf(szName, sizeof szName, bTable ? "%02X.%02X " : "%02X ", nMarker,
+                      jpeg[i + 4 < jpeg.size() ? i + 4 : 0]);
+        names += szName;
+        if (nMarker != 0xD8 && nMarker != 0xD9)
+            i += 1 + (std::size_t{jpeg[i + 2]} << 8 | jpeg[i + 3]);
+    }
+    return names;
+}
+
+TEST(Encoder, HeadOfAGreyStream) {
+    const Bytes jpeg = MustWrite({.nWidth = 300, .nHeight = 9, .eFrom = JC_GRAY, .eTo = JC_GRAY});
+    const Bytes head = {0xFF, 0xD8, 0xFF, 0xE0, 0,    16,  'J',  'F',  'I', 'F', 0,   1,   2,   0,
+                        0,    1,    0,    1,    0,    0,   0xFF, 0xFE, 0,   23,  'N', 'o', 'r', 'v',
+                        'a',  'n',  'e',  ' ',  'J',  'P', 'E',  'G',  ' ', 'E', 'n', 'c', 'o', 'd',
+                        'e',  'r',  0,    0xFF, 0xDB, 0,   67,   0,    8,   6,   6};
+    ASSERT_GT(jpeg.size(), head.size());
+    EXPECT_EQ(Bytes(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(head.size())), head);
+    EXPECT_EQ(Segments(jpeg), "D8 E0 FE DB.00 C0 C4.00 C4.10 DA D9 ");
+    const std::size_t nFrame = samples::FindMarker(jpeg, 0xC0);
+    const Bytes frame = {0xFF, 0xC0, 0, 11, 8, 0, 9, 1, 44, 1, 0, 0x11, 0};
+    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nFrame)));
+    const std::size_t nScan = samples::FindMarker(jpeg, 0xDA);
+    const Bytes scan = {0xFF, 0xDA, 0, 8, 1, 0, 0, 0, 63, 0};
+    EXPECT_TRUE(std::equal(scan.begin(), scan.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nScan)));
+}
+
+TEST(Encoder, OrderOfTheSegments) {
+    const std::string strTables = "C4.00 C4.01 C4.10 C4.11 ";
+    const struct {
+        Form form;
+        std::string strSegments;
+    } aRows[] = {
+        {{}, "D8 E0 FE DB.00 DB.01 C0 " + strTables + "DA D9 "},
+        {{.nRestart = 3}, "D8 E0 FE DB.00 DB.01 C0 " + strTables + "DD DA D9 "},
+        {{.eTo = JC_RGB, .eSampling = JS_444}, "D8 EE FE DB.00 DB.01 C0 " + strTables + "DA D9 "},
+        {{.eFrom = JC_CMYK, .eTo = JC_YCCK}, "D8 EE FE DB.00 DB.01 C0 " + strTables + "DA D9 "},
+        {{.eTo = JC_GRAY}, "D8 E0 FE DB.00 C0 C4.00 C4.10 DA D9 "},
+        {{.eFrom = JC_UNKNOWN, .eTo = JC_UNKNOWN}, "D8 FE DB.00 C0 C4.00 C4.10 DA D9 "},
+        {{.nRestart = 3, .bProgressive = true},
+         "D8 E0 FE DB.00 DB.01 C2 DD C4.00 C4.01 DA C4.10 DA C4.11 DA C4.11 DA C4.10 DA C4.10 DA DA "
+         "C4.11 DA C4.11 DA C4.10 DA D9 "},
+        {{.eTo = JC_RGB, .bProgressive = true},
+         "D8 EE FE DB.00 C2 C4.00 C4.01 DA C4.10 DA C4.11 DA C4.11 DA C4.10 DA C4.10 DA DA C4.11 DA "
+         "C4.11 DA C4.10 DA D9 "},
+        {{.eFrom = JC_GRAY, .eTo = JC_GRAY, .bProgressive = true},
+         "D8 E0 FE DB.00 C2 C4.00 DA C4.10 DA C4.10 DA C4.10 DA DA C4.10 DA D9 "},
+    };
+    for (const auto& row : aRows)
+        EXPECT_EQ(Segments(MustWrite(row.form)), row.strSegments) << row.form.Name();
+    // The factors and selectors of planes, and the transform that the Adobe segment tells.
+    const Bytes planes = MustWrite({.eFrom = JC_YCBCR420_PLANAR});
+    const std::size_t nFrame = samples::FindMarker(planes, 0xC0);
+    EXPECT_EQ(Bytes(planes.begin() + static_cast<std::ptrdiff_t>(nFrame) + 9,
+                    planes.begin() + static_cast<std::ptrdiff_t>(nFrame) + 19),
+              (Bytes{3, 0, 0x22, 0, 1, 0x11, 1, 2, 0x11, 1}));
+    const Bytes ycck = MustWrite({.eFrom = JC_CMYK, .eTo = JC_YCCK, .eSampling = JS_422});
+    EXPECT_EQ(Bytes(ycck.begin() + 2, ycck.begin() + 18),
+              (Bytes{0xFF, 0xEE, 0, 14, 'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, 2}));
+}
+
+TEST(Encoder, QualityMakesTheTables) {
+    const auto tables = [](int nQuality) {
+        const Bytes jpeg = MustWrite({.nQuality = nQuality});
+        const std::size_t nAt = samples::FindMarker(jpeg, 0xDB) + 5;
+        Bytes both;
+        for (std::size_t i = 0; i < 64; ++i)
+            both.push_back(jpeg[nAt + i]);
+        for (std::size_t i = 0; i < 64; ++i)
+            both.push_back(jpeg[nAt + 69 + i]);
+        return both;
+    };
+    EXPECT_EQ(tables(100), Bytes(128, 1));
+    const Bytes plain = tables(50), coarse = tables(1);
+    // The first and last of K.1 and K.2 in zigzag order.
+    EXPECT_EQ(Bytes(plain.begin(), plain.begin() + 6), (Bytes{16, 11, 12, 14, 12, 10}));
+    EXPECT_EQ(Bytes(plain.begin() + 64, plain.begin() + 70), (Bytes{17, 18, 18, 24, 21, 24}));
+    EXPECT_EQ(plain[63], 99);
+    EXPECT_EQ(coarse, Bytes(128, 255));
+    Bytes out;
+    EXPECT_EQ(Write({.nQuality = 0}, Picture(64, 48, 3), 1 << 16, out), JPEG_INTERNAL_ERROR);
+    EXPECT_TRUE(out.empty());
+}
+
+// Every second MCU, counted round; the markers stand on byte borders behind a fill of ones.
+TEST(Encoder, RestartsCountRound) {
+    for (const bool bGrey : {false, true}) {
+        Form form{.nWidth = 200, .nHeight = 50, .nRestart = 2};
+        form.eTo = bGrey ? JC_GRAY : JC_YCBCR;
+        const Bytes jpeg = MustWrite(form);
+        std::string strFound, strWanted;
+        for (std::size_t i = samples::FindMarker(jpeg, 0xDA) + 2; i + 1 < jpeg.size(); ++i) {
+            if (jpeg[i] == 0xFF && jpeg[i + 1] >= 0xD0 && jpeg[i + 1] <= 0xD7)
+                strFound += static_cast<char>('0' + (jpeg[i + 1] & 7));
+        }
+        const int nMcus = bGrey ? 25 * 7 : 13 * 4;
+        for (int i = 0; i < (nMcus - 1) / 2; ++i)
+            strWanted += static_cast<char>('0' + i % 8);
+        EXPECT_EQ(strFound, strWanted);
+        // Restarts change the stream, not the picture.
+        Form plain = form;
+        plain.nRestart = 0;
+        const auto with = samples::DecodeRaw(jpeg), without = samples::DecodeRaw(MustWrite(plain));
+        for (std::size_t c = 0; c < with.size(); ++c)
+            EXPECT_EQ(with[c].aSamples, without[c].aSamples);
+    }
+}
+
+TEST(Encoder, RefusesWhatItCannotTell) {
+    const Bytes pixels = Picture(64, 48, 4);
+    const struct {
+        Form form;
+        JpegStatus eStatus;
+    } aRows[] = {
+        {{.eFrom = JC_GRAY}, JPEG_NOT_SUPPORTED},                                 // grey to YCbCr
+        {{.eFrom = JC_BGR, .eTo = JC_RGB}, JPEG_NOT_SUPPORTED},                   //
+        {{.eFrom = JC_YCBCR420_PLANAR, .eSampling = JS_444}, JPEG_NOT_SUPPORTED}, // planes as they are
+        {{.eSampling = JS_OTHER}, JPEG_NOT_SUPPORTED},                            //
+        {{.nRestart = 65536}, JPEG_NOT_SUPPORTED},                                //
+        {{.nRestart = -1}, JPEG_NOT_SUPPORTED},                                   //
+        {{.nWidth = 0}, JPEG_INTERNAL_ERROR},                                     //
+        {{.nHeight = -7}, JPEG_INTERNAL_ERROR},                                   //
+        {{.nWidth = 65501, .nHeight = 1}, JPEG_NOT_SUPPORTED}, // beyond the decoder's limit
+        {{.nWidth = 65000, .nHeight = 65000, .eFrom = JC_GRAY, .eTo = JC_GRAY}, JPEG_NOT_SUPPORTED},
+    };
+    for (const auto& row : aRows) {
+        CJPEGEncoder encoder;
+        std::uint8_t aOut[4096];
+        std::int32_t nSize = sizeof aOut;
+        const PlanarSource planes{pixels.data(), pixels.data(), pixels.data()};
+        const bool bPlanar = row.form.eFrom == JC_YCBCR420_PLANAR;
+        EXPECT_EQ(encoder.SetSource(bPlanar ? static_cast<const void*>(&planes) : pixels.data(),
+                                    row.form.nWidth, row.form.nHeight, row.form.Channels(),
+                                    row.form.nWidth * row.form.Channels(), row.form.eFrom),
+                  JPEG_OK);
+        EXPECT_EQ(encoder.SetParams(75, row.form.eSampling, row.form.eTo, false, row.form.nRestart), JPEG_OK);
+        EXPECT_EQ(encoder.WriteImage(aOut, &nSize), row.eStatus) << row.form.Name();
+        EXPECT_EQ(encoder.WriteImageProgressive(aOut, &nSize), row.eStatus) << row.form.Name();
+        EXPECT_EQ(encoder.m_nDstPos, 0);
+    }
+    CJPEGEncoder narrow;
+    std::uint8_t aOut[4096];
+    std::int32_t nSize = sizeof aOut;
+    EXPECT_EQ(narrow.SetSource(pixels.data(), 64, 48, 3, 191, JC_RGB), JPEG_OK);
+    EXPECT_EQ(narrow.SetParams(75, JS_420, JC_YCBCR, false, 0), JPEG_OK);
+    EXPECT_EQ(narrow.WriteImage(aOut, &nSize), JPEG_INTERNAL_ERROR);
+    EXPECT_EQ(narrow.WriteImage(nullptr, &nSize), JPEG_INTERNAL_ERROR);
+    EXPECT_EQ(narrow.WriteImage(aOut, nullptr), JPEG_INTERNAL_ERROR);
+}
+
+// Every capacity from none to the whole stream: headers stop with one status, data with the other, and a byte
+// more than the stream's length is what it takes.
+TEST(Encoder, EveryCapacity) {
+    for (const bool bProgressive : {false, true}) {
+        const Form form{.nWidth = 40, .nHeight = 21, .nRestart = 2, .bProgressive = bProgressive};
+        const Bytes pixels = Picture(form.nWidth, form.nHeight, 3);
+        const Bytes whole = MustWrite(form, pixels);
+        const auto nWhole = static_cast<std::int32_t>(whole.size());
+        const auto nData = static_cast<std::int32_t>(samples::FindMarker(whole, 0xDA)) + 14;
+        for (std::int32_t n = 0; n <= nWhole + 1; ++n) {
+            Bytes out;
+            const JpegStatus eStatus = Write(form, pixels, n, out);
+            ASSERT_TRUE(std::equal(out.begin(), out.end(), whole.begin())) << n;
+            const bool bInData = n > nData && n < nWhole - 2;
+            const JpegStatus eWanted = n > nWhole ? JPEG_OK
+                                       : bInData  ? JPEG_INTERNAL_ERROR
+                                                  : JPEG_BUFFER_EXHAUSTED;
+            // Between two scans of a progressive stream there are more headers.
+            if (!bProgressive || !bInData || eStatus != JPEG_BUFFER_EXHAUSTED) {
+                ASSERT_EQ(eStatus, eWanted) << n;
+            }
+        }
+    }
+}
+
+// Root of the mean square error of a decoded component against what was encoded, over whole pictures.
+double Distance(const Plane& got, const std::uint8_t* pWanted, int nWidth, int nHeight, int nStep,
+                int nPixel = 1) {
+    double sum = 0;
+    for (int y = 0; y < nHeight; ++y) {
+        for (int x = 0; x < nWidth; ++x) {
+            const double error = got.At(x, y) - pWanted[y * nStep + x * nPixel];
+            sum += error * error;
+        }
+    }
+    return std::sqrt(sum / nWidth / nHeight);
+}
+
+// All sizes around the borders of blocks and MCUs, from planes in memory of exactly their size (ASan guards
+// the reads): both decoders get the picture, within what steps of 1 leave.
+TEST(Encoder, OddSizesOfPlanes) {
+    for (const int nWidth : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 101}) {
+        for (const int nHeight : {1, 2, 5, 8, 15, 16, 17, 35}) {
+            const int nHalfWidth = nWidth / 2, nHalfHeight = nHeight / 2;
+            const Bytes y = Picture(nWidth, nHeight, 1, 1);
+            const Bytes cb = Picture(std::max(nHalfWidth, 1), nHalfHeight, 1, 2);
+            const Bytes cr = Picture(std::max(nHalfWidth, 1), nHalfHeight, 1, 3);
+            Bytes out(1 << 16);
+            std::int32_t nSize = 0;
+            ASSERT_EQ(EncodeJpegYV12(y.data(), cr.data(), cb.data(), nWidth, nHeight, 100, out.data(),
+                                     static_cast<std::int32_t>(out.size()), &nSize, 0),
+                      ImageOk);
+            out.resize(static_cast<std::size_t>(nSize));
+            const auto planes = samples::DecodeRaw(out);
+            ASSERT_EQ(planes.size(), 3u);
+            EXPECT_LE(Distance(planes[0], y.data(), nWidth, nHeight, nWidth), 1.0);
+            const bool bChroma = nHalfWidth > 0 && nHalfHeight > 0;
+            if (bChroma) {
+                EXPECT_LE(Distance(planes[1], cb.data(), nHalfWidth, nHalfHeight, nHalfWidth), 1.0);
+                EXPECT_LE(Distance(planes[2], cr.data(), nHalfWidth, nHalfHeight, nHalfWidth), 1.0);
+            } else {
+                EXPECT_EQ(planes[1].At(0, 0), 128);
+            }
+            // Beyond the right edge stands the last sample.
+            if (nWidth % 16 != 0 && planes[0].nWidth > nWidth) {
+                EXPECT_NEAR(planes[0].At(nWidth, 0), y[static_cast<std::size_t>(nWidth) - 1], 3);
+            }
+
+            const FrameBlock block = DecodeToFrameBlock(out.data(), nSize);
+            ASSERT_TRUE(block) << nWidth << "x" << nHeight;
+            for (std::size_t i = 0; i < y.size(); ++i)
+                ASSERT_NEAR(block.Planes()[i], y[i], 4);
+
+            Bytes grey(1 << 16);
+            ASSERT_EQ(EncodeJpegGrey(y.data(), nWidth, nHeight, 100, grey.data(),
+                                     static_cast<std::int32_t>(grey.size()), &nSize, 0),
+                      ImageOk);
+            grey.resize(static_cast<std::size_t>(nSize));
+            EXPECT_LE(Distance(samples::DecodeRaw(grey)[0], y.data(), nWidth, nHeight, nWidth), 1.0);
+        }
+    }
+}
+
+// Strides: a grey picture and planes cut out of wider ones are what they are by themselves.
+TEST(Encoder, StridesAreKept) {
+    const int nWidth = 50, nHeight = 34, nStep = 71;
+    const Bytes wide = Picture(nStep, nHeight * 2, 1);
+    const auto cut = [&](const std::uint8_t* p, int nColumns, int nRows, int nFrom) {
+        Bytes plane;
+        for (int y = 0; y < nRows; ++y)
+            plane.insert(plane.end(), p + y * nFrom, p + y * nFrom + nColumns);
+        return plane;
+    };
+    Bytes a(1 << 16), b(1 << 16);
+    const auto nRoom = static_cast<std::int32_t>(a.size());
+    std::int32_t nA = 0, nB = 0;
+    const Bytes y = cut(wide.data(), nWidth, nHeight, nStep);
+    ASSERT_EQ(EncodeJpegGrey(wide.data(), nWidth, nHeight, 80, a.data(), nRoom, &nA, nStep), ImageOk);
+    ASSERT_EQ(EncodeJpegGrey(y.data(), nWidth, nHeight, 80, b.data(), nRoom, &nB, 0), ImageOk);
+    EXPECT_EQ(nA, nB);
+    EXPECT_EQ(a, b);
+    const std::uint8_t* const pChroma = wide.data() + 100; // half of an odd stride is rounded down
+    const Bytes c = cut(pChroma, nWidth / 2, nHeight / 2, nStep / 2);
+    ASSERT_EQ(EncodeJpegYV12(wide.data(), pChroma, pChroma, nWidth, nHeight, 80, a.data(), nRoom, &nA, nStep),
+              ImageOk);
+    ASSERT_EQ(EncodeJpegYV12(y.data(), c.data(), c.data(), nWidth, nHeight, 80, b.data(), nRoom, &nB, 0),
+              ImageOk);
+    EXPECT_EQ(nA, nB);
+    EXPECT_EQ(a, b);
+}
+
+TEST(Encoder, FacadeRefusals) {
+    const Bytes y = Picture(16, 16, 1);
+    std::uint8_t aOut[2048];
+    std::fill(std::begin(aOut), std::end(aOut), std::uint8_t{0x5A});
+    std::int32_t nSize = -7;
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 1, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(aOut[0], 0x5A);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 300, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(aOut[300], 0x5A);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, -1, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 0, aOut, 2048, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, &nSize, 15), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, &nSize, -16), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(nullptr, 16, 16, 75, aOut, 2048, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, nullptr, 2048, &nSize, 0), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, nullptr, 0), ImageEncodeFailed);
+    EXPECT_EQ(EncodeJpegYV12(y.data(), nullptr, y.data(), 16, 16, 75, aOut, 2048, &nSize, 0),
+              ImageEncodeFailed);
+    EXPECT_EQ(nSize, -7);
+    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, &nSize, 0), ImageOk);
+    EXPECT_EQ(aOut[nSize], 0x5A);
+}
+
+// Each pair of colours, sampling and kind of stream: the components that libjpeg finds are the pixels after
+// the conversion, at full resolution within what the quantiser leaves. A progressive stream holds exactly the
+// coefficients of the sequential one.
+class EncodedColours : public testing::TestWithParam<std::tuple<JpegColor, JpegColor, JpegSampling>> {};
+
+TEST_P(EncodedColours, ComeBack) {
+    const auto [eFrom, eTo, eSampling] = GetParam();
+    Form form{
+        .nWidth = 61, .nHeight = 43, .eFrom = eFrom, .eTo = eTo, .eSampling = eSampling, .nQuality = 95};
+    const int nChannels = form.Channels();
+    const Bytes pixels = Picture(form.nWidth, form.nHeight, nChannels);
+    const auto planes = samples::DecodeRaw(MustWrite(form, pixels));
+    const std::size_t nComponents = eTo == JC_GRAY ? 1 : nChannels == 4 ? 4 : 3;
+    ASSERT_EQ(planes.size(), nComponents);
+    if (eFrom == eTo) {
+        for (std::size_t c = 0; c < planes.size(); ++c) {
+            if (eSampling == JS_444 || c == 0 || c == 3) {
+                EXPECT_LE(Distance(planes[c], pixels.data() + c, form.nWidth, form.nHeight,
+                                   form.nWidth * nChannels, nChannels),
+                          4.0);
+            }
+        }
+    } else {
+        Bytes luma;
+        for (std::size_t i = 0; i < pixels.size(); i += static_cast<std::size_t>(nChannels)) {
+            const auto at = [&](std::size_t n) {
+                return eFrom == JC_CMYK ? 255 - pixels[i + n] : pixels[i + n];
+            };
+            const bool bBlueFirst = eFrom == JC_BGR;
+            luma.push_back(static_cast<std::uint8_t>(std::lround(
+                0.299 * at(bBlueFirst ? 2 : 0) + 0.587 * at(1) + 0.114 * at(bBlueFirst ? 0 : 2))));
+        }
+        EXPECT_LE(Distance(planes[0], luma.data(), form.nWidth, form.nHeight, form.nWidth), 4.0);
+    }
+    for (const int nRestart : {0, 5}) {
+        form.bProgressive = true;
+        form.nRestart = nRestart;
+        const auto progressive = samples::DecodeRaw(MustWrite(form, pixels));
+        ASSERT_EQ(progressive.size(), planes.size());
+        for (std::size_t c = 0; c < planes.size(); ++c) {
+            // Blocks that only fill up MCUs are not in AC scans.
+            const bool bHalf = eSampling != JS_444 && (c == 1 || c == 2);
+            const int nWidth = bHalf ? (form.nWidth + 1) / 2 : form.nWidth;
+            const int nHeight = bHalf && eSampling == JS_420 ? (form.nHeight + 1) / 2 : form.nHeight;
+            for (int y = 0; y < nHeight; ++y) {
+                for (int x = 0; x < nWidth; ++x)
+                    ASSERT_EQ(progressive[c].At(x, y), planes[c].At(x, y)) << c << " " << x << " " << y;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Pairs, EncodedColours,
+    testing::Values(std::tuple{JC_GRAY, JC_GRAY, JS_444}, std::tuple{JC_GRAY, JC_GRAY, JS_420},
+                    std::tuple{JC_RGB, JC_GRAY, JS_444}, std::tuple{JC_RGB, JC_RGB, JS_444},
+                    std::tuple{JC_RGB, JC_RGB, JS_420}, std::tuple{JC_RGB, JC_YCBCR, JS_444},
+                    std::tuple{JC_RGB, JC_YCBCR, JS_422}, std::tuple{JC_RGB, JC_YCBCR, JS_420},
+                    std::tuple{JC_BGR, JC_YCBCR, JS_420}, std::tuple{JC_CMYK, JC_CMYK, JS_444},
+                    std::tuple{JC_CMYK, JC_CMYK, JS_422}, std::tuple{JC_CMYK, JC_YCCK, JS_420}));
+
+// Blocks that are hard for the coders: long runs of ends of band with corrections, and every size of value.
+TEST(Encoder, ProgressiveOfExtremes) {
+    for (const unsigned nSeed : {1u, 2u, 3u}) {
+        std::minstd_rand random(nSeed);
+        Form form{.nWidth = 520, .nHeight = 520, .eFrom = JC_GRAY, .eTo = JC_GRAY, .nQuality = 100};
+        Bytes pixels(520 * 520);
+        for (std::size_t i = 0; i < pixels.size(); ++i) {
+            const auto nNoise = static_cast<unsigned>(random());
+            pixels[i] = static_cast<std::uint8_t>(nSeed == 1   ? (nNoise % 2) * 255
+                                                  : nSeed == 2 ? 128 + (nNoise % 4096 == 0)
+                                                               : i / 16 % 256 + nNoise % 3);
+        }
+        const auto sequential = samples::DecodeRaw(MustWrite(form, pixels));
+        form.bProgressive = true;
+        EXPECT_EQ(samples::DecodeRaw(MustWrite(form, pixels))[0].aSamples, sequential[0].aSamples) << nSeed;
+    }
+}
+
+// Every level writes the same stream.
+TEST(Encoder, LevelsAgree) {
+    const int nBest = ippLevelFromFeatures(ippGetFeatures()).nLevel;
+    for (const bool bProgressive : {false, true}) {
+        const Form form{
+            .nWidth = 333, .nHeight = 77, .nQuality = 88, .nRestart = 7, .bProgressive = bProgressive};
+        g_nKernelLevel = 0;
+        const Bytes wanted = MustWrite(form);
+        for (int nVariant = 1; nVariant <= nBest + (ippHasWideKernels() ? 1 : 0); ++nVariant) {
+            g_nKernelLevel = std::min(nVariant, nBest);
+            g_nKernelWide = nVariant > nBest ? 1 : 0;
+            EXPECT_EQ(MustWrite(form), wanted) << nVariant;
+        }
+    }
+    g_nKernelLevel = 0;
+}
+
+} // namespace
