@@ -176,6 +176,8 @@ private:
     JpegStatus DecodeRasterRow(CJPEGColorComponent& component, const IppProgressiveRow& row,
                                std::int32_t nCols);
     JpegStatus DecodeInterleavedScan();
+    JpegStatus DecodeInterleavedMcu(std::int16_t* pBlock);
+    IppProgressiveMcus LayOutDcScan() const;
     JpegStatus RestartWhereDue();
     JpegStatus DecodeScanBlock(CJPEGColorComponent& component, std::int16_t* pBlock);
     JpegStatus PaintWhenComplete();

@@ -172,24 +172,69 @@ JpegStatus CJPEGDecoder::DecodeRasterRow(CJPEGColorComponent& component, const I
     return JPEG_OK;
 }
 
-// A DC scan of several components: MCU after MCU, the blocks of those that the scan names.
+// What a DC scan of several components does with each MCU, for the fast way.
+IppProgressiveMcus CJPEGDecoder::LayOutDcScan() const {
+    IppProgressiveMcus mcus{};
+    mcus.nAl = m_nAl;
+    mcus.bRefine = m_nAh != 0;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        const CJPEGColorComponent& component = *m_apComponents[i];
+        const bool bNamed = (m_nScanComponents >> i & 1) != 0;
+        for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0; --n) {
+            mcus.abNamed[mcus.nBlocks] = bNamed;
+            mcus.anComponents[mcus.nBlocks] = i;
+            if (bNamed && !mcus.bRefine)
+                mcus.apTables[mcus.nBlocks] = m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get();
+            mcus.nNamed += bNamed ? 1 : 0;
+            ++mcus.nBlocks;
+        }
+    }
+    return mcus;
+}
+
+// As many MCUs at once as the fast way takes up to the next restart, then one in the way that takes all.
 JpegStatus CJPEGDecoder::DecodeInterleavedScan() {
-    std::int16_t* pBlock = m_pCoefficients.get();
-    for (std::int64_t nMcus = std::int64_t{m_nMcuCols} * m_nMcuRows; nMcus > 0; --nMcus) {
+    constexpr std::int32_t kMostAtOnce = 1 << 20;
+    IppProgressiveMcus mcus = LayOutDcScan();
+    mcus.pBlocks = m_pCoefficients.get();
+    for (std::int64_t nLeft = std::int64_t{m_nMcuCols} * m_nMcuRows; nLeft > 0;) {
         if (const JpegStatus eStatus = RestartWhereDue(); eStatus != JPEG_OK)
             return eStatus;
-        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            CJPEGColorComponent& component = *m_apComponents[i];
-            const bool bNamed = (m_nScanComponents >> i & 1) != 0;
-            for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0;
-                 --n, pBlock += kBlockSize) {
-                if (!bNamed)
-                    continue;
-                if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
-                    return eStatus;
-            }
+        auto nRun = static_cast<std::int32_t>(std::min<std::int64_t>(nLeft, kMostAtOnce));
+        if (m_nRestartInterval != 0)
+            nRun = std::min(nRun, m_nRestartsToGo);
+        for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+            mcus.anLastDc[i] = m_apComponents[i]->m_nLastDc;
+        std::int32_t nDone = 0;
+        if (ippiDecodeProgressiveMcus_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
+                                                 m_pHuffmanState.get(), &mcus, nRun, &nDone) < 0)
+            return JPEG_INTERNAL_ERROR;
+        for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+            m_apComponents[i]->m_nLastDc = mcus.anLastDc[i];
+        mcus.pBlocks += kBlockSize * mcus.nBlocks * nDone;
+        if (nDone < nRun) {
+            if (const JpegStatus eStatus = DecodeInterleavedMcu(mcus.pBlocks); eStatus != JPEG_OK)
+                return eStatus;
+            mcus.pBlocks += kBlockSize * mcus.nBlocks;
+            ++nDone;
         }
-        --m_nRestartsToGo;
+        nLeft -= nDone;
+        m_nRestartsToGo -= nDone;
+    }
+    return JPEG_OK;
+}
+
+JpegStatus CJPEGDecoder::DecodeInterleavedMcu(std::int16_t* pBlock) {
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        CJPEGColorComponent& component = *m_apComponents[i];
+        const bool bNamed = (m_nScanComponents >> i & 1) != 0;
+        for (std::int32_t n = component.m_nHSampling * component.m_nVSampling; n > 0;
+             --n, pBlock += kBlockSize) {
+            if (!bNamed)
+                continue;
+            if (const JpegStatus eStatus = DecodeScanBlock(component, pBlock); eStatus != JPEG_OK)
+                return eStatus;
+        }
     }
     return JPEG_OK;
 }

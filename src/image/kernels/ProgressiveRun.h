@@ -1,10 +1,11 @@
-// AC scans of a progressive frame over many blocks in one call.
+// Scans of a progressive frame over many blocks in one call.
 //
 // The fast way through undamaged data, as McuRun.h is for sequential scans: what it cannot take it leaves
 // untouched to the kernels of single blocks (ProgressiveEntropy.h), which define every outcome.
 #pragma once
 
 #include "image/kernels/Entropy.h"
+#include "image/kernels/McuRun.h"
 
 // The blocks of one component that stand in a row of the picture. Beside its coefficients each has a mask:
 // bit k is set where coefficient k in coding order is not zero, so that a refinement need not look for those.
@@ -30,6 +31,25 @@ IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int
                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
                                               ippiDecodeHuffmanState* pState, const IppProgressiveRow* pRow,
                                               std::int32_t nFirst, std::int32_t nBlocks, std::int32_t* pDone);
+
+// What a DC scan of several components does with an MCU, whose blocks follow each other.
+struct IppProgressiveMcus {
+    std::int32_t nAl; // 0 to 13
+    bool bRefine;
+    std::int16_t* pBlocks; // of the first MCU
+    std::int32_t nBlocks;  // in one MCU, 1 to ippMaxMcuBlocks
+    std::int32_t nNamed;   // how many of them the scan has bits for, and which
+    bool abNamed[ippMaxMcuBlocks];
+    std::int32_t anComponents[ippMaxMcuBlocks];             // 0 to 3
+    const ippiDecodeHuffmanSpec* apTables[ippMaxMcuBlocks]; // first scan alone; null where none is named
+    std::int16_t anLastDc[4];                               // DC predictors by component, carried on
+};
+
+// Decodes nMcus MCUs in the fast way, or as many as it takes: *pDone. As the function above in all else.
+IppStatus ippiDecodeProgressiveMcus_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
+                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
+                                               ippiDecodeHuffmanState* pState, IppProgressiveMcus* pMcus,
+                                               std::int32_t nMcus, std::int32_t* pDone);
 
 // The mask of a block, from its coefficients.
 std::uint64_t ippProgressiveMask(const std::int16_t* pBlock) noexcept;

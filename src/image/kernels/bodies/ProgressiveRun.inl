@@ -1,5 +1,5 @@
-// AC scans over rows of blocks: the procedures of ProgressiveEntropy.inl with one bit reader for all blocks,
-// and with masks in place of walks over the coefficients.
+// Progressive scans over many blocks: the procedures of ProgressiveEntropy.inl with one bit reader for all
+// blocks and, for AC scans, with masks in place of walks over the coefficients.
 
 namespace KERNEL_TARGET {
 namespace {
@@ -60,7 +60,7 @@ inline void FastCorrect(FastBitReader& bits, std::int16_t* pDst, std::uint64_t n
         std::uint32_t nBits = bits.Peek(32);
         std::uint32_t nTaken = 0;
         for (; nMask != 0 && nTaken < 32; ++nTaken, nBits <<= 1, nMask &= nMask - 1) {
-            std::int16_t& nCoefficient = pDst[g_aZigZag[std::countr_zero(nMask)]];
+            std::int16_t& nCoefficient = pDst[g_aZigZag[__builtin_ctzll(nMask)]];
             const std::int32_t nSign = nCoefficient >> 15;
             const std::int32_t nStep = static_cast<std::int32_t>(nBits >> 31 << nAl) & ~nCoefficient;
             nCoefficient = static_cast<std::int16_t>(nCoefficient + ((nStep ^ nSign) - nSign));
@@ -92,7 +92,7 @@ inline bool FastAcRefine(FastBitReader& bits, std::int16_t* pDst, std::uint64_t&
         std::uint64_t nZeros = ~nMask & nBand & MaskOf(k, 64);
         for (; nRun > 0 && nZeros != 0; --nRun)
             nZeros &= nZeros - 1;
-        const std::int32_t nPlace = nZeros != 0 ? std::countr_zero(nZeros) : row.nSe + 1;
+        const std::int32_t nPlace = nZeros != 0 ? __builtin_ctzll(nZeros) : row.nSe + 1;
         FastCorrect(bits, pDst, nMask & MaskOf(k, nPlace), row.nAl);
         if (bits.GaveUp() || (nSize == 1 && nPlace > 63))
             return false;
@@ -138,6 +138,70 @@ inline bool FastAcBlock(FastBitReader& bits, std::int16_t* pDst, std::uint64_t& 
 }
 
 } // namespace
+
+namespace {
+
+inline bool FastDcFirst(FastBitReader& bits, std::int16_t* pMcu, const IppProgressiveMcus& mcus,
+                        std::int16_t (&anLastDc)[4]) {
+    for (std::int32_t i = 0; i < mcus.nBlocks; ++i) {
+        if (!mcus.apTables[i])
+            continue;
+        bits.Refill();
+        std::int16_t& nLastDc = anLastDc[mcus.anComponents[i]];
+        if (const std::uint32_t nSize = bits.Symbol(*mcus.apTables[i]) & 15)
+            nLastDc = AddDc(nLastDc, bits.Value(nSize));
+        pMcu[64 * i] = ShiftLeft(nLastDc, mcus.nAl);
+    }
+    return !bits.GaveUp();
+}
+
+inline bool FastDcRefine(FastBitReader& bits, std::int16_t* pMcu, const IppProgressiveMcus& mcus) {
+    bits.Refill();
+    std::uint32_t nBits = bits.Peek(32);
+    bits.Drop(static_cast<std::uint32_t>(mcus.nNamed));
+    if (bits.GaveUp())
+        return false;
+    for (std::int32_t i = 0; i < mcus.nBlocks; ++i) {
+        if (!mcus.abNamed[i])
+            continue;
+        pMcu[64 * i] =
+            static_cast<std::int16_t>(pMcu[64 * i] | static_cast<std::int32_t>(nBits >> 31 << mcus.nAl));
+        nBits <<= 1;
+    }
+    return true;
+}
+
+} // namespace
+
+IppStatus ippiDecodeProgressiveMcus_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
+                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
+                                               ippiDecodeHuffmanState* pState, IppProgressiveMcus* pMcus,
+                                               std::int32_t nMcus, std::int32_t* pDone) {
+    if (!pMcus || !pDone)
+        return ippStsNullPtrErr;
+    if (const IppStatus nStatus = CheckProgressive(pSrc, nSrcSize, pSrcCurrPos, pMcus->pBlocks, pMarker,
+                                                   pState, {kAnySs, kAnySe, pMcus->nAl}))
+        return nStatus;
+    if (nMcus < 0 || pMcus->nBlocks < 1 || pMcus->nBlocks > ippMaxMcuBlocks)
+        return ippStsBadArgument;
+    FastBitReader bits(pSrc, nSrcSize, *pSrcCurrPos, *pMarker, *pState);
+    std::int16_t anLastDc[4];
+    std::copy_n(pMcus->anLastDc, 4, anLastDc);
+    std::int32_t nDone = 0;
+    for (std::int16_t* pMcu = pMcus->pBlocks; nDone < nMcus && !bits.GaveUp();
+         ++nDone, pMcu += 64 * pMcus->nBlocks) {
+        FastBitReader trial = bits;
+        if (!(pMcus->bRefine ? FastDcRefine(trial, pMcu, *pMcus)
+                             : FastDcFirst(trial, pMcu, *pMcus, anLastDc)))
+            break;
+        bits = trial;
+        std::copy_n(anLastDc, 4, pMcus->anLastDc);
+    }
+    if (nDone > 0)
+        bits.Commit(*pSrcCurrPos, *pState);
+    *pDone = nDone;
+    return ippStsNoErr;
+}
 
 IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,

@@ -43,21 +43,29 @@ void ClearSpec(ippiDecodeHuffmanSpec& spec) {
     spec.aMaxCode[17] = 0x7FFFFFFF;
 }
 
-// The AC coefficients that ippDecodeRunBits bits hold whole: code (here of up to 8 bits) and value.
+// The AC coefficients that ippDecodeRunBits bits hold whole: code (here of up to 8 bits) and value. Each code
+// fills the entries that begin with it.
 void FillRunTable(ippiDecodeHuffmanSpec& spec) {
-    for (std::uint32_t nBits = 0; nBits < 1u << ippDecodeRunBits; ++nBits) {
-        const std::uint32_t nFast = spec.aFast[nBits >> (ippDecodeRunBits - 8)];
-        if (nFast == 0)
+    constexpr std::uint32_t kBits = ippDecodeRunBits;
+    for (std::uint32_t nFirst = 0; nFirst < 256;) {
+        const std::uint32_t nFast = spec.aFast[nFirst];
+        if (nFast == 0) {
+            ++nFirst;
             continue;
+        }
         const std::uint32_t nLength = nFast >> 16;
         const std::uint32_t nRun = nFast >> 4 & 15;
         const std::uint32_t nSize = nFast & 15;
+        std::uint32_t* pEntries = spec.aRun + (nFirst << (kBits - 8));
+        nFirst += 1u << (8 - nLength);
         if (nSize == 0) {
-            spec.aRun[nBits] = (nRun == 15 ? 16u : 64u) << 8 | nLength;
-        } else if (nLength + nSize <= std::uint32_t{ippDecodeRunBits}) {
-            const std::uint32_t nRaw = nBits >> (ippDecodeRunBits - nLength - nSize) & ((1u << nSize) - 1);
-            const auto nValue = static_cast<std::uint32_t>(ReceiveExtend(nRaw, nSize));
-            spec.aRun[nBits] = nValue << 16 | (nRun + 1) << 8 | (nLength + nSize);
+            std::fill_n(pEntries, 1u << (kBits - nLength), (nRun == 15 ? 16u : 64u) << 8 | nLength);
+        } else if (nLength + nSize <= kBits) {
+            const std::uint32_t nEach = 1u << (kBits - nLength - nSize);
+            for (std::uint32_t nRaw = 0; nRaw < 1u << nSize; ++nRaw, pEntries += nEach) {
+                const auto nValue = static_cast<std::uint32_t>(ReceiveExtend(nRaw, nSize));
+                std::fill_n(pEntries, nEach, nValue << 16 | (nRun + 1) << 8 | (nLength + nSize));
+            }
         }
     }
 }
