@@ -3,8 +3,6 @@
 // command.
 #pragma once
 
-#include <string>
-
 #include "tools/jpeg/options.h"
 
 namespace jpegtool {
@@ -13,8 +11,5 @@ int RunInfo(const Options& options);
 int RunDecode(const Options& options);
 int RunEncode(const Options& options);
 int RunBench(const Options& options);
-
-// "morrowstream-jpeg: ..." on the standard error.
-void Complain(const std::string& line);
 
 } // namespace jpegtool

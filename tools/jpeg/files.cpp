@@ -51,4 +51,10 @@ void WriteFile(const std::string& path, std::span<const std::uint8_t> head,
         throw SystemError(path);
 }
 
+void Complain(const std::string& line) {
+    // The two outputs often share a terminal: what was printed before comes before.
+    std::fflush(stdout);
+    std::fprintf(stderr, "morrowstream-jpeg: %s\n", line.c_str());
+}
+
 } // namespace jpegtool

@@ -1,4 +1,4 @@
-// Whole files in memory.
+// Whole files in memory, and what is said about them.
 #pragma once
 
 #include <cstdint>
@@ -17,5 +17,8 @@ inline constexpr std::size_t kLargestFile = INT32_MAX;
 Bytes ReadFile(const std::string& path);
 void WriteFile(const std::string& path, std::span<const std::uint8_t> head,
                std::span<const std::uint8_t> body = {});
+
+// "morrowstream-jpeg: ..." on the standard error.
+void Complain(const std::string& line);
 
 } // namespace jpegtool

@@ -8,14 +8,9 @@
 #include "tools/jpeg/commands.h"
 #include "tools/jpeg/engines.h"
 #include "tools/jpeg/errors.h"
+#include "tools/jpeg/files.h"
 
 namespace jpegtool {
-
-void Complain(const std::string& line) {
-    // The two outputs often share a terminal: what was printed before comes before.
-    std::fflush(stdout);
-    std::fprintf(stderr, "morrowstream-jpeg: %s\n", line.c_str());
-}
 
 namespace {
 

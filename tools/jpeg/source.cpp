@@ -69,27 +69,30 @@ void CheckSize(const std::string& path, const Source& source) {
                         std::to_string(source.height) + " is beyond the limits of the codec");
 }
 
-void ReadNetpbm(const std::string& path, const Bytes& file, Source& source) {
+} // namespace
+
+Source ParseNetpbm(const std::string& name, PictureFormat format, const Bytes& file) {
+    Source source;
+    source.format = format;
     const std::string magic = source.format == PictureFormat::Pgm ? "P5" : "P6";
     Header header(file);
     if (header.Word() != magic)
-        throw FileError(path + ": no picture of the binary form " + magic);
+        throw FileError(name + ": no picture of the binary form " + magic);
     source.width = header.Number();
     source.height = header.Number();
     const std::int32_t most = header.Number();
     if (source.width < 1 || source.height < 1 || most < 1)
-        throw FileError(path + ": a bad header");
+        throw FileError(name + ": a bad header");
     if (most != 255)
-        throw FileError(path + ": samples up to " + std::to_string(most) + "; only 255 can be encoded");
-    CheckSize(path, source);
+        throw FileError(name + ": samples up to " + std::to_string(most) + "; only 255 can be encoded");
+    CheckSize(name, source);
     const std::size_t bytes = SampleBytes(source);
     if (file.size() < header.End() || file.size() - header.End() < bytes)
-        throw FileError(path + ": ends before its last sample");
+        throw FileError(name + ": ends before its last sample");
     const auto begin = file.begin() + static_cast<std::ptrdiff_t>(header.End());
     source.samples.assign(begin, begin + static_cast<std::ptrdiff_t>(bytes));
+    return source;
 }
-
-} // namespace
 
 Source ReadSource(const std::string& path, std::optional<Size> size) {
     Source source;
@@ -100,10 +103,8 @@ Source ReadSource(const std::string& path, std::optional<Size> size) {
     if (!bare && size)
         throw UsageError("--size is for .yuv files; others tell theirs");
     Bytes file = ReadFile(path);
-    if (!bare) {
-        ReadNetpbm(path, file, source);
-        return source;
-    }
+    if (!bare)
+        return ParseNetpbm(path, source.format, file);
     std::tie(source.width, source.height) = *size;
     CheckSize(path, source);
     if (file.size() != SampleBytes(source))

@@ -25,4 +25,7 @@ using Size = std::pair<std::int32_t, std::int32_t>;
 // too many, FileError for a file that holds no such picture or one beyond the codec's limits.
 Source ReadSource(const std::string& path, std::optional<Size> size);
 
+// The content of a .pgm or .ppm file; `name` is for the line that refuses it. Takes bytes of any content.
+Source ParseNetpbm(const std::string& name, PictureFormat format, const Bytes& file);
+
 } // namespace jpegtool
