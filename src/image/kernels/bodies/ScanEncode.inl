@@ -36,10 +36,14 @@ std::uint64_t InCodingOrder(std::uint64_t nMask) {
     return nOrdered;
 }
 
+// Blocks that are worked on together: of one MCU or of several. An even number, for vectors of two.
+constexpr std::int32_t kBatchBlocks = 12;
+static_assert(kBatchBlocks >= ippScanMaxBlocks);
+
 // A block takes at most 64 symbols of 16 bits with values of 11; each store writes eight bytes.
 constexpr std::ptrdiff_t kBlockBytes = 64 * (16 + 11) / 8;
 constexpr std::ptrdiff_t kWindowBytes = 16384;
-constexpr std::ptrdiff_t kWindowFull = kWindowBytes - ippScanMaxBlocks * kBlockBytes - 8;
+constexpr std::ptrdiff_t kWindowFull = kWindowBytes - kBatchBlocks * kBlockBytes - 8;
 static_assert(kWindowFull > 0);
 
 class ScanWriter {
@@ -49,12 +53,11 @@ public:
           m_nHeld(std::uint64_t{state.nAccumulator} << 40), m_nBits(static_cast<std::uint32_t>(state.nBits)) {
     }
 
-    void Block(const std::int16_t* pBlock, std::uint64_t nMask, const ippiScanComponent& component,
-               std::int16_t& nLastDc) {
+    void Block(const std::int16_t* pBlock, std::uint64_t nMask, ippiScanComponent& component) {
         // Copies, which stay in registers: the window's bytes could be any memory to a compiler.
         Cursor cursor{m_pNext, m_nHeld, m_nBits};
-        const std::int32_t nDifference = pBlock[0] - nLastDc;
-        nLastDc = pBlock[0];
+        const std::int32_t nDifference = pBlock[0] - component.nLastDc;
+        component.nLastDc = pBlock[0];
         const std::uint32_t nDcSize = SizeOf(nDifference);
         cursor.Put(component.pDcTable->aWhole[nDcSize], nDifference, nDcSize);
 
@@ -153,38 +156,82 @@ private:
     std::uint8_t m_aWindow[kWindowBytes];
 };
 
-void EncodeMcuBlock(ScanWriter& writer, ippiScanComponent& component, const std::uint8_t* pSamples) {
+// One block of the scan: where its samples begin and whose they are.
+struct ScanBlock {
+    const std::uint8_t* pSamples;
+    ippiScanComponent* pComponent;
+
+    const std::uint8_t* Row(int y) const { return pSamples + std::ptrdiff_t{y} * pComponent->nStep; }
+    const std::uint16_t* Factors(int x) const { return pComponent->pExchangedTable + 8 * x; }
+};
+
+void EncodeOneBlock(ScanWriter& writer, const ScanBlock& block) {
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        rows[y] = LoadShifted(pSamples + std::ptrdiff_t{y} * component.nStep);
+        rows[y] = LoadShifted(block.Row(y));
     ForwardTransform(rows);
     alignas(32) std::int16_t aBlock[64];
-    std::uint64_t nMask = 0;
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], component.pExchangedTable + 8 * x);
+        rows[x] = RoundedProduct(rows[x], block.Factors(x));
         Store(aBlock + 8 * x, rows[x]);
     }
+    std::uint64_t nMask = 0;
     for (int x = 0; x < 8; x += 2)
         nMask |= std::uint64_t{NonZeroMask(rows[x], rows[x + 1])} << (8 * x);
-    writer.Block(aBlock, nMask, component, component.nLastDc);
+    writer.Block(aBlock, nMask, *block.pComponent);
 }
 
-void EncodeMcu(ScanWriter& writer, ippiScanComponent* pComponents, std::int32_t nComponents) {
+#ifdef KERNEL_WIDE
+void EncodeTwoBlocks(ScanWriter& writer, const ScanBlock& first, const ScanBlock& second) {
+    WideVec16 rows[8];
+    for (int y = 0; y < 8; ++y)
+        rows[y] = LoadShifted(first.Row(y), second.Row(y));
+    ForwardTransform(rows);
+    alignas(32) std::int16_t aBlocks[2][64];
+    for (int x = 0; x < 8; ++x) {
+        rows[x] = RoundedProduct(rows[x], first.Factors(x), second.Factors(x));
+        Store(aBlocks[0] + 8 * x, aBlocks[1] + 8 * x, rows[x]);
+    }
+    std::uint64_t nFirstMask = 0;
+    std::uint64_t nSecondMask = 0;
+    for (int x = 0; x < 8; x += 2) {
+        const std::uint64_t nBoth = NonZeroMask(rows[x], rows[x + 1]);
+        nFirstMask |= (nBoth & 0xFFFF) << (8 * x);
+        nSecondMask |= nBoth >> 16 << (8 * x);
+    }
+    writer.Block(aBlocks[0], nFirstMask, *first.pComponent);
+    writer.Block(aBlocks[1], nSecondMask, *second.pComponent);
+}
+#endif
+
+void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlocks) {
+    std::int32_t i = 0;
+#ifdef KERNEL_WIDE
+    for (; i + 1 < nBlocks; i += 2)
+        EncodeTwoBlocks(writer, pBlocks[i], pBlocks[i + 1]);
+#endif
+    for (; i < nBlocks; ++i)
+        EncodeOneBlock(writer, pBlocks[i]);
+}
+
+// Lists the blocks of the next MCU in coding order.
+ScanBlock* ListMcu(ippiScanComponent* pComponents, std::int32_t nComponents, ScanBlock* pNext) {
     for (std::int32_t i = 0; i < nComponents; ++i) {
         ippiScanComponent& component = pComponents[i];
         for (std::int32_t v = 0; v < component.nVSampling; ++v) {
             const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
             for (std::int32_t h = 0; h < component.nHSampling; ++h)
-                EncodeMcuBlock(writer, component, pRow + 8 * h);
+                *pNext++ = {pRow + 8 * h, &component};
         }
         component.pSamples += 8 * component.nHSampling;
     }
+    return pNext;
 }
 
-IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents) {
+IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t& nBlocks) {
     if (nComponents < 1 || nComponents > 4)
         return ippStsBadArgument;
-    std::int32_t nBlocks = 0;
+    nBlocks = 0;
     for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
         if (!p->pSamples || !p->pExchangedTable || !p->pDcTable || !p->pAcTable)
             return ippStsNullPtrErr;
@@ -208,13 +255,18 @@ IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t 
         return ippStsNullPtrErr;
     if (const IppStatus nStatus = CheckWriter(pDst, nDstSize, pDstCurrPos, pState))
         return nStatus;
-    if (const IppStatus nStatus = CheckScan(pComponents, nComponents))
+    std::int32_t nMcuBlocks = 0;
+    if (const IppStatus nStatus = CheckScan(pComponents, nComponents, nMcuBlocks))
         return nStatus;
     if (nMcus < 1)
         return ippStsSizeErr;
     ScanWriter writer(pDst, nDstSize, *pDstCurrPos, *pState);
-    for (std::int32_t i = 0; i < nMcus; ++i) {
-        EncodeMcu(writer, pComponents, nComponents);
+    while (nMcus > 0) {
+        ScanBlock aBlocks[kBatchBlocks];
+        ScanBlock* pNext = aBlocks;
+        for (; nMcus > 0 && pNext - aBlocks + nMcuBlocks <= kBatchBlocks; --nMcus)
+            pNext = ListMcu(pComponents, nComponents, pNext);
+        EncodeBatch(writer, aBlocks, static_cast<std::int32_t>(pNext - aBlocks));
         if (writer.IsFull() && !writer.Drain())
             return ippStsBufferEnd;
     }

@@ -133,5 +133,49 @@ inline void StoreTransposedClamped(std::uint8_t* pFirst, std::ptrdiff_t nFirstSt
     }
 }
 
+inline WideVec16 LoadShifted(const std::uint8_t* pFirst, const std::uint8_t* pSecond) {
+    const __m128i bytes = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pFirst)),
+                                             _mm_loadl_epi64(reinterpret_cast<const __m128i*>(pSecond)));
+    return {_mm256_sub_epi16(_mm256_cvtepu8_epi16(bytes), _mm256_set1_epi16(128))};
+}
+
+inline void Store(std::int16_t* pFirst, std::int16_t* pSecond, WideVec16 x) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(pFirst), _mm256_castsi256_si128(x.v));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(pSecond), _mm256_extracti128_si256(x.v, 1));
+}
+
+inline WideVec16 operator+(WideVec16 x, WideVec16 y) {
+    return {_mm256_add_epi16(x.v, y.v)};
+}
+
+inline WideVec16 operator-(WideVec16 x, WideVec16 y) {
+    return {_mm256_sub_epi16(x.v, y.v)};
+}
+
+template <int nShift>
+inline WideVec16 ShiftLeft(WideVec16 x) {
+    return {_mm256_slli_epi16(x.v, nShift)};
+}
+
+// On magnitudes, since ties go to even on both sides of zero. The processor's product rounds halves up, which
+// is taken back where the product's low bits show a tie and the result is odd. A factor of 32768 counts as
+// its negative there: its product is the magnitude's negative, and never a tie.
+inline WideVec16 RoundedProduct(WideVec16 x, const std::uint16_t* pFirst, const std::uint16_t* pSecond) {
+    const __m256i factors = JoinRegisters(pFirst, pSecond);
+    const __m256i magnitude = _mm256_abs_epi16(x.v);
+    const __m256i up = _mm256_abs_epi16(_mm256_mulhrs_epi16(magnitude, factors));
+    const __m256i rest = _mm256_slli_epi16(_mm256_mullo_epi16(magnitude, factors), 1);
+    const __m256i tie = _mm256_cmpeq_epi16(rest, _mm256_set1_epi16(static_cast<std::int16_t>(0x8000)));
+    const __m256i even = _mm256_andnot_si256(_mm256_srli_epi16(tie, 15), up);
+    return {_mm256_sign_epi16(even, x.v)};
+}
+
+// Those of the first square in the low half.
+inline std::uint32_t NonZeroMask(WideVec16 x, WideVec16 y) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i zeros = _mm256_packs_epi16(_mm256_cmpeq_epi16(x.v, zero), _mm256_cmpeq_epi16(y.v, zero));
+    return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(zeros));
+}
+
 } // namespace
 } // namespace KERNEL_TARGET
