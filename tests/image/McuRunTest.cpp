@@ -1,6 +1,7 @@
 // The kernel that decodes whole MCUs against the one that decodes a block, at every level: on whole data, on
 // every cut of it and on damaged data, both must give the same coefficients, samples and places.
 
+#include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
 #include "image/kernels/Kernels.h"
 
@@ -243,6 +244,35 @@ TEST_P(McuRuns, GiveWhatBlocksGive) {
             }
             ASSERT_NO_FATAL_FAILURE(ExpectAlike(scan, data, recipe.Name() + " damage " + std::to_string(n)));
         }
+    }
+}
+
+// Through the facade, with edges, odd numbers of blocks, resampling and restarts.
+TEST_P(McuRuns, WholePicturesAreThoseOfLevelZero) {
+    const auto decode = [](const Bytes& jpeg) {
+        Bytes planes(3 * 120 * 120, 0xEE);
+        EXPECT_EQ(DecodeJpegYV12(jpeg.data(), static_cast<std::int32_t>(jpeg.size()), planes.data(), 120,
+                                 planes.data() + 120 * 120, 60, planes.data() + 2 * 120 * 120, 60),
+                  0);
+        return planes;
+    };
+    const int nLevel = g_nKernelLevel;
+    for (int n = 0; n < 60; ++n) {
+        samples::Recipe recipe;
+        recipe.nWidth = 17 + n * 13 % 100;
+        recipe.nHeight = 9 + n * 29 % 100;
+        recipe.nComponents = n % 4 == 3 ? 1 : 3;
+        recipe.nH = n % 4 == 0 ? 1 : 2;
+        recipe.nV = n % 4 == 2 ? 2 : 1;
+        recipe.nQuality = 30 + n * 7 % 71;
+        recipe.nRestartInterval = n % 3 == 0 ? n % 7 : 0;
+        recipe.bOptimised = n % 5 == 0;
+        const Bytes jpeg = samples::Encode(recipe);
+        static_cast<void>(decode(jpeg)); // the first use of the codec sets the level
+        g_nKernelLevel = 0;
+        const Bytes wanted = decode(jpeg);
+        g_nKernelLevel = nLevel;
+        EXPECT_EQ(decode(jpeg), wanted) << recipe.Name();
     }
 }
 

@@ -223,19 +223,62 @@ DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc,
     }
 }
 
-// The inverse transforms of one MCU, two blocks at a time.
-inline void ReconstructMcu(const IppMcuRow& row, const std::int16_t* pBlocks, const std::int32_t* pLast,
-                           std::int32_t nMcu) {
-    const auto task = [&row, pBlocks, nMcu](std::int32_t i) {
-        const IppMcuBlock& block = row.aBlocks[i];
+// The inverse transforms of nBlocks blocks, two at a time: of one MCU, or with bOdd of up to two.
+template <bool bOdd>
+void ReconstructMcus(const IppMcuRow& row, std::int32_t nFirst, std::int32_t nBlocks,
+                     const std::int32_t* pLast) {
+    const std::int16_t* const pBlocks = row.pCoefficients + std::ptrdiff_t{nFirst} * row.nBlocks * 64;
+    const auto task = [&row, pBlocks, nFirst](std::int32_t i) {
+        const std::int32_t nSecond = bOdd && i >= row.nBlocks ? 1 : 0;
+        const IppMcuBlock& block = row.aBlocks[i - nSecond * row.nBlocks];
         return BlockTask{pBlocks + 64 * i, block.pSteps,
-                         block.pDst + std::ptrdiff_t{nMcu} * block.nDstAdvance, block.nDstStep};
+                         block.pDst + std::ptrdiff_t{nFirst + nSecond} * block.nDstAdvance, block.nDstStep};
     };
     std::int32_t i = 0;
-    for (; i + 1 < row.nBlocks; i += 2)
+    for (; i + 1 < nBlocks; i += 2)
         InverseTwo(task(i), pLast[i], task(i + 1), pLast[i + 1]);
-    if (i < row.nBlocks)
+    if (bOdd && i < nBlocks)
         InverseOne(task(i), pLast[i]);
+}
+
+// MCUs nFirst to nEnd, as far as the window and the fast way go; returns the one behind the last. With bOdd,
+// an odd number of blocks to an MCU, every other MCU waits for the next one with its transforms.
+template <bool bOdd>
+std::int32_t DecodeRun(WindowReader& reader, const std::uint8_t* pEnd, IppMcuRow& row, std::int32_t nFirst,
+                       std::int32_t nEnd) {
+    WindowReader bits = reader;
+    std::int32_t nMcu = nFirst;
+    bool bWaiting = false;
+    std::int32_t anLast[2 * ippMaxMcuBlocks];
+    for (; nMcu < nEnd; ++nMcu) {
+        std::int16_t* const pBlocks = row.pCoefficients + std::ptrdiff_t{nMcu} * row.nBlocks * 64;
+        std::int32_t* const pLast = anLast + (bWaiting ? row.nBlocks : 0);
+        WindowReader ahead = bits;
+        std::int16_t anLastDc[4];
+        std::memcpy(anLastDc, row.anLastDc, sizeof anLastDc);
+        std::int32_t i = 0;
+        for (; i < row.nBlocks; ++i) {
+            const IppMcuBlock& block = row.aBlocks[i];
+            pLast[i] = DecodeWindowBlock(ahead, pBlocks + 64 * i, anLastDc[block.nComponent & 3], block);
+            if (pLast[i] == kNoBlock || ahead.Passed(pEnd))
+                break;
+        }
+        if (i < row.nBlocks)
+            break;
+        bits = ahead;
+        std::memcpy(row.anLastDc, anLastDc, sizeof anLastDc);
+        if constexpr (bOdd) {
+            if (bWaiting)
+                ReconstructMcus<bOdd>(row, nMcu - 1, 2 * row.nBlocks, anLast);
+            bWaiting = !bWaiting;
+        } else {
+            ReconstructMcus<bOdd>(row, nMcu, row.nBlocks, anLast);
+        }
+    }
+    if (bOdd && bWaiting)
+        ReconstructMcus<bOdd>(row, nMcu - 1, row.nBlocks, anLast);
+    reader = bits;
+    return nMcu;
 }
 
 } // namespace
@@ -263,27 +306,8 @@ IppStatus ippiDecodeMcus_JPEG_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSi
         const std::uint8_t* const pEnd = pWindow->pBytes.get() + pWindow->nBytes;
         WindowReader bits(*pWindow, *pState);
         const std::int32_t nBefore = *pDone;
-        while (*pDone < nMcus) {
-            const std::int32_t nMcu = nFirst + *pDone;
-            std::int16_t* const pBlocks = pRow->pCoefficients + std::ptrdiff_t{nMcu} * pRow->nBlocks * 64;
-            WindowReader ahead = bits;
-            std::int16_t anLastDc[4];
-            std::memcpy(anLastDc, pRow->anLastDc, sizeof anLastDc);
-            std::int32_t anLast[ippMaxMcuBlocks];
-            std::int32_t i = 0;
-            for (; i < pRow->nBlocks; ++i) {
-                const IppMcuBlock& block = pRow->aBlocks[i];
-                anLast[i] = DecodeWindowBlock(ahead, pBlocks + 64 * i, anLastDc[block.nComponent & 3], block);
-                if (anLast[i] == kNoBlock || ahead.Passed(pEnd))
-                    break;
-            }
-            if (i < pRow->nBlocks)
-                break;
-            bits = ahead;
-            std::memcpy(pRow->anLastDc, anLastDc, sizeof anLastDc);
-            ReconstructMcu(*pRow, pBlocks, anLast, nMcu);
-            ++*pDone;
-        }
+        const auto decode = pRow->nBlocks % 2 != 0 ? DecodeRun<true> : DecodeRun<false>;
+        *pDone = decode(bits, pEnd, *pRow, nFirst + *pDone, nFirst + nMcus) - nFirst;
         bits.Commit(*pWindow, *pSrcCurrPos, *pState);
         if (*pDone == nMcus || !pWindow->bMore || (bFresh && *pDone == nBefore))
             break;

@@ -125,7 +125,7 @@ inline void StoreTransposed(const BlockTask* pTasks, WideVec16 (&columns)[8]) {
 
 // As many blocks as a vector holds.
 template <bool bFour, class Vector>
-void InverseVector(const BlockTask* pTasks) {
+[[gnu::always_inline]] inline void InverseVector(const BlockTask* pTasks) {
     Vector rows[8];
     for (int y = 0; y < (bFour ? 4 : 8); ++y)
         LoadScaled(pTasks, y, rows[y]);
@@ -172,17 +172,19 @@ inline void InverseTwo(const BlockTask& first, std::int32_t nFirstLast, const Bl
                        std::int32_t nSecondLast) {
 #ifdef KERNEL_WIDE
     const std::int32_t nLast = std::max(nFirstLast, nSecondLast);
-    if (nLast > 0) {
-        const BlockTask aTasks[2] = {first, second};
-        if (nLast <= kLastOfFour)
-            InverseVector<true, WideVec16>(aTasks);
-        else
-            InverseVector<false, WideVec16>(aTasks);
-        return;
+    const BlockTask aTasks[2] = {first, second};
+    if (nLast > kLastOfFour) {
+        InverseVector<false, WideVec16>(aTasks);
+    } else if (nLast > 0) {
+        InverseVector<true, WideVec16>(aTasks);
+    } else {
+        InverseFlat(first);
+        InverseFlat(second);
     }
-#endif
+#else
     InverseOne(first, nFirstLast);
     InverseOne(second, nSecondLast);
+#endif
 }
 
 } // namespace
