@@ -27,7 +27,7 @@ private:
     static constexpr std::int32_t kBlock = 64; // coefficients or samples
     // Scans of a progressive frame that may code one component: six or seven come from encoders, and a scan
     // for each bit of a few bands stays below this. A scan may pass over all blocks of a component for a few
-    // bytes, so this bounds the time that a hostile stream takes to some ten times that of an honest one.
+    // bytes; so many of them take no longer than an honest picture of the same size does.
     static constexpr std::int32_t kMaxProgressiveScans = 64;
     // Coefficients of the store: every 4:4:4 picture within the limit on pixels, some room for MCUs that
     // stand over included. 512 MiB of address space; memory is what the scans write to.

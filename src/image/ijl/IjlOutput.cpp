@@ -146,9 +146,11 @@ IJLERR CIjlDecoder::AllocateSamples() {
 void CIjlDecoder::ReconstructBlock(const std::int16_t* pBlock, const IjlComponent& component,
                                    std::int16_t* pSamples) {
     alignas(ippAlignment) std::uint8_t aSamples[kBlock];
+    alignas(ippAlignment) std::int16_t aShifted[kBlock];
     ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(pBlock, aSamples, 8, component.aSteps);
     for (std::int32_t i = 0; i < kBlock; ++i)
-        pSamples[i] = static_cast<std::int16_t>(aSamples[i] - 128);
+        aShifted[i] = static_cast<std::int16_t>(aSamples[i] - 128);
+    std::memcpy(pSamples, aShifted, sizeof aShifted);
 }
 
 IJLERR CIjlDecoder::WriteStoredPicture() {
@@ -258,6 +260,7 @@ void ConvertRow(std::int16_t (&aRows)[3][kMaxMcuWidth], std::int32_t nCols) {
 void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) {
     std::int16_t aColours[3][kMaxMcuWidth];
     std::int16_t aPlain[kMaxMcuWidth];
+    const std::ptrdiff_t nPixelStep = m_props.DIBChannels;
     for (std::int32_t y = 0; y < part.height; ++y) {
         if (m_bConvertColor) {
             for (std::int32_t i = 0; i < 3; ++i)
@@ -276,14 +279,14 @@ void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) 
             else
                 ExpandRow(nSource, y, part.width, aPlain);
             std::uint8_t* p = Pixel(nX, nY + y) + c;
-            for (std::int32_t x = 0; x < part.width; ++x, p += m_props.DIBChannels)
+            for (std::int32_t x = 0; x < part.width; ++x, p += nPixelStep)
                 *p = static_cast<std::uint8_t>(std::clamp(pRow[x] + 128, 0, 255));
         }
     }
 }
 
 // Row nRow of the MCU from one component's samples, each repeated over the pixels that it covers. Where the
-// factors do not divide, a pixel takes the sample that its left edge lies in.
+// factors do not divide, a pixel takes the sample that its left edge lies in. pRow has room for a whole MCU.
 void CIjlDecoder::ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols,
                             std::int16_t* pRow) const {
     const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
@@ -291,6 +294,11 @@ void CIjlDecoder::ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int
     const std::int16_t* const pFrom =
         Samples(nComponent) + nSampleRow / 8 * component.nHSampling * kBlock + nSampleRow % 8 * 8;
     const std::int32_t nAll = m_props.nMcuWidth / 8; // of nHSampling/nAll a pixel moves on
+    if (component.nHSampling == nAll) {
+        for (std::int32_t n = 0; n < nAll; ++n)
+            std::memcpy(pRow + n * 8, pFrom + n * kBlock, 8 * sizeof *pRow);
+        return;
+    }
     std::int32_t nSample = 0;
     std::int32_t nPart = 0;
     for (std::int32_t x = 0; x < nCols; ++x) {
