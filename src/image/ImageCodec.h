@@ -42,12 +42,13 @@ extern std::atomic<std::int32_t> g_nCodecStartState;
 // Decodes into memory of the caller, who has sized it for the stream (ProbeJpeg tells the size). Strides are
 // bytes from one row's start to the next row's. A failed decode may leave rows written.
 //
-// Grey: height rows of width samples.
+// Grey: height rows of width samples. A YCbCr stream gives its luma; an RGB one has none and is unreadable.
 [[nodiscard]] std::int32_t DecodeJpegGrey(const std::uint8_t* pJpeg, std::int32_t nJpegSize,
                                           std::uint8_t* pDst, std::int32_t nDstStep) noexcept;
 
 // Y: height rows of width samples; Cr and Cb: height/2 rows of width/2 samples. A grey stream fills
-// height*step/2 bytes of each chroma plane with 128, the value of neutral chroma.
+// height*step/2 bytes of each chroma plane with 128, the value of neutral chroma. Of a stream that the
+// primary decoder turns down while it reads the header, an odd last column or row of Y is not written.
 [[nodiscard]] std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pY,
                                           std::int32_t nYStep, std::uint8_t* pCr, std::int32_t nCrStep,
                                           std::uint8_t* pCb, std::int32_t nCbStep) noexcept;
