@@ -7,10 +7,10 @@ IppStatus ippiQuantFwdRawTableInit_JPEG_8u(std::uint8_t* pRawTable, std::int32_t
         return ippStsNullPtrErr;
     if (nQuality < 1)
         return ippStsBadArgument;
-    // In 64 bits: a quality far above 100 makes a large negative factor.
-    const std::int64_t nFactor = nQuality < 50 ? 5000 / nQuality : 200 - std::int64_t{2} * nQuality;
+    // From 100 on every step becomes 1; far above, the factor of the formula would leave 32 bits.
+    const std::int32_t nFactor = nQuality < 50 ? 5000 / nQuality : nQuality < 100 ? 200 - 2 * nQuality : 0;
     for (int i = 0; i < 64; ++i) {
-        const std::int64_t nStep = (pRawTable[i] * nFactor + 50) / 100;
+        const std::int32_t nStep = (pRawTable[i] * nFactor + 50) / 100;
         pRawTable[i] = static_cast<std::uint8_t>(nStep < 1 ? 1 : nStep > 255 ? 255 : nStep);
     }
     return ippStsNoErr;
@@ -22,11 +22,9 @@ IppStatus ippiQuantFwdTableInit_JPEG_8u16u(const std::uint8_t* pRawTable, std::u
     if (std::memchr(pRawTable, 0, 64))
         return ippStsBadArgument;
     for (int i = 0; i < 64; ++i) {
+        // No step of a byte makes a tie: 65536 has no odd divisor above 1.
         const std::uint32_t nStep = pRawTable[i];
-        const std::uint32_t nDown = 32768 / nStep;
-        const std::uint32_t nTwiceRest = 2 * (32768 % nStep);
-        const bool bUp = nTwiceRest > nStep || (nTwiceRest == nStep && nDown % 2 != 0);
-        pTable[g_aZigZag[i]] = static_cast<std::uint16_t>(nDown + (bUp ? 1 : 0));
+        pTable[g_aZigZag[i]] = static_cast<std::uint16_t>((65536 + nStep) / (2 * nStep));
     }
     return ippStsNoErr;
 }
@@ -52,8 +50,10 @@ bool AssignEncoderCodes(const std::uint8_t* pBits, const std::uint8_t* pValues, 
 }
 
 bool HasAll(const ippiEncodeHuffmanSpec& spec, std::uint32_t nFirst, std::uint32_t nCount) {
-    return std::all_of(spec.aCode + nFirst, spec.aCode + nFirst + nCount,
-                       [](std::uint32_t nEntry) { return nEntry != 0; });
+    bool bAll = true;
+    for (std::uint32_t i = nFirst; i < nFirst + nCount; ++i)
+        bAll = bAll && spec.aCode[i] != 0;
+    return bAll;
 }
 
 void NoteCoverage(ippiEncodeHuffmanSpec& spec) {

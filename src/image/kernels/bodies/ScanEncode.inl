@@ -165,53 +165,62 @@ struct ScanBlock {
     const std::uint16_t* Factors(int x) const { return pComponent->pExchangedTable + 8 * x; }
 };
 
-void EncodeOneBlock(ScanWriter& writer, const ScanBlock& block) {
+// The coefficients of a batch, rows and columns exchanged, and a bit for each that is not zero.
+struct ScanCoefficients {
+    alignas(32) std::int16_t aBlocks[kBatchBlocks][64];
+    std::uint64_t aMasks[kBatchBlocks];
+};
+
+void TransformOne(const ScanBlock& block, std::int16_t* pTo, std::uint64_t* pMask) {
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y)
         rows[y] = LoadShifted(block.Row(y));
     ForwardTransform(rows);
-    alignas(32) std::int16_t aBlock[64];
     for (int x = 0; x < 8; ++x) {
         rows[x] = RoundedProduct(rows[x], block.Factors(x));
-        Store(aBlock + 8 * x, rows[x]);
+        Store(pTo + 8 * x, rows[x]);
     }
     std::uint64_t nMask = 0;
     for (int x = 0; x < 8; x += 2)
         nMask |= std::uint64_t{NonZeroMask(rows[x], rows[x + 1])} << (8 * x);
-    writer.Block(aBlock, nMask, *block.pComponent);
+    *pMask = nMask;
 }
 
 #ifdef KERNEL_WIDE
-void EncodeTwoBlocks(ScanWriter& writer, const ScanBlock& first, const ScanBlock& second) {
+void TransformTwo(const ScanBlock* pBlocks, std::int16_t* pTo, std::uint64_t* pMasks) {
     WideVec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        rows[y] = LoadShifted(first.Row(y), second.Row(y));
+        rows[y] = LoadShifted(pBlocks[0].Row(y), pBlocks[1].Row(y));
     ForwardTransform(rows);
-    alignas(32) std::int16_t aBlocks[2][64];
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], first.Factors(x), second.Factors(x));
-        Store(aBlocks[0] + 8 * x, aBlocks[1] + 8 * x, rows[x]);
+        rows[x] = RoundedProduct(rows[x], pBlocks[0].Factors(x), pBlocks[1].Factors(x));
+        Store(pTo + 8 * x, pTo + 64 + 8 * x, rows[x]);
     }
-    std::uint64_t nFirstMask = 0;
-    std::uint64_t nSecondMask = 0;
+    std::uint64_t nFirst = 0;
+    std::uint64_t nSecond = 0;
     for (int x = 0; x < 8; x += 2) {
         const std::uint64_t nBoth = NonZeroMask(rows[x], rows[x + 1]);
-        nFirstMask |= (nBoth & 0xFFFF) << (8 * x);
-        nSecondMask |= nBoth >> 16 << (8 * x);
+        nFirst |= (nBoth & 0xFFFF) << (8 * x);
+        nSecond |= nBoth >> 16 << (8 * x);
     }
-    writer.Block(aBlocks[0], nFirstMask, *first.pComponent);
-    writer.Block(aBlocks[1], nSecondMask, *second.pComponent);
+    pMasks[0] = nFirst;
+    pMasks[1] = nSecond;
 }
 #endif
 
+// All transforms first: what the processor has begun ahead of a block's last symbol is lost when it guesses
+// the symbols' number wrong, which it does in most blocks.
 void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlocks) {
+    ScanCoefficients coefficients;
     std::int32_t i = 0;
 #ifdef KERNEL_WIDE
     for (; i + 1 < nBlocks; i += 2)
-        EncodeTwoBlocks(writer, pBlocks[i], pBlocks[i + 1]);
+        TransformTwo(pBlocks + i, coefficients.aBlocks[i], coefficients.aMasks + i);
 #endif
     for (; i < nBlocks; ++i)
-        EncodeOneBlock(writer, pBlocks[i]);
+        TransformOne(pBlocks[i], coefficients.aBlocks[i], coefficients.aMasks + i);
+    for (i = 0; i < nBlocks; ++i)
+        writer.Block(coefficients.aBlocks[i], coefficients.aMasks[i], *pBlocks[i].pComponent);
 }
 
 // Lists the blocks of the next MCU in coding order.
