@@ -4,6 +4,8 @@
 namespace KERNEL_TARGET {
 namespace {
 
+constexpr std::int32_t kLongestMcu = ippMaxMcuBlocks * ippWindowSlack; // bytes, without stuffed ones
+
 // Takes in the source from nSrcPos on, as far as the room goes or a byte of 0xFF with anything but a stuffed
 // byte behind it.
 void FillWindow(IppBitWindow& window, const std::uint8_t* pSrc, std::int32_t nSrcSize, std::int32_t nSrcPos) {
@@ -14,7 +16,7 @@ void FillWindow(IppBitWindow& window, const std::uint8_t* pSrc, std::int32_t nSr
     // Data that ends with a lone 0xFF fails at a place that hangs on how far ahead a reader looks; such an
     // end, and the longest MCU before it, is left to the block kernel.
     if (nSrcSize > nSrcPos && pEnd[-1] == 0xFF)
-        pEnd -= std::min<std::ptrdiff_t>(pEnd - pNext, (ippMaxMcuBlocks + 2) * 2 * ippWindowSlack);
+        pEnd -= std::min<std::ptrdiff_t>(pEnd - pNext, 2 * kLongestMcu + 4 * ippWindowSlack);
     window.bMore = false;
     while (pNext < pEnd) {
         const std::ptrdiff_t nRoom = std::min(pEnd - pNext, pOutEnd - pOut);
@@ -50,6 +52,16 @@ void MoveCursor(IppBitWindow& window, std::int32_t nOffset) {
         pNext = static_cast<const std::uint8_t*>(pFound) + 1;
     }
     window.nOffset = nOffset;
+}
+
+// Moves the cursor to a place of the source that the block kernel has reached. False where the window does
+// not hold it. Step by step, so that data which keeps leaving the fast way is not taken in again and again.
+bool FollowCursor(IppBitWindow& window, std::int32_t nSrcPos) {
+    if (window.nSrcPos < 0 || window.nSrcPos > nSrcPos)
+        return false;
+    while (window.nSrcPos < nSrcPos && window.nOffset < window.nBytes)
+        window.nSrcPos += window.pBytes[static_cast<std::size_t>(window.nOffset++)] == 0xFF ? 2 : 1;
+    return window.nSrcPos == nSrcPos;
 }
 
 // Zigzag order with room for every place that a look-up can name: those beyond the block are its last one,
@@ -299,7 +311,7 @@ IppStatus ippiDecodeMcus_JPEG_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSi
 
     // Twice: a window that has been used up in part is filled again and then tried once more.
     for (bool bFresh = false; *pDone < nMcus;) {
-        if (pWindow->nSrcPos != *pSrcCurrPos) {
+        if (!FollowCursor(*pWindow, *pSrcCurrPos)) {
             FillWindow(*pWindow, pSrc, nSrcSize, *pSrcCurrPos);
             bFresh = true;
         }
@@ -309,7 +321,9 @@ IppStatus ippiDecodeMcus_JPEG_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSi
         const auto decode = pRow->nBlocks % 2 != 0 ? DecodeRun<true> : DecodeRun<false>;
         *pDone = decode(bits, pEnd, *pRow, nFirst + *pDone, nFirst + nMcus) - nFirst;
         bits.Commit(*pWindow, *pSrcCurrPos, *pState);
-        if (*pDone == nMcus || !pWindow->bMore || (bFresh && *pDone == nBefore))
+        // Only a window with too little in it for the longest MCU can be what ended the run.
+        const bool bShort = pWindow->bMore && pWindow->nBytes - pWindow->nOffset < kLongestMcu;
+        if (*pDone == nMcus || !bShort || (bFresh && *pDone == nBefore))
             break;
         pWindow->nSrcPos = -1;
         bFresh = false;
