@@ -170,7 +170,7 @@ private:
     JpegStatus PrepareProgressiveScan();
     JpegStatus CheckScanTables();
     JpegStatus AllocateCoefficients();
-    std::int16_t* McuCoefficients(std::int32_t nMcuCol, std::int32_t nMcuRow) const;
+    std::int16_t* McuRowCoefficients(std::int32_t nMcuRow) const;
     JpegStatus DecodeProgressiveScan();
     JpegStatus DecodeRasterScan();
     JpegStatus DecodeRasterRow(CJPEGColorComponent& component, const IppProgressiveRow& row,
@@ -204,8 +204,9 @@ private:
 
     // JpegOutput.cpp: from coefficients to the destination.
     SampleRows BufferRows(std::int32_t nComponent) const;
-    JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks);
-    JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const std::int16_t*& pBlock);
+    JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks, std::int32_t nMcuRow);
+    JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const SampleRows& rows,
+                                 const std::int16_t*& pBlock);
     JpegStatus UpsampleMcuRow();
     JpegStatus ConvertMcuRow(std::int32_t nMcuRow);
     JpegStatus CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const;

@@ -58,7 +58,7 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
             // What the rows from here on are written from.
             if (bStuck) {
                 m_nDirectCols = 0;
-                static_cast<void>(ReconstructMcuRow(m_pBlockBuffer.get()));
+                static_cast<void>(ReconstructMcuRow(m_pBlockBuffer.get(), nMcuRow));
             } else {
                 static_cast<void>(UpsampleMcuRow());
             }

@@ -5,11 +5,18 @@
 
 #include <algorithm>
 
-JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks) {
+// The first m_nDirectCols columns of MCUs go where the conversion would bring them.
+JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks, std::int32_t nMcuRow) {
+    SampleRows aRows[2][kJpegMaxComponents] = {}; // in the buffers, in the destination
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        aRows[0][i] = BufferRows(i);
+        aRows[1][i] = RowsOf(i, nMcuRow, m_nDirectCols > 0);
+    }
     const std::int16_t* pBlock = pBlocks;
     for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
         for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            if (const JpegStatus eStatus = ReconstructBlocks(i, nMcuCol, pBlock); eStatus != JPEG_OK)
+            const SampleRows& rows = aRows[nMcuCol < m_nDirectCols ? 1 : 0][i];
+            if (const JpegStatus eStatus = ReconstructBlocks(i, nMcuCol, rows, pBlock); eStatus != JPEG_OK)
                 return eStatus;
         }
     }
@@ -28,9 +35,8 @@ CJPEGDecoder::SampleRows CJPEGDecoder::BufferRows(std::int32_t nComponent) const
 
 // The blocks of one component in one MCU.
 JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol,
-                                           const std::int16_t*& pBlock) {
+                                           const SampleRows& rows, const std::int16_t*& pBlock) {
     const CJPEGColorComponent& component = *m_apComponents[nComponent];
-    const SampleRows rows = BufferRows(nComponent);
     const std::int32_t nStep = rows.nStep;
     std::uint8_t* const pOut = rows.pFirst + nMcuCol * 8 * component.m_nHSampling;
     const std::uint16_t* const pSteps = m_apQuant[component.m_nQuantSelector]->m_aSteps;

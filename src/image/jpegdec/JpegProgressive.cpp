@@ -86,10 +86,10 @@ JpegStatus CJPEGDecoder::AllocateCoefficients() {
     return JPEG_OK;
 }
 
-// The first block of an MCU; the components' blocks follow each other, row after row of each.
-std::int16_t* CJPEGDecoder::McuCoefficients(std::int32_t nMcuCol, std::int32_t nMcuRow) const {
-    const std::int64_t nMcu = nMcuCol + std::int64_t{nMcuRow} * m_nMcuCols;
-    return m_pCoefficients.get() + kBlockSize * m_nBlocksPerMcu * nMcu;
+// The first block of a row of MCUs; in each MCU the components' blocks follow each other, row after row of
+// each.
+std::int16_t* CJPEGDecoder::McuRowCoefficients(std::int32_t nMcuRow) const {
+    return m_pCoefficients.get() + kBlockSize * m_nBlocksPerMcu * m_nMcuCols * nMcuRow;
 }
 
 // Unlike damage to a sequential scan, damage here is fatal: it would spread over the whole picture.
@@ -289,7 +289,9 @@ JpegStatus CJPEGDecoder::PaintPicture() {
             return JPEG_BAD_QUANT_SEGMENT;
     }
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
-        if (const JpegStatus eStatus = ReconstructMcuRow(McuCoefficients(0, nMcuRow)); eStatus != JPEG_OK)
+        m_nDirectCols = DirectColumns(nMcuRow);
+        if (const JpegStatus eStatus = ReconstructMcuRow(McuRowCoefficients(nMcuRow), nMcuRow);
+            eStatus != JPEG_OK)
             return eStatus;
         if (const JpegStatus eStatus = ConvertMcuRow(nMcuRow); eStatus != JPEG_OK)
             return eStatus;
