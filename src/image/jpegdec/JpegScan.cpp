@@ -1,4 +1,4 @@
-// Work memory and the entropy-coded data of a sequential scan (T.81 E.2.3 to E.2.5).
+// Work memory, and the restarts of a scan (T.81 E.2.3 to E.2.5).
 
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/kernels/JpegMarkers.h"
