@@ -13,8 +13,8 @@
 #include "interfaces/ICam.h"
 #include "interfaces/ICamSettings.h"
 #include "interfaces/IVideoSource.h"
-#include "platform/com.h"
 #include "platform/text.h"
+#include "support/Fake.h"
 
 namespace host::test {
 
@@ -37,7 +37,7 @@ inline std::string MakeBlock(int width, int height, bool grey = false, int luma 
     return block.append(sizeof header + header.biSizeImage - block.size(), '\0');
 }
 
-class Frame : public IVideoFrame {
+class Frame : public support::Fake<IVideoFrame> {
 public:
     // An empty block is a picture that could not be decoded.
     explicit Frame(std::string block) : m_block(std::move(block)) {}
@@ -51,23 +51,17 @@ public:
         return S_OK;
     }
     HRESULT Reserved() override { return E_NOTIMPL; }
-    HRESULT GetFrameTag(std::uint32_t* tag) override {
-        *tag = 0;
-        return S_OK;
-    }
+    HRESULT GetFrameTag(std::uint32_t*) override { return E_NOTIMPL; }
 
 protected:
     ~Frame() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoFrame>(this, interfaceId, object);
-    }
 
 private:
     const std::string m_block;
 };
 
 // A camera that takes one sink and says whether its phone is there.
-class Cam : public ICam, public ICamSettings {
+class Cam : public support::Fake<ICam, ICamSettings> {
 public:
     // Hands a block to the sink, as the thread that receives frames does.
     void Show(std::string block) {
@@ -111,11 +105,7 @@ public:
     HRESULT Reserved(std::int32_t, const SVariant*) override { return E_NOTIMPL; }
 
 protected:
-    Cam() = default;
     ~Cam() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<ICam, ICamSettings>(this, interfaceId, object);
-    }
 
 private:
     mutable std::mutex m_mutex;
@@ -125,7 +115,7 @@ private:
 using CamPtr = platform::ComPtr<platform::ComObject<Cam>>;
 
 // Cameras by name. The sink is told by hand.
-class VideoSource : public IVideoSource {
+class VideoSource : public support::Fake<IVideoSource> {
 public:
     CamPtr Put(const std::string& name) {
         const std::lock_guard guard(m_mutex);
@@ -147,11 +137,7 @@ public:
     HRESULT RemoveCam(BSTR) override { return E_NOTIMPL; }
 
 protected:
-    VideoSource() = default;
     ~VideoSource() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoSource>(this, interfaceId, object);
-    }
 
 private:
     std::mutex m_mutex;

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -64,33 +62,14 @@ struct Reply {
 
 class Client {
 public:
-    explicit Client(std::uint16_t port, int receiveBuffer = 0) {
-        const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (receiveBuffer > 0)
-            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-        peer = support::Peer(fd);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        support::Must(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "connect");
-    }
+    explicit Client(std::uint16_t port, int receiveBuffer = 0)
+        : peer(support::Connect(port, receiveBuffer)) {}
 
-    std::string ReadHead() {
-        std::string head;
-        while (!head.ends_with("\r\n\r\n")) {
-            const std::string byte = peer.Receive(1);
-            if (byte.empty())
-                return {};
-            head += byte;
-        }
-        return head;
-    }
     // One answer with its length; a body is read unless `headOnly`.
     Reply ReadReply(bool headOnly = false) {
         Reply reply;
-        reply.head = ReadHead();
-        if (!reply.head.starts_with("HTTP/1.1 "))
+        reply.head = peer.ReceiveUntil("\r\n\r\n");
+        if (!reply.head.starts_with("HTTP/1.1 ") || !reply.head.ends_with("\r\n\r\n"))
             return reply;
         reply.status = static_cast<unsigned>(std::stoul(reply.head.substr(9, 3)));
         const std::string length = reply.Header("Content-Length");
@@ -116,8 +95,8 @@ public:
         int kind = 0; // 1 text, 2 binary, 8 close, 9 ping; 0: the connection is at its end
         std::string data;
     };
-    Message Read(int milliseconds = 10000) {
-        const std::string start = peer.Receive(2, milliseconds);
+    Message Read() {
+        const std::string start = peer.Receive(2);
         if (start.size() < 2)
             return {};
         std::size_t size = static_cast<unsigned char>(start[1]);
@@ -129,21 +108,11 @@ public:
         }
         return {start[0] & 15, peer.Receive(size)};
     }
-    // The next message of a kind.
-    std::optional<std::string> ReadNext(int kind, int milliseconds = 10000) {
-        for (;;) {
-            Message message = Read(milliseconds);
-            if (message.kind == kind)
-                return std::move(message.data);
-            if (message.kind == 0)
-                return std::nullopt;
-        }
-    }
-    // Whether a picture comes within the next `states` heartbeats.
-    std::optional<std::string> PictureWithin(int states) {
+    // The next message of a kind, if it comes within so many heartbeats.
+    std::optional<std::string> ReadNext(int kind, int states = 1000) {
         while (states > 0) {
             Message message = Read();
-            if (message.kind == 2)
+            if (message.kind == kind)
                 return std::move(message.data);
             if (message.kind == 0)
                 return std::nullopt;
@@ -151,27 +120,24 @@ public:
         }
         return std::nullopt;
     }
-    // Short messages, masked with zeroes.
-    bool Say(const std::string& text, int kind = 1) {
-        std::string frame{static_cast<char>(0x80 | kind), static_cast<char>(0x80 | text.size()), 0, 0, 0, 0};
-        return peer.Send(frame + text);
+    std::optional<std::string> PictureWithin(int states) { return ReadNext(2, states); }
+    // A short message, masked with zeroes.
+    static std::string Masked(const std::string& text, int kind = 1) {
+        return std::string{
+                   static_cast<char>(0x80 | kind), static_cast<char>(0x80 | text.size()), 0, 0, 0, 0} +
+               text;
     }
-    // Nothing but heartbeats comes any more, and then the end.
+    bool Say(const std::string& text, int kind = 1) { return peer.Send(Masked(text, kind)); }
     bool IsClosed() { return peer.IsClosed(5000); }
 
     Reply reply;
 };
 
-struct RigOptions {
-    Limits limits = ShortLimits();
-    bool demo = true;
-};
-
 class Rig {
 public:
-    explicit Rig(const RigOptions& options = {})
-        : authenticator(MakeUsers(folder.File("users")), options.limits.maxThrottleWait, stop),
-          services{*feeds, *hosts, authenticator, stop, options.limits, options.demo} {
+    explicit Rig(const Limits& limits = ShortLimits(), bool demo = true)
+        : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
+          services{*feeds, *hosts, authenticator, stop, limits, demo} {
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
         server.emplace(Endpoint{"127.0.0.1", 0}, services);

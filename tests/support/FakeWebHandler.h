@@ -1,6 +1,7 @@
 // The component's side of the web contract: writes down what it is asked and keeps the connections it gets.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -8,13 +9,13 @@
 #include <vector>
 
 #include "interfaces/IWebHandler.h"
-#include "platform/com.h"
 #include "platform/socket.h"
 #include "platform/text.h"
+#include "support/Fake.h"
 
 namespace support {
 
-class FakeWebHandler : public IWebHandler {
+class FakeWebHandler : public Fake<IWebHandler> {
 public:
     struct Call {
         std::string path;
@@ -40,14 +41,9 @@ public:
     static std::string Read(SOCKET socket, std::size_t count) {
         std::string bytes(count, '\0');
         std::size_t have = 0;
-        while (have < count) {
-            const int got = platform::recv(socket, bytes.data() + have, static_cast<int>(count - have), 0);
-            if (got <= 0)
-                break;
-            have += static_cast<std::size_t>(got);
-        }
-        bytes.resize(have);
-        return bytes;
+        for (int got = 1; got > 0 && have < count; have += static_cast<std::size_t>(std::max(got, 0)))
+            got = platform::recv(socket, bytes.data() + have, static_cast<int>(count - have), 0);
+        return bytes.substr(0, have);
     }
 
     HRESULT IsStreamPath(const char16_t* path, std::int32_t* stream) override {
@@ -76,13 +72,9 @@ public:
     }
 
 protected:
-    FakeWebHandler() = default;
     ~FakeWebHandler() {
         for (const Call& call : m_processed)
             (void)platform::closesocket(call.socket);
-    }
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IWebHandler>(this, interfaceId, object);
     }
 
 private:

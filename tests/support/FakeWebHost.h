@@ -4,8 +4,8 @@
 #include <string>
 
 #include "interfaces/IWebHandler.h"
-#include "platform/com.h"
 #include "platform/text.h"
+#include "support/Fake.h"
 
 namespace support {
 
@@ -13,13 +13,12 @@ namespace support {
 struct WebHostScript {
     HRESULT registerResult = S_OK;
     HRESULT authResult = S_OK;
-    std::u16string login = u"yard";
     std::u16string word; // that the handler was registered for
     std::u16string head; // of the last GetRequestAuth
     platform::ComPtr<IWebHandler> handler;
 };
 
-class FakeWebHost : public IWebHandlerHost {
+class FakeWebHost : public Fake<IWebHandlerHost> {
 public:
     HRESULT RegisterHandler(const char16_t* word, IWebHandler* handler) override {
         m_script.word = word;
@@ -31,7 +30,7 @@ public:
         m_script.head = platform::ViewOf(head);
         if (FAILED(m_script.authResult))
             return m_script.authResult;
-        auth->bstrLogin = platform::Bstr(m_script.login).Detach();
+        auth->bstrLogin = platform::Bstr(u"yard").Detach();
         auth->bstrPassword = platform::Bstr(u"secret").Detach();
         auth->pData = static_cast<std::uint8_t*>(CoTaskMemAlloc(16));
         auth->nSize = 16;
@@ -41,27 +40,6 @@ public:
 protected:
     explicit FakeWebHost(WebHostScript& script) : m_script(script) {}
     ~FakeWebHost() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IWebHandlerHost>(this, interfaceId, object);
-    }
-
-private:
-    WebHostScript& m_script;
-};
-
-class FakeWebHostFactory : public IClassFactory {
-public:
-    HRESULT CreateInstance(IUnknown*, const GUID& interfaceId, void** object) override {
-        return platform::ComObject<FakeWebHost>::Create(m_script)->QueryInterface(interfaceId, object);
-    }
-    HRESULT LockServer(std::int32_t) override { return S_OK; }
-
-protected:
-    explicit FakeWebHostFactory(WebHostScript& script) : m_script(script) {}
-    ~FakeWebHostFactory() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
-    }
 
 private:
     WebHostScript& m_script;
@@ -71,7 +49,10 @@ private:
 class WebHostClass {
 public:
     WebHostClass() {
-        const auto factory = platform::ComObject<FakeWebHostFactory>::Create(script);
+        const auto make = [this](const GUID& interfaceId, void** object) {
+            return platform::ComObject<FakeWebHost>::Create(script)->QueryInterface(interfaceId, object);
+        };
+        const auto factory = platform::ComObject<FakeFactory>::Create(make);
         platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get());
     }
     ~WebHostClass() { platform::RevokeClassFactory(kWebHandlerHostClass); }

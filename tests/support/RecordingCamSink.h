@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "interfaces/ICam.h"
-#include "platform/com.h"
+#include "support/Fake.h"
 
 namespace support {
 
-class RecordingCamSink : public ICamSink {
+class RecordingCamSink : public Fake<ICamSink> {
 public:
     // One entry a call: the block's size in bytes, 0 for a frame without content, -1 for no frame.
     std::vector<long> Calls() const {
@@ -43,11 +43,7 @@ public:
     }
 
 protected:
-    RecordingCamSink() = default;
     ~RecordingCamSink() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<ICamSink>(this, interfaceId, object);
-    }
 
 private:
     mutable std::mutex m_mutex;

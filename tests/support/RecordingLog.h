@@ -2,6 +2,7 @@
 // it finds; each test empties it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <mutex>
@@ -22,11 +23,6 @@ struct LogLine {
     std::string file;
     std::int32_t line = 0;
 };
-
-// What most tests look at: "channel: text".
-inline std::string Brief(const LogLine& line) {
-    return line.channel + ": " + line.text;
-}
 
 class RecordingLog final : public ILogEngine {
 public:
@@ -74,11 +70,8 @@ public:
     std::vector<std::string> Texts(std::initializer_list<std::string_view> channels = {}) const {
         std::vector<std::string> texts;
         for (const LogLine& line : Lines()) {
-            bool wanted = channels.size() == 0;
-            for (const auto channel : channels)
-                wanted = wanted || line.channel == channel;
-            if (wanted)
-                texts.push_back(Brief(line));
+            if (channels.size() == 0 || std::ranges::count(channels, line.channel) != 0)
+                texts.push_back(line.channel + ": " + line.text);
         }
         return texts;
     }

@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "interfaces/IVideoSource.h"
-#include "platform/com.h"
 #include "platform/text.h"
+#include "support/Fake.h"
 
 namespace support {
 
-class RecordingVideoSink : public IVideoSourceSink {
+class RecordingVideoSink : public Fake<IVideoSourceSink> {
 public:
     std::vector<std::string> Take() {
         const std::lock_guard guard(m_mutex);
@@ -34,11 +34,7 @@ public:
     }
 
 protected:
-    RecordingVideoSink() = default;
     ~RecordingVideoSink() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoSourceSink>(this, interfaceId, object);
-    }
 
 private:
     void Note(char what, BSTR name) {

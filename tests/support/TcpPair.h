@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -76,9 +76,8 @@ public:
     std::string Receive(std::size_t count, int milliseconds = 10000) {
         std::string bytes;
         while (bytes.size() < count) {
-            pollfd waiting{m_fd.Get(), POLLIN, 0};
             char buffer[4096];
-            if (::poll(&waiting, 1, milliseconds) <= 0)
+            if (IsSilent(milliseconds))
                 break;
             const auto n = ::recv(m_fd.Get(), buffer, std::min(sizeof buffer, count - bytes.size()), 0);
             if (n <= 0)
@@ -87,16 +86,30 @@ public:
         }
         return bytes;
     }
+    // Up to and with `end`; fewer when the other side closes or says nothing for `milliseconds`.
+    std::string ReceiveUntil(std::string_view end, int milliseconds = 10000) {
+        std::string bytes;
+        while (!bytes.ends_with(end)) {
+            const std::string byte = Receive(1, milliseconds);
+            if (byte.empty())
+                break;
+            bytes += byte;
+        }
+        return bytes;
+    }
+    // Whether nothing comes within that time, not even an end.
+    bool IsSilent(int milliseconds) const {
+        pollfd waiting{m_fd.Get(), POLLIN, 0};
+        return ::poll(&waiting, 1, milliseconds) <= 0;
+    }
     // True when the other side has closed; what it still had to say is thrown away.
     bool IsClosed(int milliseconds = 10000) {
-        for (;;) {
-            pollfd waiting{m_fd.Get(), POLLIN, 0};
+        while (!IsSilent(milliseconds)) {
             char buffer[4096];
-            if (::poll(&waiting, 1, milliseconds) <= 0)
-                return false;
             if (::recv(m_fd.Get(), buffer, sizeof buffer, 0) <= 0)
                 return true;
         }
+        return false;
     }
     void FinishSending() { ::shutdown(m_fd.Get(), SHUT_WR); }
     // Ends the connection with a reset instead of an orderly close.
@@ -112,24 +125,55 @@ private:
     Descriptor m_fd;
 };
 
+// A TCP socket and an address of loopback for it.
+struct Loopback {
+    explicit Loopback(std::uint16_t port) {
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    }
+    sockaddr* Raw() { return reinterpret_cast<sockaddr*>(&address); }
+
+    sockaddr_in address{};
+    Descriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+};
+
+// A receive buffer of 0 is the system's own choice.
+inline Peer Connect(std::uint16_t port, int receiveBuffer = 0) {
+    Loopback to(port);
+    if (receiveBuffer > 0)
+        ::setsockopt(to.socket.Get(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    Must(::connect(to.socket.Get(), to.Raw(), sizeof to.address) == 0, "connect to loopback");
+    return Peer(to.socket.Release());
+}
+
+class Listener {
+public:
+    Listener() : m_at(0) {
+        socklen_t size = sizeof m_at.address;
+        Must(::bind(m_at.socket.Get(), m_at.Raw(), size) == 0 && ::listen(m_at.socket.Get(), 8) == 0 &&
+                 ::getsockname(m_at.socket.Get(), m_at.Raw(), &size) == 0,
+             "listen on loopback");
+    }
+    [[nodiscard]] std::uint16_t Port() const { return ntohs(m_at.address.sin_port); }
+    Descriptor Accept() {
+        Descriptor accepted(::accept4(m_at.socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        Must(accepted.Get() >= 0, "accept on loopback");
+        return accepted;
+    }
+
+private:
+    Loopback m_at;
+};
+
 struct TcpPair {
     Peer far;
     Descriptor near;
 
     TcpPair() {
-        const Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const raw = reinterpret_cast<sockaddr*>(&address);
-        socklen_t size = sizeof address;
-        Must(::bind(listener.Get(), raw, size) == 0 && ::listen(listener.Get(), 1) == 0 &&
-                 ::getsockname(listener.Get(), raw, &size) == 0,
-             "listen on loopback");
-        far = Peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        Must(::connect(far.Get(), raw, size) == 0, "connect to loopback");
-        near = Descriptor(::accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-        Must(near.Get() >= 0, "accept on loopback");
+        Listener listener;
+        far = Connect(listener.Port());
+        near = listener.Accept();
     }
     // Hands the near end over to the platform.
     SOCKET Adopt() { return platform::AdoptSocket(near.Release()); }
