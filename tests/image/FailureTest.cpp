@@ -101,6 +101,11 @@ Bytes TooManyCodes() {
     return Segment(kDht, content);
 }
 
+// Takes the end-of-image marker off.
+void CutEnd(Bytes& jpeg, std::uint8_t) {
+    jpeg.erase(jpeg.end() - 2, jpeg.end());
+}
+
 // Ends the data of the first scan with ones, of which no code is made, and goes on with the rest of the
 // stream.
 void DamageData(Bytes& jpeg, std::uint8_t) {
@@ -153,10 +158,9 @@ const Row kRows[] = {
     {"FactorZero", Base::Sequential, InFrame(11, {0x02}), -1, Frame::None},
     {"GreyFactorsSayNothing", Base::Grey, InFrame(11, {0x22}), 0, Frame::Whole},
     // Streams cut or damaged.
-    {"NoEnd", Base::Sequential, [](Bytes& j, std::uint8_t) { j.resize(j.size() - 2); }, 0, Frame::None},
-    {"NoEndProgressive", Base::Progressive, [](Bytes& j, std::uint8_t) { j.resize(j.size() - 2); }, 0,
-     Frame::None},
-    {"NoEndFallback", Base::Rgb, [](Bytes& j, std::uint8_t) { j.resize(j.size() - 2); }, 0, Frame::None},
+    {"NoEnd", Base::Sequential, CutEnd, 0, Frame::None},
+    {"NoEndProgressive", Base::Progressive, CutEnd, 0, Frame::None},
+    {"NoEndFallback", Base::Rgb, CutEnd, 0, Frame::None},
     {"Damaged", Base::Sequential, DamageData, 0, Frame::Damaged},
     {"DamagedFallback", Base::Rgb, DamageData, 0, Frame::Damaged},
     {"DamagedProgressive", Base::Progressive, DamageData, 0, Frame::None},
