@@ -26,43 +26,29 @@ TEST(Options, AreRead) {
     EXPECT_EQ(ParseUpload(With({})).upload.frames, std::nullopt);
     EXPECT_EQ(ParseUpload(With({})).split, 607U);
     EXPECT_TRUE(ParseUpload(Arguments{"--help"}).help);
-    EXPECT_EQ(ParseServer("[::1]:8080").Text(), "[::1]:8080");
     EXPECT_EQ(ParseServer("[::1]:8080").host, "::1");
     EXPECT_EQ(NumberedLogin("cam", 7), "cam0007");
     EXPECT_EQ(NumberedLogin("cam", 10000), "cam10000");
 }
 
 TEST(Options, ThatMakeNoSenseAreRefused) {
-    const std::string longPassword(65, 'p');
-    for (const Arguments& arguments : {
-             Arguments{},
-             Arguments{"--server", "h:1", "--login", "l"},
-             With({"--fps"}),
-             With({"--fps", "0"}),
-             With({"--fps", "-1"}),
-             With({"--fps", "nan"}),
-             With({"--fps", "inf"}),
-             With({"--fps", "5x"}),
-             With({"--frames", "0"}),
-             With({"--frames", "-1"}),
-             With({"--frames", "99999999999999999999"}),
-             With({"--split", "65536"}),
-             With({"--phones", "0"}),
-             With({"--phones", "10001"}),
-             With({"--what", "1"}),
-             With({"extra", "1"}),
-             With({"--login", "a:b"}),
-             With({"--password", longPassword}),
-             With({"--server", "h"}),
-             With({"--server", ":1"}),
-             With({"--server", "h:"}),
-             With({"--server", "h:0"}),
-             With({"--server", "h:65536"}),
-             With({"--server", "h:1x"}),
-             With({"--server", "::1:80"}),
-             With({"--server", "[]:80"}),
-         }) {
-        EXPECT_THROW(ParseUpload(arguments), UsageError) << (arguments.empty() ? "" : arguments.back());
+    EXPECT_THROW(ParseUpload(Arguments{}), UsageError);
+    EXPECT_THROW(ParseUpload(Arguments{"--server", "h:1", "--login", "l"}), UsageError);
+    EXPECT_THROW(ParseUpload(With({"--fps"})), UsageError);
+    EXPECT_THROW(ParseUpload(With({"--password", std::string(65, 'p')})), UsageError);
+    const std::pair<const char*, std::vector<const char*>> cases[] = {
+        {"--fps", {"0", "-1", "nan", "inf", "5x"}},
+        {"--frames", {"0", "-1", "99999999999999999999"}},
+        {"--split", {"65536"}},
+        {"--phones", {"0", "10001"}},
+        {"--what", {"1"}},
+        {"extra", {"1"}},
+        {"--login", {"a:b"}},
+        {"--server", {"h", ":1", "h:", "h:0", "h:65536", "h:1x", "::1:80", "[]:80"}},
+    };
+    for (const auto& [option, values] : cases) {
+        for (const char* value : values)
+            EXPECT_THROW(ParseUpload(With({option, value})), UsageError) << option << ' ' << value;
     }
 }
 

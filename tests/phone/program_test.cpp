@@ -2,87 +2,23 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <csignal>
-#include <utility>
-#include <vector>
-
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include "host/phone/pictures.h"
 #include "phone/scripted_server.h"
+#include "support/Program.h"
 
 namespace host::phone::test {
 namespace {
 
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), PHONE_PROGRAM);
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        std::array<int, 2> ends{};
-        posix_spawn_file_actions_t actions;
-        ::posix_spawn_file_actions_init(&actions);
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0 ||
-            ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO) != 0 ||
-            ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO) != 0 ||
-            ::posix_spawn(&m_process, PHONE_PROGRAM, &actions, nullptr, pointers.data(), environ) != 0) {
-            throw std::runtime_error("the program does not start");
-        }
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::close(ends[1]);
-        m_output = ends[0];
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-    ~Program() {
-        if (m_process > 0) {
-            Signal(SIGKILL);
-            Finish();
-        }
-        ::close(m_output);
-    }
-    void Signal(int number) const { ::kill(m_process, number); }
-    // Waits for its end; the exit status, or -1 for a signal.
-    int Finish() {
-        std::array<char, 512> piece{};
-        for (ssize_t count = 0; (count = ::read(m_output, piece.data(), piece.size())) > 0;) {
-            m_text.append(piece.data(), static_cast<std::size_t>(count));
-        }
-        int status = 0;
-        ::waitpid(std::exchange(m_process, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    // All that it printed, both streams.
-    const std::string& Output() const { return m_text; }
+using support::Program;
 
-private:
-    pid_t m_process = -1;
-    int m_output = -1;
-    std::string m_text;
-};
-
-std::vector<std::string> Upload(const std::string& address, const char* sequence,
+std::vector<std::string> Upload(const ScriptedServer& server, const std::string& sequence,
                                 std::initializer_list<const char*> more = {}) {
-    std::vector<std::string> arguments{"upload",
-                                       "--server",
-                                       address,
-                                       "--login",
-                                       "yard",
-                                       "--password",
-                                       "demo",
-                                       "--fps",
-                                       "200",
-                                       "--pictures",
-                                       std::string(PHONE_PICTURES "/") + sequence};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return arguments;
+    std::vector<std::string> words{PHONE_PROGRAM, "upload", "--login", "yard",
+                                   "--password",  "demo",   "--fps",   "200"};
+    words.insert(words.end(),
+                 {"--server", server.Address().Text(), "--pictures", PHONE_PICTURES "/" + sequence});
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
 }
 
 TEST(PhoneProgram, EndsAsItsHelpSays) {
@@ -92,26 +28,28 @@ TEST(PhoneProgram, EndsAsItsHelpSays) {
         const char* output;
     };
     const Case cases[] = {
-        Case{{"--help"}, 0, "morrowstream-phone upload"},
-        Case{{"upload", "--help"}, 0, "--server HOST:PORT"},
-        Case{{}, 2, "morrowstream-phone: no command; see morrowstream-phone --help\n"},
-        Case{{"dance"}, 2, "unknown command \"dance\""},
-        Case{{"upload", "--server", "x"}, 2, "--server takes HOST:PORT, not \"x\""},
-        Case{{"upload", "--server", "h:1", "--login", "l", "--pictures", "/nowhere"},
-             1,
-             "cannot read the folder /nowhere: "},
+        {{"--help"}, 0, "morrowstream-phone upload"},
+        {{"upload", "--help"}, 0, "--server HOST:PORT"},
+        {{}, 2, "morrowstream-phone: no command; see morrowstream-phone --help\n"},
+        {{"dance"}, 2, "unknown command \"dance\""},
+        {{"upload", "--server", "x"}, 2, "--server takes HOST:PORT, not \"x\""},
+        {{"upload", "--server", "h:1", "--login", "l", "--pictures", "/nowhere"},
+         1,
+         "cannot read the folder /nowhere: "},
     };
     for (const Case& row : cases) {
-        Program program(row.arguments);
-        EXPECT_EQ(program.Finish(), row.status) << row.output;
-        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        std::vector<std::string> words{PHONE_PROGRAM};
+        words.insert(words.end(), row.arguments.begin(), row.arguments.end());
+        Program program(words);
+        EXPECT_EQ(program.Wait(), row.status) << row.output;
+        EXPECT_NE(program.output.find(row.output), std::string::npos) << program.output;
     }
 }
 
 TEST(PhoneProgram, ReportsWhatItSent) {
     for (const char* sequence : {"yard", "gate"}) {
         ScriptedServer server;
-        Program program(Upload(server.Address().Text(), sequence, {"--frames", "4"}));
+        Program program(Upload(server, sequence, {"--frames", "4"}));
         const std::string header = server.AcceptPhone();
         EXPECT_EQ(header.size(), 607U); // the pictures that come with the program share the usual head
         server.Grant(10);
@@ -121,37 +59,32 @@ TEST(PhoneProgram, ReportsWhatItSent) {
             EXPECT_TRUE(picture.ends_with("\xFF\xD9"));
         }
         server.Close();
-        EXPECT_EQ(program.Finish(), 0);
-        EXPECT_EQ(program.Output(), "sent 4 frames, 1 grants\n");
+        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_EQ(program.output, "sent 4 frames, 1 grants\n");
     }
 }
 
 TEST(PhoneProgram, FailsWithAClearLine) {
-    ScriptedServer server;
-    Program denied(Upload(server.Address().Text(), "gate"));
-    server.Accept();
-    server.ReadHead();
-    server.Read(131);
-    server.Send("\x01");
-    server.Close();
-    EXPECT_EQ(denied.Finish(), 1);
-    EXPECT_EQ(denied.Output(), "morrowstream-phone: denied: wrong password\nsent 0 frames, 0 grants\n");
-
-    std::string address;
+    std::vector<std::string> words;
     {
-        const ScriptedServer gone;
-        address = gone.Address().Text();
+        ScriptedServer server;
+        words = Upload(server, "gate");
+        Program denied(words);
+        server.Answer("\x01");
+        server.Close();
+        EXPECT_EQ(denied.Wait(), 1);
+        EXPECT_EQ(denied.output, "morrowstream-phone: denied: wrong password\nsent 0 frames, 0 grants\n");
     }
-    Program refused(Upload(address, "gate"));
-    EXPECT_EQ(refused.Finish(), 1);
-    EXPECT_EQ(refused.Output(), "morrowstream-phone: cannot connect to " + address +
-                                    ": Connection refused\nsent 0 frames, 0 grants\n");
+    Program refused(words); // nobody listens any more
+    EXPECT_EQ(refused.Wait(), 1);
+    EXPECT_EQ(refused.output, "morrowstream-phone: cannot connect to " + words[9] +
+                                  ": Connection refused\nsent 0 frames, 0 grants\n");
 }
 
 TEST(PhoneProgram, EndsCleanlyOnASignal) {
     for (const int signal : {SIGINT, SIGTERM}) {
         ScriptedServer server;
-        Program program(Upload(server.Address().Text(), "gate", {"--phones", "1"}));
+        Program program(Upload(server, "gate", {"--phones", "1"}));
         server.AcceptPhone();
         server.Grant(2);
         server.ReadFrame();
@@ -159,15 +92,15 @@ TEST(PhoneProgram, EndsCleanlyOnASignal) {
         program.Signal(signal);
         EXPECT_TRUE(server.AtEnd()); // its side is closed in order
         server.Close();
-        EXPECT_EQ(program.Finish(), 0);
-        EXPECT_EQ(program.Output(), "sent 2 frames, 1 grants, 1 of 1 phones to the end\n");
+        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_EQ(program.output, "sent 2 frames, 1 grants, 1 of 1 phones to the end\n");
     }
 }
 
 // Many phones: each logs in under its own name, and the one that fails is named and makes the whole fail.
 TEST(PhoneProgram, RunsManyPhones) {
     ScriptedServer server;
-    Program program(Upload(server.Address().Text(), "gate", {"--phones", "2", "--frames", "1"}));
+    Program program(Upload(server, "gate", {"--phones", "2", "--frames", "1"}));
     std::string heads;
     for (int i = 0; i < 2; ++i) {
         server.Accept();
@@ -185,9 +118,9 @@ TEST(PhoneProgram, RunsManyPhones) {
         server.Close();
     }
     EXPECT_NE(heads.find("/yard0002 "), std::string::npos);
-    EXPECT_EQ(program.Finish(), 1);
-    EXPECT_EQ(program.Output(), "morrowstream-phone: yard0002: denied: wrong password\n"
-                                "sent 1 frames, 1 grants, 1 of 2 phones to the end\n");
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_EQ(program.output, "morrowstream-phone: yard0002: denied: wrong password\n"
+                              "sent 1 frames, 1 grants, 1 of 2 phones to the end\n");
 }
 
 } // namespace
