@@ -249,7 +249,7 @@ private:
     IppBuffer<std::uint64_t> m_pMasks;       // of its blocks: the coefficients that are not zero
     std::int32_t m_nBlocksPerMcu = 0;
     IppBuffer<std::uint8_t> m_pSeam; // lines between two MCU rows, for 4:2:0 into pixels
-    IppBitWindow m_window; // sequential only
+    IppBitWindow m_window;           // sequential only
     IppMcuRow m_mcuRow{};
     std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already
 

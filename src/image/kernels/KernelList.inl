@@ -39,9 +39,9 @@ KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R,
         std::int32_t nDstStep, IppiSize dstRoi),
        (pSrc, nSrcStep, srcRoi, pDst, nDstStep, dstRoi))
 
+#include "image/kernels/lists/ColourFromYCbCr.inl"
 #include "image/kernels/lists/FallbackOutput.inl"
 #include "image/kernels/lists/FrameConversion.inl"
-#include "image/kernels/lists/ColourFromYCbCr.inl"
 #include "image/kernels/lists/Interleave.inl"
 #include "image/kernels/lists/ProgressiveEntropy.inl"
 #include "image/kernels/lists/ProgressiveRun.inl"

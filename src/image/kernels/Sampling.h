@@ -11,8 +11,8 @@
 IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
                                        std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
 
-// Doubles width and height with a triangular filter. Output row r lies in source row r >> 1 (near); far is the
-// row before it for even r and after it for odd r. With c[i] = 3 near[i] + far[i]:
+// Doubles width and height with a triangular filter. Output row r lies in source row r >> 1 (near); far is
+// the row before it for even r and after it for odd r. With c[i] = 3 near[i] + far[i]:
 //   out[2i] = (3 c[i] + c[i-1] + 8) >> 4,  out[2i+1] = (3 c[i] + c[i+1] + 7) >> 4.
 // The samples around the area are read: a column on each side, a row above, and one below where the output's
 // last row is an odd one.
