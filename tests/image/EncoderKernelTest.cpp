@@ -55,11 +55,11 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
     std::uint16_t t[64] = {};
     std::uint32_t counts[256] = {};
     std::int32_t pos = 0, negative = -1;
-    ippiEncodeHuffmanSpec spec{};
+    ippiEncodeHuffmanSpec huffman{};
     ippiEncodeHuffmanState state{};
-    ippiScanComponent scan{s, 8, 1, 1, t, &spec, &spec, 0};
+    ippiScanComponent scan{s, 8, 1, 1, t, &huffman, &huffman, 0};
     const auto first = [&](int nSs, int nSe, int nAl) {
-        return ippiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(c, d, 64, &pos, nSs, nSe, nAl, &spec, &state, 0);
+        return ippiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(c, d, 64, &pos, nSs, nSe, nAl, &huffman, &state, 0);
     };
     const std::pair<IppStatus, IppStatus> aRows[] = {
         {-5, ippiQuantFwdRawTableInit_JPEG_8u(s, 0)},
@@ -69,10 +69,10 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
         {-8, ippiEncodeHuffmanSpecFree_JPEG_8u(nullptr)},
         {-8, ippiEncodeHuffmanRawTableInit_JPEG_8u(counts, nullptr, d)},
         {-8, ippiEncodeHuffmanStateInitAlloc_JPEG_8u(nullptr)},
-        {-8, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, 64, &pos, &dc, &spec, nullptr, &state, 0)},
-        {-6, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, -1, &pos, &dc, &spec, &spec, &state, 0)},
-        {-5, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, 64, &negative, &dc, &spec, &spec, &state, 0)},
-        {-5, ippiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(c, d, 64, &pos, &dc, 14, &spec, &state, 0)},
+        {-8, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, 64, &pos, &dc, &huffman, nullptr, &state, 0)},
+        {-6, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, -1, &pos, &dc, &huffman, &huffman, &state, 0)},
+        {-5, ippiEncodeHuffman8x8_JPEG_16s1u_C1(c, d, 64, &negative, &dc, &huffman, &huffman, &state, 0)},
+        {-5, ippiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(c, d, 64, &pos, &dc, 14, &huffman, &state, 0)},
         {-5, ippiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(c, d, 64, &pos, -1, &state, 0)},
         {-5, first(0, 5, 0)},
         {-5, first(64, 64, 0)},
@@ -168,19 +168,19 @@ TEST_P(EncoderKernels, TablesFromCounts) {
         for (unsigned i = 0; i < nSymbols; ++i)
             aCounts[random() % 256] += 1 + (random() >> (8 + nCase % 20 + random() % 4));
         ASSERT_EQ(ippiEncodeHuffmanRawTableInit_JPEG_8u(aCounts, aBits, aValues), 0);
-        SpecOwner spec;
-        ASSERT_EQ(MakeSpec(aBits, aValues, spec), 0);
+        SpecOwner huffman;
+        ASSERT_EQ(MakeSpec(aBits, aValues, huffman), 0);
         double sum = 0;
         for (int i = 0; i < 256; ++i) {
-            const std::uint32_t nLength = spec->aCode[i] >> 16;
+            const std::uint32_t nLength = huffman->aCode[i] >> 16;
             ASSERT_EQ(nLength != 0, aCounts[i] != 0) << i;
             if (nLength == 0)
                 continue;
             sum += std::ldexp(1.0, -static_cast<int>(nLength));
-            EXPECT_NE(spec->aCode[i] & 0xFFFF, (1u << nLength) - 1) << "the code of all ones";
+            EXPECT_NE(huffman->aCode[i] & 0xFFFF, (1u << nLength) - 1) << "the code of all ones";
             // Where lengths had to be limited, symbols of one length before share several afterwards.
             for (int j = 0; j < 256 && aBits[15] == 0; ++j)
-                ASSERT_FALSE(aCounts[j] > aCounts[i] && spec->aCode[j] >> 16 > nLength) << i << " " << j;
+                ASSERT_FALSE(aCounts[j] > aCounts[i] && huffman->aCode[j] >> 16 > nLength) << i << " " << j;
         }
         EXPECT_LT(sum, 1.0);
     }
@@ -201,14 +201,14 @@ TEST_P(EncoderKernels, BytesOfTheBitWriter) {
     const std::uint8_t aBits[16] = {0, 0, 0, 0, 0, 0, 0, 255}; // symbol n has code n
     std::uint8_t aValues[256];
     std::iota(std::begin(aValues), std::end(aValues), std::uint8_t{0});
-    SpecOwner spec;
-    ASSERT_EQ(MakeSpec(aBits, aValues, spec), 0);
+    SpecOwner huffman;
+    ASSERT_EQ(MakeSpec(aBits, aValues, huffman), 0);
     ippiEncodeHuffmanState state{};
     const auto block = [&](Block coefficients, Bytes& out, std::int32_t& nPos) {
         std::int16_t nDc = 0;
         return ippiEncodeHuffman8x8_JPEG_16s1u_C1(coefficients.data(), out.data(),
                                                   static_cast<std::int32_t>(out.size()), &nPos, &nDc,
-                                                  spec.get(), spec.get(), &state, 0);
+                                                  huffman.get(), huffman.get(), &state, 0);
     };
     const auto flush = [&](Bytes& out, std::int32_t& nPos) {
         return ippiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, out.data(), static_cast<std::int32_t>(out.size()),

@@ -93,10 +93,10 @@ TEST_P(KernelLevels, BadArgumentsAreRefused) {
     std::int16_t c[64] = {}, dc = 0;
     std::uint16_t t[64] = {};
     std::int32_t pos = 0, marker = 0, negative = -1;
-    ippiDecodeHuffmanSpec spec{};
+    ippiDecodeHuffmanSpec huffman{};
     ippiDecodeHuffmanState state{};
     const auto block = [&](const std::uint8_t* pSrc, int nSize, std::int32_t* pPos, std::int16_t* pOut) {
-        return ippiDecodeHuffman8x8_JPEG_1u16s_C1(pSrc, nSize, pPos, pOut, &dc, &marker, &spec, &spec,
+        return ippiDecodeHuffman8x8_JPEG_1u16s_C1(pSrc, nSize, pPos, pOut, &dc, &marker, &huffman, &huffman,
                                                   &state);
     };
     struct Row {
@@ -116,9 +116,9 @@ TEST_P(KernelLevels, BadArgumentsAreRefused) {
         {"plane, no stride", -14, ippiCopy_8u_C1R(s, 8, d, 0, {8, 8})},
         {"plane, negative stride", -14, ippiCopy_8u_C1R(s, -8, d, 8, {8, 8})},
         {"steps, no table", -8, ippiQuantInvTableInit_JPEG_8u16u(s, nullptr)},
-        {"spec, no place", -8, ippiDecodeHuffmanSpecInit_JPEG_8u(s, s, nullptr)},
-        {"spec, over-full", -64, ippiDecodeHuffmanSpecInit_JPEG_8u(aOver, s, &pOver)},
-        {"spec, free of none", -8, ippiDecodeHuffmanSpecFree_JPEG_8u(nullptr)},
+        {"huffman, no place", -8, ippiDecodeHuffmanSpecInit_JPEG_8u(s, s, nullptr)},
+        {"huffman, over-full", -64, ippiDecodeHuffmanSpecInit_JPEG_8u(aOver, s, &pOver)},
+        {"huffman, free of none", -8, ippiDecodeHuffmanSpecFree_JPEG_8u(nullptr)},
         {"state, no place", -8, ippiDecodeHuffmanStateInitAlloc_JPEG_8u(nullptr)},
         {"state, reset of none", -8, ippiDecodeHuffmanStateInit_JPEG_8u(nullptr)},
         {"block, no source", -8, block(nullptr, 1, &pos, c)},
@@ -487,7 +487,7 @@ TEST_P(KernelLevels, IntakeAtMarkersAndEnds) {
     HuffmanTable table;
     table.aBits[0] = 1;
     table.values = {0};
-    const SpecOwner spec(table);
+    const SpecOwner huffman(table);
     for (const Row& row : aRows) {
         ippiDecodeHuffmanState state{};
         std::int32_t nPos = 0, nMarker = 0;
@@ -496,9 +496,9 @@ TEST_P(KernelLevels, IntakeAtMarkersAndEnds) {
         IppStatus nStatus = 0;
         int n = -1;
         for (; nStatus == 0; ++n)
-            nStatus =
-                ippiDecodeHuffman8x8_JPEG_1u16s_C1(row.data.data(), static_cast<int>(row.data.size()), &nPos,
-                                                   block.data(), &nLastDc, &nMarker, spec.p, spec.p, &state);
+            nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(row.data.data(), static_cast<int>(row.data.size()),
+                                                         &nPos, block.data(), &nLastDc, &nMarker, huffman.p,
+                                                         huffman.p, &state);
         EXPECT_EQ(n, row.nBlocks) << row.szName;
         EXPECT_EQ(nStatus, row.nStatus) << row.szName;
         EXPECT_EQ(nMarker, row.nMarker) << row.szName;

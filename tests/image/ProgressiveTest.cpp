@@ -300,7 +300,7 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
     const std::uint8_t s[8] = {};
     std::int16_t block[64] = {}, nLastDc = 0;
     std::int32_t nPos = 0, nMarker = 0, nDone = 0;
-    ippiDecodeHuffmanSpec spec{};
+    ippiDecodeHuffmanSpec huffman{};
     ippiDecodeHuffmanState state{};
     const auto ac = [&](auto kernel, int nSize, int nSs, int nSe, int nAl,
                         const ippiDecodeHuffmanSpec* pTable) {
@@ -309,24 +309,24 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
     for (const auto kernel :
          {&ippiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1, &ippiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1}) {
         EXPECT_EQ(ac(kernel, 8, 1, 63, 0, nullptr), -8);
-        EXPECT_EQ(ac(kernel, -1, 1, 63, 0, &spec), -5);
-        EXPECT_EQ(ac(kernel, 8, 0, 63, 0, &spec), -5);
-        EXPECT_EQ(ac(kernel, 8, 9, 8, 0, &spec), -5);
-        EXPECT_EQ(ac(kernel, 8, 1, 64, 0, &spec), -5);
-        EXPECT_EQ(ac(kernel, 8, 1, 63, 14, &spec), -5);
-        EXPECT_EQ(ac(kernel, 8, 1, 63, -1, &spec), -5);
+        EXPECT_EQ(ac(kernel, -1, 1, 63, 0, &huffman), -5);
+        EXPECT_EQ(ac(kernel, 8, 0, 63, 0, &huffman), -5);
+        EXPECT_EQ(ac(kernel, 8, 9, 8, 0, &huffman), -5);
+        EXPECT_EQ(ac(kernel, 8, 1, 64, 0, &huffman), -5);
+        EXPECT_EQ(ac(kernel, 8, 1, 63, 14, &huffman), -5);
+        EXPECT_EQ(ac(kernel, 8, 1, 63, -1, &huffman), -5);
         state.nEobRun = 2;
-        EXPECT_EQ(ac(kernel, 0, 1, 63, 13, &spec), 0) << "an end-of-band run needs no data";
+        EXPECT_EQ(ac(kernel, 0, 1, 63, 13, &huffman), 0) << "an end-of-band run needs no data";
         EXPECT_EQ(state.nEobRun, 1);
         state.nEobRun = 0;
-        EXPECT_EQ(ac(kernel, 0, 1, 63, 0, &spec), -62);
+        EXPECT_EQ(ac(kernel, 0, 1, 63, 0, &huffman), -62);
     }
-    EXPECT_EQ(
-        ippiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s, 8, &nPos, block, nullptr, &nMarker, 0, &spec, &state),
-        -8);
-    EXPECT_EQ(
-        ippiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s, 8, &nPos, block, &nLastDc, &nMarker, 14, &spec, &state),
-        -5);
+    EXPECT_EQ(ippiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s, 8, &nPos, block, nullptr, &nMarker, 0, &huffman,
+                                                         &state),
+              -8);
+    EXPECT_EQ(ippiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s, 8, &nPos, block, &nLastDc, &nMarker, 14, &huffman,
+                                                         &state),
+              -5);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, nullptr, block, &nMarker, 0, &state), -8);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, &nPos, block, &nMarker, -1, &state), -5);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 0, &nPos, block, &nMarker, 0, &state), -62);

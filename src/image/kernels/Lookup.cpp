@@ -12,14 +12,14 @@ struct Code {
     std::uint32_t nSymbol = 0;
 };
 
-Code FirstCode(const ippiDecodeHuffmanSpec& spec, std::uint32_t nIndex) {
-    if (const std::uint32_t nEntry = spec.aFast[nIndex >> (ippLookupBits - 8)])
+Code FirstCode(const ippiDecodeHuffmanSpec& huffman, std::uint32_t nIndex) {
+    if (const std::uint32_t nEntry = huffman.aFast[nIndex >> (ippLookupBits - 8)])
         return {nEntry >> 16, nEntry & 0xFF};
     for (std::int32_t nLength = 9; nLength <= ippLookupBits; ++nLength) {
         const auto nCode = static_cast<std::int32_t>(nIndex >> (ippLookupBits - nLength));
-        if (nCode <= spec.aMaxCode[nLength]) {
-            const std::int32_t nValue = spec.aValueIndex[nLength] + nCode - spec.aMinCode[nLength];
-            return {static_cast<std::uint32_t>(nLength), spec.aValues[nValue & 255] & 0xFFu};
+        if (nCode <= huffman.aMaxCode[nLength]) {
+            const std::int32_t nValue = huffman.aValueIndex[nLength] + nCode - huffman.aMinCode[nLength];
+            return {static_cast<std::uint32_t>(nLength), huffman.aValues[nValue & 255] & 0xFFu};
         }
     }
     return {};
@@ -39,8 +39,8 @@ constexpr std::uint64_t Entry(std::uint32_t nDrop, std::uint32_t nAdvance, std::
            std::uint64_t{static_cast<std::uint16_t>(nSecondValue)} << 48;
 }
 
-std::uint64_t AcEntry(const ippiDecodeHuffmanSpec& spec, std::uint32_t nIndex) {
-    const Code first = FirstCode(spec, nIndex);
+std::uint64_t AcEntry(const ippiDecodeHuffmanSpec& huffman, std::uint32_t nIndex) {
+    const Code first = FirstCode(huffman, nIndex);
     const std::uint32_t nRun = first.nSymbol >> 4;
     const std::uint32_t nSize = first.nSymbol & 15;
     const std::uint32_t nUsed = first.nLength + nSize;
@@ -50,7 +50,7 @@ std::uint64_t AcEntry(const ippiDecodeHuffmanSpec& spec, std::uint32_t nIndex) {
         return Entry(nUsed, nRun == 15 ? 16 : ippLookupEnd, 0, 0, 0, 0);
 
     const std::int32_t nValue = ValueAt(nIndex, first.nLength, nSize);
-    const Code second = FirstCode(spec, nIndex << nUsed & (kIndices - 1));
+    const Code second = FirstCode(huffman, nIndex << nUsed & (kIndices - 1));
     const std::uint32_t nSecondRun = second.nSymbol >> 4;
     const std::uint32_t nSecondSize = second.nSymbol & 15;
     const std::uint32_t nAll = nUsed + second.nLength + nSecondSize;
@@ -66,9 +66,9 @@ std::uint64_t AcEntry(const ippiDecodeHuffmanSpec& spec, std::uint32_t nIndex) {
 
 } // namespace
 
-void ippDcLookupInit(const ippiDecodeHuffmanSpec& spec, IppDcLookup& lookup) noexcept {
+void ippDcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppDcLookup& lookup) noexcept {
     for (std::uint32_t nIndex = 0; nIndex < kIndices; ++nIndex) {
-        const Code code = FirstCode(spec, nIndex);
+        const Code code = FirstCode(huffman, nIndex);
         const std::uint32_t nSize = code.nSymbol & 15;
         const std::uint32_t nAll = code.nLength + nSize;
         std::uint32_t nEntry = code.nSymbol << 16 | ippDcLookupLong | code.nLength;
@@ -80,7 +80,7 @@ void ippDcLookupInit(const ippiDecodeHuffmanSpec& spec, IppDcLookup& lookup) noe
     }
 }
 
-void ippAcLookupInit(const ippiDecodeHuffmanSpec& spec, IppAcLookup& lookup) noexcept {
+void ippAcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppAcLookup& lookup) noexcept {
     for (std::uint32_t nIndex = 0; nIndex < kIndices; ++nIndex)
-        lookup.aEntries[nIndex] = AcEntry(spec, nIndex);
+        lookup.aEntries[nIndex] = AcEntry(huffman, nIndex);
 }

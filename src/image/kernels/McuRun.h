@@ -35,8 +35,8 @@ struct IppAcLookup {
 inline constexpr std::uint32_t ippLookupEnd = 128;
 inline constexpr std::uint32_t ippLookupLong = 64;
 
-void ippDcLookupInit(const ippiDecodeHuffmanSpec& spec, IppDcLookup& lookup) noexcept;
-void ippAcLookupInit(const ippiDecodeHuffmanSpec& spec, IppAcLookup& lookup) noexcept;
+void ippDcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppDcLookup& lookup) noexcept;
+void ippAcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppAcLookup& lookup) noexcept;
 
 // A piece of the source without its stuffed bytes, so that the bit reader needs no look at single bytes.
 // nOffset in pBytes and nSrcPos in the source are the same place, the cursor: that from which the last run

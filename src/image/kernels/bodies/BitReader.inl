@@ -23,7 +23,7 @@ public:
         : m_pSrc(pSrc), m_nSrcSize(nSrcSize), m_nPos(nPos), m_nMarker(nMarker), m_state(state) {}
 
     // The next symbol of a table. Where the bits suffice but no code fits: ippStsMarkerOrNoCode and symbol 0.
-    IppStatus Symbol(const ippiDecodeHuffmanSpec& spec, std::uint32_t& nSymbol) {
+    IppStatus Symbol(const ippiDecodeHuffmanSpec& huffman, std::uint32_t& nSymbol) {
         nSymbol = 0;
         std::int32_t nLength = 9;
         if (m_state.nBits < 8) {
@@ -33,7 +33,7 @@ public:
                 nLength = 1;
         }
         if (m_state.nBits >= 8) {
-            if (const std::uint32_t nEntry = spec.aFast[m_state.nAccumulator >> 24]) {
+            if (const std::uint32_t nEntry = huffman.aFast[m_state.nAccumulator >> 24]) {
                 Drop(static_cast<std::int32_t>(nEntry >> 16));
                 nSymbol = nEntry & 0xFFFF;
                 return ippStsNoErr;
@@ -42,7 +42,7 @@ public:
         std::uint32_t nCode = 0;
         if (const IppStatus nStatus = Take(nLength, nCode))
             return nStatus;
-        for (; static_cast<std::int32_t>(nCode) > spec.aMaxCode[nLength]; ++nLength) {
+        for (; static_cast<std::int32_t>(nCode) > huffman.aMaxCode[nLength]; ++nLength) {
             if (nLength == 16)
                 return ippStsMarkerOrNoCode;
             std::uint32_t nBit = 0;
@@ -51,8 +51,8 @@ public:
             nCode = nCode << 1 | nBit;
         }
         const std::int32_t nIndex =
-            spec.aValueIndex[nLength] + static_cast<std::int32_t>(nCode) - spec.aMinCode[nLength];
-        nSymbol = spec.aValues[nIndex & 255];
+            huffman.aValueIndex[nLength] + static_cast<std::int32_t>(nCode) - huffman.aMinCode[nLength];
+        nSymbol = huffman.aValues[nIndex & 255];
         return ippStsNoErr;
     }
 
@@ -147,16 +147,17 @@ public:
     }
 
     // The next symbol, or 0 with the reader given up where no code fits.
-    std::uint32_t Symbol(const ippiDecodeHuffmanSpec& spec) {
-        if (const std::uint32_t nEntry = spec.aFast[Peek(8)]) {
+    std::uint32_t Symbol(const ippiDecodeHuffmanSpec& huffman) {
+        if (const std::uint32_t nEntry = huffman.aFast[Peek(8)]) {
             Drop(nEntry >> 16);
             return nEntry & 0xFFFF;
         }
         for (std::uint32_t nLength = 9; nLength <= 16; ++nLength) {
             const auto nCode = static_cast<std::int32_t>(Peek(nLength));
-            if (nCode <= spec.aMaxCode[nLength]) {
+            if (nCode <= huffman.aMaxCode[nLength]) {
                 Drop(nLength);
-                return spec.aValues[(spec.aValueIndex[nLength] + nCode - spec.aMinCode[nLength]) & 255];
+                return huffman
+                    .aValues[(huffman.aValueIndex[nLength] + nCode - huffman.aMinCode[nLength]) & 255];
             }
         }
         m_bGaveUp = true;

@@ -32,7 +32,8 @@ IppStatus ippiQuantFwdTableInit_JPEG_8u16u(const std::uint8_t* pRawTable, std::u
 namespace {
 
 // Canonical codes (T.81 C.2). False when the lengths over-fill the code space.
-bool AssignEncoderCodes(const std::uint8_t* pBits, const std::uint8_t* pValues, ippiEncodeHuffmanSpec& spec) {
+bool AssignEncoderCodes(const std::uint8_t* pBits, const std::uint8_t* pValues,
+                        ippiEncodeHuffmanSpec& huffman) {
     std::uint32_t nCode = 0;
     std::uint32_t nIndex = 0;
     for (std::uint32_t nLength = 1; nLength <= 16; ++nLength, nCode <<= 1) {
@@ -42,25 +43,25 @@ bool AssignEncoderCodes(const std::uint8_t* pBits, const std::uint8_t* pValues, 
         for (std::uint32_t i = 0; i < nCount; ++i, ++nCode, ++nIndex) {
             const std::uint32_t nSymbol = pValues[nIndex];
             const std::uint32_t nSize = nSymbol & 15;
-            spec.aCode[nSymbol] = nLength << 16 | nCode;
-            spec.aWhole[nSymbol] = std::uint64_t{nCode} << nSize << 8 | (nLength + nSize);
+            huffman.aCode[nSymbol] = nLength << 16 | nCode;
+            huffman.aWhole[nSymbol] = std::uint64_t{nCode} << nSize << 8 | (nLength + nSize);
         }
     }
     return true;
 }
 
-bool HasAll(const ippiEncodeHuffmanSpec& spec, std::uint32_t nFirst, std::uint32_t nCount) {
+bool HasAll(const ippiEncodeHuffmanSpec& huffman, std::uint32_t nFirst, std::uint32_t nCount) {
     bool bAll = true;
     for (std::uint32_t i = nFirst; i < nFirst + nCount; ++i)
-        bAll = bAll && spec.aCode[i] != 0;
+        bAll = bAll && huffman.aCode[i] != 0;
     return bAll;
 }
 
-void NoteCoverage(ippiEncodeHuffmanSpec& spec) {
-    spec.bBaselineDc = HasAll(spec, 0, 12);
-    spec.bBaselineAc = spec.aCode[0x00] != 0 && spec.aCode[0xF0] != 0;
+void NoteCoverage(ippiEncodeHuffmanSpec& huffman) {
+    huffman.bBaselineDc = HasAll(huffman, 0, 12);
+    huffman.bBaselineAc = huffman.aCode[0x00] != 0 && huffman.aCode[0xF0] != 0;
     for (std::uint32_t nRun = 0; nRun < 16; ++nRun)
-        spec.bBaselineAc = spec.bBaselineAc && HasAll(spec, nRun << 4 | 1, 10);
+        huffman.bBaselineAc = huffman.bBaselineAc && HasAll(huffman, nRun << 4 | 1, 10);
 }
 
 } // namespace
@@ -73,12 +74,12 @@ IppStatus ippiEncodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std
     *ppSpec = pBlock ? ::new (pBlock) ippiEncodeHuffmanSpec{} : nullptr;
     if (!pBlock)
         return ippStsNullPtrErr;
-    ippiEncodeHuffmanSpec& spec = **ppSpec;
-    if (!AssignEncoderCodes(pBits, pValues, spec)) {
-        spec = {};
+    ippiEncodeHuffmanSpec& huffman = **ppSpec;
+    if (!AssignEncoderCodes(pBits, pValues, huffman)) {
+        huffman = {};
         return ippStsHuffmanTableErr;
     }
-    NoteCoverage(spec);
+    NoteCoverage(huffman);
     return ippStsNoErr;
 }
 

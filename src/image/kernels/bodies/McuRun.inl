@@ -110,12 +110,13 @@ public:
     }
 
     // The next symbol, whose code has nLength bits or more, or -1 where no code fits.
-    std::int32_t Symbol(const ippiDecodeHuffmanSpec& spec, std::uint32_t nLength) {
+    std::int32_t Symbol(const ippiDecodeHuffmanSpec& huffman, std::uint32_t nLength) {
         for (; nLength <= 16; ++nLength) {
             const auto nCode = static_cast<std::int32_t>(Peek(nLength));
-            if (nCode <= spec.aMaxCode[nLength]) {
+            if (nCode <= huffman.aMaxCode[nLength]) {
                 Drop(nLength);
-                return spec.aValues[(spec.aValueIndex[nLength] + nCode - spec.aMinCode[nLength]) & 255];
+                return huffman
+                    .aValues[(huffman.aValueIndex[nLength] + nCode - huffman.aMinCode[nLength]) & 255];
             }
         }
         return -1;

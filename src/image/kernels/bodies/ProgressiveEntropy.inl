@@ -11,17 +11,17 @@ class SlowScanReader {
 public:
     explicit SlowScanReader(SlowBitReader& bits) : m_bits(bits) {}
 
-    IppStatus Symbol(const ippiDecodeHuffmanSpec& spec, std::uint32_t& nSymbol) {
-        return m_bits.Symbol(spec, nSymbol);
+    IppStatus Symbol(const ippiDecodeHuffmanSpec& huffman, std::uint32_t& nSymbol) {
+        return m_bits.Symbol(huffman, nSymbol);
     }
     IppStatus Take(std::uint32_t nCount, std::uint32_t& nBits) {
         return m_bits.Take(static_cast<std::int32_t>(nCount), nBits);
     }
     // A symbol with the value that follows it, which is never 0, or 0 where none does.
-    IppStatus Coefficient(const ippiDecodeHuffmanSpec& spec, std::uint32_t& nRun, std::int32_t& nValue) {
+    IppStatus Coefficient(const ippiDecodeHuffmanSpec& huffman, std::uint32_t& nRun, std::int32_t& nValue) {
         std::uint32_t nSymbol = 0;
         nValue = 0;
-        if (const IppStatus nStatus = m_bits.Symbol(spec, nSymbol))
+        if (const IppStatus nStatus = m_bits.Symbol(huffman, nSymbol))
             return nStatus;
         nRun = nSymbol >> 4 & 15;
         const std::uint32_t nSize = nSymbol & 15;
@@ -43,9 +43,9 @@ class FastScanReader {
 public:
     explicit FastScanReader(FastBitReader& bits) : m_bits(bits) {}
 
-    IppStatus Symbol(const ippiDecodeHuffmanSpec& spec, std::uint32_t& nSymbol) {
+    IppStatus Symbol(const ippiDecodeHuffmanSpec& huffman, std::uint32_t& nSymbol) {
         m_bits.Refill();
-        nSymbol = m_bits.Symbol(spec);
+        nSymbol = m_bits.Symbol(huffman);
         return Status();
     }
     IppStatus Take(std::uint32_t nCount, std::uint32_t& nBits) {
@@ -54,16 +54,16 @@ public:
         m_bits.Drop(nCount);
         return Status();
     }
-    IppStatus Coefficient(const ippiDecodeHuffmanSpec& spec, std::uint32_t& nRun, std::int32_t& nValue) {
+    IppStatus Coefficient(const ippiDecodeHuffmanSpec& huffman, std::uint32_t& nRun, std::int32_t& nValue) {
         m_bits.Refill();
-        const std::uint32_t nEntry = spec.aRun[m_bits.Peek(ippDecodeRunBits)];
+        const std::uint32_t nEntry = huffman.aRun[m_bits.Peek(ippDecodeRunBits)];
         nValue = static_cast<std::int16_t>(nEntry >> 16);
         if (nValue != 0) {
             m_bits.Drop(nEntry & 0xFF);
             nRun = (nEntry >> 8 & 0xFF) - 1;
             return Status();
         }
-        const std::uint32_t nSymbol = m_bits.Symbol(spec);
+        const std::uint32_t nSymbol = m_bits.Symbol(huffman);
         nRun = nSymbol >> 4 & 15;
         if (const std::uint32_t nSize = nSymbol & 15)
             nValue = m_bits.Value(nSize);

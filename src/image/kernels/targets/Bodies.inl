@@ -11,8 +11,10 @@
 #include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"
 
-#include "image/kernels/bodies/ColourFromYCbCr.inl"
 #include "image/kernels/bodies/Interleave.inl"
+
+// Interleaves what it has converted.
+#include "image/kernels/bodies/ColourFromYCbCr.inl"
 
 #include "image/kernels/bodies/McuRun.inl"
 
