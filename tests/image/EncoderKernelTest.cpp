@@ -1,5 +1,6 @@
 // The encoder's kernels against their contracts, at every level of the machine.
 
+#include "image/KernelLevel.h"
 #include "image/jpegenc/JpegEncoderTables.h"
 #include "image/kernels/Kernels.h"
 #include "image/kernels/ZigZag.h"
@@ -30,23 +31,9 @@ private:
     std::mt19937 m_engine;
 };
 
-// Runs a test at a level, level 4 with both its variants, and leaves the process at level 0.
-class EncoderKernels : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override {
-        const bool bWide = GetParam() == ippLevels;
-        const int nLevel = bWide ? ippLevels - 1 : GetParam();
-        if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel || (bWide && !ippHasWideKernels()))
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = nLevel;
-        g_nKernelWide = bWide ? 1 : 0;
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-};
+class EncoderKernels : public AtKernelLevel {};
 
-INSTANTIATE_TEST_SUITE_P(All, EncoderKernels, testing::Range(0, ippLevels + 1), [](const auto& level) {
-    return level.param == ippLevels ? "Level4Wide" : "Level" + std::to_string(level.param);
-});
+INSTANTIATE_TEST_SUITE_P(All, EncoderKernels, EveryKernelLevel(), KernelLevelName);
 
 TEST_P(EncoderKernels, BadArgumentsAreRefused) {
     std::uint8_t s[64] = {}, d[256] = {};

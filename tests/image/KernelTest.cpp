@@ -1,6 +1,7 @@
 // The kernels against their contracts, and every level of the machine against level 0.
 
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/kernels/Kernels.h"
 
 #include <gtest/gtest.h>
@@ -18,23 +19,9 @@ namespace {
 
 using samples::Bytes;
 
-// Runs a test at a level, level 4 with both its variants, and leaves the process at level 0.
-class KernelLevels : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override {
-        const bool bWide = GetParam() == ippLevels;
-        const int nLevel = bWide ? ippLevels - 1 : GetParam();
-        if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel || (bWide && !ippHasWideKernels()))
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = nLevel;
-        g_nKernelWide = bWide ? 1 : 0;
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-};
+class KernelLevels : public AtKernelLevel {};
 
-INSTANTIATE_TEST_SUITE_P(All, KernelLevels, testing::Range(0, ippLevels + 1), [](const auto& level) {
-    return level.param == ippLevels ? "Level4Wide" : "Level" + std::to_string(level.param);
-});
+INSTANTIATE_TEST_SUITE_P(All, KernelLevels, EveryKernelLevel(), KernelLevelName);
 
 TEST(KernelStart, LevelFollowsTheIdentification) {
     struct Row {

@@ -3,6 +3,7 @@
 
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/kernels/Kernels.h"
 
 #include <gtest/gtest.h>
@@ -15,22 +16,9 @@ namespace {
 
 using samples::Bytes;
 
-class McuRuns : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override {
-        const bool bWide = GetParam() == ippLevels;
-        const int nLevel = bWide ? ippLevels - 1 : GetParam();
-        if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel || (bWide && !ippHasWideKernels()))
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = nLevel;
-        g_nKernelWide = bWide ? 1 : 0;
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-};
+class McuRuns : public AtKernelLevel {};
 
-INSTANTIATE_TEST_SUITE_P(All, McuRuns, testing::Range(0, ippLevels + 1), [](const auto& level) {
-    return level.param == ippLevels ? "Level4Wide" : "Level" + std::to_string(level.param);
-});
+INSTANTIATE_TEST_SUITE_P(All, McuRuns, EveryKernelLevel(), KernelLevelName);
 
 struct Table {
     ~Table() {
