@@ -92,7 +92,7 @@ public:
     }
 
     struct Message {
-        int kind = 0; // 1 text, 2 binary, 8 close, 9 ping; 0: the connection is at its end
+        int kind = 0; // 1 text, 2 binary, 8 close, 9 ping, 10 pong; 0: the connection is at its end
         std::string data;
     };
     Message Read() {
@@ -128,6 +128,10 @@ public:
                text;
     }
     bool Say(const std::string& text, int kind = 1) { return peer.Send(Masked(text, kind)); }
+    // Back when the host has acted on the message: it answers the ping behind it only then.
+    bool SayAndBeHeard(const std::string& text) {
+        return Say(text) && Say("", 9) && ReadNext(10).has_value();
+    }
     bool IsClosed() { return peer.IsClosed(5000); }
 
     Reply reply;

@@ -118,7 +118,7 @@ TEST(Tiles, OnlyWhatIsShownIsSent) {
     const CamPtr gate = rig.AddCamera("gate");
     const std::string yardId = std::to_string(rig.feeds->Find("yard")->Id());
     Page page(rig.Port());
-    EXPECT_TRUE(page.Say("show"));
+    ASSERT_TRUE(page.SayAndBeHeard("show"));
     const auto encoded = Picture::EncodedCount();
     yard->Show(MakeBlock(32, 16));
     gate->Show(MakeBlock(32, 16));
