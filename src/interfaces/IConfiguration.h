@@ -10,6 +10,9 @@ struct IConfiguration : IUnknown {
     // `body` and `head` go in and come out: on success their old values are freed and new ones, the caller's
     // to free, stand in their place; on failure both stay as they came in. `body` may hold any bytes: its
     // byte length counts.
+    //
+    // So it is with the server object. The host's content objects leave the old values to the caller: see
+    // IWebServer.h.
     virtual HRESULT GetContent(BSTR path, BSTR* body, BSTR* head) = 0;
     virtual HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) = 0;
 
