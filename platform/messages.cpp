@@ -23,6 +23,7 @@ constexpr Message kMessages[] = {
     {5, u"Access is denied.\r\n"},
     {6, u"The handle is invalid.\r\n"},
     {8, u"Not enough memory resources are available to process this command.\r\n"},
+    {13, u"The data is invalid.\r\n"},
     {14, u"Not enough memory resources are available to complete this operation.\r\n"},
     {29, u"The system cannot write to the specified device.\r\n"},
     {30, u"The system cannot read from the specified device.\r\n"},

@@ -1,0 +1,23 @@
+// Folders that the system knows by number, and the names of files as the component writes them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+namespace platform {
+
+// The number of the folder for data that all users of the machine share.
+inline constexpr int kFolderCommonData = 35;
+
+// The folder in UTF-8, made if it is missing, without a separator at its end; empty, with the last error set,
+// when there is no folder of that number or it cannot be made. The common data folder is /var/lib until the
+// host sets another one at its start.
+MORROW_PLATFORM_API std::string KnownFolder(int number);
+MORROW_PLATFORM_API void SetCommonDataFolder(std::string path);
+
+// The path in UTF-8 of a file that the component names in its own way: with "\" between the folders.
+MORROW_PLATFORM_API std::string NativePath(std::u16string_view path);
+
+} // namespace platform
