@@ -1,0 +1,183 @@
+// What the codec asks of the heap: how often, and what becomes of a picture when the answer is no. The
+// program is linked so that every allocation of the codec's own code comes through here.
+
+#include "image/ImageCodec.h"
+#include "image/JpegSamples.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+namespace {
+
+constexpr int kNever = -1;
+bool s_bArmed = false;
+int s_nAsked = 0;
+int s_nRefuse = kNever; // the allocation that is refused, counted from 0
+std::size_t s_nRefusedBytes = 0;
+
+bool IsRefused(std::size_t nBytes) {
+    if (!s_bArmed || s_nAsked++ != s_nRefuse)
+        return false;
+    s_nRefusedBytes = nBytes;
+    return true;
+}
+
+} // namespace
+
+// What the linker puts in place of the allocations (its option --wrap).
+extern "C" {
+void* __real_malloc(std::size_t nBytes);
+void* __real_calloc(std::size_t nCount, std::size_t nBytes);
+void* __real__Znwm(std::size_t nBytes);
+void* __real__Znam(std::size_t nBytes);
+void* __real__ZnwmSt11align_val_t(std::size_t nBytes, std::align_val_t nAlignment);
+
+void* __wrap_malloc(std::size_t nBytes) {
+    return IsRefused(nBytes) ? nullptr : __real_malloc(nBytes);
+}
+void* __wrap_calloc(std::size_t nCount, std::size_t nBytes) {
+    return IsRefused(nCount * nBytes) ? nullptr : __real_calloc(nCount, nBytes);
+}
+void* __wrap__Znwm(std::size_t nBytes) {
+    return IsRefused(nBytes) ? throw std::bad_alloc() : __real__Znwm(nBytes);
+}
+void* __wrap__Znam(std::size_t nBytes) {
+    return IsRefused(nBytes) ? throw std::bad_alloc() : __real__Znam(nBytes);
+}
+void* __wrap__ZnwmSt11align_val_t(std::size_t nBytes, std::align_val_t nAlignment) {
+    return IsRefused(nBytes) ? throw std::bad_alloc() : __real__ZnwmSt11align_val_t(nBytes, nAlignment);
+}
+}
+
+namespace {
+
+using samples::Bytes;
+using samples::Recipe;
+
+struct Row {
+    const char* szName;
+    int nComponents, nH, nV;
+    bool bProgressive, bSeparate, bRgb;
+};
+const Row kRows[] = {
+    {"Grey", 1, 1, 1, false, false, false},
+    {"S420", 3, 2, 2, false, false, false},
+    {"S422", 3, 2, 1, false, false, false},
+    {"Progressive", 3, 2, 2, true, false, false},
+    {"GreyProgressive", 1, 1, 1, true, false, false},
+    {"Separate", 3, 2, 2, false, true, false},
+    {"Rgb", 3, 1, 1, false, false, true},
+    {"RgbProgressive", 3, 1, 1, true, false, true},
+};
+
+enum class Operation { Probe, FrameBlock, YV12, Grey, EncodeYV12, EncodeGrey };
+
+class Memory : public testing::TestWithParam<Row> {
+protected:
+    Bytes Stream(int nSide) const {
+        Recipe recipe;
+        recipe.nWidth = recipe.nHeight = nSide;
+        recipe.nComponents = GetParam().nComponents;
+        recipe.nH = GetParam().nH;
+        recipe.nV = GetParam().nV;
+        recipe.bProgressive = GetParam().bProgressive;
+        recipe.bSeparateScans = GetParam().bSeparate;
+        recipe.bRgb = GetParam().bRgb;
+        return samples::Encode(recipe);
+    }
+};
+INSTANTIATE_TEST_SUITE_P(All, Memory, testing::ValuesIn(kRows),
+                         [](const auto& row) { return row.param.szName; });
+
+// The result of an operation on a square picture; a missing block counts as unreadable.
+std::int32_t Perform(Operation eOperation, const Bytes& jpeg, int nSide) {
+    static Bytes s_planes[3], s_out;
+    for (Bytes& plane : s_planes)
+        plane.resize(static_cast<std::size_t>(nSide) * static_cast<std::size_t>(nSide));
+    s_out.resize(s_planes[0].size() * 2 + 4096);
+    const auto nSize = static_cast<std::int32_t>(jpeg.size());
+    const auto nRoom = static_cast<std::int32_t>(s_out.size());
+    std::uint8_t* const pY = s_planes[0].data();
+    std::int32_t nWidth = 0, nHeight = 0, nBytes = 0, nResult = ImageOk;
+    ImageKind eKind{};
+    s_nAsked = 0;
+    s_bArmed = true;
+    switch (eOperation) {
+    case Operation::Probe:
+        nResult = ProbeJpeg(jpeg.data(), nSize, nWidth, nHeight, eKind);
+        break;
+    case Operation::FrameBlock:
+        nResult = DecodeToFrameBlock(jpeg.data(), nSize) ? ImageOk : ImageUnreadable;
+        break;
+    case Operation::YV12:
+        nResult = DecodeJpegYV12(jpeg.data(), nSize, pY, nSide, s_planes[1].data(), nSide / 2,
+                                 s_planes[2].data(), nSide / 2);
+        break;
+    case Operation::Grey:
+        nResult = DecodeJpegGrey(jpeg.data(), nSize, pY, nSide);
+        break;
+    case Operation::EncodeYV12:
+        nResult = EncodeJpegYV12(pY, s_planes[1].data(), s_planes[2].data(), nSide, nSide, 75, s_out.data(),
+                                 nRoom, &nBytes, 0);
+        break;
+    case Operation::EncodeGrey:
+        nResult = EncodeJpegGrey(pY, nSide, nSide, 75, s_out.data(), nRoom, &nBytes, 0);
+        break;
+    }
+    s_bArmed = false;
+    return nResult;
+}
+
+std::vector<Operation> Operations(const Row& row) {
+    std::vector<Operation> all = {Operation::Probe, Operation::FrameBlock, Operation::YV12};
+    if (!row.bRgb) // which has no luma
+        all.push_back(Operation::Grey);
+    all.push_back(row.nComponents == 1 ? Operation::EncodeGrey : Operation::EncodeYV12);
+    return all;
+}
+
+// A picture of a hundred times as many blocks asks the heap no more often: nothing is allocated for a block
+// or a row of them.
+TEST_P(Memory, IsNotAskedForByBlocks) {
+    const Bytes small = Stream(32), large = Stream(320);
+    for (const Operation eOperation : Operations(GetParam())) {
+        ASSERT_EQ(Perform(eOperation, large, 320), ImageOk); // tables are kept from here on
+        ASSERT_EQ(Perform(eOperation, small, 32), ImageOk);
+        const int nSmall = s_nAsked;
+        ASSERT_EQ(Perform(eOperation, large, 320), ImageOk);
+        EXPECT_EQ(s_nAsked, nSmall) << static_cast<int>(eOperation);
+        EXPECT_LT(s_nAsked, 80);
+    }
+}
+
+// Each allocation refused in its turn: a clean failure, and the same picture as ever once there is memory
+// again. The temporary of the fallback into planes alone has a code of its own.
+TEST_P(Memory, RefusedAnywhereIsAFailure) {
+    constexpr int kSide = 48;
+    const Bytes jpeg = Stream(kSide);
+    for (const Operation eOperation : Operations(GetParam())) {
+        SCOPED_TRACE(static_cast<int>(eOperation));
+        const bool bEncode = eOperation == Operation::EncodeYV12 || eOperation == Operation::EncodeGrey;
+        int nTemporaries = 0;
+        for (s_nRefuse = 0;; ++s_nRefuse) {
+            const std::int32_t nResult = Perform(eOperation, jpeg, kSide);
+            if (s_nAsked <= s_nRefuse) {
+                EXPECT_EQ(nResult, ImageOk);
+                break;
+            }
+            const bool bTemporary = nResult == ImageNoMemory;
+            nTemporaries += bTemporary ? 1 : 0;
+            EXPECT_TRUE(bTemporary || nResult == (bEncode ? ImageEncodeFailed : ImageUnreadable))
+                << s_nRefuse << ' ' << nResult;
+            EXPECT_TRUE(!bTemporary || s_nRefusedBytes >= 3 * kSide * kSide) << s_nRefusedBytes;
+        }
+        s_nRefuse = kNever;
+        const bool bFallback = GetParam().bRgb || GetParam().bSeparate;
+        EXPECT_EQ(nTemporaries, bFallback && eOperation == Operation::YV12 ? 1 : 0);
+    }
+}
+
+} // namespace
