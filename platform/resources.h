@@ -87,28 +87,4 @@ MORROW_PLATFORM_API std::vector<ModuleHandle> ResourceInstances();
 // The bytes of an instance; empty for a handle that is none.
 MORROW_PLATFORM_API std::span<const std::uint8_t> ModuleBytes(ModuleHandle module) noexcept;
 
-// What may be done with a page, as the system's own bits (PROT_READ and so on).
-using PageProtection = int;
-
-// Makes memory writable for the life of the object and restores the protection that its pages had. Pages are
-// mapped privately, so what is written into those of a file is seen by this process alone. While it lives,
-// pages that were executable are not. One thread at a time for each page.
-class MORROW_PLATFORM_API WritableMemory {
-public:
-    explicit WritableMemory(std::span<const std::uint8_t> bytes) noexcept;
-    WritableMemory(const WritableMemory&) = delete;
-    WritableMemory& operator=(const WritableMemory&) = delete;
-    ~WritableMemory();
-
-    // The bytes to write into; empty, with the last error set at creation, when the pages cannot be made
-    // writable.
-    [[nodiscard]] std::span<std::uint8_t> Bytes() const noexcept { return m_bytes; }
-
-private:
-    std::span<std::uint8_t> m_bytes;
-    void* m_page = nullptr;
-    std::size_t m_length = 0;
-    PageProtection m_protection = 0; // before
-};
-
 } // namespace platform
