@@ -63,7 +63,25 @@ private:
     std::vector<Entry> m_entries; // under m_mutex
 };
 
+// How often the calling thread has joined the apartment.
+thread_local std::uint32_t t_apartmentJoins = 0;
+
 } // namespace
+
+HRESULT CoInitializeEx(void* reserved, std::uint32_t flags) noexcept {
+    if (reserved != nullptr || flags != COINIT_MULTITHREADED)
+        return E_INVALIDARG;
+    return t_apartmentJoins++ == 0 ? S_OK : S_FALSE;
+}
+
+void CoUninitialize() noexcept {
+    if (t_apartmentJoins > 0)
+        --t_apartmentJoins;
+}
+
+bool IsInApartment() noexcept {
+    return t_apartmentJoins > 0;
+}
 
 HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory) try {
     if (factory == nullptr)

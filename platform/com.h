@@ -120,6 +120,29 @@ private:
     T* m_object = nullptr;
 };
 
+// A reference that is set once, by whichever thread comes first, and stays until its owner ends. Any thread
+// may read it without a lock: what it read is not released meanwhile.
+template <class T>
+class OnceComPtr {
+public:
+    OnceComPtr() noexcept = default;
+    OnceComPtr(const OnceComPtr&) = delete;
+    OnceComPtr& operator=(const OnceComPtr&) = delete;
+    ~OnceComPtr() { (void)ComPtr<T>::Adopt(m_object.load(std::memory_order_acquire)); }
+
+    // Keeps the object, unless one is kept already or there is none: the reference is then let go of.
+    void SetOnce(ComPtr<T> object) noexcept {
+        T* none = nullptr;
+        if (m_object.compare_exchange_strong(none, object.Get(), std::memory_order_acq_rel))
+            (void)object.Detach();
+    }
+    T* operator->() const noexcept { return m_object.load(std::memory_order_acquire); }
+    explicit operator bool() const noexcept { return m_object.load(std::memory_order_acquire) != nullptr; }
+
+private:
+    std::atomic<T*> m_object{nullptr};
+};
+
 // Answers a query out of a list of interfaces, in their order. The first one also answers for IUnknown.
 template <class First, class... Others, class Self>
 HRESULT QueryTable(Self* self, const GUID& interfaceId, void** object) {
@@ -207,6 +230,24 @@ private:
 
     RefCount m_count;
     [[no_unique_address]] ModuleLock m_moduleLock;
+};
+
+// The multithreaded apartment, in which all objects of this process live. A thread that works with them for
+// long joins it, and leaves it once for each join. CoInitializeEx: S_OK for the first join of a thread,
+// S_FALSE for a further one (to be left too), E_INVALIDARG for flags other than 0 and for anything but a null
+// `reserved`.
+inline constexpr std::uint32_t COINIT_MULTITHREADED = 0;
+MORROW_PLATFORM_API HRESULT CoInitializeEx(void* reserved, std::uint32_t flags) noexcept;
+MORROW_PLATFORM_API void CoUninitialize() noexcept; // does nothing on a thread that has not joined
+MORROW_PLATFORM_API bool IsInApartment() noexcept;  // the calling thread
+
+// Membership for a scope.
+class ApartmentScope {
+public:
+    ApartmentScope() noexcept { (void)CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
+    ApartmentScope(const ApartmentScope&) = delete;
+    ApartmentScope& operator=(const ApartmentScope&) = delete;
+    ~ApartmentScope() { CoUninitialize(); }
 };
 
 // Registers the factory of a class for this process, replacing an earlier one; the registry holds a reference

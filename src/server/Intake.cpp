@@ -1,8 +1,15 @@
 // How a connection finds its owner.
 
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
 #include "platform/socket.h"
 #include "runtime/trace/Trace.h"
+#include "server/SplitPath.h"
 #include "server/UploadServer.h"
+#include "viewing/Packeter.h"
 
 namespace {
 
@@ -17,14 +24,15 @@ HRESULT Reject(std::u16string_view name, SOCKET hSocket, HRESULT hr) {
 
 } // namespace
 
-HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload, std::int32_t,
-                                    const std::uint8_t*) {
+HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload,
+                                    std::int32_t nAuthSize, const std::uint8_t* pAuth) {
     const HRESULT hrAll = StatusOf([&] {
         const std::u16string_view name = platform::ViewOf(bstrName);
         LogPrintf(LOG_SITE(), kChannelMobile, u"connection of %s\n", name);
         if (bUpload != 0)
             return StartUpload(name, hSocket);
-        return Reject(name, hSocket, E_NOTIMPL);
+        const HRESULT hr = StartViewing(name, hSocket, nAuthSize, pAuth);
+        return FAILED(hr) ? Reject(name, hSocket, hr) : hr;
     });
     // Exhausted memory may have ended the work above anywhere. The socket is this component's in every
     // outcome, and closing a closed handle does nothing.
@@ -56,4 +64,48 @@ HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET hSocket) {
         TRASSDO(SUCCEEDED(_ARE(hr)), {});
     }
     return Reject(name, hSocket, hr);
+}
+
+// No lock is taken: a viewer waits for nobody. A failure leaves the socket to the caller.
+HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET hSocket, std::int32_t nAuthSize,
+                                    const std::uint8_t* pAuth) {
+    // A block that cannot be read is nobody's credentials.
+    if (nAuthSize < 0 || (nAuthSize > 0 && pAuth == nullptr))
+        return E_INVALIDARG;
+    platform::Bstr bstrParams;
+    const platform::Bstr bstrKey = SplitPath(platform::Bstr(name), bstrParams, true);
+
+    HRESULT hr = m_spWebServer ? S_OK : FindWebServer();
+    if (FAILED(hr))
+        return hr;
+    platform::ComPtr<IUnknown> spContent;
+    hr = m_spWebServer->OpenContent(bstrKey.Get(), nAuthSize, pAuth, spContent.Receive());
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    const auto spXmlConfig = spContent.Query<IConfiguration>();
+    TRASSDO(spXmlConfig, return E_NOINTERFACE);
+
+    std::unique_ptr<CPacketer> pPacketer(new (std::nothrow) CPacketer);
+    hr = pPacketer == nullptr ? E_OUTOFMEMORY
+                              : pPacketer->Init(hSocket, spXmlConfig.Get(), bstrParams.Get(),
+                                                static_cast<std::uint32_t>(nAuthSize), pAuth);
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    LogPrintf(LOG_SITE(), kChannelMobile, u"starting Packeter for %s\n", name);
+    // Without a thread the packeter has closed the socket; the phone sees no more of that than of a stream
+    // that ends at once, and the host has nothing left to do.
+    (void)CPacketer::Start(std::move(pPacketer));
+    return S_OK;
+}
+
+// Two first viewers may both look it up, and the first one's result stays: nothing that anybody may be using
+// is ever replaced. A failure keeps nothing, so that the next viewer tries again.
+HRESULT CUploadServer::FindWebServer() {
+    platform::ComPtr<IProcessStateNode> spNode;
+    HRESULT hr = NSProcessStateTree::LookupProcessStateNode(kWebServerNode, 0, spNode.Receive());
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    platform::ComPtr<IUnknown> spValue;
+    hr = spNode->GetValue(spValue.Receive());
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    m_spWebServer.SetOnce(spValue.Query<IWebServer>());
+    TRASSDO(m_spWebServer, return E_NOINTERFACE);
+    return S_OK;
 }

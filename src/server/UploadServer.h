@@ -11,6 +11,7 @@
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
 #include "interfaces/IWebHandler.h"
+#include "interfaces/IWebServer.h"
 #include "platform/com.h"
 #include "platform/sync.h"
 #include "platform/text.h"
@@ -71,6 +72,9 @@ private:
     using CamTable = std::map<std::u16string, platform::ComPtr<CCam>, std::less<>>;
 
     HRESULT StartUpload(std::u16string_view name, SOCKET hSocket);
+    HRESULT StartViewing(std::u16string_view name, SOCKET hSocket, std::int32_t nAuthSize,
+                         const std::uint8_t* pAuth);
+    HRESULT FindWebServer();
     template <class Call>
     void ForEachName(Call call);
 
@@ -78,5 +82,6 @@ private:
     platform::ComPtr<IVideoSourceSink> m_spVideoSourceSink; // changed under m_oLock
     CamTable m_oCams;                                       // guarded by m_oLock
     platform::CriticalSection m_oLock;
+    platform::OnceComPtr<IWebServer> m_spWebServer;       // set by the first viewing connection that finds it
     platform::ComPtr<IWebHandlerHost> m_spWebHandlerHost; // set once, before anybody else has the object
 };

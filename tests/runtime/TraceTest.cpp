@@ -96,7 +96,7 @@ struct Sample {
 TEST(Site, NamesTheFunctionAsWritten) {
     EXPECT_STREQ("{anonymous}::Sample::Overridden", Sample().Overridden({}));
     EXPECT_STREQ("{anonymous}::Sample::operator()", Sample()(1));
-    EXPECT_EQ("{anonymous}::Sample::OfTemplate<int>", Sample::OfTemplate(1));
+    EXPECT_EQ("{anonymous}::Sample::OfTemplate", Sample::OfTemplate(1));
 }
 
 TEST(Assertion, EvaluatesOnceOnSuccessAndRunsTheActionOnFailureOnly) {

@@ -5,7 +5,8 @@
 #include <string_view>
 
 // Holds "CCam::Connect" after it was given "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the
-// function that it stands in.
+// function that it stands in,
+// and template arguments are left out: an assertion is known by one name, whatever it was made for.
 template <std::size_t N>
 struct CFunctionName {
     char szName[N] = {};
@@ -14,8 +15,16 @@ struct CFunctionName {
         const std::string_view text(signature, N - 1);
         const std::size_t nEnd = ParameterList(text);
         const std::size_t nStart = NameStart(text, nEnd);
-        for (std::size_t i = nStart; i < nEnd; ++i)
-            szName[i - nStart] = text[i];
+        std::size_t nTo = 0;
+        int nDepth = 0;
+        for (std::size_t i = nStart; i < nEnd; ++i) {
+            if (text[i] == '<')
+                ++nDepth;
+            if (nDepth == 0)
+                szName[nTo++] = text[i];
+            if (text[i] == '>')
+                --nDepth;
+        }
     }
 
 private:

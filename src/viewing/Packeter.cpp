@@ -1,0 +1,262 @@
+#include "viewing/Packeter.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
+#include "image/ImageCodec.h"
+#include "interfaces/IWebServer.h"
+#include "platform/threads.h"
+#include "runtime/trace/Trace.h"
+#include "viewing/RequestText.h"
+
+namespace {
+
+constexpr int SOCKET_ERROR = platform::kSocketError;
+
+// What the phone gets before the first picture. It states no length: the answer ends with the connection.
+constexpr std::string_view kHead = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
+static_assert(kHead.size() == 45);
+
+constexpr std::size_t kStackBytes = 0x40000;
+
+// Of pictures that are decoded here: more than the codec decodes. A content that claims more has no picture.
+constexpr std::uint64_t kMaxPixels = std::uint64_t{1} << 26;
+
+struct TaskMemoryFree {
+    void operator()(std::uint8_t* pMemory) const noexcept { CoTaskMemFree(pMemory); }
+};
+using TaskMemory = std::unique_ptr<std::uint8_t, TaskMemoryFree>;
+
+// Sides of either sign count by their absolute value, the smallest number included.
+std::uint64_t Magnitude(std::int32_t nSide) noexcept {
+    return static_cast<std::uint64_t>(std::abs(std::int64_t{nSide}));
+}
+
+std::uint64_t PixelCount(const BITMAPINFOHEADER& oHeader) noexcept {
+    return Magnitude(oHeader.biWidth) * Magnitude(oHeader.biHeight);
+}
+
+// Whether the packer takes the picture as it lies behind its header.
+bool IsTakenAsItIs(const BITMAPINFOHEADER& oHeader) noexcept {
+    return oHeader.biCompression == FrameCompressionYV12 ||
+           (oHeader.biCompression == 0 && (oHeader.biBitCount == 8 || oHeader.biBitCount == 24));
+}
+
+// The content as it begins. It holds 40 bytes at least, aligned as every text is.
+const BITMAPINFOHEADER& HeaderOf(const platform::Bstr& bstrContent) noexcept {
+    return *reinterpret_cast<const BITMAPINFOHEADER*>(bstrContent.Get());
+}
+
+// Whether the content can be inspected and, where it goes to the packer as it is, holds the picture that its
+// header tells of: the packer is given no size.
+bool IsWhole(const platform::Bstr& bstrContent) noexcept {
+    const std::size_t nSize = bstrContent.ByteLength();
+    if (nSize < sizeof(BITMAPINFOHEADER))
+        return false;
+    const BITMAPINFOHEADER& oHeader = HeaderOf(bstrContent);
+    if (!IsTakenAsItIs(oHeader))
+        return true;
+    const std::uint64_t nPixels = PixelCount(oHeader);
+    const std::uint64_t nPicture = oHeader.biCompression == FrameCompressionYV12
+                                       ? nPixels + nPixels / 4 * 2
+                                       : nPixels * (oHeader.biBitCount / 8U);
+    return nPicture <= nSize - sizeof(BITMAPINFOHEADER);
+}
+
+// A picture that was decoded here, in memory that is used again for the next one.
+struct SDecodedPicture {
+    BITMAPINFOHEADER oHeader{};
+    std::vector<std::uint8_t> oPlanes;
+
+    bool Decode(const BITMAPINFOHEADER& oOriginal, std::string_view jpeg);
+};
+
+// Decodes a JPEG into a picture of the original's size. False when it cannot be decoded, and when it is
+// larger in either direction: the decoder knows no bounds but those of the stream. A smaller one stands in
+// the upper left corner of a black picture, so that nothing of the picture before shows through.
+bool SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view jpeg) {
+    const std::uint64_t nPixels = PixelCount(oOriginal);
+    if (nPixels > kMaxPixels || jpeg.size() > INT32_MAX)
+        return false;
+    const auto* const pJpeg = reinterpret_cast<const std::uint8_t*>(jpeg.data());
+    const auto nJpegSize = static_cast<std::int32_t>(jpeg.size());
+    const std::uint64_t w = Magnitude(oOriginal.biWidth);
+    const std::uint64_t h = Magnitude(oOriginal.biHeight);
+    std::int32_t nWidth = 0;
+    std::int32_t nHeight = 0;
+    ImageKind eKind{};
+    if (ProbeJpeg(pJpeg, nJpegSize, nWidth, nHeight, eKind) != ImageOk || Magnitude(nWidth) > w ||
+        Magnitude(nHeight) > h)
+        return false;
+
+    oHeader = {};
+    oHeader.biSize = sizeof oHeader;
+    oHeader.biWidth = static_cast<std::int32_t>(w);
+    oHeader.biHeight = -static_cast<std::int32_t>(h);
+    oHeader.biPlanes = 1;
+    oHeader.biBitCount = 12;
+    oHeader.biCompression = FrameCompressionYV12;
+    oHeader.biSizeImage = static_cast<std::uint32_t>(nPixels + nPixels / 2);
+    oPlanes.resize(oHeader.biSizeImage);
+
+    std::uint8_t* const pY = oPlanes.data();
+    std::uint8_t* const pCr = pY + nPixels;
+    std::uint8_t* const pCb = pCr + nPixels / 4;
+    if (Magnitude(nWidth) < w || Magnitude(nHeight) < h) {
+        std::fill(pY, pCr, std::uint8_t{0});
+        std::fill(pCr, pY + oPlanes.size(), std::uint8_t{128});
+    }
+    const auto nYStep = oHeader.biWidth;
+    return DecodeJpegYV12(pJpeg, nJpegSize, pY, nYStep, pCr, nYStep / 2, pCb, nYStep / 2) == ImageOk;
+}
+
+// Between two pictures, whatever the work on them took. A rate of which no time follows gives none.
+std::uint32_t PauseMilliseconds(double fFrameRate) noexcept {
+    constexpr std::uint32_t nMax = std::numeric_limits<std::uint32_t>::max();
+    const double fPause = fFrameRate > 0 ? 1000.0 / fFrameRate : 0.0;
+    return fPause < nMax ? static_cast<std::uint32_t>(fPause) : nMax;
+}
+
+} // namespace
+
+CPacketer::~CPacketer() {
+    if (m_hSocket != 0)
+        platform::closesocket(m_hSocket);
+}
+
+HRESULT CPacketer::Init(SOCKET hSocket, IConfiguration* pXmlConfig, BSTR bstrParams,
+                        std::uint32_t nCredentialsSize, const std::uint8_t* pCredentials) {
+    return StatusOf([&] {
+        TRASSDO(hSocket && pXmlConfig, return E_POINTER);
+        auto bstrParamsCopy = platform::Bstr::CopyOf(bstrParams);
+        m_oCredentials.assign(pCredentials, pCredentials + nCredentialsSize);
+        m_bstrParams = std::move(bstrParamsCopy);
+        m_spXmlConfig = platform::ComPtr<IConfiguration>(pXmlConfig);
+        m_hSocket = hSocket; // last: a failure above leaves it to the caller
+        return S_OK;
+    });
+}
+
+bool CPacketer::Start(std::unique_ptr<CPacketer> pPacketer) {
+    const bool bStarted = platform::StartThread(&ThreadMain, pPacketer.get(), kStackBytes);
+    if (bStarted)
+        (void)pPacketer.release(); // the thread's now
+    return bStarted;
+}
+
+std::uint32_t CPacketer::ThreadMain(void* pPacketer) {
+    const platform::ApartmentScope apartment; // left when the packeter is gone
+    const std::unique_ptr<CPacketer> pOwned(static_cast<CPacketer*>(pPacketer));
+    (void)pOwned->Main();
+    return 0;
+}
+
+HRESULT CPacketer::Main() {
+    return StatusOf([&] {
+        HRESULT hr = platform::CoCreateInstance(kMobileFramePackerClass, nullptr, platform::kContextAll,
+                                                IMobileFramePacker::iid, m_spPacker.ReceiveVoid());
+        if (FAILED(hr))
+            LogPrintf(LOG_SITE(), kChannelMobile,
+                      u"CPacketer::Main(): Failed to create mobile frame packer.");
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        hr = m_spPacker->Init(m_bstrParams.Get());
+        if (FAILED(hr))
+            LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main(): Failed to init mobile frame packer.");
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        SPackerParams oParams{};
+        hr = m_spPacker->GetParams(&oParams);
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        LogPrintf(LOG_SITE(), kChannelMobile, u"Start, frame rate: %f\n", oParams.fFrameRate);
+
+        // Not looked at: a dead socket shows at the first send of data.
+        (void)Send(kHead.data(), kHead.size());
+
+        WebServer::SCurrentRequest oRequest{static_cast<std::uint32_t>(m_oCredentials.size()),
+                                            m_oCredentials.data()};
+        // What is made behind it is gone before the argument is.
+        const NSProcessStateTree::CThreadArgument oThreadArgument(kCurrentRequestArgument, &oRequest);
+        const std::u16string strRequest = MakeRequestText(m_oCredentials);
+        SDecodedPicture oDecoded;
+        for (;;) {
+            platform::Bstr bstrContent;
+            hr = FetchOriginal(strRequest, bstrContent);
+            TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+            const BITMAPINFOHEADER* pHeader = &HeaderOf(bstrContent);
+            const std::uint8_t* pPlanes = reinterpret_cast<const std::uint8_t*>(pHeader + 1);
+            if (!IsTakenAsItIs(*pHeader)) {
+                platform::Bstr bstrJpeg;
+                hr = Fetch(kContentJpeg, strRequest, bstrJpeg);
+                TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+                if (!oDecoded.Decode(*pHeader, bstrJpeg.Bytes())) {
+                    LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to decode JPEG.");
+                    return E_FAIL;
+                }
+                pHeader = &oDecoded.oHeader;
+                pPlanes = oDecoded.oPlanes.data();
+            }
+            hr = m_spPacker->AppendFrame(pHeader, pPlanes);
+            if (FAILED(hr))
+                LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to append frame.");
+            TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+            bstrContent = nullptr; // a hundred sleeping viewers need not hold a hundred pictures
+
+            std::uint8_t* pBytes = nullptr;
+            std::uint32_t nSize = 0;
+            hr = m_spPacker->GetPackedData(&pBytes, &nSize);
+            TaskMemory pPacked(pBytes);
+            if (hr != E_PENDING) {
+                if (FAILED(hr))
+                    LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to get packed data.");
+                TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+                const int res = Send(pPacked.get(), nSize);
+                TRASSDO(SOCKET_ERROR != res, return platform::StatusFromError(platform::LastSocketError()));
+                if (m_spPacker->HasMoreFrames() == 0) {
+                    LogPrintf(LOG_SITE(), kChannelMobile, u"Successfuly finished.\n");
+                    return hr;
+                }
+            }
+            pPacked.reset();
+            platform::Sleep(PauseMilliseconds(oParams.fFrameRate));
+        }
+    });
+}
+
+// Asks the content object for one picture.
+HRESULT CPacketer::Fetch(const char16_t* szPath, const std::u16string& strRequest,
+                         platform::Bstr& bstrContent) {
+    const platform::Bstr bstrPath(szPath);
+    platform::Bstr bstrRequest(strRequest);
+    BSTR bstrGiven = bstrRequest.Get();
+    const HRESULT hr = m_spXmlConfig->GetContent(bstrPath.Get(), bstrContent.Receive(), &bstrGiven);
+    // The object may have put another text there; the old one is freed here.
+    if (bstrGiven != bstrRequest.Get())
+        bstrRequest = platform::Bstr::Adopt(bstrGiven);
+    return hr;
+}
+
+HRESULT CPacketer::FetchOriginal(const std::u16string& strRequest, platform::Bstr& bstrContent) {
+    const HRESULT hr = Fetch(kContentOriginal, strRequest, bstrContent);
+    return SUCCEEDED(hr) && !IsWhole(bstrContent) ? E_FAIL : hr;
+}
+
+// One send, as a rule: it blocks until the system has all. A part alone goes out when the connection fails on
+// the way, or stalls for as long as whoever made the socket allows; then the rest is tried as well, which
+// either gives the reason for the failure or leaves no gap in the stream.
+int CPacketer::Send(const void* pBytes, std::size_t nSize) const noexcept {
+    const auto* pNext = static_cast<const char*>(pBytes);
+    do {
+        const auto nPiece = static_cast<int>(std::min<std::size_t>(nSize, INT_MAX));
+        const int res = platform::send(m_hSocket, pNext, nPiece, 0);
+        if (res == SOCKET_ERROR)
+            return SOCKET_ERROR;
+        pNext += res;
+        nSize -= static_cast<std::size_t>(res);
+    } while (nSize > 0);
+    return 0;
+}
