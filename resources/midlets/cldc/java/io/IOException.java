@@ -1,0 +1,7 @@
+package java.io;
+
+public class IOException extends Exception {
+    public IOException() {}
+
+    public IOException(String message) {}
+}

@@ -1,0 +1,7 @@
+package java.lang;
+
+public final class Boolean {
+    public Boolean(boolean value) {}
+
+    public native boolean booleanValue();
+}

@@ -1,0 +1,7 @@
+package java.lang;
+
+public final class Double {
+    public Double(double value) {}
+
+    public native double doubleValue();
+}

@@ -1,0 +1,7 @@
+package java.lang;
+
+public final class Float {
+    public Float(float value) {}
+
+    public native float floatValue();
+}

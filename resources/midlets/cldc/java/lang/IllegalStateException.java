@@ -1,0 +1,7 @@
+package java.lang;
+
+public class IllegalStateException extends RuntimeException {
+    public IllegalStateException() {}
+
+    public IllegalStateException(String message) {}
+}

@@ -1,0 +1,7 @@
+package java.lang;
+
+public final class Short {
+    public Short(short value) {}
+
+    public native short shortValue();
+}

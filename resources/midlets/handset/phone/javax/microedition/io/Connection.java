@@ -1,0 +1,5 @@
+package javax.microedition.io;
+
+public interface Connection {
+    void close() throws java.io.IOException;
+}
