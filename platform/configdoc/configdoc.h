@@ -120,8 +120,8 @@ namespace platform {
 // The text is no document, or none that is taken ("The data is invalid.").
 inline constexpr HRESULT kStatusNotADocument = StatusFromError(kErrorInvalidData);
 
-inline constexpr std::size_t kDocumentBytesLimit = std::size_t{32} << 20; // as UTF-8
-inline constexpr std::size_t kDocumentMarksLimit = 1'500'000;             // tags and attributes
+inline constexpr std::size_t kDocumentBytesLimit = std::size_t{16} << 20; // as UTF-8
+inline constexpr std::size_t kDocumentMarksLimit = 500'000;               // tags and attributes
 inline constexpr std::size_t kDocumentDepthLimit = 100;                   // elements within elements
 inline constexpr std::size_t kElementAttributesLimit = 256;
 inline constexpr std::size_t kExpressionUnitsLimit = 65536;

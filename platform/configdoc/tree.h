@@ -1,0 +1,89 @@
+// A tree of nodes and those who hold its nodes. Private to this folder.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include <pugixml.hpp>
+
+#include "platform/configdoc/configdoc.h"
+
+namespace platform {
+
+class Tree;
+
+// Somebody who holds a node: knows where it is now. A tree knows its holders, so that it can tell them when
+// their nodes move into another tree; the holders keep the tree alive.
+class Holder {
+public:
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+    [[nodiscard]] const pugi::xpath_node& Place() const noexcept { return m_node; }
+    [[nodiscard]] pugi::xml_node Node() const noexcept { return m_node.node(); }
+    [[nodiscard]] pugi::xml_attribute Attribute() const noexcept { return m_node.attribute(); }
+    [[nodiscard]] const std::shared_ptr<Tree>& Home() const noexcept { return m_tree; }
+
+    // What the node is given out as.
+    virtual IConfigNode* AsNode() noexcept = 0;
+    // For the trees alone, when the node has moved.
+    void Follow(std::shared_ptr<Tree> tree, const pugi::xpath_node& node) noexcept;
+
+protected:
+    Holder(std::shared_ptr<Tree> tree, const pugi::xpath_node& node);
+    ~Holder();
+
+private:
+    std::shared_ptr<Tree> m_tree;
+    pugi::xpath_node m_node; // an attribute with its element, or a node alone
+};
+
+// A document, or an element that stands alone: at most one element at the top. One thread at a time.
+class Tree : public std::enable_shared_from_this<Tree> {
+public:
+    Tree() = default;
+    Tree(const Tree&) = delete;
+    Tree& operator=(const Tree&) = delete;
+
+    // Nothing for a text that is no document. The text is UTF-8.
+    static std::shared_ptr<Tree> Parse(std::string_view document);
+
+    [[nodiscard]] pugi::xml_document& Document() noexcept { return m_document; }
+    [[nodiscard]] pugi::xml_node Root() const noexcept { return m_document.document_element(); }
+
+    // Whoever holds a node; a new object when nobody does. Null when memory is short.
+    ComPtr<IConfigNode> Hold(const pugi::xpath_node& node);
+
+    // Moves a node with all below it, and those who hold any of it, to the end of the children of `parent`,
+    // which stands in `target`.
+    void Move(pugi::xml_node node, Tree& target, pugi::xml_node parent);
+    // The same into a tree of its own.
+    void MoveOut(pugi::xml_node node);
+
+private:
+    friend class Holder;
+
+    void PassHolder(const pugi::xpath_node& from, Tree& target, const pugi::xpath_node& to);
+
+    pugi::xml_document m_document;
+    std::unordered_map<const void*, Holder*> m_holders; // by the node's place in memory
+};
+
+// What a node is known by: its place in memory.
+inline const void* IdentityOf(const pugi::xpath_node& node) noexcept {
+    return node.attribute() ? static_cast<const void*>(node.attribute().internal_object())
+                            : node.node().internal_object();
+}
+
+// All text that stands directly in an element, without that of its children.
+std::string OwnText(pugi::xml_node element);
+// Replaces it by one piece in front of the children; without text no piece is left.
+void SetOwnText(Tree& tree, pugi::xml_node element, const std::string& text);
+
+// An element or a piece of text as it stands in a document; indented, where that changes no value, or not.
+enum class Layout { Plain, Indented };
+std::string XmlOf(pugi::xml_node node, Layout layout = Layout::Plain);
+
+} // namespace platform
