@@ -13,6 +13,7 @@
 
 #include "host/phone/options.h"
 #include "host/phone/uploadcommand.h"
+#include "host/phone/viewcommand.h"
 
 namespace {
 
@@ -21,8 +22,9 @@ using namespace host::phone;
 constexpr std::string_view kHelp = R"(morrowstream-phone: a phone on the command line.
 
   morrowstream-phone upload   sends pictures to a camera of a server
+  morrowstream-phone view     watches a camera or another source of a server
 
-"morrowstream-phone upload --help" lists the arguments.
+"morrowstream-phone upload --help" and "morrowstream-phone view --help" list the arguments.
 )";
 
 // A descriptor that is readable once the process was asked to end. The signals are taken off their usual way
@@ -46,14 +48,15 @@ int Run(std::span<const std::string_view> arguments) {
         std::cout << kHelp;
         return kExitDone;
     }
-    if (arguments[0] != "upload") {
+    const bool view = arguments[0] == "view";
+    if (!view && arguments[0] != "upload") {
         throw UsageError("unknown command \"" + std::string(arguments[0]) + "\"");
     }
     const int stop = OpenStop();
     if (stop < 0) {
         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
     }
-    return RunUpload(arguments.subspan(1), stop);
+    return view ? RunView(arguments.subspan(1), stop) : RunUpload(arguments.subspan(1), stop);
 }
 
 } // namespace

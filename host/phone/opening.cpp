@@ -1,5 +1,6 @@
 #include "host/phone/opening.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace host::phone {
@@ -38,7 +39,7 @@ std::string Base64(std::string_view bytes) {
 }
 
 std::string OpeningHead(std::string_view method, const ServerAddress& server, std::string_view name,
-                        std::string_view login, std::string_view password) {
+                        std::string_view login, std::string_view password, std::string_view parameters) {
     std::string credentials(login);
     credentials += ':';
     credentials += password;
@@ -48,9 +49,24 @@ std::string OpeningHead(std::string_view method, const ServerAddress& server, st
     head += kVideoResource;
     head += '/';
     head += PercentEncode(name);
+    if (!parameters.empty()) {
+        head += '?';
+        head += parameters;
+    }
     head += " HTTP/1.1\r\nHost: " + server.Text() + "\r\nAuthorization: Basic " + Base64(credentials) +
             "\r\n\r\n";
     return head;
+}
+
+std::string HttpRefusal(std::string statusLine) {
+    statusLine.resize(std::min(statusLine.find_first_of("\r\n"), statusLine.size()));
+    // It goes to a terminal.
+    std::ranges::replace_if(
+        statusLine, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
+    const bool unauthorised =
+        statusLine.starts_with("HTTP/1.1 401") || statusLine.starts_with("HTTP/1.0 401");
+    return (unauthorised ? "denied: wrong login or password (" : "denied: the web server answered (") +
+           statusLine + ")";
 }
 
 } // namespace host::phone

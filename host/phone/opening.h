@@ -18,9 +18,12 @@ std::string PercentEncode(std::string_view text);
 std::string Base64(std::string_view bytes);
 
 // The whole head with its blank line: `method`, the resource with the encoded `name`, and the credentials as
-// HTTP Basic. There is no Content-Length: what follows is no HTTP body, and the server takes the socket out
-// of HTTP.
+// HTTP Basic. `parameters` follow behind a "?", as they are, unless they are empty. There is no
+// Content-Length: what follows is no HTTP body, and the server takes the socket out of HTTP.
 std::string OpeningHead(std::string_view method, const ServerAddress& server, std::string_view name,
-                        std::string_view login, std::string_view password);
+                        std::string_view login, std::string_view password, std::string_view parameters = {});
+
+// What a status line means for a phone whose conversation ended before it began, as one line for a terminal.
+std::string HttpRefusal(std::string statusLine);
 
 } // namespace host::phone

@@ -1,12 +1,15 @@
-// Reading the command line of `morrowstream-phone upload`.
+// Reading the command lines of `morrowstream-phone`.
 #pragma once
 
 #include <filesystem>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/phone/upload.h"
+#include "host/phone/view.h"
 
 namespace host::phone {
 
@@ -26,11 +29,19 @@ struct UploadCommand {
     bool help = false;
 };
 
+struct ViewCommand {
+    ViewOptions view;                 // its source is one of the following
+    std::vector<std::string> sources; // viewer number i watches source i, going round
+    unsigned viewers = 0;             // 0: one for each source
+    bool help = false;
+};
+
 // "HOST:PORT" or "[IPv6]:PORT". Throws UsageError.
 ServerAddress ParseServer(std::string_view text);
 
 // `arguments` stand behind the sub-command. Throws UsageError.
 UploadCommand ParseUpload(std::span<const std::string_view> arguments);
+ViewCommand ParseView(std::span<const std::string_view> arguments);
 
 // The login of phone `number` (from 1) of many: the prefix and the number with at least four digits.
 std::string NumberedLogin(std::string_view prefix, unsigned number);

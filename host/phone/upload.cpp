@@ -82,15 +82,15 @@ private:
         case kNoCredit:
             throw Ended{UploadEnd::Denied, "denied: no credit left on this account"};
         case 'H':
-            throw Ended{UploadEnd::Denied, HttpRefusal(answer, limit)};
+            throw Ended{UploadEnd::Denied, HttpRefusal(StatusLine(answer, limit))};
         default:
             throw Ended{UploadEnd::Failed, "the server's answer is none of this protocol: byte " +
                                                std::to_string(static_cast<unsigned char>(answer[0]))};
         }
     }
 
-    // The web server itself has answered, and not the camera: what its status line says.
-    std::string HttpRefusal(std::string line, Clock::time_point limit) {
+    // The web server itself has answered, and not the camera: the rest of the line that has begun.
+    std::string StatusLine(std::string line, Clock::time_point limit) {
         constexpr std::size_t kLongestLine = 200;
         while (line.size() < kLongestLine && line.find('\r') == std::string::npos) {
             const std::string more = Await(kLongestLine - line.size(), limit, "answer");
@@ -99,13 +99,7 @@ private:
             }
             line += more;
         }
-        line.resize(std::min(line.find_first_of("\r\n"), line.size()));
-        // It goes to a terminal.
-        std::ranges::replace_if(
-            line, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
-        const bool unauthorised = line.starts_with("HTTP/1.1 401") || line.starts_with("HTTP/1.0 401");
-        return (unauthorised ? "denied: wrong login or password (" : "denied: the web server answered (") +
-               line + ")";
+        return line;
     }
 
     void TakeGrants(std::string_view grants) {

@@ -4,12 +4,9 @@
 #include <span>
 #include <string_view>
 
-namespace host::phone {
+#include "host/phone/exit.h"
 
-// What programs of this house end with.
-inline constexpr int kExitDone = 0;
-inline constexpr int kExitFailed = 1;
-inline constexpr int kExitMisuse = 2;
+namespace host::phone {
 
 // Reads the arguments behind the sub-command, runs the phone or the phones until the frames are sent, a
 // connection ends, or `stop` is readable, and prints what was sent. The process's exit status. Throws
