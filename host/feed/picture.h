@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 
+#include "host/feed/encode.h"
 #include "host/web/net.h"
 
 namespace host {
@@ -17,29 +19,34 @@ struct FreeFrameContent {
 // The private copy of a frame block that a frame gave.
 using FrameContent = std::unique_ptr<std::uint8_t[], FreeFrameContent>;
 
-// What a frame block's header says of its planes, after every size was checked against the block.
-struct PlaneLayout {
-    int width = 0;
-    int height = 0;
-    bool grey = true;
-};
-// False for a block that does not hold what its header tells.
+// The layout of a frame block whose sizes were all checked. False for a block that does not hold what its
+// header tells.
 bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout);
 
-// Encodes a frame block; empty when the encoder refuses. The chroma planes of a frame block have w/2 columns
-// and h/2 rows, rounded down; for an odd size the missing last column or row repeats its neighbour.
-std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
+// Bytes of a whole frame block, header included.
+std::size_t FrameBytes(const PlaneLayout& layout) noexcept;
+// A frame block with its header filled in and its planes zeroed; null when memory is short.
+FrameContent AllocateFrame(const PlaneLayout& layout) noexcept;
 
-// A grey picture with diagonal stripes: what a watcher sees while there is nothing to see.
-std::string DrawPlaceholder(int width, int height);
+// Encodes a frame block; empty when the encoder refuses.
+std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
 
 class Picture {
 public:
     Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout)
         : m_sequence(sequence), m_content(std::move(content)), m_layout(layout) {}
+    // One that came as JPEG, which then is what watchers get.
+    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
+        : Picture(sequence, std::move(content), layout) {
+        std::call_once(m_once, [&] { m_jpeg = std::move(jpeg); });
+    }
 
     [[nodiscard]] std::uint64_t Sequence() const noexcept { return m_sequence; } // 1 for a camera's first
     [[nodiscard]] const PlaneLayout& Layout() const noexcept { return m_layout; }
+    // The whole frame block.
+    [[nodiscard]] std::span<const std::uint8_t> Block() const noexcept {
+        return {m_content.get(), FrameBytes(m_layout)};
+    }
     [[nodiscard]] Clock::time_point Arrival() const noexcept { return m_arrival; }
     [[nodiscard]] std::uint64_t ArrivalUnixMs() const noexcept { return m_arrivalUnixMs; }
 
@@ -62,5 +69,11 @@ private:
     mutable std::string m_jpeg;
 };
 using PicturePtr = std::shared_ptr<const Picture>;
+
+// A grey picture with diagonal stripes: what a watcher sees while there is nothing to see. The sizes are
+// brought into 16 to 4096.
+PicturePtr MakePlaceholder(int width, int height);
+// The same as JPEG.
+std::string DrawPlaceholder(int width, int height);
 
 } // namespace host

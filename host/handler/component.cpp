@@ -10,7 +10,6 @@
 namespace host {
 namespace {
 
-using platform::ComObject;
 using platform::ComPtr;
 
 // How long a receive loop may take to notice that its connection was closed.
@@ -28,9 +27,8 @@ void Require(HRESULT hr, const std::string& what) {
 
 Component::Component(WebHandlerHostPtr handlerHost, FeedTablePtr feeds)
     : m_handlerHost(std::move(handlerHost)), m_feeds(std::move(feeds)) {
-    const auto factory = ComObject<SingleObjectFactory>::Create(
-        ComPtr<IUnknown>(static_cast<IWebHandlerHost*>(m_handlerHost.Get())));
-    Require(platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get()), "the web handler's class");
+    m_classes.AddObject(kWebHandlerHostClass,
+                        ComPtr<IUnknown>(static_cast<IWebHandlerHost*>(m_handlerHost.Get())));
     try {
         Create();
     } catch (...) {
@@ -39,7 +37,6 @@ Component::Component(WebHandlerHostPtr handlerHost, FeedTablePtr feeds)
         m_source = nullptr;
         m_server = nullptr;
         (void)RevokeComponentClasses();
-        (void)platform::RevokeClassFactory(kWebHandlerHostClass);
         throw;
     }
 }
@@ -64,7 +61,6 @@ Component::~Component() {
     m_server = nullptr; // the last reference: the object closes the phones' sockets
     platform::WaitForWorkItems(kLoopsEndWithin);
     (void)RevokeComponentClasses();
-    (void)platform::RevokeClassFactory(kWebHandlerHostClass);
 }
 
 void Component::AddCamera(const CameraEntry& camera) {

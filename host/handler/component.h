@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include "host/handler/class_factory.h"
 #include <vector>
 
 #include "host/feed/feed_table.h"
@@ -32,6 +33,7 @@ public:
     void AddCamera(const CameraEntry& camera);
 
 private:
+    ClassRegistrations m_classes;
     void Create();
 
     WebHandlerHostPtr m_handlerHost;

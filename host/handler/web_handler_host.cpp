@@ -67,16 +67,4 @@ void WebHandlerHost::Forget() {
     m_authenticator = nullptr;
 }
 
-HRESULT SingleObjectFactory::CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) {
-    if (object == nullptr)
-        return E_POINTER;
-    *object = nullptr;
-    return outer != nullptr ? CLASS_E_NOAGGREGATION : m_object->QueryInterface(interfaceId, object);
-}
-
-HRESULT SingleObjectFactory::LockServer(std::int32_t lock) {
-    lock != 0 ? platform::ModuleLock::Add() : platform::ModuleLock::Drop();
-    return S_OK;
-}
-
 } // namespace host

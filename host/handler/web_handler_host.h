@@ -38,22 +38,4 @@ private:
 };
 using WebHandlerHostPtr = platform::ComPtr<platform::ComObject<WebHandlerHost>>;
 
-// A class factory that always gives the one object it was made with.
-class SingleObjectFactory : public IClassFactory {
-public:
-    explicit SingleObjectFactory(platform::ComPtr<IUnknown> object) : m_object(std::move(object)) {}
-
-    HRESULT CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) override;
-    HRESULT LockServer(std::int32_t lock) override;
-
-protected:
-    ~SingleObjectFactory() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
-    }
-
-private:
-    const platform::ComPtr<IUnknown> m_object;
-};
-
 } // namespace host

@@ -1,0 +1,108 @@
+#include "host/content/content_server.h"
+
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <typeinfo>
+
+#include "host/statetree/lookup.h"
+#include "image/FrameBlock.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+using platform::Bstr;
+using platform::ComObject;
+
+constexpr std::uint32_t kCompressionMjpg = 0x47504A4D; // the bytes "MJPG"
+
+std::string_view BytesOf(std::span<const std::uint8_t> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// Of a picture that came as JPEG: the header alone, of a form that nobody takes as it is, so that the picture
+// is fetched as the JPEG that it is.
+std::string JpegHeader(const PlaneLayout& layout) {
+    BITMAPINFOHEADER header{};
+    header.biSize = sizeof header;
+    header.biWidth = layout.width;
+    header.biHeight = layout.height;
+    header.biPlanes = 1;
+    header.biBitCount = 24;
+    header.biCompression = kCompressionMjpg;
+    return {reinterpret_cast<const char*>(&header), sizeof header};
+}
+
+} // namespace
+
+HRESULT ContentServer::OpenContent(BSTR bstrKey, std::int32_t nAuthSize, const std::uint8_t* pAuth,
+                                   IUnknown** ppContent) {
+    if (ppContent == nullptr)
+        return E_POINTER;
+    *ppContent = nullptr;
+    if (nAuthSize < 0 || (nAuthSize > 0 && pAuth == nullptr))
+        return E_INVALIDARG;
+    if (!Knows(BytesOf({pAuth, static_cast<std::size_t>(nAuthSize)})))
+        return E_ACCESSDENIED;
+    try {
+        SourcePtr source = m_sources->Open(platform::ToUtf8(platform::ViewOf(bstrKey)));
+        if (!source)
+            return E_ELEMENT_NOT_FOUND;
+        // The new object's end takes its place back, also when it is one too many.
+        const bool tooMany = ++*m_viewers > kMostViewers;
+        const auto content = ComObject<SourceContent>::Create(
+            ContentServerPtr(static_cast<ComObject<ContentServer>*>(this)), std::move(source), m_viewers);
+        if (!content)
+            --*m_viewers;
+        if (!content || tooMany)
+            return E_OUTOFMEMORY;
+        return content->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(ppContent));
+    } catch (const std::exception&) {
+        return E_OUTOFMEMORY; // nothing else fails there
+    }
+}
+
+bool ContentServer::Knows(std::string_view token) const {
+    const std::shared_lock guard(m_mutex);
+    return m_authenticator != nullptr && m_authenticator->LoginOf(token).has_value();
+}
+
+void ContentServer::Forget() {
+    const std::unique_lock guard(m_mutex);
+    m_authenticator = nullptr;
+}
+
+HRESULT SourceContent::GetContent(BSTR path, BSTR* body, BSTR* head) {
+    if (body == nullptr || head == nullptr)
+        return E_POINTER;
+    try {
+        const auto request = CurrentRequest();
+        if (!request || !m_server->Knows(BytesOf(*request)))
+            return E_ACCESSDENIED;
+        const std::u16string_view wanted = platform::ViewOf(path);
+        if (wanted == kContentOriginal) {
+            m_last = m_source->Now();
+            if (!m_last)
+                return E_ELEMENT_NOT_FOUND;
+            *body = m_source->IsJpeg() ? Bstr::FromBytes(JpegHeader(m_last->Layout())).Detach()
+                                       : Bstr::FromBytes(BytesOf(m_last->Block())).Detach();
+            return S_OK;
+        }
+        if (wanted != kContentJpeg)
+            return E_INVALIDARG;
+        // The picture whose size was told: the source may show another one by now.
+        const PicturePtr picture = m_last ? m_last : m_source->Now();
+        if (!picture)
+            return E_ELEMENT_NOT_FOUND;
+        const std::string& jpeg = picture->Jpeg();
+        if (jpeg.empty())
+            return E_FAIL;
+        *body = Bstr::FromBytes(jpeg).Detach();
+        return S_OK;
+    } catch (const std::exception&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+} // namespace host

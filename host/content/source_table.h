@@ -1,0 +1,46 @@
+// Every source of the host, by its key.
+//
+//   key          source
+//   a name       the camera of that name; it comes before a source of the host's own with the same key
+//   clock        a drawn clock
+//   file/NAME    the pictures of the folder NAME below the configured folder
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/content/source.h"
+#include "host/feed/feed_table.h"
+
+namespace host {
+
+// Thread-safe.
+class SourceTable {
+public:
+    // `folder` need not exist; empty: there are no files to watch.
+    SourceTable(FeedTablePtr feeds, std::filesystem::path folder, std::chrono::milliseconds staleAfter)
+        : m_feeds(std::move(feeds)), m_folder(std::move(folder)), m_staleAfter(staleAfter) {}
+
+    // Null for a key that names nothing. Those who open the same key at the same time get the same source.
+    SourcePtr Open(std::string_view key);
+    // The keys of the host's own sources.
+    [[nodiscard]] std::vector<std::string> OwnKeys() const;
+
+private:
+    [[nodiscard]] SourcePtr Make(const std::string& key) const;
+    [[nodiscard]] std::filesystem::path FolderOf(std::string_view name) const;
+
+    const FeedTablePtr m_feeds;
+    const std::filesystem::path m_folder;
+    const std::chrono::milliseconds m_staleAfter;
+    std::mutex m_mutex;
+    std::map<std::string, std::weak_ptr<Source>, std::less<>> m_open; // under m_mutex
+};
+
+} // namespace host

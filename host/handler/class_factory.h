@@ -1,0 +1,47 @@
+// The classes that the host gives to the component.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "platform/com.h"
+
+namespace host {
+
+// A class factory that asks a function for the object: its argument are those of QueryInterface.
+class ClassFactory : public IClassFactory {
+public:
+    using Create = std::function<HRESULT(const GUID& interfaceId, void** object)>;
+    explicit ClassFactory(Create create) : m_create(std::move(create)) {}
+
+    HRESULT CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) override;
+    HRESULT LockServer(std::int32_t lock) override;
+
+protected:
+    ~ClassFactory() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
+    }
+
+private:
+    const Create m_create;
+};
+
+// Registers classes with this process for as long as it lives.
+class ClassRegistrations {
+public:
+    ClassRegistrations() = default;
+    ClassRegistrations(const ClassRegistrations&) = delete;
+    ClassRegistrations& operator=(const ClassRegistrations&) = delete;
+    ~ClassRegistrations();
+
+    // Throws StartError.
+    void Add(const GUID& classId, ClassFactory::Create create);
+    // A class of which there is one object.
+    void AddObject(const GUID& classId, platform::ComPtr<IUnknown> object);
+
+private:
+    std::vector<GUID> m_classes;
+};
+
+} // namespace host
