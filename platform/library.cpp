@@ -136,4 +136,9 @@ void UnregisterLibrary(std::string_view name) noexcept {
     LibraryTable::Instance().Unregister(name);
 }
 
+std::string FileNameOfModule(const void* address) {
+    Dl_info info{};
+    return ::dladdr(address, &info) != 0 && info.dli_fname != nullptr ? info.dli_fname : std::string();
+}
+
 } // namespace platform

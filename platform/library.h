@@ -30,4 +30,8 @@ MORROW_PLATFORM_API void RegisterLibrary(std::string_view name,
 // The name is not there any more for later loads; what was loaded stays usable.
 MORROW_PLATFORM_API void UnregisterLibrary(std::string_view name) noexcept;
 
+// The file of the program or library that something stands in, as an address of this process, for example a
+// module handle; in UTF-8. Empty for memory that is of no file.
+MORROW_PLATFORM_API std::string FileNameOfModule(const void* address);
+
 } // namespace platform
