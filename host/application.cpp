@@ -14,6 +14,7 @@
 #include "host/data_folder.h"
 #include "host/demo.h"
 #include "host/handler/component.h"
+#include "host/handler/viewing.h"
 #include "host/log/console.h"
 #include "host/start_error.h"
 #include "host/text_table.h"
@@ -150,6 +151,10 @@ public:
                                                        m_authenticator, m_stop,
                                                        options.limits,  m_authenticator.HasDemoUsers()} {
         RegisterLogEngine(options.verbosity);
+        m_services.sources =
+            std::make_shared<SourceTable>(m_feeds, options.files.empty() ? m_data.File("files") : options.files,
+                                          options.limits.staleAfter);
+        m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
         m_component = std::make_unique<Component>(m_handlers, m_feeds);
         for (const CameraEntry& camera : m_household.cameras)
             m_component->AddCamera(camera);
@@ -166,12 +171,13 @@ public:
             phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
                            m_server->Where().Text());
         }
-        Loop();
+        Loop(phones ? &*phones : nullptr);
         RestoreSignals();
-        const auto results = phones ? phones->Stop() : std::vector<DemoPhoneResult>{};
-        AwaitPictures(results);
+        const DemoResults results = phones ? phones->Stop() : DemoResults{};
+        AwaitPictures(results.uploads);
         m_stop.Signal();
         m_server.reset();
+        m_viewing->End();
         m_component.reset();
         return SaySummary(results) ? 0 : 1;
     }
@@ -200,7 +206,7 @@ private:
                         m_data.File("cameras"));
     }
 
-    void Loop() {
+    void Loop(const DemoPhones* phones) {
         const auto started = Clock::now();
         const auto end =
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
@@ -212,6 +218,8 @@ private:
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
                 SayStatus(m_feeds->Figures());
+                if (const std::string watching = phones != nullptr ? phones->Watching() : ""; !watching.empty())
+                    Console::Get().Say(watching);
             }
         }
     }
@@ -229,13 +237,13 @@ private:
     }
 
     // One line for each camera. False when a picture of the demo's phones is missing.
-    bool SaySummary(const std::vector<DemoPhoneResult>& results) {
+    bool SaySummary(const DemoResults& results) {
         bool good = true;
         for (const CameraFigures& camera : m_figures) {
             std::string line = Printable(camera.name) + ": " + std::to_string(camera.frames) +
                                " frames received, " + std::to_string(camera.failed) + " failed";
-            const auto result = std::ranges::find(results, camera.name, &DemoPhoneResult::login);
-            if (result != results.end()) {
+            const auto result = std::ranges::find(results.uploads, camera.name, &DemoPhoneResult::login);
+            if (result != results.uploads.end()) {
                 const bool all = result->complete && result->sent > 0 && camera.frames >= result->sent &&
                                  camera.failed == 0;
                 line += ", " + std::to_string(result->sent) + " sent by its demo phone: ";
@@ -243,6 +251,12 @@ private:
                 good = good && all;
             }
             Console::Get().Say(line);
+        }
+        if (!results.viewer.empty()) {
+            const bool seen = results.viewed > 0;
+            Console::Get().Say(results.viewer + ": " + std::to_string(results.viewed) +
+                               " pictures watched by a demo phone" + (seen ? "" : ": IT SAW NOTHING"));
+            good = good && seen;
         }
         return good;
     }
@@ -256,6 +270,7 @@ private:
     FeedTablePtr m_feeds;
     Services m_services;
     std::vector<CameraFigures> m_figures; // at the end
+    std::unique_ptr<Viewing> m_viewing;
     std::unique_ptr<Component> m_component;
     std::unique_ptr<Server> m_server;
 };

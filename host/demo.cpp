@@ -5,6 +5,7 @@
 #include <charconv>
 #include <csignal>
 #include <filesystem>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -38,14 +39,16 @@ constexpr std::chrono::milliseconds kEndWithin{1500};
     ::_exit(127);
 }
 
-// The number in "sent 120 frames, ..."; false when there is none.
-bool ReadCount(std::string_view report, std::uint64_t* count) {
-    constexpr std::string_view kBefore = "sent ";
-    const auto at = report.rfind(kBefore);
-    if (at == std::string_view::npos)
-        return false;
-    const char* begin = report.data() + at + kBefore.size();
-    return std::from_chars(begin, report.data() + report.size(), *count).ec == std::errc{};
+// Which of the cameras the viewing phone watches.
+constexpr std::string_view kWatched = "yard";
+
+// The number in "sent 120 frames, ..."; nothing when the line does not begin with `before`.
+std::optional<std::uint64_t> ReadCount(std::string_view line, std::string_view before) {
+    std::uint64_t count = 0;
+    if (!line.starts_with(before) ||
+        std::from_chars(line.data() + before.size(), line.data() + line.size(), count).ec != std::errc{})
+        return std::nullopt;
+    return count;
 }
 
 } // namespace
@@ -89,27 +92,40 @@ DemoPhones::DemoPhones(std::string program, std::string pictures, std::string se
         std::error_code error;
         if (!std::filesystem::is_directory(folder, error))
             throw StartError("the demo needs the pictures in " + folder + " (--pictures DIR)");
-        m_phones.push_back(Phone{{login}, fps, -1, {}, {}});
+        m_phones.push_back(
+            Phone{.arguments = {"upload", "--login", login, "--pictures", folder, "--fps", fps},
+                  .result = {login}});
     }
+    m_phones.push_back(Phone{.arguments = {"view", "--login", std::string(kWatched), "--source",
+                                           std::string(kWatched), "--params", "width=176&height=144&fps=5"},
+                             .result = {}});
     m_supervisor = std::thread([this] { Supervise(); });
 }
 
-std::vector<DemoPhoneResult> DemoPhones::Stop() {
+DemoResults DemoPhones::Stop() {
     m_stop.Signal();
     if (m_supervisor.joinable())
         m_supervisor.join();
-    std::vector<DemoPhoneResult> results;
-    for (const Phone& phone : m_phones)
-        results.push_back(phone.result);
+    DemoResults results{{}, std::string(kWatched), m_viewed};
+    for (const Phone& phone : m_phones) {
+        if (!phone.result.login.empty())
+            results.uploads.push_back(phone.result);
+    }
     return results;
+}
+
+std::string DemoPhones::Watching() const {
+    const std::lock_guard guard(m_mutex);
+    return m_watching.empty() ? "" : std::string(kWatched) + "      on a viewing phone: " + m_watching;
 }
 
 void DemoPhones::Supervise() {
     do {
         for (Phone& phone : m_phones) {
+            ReadOutput(phone);
             if (phone.pid > 0 && Collect(phone)) {
                 Console::Get().Log("demo",
-                                   "the phone of " + phone.result.login + " has ended; starting it again");
+                                   "a phone has ended (" + phone.arguments[0] + "); starting it again");
                 phone.startAt = Clock::now() + kRestartAfter;
             }
             if (phone.pid <= 0 && Clock::now() >= phone.startAt)
@@ -121,12 +137,9 @@ void DemoPhones::Supervise() {
 
 void DemoPhones::Start(Phone& phone) {
     phone.startAt = Clock::now() + kRestartAfter; // in case that it cannot be started
-    std::vector<std::string> texts{m_program,    "upload",
-                                   "--server",   m_server,
-                                   "--login",    phone.result.login,
-                                   "--password", std::string(kDemoPassword),
-                                   "--pictures", m_pictures + "/" + phone.result.login,
-                                   "--fps",      phone.fps};
+    std::vector<std::string> texts{m_program};
+    texts.insert(texts.end(), phone.arguments.begin(), phone.arguments.end());
+    texts.insert(texts.end(), {"--server", m_server, "--password", std::string(kDemoPassword)});
     std::vector<char*> arguments;
     for (std::string& text : texts)
         arguments.push_back(text.data());
@@ -144,6 +157,33 @@ void DemoPhones::Start(Phone& phone) {
         return;
     phone.pid = pid;
     phone.output = std::move(reading);
+    phone.unread.clear();
+    phone.told = false;
+}
+
+void DemoPhones::ReadOutput(Phone& phone) {
+    std::array<char, 4096> bytes{};
+    ssize_t got = 0;
+    while (phone.output && (got = ::read(phone.output.Get(), bytes.data(), bytes.size())) > 0)
+        phone.unread.append(bytes.data(), static_cast<std::size_t>(got));
+    for (std::size_t end = 0; (end = phone.unread.find('\n')) != std::string::npos;) {
+        Hear(phone, std::string_view(phone.unread).substr(0, end));
+        phone.unread.erase(0, end + 1);
+    }
+}
+
+void DemoPhones::Hear(Phone& phone, std::string_view line) {
+    constexpr std::string_view kWatching = "watching: ";
+    if (const auto sent = ReadCount(line, "sent ")) {
+        phone.result.sent += *sent;
+        phone.told = true;
+    } else if (const auto received = ReadCount(line, "received ")) {
+        m_viewed += *received;
+        phone.told = true;
+    } else if (line.starts_with(kWatching)) {
+        const std::lock_guard guard(m_mutex);
+        m_watching = line.substr(kWatching.size());
+    }
 }
 
 bool DemoPhones::Collect(Phone& phone) {
@@ -152,14 +192,10 @@ bool DemoPhones::Collect(Phone& phone) {
     if (ended == 0 || (ended < 0 && errno == EINTR))
         return false;
     phone.pid = -1;
-    // The child is gone: what it said, a line, lies in the pipe.
-    std::array<char, 4096> report{};
-    const ssize_t got = ::read(phone.output.Get(), report.data(), report.size());
-    std::uint64_t count = 0;
-    if (got > 0 && ReadCount({report.data(), static_cast<std::size_t>(got)}, &count))
-        phone.result.sent += count;
-    else
-        phone.result.complete = false;
+    // The child is gone: what it said last lies in the pipe.
+    ReadOutput(phone);
+    phone.output.Close();
+    phone.result.complete = phone.result.complete && phone.told;
     return true;
 }
 

@@ -1,4 +1,4 @@
-// The demo: three cameras, their users, and a simulated phone for two of them.
+// The demo: three cameras, their users, a simulated phone for two of them, and one that watches the first.
 #pragma once
 
 #include <cstdint>
@@ -30,6 +30,12 @@ struct DemoPhoneResult {
     bool complete = true;   // each run of the phone told its count
 };
 
+struct DemoResults {
+    std::vector<DemoPhoneResult> uploads;
+    std::string viewer; // what the viewing phone watches; empty without one
+    std::uint64_t viewed = 0;
+};
+
 // Runs the phones as child processes, starts one again that ends, and ends them all with the object or with
 // Stop. A child also ends when this process is killed.
 class DemoPhones {
@@ -42,20 +48,26 @@ public:
     ~DemoPhones() { (void)Stop(); }
 
     // Asks the phones to end and waits for that; kills one that does not within a second and a half.
-    std::vector<DemoPhoneResult> Stop();
+    DemoResults Stop();
+    // The viewing phone's rate, as a line for the console; empty before its first second.
+    [[nodiscard]] std::string Watching() const;
 
 private:
     struct Phone {
-        DemoPhoneResult result;
-        std::string fps;
+        std::vector<std::string> arguments{}; // behind the program's name
+        DemoPhoneResult result{};
         pid_t pid = -1;
-        Descriptor output;
+        Descriptor output{};
+        std::string unread{}; // of its output, the line that has begun
+        bool told = false;    // its count, in this run
         Clock::time_point startAt{};
     };
     // The thread that starts a child must live as long as the child: its end would end the child.
     void Supervise();
     void Start(Phone& phone);
-    // Whether the child has ended; its count is taken then.
+    void ReadOutput(Phone& phone);
+    void Hear(Phone& phone, std::string_view line);
+    // Whether the child has ended.
     bool Collect(Phone& phone);
     void EndAll();
 
@@ -63,6 +75,9 @@ private:
     const std::string m_pictures;
     const std::string m_server;
     Wakeup m_stop;
+    mutable std::mutex m_mutex;
+    std::string m_watching;      // under m_mutex
+    std::uint64_t m_viewed = 0;  // the supervisor's, as the phones
     std::vector<Phone> m_phones; // the supervisor's, until it is joined
     std::thread m_supervisor;
 };

@@ -20,6 +20,7 @@ const std::string_view kHelpText =
   --seconds N            ends after N seconds; without it, on Ctrl-C or SIGTERM
   --demo                 three cameras, and a simulated phone for two of them; only on a loopback address
   --pictures DIR         what the simulated phones send: folders "yard" and "gate" with *.jpg files
+  --files DIR            folders of *.jpg pictures that can be watched as file/FOLDER (DATA/files)
   --quiet                no status lines, and of the log only what went wrong
   --verbose              every channel of the log
   --add-user NAME        adds a user, or gives it a new password, which is read from standard input
@@ -70,6 +71,7 @@ Options ParseOptions(std::span<const char* const> arguments) {
         {"--data", [&](Value value) { options.data = value; }},
         {"--seconds",
          [&](Value value) { options.seconds = ParseNumber("--seconds", value, 1U, 31'536'000U); }},
+        {"--files", [&](Value value) { options.files = value; }},
         {"--pictures", [&](Value value) { options.pictures = value; }},
         {"--add-user",
          [&](Value value) {

@@ -22,6 +22,7 @@ struct Options {
     std::optional<unsigned> seconds; // run time; without it until a signal
     bool demo = false;
     Verbosity verbosity = Verbosity::Normal;
+    std::string files;    // folders of pictures to watch; empty: "files" of the data folder
     std::string pictures; // of the demo's phones; empty: found beside the program
     std::string userName; // AddUser
     UserKind userKind = UserKind::Viewer;

@@ -44,6 +44,14 @@ std::string CamerasJson(const Services& services, bool withId) {
     return json + "]";
 }
 
+// The keys of the host's own sources.
+std::string SourcesJson(const Services& services) {
+    std::string json = "[";
+    for (const std::string& key : services.sources->OwnKeys())
+        json += (json.size() > 1 ? "," : "") + JsonString(key);
+    return json + "]";
+}
+
 // A label value of the Prometheus text format: backslash, quote and line feed are escaped.
 std::string Label(std::string_view text) {
     std::string label;
@@ -152,7 +160,7 @@ std::string StateJson(const Services& services) {
         std::chrono::system_clock::now().time_since_epoch());
     return "{\"type\":\"state\",\"now\":" + std::to_string(now.count()) +
            ",\"uptime\":" + Number(Uptime(services), 1) + ",\"demo\":" + (services.demo ? "true" : "false") +
-           ",\"version\":" + JsonString(MORROWSTREAM_VERSION) +
+           ",\"version\":" + JsonString(MORROWSTREAM_VERSION) + ",\"sources\":" + SourcesJson(services) +
            ",\"cameras\":" + CamerasJson(services, true) + "}";
 }
 
@@ -166,6 +174,15 @@ std::string MetricsText(const Services& services) {
                    std::to_string(counters.sent));
     metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
                    std::to_string(counters.skipped));
+    const PackerCounters& packers = *services.packers;
+    metrics.Single("packers", "gauge", "Frame packers at work, one for each viewing phone or page.",
+                   std::to_string(packers.open));
+    metrics.Single("packed_pictures_total", "counter", "Pictures packed for viewing phones and pages.",
+                   std::to_string(packers.frames));
+    metrics.Single("packed_bytes_total", "counter", "Their bytes, headers included.",
+                   std::to_string(packers.bytes));
+    metrics.Single("packing_cpu_seconds_total", "counter", "Processor time that packing them took.",
+                   Number(static_cast<double>(packers.cpuNanoseconds) * 1e-9, 6));
     metrics.Single("watchers", "gauge", "Live streams that are open.", std::to_string(counters.watchers));
     metrics.Single("connections", "gauge", "Connections that the web server holds.",
                    std::to_string(counters.open));
@@ -175,6 +192,8 @@ std::string MetricsText(const Services& services) {
                    std::to_string(counters.requests));
     metrics.Single("uploads_total", "counter", "Uploads handed over to the component.",
                    std::to_string(counters.uploads));
+    metrics.Single("views_total", "counter", "Viewing phones handed over to the component.",
+                   std::to_string(counters.views));
     metrics.Family("refusals_total", "counter", "Connections and requests refused, by reason.");
     for (std::size_t i = 0; i < kRefusalNames.size(); ++i)
         metrics.Sample("reason", kRefusalNames[i], std::to_string(counters.refusals[i]));

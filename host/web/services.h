@@ -1,10 +1,13 @@
 // What a connection of the web server works with. Everything outlives the server.
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "host/content/source_table.h"
 #include "host/feed/feed_table.h"
 #include "host/handler/web_handler_host.h"
+#include "host/packer/counters.h"
 #include "host/users/authenticator.h"
 #include "host/web/counters.h"
 #include "host/web/limits.h"
@@ -22,6 +25,8 @@ struct Services {
     bool demo = false;
     Clock::time_point started = Clock::now();
     mutable Counters counters{};
+    std::shared_ptr<SourceTable> sources{}; // what can be watched
+    std::shared_ptr<PackerCounters> packers = std::make_shared<PackerCounters>();
 };
 
 } // namespace host

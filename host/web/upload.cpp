@@ -1,6 +1,7 @@
 #include "host/web/upload.h"
 
 #include <netinet/tcp.h>
+#include <sys/time.h>
 
 #include "host/web/head.h"
 #include "platform/socket.h"
@@ -19,6 +20,18 @@ void WatchPeer(int fd) {
     set(IPPROTO_TCP, TCP_KEEPIDLE, 20);
     set(IPPROTO_TCP, TCP_KEEPINTVL, 10);
     set(IPPROTO_TCP, TCP_KEEPCNT, 4);
+}
+
+// The component's viewers send with a blocking socket and without a limit. A phone that takes nothing for as
+// long as any watcher may is gone after that: its send fails, and so does the connection of one that
+// vanished. The small buffer keeps the pictures on their way few, so that a slow phone lags by little.
+void BoundSends(int fd, std::chrono::milliseconds stall) {
+    const int buffer = kViewerSendBuffer;
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    const timeval limit{stall.count() / 1000, stall.count() % 1000 * 1000};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    const auto unacknowledged = static_cast<unsigned>(stall.count());
+    ::setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged, sizeof unacknowledged);
 }
 
 } // namespace
@@ -47,6 +60,8 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
         }
     }
     WatchPeer(socket.Get());
+    if (!upload)
+        BoundSends(socket.Get(), services.limits.writeStall);
     const platform::Bstr head(platform::ToWide(request.head));
     const std::u16string path = HandlerPath(request);
     const SOCKET handle = platform::AdoptSocket(socket.Release());
@@ -54,12 +69,12 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
         return;
     const HRESULT hr = handler.Process(path.c_str(), handle, head.Get());
     if (SUCCEEDED(hr)) {
-        ++counters.uploads;
+        ++(upload ? counters.uploads : counters.views);
         return;
     }
     // Harmless when the component has closed it.
     (void)platform::closesocket(handle);
-    counters.Refuse(Refusal::UploadDenied);
+    counters.Refuse(upload ? Refusal::UploadDenied : Refusal::ViewDenied);
     if (upload && hr == E_ACCESSDENIED)
         services.authenticator.ReportWrong(request.peer);
 }

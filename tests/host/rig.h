@@ -142,6 +142,7 @@ public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true)
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
           services{*feeds, *hosts, authenticator, stop, limits, demo} {
+        services.sources = std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter);
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
         server.emplace(Endpoint{"127.0.0.1", 0}, services);
@@ -194,7 +195,7 @@ public:
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
     WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(authenticator);
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
-    const Services services;
+    Services services;
     std::optional<Server> server;
 
 private:
