@@ -15,6 +15,7 @@
 #include "host/demo.h"
 #include "host/handler/component.h"
 #include "host/handler/viewing.h"
+#include "host/language.h"
 #include "host/log/console.h"
 #include "host/start_error.h"
 #include "host/text_table.h"
@@ -325,6 +326,14 @@ int AddUsers(const Options& options) {
     }
     users.Save();
     Console::Get().Say(std::to_string(count) + " users are in place.");
+    return 0;
+}
+
+int SetLanguage(const Options& options) {
+    const DataFolder data(options.data);
+    if (FAILED(SetConfiguredLanguage(options.language)))
+        throw StartError("cannot write " + data.File("registry"));
+    Console::Get().Say("The language \"" + options.language + "\" takes effect at the next start of the host.");
     return 0;
 }
 

@@ -13,4 +13,7 @@ int Serve(const Options& options);
 int AddUser(const Options& options);
 int AddUsers(const Options& options);
 
+// --language.
+int SetLanguage(const Options& options);
+
 } // namespace host

@@ -10,10 +10,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/log/console.h"
 #include "host/start_error.h"
 #include "host/text_table.h"
 #include "host/users/password.h"
 #include "platform/files.h"
+#include "platform/registry.h"
 
 namespace host {
 
@@ -27,6 +29,8 @@ DataFolder::DataFolder(std::string path) {
     if (::access(m_path.c_str(), R_OK | W_OK | X_OK) != 0)
         throw StartError("the data folder " + m_path +
                          " is not writable: " + std::generic_category().message(errno));
+    if (const std::string wrong = platform::SetRegistryFile(File("registry")); !wrong.empty())
+        Console::Get().Say("The registry is damaged and counts as empty: " + wrong);
 }
 
 void DataFolder::Lock() {

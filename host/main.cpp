@@ -29,6 +29,8 @@ int Run(const host::Options& options) {
         return host::AddUser(options);
     case host::Command::AddUsers:
         return host::AddUsers(options);
+    case host::Command::SetLanguage:
+        return host::SetLanguage(options);
     case host::Command::Help:
         host::Console::Get().Say(host::kHelpText.substr(0, host::kHelpText.size() - 1));
         return 0;

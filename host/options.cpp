@@ -1,9 +1,11 @@
 #include "host/options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <map>
 
+#include "host/language.h"
 #include "host/start_error.h"
 
 namespace host {
@@ -14,6 +16,7 @@ const std::string_view kHelpText =
   morrowstream-host [--listen ADDR:PORT] [--data DIR] [--seconds N] [--demo] ...
   morrowstream-host [--data DIR] --add-user NAME --kind admin|viewer|phone
   morrowstream-host [--data DIR] --add-users FILE
+  morrowstream-host [--data DIR] --language CODE
 
   --listen ADDR:PORT     where to listen (127.0.0.1:8080); port 0 takes a free one
   --data DIR             users, cameras and the administrator's password (./data); made if it is missing
@@ -26,6 +29,7 @@ const std::string_view kHelpText =
   --add-user NAME        adds a user, or gives it a new password, which is read from standard input
   --kind KIND            admin: everything; viewer: looks at the pages; phone: sends and receives pictures
   --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs
+  --language CODE        the language of texts from the next start on: en, es, fr, ru, lv, az, ka
   --max-connections N    connections that the web server holds at once (1024)
   --max-per-address N    and from one address (256); an upload stops counting once it has begun
 
@@ -90,6 +94,15 @@ Options ParseOptions(std::span<const char* const> arguments) {
          [&](Value value) {
              options.command = Command::AddUsers;
              options.usersFile = value;
+         }},
+        {"--language",
+         [&](Value value) {
+             const auto languages = Languages();
+             if (std::ranges::count(languages, value, &Language::code) == 0)
+                 throw StartError("--language takes one of " + LanguageCodes() + ", not \"" +
+                                  std::string(value) + "\"");
+             options.command = Command::SetLanguage;
+             options.language = value;
          }},
         {"--max-connections",
          [&](Value value) {

@@ -13,7 +13,7 @@
 
 namespace host {
 
-enum class Command { Serve, AddUser, AddUsers, Help, Version };
+enum class Command { Serve, AddUser, AddUsers, SetLanguage, Help, Version };
 
 struct Options {
     Command command = Command::Serve;
@@ -27,6 +27,7 @@ struct Options {
     std::string userName; // AddUser
     UserKind userKind = UserKind::Viewer;
     std::string usersFile; // AddUsers
+    std::string language;  // SetLanguage
     Limits limits;
 };
 

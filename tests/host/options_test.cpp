@@ -40,6 +40,10 @@ TEST(Options, GoodOnesAreRead) {
     const char* const user[] = {"--kind", "phone", "--add-user", "ann"};
     EXPECT_EQ(ParseOptions(user).command, Command::AddUser);
     EXPECT_EQ(ParseOptions(user).userKind, UserKind::Phone);
+
+    const char* const language[] = {"--language", "lv"};
+    EXPECT_EQ(ParseOptions(language).command, Command::SetLanguage);
+    EXPECT_EQ(ParseOptions(language).language, "lv");
 }
 
 TEST(Options, BadOnesAreNamed) {
@@ -52,6 +56,7 @@ TEST(Options, BadOnesAreNamed) {
         {{"--seconds", "5s"}, "--seconds takes a number from 1 to 31536000, not \"5s\""},
         {{"--max-connections", "99999999999999999999"},
          "--max-connections takes a number from 1 to 100000, not \"99999999999999999999\""},
+        {{"--language", "RU"}, "--language takes one of en, es, fr, ru, lv, az, ka, not \"RU\""},
         {{"--kind", "viewer"}, "--add-user and --kind go together"},
         {{"--add-user", "ann", "--kind", "king"}, "--kind takes admin, viewer or phone, not \"king\""},
     };

@@ -100,6 +100,20 @@ TEST(HostProgram, ServesUntilItIsToldToEndAndHoldsItsFolder) {
     }
 }
 
+TEST(HostProgram, KeepsTheLanguageForTheNextStart) {
+    const TempFolder folder;
+    const std::string registry = folder.File("registry");
+    platform::ReplaceFile(registry, "[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\"lang\"=twenty-five\n");
+    Program set(Host({"--data", folder.Path(), "--language", "ru"}));
+    EXPECT_EQ(set.Wait(), 0);
+    EXPECT_EQ(set.output, "The registry is damaged and counts as empty: " + registry +
+                              ", line 2: a value is a number or a text in double quotes\n"
+                              "The language \"ru\" takes effect at the next start of the host.\n");
+    EXPECT_THAT(platform::ReadWholeFile(registry).value(),
+                HasSubstr("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Tessaron]\n\"lang\"=25\n\"sublang\"=1\n"));
+    EXPECT_THAT(platform::ReadWholeFile(registry + ".damaged").value(), HasSubstr("twenty-five"));
+}
+
 TEST(HostProgram, DemoShowsItsPhonesAndLeavesNoUserBehind) {
     const TempFolder folder;
     const std::string data = folder.File("data");
