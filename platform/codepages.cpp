@@ -207,6 +207,8 @@ unsigned CodePageOfLanguage(unsigned languageId) noexcept {
     case 0x11:
     case 0x12:
     case 0x1E:
+    case 0x2B: // Armenian, Georgian: there is none
+    case 0x37:
         return kCodePageUtf8;
     default:
         return 1252;

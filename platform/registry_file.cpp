@@ -154,6 +154,9 @@ bool IsRegistryText(std::u16string_view text) noexcept {
 
 std::optional<RegistryContent> ParseRegistry(std::string_view text, std::string* wrong) {
     Parser parser;
+    // Some editors begin a file with the mark of its encoding.
+    if (constexpr std::string_view kMark = "\xEF\xBB\xBF"; text.starts_with(kMark))
+        text.remove_prefix(kMark.size());
     for (std::size_t number = 1; !text.empty(); ++number) {
         const std::size_t end = std::min(text.find('\n'), text.size());
         const std::string_view line = text.substr(0, end);

@@ -154,8 +154,9 @@ TEST(CodePageTest, OfTheProcessTheThreadAndTheLanguage) {
     EXPECT_TRUE(platform::SetSystemCodePage(platform::kCodePageUtf8));
 
     const std::pair<unsigned, unsigned> languages[] = {
-        {0, 65001},   {1033, 1252}, {1031, 1252}, {1049, 1251}, {1062, 1257}, {1068, 1254}, {2092, 1251},
-        {1045, 1250}, {3098, 1251}, {2074, 1250}, {1032, 1253}, {1037, 1255}, {1025, 1256}, {1041, 65001}};
+        {0, 65001},   {1033, 1252}, {1031, 1252}, {1049, 1251},  {1062, 1257},
+        {1068, 1254}, {2092, 1251}, {1045, 1250}, {3098, 1251},  {2074, 1250},
+        {1032, 1253}, {1037, 1255}, {1025, 1256}, {1041, 65001}, {1079, 65001}};
     for (const auto& [language, page] : languages)
         EXPECT_EQ(platform::CodePageOfLanguage(language), page) << language;
 }
