@@ -48,7 +48,8 @@ public:
         return m_parameters.frameLimit == 0 || m_sequence < m_parameters.frameLimit;
     }
     [[nodiscard]] const PackerParameters& Parameters() const noexcept { return m_parameters; }
-    // The number that the next picture gets, for a stream that goes on with a new packer.
+    // The number that the next picture gets, for a stream that goes on with a new packer; the limit counts
+    // on, too.
     void ContinueAt(std::uint32_t sequence) noexcept { m_sequence = sequence - 1; }
 
 private:

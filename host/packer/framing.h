@@ -16,6 +16,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
+
+#include "host/little_endian.h"
 
 namespace host {
 
@@ -40,16 +43,7 @@ struct PackedHeader {
     Rectangle content;
 };
 
-namespace detail {
-template <class Number>
-void PutLittleEndian(std::uint8_t* to, Number value) {
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        to[i] = static_cast<std::uint8_t>(value >> (8 * i) & 0xFF);
-}
-} // namespace detail
-
 inline void WritePackedHeader(const PackedHeader& header, std::uint8_t* to) {
-    using detail::PutLittleEndian;
     constexpr std::array<std::uint8_t, 4> kMark{'M', 'W', 'P', '1'};
     for (std::size_t i = 0; i < kMark.size(); ++i)
         to[i] = kMark[i];

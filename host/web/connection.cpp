@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include "host/log/console.h"
+#include "host/view/view.h"
 #include "host/web/access.h"
 #include "host/web/answer.h"
 #include "host/web/head.h"
@@ -72,7 +73,9 @@ private:
         if (const auto refused = CheckAccess(m_request, Purpose::Watch, m_services))
             return Send(*refused);
         if (m_request.path == "/tiles")
-            return ServeWebSocket();
+            return ServeTilesPath();
+        if (m_request.path.starts_with("/view/"))
+            return ServeViewPath();
         if (m_request.path.starts_with("/live/")) {
             const FeedPtr feed = FeedOfPath(m_request.path, "/live/", "", m_services);
             if (!feed)
@@ -105,14 +108,31 @@ private:
         return Send(HandlerAnswer(m_request, handler));
     }
 
-    bool ServeWebSocket() {
+    // Programs send no Origin; a page of somebody else's sends its own.
+    [[nodiscard]] std::optional<Answer> RefuseForeignPage() const {
+        if (m_request.origin.empty() || IsSameOrigin(m_request.origin, m_request.host))
+            return std::nullopt;
+        m_services.counters.Refuse(Refusal::ForeignHost);
+        return Answer::Text(403, "This stream is for the page of this server.");
+    }
+
+    bool ServeViewPath() {
+        SourcePtr source = SourceOfPath(m_request.path, m_services);
+        if (!source)
+            return Send(Answer::Text(404, "There is no source of that name."));
+        if (!m_request.wantsWebSocket)
+            return Send(NamedAsset("viewer.html", m_request));
+        if (const auto refused = RefuseForeignPage())
+            return Send(*refused);
+        ServeView(std::move(m_socket), m_request, std::move(source), m_services);
+        return false;
+    }
+
+    bool ServeTilesPath() {
         if (!m_request.wantsWebSocket)
             return Send(Answer::Text(426, "This is a WebSocket."));
-        // Programs send no Origin; a page of somebody else's sends its own.
-        if (!m_request.origin.empty() && !IsSameOrigin(m_request.origin, m_request.host)) {
-            m_services.counters.Refuse(Refusal::ForeignHost);
-            return Send(Answer::Text(403, "This stream is for the page of this server."));
-        }
+        if (const auto refused = RefuseForeignPage())
+            return Send(*refused);
         ServeTiles(std::move(m_socket), m_request, m_services);
         return false;
     }

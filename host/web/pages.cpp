@@ -119,6 +119,10 @@ Answer PageAnswer(const Request& request, const Services& services) {
     return Answer::Text(404, "There is nothing here.");
 }
 
+Answer NamedAsset(std::string_view name, const Request& request) {
+    return AssetAnswer(*FindAsset(name), request);
+}
+
 Answer HandlerAnswer(const Request& request, IWebHandler& handler) {
     const std::string path = request.path.substr(1) + (request.query.empty() ? "" : "?" + request.query);
     Bstr body;

@@ -10,6 +10,9 @@ namespace host {
 // Whoever asks has been let in already.
 Answer PageAnswer(const Request& request, const Services& services);
 
+// A file of the page; it must be there.
+Answer NamedAsset(std::string_view name, const Request& request);
+
 // The answer of a registered handler.
 Answer HandlerAnswer(const Request& request, IWebHandler& handler);
 

@@ -1,22 +1,11 @@
 #include "host/web/tiles.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
-#include <system_error>
 #include <utility>
 
-#include <fcntl.h>
-
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/websocket/stream.hpp>
-
+#include "host/little_endian.h"
+#include "host/web/page_socket.h"
 #include "host/web/report.h"
 #include "host/web/tile_board.h"
 
@@ -24,18 +13,8 @@ namespace host {
 namespace {
 
 namespace asio = boost::asio;
-namespace beast = boost::beast;
-namespace websocket = beast::websocket;
-using asio::ip::tcp;
-using boost::system::error_code;
 
 constexpr std::size_t kPictureHeaderBytes = 20;
-
-template <class Number>
-void PutLittleEndian(unsigned char* to, Number value) {
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        to[i] = static_cast<unsigned char>(value >> (8 * i) & 0xFF);
-}
 
 std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Outgoing& outgoing) {
     std::array<unsigned char, kPictureHeaderBytes> header{1};
@@ -45,124 +24,41 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
     return header;
 }
 
-// A descriptor of its own for a wake-up, for the event loop to own and close.
-int DuplicateOf(const Wakeup& wakeup) {
-    const int fd = ::fcntl(wakeup.Fd(), F_DUPFD_CLOEXEC, 0);
-    if (fd < 0)
-        throw std::system_error(errno, std::generic_category(), "dup");
-    return fd;
-}
-
-// The stream of one page. It has an event loop of its own, which runs on the thread of the connection; so
-// nothing here needs a lock, and a slow page holds up no other.
-class TilesSession {
+class TilesSession final : public PageSocket {
 public:
     TilesSession(Descriptor socket, const Request& request, const Services& services)
-        : m_services(services), m_feedWake(m_loop, DuplicateOf(m_newPicture)),
-          m_tableWake(m_loop, DuplicateOf(m_tableChange)), m_stop(m_loop, DuplicateOf(services.stop)),
-          m_timer(m_loop), m_stream(tcp::socket(m_loop, tcp::v4(), socket.Release())),
-          m_request(ParseUpgrade(request.head)),
+        : PageSocket(std::move(socket), request, services), m_heartbeat(MakeTimer()),
           m_board(m_newPicture, services.limits.ackDeadline, services.counters) {
         m_services.feeds.AddWatcher(m_tableChange);
     }
-    TilesSession(const TilesSession&) = delete;
-    TilesSession& operator=(const TilesSession&) = delete;
     ~TilesSession() { m_services.feeds.RemoveWatcher(m_tableChange); }
 
-    void Run() {
-        websocket::stream_base::timeout timeout{};
-        timeout.handshake_timeout = m_services.limits.headDeadline;
-        timeout.idle_timeout = m_services.limits.writeStall; // a silent page is pinged before that
-        timeout.keep_alive_pings = true;
-        m_stream.set_option(timeout);
-        m_stream.set_option(websocket::stream_base::decorator([](websocket::response_type& answer) {
-            answer.set(beast::http::field::server, "Morrowstream");
-        }));
-        m_stream.read_message_max(kMaxPageMessageBytes);
-        m_stream.auto_fragment(false);
-        m_stop.async_wait(asio::posix::stream_descriptor::wait_read, [this](error_code error) {
-            if (!error)
-                m_loop.stop();
-        });
-        m_stream.async_accept(m_request, [this](error_code error) {
-            if (error)
-                return m_loop.stop();
-            AwaitTableChange();
-            AwaitPicture();
-            AwaitHeartbeat();
-            Read();
-            m_statePending = true;
-            Pump();
-        });
-        m_loop.run();
-    }
-
 private:
-    static beast::http::request<beast::http::empty_body> ParseUpgrade(const std::string& head) {
-        beast::http::request_parser<beast::http::empty_body> parser;
-        error_code error;
-        parser.put(asio::buffer(head), error);
-        return parser.release();
-    }
-
-    void AwaitTableChange() {
-        m_tableWake.async_wait(asio::posix::stream_descriptor::wait_read, [this](error_code error) {
-            if (error)
-                return;
-            m_tableChange.Clear();
-            m_statePending = true;
-            AwaitTableChange();
-            Pump();
-        });
-    }
-
-    void AwaitPicture() {
-        m_feedWake.async_wait(asio::posix::stream_descriptor::wait_read, [this](error_code error) {
-            if (error)
-                return;
-            m_newPicture.Clear();
-            AwaitPicture();
-            Pump();
-        });
+    void OnOpen() override {
+        Watch(m_tableChange, [this] { m_statePending = true; });
+        Watch(m_newPicture, [] {});
+        AwaitHeartbeat();
+        m_statePending = true;
     }
 
     void AwaitHeartbeat() {
-        m_timer.expires_after(m_services.limits.stateInterval);
-        m_timer.async_wait([this](error_code error) {
-            if (error)
-                return;
+        At(m_heartbeat, Clock::now() + m_services.limits.stateInterval, [this] {
             if (m_board.IsOverdue(Clock::now()))
-                return m_loop.stop();
+                return Close();
             m_statePending = true;
             AwaitHeartbeat();
-            Pump();
         });
     }
 
-    void Read() {
-        m_stream.async_read(m_received, [this](error_code error, std::size_t) {
-            if (error)
-                return m_loop.stop();
-            const auto data = m_received.cdata();
-            const std::string_view message(static_cast<const char*>(data.data()), data.size());
-            if (!m_stream.got_text() || !m_board.OnMessage(message))
-                return m_loop.stop(); // no page of ours talks like that
-            m_received.consume(m_received.size());
-            Read();
-            Pump();
-        });
-    }
+    bool OnMessage(std::string_view message) override { return m_board.OnMessage(message); }
 
-    // Sends what is due, one message at a time: the state first, it tells the page which cameras there are.
-    void Pump() {
-        if (m_writing)
-            return;
+    // The state first: it tells the page which cameras there are.
+    void SendNext() override {
         if (m_statePending) {
             m_statePending = false;
             m_board.SetFeeds(m_services.feeds.List());
             m_state = StateJson(m_services);
-            m_stream.text(true);
-            return Write(asio::buffer(m_state));
+            return Text(asio::buffer(m_state));
         }
         while (auto outgoing = m_board.Next(Clock::now())) {
             m_outgoing = std::move(*outgoing);
@@ -174,36 +70,15 @@ private:
             }
             m_header = PictureHeader(m_outgoing);
             ++m_services.counters.sent;
-            m_stream.binary(true);
-            return Write(std::array<asio::const_buffer, 2>{asio::buffer(m_header), asio::buffer(jpeg)});
+            return Binary(asio::buffer(m_header), asio::buffer(jpeg));
         }
     }
 
-    template <class Buffers>
-    void Write(const Buffers& buffers) {
-        m_writing = true;
-        m_stream.async_write(buffers, [this](error_code error, std::size_t) {
-            if (error)
-                return m_loop.stop();
-            m_writing = false;
-            Pump();
-        });
-    }
-
-    const Services& m_services;
     Wakeup m_newPicture;
     Wakeup m_tableChange;
-    asio::io_context m_loop{1};
-    asio::posix::stream_descriptor m_feedWake;
-    asio::posix::stream_descriptor m_tableWake;
-    asio::posix::stream_descriptor m_stop;
-    asio::steady_timer m_timer;
-    websocket::stream<tcp::socket> m_stream;
-    const beast::http::request<beast::http::empty_body> m_request;
+    Timer m_heartbeat;
     TileBoard m_board;
-    beast::flat_buffer m_received;
     bool m_statePending = false;
-    bool m_writing = false;
     // What is being written.
     std::string m_state;
     TileBoard::Outgoing m_outgoing;

@@ -13,7 +13,7 @@ const SHOW_DELAY_MS = 50; // gathers the tiles that one movement brings in and o
 
 const page = {};
 for (const id of [
-    "wall", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
+    "wall", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
     "help", "help-link", "help-title", "help-picker", "help-camera", "help-command", "help-demo", "help-password",
 ]) {
     page[id] = document.getElementById(id);
@@ -50,6 +50,7 @@ const stream = new TileStream({
         state = message;
         stateRead = performance.now();
         const changed = arrangeWall(message.cameras);
+        arrangeSources(message.sources ?? []);
         large.followAddress();
         render();
         if (back) {
@@ -117,6 +118,22 @@ function arrangeWall(cameras) {
         }
     }
     return changed;
+}
+
+// The host's own sources, by their keys.
+function arrangeSources(keys) {
+    const shown = [...page.sources.querySelectorAll("a")].map((link) => link.textContent);
+    page.sources.hidden = keys.length === 0;
+    if (shown.join("\n") === keys.join("\n")) {
+        return;
+    }
+    const links = keys.map((key) => {
+        const link = document.createElement("a");
+        link.textContent = key;
+        link.href = `/view/${key.split("/").map(encodeURIComponent).join("/")}`;
+        return link;
+    });
+    page.sources.replaceChildren(page.sources.firstElementChild, ...links);
 }
 
 // --- Which pictures the host is to send -------------------------------------------------------------------------

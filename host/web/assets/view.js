@@ -39,6 +39,8 @@ export class CameraView {
     nameIt(camera) {
         setText(this.parts.name, camera.name);
         this.canvas.setAttribute("aria-label", `Picture from ${camera.name}`);
+        this.parts.view.href = `/view/${camera.path}`;
+        this.parts.view.setAttribute("aria-label", `View ${camera.name} as a phone does`);
         this.parts.snapshot.href = `/snapshot/${camera.path}.jpg`;
         this.parts.snapshot.setAttribute("aria-label", `Snapshot of ${camera.name}`);
         this.parts.stream.href = `/live/${camera.path}`;

@@ -1,0 +1,144 @@
+"""One source for one person: the picture, its zoom and its turns, and a source that comes and goes."""
+
+import re
+
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+
+import case
+from feeder import Feeder
+from pictures import coded_jpeg
+
+# How much bluer than red the picture is in each cell of a grid of eight by eight, and its size.
+LOOK_JS = """
+const canvas = document.getElementById("picture");
+const context = new OffscreenCanvas(8, 8).getContext("2d", { willReadFrequently: true });
+context.drawImage(canvas, 0, 0, 8, 8);
+const { data } = context.getImageData(0, 0, 8, 8);
+const blue = Array.from({ length: 64 }, (_, cell) => data[4 * cell + 2] - data[4 * cell]);
+return { blue, width: canvas.width, height: canvas.height, seq: Number(document.body.dataset.seq ?? 0),
+         state: document.body.dataset.state };
+"""
+
+
+class ViewTest(case.BrowserCase):
+    def setUp(self):
+        super().setUp()
+        self.host = self.make_host("--demo", "--pictures", case.options.pictures)
+        self.host.start()
+        self.browser = self.make_browser()
+
+    def look(self):
+        return self.browser.run(LOOK_JS)
+
+    def text(self, name):
+        return self.browser.run("return document.getElementById(arguments[0]).textContent", name)
+
+    def click(self, name):
+        self.browser.driver.find_element(By.ID, name).click()
+
+    def set_range(self, name, value):
+        self.browser.run("""
+            const slider = document.getElementById(arguments[0]);
+            slider.value = arguments[1];
+            slider.dispatchEvent(new Event("input"));
+        """, name, value)
+
+    def wait_live(self, what, condition=lambda look: True):
+        def reached():
+            look = self.look()
+            return look if look["state"] == "live" and look["seq"] > 0 and condition(look) else None
+
+        try:
+            return self.browser.wait(what, reached, 15)
+        except AssertionError:
+            raise AssertionError(f"not seen: {what}; last: {self.look()}") from None
+
+    def drag(self, left, top, width, height):
+        """Marks a part of the stage, in parts of 1."""
+        stage = self.browser.driver.find_element(By.ID, "picture")
+        size = stage.size
+        ActionChains(self.browser.driver, duration=20).move_to_element_with_offset(
+            stage, int((left - 0.5) * size["width"]), int((top - 0.5) * size["height"])
+        ).click_and_hold().move_by_offset(int(width * size["width"]), int(height * size["height"])).release().perform()
+
+    def test_a_visit(self):
+        browser = self.browser
+        browser.open(self.host.address("/"))
+        links = browser.wait("the page lists the clock", lambda: browser.run(
+            "return [...document.querySelectorAll('#sources a')].map((link) => link.getAttribute('href'))"))
+        self.assertEqual(links, ["/view/clock"])
+        browser.wait_state("yard", "live")
+        browser.driver.find_element(By.CSS_SELECTOR, '[data-name="yard"] [data-part="view"]').click()
+        self.assertTrue(browser.driver.current_url.endswith("/view/yard"), browser.driver.current_url)
+        self.see_rate_and_quality()
+        self.turn_and_zoom()
+        self.see_it_on_a_phone()
+        self.lose_and_find_a_picture()
+        self.end(self.host, browser)
+
+    def see_rate_and_quality(self):
+        first = self.wait_live("a picture")
+        self.assertEqual((first["width"], first["height"]), (320, 240))
+        self.wait_live("the next picture", lambda look: look["seq"] >= first["seq"] + 2)
+        self.set_range("fps", 10)
+        self.browser.wait("ten pictures a second", lambda: abs(
+            float(re.sub(r"[^0-9.]", "", self.text("rate")) or 0) - 10) <= 1)
+        data = lambda: float(re.sub(r"[^0-9.]", "", self.text("data")) or 0)  # noqa: E731
+        before = data()
+        self.set_range("quality", 10)
+        self.browser.wait("fewer bytes for less quality", lambda: 0 < data() < before * 0.7)
+        self.set_range("quality", 80)
+
+    def turn_and_zoom(self):
+        browser = self.browser
+        whole = self.wait_live("the whole picture")
+        browser.screenshot("view")
+        self.click("rotate")
+        turned = self.wait_live("a turned picture", lambda look: look["height"] > look["width"])
+        browser.screenshot("view-turned")
+        # The sky, which is blue, is above at first, and to the right then; the street is grey.
+        street = max(whole["blue"][56:64]) + 10
+        self.assertGreater(min(whole["blue"][5:8]), street)
+        self.assertGreater(min(turned["blue"][8 * row + 7] for row in (5, 6, 7)), street)
+        self.assertLess(max(turned["blue"][8 * row] for row in range(8)), street)
+        for _ in range(3):
+            self.click("rotate")
+        self.wait_live("the picture upright again", lambda look: look["width"] > look["height"])
+
+        self.drag(0.55, 0.02, 0.15, 0.12)
+        browser.wait("a part is shown", lambda: self.text("part") != "Whole")
+        sky_only = self.wait_live("the sky alone", lambda look: look["width"] > 1.6 * look["height"])
+        browser.screenshot("view-zoomed")
+        self.assertGreater(min(sky_only["blue"]), street, "nothing of the street")
+        self.assertIn("zw=", browser.driver.current_url, "a bookmark keeps the view")
+        browser.run("location.reload()")
+        self.wait_live("the same part after a reload", lambda look: look["width"] > 1.6 * look["height"])
+        self.click("zoom-out")
+        self.wait_live("the whole picture again", lambda look: (look["width"], look["height"]) == (320, 240))
+
+    def see_it_on_a_phone(self):
+        browser = self.browser
+        browser.size(390, 844, phone=True)
+        browser.open(self.host.address("/view/clock"))
+        self.wait_live("the clock")
+        browser.screenshot("view-phone")
+        browser.scheme("dark")
+        browser.screenshot("view-phone-dark")
+        browser.scheme("light")
+        browser.size(360, 640, phone=True)
+        self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
+        browser.size(1280, 800)
+
+    def lose_and_find_a_picture(self):
+        browser = self.browser
+        browser.open(self.host.address("/view/spare"))
+        browser.wait("no picture is said to be none", lambda: "No picture from this source" in self.text("notice-title"))
+        with Feeder(self.host.port, "spare", "demo", [coded_jpeg(n) for n in range(1, 9)], rate=10):
+            self.wait_live("the phone's picture")
+        browser.wait("the picture of the past is covered", lambda: self.look()["state"] == "waiting", 10)
+        browser.screenshot("view-waiting")
+
+
+if __name__ == "__main__":
+    case.main()
