@@ -463,6 +463,85 @@ TEST(Encoder, ProgressiveOfExtremes) {
     }
 }
 
+// With the statistics of a photograph: each octave of noise half as strong as the one twice as coarse, edges
+// of objects, and a little noise of the sensor.
+Bytes Photograph(int nWidth, int nHeight, unsigned nSeed) {
+    std::minstd_rand random(nSeed);
+    const auto noise = [&] { return static_cast<double>(random() % 2001) / 1000 - 1; };
+    std::vector<double> levels(static_cast<std::size_t>(nWidth * nHeight), 120);
+    for (int nCell = 64; nCell >= 2; nCell /= 2) {
+        const int nCols = nWidth / nCell + 2;
+        std::vector<double> lattice(static_cast<std::size_t>(nCols * (nHeight / nCell + 2)));
+        std::generate(lattice.begin(), lattice.end(), noise);
+        for (int y = 0; y < nHeight; ++y) {
+            for (int x = 0; x < nWidth; ++x) {
+                const double* const p = &lattice[static_cast<std::size_t>(y / nCell * nCols + x / nCell)];
+                const double fX = (x % nCell + 0.5) / nCell, fY = (y % nCell + 0.5) / nCell;
+                const double fSmooth =
+                    (p[0] * (1 - fX) + p[1] * fX) * (1 - fY) + (p[nCols] * (1 - fX) + p[nCols + 1] * fX) * fY;
+                levels[static_cast<std::size_t>(y * nWidth + x)] +=
+                    nCell == 32 ? (fSmooth > 0.2 ? 35 : -10) : nCell * fSmooth;
+            }
+        }
+    }
+    Bytes pixels;
+    for (const double fLevel : levels)
+        pixels.push_back(static_cast<std::uint8_t>(std::clamp(fLevel + 1.5 * noise(), 0.0, 255.0)));
+    return pixels;
+}
+
+// Of the same planes and at the same quality, streams as large as libjpeg's, and as true to the picture.
+TEST(Encoder, AsLargeAndAsTrueAsLibjpeg) {
+    constexpr int kWidth = 320, kHeight = 240;
+    for (const bool bGrey : {false, true}) {
+        for (const int nQuality : {50, 75, 90, 95}) {
+            double fBytes[2] = {}, fErrors[2] = {};
+            for (unsigned nSeed = 1; nSeed <= 6; ++nSeed) {
+                Bytes planes = Photograph(kWidth, kHeight, nSeed);
+                for (unsigned c = 1; c <= 2; ++c) {
+                    const Bytes chroma = Photograph(kWidth / 2, kHeight / 2, 100 * c + nSeed);
+                    planes.insert(planes.end(), chroma.begin(), chroma.end());
+                }
+                // For libjpeg each sample of chroma four times, of which it makes one again.
+                Bytes pixels;
+                for (std::size_t i = 0; i < kWidth * kHeight; ++i) {
+                    const std::size_t nChroma = i / kWidth / 2 * (kWidth / 2) + i % kWidth / 2;
+                    pixels.push_back(planes[i]);
+                    if (!bGrey) {
+                        pixels.push_back(planes[kWidth * kHeight + nChroma]);
+                        pixels.push_back(planes[kWidth * kHeight * 5 / 4 + nChroma]);
+                    }
+                }
+                const Form form{.nWidth = kWidth,
+                                .nHeight = kHeight,
+                                .eFrom = bGrey ? JC_GRAY : JC_YCBCR420_PLANAR,
+                                .eTo = bGrey ? JC_GRAY : JC_YCBCR,
+                                .nQuality = nQuality};
+                samples::Recipe recipe;
+                recipe.nWidth = kWidth;
+                recipe.nHeight = kHeight;
+                recipe.nComponents = bGrey ? 1 : 3;
+                recipe.nH = recipe.nV = bGrey ? 1 : 2;
+                recipe.nQuality = nQuality;
+                recipe.pPixels = pixels.data();
+                const Bytes aStreams[2] = {MustWrite(form, planes), samples::Encode(recipe)};
+                for (std::size_t i = 0; i < 2; ++i) {
+                    fBytes[i] += static_cast<double>(aStreams[i].size());
+                    std::size_t nFrom = 0;
+                    for (const Plane& plane : samples::DecodeRaw(aStreams[i])) {
+                        for (const std::uint8_t nSample : plane.aSamples) {
+                            const int nError = nSample - planes[nFrom++];
+                            fErrors[i] += nError * nError;
+                        }
+                    }
+                }
+            }
+            EXPECT_NEAR(fBytes[0] / fBytes[1], 1, 0.01) << bGrey << " at " << nQuality;
+            EXPECT_LE(fErrors[0] / fErrors[1], 1.01) << bGrey << " at " << nQuality;
+        }
+    }
+}
+
 // Every level writes the same stream.
 TEST(Encoder, LevelsAgree) {
     const int nBest = ippLevelFromFeatures(ippGetFeatures()).nLevel;

@@ -101,7 +101,10 @@ Bytes Encode(const Recipe& recipe) {
     std::minstd_rand random(recipe.nSeed);
     std::vector<JSAMPLE> row(static_cast<std::size_t>(recipe.nWidth * recipe.nComponents));
     for (int y = 0; y < recipe.nHeight; ++y) {
-        PaintRow(row, y, recipe.nComponents, random);
+        if (recipe.pPixels)
+            std::copy_n(recipe.pPixels + row.size() * static_cast<std::size_t>(y), row.size(), row.begin());
+        else
+            PaintRow(row, y, recipe.nComponents, random);
         JSAMPROW pRow = row.data();
         jpeg_write_scanlines(&info, &pRow, 1);
     }

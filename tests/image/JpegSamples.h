@@ -36,6 +36,7 @@ struct Recipe {
     bool bRgb = false;        // stored as RGB, with an Adobe marker of transform 0
     Marking eMarking = Marking::Jfif;
     unsigned nSeed = 1;
+    const std::uint8_t* pPixels = nullptr; // interleaved, in place of the picture below
 
     std::string Name() const; // what a test's output shows
 };

@@ -218,20 +218,24 @@ JpegStatus CJPEGEncoder::WriteSequentialScan() {
     return FlushBits();
 }
 
-// The row's MCUs, in one call where no restart stands between them.
-JpegStatus CJPEGEncoder::WriteMcuRow() {
-    ippiScanComponent aScan[kJpegMaxComponents];
+void CJPEGEncoder::BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) const {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
         aScan[i] = {m_aRows[i].pSamples,
                     m_aRows[i].nStep,
                     component.m_nHSampling,
                     component.m_nVSampling,
-                    m_apQuant[component.m_nQuantSelector]->m_aExchangedFactors,
+                    m_apQuant[component.m_nQuantSelector]->m_aScanFactors,
                     m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get(),
                     m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get(),
                     component.m_nLastDc};
     }
+}
+
+// The row's MCUs, in one call where no restart stands between them.
+JpegStatus CJPEGEncoder::WriteMcuRow() {
+    ippiScanComponent aScan[kJpegMaxComponents];
+    BeginMcuRow(aScan);
     for (std::int32_t nLeft = m_nMcuCols; nLeft > 0;) {
         std::int32_t nRun = nLeft;
         if (m_nRestartInterval != 0) {

@@ -120,6 +120,7 @@ private:
     JpegStatus MakeTables();
     JpegStatus WriteSequentialHeader();
     JpegStatus WriteSequentialScan();
+    void BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) const;
     JpegStatus WriteMcuRow();
     JpegStatus FlushBits();
     bool NeedsSecondTables() const { return m_nJpegComponents > 1; }

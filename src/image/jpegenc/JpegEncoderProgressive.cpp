@@ -242,22 +242,12 @@ JpegStatus CJPEGEncoder::TransformPicture() {
 }
 
 JpegStatus CJPEGEncoder::TransformMcuRow(std::int32_t nMcuRow) {
-    std::int16_t* pBlock = m_pCoefficients.get() + std::int64_t{64} * m_nBlocksPerMcu * nMcuRow * m_nMcuCols;
-    for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
-        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            const CJPEGColorComponent& component = *m_apComponents[i];
-            const ComponentRow& row = m_aRows[i];
-            const std::uint16_t* const pFactors = m_apQuant[component.m_nQuantSelector]->m_aFactors;
-            for (std::int32_t n = 0; n < component.m_nBlocks; ++n, pBlock += 64) {
-                const std::int32_t x = 8 * (nMcuCol * component.m_nHSampling + n % component.m_nHSampling);
-                const std::int32_t y = 8 * (n / component.m_nHSampling);
-                const std::uint8_t* const pSamples = row.pSamples + std::ptrdiff_t{y} * row.nStep + x;
-                if (ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(pSamples, row.nStep, pBlock, pFactors) < 0)
-                    return JPEG_INTERNAL_ERROR;
-            }
-        }
-    }
-    return JPEG_OK;
+    ippiScanComponent aScan[kJpegMaxComponents];
+    BeginMcuRow(aScan);
+    std::int16_t* const pTo =
+        m_pCoefficients.get() + std::int64_t{64} * m_nBlocksPerMcu * nMcuRow * m_nMcuCols;
+    return ippiTransformMcus_JPEG_8u16s(aScan, m_nJpegComponents, m_nMcuCols, pTo) < 0 ? JPEG_INTERNAL_ERROR
+                                                                                       : JPEG_OK;
 }
 
 JpegStatus CJPEGEncoder::WriteProgressiveScan(const JpegScan& scan) {

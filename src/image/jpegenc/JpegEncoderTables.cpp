@@ -60,9 +60,7 @@ IppStatus CJPEGEncoderQuantTable::Init(std::int32_t nId, std::int32_t nQuality) 
         return nStatus;
     if (const IppStatus nStatus = ippiQuantFwdTableInit_JPEG_8u16u(m_aRaw, m_aFactors))
         return nStatus;
-    for (int i = 0; i < 64; ++i)
-        m_aExchangedFactors[(i & 7) << 3 | i >> 3] = m_aFactors[i];
-    return ippStsNoErr;
+    return ippiQuantScanTableInit_JPEG_8u16u(m_aRaw, m_aScanFactors);
 }
 
 CJPEGEncoderHuffmanTable::~CJPEGEncoderHuffmanTable() = default;

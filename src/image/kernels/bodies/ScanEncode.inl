@@ -162,7 +162,7 @@ struct ScanBlock {
     ippiScanComponent* pComponent;
 
     const std::uint8_t* Row(int y) const { return pSamples + std::ptrdiff_t{y} * pComponent->nStep; }
-    const std::uint16_t* Factors(int x) const { return pComponent->pExchangedTable + 8 * x; }
+    const std::uint16_t* Factors(int x) const { return pComponent->pScanTable + 8 * x; }
 };
 
 // The coefficients of a batch, rows and columns exchanged, and a bit for each that is not zero.
@@ -174,10 +174,10 @@ struct ScanCoefficients {
 void TransformOne(const ScanBlock& block, std::int16_t* pTo, std::uint64_t* pMask) {
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        rows[y] = LoadShifted(block.Row(y));
-    ForwardTransform(rows);
+        rows[y] = Widen(block.Row(y));
+    ScanTransform(rows);
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], block.Factors(x));
+        rows[x] = Quantised(rows[x], block.Factors(x));
         Store(pTo + 8 * x, rows[x]);
     }
     std::uint64_t nMask = 0;
@@ -190,10 +190,10 @@ void TransformOne(const ScanBlock& block, std::int16_t* pTo, std::uint64_t* pMas
 void TransformTwo(const ScanBlock* pBlocks, std::int16_t* pTo, std::uint64_t* pMasks) {
     WideVec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        rows[y] = LoadShifted(pBlocks[0].Row(y), pBlocks[1].Row(y));
-    ForwardTransform(rows);
+        rows[y] = Widen(pBlocks[0].Row(y), pBlocks[1].Row(y));
+    ScanTransform(rows);
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], pBlocks[0].Factors(x), pBlocks[1].Factors(x));
+        rows[x] = Quantised(rows[x], pBlocks[0].Factors(x), pBlocks[1].Factors(x));
         Store(pTo + 8 * x, pTo + 64 + 8 * x, rows[x]);
     }
     std::uint64_t nFirst = 0;
@@ -208,10 +208,7 @@ void TransformTwo(const ScanBlock* pBlocks, std::int16_t* pTo, std::uint64_t* pM
 }
 #endif
 
-// All transforms first: what the processor has begun ahead of a block's last symbol is lost when it guesses
-// the symbols' number wrong, which it does in most blocks.
-void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlocks) {
-    ScanCoefficients coefficients;
+void TransformBatch(const ScanBlock* pBlocks, std::int32_t nBlocks, ScanCoefficients& coefficients) {
     std::int32_t i = 0;
 #ifdef KERNEL_WIDE
     for (; i + 1 < nBlocks; i += 2)
@@ -219,40 +216,83 @@ void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlo
 #endif
     for (; i < nBlocks; ++i)
         TransformOne(pBlocks[i], coefficients.aBlocks[i], coefficients.aMasks + i);
-    for (i = 0; i < nBlocks; ++i)
+}
+
+// All transforms first: what the processor has begun ahead of a block's last symbol is lost when it guesses
+// the symbols' number wrong, which it does in most blocks.
+void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlocks) {
+    ScanCoefficients coefficients;
+    TransformBatch(pBlocks, nBlocks, coefficients);
+    for (std::int32_t i = 0; i < nBlocks; ++i)
         writer.Block(coefficients.aBlocks[i], coefficients.aMasks[i], *pBlocks[i].pComponent);
+}
+
+// Asks for the samples right below an MCU, which are the next row's. A cache line holds several MCUs side by
+// side, each of which asks for its share of the rows. Nothing is read, so that what lies below the last row
+// need not be there.
+[[gnu::always_inline]] inline void FetchBelow(const ippiScanComponent& component) {
+    const auto nAddress = reinterpret_cast<std::uintptr_t>(component.pSamples);
+    const auto nStep = static_cast<std::uintptr_t>(component.nStep);
+    const auto nHeight = static_cast<std::uintptr_t>(8 * component.nVSampling);
+    const int nShareBits = component.nHSampling == 2 ? 2 : 3; // MCUs of a line of 64 bytes
+    const std::uintptr_t nRows = nHeight >> nShareBits;
+    const std::uintptr_t nShare = nAddress >> (6 - nShareBits) & ((1u << nShareBits) - 1);
+    for (std::uintptr_t i = 0; i < nRows; ++i)
+        __builtin_prefetch(reinterpret_cast<const void*>(nAddress + (nHeight + nShare * nRows + i) * nStep));
 }
 
 // Lists the blocks of the next MCU in coding order.
 ScanBlock* ListMcu(ippiScanComponent* pComponents, std::int32_t nComponents, ScanBlock* pNext) {
     for (std::int32_t i = 0; i < nComponents; ++i) {
         ippiScanComponent& component = pComponents[i];
+        FetchBelow(component);
         for (std::int32_t v = 0; v < component.nVSampling; ++v) {
             const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
-            for (std::int32_t h = 0; h < component.nHSampling; ++h)
-                *pNext++ = {pRow + 8 * h, &component};
+            *pNext++ = {pRow, &component};
+            if (component.nHSampling == 2)
+                *pNext++ = {pRow + 8, &component};
         }
         component.pSamples += 8 * component.nHSampling;
     }
     return pNext;
 }
 
-IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t& nBlocks) {
+// Lists as many MCUs as fit a batch, which is their number of blocks, and takes them off nMcus.
+std::int32_t ListBatch(ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcuBlocks,
+                       std::int32_t& nMcus, ScanBlock (&aBlocks)[kBatchBlocks]) {
+    ScanBlock* pNext = aBlocks;
+    for (; nMcus > 0 && pNext - aBlocks + nMcuBlocks <= kBatchBlocks; --nMcus)
+        pNext = ListMcu(pComponents, nComponents, pNext);
+    return static_cast<std::int32_t>(pNext - aBlocks);
+}
+
+IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
+                    std::int32_t& nBlocks) {
     if (nComponents < 1 || nComponents > 4)
         return ippStsBadArgument;
     nBlocks = 0;
     for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
-        if (!p->pSamples || !p->pExchangedTable || !p->pDcTable || !p->pAcTable)
+        if (!p->pSamples || !p->pScanTable)
             return ippStsNullPtrErr;
         if (p->nStep < 1)
             return ippStsStepErr;
         if (p->nHSampling < 1 || p->nHSampling > 2 || p->nVSampling < 1 || p->nVSampling > 2)
             return ippStsBadArgument;
-        if (!p->pDcTable->bBaselineDc || !p->pAcTable->bBaselineAc)
-            return ippStsHuffmanTableErr;
         nBlocks += p->nHSampling * p->nVSampling;
     }
-    return nBlocks > ippScanMaxBlocks ? ippStsBadArgument : ippStsNoErr;
+    if (nBlocks > ippScanMaxBlocks)
+        return ippStsBadArgument;
+    return nMcus < 1 ? ippStsSizeErr : ippStsNoErr;
+}
+
+IppStatus CheckScanCodes(const ippiScanComponent* pComponents, std::int32_t nComponents) {
+    for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
+        if (!p->pDcTable || !p->pAcTable)
+            return ippStsNullPtrErr;
+        if (!p->pDcTable->bBaselineDc || !p->pAcTable->bBaselineAc)
+            return ippStsHuffmanTableErr;
+    }
+    return ippStsNoErr;
 }
 
 } // namespace
@@ -265,23 +305,44 @@ IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t 
     if (const IppStatus nStatus = CheckWriter(pDst, nDstSize, pDstCurrPos, pState))
         return nStatus;
     std::int32_t nMcuBlocks = 0;
-    if (const IppStatus nStatus = CheckScan(pComponents, nComponents, nMcuBlocks))
+    if (const IppStatus nStatus = CheckScan(pComponents, nComponents, nMcus, nMcuBlocks))
         return nStatus;
-    if (nMcus < 1)
-        return ippStsSizeErr;
+    if (const IppStatus nStatus = CheckScanCodes(pComponents, nComponents))
+        return nStatus;
     ScanWriter writer(pDst, nDstSize, *pDstCurrPos, *pState);
     while (nMcus > 0) {
         ScanBlock aBlocks[kBatchBlocks];
-        ScanBlock* pNext = aBlocks;
-        for (; nMcus > 0 && pNext - aBlocks + nMcuBlocks <= kBatchBlocks; --nMcus)
-            pNext = ListMcu(pComponents, nComponents, pNext);
-        EncodeBatch(writer, aBlocks, static_cast<std::int32_t>(pNext - aBlocks));
+        EncodeBatch(writer, aBlocks, ListBatch(pComponents, nComponents, nMcuBlocks, nMcus, aBlocks));
         if (writer.IsFull() && !writer.Drain())
             return ippStsBufferEnd;
     }
     if (!writer.Drain())
         return ippStsBufferEnd;
     writer.Commit();
+    return ippStsNoErr;
+}
+
+IppStatus ippiTransformMcus_JPEG_8u16s(ippiScanComponent* pComponents, std::int32_t nComponents,
+                                       std::int32_t nMcus, std::int16_t* pDst) {
+    if (!pComponents || !pDst)
+        return ippStsNullPtrErr;
+    std::int32_t nMcuBlocks = 0;
+    if (const IppStatus nStatus = CheckScan(pComponents, nComponents, nMcus, nMcuBlocks))
+        return nStatus;
+    while (nMcus > 0) {
+        ScanBlock aBlocks[kBatchBlocks];
+        const std::int32_t nBlocks = ListBatch(pComponents, nComponents, nMcuBlocks, nMcus, aBlocks);
+        ScanCoefficients coefficients;
+        TransformBatch(aBlocks, nBlocks, coefficients);
+        for (std::int32_t i = 0; i < nBlocks; ++i, pDst += 64) {
+            Vec16 columns[8];
+            for (int x = 0; x < 8; ++x)
+                columns[x] = Load(coefficients.aBlocks[i] + 8 * x);
+            Transpose(columns);
+            for (int y = 0; y < 8; ++y)
+                Store(pDst + 8 * y, columns[y]);
+        }
+    }
     return ippStsNoErr;
 }
 

@@ -23,5 +23,7 @@
 #include "image/kernels/bodies/EncoderTables.inl"
 #include "image/kernels/bodies/EntropyEncode.inl"
 #include "image/kernels/bodies/ForwardTransform.inl"
+#include "image/kernels/bodies/ScanTransform.inl"
+// Its blocks come from the transform above.
 #include "image/kernels/bodies/ScanEncode.inl"
 #include "image/kernels/bodies/Split.inl"

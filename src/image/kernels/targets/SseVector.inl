@@ -1,5 +1,6 @@
 // The vector type over registers of 128 bits; eight lanes of 32 bits take two of them. Nothing beyond SSE2 is
-// used: what the later sets bring is the compiler's to use. The contracts stand in PortableVector.inl.
+// used but the rounded product of SSSE3 where a target has it (KERNEL_SSSE3): what else the later sets bring
+// is the compiler's to use. The contracts stand in PortableVector.inl.
 
 namespace KERNEL_TARGET {
 namespace {
@@ -28,6 +29,31 @@ inline void Store(std::int16_t* p, Vec16 x) {
 inline Vec16 LoadShifted(const std::uint8_t* p) {
     const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
     return {_mm_sub_epi16(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()), _mm_set1_epi16(128))};
+}
+
+inline Vec16 Widen(const std::uint8_t* p) {
+    return {_mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128())};
+}
+
+inline Vec16 Scaled(Vec16 x, std::int16_t c) {
+    const __m128i all = _mm_set1_epi16(c);
+#ifdef KERNEL_SSSE3
+    return {_mm_mulhrs_epi16(x.v, all)};
+#else
+    const __m128i low = _mm_mullo_epi16(x.v, all);
+    const __m128i high = _mm_mulhi_epi16(x.v, all);
+    const __m128i floor = _mm_or_si128(_mm_slli_epi16(high, 1), _mm_srli_epi16(low, 15));
+    return {_mm_add_epi16(floor, _mm_and_si128(_mm_srli_epi16(low, 14), _mm_set1_epi16(1)))};
+#endif
+}
+
+inline Vec16 Quantised(Vec16 x, const std::uint16_t* pFactors) {
+    const __m128i signs = _mm_srai_epi16(x.v, 15);
+    const __m128i magnitude = _mm_sub_epi16(_mm_xor_si128(x.v, signs), signs);
+    const __m128i product =
+        _mm_mulhi_epu16(_mm_add_epi16(magnitude, _mm_set1_epi16(1)), LoadRegister(pFactors));
+    const __m128i result = _mm_srli_epi16(_mm_add_epi16(product, _mm_set1_epi16(8)), 4);
+    return {_mm_sub_epi16(_mm_xor_si128(result, signs), signs)};
 }
 
 // Both halves of the products. The processor takes a factor above 32767 for one that is 65536 less.

@@ -133,10 +133,14 @@ inline void StoreTransposedClamped(std::uint8_t* pFirst, std::ptrdiff_t nFirstSt
     }
 }
 
-inline WideVec16 LoadShifted(const std::uint8_t* pFirst, const std::uint8_t* pSecond) {
+inline WideVec16 Widen(const std::uint8_t* pFirst, const std::uint8_t* pSecond) {
     const __m128i bytes = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pFirst)),
                                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(pSecond)));
-    return {_mm256_sub_epi16(_mm256_cvtepu8_epi16(bytes), _mm256_set1_epi16(128))};
+    return {_mm256_cvtepu8_epi16(bytes)};
+}
+
+inline WideVec16 Scaled(WideVec16 x, std::int16_t c) {
+    return {_mm256_mulhrs_epi16(x.v, _mm256_set1_epi16(c))};
 }
 
 inline void Store(std::int16_t* pFirst, std::int16_t* pSecond, WideVec16 x) {
@@ -157,17 +161,15 @@ inline WideVec16 ShiftLeft(WideVec16 x) {
     return {_mm256_slli_epi16(x.v, nShift)};
 }
 
-// On magnitudes, since ties go to even on both sides of zero. The processor's product rounds halves up, which
-// is taken back where the product's low bits show a tie and the result is odd. A factor of 32768 counts as
-// its negative there: its product is the magnitude's negative, and never a tie.
-inline WideVec16 RoundedProduct(WideVec16 x, const std::uint16_t* pFirst, const std::uint16_t* pSecond) {
-    const __m256i factors = JoinRegisters(pFirst, pSecond);
-    const __m256i magnitude = _mm256_abs_epi16(x.v);
-    const __m256i up = _mm256_abs_epi16(_mm256_mulhrs_epi16(magnitude, factors));
-    const __m256i rest = _mm256_slli_epi16(_mm256_mullo_epi16(magnitude, factors), 1);
-    const __m256i tie = _mm256_cmpeq_epi16(rest, _mm256_set1_epi16(static_cast<std::int16_t>(0x8000)));
-    const __m256i even = _mm256_andnot_si256(_mm256_srli_epi16(tie, 15), up);
-    return {_mm256_sign_epi16(even, x.v)};
+inline WideVec16 operator+(WideVec16 x, std::int16_t n) {
+    return {_mm256_add_epi16(x.v, _mm256_set1_epi16(n))};
+}
+
+inline WideVec16 Quantised(WideVec16 x, const std::uint16_t* pFirst, const std::uint16_t* pSecond) {
+    const __m256i magnitude = _mm256_add_epi16(_mm256_abs_epi16(x.v), _mm256_set1_epi16(1));
+    const __m256i product = _mm256_mulhi_epu16(magnitude, JoinRegisters(pFirst, pSecond));
+    const __m256i result = _mm256_srli_epi16(_mm256_add_epi16(product, _mm256_set1_epi16(8)), 4);
+    return {_mm256_sign_epi16(result, x.v)};
 }
 
 // Those of the first square in the low half.

@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_sse41
+#define KERNEL_SSSE3 1
 
 #ifdef __clang__
 #pragma clang attribute push(__attribute__((target("sse4.1"))), apply_to = function)
