@@ -5,6 +5,11 @@
 
 if(MORROW_BUILD_TESTS)
   find_package(GTest REQUIRED)
+  # Debian's packages are made for Debian's interpreter, not for one that stands before it in the path.
+  find_program(MORROW_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
+  if(NOT MORROW_PYTHON)
+    find_program(MORROW_PYTHON NAMES python3 REQUIRED)
+  endif()
 endif()
 
 function(morrow_test name)
