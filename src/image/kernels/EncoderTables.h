@@ -16,9 +16,9 @@ IppStatus ippiQuantFwdTableInit_JPEG_8u16u(const std::uint8_t* pRawTable, std::u
 // An encoding table by symbol. Read-only once made.
 struct ippiEncodeHuffmanSpec {
     std::uint32_t aCode[256]; // (code length << 16) | code, 0 for a symbol without a code
-    // For symbols whose low four bits are the size of a value that follows: the code moved left by that size,
-    // << 8, and below it the length of both together. 0 for a symbol without a code.
-    std::uint64_t aWhole[256];
+    // For symbols whose low four bits are the size of a value that follows, up to 11 bits: the code with room
+    // for the value below it, << 5, and the code's length. 0 for other symbols and those without a code.
+    std::uint32_t aWhole[256];
     // Whether everything that a baseline scan of 8-bit samples can ask of the table has a code.
     bool bBaselineDc; // sizes 0 to 11
     bool bBaselineAc; // each run with sizes 1 to 10, the run of sixteen and the end of the block

@@ -44,7 +44,8 @@ bool AssignEncoderCodes(const std::uint8_t* pBits, const std::uint8_t* pValues,
             const std::uint32_t nSymbol = pValues[nIndex];
             const std::uint32_t nSize = nSymbol & 15;
             huffman.aCode[nSymbol] = nLength << 16 | nCode;
-            huffman.aWhole[nSymbol] = std::uint64_t{nCode} << nSize << 8 | (nLength + nSize);
+            if (nSize <= 11)
+                huffman.aWhole[nSymbol] = nCode << nSize << 5 | nLength;
         }
     }
     return true;

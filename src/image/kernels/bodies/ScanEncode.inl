@@ -8,31 +8,10 @@
 namespace KERNEL_TARGET {
 namespace {
 
-// Position in coding order to place in a block whose rows and columns are exchanged.
-constexpr std::array<std::uint8_t, 64> kExchangedZigZag = [] {
-    std::array<std::uint8_t, 64> aPlaces{};
-    for (std::size_t k = 0; k < 64; ++k)
-        aPlaces[k] = static_cast<std::uint8_t>((g_aZigZag[k] & 7) << 3 | g_aZigZag[k] >> 3);
-    return aPlaces;
-}();
-
-// A byte of the mask of such a block, to the ones that it means in coding order.
-constexpr std::array<std::array<std::uint64_t, 256>, 8> kCodingOrder = [] {
-    std::array<std::array<std::uint64_t, 256>, 8> aMasks{};
-    for (std::size_t k = 0; k < 64; ++k) {
-        const std::size_t nPlace = kExchangedZigZag[k];
-        for (std::size_t nByte = 0; nByte < 256; ++nByte) {
-            if ((nByte >> (nPlace & 7) & 1) != 0)
-                aMasks[nPlace >> 3][nByte] |= std::uint64_t{1} << k;
-        }
-    }
-    return aMasks;
-}();
-
 std::uint64_t InCodingOrder(std::uint64_t nMask) {
     std::uint64_t nOrdered = 0;
     for (std::size_t i = 0; i < 8; ++i)
-        nOrdered |= kCodingOrder[i][nMask >> (8 * i) & 0xFF];
+        nOrdered |= g_aCodingOrder[i][nMask >> (8 * i) & 0xFF];
     return nOrdered;
 }
 
@@ -58,26 +37,27 @@ public:
         Cursor cursor{m_pNext, m_nHeld, m_nBits};
         const std::int32_t nDifference = pBlock[0] - component.nLastDc;
         component.nLastDc = pBlock[0];
-        const std::uint32_t nDcSize = SizeOf(nDifference);
-        cursor.Put(component.pDcTable->aWhole[nDcSize], nDifference, nDcSize);
+        // No predictor of a caller leads out of the table.
+        const std::uint32_t nDcBits =
+            g_aValueBits[static_cast<std::uint32_t>(nDifference + ippValueZero) % g_aValueBits.size()];
+        cursor.Put(component.pDcTable->aWhole[nDcBits & 15] + nDcBits);
 
-        const std::uint64_t* const pWhole = component.pAcTable->aWhole;
+        const std::uint32_t* const pWhole = component.pAcTable->aWhole;
+        const std::uint16_t* const pValues = g_aValueBits.data() + ippValueZero;
         std::uint64_t nLeft = InCodingOrder(nMask) & ~std::uint64_t{1};
-        std::uint32_t nLast = 0;
+        std::uint32_t nNext = 1;
         while (nLeft != 0) {
             const auto k = static_cast<std::uint32_t>(__builtin_ctzll(nLeft));
             nLeft &= nLeft - 1;
-            std::uint32_t nRun = k - nLast - 1;
-            nLast = k;
+            std::uint32_t nRun = k - nNext;
+            nNext = k + 1;
             for (; nRun > 15; nRun -= 16)
-                cursor.Put(pWhole[kZeroRun], 0, 0);
-            const std::int32_t nValue = pBlock[kExchangedZigZag[k]];
-            const std::uint32_t nSize = 32 - static_cast<std::uint32_t>(__builtin_clz(
-                                                 static_cast<std::uint32_t>(nValue < 0 ? -nValue : nValue)));
-            cursor.Put(pWhole[nRun << 4 | nSize], nValue, nSize);
+                cursor.Put(pWhole[kZeroRun]);
+            const std::uint32_t nBits = pValues[pBlock[g_aExchangedZigZag[k]]];
+            cursor.Put(pWhole[nRun << 4 | (nBits & 15)] + nBits);
         }
-        if (nLast != 63)
-            cursor.Put(pWhole[kEndOfBlock], 0, 0);
+        if (nNext != 64)
+            cursor.Put(pWhole[kEndOfBlock]);
         m_pNext = cursor.pNext;
         m_nHeld = cursor.nHeld;
         m_nBits = cursor.nBits;
@@ -132,12 +112,10 @@ private:
         std::uint64_t nHeld; // topmost, zeros below
         std::uint32_t nBits; // 0 to 7
 
-        // A code with room for its value at the end, and the value.
-        void Put(std::uint64_t nWhole, std::int32_t nValue, std::uint32_t nSize) {
-            const std::uint64_t nRaw = static_cast<std::uint32_t>(nValue + (nValue >> 31)) &
-                                       static_cast<std::uint32_t>((std::uint64_t{1} << nSize) - 1);
-            nBits += static_cast<std::uint32_t>(nWhole & 0xFF);
-            nHeld |= (nWhole >> 8 | nRaw) << (64 - nBits);
+        // A code and the value behind it, << 5, and the length of both.
+        void Put(std::uint32_t nWhole) {
+            nBits += nWhole & 31;
+            nHeld |= std::uint64_t{nWhole >> 5} << (64 - nBits);
             const std::uint64_t nBytes = __builtin_bswap64(nHeld);
             std::memcpy(pNext, &nBytes, sizeof nBytes);
             pNext += nBits >> 3;

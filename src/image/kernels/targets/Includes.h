@@ -4,6 +4,7 @@
 
 #include "image/kernels/Kernels.h"
 #include "image/kernels/Saturate.h"
+#include "image/kernels/ScanTables.h"
 #include "image/kernels/ZigZag.h"
 
 #include <algorithm>

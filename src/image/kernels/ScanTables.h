@@ -1,0 +1,45 @@
+// Constant tables of the scan writer, for blocks whose rows and columns are exchanged.
+#pragma once
+
+#include "image/kernels/ZigZag.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+// Position in coding order to place in such a block.
+inline constexpr std::array<std::uint8_t, 64> g_aExchangedZigZag = [] {
+    std::array<std::uint8_t, 64> aPlaces{};
+    for (std::size_t k = 0; k < 64; ++k)
+        aPlaces[k] = static_cast<std::uint8_t>((g_aZigZag[k] & 7) << 3 | g_aZigZag[k] >> 3);
+    return aPlaces;
+}();
+
+// A byte of a mask of such a block, to the ones that it means in coding order.
+inline constexpr std::array<std::array<std::uint64_t, 256>, 8> g_aCodingOrder = [] {
+    std::array<std::array<std::uint64_t, 256>, 8> aMasks{};
+    for (std::size_t k = 0; k < 64; ++k) {
+        const std::size_t nPlace = g_aExchangedZigZag[k];
+        for (std::size_t nByte = 0; nByte < 256; ++nByte) {
+            if ((nByte >> (nPlace & 7) & 1) != 0)
+                aMasks[nPlace >> 3][nByte] |= std::uint64_t{1} << k;
+        }
+    }
+    return aMasks;
+}();
+
+// What a value of -2047 to 2047 adds to a code (ippiEncodeHuffmanSpec::aWhole): the bits that follow it, <<
+// 5, and their number. At 2048 plus the value.
+inline constexpr std::int32_t ippValueZero = 2048;
+inline constexpr std::array<std::uint16_t, 4096> g_aValueBits = [] {
+    std::array<std::uint16_t, 4096> aBits{};
+    for (std::int32_t nSize = 1; nSize <= 11; ++nSize) {
+        for (std::int32_t n = 1 << (nSize - 1); n < 1 << nSize; ++n) {
+            const std::int32_t nNegative = (1 << nSize) - 1 - n;
+            aBits[static_cast<std::size_t>(ippValueZero + n)] = static_cast<std::uint16_t>(n << 5 | nSize);
+            aBits[static_cast<std::size_t>(ippValueZero - n)] =
+                static_cast<std::uint16_t>(nNegative << 5 | nSize);
+        }
+    }
+    return aBits;
+}();
