@@ -1,0 +1,195 @@
+#include "midlet/Localize.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "midlet/IniTree.h"
+#include "platform/resources.h"
+#include "platform/text.h"
+#include "support/RecordingLog.h"
+#include "support/Zip.h"
+#include "tools/rescomp/image_writer.h"
+
+namespace {
+
+using support::RecordingLog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// "section{key=text|...}..." of what was read, and whether it was read to its end.
+std::string Parsed(std::string_view text) {
+    CIniTree tree;
+    const bool isWhole = tree.LoadIni(text);
+    std::string shown;
+    for (const CIniNode& section : tree.Root().oChildren) {
+        shown += section.strName + "{";
+        for (const CIniNode& key : section.oChildren)
+            shown += key.strName + "=" + key.strValue + "|";
+        shown += "}";
+    }
+    return shown + (isWhole ? "" : "!");
+}
+
+TEST(IniTree, ReadsSectionsKeysAndTexts) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"", ""},
+        {" \r\n", "!"},
+        {"; only a comment", "!"},
+        {"key=text", "!"},
+        {"[a]", "a{}"},
+        {"[ a b ]\r\nk=v\r\n", "a b {k=v|}"},
+        {"[]\r\nk=v", "{k=v|}"},
+        {"[ ]", "{}"},
+        {"[a\tb\r\nc]", "abc{}"},
+        {"[a", "!"},
+        {" ; one\r\n\t; two\r\n[a];three\n;four\r\nk=v;five\r\n ;six", "a{k=v|}"},
+        {"[a]\r\n k e y = v a l \r\n\r\nl=m", "a{k e y = v a l |l=m|}"},
+        {"[a]\r\nk\t\r\ney=v\tw\nl=", "a{key=vw|l=|}"},
+        {"[a]\r\nk=v\r\nbroken", "a{k=v|}!"},
+        {"[a]\r\nk=v]l=w[b]m=x[a]k=y", "a{k=y|]l=w|}b{m=x|}"},
+        {"[a]\r\nk=1\r\nl=2\r\nk=3\r\nK=4", "a{k=3|l=2|K=4|}"},
+        {std::string("[a]\r\nk=v\0[b]", 12), "a{k=v|}"},
+        {"[a]\r\n=nameless\r\nx==y", "a{=nameless|x==y|}"},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(expected, Parsed(text)) << text;
+}
+
+TEST(Localize, NamesTheLanguagesFile) {
+    const std::pair<std::u16string, std::u16string> rows[] = {{u"ENU", u"gui.eng.ini"},
+                                                              {u"ESP", u"gui.spa.ini"},
+                                                              {u"ESN", u"gui.esn.ini"},
+                                                              {u"GE", u"gui.ge.ini"},
+                                                              {u"", u"gui..ini"}};
+    for (const auto& [code, name] : rows)
+        EXPECT_EQ(name, LanguageFileName(code));
+}
+
+// The thread's code page for the life of the object.
+struct CodePage {
+    explicit CodePage(unsigned page) { platform::SetThreadCodePage(page); }
+    CodePage(const CodePage&) = delete;
+    CodePage& operator=(const CodePage&) = delete;
+    ~CodePage() { platform::SetThreadCodePage(0); }
+};
+
+TEST(Localize, AppendsTheModulesOwnTexts) {
+    auto& log = RecordingLog::Fresh();
+    struct Row {
+        std::uint32_t language;
+        const char* first; // of the section "Sendora"
+        const char* last;
+    };
+    const Row rows[] = {{0, "screen_wait: Please, wait\r\n", "cmd_multishoot: Multi capture\r\n"},
+                        {1033, "screen_wait: Please, wait\r\n", "cmd_multishoot: Multi capture\r\n"},
+                        {1034, "screen_wait: ", "\r\n"},
+                        {1036, "screen_wait: ", "\r\n"},
+                        {1049, "screen_wait: ", "\r\n"},
+                        {1068, "screen_wait: ", "\r\n"},
+                        {1079, "screen_wait: ", "\r\n"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.language);
+        const CodePage page(platform::CodePageOfLanguage(row.language));
+        std::string sendora = "SRV: x\r\n";
+        ASSERT_EQ(S_OK, Localize(sendora, "Sendora", row.language));
+        EXPECT_TRUE(sendora.starts_with("SRV: x\r\n" + std::string(row.first)));
+        EXPECT_TRUE(sendora.ends_with(row.last));
+        EXPECT_EQ(1 + 17, std::ranges::count(sendora, '\n'));
+        EXPECT_TRUE(platform::Utf8ToWideStrict(sendora));
+        std::string viewlander;
+        ASSERT_EQ(S_OK, Localize(viewlander, "Viewlander", row.language));
+        EXPECT_EQ(33, std::ranges::count(viewlander, '\n'));
+        EXPECT_EQ(row.language != 1068 && row.language != 1079, viewlander.ends_with(" \r\n"))
+            << "a blank at a text's end; what is not translated is a question mark";
+    }
+    EXPECT_THAT(log.Texts(), IsEmpty());
+}
+
+// Takes the module's resources away, puts an archive of the test's in their place, and turns it round at the
+// end.
+class OtherArchive {
+public:
+    explicit OtherArchive(const std::string& archive)
+        : m_real(platform::ModuleBytes(platform::ResourceInstances().at(0))),
+          m_image(rescomp::BuildImage({{{u"ZIP"}, {std::uint16_t{211}}, 0, 0, archive}})) {
+        platform::RemoveResourceInstance(m_real.data());
+        platform::AddResourceInstance(Bytes());
+    }
+    OtherArchive(const OtherArchive&) = delete;
+    OtherArchive& operator=(const OtherArchive&) = delete;
+    ~OtherArchive() {
+        platform::RemoveResourceInstance(Bytes().data());
+        platform::AddResourceInstance(m_real);
+    }
+    void Remove() { platform::RemoveResourceInstance(Bytes().data()); }
+
+private:
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
+        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
+    }
+    const std::span<const std::uint8_t> m_real;
+    const std::string m_image;
+};
+
+std::string Utf16(std::u16string_view text) {
+    std::string bytes;
+    for (const char16_t c : text)
+        bytes += support::Le16(c);
+    return bytes;
+}
+
+TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
+    const std::string good = Utf16(u"\uFEFF[Sendora]\r\nok=\u0414\u0430\r\n");
+    std::string damaged = support::Zip({{"gui.eng.ini", std::string(100, 'x')}});
+    damaged[41] = 7; // no type of block
+    std::string mismatched = support::Zip({{"gui.eng.ini", good}});
+    mismatched[8] = 9;
+    struct Row {
+        const char* name;
+        std::string archive;
+        std::uint32_t language;
+        HRESULT hr;
+        std::string result; // lines, or what is reported
+    };
+    const std::string noKeys = "TRASSDO: oKeys.size()\n";
+    const Row rows[] = {
+        {"UTF-16", support::Zip({{"GUI.Eng.INI", good}}), 1033, S_OK, "ok: \u0414\u0430\r\n"},
+        {"without a mark", support::Zip({{"gui.eng.ini", good.substr(2) + "d"}}), 1033, S_OK,
+         "ok: \u0414\u0430\r\n"},
+        {"Russian in the thread's code page",
+         support::Zip({{"gui.rus.ini", "[Sendora]\nok=\xC4\xE0", false}}), 1049, S_OK,
+         "ok: \u0414\u0430\r\n"},
+        {"no archive", "nothing like it", 1033, E_UNEXPECTED, "TRASSDO: res\n"},
+        {"no such language", support::Zip({{"gui.eng.ini", good}}), 3082, E_ELEMENT_NOT_FOUND,
+         "TRASSDO: res\n"},
+        {"damaged file", damaged, 1033, E_FAIL, noKeys},
+        {"headers that disagree", mismatched, 1033, E_FAIL, noKeys},
+        {"a bomb", support::Zip({{"gui.eng.ini", std::string((1U << 20) + 1, '\0')}}), 1033, E_FAIL, noKeys},
+        {"broken line", support::Zip({{"gui.eng.ini", good + Utf16(u"broken")}}), 1033, E_FAIL,
+         "TRASSDO: bRes\n"},
+        {"another section", support::Zip({{"gui.eng.ini", Utf16(u"\uFEFF[sendora]\r\nok=OK")}}), 1033, E_FAIL,
+         noKeys},
+    };
+    const CodePage page(1251);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto& log = RecordingLog::Fresh();
+        const OtherArchive other(row.archive);
+        std::string manifest = "SRV: x\r\n";
+        EXPECT_EQ(row.hr, Localize(manifest, "Sendora", row.language));
+        if (row.hr == S_OK) {
+            EXPECT_EQ("SRV: x\r\n" + row.result, manifest);
+        } else {
+            EXPECT_EQ("SRV: x\r\n", manifest);
+            EXPECT_THAT(log.Texts(), ElementsAre(row.result));
+        }
+    }
+    auto& log = RecordingLog::Fresh();
+    OtherArchive none("");
+    none.Remove();
+    std::string manifest;
+    EXPECT_EQ(E_FAIL, Localize(manifest, "Sendora", 1033));
+    EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: ptr\n"));
+}
+
+} // namespace
