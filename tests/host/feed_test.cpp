@@ -5,11 +5,10 @@
 #include <thread>
 #include <vector>
 
-#include <turbojpeg.h>
-
 #include "host/feed/feed_table.h"
 #include "host/feed/rate_meter.h"
 #include "host/frames.h"
+#include "support/Jpeg.h"
 
 namespace host {
 namespace {
@@ -23,22 +22,6 @@ const std::uint8_t* Bytes(const std::string& block) {
     return reinterpret_cast<const std::uint8_t*>(block.data());
 }
 
-struct Decoded {
-    int width = 0, height = 0;
-    std::vector<unsigned char> rgb;
-};
-// With the other program's decoder; an empty size when it finds a fault.
-Decoded Decode(const std::string& jpeg) {
-    const std::unique_ptr<void, int (*)(tjhandle)> decoder(tjInitDecompress(), &tjDestroy);
-    int width = 0, height = 0, subsampling = 0, space = 0;
-    tjDecompressHeader3(decoder.get(), Bytes(jpeg), jpeg.size(), &width, &height, &subsampling, &space);
-    std::vector<unsigned char> rgb(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    if (tjDecompress2(decoder.get(), Bytes(jpeg), jpeg.size(), rgb.data(), width, 0, height, TJPF_RGB,
-                      TJFLAG_STOPONWARNING) != 0)
-        return {};
-    return {width, height, std::move(rgb)};
-}
-
 TEST(Picture, OfAnySizeDecodesToThatSizeAndItsColour) {
     const std::pair<int, int> sizes[] = {{1, 1}, {2, 2},   {1, 9},     {9, 1},
                                          {3, 5}, {17, 16}, {159, 121}, {320, 240}};
@@ -47,7 +30,7 @@ TEST(Picture, OfAnySizeDecodesToThatSizeAndItsColour) {
             const std::string block = MakeBlock(width, height, grey, 120, 200, 60);
             PlaneLayout layout;
             ASSERT_TRUE(ReadLayout(Bytes(block), block.size(), &layout));
-            const Decoded decoded = Decode(EncodeJpeg(Bytes(block), layout));
+            const support::DecodedJpeg decoded = support::DecodeJpeg(EncodeJpeg(Bytes(block), layout));
             ASSERT_EQ(std::pair(decoded.width, decoded.height), std::pair(width, height)) << grey;
             // ITU-T T.871: R = Y + 1.402 (Cr - 128), B = Y + 1.772 (Cb - 128). A picture of less than two
             // columns or rows has no chroma of its own.
@@ -59,7 +42,7 @@ TEST(Picture, OfAnySizeDecodesToThatSizeAndItsColour) {
         }
     }
     for (const auto& [width, height] : {std::pair{320, 240}, {0, -5}, {1, 100000}}) {
-        const Decoded placeholder = Decode(DrawPlaceholder(width, height));
+        const support::DecodedJpeg placeholder = support::DecodeJpeg(DrawPlaceholder(width, height));
         EXPECT_EQ(placeholder.width, std::clamp(width, 16, 4096));
         EXPECT_EQ(placeholder.height, std::clamp(height, 16, 4096));
     }
@@ -121,7 +104,7 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     {
         std::vector<std::jthread> watchers;
         for (int i = 0; i < 8; ++i)
-            watchers.emplace_back([&] { EXPECT_EQ(Decode(feed->Newest()->Jpeg()).width, 64); });
+            watchers.emplace_back([&] { EXPECT_EQ(support::DecodeJpeg(feed->Newest()->Jpeg()).width, 64); });
     }
     EXPECT_EQ(Picture::EncodedCount(), before + 1);
     const CameraFigures figures = feed->Figures();

@@ -81,11 +81,12 @@ public:
     support::Peer peer;
 };
 
-// A page's end of /tiles, written by hand (RFC 6455).
+// A page's end of a WebSocket, written by hand (RFC 6455).
 class Page : public Client {
 public:
-    explicit Page(std::uint16_t port, const std::string& lines = "") : Client(port) {
-        peer.Send("GET /tiles HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+    explicit Page(std::uint16_t port, const std::string& lines = "", const std::string& target = "/tiles")
+        : Client(port) {
+        peer.Send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
                   "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n" +
                   lines + "\r\n");
         reply = ReadReply(true);

@@ -7,6 +7,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace support {
@@ -36,6 +38,28 @@ inline std::string MakeJpeg(int width, int height, bool colour = true, int phase
     std::string jpeg(reinterpret_cast<char*>(bytes), size);
     tjFree(bytes);
     return jpeg;
+}
+
+struct DecodedJpeg {
+    int width = 0, height = 0; // 0 when the decoder finds a fault
+    std::vector<unsigned char> rgb;
+
+    [[nodiscard]] const unsigned char* At(int x, int y) const {
+        return &rgb[3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                         static_cast<std::size_t>(x))];
+    }
+};
+// With the other program's decoder.
+inline DecodedJpeg DecodeJpeg(std::string_view jpeg) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(jpeg.data());
+    const std::unique_ptr<void, int (*)(tjhandle)> decoder(tjInitDecompress(), &tjDestroy);
+    int width = 0, height = 0, subsampling = 0, space = 0;
+    tjDecompressHeader3(decoder.get(), bytes, jpeg.size(), &width, &height, &subsampling, &space);
+    std::vector<unsigned char> rgb(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    if (tjDecompress2(decoder.get(), bytes, jpeg.size(), rgb.data(), width, 0, height, TJPF_RGB,
+                      TJFLAG_STOPONWARNING) != 0)
+        return {};
+    return {width, height, std::move(rgb)};
 }
 
 } // namespace support

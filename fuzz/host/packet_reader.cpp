@@ -1,0 +1,43 @@
+// The stream of a viewing phone, as any server may send it. The first byte says in what pieces it comes:
+// pictures and the failure are the same for each.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "host/phone/packet.h"
+
+namespace {
+
+struct Outcome {
+    std::string pictures;
+    bool failed = false;
+    friend bool operator==(const Outcome&, const Outcome&) = default;
+};
+
+Outcome Read(std::string_view stream, std::size_t chunk) {
+    Outcome outcome;
+    host::phone::PacketReader reader;
+    try {
+        for (; !stream.empty(); stream.remove_prefix(std::min(chunk, stream.size()))) {
+            reader.Feed(stream.substr(0, chunk));
+            while (const auto packet = reader.Next())
+                outcome.pictures += packet->jpeg;
+        }
+    } catch (const host::phone::PacketError&) {
+        outcome.failed = true;
+    }
+    return outcome;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0)
+        return 0;
+    const std::string_view stream(reinterpret_cast<const char*>(data) + 1, size - 1);
+    if (Read(stream, data[0] + std::size_t{1}) != Read(stream, stream.size() + 1))
+        std::abort();
+    return 0;
+}
