@@ -1,0 +1,178 @@
+// The host's side of a viewing phone, played after one script: state tree, web server, content object,
+// packer.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "image/FrameBlock.h"
+#include "interfaces/IConfiguration.h"
+#include "interfaces/IMobileFramePacker.h"
+#include "interfaces/IProcessStateTree.h"
+#include "interfaces/IWebServer.h"
+#include "platform/threads.h"
+#include "support/Fake.h"
+
+namespace support {
+
+// The script, and what was played. The classes can be created while it exists.
+struct Stage {
+    Stage();
+    ~Stage();
+    // Writes a call down; gives the status that the script has for it.
+    HRESULT Enter(const std::string& call, const std::string& arguments = {}) {
+        const std::lock_guard guard(mutex);
+        if (!endless)
+            calls.push_back(arguments.empty() ? call : call + " " + arguments);
+        return call == failing ? status : S_OK;
+    }
+    template <class T = IUnknown>
+    platform::ComPtr<T> Make(const char* name, std::u16string path = {});
+
+    std::string failing; // the call of this name fails
+    HRESULT status = E_ACCESSDENIED;
+    std::string original; // the answers of a content object
+    std::string jpeg;
+    std::vector<std::string> packed{"piece"}; // one for each picture; "" is E_PENDING; ends with the last
+    double frameRate = 1000;
+    std::atomic<bool> endless{false}; // or never, and nothing is written down
+
+    std::mutex mutex; // everything below
+    std::vector<std::string> calls;
+    std::map<std::u16string, platform::ComPtr<IUnknown>> nodes;
+};
+
+// Any of the objects; it tells of its end.
+class Actor
+    : public Fake<IProcessStateTree, IProcessStateNode, IWebServer, IConfiguration, IMobileFramePacker> {
+public:
+    HRESULT GetRootNode(IProcessStateNode** node) override {
+        *node = m_stage.Make<IProcessStateNode>("root").Detach();
+        return m_stage.Enter("GetRootNode");
+    }
+    HRESULT SetValue(IUnknown* value) override {
+        const HRESULT hr = m_stage.Enter("SetValue");
+        const std::lock_guard guard(m_stage.mutex);
+        if (SUCCEEDED(hr))
+            m_stage.nodes[m_path] = platform::ComPtr<IUnknown>(value);
+        return hr;
+    }
+    HRESULT GetValue(IUnknown** value) override {
+        const HRESULT hr = m_stage.Enter("GetValue");
+        const std::lock_guard guard(m_stage.mutex);
+        *value = platform::ComPtr<IUnknown>(m_stage.nodes[m_path]).Detach();
+        return hr;
+    }
+    HRESULT RemoveNode(const char16_t* path) override {
+        const HRESULT hr = m_stage.Enter("RemoveNode", platform::ToUtf8(path));
+        const std::lock_guard guard(m_stage.mutex);
+        m_stage.nodes.erase(m_path);
+        return hr;
+    }
+    HRESULT GetNode(const char16_t* path, std::int32_t create, IProcessStateNode** node) override {
+        const HRESULT hr = m_stage.Enter(create == 1 ? "GetNode create" : "GetNode");
+        if (FAILED(hr))
+            return hr;
+        *node = m_stage.Make<IProcessStateNode>("node", path).Detach();
+        return hr;
+    }
+    HRESULT OpenContent(BSTR key, std::int32_t size, const std::uint8_t* auth, IUnknown** content) override {
+        if (std::string_view(reinterpret_cast<const char*>(auth), static_cast<std::size_t>(size)) == "wrong")
+            return E_ACCESSDENIED;
+        if (platform::ViewOf(key) == u"no content") // an object of another kind
+            *content = m_stage.nodes[u"other"].Detach();
+        else
+            *content = m_stage.Make("content").Detach();
+        return m_stage.Enter("OpenContent", platform::ToUtf8(platform::ViewOf(key)));
+    }
+    // Names the credentials that the thread has published, and puts another request in the place of the one
+    // that it got.
+    HRESULT GetContent(BSTR path, BSTR* content, BSTR* request) override {
+        const std::string what = platform::ToUtf8(platform::ViewOf(path));
+        *content = platform::Bstr::FromBytes(what == "video?jpeg" ? m_stage.jpeg : m_stage.original).Detach();
+        *request = platform::Bstr(u"another").Detach();
+        return m_stage.Enter(what, Credentials());
+    }
+    HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
+    HRESULT Init(BSTR params) override {
+        return m_stage.Enter("Init", platform::ToUtf8(platform::ViewOf(params)));
+    }
+    HRESULT GetParams(SPackerParams* params) override {
+        params->fFrameRate = m_stage.frameRate;
+        return m_stage.Enter("GetParams", platform::IsInApartment() ? "in the apartment" : "");
+    }
+    // Writes down the sides, and the last byte of the first plane.
+    HRESULT AppendFrame(const BITMAPINFOHEADER* header, const std::uint8_t* planes) override {
+        const auto w = header->biWidth;
+        const auto h = header->biHeight;
+        const int last = w == 0 || h == 0
+                             ? -1
+                             : planes[std::abs(w) * std::abs(h) * (header->biBitCount == 24 ? 3 : 1) - 1];
+        return m_stage.Enter("AppendFrame",
+                             std::to_string(w) + "x" + std::to_string(h) + " " + std::to_string(last));
+    }
+    std::int32_t HasMoreFrames() override {
+        m_stage.Enter("HasMoreFrames");
+        return m_stage.endless || m_next < m_stage.packed.size() ? -1 : 0;
+    }
+    HRESULT GetPackedData(std::uint8_t** data, std::uint32_t* size) override {
+        const std::string& piece = m_stage.packed[m_next++ % m_stage.packed.size()];
+        *size = static_cast<std::uint32_t>(piece.size());
+        *data = static_cast<std::uint8_t*>(CoTaskMemAlloc(piece.size()));
+        std::copy(piece.begin(), piece.end(), *data);
+        const HRESULT hr = m_stage.Enter("GetPackedData");
+        return SUCCEEDED(hr) && piece.empty() ? E_PENDING : hr;
+    }
+
+protected:
+    Actor(Stage& stage, const char* name, std::u16string path)
+        : m_stage(stage), m_name(name), m_path(std::move(path)) {}
+    ~Actor() { m_stage.Enter(std::string("~") + m_name); }
+
+private:
+    std::string Credentials() {
+        const std::lock_guard guard(m_stage.mutex);
+        const auto found = m_stage.nodes.find(
+            NSProcessStateTree::ThreadArgumentPath(kCurrentRequestArgument, platform::CurrentThreadId()));
+        if (found == m_stage.nodes.end())
+            return {};
+        const auto value = found->second.Query<NSProcessStateTree::CThreadArgumentValue>();
+        if (!value || std::string_view(value->m_szType) != typeid(WebServer::SCurrentRequest).name())
+            return {};
+        const auto* const current = static_cast<const WebServer::SCurrentRequest*>(value->m_pValue);
+        return {reinterpret_cast<const char*>(current->pData), current->nSize};
+    }
+
+    Stage& m_stage;
+    const char* const m_name;
+    const std::u16string m_path; // of a node
+    std::size_t m_next = 0;      // picture of a packer
+};
+
+template <class T>
+platform::ComPtr<T> Stage::Make(const char* name, std::u16string path) {
+    return platform::ComObject<Actor>::Create(*this, name, std::move(path)).template Query<T>();
+}
+
+inline Stage::Stage() {
+    for (const auto& [classId, name] :
+         {std::pair(kProcessStateTreeClass, "tree"), std::pair(kMobileFramePackerClass, "packer")}) {
+        const auto make = [this, name = name](const GUID& interfaceId, void** object) {
+            const HRESULT hr = Enter(std::string("create ") + name);
+            return FAILED(hr) ? hr : Make(name)->QueryInterface(interfaceId, object);
+        };
+        platform::RegisterClassFactory(classId, platform::ComObject<FakeFactory>::Create(make).Get());
+    }
+}
+
+inline Stage::~Stage() {
+    nodes.clear();
+    platform::RevokeClassFactory(kProcessStateTreeClass);
+    platform::RevokeClassFactory(kMobileFramePackerClass);
+}
+
+} // namespace support

@@ -1,0 +1,166 @@
+// Viewing connections as the server object takes them in, one and many at a time.
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interfaces/ComponentDoor.h"
+#include "support/FakeWebHost.h"
+#include "support/RecordingLog.h"
+#include "support/TcpPair.h"
+#include "support/ViewingStage.h"
+
+namespace {
+
+using platform::Bstr;
+using platform::ComPtr;
+using support::TcpPair;
+using testing::Contains;
+
+constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
+constexpr char kNoInterface[] = "0x80004002, (No such interface supported)\n";
+
+class ViewingIntake : public testing::Test {
+protected:
+    ViewingIntake() {
+        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                   IUploadServer::iid, m_server.ReceiveVoid()));
+        const BITMAPINFOHEADER header{40, 0, 0, 1, 8, 0, 0, 0, 0, 0, 0};
+        m_stage.original.assign(reinterpret_cast<const char*>(&header), sizeof header);
+    }
+    ~ViewingIntake() override {
+        ReleaseServer();
+        EXPECT_TRUE(platform::WaitForWorkItems(20000));
+        EXPECT_EQ(0U, platform::OpenSocketCount());
+        m_stage.nodes.erase(kWebServerNode);
+        EXPECT_THAT(m_stage.nodes, testing::IsEmpty()) << "a thread's argument is left";
+    }
+    void ReleaseServer() {
+        m_host.script.handler = nullptr;
+        m_server = nullptr;
+        RevokeComponentClasses();
+    }
+    void Publish(ComPtr<IUnknown> value) {
+        const std::lock_guard guard(m_stage.mutex);
+        m_stage.nodes[kWebServerNode] = std::move(value);
+    }
+    void Fail(const char* call) {
+        const std::lock_guard guard(m_stage.mutex);
+        m_stage.failing = call;
+    }
+    HRESULT View(const char16_t* name, TcpPair& pair, std::string_view credentials = "key") {
+        return m_server->OnConnection(Bstr(name).Get(), pair.Adopt(), 0,
+                                      static_cast<std::int32_t>(credentials.size()),
+                                      reinterpret_cast<const std::uint8_t*>(credentials.data()));
+    }
+
+    support::RecordingLog& m_log = support::RecordingLog::Fresh();
+    support::WebHostClass m_host;
+    support::Stage m_stage;
+    ComPtr<IUploadServer> m_server;
+};
+
+// Every way that a connection can be turned away, and after all of them one that is not: nothing of a failure
+// is kept.
+TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
+    const ComPtr<IUnknown> other = platform::ComObject<NSProcessStateTree::CThreadArgumentValue>::Create();
+    const std::string denied = "0x80070005, (Access is denied.)\n";
+    struct Row {
+        const char* failing;
+        const char16_t* name;
+        HRESULT status;
+        const char* assertion;
+        std::string reason;
+    };
+    const Row rows[] = {
+        {"create tree", u"yard", E_ACCESSDENIED, kDenied, denied},
+        {"GetNode", u"yard", E_ACCESSDENIED, kDenied, denied},
+        {"GetValue", u"yard", E_ACCESSDENIED, kDenied, denied},
+        {"", u"yard", E_NOINTERFACE, "TRASSDO: m_spWebServer\n",
+         kNoInterface}, // the value is of another kind
+        {"OpenContent", u"yard", E_ACCESSDENIED, kDenied, denied},
+        {"", u"no content", E_NOINTERFACE, "TRASSDO: spXmlConfig\n", kNoInterface},
+    };
+    Publish(other);
+    m_stage.nodes[u"other"] = other;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.failing);
+        const std::string name = platform::ToUtf8(row.name);
+        m_log.Clear();
+        Fail(row.failing);
+        if (row.reason == denied && std::string_view(row.failing) == "OpenContent")
+            Publish(m_stage.Make("web server"));
+        TcpPair pair;
+        EXPECT_EQ(row.status, View(row.name, pair));
+        EXPECT_TRUE(pair.far.IsClosed());
+        EXPECT_EQ(0U, platform::OpenSocketCount());
+        EXPECT_THAT(m_log.Texts(),
+                    testing::ElementsAre("mobile: connection of " + name + "\n", row.assertion,
+                                         "mobile: connection of " + name + " rejected: " + row.reason));
+    }
+    m_stage.nodes.erase(u"other");
+    Fail("");
+    TcpPair invalid;
+    EXPECT_EQ(E_POINTER, m_server->OnConnection(Bstr(u"yard").Get(), 0, 0, 0, nullptr));
+    EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(Bstr(u"yard").Get(), invalid.Adopt(), 0, -1, nullptr));
+    TcpPair unreadable;
+    EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(Bstr(u"yard").Get(), unreadable.Adopt(), 0, 1, nullptr));
+    EXPECT_TRUE(invalid.far.IsClosed() && unreadable.far.IsClosed());
+    TcpPair wrong;
+    EXPECT_EQ(E_ACCESSDENIED, View(u"yard", wrong, "wrong"));
+    EXPECT_TRUE(wrong.far.IsClosed());
+    m_log.Clear();
+    TcpPair right;
+    EXPECT_EQ(S_OK, View(u"back%20yard?fps=5&x=/", right));
+    EXPECT_EQ("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\npiece", right.far.Receive(1000));
+    EXPECT_THAT(m_log.Texts({"mobile"}), Contains("mobile: starting Packeter for back%20yard?fps=5&x=/\n"));
+}
+
+TEST_F(ViewingIntake, KeyAndParametersComeFromTheName) {
+    Publish(m_stage.Make("web server"));
+    const std::tuple<const char16_t*, const char*, const char*> rows[] = {
+        {u"abc?x=1", "OpenContent abc", "Init x=1"},
+        {u"abc/def?x=1", "OpenContent abc", "Init def?x=1"},
+        {u"abc", "OpenContent abc", "Init"},
+        {u"", "OpenContent", "Init"},
+        {u"%D0%B4?width=1%20", "OpenContent \u0434", "Init width=1%20"},
+    };
+    for (const auto& [name, open, init] : rows) {
+        TcpPair pair;
+        EXPECT_EQ(S_OK, View(name, pair));
+        EXPECT_TRUE(platform::WaitForWorkItems(20000));
+        EXPECT_THAT(m_stage.calls,
+                    testing::AllOf(Contains(open), Contains(init), Contains("GetParams in the apartment"),
+                                   Contains("video?original key")));
+        m_stage.calls.clear();
+    }
+}
+
+// Many first connections at once: all are served, also when the source vanishes under some, others leave, and
+// the server object is released while they run.
+TEST_F(ViewingIntake, ManyViewersStartAndEndTogether) {
+    Publish(m_stage.Make("web server"));
+    m_stage.endless = true;
+    constexpr int kViewers = 16;
+    TcpPair pairs[kViewers];
+    std::vector<std::thread> hosts;
+    for (TcpPair& pair : pairs)
+        hosts.emplace_back([&] { EXPECT_EQ(S_OK, View(u"yard", pair)); });
+    for (auto& host : hosts)
+        host.join();
+    ReleaseServer();
+    for (int i = 0; i < kViewers; ++i) {
+        EXPECT_EQ(54U, pairs[i].far.Receive(54).size());
+        if (i % 2 == 0)
+            pairs[i].far.Close();
+    }
+    Fail("video?original"); // the source is gone
+    for (int i = 1; i < kViewers; i += 2)
+        EXPECT_TRUE(pairs[i].far.IsClosed());
+}
+
+} // namespace

@@ -1,0 +1,283 @@
+#include "viewing/Packeter.h"
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
+#include "support/Jpeg.h"
+#include "support/RecordingLog.h"
+#include "support/TcpPair.h"
+#include "support/ViewingStage.h"
+#include "viewing/RequestText.h"
+
+namespace {
+
+using support::Stage;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
+constexpr char kHead[] = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
+constexpr std::uint32_t kOther = 0x20424752; // "RGB "
+
+std::string Picture(std::int32_t width, std::int32_t height, std::uint16_t bits, std::uint32_t compression,
+                    std::size_t size = 0) {
+    const BITMAPINFOHEADER header{40, width, height, 1, bits, compression, 0, 0, 0, 0, 0};
+    return std::string(reinterpret_cast<const char*>(&header), sizeof header) + std::string(size, '\x07');
+}
+
+// One packeter on this thread, and whether all that it had is gone behind it.
+struct Viewing {
+    std::function<void(support::TcpPair&, SOCKET)> prepare = [](auto&, SOCKET) {};
+    std::string sent; // what the phone got
+
+    HRESULT Run(Stage& stage) {
+        const auto objects = platform::ModuleLock::Count();
+        support::TcpPair pair;
+        const SOCKET socket = pair.Adopt();
+        prepare(pair, socket);
+        HRESULT hr = S_OK;
+        {
+            CPacketer packeter;
+            const auto content = stage.Make<IConfiguration>("content");
+            EXPECT_EQ(S_OK, packeter.Init(socket, content.Get(), platform::Bstr(u"fps=5").Get(), 3,
+                                          reinterpret_cast<const std::uint8_t*>("key")));
+            hr = packeter.Main();
+            EXPECT_LE(platform::OpenSocketCount(), 1U);
+        }
+        EXPECT_EQ(platform::kSocketError, platform::closesocket(socket)) << "closed before";
+        if (pair.far.Get() >= 0)
+            sent = pair.far.Receive(1000);
+        EXPECT_EQ(0U, platform::OpenSocketCount());
+        EXPECT_EQ(objects, platform::ModuleLock::Count());
+        EXPECT_THAT(stage.nodes, IsEmpty());
+        return hr;
+    }
+};
+
+// A stream that fails at each call in turn, and by each thing that it may be given.
+TEST(Packeter, EndsWithTheFirstFailure) {
+    const std::string raw = Picture(2, 2, 8, 0, 4);
+    const std::string mobile = "mobile: CPacketer::Main()";
+    const std::string start = "mobile: Start, frame rate: 1000.000000\n";
+    const std::string failed = "TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n";
+    const auto reset = [](support::TcpPair& pair, SOCKET) { pair.far.Reset(); };
+    const auto close = [](support::TcpPair&, SOCKET socket) { platform::closesocket(socket); };
+    struct Row {
+        std::string what; // the failing call, or what is wrong with its answer
+        std::string original;
+        std::string jpeg;
+        HRESULT status;
+        std::vector<std::string> lines;
+        std::string sent;
+        decltype(Viewing::prepare) prepare = [](auto&, SOCKET) {};
+    };
+    const std::vector<Row> rows{
+        {"create packer",
+         raw,
+         "",
+         E_ACCESSDENIED,
+         {mobile + ": Failed to create mobile frame packer.", kDenied},
+         ""},
+        {"Init", raw, "", E_ACCESSDENIED, {mobile + ": Failed to init mobile frame packer.", kDenied}, ""},
+        {"GetParams", raw, "", E_ACCESSDENIED, {kDenied}, ""},
+        {"video?original", raw, "", E_ACCESSDENIED, {start, kDenied}, kHead},
+        {"no content", "", "", E_FAIL, {start, failed}, kHead},
+        {"no whole header", raw.substr(0, 39), "", E_FAIL, {start, failed}, kHead},
+        {"no whole grey picture", Picture(2, 2, 8, 0, 3), "", E_FAIL, {start, failed}, kHead},
+        {"no whole colour picture", Picture(3, -1, 24, 0, 8), "", E_FAIL, {start, failed}, kHead},
+        {"no whole planes", Picture(4, 4, 12, FrameCompressionYV12, 23), "", E_FAIL, {start, failed}, kHead},
+        {"sides that overflow", Picture(INT32_MIN, INT32_MIN, 24, 0, 9), "", E_FAIL, {start, failed}, kHead},
+        {"video?jpeg", Picture(2, 2, 16, 0), "", E_ACCESSDENIED, {start, kDenied}, kHead},
+        {"no JPEG", Picture(2, 2, 16, 0), "x", E_FAIL, {start, mobile + " Failed to decode JPEG."}, kHead},
+        {"too wide",
+         Picture(7, 9, 32, 0),
+         support::MakeJpeg(8, 8),
+         E_FAIL,
+         {start, mobile + " Failed to decode JPEG."},
+         kHead},
+        {"too high",
+         Picture(9, -7, 32, 0),
+         support::MakeJpeg(8, 8),
+         E_FAIL,
+         {start, mobile + " Failed to decode JPEG."},
+         kHead},
+        {"no size",
+         Picture(0, 0, 1, 0),
+         support::MakeJpeg(8, 8),
+         E_FAIL,
+         {start, mobile + " Failed to decode JPEG."},
+         kHead},
+        {"a claim of memory",
+         Picture(INT32_MIN, 64, 8, kOther),
+         support::MakeJpeg(8, 8),
+         E_FAIL,
+         {start, mobile + " Failed to decode JPEG."},
+         kHead},
+        {"AppendFrame",
+         raw,
+         "",
+         E_ACCESSDENIED,
+         {start, mobile + " Failed to append frame.", kDenied},
+         kHead},
+        {"GetPackedData",
+         raw,
+         "",
+         E_ACCESSDENIED,
+         {start, mobile + " Failed to get packed data.", kDenied},
+         kHead},
+        {"a phone that is gone",
+         raw,
+         "",
+         MakeStatus(0x8007274A),
+         {start, "TRASSDO: SOCKET_ERROR != res\n"},
+         "",
+         reset},
+        {"a closed socket",
+         raw,
+         "",
+         MakeStatus(0x80072736),
+         {start, "TRASSDO: SOCKET_ERROR != res\n"},
+         "",
+         close},
+        // Nobody ends for want of published credentials.
+        {"create tree",
+         raw,
+         "",
+         S_OK,
+         {start, kDenied, "mobile: Successfuly finished.\n", "TRASSDO: m_spProcessStateNode\n"},
+         kHead + std::string("piece")},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto& log = support::RecordingLog::Fresh();
+        Stage stage;
+        stage.failing = row.what;
+        stage.original = row.original;
+        stage.jpeg = row.jpeg;
+        Viewing viewing{row.prepare, {}};
+        EXPECT_EQ(row.status, viewing.Run(stage));
+        EXPECT_EQ(row.lines, log.Texts());
+        EXPECT_EQ(row.sent, viewing.sent);
+        for (const auto& line : log.Lines())
+            EXPECT_TRUE(line.function == "CPacketer::Main" || row.what == "create tree") << line.function;
+    }
+    auto& log = support::RecordingLog::Fresh();
+    Stage stage;
+    CPacketer packeter;
+    const auto content = stage.Make<IConfiguration>("content");
+    EXPECT_EQ(E_POINTER, packeter.Init(0, content.Get(), nullptr, 0, nullptr));
+    EXPECT_EQ(E_POINTER, packeter.Init(1, nullptr, nullptr, 0, nullptr));
+    EXPECT_THAT(log.Texts(),
+                ElementsAre("TRASSDO: hSocket && pXmlConfig\n", "TRASSDO: hSocket && pXmlConfig\n"));
+}
+
+TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {
+    support::RecordingLog::Fresh();
+    Stage stage;
+    stage.original = Picture(2, 2, 8, 0, 4);
+    stage.packed = {"", "ab", "", "cd"};
+    stage.frameRate = 24.1; // 41 whole milliseconds
+    Viewing viewing;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(S_OK, viewing.Run(stage));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 41));
+    EXPECT_EQ(std::string(kHead) + "abcd", viewing.sent);
+    std::vector<std::string> expected{"create packer", "Init fps=5",  "GetParams",
+                                      "create tree",   "GetRootNode", "GetNode create",
+                                      "~root",         "~tree",       "SetValue"};
+    for (const bool more : {false, true, false, true}) {
+        expected.insert(expected.end(), {"video?original key", "AppendFrame 2x2 7", "GetPackedData"});
+        if (more)
+            expected.push_back("HasMoreFrames");
+    }
+    expected.insert(expected.end(), {"RemoveNode .", "~node", "~packer", "~content"});
+    EXPECT_EQ(expected, stage.calls);
+}
+
+// Which pictures the packer gets as they are, and what it gets for the others.
+TEST(Packeter, GivesThePackerWhatItCanTake) {
+    support::RecordingLog::Fresh();
+    const std::string jpeg = support::MakeJpeg(8, 8, false); // all of one shade
+    struct Row {
+        std::string original;
+        std::string appended;
+        bool fetched = true; // a JPEG
+    };
+    const Row rows[] = {
+        {Picture(2, -2, 8, 0, 4), "2x-2 7", false},
+        {Picture(-2, 2, 24, 0, 12), "-2x2 7", false},
+        {Picture(3, 3, 0, FrameCompressionYV12, 13), "3x3 7", false},
+        {Picture(0, 5, 8, 0), "0x5 -1", false},
+        {Picture(8, 8, 16, 0), "8x-8 224"},
+        {Picture(-8, -8, 32, 0), "8x-8 224"},
+        {Picture(8, -8, 8, kOther), "8x-8 224"},
+        {Picture(9, 10, 24, kOther), "9x-10 0"}, // the rest is black
+    };
+    for (const Row& row : rows) {
+        Stage stage;
+        stage.original = row.original;
+        stage.jpeg = jpeg;
+        EXPECT_EQ(S_OK, Viewing{}.Run(stage));
+        EXPECT_EQ(1, std::ranges::count(stage.calls, "AppendFrame " + row.appended)) << row.appended;
+        EXPECT_EQ(row.fetched, std::ranges::count(stage.calls, "video?jpeg key") == 1) << row.appended;
+    }
+}
+
+TEST(Packeter, AsksWithThisText) {
+    const std::pair<std::string_view, std::u16string> rows[] = {
+        {"", u""},
+        {"f", u"Zg=="},
+        {"fo", u"Zm8="},
+        {"foo", u"Zm9v"},
+        {"foob", u"Zm9vYg=="},
+        {"\xFB\xFF\xBF", u"+/+/"},
+        {std::string_view("\0\0", 2), u"AAA="},
+    };
+    for (const auto& [block, base64] : rows)
+        EXPECT_EQ(
+            u"GET video?original HTTP/1.1\npeer-info: 127.0.0.1:0\nUser-Agent: Morrowstream\nQV-Auth: " +
+                base64 + u"\n\n",
+            MakeRequestText({reinterpret_cast<const std::uint8_t*>(block.data()), block.size()}));
+}
+
+// Each call of a publication fails in turn: what is reported, and what is let go of.
+TEST(ThreadArgument, HarmsNobodyWhenItFails) {
+    const std::vector<std::string> nothing{kDenied, "TRASSDO: m_spProcessStateNode\n"};
+    const std::tuple<const char*, std::vector<std::string>, const char*> rows[] = {
+        {"create tree", nothing, "create tree"},
+        {"GetRootNode", nothing, "create tree, GetRootNode, ~root, ~tree"},
+        {"GetNode create", nothing, "create tree, GetRootNode, GetNode create, ~root, ~tree"},
+        {"SetValue",
+         {},
+         "create tree, GetRootNode, GetNode create, ~root, ~tree, SetValue, RemoveNode ., ~node"},
+        {"RemoveNode",
+         {kDenied},
+         "create tree, GetRootNode, GetNode create, ~root, ~tree, SetValue, RemoveNode ., ~node"},
+    };
+    for (const auto& [failing, lines, calls] : rows) {
+        auto& log = support::RecordingLog::Fresh();
+        Stage stage;
+        stage.failing = failing;
+        { const NSProcessStateTree::CThreadArgument argument(u"Name", &stage); }
+        EXPECT_EQ(lines, log.Texts()) << failing;
+        const auto logged = log.Lines();
+        for (const auto& line : logged) // all but the last come from the constructor
+            EXPECT_EQ(&line == &logged.back() ? "NSProcessStateTree::CThreadArgument::~CThreadArgument"
+                                              : "NSProcessStateTree::CThreadArgument::CThreadArgument",
+                      line.function);
+        std::string joined;
+        for (const auto& call : stage.calls)
+            joined += (joined.empty() ? "" : ", ") + call;
+        EXPECT_EQ(calls, joined);
+    }
+    EXPECT_EQ(u"Name/1a2c", NSProcessStateTree::ThreadArgumentPath(u"Name", 0x1A2C));
+    EXPECT_EQ(u"/ffffffff", NSProcessStateTree::ThreadArgumentPath(u"", 0xFFFFFFFF));
+}
+
+} // namespace
