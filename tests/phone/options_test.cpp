@@ -52,5 +52,30 @@ TEST(Options, ThatMakeNoSenseAreRefused) {
     }
 }
 
+TEST(Options, OfAViewerAreRead) {
+    const auto with = [](std::initializer_list<std::string_view> more) {
+        Arguments all{"--server", "h:1", "--login", "l", "--source", "yard"};
+        all.insert(all.end(), more);
+        return ParseView(all);
+    };
+    const ViewCommand command =
+        with({"--source", "clock", "--params", "fps=5&rotate", "--frames", "3", "--viewers", "7"});
+    EXPECT_EQ(command.sources, (std::vector<std::string>{"yard", "clock"}));
+    EXPECT_EQ(command.view.parameters, "fps=5&rotate");
+    EXPECT_EQ(command.view.frames, 3U);
+    EXPECT_EQ(command.viewers, 7U);
+    EXPECT_EQ(with({"--out", "d"}).view.folder, "d");
+    EXPECT_THROW(ParseView(Arguments{"--server", "h:1", "--login", "l"}), UsageError);
+    for (const auto& [option, value] : {std::pair{"--params", "a b"},
+                                        {"--params", "a\r\nX: y"},
+                                        {"--params", "a#b"},
+                                        {"--viewers", "0"},
+                                        {"--login", "a:b"},
+                                        {"--pictures", "d"}})
+        EXPECT_THROW(with({option, value}), UsageError) << option << ' ' << value;
+    EXPECT_THROW(with({"--out", "d", "--viewers", "2"}), UsageError);
+    EXPECT_THROW(with({"--out", "d", "--source", "clock"}), UsageError);
+}
+
 } // namespace
 } // namespace host::phone::test

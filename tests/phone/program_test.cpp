@@ -30,6 +30,8 @@ TEST(PhoneProgram, EndsAsItsHelpSays) {
     const Case cases[] = {
         {{"--help"}, 0, "morrowstream-phone upload"},
         {{"upload", "--help"}, 0, "--server HOST:PORT"},
+        {{"view", "--help"}, 0, "--source KEY"},
+        {{"view", "--server", "h:1", "--login", "l"}, 2, "--server, --login and --source are needed"},
         {{}, 2, "morrowstream-phone: no command; see morrowstream-phone --help\n"},
         {{"dance"}, 2, "unknown command \"dance\""},
         {{"upload", "--server", "x"}, 2, "--server takes HOST:PORT, not \"x\""},
@@ -121,6 +123,61 @@ TEST(PhoneProgram, RunsManyPhones) {
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_EQ(program.output, "morrowstream-phone: yard0002: denied: wrong password\n"
                               "sent 1 frames, 1 grants, 1 of 2 phones to the end\n");
+}
+
+// A picture as the packer sends it, of 320x240.
+std::string Packed(char number, bool last = false) {
+    using namespace std::string_view_literals;
+    const std::string jpeg = PictureFile("x");
+    std::string header("MWP1\x24\0\0\0\0\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\x40\1\xF0\0\0\0\0\0\x40\1\xF0\0"sv);
+    header[6] = last ? 1 : 0;
+    header[16] = number;
+    header[20] = static_cast<char>(jpeg.size() & 255U);
+    header[21] = static_cast<char>(jpeg.size() >> 8U);
+    return header + jpeg;
+}
+
+TEST(PhoneProgram, WatchesUntilOneSideHasEnough) {
+    const std::string head = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
+    const std::string cut = Packed(2).substr(0, 50);
+    struct Case {
+        std::vector<std::string> more;
+        std::string answer;
+        int status;
+        const char* line;
+    };
+    const Case cases[] = {
+        {{"--frames", "2"}, head + Packed(1) + Packed(2) + Packed(3), 0, "received 2 pictures, "},
+        {{}, head + Packed(1) + Packed(2, true), 0, "received 2 pictures, "},
+        {{},
+         head + Packed(1),
+         1,
+         "morrowstream-phone: the server closed the connection\nreceived 1 pictures, "},
+        {{}, head + Packed(1) + cut, 1, "the server closed the connection in the middle of a picture\n"},
+        {{}, head, 1, "the server closed the connection before the first picture\n"},
+        {{}, head + Packed(2), 1, "the stream is none of this protocol: picture 2 behind picture 0\n"},
+        {{}, head + "<html>", 1, "the stream is none of this protocol: a picture begins with other bytes\n"},
+        {{}, "HTTP/1.1 404 Not\x1B\r\n\r\n", 1, "denied: the web server answered (HTTP/1.1 404 Not?)\n"},
+        {{}, std::string(9000, 'x'), 1, "the server's answer is no HTTP\n"},
+        {{}, "", 1, "it may have no source \"a/b c\", or not take these parameters\n"},
+        {{"--out", "/proc/none"}, "", 1, "cannot make /proc/none: "},
+    };
+    for (const Case& row : cases) {
+        ScriptedServer server;
+        std::vector<std::string> words{PHONE_PROGRAM, "view",  "--login",  "yard",
+                                       "--password",  "demo",  "--server", server.Address().Text(),
+                                       "--source",    "a/b c", "--params", "fps=5"};
+        words.insert(words.end(), row.more.begin(), row.more.end());
+        Program program(words);
+        if (!row.answer.empty() || row.more.empty()) {
+            server.Accept();
+            EXPECT_TRUE(server.ReadHead().starts_with("GET /mobile/video/a%2Fb%20c?fps=5 HTTP/1.1\r\n"));
+            server.Send(row.answer);
+            server.Close();
+        }
+        EXPECT_EQ(program.Wait(), row.status) << row.line;
+        EXPECT_NE(program.output.find(row.line), std::string::npos) << program.output;
+    }
 }
 
 } // namespace
