@@ -44,7 +44,7 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
     std::int32_t pos = 0, negative = -1;
     ippiEncodeHuffmanSpec huffman{};
     ippiEncodeHuffmanState state{};
-    ippiScanComponent scan{s, 8, 1, 1, t, &huffman, &huffman, 0};
+    ippiScanComponent scan{s, t, &huffman, &huffman, 8, 1, 1, 0};
     const auto first = [&](int nSs, int nSe, int nAl) {
         return ippiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(c, d, 64, &pos, nSs, nSe, nAl, &huffman, &state, 0);
     };
@@ -400,7 +400,7 @@ TEST_P(EncoderKernels, ScanCoefficientsAreAccurate) {
             nStep = static_cast<std::uint8_t>(n % 2 == 0 ? 1 : 1 + random() % 255);
         alignas(32) std::uint16_t aFactors[64];
         ASSERT_EQ(ippiQuantScanTableInit_JPEG_8u16u(aSteps, aFactors), 0);
-        ippiScanComponent scan{samples.data(), 8, 1, 1, aFactors, nullptr, nullptr, 0};
+        ippiScanComponent scan{samples.data(), aFactors, nullptr, nullptr, 8, 1, 1, 0};
         Block got;
         ASSERT_EQ(ippiTransformMcus_JPEG_8u16s(&scan, 1, 1, got.data()), 0);
         const auto exact = ExactCoefficients(samples);
@@ -488,9 +488,9 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             std::vector<ippiScanComponent> scan;
             for (int i = 0; i < form[0]; ++i) {
                 const bool bMiddle = i == 1 || i == 2;
-                scan.push_back({samples.data() + i, kStep, bMiddle ? 1 : form[1], bMiddle ? 1 : form[2],
-                                quant.m_aScanFactors, aDc[bMiddle].m_pSpec.get(), aAc[bMiddle].m_pSpec.get(),
-                                0});
+                scan.push_back({samples.data() + i, quant.m_aScanFactors, aDc[bMiddle].m_pSpec.get(),
+                                aAc[bMiddle].m_pSpec.get(), kStep, bMiddle ? 1 : form[1],
+                                bMiddle ? 1 : form[2], 0});
             }
             return scan;
         };

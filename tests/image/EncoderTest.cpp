@@ -465,23 +465,23 @@ TEST(Encoder, ProgressiveOfExtremes) {
 
 // With the statistics of a photograph: each octave of noise half as strong as the one twice as coarse, edges
 // of objects, and a little noise of the sensor.
-Bytes Photograph(int nWidth, int nHeight, unsigned nSeed) {
+Bytes Photograph(std::size_t nWidth, std::size_t nHeight, unsigned nSeed) {
     std::minstd_rand random(nSeed);
     const auto noise = [&] { return static_cast<double>(random() % 2001) / 1000 - 1; };
-    std::vector<double> levels(static_cast<std::size_t>(nWidth * nHeight), 120);
-    for (int nCell = 64; nCell >= 2; nCell /= 2) {
-        const int nCols = nWidth / nCell + 2;
-        std::vector<double> lattice(static_cast<std::size_t>(nCols * (nHeight / nCell + 2)));
+    std::vector<double> levels(nWidth * nHeight, 120);
+    for (std::size_t nCell = 64; nCell >= 2; nCell /= 2) {
+        const auto fCell = static_cast<double>(nCell);
+        const std::size_t nCols = nWidth / nCell + 2;
+        std::vector<double> lattice(nCols * (nHeight / nCell + 2));
         std::generate(lattice.begin(), lattice.end(), noise);
-        for (int y = 0; y < nHeight; ++y) {
-            for (int x = 0; x < nWidth; ++x) {
-                const double* const p = &lattice[static_cast<std::size_t>(y / nCell * nCols + x / nCell)];
-                const double fX = (x % nCell + 0.5) / nCell, fY = (y % nCell + 0.5) / nCell;
-                const double fSmooth =
-                    (p[0] * (1 - fX) + p[1] * fX) * (1 - fY) + (p[nCols] * (1 - fX) + p[nCols + 1] * fX) * fY;
-                levels[static_cast<std::size_t>(y * nWidth + x)] +=
-                    nCell == 32 ? (fSmooth > 0.2 ? 35 : -10) : nCell * fSmooth;
-            }
+        for (std::size_t i = 0; i < levels.size(); ++i) {
+            const std::size_t x = i % nWidth, y = i / nWidth;
+            const double* const p = &lattice[y / nCell * nCols + x / nCell];
+            const double fX = (static_cast<double>(x % nCell) + 0.5) / fCell;
+            const double fY = (static_cast<double>(y % nCell) + 0.5) / fCell;
+            const double fSmooth =
+                (p[0] * (1 - fX) + p[1] * fX) * (1 - fY) + (p[nCols] * (1 - fX) + p[nCols + 1] * fX) * fY;
+            levels[i] += nCell == 32 ? (fSmooth > 0.2 ? 35 : -10) : fCell * fSmooth;
         }
     }
     Bytes pixels;

@@ -17,13 +17,13 @@ IppStatus ippiQuantScanTableInit_JPEG_8u16u(const std::uint8_t* pRawTable, std::
 
 // A component of the scan within one row of MCUs.
 struct ippiScanComponent {
-    const std::uint8_t* pSamples; // top left sample of the next MCU
-    std::int32_t nStep;           // bytes from row to row
-    std::int32_t nHSampling;      // blocks of an MCU, 1 or 2 each way
-    std::int32_t nVSampling;
+    const std::uint8_t* pSamples;    // top left sample of the next MCU
     const std::uint16_t* pScanTable; // of the function above
     const ippiEncodeHuffmanSpec* pDcTable;
     const ippiEncodeHuffmanSpec* pAcTable;
+    std::int32_t nStep;      // bytes from row to row
+    std::int32_t nHSampling; // blocks of an MCU, 1 or 2 each way
+    std::int32_t nVSampling;
     std::int16_t nLastDc;
 };
 

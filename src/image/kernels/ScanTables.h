@@ -30,15 +30,14 @@ inline constexpr std::array<std::array<std::uint64_t, 256>, 8> g_aCodingOrder = 
 
 // What a value of -2047 to 2047 adds to a code (ippiEncodeHuffmanSpec::aWhole): the bits that follow it, <<
 // 5, and their number. At 2048 plus the value.
-inline constexpr std::int32_t ippValueZero = 2048;
+inline constexpr std::size_t ippValueZero = 2048;
 inline constexpr std::array<std::uint16_t, 4096> g_aValueBits = [] {
     std::array<std::uint16_t, 4096> aBits{};
-    for (std::int32_t nSize = 1; nSize <= 11; ++nSize) {
-        for (std::int32_t n = 1 << (nSize - 1); n < 1 << nSize; ++n) {
-            const std::int32_t nNegative = (1 << nSize) - 1 - n;
-            aBits[static_cast<std::size_t>(ippValueZero + n)] = static_cast<std::uint16_t>(n << 5 | nSize);
-            aBits[static_cast<std::size_t>(ippValueZero - n)] =
-                static_cast<std::uint16_t>(nNegative << 5 | nSize);
+    for (std::size_t nSize = 1; nSize <= 11; ++nSize) {
+        const std::size_t nEnd = std::size_t{1} << nSize;
+        for (std::size_t n = nEnd / 2; n < nEnd; ++n) {
+            aBits[ippValueZero + n] = static_cast<std::uint16_t>(n << 5 | nSize);
+            aBits[ippValueZero - n] = static_cast<std::uint16_t>((nEnd - 1 - n) << 5 | nSize);
         }
     }
     return aBits;

@@ -39,7 +39,7 @@ public:
         component.nLastDc = pBlock[0];
         // No predictor of a caller leads out of the table.
         const std::uint32_t nDcBits =
-            g_aValueBits[static_cast<std::uint32_t>(nDifference + ippValueZero) % g_aValueBits.size()];
+            g_aValueBits[(static_cast<std::uint32_t>(nDifference) + ippValueZero) % g_aValueBits.size()];
         cursor.Put(component.pDcTable->aWhole[nDcBits & 15] + nDcBits);
 
         const std::uint32_t* const pWhole = component.pAcTable->aWhole;
