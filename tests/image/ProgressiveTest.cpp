@@ -157,6 +157,25 @@ TEST_P(ProgressiveLevels, EveryScriptGivesTheSequentialPicture) {
     }
 }
 
+// Scans of many times what is taken in at once: blocks lie across the seams.
+TEST_P(ProgressiveLevels, LongScansGiveTheSequentialPicture) {
+    for (const unsigned nSeed : {1u, 2u, 3u}) {
+        Recipe recipe;
+        recipe.nWidth = 640;
+        recipe.nHeight = 480;
+        recipe.nQuality = 96;
+        recipe.nSeed = nSeed;
+        const Picture sequential = Decode(samples::Encode(recipe));
+        ASSERT_EQ(sequential.eData, JPEG_OK);
+        recipe.bProgressive = true;
+        const Bytes jpeg = samples::Encode(recipe);
+        ASSERT_GT(jpeg.size(), 200000u);
+        const Picture picture = Decode(jpeg);
+        ASSERT_EQ(picture.eData, JPEG_OK);
+        ASSERT_TRUE(picture.y == sequential.y && picture.cb == sequential.cb && picture.cr == sequential.cr);
+    }
+}
+
 // --- Damage
 // ------------------------------------------------------------------------------------------------------
 
@@ -302,6 +321,7 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
     std::int32_t nPos = 0, nMarker = 0, nDone = 0;
     ippiDecodeHuffmanSpec huffman{};
     ippiDecodeHuffmanState state{};
+    IppBitWindow window;
     const auto ac = [&](auto kernel, int nSize, int nSs, int nSe, int nAl,
                         const ippiDecodeHuffmanSpec* pTable) {
         return kernel(s, nSize, &nPos, block, nSs, nSe, nAl, &nMarker, pTable, &state);
@@ -330,8 +350,11 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, nullptr, block, &nMarker, 0, &state), -8);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, &nPos, block, &nMarker, -1, &state), -5);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 0, &nPos, block, &nMarker, 0, &state), -62);
-    EXPECT_EQ(ippiDecodeProgressiveRow_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, nullptr, 0, 1, &nDone), -8);
-    EXPECT_EQ(ippiDecodeProgressiveMcus_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, nullptr, 1, &nDone), -8);
+    EXPECT_EQ(
+        ippiDecodeProgressiveRow_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 0, 1, &nDone),
+        -8);
+    EXPECT_EQ(
+        ippiDecodeProgressiveMcus_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 1, &nDone), -8);
     EXPECT_TRUE(std::all_of(std::begin(block), std::end(block), [](int n) { return n == 0; }));
 }
 

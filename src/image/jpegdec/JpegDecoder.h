@@ -170,6 +170,8 @@ private:
     JpegStatus PrepareProgressiveScan();
     JpegStatus CheckScanTables();
     JpegStatus AllocateCoefficients();
+    bool ClearsStore() const;
+    void ClearStore();
     std::int16_t* McuRowCoefficients(std::int32_t nMcuRow) const;
     JpegStatus DecodeProgressiveScan();
     JpegStatus DecodeRasterScan();
@@ -183,6 +185,7 @@ private:
     JpegStatus PaintWhenComplete();
     JpegStatus FinishProgressive(JpegStatus eParsed);
     JpegStatus PaintPicture();
+    void PaintMcus(std::int32_t nMcuRow, std::int32_t nFirst, std::int32_t nEnd);
 
     // JpegScan.cpp: work memory and entropy-coded data.
     JpegStatus PrepareScan();
@@ -204,9 +207,6 @@ private:
 
     // JpegOutput.cpp: from coefficients to the destination.
     SampleRows BufferRows(std::int32_t nComponent) const;
-    JpegStatus ReconstructMcuRow(const std::int16_t* pBlocks, std::int32_t nMcuRow);
-    JpegStatus ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol, const SampleRows& rows,
-                                 const std::int16_t*& pBlock);
     JpegStatus UpsampleMcuRow();
     JpegStatus ConvertMcuRow(std::int32_t nMcuRow);
     JpegStatus CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const;
@@ -249,7 +249,8 @@ private:
     IppBuffer<std::uint64_t> m_pMasks;       // of its blocks: the coefficients that are not zero
     std::int32_t m_nBlocksPerMcu = 0;
     IppBuffer<std::uint8_t> m_pSeam; // lines between two MCU rows, for 4:2:0 into pixels
-    IppBitWindow m_window;           // sequential only
+    bool m_bStoreCleared = false;
+    IppBitWindow m_window;
     IppMcuRow m_mcuRow{};
     std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already
 

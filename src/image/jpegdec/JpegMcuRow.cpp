@@ -58,10 +58,10 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
             // What the rows from here on are written from.
             if (bStuck) {
                 m_nDirectCols = 0;
-                static_cast<void>(ReconstructMcuRow(m_pBlockBuffer.get(), nMcuRow));
-            } else {
-                static_cast<void>(UpsampleMcuRow());
+                LayOutMcus(nMcuRow, false);
+                ReconstructLaidOut(0, m_nMcuCols);
             }
+            static_cast<void>(UpsampleMcuRow());
         }
         static_cast<void>(ConvertMcuRow(nMcuRow));
     }
@@ -166,24 +166,25 @@ CJPEGDecoder::SampleRows CJPEGDecoder::RowsOf(std::int32_t nComponent, std::int3
     return {pPlane + nRow * nStep, static_cast<std::int32_t>(nStep)};
 }
 
-// What each block of an MCU is decoded by and where it goes.
+// What each block of an MCU is decoded by and where it goes. A progressive frame has decoded its blocks
+// before.
 void CJPEGDecoder::LayOutMcus(std::int32_t nMcuRow, bool bDirect) {
     m_mcuRow.nBlocks = 0;
     m_mcuRow.pCoefficients = m_pBlockBuffer.get();
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
-        const CJPEGDecoderLookup& dc = *m_apDcLookup[i];
-        const CJPEGDecoderLookup& ac = *m_apAcLookup[i];
+        const CJPEGDecoderLookup* const pDc = m_apDcLookup[i].get();
+        const CJPEGDecoderLookup* const pAc = m_apAcLookup[i].get();
         const SampleRows rows = RowsOf(i, nMcuRow, bDirect);
         for (std::int32_t n = 0; n < component.m_nHSampling * component.m_nVSampling; ++n) {
             const std::int32_t x = n % component.m_nHSampling;
             const std::int32_t y = n / component.m_nHSampling;
             m_mcuRow.aBlocks[m_mcuRow.nBlocks++] = {
                 i,
-                &dc.Spec(),
-                &ac.Spec(),
-                dc.Dc(),
-                ac.Ac(),
+                pDc ? &pDc->Spec() : nullptr,
+                pAc ? &pAc->Spec() : nullptr,
+                pDc ? pDc->Dc() : nullptr,
+                pAc ? pAc->Ac() : nullptr,
                 m_apQuant[component.m_nQuantSelector]->m_aSteps,
                 rows.pFirst + std::ptrdiff_t{8} * y * rows.nStep + std::ptrdiff_t{8} * x,
                 rows.nStep,

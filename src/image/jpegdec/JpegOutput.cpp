@@ -1,27 +1,9 @@
-// From the coefficients of one MCU row to the destination: inverse transform, upsampling, and the copy or
-// resampling into the caller's planes.
+// From the samples of one MCU row to the destination: upsampling, and the copy or resampling into the
+// caller's planes.
 
 #include "image/jpegdec/JpegDecoder.h"
 
 #include <algorithm>
-
-// The first m_nDirectCols columns of MCUs go where the conversion would bring them.
-JpegStatus CJPEGDecoder::ReconstructMcuRow(const std::int16_t* pBlocks, std::int32_t nMcuRow) {
-    SampleRows aRows[2][kJpegMaxComponents] = {}; // in the buffers, in the destination
-    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-        aRows[0][i] = BufferRows(i);
-        aRows[1][i] = RowsOf(i, nMcuRow, m_nDirectCols > 0);
-    }
-    const std::int16_t* pBlock = pBlocks;
-    for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols; ++nMcuCol) {
-        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            const SampleRows& rows = aRows[nMcuCol < m_nDirectCols ? 1 : 0][i];
-            if (const JpegStatus eStatus = ReconstructBlocks(i, nMcuCol, rows, pBlock); eStatus != JPEG_OK)
-                return eStatus;
-        }
-    }
-    return m_eJpegSampling == JS_444 ? JPEG_OK : UpsampleMcuRow();
-}
 
 // Where a component's samples stand in its buffer. Those at half resolution begin one column, and with 4:2:0
 // one row, further in: the spare ones stand around them.
@@ -31,22 +13,6 @@ CJPEGDecoder::SampleRows CJPEGDecoder::BufferRows(std::int32_t nComponent) const
     const std::int32_t nStep = bFull ? m_nCcWidth : SsStep();
     std::uint8_t* const pFirst = bFull ? component.m_pCcBuffer.get() : component.m_pSsBuffer.get();
     return {pFirst + (component.m_nHFactor == 2 ? 1 : 0) + (component.m_nVFactor == 2 ? nStep : 0), nStep};
-}
-
-// The blocks of one component in one MCU.
-JpegStatus CJPEGDecoder::ReconstructBlocks(std::int32_t nComponent, std::int32_t nMcuCol,
-                                           const SampleRows& rows, const std::int16_t*& pBlock) {
-    const CJPEGColorComponent& component = *m_apComponents[nComponent];
-    const std::int32_t nStep = rows.nStep;
-    std::uint8_t* const pOut = rows.pFirst + nMcuCol * 8 * component.m_nHSampling;
-    const std::uint16_t* const pSteps = m_apQuant[component.m_nQuantSelector]->m_aSteps;
-    for (std::int32_t y = 0; y < component.m_nVSampling; ++y) {
-        for (std::int32_t x = 0; x < component.m_nHSampling; ++x, pBlock += 64) {
-            if (ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(pBlock, pOut + y * 8 * nStep + x * 8, nStep, pSteps) < 0)
-                return JPEG_INTERNAL_ERROR;
-        }
-    }
-    return JPEG_OK;
 }
 
 // 4:2:2 chroma is brought to full width. 4:2:0 chroma has the resolution of planes already and stays as it is

@@ -25,9 +25,10 @@ bool CJPEGDecoder::IsDcScan() const {
 }
 
 // The order of blocks in a scan of one component is that of its own rows, without the blocks that only fill
-// up MCUs (T.81 A.2.2). With one component in the frame both orders are the same.
+// up MCUs (T.81 A.2.2). With one component in the frame both orders are the same, and its DC scans go the
+// faster way.
 bool CJPEGDecoder::IsRasterScan() const {
-    return !IsDcScan() || m_nScanComponents == 1u << m_nCurrentComponent;
+    return !IsDcScan() || (m_nJpegComponents > 1 && m_nScanComponents == 1u << m_nCurrentComponent);
 }
 
 bool CJPEGDecoder::IsPictureComplete() const {
@@ -68,8 +69,8 @@ JpegStatus CJPEGDecoder::CheckScanTables() {
     return JPEG_OK;
 }
 
-// The blocks lie at the front of the store, m_nBlocksPerMcu for each MCU, and only their part is cleared:
-// the rest of the room is never touched, and so, in a large picture, never becomes memory.
+// The blocks lie at the front of the store, m_nBlocksPerMcu for each MCU. Only their part is ever touched:
+// the rest of the room, in a large picture, never becomes memory.
 JpegStatus CJPEGDecoder::AllocateCoefficients() {
     if (m_pCoefficients)
         return JPEG_OK;
@@ -81,9 +82,22 @@ JpegStatus CJPEGDecoder::AllocateCoefficients() {
     m_pMasks = IppAllocate<std::uint64_t>(nMcus * m_nBlocksPerMcu);
     if (!m_pCoefficients || !m_pMasks)
         return JPEG_INTERNAL_ERROR;
-    std::fill_n(m_pCoefficients.get(), nMcus * m_nBlocksPerMcu * kBlockSize, std::int16_t{0});
     std::fill_n(m_pMasks.get(), nMcus * m_nBlocksPerMcu, std::uint64_t{0});
     return JPEG_OK;
+}
+
+// The store is cleared by the first scan: block by block, as it passes over them, where that is one of the DC
+// coefficients of all components. That saves a large picture a way through memory. If such a scan fails, so
+// does the stream, and nothing is made of the blocks that it has not come to.
+bool CJPEGDecoder::ClearsStore() const {
+    return !m_bStoreCleared && m_nAh == 0 && !IsRasterScan() &&
+           m_nScanComponents == (1u << m_nJpegComponents) - 1;
+}
+
+void CJPEGDecoder::ClearStore() {
+    const std::int64_t nMcus = std::int64_t{m_nMcuCols} * m_nMcuRows;
+    std::fill_n(m_pCoefficients.get(), nMcus * m_nBlocksPerMcu * kBlockSize, std::int16_t{0});
+    m_bStoreCleared = true;
 }
 
 // The first block of a row of MCUs; in each MCU the components' blocks follow each other, row after row of
@@ -97,11 +111,15 @@ JpegStatus CJPEGDecoder::DecodeProgressiveScan() {
     if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
         return JPEG_INTERNAL_ERROR;
     m_nMarker = M_NONE;
+    m_window.nSrcPos = -1;
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
         m_apComponents[i]->m_nLastDc = 0;
+    if (!m_bStoreCleared && !ClearsStore())
+        ClearStore();
     const JpegStatus eStatus = IsRasterScan() ? DecodeRasterScan() : DecodeInterleavedScan();
     if (eStatus != JPEG_OK)
         return eStatus;
+    m_bStoreCleared = true;
     m_bPicturePending = true;
     if (m_nAl != 0)
         return JPEG_OK;
@@ -153,7 +171,8 @@ JpegStatus CJPEGDecoder::DecodeRasterRow(CJPEGColorComponent& component, const I
                 m_nRestartInterval != 0 ? std::min(nCols - x, m_nRestartsToGo) : nCols - x;
             std::int32_t nDone = 0;
             if (ippiDecodeProgressiveRow_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
-                                                    m_pHuffmanState.get(), &row, x, nRun, &nDone) < 0)
+                                                    m_pHuffmanState.get(), &m_window, &row, x, nRun,
+                                                    &nDone) < 0)
                 return JPEG_INTERNAL_ERROR;
             x += nDone;
             m_nRestartsToGo -= nDone;
@@ -177,6 +196,7 @@ IppProgressiveMcus CJPEGDecoder::LayOutDcScan() const {
     IppProgressiveMcus mcus{};
     mcus.nAl = m_nAl;
     mcus.bRefine = m_nAh != 0;
+    mcus.bClear = ClearsStore();
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
         const bool bNamed = (m_nScanComponents >> i & 1) != 0;
@@ -207,12 +227,14 @@ JpegStatus CJPEGDecoder::DecodeInterleavedScan() {
             mcus.anLastDc[i] = m_apComponents[i]->m_nLastDc;
         std::int32_t nDone = 0;
         if (ippiDecodeProgressiveMcus_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
-                                                 m_pHuffmanState.get(), &mcus, nRun, &nDone) < 0)
+                                                 m_pHuffmanState.get(), &m_window, &mcus, nRun, &nDone) < 0)
             return JPEG_INTERNAL_ERROR;
         for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
             m_apComponents[i]->m_nLastDc = mcus.anLastDc[i];
         mcus.pBlocks += kBlockSize * mcus.nBlocks * nDone;
         if (nDone < nRun) {
+            if (mcus.bClear)
+                std::fill_n(mcus.pBlocks, kBlockSize * mcus.nBlocks, std::int16_t{0});
             if (const JpegStatus eStatus = DecodeInterleavedMcu(mcus.pBlocks); eStatus != JPEG_OK)
                 return eStatus;
             mcus.pBlocks += kBlockSize * mcus.nBlocks;
@@ -290,11 +312,23 @@ JpegStatus CJPEGDecoder::PaintPicture() {
     }
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
         m_nDirectCols = DirectColumns(nMcuRow);
-        if (const JpegStatus eStatus = ReconstructMcuRow(McuRowCoefficients(nMcuRow), nMcuRow);
-            eStatus != JPEG_OK)
+        PaintMcus(nMcuRow, 0, m_nDirectCols);
+        PaintMcus(nMcuRow, m_nDirectCols, m_nMcuCols);
+        if (const JpegStatus eStatus = UpsampleMcuRow(); eStatus != JPEG_OK)
             return eStatus;
         if (const JpegStatus eStatus = ConvertMcuRow(nMcuRow); eStatus != JPEG_OK)
             return eStatus;
     }
     return JPEG_OK;
+}
+
+// The samples of MCUs nFirst to nEnd of a row. No kernel status is looked at: the pointers are our own.
+void CJPEGDecoder::PaintMcus(std::int32_t nMcuRow, std::int32_t nFirst, std::int32_t nEnd) {
+    if (nFirst == nEnd)
+        return;
+    LayOutMcus(nMcuRow, nFirst < m_nDirectCols);
+    m_mcuRow.pCoefficients = McuRowCoefficients(nMcuRow);
+    const std::uint64_t* const pMasks =
+        m_pMasks.get() + std::ptrdiff_t{m_nBlocksPerMcu} * m_nMcuCols * nMcuRow;
+    static_cast<void>(ippiInverseMcus_JPEG_16s8u(&m_mcuRow, pMasks, nFirst, nEnd - nFirst));
 }

@@ -67,7 +67,7 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
         // A first row that fails shows these: mid-grey, not what the memory held before.
         std::fill_n(m_pBlockBuffer.get(), nCoefficients, std::int16_t{0});
     }
-    if (!m_bProgressive && !m_window.pBytes) {
+    if (!m_window.pBytes) {
         m_window.nCapacity = std::min(kWindowBytes, m_nSrcSize);
         m_window.pBytes = IppAllocate<std::uint8_t>(m_window.nCapacity + ippWindowSlack);
         if (!m_window.pBytes)

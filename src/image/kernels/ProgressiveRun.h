@@ -29,13 +29,15 @@ struct IppProgressiveRow {
 // ippStsNullPtrErr and ippStsBadArgument for bad arguments, before anything is touched.
 IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
-                                              ippiDecodeHuffmanState* pState, const IppProgressiveRow* pRow,
-                                              std::int32_t nFirst, std::int32_t nBlocks, std::int32_t* pDone);
+                                              ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
+                                              const IppProgressiveRow* pRow, std::int32_t nFirst,
+                                              std::int32_t nBlocks, std::int32_t* pDone);
 
 // What a DC scan of several components does with an MCU, whose blocks follow each other.
 struct IppProgressiveMcus {
     std::int32_t nAl; // 0 to 13
     bool bRefine;
+    bool bClear;           // first scan alone: the other coefficients hold anything, and become zeros
     std::int16_t* pBlocks; // of the first MCU
     std::int32_t nBlocks;  // in one MCU, 1 to ippMaxMcuBlocks
     std::int32_t nNamed;   // how many of them the scan has bits for, and which
@@ -48,8 +50,15 @@ struct IppProgressiveMcus {
 // Decodes nMcus MCUs in the fast way, or as many as it takes: *pDone. As the function above in all else.
 IppStatus ippiDecodeProgressiveMcus_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
                                                std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
-                                               ippiDecodeHuffmanState* pState, IppProgressiveMcus* pMcus,
-                                               std::int32_t nMcus, std::int32_t* pDone);
+                                               ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
+                                               IppProgressiveMcus* pMcus, std::int32_t nMcus,
+                                               std::int32_t* pDone);
+
+// The samples of nMcus MCUs from nFirst on. The row says where they go, its coefficients what they are made
+// of; of its tables and predictors nothing counts. The masks are those of its blocks from the first on.
+// ippStsNullPtrErr and ippStsBadArgument for bad arguments.
+IppStatus ippiInverseMcus_JPEG_16s8u(const IppMcuRow* pRow, const std::uint64_t* pMasks, std::int32_t nFirst,
+                                     std::int32_t nMcus);
 
 // The mask of a block, from its coefficients.
 std::uint64_t ippProgressiveMask(const std::int16_t* pBlock) noexcept;

@@ -6,7 +6,6 @@
 #include "image/kernels/bodies/FallbackOutput.inl"
 #include "image/kernels/bodies/FrameConversion.inl"
 #include "image/kernels/bodies/ProgressiveEntropy.inl"
-#include "image/kernels/bodies/ProgressiveRun.inl"
 #include "image/kernels/bodies/Sampling.inl"
 #include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"
@@ -16,7 +15,11 @@
 // Interleaves what it has converted.
 #include "image/kernels/bodies/ColourFromYCbCr.inl"
 
+#include "image/kernels/bodies/BitWindow.inl"
+
+// Decode from the window.
 #include "image/kernels/bodies/McuRun.inl"
+#include "image/kernels/bodies/ProgressiveRun.inl"
 
 #include "image/kernels/bodies/BitWriter.inl"
 #include "image/kernels/bodies/ColourToYCbCr.inl"
