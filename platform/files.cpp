@@ -47,6 +47,18 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// False with errno set.
+bool WriteAll(const Descriptor& file, std::string_view content) noexcept {
+    while (!content.empty()) {
+        const ssize_t count =
+            RetryInterrupted([&] { return ::write(file.Get(), content.data(), content.size()); });
+        if (count < 0)
+            return false;
+        content.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
 // A file beside the target while it is written; removed again unless it was put in place.
 class NewFile {
 public:
@@ -60,7 +72,7 @@ public:
 
     // False with errno set, and nothing was changed but this file.
     [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
-        if (!m_file.IsOpen() || ::fchmod(m_file.Get(), mode & 0777) != 0 || !Write(content) ||
+        if (!m_file.IsOpen() || ::fchmod(m_file.Get(), mode & 0777) != 0 || !WriteAll(m_file, content) ||
             RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
             ::rename(m_path.c_str(), path.c_str()) != 0)
             return false;
@@ -82,17 +94,6 @@ private:
                 [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
         } while (descriptor < 0 && errno == EEXIST);
         return descriptor;
-    }
-
-    bool Write(std::string_view content) noexcept {
-        while (!content.empty()) {
-            const ssize_t count =
-                RetryInterrupted([&] { return ::write(m_file.Get(), content.data(), content.size()); });
-            if (count < 0)
-                return false;
-            content.remove_prefix(static_cast<std::size_t>(count));
-        }
-        return true;
     }
 
     std::string m_path; // before m_file, whose maker fills it
@@ -165,6 +166,25 @@ HRESULT ReplaceFile(const std::string& path, std::string_view content, unsigned 
             return FailWithErrno();
     }
     return SyncFolder(folder) ? S_OK : S_FALSE;
+}
+
+HRESULT WriteWholeFile(const std::string& path, std::string_view content, unsigned mode) {
+    if (!IsUsable(path))
+        return FailWithErrno();
+    Descriptor file(RetryInterrupted([&] {
+        return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    }));
+    if (!file.IsOpen() || ::fchmod(file.Get(), mode & 0777) != 0 || !WriteAll(file, content) || !file.Close())
+        return FailWithErrno();
+    return S_OK;
+}
+
+HRESULT RemoveFile(const std::string& path) {
+    return IsUsable(path) && ::unlink(path.c_str()) == 0 ? S_OK : FailWithErrno();
+}
+
+HRESULT RemoveFolder(const std::string& path) {
+    return IsUsable(path) && ::rmdir(path.c_str()) == 0 ? S_OK : FailWithErrno();
 }
 
 HRESULT CreateFolder(const std::string& path) {

@@ -23,6 +23,15 @@ MORROW_PLATFORM_API std::optional<std::string> ReadWholeFile(const std::string& 
 MORROW_PLATFORM_API HRESULT ReplaceFile(const std::string& path, std::string_view content,
                                         unsigned mode = 0600);
 
+// Writes a file in its place, whatever was in it, for files of the moment: a crash may leave a part. `mode`
+// is what the file then has. A symbolic link is not followed.
+MORROW_PLATFORM_API HRESULT WriteWholeFile(const std::string& path, std::string_view content,
+                                           unsigned mode = 0600);
+
+// Remove a file, and a folder that is empty.
+MORROW_PLATFORM_API HRESULT RemoveFile(const std::string& path);
+MORROW_PLATFORM_API HRESULT RemoveFolder(const std::string& path);
+
 // Creates the folder and those above it that are missing, with mode 0700.
 MORROW_PLATFORM_API HRESULT CreateFolder(const std::string& path);
 

@@ -37,6 +37,7 @@ constexpr Message kMessages[] = {
     {126, u"The specified module could not be found.\r\n"},
     {127, u"The specified procedure could not be found.\r\n"},
     {183, u"Cannot create a file when that file already exists.\r\n"},
+    {193, u"%1 is not a valid Win32 application.\r\n"},
     {258, u"The wait operation timed out.\r\n"},
     {998, u"Invalid access to memory location.\r\n"},
     {1113, u"No mapping for the Unicode character exists in the target multi-byte code page.\r\n"},

@@ -50,6 +50,8 @@ std::uint32_t ErrorFromErrno(int value) noexcept {
     case EINVAL:
     case EFAULT:
         return kErrorInvalidParameter;
+    case ENOEXEC:
+        return kErrorBadExeFormat;
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
