@@ -1,0 +1,244 @@
+#include "midlet/MakeJar.h"
+
+#include <chrono>
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "midlet/ArchiveFiles.h"
+#include "midlet/Localize.h"
+#include "midlet/Manifest.h"
+#include "platform/files.h"
+#include "platform/resources.h"
+#include "platform/temporary_folder.h"
+#include "platform/text.h"
+#include "runtime/archive/Archive.h"
+#include "support/RecordingLog.h"
+#include "support/Zip.h"
+#include "tools/rescomp/image_writer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using support::RecordingLog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// What stands in the module's place: templates, and another tool where one is given.
+class Templates {
+public:
+    explicit Templates(const std::string& archive, const std::string& tool = "")
+        : m_real(platform::ModuleBytes(platform::ResourceInstances().at(0))) {
+        const auto real = [](const char16_t* type, std::uint16_t number) {
+            return std::string(platform::FindResource(type, number).value().Text());
+        };
+        m_image = rescomp::BuildImage(
+            {{{u"JAR"}, {kUploadMidlet}, 0, 0, archive},
+             {{u"JAR"}, {kViewingMidlet}, 0, 0, archive},
+             {{u"EXE"}, {std::uint16_t{209}}, 0, 0, tool.empty() ? real(u"EXE", 209) : tool},
+             {{u"ZIP"}, {std::uint16_t{211}}, 0, 0, real(u"ZIP", 211)}});
+        platform::RemoveResourceInstance(m_real.data());
+        platform::AddResourceInstance(Bytes());
+        fs::remove_all(platform::TemporaryFolder());
+    }
+    Templates(const Templates&) = delete;
+    Templates& operator=(const Templates&) = delete;
+    ~Templates() {
+        platform::RemoveResourceInstance(Bytes().data());
+        platform::AddResourceInstance(m_real);
+    }
+
+private:
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
+        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
+    }
+    const std::span<const std::uint8_t> m_real;
+    std::string m_image;
+};
+
+std::string Template() {
+    return support::Zip({{"META-INF/MANIFEST.MF", "Manifest-Version: 1.0\r\nOld: yes\r\n"},
+                         {"Quillstart.class", std::string(3000, 'c')},
+                         {"icons/logo_small.png", "icon", false},
+                         {"meta-inf/Manifest.mf", "another one"}});
+}
+
+// The entries' names in their order, and each one's content.
+std::vector<std::pair<std::string, std::string>> Entries(const std::string& archive) {
+    std::vector<std::pair<std::string, std::string>> entries;
+    const ArchivePtr handle(
+        OpenArchive(archive.data(), static_cast<std::uint32_t>(archive.size()), 3, nullptr));
+    SArchiveEntry entry;
+    if (!handle || GetArchiveItem(handle->pReader, -1, &entry) != kArchiveOk)
+        return entries;
+    for (std::int32_t n = 0, count = entry.nIndex; n < count; ++n) {
+        EXPECT_EQ(kArchiveOk, GetArchiveItem(handle->pReader, n, &entry));
+        std::string data(entry.nUncompressedSize, '\0');
+        EXPECT_EQ(kArchiveMore, ReadArchiveItem(handle->pReader, n, data.data(), entry.nUncompressedSize));
+        entries.emplace_back(platform::ToUtf8(entry.szName), data);
+    }
+    return entries;
+}
+
+// Names of what is in the temporary folder.
+std::vector<std::string> LeftBehind() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(platform::TemporaryFolder()))
+        names.push_back(entry.path().filename().string());
+    std::ranges::sort(names);
+    return names;
+}
+
+constexpr char kHead[] = "Manifest-Version: 1.0\r\n"
+                         "MicroEdition-Configuration: CLDC-1.0\r\n"
+                         "Created-By: 1.4.2_03 (Sun Microsystems Inc.)\r\n"
+                         "MIDlet-Vendor: Norvane\r\n"
+                         "MIDlet-Version: 6.0\r\n"
+                         "MicroEdition-Profile: MIDP-2.0\r\n"
+                         "logo: /icons/logo_big.png\r\n"
+                         "testJPEG: /icons/test.jpg\r\n"
+                         "RESOURCE: /mobile/video\r\n";
+constexpr char kCameras[] = "CAMLIST: /xslt/enum/all?xslt=cameras.xsl\r\n"
+                            "RANGES: /xslt/<hash>/ranges?xslt=archives.xsl\r\n";
+
+TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
+    const Templates templates(Template());
+    struct Row {
+        QueryMap params;
+        std::u16string host;
+        const char* format;
+        std::string lines; // between the head and the texts
+    };
+    const Row rows[] = {
+        {{{u"JarName", u"Sendora"}, {u"login", u"yard"}, {u"password", u"demo"}},
+         u"10.0.0.1:8080",
+         "320x240",
+         "MIDlet-Name: Sendora\r\nMIDlet-1: Sendora, /icons/logo_small.png, Quillstart\r\nLOGIN: yard\r\n"
+         "PSW: demo\r\nSRV: 10.0.0.1:8080\r\nFORMAT: 320x240\r\n"},
+        {{}, u"", "", "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nSRV: \r\nFORMAT: \r\n"},
+        {{{u"JarName", u""}, {u"login", u""}, {u"password", u"x"}, {u"other", u"y"}},
+         u"h",
+         nullptr,
+         "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nPSW: x\r\nSRV: h\r\n" + std::string(kCameras)},
+        {{{u"JarName", u"\u041C\u043E\u0439 \"$(id)\" '; *%s\u20AC"},
+          {u"login", u"- \"q\" \\"},
+          {u"password", u"`x`"}},
+         u"h\r\nLOGIN: forged",
+         nullptr,
+         "MIDlet-Name: \xCC\xEE\xE9 \"$(id)\" '; *%s\x88\r\nMIDlet-1: \xCC\xEE\xE9 \"$(id)\" '; *%s\x88, "
+         "/icons/logo_small.png, Quillstart\r\nLOGIN: - \"q\" \\\r\nPSW: `x`\r\nSRV: hLOGIN: forged\r\n" +
+             std::string(kCameras)},
+        {{{u"JarName", std::u16string(100, u'n')}, {u"login", std::u16string(5000, u'l')}},
+         u"h",
+         nullptr,
+         "MIDlet-Name: " + std::string(100, 'n') + "\r\nMIDlet-1: " + std::string(100, 'n') +
+             ", /icons/logo_small.png, Quillstart\r\nLOGIN: " + std::string(5000, 'l') + "\r\nSRV: h\r\n" +
+             kCameras},
+    };
+    platform::SetThreadCodePage(1251);
+    for (const Row& row : rows) {
+        auto& log = RecordingLog::Fresh();
+        std::string manifest = kHead + row.lines;
+        ASSERT_EQ(S_OK, Localize(manifest, row.format == nullptr ? "Viewlander" : "Sendora"));
+        const auto archive =
+            MakeJar(row.format == nullptr ? kViewingMidlet : kUploadMidlet, row.params, row.host, row.format);
+        EXPECT_THAT(log.Texts(), IsEmpty());
+        ASSERT_TRUE(archive);
+        const auto entries = Entries(*archive);
+        ASSERT_EQ(3U, entries.size());
+        EXPECT_EQ(std::pair(std::string("Quillstart.class"), std::string(3000, 'c')), entries[0]);
+        EXPECT_EQ(std::pair(std::string("icons/logo_small.png"), std::string("icon")), entries[1]);
+        EXPECT_EQ(std::pair(std::string("META-INF/manifest.mf"), manifest), entries[2]);
+        EXPECT_THAT(LeftBehind(), IsEmpty());
+    }
+    platform::SetThreadCodePage(0);
+}
+
+TEST(MakeJar, RefusesWhatIsNoFileNameOrWouldForgeLines) {
+    const Templates templates(Template());
+    std::vector<QueryMap> rows;
+    for (const std::u16string name :
+         {u"../x", u"a/b", u"a\\b", u"-d", u".", u".hidden", u"a\nb", u"a\tb", u"a\u0085b"})
+        rows.push_back({{u"JarName", name}});
+    rows.push_back({{u"JarName", std::u16string(101, u'n')}});
+    rows.push_back({{u"JarName", std::u16string(u"a\0b", 3)}});
+    rows.push_back({{u"JarName", std::u16string(100, u'\u20AC')}}); // more bytes than a file name holds
+    rows.push_back({{u"login", u"a\r\nSRV: forged"}});
+    rows.push_back({{u"password", u"a\nb"}});
+    for (const QueryMap& params : rows) {
+        SCOPED_TRACE(platform::ToUtf8(params.begin()->second));
+        auto& log = RecordingLog::Fresh();
+        EXPECT_FALSE(MakeJar(kViewingMidlet, params, u"h", nullptr));
+        EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: bResult\n"));
+        EXPECT_THAT(LeftBehind(), IsEmpty());
+    }
+}
+
+TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
+    const QueryMap params = {{u"JarName", u"x"}};
+    struct Row {
+        const char* name;
+        const char* inTheWay; // a folder where a file should go, or a file where the folder should
+        std::string tool;
+        std::vector<std::string> reports;
+        std::vector<std::string> left;
+        bool isMade;
+    };
+    const std::string done = "#!/bin/sh\n";
+    const Row rows[] = {
+        {"archive", "x.jar/", done, {"TRASSDO: bResult\n"}, {"x.jar"}, false},
+        {"tool", "zip.exe/", done, {"TRASSDO: bResult\n"}, {"x.jar", "zip.exe"}, false},
+        {"manifest", "META-INF", done, {"TRASSDO: bResult\n"}, {"META-INF", "x.jar", "zip.exe"}, false},
+        {"no program",
+         nullptr,
+         "text",
+         {"TRASSDO: SUCCEEDED(hr(0x800700c1:'%1 is not a valid Win32 application.'))\n"},
+         {"META-INF", "manifest.mf", "x.jar", "zip.exe"},
+         false},
+        {"tool that fails", nullptr, done + "exit 3\n", {}, {}, true},
+        {"tool that takes the archive away", nullptr, done + "rm \"$1\"\n", {}, {}, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Templates templates(Template(), row.tool);
+        auto& log = RecordingLog::Fresh();
+        if (row.inTheWay != nullptr) {
+            const std::string path = platform::TemporaryFolder() + row.inTheWay;
+            ASSERT_TRUE(SUCCEEDED(path.ends_with('/') ? platform::CreateFolder(path)
+                                                      : platform::ReplaceFile(path, "")));
+        }
+        const auto archive = MakeJar(kUploadMidlet, params, u"h", "");
+        EXPECT_EQ(row.reports, log.Texts());
+        EXPECT_EQ(row.left, LeftBehind());
+        ASSERT_EQ(row.isMade, archive.has_value());
+        if (archive) {
+            EXPECT_EQ(Template(), *archive) << "with the template's own manifest";
+        }
+    }
+    // The next build does not stumble over what is there, nor take it for its own.
+    const Templates templates(Template());
+    ASSERT_EQ(S_OK, platform::CreateFolder(platform::TemporaryFolder() + "META-INF"));
+    for (const char* const name : {"x.jar", "zip.exe", "META-INF/manifest.mf"})
+        ASSERT_EQ(S_OK, platform::WriteWholeFile(platform::TemporaryFolder() + name, std::string(9999, 's')));
+    const auto archive = MakeJar(kUploadMidlet, params, u"h", "");
+    ASSERT_TRUE(archive);
+    EXPECT_EQ(3U, Entries(*archive).size());
+    EXPECT_EQ(std::string::npos, Entries(*archive)[2].second.find("sss"));
+    EXPECT_THAT(LeftBehind(), IsEmpty());
+}
+
+TEST(RunProcess, EndsAHungToolAndRefusesALongLine) {
+    const std::string folder = platform::TemporaryFolder();
+    ASSERT_TRUE(WriteFileFromBlock(folder + "tool", "#!/bin/sh\nsleep 600\n", EFileKind::Program));
+    const std::u16string tool = platform::FromUtf8(folder + "tool");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(MakeStatus(0x80070102), RunProcess(tool, 200, folder));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+    EXPECT_EQ(MakeStatus(0x8007007A),
+              RunProcess(tool + std::u16string(260 - tool.size(), u' '), 200, folder));
+    ASSERT_TRUE(WriteFileFromBlock(folder + "tool", "#!/bin/sh\nexit 7\n", EFileKind::Program));
+    EXPECT_EQ(S_OK, RunProcess(tool + std::u16string(259 - tool.size(), u' '), 20000, folder));
+}
+
+} // namespace
