@@ -69,8 +69,9 @@ export class CameraView {
         if (showCommand) {
             setPhoneCommand(parts.command, camera.name, demo);
         }
-        // Without a picture of the past there is nothing to see large, and nothing behind the links.
+        // Without a picture of the past there is nothing to see large, and nothing behind two of the links.
         setHidden(parts.picture, camera.sequence === null);
-        setHidden(parts.links, camera.newest === null);
+        setHidden(parts.snapshot, camera.newest === null);
+        setHidden(parts.stream, camera.newest === null);
     }
 }
