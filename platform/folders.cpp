@@ -1,5 +1,7 @@
 #include "platform/folders.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <mutex>
 
@@ -47,6 +49,13 @@ std::string NativePath(std::u16string_view path) {
     std::string native = ToUtf8(path);
     std::ranges::replace(native, '\\', '/');
     return native;
+}
+
+std::optional<std::uint64_t> FileSize(std::u16string_view path) {
+    struct stat status {};
+    if (::stat(NativePath(path).c_str(), &status) != 0)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
 }
 
 } // namespace platform

@@ -1,6 +1,8 @@
 // Folders that the system knows by number, and the names of files as the component writes them.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,5 +21,8 @@ MORROW_PLATFORM_API void SetCommonDataFolder(std::string path);
 
 // The path in UTF-8 of a file that the component names in its own way: with "\" between the folders.
 MORROW_PLATFORM_API std::string NativePath(std::u16string_view path);
+
+// What the file's attributes say of its size, bytes. Nothing when there is no such file.
+MORROW_PLATFORM_API std::optional<std::uint64_t> FileSize(std::u16string_view path);
 
 } // namespace platform

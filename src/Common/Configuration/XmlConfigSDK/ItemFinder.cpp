@@ -1,0 +1,114 @@
+#include "Common/Configuration/XmlConfigSDK/ItemFinder.h"
+
+#include "Common/Configuration/XmlConfigSDK/XmlCollection.h"
+#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
+
+namespace XmlConfig {
+
+using platform::Bstr;
+using platform::ComPtr;
+
+namespace {
+
+// What two elements have in common that Compare finds alike: names and values, down to the last child.
+// Attributes are left out, since those of one side may not count.
+HRESULT Describe(IConfigElement* pElement, std::u16string& text) {
+    Bstr bstrName;
+    Bstr bstrValue;
+    HRESULT hr = pElement->GetName(bstrName.Receive());
+    if (SUCCEEDED(hr))
+        hr = pElement->GetValue(bstrValue.Receive());
+    if (FAILED(hr))
+        return hr;
+    text.append(bstrName.View()).append(1, u'\1').append(bstrValue.View()).append(1, u'\2');
+    hr = ForEachElement(pElement, u"*",
+                        [&](const ComPtr<IConfigElement>& spChild) { return Describe(spChild.Get(), text); });
+    text.append(1, u'\3');
+    return hr;
+}
+
+} // namespace
+
+CItemFinder::CItemFinder(IConfigElement* pCollection, const Bstr& bstrKeyPath)
+    : m_spCollection(pCollection), m_bstrKeyPath(bstrKeyPath) {
+    const HRESULT hr =
+        ForEachElement(pCollection, u"item", [&](const ComPtr<IConfigElement>& spItem) -> HRESULT {
+            const std::size_t nItem = m_aItems.size();
+            m_aItems.push_back({spItem});
+            const auto enter = [&](const std::u16string& text) {
+                std::vector<std::size_t>& aItems = m_oBuckets[text].aItems;
+                if (aItems.empty() || aItems.back() != nItem)
+                    aItems.push_back(nItem);
+            };
+            if (m_bstrKeyPath.IsNull()) {
+                std::u16string text;
+                const HRESULT hrItem = Describe(spItem.Get(), text);
+                enter(text);
+                return hrItem;
+            }
+            // Any of the nodes that the path leads to may hold the key.
+            return ForEachNode(spItem.Get(), m_bstrKeyPath.Get(), [&](const ComPtr<IConfigNode>& spNode) {
+                Bstr bstrValue;
+                const HRESULT hrNode = spNode->GetValue(bstrValue.Receive());
+                enter(std::u16string(bstrValue.View()));
+                return hrNode;
+            });
+        });
+    m_bIndexed = SUCCEEDED(hr);
+}
+
+HRESULT CItemFinder::Find(IConfigElement* pStored, ComPtr<IConfigElement>& spFound) {
+    spFound = nullptr;
+    if (m_bstrKeyPath.IsNull())
+        return FindLike(pStored, spFound);
+    Bstr bstrKey;
+    const HRESULT hr = GetValueOfPath(pStored, m_bstrKeyPath.Get(), bstrKey);
+    return SUCCEEDED(hr) ? FindByKey(bstrKey, spFound) : hr;
+}
+
+CItemFinder::SBucket* CItemFinder::BucketOf(const std::u16string& text) {
+    const auto it = m_oBuckets.find(text);
+    if (it == m_oBuckets.end())
+        return nullptr;
+    SBucket& oBucket = it->second;
+    while (oBucket.nNext < oBucket.aItems.size() && !m_aItems[oBucket.aItems[oBucket.nNext]].spElement)
+        ++oBucket.nNext;
+    return &oBucket;
+}
+
+HRESULT CItemFinder::FindByKey(const Bstr& bstrKey, ComPtr<IConfigElement>& spFound) {
+    if (!m_bIndexed) {
+        std::u16string selector = u"item[";
+        selector.append(m_bstrKeyPath.View()).append(u"='").append(EscapeXml(bstrKey).View()).append(u"']");
+        ComPtr<IConfigNode> spNode;
+        if (FAILED(m_spCollection->SelectOne(selector.c_str(), spNode.Receive())))
+            return S_OK;
+        spFound = spNode.Query<IConfigElement>();
+        return spFound ? S_OK : E_NOINTERFACE;
+    }
+    SBucket* const pBucket = BucketOf(std::u16string(bstrKey.View()));
+    if (pBucket != nullptr && pBucket->nNext < pBucket->aItems.size())
+        spFound = std::exchange(m_aItems[pBucket->aItems[pBucket->nNext]].spElement, nullptr);
+    return S_OK;
+}
+
+HRESULT CItemFinder::FindLike(IConfigElement* pStored, ComPtr<IConfigElement>& spFound) {
+    std::u16string text;
+    HRESULT hr = Describe(pStored, text);
+    SBucket* const pBucket = SUCCEEDED(hr) ? BucketOf(text) : nullptr;
+    if (pBucket == nullptr)
+        return FAILED(hr) ? hr : S_OK;
+    for (std::size_t n = pBucket->nNext; n < pBucket->aItems.size(); ++n) {
+        ComPtr<IConfigElement>& spItem = m_aItems[pBucket->aItems[n]].spElement;
+        hr = spItem ? Compare(pStored, spItem.Get(), true) : S_FALSE;
+        if (FAILED(hr))
+            return hr;
+        if (hr == S_OK) {
+            spFound = std::exchange(spItem, nullptr);
+            return S_OK;
+        }
+    }
+    return S_OK;
+}
+
+} // namespace XmlConfig

@@ -1,0 +1,46 @@
+// Finds the item of a document that belongs to one of the objects.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/com.h"
+#include "platform/configdoc/configdoc.h"
+#include "platform/text.h"
+
+namespace XmlConfig {
+
+// Over the items of one element, each of which is found once. An index stands in for a search through all
+// items for each of them: a thousand cameras would otherwise cost a million comparisons.
+class CItemFinder {
+public:
+    // With a key path items are found by key, and without one (null) by being like the item asked for.
+    CItemFinder(IConfigElement* pCollection, const platform::Bstr& bstrKeyPath);
+
+    // The first item that belongs to pStored, or null.
+    HRESULT Find(IConfigElement* pStored, platform::ComPtr<IConfigElement>& spFound);
+
+private:
+    struct SItem {
+        platform::ComPtr<IConfigElement> spElement; // null once it was found
+    };
+    // Items with a text in common, in document order; those in front of nNext are gone.
+    struct SBucket {
+        std::vector<std::size_t> aItems;
+        std::size_t nNext = 0;
+    };
+
+    HRESULT FindByKey(const platform::Bstr& bstrKey, platform::ComPtr<IConfigElement>& spFound);
+    HRESULT FindLike(IConfigElement* pStored, platform::ComPtr<IConfigElement>& spFound);
+    [[nodiscard]] SBucket* BucketOf(const std::u16string& text);
+
+    platform::ComPtr<IConfigElement> m_spCollection;
+    platform::Bstr m_bstrKeyPath;
+    std::vector<SItem> m_aItems;
+    std::unordered_map<std::u16string, SBucket> m_oBuckets;
+    bool m_bIndexed = true; // false for a key path that cannot be evaluated by itself
+};
+
+} // namespace XmlConfig
