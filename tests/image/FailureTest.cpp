@@ -24,16 +24,16 @@ std::int32_t Length(const Bytes& jpeg) {
     return static_cast<std::int32_t>(jpeg.size());
 }
 
-enum class Base { Sequential, Progressive, Grey, Rgb, Separate };
+enum class Base { Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate };
 
 Bytes MakeBase(Base eBase) {
     Recipe recipe;
     recipe.nWidth = recipe.nHeight = 64;
-    recipe.bProgressive = eBase == Base::Progressive;
+    recipe.bProgressive = eBase == Base::Progressive || eBase == Base::RgbProgressive;
     recipe.bSeparateScans = eBase == Base::Separate;
     if (eBase == Base::Grey)
         recipe.nComponents = recipe.nH = recipe.nV = 1;
-    if (eBase == Base::Rgb) {
+    if (eBase == Base::Rgb || eBase == Base::RgbProgressive) {
         recipe.bRgb = true;
         recipe.nH = recipe.nV = 1;
     }
@@ -41,7 +41,7 @@ Bytes MakeBase(Base eBase) {
 }
 
 std::uint8_t FrameMarker(Base eBase) {
-    return eBase == Base::Progressive ? 0xC2 : 0xC0;
+    return eBase == Base::Progressive || eBase == Base::RgbProgressive ? 0xC2 : 0xC0;
 }
 
 using Edit = std::function<void(Bytes& jpeg, std::uint8_t nFrameMarker)>;
@@ -228,6 +228,15 @@ const Row kRows[] = {
     {"BytesBehindTheEnd", Base::Sequential,
      [](Bytes& j, std::uint8_t) { Insert(j, j.size(), Bytes(100, 0xD8)); }, 0, Frame::Whole},
     {"Rgb", Base::Rgb, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
+    // Progressive streams of the fallback.
+    {"RgbProgressive", Base::RgbProgressive, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
+    {"NoEndRgbProgressive", Base::RgbProgressive, CutEnd, 0, Frame::None},
+    {"DamagedRgbProgressive", Base::RgbProgressive, DamageData, 0, Frame::None},
+    {"Precision12RgbProgressive", Base::RgbProgressive, InFrame(4, {12}), -1, Frame::None},
+    {"ZeroHeightRgbProgressive", Base::RgbProgressive, InFrame(5, {0, 0}), -1, Frame::None},
+    {"NoQuantTableRgbProgressive", Base::RgbProgressive, Remove(kDqt), 0, Frame::None},
+    {"NoHuffmanTableRgbProgressive", Base::RgbProgressive, Remove(kDht), 0, Frame::None},
+    {"SelectorRgbProgressive", Base::RgbProgressive, InScan(6, 0x44), 0, Frame::None},
     {"OneScanAComponent", Base::Separate, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
 };
 
@@ -290,7 +299,8 @@ TEST(FailureCosts, PromisesOfLargePicturesCostLittle) {
         return used;
     };
     const rusage before = usage();
-    for (const Base eBase : {Base::Sequential, Base::Progressive, Base::Grey, Base::Rgb, Base::Separate}) {
+    for (const Base eBase :
+         {Base::Sequential, Base::Progressive, Base::Grey, Base::Rgb, Base::RgbProgressive, Base::Separate}) {
         Bytes jpeg = MakeBase(eBase);
         InFrame(5, {0xFF, 0xFF, 0xFF, 0xFF})(jpeg, FrameMarker(eBase));
         jpeg.resize(FindMarker(jpeg, kSos) + 14 + 10);

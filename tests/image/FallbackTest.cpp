@@ -563,6 +563,53 @@ TEST(FallbackFacade, BlocksOfOtherStreams) {
     }
 }
 
+// A picture of one column has no chroma and no stride for it: the conversion refuses it. One of one row is a
+// frame whose only row is an odd last one.
+TEST(FallbackFacade, OneColumnIsNoFrame) {
+    for (const auto& [w, h] : {std::pair{1, 1}, {1, 40}, {40, 1}}) {
+        Recipe recipe = Make(3, 1, 1);
+        recipe.bRgb = true;
+        recipe.nWidth = w;
+        recipe.nHeight = h;
+        const Bytes jpeg = samples::Encode(recipe);
+        const FrameBlock block = DecodeToFrameBlock(jpeg.data(), static_cast<std::int32_t>(jpeg.size()));
+        ASSERT_EQ(static_cast<bool>(block), w > 1);
+        if (block) {
+            EXPECT_EQ(std::count(block.Planes(), block.Planes() + 60, 0), 60);
+        }
+    }
+}
+
+// Scans of a few bytes that code nothing: many of a small picture are taken, of a large one only as many as
+// its blocks allow.
+TEST(FallbackStream, ScansOfNothingAreCounted) {
+    for (const int nSide : {64, 2048}) {
+        Recipe recipe = Make(3, 1, 1);
+        recipe.bRgb = recipe.bProgressive = true;
+        recipe.nWidth = recipe.nHeight = nSide;
+        recipe.nQuality = 1;
+        Bytes jpeg = samples::Encode(recipe);
+        jpeg.resize(jpeg.size() - 2);
+        // One code, 0, for an end-of-band run of 16384 blocks.
+        Bytes scan(18);
+        scan[0] = 0x10;
+        scan[1] = 1;
+        scan[17] = 0xE0;
+        scan = samples::Segment(0xC4, scan);
+        for (int i = 0; i < 150; ++i) {
+            const std::uint8_t nComponent = static_cast<std::uint8_t>("RGB"[i % 3]);
+            const Bytes header = samples::Segment(0xDA, {1, nComponent, 0, 63, 63, 0});
+            jpeg.insert(jpeg.end(), scan.begin(), scan.end());
+            jpeg.insert(jpeg.end(), header.begin(), header.end());
+            jpeg.insert(jpeg.end(), 16, 0);
+        }
+        jpeg.insert(jpeg.end(), {0xFF, 0xD9});
+        Engine engine(jpeg);
+        EXPECT_EQ(engine.Params(), IJL_OK);
+        EXPECT_EQ(engine.Image(IJL_BGR, 3), nSide == 64 ? IJL_OK : IJL_ERR_COMP);
+    }
+}
+
 TEST(FallbackFacade, ResultCodes) {
     Recipe recipe = Make(3, 1, 1);
     recipe.bRgb = true;

@@ -26,9 +26,15 @@ public:
 private:
     static constexpr std::int32_t kBlock = 64; // coefficients or samples
     // Scans of a progressive frame that may code one component: six or seven come from encoders, and a scan
-    // for each bit of a few bands stays below this. A scan may pass over all blocks of a component for a few
-    // bytes; so many of them take no longer than an honest picture of the same size does.
+    // for each bit of a few bands stays below this.
     static constexpr std::int32_t kMaxProgressiveScans = 64;
+    // Blocks that the scans of a progressive frame may pass over, since a few bytes suffice to pass over all
+    // of a large picture: about twice what encoders' scripts come to, for each block of the picture; some for
+    // each byte of the stream; and as many as take no time to speak of. At 4096x4096 the dearest stream that
+    // this lets through takes about three times as long as an honest one.
+    static constexpr std::int64_t kMaxPasses = 12;
+    static constexpr std::int64_t kPassesPerByte = 4;
+    static constexpr std::int64_t kFreePasses = std::int64_t{1} << 20;
     // Coefficients of the store: every 4:4:4 picture within the limit on pixels, some room for MCUs that
     // stand over included. 512 MiB of address space; memory is what the scans write to.
     static constexpr std::int64_t kMaxStore = std::int64_t{1} << 28;
@@ -58,6 +64,7 @@ private:
     IJLERR ReadScanComponents(std::int32_t nCount);
     IJLERR CheckScan();
     IJLERR CheckProgression() const;
+    IJLERR CheckPasses();
     IJLERR CheckTables(IjlComponent& component);
     void DecideStreamColor();
     std::span<IjlComponent> Components() {
@@ -131,6 +138,7 @@ private:
     std::unique_ptr<std::uint8_t[], Free> m_pStoreMemory;
     std::int16_t* m_pStore = nullptr;
     std::int64_t m_nStoreBlocks = 0;
+    std::int64_t m_nPasses = 0; // blocks that the scans have passed over
 
     // The way into the image.
     using McuKernel = decltype(&ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R);

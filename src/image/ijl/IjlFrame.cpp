@@ -169,7 +169,17 @@ IJLERR CIjlDecoder::CheckScan() {
             return eError;
         ++component.nScans;
     }
-    return IJL_OK;
+    return m_props.bProgressive ? CheckPasses() : IJL_OK;
+}
+
+IJLERR CIjlDecoder::CheckPasses() {
+    for (std::int32_t i = 0; i < m_nScanComponents; ++i) {
+        const IjlComponent& component = ScanComponent(i);
+        m_nPasses += std::int64_t{StoreCols(component)} * m_props.nMcuRows * component.nVSampling;
+    }
+    const std::int64_t nAllowed =
+        kMaxPasses * m_nStoreBlocks + kPassesPerByte * m_props.nSrcSize + kFreePasses;
+    return m_nPasses <= nAllowed ? IJL_OK : IJL_ERR_COMP;
 }
 
 // T.81 G.1.1.1: DC alone or AC alone, and AC of one component. The order of the scans is the stream's affair:
