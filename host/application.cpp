@@ -17,11 +17,15 @@
 #include "host/handler/viewing.h"
 #include "host/language.h"
 #include "host/log/console.h"
+#include "host/settings/file.h"
+#include "host/settings/settings.h"
 #include "host/start_error.h"
 #include "host/text_table.h"
 #include "host/users/password.h"
 #include "host/web/server.h"
+#include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
+#include "platform/folders.h"
 
 namespace host {
 namespace {
@@ -121,24 +125,26 @@ std::string FindPictures(const Options& options) {
 // Users and cameras as this start wants them.
 struct Household {
     UserStore users;
-    std::vector<CameraEntry> cameras;
+    std::vector<CameraEntry> cameras; // to be put into the settings
     bool adminMade = false;
+    bool demoEnded = false; // the demo's users were there; its cameras may be in the settings still
 };
 
 Household OpenHousehold(DataFolder& data, bool demo) {
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
     std::vector<CameraEntry> cameras = data.ReadCameras();
+    bool demoEnded = false;
     if (demo) {
         AddDemoUsers(users);
         for (CameraEntry& camera : DemoCameras()) {
             std::erase_if(cameras, [&](const CameraEntry& other) { return other.name == camera.name; });
             cameras.push_back(std::move(camera));
         }
-    } else if (RemoveDemoUsers(users)) {
-        Console::Get().Say("The demo's users are removed from the data folder.");
+    } else {
+        demoEnded = RemoveDemoUsers(users);
     }
-    return {std::move(users), std::move(cameras), adminMade};
+    return {std::move(users), std::move(cameras), adminMade, demoEnded};
 }
 
 class Application {
@@ -147,18 +153,24 @@ public:
         : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop),
           m_handlers(ComObject<WebHandlerHost>::Create(m_authenticator)),
-          m_feeds(ComObject<FeedTable>::Create()), m_services{
-                                                       *m_feeds,        *m_handlers,
-                                                       m_authenticator, m_stop,
-                                                       options.limits,  m_authenticator.HasDemoUsers()} {
+          m_feeds(ComObject<FeedTable>::Create()),
+          m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())),
+          m_services{*m_feeds,
+                     *m_handlers,
+                     m_authenticator,
+                     m_settings,
+                     m_stop,
+                     options.limits,
+                     m_authenticator.HasDemoUsers(),
+                     ConfiguredLanguage()} {
         RegisterLogEngine(options.verbosity);
-        m_services.sources =
-            std::make_shared<SourceTable>(m_feeds, options.files.empty() ? m_data.File("files") : options.files,
-                                          options.limits.staleAfter);
+        PrepareSettings();
+        m_services.sources = std::make_shared<SourceTable>(
+            m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
         m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
         m_component = std::make_unique<Component>(m_handlers, m_feeds);
-        for (const CameraEntry& camera : m_household.cameras)
-            m_component->AddCamera(camera);
+        m_settings.SetConfiguration(m_component->Configuration());
+        StoreCameras();
         m_server = std::make_unique<Server>(options.listen, m_services);
     }
     Application(const Application&) = delete;
@@ -179,6 +191,7 @@ public:
         m_stop.Signal();
         m_server.reset();
         m_viewing->End();
+        m_settings.SetConfiguration(nullptr);
         m_component.reset();
         return SaySummary(results) ? 0 : 1;
     }
@@ -195,6 +208,44 @@ private:
         return data;
     }
 
+    void PrepareSettings() {
+        platform::SetCommonDataFolder(m_data.Path());
+        if (FAILED(platform::RegisterConfigDocumentClass()))
+            throw StartError("the settings documents cannot be made");
+        const std::string copy = PrepareSettingsFile(SettingsFile(m_data.Path()));
+        if (!copy.empty())
+            Console::Get().Say("The settings file is damaged: starting without cameras. It is kept as " +
+                               copy);
+    }
+
+    // Cameras of the demo and of the file "cameras" become part of the settings, those of an ended demo
+    // leave.
+    void StoreCameras() {
+        const auto change = m_settings.Edit([this](SettingsDocument& document) {
+            bool changed = false;
+            for (const CameraEntry& camera : m_household.cameras)
+                changed = document.Put(camera) || changed;
+            if (m_household.demoEnded) {
+                for (const CameraEntry& camera : DemoCameras())
+                    changed = document.RemoveIfSame(camera) || changed;
+            }
+            return changed;
+        });
+        if (change.result == SettingsChange::Result::NotReady) {
+            for (const CameraEntry& camera : m_household.cameras)
+                m_component->AddCamera(camera);
+            return;
+        }
+        if (change.result != SettingsChange::Result::Done)
+            throw StartError("the cameras cannot be stored in " + SettingsFile(m_data.Path()));
+        if (m_household.demoEnded)
+            Console::Get().Say("The demo's users and cameras are removed from the data folder.");
+        const std::string kept = m_data.KeepCameras();
+        if (!kept.empty())
+            Console::Get().Say("The cameras of " + m_data.File("cameras") +
+                               " are part of the settings now; the file is kept as " + kept);
+    }
+
     void SayWelcome() {
         Console& console = Console::Get();
         console.Say("Open http://" + m_server->Where().Text() + "/");
@@ -202,9 +253,9 @@ private:
         if (m_household.adminMade)
             console.Say("The administrator is \"admin\"; its password stands in " +
                         m_data.File("admin-password"));
-        if (m_household.cameras.empty())
-            console.Say("There is no camera yet: put a line with name, type and password into " +
-                        m_data.File("cameras"));
+        if (m_feeds->List().empty())
+            console.Say("There is no camera yet: add one at http://" + m_server->Where().Text() +
+                        "/settings");
     }
 
     void Loop(const DemoPhones* phones) {
@@ -219,7 +270,8 @@ private:
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
                 SayStatus(m_feeds->Figures());
-                if (const std::string watching = phones != nullptr ? phones->Watching() : ""; !watching.empty())
+                if (const std::string watching = phones != nullptr ? phones->Watching() : "";
+                    !watching.empty())
                     Console::Get().Say(watching);
             }
         }
@@ -269,6 +321,7 @@ private:
     Authenticator m_authenticator;
     WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
+    Settings m_settings;
     Services m_services;
     std::vector<CameraFigures> m_figures; // at the end
     std::unique_ptr<Viewing> m_viewing;
@@ -333,7 +386,8 @@ int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
     if (FAILED(SetConfiguredLanguage(options.language)))
         throw StartError("cannot write " + data.File("registry"));
-    Console::Get().Say("The language \"" + options.language + "\" takes effect at the next start of the host.");
+    Console::Get().Say("The language \"" + options.language +
+                       "\" takes effect at the next start of the host.");
     return 0;
 }
 

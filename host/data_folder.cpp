@@ -1,6 +1,7 @@
 #include "host/data_folder.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <system_error>
@@ -87,6 +88,15 @@ std::vector<CameraEntry> DataFolder::ReadCameras() const {
         cameras.push_back(camera);
     }
     return cameras;
+}
+
+std::string DataFolder::KeepCameras() const {
+    const std::string kept = File("cameras.stored");
+    if (::rename(File("cameras").c_str(), kept.c_str()) == 0)
+        return kept;
+    if (errno != ENOENT)
+        throw StartError("cannot rename " + File("cameras") + ": " + std::generic_category().message(errno));
+    return {};
 }
 
 } // namespace host

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/handler/component.h"
+#include "host/settings/cameras.h"
 #include "host/users/user_store.h"
 #include "host/web/net.h"
 
@@ -26,6 +26,9 @@ public:
     UserStore OpenUsers(bool* adminMade);
     // Reads "cameras"; empty without the file. Throws StartError for a line that is no camera.
     [[nodiscard]] std::vector<CameraEntry> ReadCameras() const;
+    // Gives that file another name once its cameras are stored, so that one which is removed later stays
+    // away. Returns the new path; empty without the file.
+    [[nodiscard]] std::string KeepCameras() const;
 
 private:
     std::string m_path;

@@ -10,7 +10,7 @@
 
 #include <sys/types.h>
 
-#include "host/handler/component.h"
+#include "host/settings/cameras.h"
 #include "host/users/user_store.h"
 #include "host/web/net.h"
 

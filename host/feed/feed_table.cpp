@@ -26,14 +26,20 @@ HRESULT FeedTable::OnCamAdded(BSTR bstrName) {
     ComPtr<ICam> cam;
     if (!source || FAILED(source->ConnectToCam(bstrName, cam.Receive())) || !cam)
         return E_FAIL;
+    ComPtr<ICam> before; // let go of outside the lock
     FeedPtr feed;
     {
         const std::lock_guard guard(m_mutex);
         Entry& entry = EntryOf(platform::ToUtf8(platform::ViewOf(bstrName)));
-        entry.cam = cam;
+        entry.leaving = false;
+        if (entry.cam.Get() == cam.Get())
+            return S_OK;
+        before = std::exchange(entry.cam, cam);
         feed = entry.feed;
         SignalWatchers();
     }
+    if (before)
+        (void)before->Disconnect(feed.Get());
     return cam->Connect(feed.Get());
 }
 
@@ -45,12 +51,45 @@ HRESULT FeedTable::OnCamRemoved(BSTR bstrName) {
         const auto found = m_entries.find(platform::ToUtf8(platform::ViewOf(bstrName)));
         if (found == m_entries.end())
             return S_FALSE;
+        if (m_changes > 0) {
+            found->second.leaving = true;
+            return S_OK;
+        }
         feed = found->second.feed;
         cam = std::exchange(found->second.cam, nullptr);
         feed->SetConnected(false);
         SignalWatchers();
     }
     return cam ? cam->Disconnect(feed.Get()) : S_FALSE;
+}
+
+FeedTable::Change::Change(FeedTable& table) : m_table(table) {
+    const std::lock_guard guard(m_table.m_mutex);
+    ++m_table.m_changes;
+}
+
+FeedTable::Change::~Change() {
+    m_table.EndChange();
+}
+
+void FeedTable::EndChange() {
+    std::vector<Entry> gone;
+    {
+        const std::lock_guard guard(m_mutex);
+        if (--m_changes > 0)
+            return;
+        for (auto& [name, entry] : m_entries) {
+            if (!std::exchange(entry.leaving, false))
+                continue;
+            gone.push_back(entry);
+            entry.cam = nullptr;
+            entry.feed->SetConnected(false);
+        }
+        if (!gone.empty())
+            SignalWatchers();
+    }
+    for (const Entry& entry : gone)
+        (void)entry.cam->Disconnect(entry.feed.Get());
 }
 
 void FeedTable::SetSource(ComPtr<IVideoSource> source) {

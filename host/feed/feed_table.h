@@ -17,12 +17,28 @@ namespace host {
 // A camera that leaves and comes back under its name (a change of the settings does that to every camera)
 // gets its old feed again, with its number and its figures.
 //
+// While somebody changes the settings (Change), a removal waits for the end of the change: a camera that has
+// come back by then, the same object, stayed connected throughout, so that no picture of a running upload is
+// missed and nobody sees the camera blink.
+//
 // Locks: OnCamAdded and OnCamRemoved come with the component's server lock held and take m_mutex; nothing
 // calls the component with m_mutex held.
 class FeedTable : public IVideoSourceSink {
 public:
     HRESULT OnCamAdded(BSTR bstrName) override;
     HRESULT OnCamRemoved(BSTR bstrName) override;
+
+    // For the length of a call that changes the settings, on the thread that makes it.
+    class Change {
+    public:
+        explicit Change(FeedTable& table);
+        Change(const Change&) = delete;
+        Change& operator=(const Change&) = delete;
+        ~Change();
+
+    private:
+        FeedTable& m_table;
+    };
 
     // The source to connect to the cameras of. Before Subscribe; null lets go of it, after Unsubscribe.
     void SetSource(platform::ComPtr<IVideoSource> source);
@@ -53,14 +69,17 @@ private:
     struct Entry {
         FeedPtr feed;
         platform::ComPtr<ICam> cam; // null while the camera is not in the component's table
+        bool leaving = false;       // its removal waits for the end of a change
     };
     void SignalWatchers(); // with m_mutex held
     Entry& EntryOf(const std::string& name);
+    void EndChange();
 
     mutable std::mutex m_mutex; // everything below
     platform::ComPtr<IVideoSource> m_source;
     std::map<std::string, Entry> m_entries;
     std::uint32_t m_lastId = 0;
+    unsigned m_changes = 0; // that are going on
     std::vector<Wakeup*> m_watchers;
 };
 using FeedTablePtr = platform::ComPtr<platform::ComObject<FeedTable>>;

@@ -1,23 +1,15 @@
 // The component in this process: creating it, its cameras, and letting it go.
 #pragma once
 
-#include <string>
-#include "host/handler/class_factory.h"
-#include <vector>
-
 #include "host/feed/feed_table.h"
+#include "host/handler/class_factory.h"
 #include "host/handler/web_handler_host.h"
+#include "host/settings/cameras.h"
+#include "interfaces/IConfiguration.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
 
 namespace host {
-
-struct CameraEntry {
-    std::string name; // UTF-8
-    std::string type; // "320x240" or "160x120"
-    std::string password;
-    friend bool operator==(const CameraEntry&, const CameraEntry&) = default;
-};
 
 class Component {
 public:
@@ -31,13 +23,17 @@ public:
 
     // Throws StartError for a camera that the component refuses.
     void AddCamera(const CameraEntry& camera);
+    // The settings; null when the component has none.
+    [[nodiscard]] platform::ComPtr<IConfiguration> Configuration() const {
+        return m_server.Query<IConfiguration>();
+    }
 
 private:
-    ClassRegistrations m_classes;
     void Create();
 
     WebHandlerHostPtr m_handlerHost;
     FeedTablePtr m_feeds;
+    ClassRegistrations m_classes;
     platform::ComPtr<IUploadServer> m_server;
     platform::ComPtr<IVideoSource> m_source;
 };

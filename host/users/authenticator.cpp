@@ -132,27 +132,46 @@ void Authenticator::ReportWrong(const PeerAddress& peer) {
 
 std::optional<UserKind> Authenticator::Verify(const Credentials& credentials) {
     User user;
+    bool camera = false;
     {
         const std::lock_guard guard(m_mutex);
+        camera = IsCamera(credentials);
         const auto found = m_store.Users().find(credentials.login);
         if (found != m_store.Users().end())
             user = found->second;
     }
-    if (!VerifyPassword(credentials.password, user.hash))
+    // The hash is what takes time. Only who has a camera's password is spared it, so that the time of an
+    // answer tells nobody which logins there are.
+    const bool hashed = !camera || !user.hash.empty();
+    if (hashed && VerifyPassword(credentials.password, user.hash)) {
+        Remember(credentials, user.hash);
+        return user.kind;
+    }
+    if (!camera)
         return std::nullopt;
+    Remember(credentials, {});
+    return UserKind::Phone;
+}
+
+void Authenticator::Remember(const Credentials& credentials, const std::string& hash) {
+    const auto now = Clock::now();
     const std::lock_guard guard(m_mutex);
-    m_verified[credentials.login] = {credentials.password, user.hash, Clock::now() + kRemember};
-    return user.kind;
+    // Logins come and go with the cameras.
+    std::erase_if(m_verified, [now](const auto& item) { return item.second.until < now; });
+    m_verified[credentials.login] = {credentials.password, hash, now + kRemember};
 }
 
 std::optional<UserKind> Authenticator::Remembered(const Credentials& credentials) const {
-    const auto user = m_store.Users().find(credentials.login);
     const auto memory = m_verified.find(credentials.login);
-    if (user == m_store.Users().end() || memory == m_verified.end() ||
-        memory->second.hash != user->second.hash || memory->second.until < Clock::now() ||
+    if (memory == m_verified.end() || memory->second.until < Clock::now() ||
         !EqualInConstantTime(memory->second.password, credentials.password))
         return std::nullopt;
-    return user->second.kind;
+    if (memory->second.hash.empty())
+        return IsCamera(credentials) ? std::optional(UserKind::Phone) : std::nullopt;
+    const auto user = m_store.Users().find(credentials.login);
+    return user != m_store.Users().end() && memory->second.hash == user->second.hash
+               ? std::optional(user->second.kind)
+               : std::nullopt;
 }
 
 void Authenticator::RefreshUsers(Clock::time_point now) {
@@ -161,26 +180,43 @@ void Authenticator::RefreshUsers(Clock::time_point now) {
     m_refreshed = now;
     if (!m_store.Refresh())
         return;
-    const auto gone = [this](const auto& item) { return !m_store.Users().contains(item.first); };
+    const auto gone = [this](const auto& item) { return !IsLogin(item.first); };
     std::erase_if(m_verified, gone);
     std::erase_if(m_tokens, gone);
 }
 
 std::string Authenticator::TokenOf(const std::string& login) {
     const std::lock_guard guard(m_mutex);
-    std::string& token = m_tokens[login];
-    if (token.empty())
-        token = RandomBytes(16);
-    return token;
+    const auto found = m_tokens.find(login);
+    if (found != m_tokens.end())
+        return found->second;
+    std::erase_if(m_tokens, [this](const auto& item) { return !IsLogin(item.first); });
+    return m_tokens.emplace(login, RandomBytes(16)).first->second;
 }
 
 std::optional<std::string> Authenticator::LoginOf(std::string_view token) const {
     const std::lock_guard guard(m_mutex);
     for (const auto& [login, known] : m_tokens) {
-        if (EqualInConstantTime(known, token) && m_store.Users().contains(login))
+        if (EqualInConstantTime(known, token) && IsLogin(login))
             return login;
     }
     return std::nullopt;
+}
+
+bool Authenticator::IsTaken(std::string_view login) const {
+    const std::lock_guard guard(m_mutex);
+    const auto user = m_store.Users().find(login);
+    return user != m_store.Users().end() && user->second.kind != UserKind::Phone;
+}
+
+bool Authenticator::IsCamera(const Credentials& credentials) const {
+    const auto user = m_store.Users().find(credentials.login);
+    return (user == m_store.Users().end() || user->second.kind == UserKind::Phone) &&
+           m_cameras.Accepts(credentials.login, credentials.password);
+}
+
+bool Authenticator::IsLogin(std::string_view login) const {
+    return m_store.Users().contains(login) || m_cameras.Contains(login);
 }
 
 bool Authenticator::HasDemoUsers() const {

@@ -6,7 +6,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/settings/cameras.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
 #include "host/web/net.h"
@@ -35,6 +37,10 @@ struct SignIn {
     std::chrono::seconds retryAfter{0};
 };
 
+// Users of the file, and the cameras of the settings, which sign in as phones. A login has one kind: a camera
+// with the name of a user who is no phone is no sign-in. Where a phone of the file and a camera have one
+// name, the password of either is right.
+//
 // Thread-safe. A password that was verified is remembered for some minutes, so that a page with its many
 // requests, or a phone that comes back, does not pay for the hash each time.
 class Authenticator {
@@ -57,26 +63,33 @@ public:
     std::optional<std::string> LoginOf(std::string_view token) const;
 
     [[nodiscard]] bool HasDemoUsers() const;
+    void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
+    // Whether a camera of this name could not be signed in to.
+    [[nodiscard]] bool IsTaken(std::string_view login) const;
 
 private:
     struct Verified {
         std::string password;
-        std::string hash; // of the user at that time: a changed password ends the memory
+        std::string hash; // of the user at that time: a changed password ends the memory; empty for a camera
         Clock::time_point until;
     };
     void RefreshUsers(Clock::time_point now);                                 // with m_mutex held
     std::optional<UserKind> Remembered(const Credentials& credentials) const; // with m_mutex held
+    bool IsLogin(std::string_view login) const;                               // with m_mutex held
+    bool IsCamera(const Credentials& credentials) const;                      // with m_mutex held
     std::optional<UserKind> Verify(const Credentials& credentials);
+    void Remember(const Credentials& credentials, const std::string& hash);
 
     static constexpr std::chrono::minutes kRemember{5};
     static constexpr std::chrono::seconds kRefreshEvery{1};
 
     const Wakeup& m_stop;
+    CameraLogins m_cameras;
     Throttle m_throttle;
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
     Clock::time_point m_refreshed = Clock::now();
-    std::map<std::string, Verified> m_verified; // by login: never more than there are users
+    std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
     std::map<std::string, std::string> m_tokens;
 };
 

@@ -41,7 +41,7 @@ std::optional<UserKind> KindFromName(std::string_view name) noexcept {
 }
 
 std::string CheckLogin(std::string_view login) {
-    if (login.empty() || login.size() > 64)
+    if (login.empty() || login.size() > kMaxLoginBytes)
         return "a login has 1 to 64 bytes";
     if (HasControl(login) || login.find_first_of(":/?#") != std::string_view::npos || login.front() == '#')
         return "a login has no control characters and none of : / ? #";
@@ -51,8 +51,7 @@ std::string CheckLogin(std::string_view login) {
 }
 
 std::string CheckPassword(std::string_view password, UserKind kind) {
-    // A phone's record has 64 bytes for the password and its end.
-    const std::size_t longest = kind == UserKind::Phone ? 63 : 256;
+    const std::size_t longest = kind == UserKind::Phone ? kMaxPhonePasswordBytes : 256;
     if (password.empty() || password.size() > longest)
         return "a password of this kind of user has 1 to " + std::to_string(longest) + " bytes";
     if (HasControl(password))

@@ -27,6 +27,10 @@ struct User {
 };
 using UserMap = std::map<std::string, User, std::less<>>;
 
+inline constexpr std::size_t kMaxLoginBytes = 64;
+// A phone's record has 64 bytes for the password and its end.
+inline constexpr std::size_t kMaxPhonePasswordBytes = 63;
+
 // Logins and passwords travel in HTTP Basic and in paths. The result says what is wrong; empty when nothing
 // is.
 std::string CheckLogin(std::string_view login);

@@ -5,6 +5,7 @@
 //   mobile/video... else          any user               the same
 //   mobile/config...              admin                  the same
 //   mobile...                     any user               the same
+//   settings...                   admin                  the same
 //   everything else               admin, viewer          everybody, under a loopback name of this machine
 //
 // The name matters because a foreign page can have its own name point to this machine: its requests then look

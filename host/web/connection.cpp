@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include "host/log/console.h"
+#include "host/settings/pages.h"
 #include "host/view/view.h"
 #include "host/web/access.h"
 #include "host/web/answer.h"
@@ -68,6 +69,8 @@ private:
             (void)handler->IsStreamPath(path.c_str(), &stream);
             return stream != 0 ? ServeStream(*handler) : ServeHandler(*handler);
         }
+        if (IsSettingsPath(m_request.path))
+            return ServeSettings();
         if (const auto refused = RefuseMethod())
             return Send(*refused);
         if (const auto refused = CheckAccess(m_request, Purpose::Watch, m_services))
@@ -106,6 +109,28 @@ private:
         if (const auto refused = CheckAccess(m_request, purpose, m_services))
             return Send(*refused);
         return Send(HandlerAnswer(m_request, handler));
+    }
+
+    bool ServeSettings() {
+        if (const auto refused = CheckAccess(m_request, Purpose::Settings, m_services))
+            return Send(*refused);
+        if (const auto refused = RefuseSettings(m_request, m_services))
+            return Send(*refused);
+        std::string body;
+        if (m_request.hasBody) {
+            if (m_request.expectsContinue &&
+                SendAll(m_socket.Get(), "HTTP/1.1 100 Continue\r\n\r\n", m_services.stop,
+                        m_services.limits.writeStall) != SendResult::Sent)
+                return false;
+            const auto deadline = Clock::now() + m_services.limits.bodyDeadline;
+            const HeadResult read =
+                ReadBody(m_socket.Get(), m_request.bodySize, &body, m_services.stop, deadline);
+            if (read == HeadResult::Timeout)
+                return Close(Answer::Text(408, "The request did not come in time.")), false;
+            if (read != HeadResult::Complete)
+                return false;
+        }
+        return Send(SettingsAnswer(m_request, body, m_services));
     }
 
     // Programs send no Origin; a page of somebody else's sends its own.

@@ -1,5 +1,7 @@
 #include "host/web/head.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include <poll.h>
@@ -94,6 +96,32 @@ Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline) {
             return {HeadResult::Closed, {}, true};
     }
     return head;
+}
+
+HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
+                    Clock::time_point deadline) {
+    // Grows with what comes: a length alone costs no memory.
+    std::array<char, 16384> part{};
+    while (body->size() < bytes) {
+        const ssize_t got =
+            ::recv(fd, part.data(), std::min(part.size(), bytes - body->size()), MSG_DONTWAIT);
+        if (got > 0) {
+            body->append(part.data(), static_cast<std::size_t>(got));
+            continue;
+        }
+        if (got == 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK))
+            return HeadResult::Closed;
+        switch (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline)) {
+        case Waited::Stopped:
+            return HeadResult::Stopped;
+        case Waited::Timeout:
+            return HeadResult::Timeout;
+        case Waited::Ready:
+        case Waited::Woken:
+            break;
+        }
+    }
+    return HeadResult::Complete;
 }
 
 HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::time_point deadline) {

@@ -28,6 +28,10 @@ struct Head {
 // The socket is a non-blocking one. On Complete exactly the head has been taken off it.
 Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline);
 
+// Takes `bytes` bytes off the socket into `body`; on another result than Complete it holds what came.
+HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
+                    Clock::time_point deadline);
+
 // Waits until `bytes` bytes are there to be read, and takes none.
 HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::time_point deadline);
 

@@ -16,6 +16,8 @@ struct Limits {
     std::chrono::milliseconds headDeadline{5000};
     // From the end of an upload's head until its authentication record is there.
     std::chrono::milliseconds recordDeadline{5000};
+    // From the end of a head until the body of a request is there.
+    std::chrono::milliseconds bodyDeadline{15000};
     // How long a reader may take nothing at all before it is dropped.
     std::chrono::milliseconds writeStall{10000};
     // How long a page may leave a picture unacknowledged.
@@ -32,6 +34,8 @@ struct Limits {
 
 inline constexpr std::size_t kMaxHeadBytes = 16 * 1024;
 inline constexpr std::size_t kMaxTargetBytes = 2048;
+// A settings document of some thousand cameras.
+inline constexpr std::size_t kMaxBodyBytes = 4 * 1024 * 1024;
 inline constexpr std::size_t kAuthRecordBytes = 131;
 inline constexpr unsigned kMaxRequestsPerConnection = 1000;
 // Messages of the page on the multiplexed stream are short; a list of tiles is the longest.

@@ -96,7 +96,11 @@ ParsedRequest ParseRequest(std::string head) {
     request.ifNoneMatch = ToString(message[http::field::if_none_match]);
     request.keepAlive = message.keep_alive();
     const auto length = parser.content_length();
-    request.hasBody = message.chunked() || (length && *length > 0);
+    request.chunked = message.chunked();
+    request.bodySize = length ? *length : 0;
+    request.hasBody = request.chunked || request.bodySize > 0;
+    request.fetchSite = ToString(message["Sec-Fetch-Site"]);
+    request.expectsContinue = EqualsIgnoringCase(ToString(message[http::field::expect]), "100-continue");
     request.wantsWebSocket = EqualsIgnoringCase(ToString(message[http::field::upgrade]), "websocket");
     request.head = std::move(head);
     return {std::move(request), 200};

@@ -1,6 +1,7 @@
 // A request as the router sees it.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,10 @@ struct Request {
     bool hasHost = false;
     bool keepAlive = false;
     bool hasBody = false;
+    bool chunked = false;       // the length of the body is not told
+    std::uint64_t bodySize = 0; // as the head tells it
+    std::string fetchSite;      // of Sec-Fetch-Site: where the page stands that a browser asks for
+    bool expectsContinue = false;
     bool wantsWebSocket = false;
     PeerAddress peer;
 };

@@ -8,7 +8,9 @@
 #include "host/feed/feed_table.h"
 #include "host/handler/web_handler_host.h"
 #include "host/packer/counters.h"
+#include "host/settings/settings.h"
 #include "host/users/authenticator.h"
+#include "host/users/password.h"
 #include "host/web/counters.h"
 #include "host/web/limits.h"
 #include "host/web/net.h"
@@ -19,11 +21,15 @@ struct Services {
     FeedTable& feeds;
     WebHandlerHost& handlers;
     Authenticator& authenticator;
+    Settings& settings;
     const Wakeup& stop; // raised once, for good
     Limits limits;
     // Demo users exist: everybody on this machine may watch.
     bool demo = false;
+    std::string language{}; // the code of the one that the component's texts are in, since the start
     Clock::time_point started = Clock::now();
+    // What a page of this host sends with each change, and a page of somebody else's cannot know.
+    std::string pageToken = RandomPassword();
     mutable Counters counters{};
     std::shared_ptr<SourceTable> sources{}; // what can be watched
     std::shared_ptr<PackerCounters> packers = std::make_shared<PackerCounters>();

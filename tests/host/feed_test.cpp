@@ -177,6 +177,27 @@ TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
     EXPECT_EQ(table->Find("yard")->Id(), id);
     EXPECT_EQ(table->Find("yard")->Figures().frames, 1U);
     EXPECT_FALSE(table->Find("yard")->Figures().connected);
+
+    // A change of the settings takes every camera away and gives back those that stay.
+    const auto pictures = [&] { return table->Find("yard")->Figures().frames; };
+    {
+        const FeedTable::Change change(*table);
+        EXPECT_EQ(remove(u"yard"), S_OK);
+        EXPECT_EQ(remove(u"gäte"), S_OK);
+        again->Show(MakeBlock(32, 16));
+        EXPECT_EQ(pictures(), 2U) << "nothing is missed in between";
+        EXPECT_EQ(add(u"yard"), S_OK);
+    }
+    EXPECT_FALSE(table->Find("gäte") || gate->HasSink());
+    again->Show(MakeBlock(32, 16));
+    EXPECT_EQ(pictures(), 3U);
+    {
+        const FeedTable::Change change(*table);
+        remove(u"yard");
+        const test::CamPtr other = source->Put("yard"); // another camera of the same name
+        add(u"yard");
+        EXPECT_TRUE(other->HasSink() && !again->HasSink());
+    }
     wakeup.Clear();
     table->RemoveWatcher(wakeup);
     remove(u"yard");

@@ -15,6 +15,9 @@
 #include "host/frames.h"
 #include "host/users/password.h"
 #include "host/web/server.h"
+#include "platform/configdoc/configdoc.h"
+#include "platform/files.h"
+#include "support/FakeConfiguration.h"
 #include "support/FakeWebHandler.h"
 #include "support/TcpPair.h"
 #include "support/Wait.h"
@@ -86,7 +89,8 @@ class Page : public Client {
 public:
     explicit Page(std::uint16_t port, const std::string& lines = "", const std::string& target = "/tiles")
         : Client(port) {
-        peer.Send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+        peer.Send("GET " + target +
+                  " HTTP/1.1\r\nHost: localhost\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
                   "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n" +
                   lines + "\r\n");
         reply = ReadReply(true);
@@ -142,9 +146,12 @@ class Rig {
 public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true)
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
-          services{*feeds, *hosts, authenticator, stop, limits, demo} {
+          services{*feeds, *hosts, authenticator, settings, stop, limits, demo} {
         services.sources = std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter);
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
+        EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
+        configuration->m_onSet = [this] { platform::ReplaceFile(SettingsPath(), "written"); };
+        settings.SetConfiguration(platform::ComPtr<IConfiguration>(configuration.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
         server.emplace(Endpoint{"127.0.0.1", 0}, services);
     }
@@ -156,6 +163,7 @@ public:
         for (const FeedPtr& feed : feeds->List())
             feeds->OnCamRemoved(platform::Bstr(platform::FromUtf8(feed->Name())).Get());
     }
+    [[nodiscard]] std::string SettingsPath() const { return folder.File("settings.xml"); }
     // How long it took.
     Clock::duration Stop() {
         const auto begin = Clock::now();
@@ -195,6 +203,9 @@ public:
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
     WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(authenticator);
+    platform::ComPtr<support::FakeConfigurationObject> configuration =
+        support::FakeConfigurationObject::Create();
+    Settings settings{authenticator, *feeds, SettingsPath()};
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
     Services services;
     std::optional<Server> server;

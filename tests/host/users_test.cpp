@@ -216,6 +216,40 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
     EXPECT_EQ(authenticator.Recheck(Basic("ann:new")).value().login, "ann");
 }
 
+TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
+    const TempFolder folder;
+    UserStore store(folder.File("users"));
+    store.Set("ann", {UserKind::Viewer, false, HashPassword("a")});
+    store.Set("yard", {UserKind::Phone, false, HashPassword("old")});
+    store.Save();
+    const Wakeup stop;
+    Authenticator authenticator(std::move(store), 0ms, stop);
+    const auto kind = [&](const std::string& credentials) -> std::optional<UserKind> {
+        // From everywhere, so that nobody is slowed down.
+        const SignIn signIn = authenticator.Check(Basic(credentials), {credentials, credentials});
+        return signIn.result == SignIn::Result::Known ? std::optional(signIn.kind) : std::nullopt;
+    };
+    authenticator.SetCameras({{"Двор №1", "", "x"}, {"ann", "", "c"}, {"yard", "", "new"}, {"open", "", ""}});
+    for (int again = 0; again < 2; ++again) { // the second time from memory
+        EXPECT_EQ(kind("Двор №1:x"), UserKind::Phone);
+        EXPECT_EQ(kind("yard:new"), UserKind::Phone);
+        EXPECT_EQ(kind("ann:a"), UserKind::Viewer);
+    }
+    EXPECT_EQ(kind("yard:old"), UserKind::Phone);
+    for (const char* wrong : {"Двор №1:y", "ann:c", "open:", "nobody:x"})
+        EXPECT_EQ(kind(wrong), std::nullopt) << wrong;
+    EXPECT_TRUE(authenticator.IsTaken("ann"));
+    EXPECT_FALSE(authenticator.IsTaken("yard") || authenticator.IsTaken("open"));
+    const std::string token = authenticator.TokenOf("Двор №1");
+    EXPECT_EQ(authenticator.LoginOf(token), "Двор №1");
+    authenticator.SetCameras({{"Двор №1", "", "z"}});
+    EXPECT_EQ(kind("Двор №1:x"), std::nullopt) << "a changed password ends the memory";
+    EXPECT_EQ(kind("Двор №1:z"), UserKind::Phone);
+    authenticator.SetCameras({});
+    EXPECT_EQ(kind("Двор №1:z"), std::nullopt);
+    EXPECT_EQ(authenticator.LoginOf(token), std::nullopt);
+}
+
 TEST(Authenticator, TurnsAwayWhoGuessesButNotWhoIsRemembered) {
     const TempFolder folder;
     UserStore store(folder.File("users"));

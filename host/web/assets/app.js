@@ -237,8 +237,7 @@ function renderMessage() {
         setText(page["message-title"], "No cameras yet");
         setText(
             page["message-detail"],
-            "Add a line for each camera (its name, a tab, its picture size, a tab, its password)" +
-                " to the file “cameras” in the host’s data folder, and restart the host.",
+            "An administrator adds them in the settings. Each appears here at once and waits for its phone.",
         );
     }
 }

@@ -1,6 +1,7 @@
 // How the page words what it knows: sizes, rates, ages, times of day, and the command that connects a phone.
 
 const NONE = "–";
+const DEMO_CAMERAS = ["yard", "gate", "spare"];
 
 export function sizeText(width, height) {
     return width > 0 && height > 0 ? `${width} × ${height}` : NONE;
@@ -58,7 +59,8 @@ function serverAddress() {
 
 // The command in pieces that belong together on a line.
 function phoneCommand(name, demo) {
-    const password = demo ? "demo" : "PASSWORD"; // the demo users' password is no secret, any other is not known here
+    // The password of the demo's cameras is no secret; any other is not known here.
+    const password = demo && DEMO_CAMERAS.includes(name) ? "demo" : "PASSWORD";
     return [
         "morrowstream-phone upload",
         `--server ${serverAddress()}`,

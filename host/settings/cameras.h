@@ -1,0 +1,35 @@
+// The cameras of the settings, as far as the host itself needs them.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+struct CameraEntry {
+    std::string name; // UTF-8, like the others; also the login of the camera's phone
+    std::string type; // "320x240" or "160x120"
+    std::string password;
+    friend bool operator==(const CameraEntry&, const CameraEntry&) = default;
+};
+
+// The sign-ins of phones: a camera that stands in the settings is one, under its name and with its password,
+// so that a phone needs no user of its own. Thread-safe.
+class CameraLogins {
+public:
+    void Set(const std::vector<CameraEntry>& cameras);
+
+    // A camera without a password is nobody's sign-in: it would open the server to everybody who guesses its
+    // name.
+    [[nodiscard]] bool Accepts(std::string_view login, std::string_view password) const;
+    [[nodiscard]] bool Contains(std::string_view login) const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<std::string, std::string, std::less<>> m_passwords;
+};
+
+} // namespace host

@@ -1,0 +1,82 @@
+// The settings of the component, for all of the host who read or change them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/feed/feed_table.h"
+#include "host/settings/document.h"
+#include "host/users/authenticator.h"
+#include "interfaces/IConfiguration.h"
+#include "platform/com.h"
+
+namespace host {
+
+// A document for a browser: UTF-8, its passwords concealed.
+struct SettingsReading {
+    std::string xml;
+    std::string version; // changes with the settings; of this run of the host
+};
+
+struct SettingsChange {
+    enum class Result {
+        Done,
+        NotWritten, // in force, but not on disk: the next start knows nothing of it
+        Outdated,   // the settings are not those that the change was made to any more
+        NoDocument,
+        Unsound, // see `problems`
+        Refused, // by the component, with `status`
+        NotReady // there is no component
+    };
+    Result result = Result::NotReady;
+    HRESULT status = S_OK;
+    std::vector<SettingsProblem> problems{};
+    SettingsReading now{}; // with Done and NotWritten: the settings as the component has taken them
+};
+
+// Changes come one behind the other. Any thread.
+//
+// Locks: m_mutex is held while the component is called, which takes its own lock and calls the feeds; none of
+// these calls this object.
+class Settings {
+public:
+    // Both outlive the object; the authenticator is told of every camera. `file` is the component's settings
+    // file: it is looked at only, to see whether a change was written.
+    Settings(Authenticator& authenticator, FeedTable& feeds, std::string file);
+
+    // Null lets go of it; nothing can be read or changed then. Reads the cameras.
+    void SetConfiguration(platform::ComPtr<IConfiguration> configuration);
+
+    // Nothing when there is no component, or it gives no document.
+    std::optional<SettingsReading> Read();
+    // Takes a document that was read, edited, in place of the settings of that version.
+    SettingsChange Write(std::string_view xml, std::string_view version);
+    // The password behind a mark. Nothing for another version than the present one, or without such a mark.
+    std::optional<std::string> Password(std::size_t number, std::string_view version);
+    // A change of the host's own. `edit` returns whether there is anything to store.
+    SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);
+
+private:
+    // With m_mutex held, all of them.
+    std::optional<std::u16string> Get();
+    SettingsChange Set(std::u16string_view text);
+    const std::string& VersionOf(const std::u16string& text);
+    void Adopt(const SettingsDocument& document);
+
+    Authenticator& m_authenticator;
+    FeedTable& m_feeds;
+    const std::string m_file;
+    const std::string m_run; // of a version: no other run of the host has the same
+    std::mutex m_mutex;      // everything below
+    platform::ComPtr<IConfiguration> m_configuration;
+    std::u16string m_text; // as it was last seen
+    std::uint64_t m_number = 0;
+    std::string m_version;
+};
+
+} // namespace host

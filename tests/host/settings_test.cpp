@@ -1,0 +1,214 @@
+// The settings over the web: who may do what, what a browser gets to see, and what becomes of a change.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/rig.h"
+#include "host/settings/file.h"
+
+namespace host::test {
+namespace {
+
+using support::CameraItem;
+using support::SettingsText;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kLocal = "Host: localhost:80\r\n";
+const std::string kDocument = "/settings/document";
+
+class SettingsTest : public testing::Test {
+protected:
+    SettingsTest() { Store({{u"gate", u"geheim"}, {u"open", u""}, {u"yard", u"демо"}}); }
+
+    void Store(const std::vector<std::pair<std::u16string, std::u16string>>& cameras) {
+        std::u16string items;
+        for (const auto& [name, password] : cameras)
+            items += CameraItem(name, password);
+        rig.configuration->m_text = SettingsText(items);
+    }
+    Reply Get(const std::string& target, const std::string& lines = {}) const {
+        return rig.Get(target, kLocal + std::string(Rig::kAdmin) + lines);
+    }
+    std::string Token() const { return "X-Settings-Token: " + rig.services.pageToken + "\r\n"; }
+    Reply Put(const std::string& target, const std::string& body, const std::string& lines) const {
+        return rig.Ask("PUT " + target + " HTTP/1.1\r\n" + kLocal + std::string(Rig::kAdmin) + lines +
+                       "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    }
+    // The change of a document that was read as `version`.
+    Reply Write(const std::string& xml, const std::string& version) const {
+        return Put(kDocument, xml, Token() + "If-Match: " + version + "\r\n");
+    }
+
+    Rig rig{LongLimits()};
+};
+
+std::string Replaced(std::string text, std::string_view what, std::string_view by) {
+    const auto at = text.find(what);
+    EXPECT_NE(at, std::string::npos) << what << " in " << text;
+    return at == std::string::npos ? text : text.replace(at, what.size(), by);
+}
+
+TEST_F(SettingsTest, AreForAdministratorsOnThePageOfThisHost) {
+    struct Case {
+        std::string request;
+        std::string lines;
+        unsigned status;
+    };
+    const std::string admin(Rig::kAdmin);
+    const std::string same = "Origin: http://localhost:80\r\nSec-Fetch-Site: same-origin\r\n";
+    const std::string evil = "Origin: http://evil.example\r\n";
+    const std::string empty = "Content-Length: 0\r\n";
+    const Case cases[] = {
+        {"GET /settings", "", 401}, // the demo opens the pictures, not the settings
+        {"GET /settings", std::string(Rig::kViewer), 403},
+        {"GET /settings/document", std::string(Rig::kPhone), 403},
+        {"GET /settings", admin, 200},
+        {"GET /settings/", admin + "Sec-Fetch-Site: cross-site\r\n", 200}, // a link from elsewhere
+        {"GET /settings/state", admin + same, 200},
+        {"GET /settings/state", admin + "Sec-Fetch-Site: same-site\r\n", 403},
+        {"GET /settings/nothing", admin, 404},
+        {"GET /settingsx", admin, 404},
+        {"POST /settings/document", admin + Token() + empty, 405},
+        {"PUT /settings", admin + Token() + empty, 405},
+        {"PUT /settings/document", admin + same + empty, 403}, // no token
+        {"PUT /settings/document", admin + "X-Settings-Token: x\r\n" + empty, 403},
+        {"PUT /settings/document", admin + Token() + evil + empty, 403},
+        {"PUT /settings/document", admin + Token() + "Sec-Fetch-Site: cross-site\r\n" + empty, 403},
+        {"PUT /settings/document", std::string(Rig::kViewer) + Token() + empty, 403},
+        {"PUT /settings/document", admin + Token() + same + empty, 428},
+        {"PUT /settings/document", admin + Token() + "Transfer-Encoding: chunked\r\n", 411},
+        {"PUT /settings/document", admin + Token() + "Content-Length: 99999999\r\n", 413},
+        {"PUT /settings/language", admin + Token() + "Content-Length: 0\r\n", 422},
+        {"GET /settings/secret?number=0", admin, 403},
+        {"GET /settings/secret?number=x", admin + Token(), 400},
+    };
+    for (const Case& c : cases) {
+        const Reply reply = rig.Ask(c.request + " HTTP/1.1\r\n" + kLocal + c.lines + "\r\n");
+        EXPECT_EQ(reply.status, c.status) << c.request << ' ' << c.lines << reply.body;
+        EXPECT_THAT(reply.head, HasSubstr("Content-Security-Policy: default-src 'self'")) << c.request;
+    }
+    EXPECT_TRUE(rig.configuration->m_path.IsNull()) << "nothing of this may reach the component";
+    EXPECT_THAT(Get("/settings/state").body, HasSubstr("{\"token\":\"" + rig.services.pageToken + "\""));
+}
+
+TEST_F(SettingsTest, GiveAPasswordOnlyToWhoAsksForIt) {
+    const Reply document = Get(kDocument);
+    ASSERT_EQ(document.status, 200U);
+    EXPECT_EQ(document.Header("Content-Type"), "text/xml; charset=utf-8");
+    EXPECT_EQ(document.Header("Cache-Control"), "no-store");
+    EXPECT_THAT(document.body, Not(testing::AnyOf(HasSubstr("geheim"), HasSubstr("демо"))));
+    EXPECT_THAT(document.body, testing::AllOf(HasSubstr("stored=\"0\""), HasSubstr("stored=\"2\""),
+                                              Not(HasSubstr("stored=\"1\""))));
+    const std::string version = document.Header("ETag");
+    const auto secret = [&](const std::string& number, const std::string& of) {
+        return Get("/settings/secret?number=" + number, Token() + "If-Match: " + of + "\r\n");
+    };
+    EXPECT_EQ(secret("2", version).body, "демо");
+    EXPECT_EQ(secret("9", version).status, 412U);
+    EXPECT_EQ(secret("2", "\"x\"").status, 412U);
+    Store({{u"yard", u"new"}});
+    EXPECT_EQ(secret("0", version).status, 412U) << "the marks are those of another document";
+}
+
+TEST_F(SettingsTest, AreChangedWithTheirPasswordsAndTakeEffectAtOnce) {
+    rig.AddCamera("tor");
+    const Reply document = Get(kDocument);
+    const std::string version = document.Header("ETag");
+    // Renamed, with its password; the other one gets a new password; the last one goes.
+    std::string edited = Replaced(document.body, ">gate<", ">tor<");
+    edited = Replaced(edited, " stored=\"2\">••••••••<", ">p&amp;<");
+    const auto from = edited.find("<item displayname", edited.find(">tor<"));
+    const auto to = edited.find("<item displayname", from + 1);
+    edited.erase(from, to - from);
+    const Reply changed = Write(edited, version);
+    ASSERT_EQ(changed.status, 200U) << changed.body;
+    EXPECT_EQ(rig.configuration->m_path.View(), u"config");
+    EXPECT_THAT(platform::ToUtf8(rig.configuration->m_head.View()),
+                HasSubstr("\r\ncontent-type: text/xml\r\n"));
+    const std::string text = platform::ToUtf8(rig.configuration->m_text);
+    EXPECT_THAT(text, testing::AllOf(HasSubstr(">tor<"), HasSubstr(">geheim<"), HasSubstr(">p&amp;<"),
+                                     Not(HasSubstr("••")), Not(HasSubstr(">open<"))));
+    EXPECT_THAT(changed.body, testing::AllOf(HasSubstr("••"), Not(HasSubstr("geheim"))));
+    EXPECT_NE(changed.Header("ETag"), version);
+    EXPECT_EQ(changed.Header("X-Settings-Written"), "");
+    EXPECT_EQ(rig.feeds->Find("tor")->Figures().type, "160x120");
+    const PeerAddress peer{"192.0.2.1", "192.0.2.1"};
+    EXPECT_EQ(rig.authenticator.Check("Basic dG9yOmdlaGVpbQ==", peer).kind, UserKind::Phone); // tor:geheim
+
+    EXPECT_EQ(Write(edited, version).status, 412U) << "somebody was faster";
+    const std::string now = changed.Header("ETag");
+    rig.configuration->m_onSet = nullptr;
+    EXPECT_EQ(Write(changed.body, now).Header("X-Settings-Written"), "no");
+    rig.configuration->m_result = E_UNEXPECTED;
+    const Reply refused = Write(changed.body, Get(kDocument).Header("ETag"));
+    EXPECT_EQ(refused.status, 500U);
+    EXPECT_THAT(refused.body, HasSubstr("0x8000FFFF"));
+    rig.settings.SetConfiguration(nullptr);
+    EXPECT_EQ(Write(changed.body, now).status, 503U);
+    EXPECT_EQ(Get(kDocument).status, 503U);
+}
+
+TEST_F(SettingsTest, AreNotTakenWhereAPhoneCouldNotSignIn) {
+    const Reply document = Get(kDocument);
+    const std::string version = document.Header("ETag");
+    struct Case {
+        std::string name;
+        std::string password;
+        std::string key; // of the problem, or of the status without one
+    };
+    const Case cases[] = {
+        {"a:b", "x", "loginCharacters"},       {std::string(65, 'a'), "x", "loginTooLong"},
+        {"", "x", "mustNotBeEmpty"},           {"yard", "x", "mustBeUnique"},
+        {"viewer", "x", "loginTaken"},         {"tor", std::string(64, 'p'), "passwordTooLong"},
+        {"tor", "a\tb", "passwordCharacters"},
+    };
+    for (const Case& c : cases) {
+        std::string edited = Replaced(document.body, ">gate<", ">" + c.name + "<");
+        edited = Replaced(edited, " stored=\"0\">••••••••<", ">" + c.password + "<");
+        const Reply reply = Write(edited, version);
+        EXPECT_EQ(reply.status, 422U) << c.key;
+        EXPECT_THAT(reply.body, HasSubstr("\"key\":\"" + c.key + "\"")) << c.name;
+        EXPECT_THAT(reply.body, HasSubstr("\"path\":\"/config/cams/item[")) << c.name;
+    }
+    for (const std::string& bad : {std::string("<config>"), std::string("\xFF"), std::string(),
+                                   Replaced(document.body, "stored=\"0\"", "stored=\"77\"")})
+        EXPECT_EQ(Write(bad, version).status, 400U) << bad.substr(0, 20);
+    EXPECT_TRUE(rig.configuration->m_path.IsNull());
+}
+
+TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
+    const auto put = [&](const CameraEntry& camera) {
+        return rig.settings.Edit([&](SettingsDocument& document) { return document.Put(camera); }).result;
+    };
+    EXPECT_EQ(put({"Двор №1", "320x240", "demo"}), SettingsChange::Result::Done);
+    EXPECT_EQ(put({"gate", "320x240", "demo"}), SettingsChange::Result::Done);
+    const std::string text = platform::ToUtf8(rig.configuration->m_text);
+    EXPECT_THAT(text, HasSubstr("unique=\"../../item/Name\" displayname=\"//local/@name\">Двор №1</Name>"));
+    const auto document = SettingsDocument::Parse(rig.configuration->m_text);
+    ASSERT_TRUE(document);
+    EXPECT_THAT(document->Cameras(), testing::ElementsAre(CameraEntry{"gate", "320x240", "demo"},
+                                                          CameraEntry{"open", "160x120", ""},
+                                                          CameraEntry{"yard", "160x120", "демо"},
+                                                          CameraEntry{"Двор №1", "320x240", "demo"}));
+    rig.configuration->m_path = nullptr;
+    EXPECT_EQ(put({"gate", "320x240", "demo"}), SettingsChange::Result::Done);
+    EXPECT_TRUE(rig.configuration->m_path.IsNull()) << "all is so already";
+}
+
+TEST(SettingsFile, IsKeptAsideWhenItIsDamaged) {
+    ASSERT_EQ(S_OK, platform::RegisterConfigDocumentClass());
+    const TempFolder folder;
+    const std::string file = SettingsFile(folder.File("data"));
+    EXPECT_EQ(PrepareSettingsFile(file), "");
+    platform::ReplaceFile(file, "<config><host type=\"BSTR\">a</host></config>");
+    EXPECT_EQ(PrepareSettingsFile(file), "");
+    for (const char* copy : {".damaged", ".damaged2"}) {
+        platform::ReplaceFile(file, std::string("<config>") + copy);
+        EXPECT_EQ(PrepareSettingsFile(file), file + copy);
+        EXPECT_EQ(platform::ReadWholeFile(file + copy).value_or(""), std::string("<config>") + copy);
+    }
+}
+
+} // namespace
+} // namespace host::test
