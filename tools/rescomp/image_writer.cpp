@@ -87,7 +87,7 @@ static_assert(sizeof(Headers) == 64 + 4 + 20 + 240 + 40);
 // The section of the resources: directories first, then data entries, texts and data.
 class Section {
 public:
-    explicit Section(const std::vector<Resource>& resources) : m_resources(resources) {
+    explicit Section(const std::vector<Resource>& resources) {
         for (const Resource& resource : resources)
             m_tree[resource.type][resource.name].push_back(&resource);
         WriteDirectory(m_tree, [&](const auto& names) {
@@ -106,16 +106,16 @@ private:
     // A directory whose entries lead to what `writeChild` writes and gives the offset of.
     template <class Children, class WriteChild>
     std::uint32_t WriteDirectory(const Children& children, WriteChild writeChild) {
-        const auto named = static_cast<std::uint16_t>(std::ranges::count_if(
-            children, [](const auto& child) { return child.first.value.index() == 0; }));
+        const auto named = static_cast<std::uint16_t>(
+            std::ranges::count_if(children, [](const auto& child) { return child.first.index() == 0; }));
         const std::uint32_t at = BeginDirectory(named, children.size() - named);
         std::uint32_t entryAt = at + static_cast<std::uint32_t>(sizeof(ResourceDirectory));
         for (const auto& [key, child] : children) {
             ResourceDirectoryEntry entry{0, 0};
-            if (const auto* const number = std::get_if<std::uint16_t>(&key.value))
+            if (const auto* const number = std::get_if<std::uint16_t>(&key))
                 entry.name = *number;
             else
-                m_textPlaces[std::get<std::u16string>(key.value)].push_back(entryAt);
+                m_textPlaces[std::get<std::u16string>(key)].push_back(entryAt);
             entry.offset = writeChild(child) | ResourceDirectoryEntry::kHighBit;
             Overwrite(m_bytes, entryAt, entry);
             entryAt += static_cast<std::uint32_t>(sizeof entry);
@@ -176,7 +176,6 @@ private:
         std::uint32_t dataEntryAt = 0;
     };
 
-    const std::vector<Resource>& m_resources;
     std::map<Key, Names> m_tree;
     std::string m_bytes;
     std::vector<Leaf> m_leaves;
@@ -185,9 +184,8 @@ private:
 };
 
 std::string TextOf(const Key& key) {
-    const auto* const number = std::get_if<std::uint16_t>(&key.value);
-    return number != nullptr ? std::to_string(*number)
-                             : platform::ToUtf8(std::get<std::u16string>(key.value));
+    const auto* const number = std::get_if<std::uint16_t>(&key);
+    return number != nullptr ? std::to_string(*number) : platform::ToUtf8(std::get<std::u16string>(key));
 }
 
 } // namespace

@@ -11,11 +11,7 @@
 namespace rescomp {
 
 // A type or a name. Texts come before numbers, as a directory has them.
-struct Key {
-    std::variant<std::u16string, std::uint16_t> value;
-
-    friend auto operator<=>(const Key&, const Key&) = default;
-};
+using Key = std::variant<std::u16string, std::uint16_t>;
 
 // One variant of a resource.
 struct Resource {

@@ -103,7 +103,7 @@ private:
 
     std::string Find(std::string_view name, const std::string& place) const {
         for (const std::string& folder : m_options.folders) {
-            const std::string path = folder + "/" + std::string(name);
+            std::string path = folder + "/" + std::string(name);
             std::error_code error;
             if (std::filesystem::exists(path, error))
                 return path;

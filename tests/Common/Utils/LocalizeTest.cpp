@@ -21,7 +21,6 @@
 namespace {
 
 using rescomp::BuildImage;
-using rescomp::Key;
 using rescomp::Resource;
 using Scanner = CLocalizeEx::CResourceScanner;
 
