@@ -1,5 +1,7 @@
 #include "platform/com.h"
 
+#include <thread>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -101,6 +103,35 @@ TEST(QueryTest, GoesBothWaysAndHasOneIdentity) {
     EXPECT_EQ(bell.Query<IUnknown>().Get(), lamp.Query<IUnknown>().Get());
     EXPECT_FALSE(lamp.Query<IClassFactory>());
     EXPECT_EQ(lamp->QueryInterface(ILamp::iid, nullptr), E_POINTER);
+}
+
+TEST(ApartmentTest, IsLeftOnceForEachJoin) {
+    EXPECT_EQ(platform::CoInitializeEx(nullptr, 2), E_INVALIDARG);
+    EXPECT_EQ(platform::CoInitializeEx(this, platform::COINIT_MULTITHREADED), E_INVALIDARG);
+    platform::CoUninitialize(); // one too many
+    for (const HRESULT joined : {S_OK, S_FALSE})
+        EXPECT_EQ(platform::CoInitializeEx(nullptr, platform::COINIT_MULTITHREADED), joined);
+    platform::CoUninitialize();
+    EXPECT_TRUE(platform::IsInApartment());
+    std::thread([] { EXPECT_FALSE(platform::IsInApartment()); }).join();
+    platform::CoUninitialize();
+    EXPECT_FALSE(platform::IsInApartment());
+}
+
+TEST(OnceComPtrTest, KeepsTheFirst) {
+    const std::int32_t objects = platform::ModuleLock::Count();
+    {
+        platform::OnceComPtr<ILamp> once;
+        once.SetOnce(nullptr);
+        EXPECT_FALSE(once);
+        once.SetOnce(platform::ComObject<LampWithBell>::Create(1));
+        once.SetOnce(platform::ComObject<LampWithBell>::Create(2));
+        int colour = 0;
+        EXPECT_EQ(once->GetColour(&colour), S_OK);
+        EXPECT_EQ(colour, 1);
+        EXPECT_EQ(platform::ModuleLock::Count(), objects + 1);
+    }
+    EXPECT_EQ(platform::ModuleLock::Count(), objects);
 }
 
 TEST(TaskMemoryTest, NothingForNothing) {

@@ -66,92 +66,46 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     const std::string mobile = "mobile: CPacketer::Main()";
     const std::string start = "mobile: Start, frame rate: 1000.000000\n";
     const std::string failed = "TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n";
-    const auto reset = [](support::TcpPair& pair, SOCKET) { pair.far.Reset(); };
-    const auto close = [](support::TcpPair&, SOCKET socket) { platform::closesocket(socket); };
+    using Lines = std::vector<std::string>;
+    const Lines created{mobile + ": Failed to create mobile frame packer.", kDenied};
+    const Lines initialised{mobile + ": Failed to init mobile frame packer.", kDenied};
+    const Lines decoded{start, mobile + " Failed to decode JPEG."};
+    const Lines appended{start, mobile + " Failed to append frame.", kDenied};
+    const Lines packed{start, mobile + " Failed to get packed data.", kDenied};
+    const Lines sent{start, "TRASSDO: SOCKET_ERROR != res\n"};
+    // Nobody ends for want of published credentials.
+    const Lines published{start, kDenied, "mobile: Successfuly finished.\n",
+                          "TRASSDO: m_spProcessStateNode\n"};
     struct Row {
         std::string what; // the failing call, or what is wrong with its answer
         std::string original;
-        std::string jpeg;
         HRESULT status;
-        std::vector<std::string> lines;
-        std::string sent;
-        decltype(Viewing::prepare) prepare = [](auto&, SOCKET) {};
+        Lines lines;
+        std::string jpeg = support::MakeJpeg(8, 8);
+        enum { None, Reset, Close } socket = None; // what has become of it before
     };
-    const std::vector<Row> rows{
-        {"create packer",
-         raw,
-         "",
-         E_ACCESSDENIED,
-         {mobile + ": Failed to create mobile frame packer.", kDenied},
-         ""},
-        {"Init", raw, "", E_ACCESSDENIED, {mobile + ": Failed to init mobile frame packer.", kDenied}, ""},
-        {"GetParams", raw, "", E_ACCESSDENIED, {kDenied}, ""},
-        {"video?original", raw, "", E_ACCESSDENIED, {start, kDenied}, kHead},
-        {"no content", "", "", E_FAIL, {start, failed}, kHead},
-        {"no whole header", raw.substr(0, 39), "", E_FAIL, {start, failed}, kHead},
-        {"no whole grey picture", Picture(2, 2, 8, 0, 3), "", E_FAIL, {start, failed}, kHead},
-        {"no whole colour picture", Picture(3, -1, 24, 0, 8), "", E_FAIL, {start, failed}, kHead},
-        {"no whole planes", Picture(4, 4, 12, FrameCompressionYV12, 23), "", E_FAIL, {start, failed}, kHead},
-        {"sides that overflow", Picture(INT32_MIN, INT32_MIN, 24, 0, 9), "", E_FAIL, {start, failed}, kHead},
-        {"video?jpeg", Picture(2, 2, 16, 0), "", E_ACCESSDENIED, {start, kDenied}, kHead},
-        {"no JPEG", Picture(2, 2, 16, 0), "x", E_FAIL, {start, mobile + " Failed to decode JPEG."}, kHead},
-        {"too wide",
-         Picture(7, 9, 32, 0),
-         support::MakeJpeg(8, 8),
-         E_FAIL,
-         {start, mobile + " Failed to decode JPEG."},
-         kHead},
-        {"too high",
-         Picture(9, -7, 32, 0),
-         support::MakeJpeg(8, 8),
-         E_FAIL,
-         {start, mobile + " Failed to decode JPEG."},
-         kHead},
-        {"no size",
-         Picture(0, 0, 1, 0),
-         support::MakeJpeg(8, 8),
-         E_FAIL,
-         {start, mobile + " Failed to decode JPEG."},
-         kHead},
-        {"a claim of memory",
-         Picture(INT32_MIN, 64, 8, kOther),
-         support::MakeJpeg(8, 8),
-         E_FAIL,
-         {start, mobile + " Failed to decode JPEG."},
-         kHead},
-        {"AppendFrame",
-         raw,
-         "",
-         E_ACCESSDENIED,
-         {start, mobile + " Failed to append frame.", kDenied},
-         kHead},
-        {"GetPackedData",
-         raw,
-         "",
-         E_ACCESSDENIED,
-         {start, mobile + " Failed to get packed data.", kDenied},
-         kHead},
-        {"a phone that is gone",
-         raw,
-         "",
-         MakeStatus(0x8007274A),
-         {start, "TRASSDO: SOCKET_ERROR != res\n"},
-         "",
-         reset},
-        {"a closed socket",
-         raw,
-         "",
-         MakeStatus(0x80072736),
-         {start, "TRASSDO: SOCKET_ERROR != res\n"},
-         "",
-         close},
-        // Nobody ends for want of published credentials.
-        {"create tree",
-         raw,
-         "",
-         S_OK,
-         {start, kDenied, "mobile: Successfuly finished.\n", "TRASSDO: m_spProcessStateNode\n"},
-         kHead + std::string("piece")},
+    const Row rows[] = {
+        {"create packer", raw, E_ACCESSDENIED, created},
+        {"Init", raw, E_ACCESSDENIED, initialised},
+        {"GetParams", raw, E_ACCESSDENIED, {kDenied}},
+        {"create tree", raw, S_OK, published},
+        {"video?original", raw, E_ACCESSDENIED, {start, kDenied}},
+        {"no content", "", E_FAIL, {start, failed}},
+        {"no whole header", raw.substr(0, 39), E_FAIL, {start, failed}},
+        {"no whole grey picture", Picture(2, 2, 8, 0, 3), E_FAIL, {start, failed}},
+        {"no whole colour picture", Picture(3, -1, 24, 0, 8), E_FAIL, {start, failed}},
+        {"no whole planes", Picture(4, 4, 12, FrameCompressionYV12, 23), E_FAIL, {start, failed}},
+        {"sides that overflow", Picture(INT32_MIN, INT32_MIN, 24, 0, 9), E_FAIL, {start, failed}},
+        {"video?jpeg", Picture(2, 2, 16, 0), E_ACCESSDENIED, {start, kDenied}},
+        {"no JPEG", Picture(2, 2, 16, 0), E_FAIL, decoded, "x"},
+        {"a JPEG too wide", Picture(7, 9, 32, 0), E_FAIL, decoded},
+        {"a JPEG too high", Picture(9, -7, 32, 0), E_FAIL, decoded},
+        {"no size", Picture(0, 0, 1, 0), E_FAIL, decoded},
+        {"a claim of memory", Picture(INT32_MIN, 64, 8, kOther), E_FAIL, decoded},
+        {"AppendFrame", raw, E_ACCESSDENIED, appended},
+        {"GetPackedData", raw, E_ACCESSDENIED, packed},
+        {"a phone that is gone", raw, MakeStatus(0x8007274A), sent, "", Row::Reset},
+        {"a closed socket", raw, MakeStatus(0x80072736), sent, "", Row::Close},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
@@ -160,10 +114,17 @@ TEST(Packeter, EndsWithTheFirstFailure) {
         stage.failing = row.what;
         stage.original = row.original;
         stage.jpeg = row.jpeg;
-        Viewing viewing{row.prepare, {}};
+        Viewing viewing{[&](support::TcpPair& pair, SOCKET socket) {
+                            if (row.socket == Row::Reset)
+                                pair.far.Reset();
+                            else if (row.socket == Row::Close)
+                                platform::closesocket(socket);
+                        },
+                        {}};
         EXPECT_EQ(row.status, viewing.Run(stage));
         EXPECT_EQ(row.lines, log.Texts());
-        EXPECT_EQ(row.sent, viewing.sent);
+        const bool begun = row.lines.front() == start && row.socket == Row::None;
+        EXPECT_EQ(std::string(begun ? kHead : "") + (row.status == S_OK ? "piece" : ""), viewing.sent);
         for (const auto& line : log.Lines())
             EXPECT_TRUE(line.function == "CPacketer::Main" || row.what == "create tree") << line.function;
     }
