@@ -589,7 +589,7 @@ TEST(FallbackStream, ScansOfNothingAreCounted) {
         recipe.nWidth = recipe.nHeight = nSide;
         recipe.nQuality = 1;
         Bytes jpeg = samples::Encode(recipe);
-        jpeg.resize(jpeg.size() - 2);
+        jpeg.erase(jpeg.end() - 2, jpeg.end());
         // One code, 0, for an end-of-band run of 16384 blocks.
         Bytes scan(18);
         scan[0] = 0x10;
