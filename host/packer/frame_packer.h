@@ -29,7 +29,8 @@ struct SourcePlanes {
 
 // One viewer's packer. A picture keeps its proportions: it is shown as large as it fits, in the middle, and
 // what is left of the size asked for is black. Sizes of the source may change from picture to picture; as
-// long as they do not, a picture costs no memory that was not there before. One thread.
+// long as they do not, a picture costs no memory that was not there before, but for what the encoder takes
+// while it works. One thread.
 class FramePacker {
 public:
     FramePacker(const PackerParameters& parameters, PackerCounters& counters);

@@ -68,7 +68,8 @@ void PlaneScaler::Scale(const std::uint8_t* from, std::ptrdiff_t stride, const P
     std::uint16_t* const sums = m_sums.data();
     for (int row = 0; row < m_rows.to; ++row) {
         // Down first: whole rows of the source into one row of sums, which stay below 2^16.
-        const std::uint16_t* weight = &m_rows.weights[static_cast<std::size_t>(row * m_rows.taps)];
+        const std::uint16_t* weight =
+            &m_rows.weights[static_cast<std::size_t>(row) * static_cast<std::size_t>(m_rows.taps)];
         const std::uint8_t* source = from + m_rows.first[static_cast<std::size_t>(row)] * stride;
         std::fill_n(sums, width, std::uint16_t{kOne / 2});
         for (int tap = 0; tap < m_rows.taps; ++tap, source += stride) {
