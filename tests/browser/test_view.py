@@ -74,6 +74,7 @@ class ViewTest(case.BrowserCase):
         self.see_rate_and_quality()
         self.turn_and_zoom()
         self.see_it_on_a_phone()
+        self.lose_and_find_the_host()
         self.lose_and_find_a_picture()
         self.end(self.host, browser)
 
@@ -129,6 +130,14 @@ class ViewTest(case.BrowserCase):
         browser.size(360, 640, phone=True)
         self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
         browser.size(1280, 800)
+
+    def lose_and_find_the_host(self):
+        self.browser.open(self.host.address("/view/clock"))
+        self.wait_live("the clock")
+        self.host.kill()
+        self.browser.wait("the loss is told", lambda: self.look()["state"] == "lost", 5)
+        self.host.start()
+        self.wait_live("the clock again, without a reload")
 
     def lose_and_find_a_picture(self):
         browser = self.browser

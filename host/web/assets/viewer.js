@@ -9,6 +9,8 @@ import { setText } from "./view.js";
 import { WHOLE, percentText, zoomInto, zoomAround, isWhole } from "./zoom.js";
 
 const RETRY_MS = 1000;
+const RETRY_LATER_MS = 5000;
+const ASK_TIMEOUT_MS = 1500;
 const RATE_WINDOW_MS = 3000;
 const SILENCE_MS = 4000; // the host says something each second
 const LEAST_DRAG_PX = 12; // less is a click
@@ -203,23 +205,42 @@ function connect() {
     own.onclose = () => socket === own && lose();
 }
 
-let gone = false;
 function lose() {
     socket?.close();
     socket = null;
-    if (gone) {
-        say("offline", "Gone", "This source is no more", "The page looks for it from time to time.");
+    say("lost", "Lost", "Connection to the host lost", "Trying again");
+    // A host that takes the socket and shows nothing is not to be hammered.
+    setTimeout(askHost, drawn ? 0 : RETRY_LATER_MS);
+}
+
+// A plain request before each new socket tells a host that is away from a source that is, and a browser slows down
+// sockets that are refused one after the other.
+async function askHost() {
+    let status = 0;
+    try {
+        const answer = await fetch(location.pathname, {
+            method: "HEAD", cache: "no-store", signal: AbortSignal.timeout(ASK_TIMEOUT_MS),
+        });
+        status = answer.status;
+    } catch {
+        // No answer: the host is down or out of reach.
+    }
+    if (status === 200) {
+        connect();
+        return;
+    }
+    if (status === 404) {
+        say("offline", "Gone", "There is no such source any more", "The page looks for it from time to time.");
+    } else if (status === 401 || status === 403) {
+        say("lost", "Signed out", "The host asks for a sign-in", "Reload this page and sign in.");
     } else {
         say("lost", "Lost", "Connection to the host lost", "Trying again");
     }
-    setTimeout(connect, gone ? 5 * RETRY_MS : RETRY_MS);
-    gone = false;
+    setTimeout(askHost, status === 0 ? RETRY_MS : RETRY_LATER_MS);
 }
 
 function hear(message) {
-    if (message.type === "gone") {
-        gone = true;
-    } else if (message.type === "view") {
+    if (message.type === "view") {
         hasPicture = message.picture;
         showState();
     }
