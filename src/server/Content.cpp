@@ -1,15 +1,81 @@
-// What this component has to say to whoever asks by path. It has nothing to say yet.
+// What this component has to say to whoever asks by path: the midlets' archives. The settings and the mobile
+// page are still to come.
 
+#include <algorithm>
+#include <string>
+
+#include "runtime/trace/Trace.h"
+#include "server/HTTPHeader.h"
+#include "server/RequestAuth.h"
+#include "server/SplitPath.h"
 #include "server/UploadServer.h"
 
-HRESULT CUploadServer::Request(const char16_t*, BSTR*, BSTR*) {
-    return E_NOTIMPL;
+namespace {
+
+// What stands in front of a handler's tail: "mobile".
+constexpr std::size_t kPathWordLength = 6;
+
+} // namespace
+
+// Both texts are made before the first one is replaced, so a lack of memory leaves both as they were.
+void CUploadServer::StoreContent(platform::Bstr content, platform::Bstr contentHead, BSTR* body, BSTR* head) {
+    SysFreeString(*body);
+    SysFreeString(*head);
+    *body = content.Detach();
+    *head = contentHead.Detach();
 }
 
-HRESULT CUploadServer::GetContent(BSTR, BSTR*, BSTR*) {
-    return E_NOTIMPL;
+HRESULT CUploadServer::GetSetContent(bool, BSTR path, BSTR* body, BSTR* head) {
+    return StatusOf([&] {
+        TRASSDO(body&&head, return E_POINTER);
+        platform::Bstr rest;
+        const platform::Bstr segment = SplitPath(platform::Bstr::CopyOf(path), rest, false);
+        if (segment.View() == u"Sendora.jar")
+            return GetMidletArchive(kUploadMidlet, rest.View(), body, head);
+        if (segment.View() == u"Viewlander.jar")
+            return GetMidletArchive(kViewingMidlet, rest.View(), body, head);
+        return E_NOTIMPL;
+    });
 }
 
-HRESULT CUploadServer::SetContent(BSTR, BSTR*, BSTR*) {
-    return E_NOTIMPL;
+HRESULT CUploadServer::GetContent(BSTR path, BSTR* body, BSTR* head) {
+    return GetSetContent(false, path, body, head);
+}
+
+HRESULT CUploadServer::SetContent(BSTR path, BSTR* body, BSTR* head) {
+    return GetSetContent(true, path, body, head);
+}
+
+// The content type alone goes to the set side, which looks for that line in a whole head and so refuses a
+// "POST": the web cannot change settings. Who may do so has IConfiguration.
+HRESULT CUploadServer::Request(const char16_t* szPath, BSTR* body, BSTR* head) {
+    return StatusOf([&] {
+        TRASSDO(body&&head, return E_POINTER);
+        CHTTPHeader oHTTPHeader;
+        if (!oHTTPHeader.Parse(platform::ToNarrow(platform::ViewOf(*head), platform::kCodePageThread)))
+            return E_INVALIDARG;
+        platform::Bstr contentType(
+            platform::ToWide(oHTTPHeader.GetParam("content-type"), platform::kCodePageThread));
+
+        const std::u16string_view path = szPath == nullptr ? std::u16string_view() : szPath;
+        std::u16string strTail(TrimSlashes(path.substr(std::min(kPathWordLength, path.size()))));
+        CRequestAuth oAuth;
+        // Behind whatever the query names itself, so that the host's word counts. Without credentials the
+        // path says so by having none.
+        if (SUCCEEDED(m_spWebHandlerHost->GetRequestAuth(*head, &oAuth))) {
+            strTail += strTail.find(u'?') == std::u16string::npos ? u'?' : u'&';
+            strTail += u"login=";
+            strTail += platform::ViewOf(oAuth.bstrLogin);
+            strTail += u"&password=";
+            strTail += platform::ViewOf(oAuth.bstrPassword);
+        }
+
+        BSTR text = contentType.Detach();
+        const HRESULT hr = GetSetContent(oHTTPHeader.IsPost(), platform::Bstr(strTail).Get(), body, &text);
+        contentType = platform::Bstr::Adopt(text);
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        // The old head stays the host's to free.
+        *head = platform::Bstr(u"content-type: " + std::u16string(contentType.View()) + u"\n").Detach();
+        return S_OK;
+    });
 }

@@ -1,7 +1,9 @@
 // The server object: the one thing of this component that a host sees.
 #pragma once
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +14,7 @@
 #include "interfaces/IVideoSource.h"
 #include "interfaces/IWebHandler.h"
 #include "interfaces/IWebServer.h"
+#include "midlet/MakeJar.h"
 #include "platform/com.h"
 #include "platform/sync.h"
 #include "platform/text.h"
@@ -78,9 +81,19 @@ private:
     template <class Call>
     void ForEachName(Call call);
 
+    // Content.cpp. `bSet` says whether the body is to be taken over first.
+    HRESULT GetSetContent(bool bSet, BSTR path, BSTR* body, BSTR* head);
+    static void StoreContent(platform::Bstr content, platform::Bstr contentHead, BSTR* body, BSTR* head);
+
+    // Archives.cpp
+    HRESULT GetMidletArchive(std::uint16_t nResource, std::u16string_view query, BSTR* body, BSTR* head);
+    std::optional<std::string> TypeForUpload(std::u16string_view login, std::u16string_view password);
+    std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& params, const char* szFormat);
+
     // Members go in the reverse of this order: the registration first, the subscriber last.
     platform::ComPtr<IVideoSourceSink> m_spVideoSourceSink; // changed under m_oLock
     CamTable m_oCams;                                       // guarded by m_oLock
+    std::u16string m_strHost; // host and port that phones connect to; guarded by m_oLock
     platform::CriticalSection m_oLock;
     platform::OnceComPtr<IWebServer> m_spWebServer;       // set by the first viewing connection that finds it
     platform::ComPtr<IWebHandlerHost> m_spWebHandlerHost; // set once, before anybody else has the object

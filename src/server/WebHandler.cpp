@@ -6,6 +6,7 @@
 #include "platform/threads.h"
 #include "runtime/trace/Trace.h"
 #include "server/HTTPHeader.h"
+#include "server/RequestAuth.h"
 #include "server/SplitPath.h"
 #include "server/UploadServer.h"
 
@@ -17,18 +18,6 @@ constexpr std::u16string_view kStreamWord = u"mobile/video";
 std::u16string_view PathOf(const char16_t* szPath) noexcept {
     return szPath == nullptr ? std::u16string_view{} : std::u16string_view(szPath);
 }
-
-// Owner of what GetRequestAuth fills.
-struct CRequestAuth : SRequestAuth {
-    CRequestAuth() = default;
-    CRequestAuth(const CRequestAuth&) = delete;
-    CRequestAuth& operator=(const CRequestAuth&) = delete;
-    ~CRequestAuth() {
-        CoTaskMemFree(pData);
-        SysFreeString(bstrLogin);
-        SysFreeString(bstrPassword);
-    }
-};
 
 } // namespace
 

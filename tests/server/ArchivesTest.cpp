@@ -1,0 +1,178 @@
+#include "server/UploadServer.h"
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interfaces/ComponentDoor.h"
+#include "platform/resources.h"
+#include "platform/text.h"
+#include "runtime/archive/Archive.h"
+#include "server/ParseQuery.h"
+#include "support/FakeWebHost.h"
+#include "support/RecordingLog.h"
+#include "support/Zip.h"
+#include "tools/rescomp/image_writer.h"
+
+namespace {
+
+using platform::Bstr;
+using platform::ComPtr;
+using support::RecordingLog;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+TEST(ParseQuery, TakesTheLastValueOfEachKeyAsItIs) {
+    const std::pair<std::u16string, QueryMap> rows[] = {
+        {u"", {}},
+        {u"&&", {}},
+        {u"a", {{u"a", u""}}},
+        {u"a=", {{u"a", u""}}},
+        {u"=x&=&a=1", {{u"a", u"1"}}},
+        {u"a=b=c&A=%41+", {{u"A", u"%41+"}, {u"a", u"b=c"}}},
+        {u"a=1&b=2&a=3&", {{u"a", u"3"}, {u"b", u"2"}}},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(expected, ParseQuery(text)) << platform::ToUtf8(text);
+}
+
+std::string ManifestOf(std::string_view archive) {
+    const ArchivePtr handle(
+        OpenArchive(archive.data(), static_cast<std::uint32_t>(archive.size()), kSourceMemory, nullptr));
+    SArchiveEntry entry;
+    if (!handle ||
+        FindArchiveItem(handle->pReader, u"META-INF/manifest.mf", true, nullptr, &entry) != kArchiveOk)
+        return "none";
+    std::string text(entry.nUncompressedSize, '\0');
+    ReadArchiveItem(handle->pReader, entry.nIndex, text.data(), entry.nUncompressedSize);
+    return text;
+}
+
+class Archives : public testing::Test {
+protected:
+    Archives() : m_log(RecordingLog::Fresh()) {
+        const std::string archive =
+            support::Zip({{"META-INF/MANIFEST.MF", "old"}, {"Quillstart.class", "c"}});
+        m_image = rescomp::BuildImage(
+            {{{u"JAR"}, {kUploadMidlet}, 0, 0, archive}, {{u"JAR"}, {kViewingMidlet}, 0, 0, archive}});
+        platform::AddResourceInstance(Bytes());
+        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                   IUploadServer::iid, m_server.ReceiveVoid()));
+        EXPECT_EQ(S_OK, AddCameraUntilSettings(m_server.Get(), u"yard", u"320x240", u"secret"));
+        EXPECT_EQ(S_OK, AddCameraUntilSettings(m_server.Get(), u"open", u"160x120", u""));
+        m_configuration = m_server.Query<IConfiguration>();
+    }
+    ~Archives() override {
+        m_host.script.handler = nullptr;
+        m_configuration = nullptr;
+        m_server = nullptr;
+        RevokeComponentClasses();
+        platform::RemoveResourceInstance(Bytes().data());
+    }
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
+        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
+    }
+
+    RecordingLog& m_log;
+    std::string m_image;
+    support::WebHostClass m_host;
+    ComPtr<IUploadServer> m_server;
+    ComPtr<IConfiguration> m_configuration;
+};
+
+TEST_F(Archives, GoToWhoMayHaveThem) {
+    struct Row {
+        std::u16string path;
+        HRESULT hr;
+        std::string line; // of the manifest
+    };
+    const Row rows[] = {
+        {u"Sendora.jar?JarName=S&login=yard&password=secret", S_OK,
+         "LOGIN: yard\r\nPSW: secret\r\nSRV: \r\nFORMAT: 320x240\r\n"},
+        {u"Sendora.jar?login=open&password=", S_OK, "SRV: \r\nFORMAT: 160x120\r\n"},
+        {u"Sendora.jar/login=yard&password=secret", S_OK, "FORMAT: 320x240\r\n"},
+        {u"Send%6Fra.jar?login=yard&password=x&password=secret", S_OK, "PSW: secret\r\n"},
+        {u"Sendora.jar?login=yard&password=Secret", E_ACCESSDENIED, ""},
+        {u"Sendora.jar?login=Yard&password=secret", E_ACCESSDENIED, ""},
+        {u"Sendora.jar?login=yard", E_ACCESSDENIED, ""},
+        {u"Sendora.jar", E_ACCESSDENIED, ""},
+        {u"Viewlander.jar?login=any&password=one", S_OK, "LOGIN: any\r\nPSW: one\r\nSRV: \r\nCAMLIST: "},
+        {u"Viewlander.jar?login&password", S_OK, "Quillstart\r\nSRV: \r\nCAMLIST: "},
+        {u"Viewlander.jar?password=x", E_ACCESSDENIED, ""},
+        {u"Viewlander.jar?JarName=-x&login=a&password=b", E_FAIL, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(platform::ToUtf8(row.path));
+        BSTR body = Bstr(u"body").Detach();
+        BSTR head = Bstr(u"head").Detach();
+        EXPECT_EQ(row.hr, m_configuration->GetContent(Bstr(row.path).Get(), &body, &head));
+        const Bstr bodyOwner = Bstr::Adopt(body);
+        const Bstr headOwner = Bstr::Adopt(head);
+        if (row.hr == S_OK) {
+            EXPECT_EQ(u"application/java-archive", headOwner.View());
+            EXPECT_THAT(ManifestOf(bodyOwner.Bytes()), HasSubstr(row.line));
+        } else {
+            EXPECT_EQ(u"body", bodyOwner.View());
+            EXPECT_EQ(u"head", headOwner.View());
+        }
+    }
+    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: bResult\n"));
+}
+
+TEST_F(Archives, AreRequestedWithTheCredentialsThatTheHostKnows) {
+    const std::u16string get = u"GET /x HTTP/1.1\r\nHost: h\r\n\r\n";
+    struct Row {
+        const char16_t* path;
+        std::u16string head;
+        HRESULT auth, hr;
+    };
+    const Row rows[] = {
+        {u"mobile/Sendora.jar?JarName=S", get, S_OK, S_OK},
+        {u"mobile//Sendora.jar//", get, S_OK, S_OK},
+        {u"mobile/Sendora.jar?login=open&password=", get, S_OK, S_OK}, // yard's all the same
+        {u"mobile/Sendora.jar?JarName=S", get, E_ACCESSDENIED, E_ACCESSDENIED},
+        {u"mobile/Sendora.jar", u"GET /x", S_OK, E_INVALIDARG},
+        {u"mobile/Sendora.jar", u"", S_OK, E_INVALIDARG},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(platform::ToUtf8(row.path));
+        m_host.script.authResult = row.auth;
+        const Bstr sent(row.head);
+        BSTR body = nullptr;
+        BSTR head = sent.Get();
+        EXPECT_EQ(row.hr, m_host.script.handler->Request(row.path, &body, &head));
+        const Bstr bodyOwner = Bstr::Adopt(body);
+        if (row.hr != S_OK) {
+            EXPECT_EQ(sent.Get(), head);
+            EXPECT_TRUE(bodyOwner.IsNull());
+            continue;
+        }
+        EXPECT_EQ(u"content-type: application/java-archive\n", Bstr::Adopt(head).View());
+        EXPECT_THAT(ManifestOf(bodyOwner.Bytes()), HasSubstr("LOGIN: yard\r\nPSW: secret\r\n"));
+    }
+    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"));
+}
+
+// Each gets his own, whatever the order in which they come to the lock.
+TEST_F(Archives, AreMadeOneAtATimeForManyAtOnce) {
+    std::vector<std::jthread> threads;
+    for (int n = 0; n < 10; ++n)
+        threads.emplace_back([this, n] {
+            const std::string login = "login" + std::to_string(n);
+            const Bstr path(platform::FromUtf8("Viewlander.jar?JarName=same&password=p&login=" + login));
+            BSTR body = nullptr;
+            BSTR head = nullptr;
+            EXPECT_EQ(S_OK, m_configuration->GetContent(path.Get(), &body, &head));
+            SysFreeString(head);
+            EXPECT_THAT(ManifestOf(Bstr::Adopt(body).Bytes()), HasSubstr("\r\nLOGIN: " + login + "\r\n"));
+        });
+    threads.clear();
+    EXPECT_THAT(m_log.Texts(), IsEmpty());
+}
+
+} // namespace
