@@ -33,7 +33,8 @@ const std::string_view kHelpText =
   --max-connections N    connections that the web server holds at once (1024)
   --max-per-address N    and from one address (256); an upload stops counting once it has begun
 
-Cameras stand in DIR/cameras: a line each, name, type (320x240 or 160x120) and password, separated by tabs.
+Cameras, passwords and language are changed at http://ADDR:PORT/settings. A file DIR/cameras, with a line each of name, type
+(320x240 or 160x120) and password, separated by tabs, is taken into the settings at the start.
 Ends with 0; with --demo only if every picture that the simulated phones sent has arrived. 1: it could not start, or
 pictures were lost. 2: arguments that make no sense.
 )";

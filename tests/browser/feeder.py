@@ -5,6 +5,7 @@ import socket
 import struct
 import threading
 import time
+import urllib.parse
 
 RECORD_BYTES = 131
 PASSWORD_OFFSET = 67
@@ -56,7 +57,7 @@ class Feeder(threading.Thread):
     def _converse(self, connection):
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         credentials = base64.b64encode(f"{self.login}:{self.password}".encode()).decode()
-        head = f"POST /mobile/video/{self.login} HTTP/1.1\r\nAuthorization: Basic {credentials}\r\n\r\n"
+        head = f"POST /mobile/video/{urllib.parse.quote(self.login)} HTTP/1.1\r\nAuthorization: Basic {credentials}\r\n\r\n"
         record = bytearray(RECORD_BYTES)
         password = self.password.encode()
         record[PASSWORD_OFFSET : PASSWORD_OFFSET + len(password)] = password

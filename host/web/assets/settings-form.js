@@ -2,43 +2,51 @@
 // one that an `add` points to is a list with entries, everything else groups what stands in it.
 
 import { labelOf, make, makeField } from "./settings-fields.js";
-import { nodeText, selectOne } from "./settings-rules.js";
+import { nodeText, ownText, problemOf, selectOne } from "./settings-rules.js";
 import { hintOf, isKnown, text } from "./settings-text.js";
 
 const FILTER_FROM = 12; // entries, from which on a list can be searched
+// Of a long list, entries get their controls when they come close to the screen: a browser takes seconds for a thousand.
+const AT_ONCE = 100;
+const CLOSE = "800px";
 
 const isHidden = (element) => element.getAttribute("hidden") === "true";
 const isValue = (element) => element.hasAttribute("type");
 
-// The fields of all values below an element, by their path from it ("Name"); choices of a value are no values.
-function fieldsBelow(element, page, prefix = "", fields = new Map()) {
+// The elements of all values below an element, by their path from it ("Name"); choices of a value are no values.
+function valuesBelow(element, prefix = "", values = new Map()) {
     for (const child of element.children) {
         if (isHidden(child)) {
             continue;
         }
         if (isValue(child)) {
             let path = prefix + child.nodeName;
-            for (let number = 2; fields.has(path); number += 1) {
+            for (let number = 2; values.has(path); number += 1) {
                 path = `${prefix}${child.nodeName}[${number}]`;
             }
-            fields.set(path, makeField(child, page));
+            values.set(path, child);
         } else {
-            fieldsBelow(child, page, `${prefix}${child.nodeName}/`, fields);
+            valuesBelow(child, `${prefix}${child.nodeName}/`, values);
         }
     }
-    return fields;
+    return values;
+}
+
+function makeFields(values, page) {
+    return new Map([...values].map(([path, element]) => [path, makeField(element, page)]));
 }
 
 // An entry of a list, such as a camera.
 class Entry {
+    #fields = null; // by path, once they are needed
+
     constructor(list, element, added) {
         this.list = list;
         this.element = element;
         this.added = added;
         this.removed = false;
         this.key = list.keyOf(element); // by which it is found in another version of the document
-        this.fields = fieldsBelow(element, list.form.page);
-        this.fields.forEach((field) => list.form.entryOf.set(field, this));
+        this.values = valuesBelow(element);
 
         this.caption = make("h4", { className: "entry-name" });
         this.badge = make("p", { className: "badge", hidden: true });
@@ -46,7 +54,7 @@ class Entry {
         this.remove.addEventListener("click", () => list.toggle(this));
         this.remove.hidden = element.getAttribute("removable") !== "true";
         // A form of its own: browsers take two passwords in one form for a new one and its repetition.
-        this.body = make("form", { className: "fields", noValidate: true, autocomplete: "off" }, ...[...this.fields.values()].map((field) => field.root));
+        this.body = make("form", { className: "fields", noValidate: true, autocomplete: "off" });
         this.root = make(
             "li", { className: "entry" },
             make("div", { className: "entry-head" }, this.caption, this.badge, this.remove), this.body,
@@ -54,8 +62,22 @@ class Entry {
         this.render();
     }
 
+    get fields() {
+        if (this.#fields === null) {
+            this.#fields = makeFields(this.values, this.list.form.page);
+            this.#fields.forEach((field) => this.list.form.entryOf.set(field, this));
+            this.body.append(...[...this.#fields.values()].map((field) => field.root));
+        }
+        return this.#fields;
+    }
+
+    // Without making any.
+    get fieldsSoFar() {
+        return this.#fields === null ? [] : [...this.#fields.values()];
+    }
+
     get changed() {
-        return [...this.fields.values()].some((field) => field.changed);
+        return this.fieldsSoFar.some((field) => field.changed);
     }
 
     get name() {
@@ -119,6 +141,21 @@ class List {
     #enter(entry) {
         this.entries.push(entry);
         this.items.append(entry.root);
+        if (this.entries.length <= AT_ONCE) {
+            void entry.fields;
+        } else {
+            this.observer ??= new IntersectionObserver((sightings) => this.#sight(sightings), { rootMargin: CLOSE });
+            this.observer.observe(entry.root);
+        }
+    }
+
+    #sight(sightings) {
+        for (const { isIntersecting, target } of sightings) {
+            if (isIntersecting) {
+                this.observer.unobserve(target);
+                void this.entries.find((entry) => entry.root === target)?.fields;
+            }
+        }
     }
 
     get changed() {
@@ -209,18 +246,19 @@ export class SettingsForm {
             const list = selectOne(template.getAttribute("add"), template);
             templates.set(list, [...(templates.get(list) ?? []), template]);
         }
-        this.values = new Map(); // fields outside of lists, by their path from the root
+        const values = new Map();
         this.lists = [];
         this.entryOf = new WeakMap(); // the entry of a field that stands in a list
         for (const child of children.filter((other) => !other.hasAttribute("add"))) {
             if (isValue(child)) {
-                this.values.set(child.nodeName, makeField(child, this.page));
+                values.set(child.nodeName, child);
             } else if (templates.has(child) || child.hasAttribute("KeyXPath")) {
                 this.lists.push(new List(this, child, templates.get(child) ?? []));
             } else {
-                fieldsBelow(child, this.page, `${child.nodeName}/`, this.values);
+                valuesBelow(child, `${child.nodeName}/`, values);
             }
         }
+        this.values = makeFields(values, this.page); // fields outside of lists, by their path from the root
     }
 
     #edited(field) {
@@ -236,14 +274,17 @@ export class SettingsForm {
         this.report(field);
     }
 
+    *#present() {
+        for (const list of this.lists) {
+            yield* list.entries.filter((entry) => !entry.removed);
+        }
+    }
+
+    // Those that have been made so far.
     *fields() {
         yield* this.values.values();
-        for (const list of this.lists) {
-            for (const entry of list.entries) {
-                if (!entry.removed) {
-                    yield* entry.fields.values();
-                }
-            }
+        for (const entry of this.#present()) {
+            yield* entry.fieldsSoFar;
         }
     }
 
@@ -258,14 +299,14 @@ export class SettingsForm {
     // What is to be seen of the values, to tell whether another form holds the same. Of passwords only whether there is
     // one: those that were sent come back as marks.
     get fingerprint() {
-        const seen = (fields) => [...fields].map(([path, field]) => {
-            return [path, field.element.hasAttribute("password") ? field.value !== "" : field.value];
+        const seen = (values) => [...values].map(([path, element]) => {
+            return [path, element.hasAttribute("password") ? ownText(element) !== "" : ownText(element)];
         });
         const lists = this.lists.map((list) => {
             const present = list.entries.filter((entry) => !entry.removed);
-            return present.map((entry) => JSON.stringify(seen(entry.fields))).sort();
+            return present.map((entry) => JSON.stringify(seen(entry.values))).sort();
         });
-        return JSON.stringify([seen(this.values), lists]);
+        return JSON.stringify([seen([...this.values].map(([path, field]) => [path, field.element])), lists]);
     }
 
     // Where a control stands, in words that another form understands.
@@ -288,15 +329,26 @@ export class SettingsForm {
     // Checks every value; returns the fields that have something wrong.
     check() {
         const seen = new Map();
+        for (const entry of this.#present()) {
+            if (entry.fieldsSoFar.length === 0 && [...entry.values.values()].some((value) => problemOf(value, seen))) {
+                void entry.fields;
+            }
+        }
         return [...this.fields()].filter((field) => !field.check(seen));
     }
 
     // Shows what the host found wrong: a path, a key of the page's texts, and words for a page without it. Returns the fields concerned.
     showProblems(problems) {
+        const elements = problems.map(({ path }) => selectOne(path, this.document.documentElement));
+        for (const entry of this.#present()) {
+            if ([...entry.values.values()].some((value) => elements.includes(value))) {
+                void entry.fields;
+            }
+        }
         const byElement = new Map([...this.fields()].map((field) => [field.element, field]));
         const concerned = [];
-        for (const { path, key, text: words } of problems) {
-            const field = byElement.get(selectOne(path, this.document.documentElement));
+        for (const [index, { key, text: words }] of problems.entries()) {
+            const field = byElement.get(elements[index]);
             if (field !== undefined) {
                 field.showProblem(isKnown(key) ? text(key) : words);
                 concerned.push(field);
@@ -331,7 +383,7 @@ export class SettingsForm {
         }
         for (const list of this.lists) {
             for (const entry of list.entries) {
-                const fields = entry.added ? [...entry.fields] : changed(entry.fields);
+                const fields = entry.added ? [...entry.fields] : entry.changed ? changed(entry.fields) : [];
                 if (entry.added || entry.removed || fields.length > 0) {
                     found.push({
                         what: entry.added ? "added" : entry.removed ? "removed" : "changed",

@@ -31,19 +31,26 @@ class HostError extends Error {
 async function ask(method, path, { body, headers = {}, json = false } = {}) {
     let answer;
     try {
-        answer = await fetch(path, {
+        // An address with a sign-in in it, as people keep it for a bookmark, is no base for a request.
+        answer = await fetch(new URL(path, location.origin), {
             method, body, cache: "no-store",
             headers: { ...headers, ...(host === null ? {} : { "X-Settings-Token": host.token }) },
         });
         const content = await answer.text();
         if (answer.ok) {
-            return { content: json ? JSON.parse(content) : content, version: answer.headers.get("ETag") };
+            return { content: json ? JSON.parse(content) : content, version: answer.headers.get("ETag"),
+                written: answer.headers.get("X-Settings-Written") !== "no" };
         }
         const told = answer.headers.get("Content-Type")?.startsWith("application/json") ? JSON.parse(content) : {};
         throw new HostError(answer.status, told.problems ?? [], told.text ?? content.trim());
     } catch (error) {
         throw error instanceof HostError ? error : new HostError(0, [], String(error));
     }
+}
+
+async function readState() {
+    host = (await ask("GET", "/settings/state", { json: true })).content;
+    host.language.configured ||= host.language.active; // while none is chosen
 }
 
 // A restarted host has a new token. The person is asked for nothing as long as the sign-in holds.
@@ -54,7 +61,7 @@ async function askWithToken(...question) {
         if (error.status !== 403) {
             throw error;
         }
-        host = (await ask("GET", "/settings/state", { json: true })).content;
+        await readState();
         return await ask(...question);
     }
 }
@@ -77,6 +84,9 @@ function showBanner(words, kind = "bad") {
     page.banner.hidden = words === "";
     page.banner.dataset.kind = kind;
     page.banner.textContent = words;
+    if (words !== "") {
+        page.banner.scrollIntoView({ block: "center" });
+    }
 }
 
 function showForm(content, newVersion) {
@@ -108,9 +118,6 @@ function showLanguages() {
         option.lang = code;
         return option;
     }));
-    if (!choices.some(({ code }) => code === configured)) {
-        page.language.prepend(new Option("–", "")); // none was chosen yet
-    }
     page.language.value = configured;
 }
 
@@ -121,7 +128,8 @@ function renderBar() {
     const changed = isChanged();
     const state = busy ? "busy" : changed ? "changed" : "same";
     page.bar.dataset.state = state;
-    page.save.disabled = busy || !changed;
+    // Not `disabled`: that would take the focus away from who has just pressed it.
+    page.save.setAttribute("aria-disabled", String(busy || !changed));
     page.discard.disabled = busy || !changed;
     page.discard.hidden = !changed;
     const words = said ?? (busy ? text("saving") : changed ? text("unsaved") : text("allSaved"));
@@ -157,7 +165,7 @@ async function readSecret(number) {
 async function load() {
     showMessage(text("loading"));
     try {
-        host = (await ask("GET", "/settings/state", { json: true })).content;
+        await readState();
         setLanguage(host.language.active);
         translatePage();
         showLanguages();
@@ -203,7 +211,9 @@ async function sendDocument() {
         answer = await send();
     }
     showForm(answer.content, answer.version);
-    if (form.fingerprint !== sent) {
+    if (!answer.written) {
+        showBanner(text("notOnDisk"));
+    } else if (form.fingerprint !== sent) {
         showBanner(text("keptDifferently"), "warn");
     }
     return true;
