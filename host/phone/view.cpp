@@ -90,7 +90,7 @@ private:
         if (!head.starts_with("HTTP/1.0 200 ") && !head.starts_with("HTTP/1.1 200 ")) {
             throw Ended{ViewEnd::Denied, HttpRefusal(head)};
         }
-        const std::string rest = head.substr(end + kEnd.size());
+        std::string rest = head.substr(end + kEnd.size());
         m_figures.bytes += rest.size();
         return rest;
     }
