@@ -127,7 +127,7 @@ inline constexpr std::size_t kElementAttributesLimit = 256;
 inline constexpr std::size_t kExpressionUnitsLimit = 65536;
 inline constexpr std::size_t kExpressionTokensLimit = 200;
 
-// Registers the class above in this process.
+// Registers the class above in this process, where it is from the start: for whoever has revoked it.
 MORROW_PLATFORM_API HRESULT RegisterConfigDocumentClass();
 
 } // namespace platform

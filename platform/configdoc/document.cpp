@@ -131,6 +131,9 @@ protected:
     }
 };
 
+// The class is there from the start, as those of a machine are.
+[[maybe_unused]] const HRESULT kRegistered = RegisterConfigDocumentClass();
+
 } // namespace
 
 HRESULT RegisterConfigDocumentClass() {

@@ -4,8 +4,25 @@
 #include <memory>
 #include <new>
 
+#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
+#include "Common/Configuration/config/CameraSchema.h"
 #include "camera/VideoFrame.h"
 #include "runtime/trace/Trace.h"
+
+namespace {
+
+// What is stored of a camera, in the order of its element's children.
+struct SField {
+    const char16_t* szName;
+    platform::Bstr CCam::*pText;
+};
+constexpr SField kFields[] = {
+    {u"Name", &CCam::m_bstrName},
+    {u"Type", &CCam::m_bstrType},
+    {u"Password", &CCam::m_bstrPassword},
+};
+
+} // namespace
 
 platform::ComPtr<CCam> CCam::Create() {
     return platform::ComObject<CCam>::Create();
@@ -36,6 +53,7 @@ HRESULT CCam::Disconnect(ICamSink* pCamSink) {
 HRESULT CCam::GetName(BSTR* szName) {
     return StatusOf([&] {
         TRASSDO(szName, return E_POINTER);
+        const platform::SectionGuard guard(m_cs);
         *szName = platform::Bstr(m_bstrName).Detach();
         return S_OK;
     });
@@ -49,6 +67,41 @@ HRESULT CCam::GetSetting(std::int32_t nSetting, SVariant* pValue) {
     pValue->vt = VT_BOOL;
     pValue->boolVal = IsConnected() ? 1 : 0;
     return S_OK;
+}
+
+CXmlConfigTree CCam::XmlClass(const CXmlConfigTree& oXmlConfigTree) {
+    XmlConfig::CXmlConfig oXmlConfig(nullptr, platform::Bstr(XmlConfig::kRootTemplate));
+    const HRESULT hr = oXmlConfig.Load(nullptr, CameraSchemaText());
+    TRASSDO(SUCCEEDED(_ARE(hr)), return oXmlConfigTree);
+    TRASSDO((IConfigElement*)oXmlConfig && (IConfigElement*)oXmlConfigTree, return oXmlConfigTree);
+    (void)XmlConfig::CXmlConfig::Merge(oXmlConfigTree.Element(), oXmlConfig.Root(),
+                                       XmlConfig::CXmlConfig::eAppend);
+    return oXmlConfigTree;
+}
+
+HRESULT CCam::operator>>(IConfigElement* pElement) {
+    XmlClass(CXmlConfigTree(pElement, true));
+    HRESULT hr = S_OK;
+    for (const auto& [szName, pText] : kFields) {
+        hr = XmlConfig::SaveText(this->*pText, XmlConfig::SelectOrCreate(pElement, szName, true).Get());
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    }
+    return hr;
+}
+
+HRESULT CCam::operator<<(IConfigElement* pElement) {
+    HRESULT hr = S_OK;
+    for (const auto& [szName, pText] : kFields) {
+        platform::Bstr bstrText;
+        hr = XmlConfig::LoadText(bstrText, XmlConfig::SelectOrCreate(pElement, szName, true).Get());
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        if (bstrText == this->*pText && !(this->*pText).IsNull())
+            continue;
+        // The receive loop prints the name of a running upload.
+        const platform::SectionGuard guard(m_cs);
+        this->*pText = std::move(bstrText);
+    }
+    return hr;
 }
 
 void CCam::OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
 #include "camera/VMS.h"
 #include "interfaces/ICam.h"
 #include "interfaces/ICamSettings.h"
@@ -41,7 +42,16 @@ public:
     HRESULT GetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
     HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
 
-    // Written before the camera enters the server's table; read there under the server's lock.
+    // The camera's element in a configuration document. XmlClass puts the schema under the cursor's element:
+    // its attributes, and its children besides those that are there. On trouble the element stays as it was,
+    // and a report is all that tells of it.
+    static CXmlConfigTree XmlClass(const CXmlConfigTree& oXmlConfigTree);
+    // Writes the fields into a new element, or reads them from one, in the order below. A failure is reported
+    // and returned at once; fields before it have their new values.
+    HRESULT operator>>(IConfigElement* pElement);
+    HRESULT operator<<(IConfigElement* pElement);
+
+    // Changed while a document is loaded, read by connections and sinks: both under the server's lock.
     platform::Bstr m_bstrName;
     platform::Bstr
         m_bstrType; // "320x240" or "160x120": tells the phone what to send; the pipeline does not look at it

@@ -1,5 +1,5 @@
-// What this component has to say to whoever asks by path: the midlets' archives. The settings and the mobile
-// page are still to come.
+// What this component has to say to whoever asks by path: the midlets' archives and the settings. The mobile
+// page is still to come.
 
 #include <algorithm>
 #include <string>
@@ -25,7 +25,7 @@ void CUploadServer::StoreContent(platform::Bstr content, platform::Bstr contentH
     *head = contentHead.Detach();
 }
 
-HRESULT CUploadServer::GetSetContent(bool, BSTR path, BSTR* body, BSTR* head) {
+HRESULT CUploadServer::GetSetContent(bool bSet, BSTR path, BSTR* body, BSTR* head) {
     return StatusOf([&] {
         TRASSDO(body&&head, return E_POINTER);
         platform::Bstr rest;
@@ -34,6 +34,8 @@ HRESULT CUploadServer::GetSetContent(bool, BSTR path, BSTR* body, BSTR* head) {
             return GetMidletArchive(kUploadMidlet, rest.View(), body, head);
         if (segment.View() == u"Viewlander.jar")
             return GetMidletArchive(kViewingMidlet, rest.View(), body, head);
+        if (segment.View() == u"config")
+            return GetSetConfig(bSet, body, head);
         return E_NOTIMPL;
     });
 }

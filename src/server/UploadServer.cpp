@@ -1,7 +1,5 @@
 #include "server/UploadServer.h"
 
-#include <vector>
-
 #include "runtime/trace/Trace.h"
 
 namespace {
@@ -22,24 +20,14 @@ CUploadServer::~CUploadServer() {
 }
 
 HRESULT CUploadServer::FinalConstruct() {
+    // Without settings that can be read there are no cameras, and an object that takes new ones.
+    (void)StatusOf([&] { return Load(); });
     HRESULT hr = platform::CoCreateInstance(kWebHandlerHostClass, nullptr, platform::kContextAll,
                                             IWebHandlerHost::iid, m_spWebHandlerHost.ReceiveVoid());
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
     hr = m_spWebHandlerHost->RegisterHandler(kPathWord, this);
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
     return S_OK;
-}
-
-// Calls with a fresh copy of each camera's name, in table order. The names are taken first: a sink may change
-// the table from inside its call.
-template <class Call>
-void CUploadServer::ForEachName(Call call) {
-    std::vector<platform::Bstr> aNames;
-    aNames.reserve(m_oCams.size());
-    for (const auto& entry : m_oCams)
-        aNames.emplace_back(entry.first);
-    for (const auto& name : aNames)
-        call(name.Get());
 }
 
 HRESULT CUploadServer::Subscribe(IVideoSourceSink* pVideoSourceSink) {

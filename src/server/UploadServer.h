@@ -6,7 +6,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "camera/Cam.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IInfo.h"
@@ -78,12 +80,21 @@ private:
     HRESULT StartViewing(std::u16string_view name, SOCKET hSocket, std::int32_t nAuthSize,
                          const std::uint8_t* pAuth);
     HRESULT FindWebServer();
+    // Calls with a fresh copy of each camera's name, in table order.
     template <class Call>
     void ForEachName(Call call);
 
     // Content.cpp. `bSet` says whether the body is to be taken over first.
     HRESULT GetSetContent(bool bSet, BSTR path, BSTR* body, BSTR* head);
     static void StoreContent(platform::Bstr content, platform::Bstr contentHead, BSTR* body, BSTR* head);
+
+    // Settings.cpp. The file is read when the object is made, and written after each set.
+    HRESULT Load();
+    HRESULT Save();
+    // Exchanges settings and document; S_OK always.
+    HRESULT XmlClass(XmlConfig::CXmlConfig& oXmlConfig, bool bStore);
+    void BindSettings(IConfigElement* pRoot, bool bStore);
+    HRESULT GetSetConfig(bool bSet, BSTR* body, BSTR* head);
 
     // Archives.cpp
     HRESULT GetMidletArchive(std::uint16_t nResource, std::u16string_view query, BSTR* body, BSTR* head);
@@ -98,3 +109,14 @@ private:
     platform::OnceComPtr<IWebServer> m_spWebServer;       // set by the first viewing connection that finds it
     platform::ComPtr<IWebHandlerHost> m_spWebHandlerHost; // set once, before anybody else has the object
 };
+
+template <class Call>
+void CUploadServer::ForEachName(Call call) {
+    // The names are taken first: a sink may change the table from inside its call.
+    std::vector<platform::Bstr> aNames;
+    aNames.reserve(m_oCams.size());
+    for (const auto& entry : m_oCams)
+        aNames.emplace_back(entry.first);
+    for (const auto& name : aNames)
+        call(name.Get());
+}

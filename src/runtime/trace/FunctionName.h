@@ -13,23 +13,43 @@ struct CFunctionName {
 
     constexpr CFunctionName(const char (&signature)[N]) {
         const std::string_view text(signature, N - 1);
-        const std::size_t nEnd = ParameterList(text);
-        const std::size_t nStart = NameStart(text, nEnd);
+        const std::size_t nOperator = OperatorSymbol(text);
+        const std::size_t nEnd = nOperator != 0 ? SymbolEnd(text, nOperator) : ParameterList(text);
         std::size_t nTo = 0;
-        int nDepth = 0;
-        for (std::size_t i = nStart; i < nEnd; ++i) {
-            if (text[i] == '<')
+        int nDepth = 0; // of template arguments
+        for (std::size_t i = NameStart(text, nOperator != 0 ? nOperator : nEnd); i < nEnd; ++i) {
+            // As it is written in a log: "CCam::operator >>". The return type leaves room for the blank.
+            if (i == nOperator && i != 0 && text[i] != '(')
+                szName[nTo++] = ' ';
+            const bool bName = nOperator == 0 || i < nOperator; // not the symbol, which may be a bracket
+            if (bName && text[i] == '<')
                 ++nDepth;
             if (nDepth == 0)
                 szName[nTo++] = text[i];
-            if (text[i] == '>')
+            if (bName && text[i] == '>')
                 --nDepth;
         }
     }
 
 private:
-    // The place of the "(" that opens the parameters: the first one outside template arguments that does not
-    // belong to the name "operator()".
+    // The place of the symbol of an operator function, behind the word; 0 for a function with a name.
+    static constexpr std::size_t OperatorSymbol(std::string_view text) {
+        constexpr std::string_view kWord = "::operator";
+        const std::size_t nEnd = text.find('(');
+        const std::size_t nWord = text.substr(0, nEnd).rfind(kWord);
+        if (nWord == std::string_view::npos)
+            return 0;
+        const std::size_t nSymbol = nWord + kWord.size();
+        constexpr std::string_view kSymbols = "<>=+-*/%&|^!~[(,";
+        return kSymbols.find(text[nSymbol]) != std::string_view::npos ? nSymbol : 0;
+    }
+
+    // "()" is a symbol, too.
+    static constexpr std::size_t SymbolEnd(std::string_view text, std::size_t nSymbol) {
+        return text.find('(', nSymbol + (text[nSymbol] == '(' ? 1 : 0));
+    }
+
+    // The place of the "(" that opens the parameters: the first one outside template arguments.
     static constexpr std::size_t ParameterList(std::string_view text) {
         int nDepth = 0;
         for (std::size_t i = 0; i < text.size(); ++i) {
@@ -37,7 +57,7 @@ private:
                 ++nDepth;
             else if (text[i] == '>')
                 --nDepth;
-            else if (text[i] == '(' && nDepth == 0 && !text.substr(0, i).ends_with("operator"))
+            else if (text[i] == '(' && nDepth == 0)
                 return i;
         }
         return text.size();

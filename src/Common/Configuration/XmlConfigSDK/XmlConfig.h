@@ -67,6 +67,7 @@ public:
     // Null when there is no document or it has no text.
     [[nodiscard]] platform::Bstr GetXml() const;
     [[nodiscard]] IConfigElement* Root() const noexcept { return m_spRoot.Get(); }
+    explicit operator IConfigElement*() const noexcept { return Root(); }
     [[nodiscard]] const platform::Bstr& Path() const noexcept { return m_bstrPath; }
 
     // Folds pRight, which stays as it is, into pLeft. The attributes of right overwrite left's. S_FALSE,

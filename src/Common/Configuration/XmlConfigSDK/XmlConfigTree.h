@@ -72,6 +72,7 @@ public:
     [[nodiscard]] CXmlConfigTree Root() const;
 
     [[nodiscard]] IConfigElement* Element() const noexcept { return m_spState->spElement.Get(); }
+    explicit operator IConfigElement*() const noexcept { return Element(); }
     [[nodiscard]] bool IsStore() const noexcept { return m_spState->bStore; }
 
     // The codes of CThreadArg under which a tag's policy and receiver reach the collection.
