@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "midlet/IniTree.h"
-#include "platform/resources.h"
 #include "platform/text.h"
+#include "support/OtherResources.h"
 #include "support/RecordingLog.h"
 #include "support/Zip.h"
-#include "tools/rescomp/image_writer.h"
 
 namespace {
 
@@ -105,32 +104,6 @@ TEST(Localize, AppendsTheModulesOwnTexts) {
     EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
-// Takes the module's resources away, puts an archive of the test's in their place, and turns it round at the
-// end.
-class OtherArchive {
-public:
-    explicit OtherArchive(const std::string& archive)
-        : m_real(platform::ModuleBytes(platform::ResourceInstances().at(0))),
-          m_image(rescomp::BuildImage({{{u"ZIP"}, {std::uint16_t{211}}, 0, 0, archive}})) {
-        platform::RemoveResourceInstance(m_real.data());
-        platform::AddResourceInstance(Bytes());
-    }
-    OtherArchive(const OtherArchive&) = delete;
-    OtherArchive& operator=(const OtherArchive&) = delete;
-    ~OtherArchive() {
-        platform::RemoveResourceInstance(Bytes().data());
-        platform::AddResourceInstance(m_real);
-    }
-    void Remove() { platform::RemoveResourceInstance(Bytes().data()); }
-
-private:
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
-        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
-    }
-    const std::span<const std::uint8_t> m_real;
-    const std::string m_image;
-};
-
 std::string Utf16(std::u16string_view text) {
     std::string bytes;
     for (const char16_t c : text)
@@ -174,7 +147,7 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         auto& log = RecordingLog::Fresh();
-        const OtherArchive other(row.archive);
+        const support::OtherResources other({support::Neutral(u"ZIP", 211, row.archive)});
         std::string manifest = "SRV: x\r\n";
         EXPECT_EQ(row.hr, Localize(manifest, "Sendora", row.language));
         if (row.hr == S_OK) {
@@ -185,8 +158,7 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
         }
     }
     auto& log = RecordingLog::Fresh();
-    OtherArchive none("");
-    none.Remove();
+    const support::OtherResources none({});
     std::string manifest;
     EXPECT_EQ(E_FAIL, Localize(manifest, "Sendora", 1033));
     EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: ptr\n"));

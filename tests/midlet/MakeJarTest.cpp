@@ -14,9 +14,9 @@
 #include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
+#include "support/OtherResources.h"
 #include "support/RecordingLog.h"
 #include "support/Zip.h"
-#include "tools/rescomp/image_writer.h"
 
 namespace {
 
@@ -25,37 +25,18 @@ using support::RecordingLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// What stands in the module's place: templates, and another tool where one is given.
-class Templates {
-public:
-    explicit Templates(const std::string& archive, const std::string& tool = "")
-        : m_real(platform::ModuleBytes(platform::ResourceInstances().at(0))) {
-        const auto real = [](const char16_t* type, std::uint16_t number) {
-            return std::string(platform::FindResource(type, number).value().Text());
-        };
-        m_image = rescomp::BuildImage(
-            {{{u"JAR"}, {kUploadMidlet}, 0, 0, archive},
-             {{u"JAR"}, {kViewingMidlet}, 0, 0, archive},
-             {{u"EXE"}, {std::uint16_t{209}}, 0, 0, tool.empty() ? real(u"EXE", 209) : tool},
-             {{u"ZIP"}, {std::uint16_t{211}}, 0, 0, real(u"ZIP", 211)}});
-        platform::RemoveResourceInstance(m_real.data());
-        platform::AddResourceInstance(Bytes());
-        fs::remove_all(platform::TemporaryFolder());
-    }
-    Templates(const Templates&) = delete;
-    Templates& operator=(const Templates&) = delete;
-    ~Templates() {
-        platform::RemoveResourceInstance(Bytes().data());
-        platform::AddResourceInstance(m_real);
-    }
-
-private:
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
-        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
-    }
-    const std::span<const std::uint8_t> m_real;
-    std::string m_image;
-};
+// Both templates are the same archive; a tool of the test's own where one is given. The temporary folder is
+// empty.
+std::vector<rescomp::Resource> Templates(const std::string& archive, const std::string& tool = "") {
+    const auto real = [](const char16_t* type, std::uint16_t number) {
+        return std::string(platform::FindResource(type, number).value().Text());
+    };
+    std::filesystem::remove_all(platform::TemporaryFolder());
+    using support::Neutral;
+    return {Neutral(u"JAR", kUploadMidlet, archive), Neutral(u"JAR", kViewingMidlet, archive),
+            Neutral(u"EXE", 209, tool.empty() ? real(u"EXE", 209) : tool),
+            Neutral(u"ZIP", 211, real(u"ZIP", 211))};
+}
 
 std::string Template() {
     return support::Zip({{"META-INF/MANIFEST.MF", "Manifest-Version: 1.0\r\nOld: yes\r\n"},
@@ -103,7 +84,7 @@ constexpr char kCameras[] = "CAMLIST: /xslt/enum/all?xslt=cameras.xsl\r\n"
                             "RANGES: /xslt/<hash>/ranges?xslt=archives.xsl\r\n";
 
 TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
-    const Templates templates(Template());
+    const support::OtherResources templates(Templates(Template()));
     struct Row {
         QueryMap params;
         std::u16string host;
@@ -156,7 +137,7 @@ TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
 }
 
 TEST(MakeJar, RefusesWhatIsNoFileNameOrWouldForgeLines) {
-    const Templates templates(Template());
+    const support::OtherResources templates(Templates(Template()));
     std::vector<QueryMap> rows;
     for (const std::u16string name :
          {u"../x", u"a/b", u"a\\b", u"-d", u".", u".hidden", u"a\nb", u"a\tb", u"a\u0085b"})
@@ -201,7 +182,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const Templates templates(Template(), row.tool);
+        const support::OtherResources templates(Templates(Template(), row.tool));
         auto& log = RecordingLog::Fresh();
         if (row.inTheWay != nullptr) {
             const std::string path = platform::TemporaryFolder() + row.inTheWay;
@@ -217,7 +198,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
         }
     }
     // The next build does not stumble over what is there, nor take it for its own.
-    const Templates templates(Template());
+    const support::OtherResources templates(Templates(Template()));
     ASSERT_EQ(S_OK, platform::CreateFolder(platform::TemporaryFolder() + "META-INF"));
     for (const char* const name : {"x.jar", "zip.exe", "META-INF/manifest.mf"})
         ASSERT_EQ(S_OK, platform::WriteWholeFile(platform::TemporaryFolder() + name, std::string(9999, 's')));
