@@ -1,0 +1,62 @@
+// The configuration document, as a set of the settings takes it: as text, and as bytes in a text's place.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "interfaces/ComponentDoor.h"
+#include "interfaces/IConfiguration.h"
+#include "platform/folders.h"
+#include "platform/text.h"
+#include "support/FakeWebHost.h"
+
+namespace {
+
+using platform::Bstr;
+using platform::ComPtr;
+
+void Require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+ComPtr<IConfiguration> CreateServer() {
+    // No folder: every save fails at once, and nothing is left behind.
+    platform::SetCommonDataFolder("/dev/null/settings");
+    static support::WebHostClass host;
+    Require(RegisterComponentClasses() == S_OK);
+    ComPtr<IConfiguration> configuration;
+    Require(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                       IConfiguration::iid, configuration.ReceiveVoid()) == S_OK);
+    return configuration;
+}
+
+Bstr Call(IConfiguration& configuration, bool set, const Bstr& document) {
+    BSTR body = Bstr(document).Detach();
+    BSTR head = Bstr(u"set\ncontent-type: text/xml\n").Detach();
+    const Bstr path(u"config");
+    const HRESULT hr = set ? configuration.SetContent(path.Get(), &body, &head)
+                           : configuration.GetContent(path.Get(), &body, &head);
+    SysFreeString(head);
+    Require(hr != E_FAIL && hr != E_UNEXPECTED);
+    return Bstr::Adopt(body);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const ComPtr<IConfiguration> configuration = CreateServer();
+    // Cameras of one run may not be seen by the next.
+    (void)Call(*configuration, true,
+               Bstr(u"<config><host type='BSTR'/><cams KeyXPath='Name/text()'/></config>"));
+
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    const bool isText = size % 2 == 0;
+    const Bstr answer =
+        Call(*configuration, true, isText ? Bstr(platform::FromUtf8(bytes)) : Bstr::FromBytes(bytes));
+    // The answer tells what is there, is a document that is taken in its turn, and changes nothing.
+    Require(answer == Call(*configuration, false, nullptr));
+    Require(answer == Call(*configuration, true, answer));
+    return 0;
+}

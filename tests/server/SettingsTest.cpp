@@ -1,0 +1,265 @@
+// The settings: their document, their file, and what becomes of cameras and phones when they change.
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interfaces/ComponentDoor.h"
+#include "platform/files.h"
+#include "platform/folders.h"
+#include "platform/threads.h"
+#include "server/UploadServer.h"
+#include "support/ConfigText.h"
+#include "support/FakeWebHost.h"
+#include "support/RecordingLog.h"
+#include "support/RecordingVideoSink.h"
+#include "support/TcpPair.h"
+#include "support/Wire.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+using platform::Bstr;
+using platform::ComPtr;
+using support::RecordingLog;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// The component asks for its folder once in a process.
+const std::string& Folder() {
+    static const TempFolder folder;
+    static const std::string path = [] {
+        platform::SetCommonDataFolder(folder.Path().string());
+        return folder.Path().string() + "/Norvane/Tessaron/Servers";
+    }();
+    return path;
+}
+
+std::string Item(std::string_view name, std::string_view password = "p", std::string_view type = "320x240") {
+    std::string xml = "<item>";
+    const std::pair<const char*, std::string_view> fields[] = {
+        {"Name", name}, {"Type", type}, {"Password", password}};
+    for (const auto& [field, text] : fields)
+        xml += "<" + std::string(field) + " type='BSTR'>" + std::string(text) + "</" + field + ">";
+    return xml + "</item>";
+}
+std::string Cams(const std::string& items) {
+    return "<config><cams KeyXPath='Name/text()'>" + items + "</cams></config>";
+}
+
+class Settings : public testing::Test {
+protected:
+    Settings() : m_log(RecordingLog::Fresh()) {
+        EXPECT_EQ(S_OK, platform::CreateFolder(Folder()));
+        ::unlink(File().c_str());
+        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        Start();
+    }
+    ~Settings() override {
+        Stop();
+        RevokeComponentClasses();
+        EXPECT_TRUE(platform::WaitForWorkItems(20000));
+    }
+    static std::string File() { return Folder() + "/Morrowstream.xml"; }
+    static std::string FileText() { return platform::ReadWholeFile(File()).value_or("(none)"); }
+
+    void Start() {
+        ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                   IUploadServer::iid, m_server.ReceiveVoid()));
+        m_source = m_server.Query<IVideoSource>();
+        m_configuration = m_server.Query<IConfiguration>();
+    }
+    void Stop() {
+        m_source = nullptr;
+        m_configuration = nullptr;
+        m_server = nullptr;
+        m_host.script.handler = nullptr;
+    }
+    // The answer's body, or the status of a failure.
+    std::string Call(bool set, std::string_view body, const char16_t* head = u"set\nContent-Type: text/xml\n",
+                     HRESULT expected = S_OK) {
+        BSTR content = support::WideOf(body).Detach();
+        BSTR contentHead = head == nullptr ? nullptr : Bstr(head).Detach();
+        const Bstr path(u"config");
+        EXPECT_EQ(expected, set ? m_configuration->SetContent(path.Get(), &content, &contentHead)
+                                : m_configuration->GetContent(path.Get(), &content, &contentHead));
+        const Bstr answer = Bstr::Adopt(content);
+        m_head = Bstr::Adopt(contentHead);
+        return support::TextOf(answer);
+    }
+    std::string Set(const std::string& xml, HRESULT expected = S_OK) {
+        return Call(true, xml, u"set\nContent-Type: text/xml\n", expected);
+    }
+    ComPtr<ICam> Cam(const char16_t* name) {
+        ComPtr<ICam> cam;
+        (void)m_source->ConnectToCam(Bstr(name).Get(), cam.Receive());
+        return cam;
+    }
+
+    RecordingLog& m_log;
+    support::WebHostClass m_host;
+    ComPtr<IUploadServer> m_server;
+    ComPtr<IVideoSource> m_source;
+    ComPtr<IConfiguration> m_configuration;
+    Bstr m_head;
+};
+
+// The form of the file, which other versions and other programs read.
+TEST_F(Settings, FileHasItsForm) {
+    EXPECT_EQ("(none)", FileText()) << "nothing is written before the first set";
+    const std::string answer =
+        Set("<config><host type='BSTR'>10.0.0.1:8080</host><cams KeyXPath='Name/text()'>" +
+            Item("Двор №1", "пароль &lt;&amp;", "160x120") + Item("O'Brien", "") + "</cams></config>");
+    EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", m_head.View());
+    std::ifstream golden(std::string(GOLDEN_FOLDER) + "/settings.xml", std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(golden), {}), FileText());
+    EXPECT_EQ(0, std::system(("xmllint --noout " + File()).c_str()));
+    // What was written is what is read.
+    EXPECT_EQ(answer, Call(false, ""));
+    Stop();
+    Start();
+    EXPECT_EQ(answer, Call(false, ""));
+    EXPECT_TRUE(Cam(u"Двор №1") && Cam(u"O'Brien"));
+    EXPECT_THAT(m_log.Texts(), IsEmpty());
+}
+
+TEST_F(Settings, ADamagedFileGivesDefaults) {
+    const std::string standard = Call(false, "");
+    const std::string rows[] = {"", "no xml", Cams(Item("a")).substr(0, 60), "<!DOCTYPE x><config/>"};
+    for (const std::string& content : rows) {
+        Stop();
+        std::ofstream(File(), std::ios::binary) << content;
+        Start();
+        EXPECT_EQ(standard, Call(false, "")) << content;
+        EXPECT_EQ(content.empty() ? "" : content, FileText());
+    }
+    // Where there is no folder, the change lives in memory.
+    ::unlink(File().c_str());
+    ::rmdir(Folder().c_str());
+    EXPECT_THAT(Set(Cams(Item("a"))), HasSubstr(">a<"));
+    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: SUCCEEDED(hr)\n"));
+}
+
+TEST_F(Settings, ASetComparesWithWhatIsThere) {
+    const auto sink = support::RecordingVideoSinkObject::Create();
+    sink->m_onAdded = [&](BSTR name) { EXPECT_TRUE(Cam(name)); };
+    Set("<config><host type='BSTR'>h</host></config>");
+    Set(Cams(Item("b") + Item("O'Brien") + Item("a")));
+    ASSERT_EQ(S_OK, m_source->Subscribe(sink.Get()));
+    (void)sink->Take();
+    const auto kept = Cam(u"O'Brien");
+    support::TcpPair staying;
+    staying.far.Send(support::AuthRecord("p"));
+    EXPECT_EQ(S_FALSE, m_server->OnConnection(Bstr(u"O'Brien").Get(), staying.Adopt(), 1, 0, nullptr));
+    support::TcpPair leaving;
+    leaving.far.Send(support::AuthRecord("p"));
+    EXPECT_EQ(S_FALSE, m_server->OnConnection(Bstr(u"b").Get(), leaving.Adopt(), 1, 0, nullptr));
+    EXPECT_EQ(std::string("\0", 1), staying.far.Receive(1));
+    EXPECT_EQ(std::string("\0", 1), leaving.far.Receive(1));
+
+    // One stays with another password, one goes, one comes.
+    const std::string all = Set(Cams(Item("c") + Item("O'Brien", "new") + Item("a")));
+    EXPECT_THAT(sink->Take(), ElementsAre("-O'Brien", "-a", "-b", "+O'Brien", "+a", "+c"));
+    EXPECT_EQ(kept.Get(), Cam(u"O'Brien").Get());
+    EXPECT_TRUE(leaving.far.IsClosed());
+    staying.far.Send(support::StreamHeader(""));
+    EXPECT_EQ("\n", staying.far.Receive(1)) << "its upload goes on";
+    support::TcpPair again;
+    again.far.Send(support::AuthRecord("p"));
+    EXPECT_EQ(E_ACCESSDENIED, m_server->OnConnection(Bstr(u"O'Brien").Get(), again.Adopt(), 1, 0, nullptr));
+
+    // Nothing that is a set without cameras, or no set at all, changes them.
+    m_log.Clear();
+    EXPECT_EQ(all, Set("<config/>"));
+    EXPECT_EQ(all, Set("<damaged", platform::kStatusNotADocument));
+    for (const char16_t* head :
+         {u"set\nContent-Type: text/xml; charset=utf-8\n", u"set\nContent-Type: TEXT/XML\n",
+          u"set\ncontent-type: text/xml", static_cast<const char16_t*>(nullptr)})
+        EXPECT_EQ("<config/>", Call(true, "<config/>", head, E_UNEXPECTED));
+    EXPECT_THAT(m_log.Texts(),
+                testing::Each("TRASSDO: oHTTPHeader.GetParam(\"content-type\")==\"text/xml\"\n"));
+    EXPECT_THAT(all, HasSubstr("<host type=\"BSTR\" displayname=\"//local/@host\">h</host>"));
+    // An item that cannot be read ends a load; what was done by then stays, and the subscriber knows of it.
+    (void)sink->Take();
+    Set(Cams(Item("a", "changed") + "<item><Name type='BSTR'>z</Name></item>" + Item("zz")));
+    EXPECT_THAT(sink->Take(), ElementsAre("-O'Brien", "-a", "-c", "+a"));
+    Set(Cams(""));
+    EXPECT_THAT(sink->Take(), ElementsAre("-a"));
+    EXPECT_EQ(S_OK, m_source->Unsubscribe(sink.Get()));
+}
+
+// A crash at any point of a save leaves the old or the new file.
+TEST_F(Settings, AKilledWriterLeavesAWholeFile) {
+    std::string many;
+    for (int n = 0; n < 40; ++n)
+        many += Item("camera " + std::to_string(n));
+    const std::string documents[] = {Cams(Item("a")), Cams(many)};
+    std::string files[2];
+    for (int n = 0; n < 2; ++n) {
+        Set(documents[n]);
+        files[n] = FileText();
+    }
+    unsigned seed = 1;
+    int kinds[2] = {0, 0};
+    for (int round = 0; round < 300; ++round) {
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            for (unsigned n = 0;; ++n)
+                Set(documents[n % 2]);
+        }
+        ASSERT_GT(writer, 0);
+        seed = seed * 1103515245 + 12345;
+        ::usleep(seed / 65536 % 8000);
+        ::kill(writer, SIGKILL);
+        ::waitpid(writer, nullptr, 0);
+        const std::string left = FileText();
+        const int kind = left == files[0] ? 0 : 1;
+        ASSERT_EQ(files[kind], left) << "round " << round;
+        ++kinds[kind];
+    }
+    EXPECT_GT(kinds[0], 0);
+    EXPECT_GT(kinds[1], 0);
+}
+
+// Two who set and one who reads, with a subscriber that calls back: no deadlock, no torn document.
+TEST_F(Settings, SetsAndReadsMayMeet) {
+    const auto sink = support::RecordingVideoSinkObject::Create();
+    sink->m_onAdded = [&](BSTR name) { (void)Cam(name); };
+    ASSERT_EQ(S_OK, m_source->Subscribe(sink.Get()));
+    const std::string documents[] = {Cams(Item("a", "1") + Item("b", "1")),
+                                     Cams(Item("b", "2") + Item("c", "2"))};
+    std::vector<std::thread> threads;
+    for (int n = 0; n < 3; ++n) {
+        threads.emplace_back([&, n] {
+            for (int round = 0; round < 30; ++round) {
+                BSTR body = n == 2 ? nullptr : support::WideOf(documents[n]).Detach();
+                BSTR head = Bstr(u"set\nContent-Type: text/xml\n").Detach();
+                const Bstr path(u"config");
+                EXPECT_EQ(S_OK, n == 2 ? m_configuration->GetContent(path.Get(), &body, &head)
+                                       : m_configuration->SetContent(path.Get(), &body, &head));
+                const std::string text = support::TextOf(Bstr::Adopt(body));
+                SysFreeString(head);
+                const bool first = text.find(">1</Password>") != std::string::npos;
+                const bool second = text.find(">2</Password>") != std::string::npos;
+                EXPECT_FALSE(first && second) << text;
+                EXPECT_TRUE(text.ends_with("</config>"));
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(S_OK, m_source->Unsubscribe(sink.Get()));
+    Set(documents[0]);
+    EXPECT_TRUE(Cam(u"a") && Cam(u"b") && !Cam(u"c"));
+}
+
+} // namespace
