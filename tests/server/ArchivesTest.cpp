@@ -1,5 +1,6 @@
 #include "server/UploadServer.h"
 
+#include <array>
 #include <string>
 #include <thread>
 #include <vector>
@@ -160,18 +161,18 @@ TEST_F(Archives, AreRequestedWithTheCredentialsThatTheHostKnows) {
 
 // Each gets his own, whatever the order in which they come to the lock.
 TEST_F(Archives, AreMadeOneAtATimeForManyAtOnce) {
+    std::array<Bstr, 10> bodies;
+    const auto login = [](std::size_t n) { return "login" + std::to_string(n); };
     std::vector<std::jthread> threads;
-    for (int n = 0; n < 10; ++n)
-        threads.emplace_back([this, n] {
-            const std::string login = "login" + std::to_string(n);
-            const Bstr path(platform::FromUtf8("Viewlander.jar?JarName=same&password=p&login=" + login));
-            BSTR body = nullptr;
-            BSTR head = nullptr;
-            EXPECT_EQ(S_OK, m_configuration->GetContent(path.Get(), &body, &head));
-            SysFreeString(head);
-            EXPECT_THAT(ManifestOf(Bstr::Adopt(body).Bytes()), HasSubstr("\r\nLOGIN: " + login + "\r\n"));
+    for (std::size_t n = 0; n < bodies.size(); ++n)
+        threads.emplace_back([&, n] {
+            const Bstr path(platform::FromUtf8("Viewlander.jar?JarName=same&password=p&login=" + login(n)));
+            Bstr head;
+            EXPECT_EQ(S_OK, m_configuration->GetContent(path.Get(), bodies[n].Receive(), head.Receive()));
         });
     threads.clear();
+    for (std::size_t n = 0; n < bodies.size(); ++n)
+        EXPECT_THAT(ManifestOf(bodies[n].Bytes()), HasSubstr("\r\nLOGIN: " + login(n) + "\r\n"));
     EXPECT_THAT(m_log.Texts(), IsEmpty());
 }
 
