@@ -231,11 +231,6 @@ private:
             }
             return changed;
         });
-        if (change.result == SettingsChange::Result::NotReady) {
-            for (const CameraEntry& camera : m_household.cameras)
-                m_component->AddCamera(camera);
-            return;
-        }
         if (change.result != SettingsChange::Result::Done)
             throw StartError("the cameras cannot be stored in " + SettingsFile(m_data.Path()));
         if (m_household.demoEnded)

@@ -4,7 +4,6 @@
 
 #include "host/start_error.h"
 #include "interfaces/ComponentDoor.h"
-#include "platform/text.h"
 #include "platform/threads.h"
 
 namespace host {
@@ -61,15 +60,6 @@ Component::~Component() {
     m_server = nullptr; // the last reference: the object closes the phones' sockets
     platform::WaitForWorkItems(kLoopsEndWithin);
     (void)RevokeComponentClasses();
-}
-
-void Component::AddCamera(const CameraEntry& camera) {
-    m_feeds->SetType(camera.name, camera.type);
-    const std::u16string name = platform::FromUtf8(camera.name);
-    const std::u16string type = platform::FromUtf8(camera.type);
-    const std::u16string password = platform::FromUtf8(camera.password);
-    Require(AddCameraUntilSettings(m_server.Get(), name.c_str(), type.c_str(), password.c_str()),
-            "adding the camera " + camera.name);
 }
 
 } // namespace host

@@ -4,7 +4,6 @@
 #include "host/feed/feed_table.h"
 #include "host/handler/class_factory.h"
 #include "host/handler/web_handler_host.h"
-#include "host/settings/cameras.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
@@ -21,8 +20,6 @@ public:
     // Ends every upload: no picture reaches a feed afterwards.
     ~Component();
 
-    // Throws StartError for a camera that the component refuses.
-    void AddCamera(const CameraEntry& camera);
     // The settings; null when the component has none.
     [[nodiscard]] platform::ComPtr<IConfiguration> Configuration() const {
         return m_server.Query<IConfiguration>();

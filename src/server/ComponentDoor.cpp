@@ -2,7 +2,6 @@
 
 #include "Common/Utils/LocalizeEx.h"
 #include "Common/Utils/ModuleImage.h"
-#include "camera/Cam.h"
 #include "platform/text.h"
 #include "runtime/trace/StatusException.h"
 #include "server/SingletonFactory.h"
@@ -33,20 +32,4 @@ HRESULT RegisterComponentClasses() {
 
 HRESULT RevokeComponentClasses() {
     return platform::RevokeClassFactory(kUploadServerClass);
-}
-
-HRESULT AddCameraUntilSettings(IUploadServer* server, const char16_t* name, const char16_t* type,
-                               const char16_t* password) {
-    return StatusOf([&] {
-        auto* const pServer = dynamic_cast<CUploadServer*>(server);
-        if (pServer == nullptr || name == nullptr || type == nullptr || password == nullptr)
-            return E_INVALIDARG;
-        const platform::ComPtr<CCam> spCam = CCam::Create();
-        if (!spCam)
-            return E_OUTOFMEMORY;
-        spCam->m_bstrName = platform::Bstr(name);
-        spCam->m_bstrType = platform::Bstr(type);
-        spCam->m_bstrPassword = platform::Bstr(password);
-        return pServer->AddCam(spCam);
-    });
 }

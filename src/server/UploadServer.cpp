@@ -89,16 +89,6 @@ HRESULT CUploadServer::RemoveCam(BSTR bstrName) {
     });
 }
 
-HRESULT CUploadServer::AddCam(const platform::ComPtr<CCam>& spCam) {
-    const platform::SectionGuard guard(m_oLock);
-    const std::u16string_view name = spCam->m_bstrName.View();
-    if (name.empty() || !m_oCams.try_emplace(std::u16string(name), spCam).second)
-        return E_INVALIDARG;
-    if (const platform::ComPtr<IVideoSourceSink> spSink = m_spVideoSourceSink)
-        spSink->OnCamAdded(platform::Bstr(spCam->m_bstrName).Get());
-    return S_OK;
-}
-
 HRESULT CUploadServer::GetName(BSTR* szName) {
     return StatusOf([&] {
         TRASSDO(szName, return E_POINTER);

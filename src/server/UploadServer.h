@@ -44,9 +44,6 @@ public:
     HRESULT NoOperation(BSTR) override { return S_OK; }
     HRESULT RemoveCam(BSTR bstrName) override;
     HRESULT GetName(BSTR* szName) override;
-    // Enters a camera under its name and tells the subscriber. E_INVALIDARG for an empty name or one that is
-    // taken.
-    HRESULT AddCam(const platform::ComPtr<CCam>& spCam);
 
     // Intake of connections (Intake.cpp)
     HRESULT OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload, std::int32_t nAuthSize,

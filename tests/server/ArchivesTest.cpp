@@ -15,6 +15,7 @@
 #include "server/ParseQuery.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
+#include "support/Settings.h"
 #include "support/Zip.h"
 #include "tools/rescomp/image_writer.h"
 
@@ -61,11 +62,12 @@ protected:
         m_image = rescomp::BuildImage(
             {{{u"JAR"}, {kUploadMidlet}, 0, 0, archive}, {{u"JAR"}, {kViewingMidlet}, 0, 0, archive}});
         platform::AddResourceInstance(Bytes());
+        support::ForgetSettings();
         EXPECT_EQ(S_OK, RegisterComponentClasses());
         EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
                                                    IUploadServer::iid, m_server.ReceiveVoid()));
-        EXPECT_EQ(S_OK, AddCameraUntilSettings(m_server.Get(), u"yard", u"320x240", u"secret"));
-        EXPECT_EQ(S_OK, AddCameraUntilSettings(m_server.Get(), u"open", u"160x120", u""));
+        EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), u"yard", u"320x240", u"secret"));
+        EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), u"open", u"160x120", u""));
         m_configuration = m_server.Query<IConfiguration>();
     }
     ~Archives() override {

@@ -16,6 +16,7 @@
 #include "support/RecordingCamSink.h"
 #include "support/RecordingLog.h"
 #include "support/RecordingVideoSink.h"
+#include "support/Settings.h"
 #include "support/TcpPair.h"
 #include "support/Wait.h"
 #include "support/Wire.h"
@@ -117,7 +118,7 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
     threads.emplace_back([&] {
         for (int n = 0; n < 150; ++n) {
             const std::u16string name = CameraName(n % kCameras);
-            AddCameraUntilSettings(server.Get(), name.c_str(), u"160x120", u"demo");
+            EXPECT_EQ(S_OK, support::AddCamera(server.Get(), name, u"160x120", u"demo"));
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             if (n % 3 == 0)
                 source->RemoveCam(Bstr(name).Get());

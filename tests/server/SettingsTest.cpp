@@ -14,16 +14,15 @@
 
 #include "interfaces/ComponentDoor.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/threads.h"
 #include "server/UploadServer.h"
 #include "support/ConfigText.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
 #include "support/RecordingVideoSink.h"
+#include "support/Settings.h"
 #include "support/TcpPair.h"
 #include "support/Wire.h"
-#include "support/temp_folder.h"
 
 namespace {
 
@@ -34,23 +33,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// The component asks for its folder once in a process.
-const std::string& Folder() {
-    static const TempFolder folder;
-    static const std::string path = [] {
-        platform::SetCommonDataFolder(folder.Path().string());
-        return folder.Path().string() + "/Norvane/Tessaron/Servers";
-    }();
-    return path;
-}
-
 std::string Item(std::string_view name, std::string_view password = "p", std::string_view type = "320x240") {
-    std::string xml = "<item>";
-    const std::pair<const char*, std::string_view> fields[] = {
-        {"Name", name}, {"Type", type}, {"Password", password}};
-    for (const auto& [field, text] : fields)
-        xml += "<" + std::string(field) + " type='BSTR'>" + std::string(text) + "</" + field + ">";
-    return xml + "</item>";
+    return platform::ToUtf8(support::CameraItem(platform::FromUtf8(name), platform::FromUtf8(type),
+                                                platform::FromUtf8(password)));
 }
 std::string Cams(const std::string& items) {
     return "<config><cams KeyXPath='Name/text()'>" + items + "</cams></config>";
@@ -59,8 +44,7 @@ std::string Cams(const std::string& items) {
 class Settings : public testing::Test {
 protected:
     Settings() : m_log(RecordingLog::Fresh()) {
-        EXPECT_EQ(S_OK, platform::CreateFolder(Folder()));
-        ::unlink(File().c_str());
+        support::ForgetSettings();
         EXPECT_EQ(S_OK, RegisterComponentClasses());
         Start();
     }
@@ -69,8 +53,9 @@ protected:
         RevokeComponentClasses();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
     }
-    static std::string File() { return Folder() + "/Morrowstream.xml"; }
-    static std::string FileText() { return platform::ReadWholeFile(File()).value_or("(none)"); }
+    static std::string FileText() {
+        return platform::ReadWholeFile(support::SettingsFile()).value_or("(none)");
+    }
 
     void Start() {
         ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
@@ -122,7 +107,7 @@ TEST_F(Settings, FileHasItsForm) {
     EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", m_head.View());
     std::ifstream golden(std::string(GOLDEN_FOLDER) + "/settings.xml", std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(golden), {}), FileText());
-    EXPECT_EQ(0, std::system(("xmllint --noout " + File()).c_str()));
+    EXPECT_EQ(0, std::system(("xmllint --noout " + support::SettingsFile()).c_str()));
     // What was written is what is read.
     EXPECT_EQ(answer, Call(false, ""));
     Stop();
@@ -137,14 +122,15 @@ TEST_F(Settings, ADamagedFileGivesDefaults) {
     const std::string rows[] = {"", "no xml", Cams(Item("a")).substr(0, 60), "<!DOCTYPE x><config/>"};
     for (const std::string& content : rows) {
         Stop();
-        std::ofstream(File(), std::ios::binary) << content;
+        std::ofstream(support::SettingsFile(), std::ios::binary) << content;
         Start();
         EXPECT_EQ(standard, Call(false, "")) << content;
         EXPECT_EQ(content.empty() ? "" : content, FileText());
     }
     // Where there is no folder, the change lives in memory.
-    ::unlink(File().c_str());
-    ::rmdir(Folder().c_str());
+    support::ForgetSettings();
+    const std::string folder = support::SettingsFolder();
+    ::rmdir(folder.c_str());
     EXPECT_THAT(Set(Cams(Item("a"))), HasSubstr(">a<"));
     EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: SUCCEEDED(hr)\n"));
 }
