@@ -1,0 +1,122 @@
+// Times what a configuration editor waits for: reading and setting a document with many cameras, and the
+// start of a server object that finds them in its file.
+//
+//     settings_bench [CAMERAS]        1000 cameras by default
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
+#include "interfaces/ComponentDoor.h"
+#include "interfaces/IVideoSource.h"
+#include "support/FakeWebHost.h"
+#include "support/Settings.h"
+
+namespace {
+
+using platform::Bstr;
+using platform::ComPtr;
+
+constexpr int kRuns = 7;
+
+void Require(bool holds, const char* what) {
+    if (holds)
+        return;
+    std::fprintf(stderr, "settings_bench: %s failed\n", what);
+    std::exit(1);
+}
+
+// The least of some runs, which is the one that others disturbed least, and the greatest.
+void Measure(const char* what, const std::function<void()>& work) {
+    double least = 1e9;
+    double most = 0;
+    for (int run = 0; run < kRuns; ++run) {
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        const double taken =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+        least = std::min(least, taken);
+        most = std::max(most, taken);
+    }
+    std::printf("%-44s %9.1f ms  (to %.1f)\n", what, least, most);
+}
+
+Bstr Document(int cameras, const std::u16string& password) {
+    std::u16string items;
+    for (int n = 0; n < cameras; ++n)
+        items +=
+            support::CameraItem(u"camera " + platform::FromUtf8(std::to_string(n)), u"320x240", password);
+    return Bstr(u"<config><cams KeyXPath='Name/text()'>" + items + u"</cams></config>");
+}
+
+Bstr Call(const ComPtr<IConfiguration>& configuration, bool set, const Bstr& document) {
+    BSTR body = Bstr(document).Detach();
+    BSTR head = Bstr(u"set\ncontent-type: text/xml\n").Detach();
+    const Bstr path(u"config");
+    Require(SUCCEEDED(set ? configuration->SetContent(path.Get(), &body, &head)
+                          : configuration->GetContent(path.Get(), &body, &head)),
+            "a call for the settings");
+    SysFreeString(head);
+    return Bstr::Adopt(body);
+}
+
+ComPtr<IConfiguration> CreateServer() {
+    ComPtr<IConfiguration> configuration;
+    Require(SUCCEEDED(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                 IConfiguration::iid, configuration.ReceiveVoid())),
+            "creating the server");
+    return configuration;
+}
+
+} // namespace
+
+int main(int count, char** values) {
+    const int cameras = count > 1 ? std::atoi(values[1]) : 1000;
+    Require(cameras > 0, "reading the number of cameras");
+    support::ForgetSettings();
+    support::WebHostClass host;
+    Require(SUCCEEDED(RegisterComponentClasses()), "registering the component");
+    ComPtr<IConfiguration> configuration = CreateServer();
+    const Bstr documents[] = {Document(cameras, u"one"), Document(cameras, u"two")};
+    const Bstr none(u"<config><cams KeyXPath='Name/text()'/></config>");
+
+    std::printf("%d cameras\n", cameras);
+    Bstr whole;
+    Measure("set: all new", [&] {
+        (void)Call(configuration, true, none);
+        whole = Call(configuration, true, documents[0]);
+    });
+    unsigned turn = 0;
+    Measure("set: all with another password",
+            [&] { (void)Call(configuration, true, documents[++turn % 2]); });
+    whole = Call(configuration, false, nullptr);
+    Measure("set: nothing changed, the whole document", [&] { (void)Call(configuration, true, whole); });
+    Measure("set: one more camera, then one less", [&] {
+        std::u16string more(whole.View());
+        more.insert(more.find(u"</cams>"), support::CameraItem(u"new", u"320x240", u""));
+        (void)Call(configuration, true, Bstr(more));
+        (void)Call(configuration, true, whole);
+    });
+    Measure("get", [&] { (void)Call(configuration, false, nullptr); });
+    Measure("start from the file", [&] {
+        configuration = nullptr;
+        host.script.handler = nullptr;
+        configuration = CreateServer();
+    });
+    std::error_code error;
+    std::printf("file: %ju bytes\n",
+                static_cast<std::uintmax_t>(std::filesystem::file_size(support::SettingsFile(), error)));
+
+    // The parts of it.
+    Measure("parse the document", [&] { XmlConfig::CXmlConfig(nullptr, whole); });
+    XmlConfig::CXmlConfig parsed(nullptr, whole);
+    Measure("document to text", [&] { (void)parsed.GetXml(); });
+    Measure("write and sync the file",
+            [&] { (void)parsed.Save(Bstr(platform::FromUtf8(support::SettingsFolder() + "/copy.xml"))); });
+    host.script.handler = nullptr;
+    return 0;
+}
