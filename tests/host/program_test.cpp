@@ -114,7 +114,7 @@ TEST(HostProgram, KeepsTheLanguageForTheNextStart) {
     EXPECT_THAT(platform::ReadWholeFile(registry + ".damaged").value(), HasSubstr("twenty-five"));
 }
 
-TEST(HostProgram, DemoShowsItsPhonesAndLeavesNoUserBehind) {
+TEST(HostProgram, DemoShowsItsPhonesAndLeavesNothingBehind) {
     const TempFolder folder;
     const std::string data = folder.File("data");
     Program demo(Host({"--demo", "--data", data, "--listen", "127.0.0.1:0", "--seconds", "3", "--pictures",
@@ -125,10 +125,27 @@ TEST(HostProgram, DemoShowsItsPhonesAndLeavesNoUserBehind) {
                 testing::ContainsRegex("gate: [0-9]+ frames received, 0 failed, [0-9]+ sent by its demo "
                                        "phone: all arrived"));
     EXPECT_THAT(platform::ReadWholeFile(data + "/users").value(), HasSubstr("yard\tphone\tdemo\t"));
+    const std::string settings = data + "/Norvane/Tessaron/Servers/Morrowstream.xml";
+    EXPECT_THAT(platform::ReadWholeFile(settings).value(), HasSubstr(">spare<"));
+    // A camera of one's own stays, and comes from a file that is read once.
+    platform::ReplaceFile(data + "/cameras", "Двор №1\t160x120\tp\n");
     Program plain(Host({"--data", data, "--listen", "127.0.0.1:0", "--seconds", "1"}));
     EXPECT_EQ(plain.Wait(), 0);
-    EXPECT_THAT(plain.output, HasSubstr("The demo's users are removed from the data folder.\n"));
+    EXPECT_THAT(plain.output, HasSubstr("The demo's users and cameras are removed from the data folder.\n"));
+    EXPECT_THAT(plain.output, HasSubstr("the file is kept as " + data + "/cameras.stored\n"));
     EXPECT_THAT(platform::ReadWholeFile(data + "/users").value(), Not(HasSubstr("\tdemo\t")));
+    EXPECT_THAT(platform::ReadWholeFile(settings).value(),
+                testing::AllOf(HasSubstr(">Двор №1<"), Not(HasSubstr(">yard<"))));
+
+    // Somebody's editor cut the file off.
+    platform::ReplaceFile(settings, "<config><cams>");
+    Program damaged(Host({"--data", data, "--listen", "127.0.0.1:0", "--seconds", "1"}));
+    EXPECT_EQ(damaged.Wait(), 0);
+    EXPECT_THAT(damaged.output,
+                HasSubstr("The settings file is damaged: starting without cameras. It is kept as " +
+                          settings + ".damaged\n"));
+    EXPECT_THAT(damaged.output, HasSubstr("There is no camera yet: add one at http://127.0.0.1:"));
+    EXPECT_EQ(platform::ReadWholeFile(settings + ".damaged").value(), "<config><cams>");
 }
 
 } // namespace
