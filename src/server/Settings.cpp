@@ -18,11 +18,14 @@ platform::Bstr RootTemplate() {
     return platform::Bstr(XmlConfig::kRootTemplate);
 }
 
-// The folders below the common one are the host's to make, and so is what becomes of a damaged file.
+// Null where there is no common folder: nothing can be read or written then. The folders below it are the
+// host's to make, and so is what becomes of a damaged file.
 platform::Bstr GetSettingsPath(std::u16string_view extension) {
+    static const std::string strFolder = platform::KnownFolder(platform::kFolderCommonData);
+    if (strFolder.empty())
+        return nullptr;
     static const std::u16string strStart =
-        platform::FromUtf8(platform::KnownFolder(platform::kFolderCommonData)) +
-        uR"(\Norvane\Tessaron\Servers\Morrowstream.)";
+        platform::FromUtf8(strFolder) + uR"(\Norvane\Tessaron\Servers\Morrowstream.)";
     return platform::Bstr(std::u16string(strStart).append(extension));
 }
 

@@ -1,5 +1,6 @@
 #include "server/UploadServer.h"
 
+#include "platform/resources.h"
 #include "runtime/trace/Trace.h"
 
 namespace {
@@ -7,8 +8,8 @@ namespace {
 // The path word under which the host routes requests to this component.
 constexpr char16_t kPathWord[] = u"mobile";
 
-// What the video source is called, in English.
-constexpr char16_t kSourceName[] = u"Mobile";
+// What the video source is called, in the module's string table.
+constexpr std::uint16_t kSourceName = 100;
 
 } // namespace
 
@@ -92,7 +93,7 @@ HRESULT CUploadServer::RemoveCam(BSTR bstrName) {
 HRESULT CUploadServer::GetName(BSTR* szName) {
     return StatusOf([&] {
         TRASSDO(szName, return E_POINTER);
-        *szName = platform::Bstr(kSourceName).Detach();
+        *szName = platform::LoadResourceString(kSourceName).Detach();
         return S_OK;
     });
 }
