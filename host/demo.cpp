@@ -141,6 +141,7 @@ void DemoPhones::Start(Phone& phone) {
     texts.insert(texts.end(), phone.arguments.begin(), phone.arguments.end());
     texts.insert(texts.end(), {"--server", m_server, "--password", std::string(kDemoPassword)});
     std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
     for (std::string& text : texts)
         arguments.push_back(text.data());
     arguments.push_back(nullptr);
