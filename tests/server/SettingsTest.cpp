@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -191,10 +192,15 @@ TEST_F(Settings, AKilledWriterLeavesAWholeFile) {
         many += Item("camera " + std::to_string(n));
     const std::string documents[] = {Cams(Item("a")), Cams(many)};
     std::string files[2];
+    const auto start = std::chrono::steady_clock::now();
     for (int n = 0; n < 2; ++n) {
         Set(documents[n]);
         files[n] = FileText();
     }
+    const auto taken = std::chrono::steady_clock::now() - start;
+    // So long that a writer has written each of them at times, whatever this build and this machine are like.
+    const auto longest = static_cast<unsigned>(
+        2000 + 2 * std::chrono::duration_cast<std::chrono::microseconds>(taken).count());
     unsigned seed = 1;
     int kinds[2] = {0, 0};
     for (int round = 0; round < 300; ++round) {
@@ -205,7 +211,7 @@ TEST_F(Settings, AKilledWriterLeavesAWholeFile) {
         }
         ASSERT_GT(writer, 0);
         seed = seed * 1103515245 + 12345;
-        ::usleep(seed / 65536 % 8000);
+        ::usleep((seed >> 8) % longest);
         ::kill(writer, SIGKILL);
         ::waitpid(writer, nullptr, 0);
         const std::string left = FileText();
