@@ -39,7 +39,7 @@ std::string PrepareSettingsFile(const std::string& file) {
         return {};
     if (SettingsDocument::IsDocumentFile(file))
         return {};
-    const std::string copy = FreeName(file);
+    std::string copy = FreeName(file);
     const auto content = platform::ReadWholeFile(file);
     if (!content || FAILED(platform::ReplaceFile(copy, *content)))
         throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy);
