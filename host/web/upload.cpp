@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include "host/web/head.h"
+#include "platform/scope.h"
 #include "platform/socket.h"
 #include "platform/text.h"
 
@@ -62,6 +63,11 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
     WatchPeer(socket.Get());
     if (!upload)
         BoundSends(socket.Get(), services.limits.writeStall);
+    // The component compares a phone's password in this thread's code page, by default that of the server's
+    // language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,
+    // whatever language the server speaks.
+    (void)platform::SetThreadCodePage(platform::kCodePageUtf8);
+    const platform::AtScopeEnd restore([] { (void)platform::SetThreadCodePage(0); });
     const platform::Bstr head(platform::ToWide(request.head));
     const std::u16string path = HandlerPath(request);
     const SOCKET handle = platform::AdoptSocket(socket.Release());

@@ -202,11 +202,11 @@ class SettingsTest(case.BrowserCase):
             self.wait_on_wall("Hof", "live")
 
     def change_its_password(self):
-        self.page.type("Hof", "Password", "neu")
+        self.page.type("Hof", "Password", "новый")
         self.page.save()
         with self.phone("Hof", "пароль & <x>", 200) as phone:
             self.browser.wait("the old password is refused", lambda: phone.failure is not None)
-        with self.phone("Hof", "neu", 200):
+        with self.phone("Hof", "новый", 200):
             self.wait_on_wall("Hof", "live")
 
     def let_somebody_else_be_faster(self):
@@ -214,7 +214,7 @@ class SettingsTest(case.BrowserCase):
         page.type("right", "Name", "rechts")
         token = json.loads(self.ask("GET", "/settings/state")[0])["token"]
         document, version = self.ask("GET", "/settings/document")
-        self.assertNotIn("neu", document)
+        self.assertNotIn("новый", document)
         theirs = document.replace("</host>", "192.0.2.7:80</host>").encode()
         if b"192.0.2.7" not in theirs:
             theirs = document.replace('displayname="//local/@host"/>', 'displayname="//local/@host">192.0.2.7:80</host>').encode()
@@ -302,9 +302,9 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(page.control("", "host").get_attribute("value"), "192.0.2.7:80")
         page.press("Hof", ".reveal")
         self.browser.wait("the password is shown", lambda: page.control("Hof", "Password").get_attribute("value"))
-        self.assertEqual(page.control("Hof", "Password").get_attribute("value"), "neu")
+        self.assertEqual(page.control("Hof", "Password").get_attribute("value"), "новый")
         self.browser.screenshot("settings-russian")
-        with self.phone("Hof", "neu", 200):
+        with self.phone("Hof", "новый", 200):
             self.browser.open(self.host.address())
             self.browser.wait_state("Hof", "live")
 
