@@ -16,6 +16,22 @@ from feeder import Feeder
 from pictures import coded_jpeg
 
 NEW = "Двор №1"
+# Rules for the value "b" of a node whose neighbour holds "7", and whether they hold.
+RULES = {
+    "!=''": True, "=='b'": True, "=='a' || SelectOne('../n').xml!=''": True, ">'a'": True, "!='b' && =='b'": None,
+    "SelectOne('text()').xml=='b'": True, "SelectOne('text()').xml=='a'": False, "SelectOne('nothing').xml==''": True,
+    "!(SelectOne('../n').text > 10)": True, "SelectOne('../n').text >= 10": False,
+    "(SelectOne('text()').xml=='') || (SelectOne('../n/text()').xml!='')": True,
+    "SelectOne('text()').xml=='a' && SelectOne('../n').text==7": False,
+    # What is no rule holds nobody up, and runs nothing.
+    "": None, "document.title='x'": None, "SelectOne('..').constructor": None, "SelectOne('text()'": None, "'a' 'b'": None,
+}
+# A document of another server: values in a group, a choice, a type that the page does not know, a list of its own.
+OTHER = """<config><local hidden="true" a="Level" b="Guards" c="New guard"/>
+    <net><port type="BSTR" check_value="!=''"/><mode type="int">3</mode></net>
+    <guards displayname="//local/@b" KeyXPath="id/text()"><guard displayname="id/text()"><id type="BSTR">Ann</id></guard></guards>
+    <addguard add="../guards" displayname="//local/@c"><guard displayname="id/text()" removable="true"><id type="BSTR">?</id>
+        <level type="BSTR" lookup="of" displayname="//local/@a"><of>low</of><of>high</of></level></guard></addguard></config>"""
 
 
 class SettingsPage:
@@ -116,6 +132,7 @@ class SettingsTest(case.BrowserCase):
         browser.size(1280, 800)
         self.page.open()
         browser.screenshot("settings")
+        self.read_another_document()
         with self.phone("left", "geheim", 100) as left:
             self.wait_on_wall("left", "live")
             self.see_what_is_wrong()
@@ -147,6 +164,35 @@ class SettingsTest(case.BrowserCase):
         self.on_wall()
         self.browser.wait(f"{name} is gone", lambda: name not in self.browser.tiles())
         self.browser.driver.switch_to.window(self.settings)
+
+    def read_another_document(self):
+        """What a document says of itself is all that the page knows."""
+        seen = self.browser.driver.execute_async_script("""
+            const [rules, other, done] = arguments;
+            (async () => {
+                const { holds } = await import("/settings-rules.js");
+                const { SettingsForm } = await import("/settings-form.js");
+                console.warn = () => {};
+                const tree = new DOMParser().parseFromString("<t><n>7</n><v>b</v></t>", "text/xml");
+                const told = rules.map((rule) => holds(rule, tree.querySelector("v")));
+                const form = new SettingsForm(other, { edited() {}, readSecret() {} });
+                const [list] = form.lists;
+                const wrong = form.check().map((field) => field.element.nodeName);
+                list.add(list.templates[0]);
+                const [, added] = list.entries;
+                const words = [...list.root.querySelectorAll("h3, label, button.add")].map((node) => node.textContent);
+                const fields = [...form.values].map(([path, field]) => [path, field.control.readOnly]);
+                const level = added.fields.get("level");
+                done({ told, wrong, words, fields, level: level.value, choices: level.control.options.length,
+                       ann: list.entries[0].remove.hidden });
+            })();
+        """, list(RULES), OTHER)
+        expected = [True if holds is None else holds for holds in RULES.values()]
+        self.assertEqual(dict(zip(RULES, seen["told"])), dict(zip(RULES, expected)))
+        self.assertEqual(seen["fields"], [["net/port", False], ["net/mode", True]])
+        self.assertEqual(seen["wrong"], ["port"])
+        self.assertEqual(seen["words"], ["Guards", "New guard", "id", "id", "Level"])
+        self.assertEqual((seen["level"], seen["choices"], seen["ann"]), ("low", 2, True))
 
     def see_what_is_wrong(self):
         page = self.page

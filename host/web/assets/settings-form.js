@@ -2,7 +2,7 @@
 // one that an `add` points to is a list with entries, everything else groups what stands in it.
 
 import { labelOf, make, makeField } from "./settings-fields.js";
-import { nodeText, ownText, problemOf, selectOne } from "./settings-rules.js";
+import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./settings-rules.js";
 import { hintOf, isKnown, text } from "./settings-text.js";
 
 const FILTER_FROM = 12; // entries, from which on a list can be searched
@@ -171,13 +171,11 @@ class List {
         const element = pattern.cloneNode(true);
         this.element.append(element);
         const entry = new Entry(this, element, true);
-        for (const field of entry.fields.values()) {
-            if (field.control.tagName === "SELECT" && field.value === "") {
-                field.value = [...field.control.options].find((option) => option.value !== "")?.value ?? "";
-            } else if (field.value === "?") {
-                field.value = "";
+        for (const value of entry.values.values()) {
+            const present = ownText(value);
+            if (present === "" || present === "?") {
+                setOwnText(value, choicesOf(value)?.[0] ?? "");
             }
-            field.show();
         }
         entry.key = "";
         this.#enter(entry);
