@@ -31,7 +31,7 @@ HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t 
         LogPrintf(LOG_SITE(), kChannelMobile, u"connection of %s\n", name);
         if (bUpload != 0)
             return StartUpload(name, hSocket);
-        const HRESULT hr = StartViewing(name, hSocket, nAuthSize, pAuth);
+        const HRESULT hr = StatusOf([&] { return StartViewing(name, hSocket, nAuthSize, pAuth); });
         return FAILED(hr) ? Reject(name, hSocket, hr) : hr;
     });
     // Exhausted memory may have ended the work above anywhere. The socket is this component's in every

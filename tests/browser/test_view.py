@@ -50,7 +50,7 @@ class ViewTest(case.BrowserCase):
             return look if look["state"] == "live" and look["seq"] > 0 and condition(look) else None
 
         try:
-            return self.browser.wait(what, reached, 15)
+            return self.browser.wait(what, reached)
         except AssertionError:
             raise AssertionError(f"not seen: {what}; last: {self.look()}") from None
 
@@ -135,7 +135,7 @@ class ViewTest(case.BrowserCase):
         self.browser.open(self.host.address("/view/clock"))
         self.wait_live("the clock")
         self.host.kill()
-        self.browser.wait("the loss is told", lambda: self.look()["state"] == "lost", 5)
+        self.browser.wait("the loss is told", lambda: self.look()["state"] == "lost")
         self.host.start()
         self.wait_live("the clock again, without a reload")
 
@@ -145,7 +145,7 @@ class ViewTest(case.BrowserCase):
         browser.wait("no picture is said to be none", lambda: "No picture from this source" in self.text("notice-title"))
         with Feeder(self.host.port, "spare", "demo", [coded_jpeg(n) for n in range(1, 9)], rate=10):
             self.wait_live("the phone's picture")
-        browser.wait("the picture of the past is covered", lambda: self.look()["state"] == "waiting", 10)
+        browser.wait("the picture of the past is covered", lambda: self.look()["state"] == "waiting")
         browser.screenshot("view-waiting")
 
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <new>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -28,6 +29,8 @@ struct Stage {
         const std::lock_guard guard(mutex);
         if (!endless)
             calls.push_back(arguments.empty() ? call : call + " " + arguments);
+        if (call == failing && status == E_OUTOFMEMORY)
+            throw std::bad_alloc(); // as where memory ends beside the call
         return call == failing ? status : S_OK;
     }
     template <class T = IUnknown>

@@ -1,9 +1,14 @@
 #include "viewing/Packeter.h"
 
 #include <chrono>
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <sys/resource.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -106,12 +111,16 @@ TEST(Packeter, EndsWithTheFirstFailure) {
         {"GetPackedData", raw, E_ACCESSDENIED, packed},
         {"a phone that is gone", raw, MakeStatus(0x8007274A), sent, "", Row::Reset},
         {"a closed socket", raw, MakeStatus(0x80072736), sent, "", Row::Close},
+        {"Init", raw, E_OUTOFMEMORY, {}},
+        {"AppendFrame", raw, E_OUTOFMEMORY, {start}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         auto& log = support::RecordingLog::Fresh();
         Stage stage;
         stage.failing = row.what;
+        if (row.status == E_OUTOFMEMORY)
+            stage.status = row.status;
         stage.original = row.original;
         stage.jpeg = row.jpeg;
         Viewing viewing{[&](support::TcpPair& pair, SOCKET socket) {
@@ -123,7 +132,7 @@ TEST(Packeter, EndsWithTheFirstFailure) {
                         {}};
         EXPECT_EQ(row.status, viewing.Run(stage));
         EXPECT_EQ(row.lines, log.Texts());
-        const bool begun = row.lines.front() == start && row.socket == Row::None;
+        const bool begun = !row.lines.empty() && row.lines.front() == start && row.socket == Row::None;
         EXPECT_EQ(std::string(begun ? kHead : "") + (row.status == S_OK ? "piece" : ""), viewing.sent);
         for (const auto& line : log.Lines())
             EXPECT_TRUE(line.function == "CPacketer::Main" || row.what == "create tree") << line.function;
@@ -136,6 +145,30 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     EXPECT_EQ(E_POINTER, packeter.Init(1, nullptr, nullptr, 0, nullptr));
     EXPECT_THAT(log.Texts(),
                 ElementsAre("TRASSDO: hSocket && pXmlConfig\n", "TRASSDO: hSocket && pXmlConfig\n"));
+}
+
+TEST(Packeter, WithoutAThreadClosesTheSocket) {
+    support::RecordingLog::Fresh();
+    Stage stage;
+    const auto objects = platform::ModuleLock::Count();
+    support::TcpPair pair;
+    auto packeter = std::make_unique<CPacketer>();
+    EXPECT_EQ(S_OK,
+              packeter->Init(pair.Adopt(), stage.Make<IConfiguration>("content").Get(), nullptr, 0, nullptr));
+    // The process may grow, but not by a stack.
+    std::uint64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit before{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_AS, &before));
+    const rlimit tight{pages * 4096 + 0x38000, before.rlim_max};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_AS, &tight));
+    const bool started = CPacketer::Start(std::move(packeter));
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_AS, &before));
+    EXPECT_FALSE(started);
+    EXPECT_TRUE(pair.far.IsClosed());
+    EXPECT_EQ(0U, platform::OpenSocketCount());
+    EXPECT_EQ(objects, platform::ModuleLock::Count());
+    EXPECT_THAT(stage.calls, ElementsAre("~content"));
 }
 
 TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {
