@@ -18,10 +18,12 @@ FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
 }
 
 HRESULT FeedTable::OnCamAdded(BSTR bstrName) {
-    ComPtr<IVideoSource> source;
+    // It makes this call and so lives through it. A reference would be given back under the server's lock,
+    // while the lock that guards the server's references goes before that one.
+    IVideoSource* source = nullptr;
     {
         const std::lock_guard guard(m_mutex);
-        source = m_source;
+        source = m_source.Get();
     }
     ComPtr<ICam> cam;
     if (!source || FAILED(source->ConnectToCam(bstrName, cam.Receive())) || !cam)
