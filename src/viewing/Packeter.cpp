@@ -108,7 +108,8 @@ bool SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view
     std::uint8_t* const pY = oPlanes.data();
     std::uint8_t* const pCr = pY + nPixels;
     std::uint8_t* const pCb = pCr + nPixels / 4;
-    if (Magnitude(nWidth) < w || Magnitude(nHeight) < h) {
+    // Of some streams the decoder leaves an odd last column or row out.
+    if (Magnitude(nWidth) < w || Magnitude(nHeight) < h || (w | h) % 2 != 0) {
         std::fill(pY, pCr, std::uint8_t{0});
         std::fill(pCr, pY + oPlanes.size(), std::uint8_t{128});
     }
