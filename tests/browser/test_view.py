@@ -105,7 +105,9 @@ class ViewTest(case.BrowserCase):
         self.assertLess(max(turned["blue"][8 * row] for row in range(8)), street)
         for _ in range(3):
             self.click("rotate")
-        self.wait_live("the picture upright again", lambda look: look["width"] > look["height"])
+        # Not on its head, as it is on the way.
+        self.wait_live("the picture upright again", lambda look: look["width"] > look["height"]
+                       and min(look["blue"][5:8]) > street)
 
         self.drag(0.55, 0.02, 0.15, 0.12)
         browser.wait("a part is shown", lambda: self.text("part") != "Whole")
