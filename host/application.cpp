@@ -214,8 +214,8 @@ private:
             throw StartError("the settings documents cannot be made");
         const std::string copy = PrepareSettingsFile(SettingsFile(m_data.Path()));
         if (!copy.empty())
-            Console::Get().Say("The settings file is damaged: starting without cameras. It is kept as " +
-                               copy);
+            Console::Get().Say(
+                "The settings file is damaged: starting with what can be read. It is kept as " + copy);
     }
 
     // Cameras of the demo and of the file "cameras" become part of the settings, those of an ended demo

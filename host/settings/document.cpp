@@ -1,6 +1,7 @@
 #include "host/settings/document.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <set>
 #include <stdexcept>
@@ -50,6 +51,14 @@ ElementPtr ElementAt(IConfigElement& element, const char16_t* path) {
     return SUCCEEDED(element.SelectOne(path, node.Receive())) ? node.Query<IConfigElement>() : nullptr;
 }
 
+bool IsReadable(IConfigElement& camera) {
+    return std::ranges::all_of(std::array{u"Name", u"Type", u"Password"}, [&](const char16_t* name) {
+        const ElementPtr child = ElementAt(camera, name);
+        Bstr type;
+        return child && child->ReadAttribute(u"type", type.Receive()) == S_OK && type.View() == u"BSTR";
+    });
+}
+
 void SetChild(IConfigElement& element, const char16_t* name, std::string_view value) {
     ElementPtr child = ElementAt(element, name);
     if (!child) {
@@ -75,7 +84,17 @@ ComPtr<IConfigDocument> NewDocument() {
 } // namespace
 
 bool SettingsDocument::IsDocumentFile(const std::string& path) {
-    return NewDocument()->Load(platform::FromUtf8(path).c_str(), 0) == S_OK;
+    ComPtr<IConfigDocument> document = NewDocument();
+    ElementPtr root;
+    if (document->Load(platform::FromUtf8(path).c_str(), 0) != S_OK ||
+        document->GetRootElement(root.Receive()) != S_OK)
+        return false;
+    Bstr name;
+    Require(root->GetName(name.Receive()), "give a name");
+    // The component stops at the first camera that it cannot read, and the ones after it are lost as well.
+    return name.View() == u"config" &&
+           std::ranges::all_of(SettingsDocument(std::move(document), std::move(root)).Select(kCameras),
+                               [](const ElementPtr& camera) { return IsReadable(*camera); });
 }
 
 std::optional<SettingsDocument> SettingsDocument::Parse(std::u16string_view text) {

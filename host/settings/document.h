@@ -26,6 +26,7 @@ class SettingsDocument {
 public:
     // Nothing for a text that is no document.
     static std::optional<SettingsDocument> Parse(std::u16string_view text);
+    // Whether a file is a document of settings of which every camera can be read.
     static bool IsDocumentFile(const std::string& path);
 
     [[nodiscard]] std::u16string Text() const;

@@ -1,6 +1,7 @@
 #include "host/settings/file.h"
 
 #include <filesystem>
+#include <optional>
 
 #include "host/settings/document.h"
 #include "host/start_error.h"
@@ -13,10 +14,13 @@ namespace {
 // More of them than that, and something is wrong that copies do not help against.
 constexpr int kMostCopies = 1000;
 
-std::string FreeName(const std::string& file) {
+// A name that is free, or that of a copy with the same content, since the file stays until the first change.
+std::string CopyName(const std::string& file, const std::optional<std::string>& content) {
     std::string name = file + ".damaged";
     std::error_code error;
     for (int number = 2; std::filesystem::exists(name, error); ++number) {
+        if (content && platform::ReadWholeFile(name) == content)
+            break;
         if (number > kMostCopies)
             throw StartError("there are too many copies of damaged settings beside " + file);
         name = file + ".damaged" + std::to_string(number);
@@ -39,8 +43,8 @@ std::string PrepareSettingsFile(const std::string& file) {
         return {};
     if (SettingsDocument::IsDocumentFile(file))
         return {};
-    std::string copy = FreeName(file);
     const auto content = platform::ReadWholeFile(file);
+    std::string copy = CopyName(file, content);
     if (!content || FAILED(platform::ReplaceFile(copy, *content)))
         throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy);
     return copy;

@@ -142,7 +142,7 @@ TEST(HostProgram, DemoShowsItsPhonesAndLeavesNothingBehind) {
     Program damaged(Host({"--data", data, "--listen", "127.0.0.1:0", "--seconds", "1"}));
     EXPECT_EQ(damaged.Wait(), 0);
     EXPECT_THAT(damaged.output,
-                HasSubstr("The settings file is damaged: starting without cameras. It is kept as " +
+                HasSubstr("The settings file is damaged: starting with what can be read. It is kept as " +
                           settings + ".damaged\n"));
     EXPECT_THAT(damaged.output, HasSubstr("There is no camera yet: add one at http://127.0.0.1:"));
     EXPECT_EQ(platform::ReadWholeFile(settings + ".damaged").value(), "<config><cams>");

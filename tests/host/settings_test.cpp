@@ -203,10 +203,14 @@ TEST(SettingsFile, IsKeptAsideWhenItIsDamaged) {
     EXPECT_EQ(PrepareSettingsFile(file), "");
     platform::ReplaceFile(file, "<config><host type=\"BSTR\">a</host></config>");
     EXPECT_EQ(PrepareSettingsFile(file), "");
-    for (const char* copy : {".damaged", ".damaged2"}) {
-        platform::ReplaceFile(file, std::string("<config>") + copy);
+    const std::string unreadable = "<config><cams><item><Name type=\"int\">1</Name></item></cams></config>";
+    for (const auto& [content, copy] : {std::pair(std::string("<config>"), ".damaged"),
+                                        {"<other/>", ".damaged2"},
+                                        {unreadable, ".damaged3"},
+                                        {"<config>", ".damaged"}}) {
+        platform::ReplaceFile(file, content);
         EXPECT_EQ(PrepareSettingsFile(file), file + copy);
-        EXPECT_EQ(platform::ReadWholeFile(file + copy).value_or(""), std::string("<config>") + copy);
+        EXPECT_EQ(platform::ReadWholeFile(file + copy).value_or(""), content);
     }
 }
 
