@@ -1,5 +1,5 @@
-// What this component has to say to whoever asks by path: the midlets' archives and the settings. The mobile
-// page is still to come.
+// What this component has to say to whoever asks by path: the midlets' archives, the settings, and the
+// mobile page with its style sheet.
 
 #include <algorithm>
 #include <string>
@@ -36,7 +36,9 @@ HRESULT CUploadServer::GetSetContent(bool bSet, BSTR path, BSTR* body, BSTR* hea
             return GetMidletArchive(kViewingMidlet, rest.View(), body, head);
         if (segment.View() == u"config")
             return GetSetConfig(bSet, body, head);
-        return E_NOTIMPL;
+        if (segment.View() == u"mobile.xsl")
+            return GetStyleSheet(body, head);
+        return GetMobilePage(body, head);
     });
 }
 

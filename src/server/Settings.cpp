@@ -12,8 +12,6 @@ using XmlConfig::CXmlConfig;
 
 namespace {
 
-constexpr char16_t kTextHead[] = u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n";
-
 platform::Bstr RootTemplate() {
     return platform::Bstr(XmlConfig::kRootTemplate);
 }

@@ -93,6 +93,12 @@ private:
     void BindSettings(IConfigElement* pRoot, bool bStore);
     HRESULT GetSetConfig(bool bSet, BSTR* body, BSTR* head);
 
+    // The head of every answer that is text.
+    static constexpr char16_t kTextHead[] = u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n";
+    // MobilePage.cpp
+    static HRESULT GetStyleSheet(BSTR* body, BSTR* head);
+    static HRESULT GetMobilePage(BSTR* body, BSTR* head);
+
     // Archives.cpp
     HRESULT GetMidletArchive(std::uint16_t nResource, std::u16string_view query, BSTR* body, BSTR* head);
     std::optional<std::string> TypeForUpload(std::u16string_view login, std::u16string_view password);

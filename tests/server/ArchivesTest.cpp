@@ -54,6 +54,43 @@ std::string ManifestOf(std::string_view archive) {
     return text;
 }
 
+// Every tail that names nothing else gives the page.
+TEST(MobilePage, IsServedForWhateverNamesNothingElse) {
+    support::WebHostClass host;
+    support::ForgetSettings();
+    ASSERT_EQ(S_OK, RegisterComponentClasses());
+    ComPtr<IUploadServer> server;
+    ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                               IUploadServer::iid, server.ReceiveVoid()));
+    const auto configuration = server.Query<IConfiguration>();
+    std::string page;
+    for (const char16_t* path :
+         {u"", u"Config", u"mobile.XSL", u"x/y", u"Sendora.jar?a=b/c", u"mobile.xsl"}) {
+        BSTR body = nullptr;
+        BSTR head = nullptr;
+        EXPECT_EQ(S_OK, configuration->GetContent(Bstr(path).Get(), &body, &head));
+        const Bstr content = Bstr::Adopt(body);
+        const Bstr contentHead = Bstr::Adopt(head);
+        EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", contentHead.View());
+        const std::string text(content.Bytes());
+        if (path == std::u16string_view(u"mobile.xsl")) {
+            EXPECT_THAT(
+                text, testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<xsl:stylesheet "));
+            continue;
+        }
+        if (page.empty())
+            page = text;
+        EXPECT_EQ(page, text);
+    }
+    EXPECT_THAT(page,
+                testing::StartsWith("<?xml version='1.0' encoding='UTF-8'?>"
+                                    "<?xml-stylesheet type='text/xsl' href='/mobile/mobile.xsl'?>\n<mobile>\n"
+                                    "\t<view>Camera viewer</view>\n"
+                                    "\t<upload>Mobile video transfer application</upload>\n<local "));
+    EXPECT_TRUE(page.ends_with(std::string_view("</mobile>\n\0", 11)));
+    host.script.handler = nullptr;
+}
+
 class Archives : public testing::Test {
 protected:
     Archives() : m_log(RecordingLog::Fresh()) {
