@@ -126,12 +126,11 @@ Answer NamedAsset(std::string_view name, const Request& request) {
 Answer HandlerAnswer(const Request& request, IWebHandler& handler) {
     const std::string path = request.path.substr(1) + (request.query.empty() ? "" : "?" + request.query);
     Bstr body;
-    Bstr head(platform::ToWide(request.head));
-    BSTR rawBody = body.Detach();
-    BSTR rawHead = head.Detach();
-    const HRESULT hr = handler.Request(platform::FromUtf8(path).c_str(), &rawBody, &rawHead);
-    body = Bstr::Adopt(rawBody);
-    head = Bstr::Adopt(rawHead);
+    // The handler replaces the head without freeing the one that it was given.
+    const Bstr givenHead(platform::ToWide(request.head));
+    BSTR rawHead = givenHead.Get();
+    const HRESULT hr = handler.Request(platform::FromUtf8(path).c_str(), body.Receive(), &rawHead);
+    const Bstr head = rawHead == givenHead.Get() ? Bstr() : Bstr::Adopt(rawHead);
     if (FAILED(hr))
         return Answer::Text(StatusOf(hr), hr == E_NOTIMPL ? "This is not there yet." : "The request failed.");
     Answer answer;

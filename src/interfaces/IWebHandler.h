@@ -26,7 +26,8 @@ struct IWebHandler : IUnknown {
     // connection by the status alone, so it closes its handle after any failure: closing a handle twice is
     // harmless.
     virtual HRESULT Process(const char16_t* szPath, SOCKET hSocket, BSTR head) = 0;
-    // One answer: body and head come back as new texts, the caller's to free; unchanged after a failure.
+    // One answer: body and head come back as new texts, the caller's to free; unchanged after a failure. The
+    // head that went in is replaced but not freed: the caller keeps hold of it.
     virtual HRESULT Request(const char16_t* szPath, BSTR* body, BSTR* head) = 0;
 
 protected:

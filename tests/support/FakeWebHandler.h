@@ -65,7 +65,6 @@ public:
         if (FAILED(m_requestResult))
             return m_requestResult;
         SysFreeString(*body);
-        SysFreeString(*head);
         *body = SysAllocStringByteLen(m_answerBody.data(), static_cast<std::uint32_t>(m_answerBody.size()));
         *head = platform::Bstr(m_answerHead).Detach();
         return S_OK;
