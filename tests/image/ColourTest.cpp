@@ -2,6 +2,7 @@
 // decoder converts, from sequential and progressive frames alike.
 
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/jpegdec/JpegDecoder.h"
 
 #include <gtest/gtest.h>
@@ -42,18 +43,8 @@ std::array<int, 3> ToRgb(int y, int cb, int cr) {
 // --- Kernels
 // -----------------------------------------------------------------------------------------------------
 
-class ColourKernels : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override {
-        if (GetParam() > ippLevelFromFeatures(ippGetFeatures()).nLevel)
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = GetParam();
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-};
-
-INSTANTIATE_TEST_SUITE_P(All, ColourKernels, testing::Range(0, ippLevels),
-                         [](const auto& level) { return "Level" + std::to_string(level.param); });
+using ColourKernels = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, ColourKernels, EveryKernelLevel(), KernelLevelName);
 
 using Kernel = IppStatus (*)(const std::uint8_t* const*, std::int32_t, std::uint8_t*, std::int32_t, IppiSize);
 

@@ -1,6 +1,7 @@
 // The kernels of the fallback engine against their formulas written out plainly, at every level of the
 // machine.
 
+#include "image/KernelLevel.h"
 #include "image/kernels/Kernels.h"
 
 #include <gtest/gtest.h>
@@ -12,15 +13,8 @@
 
 namespace {
 
-class FallbackKernels : public testing::TestWithParam<int> {
+class FallbackKernels : public AtKernelLevel {
 protected:
-    void SetUp() override {
-        if (GetParam() > ippLevelFromFeatures(ippGetFeatures()).nLevel)
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = GetParam();
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-
     int Random(int nLow, int nHigh) { return std::uniform_int_distribution<int>(nLow, nHigh)(m_random); }
     void Fill(std::vector<std::uint8_t>& bytes) {
         for (std::uint8_t& n : bytes)
@@ -29,8 +23,7 @@ protected:
 
     std::minstd_rand m_random{5};
 };
-INSTANTIATE_TEST_SUITE_P(All, FallbackKernels, testing::Range(0, ippLevels),
-                         [](const auto& level) { return "Level" + std::to_string(level.param); });
+INSTANTIATE_TEST_SUITE_P(All, FallbackKernels, EveryKernelLevel(), KernelLevelName);
 
 int Clamp(std::int64_t n) {
     return static_cast<int>(std::clamp<std::int64_t>(n, 0, 255));

@@ -19,7 +19,10 @@ protected:
         g_nKernelLevel = nLevel;
         g_nKernelWide = bWide ? 1 : 0;
     }
-    void TearDown() override { g_nKernelLevel = 0; }
+    void TearDown() override {
+        g_nKernelLevel = 0;
+        g_nKernelWide = 0;
+    }
 };
 
 // For INSTANTIATE_TEST_SUITE_P.

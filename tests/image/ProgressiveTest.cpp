@@ -2,6 +2,7 @@
 // coefficients, and what is damaged, cut off or out of bounds is refused.
 
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/jpegdec/JpegDecoder.h"
 
 #include <gtest/gtest.h>
@@ -100,18 +101,8 @@ struct Shape {
 };
 constexpr Shape kShapes[] = {{1, 1, 1}, {3, 1, 1}, {3, 2, 1}, {3, 2, 2}};
 
-class ProgressiveLevels : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override {
-        if (GetParam() > ippLevelFromFeatures(ippGetFeatures()).nLevel)
-            GTEST_SKIP() << "this machine has no level " << GetParam();
-        g_nKernelLevel = GetParam();
-    }
-    void TearDown() override { g_nKernelLevel = 0; }
-};
-
-INSTANTIATE_TEST_SUITE_P(All, ProgressiveLevels, testing::Range(0, ippLevels),
-                         [](const auto& level) { return "Level" + std::to_string(level.param); });
+using ProgressiveLevels = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, ProgressiveLevels, EveryKernelLevel(), KernelLevelName);
 
 // The sequential frame of the same picture has the same coefficients, so the planes agree to the byte. What
 // the other library makes of them agrees within the transforms' tolerance.
