@@ -77,7 +77,7 @@ JpegStatus CJPEGEncoder::CheckSource() const {
     if (m_nSrcWidth > kJpegMaxSide || m_nSrcHeight > kJpegMaxSide ||
         std::int64_t{m_nSrcWidth} * m_nSrcHeight > kJpegMaxPixels)
         return JPEG_NOT_SUPPORTED;
-    if (m_eConversion != Conversion::Planes || m_eSrcColor == JC_GRAY)
+    if (m_eSrcColor != JC_YCBCR420_PLANAR)
         return JPEG_OK;
     const PlanarSource& planes = *static_cast<const PlanarSource*>(m_pSrc);
     const bool bChroma = m_nSrcWidth > 1 && m_nSrcHeight > 1;
