@@ -95,8 +95,8 @@ std::int32_t DecodeJpegYV12Fallback(const std::uint8_t* pJpeg, std::int32_t nJpe
     if (!stream.ReadImage(pPixels.get(), 3, IJL_BGR, 0))
         return ImageUnreadable;
     // A picture of one column has no chroma, hence strides of 0 from a frame block: the kernel refuses them,
-    // and there is no frame. One of one row is taken, with the row left as it was, as any odd last one is; its
-    // planes of chroma are never written, so they need not be there.
+    // and there is no frame. One of one row is taken, with the row left as it was, as any odd last one is;
+    // its planes of chroma are never written, so they need not be there.
     //
     // Blue-first pixels meet coefficients made for red-first ones, so the plane with the gain of U, which the
     // kernel lists first, holds what YV12 calls V. It has always been so; changing it would change colours.
