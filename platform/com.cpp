@@ -5,6 +5,9 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/com_classes.h"
+#include "platform/interface_table.h"
+
 void* CoTaskMemAlloc(std::size_t size) noexcept {
     return size == 0 ? nullptr : std::malloc(size);
 }
@@ -92,6 +95,10 @@ HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory) try {
     return E_OUTOFMEMORY;
 }
 
+ComPtr<IClassFactory> RegisteredFactory(const GUID& classId) noexcept {
+    return ClassTable::Instance().Find(classId);
+}
+
 HRESULT RevokeClassFactory(const GUID& classId) {
     return ClassTable::Instance().Take(classId) ? S_OK : REGDB_E_CLASSNOTREG;
 }
@@ -101,13 +108,13 @@ HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t con
     if (object == nullptr)
         return E_POINTER;
     *object = nullptr;
-    if (contextMask == 0)
-        return E_INVALIDARG;
-    // Every class runs within the process; a mask that leaves this out asks for one that is not there.
-    if ((contextMask & kContextInProcess) == 0)
-        return REGDB_E_CLASSNOTREG;
-    const ComPtr<IClassFactory> factory = ClassTable::Instance().Find(classId);
-    return factory ? factory->CreateInstance(outer, interfaceId, object) : REGDB_E_CLASSNOTREG;
+    if (const HRESULT hr = CheckContext(contextMask); FAILED(hr))
+        return hr;
+    if (const ComPtr<IClassFactory> factory = RegisteredFactory(classId))
+        return factory->CreateInstance(outer, interfaceId, object);
+    if (classId == kInterfaceTableClass)
+        return GetInterfaceTable(outer, interfaceId, object);
+    return CreateFromModule(classId, outer, interfaceId, object);
 }
 
 } // namespace platform

@@ -188,8 +188,9 @@ public:
     ModuleLock& operator=(const ModuleLock&) noexcept = default;
     ~ModuleLock() { Drop(); }
 
-    static void Add() noexcept { Counter().fetch_add(1, std::memory_order_relaxed); }
-    static void Drop() noexcept { Counter().fetch_sub(1, std::memory_order_acq_rel); }
+    // Both give the new count.
+    static std::int32_t Add() noexcept { return Counter().fetch_add(1, std::memory_order_relaxed) + 1; }
+    static std::int32_t Drop() noexcept { return Counter().fetch_sub(1, std::memory_order_acq_rel) - 1; }
     [[nodiscard]] static std::int32_t Count() noexcept { return Counter().load(std::memory_order_acquire); }
 
 private:
@@ -220,8 +221,11 @@ public:
     std::uint32_t AddRef() override { return m_count.Add(); }
     std::uint32_t Release() override {
         const std::uint32_t left = m_count.Drop();
-        if (left == 0)
+        if (left == 0) {
+            // The object's own lock goes before the rest of the object does.
+            const ModuleLock whileItGoes;
             delete this;
+        }
         return left;
     }
 
@@ -255,8 +259,8 @@ public:
 MORROW_PLATFORM_API HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory);
 MORROW_PLATFORM_API HRESULT RevokeClassFactory(const GUID& classId);
 
-// Creates an object of a class. REGDB_E_CLASSNOTREG when nobody registered it; E_INVALIDARG for an empty
-// mask.
+// Creates an object of a class: one that this process registered, or one of a module that the registry names
+// (modules.h has its statuses). REGDB_E_CLASSNOTREG when neither knows it; E_INVALIDARG for an empty mask.
 MORROW_PLATFORM_API HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
                                              const GUID& interfaceId, void** object);
 

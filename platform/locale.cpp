@@ -32,6 +32,8 @@ constexpr Language kLanguages[] = {
 
 constexpr Language kUnknown{};
 
+constinit thread_local std::uint32_t t_locale = kLocaleSystemDefault;
+
 const Language& Find(std::uint32_t id) noexcept {
     if (id == 0)
         return kLanguages[0];
@@ -51,6 +53,14 @@ std::string_view LanguageCode(std::uint32_t languageId) noexcept {
 
 std::string_view LanguageName(std::uint32_t languageId) noexcept {
     return Find(languageId).name;
+}
+
+std::uint32_t ThreadLocale() noexcept {
+    return t_locale;
+}
+
+void SetThreadLocale(std::uint32_t locale) noexcept {
+    t_locale = locale;
 }
 
 } // namespace platform

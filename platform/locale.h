@@ -17,4 +17,11 @@ MORROW_PLATFORM_API std::u16string_view AbbreviatedLanguageName(std::uint32_t la
 MORROW_PLATFORM_API std::string_view LanguageCode(std::uint32_t languageId) noexcept;
 MORROW_PLATFORM_API std::string_view LanguageName(std::uint32_t languageId) noexcept; // UTF-8
 
+// The locale of the calling thread, which says in what manner numbers and dates are read and written. It is
+// the system's default on a new thread, and no function of this layer goes by it: nothing here is written in
+// the manner of a country.
+inline constexpr std::uint32_t kLocaleSystemDefault = 2048;
+MORROW_PLATFORM_API std::uint32_t ThreadLocale() noexcept;
+MORROW_PLATFORM_API void SetThreadLocale(std::uint32_t locale) noexcept;
+
 } // namespace platform

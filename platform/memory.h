@@ -30,4 +30,9 @@ private:
     int m_protection = 0; // before, in the system's bits
 };
 
+// A pointer that is kept for long, in a form from which nobody makes a pointer to something else: mixed with
+// a number that is drawn anew for each process. Null has such a form as well.
+MORROW_PLATFORM_API std::uintptr_t EncodePointer(const void* pointer) noexcept;
+MORROW_PLATFORM_API void* DecodePointer(std::uintptr_t encoded) noexcept;
+
 } // namespace platform

@@ -23,6 +23,7 @@ inline constexpr HRESULT E_FAIL = MakeStatus(0x80004005);
 inline constexpr HRESULT E_UNEXPECTED = MakeStatus(0x8000FFFF);
 inline constexpr HRESULT E_PENDING = MakeStatus(0x8000000A);
 inline constexpr HRESULT CLASS_E_NOAGGREGATION = MakeStatus(0x80040110);
+inline constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = MakeStatus(0x80040111);
 inline constexpr HRESULT REGDB_E_CLASSNOTREG = MakeStatus(0x80040154);
 inline constexpr HRESULT E_ACCESSDENIED = MakeStatus(0x80070005);
 inline constexpr HRESULT E_OUTOFMEMORY = MakeStatus(0x8007000E);

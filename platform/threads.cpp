@@ -14,6 +14,8 @@
 #include <mutex>
 #include <new>
 
+#include "platform/locale.h"
+#include "platform/modules.h"
 #include "platform/status.h"
 #include "platform/text.h"
 
@@ -37,11 +39,15 @@ constexpr std::chrono::seconds kIdleTime{5};
 struct Task {
     WorkItem function = nullptr;
     void* context = nullptr;
+    // From the call that queues on, which comes from a module that is in use. The thread lets go of it before
+    // the task counts as ended, outside the module's code and under no lock.
+    ModulePin pin{};
 
     void Run() const {
         // A reused thread starts like a new one.
         SetLastError(kErrorSuccess);
         (void)SetThreadCodePage(0);
+        SetThreadLocale(kLocaleSystemDefault);
         (void)function(context);
     }
 };
@@ -67,12 +73,12 @@ public:
             ++m_running;
             if (IdleWorker* const worker = m_idle) {
                 m_idle = worker->below; // the one that ran last, so the surplus runs into its time limit
-                worker->task = task;
+                worker->task = std::move(task);
                 worker->wake.notify_one();
                 return true;
             }
         }
-        return Start(task, kPoolStackBytes, &RunPoolThread);
+        return Start(std::move(task), kPoolStackBytes, &RunPoolThread);
     }
 
     bool StartAlone(Task task, std::size_t stackBytes) {
@@ -80,7 +86,7 @@ public:
             const std::scoped_lock guard(m_mutex);
             ++m_running;
         }
-        return Start(task, stackBytes == 0 ? kPoolStackBytes : stackBytes, &RunAlone);
+        return Start(std::move(task), stackBytes == 0 ? kPoolStackBytes : stackBytes, &RunAlone);
     }
 
     std::uint32_t Running() {
@@ -98,7 +104,7 @@ private:
 
     // The task is counted as running already; not any more when there is no thread for it.
     bool Start(Task task, std::size_t stackBytes, ThreadFunction function) {
-        std::unique_ptr<Task> handedOver(new (std::nothrow) Task(task));
+        std::unique_ptr<Task> handedOver(new (std::nothrow) Task(std::move(task)));
         const int error =
             handedOver == nullptr ? ENOMEM : CreateThread(function, handedOver.get(), stackBytes);
         if (error == 0) {
@@ -132,7 +138,7 @@ private:
     }
 
     static Task TakeOver(void* argument) noexcept {
-        return *std::unique_ptr<Task>(static_cast<Task*>(argument));
+        return std::move(*std::unique_ptr<Task>(static_cast<Task*>(argument)));
     }
 
     static void* RunAlone(void* argument) {
@@ -150,7 +156,7 @@ private:
 
     void WorkUntilIdle(Task task) {
         IdleWorker self;
-        self.task = task;
+        self.task = std::move(task);
         while (self.task.function != nullptr) {
             self.task.Run();
             self.task = {};
@@ -183,6 +189,10 @@ private:
     IdleWorker* m_idle = nullptr; // under m_mutex; the last one to become idle comes first
 };
 
+Task MakeTask(WorkItem function, void* context) noexcept {
+    return {function, context, ModulePin(reinterpret_cast<const void*>(function))};
+}
+
 bool RefuseNull(WorkItem function) noexcept {
     if (function == nullptr)
         SetLastError(kErrorInvalidParameter);
@@ -193,11 +203,11 @@ bool RefuseNull(WorkItem function) noexcept {
 
 bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t /*flags*/) noexcept {
     // Every item has a thread of its own, so a long-running one needs no other treatment.
-    return !RefuseNull(function) && Pool::Instance().Queue({function, context});
+    return !RefuseNull(function) && Pool::Instance().Queue(MakeTask(function, context));
 }
 
 bool StartThread(WorkItem function, void* context, std::size_t stackBytes) noexcept {
-    return !RefuseNull(function) && Pool::Instance().StartAlone({function, context}, stackBytes);
+    return !RefuseNull(function) && Pool::Instance().StartAlone(MakeTask(function, context), stackBytes);
 }
 
 std::uint32_t RunningWorkItems() noexcept {
