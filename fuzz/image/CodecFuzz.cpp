@@ -72,7 +72,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nBy
     std::vector<std::uint8_t> cb(nChroma);
     const std::int32_t nResult =
         DecodeJpegYV12(pData, nSize, luma.data(), nWidth, cr.data(), nStep, cb.data(), nStep);
-    Require((nResult == ImageOk) == static_cast<bool>(block), "both ways decode the same streams");
+    // A picture of one column has no chroma and hence strides of 0, which the other engine refuses.
+    if (nResult == ImageOk || nWidth > 1)
+        Require((nResult == ImageOk) == static_cast<bool>(block), "both ways decode the same streams");
     if (nResult == ImageOk) {
         Require(SameBytes(luma, block.Planes()), "both ways give one luma");
         if (!bGrey) {
