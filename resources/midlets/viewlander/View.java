@@ -1,17 +1,20 @@
 /** The part of the source's picture that the person looks at, in thousandths of its width and height, and its turn. */
 final class View {
     private static final int WHOLE = 1000;
-    private static final int CLOSEST = 100;
+    /** What is seen, from all of it to a tenth. Steps of a list, so that the way back is the way there. */
+    private static final int[] SIZES = {WHOLE, 667, 444, 296, 198, 132, 100};
 
     private int left;
     private int top;
+    private int step;
     private int size = WHOLE;
     private boolean turned;
 
     /** Closer or farther by a half, around the middle. */
     void zoom(boolean closer) {
         int before = size;
-        size = closer ? Math.max(CLOSEST, size * 2 / 3) : Math.min(WHOLE, size * 3 / 2);
+        step = closer ? Math.min(SIZES.length - 1, step + 1) : Math.max(0, step - 1);
+        size = SIZES[step];
         move((before - size) / 2, (before - size) / 2);
     }
 
@@ -26,6 +29,7 @@ final class View {
     }
 
     void fit() {
+        step = 0;
         size = WHOLE;
         left = 0;
         top = 0;

@@ -22,6 +22,9 @@ import javax.microedition.io.SocketConnection;
  */
 final class Phone extends Platform {
     private static final Runnable END = () -> {};
+    /** How long a person looks for a command that is not on the screen yet, and how often, in milliseconds. */
+    private static final long PATIENCE = 10_000;
+    private static final long LOOK_AGAIN = 20;
 
     private final Options options;
     private final Archive archive;
@@ -37,6 +40,8 @@ final class Phone extends Platform {
     private volatile ScreenView current;
     private Program program;
     private boolean chosen;
+    /** Since when a due command is missing, by the machine's steady clock; 0 while none is. */
+    private long missingSince;
 
     // Guarded by this object.
     private int frames;
@@ -67,15 +72,20 @@ final class Phone extends Platform {
         try {
             pressWhatIsDue();
             for (;;) {
-                Runnable task = options.timeout == 0 ? tasks.take()
-                                                     : tasks.poll(end - System.nanoTime(), TimeUnit.NANOSECONDS);
-                if (task == null) {
+                Runnable task = tasks.poll(missingSince != 0 ? LOOK_AGAIN : 1000, TimeUnit.MILLISECONDS);
+                if (options.timeout != 0 && System.nanoTime() - end >= 0) {
                     end(1, "the time is over");
-                }
-                if (task == null || task == END) {
                     break;
                 }
-                task.run();
+                if (task == END) {
+                    break;
+                }
+                if (task != null) {
+                    task.run();
+                }
+                if (missingSince != 0) {
+                    pressWhatIsDue();
+                }
             }
         } catch (InterruptedException interrupted) {
             end(1, "interrupted");
@@ -115,10 +125,19 @@ final class Phone extends Platform {
             now = frames;
         }
         while (!presses.isEmpty() && presses.get(0).afterFrames() <= now) {
-            String label = presses.remove(0).label();
-            if (!current.press(label) && !current.choose(label)) {
-                end(1, "there is no \"" + label + "\" to press on \"" + current.title() + "\"");
+            String label = presses.get(0).label();
+            if (current != null && (current.press(label) || current.choose(label))) {
+                presses.remove(0);
+                missingSince = 0;
+                continue;
             }
+            long time = System.nanoTime();
+            if (missingSince == 0) {
+                missingSince = time;
+            } else if (time - missingSince > TimeUnit.MILLISECONDS.toNanos(PATIENCE)) {
+                end(1, "there is no \"" + label + "\" to press" + (current == null ? "" : " on \"" + current.title() + "\""));
+            }
+            return;
         }
     }
 
