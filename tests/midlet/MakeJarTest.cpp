@@ -197,6 +197,15 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
             EXPECT_EQ(Template(), *archive) << "with the template's own manifest";
         }
     }
+    // The installed zip refuses an archive of no bytes, and that is what comes back; a tool of no bytes does
+    // not start.
+    {
+        const support::OtherResources none(
+            {support::Neutral(u"EXE", 209, std::string(platform::FindResource(u"EXE", 209).value().Text()))});
+        auto& log = RecordingLog::Fresh();
+        EXPECT_EQ("", MakeJar(kUploadMidlet, params, u"h", ""));
+        EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: ptr\n"));
+    }
     // The next build does not stumble over what is there, nor take it for its own.
     const support::OtherResources templates(Templates(Template()));
     ASSERT_EQ(S_OK, platform::CreateFolder(platform::TemporaryFolder() + "META-INF"));

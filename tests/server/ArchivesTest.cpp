@@ -1,6 +1,7 @@
 #include "server/UploadServer.h"
 
 #include <array>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -9,15 +10,14 @@
 #include <gtest/gtest.h>
 
 #include "interfaces/ComponentDoor.h"
-#include "platform/resources.h"
+#include "platform/configdoc/configdoc.h"
+#include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
 #include "server/ParseQuery.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
 #include "support/Settings.h"
-#include "support/Zip.h"
-#include "tools/rescomp/image_writer.h"
 
 namespace {
 
@@ -94,11 +94,6 @@ TEST(MobilePage, IsServedForWhateverNamesNothingElse) {
 class Archives : public testing::Test {
 protected:
     Archives() : m_log(RecordingLog::Fresh()) {
-        const std::string archive =
-            support::Zip({{"META-INF/MANIFEST.MF", "old"}, {"Quillstart.class", "c"}});
-        m_image = rescomp::BuildImage(
-            {{{u"JAR"}, {kUploadMidlet}, 0, 0, archive}, {{u"JAR"}, {kViewingMidlet}, 0, 0, archive}});
-        platform::AddResourceInstance(Bytes());
         support::ForgetSettings();
         EXPECT_EQ(S_OK, RegisterComponentClasses());
         EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
@@ -112,14 +107,9 @@ protected:
         m_configuration = nullptr;
         m_server = nullptr;
         RevokeComponentClasses();
-        platform::RemoveResourceInstance(Bytes().data());
-    }
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
-        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
     }
 
     RecordingLog& m_log;
-    std::string m_image;
     support::WebHostClass m_host;
     ComPtr<IUploadServer> m_server;
     ComPtr<IConfiguration> m_configuration;
@@ -146,11 +136,16 @@ TEST_F(Archives, GoToWhoMayHaveThem) {
         {u"Viewlander.jar?password=x", E_ACCESSDENIED, ""},
         {u"Viewlander.jar?JarName=-x&login=a&password=b", E_FAIL, ""},
     };
+    // Whatever is made in the folder, or taken from it, changes its time.
+    const std::filesystem::path folder = platform::TemporaryFolder();
     for (const Row& row : rows) {
         SCOPED_TRACE(platform::ToUtf8(row.path));
         BSTR body = Bstr(u"body").Detach();
         BSTR head = Bstr(u"head").Detach();
+        const auto touched = last_write_time(folder);
         EXPECT_EQ(row.hr, m_configuration->GetContent(Bstr(row.path).Get(), &body, &head));
+        EXPECT_TRUE(is_empty(folder));
+        EXPECT_EQ(row.hr != S_OK, last_write_time(folder) == touched) << "nothing is built for a refusal";
         const Bstr bodyOwner = Bstr::Adopt(body);
         const Bstr headOwner = Bstr::Adopt(head);
         if (row.hr == S_OK) {
@@ -162,6 +157,31 @@ TEST_F(Archives, GoToWhoMayHaveThem) {
         }
     }
     EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: bResult\n"));
+}
+
+// The host's library of documents cannot be had.
+TEST_F(Archives, AreAllThatIsServedWithoutDocuments) {
+    platform::RevokeClassFactory(kConfigDocumentClass);
+    struct Row {
+        const char16_t* path;
+        HRESULT hr;
+        const char* report; // the last line of them
+    };
+    const Row rows[] = {
+        {u"", E_UNEXPECTED, "TRASSDO: SUCCEEDED(hr(0x8000ffff:'Catastrophic failure'))\n"},
+        {u"config", E_FAIL, nullptr},
+        {u"Sendora.jar?login=yard&password=secret", S_OK, nullptr},
+    };
+    for (const Row& row : rows) {
+        m_log.Clear();
+        BSTR body = Bstr(u"body").Detach();
+        BSTR head = Bstr(u"head").Detach();
+        EXPECT_EQ(row.hr, m_configuration->GetContent(Bstr(row.path).Get(), &body, &head));
+        EXPECT_EQ(row.hr != S_OK, Bstr::Adopt(body).View() == u"body");
+        EXPECT_EQ(row.hr != S_OK, Bstr::Adopt(head).View() == u"head");
+        EXPECT_EQ(row.report == nullptr ? "" : row.report, m_log.Texts().empty() ? "" : m_log.Texts().back());
+    }
+    EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
 }
 
 TEST_F(Archives, AreRequestedWithTheCredentialsThatTheHostKnows) {

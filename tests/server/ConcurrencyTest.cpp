@@ -1,6 +1,10 @@
 // Phones, clients and the table's changes at the same time.
 
+#include <stdlib.h>
+
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +24,7 @@
 #include "support/TcpPair.h"
 #include "support/Wait.h"
 #include "support/Wire.h"
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -133,6 +138,73 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
         thread.join();
     EXPECT_GT(camSink->Count(), 0U);
     EXPECT_EQ(S_OK, source->Unsubscribe(videoSink.Get()));
+}
+
+// A download's tool that takes its time: a `zip` in front of the installed one waits until it is let go.
+class SlowZip {
+public:
+    SlowZip() : m_path(::getenv("PATH")) {
+        std::ofstream(m_folder.File("zip"))
+            << "#!/bin/sh\nPATH='" << m_path << "'\ncd '" << m_folder.Path().string()
+            << "'\n: > begun\nuntil [ -e go ]; do sleep 0.01; done\n"
+               "cd \"$OLDPWD\"\nexec zip \"$@\"\n";
+        std::filesystem::permissions(m_folder.File("zip"), std::filesystem::perms::owner_all);
+        ::setenv("PATH", (m_folder.Path().string() + ":" + m_path).c_str(), 1);
+    }
+    SlowZip(const SlowZip&) = delete;
+    SlowZip& operator=(const SlowZip&) = delete;
+    ~SlowZip() { ::setenv("PATH", m_path.c_str(), 1); }
+
+    [[nodiscard]] bool HasBegun() const { return std::filesystem::exists(m_folder.File("begun")); }
+    void LetGo() const { std::ofstream(m_folder.File("go")); }
+
+private:
+    const std::string m_path;
+    TempFolder m_folder;
+};
+
+// The server's lock is held over the build of an archive: who streams does not notice, who comes waits.
+TEST_F(Crowd, UploadsGoOnUnderADownload) {
+    const SlowZip tool;
+    const std::string frame = support::Frame(support::MakeJpeg(64, 48));
+    auto server = CreateServer();
+    for (const int number : {0, 1})
+        EXPECT_EQ(S_OK, support::AddCamera(server.Get(), CameraName(number), u"160x120", u"demo"));
+    ComPtr<ICam> cam;
+    ASSERT_EQ(S_OK, server.Query<IVideoSource>()->ConnectToCam(Bstr(CameraName(0)).Get(), cam.Receive()));
+    const auto sink = support::RecordingCamSinkObject::Create();
+    cam->Connect(sink.Get());
+    TcpPair streaming;
+    streaming.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
+    ASSERT_EQ(S_FALSE, server->OnConnection(Bstr(CameraName(0)).Get(), streaming.Adopt(), 1, 0, nullptr));
+
+    std::thread download([&] {
+        const Bstr path(u"Sendora.jar?JarName=x&login=cam0&password=demo");
+        Bstr body;
+        Bstr head;
+        EXPECT_EQ(S_OK,
+                  server.Query<IConfiguration>()->GetContent(path.Get(), body.Receive(), head.Receive()));
+        EXPECT_TRUE(body.Bytes().starts_with("PK"));
+    });
+    EXPECT_TRUE(support::Eventually([&] { return tool.HasBegun(); }));
+    TcpPair coming;
+    coming.far.Send(support::AuthRecord("demo"));
+    std::atomic<bool> came{false};
+    std::thread newcomer([&] {
+        EXPECT_EQ(S_FALSE, server->OnConnection(Bstr(CameraName(1)).Get(), coming.Adopt(), 1, 0, nullptr));
+        came = true;
+    });
+    const std::size_t before = sink->Count();
+    for (std::size_t sent = 1; sent <= 20; ++sent) {
+        streaming.far.Send(frame);
+        EXPECT_TRUE(support::Eventually([&] { return sink->Count() >= before + sent; }));
+    }
+    EXPECT_FALSE(came);
+    tool.LetGo();
+    download.join();
+    newcomer.join();
+    EXPECT_TRUE(came);
+    cam->Disconnect(sink.Get());
 }
 
 } // namespace
