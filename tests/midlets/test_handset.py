@@ -24,12 +24,16 @@ class Handset(DownloadCase):
         self.write_server_address(self.server)
         host.start()
 
+    def start_handset(self, archive, *arguments):
+        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-jar", downloads.options.handset]
+        return subprocess.Popen([*java, str(archive), *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                text=True)
+
     def run_handset(self, archive, *arguments):
         """Its exit status and what was on its screen."""
-        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-jar", downloads.options.handset]
-        done = subprocess.run([*java, str(archive), *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              text=True, timeout=90)
-        return done.returncode, done.stdout
+        handset = self.start_handset(archive, *arguments)
+        said, _ = handset.communicate(timeout=90)
+        return handset.returncode, said
 
     def get(self, midlet, login):
         archive = self.download(f"/mobile/{midlet}.jar?JarName={midlet}", f"{login}:demo", f"{midlet}.jar")
@@ -66,10 +70,8 @@ class Handset(DownloadCase):
         self.assertEqual(status, 0, said)
         self.assertEqual(self.connections("spare"), ["spare"] * 3)
         # What was under way when a connection was closed may be lost: two of them were.
-        deadline = time.monotonic() + 10
-        while (camera := self.camera("spare"))["frames"] < 10:
-            self.assertLess(time.monotonic(), deadline, camera)
-            time.sleep(0.05)
+        self.wait_until(lambda: self.camera("spare")["frames"] >= 10)
+        camera = self.camera("spare")
         self.assertLessEqual(camera["frames"], 12)
         self.assertEqual((camera["failed"], camera["width"], camera["height"]), (0, 320, 240))
         # The newest picture is one of the secondary camera's.
@@ -117,7 +119,29 @@ class Handset(DownloadCase):
         self.assertGreaterEqual(len({digits[-3:] for _, digits in seen}), len(seen) - len(presses), seen)
         minutes = {time.strftime("%H%M", time.localtime(time.time() - ago)) for ago in (0, 60)}
         self.assertLessEqual({digits[:4] for _, digits in seen if len(digits) > 3}, minutes)
+        self.check_stop(archive)
         self.end()
+
+    def check_stop(self, archive):
+        """Somebody in a hurry: what was halted before it had a connection must not go on behind the screen."""
+        presses = ["Rotate@2", "Closer@2", "Rotate@2", "Stop@2"]
+        handset = self.start_handset(archive, "--source", "clock", *itertools.chain(*(("--press", press)
+                                                                                     for press in presses)))
+        try:
+            before = len(self.connections("clock"))
+            self.wait_until(lambda: len(self.connections("clock")) > before)
+            time.sleep(1)  # two pictures, and what then is on its way
+            self.wait_until(lambda: b"\nmorrowstream_packers 1\n" in self.host.fetch("/metrics"))  # the demo's own phone
+            self.assertIsNone(handset.poll())
+        finally:
+            handset.kill()
+            handset.communicate()
+
+    def wait_until(self, condition):
+        deadline = time.monotonic() + 20
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, self.log())
+            time.sleep(0.05)
 
 
 if __name__ == "__main__":

@@ -42,6 +42,9 @@ final class Server {
         if (colon <= address.lastIndexOf(']')) {
             return true;
         }
+        if (address.indexOf(':') < colon && address.charAt(0) != '[') {
+            return false; // which of the colons stands before a port?
+        }
         try {
             int port = Integer.parseInt(address.substring(colon + 1));
             return port > 0 && port < 65536;

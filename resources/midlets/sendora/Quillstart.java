@@ -105,7 +105,9 @@ public class Quillstart extends MIDlet implements CommandListener, Runnable {
     private synchronized void change(boolean toSecondary) {
         if (secondary != toSecondary) {
             secondary = toSecondary;
-            show(manifest.text("alert_changingcam"));
+            if (running) {
+                show(manifest.text("alert_changingcam"));
+            }
             if (uplink != null) {
                 uplink.close();
             }
@@ -174,6 +176,10 @@ public class Quillstart extends MIDlet implements CommandListener, Runnable {
             connection = new Uplink(server, manifest.setting("RESOURCE"), login);
             synchronized (this) {
                 uplink = connection;
+                // Who stopped it while it was being opened had nothing to close.
+                if (!isWanted(secondaryCamera)) {
+                    return false;
+                }
             }
             signIn(connection);
             byte[] picture = camera.snapshot(format);

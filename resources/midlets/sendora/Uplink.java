@@ -56,7 +56,7 @@ final class Uplink implements Runnable {
     void begin(byte[] first, int length) throws IOException {
         byte[] header = new byte[length];
         System.arraycopy(first, 0, header, 0, length);
-        writeNumber(length);
+        link.out.write(new byte[] {(byte) length, (byte) (length >> 8)});
         link.out.write(header);
         link.out.flush();
         shared = header;
@@ -79,18 +79,14 @@ final class Uplink implements Runnable {
     /** Sends one picture that fits. */
     void send(byte[] picture, boolean multiple) throws IOException {
         int size = picture.length - shared.length;
-        link.out.write(multiple ? FRAME | MULTIPLE : FRAME);
-        writeNumber(size);
+        // What is written apart travels apart on a connection without delay.
+        int descriptor = multiple ? FRAME | MULTIPLE : FRAME;
+        link.out.write(new byte[] {(byte) descriptor, (byte) size, (byte) (size >> 8)});
         link.out.write(picture, shared.length, size);
         link.out.flush();
         synchronized (this) {
             --credit;
         }
-    }
-
-    private void writeNumber(int value) throws IOException {
-        link.out.write(value & 255);
-        link.out.write(value >> 8 & 255);
     }
 
     /** Waits for leave to send; false when the connection has ended. */

@@ -38,6 +38,7 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
     private String source;
     private Stream stream;
     private Displayable behindSettings;
+    private boolean pausedWhilePlaying;
 
     private Command command(String key, int type, int priority) {
         return new Command(manifest.text(key), type, priority);
@@ -49,7 +50,8 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
 
     protected void startApp() {
         if (display().getCurrent() != null) {
-            return; // back from a pause
+            resume();
+            return;
         }
         video.setTitle(manifest.setting("MIDlet-Name"));
         add(video, new Command[] {stop, closer, farther, fit, rotate, cameras, setUp, exit});
@@ -64,8 +66,16 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
         screen.setCommandListener(this);
     }
 
-    protected void pauseApp() {
+    protected synchronized void pauseApp() {
+        pausedWhilePlaying = stream != null;
         halt();
+    }
+
+    private synchronized void resume() {
+        if (pausedWhilePlaying) {
+            pausedWhilePlaying = false;
+            play();
+        }
     }
 
     protected void destroyApp(boolean unconditional) {
@@ -105,12 +115,12 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
         } else if (command == rotate) {
             view.turn();
         }
-        play();
+        playOn();
     }
 
     public void moved(int x, int y) {
         view.step(x, y);
-        play();
+        playOn();
     }
 
     private void leaveSettings(boolean accepted) {
@@ -120,8 +130,8 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
             settings.cancel();
         }
         display().setCurrent(behindSettings);
-        if (accepted && behindSettings == video) {
-            play();
+        if (accepted) {
+            playOn();
         }
     }
 
@@ -154,6 +164,13 @@ public class Quillstart extends MIDlet implements CommandListener, Stream.Watche
             resource.append(settings.parameters(video.getWidth(), video.getHeight(), view));
             stream = new Stream(server, resource.toString(), this);
             stream.start();
+        }
+    }
+
+    /** The same for who is watching; what was stopped stays so until it is wanted. */
+    private synchronized void playOn() {
+        if (stream != null) {
+            play();
         }
     }
 

@@ -70,6 +70,10 @@ final class Stream extends Thread {
         Link opened = server.request("GET", resource);
         synchronized (this) {
             link = opened;
+            // Who halted while it was being opened had nothing to close.
+            if (stopped) {
+                throw new IOException(resource);
+            }
         }
         return opened.readHead();
     }
