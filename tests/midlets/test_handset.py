@@ -123,7 +123,7 @@ class Handset(DownloadCase):
         self.end()
 
     def check_stop(self, archive):
-        """Somebody in a hurry: what was halted before it had a connection must not go on behind the screen."""
+        """A stop ends the stream at the server as well, also behind changes that came one upon the other."""
         presses = ["Rotate@2", "Closer@2", "Rotate@2", "Stop@2"]
         handset = self.start_handset(archive, "--source", "clock", *itertools.chain(*(("--press", press)
                                                                                      for press in presses)))
