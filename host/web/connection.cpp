@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 
 #include "host/log/console.h"
+#include "host/mobile/content.h"
+#include "host/mobile/source_list.h"
 #include "host/settings/pages.h"
 #include "host/view/view.h"
 #include "host/web/access.h"
@@ -73,6 +75,11 @@ private:
             return ServeSettings();
         if (const auto refused = RefuseMethod())
             return Send(*refused);
+        // What a phone asks for, with the login that it views with.
+        if (IsSourceListPath(m_request.path)) {
+            const auto refused = CheckAccess(m_request, Purpose::View, m_services);
+            return Send(refused ? *refused : SourceListAnswer(m_request, m_services));
+        }
         if (const auto refused = CheckAccess(m_request, Purpose::Watch, m_services))
             return Send(*refused);
         if (m_request.path == "/tiles")

@@ -1,18 +1,14 @@
 #include "host/web/pages.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 
 #include "host/web/assets.h"
 #include "host/web/report.h"
-#include "platform/text.h"
 
 namespace host {
 namespace {
-
-using platform::Bstr;
 
 // FNV-1a: tells versions of a file apart, nothing more.
 std::string EntityTag(std::string_view content) {
@@ -67,30 +63,6 @@ Answer TextAnswer(std::string_view type, std::string text) {
     return answer;
 }
 
-std::string LastContentType(const std::string& head) {
-    // A line is put in front, since the first one is taken for the request line.
-    const std::string lines = "\n" + head;
-    const std::string_view type = HeaderValue(lines, "content-type");
-    const bool control =
-        std::ranges::any_of(type, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
-    return control ? std::string() : std::string(type);
-}
-
-unsigned StatusOf(HRESULT hr) {
-    switch (hr) {
-    case E_NOTIMPL:
-        return 501;
-    case E_INVALIDARG:
-        return 400;
-    case E_ACCESSDENIED:
-        return 403;
-    case E_ELEMENT_NOT_FOUND:
-        return 404;
-    default:
-        return 500;
-    }
-}
-
 } // namespace
 
 FeedPtr FeedOfPath(std::string_view path, std::string_view prefix, std::string_view suffix,
@@ -121,25 +93,6 @@ Answer PageAnswer(const Request& request, const Services& services) {
 
 Answer NamedAsset(std::string_view name, const Request& request) {
     return AssetAnswer(*FindAsset(name), request);
-}
-
-Answer HandlerAnswer(const Request& request, IWebHandler& handler) {
-    const std::string path = request.path.substr(1) + (request.query.empty() ? "" : "?" + request.query);
-    Bstr body;
-    // The handler replaces the head without freeing the one that it was given.
-    const Bstr givenHead(platform::ToWide(request.head));
-    BSTR rawHead = givenHead.Get();
-    const HRESULT hr = handler.Request(platform::FromUtf8(path).c_str(), body.Receive(), &rawHead);
-    const Bstr head = rawHead == givenHead.Get() ? Bstr() : Bstr::Adopt(rawHead);
-    if (FAILED(hr))
-        return Answer::Text(StatusOf(hr), hr == E_NOTIMPL ? "This is not there yet." : "The request failed.");
-    Answer answer;
-    answer.body = body.Bytes();
-    answer.headers["Cache-Control"] = "no-store";
-    answer.type = LastContentType(platform::ToNarrow(head.View()));
-    if (answer.type.empty())
-        answer.type = "application/octet-stream";
-    return answer;
 }
 
 } // namespace host

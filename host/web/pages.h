@@ -13,9 +13,6 @@ Answer PageAnswer(const Request& request, const Services& services);
 // A file of the page; it must be there.
 Answer NamedAsset(std::string_view name, const Request& request);
 
-// The answer of a registered handler.
-Answer HandlerAnswer(const Request& request, IWebHandler& handler);
-
 // The camera that a path names behind `prefix` and before `suffix`; null when there is none.
 FeedPtr FeedOfPath(std::string_view path, std::string_view prefix, std::string_view suffix,
                    const Services& services);

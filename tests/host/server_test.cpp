@@ -174,12 +174,13 @@ TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
 
 TEST(Server, HandlerAnswersAndFailuresArePassedOn) {
     const Rig rig;
-    rig.handler->m_answerBody = std::string("a\0b\r\n\r\n\xFF", 8);
+    rig.handler->m_answerBody = std::string("ab\0b\r\n\r\n\xFF", 9);
     const auto ask = [&] { return rig.Get("/mobile/list%20x?q=1", "X-A: 1\r\n" + std::string(Rig::kPhone)); };
     Reply reply = ask();
     EXPECT_EQ(reply.status, 200U);
     EXPECT_EQ(reply.body, rig.handler->m_answerBody);
-    EXPECT_EQ(reply.Header("Content-Type"), "text/xml");
+    EXPECT_EQ(reply.Header("Content-Type"), "text/xml; charset=utf-8");
+    EXPECT_EQ(reply.Header("Cache-Control"), "no-store");
     ASSERT_EQ(rig.handler->Requested().size(), 1U);
     EXPECT_EQ(rig.handler->Requested()[0].path, "mobile/list%20x?q=1");
     EXPECT_THAT(rig.handler->Requested()[0].head, HasSubstr("\r\nX-A: 1\r\n"));
