@@ -7,12 +7,17 @@
 [ $# -eq 2 ] || exit 16
 # Options that a user keeps for zip would change what is packed.
 unset ZIPOPT ZIP
-pattern=$(printf '%s' "$2" | awk '{
-    for (i = 1; i <= length($0); ++i) {
-        c = substr($0, i, 1)
-        printf "%s", tolower(c) == toupper(c) ? c : "[" tolower(c) toupper(c) "]"
-    }
-}')
+# Each letter in both cases, "[aA]", without a process of its own.
+rest=$2
+pattern=
+while [ -n "$rest" ]; do
+    letter=${rest%"${rest#?}"}
+    rest=${rest#?}
+    for both in aA bB cC dD eE fF gG hH iI jJ kK lL mM nN oO pP qQ rR sS tT uU vV wW xX yY zZ; do
+        case $both in *"$letter"*) letter="[$both]" && break ;; esac
+    done
+    pattern=$pattern$letter
+done
 # Without such an entry there is nothing to drop, which zip calls a failure.
 zip -q -d "./$1" "$pattern" || [ $? -eq 12 ] || exit
 exec zip -q -X "./$1" "$2"

@@ -1,0 +1,163 @@
+// Times the build of a personal midlet archive against what cannot be had for less: the start of a process
+// that puts one file into an archive. Each round measures all three, one after the other, on the same bytes.
+//
+//     midlet_bench [--rounds N] [--json FILE]        200 rounds by default
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "midlet/ArchiveFiles.h"
+#include "midlet/MakeJar.h"
+#include "midlet/Manifest.h"
+#include "platform/files.h"
+#include "platform/resources.h"
+#include "platform/temporary_folder.h"
+
+namespace {
+
+constexpr std::uint16_t kArchiveTool = 209;
+
+struct Options {
+    int rounds = 200;
+    std::string json;
+};
+
+Options Read(int count, char** arguments) {
+    Options options;
+    for (int i = 1; i + 1 < count; i += 2) {
+        const std::string_view name = arguments[i];
+        if (name == "--rounds")
+            options.rounds = std::atoi(arguments[i + 1]);
+        else if (name == "--json")
+            options.json = arguments[i + 1];
+        else
+            throw std::invalid_argument(std::string(name) + " is unknown");
+    }
+    if (count % 2 == 0 || options.rounds < 1)
+        throw std::invalid_argument("usage: midlet_bench [--rounds N] [--json FILE]");
+    return options;
+}
+
+void Require(bool holds, const char* what) {
+    if (!holds)
+        throw std::runtime_error(std::string(what) + " failed");
+}
+
+std::string Resource(const char16_t* type, std::uint16_t number) {
+    const auto found = platform::FindResource(type, number);
+    Require(found.has_value(), "finding a resource");
+    return std::string(found->Text());
+}
+
+// A process of its own, waited for without a step between two looks.
+void RunBare(const std::string& folder, std::vector<std::string> arguments) {
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+    pid_t id = 0;
+    const int error = ::posix_spawnp(&id, pointers[0], &actions, nullptr, pointers.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    Require(error == 0 && ::waitpid(id, &status, 0) == id && status == 0, "a process");
+}
+
+// Milliseconds.
+template <class Work>
+double Time(Work work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+double Median(std::vector<double> times) {
+    std::ranges::sort(times);
+    return times[times.size() / 2];
+}
+
+enum EWork { kBuild, kTool, kZip, kWorks };
+
+class Round {
+public:
+    Round() : m_folder(platform::TemporaryFolder() + "bench/"), m_template(Resource(u"JAR", kUploadMidlet)) {
+        Require(
+            SUCCEEDED(platform::CreateFolder(m_folder)) &&
+                SUCCEEDED(platform::CreateFolder(m_folder + "META-INF")) &&
+                WriteFileFromBlock(m_folder + "META-INF/manifest.mf",
+                                   BuildManifest({"Sendora", "yard", "demo", "h:80", "320x240"})) &&
+                WriteFileFromBlock(m_folder + "zip.exe", Resource(u"EXE", kArchiveTool), EFileKind::Program),
+            "writing what the tool works on");
+    }
+
+    [[nodiscard]] std::array<double, kWorks> Run() const {
+        const QueryMap params{{u"JarName", u"Sendora"}, {u"login", u"yard"}, {u"password", u"demo"}};
+        std::array<double, kWorks> times{};
+        times[kBuild] = Time([&] {
+            Require(MakeJar(kUploadMidlet, params, u"h:80", "320x240").value_or("").starts_with("PK"),
+                    "a build");
+        });
+        times[kTool] = RunOn("one.jar", {m_folder + "zip.exe"});
+        times[kZip] = RunOn("two.jar", {"zip", "-q", "-X"});
+        return times;
+    }
+
+private:
+    // A process that puts the manifest into a fresh template.
+    [[nodiscard]] double RunOn(const std::string& archive, std::vector<std::string> arguments) const {
+        Require(WriteFileFromBlock(m_folder + archive, m_template), "writing a template");
+        arguments.insert(arguments.end(), {archive, "META-INF/manifest.mf"});
+        return Time([&] { RunBare(m_folder, arguments); });
+    }
+
+    const std::string m_folder;
+    const std::string m_template;
+};
+
+void Measure(const Options& options) {
+    const Round round;
+    (void)round.Run(); // what is read for the first time
+    std::array<std::vector<double>, kWorks> times;
+    for (int n = 0; n < options.rounds; ++n) {
+        const auto taken = round.Run();
+        for (std::size_t work = 0; work < kWorks; ++work)
+            times[work].push_back(taken[work]);
+    }
+    const double build = Median(times[kBuild]);
+    const double tool = Median(times[kTool]);
+    const double zip = Median(times[kZip]);
+    std::printf("archive: build %.2f ms, its tool alone %.2f ms, one bare zip %.2f ms  (medians of %d)\n",
+                build, tool, zip, options.rounds);
+    if (options.json.empty())
+        return;
+    std::FILE* const file = std::fopen(options.json.c_str(), "w");
+    Require(file != nullptr, "writing the file of figures");
+    std::fprintf(file, R"({"rounds":%d,"build_ms":%.3f,"tool_ms":%.3f,"zip_ms":%.3f})", options.rounds, build,
+                 tool, zip);
+    Require(std::fclose(file) == 0, "writing the file of figures");
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        Measure(Read(count, arguments));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "midlet_bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
