@@ -51,7 +51,8 @@ int Closeness(std::string_view range, std::string_view type) noexcept {
     if (range == "*/*")
         return 1;
     const std::size_t slash = type.find('/');
-    return range.ends_with("/*") && SameIgnoringCase(range.substr(0, range.size() - 1), type.substr(0, slash + 1))
+    return range.ends_with("/*") &&
+                   SameIgnoringCase(range.substr(0, range.size() - 1), type.substr(0, slash + 1))
                ? 2
                : 0;
 }

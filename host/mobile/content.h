@@ -9,10 +9,10 @@ namespace host {
 
 // The answer of a registered handler to a GET or HEAD request, whoever asks having been let in already.
 //
-// Texts go out as UTF-8, without the zero that the component puts behind them. A page that names a style sheet
-// of the same handler is sent as HTML to clients that prefer it. Archives carry the name that the query gives
-// them, and a path NAME.jad is the descriptor of the archive NAME.jar. Nothing of it is kept by caches: an
-// archive holds a password.
+// Texts go out as UTF-8, without the zero that the component puts behind them. A page that names a style
+// sheet of the same handler is sent as HTML to clients that prefer it. Archives carry the name that the query
+// gives them, and a path NAME.jad is the descriptor of the archive NAME.jar. Nothing of it is kept by caches:
+// an archive holds a password.
 Answer HandlerAnswer(const Request& request, IWebHandler& handler);
 
 } // namespace host

@@ -60,7 +60,7 @@ std::string_view LineOf(std::string_view manifest, std::string_view key) {
 
 std::optional<std::string> DescribeArchive(const std::string& archive, const std::string& url) {
     static constexpr std::array<std::string_view, 6> kKeys = {
-        "MIDlet-Name", "MIDlet-Version", "MIDlet-Vendor", "MIDlet-1", "MicroEdition-Configuration",
+        "MIDlet-Name",         "MIDlet-Version", "MIDlet-Vendor", "MIDlet-1", "MicroEdition-Configuration",
         "MicroEdition-Profile"};
     const auto manifest = ReadManifest(archive);
     if (!manifest)

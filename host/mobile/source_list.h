@@ -10,8 +10,8 @@
 namespace host {
 
 // "/xslt/enum/all": what the midlet's manifest names as its list of cameras, and what the mobile page links
-// to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source with its key, a
-// tab and its name; any other form is for a browser, which is sent to the live page.
+// to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source with its key,
+// a tab and its name; any other form is for a browser, which is sent to the live page.
 bool IsSourceListPath(std::string_view path) noexcept;
 
 // Whoever asks has been let in already.

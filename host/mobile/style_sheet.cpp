@@ -42,7 +42,8 @@ void PrepareLibraries() {
 Document Read(const std::string& text) {
     if (text.size() > INT_MAX)
         return nullptr;
-    return Document(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions));
+    return Document(
+        xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions));
 }
 
 Preferences NothingButMemory() {
@@ -80,8 +81,9 @@ std::string StyleSheetOf(std::string_view document) {
     if (end == std::string_view::npos)
         return {};
     const std::string_view instruction = document.substr(start, end - start);
-    return PseudoAttribute(instruction, "type") == "text/xsl" ? std::string(PseudoAttribute(instruction, "href"))
-                                                               : std::string();
+    return PseudoAttribute(instruction, "type") == "text/xsl"
+               ? std::string(PseudoAttribute(instruction, "href"))
+               : std::string();
 }
 
 std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet) {

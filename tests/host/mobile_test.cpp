@@ -40,8 +40,8 @@ TEST(Mobile, BrowsersAskForHtmlByName) {
 
 TEST(Mobile, SheetsAreAppliedOfMemoryAlone) {
     EXPECT_EQ(StyleSheetOf("<?xml-stylesheet href=\"/a/b.xsl\" type=\"text/xsl\"?><p/>"), "/a/b.xsl");
-    for (const char* document : {"<p/>", "<?xml-stylesheet href='/a' type='text/css'?>", "<?xml-stylesheet href='/a",
-                                 "<?xml-stylesheet type='text/xsl' href=?>"})
+    for (const char* document : {"<p/>", "<?xml-stylesheet href='/a' type='text/css'?>",
+                                 "<?xml-stylesheet href='/a", "<?xml-stylesheet type='text/xsl' href=?>"})
         EXPECT_EQ(StyleSheetOf(document), "") << document;
     const auto sheet = [](std::string_view body) {
         return "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:output "
@@ -127,7 +127,8 @@ TEST(Mobile, ListOfSources) {
     EXPECT_EQ(reply.status, 200U);
     EXPECT_EQ(reply.Header("Content-Type"), "text/plain; charset=utf-8");
     EXPECT_THAT(reply.body, HasSubstr("clock\tclock\n"));
-    EXPECT_EQ(rig.Get("/xslt/enum/all?xslt=SensorsPage.xslt", std::string(Rig::kPhone)).Header("Location"), "/");
+    EXPECT_EQ(rig.Get("/xslt/enum/all?xslt=SensorsPage.xslt", std::string(Rig::kPhone)).Header("Location"),
+              "/");
 }
 
 } // namespace
