@@ -20,6 +20,10 @@ constexpr std::string_view kArchive = "application/java-archive";
 constexpr std::string_view kArchiveSuffix = ".jar";
 constexpr std::string_view kDescriptorSuffix = ".jad";
 constexpr std::size_t kLongestName = 100;
+// The page's boxes are drawn by attributes of its elements. Its style sheet is this server's.
+constexpr std::string_view kPagePolicy =
+    "default-src 'self'; style-src 'self' 'unsafe-inline'; object-src 'none'; "
+    "base-uri 'none'; form-action 'self'; frame-ancestors 'self'";
 
 // What came of a call of a handler.
 struct Reply {
@@ -140,6 +144,7 @@ Answer TextAnswer(const Request& request, IWebHandler& handler, Reply reply) {
     answer.type = reply.type + "; charset=utf-8";
     if (const std::string sheet = StyleSheetOf(reply.body); !sheet.empty()) {
         answer.headers["Vary"] = "Accept";
+        answer.headers["Content-Security-Policy"] = kPagePolicy;
         auto html = PrefersHtml(HeaderValue(request.head, "accept"))
                         ? AsHtml(request, handler, reply.body, sheet)
                         : std::nullopt;

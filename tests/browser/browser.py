@@ -30,10 +30,10 @@ def tool(name):
 
 
 class Browser:
-    def __init__(self, profile, screenshots, width=1280, height=800):
+    def __init__(self, profile, screenshots, width=1280, height=800, arguments=()):
         options = Options()
         options.binary_location = tool("chromium")
-        for argument in ARGUMENTS:
+        for argument in (*ARGUMENTS, *arguments):
             options.add_argument(argument)
         if os.geteuid() == 0:
             options.add_argument("--no-sandbox")

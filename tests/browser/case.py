@@ -25,8 +25,8 @@ class BrowserCase(unittest.TestCase):
         self.addCleanup(host.close)
         return host
 
-    def make_browser(self, **size):
-        browser = Browser(os.path.join(self.folder, "profile"), options.screenshots, **size)
+    def make_browser(self, **more):
+        browser = Browser(os.path.join(self.folder, "profile"), options.screenshots, **more)
         self.addCleanup(browser.close)
         return browser
 
