@@ -63,6 +63,7 @@ std::string Resource(const char16_t* type, std::uint16_t number) {
 // A process of its own, waited for without a step between two looks.
 void RunBare(const std::string& folder, std::vector<std::string> arguments) {
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);

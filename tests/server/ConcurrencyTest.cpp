@@ -143,7 +143,7 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
 // A download's tool that takes its time: a `zip` in front of the installed one waits until it is let go.
 class SlowZip {
 public:
-    SlowZip() : m_path(::getenv("PATH")) {
+    SlowZip() : m_path(::getenv("PATH") == nullptr ? "/usr/bin" : ::getenv("PATH")) {
         std::ofstream(m_folder.File("zip"))
             << "#!/bin/sh\nPATH='" << m_path << "'\ncd '" << m_folder.Path().string()
             << "'\n: > begun\nuntil [ -e go ]; do sleep 0.01; done\n"
