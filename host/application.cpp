@@ -10,12 +10,15 @@
 #include <optional>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "host/data_folder.h"
 #include "host/demo.h"
 #include "host/handler/component.h"
 #include "host/handler/viewing.h"
 #include "host/language.h"
+#include "host/links/pages.h"
+#include "host/links/qr_code.h"
 #include "host/log/console.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
@@ -171,6 +174,7 @@ public:
         m_component = std::make_unique<Component>(m_handlers, m_feeds);
         m_settings.SetConfiguration(m_component->Configuration());
         StoreCameras();
+        m_services.authority = AuthorityForOthers(options.listen);
         m_server = std::make_unique<Server>(options.listen, m_services);
     }
     Application(const Application&) = delete;
@@ -179,6 +183,7 @@ public:
 
     int Run() {
         SayWelcome();
+        SayLink();
         std::optional<DemoPhones> phones;
         if (m_options.demo) {
             phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
@@ -251,6 +256,30 @@ private:
         if (m_feeds->List().empty())
             console.Say("There is no camera yet: add one at http://" + m_server->Where().Text() +
                         "/settings");
+    }
+
+    // For the first camera without a phone: in the demo the one that no simulated phone takes.
+    void SayLink() {
+        std::string camera;
+        for (const FeedPtr& feed : m_feeds->List()) {
+            const bool taken = m_options.demo && feed->Name() != kDemoFreeCamera;
+            if (camera.empty() && !taken && m_authenticator.CameraPassword(feed->Name()))
+                camera = feed->Name();
+        }
+        const auto link = camera.empty() ? std::nullopt : m_services.links->Make(camera);
+        if (!link)
+            return;
+        Console& console = Console::Get();
+        const std::string address = AddressOf(*link, m_server->Where().Text(), m_services);
+        console.Say("A phone becomes the camera " + Printable(camera) + " with " + address);
+        console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
+                    " minutes; more of them on the live page, beside each camera)");
+        if (m_services.authority.empty())
+            console.Say(
+                "  Only this computer can open it. For phones: ./run --no-demo --listen 0.0.0.0:8080");
+        const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(address) : std::nullopt;
+        for (const std::string& line : code ? code->TerminalLines() : std::vector<std::string>())
+            console.Say(line);
     }
 
     void Loop(const DemoPhones* phones) {

@@ -55,7 +55,9 @@ std::optional<std::uint64_t> ReadCount(std::string_view line, std::string_view b
 
 std::vector<CameraEntry> DemoCameras() {
     const std::string password(kDemoPassword);
-    return {{"yard", "320x240", password}, {"gate", "160x120", password}, {"spare", "320x240", password}};
+    return {{"yard", "320x240", password},
+            {"gate", "160x120", password},
+            {std::string(kDemoFreeCamera), "320x240", password}};
 }
 
 void AddDemoUsers(UserStore& users) {

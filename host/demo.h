@@ -17,6 +17,8 @@
 namespace host {
 
 inline constexpr std::string_view kDemoPassword = "demo";
+// The camera that no simulated phone takes.
+inline constexpr std::string_view kDemoFreeCamera = "spare";
 
 std::vector<CameraEntry> DemoCameras();
 // Throws StartError when somebody else's user has the name of one of them.

@@ -24,4 +24,11 @@ bool CameraLogins::Contains(std::string_view login) const {
     return m_passwords.contains(login);
 }
 
+std::optional<std::string> CameraLogins::PasswordOf(std::string_view login) const {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_passwords.find(login);
+    return found == m_passwords.end() || found->second.empty() ? std::nullopt
+                                                               : std::optional<std::string>(found->second);
+}
+
 } // namespace host

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,8 @@ public:
     // name.
     [[nodiscard]] bool Accepts(std::string_view login, std::string_view password) const;
     [[nodiscard]] bool Contains(std::string_view login) const;
+    // Nothing for a login that Accepts would never take.
+    [[nodiscard]] std::optional<std::string> PasswordOf(std::string_view login) const;
 
 private:
     mutable std::mutex m_mutex;

@@ -209,6 +209,10 @@ bool Authenticator::IsTaken(std::string_view login) const {
     return user != m_store.Users().end() && user->second.kind != UserKind::Phone;
 }
 
+std::optional<std::string> Authenticator::CameraPassword(std::string_view camera) const {
+    return IsTaken(camera) ? std::nullopt : m_cameras.PasswordOf(camera);
+}
+
 bool Authenticator::IsCamera(const Credentials& credentials) const {
     const auto user = m_store.Users().find(credentials.login);
     return (user == m_store.Users().end() || user->second.kind == UserKind::Phone) &&

@@ -64,6 +64,8 @@ public:
 
     [[nodiscard]] bool HasDemoUsers() const;
     void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
+    // What a phone signs in with as this camera; nothing where no phone can.
+    [[nodiscard]] std::optional<std::string> CameraPassword(std::string_view camera) const;
     // Whether a camera of this name could not be signed in to.
     [[nodiscard]] bool IsTaken(std::string_view login) const;
 

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "host/links/pages.h"
 #include "host/log/console.h"
 #include "host/mobile/content.h"
 #include "host/mobile/source_list.h"
@@ -42,7 +43,8 @@ public:
             ParsedRequest parsed = ParseRequest(std::move(head.text));
             if (!parsed.request) {
                 m_services.counters.Refuse(Refusal::HeadInvalid);
-                return Close(Answer::Text(parsed.status, "This is no request that the server understands."));
+                Close(Answer::Text(parsed.status, "This is no request that the server understands."));
+                return;
             }
             ++m_services.counters.requests;
             m_request = std::move(*parsed.request);
@@ -73,8 +75,12 @@ private:
         }
         if (IsSettingsPath(m_request.path))
             return ServeSettings();
+        if (IsLinksPath(m_request.path))
+            return ServeLinks();
         if (const auto refused = RefuseMethod())
             return Send(*refused);
+        if (IsGetPath(m_request.path))
+            return ServeGet();
         // What a phone asks for, with the login that it views with.
         if (IsSourceListPath(m_request.path)) {
             const auto refused = CheckAccess(m_request, Purpose::View, m_services);
@@ -140,6 +146,25 @@ private:
         return Send(SettingsAnswer(m_request, body, m_services));
     }
 
+    // A link holds a camera's password, so making one is the administrator's, and the demo's on this machine.
+    bool ServeLinks() {
+        const Purpose purpose = m_services.demo ? Purpose::Watch : Purpose::Settings;
+        if (const auto refused = CheckAccess(m_request, purpose, m_services))
+            return Send(*refused);
+        if (const auto refused = RefuseForeignPage())
+            return Send(*refused);
+        return Send(LinksAnswer(m_request, m_services));
+    }
+
+    bool ServeGet() {
+        GetReply reply = GetAnswer(m_request, m_services);
+        if (!reply.delivery)
+            return Send(reply.answer);
+        if (Close(reply.answer) && reply.answer.status == 200)
+            reply.delivery->Done();
+        return false;
+    }
+
     // Programs send no Origin; a page of somebody else's sends its own.
     [[nodiscard]] std::optional<Answer> RefuseForeignPage() const {
         if (m_request.origin.empty() || IsSameOrigin(m_request.origin, m_request.host))
@@ -189,18 +214,20 @@ private:
                SendResult::Sent;
     }
 
-    void Close(const Answer& answer) {
+    // Whether the answer went out; how much of it has arrived, nobody knows.
+    bool Close(const Answer& answer) {
         const std::string bytes = Serialize(answer, {.headOnly = m_request.method == "HEAD"});
         if (SendAll(m_socket.Get(), bytes, m_services.stop, m_services.limits.writeStall) != SendResult::Sent)
-            return;
+            return false;
         ::shutdown(m_socket.Get(), SHUT_WR);
         const auto deadline = Clock::now() + kLinger;
         std::string rest(4096, '\0');
         while (WaitFor({.socket = m_socket.Get(), .socketEvents = POLLIN, .stop = &m_services.stop},
                        deadline) == Waited::Ready) {
-            if (::recv(m_socket.Get(), rest.data(), rest.size(), MSG_DONTWAIT) <= 0)
-                return;
+            if (const auto got = ::recv(m_socket.Get(), rest.data(), rest.size(), MSG_DONTWAIT); got <= 0)
+                return got == 0;
         }
+        return true;
     }
 
     Descriptor m_socket;

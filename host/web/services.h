@@ -7,6 +7,7 @@
 #include "host/content/source_table.h"
 #include "host/feed/feed_table.h"
 #include "host/handler/web_handler_host.h"
+#include "host/links/link_table.h"
 #include "host/packer/counters.h"
 #include "host/settings/settings.h"
 #include "host/users/authenticator.h"
@@ -32,6 +33,9 @@ struct Services {
     std::string pageToken = RandomPassword();
     mutable Counters counters{};
     std::shared_ptr<SourceTable> sources{}; // what can be watched
+    std::shared_ptr<LinkTable> links = std::make_shared<LinkTable>();
+    std::string
+        authority{}; // where others reach this server, "ADDR:PORT"; empty where nobody but this machine does
     std::shared_ptr<PackerCounters> packers = std::make_shared<PackerCounters>();
 };
 

@@ -57,6 +57,7 @@ LIBRARIES = {
     "crypt.h": {"host"},
     "libxml/": {"host"},
     "libxslt/": {"host"},
+    "qrencode.h": {"host"},
     "zip.h": {"host"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),

@@ -3,6 +3,7 @@
 
 import { Camera } from "./camera.js";
 import { LargeView } from "./large.js";
+import { PhoneLinks } from "./phone-links.js";
 import { TileStream } from "./stream.js";
 import { copyText, setPhoneCommand } from "./text.js";
 import { Tile } from "./tile.js";
@@ -18,6 +19,8 @@ for (const id of [
 ]) {
     page[id] = document.getElementById(id);
 }
+
+const phoneLinks = new PhoneLinks(document.getElementById("phone"));
 
 const tiles = new Map(); // by name, in the order of the wall
 const visible = new Set(); // tiles that are on the screen or close to it
@@ -102,6 +105,7 @@ function arrangeWall(cameras) {
         if (tile === undefined) {
             tile = new Tile(new Camera(info.name), (name) => large.open(name));
             tiles.set(info.name, tile);
+            phoneLinks.attach(tile);
             page.wall.append(tile.root);
             observer.observe(tile.root);
         }
@@ -158,6 +162,7 @@ function showSoon() {
 }
 
 function show() {
+    phoneLinks.show([...visible]);
     if (document.hidden) {
         stream.show([]);
         return;

@@ -1,0 +1,182 @@
+// Links that give a phone its midlet once.
+
+#include <atomic>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/links/link_table.h"
+#include "host/links/pages.h"
+#include "host/links/qr_code.h"
+#include "rig.h"
+
+namespace host::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+TEST(LinkTable, ALinkIsGoodOnceAndNotForLong) {
+    const auto table = std::make_shared<LinkTable>();
+    const Clock::time_point now = Clock::now();
+    const auto link = table->Make("yard", now);
+    ASSERT_TRUE(link);
+    EXPECT_THAT(link->token, MatchesRegex("[0-9a-f]{32}"));
+    {
+        const auto first = table->Use(link->token, now);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first->Camera(), "yard");
+        EXPECT_FALSE(table->Use(link->token, now)) << "two at once";
+        EXPECT_TRUE(table->Find(link->token, now)) << "the page for it is there meanwhile";
+    }
+    // What did not arrive may be fetched again, what did may not.
+    auto second = table->Use(link->token, link->until - std::chrono::nanoseconds(1));
+    ASSERT_TRUE(second);
+    second->Done();
+    second.reset();
+    EXPECT_FALSE(table->Find(link->token, now));
+
+    const auto old = table->Make("yard", now);
+    EXPECT_FALSE(table->Find(old->token, old->until));
+    EXPECT_FALSE(table->Use(old->token, old->until));
+    EXPECT_TRUE(table->Revoke(old->token));
+    EXPECT_FALSE(table->Revoke(old->token));
+    EXPECT_FALSE(table->Find(old->token, now));
+    EXPECT_FALSE(table->Find("", now));
+}
+
+TEST(LinkTable, IsBoundedAndMakesRoom) {
+    const auto table = std::make_shared<LinkTable>();
+    const Clock::time_point now = Clock::now();
+    for (std::size_t i = 0; i < LinkTable::kMostLinks; ++i)
+        ASSERT_TRUE(table->Make("yard", now));
+    EXPECT_FALSE(table->Make("yard", now));
+    EXPECT_TRUE(table->Make("yard", now + LinkTable::kLifetime));
+}
+
+TEST(LinkTable, OneOfManyGetsIt) {
+    const auto table = std::make_shared<LinkTable>();
+    for (int round = 0; round < 50; ++round) {
+        const auto link = table->Make("yard");
+        std::atomic<int> got{0};
+        {
+            std::vector<std::jthread> threads;
+            for (int i = 0; i < 4; ++i) {
+                threads.emplace_back([&] {
+                    if (auto delivery = table->Use(link->token)) {
+                        ++got;
+                        delivery->Done();
+                    }
+                });
+            }
+        }
+        EXPECT_EQ(got, 1);
+    }
+}
+
+// A rig whose camera "front" has a password and whose component gives an archive.
+struct LinksRig : Rig {
+    LinksRig() : Rig(LongLimits()) {
+        authenticator.SetCameras({{"front", "320x240", "p&<\xC3\xA4"}, {"open", "320x240", ""}});
+        handler->m_answerHead = u"content-type: application/java-archive\n";
+        handler->m_answerBody = "PK and the rest";
+    }
+    [[nodiscard]] Reply Post(const std::string& target, const std::string& lines = "") const {
+        return Ask("POST " + target + " HTTP/1.1\r\nHost: localhost\r\n" + lines + "\r\n");
+    }
+    [[nodiscard]] std::string Token() const {
+        const std::string body = Post("/links?camera=front").body;
+        const auto at = body.find("\"token\":\"");
+        return at == std::string::npos ? "" : body.substr(at + 9, 32);
+    }
+};
+
+TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
+    const LinksRig rig;
+    const std::string token = rig.Token();
+    ASSERT_THAT(token, MatchesRegex("[0-9a-f]{32}"));
+    const std::string base = "/get/" + token;
+    const Reply page = rig.Get(base, "Host: elsewhere.example\r\n");
+    EXPECT_EQ(page.status, 200U) << "a phone has no sign-in and reaches the host under any name";
+    EXPECT_THAT(page.body, HasSubstr("href=\"" + base + "/Sendora.jar\""));
+    EXPECT_EQ(page.Header("Cache-Control"), "no-store");
+    EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(rig.Get(base + "/other").status, 404U);
+    EXPECT_EQ(rig.Ask("HEAD " + base + "/Sendora.jar HTTP/1.1\r\nHost: localhost\r\n\r\n").status, 200U);
+
+    const Reply archive = rig.Get(base + "/Sendora.jar");
+    EXPECT_EQ(archive.status, 200U);
+    EXPECT_EQ(archive.body, "PK and the rest");
+    const auto call = rig.handler->Requested().back();
+    EXPECT_EQ(call.path, "mobile/Sendora.jar?JarName=front");
+    const auto signIn = ParseBasic(HeaderValue(call.head, "authorization"));
+    ASSERT_TRUE(signIn);
+    EXPECT_EQ(signIn->login, "front");
+    EXPECT_EQ(signIn->password, "p&<\xC3\xA4");
+    for (const std::string& path :
+         {base, base + "/Sendora.jar", base + "/Sendora.jad", std::string("/get/x")})
+        EXPECT_EQ(rig.Get(path).status, 410U) << path;
+}
+
+TEST(Links, WhatFailsOrIsTakenBack) {
+    const LinksRig rig;
+    rig.handler->m_requestResult = E_FAIL;
+    const std::string failed = "/get/" + rig.Token() + "/Sendora.jar";
+    EXPECT_EQ(rig.Get(failed).status, 500U);
+    rig.handler->m_requestResult = S_OK;
+    EXPECT_TRUE(support::Eventually([&] { return rig.Get(failed).status == 200; }))
+        << "a failure uses nothing up";
+
+    const std::string revoked = rig.Token();
+    const std::string take = "DELETE /links/" + revoked + " HTTP/1.1\r\nHost: localhost\r\n";
+    EXPECT_EQ(rig.Ask(take + "Origin: http://evil.example\r\n\r\n").status, 403U);
+    EXPECT_EQ(rig.Ask(take + "\r\n").status, 200U);
+    EXPECT_EQ(rig.Ask(take + "\r\n").status, 404U);
+    EXPECT_EQ(rig.Get("/get/" + revoked).status, 410U);
+
+    // A camera that is gone takes its links along.
+    const std::string orphan = rig.Token();
+    rig.services.authenticator.SetCameras({});
+    EXPECT_EQ(rig.Get("/get/" + orphan + "/Sendora.jar").status, 410U);
+}
+
+TEST(Links, AreNotForEverybodyToMake) {
+    const LinksRig rig;
+    const std::pair<const char*, unsigned> rows[] = {{"/links?camera=none", 404},
+                                                     {"/links?camera=open", 404},
+                                                     {"/links?camera=%zz", 404},
+                                                     {"/links", 404}};
+    for (const auto& [target, status] : rows)
+        EXPECT_EQ(rig.Post(target).status, status) << target;
+    EXPECT_EQ(rig.Post("/links?camera=front", "Origin: http://evil.example\r\n").status, 403U);
+    EXPECT_EQ(rig.Get("/links").status, 405U);
+    const LinksRig& foreign = rig;
+    EXPECT_EQ(foreign.Ask("POST /links?camera=front HTTP/1.1\r\nHost: rebound.example\r\n\r\n").status, 403U);
+}
+
+TEST(QrCode, HasItsZoneAndEveryModule) {
+    const auto code = QrCode::Of("http://localhost/get/0123456789abcdef0123456789abcdef");
+    ASSERT_TRUE(code);
+    const auto lines = code->TerminalLines();
+    // Version 4 at level M: 33 modules, and four around.
+    EXPECT_EQ(lines.size(), (33U + 8 + 1) / 2);
+    EXPECT_THAT(code->Svg(), HasSubstr("viewBox=\"0 0 41 41\""));
+    EXPECT_THAT(code->Svg(), HasSubstr("M4 4h7v1h-7z")) << "the upper edge of the first finder pattern";
+    EXPECT_FALSE(QrCode::Of(std::string(4000, 'x')));
+}
+
+TEST(Links, AddressesForOthers) {
+    EXPECT_EQ(AuthorityForOthers({"127.0.0.1", 8080}), "");
+    EXPECT_EQ(AuthorityForOthers({"192.0.2.7", 8080}), "192.0.2.7:8080");
+    EXPECT_EQ(AuthorityForOthers({"192.0.2.7", 0}), "");
+    Rig rig;
+    const LinkTable::Link link{"t", "yard", {}};
+    EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://localhost:8080/get/t");
+    rig.services.authority = "192.0.2.7:8080";
+    EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://192.0.2.7:8080/get/t");
+    EXPECT_EQ(AddressOf(link, "cams.example", rig.services), "http://cams.example/get/t");
+}
+
+} // namespace
+} // namespace host::test
