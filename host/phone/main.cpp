@@ -5,12 +5,14 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include <sys/signalfd.h>
 
+#include "host/phone/install.h"
 #include "host/phone/options.h"
 #include "host/phone/uploadcommand.h"
 #include "host/phone/viewcommand.h"
@@ -23,8 +25,9 @@ constexpr std::string_view kHelp = R"(morrowstream-phone: a phone on the command
 
   morrowstream-phone upload   sends pictures to a camera of a server
   morrowstream-phone view     watches a camera or another source of a server
+  morrowstream-phone install  fetches the archive that a real phone installs
 
-"morrowstream-phone upload --help" and "morrowstream-phone view --help" list the arguments.
+"morrowstream-phone upload --help" and so on list the arguments.
 )";
 
 // A descriptor that is readable once the process was asked to end. The signals are taken off their usual way
@@ -48,15 +51,18 @@ int Run(std::span<const std::string_view> arguments) {
         std::cout << kHelp;
         return kExitDone;
     }
-    const bool view = arguments[0] == "view";
-    if (!view && arguments[0] != "upload") {
+    using Command = int (*)(std::span<const std::string_view>, int);
+    static const std::map<std::string_view, Command> kCommands = {
+        {"upload", RunUpload}, {"view", RunView}, {"install", RunInstall}};
+    const auto command = kCommands.find(arguments[0]);
+    if (command == kCommands.end()) {
         throw UsageError("unknown command \"" + std::string(arguments[0]) + "\"");
     }
     const int stop = OpenStop();
     if (stop < 0) {
         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
     }
-    return view ? RunView(arguments.subspan(1), stop) : RunUpload(arguments.subspan(1), stop);
+    return command->second(arguments.subspan(1), stop);
 }
 
 } // namespace

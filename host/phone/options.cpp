@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <functional>
-#include <map>
 #include <string>
 
 namespace host::phone {
@@ -26,16 +24,16 @@ std::uint64_t ParseCount(std::string_view option, std::string_view text) {
     return ParseNumber<std::uint64_t>(option, text, 1, UINT64_MAX);
 }
 
+using Value = std::string_view;
+
+} // namespace
+
 void CheckLogin(std::string_view login) {
     if (login.find(':') != std::string_view::npos) {
         throw UsageError("a login cannot hold a colon"); // it ends the login in the credentials (RFC 7617)
     }
 }
 
-using Value = std::string_view;
-using OptionTable = std::map<std::string_view, std::function<void(Value)>>;
-
-// Hands each value to its option. False when help is asked for.
 bool ReadOptions(std::span<const std::string_view> arguments, const OptionTable& options) {
     for (std::size_t at = 0; at < arguments.size(); at += 2) {
         if (arguments[at] == "--help") {
@@ -52,8 +50,6 @@ bool ReadOptions(std::span<const std::string_view> arguments, const OptionTable&
     }
     return true;
 }
-
-} // namespace
 
 ServerAddress ParseServer(std::string_view text) {
     const auto fail = [&]() -> UsageError {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -42,6 +44,13 @@ ServerAddress ParseServer(std::string_view text);
 // `arguments` stand behind the sub-command. Throws UsageError.
 UploadCommand ParseUpload(std::span<const std::string_view> arguments);
 ViewCommand ParseView(std::span<const std::string_view> arguments);
+
+// What the sub-commands share: each option has a value, which goes to its place in the table. False when help
+// is asked for. Throws UsageError for an unknown option or a missing value.
+using OptionTable = std::map<std::string_view, std::function<void(std::string_view)>>;
+bool ReadOptions(std::span<const std::string_view> arguments, const OptionTable& options);
+// Throws UsageError for a login that no credentials can hold.
+void CheckLogin(std::string_view login);
 
 // The login of phone `number` (from 1) of many: the prefix and the number with at least four digits.
 std::string NumberedLogin(std::string_view prefix, unsigned number);

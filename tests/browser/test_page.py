@@ -1,7 +1,11 @@
 """The page as a visitor of the demo meets it: what it shows, and what it says when there is nothing to show."""
 
+import os
 import re
+import subprocess
 import time
+import urllib.error
+import urllib.request
 
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -23,6 +27,7 @@ class PageTest(case.BrowserCase):
         self.see_the_demo_cameras()
         self.see_it_on_other_screens()
         self.open_and_close_the_large_view()
+        self.scan_the_code_beside_a_camera()
         self.follow_a_phone_through_its_life()
         self.end(self.host, self.browser)
 
@@ -100,6 +105,40 @@ class PageTest(case.BrowserCase):
         browser.open("about:blank")
         browser.open(self.host.address())
         browser.wait_state("yard", "live")
+
+    def scan_the_code_beside_a_camera(self):
+        browser = self.browser
+        tile = browser.driver.find_element(By.CSS_SELECTOR, '.tile[data-name="spare"]')
+        button = tile.find_element(By.CSS_SELECTOR, ".phone-code")
+        browser.wait("a code beside the camera", button.is_displayed)
+        button.click()
+        part = lambda name: browser.driver.find_element(By.CSS_SELECTOR, f'#phone [data-part="{name}"]')
+        browser.wait("a link behind it", lambda: part("address").text)
+        browser.screenshot("code")
+        scan = subprocess.run(["zbarimg", "-q", "--raw", os.path.join(case.options.screenshots, "code.png")],
+                              capture_output=True, text=True, check=False)
+        address = part("address").text
+        self.assertIn(address, scan.stdout.split(), "the small codes of the tiles may be read, too")
+        # A phone reads the page, which uses nothing up, and then gets the archive, once.
+        for path, status in (("", 200), ("/Sendora.jad", 200), ("/Sendora.jar", 200), ("/Sendora.jar", 410), ("", 410)):
+            self.assertEqual(self.status(address + path), status, path)
+        part("renew").click()
+        browser.wait("another link", lambda: part("address").text not in ("", address))
+        fresh = part("address").text
+        self.assertEqual(self.status(fresh), 200)
+        part("revoke").click()
+        browser.wait("its end", lambda: self.status(fresh) == 410)
+        part("close").click()
+
+    @staticmethod
+    def status(address):
+        try:
+            with urllib.request.urlopen(address, timeout=10) as answer:
+                answer.read()
+                return answer.status
+        except urllib.error.HTTPError as error:
+            with error:
+                return error.code
 
     def follow_a_phone_through_its_life(self):
         browser = self.browser

@@ -103,7 +103,8 @@ TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
     EXPECT_EQ(page.Header("Cache-Control"), "no-store");
     EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
     EXPECT_EQ(rig.Get(base + "/other").status, 404U);
-    EXPECT_EQ(rig.Ask("HEAD " + base + "/Sendora.jar HTTP/1.1\r\nHost: localhost\r\n\r\n").status, 200U);
+    EXPECT_EQ(rig.Ask("HEAD " + base + "/Sendora.jar HTTP/1.1\r\nHost: localhost\r\n\r\n", true).status,
+              200U);
 
     const Reply archive = rig.Get(base + "/Sendora.jar");
     EXPECT_EQ(archive.status, 200U);
