@@ -104,9 +104,9 @@ Answer MakeLink(const Request& request, const Services& services) {
 
 Answer RevokeLink(const Request& request, const Services& services) {
     const std::string_view path = request.path;
-    if (path.size() <= kLinks.size() + 1 || !services.links->Revoke(path.substr(kLinks.size() + 1)))
-        return Answer::Text(404, "There is no such link.");
-    return Answer::Text(200, "The link is revoked.");
+    // One that was used or is too old is as good as revoked, so whoever tidies up need not know.
+    (void)services.links->Revoke(path.substr(std::min(kLinks.size() + 1, path.size())));
+    return Answer::Text(200, "The link is no longer good.");
 }
 
 Answer LandingPage(const LinkTable::Link& link) {
