@@ -164,14 +164,16 @@ public:
                      m_settings,
                      m_stop,
                      options.limits,
-                     m_authenticator.HasDemoUsers(),
-                     ConfiguredLanguage()} {
+                     m_authenticator.HasDemoUsers()} {
         RegisterLogEngine(options.verbosity);
+        m_module = std::make_unique<ComponentModule>();
+        ApplyConfiguredLanguage();
+        m_services.language = ConfiguredLanguage();
         PrepareSettings();
         m_services.sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
         m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
-        m_component = std::make_unique<Component>(m_handlers, m_feeds);
+        m_component = std::make_unique<Component>(m_module->Class(), m_handlers, m_feeds);
         m_settings.SetConfiguration(m_component->Configuration());
         StoreCameras();
         m_services.authority = AuthorityForOthers(options.listen);
@@ -348,6 +350,7 @@ private:
     Settings m_settings;
     Services m_services;
     std::vector<CameraFigures> m_figures; // at the end
+    std::unique_ptr<ComponentModule> m_module;
     std::unique_ptr<Viewing> m_viewing;
     std::unique_ptr<Component> m_component;
     std::unique_ptr<Server> m_server;
@@ -406,8 +409,21 @@ int AddUsers(const Options& options) {
     return 0;
 }
 
+int ChangeRegistration(const Options& options) {
+    const DataFolder data(options.data);
+    if (options.command == Command::Register)
+        RegisterComponent(options.module);
+    else
+        UnregisterComponent(options.module);
+    return 0;
+}
+
 int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
+    const ComponentModule module; // has the languages
+    const auto languages = Languages();
+    if (std::ranges::count(languages, options.language, &Language::code) == 0)
+        throw StartError("--language takes one of " + LanguageCodes() + ", not \"" + options.language + "\"");
     if (FAILED(SetConfiguredLanguage(options.language)))
         throw StartError("cannot write " + data.File("registry"));
     Console::Get().Say("The language \"" + options.language +

@@ -13,6 +13,9 @@ int Serve(const Options& options);
 int AddUser(const Options& options);
 int AddUsers(const Options& options);
 
+// --register and --unregister.
+int ChangeRegistration(const Options& options);
+
 // --language.
 int SetLanguage(const Options& options);
 

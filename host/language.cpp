@@ -5,6 +5,7 @@
 #include "platform/locale.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
+#include "platform/text.h"
 
 namespace host {
 namespace {
@@ -74,6 +75,14 @@ HRESULT SetConfiguredLanguage(std::string_view code) {
         return platform::SetRegistryValues(platform::RegistryRoot::LocalMachine, kKey, values);
     }
     return E_INVALIDARG;
+}
+
+void ApplyConfiguredLanguage() {
+    const auto language = ReadNumber(kLanguage);
+    const auto sublanguage = ReadNumber(kSublanguage);
+    if (language && sublanguage)
+        (void)platform::SetSystemCodePage(
+            platform::CodePageOfLanguage(*sublanguage << kSublanguageShift | *language));
 }
 
 } // namespace host

@@ -26,4 +26,8 @@ std::string ConfiguredLanguage();
 // E_INVALIDARG for a language that there are no texts in; else the status of the registry.
 HRESULT SetConfiguredLanguage(std::string_view code);
 
+// Text of one byte a character is taken for that of the configured language from here on; without one, it
+// stays as it is.
+void ApplyConfiguredLanguage();
+
 } // namespace host

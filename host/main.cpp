@@ -31,6 +31,9 @@ int Run(const host::Options& options) {
         return host::AddUsers(options);
     case host::Command::SetLanguage:
         return host::SetLanguage(options);
+    case host::Command::Register:
+    case host::Command::Unregister:
+        return host::ChangeRegistration(options);
     case host::Command::Help:
         host::Console::Get().Say(host::kHelpText.substr(0, host::kHelpText.size() - 1));
         return 0;

@@ -17,6 +17,7 @@ const std::string_view kHelpText =
   morrowstream-host [--data DIR] --add-user NAME --kind admin|viewer|phone
   morrowstream-host [--data DIR] --add-users FILE
   morrowstream-host [--data DIR] --language CODE
+  morrowstream-host [--data DIR] --register PATH | --unregister PATH
 
   --listen ADDR:PORT     where to listen (127.0.0.1:8080); port 0 takes a free one
   --data DIR             users, cameras and the administrator's password (./data); made if it is missing
@@ -30,6 +31,9 @@ const std::string_view kHelpText =
   --kind KIND            admin: everything; viewer: looks at the pages; phone: sends and receives pictures
   --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs
   --language CODE        the language of texts from the next start on: en, es, fr, ru, lv, az, ka
+  --register PATH        enters the component at PATH into the registry of the data folder, from which the host loads it;
+                         without one, the component that came with this program is registered at the start
+  --unregister PATH      takes the component at PATH out again
   --max-connections N    connections that the web server holds at once (1024)
   --max-per-address N    and from one address (256); an upload stops counting once it has begun
 
@@ -98,12 +102,18 @@ Options ParseOptions(std::span<const char* const> arguments) {
          }},
         {"--language",
          [&](Value value) {
-             const auto languages = Languages();
-             if (std::ranges::count(languages, value, &Language::code) == 0)
-                 throw StartError("--language takes one of " + LanguageCodes() + ", not \"" +
-                                  std::string(value) + "\"");
              options.command = Command::SetLanguage;
              options.language = value;
+         }},
+        {"--register",
+         [&](Value value) {
+             options.command = Command::Register;
+             options.module = value;
+         }},
+        {"--unregister",
+         [&](Value value) {
+             options.command = Command::Unregister;
+             options.module = value;
          }},
         {"--max-connections",
          [&](Value value) {

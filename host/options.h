@@ -13,7 +13,7 @@
 
 namespace host {
 
-enum class Command { Serve, AddUser, AddUsers, SetLanguage, Help, Version };
+enum class Command { Serve, AddUser, AddUsers, SetLanguage, Register, Unregister, Help, Version };
 
 struct Options {
     Command command = Command::Serve;
@@ -28,6 +28,7 @@ struct Options {
     UserKind userKind = UserKind::Viewer;
     std::string usersFile; // AddUsers
     std::string language;  // SetLanguage
+    std::string module;    // Register, Unregister
     Limits limits;
 };
 

@@ -188,6 +188,19 @@ HRESULT DeleteRegistryValue(RegistryRoot root, std::u16string_view key, std::u16
     });
 }
 
+HRESULT DeleteEmptyRegistryKey(RegistryRoot root, std::u16string_view key) {
+    return RegistryStore::Get().Write([&](RegistryContent& content) {
+        auto& keys = content.Keys(root);
+        const auto found = keys.find(key);
+        bool empty = found != keys.end() && found->second.empty();
+        content.ForEachBelow(root, key, [&](const std::u16string&) { empty = false; });
+        if (!empty)
+            return S_FALSE;
+        keys.erase(found);
+        return S_OK;
+    });
+}
+
 HRESULT DeleteRegistryKey(RegistryRoot root, std::u16string_view key) {
     return RegistryStore::Get().Write([&](RegistryContent& content) {
         auto& keys = content.Keys(root);

@@ -65,5 +65,7 @@ MORROW_PLATFORM_API HRESULT DeleteRegistryValue(RegistryRoot root, std::u16strin
                                                 std::u16string_view name);
 // The key with all that is below it. S_FALSE: there was none.
 MORROW_PLATFORM_API HRESULT DeleteRegistryKey(RegistryRoot root, std::u16string_view key);
+// The key, unless it has values or keys below it: S_FALSE then, or when there was none.
+MORROW_PLATFORM_API HRESULT DeleteEmptyRegistryKey(RegistryRoot root, std::u16string_view key);
 
 } // namespace platform

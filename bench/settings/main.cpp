@@ -11,8 +11,8 @@
 #include <string>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
-#include "interfaces/ComponentDoor.h"
 #include "interfaces/IVideoSource.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/Settings.h"
 
@@ -79,7 +79,7 @@ int main(int count, char** values) {
     Require(cameras > 0, "reading the number of cameras");
     support::ForgetSettings();
     support::WebHostClass host;
-    Require(SUCCEEDED(RegisterComponentClasses()), "registering the component");
+    Require(SUCCEEDED(support::RegisterComponentClasses()), "registering the component");
     ComPtr<IConfiguration> configuration = CreateServer();
     const Bstr documents[] = {Document(cameras, u"one"), Document(cameras, u"two")};
     const Bstr none(u"<config><cams KeyXPath='Name/text()'/></config>");

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "interfaces/ComponentDoor.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/folders.h"
 #include "platform/text.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 
 namespace {
@@ -25,7 +25,7 @@ ComPtr<IConfiguration> CreateServer() {
     // No folder: every save fails at once, and nothing is left behind.
     platform::SetCommonDataFolder("/dev/null/settings");
     static support::WebHostClass host;
-    Require(RegisterComponentClasses() == S_OK);
+    Require(support::RegisterComponentClasses() == S_OK);
     ComPtr<IConfiguration> configuration;
     Require(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
                                        IConfiguration::iid, configuration.ReceiveVoid()) == S_OK);

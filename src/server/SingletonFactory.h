@@ -4,17 +4,49 @@
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <type_traits>
 
 #include "platform/com.h"
 #include "platform/sync.h"
 #include "runtime/trace/StatusException.h"
 
-// Orders creation and last release of single objects, in the whole process. Made on its first use, never
-// destroyed: an object may be released while the process ends.
+// Orders creation and last release of single objects, in the whole process. Made on its first use. It leaves
+// nothing behind when the module is unloaded, and an object may be released while the process ends: it is not
+// destroyed at all.
 inline platform::CriticalSection& CreationLock() {
-    static auto* const pLock = new platform::CriticalSection;
-    return *pLock;
+    static platform::CriticalSection oLock;
+    static_assert(std::is_trivially_destructible_v<platform::CriticalSection>);
+    return oLock;
 }
+
+// The last layer of an object that the module keeps in its class table: the module's own reference, the first
+// one, does not keep it loaded; any further ones do.
+template <class Base>
+class CComObjectCached final : public Base {
+public:
+    HRESULT QueryInterface(const GUID& interfaceId, void** object) override {
+        return Base::Query(interfaceId, object);
+    }
+    std::uint32_t AddRef() override {
+        const std::uint32_t nCount = m_nRef.Add();
+        if (nCount == 2)
+            platform::ModuleLock::Add();
+        return nCount;
+    }
+    std::uint32_t Release() override {
+        const std::uint32_t nLeft = m_nRef.Drop();
+        if (nLeft == 1)
+            platform::ModuleLock::Drop();
+        else if (nLeft == 0)
+            delete this;
+        return nLeft;
+    }
+
+private:
+    ~CComObjectCached() = default;
+
+    platform::RefCount m_nRef;
+};
 
 // The last layer of a single object: tells its factory when it goes. The count is lowered under the creation
 // lock, so that no client can be given an object that has just lost its last reference.
@@ -33,6 +65,8 @@ public:
         if (m_spFactory)
             m_spFactory->ForgetObject();
         guard.unlock();
+        // The object's own lock goes before the rest of the object does.
+        const platform::ModuleLock oWhileItGoes;
         delete this;
         return 0;
     }
@@ -52,8 +86,10 @@ private:
 template <class Class>
 class CComObjectSingletonFactory : public IClassFactory {
 public:
-    static platform::ComPtr<CComObjectSingletonFactory> Create() {
-        return platform::ComObject<CComObjectSingletonFactory>::Create();
+    // With one reference; null when memory is short.
+    static platform::ComPtr<IClassFactory> Create() {
+        return platform::ComPtr<IClassFactory>(new (std::nothrow)
+                                                   CComObjectCached<CComObjectSingletonFactory>);
     }
 
     HRESULT CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) override {

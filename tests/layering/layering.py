@@ -39,7 +39,7 @@ TABLE = {
     "src/midlet": TRACE | {"src/runtime/archive", "src/Common/Utils"},
     "src/server": INTERFACES | TRACE | IMAGE | COMMON
     | {"src/runtime/archive", "src/camera", "src/viewing", "src/midlet"},
-    "src/runtime/module": INTERFACES | TRACE | {"src/server"},
+    "src/runtime/module": INTERFACES | TRACE | {"src/server", "src/Common/Utils"},
     # The host talks to the component through the contract, and to the codec through its facade.
     "host": INTERFACES | IMAGE,
     # A phone shares nothing with the server that it talks to.

@@ -9,12 +9,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "interfaces/ComponentDoor.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
 #include "server/ParseQuery.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
 #include "support/Settings.h"
@@ -58,7 +58,7 @@ std::string ManifestOf(std::string_view archive) {
 TEST(MobilePage, IsServedForWhateverNamesNothingElse) {
     support::WebHostClass host;
     support::ForgetSettings();
-    ASSERT_EQ(S_OK, RegisterComponentClasses());
+    ASSERT_EQ(S_OK, support::RegisterComponentClasses());
     ComPtr<IUploadServer> server;
     ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
                                                IUploadServer::iid, server.ReceiveVoid()));
@@ -95,7 +95,7 @@ class Archives : public testing::Test {
 protected:
     Archives() : m_log(RecordingLog::Fresh()) {
         support::ForgetSettings();
-        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
         EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
                                                    IUploadServer::iid, m_server.ReceiveVoid()));
         EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), u"yard", u"320x240", u"secret"));
@@ -106,7 +106,7 @@ protected:
         m_host.script.handler = nullptr;
         m_configuration = nullptr;
         m_server = nullptr;
-        RevokeComponentClasses();
+        support::RevokeComponentClasses();
     }
 
     RecordingLog& m_log;

@@ -11,10 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include "interfaces/ComponentDoor.h"
 #include "interfaces/ICamSettings.h"
 #include "interfaces/IVideoSource.h"
 #include "platform/threads.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/Jpeg.h"
 #include "support/RecordingCamSink.h"
@@ -47,11 +47,11 @@ class Crowd : public testing::Test {
 protected:
     Crowd() {
         support::RecordingLog::Fresh();
-        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
     }
     ~Crowd() override {
         m_host.script.handler = nullptr;
-        RevokeComponentClasses();
+        support::RevokeComponentClasses();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
         EXPECT_EQ(0U, platform::OpenSocketCount());
     }

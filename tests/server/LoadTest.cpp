@@ -4,10 +4,10 @@
 
 #include <fstream>
 
-#include "interfaces/ComponentDoor.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
 #include "platform/text.h"
+#include "support/ComponentClasses.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -19,11 +19,11 @@ TEST(Load, PutsTheConfiguredLanguageInForce) {
     EXPECT_EXIT(
         {
             EXPECT_EQ(platform::SetRegistryFile(folder.File("registry")), "");
-            EXPECT_EQ(RegisterComponentClasses(), S_OK);
+            EXPECT_EQ(support::RegisterComponentClasses(), S_OK);
             EXPECT_EQ(platform::ToUtf8(platform::LoadResourceString(101).View()), "Камеры");
             EXPECT_EQ(platform::ToNarrow(u"Я"), "\xDF");
-            EXPECT_EQ(RevokeComponentClasses(), S_OK);
-            EXPECT_EQ(RegisterComponentClasses(), S_OK); // and is not loaded a second time
+            EXPECT_EQ(support::RevokeComponentClasses(), S_OK);
+            EXPECT_EQ(support::RegisterComponentClasses(), S_OK); // and is not loaded a second time
             std::exit(testing::Test::HasFailure() ? 1 : 0);
         },
         testing::ExitedWithCode(0), "");

@@ -13,10 +13,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "interfaces/ComponentDoor.h"
 #include "platform/files.h"
 #include "platform/threads.h"
 #include "server/UploadServer.h"
+#include "support/ComponentClasses.h"
 #include "support/ConfigText.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
@@ -46,12 +46,12 @@ class Settings : public testing::Test {
 protected:
     Settings() : m_log(RecordingLog::Fresh()) {
         support::ForgetSettings();
-        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
         Start();
     }
     ~Settings() override {
         Stop();
-        RevokeComponentClasses();
+        support::RevokeComponentClasses();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
     }
     static std::string FileText() {

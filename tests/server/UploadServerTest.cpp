@@ -7,8 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "interfaces/ComponentDoor.h"
 #include "platform/threads.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
 #include "support/RecordingVideoSink.h"
@@ -41,13 +41,13 @@ class UploadServer : public testing::Test {
 protected:
     UploadServer() : m_log(RecordingLog::Fresh()), m_locks(platform::ModuleLock::Count()) {
         support::ForgetSettings();
-        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
     }
     ~UploadServer() override {
         m_source = nullptr;
         m_server = nullptr;
         m_host.script.handler = nullptr;
-        RevokeComponentClasses();
+        support::RevokeComponentClasses();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
         EXPECT_EQ(0U, platform::OpenSocketCount());
         EXPECT_LE(platform::ModuleLock::Count(), m_locks);

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "interfaces/ComponentDoor.h"
+#include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/RecordingLog.h"
 #include "support/TcpPair.h"
@@ -26,7 +26,7 @@ constexpr char kNoInterface[] = "0x80004002, (No such interface supported)\n";
 class ViewingIntake : public testing::Test {
 protected:
     ViewingIntake() {
-        EXPECT_EQ(S_OK, RegisterComponentClasses());
+        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
         EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
                                                    IUploadServer::iid, m_server.ReceiveVoid()));
         const BITMAPINFOHEADER header{40, 0, 0, 1, 8, 0, 0, 0, 0, 0, 0};
@@ -42,7 +42,7 @@ protected:
     void ReleaseServer() {
         m_host.script.handler = nullptr;
         m_server = nullptr;
-        RevokeComponentClasses();
+        support::RevokeComponentClasses();
     }
     void Publish(ComPtr<IUnknown> value) {
         const std::lock_guard guard(m_stage.mutex);

@@ -22,7 +22,8 @@ public:
     ~CModuleInstance() { (void)platform::RemoveResourceInstance(morrow_resource_image); }
 };
 
-const CModuleInstance g_oModuleInstance;
+// Before everything else of the module, whose entry point looks at the resources.
+[[gnu::init_priority(200)]] const CModuleInstance g_oModuleInstance;
 
 } // namespace
 

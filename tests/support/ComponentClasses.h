@@ -1,28 +1,27 @@
-#include "interfaces/ComponentDoor.h"
+// The component's class in this process, for programs that link its objects instead of loading the module.
+#pragma once
 
 #include "Common/Utils/LocalizeEx.h"
 #include "Common/Utils/ModuleImage.h"
+#include "interfaces/IUploadServer.h"
+#include "platform/com.h"
 #include "platform/text.h"
 #include "runtime/trace/StatusException.h"
 #include "server/SingletonFactory.h"
 #include "server/UploadServer.h"
 
-namespace {
+namespace support {
 
-// What the component does once in a process, before anything looks at its texts: they show the configured
-// language, and single-byte text is taken for that of this language. Without one, both stay as the host has
-// them.
-void LoadModule() {
+// What the module's entry point does once in a process, and the host's start with the code page.
+inline void LoadComponent() {
     (void)CLocalizeEx::LocalizeModule(ThisModule());
     if (const std::uint32_t nLanguage = GetConfiguredLanguage(); nLanguage != 0)
         (void)platform::SetSystemCodePage(platform::CodePageOfLanguage(nLanguage));
 }
 
-} // namespace
-
-HRESULT RegisterComponentClasses() {
+inline HRESULT RegisterComponentClasses() {
     return StatusOf([] {
-        [[maybe_unused]] static const bool bLoaded = (LoadModule(), true);
+        [[maybe_unused]] static const bool bLoaded = (LoadComponent(), true);
         const auto spFactory = CComObjectSingletonFactory<CUploadServer>::Create();
         if (!spFactory)
             return E_OUTOFMEMORY;
@@ -30,6 +29,8 @@ HRESULT RegisterComponentClasses() {
     });
 }
 
-HRESULT RevokeComponentClasses() {
+inline HRESULT RevokeComponentClasses() {
     return platform::RevokeClassFactory(kUploadServerClass);
 }
+
+} // namespace support

@@ -1,0 +1,242 @@
+// The module as its host meets it: a file, four exports, keys in the registry, and gone again.
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "interfaces/IUploadServer.h"
+#include "interfaces/IWebHandler.h"
+#include "interfaces/Registration.h"
+#include "platform/categories.h"
+#include "platform/locale.h"
+#include "platform/modules.h"
+#include "platform/registry.h"
+#include "runtime/module/Registrar.h"
+#include "runtime/module/RegistrarScript.h"
+#include "support/Fake.h"
+#include "support/Program.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::ComPtr;
+using platform::RegistryRoot;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using namespace std::chrono_literals;
+
+std::string ReadText(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool IsMapped(const std::string& path) {
+    return ReadText("/proc/self/maps").find(path) != std::string::npos;
+}
+
+// A host that keeps no handler, so that nothing but the test holds the component.
+class ForgetfulHost : public support::Fake<IWebHandlerHost> {
+public:
+    HRESULT RegisterHandler(const char16_t* /*word*/, IWebHandler* /*handler*/) override { return S_OK; }
+    HRESULT GetRequestAuth(BSTR /*head*/, SRequestAuth* /*auth*/) override { return E_ACCESSDENIED; }
+
+protected:
+    ~ForgetfulHost() = default;
+};
+
+// A registry of its own, and the module under whatever name a test wants.
+class Module : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(platform::SetRegistryFile(folder.File("registry")), "");
+        const auto factory =
+            platform::ComObject<support::FakeFactory>::Create([](const GUID& id, void** object) {
+                return platform::ComObject<ForgetfulHost>::Create()->QueryInterface(id, object);
+            });
+        ASSERT_EQ(platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get()), S_OK);
+        // What others have there, also below the same parents.
+        const platform::NamedRegistryValue value[] = {{u"", std::u16string(u"theirs")}};
+        for (const char16_t* key : {u"AppID\\Other", u"CLSID\\{other}"})
+            ASSERT_EQ(platform::SetRegistryValues(RegistryRoot::ClassesRoot, key, value), S_OK);
+    }
+    void TearDown() override {
+        platform::CoFreeUnusedLibraries(0ms);
+        platform::RevokeClassFactory(kWebHandlerHostClass);
+    }
+
+    std::string Place(const fs::path& name) {
+        const fs::path path = folder.Path() / name;
+        fs::create_directories(path.parent_path());
+        fs::copy_file(MODULE_FILE, path);
+        return path.string();
+    }
+    [[nodiscard]] std::string Registry() const { return ReadText(folder.File("registry")); }
+
+    TempFolder folder;
+};
+
+TEST_F(Module, ShowsItsFourExportsAndNothingElse) {
+    support::Program nm({"/usr/bin/nm", "-D", "--defined-only", "--format=posix", MODULE_FILE});
+    ASSERT_EQ(nm.Wait(), 0) << nm.output;
+    std::vector<std::string> names;
+    std::istringstream lines(nm.output);
+    for (std::string line; std::getline(lines, line);)
+        names.push_back(line.substr(0, line.find(' ')));
+    EXPECT_THAT(names, ElementsAre("DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer",
+                                   "DllUnregisterServer"));
+}
+
+TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
+    const std::string before = Registry();
+    platform::SetThreadLocale(1049);
+    for (const char* name : {"plain.so", "it's here/with blanks ''.so"}) {
+        const std::string path = Place(name);
+        ASSERT_EQ(platform::RegisterModule(path), S_OK) << path;
+        EXPECT_THAT(platform::EnumClassesOfCategory(kVideoSourceCategory), ElementsAre(kUploadServerClass));
+        EXPECT_EQ(platform::ModulePathOf(kUploadServerClass), path);
+        std::string keys = Registry();
+        for (const std::string& mine :
+             {std::string("\\AppID]"), std::string("\\CLSID]"),
+              std::string("{158F9099-FA63-4B67-B221-C9A22E5061E9}"),
+              std::string("{E1B04F7A-6C28-4D53-A17E-350C9F86D24B}"),
+              std::string("\\Morrowstream.UploadServer"), std::string("\\Morrowstream.DLL"),
+              std::string("Other]"), std::string("{other}]")}) {
+            EXPECT_THAT(keys, HasSubstr(mine));
+            // Every key belongs to one of these.
+            for (std::size_t at = 0; (at = keys.find('[', at)) != std::string::npos;) {
+                const std::size_t end = keys.find(']', at);
+                if (keys.substr(at, end + 1 - at).find(mine) != std::string::npos)
+                    keys.erase(at, end + 1 - at);
+                else
+                    ++at;
+            }
+        }
+        EXPECT_THAT(keys, Not(HasSubstr("["))) << keys;
+        EXPECT_THAT(Registry(), HasSubstr("\"ThreadingModel\"=\"Both\""));
+        // A second time changes nothing.
+        const std::string once = Registry();
+        EXPECT_EQ(platform::RegisterModule(path), S_OK);
+        EXPECT_EQ(Registry(), once);
+        EXPECT_EQ(platform::UnregisterModule(path), S_OK);
+        EXPECT_EQ(Registry(), before);
+        EXPECT_EQ(platform::UnregisterModule(path), S_OK) << "there is nothing left to take out";
+    }
+    EXPECT_EQ(platform::ThreadLocale(), 1049U);
+}
+
+TEST_F(Module, AFailingStepGivesItsStatus) {
+    const std::string path = Place("module.so");
+    platform::SetThreadLocale(1062);
+    (void)platform::SetRegistryFile(folder.File("missing/folder/registry"));
+    EXPECT_TRUE(FAILED(platform::RegisterModule(path)));
+    EXPECT_EQ(platform::ThreadLocale(), 1062U);
+    // A name of 260 characters does not leave room for its end.
+    (void)platform::SetRegistryFile(folder.File("registry"));
+    const std::size_t left = 260 - folder.Path().native().size() - 1;
+    const std::string name = std::string(100, 'a') + "/" + std::string(left - 101, 'b');
+    const std::string shorter = name.substr(0, name.size() - 1);
+    EXPECT_EQ(platform::RegisterModule(Place(name)), static_cast<HRESULT>(0x8007007A));
+    EXPECT_EQ(platform::RegisterModule(Place(shorter)), S_OK);
+    EXPECT_EQ(platform::RegisterModule(folder.File("none.so")), static_cast<HRESULT>(0x8007007E));
+    EXPECT_EQ(platform::ThreadLocale(), 1062U);
+}
+
+TEST_F(Module, GivesOneObject) {
+    const std::string path = Place("module.so");
+    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    {
+        ComPtr<IClassFactory> factory;
+        ASSERT_EQ(platform::CoGetClassObject(kUploadServerClass, platform::kContextAll, IClassFactory::iid,
+                                             factory.ReceiveVoid()),
+                  S_OK);
+        ComPtr<IUnknown> one, other;
+        ASSERT_EQ(factory->CreateInstance(nullptr, IUnknown::iid, one.ReceiveVoid()), S_OK);
+        ASSERT_EQ(factory->CreateInstance(nullptr, IUnknown::iid, other.ReceiveVoid()), S_OK);
+        EXPECT_EQ(one.Get(), other.Get());
+        void* none = nullptr;
+        EXPECT_EQ(factory->CreateInstance(one.Get(), IUnknown::iid, &none), CLASS_E_NOAGGREGATION);
+
+        using GetClassObject = HRESULT (*)(const GUID&, const GUID&, void**);
+        void* const handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        ASSERT_NE(handle, nullptr);
+        const auto get = reinterpret_cast<GetClassObject>(::dlsym(handle, "DllGetClassObject"));
+        none = this;
+        EXPECT_EQ(get(kApplicationId, IClassFactory::iid, &none), CLASS_E_CLASSNOTAVAILABLE);
+        EXPECT_EQ(none, nullptr);
+        EXPECT_EQ(get(kUploadServerClass, IClassFactory::iid, nullptr), E_POINTER);
+        EXPECT_EQ(get(kUploadServerClass, kApplicationId, &none), E_NOINTERFACE);
+        (void)::dlclose(handle);
+        EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 0U) << "it is in use";
+        EXPECT_TRUE(IsMapped(path));
+    }
+    EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 1U);
+    EXPECT_FALSE(IsMapped(path));
+}
+
+TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
+    const std::string path = Place("module.so");
+    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    {
+        const auto use = [] {
+            for (int i = 0; i < 100; ++i) {
+                ComPtr<IUploadServer> server, second;
+                ASSERT_EQ(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                     IUploadServer::iid, server.ReceiveVoid()),
+                          S_OK);
+                ASSERT_EQ(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                                     IUploadServer::iid, second.ReceiveVoid()),
+                          S_OK);
+                ASSERT_EQ(server.Get(), second.Get()) << "there is one object at a time";
+            }
+        };
+        const std::jthread first(use), second(use);
+        const std::jthread freer([](const std::stop_token& stop) {
+            while (!stop.stop_requested())
+                platform::CoFreeUnusedLibraries(1ms);
+        });
+    }
+    platform::CoFreeUnusedLibraries(0ms);
+    EXPECT_EQ(platform::LoadedModules(), 0U);
+    EXPECT_FALSE(IsMapped(path));
+}
+
+TEST(RegistrarScript, GrammarAndReplacements) {
+    TempFolder folder;
+    ASSERT_EQ(platform::SetRegistryFile(folder.File("registry")), "");
+    for (const char16_t* bad :
+         {u"", u"HKXX { a }", u"HKCR { a", u"HKCR { val }", u"HKCR { a = s }", u"HKCR { a = s 'x }",
+          u"HKCR { a = b '00' }", u"HKCR { %none% }", u"HKCR { a% }"}) {
+        CRegistrar registrar;
+        const HRESULT hr = registrar.StringRegister(bad);
+        EXPECT_TRUE(FAILED(hr) || std::u16string_view(bad).empty()) << platform::ToUtf8(bad);
+    }
+    EXPECT_THAT(ReadText(folder.File("registry")), Not(HasSubstr("[")));
+    CRegistrar registrar;
+    registrar.AddReplacement(u"Module", u"/it''s/x.so");
+    const std::u16string_view script =
+        u"hkcr { NoRemove keep { ForceRemove 'a b' = s '%MODULE%' { val n = d '0x1F' } } }";
+    ASSERT_EQ(registrar.StringRegister(script), S_OK);
+    const auto value = platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", u"");
+    ASSERT_TRUE(value);
+    EXPECT_EQ(std::get<std::u16string>(*value), u"/it's/x.so");
+    EXPECT_EQ(
+        std::get<std::uint32_t>(*platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", u"n")),
+        31U);
+    ASSERT_EQ(registrar.StringUnregister(script), S_OK);
+    EXPECT_TRUE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep"));
+    EXPECT_FALSE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep\\a b"));
+    // Deeper than a registry is, and than the stack bears.
+    std::u16string deep = u"HKCR ";
+    for (int i = 0; i < 100000; ++i)
+        deep += u"{ a ";
+    EXPECT_TRUE(FAILED(registrar.StringRegister(deep)));
+}
+
+} // namespace
