@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The module's resources as other programs read them, and what their makers refuse.
 
-RESCOMP and RESOURCE_IMAGE name the program and what the build made with it, SOURCES the repository. python3-pefile is the
+RESCOMP and RESOURCE_IMAGE name the program and what the build made with it, SOURCES the repository, MIDLETS the folder with
+the midlets' archives. python3-pefile is the
 independent reader of images, xsltproc that of style sheets."""
 
 import filecmp
@@ -17,6 +18,7 @@ import zipfile
 import pefile
 
 RESCOMP, IMAGE, SOURCES = (os.environ[name] for name in ("RESCOMP", "RESOURCE_IMAGE", "SOURCES"))
+MIDLETS = os.environ["MIDLETS"]
 PACK_TEXTS = [sys.executable, os.path.join(SOURCES, "tools", "rescomp", "pack_texts.py")]
 LANGUAGES = [1033, 1034, 1036, 1049, 1062, 1068, 1079]
 STRINGS, VERSION, MANIFEST = 6, 16, 24
@@ -54,7 +56,7 @@ class ResourceImage(unittest.TestCase):
         everywhere = [key for key, variants in self.resources.items() if list(variants) == LANGUAGES]
         self.assertEqual(everywhere, [("ZIP", 211), (STRINGS, 7), (STRINGS, 8), (VERSION, 1)])
         self.assertEqual(list(self.resources[(MANIFEST, 2)]), [1033])
-        for key in (("REGISTRY", 101), ("REGISTRY", 102), ("XML", 203), ("XML", 207)):
+        for key in (("JAR", 201), ("JAR", 206), ("REGISTRY", 101), ("REGISTRY", 102), ("XML", 203), ("XML", 207)):
             self.assertEqual(list(self.resources[key]), [0])
         # There is no code, so nothing to enter.
         self.assertFalse([warning for warning in self.image.get_warnings() if "AddressOfEntryPoint" not in warning])
@@ -143,7 +145,7 @@ class Refusals(unittest.TestCase):
 
     def build(self, image="image"):
         return run(RESCOMP, os.path.join(self.resources, "resources.list"), "--search", self.resources, "--search",
-                   os.path.dirname(IMAGE), "--version", "1.2.3", "-o", os.path.join(self.folder.name, image))
+                   os.path.dirname(IMAGE), "--search", MIDLETS, "--version", "1.2.3", "-o", os.path.join(self.folder.name, image))
 
     def test_rescomp_names_the_fault(self):
         french, listed = "texts/french.strings", "resources.list"
