@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <array>
+#include <barrier>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -180,30 +182,57 @@ TEST_F(Module, GivesOneObject) {
     EXPECT_FALSE(IsMapped(path));
 }
 
+ComPtr<IUploadServer> CreateServer() {
+    ComPtr<IUploadServer> server;
+    EXPECT_EQ(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
+                                         IUploadServer::iid, server.ReceiveVoid()),
+              S_OK);
+    return server;
+}
+
+// Both load it, fight for the making and the last release of the object, and have let go before it is
+// unloaded for the next round: nobody but the caller of 0 ms can say that no thread is on its way out.
 TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
     const std::string path = Place("module.so");
     ASSERT_EQ(platform::RegisterModule(path), S_OK);
-    {
-        const auto use = [] {
-            for (int i = 0; i < 100; ++i) {
-                ComPtr<IUploadServer> server, second;
-                ASSERT_EQ(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                     IUploadServer::iid, server.ReceiveVoid()),
-                          S_OK);
-                ASSERT_EQ(platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                     IUploadServer::iid, second.ReceiveVoid()),
-                          S_OK);
-                ASSERT_EQ(server.Get(), second.Get()) << "there is one object at a time";
-            }
-        };
-        const std::jthread first(use), second(use);
-        const std::jthread freer([](const std::stop_token& stop) {
-            while (!stop.stop_requested())
-                platform::CoFreeUnusedLibraries(1ms);
-        });
-    }
     platform::CoFreeUnusedLibraries(0ms);
+    std::array<IUploadServer*, 2> held{};
+    std::barrier both(2);
+    std::barrier round(2, [&]() noexcept {
+        EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 1U);
+        EXPECT_FALSE(IsMapped(path));
+    });
+    const auto use = [&](std::size_t me) {
+        for (int i = 0; i < 50; ++i) {
+            for (int n = 0; n < 10; ++n)
+                (void)CreateServer();
+            {
+                const auto server = CreateServer();
+                held.at(me) = server.Get();
+                both.arrive_and_wait();
+                EXPECT_EQ(held[0], held[1]) << "there is one object at a time";
+                EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 0U) << "it is in use";
+            }
+            round.arrive_and_wait();
+        }
+    };
+    {
+        const std::jthread first(use, 0U);
+        const std::jthread second(use, 1U);
+    }
     EXPECT_EQ(platform::LoadedModules(), 0U);
+}
+
+// Time alone decides for those who know of no thread's end.
+TEST_F(Module, StaysForAWhileAfterItsLastUse) {
+    const std::string path = Place("module.so");
+    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 0U) << "found without use just now";
+    (void)CreateServer();
+    std::this_thread::sleep_for(60ms);
+    EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 0U) << "it was used since";
+    std::this_thread::sleep_for(60ms);
+    EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 1U);
     EXPECT_FALSE(IsMapped(path));
 }
 
