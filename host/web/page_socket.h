@@ -74,8 +74,7 @@ private:
     boost::asio::io_context m_loop{1};
     std::list<Watched> m_watched;
     boost::asio::posix::stream_descriptor m_stop;
-    // Without compression, which pictures do not gain by.
-    boost::beast::websocket::stream<boost::asio::ip::tcp::socket, false> m_stream;
+    boost::beast::websocket::stream<boost::asio::ip::tcp::socket> m_stream;
     const boost::beast::http::request<boost::beast::http::empty_body> m_request;
     boost::beast::flat_buffer m_received;
     bool m_writing = false;
