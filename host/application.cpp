@@ -272,7 +272,9 @@ private:
         if (!link)
             return;
         Console& console = Console::Get();
-        const std::string address = AddressOf(*link, m_server->Where().Text(), m_services);
+        const std::string address =
+            AddressOf(*link, m_services.authority.empty() ? m_server->Where().Text() : m_services.authority,
+                      m_services);
         console.Say("A phone becomes the camera " + Printable(camera) + " with " + address);
         console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
                     " minutes; more of them on the live page, beside each camera)");
@@ -423,7 +425,8 @@ int SetLanguage(const Options& options) {
     const ComponentModule module; // has the languages
     const auto languages = Languages();
     if (std::ranges::count(languages, options.language, &Language::code) == 0)
-        throw StartError("--language takes one of " + LanguageCodes() + ", not \"" + options.language + "\"");
+        throw MisuseError("--language takes one of " + LanguageCodes() + ", not \"" + options.language +
+                          "\"");
     if (FAILED(SetConfiguredLanguage(options.language)))
         throw StartError("cannot write " + data.File("registry"));
     Console::Get().Say("The language \"" + options.language +

@@ -63,6 +63,9 @@ int main(int count, char** values) {
     }
     try {
         return Run(options);
+    } catch (const host::MisuseError& error) {
+        Complain(std::string(error.what()) + "; see morrowstream-host --help");
+        return kMisuse;
     } catch (const std::exception& error) {
         Complain(error.what());
         return kFailed;

@@ -203,8 +203,7 @@ GetReply GetAnswer(const Request& request, const Services& services) {
         if (const auto at = answer.body.find("MIDlet-Jar-URL: "); at != std::string::npos) {
             const auto end = answer.body.find("\r\n", at);
             answer.body.replace(at + 16, end - at - 16,
-                                "http://" + request.host + std::string(kGet) + link->token +
-                                    std::string(kArchive));
+                                AddressOf(*link, request.host, services) + std::string(kArchive));
         }
         return {std::move(answer)};
     }
@@ -222,7 +221,9 @@ GetReply GetAnswer(const Request& request, const Services& services) {
 std::string AddressOf(const LinkTable::Link& link, std::string_view host, const Services& services) {
     const bool own = host.empty() || IsLoopbackHost(host);
     const std::string_view authority = own && !services.authority.empty() ? services.authority : host;
-    return "http://" + std::string(authority) + std::string(kGet) + link.token;
+    // A request of an old phone may name no host; what it gets is meant from where it came.
+    const std::string start = authority.empty() ? "" : "http://" + std::string(authority);
+    return start + std::string(kGet) + link.token;
 }
 
 std::string AuthorityForOthers(const Endpoint& endpoint) {

@@ -174,6 +174,7 @@ TEST(Links, AddressesForOthers) {
     Rig rig;
     const LinkTable::Link link{"t", "yard", {}};
     EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://localhost:8080/get/t");
+    EXPECT_EQ(AddressOf(link, "", rig.services), "/get/t");
     rig.services.authority = "192.0.2.7:8080";
     EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://192.0.2.7:8080/get/t");
     EXPECT_EQ(AddressOf(link, "cams.example", rig.services), "http://cams.example/get/t");

@@ -115,7 +115,7 @@ TEST(HostProgram, KeepsTheLanguageForTheNextStart) {
     EXPECT_THAT(set.output, HasSubstr("component registered "));
     EXPECT_THAT(set.output, EndsWith("The language \"ru\" takes effect at the next start of the host.\n"));
     Program wrong(Host({"--data", folder.Path(), "--language", "RU"}));
-    EXPECT_EQ(wrong.Wait(), 1);
+    EXPECT_EQ(wrong.Wait(), 2);
     EXPECT_THAT(wrong.output, HasSubstr("--language takes one of en, es, fr, ru, lv, az, ka, not \"RU\""));
     EXPECT_THAT(platform::ReadWholeFile(registry).value(),
                 HasSubstr("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Tessaron]\n\"lang\"=25\n\"sublang\"=1\n"));
