@@ -31,6 +31,7 @@ using test::LongLimits;
 using test::MakeBlock;
 using test::Page;
 using test::Rig;
+using test::ShortLimits;
 
 // Does something when it is let go of.
 class Value : public support::Fake<CThreadArgumentValue> {
@@ -231,7 +232,9 @@ phone::Packet Unpack(const std::optional<std::string>& message, std::uint32_t nu
 }
 
 TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
-    Rig rig;
+    Limits limits = ShortLimits();
+    limits.ackDeadline = std::chrono::seconds(2); // far beyond the two heartbeats in which nothing may come
+    Rig rig(limits);
     const auto cam = rig.AddCamera("front door");
     cam->Show(MakeBlock(64, 48));
     for (const auto& [target, status] : {std::pair{"/view/front%20door", 200U},
@@ -250,7 +253,7 @@ TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
 
     Page page(rig.Port(), "Origin: http://localhost\r\n", "/view/front%20door");
     ASSERT_EQ(page.reply.status, 101U);
-    ASSERT_TRUE(page.SayAndBeHeard("set width=32&height=24&fps=25"));
+    ASSERT_TRUE(page.Say("set width=32&height=24&fps=25"));
     EXPECT_EQ(Unpack(page.PictureWithin(100), 1).width, 32U);
     EXPECT_EQ(page.PictureWithin(2), std::nullopt) << "the first one is not acknowledged";
     ASSERT_TRUE(page.Say("ack 1"));
