@@ -175,8 +175,8 @@ public:
         m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
         m_component = std::make_unique<Component>(m_module->Class(), m_handlers, m_feeds);
         m_settings.SetConfiguration(m_component->Configuration());
-        StoreCameras();
         m_services.authority = AuthorityForOthers(options.listen);
+        StoreSettings();
         m_server = std::make_unique<Server>(options.listen, m_services);
     }
     Application(const Application&) = delete;
@@ -226,10 +226,12 @@ private:
     }
 
     // Cameras of the demo and of the file "cameras" become part of the settings, those of an ended demo
-    // leave.
-    void StoreCameras() {
-        const auto change = m_settings.Edit([this](SettingsDocument& document) {
-            bool changed = false;
+    // leave. Where phones elsewhere can connect they are told so: without an address they try their own
+    // machine.
+    void StoreSettings() {
+        bool offered = false;
+        const auto change = m_settings.Edit([&](SettingsDocument& document) {
+            bool changed = offered = document.OfferHost(m_services.authority);
             for (const CameraEntry& camera : m_household.cameras)
                 changed = document.Put(camera) || changed;
             if (m_household.demoEnded) {
@@ -239,7 +241,10 @@ private:
             return changed;
         });
         if (change.result != SettingsChange::Result::Done)
-            throw StartError("the cameras cannot be stored in " + SettingsFile(m_data.Path()));
+            throw StartError("the settings cannot be stored in " + SettingsFile(m_data.Path()));
+        if (offered)
+            Console::Get().Say("Phones are told to connect to " + m_services.authority +
+                               "; another address is set at /settings");
         if (m_household.demoEnded)
             Console::Get().Say("The demo's users and cameras are removed from the data folder.");
         const std::string kept = m_data.KeepCameras();

@@ -234,4 +234,11 @@ bool SettingsDocument::RemoveIfSame(const CameraEntry& camera) {
     return true;
 }
 
+bool SettingsDocument::OfferHost(std::string_view address) {
+    if (address.empty() || !ValueAt(*m_root, u"host").empty())
+        return false;
+    SetChild(*m_root, u"host", address);
+    return true;
+}
+
 } // namespace host

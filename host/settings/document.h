@@ -52,6 +52,9 @@ public:
     bool Put(const CameraEntry& camera);
     // Removes a camera that is still exactly this one. False when there is none.
     bool RemoveIfSame(const CameraEntry& camera);
+    // What phones are told as the server's address, "ADDR:PORT". False, and nothing done, when somebody has
+    // said one already.
+    bool OfferHost(std::string_view address);
 
 private:
     using ElementPtr = platform::ComPtr<IConfigElement>;

@@ -194,6 +194,12 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     rig.configuration->m_path = nullptr;
     EXPECT_EQ(put({"gate", "320x240", "demo"}), SettingsChange::Result::Done);
     EXPECT_TRUE(rig.configuration->m_path.IsNull()) << "all is so already";
+
+    auto fresh = SettingsDocument::Parse(u"<config/>").value();
+    EXPECT_FALSE(fresh.OfferHost(""));
+    EXPECT_TRUE(fresh.OfferHost("192.0.2.1:80"));
+    EXPECT_FALSE(fresh.OfferHost("192.0.2.2:80")) << "somebody has said one";
+    EXPECT_THAT(platform::ToUtf8(fresh.Text()), HasSubstr("<host type=\"BSTR\">192.0.2.1:80</host>"));
 }
 
 TEST(SettingsFile, IsKeptAsideWhenItIsDamaged) {
