@@ -267,6 +267,9 @@ private:
 
     // For the first camera without a phone: in the demo the one that no simulated phone takes.
     void SayLink() {
+        // Who has the address has the camera, and what a quiet host says goes into the system's log.
+        if (m_options.verbosity == Verbosity::Quiet)
+            return;
         std::string camera;
         for (const FeedPtr& feed : m_feeds->List()) {
             const bool taken = m_options.demo && feed->Name() != kDemoFreeCamera;
@@ -284,8 +287,8 @@ private:
         console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
                     " minutes; more of them on the live page, beside each camera)");
         if (m_services.authority.empty())
-            console.Say(
-                "  Only this computer can open it. For phones: ./run --no-demo --listen 0.0.0.0:8080");
+            console.Say("  Only this computer can open it. For phones, listen for others: --listen "
+                        "0.0.0.0:8080, without --demo");
         const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(address) : std::nullopt;
         for (const std::string& line : code ? code->TerminalLines() : std::vector<std::string>())
             console.Say(line);

@@ -66,10 +66,11 @@ ComponentModule::ComponentModule() {
         const std::string own = OwnModule();
         if (own.empty() || own == old)
             throw StartError(
-                registered
-                    ? "the component " + old + " cannot be loaded (" + CodeText(hr) + " " +
-                          platform::LastModuleError() + "); see --register"
-                    : "no component is registered; register one with morrowstream-host --register PATH");
+                registered ? "the component " + old + " cannot be loaded (" + CodeText(hr) + " " +
+                                 platform::LastModuleError() +
+                                 "); register another one with morrowstream-host --data DIR --register PATH"
+                           : "no component is registered; register one with morrowstream-host --data DIR "
+                             "--register PATH");
         RegisterComponent(own);
         Console::Get().Log("component",
                            old.empty() ? "registered " + own : "registered " + own + " in place of " + old);

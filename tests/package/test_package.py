@@ -1,0 +1,214 @@
+"""The Debian package: installed into a clean root, started there, upgraded over itself, removed and purged."""
+
+import argparse
+import base64
+import ctypes
+import glob
+import json
+import os
+import re
+import shlex
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+import urllib.error
+import urllib.request
+
+import cleanroot
+
+SKIPPED = 77
+USER = "morrowstream"
+DATA = "/var/lib/morrowstream"
+MODULE = "/usr/lib/morrowstream/libmorrowstream.so"
+PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN = 65, 1
+PACKAGE = ""
+
+
+def run(*command, **options):
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=100, **options)
+    if result.returncode != 0:
+        raise AssertionError(f"{shlex.join(command)}: status {result.returncode}\n{result.stdout}")
+    return result.stdout
+
+
+def content(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def control(field):
+    return run("dpkg-deb", "--field", PACKAGE, field).strip()
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Machine:
+    """The clean root, and the service in it as the unit's lines start it."""
+
+    def __init__(self, folder):
+        self.root = os.path.join(folder, "root")
+        cleanroot.make(self.root, cleanroot.parse_depends(control("Depends")))
+        self.service = None
+        self.port = free_port()
+
+    def path(self, name):
+        return self.root + name
+
+    def dpkg(self, *arguments):
+        environment = {**os.environ, "DEBIAN_FRONTEND": "noninteractive"}
+        log = "--log=" + self.path("/var/log/dpkg.log")
+        return run("dpkg", "--root=" + self.root, log, *arguments, env=environment)
+
+    def as_user(self, *command, **options):
+        return run(*self._entered(command), **options)
+
+    def _entered(self, command):
+        user = ["setpriv", "--reuid", USER, "--regid", USER, "--clear-groups", "--no-new-privs"]
+        return ["chroot", self.root, *user, *command]
+
+    def unit(self, key):
+        text = content(self.path("/usr/lib/systemd/system/morrowstream.service")).decode()
+        return re.search(rf"^{key}=-?(.*)$", text, re.MULTILINE)[1]
+
+    def start(self):
+        text = content(self.path(self.unit("EnvironmentFile")))
+        options = re.search(rb'^MORROWSTREAM_OPTIONS="(.*)"$', text, re.MULTILINE)[1]
+        command = self.unit("ExecStart").replace("$MORROWSTREAM_OPTIONS", options.decode())
+        assert self.unit("User") == USER
+        protect = self.unit("MemoryDenyWriteExecute") == "yes"
+        libc = ctypes.CDLL(None)
+
+        def confine():
+            os.umask(0o077)
+            if protect:  # kernels before 6.3 do not know it
+                libc.prctl(PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN, 0, 0, 0)
+
+        environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
+        with open(self.root + ".log", "ab") as log:
+            self.service = subprocess.Popen(self._entered(shlex.split(command)), preexec_fn=confine, env=environment,
+                                            stdout=log, stderr=subprocess.STDOUT)
+        deadline = time.monotonic() + 30
+        while True:
+            try:
+                return self.get("/", "nobody:wrong")
+            except OSError:
+                if self.service.poll() is not None or time.monotonic() > deadline:
+                    raise AssertionError("the service did not come up:\n" + content(log.name).decode()) from None
+                time.sleep(0.05)
+
+    def stop(self):
+        """The service's exit status."""
+        service, self.service = self.service, None
+        if service is None:
+            return None
+        service.send_signal(signal.SIGTERM)
+        return service.wait(20)
+
+    def get(self, path, user):
+        """Status and body."""
+        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}")
+        request.add_header("Authorization", "Basic " + base64.b64encode(user.encode()).decode())
+        try:
+            with urllib.request.urlopen(request, timeout=20) as answer:
+                return answer.status, answer.read()
+        except urllib.error.HTTPError as error:
+            return error.code, error.read()
+
+    def files(self):
+        """All that stands in the root, with the contents of the user tables; not what the system's own tools keep."""
+        found = set()
+        for folder, folders, names in os.walk(self.root):
+            found.update(os.path.join(folder, name)[len(self.root):] for name in folders + names)
+        theirs = re.compile(r"/var/(lib/dpkg|log|cache)\b|/etc/(passwd|group|g?shadow|sub[ug]id)-$|/etc/\.pwd\.lock$|/run/adduser$")
+        kept = {name for name in found if not theirs.match(name)}
+        return kept, {name: content(self.path("/etc/" + name)) for name in ("passwd", "group")}
+
+
+class PackageTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.machine = Machine(self.folder)
+        self.addCleanup(self.machine.stop)
+
+    def next_version(self):
+        """The same package under a higher version."""
+        tree = os.path.join(self.folder, "next")
+        run("dpkg-deb", "--raw-extract", PACKAGE, tree)
+        file = tree + "/DEBIAN/control"
+        text = content(file).decode()
+        with open(file, "w", encoding="utf-8") as new:
+            new.write(re.sub(r"^Version: .*$", lambda found: found[0] + "+next", text, flags=re.MULTILINE))
+        run("dpkg-deb", "--build", "--root-owner-group", "-Znone", tree, tree + ".deb")
+        return tree + ".deb"
+
+    def upload_and_look(self):
+        machine = self.machine
+        machine.as_user("/usr/bin/morrowstream-phone", "upload", "--server", f"127.0.0.1:{machine.port}", "--login", "yard",
+                        "--password", "secret", "--pictures", "/usr/share/morrowstream/pictures/yard", "--frames", "5")
+        status, jpeg = machine.get("/snapshot/yard.jpg", "guard:watchful")
+        self.assertEqual(status, 200)
+        pixels = subprocess.run(["djpeg", "-pnm"], input=jpeg, check=True, stdout=subprocess.PIPE).stdout
+        self.assertEqual(pixels.split(b"\n")[1], b"320 240")
+
+    def registered(self):
+        return MODULE.encode() in content(self.machine.path(DATA + "/registry"))
+
+    def test_lives_from_installation_to_purge(self):
+        machine = self.machine
+        before = machine.files()
+        machine.dpkg("--install", PACKAGE)
+        state = os.stat(machine.path(DATA))
+        self.assertEqual(state.st_mode & 0o777, 0o700)
+        self.assertNotEqual(state.st_uid, 0)
+        self.assertTrue(self.registered())
+        self.assertEqual(sorted(os.listdir(machine.path(DATA))), ["registry"], "no password that anybody knows")
+        self.assertTrue(os.path.islink(machine.path("/etc/systemd/system/multi-user.target.wants/morrowstream.service")))
+
+        settings = machine.path("/etc/default/morrowstream")
+        with open(settings, "w", encoding="utf-8") as file:
+            file.write(f'MORROWSTREAM_OPTIONS="--listen 127.0.0.1:{machine.port} --quiet"\n')
+        machine.as_user("/usr/bin/morrowstream-host", "--data", DATA, "--add-user", "guard", "--kind", "viewer", input="watchful\n")
+        machine.as_user("sh", "-c", f"printf 'yard\\t320x240\\tsecret\\n' > {DATA}/cameras")
+        self.assertEqual(machine.start()[0], 401)
+        password = content(machine.path(DATA + "/admin-password")).decode().strip()
+        self.assertEqual(machine.get("/settings", "admin:" + password)[0], 200)
+        self.upload_and_look()
+        self.assertIn("yard", json.dumps(json.loads(machine.get("/health", "guard:watchful")[1])))
+        self.assertEqual(machine.stop(), 0)
+        kept = {name: content(name) for name in glob.glob(machine.path(DATA) + "/**", recursive=True) if os.path.isfile(name)}
+
+        machine.dpkg("--install", self.next_version())
+        self.assertIn("+next", machine.dpkg("--status", USER))
+        self.assertEqual({name: content(name) for name in kept}, kept)
+        self.assertIn(str(machine.port).encode(), content(settings), "the administrator's own lines stay")
+        machine.start()
+        self.upload_and_look()
+        self.assertEqual(machine.stop(), 0)
+
+        machine.dpkg("--remove", USER)
+        self.assertFalse(self.registered())
+        self.assertFalse(os.path.exists(machine.path("/usr/bin/morrowstream-host")))
+        self.assertTrue(os.path.exists(machine.path(DATA + "/users")), "kept for the next installation")
+        machine.dpkg("--purge", USER)
+        after = machine.files()
+        self.assertEqual(after[0] ^ before[0], set())
+        self.assertEqual(after[1], before[1])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--package", required=True)
+    PACKAGE = os.path.abspath(parser.parse_args().package)
+    if os.geteuid() != 0:
+        print("A clean root needs the right to chroot: run this test as root.")
+        raise SystemExit(SKIPPED)
+    unittest.main(argv=["test_package"])
