@@ -49,9 +49,10 @@ class Host:
             check=True, stdout=self.log, stderr=self.log, timeout=READY_SECONDS,
         )
 
-    def start(self):
+    def start(self, **options):
+        """`options` are those of Popen."""
         command = [self.program, "--listen", f"127.0.0.1:{self.port}", "--data", self.data, *self.arguments]
-        self.process = subprocess.Popen(command, stdout=self.log, stderr=self.log, stdin=subprocess.DEVNULL)
+        self.process = subprocess.Popen(command, stdout=self.log, stderr=self.log, stdin=subprocess.DEVNULL, **options)
         self.wait_ready()
 
     def wait_ready(self):

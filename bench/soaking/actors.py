@@ -1,0 +1,367 @@
+"""Who works on the host during a soak: phones, people, and those who mean it harm. Each is a thread."""
+
+import base64
+import copy
+import http.client
+import io
+import os
+import random
+import re
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import threading
+import time
+import zipfile
+from xml.etree import ElementTree
+
+import feeder
+import pictures
+
+NUMBERS = 256  # pictures that can be told apart; a reader would have to miss half of them to lose count
+PASSWORD = "soak"
+
+
+def connect(port, address="127.0.0.1", timeout=5):
+    """To the host, from one of this machine's many loopback addresses."""
+    return socket.create_connection(("127.0.0.1", port), timeout=timeout, source_address=(address, 0))
+
+
+def sign_in(user, password):
+    return {"Authorization": "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()}
+
+
+class Actor(threading.Thread):
+    """Takes turns until it is stopped. What surprises it is kept in `failures`."""
+
+    pause = 0.5
+
+    def __init__(self, soak):
+        super().__init__(daemon=True, name=type(self).__name__)
+        self.soak, self.port = soak, soak.host.port
+        self.turns = 0
+        self.failures = []
+        self.stopped = threading.Event()
+
+    def run(self):
+        while not self.stopped.wait(self.pause * random.uniform(0.5, 1.5)):
+            faults = self.soak.faults_so_far()
+            try:
+                self.turn()
+                self.turns += 1
+            except Exception as failure:  # whatever it is, the run goes on and tells of it
+                # While the host lacks something its answers may be refusals.
+                if not self.stopped.is_set() and faults == self.soak.faults_so_far() and not self.soak.in_fault():
+                    self.failures.append(f"{self.name}: {failure!r}")
+
+    def stop(self):
+        self.stopped.set()
+
+    def request(self, method, path, user, password, body=None, headers=None, timeout=20):
+        """Status, body and header lines of one request on a connection of its own."""
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+        try:
+            connection.request(method, path, body, {**sign_in(user, password), **(headers or {})})
+            answer = connection.getresponse()
+            return answer.status, answer.read(), answer.headers
+        finally:
+            connection.close()
+
+    def admin(self, method, path, **more):
+        return self.request(method, path, "admin", self.soak.host.admin_password(), **more)
+
+
+def read_number(jpeg):
+    """The number that a picture shows; None when it is none of the phones' pictures."""
+    shown = subprocess.run(["djpeg", "-pnm"], input=jpeg, check=True, stdout=subprocess.PIPE).stdout
+    head = re.match(rb"P6\s(\d+)\s(\d+)\s255\s", shown)
+    if head is None:
+        return None
+    width, height = int(head[1]), int(head[2])
+
+    def sample(x, y):
+        at = head.end() + 3 * (int(y * height) * width + int(x * width / pictures.WIDTH))
+        return shown[at : at + 3]
+
+    left, right = sample(10, 0.75), sample(pictures.WIDTH - 10, 0.75)
+    if left[2] < left[0] + 60 or right[0] < right[2] + 60:
+        return None
+    levels = [sample((bit + 0.5) * pictures.BAR, 0.25)[1] for bit in range(pictures.BITS)]
+    return sum((level > 127) << bit for bit, level in enumerate(levels))
+
+
+class Reader(Actor):
+    """Watches one camera as motion JPEG and holds the order of its pictures: a watcher may skip, never go back."""
+
+    pause = 0.1
+
+    def __init__(self, soak, camera):
+        super().__init__(soak)
+        self.camera, self.seen, self.last = camera, 0, None
+
+    def turn(self):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=15)
+        try:
+            connection.request("GET", f"/live/{self.camera}", headers=sign_in("guard", PASSWORD))
+            answer = connection.getresponse()
+            assert answer.status == 200, f"/live answers {answer.status}"
+            boundary = b"--" + answer.headers.get_boundary().encode()
+            end = time.monotonic() + random.uniform(5, 30)
+            pending = b""
+            while time.monotonic() < end and not self.stopped.is_set():
+                pending += answer.read1(65536)
+                *parts, pending = pending.split(boundary)
+                for part in parts:
+                    if jpeg := part.partition(b"\r\n\r\n")[2]:
+                        self.look(jpeg)
+        finally:
+            connection.close()
+
+    def look(self, jpeg):
+        number = read_number(jpeg)
+        if number is None:
+            return
+        # A stream begins with the newest picture, which the last one may have shown already.
+        step = 0 if self.last is None else (number - self.last) % NUMBERS
+        if step > NUMBERS // 2:
+            self.failures.append(f"{self.camera} went from {self.last} to {number}")
+        self.last = number
+        self.seen += 1
+
+
+class Viewer(Actor):
+    """A viewing phone, with a picture a moment later where it asked for one."""
+
+    def turn(self):
+        out = subprocess.run(
+            [self.soak.phone, "view", "--server", f"127.0.0.1:{self.port}", "--login", "guard", "--password", PASSWORD,
+             "--source", random.choice(self.soak.healthy + ["clock"]), "--params", "width=176&height=144&fps=5",
+             "--frames", str(random.randint(1, 25))],
+            capture_output=True, text=True, timeout=60, check=False)
+        assert out.returncode == 0, out.stderr.strip() or out.stdout.strip()
+
+
+class Browser(Actor):
+    """Snapshots, pages, and what a monitor asks for."""
+
+    def turn(self):
+        path = random.choice([f"/snapshot/{self.soak.healthy[0]}.jpg", "/", "/metrics", "/health", "/mobile"])
+        status, body, _ = self.request("GET", path, "guard", PASSWORD)
+        assert status == 200 and body, f"{path} answers {status}"
+
+
+class Downloader(Actor):
+    """Midlets for phones: each a whole archive with the phone's own sign-in."""
+
+    pause = 1.5
+    whole = 0
+
+    def turn(self):
+        camera = random.choice(self.soak.healthy)
+        status, body, _ = self.request("GET", "/mobile/Sendora.jar?JarName=Soak", camera, PASSWORD)
+        assert status == 200, f"the archive answers {status}"
+        try:
+            archive = zipfile.ZipFile(io.BytesIO(body))
+            assert archive.testzip() is None, "the archive is damaged"
+            manifests = [name for name in archive.namelist() if name.upper() == "META-INF/MANIFEST.MF"]
+            assert len(manifests) == 1, f"the archive has {len(manifests)} manifests"
+            assert PASSWORD.encode() in archive.read(manifests[0]), "the manifest has no password"
+        except zipfile.BadZipFile:
+            raise AssertionError(f"no archive in {len(body)} bytes") from None
+        self.whole += 1
+
+
+class Administrator(Actor):
+    """Adds and removes a camera that nobody uses."""
+
+    pause = 1.0
+    unwritten = 0
+
+    def turn(self):
+        token = re.search(rb'"token":"([^"]+)"', self.admin("GET", "/settings/state")[1])[1].decode()
+        status, text, headers = self.admin("GET", "/settings/document")
+        assert status == 200, f"the settings answer {status}"
+        root = ElementTree.fromstring(text)
+        cameras = root.find("cams")
+        aside = [item for item in cameras if item.findtext("Name") == "aside"]
+        for item in aside:
+            cameras.remove(item)
+        if not aside:
+            cameras.append(copy.deepcopy(root.find("addcam/item")))
+            cameras[-1].find("Name").text = "aside"
+        status, body, headers = self.admin("PUT", "/settings/document", body=ElementTree.tostring(root),
+                                           headers={"X-Settings-Token": token, "If-Match": headers["ETag"]})
+        assert status == 200, f"a change answers {status} {body[:200]}"
+        if headers.get("X-Settings-Written") == "no":
+            self.unwritten += 1
+            assert self.soak.in_fault(), "a change was not written though there is room"
+
+
+class Reconnector(Actor):
+    """A phone with bad coverage: signs in, sends a few pictures, and is gone, in order or not."""
+
+    pause = 0.8
+
+    def turn(self):
+        record = bytearray(feeder.RECORD_BYTES)
+        record[feeder.PASSWORD_OFFSET : feeder.PASSWORD_OFFSET + len(PASSWORD)] = PASSWORD.encode()
+        with connect(self.port) as phone:
+            head = "".join(f"{name}: {value}\r\n" for name, value in sign_in("flaky", PASSWORD).items())
+            phone.sendall(f"POST /mobile/video/flaky HTTP/1.1\r\n{head}\r\n".encode() + record)
+            answer = phone.recv(1)
+            assert answer in (b"\0", b""), f"the phone was refused: {answer!r}"
+            phone.sendall(struct.pack("<H", 0))
+            for number in range(random.randint(0, 6)):
+                phone.recv(16)
+                jpeg = self.soak.pictures[number]
+                cut = random.choice([len(jpeg), len(jpeg), random.randrange(len(jpeg))])
+                damage = random.random() < 0.3
+                sent = bytes(byte ^ 255 for byte in jpeg[:cut]) if damage else jpeg[:cut]
+                phone.sendall(struct.pack("<BH", random.choice([4, 4, 4, 9]), len(jpeg)) + sent)
+                if cut < len(jpeg):
+                    break
+            if random.random() < 0.5:  # the connection is reset, not closed
+                phone.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+
+class Killer(Actor):
+    """A phone whose program is killed in the middle of a picture."""
+
+    pause = 1.5
+
+    def turn(self):
+        phone = subprocess.Popen(
+            [self.soak.phone, "upload", "--server", f"127.0.0.1:{self.port}", "--login", "mortal", "--password", PASSWORD,
+             "--pictures", self.soak.picture_folder, "--fps", "50"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.stopped.wait(random.uniform(0.2, 2))
+        phone.send_signal(signal.SIGKILL)
+        phone.wait()
+
+
+class Vandal(Actor):
+    """Sends what is no request, or none that anybody may make, from an address of its own."""
+
+    pause = 0.2
+
+    def turn(self):
+        noise = random.randbytes(random.randint(1, 3000))
+        wrong = "".join(f"{name}: {value}\r\n" for name, value in sign_in("admin", "guess").items()).encode()
+        rubbish = random.choice([
+            noise, b"GET /" + noise + b" HTTP/1.1\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + noise,
+            b"GET / HTTP/1.1\r\n" + b"X: y\r\n" * 4000 + b"\r\n", b"POST /mobile/video/flaky HTTP/1.1\r\n\r\n" + noise,
+            b"PUT /settings/document HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n" + noise,
+            b"GET /mobile/../../etc/passwd HTTP/1.1\r\n\r\n", b"GET /settings HTTP/1.1\r\n" + wrong + b"\r\n",
+            b"GET /tiles HTTP/1.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n\r\n" + noise])
+        with connect(self.port, f"127.0.0.{random.randint(2, 3)}") as peer:
+            try:
+                peer.sendall(rubbish)
+                if random.random() < 0.7:
+                    while peer.recv(4096):
+                        pass
+            except (ConnectionError, TimeoutError):
+                pass
+
+
+class Sloth(Actor):
+    """Holds many heads half open, a byte a second, until the host has had enough of them."""
+
+    pause = 2.0
+    dropped = 0
+
+    def turn(self):
+        peers = [connect(self.port, "127.0.0.4") for _ in range(40)]
+        try:
+            for letter in b"GET / HTTP/1.1\r\nX: y\r\nZ":
+                if self.stopped.wait(1):
+                    return
+                for peer in list(peers):
+                    try:
+                        peer.send(bytes([letter]))
+                    except ConnectionError:
+                        peer.close()
+                        peers.remove(peer)
+                        self.dropped += 1
+                if not peers:
+                    return
+            raise AssertionError(f"{len(peers)} half-open heads were held for over 20 s")
+        finally:
+            for peer in peers:
+                peer.close()
+
+
+class Auditor(Actor):
+    """Reads the settings file all the time, as a backup would: it is whole at each look."""
+
+    pause = 0.1
+
+    def turn(self):
+        try:
+            with open(self.soak.settings_file, "rb") as file:
+                text = file.read()
+        except FileNotFoundError as missing:
+            raise AssertionError("there is no settings file") from missing
+        try:
+            cameras = [item.findtext("Name") for item in ElementTree.fromstring(text).find("cams")]
+        except ElementTree.ParseError as damage:
+            raise AssertionError(f"the settings file is damaged: {damage}") from damage
+        assert set(self.soak.cameras) <= set(cameras), f"cameras are missing in the settings file: {cameras}"
+
+
+class FullDisk:
+    """The settings' file system has no room left for a while."""
+
+    seconds = 4
+
+    def __init__(self, soak):
+        self.filler = os.path.join(soak.host.data, "filler")
+
+    def begin(self):
+        with open(self.filler, "wb", buffering=0) as file:
+            try:
+                while file.write(b"\0" * 4096):
+                    pass
+            except OSError:
+                pass
+
+    def end(self):
+        os.remove(self.filler)
+
+
+class NoZip:
+    """The archive tool's program is not installed for a while."""
+
+    seconds = 4
+
+    def __init__(self, soak):
+        self.link = os.path.join(soak.tools, "zip")
+
+    def begin(self):
+        os.remove(self.link)
+
+    def end(self):
+        os.symlink(shutil.which("zip"), self.link)
+
+
+class NoDescriptors:
+    """Idle connections take all descriptors that the host may have."""
+
+    seconds = 4
+    most = 0
+
+    def __init__(self, soak):
+        self.soak, self.peers = soak, []
+
+    def begin(self):
+        try:
+            for number in range(self.soak.descriptors + 100):
+                self.peers.append(connect(self.soak.host.port, f"127.0.1.{1 + number // 200}", timeout=0.5))
+        except OSError:
+            pass
+
+    def end(self):
+        NoDescriptors.most = max(self.most, self.soak.looks()["descriptors"])
+        for peer in self.peers:
+            peer.close()
+        self.peers.clear()
