@@ -213,17 +213,26 @@ class Reconnector(Actor):
             answer = phone.recv(1)
             assert answer in (b"\0", b""), f"the phone was refused: {answer!r}"
             phone.sendall(struct.pack("<H", 0))
-            for number in range(random.randint(0, 6)):
-                phone.recv(16)
-                jpeg = self.soak.pictures[number]
-                cut = random.choice([len(jpeg), len(jpeg), random.randrange(len(jpeg))])
-                damage = random.random() < 0.3
-                sent = bytes(byte ^ 255 for byte in jpeg[:cut]) if damage else jpeg[:cut]
-                phone.sendall(struct.pack("<BH", random.choice([4, 4, 4, 9]), len(jpeg)) + sent)
-                if cut < len(jpeg):
-                    break
+            try:
+                self.send_some(phone)
+            except ConnectionError:
+                pass  # the host has closed it, as it should for what is no picture
             if random.random() < 0.5:  # the connection is reset, not closed
                 phone.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+    def send_some(self, phone):
+        for number in range(random.randint(0, 6)):
+            phone.settimeout(0.2)
+            try:
+                phone.recv(16)  # grants, if there are new ones
+            except TimeoutError:
+                pass
+            jpeg = self.soak.pictures[number]
+            cut = random.choice([len(jpeg), len(jpeg), random.randrange(len(jpeg))])
+            sent = bytes(byte ^ 255 for byte in jpeg[:cut]) if random.random() < 0.3 else jpeg[:cut]
+            phone.sendall(struct.pack("<BH", random.choice([4, 4, 4, 9]), len(jpeg)) + sent)
+            if cut < len(jpeg):
+                return
 
 
 class Killer(Actor):
