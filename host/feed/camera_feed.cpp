@@ -4,25 +4,76 @@
 
 namespace host {
 
+namespace {
+
+// What a phone that keeps to its grants may send at any time.
+constexpr double kLeastCredit = 4;
+
+// The processor time of this thread at the end of its last picture, and whose that was: what it has worked
+// since then went into reading and decoding the next one.
+thread_local std::uint32_t t_lastFeed = 0;
+thread_local std::chrono::nanoseconds t_workedUntil{0};
+
+} // namespace
+
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
+    const auto began = Clock::now();
+    const auto work = t_lastFeed == m_id ? ThreadTime() - t_workedUntil : std::chrono::nanoseconds::zero();
     std::uint8_t* block = nullptr;
     std::uint32_t size = 0;
     const HRESULT hr = frame != nullptr ? frame->GetFrameContent(&block, &size) : E_UNEXPECTED;
     FrameContent content(SUCCEEDED(hr) ? block : nullptr);
     PlaneLayout layout;
-    const bool good = ReadLayout(content.get(), size, &layout);
+    if (ReadLayout(content.get(), size, &layout)) {
+        Take(std::move(content), layout);
+        Account(work, began);
+    } else {
+        const std::lock_guard guard(m_mutex);
+        ++m_failed;
+    }
+    t_lastFeed = m_id;
+    t_workedUntil = ThreadTime();
+    return S_OK;
+}
+
+void CameraFeed::Take(FrameContent content, const PlaneLayout& layout) {
     PicturePtr old; // freed outside the lock
     const std::lock_guard guard(m_mutex);
-    if (!good) {
-        ++m_failed;
-        return S_OK;
-    }
     ++m_frames;
-    old = std::exchange(m_newest, std::make_shared<const Picture>(m_frames, std::move(content), layout));
+    // The picture may outlive this feed, and is encoded when somebody asks for it.
+    const std::shared_ptr<Histogram> encode(m_meters, &m_meters->encode);
+    old = std::exchange(m_newest,
+                        std::make_shared<const Picture>(m_frames, std::move(content), layout, encode));
     m_rate.Add(m_newest->Arrival());
+    if (const auto asked = std::exchange(m_asked, std::nullopt))
+        m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
-    return S_OK;
+}
+
+void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began) {
+    if (work == std::chrono::nanoseconds::zero())
+        return; // the first picture of a connection: the thread may have worked on something else before
+    m_meters->decode.Observe(work);
+    const auto now = Clock::now();
+    double rate = 0;
+    {
+        const std::lock_guard guard(m_mutex);
+        rate = m_rate.PerSecond(now);
+    }
+    const double held = std::chrono::duration<double>(work + (now - began)).count();
+    if (rate > 0 && held * rate > kLeastCredit) {
+        ++m_meters->creditStalls;
+        m_meters->creditStallNanoseconds += static_cast<std::uint64_t>((held - kLeastCredit / rate) * 1e9);
+    }
+}
+
+void CameraFeed::SessionBegan(Clock::time_point asked) {
+    const std::lock_guard guard(m_mutex);
+    if (m_newest && m_newest->Arrival() >= asked)
+        m_meters->firstPictureNanoseconds = (m_newest->Arrival() - asked).count();
+    else
+        m_asked = asked;
 }
 
 PicturePtr CameraFeed::Newest() const {

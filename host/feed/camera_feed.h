@@ -3,11 +3,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/feed/histogram.h"
 #include "host/feed/picture.h"
 #include "host/feed/rate_meter.h"
 #include "interfaces/ICam.h"
@@ -28,6 +30,19 @@ struct CameraFigures {
     std::optional<double> age; // of the newest picture, seconds
 };
 
+// What a camera's pictures cost, and how its phone fared.
+struct CameraMeters {
+    Histogram decode; // processor time of the receiving thread for one picture: reading and decoding it
+    Histogram encode; // of one picture for browsers
+    // From the request of the newest connection that brought a picture until that picture, the sign-in
+    // included; 0 before the first.
+    std::atomic<std::int64_t> firstPictureNanoseconds{0};
+    // A phone is not read while its picture is worked on, and keeps credit for four pictures at least. Work
+    // that takes longer than these last at its rate leaves it without: how often, and for how long in all.
+    std::atomic<std::uint64_t> creditStalls{0};
+    std::atomic<std::uint64_t> creditStallNanoseconds{0};
+};
+
 // The sink of one camera. Its operation runs on the thread that receives the phone's frames, under the
 // camera's lock: it takes the picture, signals and returns; nothing is encoded there.
 class CameraFeed : public ICamSink {
@@ -41,6 +56,10 @@ public:
     // The newest picture; null before the first one.
     [[nodiscard]] PicturePtr Newest() const;
     [[nodiscard]] CameraFigures Figures() const;
+    [[nodiscard]] const CameraMeters& Meters() const noexcept { return *m_meters; }
+
+    // A phone has been let in whose request came then. Its first picture may be here already.
+    void SessionBegan(Clock::time_point asked);
 
     // FeedWatch calls these; a wake-up is signalled for each new picture while it is on the list.
     void AddWatcher(Wakeup& wakeup);
@@ -58,8 +77,12 @@ protected:
     }
 
 private:
+    void Take(FrameContent content, const PlaneLayout& layout);
+    void Account(std::chrono::nanoseconds work, Clock::time_point began);
+
     const std::uint32_t m_id;
     const std::string m_name;
+    const std::shared_ptr<CameraMeters> m_meters = std::make_shared<CameraMeters>();
     std::atomic<bool> m_connected{false};
 
     mutable std::mutex m_mutex; // the members below
@@ -68,6 +91,7 @@ private:
     std::uint64_t m_frames = 0;
     std::uint64_t m_failed = 0;
     RateMeter m_rate;
+    std::optional<Clock::time_point> m_asked; // of a session that has had no picture yet
     std::vector<Wakeup*> m_watchers;
 };
 using FeedPtr = platform::ComPtr<CameraFeed>;

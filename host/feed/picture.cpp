@@ -85,7 +85,10 @@ std::string DrawPlaceholder(int width, int height) {
 
 const std::string& Picture::Jpeg() const {
     std::call_once(m_once, [this] {
+        const auto began = ThreadTime();
         m_jpeg = EncodeJpeg(m_content.get(), m_layout);
+        if (m_encoding)
+            m_encoding->Observe(ThreadTime() - began);
         g_encoded.fetch_add(1, std::memory_order_relaxed);
     });
     return m_jpeg;

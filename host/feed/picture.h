@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/feed/encode.h"
+#include "host/feed/histogram.h"
 #include "host/web/net.h"
 
 namespace host {
@@ -33,8 +34,11 @@ std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
 
 class Picture {
 public:
-    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout)
-        : m_sequence(sequence), m_content(std::move(content)), m_layout(layout) {}
+    // `encoding` counts the time that encoding it takes, when it is encoded.
+    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout,
+            std::shared_ptr<Histogram> encoding = nullptr)
+        : m_sequence(sequence), m_content(std::move(content)), m_layout(layout),
+          m_encoding(std::move(encoding)) {}
     // One that came as JPEG, which then is what watchers get.
     Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
         : Picture(sequence, std::move(content), layout) {
@@ -60,6 +64,7 @@ private:
     const std::uint64_t m_sequence;
     const FrameContent m_content;
     const PlaneLayout m_layout;
+    const std::shared_ptr<Histogram> m_encoding;
     const Clock::time_point m_arrival = Clock::now();
     const std::uint64_t m_arrivalUnixMs =
         static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(

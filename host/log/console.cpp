@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "host/log/journal.h"
 #include "platform/text.h"
 
 namespace host {
@@ -30,6 +31,8 @@ std::string Printable(std::string_view text) {
     return result;
 }
 
+Console::Console() : m_journal(IsJournal(STDERR_FILENO)) {}
+
 void Console::Say(std::string_view line) {
     Write(STDOUT_FILENO, std::string(line) + "\n");
 }
@@ -37,6 +40,12 @@ void Console::Say(std::string_view line) {
 void Console::Log(std::string_view channel, std::string_view text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
         text.remove_suffix(1);
+    if (m_journal) {
+        // The journal has the time, and reads the level from the front.
+        Write(STDERR_FILENO, "<" + std::to_string(LevelOf(channel)) + ">" + Printable(channel) + ": " +
+                                 Printable(text) + "\n");
+        return;
+    }
     const auto now = std::chrono::system_clock::now();
     const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
     const auto milliseconds =

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "host/mobile/accept.h"
 #include "host/mobile/descriptor.h"
 #include "host/mobile/style_sheet.h"
 #include "host/users/authenticator.h"
+#include "host/web/accept.h"
 #include "platform/text.h"
 
 namespace host {

@@ -3,20 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <ctime>
 
 #include "host/packer/colour.h"
+#include "image/FrameBlock.h"
 
 namespace host {
 namespace {
 
 constexpr std::uint8_t kNeutralChroma = 128;
-
-std::uint64_t ThreadCpuNanoseconds() noexcept {
-    timespec now{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(now.tv_nsec);
-}
 
 // Of a side of `whole` samples; `start` and `size` in thousandths. At least two samples where there are two.
 std::pair<int, int> CropSide(int start, int size, int whole) noexcept {
@@ -36,6 +30,12 @@ int FitSide(double size, int room) noexcept {
 }
 
 } // namespace
+
+SourcePlanes PlanesOf(const Picture& picture) {
+    const PlaneLayout& layout = picture.Layout();
+    return {layout.grey ? SourcePlanes::Form::Grey : SourcePlanes::Form::Yv12, layout.width, layout.height,
+            picture.Block().data() + sizeof(BITMAPINFOHEADER)};
+}
 
 Rectangle CropOf(const PackerParameters& parameters, int width, int height) noexcept {
     const auto [left, cropWidth] = CropSide(parameters.zoomX, parameters.zoomWidth, width);
@@ -67,7 +67,7 @@ FramePacker::~FramePacker() {
 }
 
 FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
-    const std::uint64_t begin = ThreadCpuNanoseconds();
+    const auto began = ThreadTime();
     if (source.form != m_form || source.width != m_sourceWidth || source.height != m_sourceHeight)
         Arrange(source);
     if (source.width > 0 && source.height > 0)
@@ -75,7 +75,7 @@ FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
     Packed packed;
     packed.jpeg = EncodePlanes(m_planes.data(), {m_parameters.width, m_parameters.height, !m_colour},
                                m_parameters.quality, m_jpeg);
-    m_counters.cpuNanoseconds += ThreadCpuNanoseconds() - begin;
+    m_counters.cpuNanoseconds += static_cast<std::uint64_t>((ThreadTime() - began).count());
     if (packed.jpeg.empty())
         return packed;
     ++m_sequence;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/feed/encode.h"
+#include "host/feed/picture.h"
 #include "host/packer/counters.h"
 #include "host/packer/framing.h"
 #include "host/packer/parameters.h"
@@ -77,6 +78,9 @@ private:
     std::vector<std::uint8_t> m_planes;    // the picture
     std::vector<std::uint8_t> m_jpeg;
 };
+
+// The planes of a picture, which stay the picture's.
+SourcePlanes PlanesOf(const Picture& picture);
 
 // The part of a picture that the zoom shows: left and top even, so that it begins with a chroma sample.
 Rectangle CropOf(const PackerParameters& parameters, int width, int height) noexcept;

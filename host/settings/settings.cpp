@@ -71,6 +71,13 @@ void Settings::SetConfiguration(platform::ComPtr<IConfiguration> configuration) 
     const auto text = Get();
     if (const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt)
         Adopt(*document);
+    m_there = text.has_value();
+}
+
+std::string Settings::Trouble() const {
+    if (!m_there)
+        return "The component gives no settings.";
+    return m_written ? "" : "The last change of the settings could not be written to disk.";
 }
 
 std::optional<std::u16string> Settings::Get() {
@@ -178,7 +185,8 @@ SettingsChange Settings::Set(std::u16string_view text) {
     Adopt(*document);
     document->ConcealPasswords();
     change.now = {platform::ToUtf8(document->Text()), VersionOf(now)};
-    change.result = StampOf(m_file) == before ? NotWritten : Done;
+    m_written = StampOf(m_file) != before;
+    change.result = m_written ? Done : NotWritten;
     return change;
 }
 

@@ -1,6 +1,7 @@
 // The settings of the component, for all of the host who read or change them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -58,6 +59,8 @@ public:
     SettingsChange Write(std::string_view xml, std::string_view version);
     // The password behind a mark. Nothing for another version than the present one, or without such a mark.
     std::optional<std::string> Password(std::size_t number, std::string_view version);
+    // Why the host should get no traffic, in a line; empty when all is well. Any thread; waits for nothing.
+    [[nodiscard]] std::string Trouble() const;
     // A change of the host's own. `edit` returns whether there is anything to store.
     SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);
 
@@ -71,8 +74,10 @@ private:
     Authenticator& m_authenticator;
     FeedTable& m_feeds;
     const std::string m_file;
-    const std::string m_run; // of a version: no other run of the host has the same
-    std::mutex m_mutex;      // everything below
+    const std::string m_run;           // of a version: no other run of the host has the same
+    std::mutex m_mutex;                // everything below
+    std::atomic<bool> m_there{false};  // there is a component
+    std::atomic<bool> m_written{true}; // the last change is on disk
     platform::ComPtr<IConfiguration> m_configuration;
     std::u16string m_text; // as it was last seen
     std::uint64_t m_number = 0;

@@ -7,7 +7,6 @@
 
 #include "host/packer/frame_packer.h"
 #include "host/web/page_socket.h"
-#include "image/FrameBlock.h"
 
 namespace host {
 namespace {
@@ -15,12 +14,6 @@ namespace {
 namespace asio = boost::asio;
 
 constexpr std::string_view kPathPrefix = "/view/";
-
-SourcePlanes PlanesOf(const Picture& picture) {
-    const PlaneLayout& layout = picture.Layout();
-    return {layout.grey ? SourcePlanes::Form::Grey : SourcePlanes::Form::Yv12, layout.width, layout.height,
-            picture.Block().data() + sizeof(BITMAPINFOHEADER)};
-}
 
 class ViewSession final : public PageSocket {
 public:
@@ -143,7 +136,7 @@ SourcePtr SourceOfPath(std::string_view path, const Services& services) {
 }
 
 void ServeView(Descriptor socket, const Request& request, SourcePtr source, const Services& services) {
-    const CountGuard watching(services.counters.watchers);
+    const WatchGuard watching(services.counters, SessionKind::Page);
     ViewSession(std::move(socket), request, std::move(source), services).Run();
 }
 

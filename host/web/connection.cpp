@@ -11,10 +11,12 @@
 #include "host/mobile/content.h"
 #include "host/mobile/source_list.h"
 #include "host/settings/pages.h"
+#include "host/tiny/pages.h"
 #include "host/view/view.h"
 #include "host/web/access.h"
 #include "host/web/answer.h"
 #include "host/web/head.h"
+#include "host/web/health.h"
 #include "host/web/live.h"
 #include "host/web/pages.h"
 #include "host/web/request.h"
@@ -49,6 +51,7 @@ public:
             ++m_services.counters.requests;
             m_request = std::move(*parsed.request);
             m_request.peer = m_peer;
+            m_request.arrived = Clock::now();
             if (!Serve())
                 return;
         }
@@ -67,6 +70,8 @@ private:
 
     // One request. False when the connection is at its end, or not ours any more.
     bool Serve() {
+        if (const auto probe = ProbeAnswer(m_request, m_services))
+            return Send(*probe);
         const std::u16string path = HandlerPath(m_request);
         if (const auto handler = m_services.handlers.HandlerOf(path)) {
             std::int32_t stream = 0;
@@ -88,6 +93,8 @@ private:
         }
         if (const auto refused = CheckAccess(m_request, Purpose::Watch, m_services))
             return Send(*refused);
+        if (IsTinyPath(m_request.path))
+            return Send(TinyAnswer(m_request, m_services));
         if (m_request.path == "/tiles")
             return ServeTilesPath();
         if (m_request.path.starts_with("/view/"))

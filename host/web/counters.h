@@ -38,29 +38,57 @@ inline constexpr std::array<std::string_view, static_cast<std::size_t>(Refusal::
     "upload_denied",
     "view_denied"};
 
+// What a connection can turn into for long.
+enum class SessionKind {
+    Upload, // a phone that is a camera
+    View,   // a phone that watches
+    Live,   // motion JPEG
+    Tiles,  // the live page
+    Page,   // one source in a browser, as a phone sees it
+    Count
+};
+
+inline constexpr std::array<std::string_view, static_cast<std::size_t>(SessionKind::Count)> kSessionNames{
+    "upload", "view", "live", "tiles", "page"};
+
 struct Counters {
     using Count = std::atomic<std::uint64_t>;
 
     Count accepted{0};
     Count open{0}; // connections that the web server holds now
     Count requests{0};
-    Count uploads{0};  // connections handed over to the component
-    Count views{0};    // the same, of viewing phones
-    Count watchers{0}; // motion JPEG and multiplexed streams that are open now
-    Count sent{0};     // pictures that left for a watcher
-    Count skipped{0};  // pictures that a watcher did not get, because a newer one was there first
+    Count sent{0};    // pictures that left for a watcher
+    Count skipped{0}; // pictures that a watcher did not get, because a newer one was there first
     std::array<Count, static_cast<std::size_t>(Refusal::Count)> refusals{};
+    std::array<Count, static_cast<std::size_t>(SessionKind::Count)> sessions{}; // that have begun
+    // And of them those that are open now. Uploads and viewing phones are the component's then, and are not
+    // counted here.
+    std::array<Count, static_cast<std::size_t>(SessionKind::Count)> watching{};
 
     void Refuse(Refusal reason) noexcept { ++refusals[static_cast<std::size_t>(reason)]; }
+    void Begin(SessionKind kind) noexcept { ++sessions[static_cast<std::size_t>(kind)]; }
+    [[nodiscard]] std::uint64_t Begun(SessionKind kind) const noexcept {
+        return sessions[static_cast<std::size_t>(kind)];
+    }
+    [[nodiscard]] std::uint64_t Watching(SessionKind kind) const noexcept {
+        return watching[static_cast<std::size_t>(kind)];
+    }
+    [[nodiscard]] std::uint64_t Watchers() const noexcept {
+        return Watching(SessionKind::Live) + Watching(SessionKind::Tiles) + Watching(SessionKind::Page);
+    }
 };
 
-// One more in a count for the length of a scope.
-class CountGuard {
+// A session of the web server's own, for the length of a scope.
+class WatchGuard {
 public:
-    explicit CountGuard(Counters::Count& count) noexcept : m_count(count) { ++m_count; }
-    CountGuard(const CountGuard&) = delete;
-    CountGuard& operator=(const CountGuard&) = delete;
-    ~CountGuard() { --m_count; }
+    WatchGuard(Counters& counters, SessionKind kind) noexcept
+        : m_count(counters.watching[static_cast<std::size_t>(kind)]) {
+        counters.Begin(kind);
+        ++m_count;
+    }
+    WatchGuard(const WatchGuard&) = delete;
+    WatchGuard& operator=(const WatchGuard&) = delete;
+    ~WatchGuard() { --m_count; }
 
 private:
     Counters::Count& m_count;

@@ -126,7 +126,7 @@ void ServeLive(int fd, const FeedPtr& feed, bool headOnly, const Services& servi
     const std::string bytes = Serialize(head, {.headOnly = headOnly, .openEnded = true});
     if (SendAll(fd, bytes, services.stop, services.limits.writeStall) != SendResult::Sent || headOnly)
         return;
-    const CountGuard watching(services.counters.watchers);
+    const WatchGuard watching(services.counters, SessionKind::Live);
     LiveStream(fd, feed, services).Run();
 }
 

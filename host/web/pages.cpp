@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "host/web/assets.h"
+#include "host/web/metrics.h"
 #include "host/web/report.h"
 
 namespace host {

@@ -2,9 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <fstream>
-
-#include <unistd.h>
 
 #include "platform/text.h"
 
@@ -52,82 +49,6 @@ std::string SourcesJson(const Services& services) {
     return json + "]";
 }
 
-// A label value of the Prometheus text format: backslash, quote and line feed are escaped.
-std::string Label(std::string_view text) {
-    std::string label;
-    for (const char c : text) {
-        if (c == '\\' || c == '"')
-            label += '\\';
-        label += c == '\n' ? "\\n" : std::string(1, c);
-    }
-    return label;
-}
-
-class Metrics {
-public:
-    void Family(std::string_view name, std::string_view type, std::string_view help) {
-        m_name = "morrowstream_" + std::string(name);
-        m_text += "# HELP " + m_name + " " + std::string(help) + "\n# TYPE " + m_name + " " +
-                  std::string(type) + "\n";
-    }
-    void Sample(std::string_view label, std::string_view labelValue, const std::string& value) {
-        m_text += m_name;
-        if (!label.empty())
-            m_text += "{" + std::string(label) + "=\"" + Label(labelValue) + "\"}";
-        m_text += " " + value + "\n";
-    }
-    void Single(std::string_view name, std::string_view type, std::string_view help,
-                const std::string& value) {
-        Family(name, type, help);
-        Sample("", "", value);
-    }
-    [[nodiscard]] std::string Take() { return std::move(m_text); }
-
-private:
-    std::string m_text;
-    std::string m_name;
-};
-
-struct ProcessFigures {
-    std::uint64_t residentBytes = 0;
-    std::uint64_t threads = 0;
-};
-
-ProcessFigures ReadProcessFigures() {
-    ProcessFigures figures;
-    std::ifstream status("/proc/self/status");
-    for (std::string key; status >> key;) {
-        std::uint64_t value = 0;
-        if (key == "VmRSS:" && status >> value)
-            figures.residentBytes = value * 1024;
-        else if (key == "Threads:" && status >> value)
-            figures.threads = value;
-        status.ignore(4096, '\n');
-    }
-    return figures;
-}
-
-void AddCameras(Metrics& metrics, const std::vector<CameraFigures>& cameras) {
-    const auto family = [&](std::string_view name, std::string_view type, std::string_view help, auto value) {
-        metrics.Family(name, type, help);
-        for (const CameraFigures& camera : cameras) {
-            if (const std::string text = value(camera); !text.empty())
-                metrics.Sample("camera", camera.name, text);
-        }
-    };
-    family("camera_frames_total", "counter", "Pictures received and decoded.",
-           [](const CameraFigures& c) { return std::to_string(c.frames); });
-    family("camera_failed_total", "counter", "Pictures received that could not be decoded.",
-           [](const CameraFigures& c) { return std::to_string(c.failed); });
-    family("camera_fps", "gauge", "Pictures a second over the last seconds.",
-           [](const CameraFigures& c) { return Number(c.fps, 2); });
-    family("camera_connected", "gauge", "1 while a phone is connected.",
-           [](const CameraFigures& c) { return std::string(c.connected ? "1" : "0"); });
-    family("camera_last_frame_age_seconds", "gauge",
-           "Seconds since the last picture; absent before the first.",
-           [](const CameraFigures& c) { return c.age ? Number(*c.age, 3) : std::string(); });
-}
-
 } // namespace
 
 std::string JsonString(std::string_view text) {
@@ -162,47 +83,6 @@ std::string StateJson(const Services& services) {
            ",\"uptime\":" + Number(Uptime(services), 1) + ",\"demo\":" + (services.demo ? "true" : "false") +
            ",\"version\":" + JsonString(MORROWSTREAM_VERSION) + ",\"sources\":" + SourcesJson(services) +
            ",\"cameras\":" + CamerasJson(services, true) + "}";
-}
-
-std::string MetricsText(const Services& services) {
-    const Counters& counters = services.counters;
-    Metrics metrics;
-    AddCameras(metrics, services.feeds.Figures());
-    metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
-                   std::to_string(Picture::EncodedCount()));
-    metrics.Single("pictures_sent_total", "counter", "Pictures sent to watchers.",
-                   std::to_string(counters.sent));
-    metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
-                   std::to_string(counters.skipped));
-    const PackerCounters& packers = *services.packers;
-    metrics.Single("packers", "gauge", "Frame packers at work, one for each viewing phone or page.",
-                   std::to_string(packers.open));
-    metrics.Single("packed_pictures_total", "counter", "Pictures packed for viewing phones and pages.",
-                   std::to_string(packers.frames));
-    metrics.Single("packed_bytes_total", "counter", "Their bytes, headers included.",
-                   std::to_string(packers.bytes));
-    metrics.Single("packing_cpu_seconds_total", "counter", "Processor time that packing them took.",
-                   Number(static_cast<double>(packers.cpuNanoseconds) * 1e-9, 6));
-    metrics.Single("watchers", "gauge", "Live streams that are open.", std::to_string(counters.watchers));
-    metrics.Single("connections", "gauge", "Connections that the web server holds.",
-                   std::to_string(counters.open));
-    metrics.Single("connections_total", "counter", "Connections accepted.",
-                   std::to_string(counters.accepted));
-    metrics.Single("requests_total", "counter", "Requests with a readable head.",
-                   std::to_string(counters.requests));
-    metrics.Single("uploads_total", "counter", "Uploads handed over to the component.",
-                   std::to_string(counters.uploads));
-    metrics.Single("views_total", "counter", "Viewing phones handed over to the component.",
-                   std::to_string(counters.views));
-    metrics.Family("refusals_total", "counter", "Connections and requests refused, by reason.");
-    for (std::size_t i = 0; i < kRefusalNames.size(); ++i)
-        metrics.Sample("reason", kRefusalNames[i], std::to_string(counters.refusals[i]));
-    const ProcessFigures process = ReadProcessFigures();
-    metrics.Single("process_resident_memory_bytes", "gauge", "Resident memory.",
-                   std::to_string(process.residentBytes));
-    metrics.Single("process_threads", "gauge", "Threads of the process.", std::to_string(process.threads));
-    metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(Uptime(services), 1));
-    return metrics.Take();
 }
 
 } // namespace host

@@ -16,7 +16,5 @@ std::string HealthJson(const Services& services);
 // The same figures as a message of the multiplexed stream, with the numbers of the cameras and the host's
 // time (Unix milliseconds), against which the page tells how old a picture is.
 std::string StateJson(const Services& services);
-// Prometheus text format.
-std::string MetricsText(const Services& services);
 
 } // namespace host

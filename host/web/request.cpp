@@ -94,6 +94,7 @@ ParsedRequest ParseRequest(std::string head) {
     request.origin = ToString(message[http::field::origin]);
     request.authorization = ToString(message[http::field::authorization]);
     request.ifNoneMatch = ToString(message[http::field::if_none_match]);
+    request.acceptLanguage = ToString(message[http::field::accept_language]);
     request.keepAlive = message.keep_alive();
     const auto length = parser.content_length();
     request.chunked = message.chunked();

@@ -19,6 +19,7 @@ struct Request {
     std::string origin;
     std::string authorization;
     std::string ifNoneMatch;
+    std::string acceptLanguage;
     bool hasHost = false;
     bool keepAlive = false;
     bool hasBody = false;
@@ -28,6 +29,7 @@ struct Request {
     bool expectsContinue = false;
     bool wantsWebSocket = false;
     PeerAddress peer;
+    Clock::time_point arrived{}; // when its head was complete
 };
 
 struct ParsedRequest {

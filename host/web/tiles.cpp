@@ -88,7 +88,7 @@ private:
 } // namespace
 
 void ServeTiles(Descriptor socket, const Request& request, const Services& services) {
-    const CountGuard watching(services.counters.watchers);
+    const WatchGuard watching(services.counters, SessionKind::Tiles);
     TilesSession(std::move(socket), request, services).Run();
 }
 

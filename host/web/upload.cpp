@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include "host/web/head.h"
+#include "host/web/pages.h"
 #include "platform/scope.h"
 #include "platform/socket.h"
 #include "platform/text.h"
@@ -75,7 +76,9 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
         return;
     const HRESULT hr = handler.Process(path.c_str(), handle, head.Get());
     if (SUCCEEDED(hr)) {
-        ++(upload ? counters.uploads : counters.views);
+        counters.Begin(upload ? SessionKind::Upload : SessionKind::View);
+        if (const FeedPtr feed = upload ? FeedOfPath(request.path, "/mobile/video/", "", services) : nullptr)
+            feed->SessionBegan(request.arrived);
         return;
     }
     // Harmless when the component has closed it.

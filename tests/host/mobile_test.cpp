@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/mobile/accept.h"
 #include "host/mobile/descriptor.h"
 #include "host/mobile/style_sheet.h"
+#include "host/web/accept.h"
 #include "rig.h"
 
 namespace host::test {

@@ -104,6 +104,20 @@ TEST(HostProgram, ServesUntilItIsToldToEndAndHoldsItsFolder) {
     }
 }
 
+TEST(HostProgram, WritesLevelsWhereTheJournalReads) {
+    const TempFolder folder;
+    // The service manager names the stream by device and inode; the name of another stream means nothing.
+    for (const auto& [inode, marked] : {std::pair("$(stat -Lc %i /proc/self/fd/2)", true), {"1", false}}) {
+        Program host({"/bin/sh", "-c",
+                      "JOURNAL_STREAM=$(stat -Lc %d /proc/self/fd/2):" + std::string(inode) +
+                          " exec \"$0\" --seconds 1 --listen 127.0.0.1:0 --data \"$1\"",
+                      HOST_PROGRAM, folder.File(marked ? "a" : "b")});
+        EXPECT_EQ(host.Wait(), 0);
+        EXPECT_EQ(host.output.find("<6>component: registered ") != std::string::npos, marked) << host.output;
+        EXPECT_EQ(host.output.find("  component registered ") != std::string::npos, !marked) << host.output;
+    }
+}
+
 TEST(HostProgram, KeepsTheLanguageForTheNextStart) {
     const TempFolder folder;
     const std::string registry = folder.File("registry");

@@ -1,5 +1,10 @@
 // The web server over real sockets: routing, who may do what, limits, and uploads handed over to the byte.
 
+#include <map>
+#include <regex>
+#include <sstream>
+#include <thread>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -58,6 +63,16 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"POST /mobile/video/u", "", 401},
         {"GET /mobile/video/u", "", 401},
         {"GET /mobilex", Rig::kViewer, 404},
+        {"GET /healthz", "", 200},
+        {"HEAD /readyz", Rig::kWrong, 200},
+        {"POST /healthz", Rig::kAdmin, 405},
+        {"GET /tiny", "", 401},
+        {"GET /tiny", Rig::kViewer, 200},
+        {"GET /tinyx", Rig::kViewer, 404},
+        {"GET /tiny/clock/picture?width=0", Rig::kViewer, 200},
+        {"GET /tiny/clock/x/picture", Rig::kViewer, 404},
+        {"GET /tiny/%zz", Rig::kViewer, 404},
+        {"GET /tiny//picture", Rig::kViewer, 404},
         {"GET /" + std::string(3000, 'a'), Rig::kViewer, 414},
         {"GET /a b", Rig::kViewer, 400},
     };
@@ -132,7 +147,7 @@ TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
         EXPECT_EQ(platform::send(call.socket, "\x0A", 1, 0), 1);
         EXPECT_EQ(phone.peer.Receive(1), "\x0A");
     }
-    EXPECT_EQ(rig.services.counters.uploads, 4U);
+    EXPECT_EQ(rig.services.counters.Begun(SessionKind::Upload), 4U);
     EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; })) << "handed over is not held";
 
     // A viewer's path stays as it came, and nothing is waited for.
@@ -163,7 +178,7 @@ TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
         EXPECT_TRUE(phone.peer.IsClosed(5000));
         EXPECT_TRUE(Eventually([&] { return rig.Refused(Refusal::UploadDenied) == wrong; }));
     }
-    EXPECT_EQ(rig.services.counters.uploads, 0U);
+    EXPECT_EQ(rig.services.counters.Begun(SessionKind::Upload), 0U);
     EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; }));
     EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kWrong)).status, 401U);
     const Reply reply = rig.Get("/mobile/list", std::string(Rig::kWrong));
@@ -293,6 +308,121 @@ TEST(Server, HostileNamesAreEscapedWhereverTheyStand) {
     EXPECT_THAT(metrics, HasSubstr("\nmorrowstream_connections_total 3\n"));
     EXPECT_THAT(metrics, HasSubstr("\n# TYPE morrowstream_refusals_total counter\n"));
     EXPECT_THAT(metrics, Not(HasSubstr("\r")));
+    const std::string tiny = rig.Get("/tiny").body;
+    EXPECT_THAT(
+        tiny,
+        HasSubstr("<a href=\"/tiny/a%22b%5Cc%0A%3Ci%3E%2F%C3%A9%20%25\">a&quot;b\\c &lt;i&gt;/é %</a>"));
+}
+
+// Every line of the format, told what it must be (the text format of Prometheus, version 0.0.4).
+std::map<std::string, double> ReadMetrics(const std::string& text) {
+    static const std::regex comment("# (HELP|TYPE) ([a-z_]+) (.+)");
+    static const std::regex sample(R"re(([a-z_]+)((?:\{(?:[a-z]+="(?:[^"\\]|\\.)*",?)+\})?) ([0-9.]+))re");
+    std::map<std::string, double> samples;
+    std::string family, kind;
+    std::istringstream lines(text);
+    std::smatch found;
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_match(line, found, comment)) {
+            EXPECT_EQ(found[1] == "TYPE", family == found[2]) << line;
+            EXPECT_TRUE(found[1] == "HELP" || found[3] == "counter" || found[3] == "gauge" ||
+                        found[3] == "histogram");
+            family = found[2];
+            kind = found[3];
+            EXPECT_TRUE(found[1] == "HELP" || (kind == "counter") == family.ends_with("_total")) << line;
+            continue;
+        }
+        EXPECT_TRUE(std::regex_match(line, found, sample)) << line;
+        const std::string name = found[1];
+        EXPECT_TRUE(name == family || (kind == "histogram" && name.starts_with(family + "_"))) << line;
+        EXPECT_TRUE(samples.emplace(name + std::string(found[2]), std::stod(found[3])).second) << line;
+    }
+    return samples;
+}
+
+TEST(Server, MetricsTellWhatCamerasCostAndWhoIsThere) {
+    Rig rig(LongLimits());
+    const CamPtr cam = rig.AddCamera("yard");
+    const auto asked = Clock::now();
+    const auto burn = [](std::chrono::milliseconds time) {
+        const auto end = ThreadTime() + time;
+        while (ThreadTime() < end) {
+        }
+    };
+    const auto show = [&](int count) {
+        std::jthread receiver([&] { // as each connection has one
+            while (count-- > 0)
+                cam->Show(MakeBlock(320, 240));
+        });
+    };
+    show(5);
+    // The picture was there before the host knew that its phone was let in.
+    rig.feeds->Find("yard")->SessionBegan(asked);
+    auto samples = ReadMetrics(rig.Get("/metrics").body);
+    EXPECT_GT(samples["morrowstream_camera_first_picture_seconds{camera=\"yard\"}"], 0);
+    rig.feeds->Find("yard")->SessionBegan(Clock::now());
+    burn(std::chrono::milliseconds(20));
+    show(2);
+    EXPECT_EQ(rig.Get("/snapshot/yard.jpg").status, 200U);
+    EXPECT_EQ(rig.Get("/snapshot/yard.jpg").status, 200U);
+    samples = ReadMetrics(rig.Get("/metrics").body);
+    const auto value = [&](const std::string& name, const std::string& more = "") {
+        const auto found = samples.find("morrowstream_" + name + "{camera=\"yard\"" + more + "}");
+        EXPECT_NE(found, samples.end()) << name;
+        return found == samples.end() ? -1 : found->second;
+    };
+    EXPECT_GE(value("camera_first_picture_seconds"), 0.02);
+    EXPECT_EQ(value("camera_decode_seconds_count"), 5) << "what the thread did before the first is not known";
+    EXPECT_EQ(value("camera_encode_seconds_count"), 1) << "the second one shares it";
+    EXPECT_GT(value("camera_encode_seconds_sum"), 0);
+    double below = 0;
+    for (const char* end : {"0.0002", "0.0005", "0.001", "0.002", "0.005", "0.02", "0.1", "0.5", "+Inf"}) {
+        const double count = value("camera_decode_seconds_bucket", std::string(",le=\"") + end + "\"");
+        EXPECT_GE(count, below) << end;
+        below = count;
+    }
+    EXPECT_EQ(below, 5);
+    // Work that outlasts four pictures at this camera's rate.
+    const double stalls = value("camera_credit_stalls_total");
+    for (int i = 0; i < 30; ++i) {
+        burn(std::chrono::milliseconds(1));
+        cam->Show(MakeBlock(16, 16));
+    }
+    burn(std::chrono::milliseconds(300));
+    cam->Show(MakeBlock(16, 16));
+    samples = ReadMetrics(rig.Get("/metrics").body);
+    EXPECT_GT(value("camera_credit_stalls_total"), stalls);
+    EXPECT_GT(value("camera_credit_stall_seconds_total"), 0);
+}
+
+TEST(Server, SmallPagesSpeakTheLanguageThatIsAskedFor) {
+    Rig rig(LongLimits());
+    rig.services.language = "lv";
+    const CamPtr cam = rig.AddCamera("yard");
+    cam->Show(MakeBlock(64, 48));
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"", "lv", "Kameras"},
+        {"de, fr;q=0.5", "fr", "Caméras"},
+        {"ru-RU,ru;q=0.9,en;q=0.8", "ru", "Камеры"},
+        {"en;q=0.3, KA ; q=0.8", "ka", "კამერები"},
+        {"es;q=0, *;q=0.1", "lv", "Kameras"},
+        {"az-Latn-AZ", "az", "Kameralar"},
+        {"*, en;q=0.9", "lv", "Kameras"},
+        {"es;q=2,-,;;,en-,=", "en", "Cameras"}};
+    for (const auto& [accept, language, title] : cases) {
+        const Reply reply = rig.Get("/tiny", "Host: localhost\r\nAccept-Language: " + accept + "\r\n");
+        EXPECT_EQ(reply.Header("Content-Language"), language) << accept;
+        EXPECT_EQ(reply.Header("Vary"), "Accept-Language");
+        EXPECT_THAT(reply.body, HasSubstr("<h1>" + title + "</h1>")) << accept;
+    }
+    const std::string page = rig.Get("/tiny/yard?width=96&every=10&width=x&every=3").body;
+    EXPECT_THAT(page, HasSubstr("<meta http-equiv=\"refresh\" content=\"10\">"));
+    EXPECT_THAT(page, HasSubstr(" width=\"96\" height=\"72\" "));
+    EXPECT_THAT(page, HasSubstr("<a href=\"/tiny/yard?every=60&amp;width=96\">60</a>"));
+    const Reply picture = rig.Get("/tiny/yard/picture?width=240");
+    EXPECT_EQ(picture.Header("Cache-Control"), "no-store");
+    EXPECT_EQ(picture.body.substr(picture.body.find("\xFF\xC0") + 5, 4), std::string("\0\xB4\0\xF0", 4))
+        << "240x180";
 }
 
 } // namespace

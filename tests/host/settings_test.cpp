@@ -195,6 +195,17 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     EXPECT_EQ(put({"gate", "320x240", "demo"}), SettingsChange::Result::Done);
     EXPECT_TRUE(rig.configuration->m_path.IsNull()) << "all is so already";
 
+    const auto ready = [&] { return rig.Get("/readyz").body; };
+    EXPECT_EQ(ready(), "ready\n");
+    rig.configuration->m_onSet = [] {};
+    EXPECT_EQ(put({"gate", "320x240", "other"}), SettingsChange::Result::NotWritten);
+    EXPECT_EQ(ready(), "The last change of the settings could not be written to disk.\n");
+    rig.configuration->m_onSet = [&] { platform::ReplaceFile(rig.SettingsPath(), "written again"); };
+    EXPECT_EQ(put({"gate", "320x240", "third"}), SettingsChange::Result::Done);
+    EXPECT_EQ(ready(), "ready\n");
+    rig.settings.SetConfiguration(nullptr);
+    EXPECT_EQ(rig.Get("/readyz").status, 503U);
+
     auto fresh = SettingsDocument::Parse(u"<config/>").value();
     EXPECT_FALSE(fresh.OfferHost(""));
     EXPECT_TRUE(fresh.OfferHost("192.0.2.1:80"));

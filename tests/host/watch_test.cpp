@@ -77,9 +77,9 @@ TEST(Tiles, StateComesFirstAndPicturesCarryTheirHeader) {
     EXPECT_TRUE(page.Say(Ack(other)));
     late->Show(MakeBlock(16, 16));
     EXPECT_EQ(LittleEndian(page.ReadNext(2).value(), 8, 4), 2U);
-    EXPECT_EQ(rig.services.counters.watchers, 1U);
+    EXPECT_EQ(rig.services.counters.Watchers(), 1U);
     page.peer.Close();
-    EXPECT_TRUE(Eventually([&] { return rig.services.counters.watchers == 0; }));
+    EXPECT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 0; }));
 }
 
 TEST(Tiles, OnePictureOfACameraIsInFlightAndTheNextIsTheNewest) {
@@ -219,16 +219,16 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
     const CamPtr cam = rig.AddCamera("yard");
     Client stuck(rig.Port(), 4096);
     stuck.peer.Send(Live("yard"));
-    ASSERT_TRUE(Eventually([&] { return rig.services.counters.watchers == 1; }));
+    ASSERT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 1; }));
     const std::string noise = MakeNoise(64, 48);
     const auto begin = Clock::now();
     std::uint64_t shown = 0;
-    while (rig.services.counters.watchers == 1 && Clock::now() - begin < 15s) {
+    while (rig.services.counters.Watchers() == 1 && Clock::now() - begin < 15s) {
         cam->Show(noise);
         ++shown;
         std::this_thread::sleep_for(10ms);
     }
-    EXPECT_EQ(rig.services.counters.watchers, 0U);
+    EXPECT_EQ(rig.services.counters.Watchers(), 0U);
     EXPECT_GE(Clock::now() - begin, 1s);
     EXPECT_GT(shown, 30U);
     EXPECT_LE(rig.services.counters.sent, 10U) << "what is in the queue is all that waits";
@@ -248,7 +248,7 @@ TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
             .peer.Send("POST /mobile/video HTTP/1.1\r\n" + std::string(Rig::kPhone) + "\r\nhalf a record");
         clients.push_back(Page(rig.Port())); // acknowledges nothing
     }
-    ASSERT_TRUE(Eventually([&] { return rig.services.counters.watchers == 12; }));
+    ASSERT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 12; }));
     std::atomic<bool> more{true};
     std::thread camera([&] {
         while (more) {
@@ -282,7 +282,7 @@ TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
     camera.join();
     changes.join();
     EXPECT_EQ(rig.services.counters.open, 0U);
-    EXPECT_EQ(rig.services.counters.watchers, 0U);
+    EXPECT_EQ(rig.services.counters.Watchers(), 0U);
     for (Client& client : clients)
         EXPECT_TRUE(client.peer.IsClosed(5000));
 }

@@ -1,6 +1,7 @@
 // What a client would rather have.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 namespace host {
@@ -13,5 +14,11 @@ double QualityOf(std::string_view accept, std::string_view type) noexcept;
 // Whether a page goes out as HTML. Browsers ask for it by name; who takes anything (curl, a phone's midlet)
 // gets the XML that the page is.
 bool PrefersHtml(std::string_view accept) noexcept;
+
+// The language among those (codes of two letters) that a client wants most, from the value of its
+// Accept-Language line (RFC 9110, 12.5.4): "ru-RU" is Russian as well, "*" stands for `usual`, of equals the
+// first one counts. `usual` where nothing fits.
+std::string_view PreferredLanguage(std::string_view accept, std::span<const std::string_view> languages,
+                                   std::string_view usual) noexcept;
 
 } // namespace host

@@ -1,4 +1,4 @@
-#include "host/mobile/accept.h"
+#include "host/web/accept.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -44,6 +44,17 @@ double WeightOf(std::string_view text) noexcept {
     return std::min(weight, 1.0);
 }
 
+// Of the parameters behind a range: its weight, 1 without one.
+double TakeWeight(std::string_view parameters) noexcept {
+    double weight = 1;
+    while (!parameters.empty()) {
+        std::string_view value = Take(parameters, ';');
+        if (SameIgnoringCase(Take(value, '='), "q"))
+            weight = WeightOf(Trimmed(value));
+    }
+    return weight;
+}
+
 // 3 for the type itself, 2 for "type/*", 1 for "*/*", 0 for another one.
 int Closeness(std::string_view range, std::string_view type) noexcept {
     if (SameIgnoringCase(range, type))
@@ -77,14 +88,28 @@ double QualityOf(std::string_view accept, std::string_view type) noexcept {
         if (closeness <= closest)
             continue;
         closest = closeness;
-        quality = 1;
-        while (!part.empty()) {
-            std::string_view value = Take(part, ';');
-            if (SameIgnoringCase(Take(value, '='), "q"))
-                quality = WeightOf(Trimmed(value));
-        }
+        quality = TakeWeight(part);
     }
     return quality;
+}
+
+std::string_view PreferredLanguage(std::string_view accept, std::span<const std::string_view> languages,
+                                   std::string_view usual) noexcept {
+    std::string_view best = usual;
+    double quality = 0;
+    while (!accept.empty()) {
+        std::string_view part = Take(accept, ',');
+        std::string_view range = Take(part, ';');
+        const std::string_view primary = Take(range, '-');
+        const auto known = std::ranges::find_if(
+            languages, [&](std::string_view code) { return SameIgnoringCase(code, primary); });
+        const double weight = TakeWeight(part);
+        if (weight <= quality || (known == languages.end() && primary != "*"))
+            continue;
+        quality = weight;
+        best = known != languages.end() ? *known : usual;
+    }
+    return best;
 }
 
 bool PrefersHtml(std::string_view accept) noexcept {
