@@ -1,9 +1,9 @@
 // Interleaved pixels: the kernels against their formulas at every level, and every pair of colours that the
 // decoder converts, from sequential and progressive frames alike.
 
+#include "image/Decoding.h"
 #include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
-#include "image/jpegdec/JpegDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -15,17 +15,7 @@
 
 namespace {
 
-using samples::Bytes;
-using samples::Marking;
-using samples::Recipe;
-
-Bytes Random(std::size_t n) {
-    std::minstd_rand random(static_cast<unsigned>(n));
-    Bytes bytes(n);
-    for (auto& b : bytes)
-        b = static_cast<std::uint8_t>(random() >> 8);
-    return bytes;
-}
+using namespace samples;
 
 // The conversion with the factors of JFIF in 16 fractional bits, by tables as it is told.
 std::array<int, 3> ToRgb(int y, int cb, int cr) {
@@ -39,9 +29,6 @@ std::array<int, 3> ToRgb(int y, int cb, int cr) {
     return {std::clamp(y + whole(1.402, cr), 0, 255), std::clamp(y + g, 0, 255),
             std::clamp(y + whole(1.772, cb), 0, 255)};
 }
-
-// --- Kernels
-// -----------------------------------------------------------------------------------------------------
 
 using ColourKernels = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, ColourKernels, EveryKernelLevel(), KernelLevelName);
@@ -78,7 +65,8 @@ TEST_P(ColourKernels, PixelsOfEveryWidth) {
                 std::vector<Bytes> planes;
                 const std::uint8_t* apSrc[4] = {};
                 for (int c = 0; c < kernel.nChannels; ++c)
-                    planes.push_back(Random(static_cast<std::size_t>(nIn * (h - 1) + w + c * 1000)));
+                    planes.push_back(
+                        Random(static_cast<std::size_t>(nIn * (h - 1) + w), static_cast<unsigned>(w + c)));
                 for (std::size_t c = 0; c < planes.size(); ++c)
                     apSrc[c] = planes[c].data();
                 Bytes out(static_cast<std::size_t>(nOut * (h - 1) + w * kernel.nChannels), 0xEE), want = out;
@@ -115,7 +103,7 @@ TEST_P(ColourKernels, ExtremesAreClamped) {
 TEST_P(ColourKernels, DoubledPlanesAndCopies) {
     for (int w = 1; w <= 40; ++w) {
         const int h = 1 + w % 5, nIn = (w + 1) / 2 + 2, nRows = (h + 1) / 2;
-        const Bytes in = Random(static_cast<std::size_t>(nIn * (nRows + 2)));
+        const Bytes in = Random(static_cast<std::size_t>(nIn * (nRows + 2)), static_cast<unsigned>(w));
         const auto at = [&](int x, int y) {
             return int{in[static_cast<std::size_t>((y + 1) * nIn + x + 1)]};
         };
@@ -133,7 +121,7 @@ TEST_P(ColourKernels, DoubledPlanesAndCopies) {
                   0);
         ASSERT_EQ(out, want) << w;
 
-        const Bytes pixels = Random(static_cast<std::size_t>(2 * (w * 4 + 3)));
+        const Bytes pixels = Random(static_cast<std::size_t>(2 * (w * 4 + 3)), static_cast<unsigned>(w));
         Bytes copy(pixels.size());
         for (const int nChannels : {3, 4}) {
             const int nStep = w * nChannels + 3;
@@ -170,34 +158,11 @@ TEST_P(ColourKernels, BadArgumentsAreRefused) {
     EXPECT_TRUE(std::all_of(std::begin(d), std::end(d), [](int n) { return n == 0; }));
 }
 
-// --- Pairs
-// -------------------------------------------------------------------------------------------------------
-
-struct Pixels {
-    JpegStatus eStatus = JPEG_OK;
-    JpegColor eColor = JC_UNKNOWN;
-    Bytes aSamples; // rows padded by three bytes of 0x77
-};
-
-constexpr int kGap = 3;
-
-Pixels Decode(const Bytes& jpeg, JpegColor eTo, int nChannels) {
-    Pixels pixels;
-    CJPEGDecoder decoder;
-    std::int32_t w = 0, h = 0, n = 0;
-    JpegSampling eSampling{};
-    EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
-    EXPECT_EQ(decoder.ReadHeader(w, h, n, pixels.eColor, eSampling), JPEG_OK);
-    const int nStep = w * nChannels + kGap;
-    pixels.aSamples.assign(static_cast<std::size_t>(nStep * h), 0x77);
-    EXPECT_EQ(decoder.SetDestination(pixels.aSamples.data(), w, nStep, h, nChannels, eTo), JPEG_OK);
-    pixels.eStatus = decoder.ReadData();
-    return pixels;
-}
+constexpr int kGap = Decode::kGap;
 
 // The Adobe marker is what tells the decoder the colour of a stream.
 Bytes WithTransform(Bytes jpeg, int nTransform) {
-    jpeg[samples::FindMarker(jpeg, 0xEE) + 15] = static_cast<std::uint8_t>(nTransform);
+    jpeg[FindMarker(jpeg, 0xEE) + 15] = static_cast<std::uint8_t>(nTransform);
     return jpeg;
 }
 
@@ -224,33 +189,32 @@ TEST(ColourPairs, FollowTheirFormula) {
         for (const auto& [nH, nV] : {std::pair{1, 1}, {2, 1}, {2, 2}}) {
             for (const auto& [w, h] : {std::pair{1, 1}, {16, 16}, {23, 37}, {50, 49}}) {
                 for (const bool bProgressive : {false, true}) {
-                    Recipe recipe;
-                    recipe.nWidth = w;
-                    recipe.nHeight = h;
-                    recipe.nComponents = pair.nComponents;
-                    recipe.nH = pair.nComponents == 1 ? 1 : nH;
-                    recipe.nV = pair.nComponents == 1 ? 1 : nV;
-                    recipe.bProgressive = bProgressive;
-                    recipe.eMarking = Marking::Adobe;
-                    const Bytes jpeg = samples::Encode(recipe);
-                    const Pixels plain = Decode(WithTransform(jpeg, 9), JC_UNKNOWN, pair.nComponents);
+                    const Recipe recipe{.nWidth = w,
+                                        .nHeight = h,
+                                        .nComponents = pair.nComponents,
+                                        .nH = pair.nComponents == 1 ? 1 : nH,
+                                        .nV = pair.nComponents == 1 ? 1 : nV,
+                                        .bProgressive = bProgressive,
+                                        .eMarking = Marking::Adobe};
+                    const Bytes jpeg = Encode(recipe);
+                    const Decode plain(WithTransform(jpeg, 9), JC_UNKNOWN, pair.nComponents);
                     const int nChannels = pair.eTo == JC_CMYK ? 4 : 3;
-                    const Pixels pixels = Decode(WithTransform(jpeg, pair.nTransform), pair.eTo, nChannels);
-                    ASSERT_EQ(plain.eStatus, JPEG_OK) << recipe.Name();
-                    ASSERT_EQ(pixels.eStatus, JPEG_OK) << recipe.Name();
+                    const Decode pixels(WithTransform(jpeg, pair.nTransform), pair.eTo, nChannels);
+                    ASSERT_EQ(plain.eData, JPEG_OK) << recipe.Name();
+                    ASSERT_EQ(pixels.eData, JPEG_OK) << recipe.Name();
                     ASSERT_EQ(pixels.eColor, pair.eFrom);
-                    Bytes want(pixels.aSamples.size(), 0x77);
+                    Bytes want(pixels.pixels.size(), 0x77);
                     for (int i = 0; i < w * h; ++i) {
                         const int x = i % w, y = i / w;
                         int s[4] = {};
                         for (int c = 0; c < pair.nComponents; ++c)
-                            s[c] = plain.aSamples[static_cast<std::size_t>(y * (w * pair.nComponents + kGap) +
-                                                                           x * pair.nComponents + c)];
+                            s[c] = plain.pixels[static_cast<std::size_t>(y * (w * pair.nComponents + kGap) +
+                                                                         x * pair.nComponents + c)];
                         for (int c = 0; c < nChannels; ++c)
                             want[static_cast<std::size_t>(y * (w * nChannels + kGap) + x * nChannels + c)] =
                                 static_cast<std::uint8_t>(pair.formula(s, c));
                     }
-                    ASSERT_EQ(pixels.aSamples, want) << recipe.Name() << " to " << pair.eTo;
+                    ASSERT_EQ(pixels.pixels, want) << recipe.Name() << " to " << pair.eTo;
                 }
             }
         }
@@ -262,23 +226,21 @@ TEST(ColourPairs, FollowTheirFormula) {
 TEST(ColourPairs, ChromaIsUpsampledAcrossMcuRows) {
     for (const bool bProgressive : {false, true}) {
         for (const int nV : {1, 2}) {
-            Recipe recipe;
-            recipe.nWidth = 48;
-            recipe.nHeight = 80;
-            recipe.nV = nV;
-            recipe.bProgressive = bProgressive;
-            recipe.eMarking = Marking::Adobe;
-            const Bytes jpeg = samples::Encode(recipe);
-            const auto raw = samples::DecodeRaw(jpeg);
-            const Pixels pixels = Decode(WithTransform(jpeg, 9), JC_UNKNOWN, 3);
-            ASSERT_EQ(pixels.eStatus, JPEG_OK);
+            const Bytes jpeg = Encode({.nWidth = 48,
+                                       .nHeight = 80,
+                                       .nV = nV,
+                                       .bProgressive = bProgressive,
+                                       .eMarking = Marking::Adobe});
+            const auto raw = DecodeRaw(jpeg);
+            const Decode pixels(WithTransform(jpeg, 9), JC_UNKNOWN, 3);
+            ASSERT_EQ(pixels.eData, JPEG_OK);
             const int nRows = 80 / nV;
             const auto at = [&](std::size_t c, int x, int y) {
                 return raw[c].At(std::clamp(x, 0, 23), std::clamp(y, 0, nRows - 1));
             };
             for (int i = 0; i < 48 * 80 * 3; ++i) {
                 const int c = i % 3, x = i / 3 % 48, y = i / 3 / 48;
-                const int nGot = pixels.aSamples[static_cast<std::size_t>(y * (48 * 3 + kGap) + x * 3 + c)];
+                const int nGot = pixels.pixels[static_cast<std::size_t>(y * (48 * 3 + kGap) + x * 3 + c)];
                 if (c == 0) {
                     ASSERT_LE(std::abs(nGot - raw[0].At(x, y)), 1);
                     continue;
@@ -316,15 +278,14 @@ TEST(ColourPairs, OthersLeaveTheDestinationAlone) {
     };
     for (const Row& row : aRows) {
         for (const bool bProgressive : {false, true}) {
-            Recipe recipe;
-            recipe.nComponents = row.nComponents;
-            recipe.nH = recipe.nV = 1;
-            recipe.eMarking = Marking::Adobe;
-            recipe.bProgressive = bProgressive;
-            const Pixels pixels =
-                Decode(WithTransform(samples::Encode(recipe), row.nTransform), row.eTo, row.nChannels);
-            EXPECT_EQ(pixels.eStatus, row.eWanted) << row.szName;
-            EXPECT_EQ(pixels.aSamples, Bytes(pixels.aSamples.size(), 0x77)) << row.szName;
+            const Recipe recipe{.nComponents = row.nComponents,
+                                .nH = 1,
+                                .nV = 1,
+                                .bProgressive = bProgressive,
+                                .eMarking = Marking::Adobe};
+            const Decode pixels(WithTransform(Encode(recipe), row.nTransform), row.eTo, row.nChannels);
+            EXPECT_EQ(pixels.eData, row.eWanted) << row.szName;
+            EXPECT_EQ(pixels.pixels, Bytes(pixels.pixels.size(), 0x77)) << row.szName;
         }
     }
 }

@@ -1,38 +1,34 @@
 // The encoder's kernels against their contracts, at every level of the machine.
 
+#include "image/BlockKernels.h"
+#include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
+#include "image/ReferenceTransform.h"
 #include "image/jpegenc/JpegEncoderTables.h"
 #include "image/kernels/Kernels.h"
 #include "image/kernels/ZigZag.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <numbers>
 #include <numeric>
 #include <random>
 #include <vector>
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using samples::Block;
+using samples::BlockWriter;
+using samples::Bytes;
 using Samples = std::array<std::uint8_t, 64>;
-using Block = std::array<std::int16_t, 64>;
 
-class Random {
-public:
-    explicit Random(unsigned nSeed) : m_engine(nSeed) {}
-    std::uint32_t operator()() { return static_cast<std::uint32_t>(m_engine()); }
+using Random = std::mt19937;
 
-private:
-    std::mt19937 m_engine;
-};
-
-class EncoderKernels : public AtKernelLevel {};
-
+using EncoderKernels = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, EncoderKernels, EveryKernelLevel(), KernelLevelName);
 
 TEST_P(EncoderKernels, BadArgumentsAreRefused) {
@@ -91,19 +87,14 @@ TEST_P(EncoderKernels, QualityScalesTheSteps) {
     std::uint8_t aRaw[64];
     std::iota(std::begin(aRaw), std::end(aRaw), std::uint8_t{11});
     const auto scaled = [&](int nQuality) {
-        std::array<std::uint8_t, 64> aCopy;
-        std::copy(std::begin(aRaw), std::end(aRaw), aCopy.begin());
-        EXPECT_EQ(ippiQuantFwdRawTableInit_JPEG_8u(aCopy.data(), nQuality), 0);
-        return aCopy;
+        Samples copy;
+        std::copy(std::begin(aRaw), std::end(aRaw), copy.begin());
+        EXPECT_EQ(ippiQuantFwdRawTableInit_JPEG_8u(copy.data(), nQuality), 0);
+        return copy;
     };
     EXPECT_TRUE(std::equal(std::begin(aRaw), std::end(aRaw), scaled(50).begin()));
     for (const int nQuality : {100, 101, 1000000000})
-        EXPECT_EQ(scaled(nQuality), (std::array<std::uint8_t, 64>{[] {
-                      std::array<std::uint8_t, 64> aOnes;
-                      aOnes.fill(1);
-                      return aOnes;
-                  }()}))
-            << nQuality;
+        EXPECT_THAT(scaled(nQuality), testing::Each(1)) << nQuality;
     EXPECT_EQ(scaled(1)[0], 255);                    // 11 * 5000 / 100, clamped
     EXPECT_EQ(scaled(75)[0], 6);                     // (11 * 50 + 50) / 100
     EXPECT_EQ(scaled(30)[0], (11 * 166 + 50) / 100); // 5000/30 rounded down
@@ -156,7 +147,8 @@ TEST_P(EncoderKernels, TablesFromCounts) {
         // From one symbol alone to all of them, and from flat to so steep that lengths must be limited.
         const auto nSymbols = nCase == 0 ? 1u : 1u + random() % 256;
         for (unsigned i = 0; i < nSymbols; ++i)
-            aCounts[random() % 256] += 1 + (random() >> (8 + nCase % 20 + random() % 4));
+            aCounts[random() % 256] += static_cast<std::uint32_t>(
+                1 + (random() >> (8 + static_cast<unsigned>(nCase) % 20 + random() % 4)));
         ASSERT_EQ(ippiEncodeHuffmanRawTableInit_JPEG_8u(aCounts, aBits, aValues), 0);
         SpecOwner huffman;
         ASSERT_EQ(MakeSpec(aBits, aValues, huffman), 0);
@@ -193,52 +185,40 @@ TEST_P(EncoderKernels, BytesOfTheBitWriter) {
     std::iota(std::begin(aValues), std::end(aValues), std::uint8_t{0});
     SpecOwner huffman;
     ASSERT_EQ(MakeSpec(aBits, aValues, huffman), 0);
-    ippiEncodeHuffmanState state{};
-    const auto block = [&](Block coefficients, Bytes& out, std::int32_t& nPos) {
+    const auto write = [&](BlockWriter& writer, const Block& block) {
         std::int16_t nDc = 0;
-        return ippiEncodeHuffman8x8_JPEG_16s1u_C1(coefficients.data(), out.data(),
-                                                  static_cast<std::int32_t>(out.size()), &nPos, &nDc,
-                                                  huffman.get(), huffman.get(), &state, 0);
-    };
-    const auto flush = [&](Bytes& out, std::int32_t& nPos) {
-        return ippiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, out.data(), static_cast<std::int32_t>(out.size()),
-                                                  &nPos, nullptr, nullptr, nullptr, &state, 1);
+        return writer.Write(block.data(), huffman.get(), huffman.get(), nDc);
     };
     // DC 0; sixteen zeros and three more; size 8 of -1 - 255: 0x00 behind it, and 255: 0xFF stuffed; the end.
-    Block coefficients{};
-    coefficients[g_aZigZag[20]] = -255;
-    coefficients[g_aZigZag[21]] = 255;
-    Bytes out(64);
-    std::int32_t nPos = 0;
-    ASSERT_EQ(block(coefficients, out, nPos), 0);
-    ASSERT_EQ(flush(out, nPos), 0); // no bits held: nothing comes
-    out.resize(static_cast<std::size_t>(nPos));
-    EXPECT_EQ(out, (Bytes{0x00, 0xF0, 0x38, 0x00, 0x08, 0xFF, 0x00, 0x00}));
+    Block block{};
+    block[g_aZigZag[20]] = -255;
+    block[g_aZigZag[21]] = 255;
+    BlockWriter writer{Bytes(64)};
+    ASSERT_EQ(write(writer, block), 0);
+    EXPECT_EQ(writer.Flush(), (Bytes{0x00, 0xF0, 0x38, 0x00, 0x08, 0xFF, 0x00, 0x00})) << "no bits are held";
 
     // Every smaller buffer stops the block at its end, between 0xFF and its zero too.
     for (std::size_t n = 0; n < 8; ++n) {
-        Bytes small(n == 0 ? 1 : n);
-        small.resize(n);
-        ippiEncodeHuffmanStateInit_JPEG_8u(&state);
-        nPos = 0;
-        EXPECT_EQ(block(coefficients, small, nPos), n == 0 && !small.data() ? -8 : -62) << n;
-        EXPECT_LE(nPos, static_cast<std::int32_t>(n));
+        BlockWriter small{Bytes(n)};
+        EXPECT_EQ(write(small, block), n == 0 && !small.data.data() ? -8 : -62) << n;
+        EXPECT_LE(small.nPos, samples::Size(small.data));
     }
-    ippiEncodeHuffmanStateInit_JPEG_8u(&state);
-    coefficients[g_aZigZag[20]] = -32768; // no symbol has room for 16 bits
-    nPos = 0;
-    out.assign(64, 0);
-    EXPECT_EQ(block(coefficients, out, nPos), -64);
+    block[g_aZigZag[20]] = -32768; // no symbol has room for 16 bits
+    BlockWriter large{Bytes(64)};
+    EXPECT_EQ(write(large, block), -64);
 
     // Bits that are held are filled up with ones.
-    ippiEncodeHuffmanStateInit_JPEG_8u(&state);
-    nPos = 0;
-    const Block one{1};
-    ASSERT_EQ(block(one, out, nPos), 0); // 0x01, 1, 0x00
-    ASSERT_EQ(flush(out, nPos), 0);
-    ASSERT_EQ(nPos, 3);
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + 3), (Bytes{0x01, 0x80, 0x7F}));
-    EXPECT_EQ(state.nBits, 0);
+    BlockWriter one{Bytes(64)};
+    ASSERT_EQ(write(one, Block{1}), 0); // 0x01, 1, 0x00
+    EXPECT_EQ(one.Flush(), (Bytes{0x01, 0x80, 0x7F}));
+    EXPECT_EQ(one.state.nBits, 0);
+}
+
+samples::DecodeSpec DecoderOf(const CJPEGEncoderHuffmanTable& table) {
+    samples::HuffmanTable same;
+    std::copy_n(table.m_aBits, 16, same.aBits);
+    same.values.assign(table.m_aValues, table.m_aValues + 256);
+    return samples::DecodeSpec(same);
 }
 
 // What the writer writes the decoder's kernel reads back.
@@ -246,9 +226,6 @@ TEST_P(EncoderKernels, BlocksComeBack) {
     CJPEGEncoderHuffmanTable dc, ac;
     ASSERT_EQ(dc.InitStandard(1, 0), 0);
     ASSERT_EQ(ac.InitStandard(1, 1), 0);
-    ippiDecodeHuffmanSpec *pDc = nullptr, *pAc = nullptr;
-    ASSERT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(dc.m_aBits, dc.m_aValues, &pDc), 0);
-    ASSERT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(ac.m_aBits, ac.m_aValues, &pAc), 0);
     Random random(3);
     std::vector<Block> blocks(400);
     for (Block& block : blocks) {
@@ -258,30 +235,16 @@ TEST_P(EncoderKernels, BlocksComeBack) {
                 n = static_cast<std::int16_t>((static_cast<int>(random() % 2047) - 1023) >> (random() % 11));
         }
     }
-    Bytes out(400 * 512);
-    std::int32_t nPos = 0;
+    BlockWriter writer{Bytes(400 * 512)};
     std::int16_t nLast = 0;
-    ippiEncodeHuffmanState state{};
-    const auto nSize = static_cast<std::int32_t>(out.size());
     for (const Block& block : blocks)
-        ASSERT_EQ(ippiEncodeHuffman8x8_JPEG_16s1u_C1(block.data(), out.data(), nSize, &nPos, &nLast,
-                                                     dc.m_pSpec.get(), ac.m_pSpec.get(), &state, 0),
-                  0);
-    ASSERT_EQ(ippiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, out.data(), nSize, &nPos, nullptr, nullptr, nullptr,
-                                                 &state, 1),
-              0);
-    std::int32_t nReadPos = 0, nMarker = 0;
-    std::int16_t nReadLast = 0;
-    ippiDecodeHuffmanState reader{};
+        ASSERT_EQ(writer.Write(block.data(), dc.m_pSpec.get(), ac.m_pSpec.get(), nLast), 0);
+    samples::BlockReader reader{writer.Flush()};
+    const samples::DecodeSpec dcSpec = DecoderOf(dc), acSpec = DecoderOf(ac);
     for (const Block& block : blocks) {
-        Block got;
-        ASSERT_EQ(ippiDecodeHuffman8x8_JPEG_1u16s_C1(out.data(), nPos, &nReadPos, got.data(), &nReadLast,
-                                                     &nMarker, pDc, pAc, &reader),
-                  0);
-        ASSERT_EQ(got, block);
+        ASSERT_EQ(reader.Next(dcSpec, acSpec), 0);
+        ASSERT_EQ(reader.block, block);
     }
-    ippiDecodeHuffmanSpecFree_JPEG_8u(pDc);
-    ippiDecodeHuffmanSpecFree_JPEG_8u(pAc);
 }
 
 // Samples between two limits, and the extremes that make single coefficients as large as they get.
@@ -289,47 +252,20 @@ Samples RandomSamples(Random& random, int nKind) {
     Samples samples;
     const int aRanges[][2] = {{0, 255}, {123, 132}, {0, 1}, {100, 250}};
     const auto& range = aRanges[nKind % 4];
-    const unsigned u = random() % 8, v = random() % 8;
-    for (unsigned i = 0; i < 64; ++i) {
-        if (nKind % 5 == 4) {
-            const double wave = std::cos((2 * (i % 8) + 1) * u * std::numbers::pi / 16) *
-                                std::cos((2 * (i / 8) + 1) * v * std::numbers::pi / 16);
-            samples[i] = wave >= 0 ? 255 : 0;
-        } else {
-            samples[i] = static_cast<std::uint8_t>(
-                range[0] + static_cast<int>(random() % static_cast<unsigned>(range[1] - range[0] + 1)));
-        }
-    }
+    samples::ExactBlock wave{};
+    wave[random() % 64] = 1;
+    wave = samples::ReferenceTransform(wave, true);
+    std::transform(wave.begin(), wave.end(), samples.begin(), [&](double x) {
+        const int n = range[0] + static_cast<int>(random() % static_cast<unsigned>(range[1] - range[0] + 1));
+        return static_cast<std::uint8_t>(nKind % 5 != 4 ? n : x >= 0 ? 255 : 0);
+    });
     return samples;
 }
 
-// The definition (T.81 A.3.3).
-std::array<double, 64> ExactCoefficients(const Samples& samples) {
-    static const auto aCosines = [] {
-        std::array<std::array<double, 8>, 8> a;
-        for (std::size_t u = 0; u < 8; ++u) {
-            for (std::size_t x = 0; x < 8; ++x)
-                a[u][x] = (u == 0 ? std::sqrt(0.125) : 0.5) *
-                          std::cos((2.0 * static_cast<double>(x) + 1) * static_cast<double>(u) *
-                                   std::numbers::pi / 16);
-        }
-        return a;
-    }();
-    double aRows[8][8] = {};
-    std::array<double, 64> block{};
-    for (std::size_t y = 0; y < 8; ++y) {
-        for (std::size_t u = 0; u < 8; ++u) {
-            for (std::size_t x = 0; x < 8; ++x)
-                aRows[y][u] += aCosines[u][x] * (samples[8 * y + x] - 128);
-        }
-    }
-    for (std::size_t v = 0; v < 8; ++v) {
-        for (std::size_t u = 0; u < 8; ++u) {
-            for (std::size_t y = 0; y < 8; ++y)
-                block[8 * v + u] += aCosines[v][y] * aRows[y][u];
-        }
-    }
-    return block;
+samples::ExactBlock ExactCoefficients(const Samples& samples) {
+    samples::ExactBlock shifted;
+    std::transform(samples.begin(), samples.end(), shifted.begin(), [](int n) { return n - 128.0; });
+    return samples::ReferenceTransform(shifted, false);
 }
 
 TEST_P(EncoderKernels, ForwardTransformIsAccurate) {
@@ -495,9 +431,7 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             return scan;
         };
         // By blocks.
-        Bytes wanted(2 << 20);
-        std::int32_t nWanted = 0;
-        ippiEncodeHuffmanState state{};
+        BlockWriter writer{Bytes(2 << 20)};
         auto scan = components();
         int nMcuBlocks = 0;
         for (const ippiScanComponent& c : scan)
@@ -508,15 +442,11 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
         for (int nMcu = 0; nMcu < kMcus; ++nMcu) {
             for (ippiScanComponent& c : scan) {
                 for (int n = 0; n < c.nHSampling * c.nVSampling; ++n, pBlock += 64)
-                    ASSERT_EQ(ippiEncodeHuffman8x8_JPEG_16s1u_C1(pBlock, wanted.data(), 2 << 20, &nWanted,
-                                                                 &c.nLastDc, c.pDcTable, c.pAcTable, &state,
-                                                                 0),
-                              0);
+                    ASSERT_EQ(writer.Write(pBlock, c.pDcTable, c.pAcTable, c.nLastDc), 0);
             }
         }
-        const std::int32_t nBits = state.nBits;
-        const std::uint32_t nHeld = state.nAccumulator;
-        wanted.resize(static_cast<std::size_t>(nWanted));
+        const std::int32_t nWanted = writer.nPos;
+        const Bytes wanted = samples::Part(writer.data, 0, static_cast<std::size_t>(nWanted));
         EXPECT_NE(std::search_n(wanted.begin(), wanted.end(), 1, 0xFF), wanted.end()) << "nothing stuffed";
 
         std::vector<std::int32_t> sizes{nWanted, nWanted + 1, nWanted + 9};
@@ -525,7 +455,7 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
         for (const std::int32_t nSize : sizes) {
             const std::unique_ptr<std::uint8_t[]> out(new std::uint8_t[static_cast<std::size_t>(nSize)]);
             scan = components();
-            ippiEncodeHuffmanStateInit_JPEG_8u(&state);
+            ippiEncodeHuffmanState state{};
             std::int32_t nPos = 0;
             IppStatus nStatus = 0;
             for (int nLeft = kMcus; nLeft > 0 && nStatus == 0;) {
@@ -539,8 +469,8 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             ASSERT_TRUE(std::equal(out.get(), out.get() + nPos, wanted.begin())) << nSize;
             if (nStatus == 0) {
                 EXPECT_EQ(nPos, nWanted);
-                EXPECT_EQ(state.nBits, nBits);
-                EXPECT_EQ(state.nAccumulator, nHeld);
+                EXPECT_EQ(state.nBits, writer.state.nBits);
+                EXPECT_EQ(state.nAccumulator, writer.state.nAccumulator);
             }
         }
     }

@@ -3,6 +3,7 @@
 
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/jpegenc/JpegEncoder.h"
 
 #include <gtest/gtest.h>
@@ -16,8 +17,7 @@
 
 namespace {
 
-using samples::Bytes;
-using samples::Plane;
+using namespace samples;
 
 // Gradients, edges and noise, in as many channels as asked for.
 Bytes Picture(int nWidth, int nHeight, int nChannels, unsigned nSeed = 1) {
@@ -52,21 +52,27 @@ struct Form {
     }
 };
 
+// The encoder, told of the picture and its form.
+struct Encoder : CJPEGEncoder {
+    Encoder(const Form& form, const Bytes& pixels) {
+        const std::int64_t nArea = std::int64_t{form.nWidth} * form.nHeight;
+        const std::int64_t nChroma = std::int64_t{form.nWidth / 2} * (form.nHeight / 2);
+        planes = {pixels.data(), pixels.data() + nArea, pixels.data() + nArea + nChroma};
+        const bool bPlanar = form.eFrom == JC_YCBCR420_PLANAR;
+        EXPECT_EQ(SetSource(bPlanar ? static_cast<const void*>(&planes) : pixels.data(), form.nWidth,
+                            form.nHeight, form.Channels(), form.nWidth * form.Channels(), form.eFrom),
+                  JPEG_OK);
+        EXPECT_EQ(SetParams(form.nQuality, form.eSampling, form.eTo, form.bProgressive, form.nRestart),
+                  JPEG_OK);
+    }
+    PlanarSource planes{};
+};
+
 // Encodes into a buffer of exactly this capacity; what was written, up to the stream's length.
 JpegStatus Write(const Form& form, const Bytes& pixels, std::int32_t nCapacity, Bytes& out) {
     const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[static_cast<std::size_t>(nCapacity) + 1]);
     buffer[static_cast<std::size_t>(nCapacity)] = 0x5A; // capacity 0 needs an address
-    CJPEGEncoder encoder;
-    const std::size_t nArea = static_cast<std::size_t>(form.nWidth) * static_cast<std::size_t>(form.nHeight);
-    const std::size_t nChroma =
-        static_cast<std::size_t>(form.nWidth / 2) * static_cast<std::size_t>(form.nHeight / 2);
-    const PlanarSource planes{pixels.data(), pixels.data() + nArea, pixels.data() + nArea + nChroma};
-    const bool bPlanar = form.eFrom == JC_YCBCR420_PLANAR;
-    EXPECT_EQ(encoder.SetSource(bPlanar ? static_cast<const void*>(&planes) : pixels.data(), form.nWidth,
-                                form.nHeight, form.Channels(), form.nWidth * form.Channels(), form.eFrom),
-              JPEG_OK);
-    EXPECT_EQ(encoder.SetParams(form.nQuality, form.eSampling, form.eTo, form.bProgressive, form.nRestart),
-              JPEG_OK);
+    Encoder encoder(form, pixels);
     std::int32_t nSize = nCapacity;
     const JpegStatus eStatus = form.bProgressive ? encoder.WriteImageProgressive(buffer.get(), &nSize)
                                                  : encoder.WriteImage(buffer.get(), &nSize);
@@ -110,24 +116,19 @@ std::string Segments(const Bytes& jpeg) {
     return names;
 }
 
-TEST(Encoder, HeadOfAGreyStream) {
+TEST(Encoding, HeadOfAGreyStream) {
     const Bytes jpeg = MustWrite({.nWidth = 300, .nHeight = 9, .eFrom = JC_GRAY, .eTo = JC_GRAY});
     const Bytes head = {0xFF, 0xD8, 0xFF, 0xE0, 0,    16,  'J',  'F',  'I', 'F', 0,   1,   2,   0,
                         0,    1,    0,    1,    0,    0,   0xFF, 0xFE, 0,   23,  'N', 'o', 'r', 'v',
                         'a',  'n',  'e',  ' ',  'J',  'P', 'E',  'G',  ' ', 'E', 'n', 'c', 'o', 'd',
                         'e',  'r',  0,    0xFF, 0xDB, 0,   67,   0,    8,   6,   6};
-    ASSERT_GT(jpeg.size(), head.size());
-    EXPECT_EQ(Bytes(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(head.size())), head);
+    EXPECT_EQ(Part(jpeg, 0, head.size()), head);
     EXPECT_EQ(Segments(jpeg), "D8 E0 FE DB.00 C0 C4.00 C4.10 DA D9 ");
-    const std::size_t nFrame = samples::FindMarker(jpeg, 0xC0);
-    const Bytes frame = {0xFF, 0xC0, 0, 11, 8, 0, 9, 1, 44, 1, 0, 0x11, 0};
-    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nFrame)));
-    const std::size_t nScan = samples::FindMarker(jpeg, 0xDA);
-    const Bytes scan = {0xFF, 0xDA, 0, 8, 1, 0, 0, 0, 63, 0};
-    EXPECT_TRUE(std::equal(scan.begin(), scan.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(nScan)));
+    EXPECT_EQ(SegmentOf(jpeg, 0xC0), (Bytes{0xFF, 0xC0, 0, 11, 8, 0, 9, 1, 44, 1, 0, 0x11, 0}));
+    EXPECT_EQ(SegmentOf(jpeg, 0xDA), (Bytes{0xFF, 0xDA, 0, 8, 1, 0, 0, 0, 63, 0}));
 }
 
-TEST(Encoder, OrderOfTheSegments) {
+TEST(Encoding, OrderOfTheSegments) {
     const std::string strTables = "C4.00 C4.01 C4.10 C4.11 ";
     const struct {
         Form form;
@@ -151,32 +152,24 @@ TEST(Encoder, OrderOfTheSegments) {
     for (const auto& row : aRows)
         EXPECT_EQ(Segments(MustWrite(row.form)), row.strSegments) << row.form.Name();
     // The factors and selectors of planes, and the transform that the Adobe segment tells.
-    const Bytes planes = MustWrite({.eFrom = JC_YCBCR420_PLANAR});
-    const std::size_t nFrame = samples::FindMarker(planes, 0xC0);
-    EXPECT_EQ(Bytes(planes.begin() + static_cast<std::ptrdiff_t>(nFrame) + 9,
-                    planes.begin() + static_cast<std::ptrdiff_t>(nFrame) + 19),
-              (Bytes{3, 0, 0x22, 0, 1, 0x11, 1, 2, 0x11, 1}));
+    const Bytes frame = SegmentOf(MustWrite({.eFrom = JC_YCBCR420_PLANAR}), 0xC0);
+    EXPECT_EQ(Part(frame, 9), (Bytes{3, 0, 0x22, 0, 1, 0x11, 1, 2, 0x11, 1}));
     const Bytes ycck = MustWrite({.eFrom = JC_CMYK, .eTo = JC_YCCK, .eSampling = JS_422});
-    EXPECT_EQ(Bytes(ycck.begin() + 2, ycck.begin() + 18),
-              (Bytes{0xFF, 0xEE, 0, 14, 'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, 2}));
+    EXPECT_EQ(Part(ycck, 2, 18), (Bytes{0xFF, 0xEE, 0, 14, 'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, 2}));
 }
 
-TEST(Encoder, QualityMakesTheTables) {
+TEST(Encoding, QualityMakesTheTables) {
     const auto tables = [](int nQuality) {
-        const Bytes jpeg = MustWrite({.nQuality = nQuality});
-        const std::size_t nAt = samples::FindMarker(jpeg, 0xDB) + 5;
         Bytes both;
-        for (std::size_t i = 0; i < 64; ++i)
-            both.push_back(jpeg[nAt + i]);
-        for (std::size_t i = 0; i < 64; ++i)
-            both.push_back(jpeg[nAt + 69 + i]);
+        for (const Bytes& segment : SegmentsOf(MustWrite({.nQuality = nQuality}), 0xDB))
+            Append(both, Part(segment, 5));
         return both;
     };
     EXPECT_EQ(tables(100), Bytes(128, 1));
     const Bytes plain = tables(50), coarse = tables(1);
     // The first and last of K.1 and K.2 in zigzag order.
-    EXPECT_EQ(Bytes(plain.begin(), plain.begin() + 6), (Bytes{16, 11, 12, 14, 12, 10}));
-    EXPECT_EQ(Bytes(plain.begin() + 64, plain.begin() + 70), (Bytes{17, 18, 18, 24, 21, 24}));
+    EXPECT_EQ(Part(plain, 0, 6), (Bytes{16, 11, 12, 14, 12, 10}));
+    EXPECT_EQ(Part(plain, 64, 70), (Bytes{17, 18, 18, 24, 21, 24}));
     EXPECT_EQ(plain[63], 99);
     EXPECT_EQ(coarse, Bytes(128, 255));
     Bytes out;
@@ -185,13 +178,13 @@ TEST(Encoder, QualityMakesTheTables) {
 }
 
 // Every second MCU, counted round; the markers stand on byte borders behind a fill of ones.
-TEST(Encoder, RestartsCountRound) {
+TEST(Encoding, RestartsCountRound) {
     for (const bool bGrey : {false, true}) {
         Form form{.nWidth = 200, .nHeight = 50, .nRestart = 2};
         form.eTo = bGrey ? JC_GRAY : JC_YCBCR;
         const Bytes jpeg = MustWrite(form);
         std::string strFound, strWanted;
-        for (std::size_t i = samples::FindMarker(jpeg, 0xDA) + 2; i + 1 < jpeg.size(); ++i) {
+        for (std::size_t i = FindMarker(jpeg, 0xDA) + 2; i + 1 < jpeg.size(); ++i) {
             if (jpeg[i] == 0xFF && jpeg[i + 1] >= 0xD0 && jpeg[i + 1] <= 0xD7)
                 strFound += static_cast<char>('0' + (jpeg[i + 1] & 7));
         }
@@ -202,13 +195,13 @@ TEST(Encoder, RestartsCountRound) {
         // Restarts change the stream, not the picture.
         Form plain = form;
         plain.nRestart = 0;
-        const auto with = samples::DecodeRaw(jpeg), without = samples::DecodeRaw(MustWrite(plain));
+        const auto with = DecodeRaw(jpeg), without = DecodeRaw(MustWrite(plain));
         for (std::size_t c = 0; c < with.size(); ++c)
             EXPECT_EQ(with[c].aSamples, without[c].aSamples);
     }
 }
 
-TEST(Encoder, RefusesWhatItCannotTell) {
+TEST(Encoding, RefusesWhatItCannotTell) {
     const Bytes pixels = Picture(64, 48, 4);
     const struct {
         Form form;
@@ -226,16 +219,9 @@ TEST(Encoder, RefusesWhatItCannotTell) {
         {{.nWidth = 65000, .nHeight = 65000, .eFrom = JC_GRAY, .eTo = JC_GRAY}, JPEG_NOT_SUPPORTED},
     };
     for (const auto& row : aRows) {
-        CJPEGEncoder encoder;
+        Encoder encoder(row.form, pixels);
         std::uint8_t aOut[4096];
         std::int32_t nSize = sizeof aOut;
-        const PlanarSource planes{pixels.data(), pixels.data(), pixels.data()};
-        const bool bPlanar = row.form.eFrom == JC_YCBCR420_PLANAR;
-        EXPECT_EQ(encoder.SetSource(bPlanar ? static_cast<const void*>(&planes) : pixels.data(),
-                                    row.form.nWidth, row.form.nHeight, row.form.Channels(),
-                                    row.form.nWidth * row.form.Channels(), row.form.eFrom),
-                  JPEG_OK);
-        EXPECT_EQ(encoder.SetParams(75, row.form.eSampling, row.form.eTo, false, row.form.nRestart), JPEG_OK);
         EXPECT_EQ(encoder.WriteImage(aOut, &nSize), row.eStatus) << row.form.Name();
         EXPECT_EQ(encoder.WriteImageProgressive(aOut, &nSize), row.eStatus) << row.form.Name();
         EXPECT_EQ(encoder.m_nDstPos, 0);
@@ -252,13 +238,13 @@ TEST(Encoder, RefusesWhatItCannotTell) {
 
 // Every capacity from none to the whole stream: headers stop with one status, data with the other, and a byte
 // more than the stream's length is what it takes.
-TEST(Encoder, EveryCapacity) {
+TEST(Encoding, EveryCapacity) {
     for (const bool bProgressive : {false, true}) {
         const Form form{.nWidth = 40, .nHeight = 21, .nRestart = 2, .bProgressive = bProgressive};
         const Bytes pixels = Picture(form.nWidth, form.nHeight, 3);
         const Bytes whole = MustWrite(form, pixels);
         const auto nWhole = static_cast<std::int32_t>(whole.size());
-        const auto nData = static_cast<std::int32_t>(samples::FindMarker(whole, 0xDA)) + 14;
+        const auto nData = static_cast<std::int32_t>(FindMarker(whole, 0xDA)) + 14;
         for (std::int32_t n = 0; n <= nWhole + 1; ++n) {
             Bytes out;
             const JpegStatus eStatus = Write(form, pixels, n, out);
@@ -290,7 +276,7 @@ double Distance(const Plane& got, const std::uint8_t* pWanted, int nWidth, int n
 
 // All sizes around the borders of blocks and MCUs, from planes in memory of exactly their size (ASan guards
 // the reads): both decoders get the picture, within what steps of 1 leave.
-TEST(Encoder, OddSizesOfPlanes) {
+TEST(Encoding, OddSizesOfPlanes) {
     for (const int nWidth : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 101}) {
         for (const int nHeight : {1, 2, 5, 8, 15, 16, 17, 35}) {
             const int nHalfWidth = nWidth / 2, nHalfHeight = nHeight / 2;
@@ -303,7 +289,7 @@ TEST(Encoder, OddSizesOfPlanes) {
                                      static_cast<std::int32_t>(out.size()), &nSize, 0),
                       ImageOk);
             out.resize(static_cast<std::size_t>(nSize));
-            const auto planes = samples::DecodeRaw(out);
+            const auto planes = DecodeRaw(out);
             ASSERT_EQ(planes.size(), 3u);
             EXPECT_LE(Distance(planes[0], y.data(), nWidth, nHeight, nWidth), 1.0);
             const bool bChroma = nHalfWidth > 0 && nHalfHeight > 0;
@@ -328,13 +314,13 @@ TEST(Encoder, OddSizesOfPlanes) {
                                      static_cast<std::int32_t>(grey.size()), &nSize, 0),
                       ImageOk);
             grey.resize(static_cast<std::size_t>(nSize));
-            EXPECT_LE(Distance(samples::DecodeRaw(grey)[0], y.data(), nWidth, nHeight, nWidth), 1.0);
+            EXPECT_LE(Distance(DecodeRaw(grey)[0], y.data(), nWidth, nHeight, nWidth), 1.0);
         }
     }
 }
 
 // Strides: a grey picture and planes cut out of wider ones are what they are by themselves.
-TEST(Encoder, StridesAreKept) {
+TEST(Encoding, StridesAreKept) {
     const int nWidth = 50, nHeight = 34, nStep = 71;
     const Bytes wide = Picture(nStep, nHeight * 2, 1);
     const auto cut = [&](const std::uint8_t* p, int nColumns, int nRows, int nFrom) {
@@ -361,22 +347,28 @@ TEST(Encoder, StridesAreKept) {
     EXPECT_EQ(a, b);
 }
 
-TEST(Encoder, FacadeRefusals) {
+TEST(Encoding, FacadeRefusals) {
     const Bytes y = Picture(16, 16, 1);
     std::uint8_t aOut[2048];
     std::fill(std::begin(aOut), std::end(aOut), std::uint8_t{0x5A});
     std::int32_t nSize = -7;
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 1, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(aOut[0], 0x5A);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 300, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(aOut[300], 0x5A);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, -1, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 0, aOut, 2048, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, &nSize, 15), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, &nSize, -16), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(nullptr, 16, 16, 75, aOut, 2048, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, nullptr, 2048, &nSize, 0), ImageEncodeFailed);
-    EXPECT_EQ(EncodeJpegGrey(y.data(), 16, 16, 75, aOut, 2048, nullptr, 0), ImageEncodeFailed);
+    const struct {
+        const std::uint8_t* pPixels;
+        int nQuality;
+        std::uint8_t* pOut;
+        std::int32_t nCapacity;
+        std::int32_t* pSize;
+        int nStep;
+    } aRows[] = {{y.data(), 75, aOut, 1, &nSize, 0},     {y.data(), 75, aOut, 300, &nSize, 0},
+                 {y.data(), 75, aOut, -1, &nSize, 0},    {y.data(), 0, aOut, 2048, &nSize, 0},
+                 {y.data(), 75, aOut, 2048, &nSize, 15}, {y.data(), 75, aOut, 2048, &nSize, -16},
+                 {nullptr, 75, aOut, 2048, &nSize, 0},   {y.data(), 75, nullptr, 2048, &nSize, 0},
+                 {y.data(), 75, aOut, 2048, nullptr, 0}};
+    for (const auto& [pPixels, nQuality, pOut, nCapacity, pSize, nStep] : aRows) {
+        EXPECT_EQ(EncodeJpegGrey(pPixels, 16, 16, nQuality, pOut, nCapacity, pSize, nStep),
+                  ImageEncodeFailed);
+        EXPECT_EQ(aOut[nCapacity == 1 ? 0 : 300], 0x5A);
+    }
     EXPECT_EQ(EncodeJpegYV12(y.data(), nullptr, y.data(), 16, 16, 75, aOut, 2048, &nSize, 0),
               ImageEncodeFailed);
     EXPECT_EQ(nSize, -7);
@@ -395,7 +387,7 @@ TEST_P(EncodedColours, ComeBack) {
         .nWidth = 61, .nHeight = 43, .eFrom = eFrom, .eTo = eTo, .eSampling = eSampling, .nQuality = 95};
     const int nChannels = form.Channels();
     const Bytes pixels = Picture(form.nWidth, form.nHeight, nChannels);
-    const auto planes = samples::DecodeRaw(MustWrite(form, pixels));
+    const auto planes = DecodeRaw(MustWrite(form, pixels));
     const std::size_t nComponents = eTo == JC_GRAY ? 1 : nChannels == 4 ? 4 : 3;
     ASSERT_EQ(planes.size(), nComponents);
     if (eFrom == eTo) {
@@ -421,7 +413,7 @@ TEST_P(EncodedColours, ComeBack) {
     for (const int nRestart : {0, 5}) {
         form.bProgressive = true;
         form.nRestart = nRestart;
-        const auto progressive = samples::DecodeRaw(MustWrite(form, pixels));
+        const auto progressive = DecodeRaw(MustWrite(form, pixels));
         ASSERT_EQ(progressive.size(), planes.size());
         for (std::size_t c = 0; c < planes.size(); ++c) {
             // Blocks that only fill up MCUs are not in AC scans.
@@ -446,7 +438,7 @@ INSTANTIATE_TEST_SUITE_P(
                     std::tuple{JC_CMYK, JC_CMYK, JS_422}, std::tuple{JC_CMYK, JC_YCCK, JS_420}));
 
 // Blocks that are hard for the coders: long runs of ends of band with corrections, and every size of value.
-TEST(Encoder, ProgressiveOfExtremes) {
+TEST(Encoding, ProgressiveOfExtremes) {
     for (const unsigned nSeed : {1u, 2u, 3u}) {
         std::minstd_rand random(nSeed);
         Form form{.nWidth = 520, .nHeight = 520, .eFrom = JC_GRAY, .eTo = JC_GRAY, .nQuality = 100};
@@ -457,9 +449,9 @@ TEST(Encoder, ProgressiveOfExtremes) {
                                                   : nSeed == 2 ? 128 + (nNoise % 4096 == 0)
                                                                : i / 16 % 256 + nNoise % 3);
         }
-        const auto sequential = samples::DecodeRaw(MustWrite(form, pixels));
+        const auto sequential = DecodeRaw(MustWrite(form, pixels));
         form.bProgressive = true;
-        EXPECT_EQ(samples::DecodeRaw(MustWrite(form, pixels))[0].aSamples, sequential[0].aSamples) << nSeed;
+        EXPECT_EQ(DecodeRaw(MustWrite(form, pixels))[0].aSamples, sequential[0].aSamples) << nSeed;
     }
 }
 
@@ -491,17 +483,15 @@ Bytes Photograph(std::size_t nWidth, std::size_t nHeight, unsigned nSeed) {
 }
 
 // Of the same planes and at the same quality, streams as large as libjpeg's, and as true to the picture.
-TEST(Encoder, AsLargeAndAsTrueAsLibjpeg) {
+TEST(Encoding, AsLargeAndAsTrueAsLibjpeg) {
     constexpr int kWidth = 320, kHeight = 240;
     for (const bool bGrey : {false, true}) {
         for (const int nQuality : {50, 75, 90, 95}) {
             double fBytes[2] = {}, fErrors[2] = {};
             for (unsigned nSeed = 1; nSeed <= 6; ++nSeed) {
                 Bytes planes = Photograph(kWidth, kHeight, nSeed);
-                for (unsigned c = 1; c <= 2; ++c) {
-                    const Bytes chroma = Photograph(kWidth / 2, kHeight / 2, 100 * c + nSeed);
-                    planes.insert(planes.end(), chroma.begin(), chroma.end());
-                }
+                for (unsigned c = 1; c <= 2; ++c)
+                    Append(planes, Photograph(kWidth / 2, kHeight / 2, 100 * c + nSeed));
                 // For libjpeg each sample of chroma four times, of which it makes one again.
                 Bytes pixels;
                 for (std::size_t i = 0; i < kWidth * kHeight; ++i) {
@@ -517,18 +507,18 @@ TEST(Encoder, AsLargeAndAsTrueAsLibjpeg) {
                                 .eFrom = bGrey ? JC_GRAY : JC_YCBCR420_PLANAR,
                                 .eTo = bGrey ? JC_GRAY : JC_YCBCR,
                                 .nQuality = nQuality};
-                samples::Recipe recipe;
-                recipe.nWidth = kWidth;
-                recipe.nHeight = kHeight;
-                recipe.nComponents = bGrey ? 1 : 3;
-                recipe.nH = recipe.nV = bGrey ? 1 : 2;
-                recipe.nQuality = nQuality;
-                recipe.pPixels = pixels.data();
-                const Bytes aStreams[2] = {MustWrite(form, planes), samples::Encode(recipe)};
+                const Recipe recipe{.nWidth = kWidth,
+                                    .nHeight = kHeight,
+                                    .nComponents = bGrey ? 1 : 3,
+                                    .nH = bGrey ? 1 : 2,
+                                    .nV = bGrey ? 1 : 2,
+                                    .nQuality = nQuality,
+                                    .pPixels = pixels.data()};
+                const Bytes aStreams[2] = {MustWrite(form, planes), Encode(recipe)};
                 for (std::size_t i = 0; i < 2; ++i) {
                     fBytes[i] += static_cast<double>(aStreams[i].size());
                     std::size_t nFrom = 0;
-                    for (const Plane& plane : samples::DecodeRaw(aStreams[i])) {
+                    for (const Plane& plane : DecodeRaw(aStreams[i])) {
                         for (const std::uint8_t nSample : plane.aSamples) {
                             const int nError = nSample - planes[nFrom++];
                             fErrors[i] += nError * nError;
@@ -543,20 +533,18 @@ TEST(Encoder, AsLargeAndAsTrueAsLibjpeg) {
 }
 
 // Every level writes the same stream.
-TEST(Encoder, LevelsAgree) {
-    const int nBest = ippLevelFromFeatures(ippGetFeatures()).nLevel;
+using EncoderLevels = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, EncoderLevels, EveryKernelLevel(), KernelLevelName);
+
+TEST_P(EncoderLevels, WriteTheStreamOfLevelZero) {
     for (const bool bProgressive : {false, true}) {
         const Form form{
             .nWidth = 333, .nHeight = 77, .nQuality = 88, .nRestart = 7, .bProgressive = bProgressive};
-        g_nKernelLevel = 0;
-        const Bytes wanted = MustWrite(form);
-        for (int nVariant = 1; nVariant <= nBest + (ippHasWideKernels() ? 1 : 0); ++nVariant) {
-            g_nKernelLevel = std::min(nVariant, nBest);
-            g_nKernelWide = nVariant > nBest ? 1 : 0;
-            EXPECT_EQ(MustWrite(form), wanted) << nVariant;
-        }
+        const Bytes stream = MustWrite(form);
+        TearDown();
+        EXPECT_EQ(stream, MustWrite(form));
+        SetUp();
     }
-    g_nKernelLevel = 0;
 }
 
 } // namespace

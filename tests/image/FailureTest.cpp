@@ -13,31 +13,22 @@
 
 namespace {
 
-using samples::Bytes;
-using samples::FindMarker;
-using samples::Recipe;
-using samples::Segment;
+using namespace samples;
 
 constexpr std::uint8_t kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB, kApp0 = 0xE0, kApp1 = 0xE1, kCom = 0xFE;
-
-std::int32_t Length(const Bytes& jpeg) {
-    return static_cast<std::int32_t>(jpeg.size());
-}
 
 enum class Base { Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate };
 
 Bytes MakeBase(Base eBase) {
-    Recipe recipe;
-    recipe.nWidth = recipe.nHeight = 64;
-    recipe.bProgressive = eBase == Base::Progressive || eBase == Base::RgbProgressive;
-    recipe.bSeparateScans = eBase == Base::Separate;
-    if (eBase == Base::Grey)
-        recipe.nComponents = recipe.nH = recipe.nV = 1;
-    if (eBase == Base::Rgb || eBase == Base::RgbProgressive) {
-        recipe.bRgb = true;
-        recipe.nH = recipe.nV = 1;
-    }
-    return samples::Encode(recipe);
+    const bool bRgb = eBase == Base::Rgb || eBase == Base::RgbProgressive, bGrey = eBase == Base::Grey;
+    return Encode({.nWidth = 64,
+                   .nHeight = 64,
+                   .nComponents = bGrey ? 1 : 3,
+                   .nH = bRgb || bGrey ? 1 : 2,
+                   .nV = bRgb || bGrey ? 1 : 2,
+                   .bProgressive = eBase == Base::Progressive || eBase == Base::RgbProgressive,
+                   .bSeparateScans = eBase == Base::Separate,
+                   .bRgb = bRgb});
 }
 
 std::uint8_t FrameMarker(Base eBase) {
@@ -46,30 +37,8 @@ std::uint8_t FrameMarker(Base eBase) {
 
 using Edit = std::function<void(Bytes& jpeg, std::uint8_t nFrameMarker)>;
 
-void Insert(Bytes& jpeg, std::size_t nAt, const Bytes& piece) {
-    jpeg.insert(jpeg.begin() + static_cast<std::ptrdiff_t>(nAt), piece.begin(), piece.end());
-}
-
-// The first segment of this marker, whole.
-Bytes Copy(const Bytes& jpeg, std::uint8_t nMarker) {
-    const std::size_t nAt = FindMarker(jpeg, nMarker);
-    const std::size_t nEnd = nAt + 2 + (std::size_t{jpeg[nAt + 2]} << 8 | jpeg[nAt + 3]);
-    return {jpeg.begin() + static_cast<std::ptrdiff_t>(nAt),
-            jpeg.begin() + static_cast<std::ptrdiff_t>(nEnd)};
-}
-
-// All segments of this marker in front of the first scan.
-Edit Remove(std::uint8_t nMarker) {
-    return [=](Bytes& jpeg, std::uint8_t) {
-        for (std::size_t nAt = 2; jpeg[nAt + 1] != kSos;) {
-            const auto nBytes = 2 + (std::ptrdiff_t{jpeg[nAt + 2]} << 8 | jpeg[nAt + 3]);
-            const auto begin = jpeg.begin() + static_cast<std::ptrdiff_t>(nAt);
-            if (jpeg[nAt + 1] == nMarker)
-                jpeg.erase(begin, begin + nBytes);
-            else
-                nAt += static_cast<std::size_t>(nBytes);
-        }
-    };
+Edit Without(std::uint8_t nMarker) {
+    return [=](Bytes& jpeg, std::uint8_t) { Remove(jpeg, nMarker); };
 }
 
 Edit InFrame(std::size_t nOffset, std::initializer_list<std::uint8_t> bytes) {
@@ -83,10 +52,24 @@ Edit InScan(std::size_t nOffset, std::uint8_t nValue) {
     return [=](Bytes& jpeg, std::uint8_t) { jpeg[FindMarker(jpeg, kSos) + nOffset] = nValue; };
 }
 
-Edit BeforeFrame(const Bytes& piece) {
-    return
-        [=](Bytes& jpeg, std::uint8_t nFrameMarker) { Insert(jpeg, FindMarker(jpeg, nFrameMarker), piece); };
+Edit BeforeFrame(const std::vector<Bytes>& pieces) {
+    return [=](Bytes& jpeg, std::uint8_t nFrameMarker) {
+        for (const Bytes& piece : pieces)
+            Insert(jpeg, FindMarker(jpeg, nFrameMarker), piece);
+    };
 }
+
+Edit BeforeScan(const Bytes& piece) {
+    return [=](Bytes& jpeg, std::uint8_t) { Insert(jpeg, FindMarker(jpeg, kSos), piece); };
+}
+
+// Fill bytes in front of some markers of the header.
+void Pad(Bytes& jpeg, std::uint8_t nFrameMarker) {
+    for (const std::uint8_t nMarker : {kSos, nFrameMarker, kDqt})
+        Insert(jpeg, FindMarker(jpeg, nMarker), Bytes(5, 0xFF));
+}
+
+void Keep(Bytes&, std::uint8_t) {}
 
 // A table of three codes of one bit, where two have room.
 Bytes OverfullTable() {
@@ -99,6 +82,12 @@ Bytes TooManyCodes() {
     Bytes content(17 + 300);
     content[8] = content[9] = 150;
     return Segment(kDht, content);
+}
+
+Bytes Thumbnail() {
+    Bytes content{'J', 'F', 'X', 'X', 0, 0x10};
+    Append(content, MakeBase(Base::Grey));
+    return content;
 }
 
 // Takes the end-of-image marker off.
@@ -128,116 +117,91 @@ struct Row {
     Base eBase;
     Edit edit;
     std::int32_t nProbe;
-    Frame eFrame;
+    Frame eFrame = Frame::None;
 };
 
 const Row kRows[] = {
     // No header.
-    {"Empty", Base::Sequential, [](Bytes& j, std::uint8_t) { j.clear(); }, -1, Frame::None},
-    {"NoScan", Base::Sequential, [](Bytes& j, std::uint8_t) { j.resize(FindMarker(j, kSos)); }, -1,
-     Frame::None},
-    {"EndInsteadOfScan", Base::Sequential,
-     [](Bytes& j, std::uint8_t) {
-         j.resize(FindMarker(j, kSos));
-         Insert(j, j.size(), {0xFF, 0xD9});
-     },
-     -1, Frame::None},
+    {"Empty", Base::Sequential, [](Bytes& j, std::uint8_t) { j.clear(); }, -1},
+    {"NoScan", Base::Sequential, [](Bytes& j, std::uint8_t) { j.resize(FindMarker(j, kSos)); }, -1},
+    {"EndInsteadOfScan", Base::Sequential, BeforeScan({0xFF, 0xD9}), -1},
     // Kinds of frames that no engine reads.
-    {"Precision12", Base::Sequential, InFrame(4, {12}), -1, Frame::None},
-    {"Precision12Progressive", Base::Progressive, InFrame(4, {12}), -1, Frame::None},
-    {"Lossless", Base::Sequential, InFrame(1, {0xC3}), -1, Frame::None},
-    {"Hierarchical", Base::Sequential, InFrame(1, {0xC5}), -1, Frame::None},
-    {"Arithmetic", Base::Sequential, InFrame(1, {0xC9}), -1, Frame::None},
-    {"ArithmeticProgressive", Base::Progressive, InFrame(1, {0xCA}), -1, Frame::None},
+    {"Precision12", Base::Sequential, InFrame(4, {12}), -1},
+    {"Precision12Progressive", Base::Progressive, InFrame(4, {12}), -1},
+    {"Lossless", Base::Sequential, InFrame(1, {0xC3}), -1},
+    {"Hierarchical", Base::Sequential, InFrame(1, {0xC5}), -1},
+    {"Arithmetic", Base::Sequential, InFrame(1, {0xC9}), -1},
+    {"ArithmeticProgressive", Base::Progressive, InFrame(1, {0xCA}), -1},
     // Samplings: the probe takes them all, the data of a YCbCr stream is read at three of them.
-    {"Sampling411", Base::Sequential, InFrame(11, {0x41}), 0, Frame::None},
-    {"Sampling440", Base::Sequential, InFrame(11, {0x12}), 0, Frame::None},
-    {"Sampling3x1", Base::Sequential, InFrame(11, {0x31}), 0, Frame::None},
-    {"LumaSmallerThanChroma", Base::Sequential, InFrame(11, {0x11, 0x00, 0x02, 0x22}), 0, Frame::None},
-    {"Sampling440Progressive", Base::Progressive, InFrame(11, {0x12}), 0, Frame::None},
-    {"FactorZero", Base::Sequential, InFrame(11, {0x02}), -1, Frame::None},
+    {"Sampling411", Base::Sequential, InFrame(11, {0x41}), 0},
+    {"Sampling440", Base::Sequential, InFrame(11, {0x12}), 0},
+    {"Sampling3x1", Base::Sequential, InFrame(11, {0x31}), 0},
+    {"LumaSmallerThanChroma", Base::Sequential, InFrame(11, {0x11, 0x00, 0x02, 0x22}), 0},
+    {"Sampling440Progressive", Base::Progressive, InFrame(11, {0x12}), 0},
+    {"FactorZero", Base::Sequential, InFrame(11, {0x02}), -1},
     {"GreyFactorsSayNothing", Base::Grey, InFrame(11, {0x22}), 0, Frame::Whole},
     // Streams cut or damaged.
-    {"NoEnd", Base::Sequential, CutEnd, 0, Frame::None},
-    {"NoEndProgressive", Base::Progressive, CutEnd, 0, Frame::None},
-    {"NoEndFallback", Base::Rgb, CutEnd, 0, Frame::None},
+    {"NoEnd", Base::Sequential, CutEnd, 0},
+    {"NoEndProgressive", Base::Progressive, CutEnd, 0},
+    {"NoEndFallback", Base::Rgb, CutEnd, 0},
     {"Damaged", Base::Sequential, DamageData, 0, Frame::Damaged},
     {"DamagedFallback", Base::Rgb, DamageData, 0, Frame::Damaged},
-    {"DamagedProgressive", Base::Progressive, DamageData, 0, Frame::None},
+    {"DamagedProgressive", Base::Progressive, DamageData, 0},
     // Frame headers that make no sense.
-    {"ZeroWidth", Base::Sequential, InFrame(7, {0, 0}), -1, Frame::None},
-    {"ZeroHeight", Base::Sequential, InFrame(5, {0, 0}), -1, Frame::None},
-    {"ZeroHeightFallback", Base::Rgb, InFrame(5, {0, 0}), -1, Frame::None},
-    {"TwoFrames", Base::Sequential, [](Bytes& j, std::uint8_t n) { Insert(j, FindMarker(j, n), Copy(j, n)); },
-     -1, Frame::None},
+    {"ZeroWidth", Base::Sequential, InFrame(7, {0, 0}), -1},
+    {"ZeroHeight", Base::Sequential, InFrame(5, {0, 0}), -1},
+    {"ZeroHeightFallback", Base::Rgb, InFrame(5, {0, 0}), -1},
+    {"TwoFrames", Base::Sequential,
+     [](Bytes& j, std::uint8_t n) { Insert(j, FindMarker(j, n), SegmentOf(j, n)); }, -1},
     {"TwoFramesBehindTheScan", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) { Insert(j, j.size() - 2, Copy(j, n)); }, 0, Frame::None},
-    {"NoFrame", Base::Sequential, Remove(0xC0), -1, Frame::None},
-    {"FiveComponents", Base::Sequential, InFrame(9, {5}), -1, Frame::None},
+     [](Bytes& j, std::uint8_t n) { Insert(j, j.size() - 2, SegmentOf(j, n)); }, 0},
+    {"NoFrame", Base::Sequential, Without(0xC0), -1},
+    {"FiveComponents", Base::Sequential, InFrame(9, {5}), -1},
     // Tables.
-    {"NoQuantTable", Base::Sequential, Remove(kDqt), 0, Frame::None},
-    {"NoQuantTableProgressive", Base::Progressive, Remove(kDqt), 0, Frame::None},
-    {"NoHuffmanTable", Base::Sequential, Remove(kDht), 0, Frame::None},
-    {"NoHuffmanTableProgressive", Base::Progressive, Remove(kDht), 0, Frame::None},
+    {"NoQuantTable", Base::Sequential, Without(kDqt), 0},
+    {"NoQuantTableProgressive", Base::Progressive, Without(kDqt), 0},
+    {"NoHuffmanTable", Base::Sequential, Without(kDht), 0},
+    {"NoHuffmanTableProgressive", Base::Progressive, Without(kDht), 0},
     // The fallback's probe stops where the first scan begins.
-    {"NoQuantTableFallback", Base::Rgb, Remove(kDqt), 0, Frame::None},
-    {"NoHuffmanTableFallback", Base::Rgb, Remove(kDht), 0, Frame::None},
-    {"OverfullTable", Base::Sequential,
-     [](Bytes& j, std::uint8_t) { Insert(j, FindMarker(j, kSos), OverfullTable()); }, 0, Frame::None},
-    {"OverfullTableFallback", Base::Rgb,
-     [](Bytes& j, std::uint8_t) { Insert(j, FindMarker(j, kSos), OverfullTable()); }, -1, Frame::None},
-    {"TooManyCodes", Base::Sequential, BeforeFrame(TooManyCodes()), -1, Frame::None},
+    {"NoQuantTableFallback", Base::Rgb, Without(kDqt), 0},
+    {"NoHuffmanTableFallback", Base::Rgb, Without(kDht), 0},
+    {"OverfullTable", Base::Sequential, BeforeScan(OverfullTable()), 0},
+    {"OverfullTableFallback", Base::Rgb, BeforeScan(OverfullTable()), -1},
+    {"TooManyCodes", Base::Sequential, BeforeFrame({TooManyCodes()}), -1},
     // Selectors: what the primary engine refuses in a header, the fallback refuses in the scan.
-    {"QuantSelector", Base::Sequential, InFrame(12, {4}), 0, Frame::None},
-    {"QuantSelectorFallback", Base::Separate, InFrame(12, {255}), 0, Frame::None},
-    {"DcSelector", Base::Sequential, InScan(6, 0xF0), 0, Frame::None},
-    {"AcSelector", Base::Sequential, InScan(6, 0x04), 0, Frame::None},
-    {"SelectorFallback", Base::Separate, InScan(6, 0x44), 0, Frame::None},
-    {"UnknownComponent", Base::Sequential, InScan(5, 99), 0, Frame::None},
-    {"QuantIdentifier", Base::Sequential, BeforeFrame(Segment(kDqt, Bytes(65, 9))), -1, Frame::None},
+    {"QuantSelector", Base::Sequential, InFrame(12, {4}), 0},
+    {"QuantSelectorFallback", Base::Separate, InFrame(12, {255}), 0},
+    {"DcSelector", Base::Sequential, InScan(6, 0xF0), 0},
+    {"AcSelector", Base::Sequential, InScan(6, 0x04), 0},
+    {"SelectorFallback", Base::Separate, InScan(6, 0x44), 0},
+    {"UnknownComponent", Base::Sequential, InScan(5, 99), 0},
+    {"QuantIdentifier", Base::Sequential, BeforeFrame({Segment(kDqt, Bytes(65, 9))}), -1},
     // What phones, cameras and programs put into sound streams.
-    {"LongComments", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) {
-         for (const std::size_t nBytes : {std::size_t{0}, std::size_t{65533}})
-             Insert(j, FindMarker(j, n), Segment(kCom, Bytes(nBytes, 0xFF)));
-     },
-     0, Frame::Whole},
-    {"StreamInAnApplicationSegment", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) { Insert(j, FindMarker(j, n), Segment(kApp1, MakeBase(Base::Grey))); }, 0,
+    {"LongComments", Base::Sequential, BeforeFrame({Segment(kCom, {}), Segment(kCom, Bytes(65533, 0xFF))}), 0,
      Frame::Whole},
-    {"StreamAsThumbnail", Base::Separate,
-     [](Bytes& j, std::uint8_t n) {
-         Bytes content{'J', 'F', 'X', 'X', 0, 0x10};
-         Insert(content, 6, MakeBase(Base::Grey));
-         Insert(j, FindMarker(j, n), Segment(kApp0, content));
-     },
-     0, Frame::Whole},
+    {"StreamInAnApplicationSegment", Base::Sequential, BeforeFrame({Segment(kApp1, MakeBase(Base::Grey))}), 0,
+     Frame::Whole},
+    {"StreamAsThumbnail", Base::Separate, BeforeFrame({Segment(kApp0, Thumbnail())}), 0, Frame::Whole},
     {"Padding", Base::Sequential,
      [](Bytes& j, std::uint8_t n) {
-         for (const std::uint8_t nMarker : {kSos, n, kDqt})
-             Insert(j, FindMarker(j, nMarker), Bytes(5, 0xFF));
+         Pad(j, n);
          Insert(j, j.size() - 2, Bytes(3, 0xFF));
      },
      0, Frame::Whole},
-    {"PaddingProgressive", Base::Progressive,
-     [](Bytes& j, std::uint8_t n) {
-         for (const std::uint8_t nMarker : {kSos, n, kDqt})
-             Insert(j, FindMarker(j, nMarker), Bytes(5, 0xFF));
-     },
-     0, Frame::Whole},
+    {"PaddingProgressive", Base::Progressive, Pad, 0, Frame::Whole},
     {"BytesBehindTheEnd", Base::Sequential,
      [](Bytes& j, std::uint8_t) { Insert(j, j.size(), Bytes(100, 0xD8)); }, 0, Frame::Whole},
-    {"Rgb", Base::Rgb, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
+    {"Rgb", Base::Rgb, Keep, 0, Frame::Whole},
     // Progressive streams of the fallback.
-    {"RgbProgressive", Base::RgbProgressive, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
-    {"NoEndRgbProgressive", Base::RgbProgressive, CutEnd, 0, Frame::None},
-    {"DamagedRgbProgressive", Base::RgbProgressive, DamageData, 0, Frame::None},
-    {"Precision12RgbProgressive", Base::RgbProgressive, InFrame(4, {12}), -1, Frame::None},
-    {"ZeroHeightRgbProgressive", Base::RgbProgressive, InFrame(5, {0, 0}), -1, Frame::None},
-    {"NoQuantTableRgbProgressive", Base::RgbProgressive, Remove(kDqt), 0, Frame::None},
-    {"NoHuffmanTableRgbProgressive", Base::RgbProgressive, Remove(kDht), 0, Frame::None},
-    {"SelectorRgbProgressive", Base::RgbProgressive, InScan(6, 0x44), 0, Frame::None},
-    {"OneScanAComponent", Base::Separate, [](Bytes&, std::uint8_t) {}, 0, Frame::Whole},
+    {"RgbProgressive", Base::RgbProgressive, Keep, 0, Frame::Whole},
+    {"NoEndRgbProgressive", Base::RgbProgressive, CutEnd, 0},
+    {"DamagedRgbProgressive", Base::RgbProgressive, DamageData, 0},
+    {"Precision12RgbProgressive", Base::RgbProgressive, InFrame(4, {12}), -1},
+    {"ZeroHeightRgbProgressive", Base::RgbProgressive, InFrame(5, {0, 0}), -1},
+    {"NoQuantTableRgbProgressive", Base::RgbProgressive, Without(kDqt), 0},
+    {"NoHuffmanTableRgbProgressive", Base::RgbProgressive, Without(kDht), 0},
+    {"SelectorRgbProgressive", Base::RgbProgressive, InScan(6, 0x44), 0},
+    {"OneScanAComponent", Base::Separate, Keep, 0, Frame::Whole},
 };
 
 class Failures : public testing::TestWithParam<Row> {};
@@ -251,23 +215,23 @@ TEST_P(Failures, HaveTheirOutcome) {
     row.edit(jpeg, FrameMarker(row.eBase));
     std::int32_t nWidth = -7, nHeight = -8;
     ImageKind eKind{};
-    EXPECT_EQ(ProbeJpeg(jpeg.data(), Length(jpeg), nWidth, nHeight, eKind), row.nProbe);
+    EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), row.nProbe);
     if (row.nProbe != ImageOk) {
         EXPECT_EQ(nWidth, -7) << "written on success alone";
         EXPECT_EQ(nHeight, -8);
     }
-    const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Length(jpeg));
+    const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Size(jpeg));
     ASSERT_EQ(static_cast<bool>(block), row.eFrame != Frame::None);
 
     // The operations on planes say the same.
     Bytes y(64 * 64), cr(32 * 32), cb(32 * 32);
     const std::int32_t nResult =
-        DecodeJpegYV12(jpeg.data(), Length(jpeg), y.data(), 64, cr.data(), 32, cb.data(), 32);
+        DecodeJpegYV12(jpeg.data(), Size(jpeg), y.data(), 64, cr.data(), 32, cb.data(), 32);
     EXPECT_EQ(nResult, row.eFrame == Frame::None ? ImageUnreadable : ImageOk);
     if (row.eFrame == Frame::None)
         return;
 
-    const FrameBlock wanted = DecodeToFrameBlock(sound.data(), Length(sound));
+    const FrameBlock wanted = DecodeToFrameBlock(sound.data(), Size(sound));
     ASSERT_TRUE(wanted);
     ASSERT_EQ(block.size(), wanted.size());
     const bool bSame = std::equal(block.get(), block.get() + block.size(), wanted.get());
@@ -278,15 +242,11 @@ TEST_P(Failures, HaveTheirOutcome) {
 
 TEST(FailureCodes, FourComponentsAreNoFrames) {
     for (const bool bProgressive : {false, true}) {
-        Recipe cmyk;
-        cmyk.nComponents = 4;
-        cmyk.nH = cmyk.nV = 1;
-        cmyk.bProgressive = bProgressive;
-        const Bytes jpeg = samples::Encode(cmyk);
+        const Bytes jpeg = Encode({.nComponents = 4, .nH = 1, .nV = 1, .bProgressive = bProgressive});
         std::int32_t nWidth = 0, nHeight = 0;
         ImageKind eKind{};
-        EXPECT_EQ(ProbeJpeg(jpeg.data(), Length(jpeg), nWidth, nHeight, eKind), -1);
-        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Length(jpeg)));
+        EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), -1);
+        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
     }
 }
 
@@ -304,9 +264,9 @@ TEST(FailureCosts, PromisesOfLargePicturesCostLittle) {
         Bytes jpeg = MakeBase(eBase);
         InFrame(5, {0xFF, 0xFF, 0xFF, 0xFF})(jpeg, FrameMarker(eBase));
         jpeg.resize(FindMarker(jpeg, kSos) + 14 + 10);
-        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Length(jpeg)));
+        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
         Insert(jpeg, jpeg.size(), {0xFF, 0xD9});
-        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Length(jpeg)));
+        EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
     }
     const rusage after = usage();
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 16 * 1024) << "KiB";

@@ -1,6 +1,7 @@
 // The kernels of the fallback engine against their formulas written out plainly, at every level of the
 // machine.
 
+#include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
 #include "image/kernels/Kernels.h"
 
@@ -13,16 +14,8 @@
 
 namespace {
 
-class FallbackKernels : public AtKernelLevel {
-protected:
-    int Random(int nLow, int nHigh) { return std::uniform_int_distribution<int>(nLow, nHigh)(m_random); }
-    void Fill(std::vector<std::uint8_t>& bytes) {
-        for (std::uint8_t& n : bytes)
-            n = static_cast<std::uint8_t>(Random(0, 255));
-    }
-
-    std::minstd_rand m_random{5};
-};
+using samples::Bytes;
+using FallbackKernels = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, FallbackKernels, EveryKernelLevel(), KernelLevelName);
 
 int Clamp(std::int64_t n) {
@@ -52,12 +45,12 @@ TEST_P(FallbackKernels, ColourOfEveryMcu) {
         SCOPED_TRACE(row.szName);
         const int w = 8 * row.nH, h = 8 * row.nV, nStep = 3 * w + 5;
         for (const int nRange : {128, 400, 32767}) {
+            std::minstd_rand random(5);
+            std::uniform_int_distribution<int> values(-nRange, nRange);
             std::vector<std::int16_t> y(256), cb(64), cr(64);
-            for (auto* pPlane : {&y, &cb, &cr}) {
-                for (std::int16_t& n : *pPlane)
-                    n = static_cast<std::int16_t>(Random(-nRange, nRange));
-            }
-            std::vector<std::uint8_t> pixels(static_cast<std::size_t>(nStep * h), 0xEE);
+            for (auto* pPlane : {&y, &cb, &cr})
+                std::ranges::generate(*pPlane, [&] { return static_cast<std::int16_t>(values(random)); });
+            Bytes pixels(static_cast<std::size_t>(nStep * h), 0xEE);
             const std::int16_t* const apPlanes[] = {y.data(), cb.data(), cr.data()};
             ASSERT_EQ(row.pKernel(apPlanes, pixels.data(), nStep), 0);
             for (int i = 0; i < h; ++i) {
@@ -103,10 +96,9 @@ TEST_P(FallbackKernels, MirrorsOnEveryAxis) {
         const auto inPlace = nChannels == 3 ? ippiMirror_8u_C3IR : ippiMirror_8u_C4IR;
         for (const auto& [w, h] : {std::pair{1, 1}, {1, 4}, {5, 1}, {6, 3}, {7, 4}}) {
             const int nStep = w * nChannels + 2, nDstStep = nStep + 3;
-            std::vector<std::uint8_t> from(static_cast<std::size_t>(nStep * h));
-            Fill(from);
+            const Bytes from = samples::Random(static_cast<std::size_t>(nStep * h), 5);
             for (const int nAxis : {0, 1, 2}) {
-                std::vector<std::uint8_t> to(static_cast<std::size_t>(nDstStep * h), 0xEE), same = from;
+                Bytes to(static_cast<std::size_t>(nDstStep * h), 0xEE), same = from;
                 ASSERT_EQ(mirror(from.data(), nStep, to.data(), nDstStep, {w, h}, nAxis), 0);
                 ASSERT_EQ(inPlace(same.data(), nStep, {w, h}, nAxis), 0);
                 for (int y = 0; y < h; ++y) {
@@ -121,9 +113,10 @@ TEST_P(FallbackKernels, MirrorsOnEveryAxis) {
                     }
                 }
             }
-            EXPECT_EQ(mirror(from.data(), nStep, from.data(), nStep, {w, h}, 3), -21);
-            EXPECT_EQ(inPlace(from.data(), nStep, {w, h}, -1), -21);
-            EXPECT_EQ(inPlace(from.data(), nStep, {w, 0}, 0), -6);
+            Bytes same = from;
+            EXPECT_EQ(mirror(from.data(), nStep, same.data(), nStep, {w, h}, 3), -21);
+            EXPECT_EQ(inPlace(same.data(), nStep, {w, h}, -1), -21);
+            EXPECT_EQ(inPlace(same.data(), nStep, {w, 0}, 0), -6);
             EXPECT_EQ(inPlace(nullptr, nStep, {w, h}, 0), -8);
         }
     }
@@ -132,21 +125,16 @@ TEST_P(FallbackKernels, MirrorsOnEveryAxis) {
 TEST_P(FallbackKernels, PlanesFromPixels) {
     for (const auto& [w, h] : {std::pair{1, 1}, {2, 2}, {3, 2}, {2, 3}, {16, 8}, {101, 51}}) {
         for (const bool bExtreme : {false, true}) {
-            std::vector<std::uint8_t> pixels(static_cast<std::size_t>(3 * w * h));
-            Fill(pixels);
+            Bytes pixels = samples::Random(static_cast<std::size_t>(3 * w * h), 5);
             for (std::uint8_t& n : pixels)
                 n = bExtreme ? static_cast<std::uint8_t>(n < 128 ? 0 : 255) : n;
             const int nYStep = w + 1, nCStep = w / 2 + 2;
-            std::vector<std::uint8_t> aPlanes[3];
-            for (auto& plane : aPlanes)
-                plane.assign(static_cast<std::size_t>(nYStep * h), 0xEE);
+            std::vector<Bytes> aPlanes(3, Bytes(static_cast<std::size_t>(nYStep * h), 0xEE)),
+                aWanted = aPlanes;
             std::uint8_t* const apPlanes[] = {aPlanes[0].data(), aPlanes[1].data(), aPlanes[2].data()};
             const std::int32_t anSteps[] = {nYStep, nCStep, nCStep};
             ASSERT_EQ(ippiRGBToYUV420_8u_C3P3R(pixels.data(), 3 * w, apPlanes, anSteps, {w, h}),
                       w % 2 != 0 || h % 2 != 0 ? 35 : 0);
-            std::vector<std::uint8_t> aWanted[3];
-            for (auto& plane : aWanted)
-                plane.assign(static_cast<std::size_t>(nYStep * h), 0xEE);
             for (int y = 0; y < h / 2; ++y) {
                 for (int x = 0; x < w / 2; ++x) {
                     int nS = 0, nSa = 0, nSc = 0;
@@ -165,7 +153,7 @@ TEST_P(FallbackKernels, PlanesFromPixels) {
                     aWanted[2][nAt] = static_cast<std::uint8_t>(Clamp(nV));
                 }
             }
-            for (int c = 0; c < 3; ++c)
+            for (std::size_t c = 0; c < 3; ++c)
                 ASSERT_EQ(aPlanes[c], aWanted[c]) << w << 'x' << h << " plane " << c;
             EXPECT_EQ(ippiRGBToYUV420_8u_C3P3R(pixels.data(), 0, apPlanes, anSteps, {w, h}), -14);
             EXPECT_EQ(ippiRGBToYUV420_8u_C3P3R(pixels.data(), 3 * w, apPlanes, anSteps, {w, 0}), -6);

@@ -175,4 +175,54 @@ Bytes Segment(std::uint8_t nMarker, const Bytes& content) {
     return segment;
 }
 
+Bytes EndOfBandTable() {
+    Bytes table(18);
+    table[0] = 0x10;
+    table[1] = 1;
+    table[17] = 0xE0;
+    return Segment(0xC4, table);
+}
+
+std::vector<Bytes> SegmentsOf(const Bytes& jpeg, std::uint8_t nMarker) {
+    std::vector<Bytes> segments;
+    for (std::size_t nAt = 2, nEnd = 0;; nAt = nEnd) {
+        nEnd = nAt + 2 + (std::size_t{jpeg[nAt + 2]} << 8 | jpeg[nAt + 3]);
+        if (jpeg[nAt + 1] == nMarker)
+            segments.push_back(Part(jpeg, nAt, nEnd));
+        if (jpeg[nAt + 1] == 0xDA)
+            return segments;
+    }
+}
+
+Bytes SegmentOf(const Bytes& jpeg, std::uint8_t nMarker) {
+    return SegmentsOf(jpeg, nMarker).at(0);
+}
+
+void Remove(Bytes& jpeg, std::uint8_t nMarker) {
+    for (const Bytes& segment : SegmentsOf(jpeg, nMarker)) {
+        const auto from = jpeg.begin() + static_cast<std::ptrdiff_t>(FindMarker(jpeg, nMarker));
+        jpeg.erase(from, from + static_cast<std::ptrdiff_t>(segment.size()));
+    }
+}
+
+Bytes DataOf(const Bytes& jpeg) {
+    return Part(jpeg, FindMarker(jpeg, 0xDA) + SegmentOf(jpeg, 0xDA).size());
+}
+
+Bytes Part(const Bytes& bytes, std::size_t nFrom, std::size_t nTo) {
+    return {bytes.begin() + static_cast<std::ptrdiff_t>(nFrom),
+            bytes.begin() + static_cast<std::ptrdiff_t>(std::min(nTo, bytes.size()))};
+}
+
+void Insert(Bytes& bytes, std::size_t nAt, const Bytes& piece) {
+    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(nAt), piece.begin(), piece.end());
+}
+
+Bytes Random(std::size_t n, unsigned nSeed) {
+    std::minstd_rand random(nSeed);
+    Bytes bytes(n);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random() >> 8); });
+    return bytes;
+}
+
 } // namespace samples

@@ -32,8 +32,8 @@ struct Recipe {
     bool bOptimised = false;  // Huffman tables of the picture's own, with codes of all lengths
     bool bProgressive = false;
     bool bSeparateScans = false;
-    std::vector<Scan> script; // when not empty, in place of the library's own progressive script
-    bool bRgb = false;        // stored as RGB, with an Adobe marker of transform 0
+    std::vector<Scan> script = {}; // when not empty, in place of the library's own progressive script
+    bool bRgb = false;             // stored as RGB, with an Adobe marker of transform 0
     Marking eMarking = Marking::Jfif;
     unsigned nSeed = 1;
     const std::uint8_t* pPixels = nullptr; // interleaved, in place of the picture below
@@ -63,5 +63,34 @@ std::size_t FindMarker(const Bytes& jpeg, std::uint8_t nMarker);
 
 // The segment with its marker, whole.
 Bytes Segment(std::uint8_t nMarker, const Bytes& content);
+
+// A segment with an AC table of one code, 0, for an end-of-band run of 16384 blocks.
+Bytes EndOfBandTable();
+
+// The stream's own segments of this marker that stand before the entropy-coded data, whole; or the first of
+// them.
+std::vector<Bytes> SegmentsOf(const Bytes& jpeg, std::uint8_t nMarker);
+Bytes SegmentOf(const Bytes& jpeg, std::uint8_t nMarker);
+
+// Takes those segments out.
+void Remove(Bytes& jpeg, std::uint8_t nMarker);
+
+// What stands behind the first scan's header.
+Bytes DataOf(const Bytes& jpeg);
+
+// Bytes nFrom to nTo, the latter excluded.
+Bytes Part(const Bytes& bytes, std::size_t nFrom, std::size_t nTo = SIZE_MAX);
+
+void Insert(Bytes& bytes, std::size_t nAt, const Bytes& piece);
+inline void Append(Bytes& bytes, const Bytes& piece) {
+    bytes.insert(bytes.end(), piece.begin(), piece.end());
+}
+
+Bytes Random(std::size_t n, unsigned nSeed);
+
+// As the codec counts.
+inline std::int32_t Size(const Bytes& bytes) {
+    return static_cast<std::int32_t>(bytes.size());
+}
 
 } // namespace samples

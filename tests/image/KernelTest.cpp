@@ -1,7 +1,9 @@
 // The kernels against their contracts, and every level of the machine against level 0.
 
+#include "image/BlockKernels.h"
 #include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
+#include "image/ReferenceTransform.h"
 #include "image/kernels/Kernels.h"
 
 #include <gtest/gtest.h>
@@ -10,17 +12,15 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <numbers>
 #include <numeric>
 #include <optional>
 #include <random>
 
 namespace {
 
-using samples::Bytes;
+using namespace samples;
 
-class KernelLevels : public AtKernelLevel {};
-
+using KernelLevels = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, KernelLevels, EveryKernelLevel(), KernelLevelName);
 
 TEST(KernelStart, LevelFollowsTheIdentification) {
@@ -129,52 +129,17 @@ TEST_P(KernelLevels, BadArgumentsAreRefused) {
     ippiDecodeHuffmanSpecFree_JPEG_8u(pOver);
 }
 
-// --- Transform
-// ---------------------------------------------------------------------------------------------------
-
-// The definition, T.81 A.3.3, in double precision: sample n of the picture of coefficient k.
-double Basis(std::size_t k, std::size_t n) {
-    static const auto aBasis = [] {
-        std::vector<double> a(64 * 64);
-        for (std::size_t i = 0; i < a.size(); ++i) {
-            const std::size_t v = i / 512, u = i / 64 % 8, y = i / 8 % 8, x = i % 8;
-            const double nScale =
-                (u == 0 ? std::numbers::sqrt2 / 2 : 1) * (v == 0 ? std::numbers::sqrt2 / 2 : 1);
-            a[i] = nScale / 4 * std::cos(static_cast<double>((2 * x + 1) * u) * std::numbers::pi / 16) *
-                   std::cos(static_cast<double>((2 * y + 1) * v) * std::numbers::pi / 16);
-        }
-        return a;
-    }();
-    return aBasis[64 * k + n];
-}
-
-void ReferenceInverse(const double (&f)[64], double (&s)[64]) {
-    std::fill_n(s, 64, 0.0);
-    for (std::size_t k = 0; k < 64; ++k) {
-        for (std::size_t n = 0; n < 64 && f[k] != 0; ++n)
-            s[n] += f[k] * Basis(k, n);
-    }
-}
-
-void ReferenceForward(const double (&s)[64], double (&f)[64]) {
-    for (std::size_t k = 0; k < 64; ++k) {
-        f[k] = 0;
-        for (std::size_t n = 0; n < 64; ++n)
-            f[k] += s[n] * Basis(k, n);
-    }
-}
-
 // Fills s with what the kernel makes of c, steps all 1, and r with the exact samples, rounded and clamped
 // likewise.
 void BothInverses(const std::int16_t (&c)[64], std::uint8_t (&s)[64], int (&r)[64]) {
     std::uint16_t t[64];
     std::fill_n(t, 64, std::uint16_t{1});
     ASSERT_EQ(ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, s, 8, t), 0);
-    double f[64], exact[64];
-    std::copy_n(c, 64, f);
-    ReferenceInverse(f, exact);
-    for (int i = 0; i < 64; ++i)
-        r[i] = std::clamp(static_cast<int>(std::floor(exact[i] + 0.5)) + 128, 0, 255);
+    ExactBlock f;
+    std::copy_n(c, 64, f.begin());
+    const auto exact = ReferenceTransform(f, true);
+    std::transform(exact.begin(), exact.end(), r,
+                   [](double x) { return std::clamp(static_cast<int>(std::floor(x + 0.5)) + 128, 0, 255); });
 }
 
 // The classic accuracy test: random blocks through an exact forward transform, then peak, mean and mean
@@ -185,12 +150,12 @@ TEST_P(KernelLevels, InverseTransformIsAccurate) {
         std::minstd_rand random(static_cast<unsigned>(nRange));
         double aError[64] = {}, aSquare[64] = {};
         for (int n = 0; n < kBlocks; ++n) {
-            double samples[64], f[64];
-            for (double& x : samples)
+            ExactBlock exact;
+            for (double& x : exact)
                 x = static_cast<int>(random() % static_cast<unsigned>(2 * nRange)) - nRange;
-            ReferenceForward(samples, f);
+            const auto f = ReferenceTransform(exact, false);
             std::int16_t c[64];
-            std::transform(std::begin(f), std::end(f), c,
+            std::transform(f.begin(), f.end(), c,
                            [](double x) { return static_cast<std::int16_t>(std::lround(x)); });
             std::uint8_t s[64];
             int r[64];
@@ -224,17 +189,6 @@ TEST_P(KernelLevels, InverseTransformOfSingleCoefficients) {
                 ASSERT_LE(std::abs(s[i] - r[i]), 1) << nValue << " at " << nAt << ", sample " << i;
         }
     }
-}
-
-// --- Resampling and copies
-// ---------------------------------------------------------------------------------------
-
-Bytes Random(std::size_t n, unsigned nSeed) {
-    std::minstd_rand random(nSeed);
-    Bytes bytes(n);
-    for (auto& b : bytes)
-        b = static_cast<std::uint8_t>(random() >> 8);
-    return bytes;
 }
 
 TEST_P(KernelLevels, PlanesOfEveryWidth) {
@@ -273,26 +227,6 @@ TEST_P(KernelLevels, PlanesOfEveryWidth) {
         });
     }
 }
-
-// --- Entropy decoding
-// --------------------------------------------------------------------------------------------
-
-struct HuffmanTable {
-    std::uint8_t aBits[16] = {};
-    Bytes values;
-};
-
-struct SpecOwner {
-    explicit SpecOwner(const HuffmanTable& table) {
-        Bytes values = table.values;
-        values.resize(256);
-        EXPECT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(table.aBits, values.data(), &p), 0);
-    }
-    ~SpecOwner() { ippiDecodeHuffmanSpecFree_JPEG_8u(p); }
-    ippiDecodeHuffmanSpec* p = nullptr;
-};
-
-using Block = std::array<std::int16_t, 64>;
 
 // A decoder of the plainest kind: a list of bits, and codes compared one by one.
 class ReferenceBlocks {
@@ -395,19 +329,11 @@ private:
 
 // The two tables and the entropy-coded data of a grey stream.
 struct GreyScan {
-    explicit GreyScan(const Bytes& jpeg) {
-        for (std::size_t nAt = 2;;) {
-            const std::size_t nLength = std::size_t{jpeg[nAt + 2]} << 8 | jpeg[nAt + 3];
-            if (jpeg[nAt + 1] == 0xC4) {
-                HuffmanTable& table = jpeg[nAt + 4] >> 4 != 0 ? ac : dc;
-                std::copy_n(jpeg.data() + nAt + 5, 16, table.aBits);
-                table.values.assign(jpeg.data() + nAt + 21, jpeg.data() + nAt + 2 + nLength);
-            }
-            nAt += 2 + nLength;
-            if (jpeg[nAt - nLength - 1] == 0xDA) {
-                data.assign(jpeg.begin() + static_cast<std::ptrdiff_t>(nAt), jpeg.end());
-                return;
-            }
+    explicit GreyScan(const Bytes& jpeg) : data(DataOf(jpeg)) {
+        for (const Bytes& segment : SegmentsOf(jpeg, 0xC4)) {
+            HuffmanTable& table = segment[4] >> 4 != 0 ? ac : dc;
+            std::copy_n(segment.data() + 5, 16, table.aBits);
+            table.values = Part(segment, 21);
         }
     }
     HuffmanTable dc, ac;
@@ -418,36 +344,29 @@ struct GreyScan {
 TEST_P(KernelLevels, BlocksOfEveryCutOfAScan) {
     for (const bool bOptimised : {false, true}) {
         for (const int nQuality : {5, 60, 100}) {
-            samples::Recipe recipe;
+            Recipe recipe;
             recipe.nWidth = recipe.nHeight = 24;
             recipe.nComponents = 1;
             recipe.nQuality = nQuality;
             recipe.bOptimised = bOptimised;
-            const GreyScan scan(samples::Encode(recipe));
-            const SpecOwner dc(scan.dc), ac(scan.ac);
+            const GreyScan scan(Encode(recipe));
+            const DecodeSpec dc(scan.dc), ac(scan.ac);
             for (std::size_t nCut = 0; nCut <= scan.data.size(); ++nCut) {
-                const Bytes data(scan.data.begin(), scan.data.begin() + static_cast<std::ptrdiff_t>(nCut));
-                ReferenceBlocks reference(data);
-                ippiDecodeHuffmanState state{};
-                std::int32_t nPos = 0, nMarker = 0;
-                std::int16_t nLastDc = 0;
-                static const std::uint8_t nNone = 0;
+                BlockReader reader{Part(scan.data, 0, nCut)};
+                ReferenceBlocks reference(reader.data);
                 for (int n = 0;; ++n) {
-                    Block block;
-                    const IppStatus nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(
-                        data.empty() ? &nNone : data.data(), static_cast<std::int32_t>(nCut), &nPos,
-                        block.data(), &nLastDc, &nMarker, dc.p, ac.p, &state);
-                    ASSERT_LE(nPos, static_cast<std::int32_t>(nCut));
+                    const IppStatus nStatus = reader.Next(dc, ac);
+                    ASSERT_LE(reader.nPos, Size(reader.data));
                     const auto wanted = reference.Next(scan.dc, scan.ac);
                     if (nStatus != 0) {
                         // A lone 0xFF at the end fails as soon as the reader meets it.
-                        const bool bLoneFF = nCut > 0 && data.back() == 0xFF;
+                        const bool bLoneFF = nCut > 0 && reader.data.back() == 0xFF;
                         EXPECT_TRUE(!wanted || bLoneFF) << "cut " << nCut << " block " << n;
                         EXPECT_EQ(nStatus, reference.EndsInMarker() ? -63 : -62) << "cut " << nCut;
                         break;
                     }
                     ASSERT_TRUE(wanted) << "cut " << nCut << " block " << n;
-                    ASSERT_EQ(block, *wanted) << "cut " << nCut << " block " << n;
+                    ASSERT_EQ(reader.block, *wanted) << "cut " << nCut << " block " << n;
                 }
             }
         }
@@ -474,22 +393,17 @@ TEST_P(KernelLevels, IntakeAtMarkersAndEnds) {
     HuffmanTable table;
     table.aBits[0] = 1;
     table.values = {0};
-    const SpecOwner huffman(table);
+    const DecodeSpec huffman(table);
     for (const Row& row : aRows) {
-        ippiDecodeHuffmanState state{};
-        std::int32_t nPos = 0, nMarker = 0;
-        std::int16_t nLastDc = 0;
-        Block block;
+        BlockReader reader{row.data};
         IppStatus nStatus = 0;
         int n = -1;
         for (; nStatus == 0; ++n)
-            nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(row.data.data(), static_cast<int>(row.data.size()),
-                                                         &nPos, block.data(), &nLastDc, &nMarker, huffman.p,
-                                                         huffman.p, &state);
+            nStatus = reader.Next(huffman, huffman);
         EXPECT_EQ(n, row.nBlocks) << row.szName;
         EXPECT_EQ(nStatus, row.nStatus) << row.szName;
-        EXPECT_EQ(nMarker, row.nMarker) << row.szName;
-        EXPECT_EQ(nPos, row.nPos) << row.szName;
+        EXPECT_EQ(reader.nMarker, row.nMarker) << row.szName;
+        EXPECT_EQ(reader.nPos, row.nPos) << row.szName;
     }
 }
 
@@ -500,25 +414,15 @@ TEST_P(KernelLevels, RunsBeyondTheBlock) {
     dc.values = {0};
     ac.aBits[1] = 3; // 00, 01, 10
     ac.values = {0xF0, 0x71, 0xF1};
-    const SpecOwner dcSpec(dc), acSpec(ac);
-    const auto decode = [&](const Bytes& data, Block& block) {
-        ippiDecodeHuffmanState state{};
-        std::int32_t nPos = 0, nMarker = 0;
-        std::int16_t nLastDc = 0;
-        return ippiDecodeHuffman8x8_JPEG_1u16s_C1(data.data(), static_cast<int>(data.size()), &nPos,
-                                                  block.data(), &nLastDc, &nMarker, dcSpec.p, acSpec.p,
-                                                  &state);
-    };
-    Block block;
+    const DecodeSpec dcSpec(dc), acSpec(ac);
     // 0, then three times sixteen zeros, eight places more, and 7 zeros with a 1: place 64.
-    EXPECT_EQ(decode({0b00000000, 0b11011011, 0, 0, 0, 0, 0, 0, 0}, block), 0);
-    EXPECT_EQ(block[63], 1);
+    BlockReader within{{0b00000000, 0b11011011, 0, 0, 0, 0, 0, 0, 0}};
+    EXPECT_EQ(within.Next(dcSpec, acSpec), 0);
+    EXPECT_EQ(within.block[63], 1);
     // The same with 15 zeros at last: place 72.
-    EXPECT_EQ(decode({0b00000000, 0b11101010, 0, 0, 0, 0, 0, 0, 0}, block), -2);
+    BlockReader beyond{{0b00000000, 0b11101010, 0, 0, 0, 0, 0, 0, 0}};
+    EXPECT_EQ(beyond.Next(dcSpec, acSpec), -2);
 }
-
-// --- All kernels, all levels
-// -------------------------------------------------------------------------------------
 
 TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
     std::minstd_rand random(7);

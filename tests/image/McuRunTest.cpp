@@ -16,8 +16,7 @@ namespace {
 
 using samples::Bytes;
 
-class McuRuns : public AtKernelLevel {};
-
+using McuRuns = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, McuRuns, EveryKernelLevel(), KernelLevelName);
 
 struct Table {
@@ -32,21 +31,13 @@ struct Table {
 
 // The tables and the data of an interleaved scan.
 struct Scan {
-    explicit Scan(const samples::Recipe& recipe) : jpeg(samples::Encode(recipe)) {
-        for (std::size_t nAt = 2;;) {
-            const std::size_t nLength = std::size_t{jpeg[nAt + 2]} << 8 | jpeg[nAt + 3];
-            if (jpeg[nAt + 1] == 0xC4) {
-                const std::uint8_t* const p = jpeg.data() + nAt + 4;
-                Table& table = aTables[p[0] >> 4][p[0] & 1];
-                EXPECT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(p + 1, p + 17, &table.pSpec), 0);
-                ippDcLookupInit(*table.pSpec, table.dc);
-                ippAcLookupInit(*table.pSpec, table.ac);
-            }
-            nAt += 2 + nLength;
-            if (jpeg[nAt - nLength - 1] == 0xDA) {
-                data.assign(jpeg.begin() + static_cast<std::ptrdiff_t>(nAt), jpeg.end());
-                break;
-            }
+    explicit Scan(const samples::Recipe& recipe)
+        : jpeg(samples::Encode(recipe)), data(samples::DataOf(jpeg)) {
+        for (const Bytes& segment : samples::SegmentsOf(jpeg, 0xC4)) {
+            Table& table = aTables[segment[4] >> 4][segment[4] & 1];
+            EXPECT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(&segment[5], &segment[21], &table.pSpec), 0);
+            ippDcLookupInit(*table.pSpec, table.dc);
+            ippAcLookupInit(*table.pSpec, table.ac);
         }
         for (int i = 0; i < recipe.nComponents; ++i) {
             const bool bLuma = i == 0 && recipe.nComponents > 1;
@@ -109,8 +100,8 @@ public:
             std::int32_t nDone = 0;
             if (nRun > 0) {
                 std::copy_n(m_out.anLastDc, 4, m_row.anLastDc);
-                EXPECT_EQ(ippiDecodeMcus_JPEG_1u8u(m_data.data(), Size(), &m_nPos, &m_nMarker, &m_state,
-                                                   &m_window, &m_row, m_out.nDone, nWanted, &nDone),
+                EXPECT_EQ(ippiDecodeMcus_JPEG_1u8u(m_data.data(), samples::Size(m_data), &m_nPos, &m_nMarker,
+                                                   &m_state, &m_window, &m_row, m_out.nDone, nWanted, &nDone),
                           0);
                 std::copy_n(m_row.anLastDc, 4, m_out.anLastDc);
                 m_out.nDone += nDone;
@@ -126,15 +117,13 @@ public:
     int nFast = 0;
 
 private:
-    std::int32_t Size() const { return static_cast<std::int32_t>(m_data.size()); }
-
     void DecodeMcu() {
         std::int16_t* const pBlocks = m_row.pCoefficients + m_out.nDone * m_row.nBlocks * 64;
         for (int i = 0; i < m_row.nBlocks && m_out.nStatus == 0; ++i) {
             const IppMcuBlock& block = m_row.aBlocks[i];
             m_out.nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(
-                m_data.data(), Size(), &m_nPos, pBlocks + 64 * i, &m_out.anLastDc[block.nComponent],
-                &m_nMarker, block.pDcTable, block.pAcTable, &m_state);
+                m_data.data(), samples::Size(m_data), &m_nPos, pBlocks + 64 * i,
+                &m_out.anLastDc[block.nComponent], &m_nMarker, block.pDcTable, block.pAcTable, &m_state);
         }
         if (m_out.nStatus != 0)
             return;
@@ -182,10 +171,7 @@ void ExpectAlike(const Scan& scan, const Bytes& data, const std::string& name) {
         const std::string where = name + " run " + std::to_string(nRun) + " window " +
                                   std::to_string(nCapacity) + " size " + std::to_string(data.size());
         ASSERT_EQ(outcome.nDone, wanted.nDone) << where;
-        ASSERT_EQ(outcome.nStatus, wanted.nStatus) << where;
         ASSERT_EQ(outcome.coefficients, wanted.coefficients) << where;
-        ASSERT_EQ(outcome.samples, wanted.samples) << where;
-        ASSERT_EQ(outcome.nBitsLeft, wanted.nBitsLeft) << where;
         ASSERT_TRUE(outcome == wanted) << where;
     }
 }
@@ -194,16 +180,13 @@ std::vector<samples::Recipe> Recipes() {
     std::vector<samples::Recipe> recipes;
     for (const int nQuality : {10, 75, 100}) {
         for (const bool bOptimised : {false, true}) {
-            samples::Recipe recipe; // six MCUs
-            recipe.nWidth = 48;
-            recipe.nHeight = 32;
-            recipe.nQuality = nQuality;
-            recipe.bOptimised = bOptimised;
-            recipes.push_back(recipe);
-            recipe.nComponents = 1;
-            recipe.nWidth = 24;
-            recipe.nHeight = 16;
-            recipes.push_back(recipe);
+            // Six MCUs each.
+            recipes.push_back({.nWidth = 48, .nQuality = nQuality, .bOptimised = bOptimised});
+            recipes.push_back({.nWidth = 24,
+                               .nHeight = 16,
+                               .nComponents = 1,
+                               .nQuality = nQuality,
+                               .bOptimised = bOptimised});
         }
     }
     return recipes;
@@ -221,8 +204,8 @@ TEST_P(McuRuns, GiveWhatBlocksGive) {
         EXPECT_EQ(whole.nFast, kMcus) << "all of a whole scan goes the fast way";
 
         for (std::size_t nCut = 1; nCut < scan.data.size(); nCut += 1 + nCut / 200) {
-            const Bytes data(scan.data.begin(), scan.data.begin() + static_cast<std::ptrdiff_t>(nCut));
-            ASSERT_NO_FATAL_FAILURE(ExpectAlike(scan, data, recipe.Name() + " cut"));
+            ASSERT_NO_FATAL_FAILURE(
+                ExpectAlike(scan, samples::Part(scan.data, 0, nCut), recipe.Name() + " cut"));
         }
         for (int n = 0; n < 300; ++n) {
             Bytes data = scan.data;
@@ -239,22 +222,21 @@ TEST_P(McuRuns, GiveWhatBlocksGive) {
 TEST_P(McuRuns, WholePicturesAreThoseOfLevelZero) {
     const auto decode = [](const Bytes& jpeg) {
         Bytes planes(3 * 120 * 120, 0xEE);
-        EXPECT_EQ(DecodeJpegYV12(jpeg.data(), static_cast<std::int32_t>(jpeg.size()), planes.data(), 120,
+        EXPECT_EQ(DecodeJpegYV12(jpeg.data(), samples::Size(jpeg), planes.data(), 120,
                                  planes.data() + 120 * 120, 60, planes.data() + 2 * 120 * 120, 60),
                   0);
         return planes;
     };
     const int nLevel = g_nKernelLevel;
     for (int n = 0; n < 60; ++n) {
-        samples::Recipe recipe;
-        recipe.nWidth = 17 + n * 13 % 100;
-        recipe.nHeight = 9 + n * 29 % 100;
-        recipe.nComponents = n % 4 == 3 ? 1 : 3;
-        recipe.nH = n % 4 == 0 ? 1 : 2;
-        recipe.nV = n % 4 == 2 ? 2 : 1;
-        recipe.nQuality = 30 + n * 7 % 71;
-        recipe.nRestartInterval = n % 3 == 0 ? n % 7 : 0;
-        recipe.bOptimised = n % 5 == 0;
+        const samples::Recipe recipe{.nWidth = 17 + n * 13 % 100,
+                                     .nHeight = 9 + n * 29 % 100,
+                                     .nComponents = n % 4 == 3 ? 1 : 3,
+                                     .nH = n % 4 == 0 ? 1 : 2,
+                                     .nV = n % 4 == 2 ? 2 : 1,
+                                     .nQuality = 30 + n * 7 % 71,
+                                     .nRestartInterval = n % 3 == 0 ? n % 7 : 0,
+                                     .bOptimised = n % 5 == 0};
         const Bytes jpeg = samples::Encode(recipe);
         static_cast<void>(decode(jpeg)); // the first use of the codec sets the level
         g_nKernelLevel = 0;

@@ -54,8 +54,7 @@ void* __wrap__ZnwmSt11align_val_t(std::size_t nBytes, std::align_val_t nAlignmen
 
 namespace {
 
-using samples::Bytes;
-using samples::Recipe;
+using namespace samples;
 
 struct Row {
     const char* szName;
@@ -78,15 +77,15 @@ enum class Operation { Probe, FrameBlock, YV12, Grey, EncodeYV12, EncodeGrey };
 class Memory : public testing::TestWithParam<Row> {
 protected:
     Bytes Stream(int nSide) const {
-        Recipe recipe;
-        recipe.nWidth = recipe.nHeight = nSide;
-        recipe.nComponents = GetParam().nComponents;
-        recipe.nH = GetParam().nH;
-        recipe.nV = GetParam().nV;
-        recipe.bProgressive = GetParam().bProgressive;
-        recipe.bSeparateScans = GetParam().bSeparate;
-        recipe.bRgb = GetParam().bRgb;
-        return samples::Encode(recipe);
+        const auto& [szName, nComponents, nH, nV, bProgressive, bSeparate, bRgb] = GetParam();
+        return Encode({.nWidth = nSide,
+                       .nHeight = nSide,
+                       .nComponents = nComponents,
+                       .nH = nH,
+                       .nV = nV,
+                       .bProgressive = bProgressive,
+                       .bSeparateScans = bSeparate,
+                       .bRgb = bRgb});
     }
 };
 INSTANTIATE_TEST_SUITE_P(All, Memory, testing::ValuesIn(kRows),

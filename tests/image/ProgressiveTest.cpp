@@ -1,9 +1,9 @@
 // Progressive frames: every script of scans gives the picture of the sequential frame with the same
 // coefficients, and what is damaged, cut off or out of bounds is refused.
 
+#include "image/Decoding.h"
 #include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
-#include "image/jpegdec/JpegDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -15,42 +15,9 @@
 
 namespace {
 
-using samples::Bytes;
-using samples::Recipe;
-using samples::Scan;
+using namespace samples;
 
-constexpr std::uint8_t kSof2 = 0xC2, kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB;
-
-struct Picture {
-    JpegStatus eHeader = JPEG_OK;
-    JpegStatus eData = JPEG_OK;
-    Bytes y, cb, cr;
-};
-
-Picture Decode(const Bytes& jpeg) {
-    Picture picture;
-    CJPEGDecoder decoder;
-    std::int32_t w = 0, h = 0, n = 0;
-    JpegColor eColor{};
-    JpegSampling eSampling{};
-    EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
-    picture.eHeader = decoder.ReadHeader(w, h, n, eColor, eSampling);
-    if (picture.eHeader != JPEG_OK)
-        return picture;
-    // Chroma without its odd last column and row, in memory of that size alone.
-    picture.y.assign(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 0x11);
-    picture.cb.assign(static_cast<std::size_t>(w / 2) * static_cast<std::size_t>(h / 2), 0x11);
-    picture.cr = picture.cb;
-    PlanarDestination planes{picture.y.data(), picture.cb.data(), picture.cr.data(), w, w / 2, w / 2};
-    EXPECT_EQ(n == 1 ? decoder.SetDestination(picture.y.data(), w, w, h, 1, JC_GRAY)
-                     : decoder.SetDestination(&planes, w, w, h, 3, JC_YCBCR420_PLANAR),
-              JPEG_OK);
-    picture.eData = decoder.ReadData();
-    return picture;
-}
-
-// --- Scripts
-// -----------------------------------------------------------------------------------------------------
+constexpr std::uint8_t kSof2 = 0xC2, kSos = 0xDA;
 
 struct Script {
     const char* szName;
@@ -111,28 +78,25 @@ TEST_P(ProgressiveLevels, EveryScriptGivesTheSequentialPicture) {
     for (const Shape& shape : kShapes) {
         for (const auto& [w, h] : aSizes) {
             for (const int nRestart : {0, 1, 5}) {
-                Recipe recipe;
-                recipe.nWidth = w;
-                recipe.nHeight = h;
-                recipe.nComponents = shape.nComponents;
-                recipe.nH = shape.nH;
-                recipe.nV = shape.nV;
-                recipe.nQuality = 92;
-                recipe.nRestartInterval = nRestart;
-                recipe.nSeed = static_cast<unsigned>(w);
-                const Bytes plain = samples::Encode(recipe);
-                const Picture sequential = Decode(plain);
+                Recipe recipe{.nWidth = w,
+                              .nHeight = h,
+                              .nComponents = shape.nComponents,
+                              .nH = shape.nH,
+                              .nV = shape.nV,
+                              .nQuality = 92,
+                              .nRestartInterval = nRestart,
+                              .nSeed = static_cast<unsigned>(w)};
+                const Bytes plain = Encode(recipe);
+                const Decode sequential(plain);
                 ASSERT_EQ(sequential.eData, JPEG_OK);
-                const auto raw = samples::DecodeRaw(plain);
+                const auto raw = DecodeRaw(plain);
                 for (const Script& script : kScripts) {
                     recipe.script = Scans(script, shape.nComponents);
-                    const Picture picture = Decode(samples::Encode(recipe));
+                    const Decode picture(Encode(recipe));
                     const std::string name = recipe.Name() + " " + script.szName;
                     ASSERT_EQ(picture.eHeader, JPEG_OK) << name;
                     ASSERT_EQ(picture.eData, JPEG_OK) << name;
-                    ASSERT_EQ(picture.y, sequential.y) << name;
-                    ASSERT_EQ(picture.cb, sequential.cb) << name;
-                    ASSERT_EQ(picture.cr, sequential.cr) << name;
+                    ASSERT_TRUE(picture.SamePlanes(sequential)) << name;
                     for (int i = 0; i < w * h; ++i)
                         ASSERT_LE(std::abs(picture.y[static_cast<std::size_t>(i)] - raw[0].At(i % w, i / w)),
                                   1)
@@ -151,31 +115,20 @@ TEST_P(ProgressiveLevels, EveryScriptGivesTheSequentialPicture) {
 // Scans of many times what is taken in at once: blocks lie across the seams.
 TEST_P(ProgressiveLevels, LongScansGiveTheSequentialPicture) {
     for (const unsigned nSeed : {1u, 2u, 3u}) {
-        Recipe recipe;
-        recipe.nWidth = 640;
-        recipe.nHeight = 480;
-        recipe.nQuality = 96;
-        recipe.nSeed = nSeed;
-        const Picture sequential = Decode(samples::Encode(recipe));
+        Recipe recipe{.nWidth = 640, .nHeight = 480, .nQuality = 96, .nSeed = nSeed};
+        const Decode sequential(Encode(recipe));
         ASSERT_EQ(sequential.eData, JPEG_OK);
         recipe.bProgressive = true;
-        const Bytes jpeg = samples::Encode(recipe);
+        const Bytes jpeg = Encode(recipe);
         ASSERT_GT(jpeg.size(), 200000u);
-        const Picture picture = Decode(jpeg);
+        const Decode picture(jpeg);
         ASSERT_EQ(picture.eData, JPEG_OK);
-        ASSERT_TRUE(picture.y == sequential.y && picture.cb == sequential.cb && picture.cr == sequential.cr);
+        ASSERT_TRUE(picture.SamePlanes(sequential));
     }
 }
 
-// --- Damage
-// ------------------------------------------------------------------------------------------------------
-
-Bytes Sample(int nSide = 40) {
-    Recipe recipe;
-    recipe.nWidth = recipe.nHeight = nSide;
-    recipe.bProgressive = true;
-    recipe.nRestartInterval = 3;
-    return samples::Encode(recipe);
+Bytes Sample() {
+    return Encode({.nWidth = 40, .nHeight = 40, .nRestartInterval = 3, .bProgressive = true});
 }
 
 // Offsets of the scans' markers, and the end-of-image marker's behind them.
@@ -190,11 +143,11 @@ std::vector<std::size_t> ScanOffsets(const Bytes& jpeg) {
 
 TEST_P(ProgressiveLevels, EveryTruncationIsRefused) {
     const Bytes jpeg = Sample();
-    const Picture whole = Decode(jpeg);
+    const Decode whole(jpeg);
     ASSERT_EQ(whole.eData, JPEG_OK);
     for (std::size_t n = 0; n < jpeg.size(); ++n) {
-        const Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(n));
-        const Picture picture = Decode(cut);
+        const Bytes cut = Part(jpeg, 0, n);
+        const Decode picture(cut);
         ASSERT_TRUE(picture.eHeader != JPEG_OK || picture.eData != JPEG_OK) << "cut " << n;
         // Whole but for its last marker: the status tells, the picture is there.
         if (n + 2 == jpeg.size()) {
@@ -212,10 +165,10 @@ TEST_P(ProgressiveLevels, DamageIsRefusedOrDecoded) {
         Bytes damaged = jpeg;
         for (int i = 0; i <= n % 3; ++i)
             damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random() >> 8);
-        const Picture picture = Decode(damaged);
+        const Decode picture(damaged);
         // The fast ways leave to the others what only those can judge: no level sees another picture.
         const int nLevel = g_nKernelLevel.exchange(0);
-        const Picture atZero = Decode(damaged);
+        const Decode atZero(damaged);
         g_nKernelLevel = nLevel;
         ASSERT_EQ(picture.eData, atZero.eData) << n;
         ASSERT_EQ(picture.y, atZero.y) << n;
@@ -231,6 +184,12 @@ struct Doctored {
     std::size_t nScan;                             // 0: the DC scan; 1: the first AC scan, of luma
     JpegStatus eData;
 };
+
+void Enlarge(Bytes& jpeg) {
+    const std::size_t n = FindMarker(jpeg, kSof2);
+    jpeg[n + 5] = jpeg[n + 7] = 0x20;
+    jpeg[n + 6] = jpeg[n + 8] = 0;
+}
 
 // Script "spectral selection", 32x32 4:2:0: one DC scan of all components, then the AC bands.
 const Doctored kDoctored[] = {
@@ -249,42 +208,26 @@ const Doctored kDoctored[] = {
     {"one scan too many",
      [](Bytes& j, std::size_t n) {
          // DC refinements of one byte: 32x32 has 24 blocks.
-         const Bytes header(j.begin() + static_cast<std::ptrdiff_t>(n),
-                            j.begin() + static_cast<std::ptrdiff_t>(n) + 13);
-         for (int i = 0; i < kJpegMaxProgressiveScans; ++i) {
-             j.insert(j.end() - 2, header.begin(), header.end());
-             j.insert(j.end() - 2, {0x10, 0, 0, 0});
-         }
+         Bytes scan = Part(j, n, n + 13);
+         Append(scan, {0x10, 0, 0, 0});
+         for (int i = 0; i < kJpegMaxProgressiveScans; ++i)
+             Insert(j, j.size() - 2, scan);
      },
      0, JPEG_NOT_SUPPORTED},
     {"coefficients beyond the limit", // 8192 x 8192, 4:4:4
      [](Bytes& j, std::size_t) {
-         const std::size_t n = samples::FindMarker(j, kSof2);
-         j[n + 5] = j[n + 7] = 0x20;
-         j[n + 6] = j[n + 8] = 0;
-         j[n + 11] = 0x11;
+         Enlarge(j);
+         j[FindMarker(j, kSof2) + 11] = 0x11;
          j.insert(j.end() - 2, 1 << 19, 0);
      },
      0, JPEG_NOT_SUPPORTED},
     {"a huge picture of nothing", // 8192 x 8192, 4:2:0: refused before its memory is asked for
-     [](Bytes& j, std::size_t) {
-         const std::size_t n = samples::FindMarker(j, kSof2);
-         j[n + 5] = j[n + 7] = 0x20;
-         j[n + 6] = j[n + 8] = 0;
-     },
-     0, JPEG_INTERNAL_ERROR},
-    {"no quantiser",
-     [](Bytes& j, std::size_t) {
-         const std::size_t n = samples::FindMarker(j, kDqt);
-         j.erase(j.begin() + static_cast<std::ptrdiff_t>(n), j.begin() + static_cast<std::ptrdiff_t>(n) + 69);
-     },
-     0, JPEG_BAD_QUANT_SEGMENT},
+     [](Bytes& j, std::size_t) { Enlarge(j); }, 0, JPEG_INTERNAL_ERROR},
+    {"no quantiser", [](Bytes& j, std::size_t) { Remove(j, 0xDB); }, 0, JPEG_BAD_QUANT_SEGMENT},
 };
 
 Bytes SpectralSample() {
-    Recipe recipe;
-    recipe.script = Scans(kScripts[0], 3);
-    return samples::Encode(recipe);
+    return Encode({.script = Scans(kScripts[0], 3)});
 }
 
 TEST(JpegProgressive, DoctoredStreamsHaveTheirStatus) {
@@ -296,7 +239,7 @@ TEST(JpegProgressive, DoctoredStreamsHaveTheirStatus) {
         std::int32_t w = 0, h = 0, n = 0;
         JpegColor eColor{};
         JpegSampling eSampling{};
-        EXPECT_EQ(decoder.SetSource(jpeg.data(), static_cast<std::int32_t>(jpeg.size())), JPEG_OK);
+        EXPECT_EQ(decoder.SetSource(jpeg.data(), Size(jpeg)), JPEG_OK);
         ASSERT_EQ(decoder.ReadHeader(w, h, n, eColor, eSampling), JPEG_OK) << row.szName;
         Bytes y(32 * 32), cb(16 * 16), cr(16 * 16);
         PlanarDestination planes{y.data(), cb.data(), cr.data(), 32, 16, 16};
@@ -352,11 +295,11 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
 // A stream that leaves its AC scans out shows its DC coefficients: flat blocks of 8x8.
 TEST(JpegProgressive, ScansLeftOutLeaveTheRest) {
     Bytes jpeg = SpectralSample();
-    const Picture whole = Decode(jpeg);
+    const Decode whole(jpeg);
     const auto offsets = ScanOffsets(jpeg);
     // Tables stand between the scans; the search above would not have met one of them inside the data.
     jpeg.erase(jpeg.begin() + static_cast<std::ptrdiff_t>(offsets[1]), jpeg.end() - 2);
-    const Picture dc = Decode(jpeg);
+    const Decode dc(jpeg);
     ASSERT_EQ(dc.eData, JPEG_OK);
     for (std::size_t i = 0; i < dc.y.size(); ++i)
         ASSERT_EQ(dc.y[i], dc.y[i / 256 * 256 + i % 32 / 8 * 8]) << i;
@@ -371,20 +314,11 @@ TEST(JpegProgressive, ScansLeftOutLeaveTheRest) {
 // Refinements that correct nothing, as many as the limit takes, cost about ten times an honest stream: a
 // pass over the coefficients each, never a picture each. The bound leaves room for a busy machine.
 TEST(JpegProgressive, ManyScansCostNoMoreThanAMultiple) {
-    Recipe recipe;
-    recipe.nWidth = recipe.nHeight = 1024;
-    recipe.nQuality = 75;
-    recipe.bProgressive = true;
-    const Bytes honest = samples::Encode(recipe);
+    const Bytes honest = Encode({.nWidth = 1024, .nHeight = 1024, .nQuality = 75, .bProgressive = true});
     Bytes hostile = honest;
-    // One code, 0, for an end-of-band run of the 16384 blocks; zeros are all its corrections.
-    Bytes table(18);
-    table[0] = 0x10;
-    table[1] = 1;
-    table[17] = 0xE0;
-    Bytes scan = samples::Segment(kDht, table);
-    const Bytes header = samples::Segment(kSos, {1, 1, 0, 1, 63, 0x10});
-    scan.insert(scan.end(), header.begin(), header.end());
+    // An end-of-band run of the 16384 blocks; zeros are all its corrections.
+    Bytes scan = EndOfBandTable();
+    Append(scan, Segment(kSos, {1, 1, 0, 1, 63, 0x10}));
     scan.insert(scan.end(), 100000, 0);
     for (std::size_t i = ScanOffsets(honest).size() - 1; i < kJpegMaxProgressiveScans; ++i)
         hostile.insert(hostile.end() - 2, scan.begin(), scan.end());

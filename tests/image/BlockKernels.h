@@ -1,0 +1,63 @@
+// The kernels that read and write one block's codes, with the state that they go on from.
+#pragma once
+
+#include "image/JpegSamples.h"
+#include "image/kernels/Kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace samples {
+
+using Block = std::array<std::int16_t, 64>;
+
+struct HuffmanTable {
+    std::uint8_t aBits[16] = {};
+    Bytes values;
+};
+
+struct DecodeSpec {
+    explicit DecodeSpec(const HuffmanTable& table) {
+        Bytes values = table.values;
+        values.resize(256);
+        EXPECT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(table.aBits, values.data(), &p), 0);
+    }
+    DecodeSpec(const DecodeSpec&) = delete;
+    DecodeSpec& operator=(const DecodeSpec&) = delete;
+    ~DecodeSpec() { ippiDecodeHuffmanSpecFree_JPEG_8u(p); }
+    ippiDecodeHuffmanSpec* p = nullptr;
+};
+
+struct BlockReader {
+    IppStatus Next(const DecodeSpec& dc, const DecodeSpec& ac) {
+        return ippiDecodeHuffman8x8_JPEG_1u16s_C1(data.empty() ? &nNone : data.data(), Size(data), &nPos,
+                                                  block.data(), &nLastDc, &nMarker, dc.p, ac.p, &state);
+    }
+    Bytes data;
+    Block block{};
+    std::int32_t nPos = 0, nMarker = 0;
+    std::int16_t nLastDc = 0;
+    ippiDecodeHuffmanState state{};
+    std::uint8_t nNone = 0;
+};
+
+struct BlockWriter {
+    IppStatus Write(const std::int16_t* pBlock, const ippiEncodeHuffmanSpec* pDc,
+                    const ippiEncodeHuffmanSpec* pAc, std::int16_t& nLast) {
+        return ippiEncodeHuffman8x8_JPEG_16s1u_C1(pBlock, data.data(), Size(data), &nPos, &nLast, pDc, pAc,
+                                                  &state, 0);
+    }
+    // What was written, once the bits that are held are filled up.
+    Bytes Flush() {
+        EXPECT_EQ(ippiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, data.data(), Size(data), &nPos, nullptr,
+                                                     nullptr, nullptr, &state, 1),
+                  0);
+        return Part(data, 0, static_cast<std::size_t>(nPos));
+    }
+    Bytes data; // of the room that there is
+    std::int32_t nPos = 0;
+    ippiEncodeHuffmanState state{};
+};
+
+} // namespace samples
