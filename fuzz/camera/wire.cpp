@@ -3,36 +3,29 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-
 #include "camera/Cam.h"
+#include "fuzz/Fuzz.h"
 #include "platform/socket.h"
 #include "platform/threads.h"
+#include "support/Fake.h"
 
 namespace {
 
 // Fits the socket's buffer, so that the whole conversation can be said at once.
 constexpr std::size_t kLongest = 100000;
 
-class Sink : public ICamSink {
+class Sink : public support::Fake<ICamSink> {
 public:
     HRESULT OnVideoFrame(IVideoFrame* frame) override {
         std::uint8_t* bytes = nullptr;
         std::uint32_t size = 0;
-        if (frame != nullptr && SUCCEEDED(frame->GetFrameContent(&bytes, &size)) && size < 40)
-            std::abort();
+        Require(frame == nullptr || FAILED(frame->GetFrameContent(&bytes, &size)) || size >= 40);
         CoTaskMemFree(bytes);
         return S_OK;
     }
 
 protected:
-    Sink() = default;
     ~Sink() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<ICamSink>(this, interfaceId, object);
-    }
 };
 
 } // namespace
@@ -41,8 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     int ends[2];
     if (size > kLongest || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return 0;
-    if (size > 0 && ::send(ends[0], data, size, MSG_NOSIGNAL) != static_cast<ssize_t>(size))
-        std::abort();
+    Require(size == 0 || ::send(ends[0], data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size));
     ::shutdown(ends[0], SHUT_WR);
 
     const auto cam = CCam::Create();
@@ -52,8 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (FAILED(cam->Init(socket, "demo")))
         platform::closesocket(socket);
     // The loop must end by itself when the phone has no more to say.
-    if (!platform::WaitForWorkItems(20000) || cam->IsConnected() || platform::OpenSocketCount() != 0)
-        std::abort();
+    Require(platform::WaitForWorkItems(20000) && !cam->IsConnected() && platform::OpenSocketCount() == 0);
     ::close(ends[0]);
     return 0;
 }

@@ -2,10 +2,9 @@
 // pictures and the failure are the same for each.
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/Fuzz.h"
 #include "host/phone/packet.h"
 
 namespace {
@@ -36,8 +35,7 @@ Outcome Read(std::string_view stream, std::size_t chunk) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0)
         return 0;
-    const std::string_view stream(reinterpret_cast<const char*>(data) + 1, size - 1);
-    if (Read(stream, data[0] + std::size_t{1}) != Read(stream, stream.size() + 1))
-        std::abort();
+    const std::string_view stream = AsText(data + 1, size - 1);
+    Require(Read(stream, data[0] + std::size_t{1}) == Read(stream, stream.size() + 1));
     return 0;
 }

@@ -1,12 +1,9 @@
 // The codec on any bytes: all four operations, into memory of exactly the size that the header promises.
 
+#include "fuzz/Fuzz.h"
 #include "image/ImageCodec.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -14,13 +11,6 @@ namespace {
 
 // Larger pictures are only probed: they cost time, not new paths.
 constexpr std::int64_t kMaxPixels = 512 * 512;
-
-void Require(bool bCondition, const char* szWhat) {
-    if (!bCondition) {
-        std::fprintf(stderr, "violated: %s\n", szWhat);
-        std::abort();
-    }
-}
 
 // Reads every byte, so that uninitialised memory would be seen, and compares two decodes of one stream.
 bool SameBytes(const std::vector<std::uint8_t>& plane, const std::uint8_t* pOther) {

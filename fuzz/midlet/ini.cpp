@@ -1,20 +1,15 @@
 // A language file. Whatever it is, nothing of it can open a line of its own in a manifest.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/Fuzz.h"
 #include "midlet/IniTree.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     CIniTree tree;
-    const bool isWhole = tree.LoadIni({reinterpret_cast<const char*>(data), size});
+    const bool isWhole = tree.LoadIni(AsText(data, size));
     std::size_t length = 0;
     const auto require = [&](std::string_view text, std::string_view forbidden) {
         length += text.size();
-        if (text.find_first_of(forbidden) != std::string_view::npos)
-            std::abort();
+        Require(text.find_first_of(forbidden) == std::string_view::npos);
     };
     for (const CIniNode& section : tree.Root().oChildren) {
         require(section.strName, "]\t\r\n");
@@ -23,7 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             require(key.strValue, "[];\t\r\n");
         }
     }
-    if (length > size || (size == 0 && !isWhole))
-        std::abort();
+    Require(length <= size && (size > 0 || isWhole));
     return 0;
 }

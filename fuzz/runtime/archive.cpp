@@ -2,21 +2,14 @@
 // lowest bit says whether there is a password.
 
 #include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 
+#include "fuzz/Fuzz.h"
 #include "runtime/archive/Archive.h"
 
 namespace {
 
 constexpr std::int32_t kItems = 20;
 constexpr std::uint64_t kBytesOfItem = 100000;
-
-void Require(bool condition) {
-    if (!condition)
-        std::abort();
-}
 
 void ReadItem(CArchiveReader* reader, std::int32_t index, const SArchiveEntry& entry, std::uint32_t piece) {
     std::array<std::uint8_t, 1000> buffer;

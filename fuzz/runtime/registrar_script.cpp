@@ -1,21 +1,15 @@
 // A registration script. Whatever it is, what is read of it has names, and is no deeper than is said.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/Fuzz.h"
 #include "platform/text.h"
 #include "runtime/module/RegistrarScript.h"
 
 namespace {
 
 void Look(const std::vector<SRegistrarKey>& keys, unsigned depth) {
-    if (depth > kRegistrarDepth)
-        std::abort();
+    Require(depth <= kRegistrarDepth);
     for (const SRegistrarKey& key : keys) {
-        if (key.strName.empty())
-            std::abort();
+        Require(!key.strName.empty());
         Look(key.aKeys, depth + 1);
     }
 }
@@ -23,7 +17,7 @@ void Look(const std::vector<SRegistrarKey>& keys, unsigned depth) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto script = ParseRegistrarScript(platform::FromUtf8({reinterpret_cast<const char*>(data), size}));
+    const auto script = ParseRegistrarScript(platform::FromUtf8(AsText(data, size)));
     if (!script)
         return 0;
     for (const SRegistrarRoot& root : *script)

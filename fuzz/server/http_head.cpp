@@ -1,26 +1,20 @@
 // The head of a request, as any program on the network may write it.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/Fuzz.h"
 #include "server/HTTPHeader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    const std::string_view text = AsText(data, size);
     CHTTPHeader header;
     const auto end = header.Parse(text);
     if (!end)
         return 0;
     // A head that was accepted ends in a line end, has a first line, and parses the same when it stands
     // alone.
-    if (*end == 0 || *end > size || (text[*end - 1] != '\n' && text[*end - 1] != '\r') ||
-        header.FirstLine().empty())
-        std::abort();
+    Require(*end > 0 && *end <= size && (text[*end - 1] == '\n' || text[*end - 1] == '\r') &&
+            !header.FirstLine().empty());
     CHTTPHeader again;
-    if (again.Parse(text.substr(0, *end)) != end || again.FirstLine() != header.FirstLine() ||
-        again.GetParam("Authorization") != header.GetParam("authorization"))
-        std::abort();
+    Require(again.Parse(text.substr(0, *end)) == end && again.FirstLine() == header.FirstLine() &&
+            again.GetParam("Authorization") == header.GetParam("authorization"));
     return 0;
 }

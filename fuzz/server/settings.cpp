@@ -1,10 +1,6 @@
 // The configuration document, as a set of the settings takes it: as text, and as bytes in a text's place.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/Fuzz.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/folders.h"
 #include "platform/text.h"
@@ -15,11 +11,6 @@ namespace {
 
 using platform::Bstr;
 using platform::ComPtr;
-
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 ComPtr<IConfiguration> CreateServer() {
     // No folder: every save fails at once, and nothing is left behind.
@@ -51,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)Call(*configuration, true,
                Bstr(u"<config><host type='BSTR'/><cams KeyXPath='Name/text()'/></config>"));
 
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    const std::string_view bytes = AsText(data, size);
     const bool isText = size % 2 == 0;
     const Bstr answer =
         Call(*configuration, true, isText ? Bstr(platform::FromUtf8(bytes)) : Bstr::FromBytes(bytes));

@@ -1,7 +1,6 @@
 // What morrowstream-jpeg reads by itself: the segments of a stream for info, and picture files for encode.
 
-#include <cstdlib>
-
+#include "fuzz/Fuzz.h"
 #include "tools/jpeg/errors.h"
 #include "tools/jpeg/source.h"
 #include "tools/jpeg/stream.h"
@@ -13,8 +12,7 @@ void ReadPicture(jpegtool::PictureFormat format, const jpegtool::Bytes& file) {
         const jpegtool::Source source = jpegtool::ParseNetpbm("x", format, file);
         const auto pixels = static_cast<std::size_t>(source.width) * static_cast<std::size_t>(source.height);
         const std::size_t channels = format == jpegtool::PictureFormat::Ppm ? 3 : 1;
-        if (source.width < 1 || source.height < 1 || source.samples.size() != channels * pixels)
-            std::abort();
+        Require(source.width > 0 && source.height > 0 && source.samples.size() == channels * pixels);
     } catch (const jpegtool::FileError&) {
     }
 }
@@ -23,9 +21,8 @@ void ReadPicture(jpegtool::PictureFormat format, const jpegtool::Bytes& file) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const jpegtool::StreamContent content = jpegtool::ReadStream({data, size});
-    if (content.scans.size() > content.scanCount || content.endFound != content.fault.empty() ||
-        content.bytesBehindEnd > size)
-        std::abort();
+    Require(content.scans.size() <= content.scanCount && content.endFound == content.fault.empty() &&
+            content.bytesBehindEnd <= size);
     const jpegtool::Bytes file(data, data + size);
     ReadPicture(jpegtool::PictureFormat::Pgm, file);
     ReadPicture(jpegtool::PictureFormat::Ppm, file);

@@ -1,19 +1,13 @@
 // A module's image of any bytes: walked, localised, and searched. Whatever is found lies within it.
 
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "Common/Utils/LocalizeEx.h"
+#include "fuzz/Fuzz.h"
 #include "platform/resources.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 // Looks every resource of the walk up again, in each of its languages.
 class Seeker final : public resutils::CResourceScanner {

@@ -1,26 +1,16 @@
 // The encoder on any parameters and pixels: nothing is written behind the capacity, what it writes is decoded
 // by our own decoder at the same size, and a capacity that suffices for one run suffices for the next.
 
+#include "fuzz/Fuzz.h"
 #include "image/ImageCodec.h"
 #include "image/jpegenc/JpegEncoder.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
 
 namespace {
-
-void Require(bool bCondition, const char* szWhat) {
-    if (!bCondition) {
-        std::fprintf(stderr, "violated: %s\n", szWhat);
-        std::abort();
-    }
-}
 
 // The parameters, one byte or two each, from the front of the input; the pixels repeat what is behind them.
 struct Input {

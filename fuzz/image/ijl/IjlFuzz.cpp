@@ -1,15 +1,12 @@
 // The fallback engine on any bytes: its record first read for the parameters, then for every image that the
 // stream can fill, each into memory of exactly its size.
 
+#include "fuzz/Fuzz.h"
 #include "image/ijl/Ijl.h"
 #include "image/kernels/FallbackOutput.h"
 #include "image/kernels/Level.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 namespace {
@@ -19,13 +16,6 @@ using Bytes = std::vector<std::uint8_t>;
 // Larger pictures are only probed: they cost time, not new paths.
 constexpr std::int64_t kMaxBytes = 256 * 256 * 4;
 constexpr std::uint32_t kPad = 3;
-
-void Require(bool bCondition, const char* szWhat) {
-    if (!bCondition) {
-        std::fprintf(stderr, "violated: %s\n", szWhat);
-        std::abort();
-    }
-}
 
 // A failed read leaves as much of the image as it wrote; what stands behind the rows stays untouched always.
 IJLERR ReadImage(JPEG_CORE_PROPERTIES& record, IJL_COLOR eColor, std::uint32_t nChannels, bool bBottomUp,
