@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Common/Utils/ModuleImage.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IWebHandler.h"
 #include "interfaces/Registration.h"
@@ -18,6 +19,7 @@
 #include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
+#include "runtime/module/Module.h"
 #include "runtime/module/Registrar.h"
 #include "runtime/module/RegistrarScript.h"
 #include "support/Fake.h"
@@ -234,6 +236,65 @@ TEST_F(Module, StaysForAWhileAfterItsLastUse) {
     std::this_thread::sleep_for(60ms);
     EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 1U);
     EXPECT_FALSE(IsMapped(path));
+}
+
+// A module with one class, whose steps answer as the test says.
+TEST_F(Module, PassesOnWhatItsClassAnswers) {
+    static HRESULT s_answer;
+    static int s_calls, s_terms;
+    static std::uint32_t s_locale;
+    s_calls = s_terms = 0;
+    SClassEntry classes[] = {{kUploadServerClass,
+                              [](CMorrowstreamModule&, bool) {
+                                  s_locale = platform::ThreadLocale();
+                                  return s_answer;
+                              },
+                              [](ComPtr<IClassFactory>& factory) {
+                                  ++s_calls;
+                                  if (s_answer == S_FALSE)
+                                      factory = platform::ComObject<support::FakeFactory>::Create(
+                                          [](const GUID&, void**) { return E_NOTIMPL; });
+                                  return s_answer;
+                              },
+                              {},
+                              [] { ++s_terms; }}};
+    {
+        CMorrowstreamModule module(classes);
+        void* object = &module;
+        const auto get = [&](CMorrowstreamModule* of) {
+            return ModuleGetClassObject(of, kUploadServerClass, IClassFactory::iid, &object);
+        };
+        EXPECT_EQ(get(nullptr), E_INVALIDARG);
+        EXPECT_EQ(object, nullptr);
+        EXPECT_EQ(get(&module), E_UNEXPECTED) << "nobody has initialised it";
+        EXPECT_EQ(module.RegisterServer(), E_UNEXPECTED);
+        EXPECT_EQ(module.Init(nullptr), E_INVALIDARG);
+        ASSERT_EQ(module.Init(ThisModule()), S_OK);
+
+        s_answer = E_OUTOFMEMORY;
+        EXPECT_EQ(get(&module), E_OUTOFMEMORY);
+        s_answer = S_OK; // and no factory
+        EXPECT_EQ(get(&module), CLASS_E_CLASSNOTAVAILABLE);
+        s_answer = S_FALSE; // and a factory
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(get(&module), S_OK);
+            (void)ComPtr<IClassFactory>::Adopt(static_cast<IClassFactory*>(object));
+        }
+        EXPECT_EQ(s_calls, 3) << "one factory, once there is one";
+
+        platform::SetThreadLocale(1062);
+        s_answer = E_FAIL;
+        EXPECT_EQ(module.RegisterServer(), E_FAIL);
+        EXPECT_EQ(s_locale, 2048U) << "the system's, meanwhile";
+        EXPECT_EQ(platform::ThreadLocale(), 1062U);
+        EXPECT_THAT(Registry(), HasSubstr("Morrowstream.DLL")) << "what was written stays";
+        EXPECT_THAT(platform::EnumClassesOfCategory(kVideoSourceCategory), ElementsAre());
+        EXPECT_EQ(module.UnregisterServer(), E_FAIL);
+        EXPECT_EQ(s_locale, 2048U);
+        EXPECT_EQ(platform::ThreadLocale(), 1062U);
+        EXPECT_EQ(s_terms, 0);
+    }
+    EXPECT_EQ(s_terms, 1);
 }
 
 TEST(RegistrarScript, GrammarAndReplacements) {
