@@ -55,6 +55,20 @@ Number ParseNumber(std::string_view option, std::string_view text, Number least,
     return value;
 }
 
+// What is to be done in place of serving, each with its one value.
+struct CommandOption {
+    std::string_view name;
+    Command command;
+    std::string Options::*value;
+};
+constexpr CommandOption kCommands[] = {
+    {"--add-user", Command::AddUser, &Options::userName},
+    {"--add-users", Command::AddUsers, &Options::usersFile},
+    {"--language", Command::SetLanguage, &Options::language},
+    {"--register", Command::Register, &Options::module},
+    {"--unregister", Command::Unregister, &Options::module},
+};
+
 } // namespace
 
 Options ParseOptions(std::span<const char* const> arguments) {
@@ -68,7 +82,7 @@ Options ParseOptions(std::span<const char* const> arguments) {
         {"--quiet", [&] { options.verbosity = Verbosity::Quiet; }},
         {"--verbose", [&] { options.verbosity = Verbosity::Verbose; }},
     };
-    const std::map<std::string_view, std::function<void(Value)>> values{
+    std::map<std::string_view, std::function<void(Value)>> values{
         {"--listen",
          [&](Value value) {
              const auto endpoint = Endpoint::Parse(value);
@@ -82,11 +96,6 @@ Options ParseOptions(std::span<const char* const> arguments) {
          [&](Value value) { options.seconds = ParseNumber("--seconds", value, 1U, 31'536'000U); }},
         {"--files", [&](Value value) { options.files = value; }},
         {"--pictures", [&](Value value) { options.pictures = value; }},
-        {"--add-user",
-         [&](Value value) {
-             options.command = Command::AddUser;
-             options.userName = value;
-         }},
         {"--kind",
          [&](Value value) {
              const auto kind = KindFromName(value);
@@ -94,26 +103,6 @@ Options ParseOptions(std::span<const char* const> arguments) {
                  throw StartError("--kind takes admin, viewer or phone, not \"" + std::string(value) + "\"");
              options.userKind = *kind;
              kindGiven = true;
-         }},
-        {"--add-users",
-         [&](Value value) {
-             options.command = Command::AddUsers;
-             options.usersFile = value;
-         }},
-        {"--language",
-         [&](Value value) {
-             options.command = Command::SetLanguage;
-             options.language = value;
-         }},
-        {"--register",
-         [&](Value value) {
-             options.command = Command::Register;
-             options.module = value;
-         }},
-        {"--unregister",
-         [&](Value value) {
-             options.command = Command::Unregister;
-             options.module = value;
          }},
         {"--max-connections",
          [&](Value value) {
@@ -124,6 +113,11 @@ Options ParseOptions(std::span<const char* const> arguments) {
              options.limits.maxPerAddress = ParseNumber<std::size_t>("--max-per-address", value, 1, 100'000);
          }},
     };
+    for (const CommandOption& option : kCommands)
+        values[option.name] = [&options, &option](Value value) {
+            options.command = option.command;
+            options.*option.value = value;
+        };
     for (std::size_t at = 0; at < arguments.size(); ++at) {
         const std::string name = arguments[at];
         if (const auto flag = flags.find(name); flag != flags.end()) {
