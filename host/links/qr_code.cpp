@@ -46,8 +46,9 @@ std::string QrCode::Svg() const {
             if (run == 0)
                 continue;
             const std::string length = std::to_string(run);
-            svg += "M" + std::to_string(x + kQuietZone) + " " + std::to_string(y + kQuietZone) + "h" +
-                   length + "v1h-" + length + "z";
+            svg.append("M").append(std::to_string(x + kQuietZone)).append(" ");
+            svg.append(std::to_string(y + kQuietZone)).append("h").append(length);
+            svg.append("v1h-").append(length).append("z");
             x += run;
         }
     }

@@ -31,7 +31,7 @@ Answer SourceListAnswer(const Request& request, const Services& services) {
     for (const std::string& key : keys) {
         // A name that would break the list cannot be told in it, and a changed one would open nothing.
         if (key.find_first_of("\t\r\n") == std::string::npos)
-            answer.body += key + '\t' + key + '\n';
+            answer.body.append(key).append(1, '\t').append(key).append(1, '\n');
     }
     return answer;
 }
