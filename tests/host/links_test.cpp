@@ -115,6 +115,8 @@ TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
     ASSERT_TRUE(signIn);
     EXPECT_EQ(signIn->login, "front");
     EXPECT_EQ(signIn->password, "p&<\xC3\xA4");
+    // The host has seen this client go a moment after the client has.
+    EXPECT_TRUE(support::Eventually([&] { return rig.Get(base).status == 410; }));
     for (const std::string& path :
          {base, base + "/Sendora.jar", base + "/Sendora.jad", std::string("/get/x")})
         EXPECT_EQ(rig.Get(path).status, 410U) << path;
