@@ -1,5 +1,6 @@
 // The configuration document, as a set of the settings takes it: as text, and as bytes in a text's place.
 
+#include "support/Settings.h"
 #include "fuzz/Fuzz.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/folders.h"
@@ -24,14 +25,10 @@ ComPtr<IConfiguration> CreateServer() {
 }
 
 Bstr Call(IConfiguration& configuration, bool set, const Bstr& document) {
-    BSTR body = Bstr(document).Detach();
-    BSTR head = Bstr(u"set\ncontent-type: text/xml\n").Detach();
-    const Bstr path(u"config");
-    const HRESULT hr = set ? configuration.SetContent(path.Get(), &body, &head)
-                           : configuration.GetContent(path.Get(), &body, &head);
-    SysFreeString(head);
-    Require(hr != E_FAIL && hr != E_UNEXPECTED);
-    return Bstr::Adopt(body);
+    const support::Answer answer =
+        support::Ask(configuration, set, Bstr(u"config"), document, Bstr(u"set\ncontent-type: text/xml\n"));
+    Require(answer.status != E_FAIL && answer.status != E_UNEXPECTED);
+    return answer.body;
 }
 
 } // namespace

@@ -1,5 +1,3 @@
-#include "server/UploadServer.h"
-
 #include <array>
 #include <filesystem>
 #include <string>
@@ -14,16 +12,11 @@
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
 #include "server/ParseQuery.h"
-#include "support/ComponentClasses.h"
-#include "support/FakeWebHost.h"
-#include "support/RecordingLog.h"
-#include "support/Settings.h"
+#include "support/ComponentTest.h"
 
 namespace {
 
 using platform::Bstr;
-using platform::ComPtr;
-using support::RecordingLog;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -54,26 +47,19 @@ std::string ManifestOf(std::string_view archive) {
     return text;
 }
 
+using MobilePage = support::ComponentTest;
+
 // Every tail that names nothing else gives the page.
-TEST(MobilePage, IsServedForWhateverNamesNothingElse) {
-    support::WebHostClass host;
-    support::ForgetSettings();
-    ASSERT_EQ(S_OK, support::RegisterComponentClasses());
-    ComPtr<IUploadServer> server;
-    ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                               IUploadServer::iid, server.ReceiveVoid()));
-    const auto configuration = server.Query<IConfiguration>();
+TEST_F(MobilePage, IsServedForWhateverNamesNothingElse) {
+    Start();
     std::string page;
-    for (const char16_t* path :
+    for (const std::u16string_view path :
          {u"", u"Config", u"mobile.XSL", u"x/y", u"Sendora.jar?a=b/c", u"mobile.xsl"}) {
-        BSTR body = nullptr;
-        BSTR head = nullptr;
-        EXPECT_EQ(S_OK, configuration->GetContent(Bstr(path).Get(), &body, &head));
-        const Bstr content = Bstr::Adopt(body);
-        const Bstr contentHead = Bstr::Adopt(head);
-        EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", contentHead.View());
-        const std::string text(content.Bytes());
-        if (path == std::u16string_view(u"mobile.xsl")) {
+        const support::Answer answer = support::Get(*m_configuration.Get(), path);
+        EXPECT_EQ(S_OK, answer.status);
+        EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", answer.head.View());
+        const std::string text(answer.body.Bytes());
+        if (path == u"mobile.xsl") {
             EXPECT_THAT(
                 text, testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<xsl:stylesheet "));
             continue;
@@ -88,31 +74,19 @@ TEST(MobilePage, IsServedForWhateverNamesNothingElse) {
                                     "\t<view>Camera viewer</view>\n"
                                     "\t<upload>Mobile video transfer application</upload>\n<local "));
     EXPECT_TRUE(page.ends_with(std::string_view("</mobile>\n\0", 11)));
-    host.script.handler = nullptr;
 }
 
-class Archives : public testing::Test {
+class Archives : public support::ComponentTest {
 protected:
-    Archives() : m_log(RecordingLog::Fresh()) {
-        support::ForgetSettings();
-        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
-        EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                   IUploadServer::iid, m_server.ReceiveVoid()));
+    Archives() {
+        Start();
         EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), u"yard", u"320x240", u"secret"));
         EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), u"open", u"160x120", u""));
-        m_configuration = m_server.Query<IConfiguration>();
     }
-    ~Archives() override {
-        m_host.script.handler = nullptr;
-        m_configuration = nullptr;
-        m_server = nullptr;
-        support::RevokeComponentClasses();
+    // A get over what the caller's body and head hold.
+    support::Answer Fetch(std::u16string_view path) {
+        return support::Ask(*m_configuration.Get(), false, Bstr(path), Bstr(u"body"), Bstr(u"head"));
     }
-
-    RecordingLog& m_log;
-    support::WebHostClass m_host;
-    ComPtr<IUploadServer> m_server;
-    ComPtr<IConfiguration> m_configuration;
 };
 
 TEST_F(Archives, GoToWhoMayHaveThem) {
@@ -140,20 +114,16 @@ TEST_F(Archives, GoToWhoMayHaveThem) {
     const std::filesystem::path folder = platform::TemporaryFolder();
     for (const Row& row : rows) {
         SCOPED_TRACE(platform::ToUtf8(row.path));
-        BSTR body = Bstr(u"body").Detach();
-        BSTR head = Bstr(u"head").Detach();
         const auto touched = last_write_time(folder);
-        EXPECT_EQ(row.hr, m_configuration->GetContent(Bstr(row.path).Get(), &body, &head));
+        const support::Answer answer = Fetch(row.path);
+        EXPECT_EQ(row.hr, answer.status);
         EXPECT_TRUE(is_empty(folder));
         EXPECT_EQ(row.hr != S_OK, last_write_time(folder) == touched) << "nothing is built for a refusal";
-        const Bstr bodyOwner = Bstr::Adopt(body);
-        const Bstr headOwner = Bstr::Adopt(head);
+        EXPECT_EQ(row.hr == S_OK ? u"application/java-archive" : u"head", answer.head.View());
         if (row.hr == S_OK) {
-            EXPECT_EQ(u"application/java-archive", headOwner.View());
-            EXPECT_THAT(ManifestOf(bodyOwner.Bytes()), HasSubstr(row.line));
+            EXPECT_THAT(ManifestOf(answer.body.Bytes()), HasSubstr(row.line));
         } else {
-            EXPECT_EQ(u"body", bodyOwner.View());
-            EXPECT_EQ(u"head", headOwner.View());
+            EXPECT_EQ(u"body", answer.body.View());
         }
     }
     EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: bResult\n"));
@@ -174,11 +144,10 @@ TEST_F(Archives, AreAllThatIsServedWithoutDocuments) {
     };
     for (const Row& row : rows) {
         m_log.Clear();
-        BSTR body = Bstr(u"body").Detach();
-        BSTR head = Bstr(u"head").Detach();
-        EXPECT_EQ(row.hr, m_configuration->GetContent(Bstr(row.path).Get(), &body, &head));
-        EXPECT_EQ(row.hr != S_OK, Bstr::Adopt(body).View() == u"body");
-        EXPECT_EQ(row.hr != S_OK, Bstr::Adopt(head).View() == u"head");
+        const support::Answer answer = Fetch(row.path);
+        EXPECT_EQ(row.hr, answer.status);
+        EXPECT_EQ(row.hr != S_OK, answer.body.View() == u"body");
+        EXPECT_EQ(row.hr != S_OK, answer.head.View() == u"head");
         EXPECT_EQ(row.report == nullptr ? "" : row.report, m_log.Texts().empty() ? "" : m_log.Texts().back());
     }
     EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
@@ -225,9 +194,11 @@ TEST_F(Archives, AreMadeOneAtATimeForManyAtOnce) {
     std::vector<std::jthread> threads;
     for (std::size_t n = 0; n < bodies.size(); ++n)
         threads.emplace_back([&, n] {
-            const Bstr path(platform::FromUtf8("Viewlander.jar?JarName=same&password=p&login=" + login(n)));
-            Bstr head;
-            EXPECT_EQ(S_OK, m_configuration->GetContent(path.Get(), bodies[n].Receive(), head.Receive()));
+            const support::Answer answer =
+                support::Get(*m_configuration.Get(),
+                             platform::FromUtf8("Viewlander.jar?JarName=same&password=p&login=" + login(n)));
+            EXPECT_EQ(S_OK, answer.status);
+            bodies[n] = answer.body;
         });
     threads.clear();
     for (std::size_t n = 0; n < bodies.size(); ++n)

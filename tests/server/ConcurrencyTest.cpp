@@ -13,14 +13,10 @@
 
 #include "interfaces/ICamSettings.h"
 #include "interfaces/IVideoSource.h"
-#include "platform/threads.h"
-#include "support/ComponentClasses.h"
-#include "support/FakeWebHost.h"
+#include "support/ComponentTest.h"
 #include "support/Jpeg.h"
 #include "support/RecordingCamSink.h"
-#include "support/RecordingLog.h"
 #include "support/RecordingVideoSink.h"
-#include "support/Settings.h"
 #include "support/TcpPair.h"
 #include "support/Wait.h"
 #include "support/Wire.h"
@@ -29,67 +25,30 @@
 namespace {
 
 using platform::Bstr;
-using platform::ComPtr;
+using support::CameraOf;
 using support::TcpPair;
-
-ComPtr<IUploadServer> CreateServer() {
-    ComPtr<IUploadServer> server;
-    EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                               IUploadServer::iid, server.ReceiveVoid()));
-    return server;
-}
 
 std::u16string CameraName(int number) {
     return u"cam" + platform::FromUtf8(std::to_string(number));
 }
 
-class Crowd : public testing::Test {
+class Crowd : public support::ComponentTest {
 protected:
-    Crowd() {
-        support::RecordingLog::Fresh();
-        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
-    }
-    ~Crowd() override {
-        m_host.script.handler = nullptr;
-        support::RevokeComponentClasses();
-        EXPECT_TRUE(platform::WaitForWorkItems(20000));
-        EXPECT_EQ(0U, platform::OpenSocketCount());
-    }
-    support::WebHostClass m_host;
+    Crowd() { Start(); }
 };
-
-TEST_F(Crowd, ClientsShareOneObjectAndItsEndIsItsLastRelease) {
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 8; ++i) {
-        clients.emplace_back([] {
-            for (int n = 0; n < 200; ++n) {
-                const auto server = CreateServer();
-                ASSERT_TRUE(server.Query<IVideoSource>());
-            }
-        });
-    }
-    // The registration holds the object as well; letting go of it makes room for many lives.
-    for (auto& client : clients)
-        client.join();
-    m_host.script.handler = nullptr;
-    EXPECT_TRUE(CreateServer());
-}
 
 // Cameras come and go under phones that stream into them, a subscriber that connects to each of them, and
 // clients that ask. Nobody is left hanging and nothing leaks.
 TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
     constexpr int kCameras = 4;
     const std::string picture = support::MakeJpeg(64, 48);
-    auto server = CreateServer();
-    const auto source = server.Query<IVideoSource>();
     const auto camSink = support::RecordingCamSinkObject::Create();
     const auto videoSink = support::RecordingVideoSinkObject::Create();
     videoSink->m_onAdded = [&](BSTR name) {
-        ComPtr<ICam> cam;
-        if (SUCCEEDED(source->ConnectToCam(name, cam.Receive())))
+        if (const auto cam = CameraOf(*m_source.Get(), Bstr::CopyOf(name)))
             cam->Connect(camSink.Get());
     };
-    ASSERT_EQ(S_OK, source->Subscribe(videoSink.Get()));
+    ASSERT_EQ(S_OK, m_source->Subscribe(videoSink.Get()));
 
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
@@ -98,7 +57,7 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
             while (!stop) {
                 TcpPair pair;
                 pair.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
-                if (FAILED(server->OnConnection(Bstr(CameraName(i)).Get(), pair.Adopt(), 1, 0, nullptr)))
+                if (FAILED(Connect(CameraName(i), pair.Adopt())))
                     continue;
                 for (int n = 0; n < 20 && !stop; ++n) {
                     if (!pair.far.Send(support::Frame(picture)))
@@ -110,8 +69,8 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
     threads.emplace_back([&] {
         while (!stop) {
             for (int i = 0; i < kCameras; ++i) {
-                ComPtr<ICam> cam;
-                if (FAILED(source->ConnectToCam(Bstr(CameraName(i)).Get(), cam.Receive())))
+                const auto cam = CameraOf(*m_source.Get(), Bstr(CameraName(i)));
+                if (!cam)
                     continue;
                 SVariant value;
                 EXPECT_EQ(S_OK, cam.Query<ICamSettings>()->GetSetting(kCamSettingConnected, &value));
@@ -123,13 +82,13 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
     threads.emplace_back([&] {
         for (int n = 0; n < 150; ++n) {
             const std::u16string name = CameraName(n % kCameras);
-            EXPECT_EQ(S_OK, support::AddCamera(server.Get(), name, u"160x120", u"demo"));
+            EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), name, u"160x120", u"demo"));
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
             if (n % 3 == 0)
-                source->RemoveCam(Bstr(name).Get());
+                m_source->RemoveCam(Bstr(name).Get());
             if (n % 10 == 0) {
-                EXPECT_EQ(S_OK, source->Unsubscribe(videoSink.Get()));
-                EXPECT_EQ(S_OK, source->Subscribe(videoSink.Get()));
+                EXPECT_EQ(S_OK, m_source->Unsubscribe(videoSink.Get()));
+                EXPECT_EQ(S_OK, m_source->Subscribe(videoSink.Get()));
             }
         }
         stop = true;
@@ -137,7 +96,7 @@ TEST_F(Crowd, CamerasComeAndGoUnderStreamingPhones) {
     for (auto& thread : threads)
         thread.join();
     EXPECT_GT(camSink->Count(), 0U);
-    EXPECT_EQ(S_OK, source->Unsubscribe(videoSink.Get()));
+    EXPECT_EQ(S_OK, m_source->Unsubscribe(videoSink.Get()));
 }
 
 // A download's tool that takes its time: a `zip` in front of the installed one waits until it is let go.
@@ -167,31 +126,27 @@ private:
 TEST_F(Crowd, UploadsGoOnUnderADownload) {
     const SlowZip tool;
     const std::string frame = support::Frame(support::MakeJpeg(64, 48));
-    auto server = CreateServer();
     for (const int number : {0, 1})
-        EXPECT_EQ(S_OK, support::AddCamera(server.Get(), CameraName(number), u"160x120", u"demo"));
-    ComPtr<ICam> cam;
-    ASSERT_EQ(S_OK, server.Query<IVideoSource>()->ConnectToCam(Bstr(CameraName(0)).Get(), cam.Receive()));
+        EXPECT_EQ(S_OK, support::AddCamera(m_server.Get(), CameraName(number), u"160x120", u"demo"));
+    const auto cam = CameraOf(*m_source.Get(), Bstr(CameraName(0)));
     const auto sink = support::RecordingCamSinkObject::Create();
     cam->Connect(sink.Get());
     TcpPair streaming;
     streaming.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
-    ASSERT_EQ(S_FALSE, server->OnConnection(Bstr(CameraName(0)).Get(), streaming.Adopt(), 1, 0, nullptr));
+    ASSERT_EQ(S_FALSE, Connect(CameraName(0), streaming.Adopt()));
 
     std::thread download([&] {
-        const Bstr path(u"Sendora.jar?JarName=x&login=cam0&password=demo");
-        Bstr body;
-        Bstr head;
-        EXPECT_EQ(S_OK,
-                  server.Query<IConfiguration>()->GetContent(path.Get(), body.Receive(), head.Receive()));
-        EXPECT_TRUE(body.Bytes().starts_with("PK"));
+        const auto answer =
+            support::Get(*m_configuration.Get(), u"Sendora.jar?JarName=x&login=cam0&password=demo");
+        EXPECT_EQ(S_OK, answer.status);
+        EXPECT_TRUE(answer.body.Bytes().starts_with("PK"));
     });
     EXPECT_TRUE(support::Eventually([&] { return tool.HasBegun(); }));
     TcpPair coming;
     coming.far.Send(support::AuthRecord("demo"));
     std::atomic<bool> came{false};
     std::thread newcomer([&] {
-        EXPECT_EQ(S_FALSE, server->OnConnection(Bstr(CameraName(1)).Get(), coming.Adopt(), 1, 0, nullptr));
+        EXPECT_EQ(S_FALSE, Connect(CameraName(1), coming.Adopt()));
         came = true;
     });
     const std::size_t before = sink->Count();

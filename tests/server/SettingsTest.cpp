@@ -14,14 +14,9 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
-#include "platform/threads.h"
-#include "server/UploadServer.h"
-#include "support/ComponentClasses.h"
+#include "support/ComponentTest.h"
 #include "support/ConfigText.h"
-#include "support/FakeWebHost.h"
-#include "support/RecordingLog.h"
 #include "support/RecordingVideoSink.h"
-#include "support/Settings.h"
 #include "support/TcpPair.h"
 #include "support/Wire.h"
 
@@ -29,7 +24,6 @@ namespace {
 
 using platform::Bstr;
 using platform::ComPtr;
-using support::RecordingLog;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -42,61 +36,23 @@ std::string Cams(const std::string& items) {
     return "<config><cams KeyXPath='Name/text()'>" + items + "</cams></config>";
 }
 
-class Settings : public testing::Test {
+class Settings : public support::ComponentTest {
 protected:
-    Settings() : m_log(RecordingLog::Fresh()) {
-        support::ForgetSettings();
-        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
-        Start();
-    }
-    ~Settings() override {
-        Stop();
-        support::RevokeComponentClasses();
-        EXPECT_TRUE(platform::WaitForWorkItems(20000));
-    }
+    Settings() { Start(); }
     static std::string FileText() {
         return platform::ReadWholeFile(support::SettingsFile()).value_or("(none)");
     }
-
-    void Start() {
-        ASSERT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                   IUploadServer::iid, m_server.ReceiveVoid()));
-        m_source = m_server.Query<IVideoSource>();
-        m_configuration = m_server.Query<IConfiguration>();
-    }
-    void Stop() {
-        m_source = nullptr;
-        m_configuration = nullptr;
-        m_server = nullptr;
-        m_host.script.handler = nullptr;
-    }
-    // The answer's body, or the status of a failure.
-    std::string Call(bool set, std::string_view body, const char16_t* head = u"set\nContent-Type: text/xml\n",
-                     HRESULT expected = S_OK) {
-        BSTR content = support::WideOf(body).Detach();
-        BSTR contentHead = head == nullptr ? nullptr : Bstr(head).Detach();
-        const Bstr path(u"config");
-        EXPECT_EQ(expected, set ? m_configuration->SetContent(path.Get(), &content, &contentHead)
-                                : m_configuration->GetContent(path.Get(), &content, &contentHead));
-        const Bstr answer = Bstr::Adopt(content);
-        m_head = Bstr::Adopt(contentHead);
-        return support::TextOf(answer);
-    }
+    std::string Get() { return support::TextOf(support::Get(*m_configuration.Get(), u"config").body); }
+    // The answer's body.
     std::string Set(const std::string& xml, HRESULT expected = S_OK) {
-        return Call(true, xml, u"set\nContent-Type: text/xml\n", expected);
+        const support::Answer answer = support::Set(*m_configuration.Get(), support::WideOf(xml));
+        EXPECT_EQ(expected, answer.status);
+        m_head = answer.head;
+        return support::TextOf(answer.body);
     }
-    ComPtr<ICam> Cam(const char16_t* name) {
-        ComPtr<ICam> cam;
-        (void)m_source->ConnectToCam(Bstr(name).Get(), cam.Receive());
-        return cam;
-    }
+    ComPtr<ICam> Cam(const Bstr& name) { return support::CameraOf(*m_source.Get(), name); }
 
-    RecordingLog& m_log;
-    support::WebHostClass m_host;
-    ComPtr<IUploadServer> m_server;
-    ComPtr<IVideoSource> m_source;
-    ComPtr<IConfiguration> m_configuration;
-    Bstr m_head;
+    Bstr m_head; // of the last set's answer
 };
 
 // The form of the file, which other versions and other programs read.
@@ -110,22 +66,22 @@ TEST_F(Settings, FileHasItsForm) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(golden), {}), FileText());
     EXPECT_EQ(0, std::system(("xmllint --noout " + support::SettingsFile()).c_str()));
     // What was written is what is read.
-    EXPECT_EQ(answer, Call(false, ""));
+    EXPECT_EQ(answer, Get());
     Stop();
     Start();
-    EXPECT_EQ(answer, Call(false, ""));
-    EXPECT_TRUE(Cam(u"Двор №1") && Cam(u"O'Brien"));
+    EXPECT_EQ(answer, Get());
+    EXPECT_TRUE(Cam(Bstr(u"Двор №1")) && Cam(Bstr(u"O'Brien")));
     EXPECT_THAT(m_log.Texts(), IsEmpty());
 }
 
 TEST_F(Settings, ADamagedFileGivesDefaults) {
-    const std::string standard = Call(false, "");
+    const std::string standard = Get();
     const std::string rows[] = {"", "no xml", Cams(Item("a")).substr(0, 60), "<!DOCTYPE x><config/>"};
     for (const std::string& content : rows) {
         Stop();
         std::ofstream(support::SettingsFile(), std::ios::binary) << content;
         Start();
-        EXPECT_EQ(standard, Call(false, "")) << content;
+        EXPECT_EQ(standard, Get()) << content;
         EXPECT_EQ(content.empty() ? "" : content, FileText());
     }
     // Where there is no folder, the change lives in memory.
@@ -138,40 +94,44 @@ TEST_F(Settings, ADamagedFileGivesDefaults) {
 
 TEST_F(Settings, ASetComparesWithWhatIsThere) {
     const auto sink = support::RecordingVideoSinkObject::Create();
-    sink->m_onAdded = [&](BSTR name) { EXPECT_TRUE(Cam(name)); };
+    sink->m_onAdded = [&](BSTR name) { EXPECT_TRUE(Cam(Bstr::CopyOf(name))); };
     Set("<config><host type='BSTR'>h</host></config>");
     Set(Cams(Item("b") + Item("O'Brien") + Item("a")));
     ASSERT_EQ(S_OK, m_source->Subscribe(sink.Get()));
     (void)sink->Take();
-    const auto kept = Cam(u"O'Brien");
+    const auto kept = Cam(Bstr(u"O'Brien"));
     support::TcpPair staying;
     staying.far.Send(support::AuthRecord("p"));
-    EXPECT_EQ(S_FALSE, m_server->OnConnection(Bstr(u"O'Brien").Get(), staying.Adopt(), 1, 0, nullptr));
+    EXPECT_EQ(S_FALSE, Connect(u"O'Brien", staying.Adopt()));
     support::TcpPair leaving;
     leaving.far.Send(support::AuthRecord("p"));
-    EXPECT_EQ(S_FALSE, m_server->OnConnection(Bstr(u"b").Get(), leaving.Adopt(), 1, 0, nullptr));
+    EXPECT_EQ(S_FALSE, Connect(u"b", leaving.Adopt()));
     EXPECT_EQ(std::string("\0", 1), staying.far.Receive(1));
     EXPECT_EQ(std::string("\0", 1), leaving.far.Receive(1));
 
     // One stays with another password, one goes, one comes.
     const std::string all = Set(Cams(Item("c") + Item("O'Brien", "new") + Item("a")));
     EXPECT_THAT(sink->Take(), ElementsAre("-O'Brien", "-a", "-b", "+O'Brien", "+a", "+c"));
-    EXPECT_EQ(kept.Get(), Cam(u"O'Brien").Get());
+    EXPECT_EQ(kept.Get(), Cam(Bstr(u"O'Brien")).Get());
     EXPECT_TRUE(leaving.far.IsClosed());
     staying.far.Send(support::StreamHeader(""));
     EXPECT_EQ("\n", staying.far.Receive(1)) << "its upload goes on";
     support::TcpPair again;
     again.far.Send(support::AuthRecord("p"));
-    EXPECT_EQ(E_ACCESSDENIED, m_server->OnConnection(Bstr(u"O'Brien").Get(), again.Adopt(), 1, 0, nullptr));
+    EXPECT_EQ(E_ACCESSDENIED, Connect(u"O'Brien", again.Adopt()));
 
     // Nothing that is a set without cameras, or no set at all, changes them.
     m_log.Clear();
     EXPECT_EQ(all, Set("<config/>"));
     EXPECT_EQ(all, Set("<damaged", platform::kStatusNotADocument));
-    for (const char16_t* head :
-         {u"set\nContent-Type: text/xml; charset=utf-8\n", u"set\nContent-Type: TEXT/XML\n",
-          u"set\ncontent-type: text/xml", static_cast<const char16_t*>(nullptr)})
-        EXPECT_EQ("<config/>", Call(true, "<config/>", head, E_UNEXPECTED));
+    for (const Bstr& head :
+         {Bstr(u"set\nContent-Type: text/xml; charset=utf-8\n"), Bstr(u"set\nContent-Type: TEXT/XML\n"),
+          Bstr(u"set\ncontent-type: text/xml"), Bstr()}) {
+        const support::Answer answer =
+            support::Ask(*m_configuration.Get(), true, Bstr(u"config"), Bstr(u"<config/>"), head);
+        EXPECT_EQ(E_UNEXPECTED, answer.status);
+        EXPECT_EQ(u"<config/>", answer.body.View());
+    }
     EXPECT_THAT(
         m_log.Texts(),
         testing::Contains("TRASSDO: oHTTPHeader.GetParam(\"content-type\")==\"text/xml\"\n").Times(4));
@@ -226,7 +186,7 @@ TEST_F(Settings, AKilledWriterLeavesAWholeFile) {
 // Two who set and one who reads, with a subscriber that calls back: no deadlock, no torn document.
 TEST_F(Settings, SetsAndReadsMayMeet) {
     const auto sink = support::RecordingVideoSinkObject::Create();
-    sink->m_onAdded = [&](BSTR name) { (void)Cam(name); };
+    sink->m_onAdded = [&](BSTR name) { (void)Cam(Bstr::CopyOf(name)); };
     ASSERT_EQ(S_OK, m_source->Subscribe(sink.Get()));
     const std::string documents[] = {Cams(Item("a", "1") + Item("b", "1")),
                                      Cams(Item("b", "2") + Item("c", "2"))};
@@ -234,13 +194,11 @@ TEST_F(Settings, SetsAndReadsMayMeet) {
     for (int n = 0; n < 3; ++n) {
         threads.emplace_back([&, n] {
             for (int round = 0; round < 30; ++round) {
-                BSTR body = n == 2 ? nullptr : support::WideOf(documents[n]).Detach();
-                BSTR head = Bstr(u"set\nContent-Type: text/xml\n").Detach();
-                const Bstr path(u"config");
-                EXPECT_EQ(S_OK, n == 2 ? m_configuration->GetContent(path.Get(), &body, &head)
-                                       : m_configuration->SetContent(path.Get(), &body, &head));
-                const std::string text = support::TextOf(Bstr::Adopt(body));
-                SysFreeString(head);
+                const support::Answer answer =
+                    n == 2 ? support::Get(*m_configuration.Get(), u"config")
+                           : support::Set(*m_configuration.Get(), support::WideOf(documents[n]));
+                EXPECT_EQ(S_OK, answer.status);
+                const std::string text = support::TextOf(answer.body);
                 const bool first = text.find(">1</Password>") != std::string::npos;
                 const bool second = text.find(">2</Password>") != std::string::npos;
                 EXPECT_FALSE(first && second) << text;
@@ -252,7 +210,7 @@ TEST_F(Settings, SetsAndReadsMayMeet) {
         thread.join();
     EXPECT_EQ(S_OK, m_source->Unsubscribe(sink.Get()));
     Set(documents[0]);
-    EXPECT_TRUE(Cam(u"a") && Cam(u"b") && !Cam(u"c"));
+    EXPECT_TRUE(Cam(Bstr(u"a")) && Cam(Bstr(u"b")) && !Cam(Bstr(u"c")));
 }
 
 } // namespace

@@ -7,22 +7,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/threads.h"
-#include "support/ComponentClasses.h"
-#include "support/FakeWebHost.h"
-#include "support/RecordingLog.h"
+#include "support/ComponentTest.h"
 #include "support/RecordingVideoSink.h"
-#include "support/Settings.h"
 #include "support/TcpPair.h"
-#include "support/Wait.h"
 #include "support/Wire.h"
 
 namespace {
 
 using platform::Bstr;
 using platform::ComPtr;
-using support::Eventually;
-using support::RecordingLog;
+using support::CameraOf;
+using support::CreateServer;
 using support::RecordingVideoSinkObject;
 using support::TcpPair;
 using testing::ElementsAre;
@@ -30,44 +25,23 @@ using testing::IsEmpty;
 
 constexpr char kUnspecified[] = "TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n";
 
-ComPtr<IUploadServer> CreateServer(HRESULT expected = S_OK) {
-    ComPtr<IUploadServer> server;
-    EXPECT_EQ(expected, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                   IUploadServer::iid, server.ReceiveVoid()));
-    return server;
-}
-
-class UploadServer : public testing::Test {
+class UploadServer : public support::ComponentTest {
 protected:
-    UploadServer() : m_log(RecordingLog::Fresh()), m_locks(platform::ModuleLock::Count()) {
-        support::ForgetSettings();
-        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
-    }
-    ~UploadServer() override {
-        m_source = nullptr;
-        m_server = nullptr;
-        m_host.script.handler = nullptr;
-        support::RevokeComponentClasses();
-        EXPECT_TRUE(platform::WaitForWorkItems(20000));
-        EXPECT_EQ(0U, platform::OpenSocketCount());
-        EXPECT_LE(platform::ModuleLock::Count(), m_locks);
-    }
     void Start(std::initializer_list<const char16_t*> cameras = {}) {
-        m_server = CreateServer();
-        m_source = m_server.Query<IVideoSource>();
-        ASSERT_TRUE(m_source);
+        ComponentTest::Start();
         for (const char16_t* name : cameras)
             ASSERT_EQ(S_OK, support::AddCamera(m_server.Get(), name, u"320x240", u"demo"));
     }
-    HRESULT Connect(const char16_t* name, SOCKET socket, std::int32_t upload = 1) {
-        return m_server->OnConnection(Bstr(name).Get(), socket, upload, 0, nullptr);
+    // A connection is told of first and last.
+    static std::vector<std::string> Lines(const std::string& name, std::vector<std::string> middle,
+                                          const std::string& reason) {
+        middle.insert(middle.begin(), "mobile: connection of " + name + "\n");
+        middle.push_back("mobile: connection of " + name + " rejected: " + reason + "\n");
+        return middle;
     }
-
-    RecordingLog& m_log;
-    support::WebHostClass m_host;
-    const std::int32_t m_locks; // the class above is an object of this module too
-    ComPtr<IUploadServer> m_server;
-    ComPtr<IVideoSource> m_source;
+    static constexpr char kNoSuchName[] = "no such name";
+    static constexpr char kNoClass[] = "TRASSDO: SUCCEEDED(hr(0x80040154:'Class not registered'))\n";
+    static constexpr char kNoClassReason[] = "0x80040154, (Class not registered)";
 };
 
 TEST_F(UploadServer, IsOneObjectWhileAnybodyHoldsIt) {
@@ -81,23 +55,17 @@ TEST_F(UploadServer, IsOneObjectWhileAnybodyHoldsIt) {
     ASSERT_EQ(S_OK, support::AddCamera(m_server.Get(), u"yard", u"320x240", u""));
 
     // What survives from one life to the next is what the settings hold.
-    m_host.script.handler = nullptr;
-    m_source = nullptr;
-    m_server = nullptr;
-    ComPtr<ICam> cam;
-    EXPECT_EQ(S_OK, second.Query<IVideoSource>()->ConnectToCam(Bstr(u"yard").Get(), cam.Receive()));
+    Stop();
+    const auto cam = CameraOf(*second.Query<IVideoSource>().Get(), Bstr(u"yard"));
+    EXPECT_TRUE(cam);
     second = nullptr;
-    ComPtr<ICam> other;
     Start();
-    EXPECT_EQ(S_OK, m_source->ConnectToCam(Bstr(u"yard").Get(), other.Receive()));
-    EXPECT_NE(cam.Get(), other.Get());
-    other = nullptr;
-    m_host.script.handler = nullptr;
-    m_source = nullptr;
-    m_server = nullptr;
+    const auto other = CameraOf(*m_source.Get(), Bstr(u"yard"));
+    EXPECT_TRUE(other && other.Get() != cam.Get());
+    Stop();
     support::ForgetSettings();
     Start();
-    EXPECT_EQ(E_FAIL, m_source->ConnectToCam(Bstr(u"yard").Get(), other.Receive()));
+    EXPECT_FALSE(CameraOf(*m_source.Get(), Bstr(u"yard")));
 }
 
 TEST_F(UploadServer, IsNotMadeWithoutItsWebHost) {
@@ -120,10 +88,7 @@ TEST_F(UploadServer, TellsItsSubscriberOfCamerasInOrder) {
     const auto sink = RecordingVideoSinkObject::Create();
     const auto other = RecordingVideoSinkObject::Create();
     // A sink may connect from inside its call.
-    sink->m_onAdded = [&](BSTR name) {
-        ComPtr<ICam> cam;
-        EXPECT_EQ(S_OK, m_source->ConnectToCam(name, cam.Receive()));
-    };
+    sink->m_onAdded = [&](BSTR name) { EXPECT_TRUE(CameraOf(*m_source.Get(), Bstr::CopyOf(name))); };
     EXPECT_EQ(S_FALSE, m_source->Unsubscribe(sink.Get()));
     EXPECT_EQ(S_FALSE, m_source->Unsubscribe(nullptr));
     EXPECT_EQ(S_OK, m_source->Subscribe(sink.Get()));
@@ -169,63 +134,47 @@ TEST_F(UploadServer, FindsCamerasByExactName) {
 TEST_F(UploadServer, PlacesOrRejectsConnections) {
     Start({u"yard"});
     struct Row {
-        const char* what;
         const char16_t* name;
         std::int32_t upload;
         std::string record;
         HRESULT status;
-        std::vector<std::string> lines;
+        std::vector<std::string> middle;
+        std::string reason;
     };
-    const std::string denied = "(Access is denied.)\n";
     const Row rows[] = {
-        {"unknown name",
-         u"shed",
-         1,
-         "",
-         E_ACCESSDENIED,
-         {"mobile: connection of shed\n", "mobile: connection of shed rejected: no such name\n"}},
-        {"empty name",
-         u"",
-         1,
-         "",
-         E_ACCESSDENIED,
-         {"mobile: connection of \n", "mobile: connection of  rejected: no such name\n"}},
-        {"wrong password",
-         u"yard",
+        {u"shed", 1, "", E_ACCESSDENIED, {}, kNoSuchName},
+        {u"", 1, "", E_ACCESSDENIED, {}, kNoSuchName},
+        {u"yard",
          1,
          support::AuthRecord("Demo"),
          E_ACCESSDENIED,
-         {"mobile: connection of yard\n", "TRASSDO: SAuthResponce::erSuccess==oAuthResponce.nResponce\n",
-          "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n",
-          "mobile: connection of yard rejected: 0x80070005, " + denied}},
-        {"viewing without a state tree",
-         u"yard/x?y",
-         0,
-         "",
-         REGDB_E_CLASSNOTREG,
-         {"mobile: connection of yard/x?y\n", "TRASSDO: SUCCEEDED(hr(0x80040154:'Class not registered'))\n",
-          "mobile: connection of yard/x?y rejected: 0x80040154, (Class not registered)\n"}},
+         {"TRASSDO: SAuthResponce::erSuccess==oAuthResponce.nResponce\n",
+          "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"},
+         "0x80070005, (Access is denied.)"},
+        {u"yard/x?y", 0, "", REGDB_E_CLASSNOTREG, {kNoClass}, kNoClassReason}, // there is no state tree
     };
     for (const Row& row : rows) {
+        const std::string name = platform::ToUtf8(row.name);
+        SCOPED_TRACE(name);
         m_log.Clear();
         TcpPair pair;
         pair.far.Send(row.record);
-        EXPECT_EQ(row.status, Connect(row.name, pair.Adopt(), row.upload)) << row.what;
-        EXPECT_TRUE(pair.far.IsClosed()) << row.what;
-        EXPECT_EQ(row.lines, m_log.Texts()) << row.what;
-        EXPECT_EQ(0U, platform::OpenSocketCount()) << row.what;
+        EXPECT_EQ(row.status, Connect(row.name, pair.Adopt(), row.upload));
+        EXPECT_TRUE(pair.far.IsClosed());
+        EXPECT_EQ(Lines(name, row.middle, row.reason), m_log.Texts());
+        EXPECT_EQ(0U, platform::OpenSocketCount());
     }
     m_log.Clear();
     EXPECT_EQ(E_INVALIDARG, Connect(u"yard", INVALID_SOCKET));
-    EXPECT_THAT(m_log.Texts(),
-                ElementsAre("mobile: connection of yard\n", "TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n",
-                            "TRASSDO: SUCCEEDED(hr(0x80070057:'The parameter is incorrect.'))\n",
-                            "mobile: connection of yard rejected: 0x80070057, (The parameter is "
-                            "incorrect.)\n"));
+    EXPECT_EQ(Lines("yard",
+                    {"TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n",
+                     "TRASSDO: SUCCEEDED(hr(0x80070057:'The parameter is incorrect.'))\n"},
+                    "0x80070057, (The parameter is incorrect.)"),
+              m_log.Texts());
 }
 
-TEST_F(UploadServer, AStartedUploadEndsWithItsCamera) {
-    Start({u"yard"});
+TEST_F(UploadServer, AStartedUploadEndsWithItsCameraOrTheServer) {
+    Start({u"yard", u"gate"});
     TcpPair pair;
     pair.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
     EXPECT_EQ(S_FALSE, Connect(u"yard", pair.Adopt()));
@@ -233,21 +182,14 @@ TEST_F(UploadServer, AStartedUploadEndsWithItsCamera) {
     EXPECT_THAT(m_log.Texts({"mobile"}),
                 testing::UnorderedElementsAre("mobile: connection of yard\n",
                                               "mobile: upload for yard started\n", "mobile: Start\n"));
-    ComPtr<ICam> held;
-    EXPECT_EQ(S_OK, m_source->ConnectToCam(Bstr(u"yard").Get(), held.Receive()));
+    const auto held = CameraOf(*m_source.Get(), Bstr(u"yard"));
     EXPECT_EQ(S_OK, m_source->RemoveCam(Bstr(u"yard").Get()));
     EXPECT_TRUE(pair.far.IsClosed()) << "although somebody still holds the camera";
-}
-
-TEST_F(UploadServer, UploadsEndWithTheServer) {
-    Start({u"yard"});
-    TcpPair pair;
-    pair.far.Send(support::AuthRecord("demo"));
-    EXPECT_EQ(S_FALSE, Connect(u"yard", pair.Adopt()));
-    m_host.script.handler = nullptr;
-    m_source = nullptr;
-    m_server = nullptr;
-    EXPECT_TRUE(pair.far.IsClosed());
+    TcpPair other;
+    other.far.Send(support::AuthRecord("demo"));
+    EXPECT_EQ(S_FALSE, Connect(u"gate", other.Adopt()));
+    Stop();
+    EXPECT_TRUE(other.far.IsClosed());
 }
 
 TEST_F(UploadServer, KnowsStreamsByTheirPath) {
@@ -272,55 +214,35 @@ TEST_F(UploadServer, TakesConnectionsFromTheWebServer) {
     struct Row {
         const char16_t* path;
         const char16_t* head;
-        HRESULT auth;
         HRESULT status;
-        bool closed;
-        std::vector<std::string> lines;
+        std::vector<std::string> lines; // none: the socket stays the caller's
     };
     const Row rows[] = {
-        {u"mobile/video/abc//",
-         u"POST /x HTTP/1.1\r\n\r\n",
-         S_OK,
-         E_ACCESSDENIED,
-         true,
-         {"mobile: connection of abc\n", "mobile: connection of abc rejected: no such name\n"}},
-        {u"mobile/video///a/b",
-         u"POST /x HTTP/1.1\n\n",
-         S_OK,
-         E_ACCESSDENIED,
-         true,
-         {"mobile: connection of a/b\n", "mobile: connection of a/b rejected: no such name\n"}},
-        {u"mobile/video",
-         u"post / HTTP/1.1\r\nA: b\r\n\r\n",
-         S_OK,
-         REGDB_E_CLASSNOTREG,
-         true,
-         {"mobile: connection of \n", "TRASSDO: SUCCEEDED(hr(0x80040154:'Class not registered'))\n",
-          "mobile: connection of  rejected: 0x80040154, (Class not registered)\n"}},
-        {u"m",
-         u"POST\r\n\r\n",
-         S_OK,
-         E_ACCESSDENIED,
-         true,
-         {"mobile: connection of \n", "mobile: connection of  rejected: no such name\n"}},
-        {u"mobile/video/abc", u"POST /x\r\nno colon\r\n\r\n", S_OK, E_INVALIDARG, false, {}},
-        {u"mobile/video/abc", u"POST /x\r\nA: b\r\n", S_OK, E_INVALIDARG, false, {}},
-        {u"mobile/video/abc", nullptr, S_OK, E_INVALIDARG, false, {}},
-        {u"mobile/video/abc", u"POST /x\r\n\r\n", E_FAIL, E_FAIL, false, {kUnspecified}},
+        {u"mobile/video/abc//", u"POST /x HTTP/1.1\r\n\r\n", E_ACCESSDENIED, Lines("abc", {}, kNoSuchName)},
+        {u"mobile/video///a/b", u"POST /x HTTP/1.1\n\n", E_ACCESSDENIED, Lines("a/b", {}, kNoSuchName)},
+        {u"mobile/video", u"post / HTTP/1.1\r\nA: b\r\n\r\n", REGDB_E_CLASSNOTREG,
+         Lines("", {kNoClass}, kNoClassReason)},
+        {u"m", u"POST\r\n\r\n", E_ACCESSDENIED, Lines("", {}, kNoSuchName)},
+        {u"mobile/video/abc", u"POST /x\r\nno colon\r\n\r\n", E_INVALIDARG, {}},
+        {u"mobile/video/abc", u"POST /x\r\nA: b\r\n", E_INVALIDARG, {}},
+        {u"mobile/video/abc", nullptr, E_INVALIDARG, {}},
     };
-    for (const Row& row : rows) {
+    const auto process = [&](const Row& row, bool closed) {
         m_log.Clear();
-        m_host.script.authResult = row.auth;
         TcpPair pair;
         const SOCKET socket = pair.Adopt();
         const Bstr head = row.head == nullptr ? Bstr() : Bstr(row.head);
         EXPECT_EQ(row.status, m_host.script.handler->Process(row.path, socket, head.Get()));
-        EXPECT_EQ(row.closed ? platform::kSocketError : 0, platform::closesocket(socket));
+        EXPECT_EQ(closed ? platform::kSocketError : 0, platform::closesocket(socket));
         EXPECT_EQ(row.lines, m_log.Texts());
         if (row.status != E_INVALIDARG) {
             EXPECT_EQ(row.head, m_host.script.head);
         }
-    }
+    };
+    for (const Row& row : rows)
+        process(row, !row.lines.empty());
+    m_host.script.authResult = E_FAIL;
+    process({u"mobile/video/abc", u"POST /x\r\n\r\n", E_FAIL, {kUnspecified}}, false);
 }
 
 } // namespace

@@ -48,31 +48,43 @@ inline std::u16string CameraItem(std::u16string_view name, std::u16string_view t
     return xml + u"</item>";
 }
 
+// What a get or a set of the settings gives back.
+struct Answer {
+    HRESULT status;
+    platform::Bstr body, head;
+};
+inline Answer Ask(IConfiguration& configuration, bool set, const platform::Bstr& path,
+                  const platform::Bstr& body, const platform::Bstr& head) {
+    Answer answer{S_OK, body, head};
+    BSTR content = answer.body.Detach();
+    BSTR contentHead = answer.head.Detach();
+    answer.status = set ? configuration.SetContent(path.Get(), &content, &contentHead)
+                        : configuration.GetContent(path.Get(), &content, &contentHead);
+    answer.body = platform::Bstr::Adopt(content);
+    answer.head = platform::Bstr::Adopt(contentHead);
+    return answer;
+}
+inline Answer Get(IConfiguration& configuration, std::u16string_view path) {
+    return Ask(configuration, false, platform::Bstr(path), platform::Bstr(), platform::Bstr());
+}
+inline Answer Set(IConfiguration& configuration, const platform::Bstr& body) {
+    return Ask(configuration, true, platform::Bstr(u"config"), body,
+               platform::Bstr(u"set\nContent-Type: text/xml\n"));
+}
+
 // Adds a camera to those that are there, as an editor of the settings does. The status of the set.
 inline HRESULT AddCamera(IUploadServer* server, std::u16string_view name, std::u16string_view type,
                          std::u16string_view password) {
     platform::ComPtr<IConfiguration> configuration;
     (void)server->QueryInterface(IConfiguration::iid, configuration.ReceiveVoid());
-    const platform::Bstr path(u"config");
-    BSTR body = nullptr;
-    BSTR head = platform::Bstr(u"set\ncontent-type: text/xml\n").Detach();
-    BSTR unused = nullptr;
-    HRESULT hr = configuration->GetContent(path.Get(), &body, &unused);
-    SysFreeString(unused);
-    if (SUCCEEDED(hr)) {
-        std::u16string xml(platform::Bstr::Adopt(body).View());
-        const std::u16string item = CameraItem(name, type, password);
-        const std::size_t end = xml.find(u"</cams>");
-        if (end != std::u16string::npos)
-            xml.insert(end, item);
-        else
-            xml = u"<config><cams KeyXPath='Name/text()'>" + item + u"</cams></config>";
-        body = platform::Bstr(xml).Detach();
-        hr = configuration->SetContent(path.Get(), &body, &head);
-    }
-    SysFreeString(body);
-    SysFreeString(head);
-    return hr;
+    std::u16string xml(Get(*configuration.Get(), u"config").body.View());
+    const std::u16string item = CameraItem(name, type, password);
+    const std::size_t end = xml.find(u"</cams>");
+    if (end != std::u16string::npos)
+        xml.insert(end, item);
+    else
+        xml = u"<config><cams KeyXPath='Name/text()'>" + item + u"</cams></config>";
+    return Set(*configuration.Get(), platform::Bstr(xml)).status;
 }
 
 } // namespace support

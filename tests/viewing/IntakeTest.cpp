@@ -7,9 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/ComponentClasses.h"
-#include "support/FakeWebHost.h"
-#include "support/RecordingLog.h"
+#include "support/ComponentTest.h"
 #include "support/TcpPair.h"
 #include "support/ViewingStage.h"
 
@@ -23,26 +21,18 @@ using testing::Contains;
 constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
 constexpr char kNoInterface[] = "0x80004002, (No such interface supported)\n";
 
-class ViewingIntake : public testing::Test {
+class ViewingIntake : public support::ComponentTest {
 protected:
     ViewingIntake() {
-        EXPECT_EQ(S_OK, support::RegisterComponentClasses());
-        EXPECT_EQ(S_OK, platform::CoCreateInstance(kUploadServerClass, nullptr, platform::kContextAll,
-                                                   IUploadServer::iid, m_server.ReceiveVoid()));
+        Start();
         const BITMAPINFOHEADER header{40, 0, 0, 1, 8, 0, 0, 0, 0, 0, 0};
         m_stage.original.assign(reinterpret_cast<const char*>(&header), sizeof header);
     }
     ~ViewingIntake() override {
-        ReleaseServer();
+        Stop();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
-        EXPECT_EQ(0U, platform::OpenSocketCount());
         m_stage.nodes.erase(kWebServerNode);
         EXPECT_THAT(m_stage.nodes, testing::IsEmpty()) << "a thread's argument is left";
-    }
-    void ReleaseServer() {
-        m_host.script.handler = nullptr;
-        m_server = nullptr;
-        support::RevokeComponentClasses();
     }
     void Publish(ComPtr<IUnknown> value) {
         const std::lock_guard guard(m_stage.mutex);
@@ -53,15 +43,10 @@ protected:
         m_stage.failing = call;
     }
     HRESULT View(const char16_t* name, TcpPair& pair, std::string_view credentials = "key") {
-        return m_server->OnConnection(Bstr(name).Get(), pair.Adopt(), 0,
-                                      static_cast<std::int32_t>(credentials.size()),
-                                      reinterpret_cast<const std::uint8_t*>(credentials.data()));
+        return Connect(name, pair.Adopt(), 0, credentials);
     }
 
-    support::RecordingLog& m_log = support::RecordingLog::Fresh();
-    support::WebHostClass m_host;
     support::Stage m_stage;
-    ComPtr<IUploadServer> m_server;
 };
 
 // Every way that a connection can be turned away, and after all of them one that is not: nothing of a failure
@@ -152,7 +137,7 @@ TEST_F(ViewingIntake, ManyViewersStartAndEndTogether) {
         hosts.emplace_back([&] { EXPECT_EQ(S_OK, View(u"yard", pair)); });
     for (auto& host : hosts)
         host.join();
-    ReleaseServer();
+    Stop();
     for (int i = 0; i < kViewers; ++i) {
         EXPECT_EQ(54U, pairs[i].far.Receive(54).size());
         if (i % 2 == 0)
