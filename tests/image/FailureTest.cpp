@@ -1,8 +1,11 @@
-// The codec's failures at its door: whichever engine a stream meets, what the probe says, whether there is a
-// frame, and how little a stream that promises much may cost.
+// Streams that are damaged, cut off, odd or not for this codec: what each of the two engines says, where it
+// says so, and what the door makes of it: the probe, whether there is a frame, and how little a stream that
+// promises much may cost.
 
+#include "image/Decoding.h"
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
+#include "image/ijl/Ijl.h"
 
 #include <gtest/gtest.h>
 
@@ -15,236 +18,337 @@ namespace {
 
 using namespace samples;
 
-constexpr std::uint8_t kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB, kApp0 = 0xE0, kApp1 = 0xE1, kCom = 0xFE;
+constexpr std::uint8_t kSof = 0xC0, kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB, kDri = 0xDD, kApp0 = 0xE0,
+                       kApp1 = 0xE1, kCom = 0xFE;
 
-enum class Base { Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate };
+enum Base { Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate };
 
 Bytes MakeBase(Base eBase) {
-    const bool bRgb = eBase == Base::Rgb || eBase == Base::RgbProgressive, bGrey = eBase == Base::Grey;
+    const bool bRgb = eBase == Rgb || eBase == RgbProgressive;
+    const int nFactor = bRgb || eBase == Grey ? 1 : 2;
     return Encode({.nWidth = 64,
                    .nHeight = 64,
-                   .nComponents = bGrey ? 1 : 3,
-                   .nH = bRgb || bGrey ? 1 : 2,
-                   .nV = bRgb || bGrey ? 1 : 2,
-                   .bProgressive = eBase == Base::Progressive || eBase == Base::RgbProgressive,
-                   .bSeparateScans = eBase == Base::Separate,
+                   .nComponents = eBase == Grey ? 1 : 3,
+                   .nH = nFactor,
+                   .nV = nFactor,
+                   .bProgressive = eBase == Progressive || eBase == RgbProgressive,
+                   .bSeparateScans = eBase == Separate,
                    .bRgb = bRgb});
 }
 
-std::uint8_t FrameMarker(Base eBase) {
-    return eBase == Base::Progressive || eBase == Base::RgbProgressive ? 0xC2 : 0xC0;
+// The segment's place; kSof stands for the frame header of either kind.
+std::size_t Find(const Bytes& jpeg, std::uint8_t nMarker) {
+    const bool bProgressive = nMarker == kSof && !SegmentsOf(jpeg, 0xC2).empty();
+    return FindMarker(jpeg, bProgressive ? 0xC2 : nMarker);
 }
 
-using Edit = std::function<void(Bytes& jpeg, std::uint8_t nFrameMarker)>;
+using Edit = std::function<void(Bytes&)>;
+
+void Keep(Bytes&) {}
+
+Edit Be(const Bytes& stream) {
+    return [=](Bytes& jpeg) { jpeg = stream; };
+}
+
+// Bytes of a segment from that one on, counted from its marker.
+Edit Set(std::uint8_t nMarker, std::size_t nOffset, const Bytes& values) {
+    return [=](Bytes& jpeg) { std::ranges::copy(values, &jpeg[Find(jpeg, nMarker) + nOffset]); };
+}
+Edit InFrame(std::size_t nOffset, const Bytes& values) {
+    return Set(kSof, nOffset, values);
+}
 
 Edit Without(std::uint8_t nMarker) {
-    return [=](Bytes& jpeg, std::uint8_t) { Remove(jpeg, nMarker); };
-}
-
-Edit InFrame(std::size_t nOffset, std::initializer_list<std::uint8_t> bytes) {
-    return [=, values = Bytes(bytes)](Bytes& jpeg, std::uint8_t nFrameMarker) {
-        std::copy(values.begin(), values.end(),
-                  jpeg.begin() + static_cast<std::ptrdiff_t>(FindMarker(jpeg, nFrameMarker) + nOffset));
-    };
-}
-
-Edit InScan(std::size_t nOffset, std::uint8_t nValue) {
-    return [=](Bytes& jpeg, std::uint8_t) { jpeg[FindMarker(jpeg, kSos) + nOffset] = nValue; };
+    return [=](Bytes& jpeg) { Remove(jpeg, nMarker); };
 }
 
 Edit BeforeFrame(const std::vector<Bytes>& pieces) {
-    return [=](Bytes& jpeg, std::uint8_t nFrameMarker) {
+    return [=](Bytes& jpeg) {
         for (const Bytes& piece : pieces)
-            Insert(jpeg, FindMarker(jpeg, nFrameMarker), piece);
+            Insert(jpeg, Find(jpeg, kSof), piece);
+    };
+}
+Edit BeforeScan(const Bytes& piece) {
+    return [=](Bytes& jpeg) { Insert(jpeg, Find(jpeg, kSos), piece); };
+}
+Edit BeforeEnd(const Bytes& piece) {
+    return [=](Bytes& jpeg) { Insert(jpeg, jpeg.size() - 2, piece); };
+}
+
+// A segment of the stream once more in front of the end.
+Edit Again(std::uint8_t nMarker, int nTimes = 1) {
+    return [=](Bytes& jpeg) {
+        for (int i = 0; i < nTimes; ++i)
+            Insert(jpeg, jpeg.size() - 2, SegmentOf(jpeg, nMarker));
     };
 }
 
-Edit BeforeScan(const Bytes& piece) {
-    return [=](Bytes& jpeg, std::uint8_t) { Insert(jpeg, FindMarker(jpeg, kSos), piece); };
-}
-
-// Fill bytes in front of some markers of the header.
-void Pad(Bytes& jpeg, std::uint8_t nFrameMarker) {
-    for (const std::uint8_t nMarker : {kSos, nFrameMarker, kDqt})
-        Insert(jpeg, FindMarker(jpeg, nMarker), Bytes(5, 0xFF));
-}
-
-void Keep(Bytes&, std::uint8_t) {}
-
-// A table of three codes of one bit, where two have room.
-Bytes OverfullTable() {
-    Bytes content(17 + 3);
-    content[1] = 3;
-    return Segment(kDht, content);
-}
-
-Bytes TooManyCodes() {
-    Bytes content(17 + 300);
-    content[8] = content[9] = 150;
-    return Segment(kDht, content);
-}
-
-Bytes Thumbnail() {
-    Bytes content{'J', 'F', 'X', 'X', 0, 0x10};
-    Append(content, MakeBase(Base::Grey));
-    return content;
+// Ends the stream behind so many bytes of the scan header.
+Edit CutInScan(std::size_t nBytes) {
+    return [=](Bytes& jpeg) { jpeg.resize(Find(jpeg, kSos) + nBytes); };
 }
 
 // Takes the end-of-image marker off.
-void CutEnd(Bytes& jpeg, std::uint8_t) {
-    jpeg.erase(jpeg.end() - 2, jpeg.end());
+void CutEnd(Bytes& jpeg) {
+    jpeg.resize(jpeg.size() - 2);
+}
+
+// Fill bytes in front of some markers of the header.
+void Pad(Bytes& jpeg) {
+    for (const std::size_t nAt : {Find(jpeg, kSos), Find(jpeg, kSof), Find(jpeg, kDqt)})
+        Insert(jpeg, nAt, Bytes(5, 0xFF));
 }
 
 // Ends the data of the first scan with ones, of which no code is made, and goes on with the rest of the
 // stream.
-void DamageData(Bytes& jpeg, std::uint8_t) {
-    const std::size_t nData = FindMarker(jpeg, kSos) + 14;
+void DamageData(Bytes& jpeg) {
+    const std::size_t nData = Find(jpeg, kSos) + 14;
     std::size_t nEnd = nData;
     while (!(jpeg[nEnd] == 0xFF && jpeg[nEnd + 1] != 0))
         ++nEnd;
-    const std::size_t nFrom = nData + (nEnd - nData) / 2;
-    for (std::size_t n = nFrom; n + 1 < nEnd; n += 2) {
+    for (std::size_t n = nData + (nEnd - nData) / 2; n + 1 < nEnd; n += 2) {
         jpeg[n] = 0xFF;
         jpeg[n + 1] = 0x00;
     }
 }
 
-// What becomes of a stream.
-enum class Frame { None, Whole, Damaged };
+// A table whose codes of one length, and of the next, are as many as said.
+Bytes Dht(std::uint8_t nTcTh, std::size_t nLength, std::uint8_t nCodes, std::size_t nValues,
+          std::uint8_t nOfNext = 0) {
+    Bytes content(17 + nValues);
+    content[0] = nTcTh;
+    content[nLength] = nCodes;
+    content[nLength + 1] = nOfNext;
+    return Segment(kDht, content);
+}
+
+Bytes Thumbnail() {
+    Bytes content{'J', 'F', 'X', 'X', 0, 0x10};
+    Append(content, MakeBase(Grey));
+    return content;
+}
+
+// The status of an engine (JpegTypes.h, Ijl.h), and whether the header gives it already.
+struct Verdict {
+    bool bHeader;
+    int nStatus;
+
+    bool operator==(const Verdict&) const = default;
+};
+constexpr Verdict Header(int nStatus) {
+    return {true, nStatus};
+}
+constexpr Verdict Data(int nStatus) {
+    return {false, nStatus};
+}
+constexpr Verdict kGood = Data(0);
+
+// What becomes of a stream: refused by the probe; probed but no frame; the sound stream's frame; one that
+// differs below the damage; or one that only the other engine gives, whose arithmetic differs.
+enum Outcome { Refused, None, Whole, Different, ByTheOther };
 
 struct Row {
     const char* szName;
     Base eBase;
     Edit edit;
-    std::int32_t nProbe;
-    Frame eFrame = Frame::None;
+    Verdict primary, fallback;
+    Outcome eOutcome;
 };
 
 const Row kRows[] = {
-    // No header.
-    {"Empty", Base::Sequential, [](Bytes& j, std::uint8_t) { j.clear(); }, -1},
-    {"NoScan", Base::Sequential, [](Bytes& j, std::uint8_t) { j.resize(FindMarker(j, kSos)); }, -1},
-    {"EndInsteadOfScan", Base::Sequential, BeforeScan({0xFF, 0xD9}), -1},
-    // Kinds of frames that no engine reads.
-    {"Precision12", Base::Sequential, InFrame(4, {12}), -1},
-    {"Precision12Progressive", Base::Progressive, InFrame(4, {12}), -1},
-    {"Lossless", Base::Sequential, InFrame(1, {0xC3}), -1},
-    {"Hierarchical", Base::Sequential, InFrame(1, {0xC5}), -1},
-    {"Arithmetic", Base::Sequential, InFrame(1, {0xC9}), -1},
-    {"ArithmeticProgressive", Base::Progressive, InFrame(1, {0xCA}), -1},
-    // Samplings: the probe takes them all, the data of a YCbCr stream is read at three of them.
-    {"Sampling411", Base::Sequential, InFrame(11, {0x41}), 0},
-    {"Sampling440", Base::Sequential, InFrame(11, {0x12}), 0},
-    {"Sampling3x1", Base::Sequential, InFrame(11, {0x31}), 0},
-    {"LumaSmallerThanChroma", Base::Sequential, InFrame(11, {0x11, 0x00, 0x02, 0x22}), 0},
-    {"Sampling440Progressive", Base::Progressive, InFrame(11, {0x12}), 0},
-    {"FactorZero", Base::Sequential, InFrame(11, {0x02}), -1},
-    {"GreyFactorsSayNothing", Base::Grey, InFrame(11, {0x22}), 0, Frame::Whole},
+    // What stands around a picture.
+    {"Untouched", Sequential, Keep, kGood, kGood, Whole},
+    {"UntouchedProgressive", Progressive, Keep, kGood, kGood, Whole},
+    {"Rgb", Rgb, Keep, kGood, kGood, Whole},
+    {"RgbProgressive", RgbProgressive, Keep, kGood, kGood, Whole},
+    {"OneScanAComponent", Separate, Keep, Header(-1), kGood, Whole},
+    {"LongComments", Sequential, BeforeFrame({Segment(kCom, {}), Segment(kCom, Bytes(65533, 0xFF))}), kGood,
+     kGood, Whole},
+    {"StreamInAnApplicationSegment", Sequential, BeforeFrame({Segment(kApp1, MakeBase(Grey))}), kGood, kGood,
+     Whole},
+    {"StreamAsThumbnail", Separate, BeforeFrame({Segment(kApp0, Thumbnail())}), Header(-1), kGood, Whole},
+    {"Padding", Sequential, Pad, kGood, kGood, Whole},
+    {"PaddingProgressive", Progressive, Pad, kGood, kGood, Whole},
+    {"PaddingBeforeTheEnd", Sequential, BeforeEnd(Bytes(3, 0xFF)), kGood, kGood, Whole},
+    {"BytesBehindTheEnd", Sequential, [](Bytes& j) { Append(j, Bytes(100, 0xD8)); }, kGood, kGood, Whole},
+    {"RubbishBetweenSegments", Sequential, BeforeFrame({{0x12, 0x34, 0xFF, 0x00, 0x56}}), kGood, kGood,
+     Whole},
+    {"UnknownSegments", Sequential,
+     BeforeFrame({Segment(0xCC, {1}), Segment(0xDC, {2}), Segment(0xE5, {3}), Segment(0xF3, {4})}), kGood,
+     kGood, Whole},
+    // Markers and lengths.
+    {"Empty", Sequential, Be({}), Header(-3), Header(-8), Refused},
+    {"NoMarkers", Sequential, Be(Bytes(100, 0x55)), Header(-3), Header(-21), Refused},
+    {"NothingButAnEnd", Sequential, Be({0xFF, 0xD8, 0xFF, 0xD9}), Header(-3), Header(-19), Refused},
+    {"NoScan", Sequential, CutInScan(0), Header(-3), Header(-21), Refused},
+    {"EndInsteadOfScan", Sequential, BeforeScan({0xFF, 0xD9}), Header(-3), Header(-21), Refused},
+    {"LengthAtTheEnd", Sequential, Be({0xFF, 0xD8, 0xFF, 0xE5, 0x00, 0x02}), Header(-3), Header(-21),
+     Refused},
+    {"LengthBelowTwo", Sequential, BeforeFrame({{0xFF, 0xE5, 0x00, 0x01, 0x00}}), Header(-7), Header(-21),
+     Refused},
+    {"SegmentPastTheEnd", Sequential, BeforeFrame({{0xFF, 0xE5, 0xFF, 0xFF}}), Header(-3), Header(-21),
+     Refused},
+    {"RestartBeforeScan", Sequential, BeforeFrame({{0xFF, 0xD3}}), Header(-2), kGood, ByTheOther},
     // Streams cut or damaged.
-    {"NoEnd", Base::Sequential, CutEnd, 0},
-    {"NoEndProgressive", Base::Progressive, CutEnd, 0},
-    {"NoEndFallback", Base::Rgb, CutEnd, 0},
-    {"Damaged", Base::Sequential, DamageData, 0, Frame::Damaged},
-    {"DamagedFallback", Base::Rgb, DamageData, 0, Frame::Damaged},
-    {"DamagedProgressive", Base::Progressive, DamageData, 0},
+    {"ScanHeaderCut", Sequential, CutInScan(10), Header(-3), Data(-21), None},
+    {"DataCutAtOnce", Sequential, CutInScan(14), Data(-3), Data(-21), None},
+    {"NoEnd", Sequential, CutEnd, Data(-3), Data(-21), None},
+    {"NoEndProgressive", Progressive, CutEnd, Data(-3), Data(-21), None},
+    {"NoEndFallback", Rgb, CutEnd, Data(-3), Data(-21), None},
+    {"NoEndRgbProgressive", RgbProgressive, CutEnd, Data(-3), Data(-21), None},
+    {"Damaged", Sequential, DamageData, kGood, kGood, Different},
+    {"DamagedFallback", Rgb, DamageData, kGood, kGood, Different},
+    {"DamagedProgressive", Progressive, DamageData, Data(-2), Data(-21), None},
+    {"DamagedRgbProgressive", RgbProgressive, DamageData, Data(-2), Data(-21), None},
+    // Kinds of frames that no engine reads.
+    {"ExtendedSequential", Sequential, InFrame(1, {0xC1}), kGood, kGood, Whole},
+    {"Lossless", Sequential, InFrame(1, {0xC3}), Header(-1), Header(-29), Refused},
+    {"Hierarchical", Sequential, InFrame(1, {0xC5}), Header(-1), Header(-29), Refused},
+    {"Arithmetic", Sequential, InFrame(1, {0xC9}), Header(-1), Header(-29), Refused},
+    {"ArithmeticProgressive", Progressive, InFrame(1, {0xCA}), Header(-1), Header(-29), Refused},
+    {"Precision12", Sequential, InFrame(4, {12}), Header(-1), Header(-29), Refused},
+    {"Precision12Progressive", Progressive, InFrame(4, {12}), Header(-1), Header(-29), Refused},
+    {"Precision12RgbProgressive", RgbProgressive, InFrame(4, {12}), Header(-1), Header(-29), Refused},
+    // Samplings: the probe takes them all, the data of a YCbCr stream is read at three of them.
+    {"Sampling411", Sequential, InFrame(11, {0x41}), Data(-1), kGood, None},
+    {"Sampling440", Sequential, InFrame(11, {0x12}), Data(-1), kGood, None},
+    {"Sampling3x1", Sequential, InFrame(11, {0x31}), Data(-1), kGood, None},
+    {"LumaSmallerThanChroma", Sequential, InFrame(11, {0x11, 0x00, 0x02, 0x22}), Data(-1), kGood, None},
+    {"Sampling440Progressive", Progressive, InFrame(11, {0x12}), Data(-1), Data(-21), None},
+    {"GreyFactorsSayNothing", Grey, InFrame(11, {0x22}), kGood, kGood, Whole},
+    {"FactorZeroAcross", Sequential, InFrame(11, {0x02}), Header(-10), Header(-15), Refused},
+    {"FactorZeroDown", Sequential, InFrame(11, {0x20}), Header(-10), Header(-15), Refused},
+    {"FactorFive", Sequential, InFrame(11, {0x51}), Data(-1), Header(-15), None},
     // Frame headers that make no sense.
-    {"ZeroWidth", Base::Sequential, InFrame(7, {0, 0}), -1},
-    {"ZeroHeight", Base::Sequential, InFrame(5, {0, 0}), -1},
-    {"ZeroHeightFallback", Base::Rgb, InFrame(5, {0, 0}), -1},
-    {"TwoFrames", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) { Insert(j, FindMarker(j, n), SegmentOf(j, n)); }, -1},
-    {"TwoFramesBehindTheScan", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) { Insert(j, j.size() - 2, SegmentOf(j, n)); }, 0},
-    {"NoFrame", Base::Sequential, Without(0xC0), -1},
-    {"FiveComponents", Base::Sequential, InFrame(9, {5}), -1},
+    {"ZeroWidth", Sequential, InFrame(7, {0, 0}), Header(-10), Header(-16), Refused},
+    {"ZeroHeight", Sequential, InFrame(5, {0, 0}), Header(-10), Header(-16), Refused},
+    {"ZeroHeightFallback", Rgb, InFrame(5, {0, 0}), Header(-10), Header(-16), Refused},
+    {"ZeroHeightRgbProgressive", RgbProgressive, InFrame(5, {0, 0}), Header(-10), Header(-16), Refused},
+    {"SideAboveLimit", Sequential, InFrame(5, {0xFF, 0xFF}), Header(-1), Header(-29), Refused},
+    {"BothSidesAboveLimit", Sequential, InFrame(5, {0xFF, 0, 0xFF, 0}), Header(-1), Header(-29), Refused},
+    {"AreaAboveLimit", Sequential, InFrame(5, {0x20, 0, 0x20, 1}), Header(-1), Header(-29),
+     Refused}, // 8193 x 8192
+    {"NoComponents", Sequential, InFrame(9, {0}), Header(-10), Header(-14), Refused},
+    {"OneComponentLess", Sequential, InFrame(9, {2}), Header(-7), Header(-15), Refused},
+    {"OneComponentMore", Sequential, InFrame(9, {4}), Header(-7), Header(-15), Refused},
+    {"FiveComponents", Sequential, InFrame(9, {5}), Header(-10), Header(-15), Refused},
+    {"SameIdentifierTwice", Sequential, InFrame(13, {1}), Header(-10), Header(-14), Refused},
+    {"NoFrame", Sequential, Without(kSof), Header(-8), Header(-19), Refused},
+    {"TwoFrames", Sequential, [](Bytes& j) { Insert(j, Find(j, kSof), SegmentOf(j, kSof)); }, Header(-10),
+     Header(-29), Refused},
+    {"TwoFramesBehindTheScan", Sequential, Again(kSof), Data(-10), Data(-29), None},
     // Tables.
-    {"NoQuantTable", Base::Sequential, Without(kDqt), 0},
-    {"NoQuantTableProgressive", Base::Progressive, Without(kDqt), 0},
-    {"NoHuffmanTable", Base::Sequential, Without(kDht), 0},
-    {"NoHuffmanTableProgressive", Base::Progressive, Without(kDht), 0},
-    // The fallback's probe stops where the first scan begins.
-    {"NoQuantTableFallback", Base::Rgb, Without(kDqt), 0},
-    {"NoHuffmanTableFallback", Base::Rgb, Without(kDht), 0},
-    {"OverfullTable", Base::Sequential, BeforeScan(OverfullTable()), 0},
-    {"OverfullTableFallback", Base::Rgb, BeforeScan(OverfullTable()), -1},
-    {"TooManyCodes", Base::Sequential, BeforeFrame({TooManyCodes()}), -1},
-    // Selectors: what the primary engine refuses in a header, the fallback refuses in the scan.
-    {"QuantSelector", Base::Sequential, InFrame(12, {4}), 0},
-    {"QuantSelectorFallback", Base::Separate, InFrame(12, {255}), 0},
-    {"DcSelector", Base::Sequential, InScan(6, 0xF0), 0},
-    {"AcSelector", Base::Sequential, InScan(6, 0x04), 0},
-    {"SelectorFallback", Base::Separate, InScan(6, 0x44), 0},
-    {"UnknownComponent", Base::Sequential, InScan(5, 99), 0},
-    {"QuantIdentifier", Base::Sequential, BeforeFrame({Segment(kDqt, Bytes(65, 9))}), -1},
-    // What phones, cameras and programs put into sound streams.
-    {"LongComments", Base::Sequential, BeforeFrame({Segment(kCom, {}), Segment(kCom, Bytes(65533, 0xFF))}), 0,
-     Frame::Whole},
-    {"StreamInAnApplicationSegment", Base::Sequential, BeforeFrame({Segment(kApp1, MakeBase(Base::Grey))}), 0,
-     Frame::Whole},
-    {"StreamAsThumbnail", Base::Separate, BeforeFrame({Segment(kApp0, Thumbnail())}), 0, Frame::Whole},
-    {"Padding", Base::Sequential,
-     [](Bytes& j, std::uint8_t n) {
-         Pad(j, n);
-         Insert(j, j.size() - 2, Bytes(3, 0xFF));
-     },
-     0, Frame::Whole},
-    {"PaddingProgressive", Base::Progressive, Pad, 0, Frame::Whole},
-    {"BytesBehindTheEnd", Base::Sequential,
-     [](Bytes& j, std::uint8_t) { Insert(j, j.size(), Bytes(100, 0xD8)); }, 0, Frame::Whole},
-    {"Rgb", Base::Rgb, Keep, 0, Frame::Whole},
-    // Progressive streams of the fallback.
-    {"RgbProgressive", Base::RgbProgressive, Keep, 0, Frame::Whole},
-    {"NoEndRgbProgressive", Base::RgbProgressive, CutEnd, 0},
-    {"DamagedRgbProgressive", Base::RgbProgressive, DamageData, 0},
-    {"Precision12RgbProgressive", Base::RgbProgressive, InFrame(4, {12}), -1},
-    {"ZeroHeightRgbProgressive", Base::RgbProgressive, InFrame(5, {0, 0}), -1},
-    {"NoQuantTableRgbProgressive", Base::RgbProgressive, Without(kDqt), 0},
-    {"NoHuffmanTableRgbProgressive", Base::RgbProgressive, Without(kDht), 0},
-    {"SelectorRgbProgressive", Base::RgbProgressive, InScan(6, 0x44), 0},
-    {"OneScanAComponent", Base::Separate, Keep, 0, Frame::Whole},
+    {"QuantIdentifier4", Sequential, Set(kDqt, 4, {4}), Header(-5), Header(-7), Refused},
+    {"QuantOf16BitsCutShort", Sequential, Set(kDqt, 4, {0x10}), Header(-7), Header(-7), Refused},
+    {"QuantTooLong", Sequential, BeforeFrame({Segment(kDqt, Bytes(67))}), Header(-7), Header(-7), Refused},
+    {"QuantTooShort", Sequential, BeforeFrame({Segment(kDqt, Bytes(60))}), Header(-7), Header(-7), Refused},
+    {"NoQuantTable", Sequential, Without(kDqt), Data(-5), Data(-18), None},
+    {"NoQuantTableProgressive", Progressive, Without(kDqt), Data(-5), Data(-18), None},
+    {"NoQuantTableFallback", Rgb, Without(kDqt), Data(-5), Data(-18), None},
+    {"NoQuantTableRgbProgressive", RgbProgressive, Without(kDqt), kGood, Data(-18), None},
+    {"NoHuffmanTable", Sequential, Without(kDht), Data(-4), Data(-17), None},
+    {"NoHuffmanTableProgressive", Progressive, Without(kDht), Data(-4), Data(-17), None},
+    {"NoHuffmanTableFallback", Rgb, Without(kDht), Data(-4), Data(-17), None},
+    {"NoHuffmanTableRgbProgressive", RgbProgressive, Without(kDht), Data(-4), Data(-17), None},
+    {"HuffmanClass2", Sequential, Set(kDht, 4, {0x20}), Data(-4), Header(-6), None},
+    {"HuffmanIdentifier4", Sequential, Set(kDht, 4, {4}), Header(-4), Header(-6), Refused},
+    {"HuffmanMoreThan256", Sequential, BeforeFrame({Dht(0, 8, 255, 257, 2)}), Header(-4), Header(-6),
+     Refused},
+    {"HuffmanMoreThanItHolds", Sequential, BeforeFrame({Dht(0, 8, 10, 9)}), Header(-4), Header(-6), Refused},
+    {"HuffmanLeftOver", Sequential, BeforeFrame({Dht(0, 8, 10, 12)}), Header(-7), Header(-6), Refused},
+    {"HuffmanOverfullUnused", Sequential, BeforeScan(Dht(3, 1, 3, 3)), kGood, Header(-6), Whole},
+    {"HuffmanOverfullUsed", Sequential, BeforeScan(Dht(0, 1, 3, 3)), Data(-4), Header(-6), None},
+    {"HuffmanOverfullFallback", Rgb, BeforeScan(Dht(0, 1, 3, 3)), Data(-4), Header(-6), Refused},
+    {"RestartIntervalLength", Sequential, BeforeScan(Segment(kDri, {0, 1, 2})), Header(-7), Data(-25), None},
+    {"RestartIntervalZero", Sequential, BeforeScan(Segment(kDri, {0, 0})), kGood, kGood, Whole},
+    {"RestartThatIsNotThere", Sequential, BeforeScan(Segment(kDri, {0, 1})), Data(-3), Data(-25), None},
+    {"RestartIntervalTakesInTheScan", Sequential, BeforeScan({0xFF, kDri, 0, 9, 0, 0}), Header(-7), kGood,
+     ByTheOther},
+    // Scans. What the primary engine refuses in a header, the fallback refuses in the scan.
+    {"QuantSelector", Sequential, InFrame(12, {4}), Header(-5), Data(-18), None},
+    {"QuantSelectorFallback", Separate, InFrame(12, {255}), Header(-5), Data(-18), None},
+    {"DcSelector", Sequential, Set(kSos, 6, {0xF0}), Header(-4), Data(-17), None},
+    {"DcSelector4", Sequential, Set(kSos, 6, {0x40}), Header(-4), Data(-17), None},
+    {"DcSelectorUnset", Sequential, Set(kSos, 6, {0x30}), Data(-4), Data(-17), None},
+    {"AcSelector4", Sequential, Set(kSos, 6, {0x04}), Header(-4), Data(-17), None},
+    {"SelectorFallback", Separate, Set(kSos, 6, {0x44}), Header(-1), Data(-17), None},
+    {"SelectorRgbProgressive", RgbProgressive, Set(kSos, 6, {0x44}), Header(-4), Data(-17), None},
+    {"ScanOfNone", Sequential, Set(kSos, 4, {0}), Header(-6), Data(-14), None},
+    {"ScanOfFive", Sequential, Set(kSos, 4, {5}), Header(-6), Data(-14), None},
+    {"ScanOfTwo", Sequential, Set(kSos, 4, {2}), Header(-1), Data(-21), None},
+    {"ScanLength", Sequential, Set(kSos, 3, {13}), Header(-7), Data(-21), None},
+    {"ScanOfAnUnknown", Sequential, Set(kSos, 5, {99}), Header(-8), Data(-14), None},
+    {"ScanNamesOneTwice", Sequential, Set(kSos, 7, {1}), Header(-6), Data(-14), None},
+    {"SecondScan", Sequential,
+     [](Bytes& j) { Insert(j, j.size() - 2, Part(j, Find(j, kSos), j.size() - 2)); }, kGood, Data(-14),
+     Whole},
+    {"OnePassTooMany", Sequential, Again(kSos, kJpegMaxSequentialScans), Data(-1), Data(-14), None},
 };
 
 class Failures : public testing::TestWithParam<Row> {};
 INSTANTIATE_TEST_SUITE_P(All, Failures, testing::ValuesIn(kRows),
                          [](const auto& row) { return row.param.szName; });
 
+Verdict ByFallback(Bytes jpeg) {
+    JPEG_CORE_PROPERTIES record;
+    EXPECT_EQ(ijlInit(&record), IJL_OK);
+    record.JPGBytes = jpeg.data();
+    record.JPGSizeBytes = Size(jpeg);
+    const IJLERR eParams = ijlRead(&record, IJL_JBUFF_READPARAMS);
+    Bytes image(64 * 64 * 3);
+    record.DIBBytes = image.data();
+    record.DIBWidth = record.DIBHeight = 64;
+    const IJLERR eWhole = ijlRead(&record, IJL_JBUFF_READWHOLEIMAGE);
+    EXPECT_TRUE(eParams == IJL_OK || eWhole == eParams || jpeg.empty());
+    EXPECT_EQ(ijlFree(&record), IJL_OK);
+    return {eParams != IJL_OK, eParams != IJL_OK ? eParams : eWhole};
+}
+
 TEST_P(Failures, HaveTheirOutcome) {
     const Row& row = GetParam();
     const Bytes sound = MakeBase(row.eBase);
-    Bytes jpeg = sound;
-    row.edit(jpeg, FrameMarker(row.eBase));
+    Bytes edited = sound;
+    row.edit(edited);
+    const Bytes jpeg(edited); // no spare capacity behind the last byte
+    const Decode decode(jpeg);
+    EXPECT_EQ(decode.eHeader != JPEG_OK ? Header(decode.eHeader) : Data(decode.eData), row.primary);
+    EXPECT_EQ(ByFallback(jpeg), row.fallback);
+
     std::int32_t nWidth = -7, nHeight = -8;
     ImageKind eKind{};
-    EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), row.nProbe);
-    if (row.nProbe != ImageOk) {
-        EXPECT_EQ(nWidth, -7) << "written on success alone";
-        EXPECT_EQ(nHeight, -8);
-    }
+    EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind),
+              row.eOutcome == Refused ? -1 : ImageOk);
+    EXPECT_TRUE(row.eOutcome != Refused || (nWidth == -7 && nHeight == -8)) << "written on success alone";
     const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Size(jpeg));
-    ASSERT_EQ(static_cast<bool>(block), row.eFrame != Frame::None);
-
+    const bool bFrame = row.eOutcome >= Whole;
+    ASSERT_EQ(static_cast<bool>(block), bFrame);
     // The operations on planes say the same.
     Bytes y(64 * 64), cr(32 * 32), cb(32 * 32);
-    const std::int32_t nResult =
-        DecodeJpegYV12(jpeg.data(), Size(jpeg), y.data(), 64, cr.data(), 32, cb.data(), 32);
-    EXPECT_EQ(nResult, row.eFrame == Frame::None ? ImageUnreadable : ImageOk);
-    if (row.eFrame == Frame::None)
+    EXPECT_EQ(DecodeJpegYV12(jpeg.data(), Size(jpeg), y.data(), 64, cr.data(), 32, cb.data(), 32),
+              bFrame ? ImageOk : ImageUnreadable);
+    if (!bFrame)
         return;
 
     const FrameBlock wanted = DecodeToFrameBlock(sound.data(), Size(sound));
     ASSERT_TRUE(wanted);
     ASSERT_EQ(block.size(), wanted.size());
-    const bool bSame = std::equal(block.get(), block.get() + block.size(), wanted.get());
-    EXPECT_EQ(bSame, row.eFrame == Frame::Whole);
+    EXPECT_EQ(std::equal(block.get(), block.get() + block.size(), wanted.get()), row.eOutcome == Whole);
     // What came before the damage is there: the upper rows, whatever became of the rest.
-    EXPECT_TRUE(std::equal(block.get(), block.get() + 40 + 64 * 8, wanted.get()));
+    EXPECT_EQ(std::equal(block.get(), block.get() + 40 + 64 * 8, wanted.get()), row.eOutcome != ByTheOther);
 }
 
-TEST(FailureCodes, FourComponentsAreNoFrames) {
+// Frames of the other kinds, and pictures of four components.
+TEST(FailureCodes, OthersAreNoFrames) {
+    std::int32_t nWidth = 0, nHeight = 0;
+    ImageKind eKind{};
+    for (const std::uint8_t nSof : Bytes{0xC3, 0xC5, 0xC6, 0xC7, 0xC9, 0xCA, 0xCB, 0xCD, 0xCE, 0xCF}) {
+        Bytes jpeg = MakeBase(Sequential);
+        InFrame(1, {nSof})(jpeg);
+        EXPECT_EQ(ByFallback(jpeg), Header(IJL_UNSUPPORTED_FRAME)) << int{nSof};
+        EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), -1) << int{nSof};
+    }
     for (const bool bProgressive : {false, true}) {
         const Bytes jpeg = Encode({.nComponents = 4, .nH = 1, .nV = 1, .bProgressive = bProgressive});
-        std::int32_t nWidth = 0, nHeight = 0;
-        ImageKind eKind{};
         EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), -1);
         EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
     }
@@ -259,13 +363,12 @@ TEST(FailureCosts, PromisesOfLargePicturesCostLittle) {
         return used;
     };
     const rusage before = usage();
-    for (const Base eBase :
-         {Base::Sequential, Base::Progressive, Base::Grey, Base::Rgb, Base::RgbProgressive, Base::Separate}) {
+    for (const Base eBase : {Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate}) {
         Bytes jpeg = MakeBase(eBase);
-        InFrame(5, {0xFF, 0xFF, 0xFF, 0xFF})(jpeg, FrameMarker(eBase));
-        jpeg.resize(FindMarker(jpeg, kSos) + 14 + 10);
+        InFrame(5, {0xFF, 0xFF, 0xFF, 0xFF})(jpeg);
+        CutInScan(14 + 10)(jpeg);
         EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
-        Insert(jpeg, jpeg.size(), {0xFF, 0xD9});
+        Append(jpeg, {0xFF, 0xD9});
         EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));
     }
     const rusage after = usage();
