@@ -90,6 +90,13 @@ protected:
         ASSERT_TRUE(Eventually([&] { return IsIdle(); }));
     }
 
+    // A connection past its header, with the first grant.
+    void Begin(TcpPair& pair) {
+        pair.far.Send(AuthRecord("") + StreamHeader(""));
+        ASSERT_EQ(S_OK, m_source->Init(pair.Adopt(), ""));
+        EXPECT_EQ(std::string("\0\n", 2), pair.far.Receive(2));
+    }
+
     RecordingLog& m_log;
     platform::ComPtr<Source> m_source;
 };
@@ -218,9 +225,7 @@ TEST_F(Wire, ComparesPasswordsInsideTheField) {
 
 TEST_F(Wire, AnInvalidSocketLeavesARunningConnectionAlone) {
     TcpPair pair;
-    pair.far.Send(AuthRecord("") + StreamHeader(""));
-    ASSERT_EQ(S_OK, m_source->Init(pair.Adopt(), ""));
-    EXPECT_EQ(std::string("\0\n", 2), pair.far.Receive(2));
+    Begin(pair);
     m_log.Clear();
     EXPECT_EQ(E_INVALIDARG, m_source->Init(0, ""));
     EXPECT_EQ(E_INVALIDARG, m_source->Init(INVALID_SOCKET, ""));
@@ -255,9 +260,7 @@ TEST_F(Wire, SurvivesAnEndAtEveryByte) {
 
 TEST_F(Wire, AResetIsReportedByTheReadAndByTheLoop) {
     TcpPair pair;
-    pair.far.Send(AuthRecord("") + StreamHeader(""));
-    ASSERT_EQ(S_OK, m_source->Init(pair.Adopt(), ""));
-    EXPECT_EQ(std::string("\0\n", 2), pair.far.Receive(2));
+    Begin(pair);
     pair.far.Reset();
     EXPECT_TRUE(Eventually([&] { return IsIdle(); }));
     const std::string line = "TRASSDO: SUCCEEDED(hr(0x80072746:'";
@@ -278,9 +281,7 @@ TEST_F(Wire, AnAnswerThatCannotBeSentStartsNoLoop) {
 
 TEST_F(Wire, ClosingAConnectionEndsItsLoop) {
     TcpPair pair;
-    pair.far.Send(AuthRecord("") + StreamHeader(""));
-    ASSERT_EQ(S_OK, m_source->Init(pair.Adopt(), ""));
-    EXPECT_EQ(std::string("\0\n", 2), pair.far.Receive(2));
+    Begin(pair);
     m_source->CloseConnection();
     m_source = nullptr; // the loop's own reference keeps the source to its last line
     EXPECT_TRUE(pair.far.IsClosed());

@@ -5,6 +5,7 @@
 
 #include "midlet/IniTree.h"
 #include "platform/text.h"
+#include "support/CodePage.h"
 #include "support/OtherResources.h"
 #include "support/RecordingLog.h"
 #include "support/Zip.h"
@@ -64,31 +65,23 @@ TEST(Localize, NamesTheLanguagesFile) {
         EXPECT_EQ(name, LanguageFileName(code));
 }
 
-// The thread's code page for the life of the object.
-struct CodePage {
-    explicit CodePage(unsigned page) { platform::SetThreadCodePage(page); }
-    CodePage(const CodePage&) = delete;
-    CodePage& operator=(const CodePage&) = delete;
-    ~CodePage() { platform::SetThreadCodePage(0); }
-};
-
 TEST(Localize, AppendsTheModulesOwnTexts) {
     auto& log = RecordingLog::Fresh();
     struct Row {
         std::uint32_t language;
-        const char* first; // of the section "Sendora"
-        const char* last;
+        const char* first = "screen_wait: "; // of the section "Sendora"
+        const char* last = "\r\n";
     };
     const Row rows[] = {{0, "screen_wait: Please, wait\r\n", "cmd_multishoot: Multi capture\r\n"},
                         {1033, "screen_wait: Please, wait\r\n", "cmd_multishoot: Multi capture\r\n"},
-                        {1034, "screen_wait: ", "\r\n"},
-                        {1036, "screen_wait: ", "\r\n"},
-                        {1049, "screen_wait: ", "\r\n"},
-                        {1068, "screen_wait: ", "\r\n"},
-                        {1079, "screen_wait: ", "\r\n"}};
+                        {1034},
+                        {1036},
+                        {1049},
+                        {1068},
+                        {1079}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.language);
-        const CodePage page(platform::CodePageOfLanguage(row.language));
+        const support::CodePage page(platform::CodePageOfLanguage(row.language));
         std::string sendora = "SRV: x\r\n";
         ASSERT_EQ(S_OK, Localize(sendora, "Sendora", row.language));
         EXPECT_TRUE(sendora.starts_with("SRV: x\r\n" + std::string(row.first)));
@@ -143,7 +136,7 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
         {"another section", support::Zip({{"gui.eng.ini", Utf16(u"\uFEFF[sendora]\r\nok=OK")}}), 1033, E_FAIL,
          noKeys},
     };
-    const CodePage page(1251);
+    const support::CodePage page(1251);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         auto& log = RecordingLog::Fresh();

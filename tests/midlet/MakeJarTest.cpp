@@ -14,6 +14,7 @@
 #include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
+#include "support/CodePage.h"
 #include "support/OtherResources.h"
 #include "support/RecordingLog.h"
 #include "support/Zip.h"
@@ -117,7 +118,7 @@ TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
              ", /icons/logo_small.png, Quillstart\r\nLOGIN: " + std::string(5000, 'l') + "\r\nSRV: h\r\n" +
              kCameras},
     };
-    platform::SetThreadCodePage(1251);
+    const support::CodePage page(1251);
     for (const Row& row : rows) {
         auto& log = RecordingLog::Fresh();
         std::string manifest = kHead + row.lines;
@@ -133,7 +134,6 @@ TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
         EXPECT_EQ(std::pair(std::string("META-INF/manifest.mf"), manifest), entries[2]);
         EXPECT_THAT(LeftBehind(), IsEmpty());
     }
-    platform::SetThreadCodePage(0);
 }
 
 TEST(MakeJar, RefusesWhatIsNoFileNameOrWouldForgeLines) {

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Fake.h"
+
 namespace {
 
 using platform::ComPtr;
@@ -25,39 +27,16 @@ protected:
     ~IBell() = default;
 };
 
-class LampWithBell : public ILamp, public IBell {
+class LampWithBell : public support::Fake<ILamp, IBell> {
 public:
     explicit LampWithBell(int c) : colour(c) {}
     HRESULT GetColour(int* result) override {
         *result = colour;
         return S_OK;
     }
-    HRESULT Query(const GUID& id, void** object) {
-        return platform::QueryTable<ILamp, IBell>(this, id, object);
-    }
 
 protected:
     ~LampWithBell() = default;
-
-private:
-    int colour;
-};
-
-class LampFactory : public IClassFactory {
-public:
-    explicit LampFactory(int c) : colour(c) {}
-    HRESULT CreateInstance(IUnknown* outer, const GUID& id, void** object) override {
-        if (outer != nullptr)
-            return CLASS_E_NOAGGREGATION;
-        return platform::ComObject<LampWithBell>::Create(colour)->QueryInterface(id, object);
-    }
-    HRESULT LockServer(std::int32_t) override { return S_OK; }
-    HRESULT Query(const GUID& id, void** object) {
-        return platform::QueryTable<IClassFactory>(this, id, object);
-    }
-
-protected:
-    ~LampFactory() = default;
 
 private:
     int colour;
@@ -72,7 +51,10 @@ TEST(ClassTest, CreatesObjectsOfRegisteredClasses) {
     EXPECT_EQ(create(lamp, platform::kContextAll), REGDB_E_CLASSNOTREG);
     EXPECT_EQ(platform::RegisterClassFactory(kClass, nullptr), E_POINTER);
     for (const int colour : {1, 2}) { // the second replaces the first
-        const auto factory = platform::ComObject<LampFactory>::Create(colour);
+        const auto factory =
+            platform::ComObject<support::FakeFactory>::Create([=](const GUID& id, void** object) {
+                return platform::ComObject<LampWithBell>::Create(colour)->QueryInterface(id, object);
+            });
         ASSERT_EQ(platform::RegisterClassFactory(kClass, factory.Get()), S_OK);
         ASSERT_EQ(create(lamp, platform::kContextAll), S_OK);
         int got = 0;

@@ -5,7 +5,6 @@
 #include <array>
 #include <barrier>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -13,16 +12,16 @@
 
 #include "Common/Utils/ModuleImage.h"
 #include "interfaces/IUploadServer.h"
-#include "interfaces/IWebHandler.h"
 #include "interfaces/Registration.h"
 #include "platform/categories.h"
+#include "platform/files.h"
 #include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
 #include "runtime/module/Module.h"
 #include "runtime/module/Registrar.h"
 #include "runtime/module/RegistrarScript.h"
-#include "support/Fake.h"
+#include "support/FakeWebHost.h"
 #include "support/Program.h"
 #include "support/temp_folder.h"
 
@@ -36,44 +35,22 @@ using testing::HasSubstr;
 using testing::Not;
 using namespace std::chrono_literals;
 
-std::string ReadText(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 bool IsMapped(const std::string& path) {
-    return ReadText("/proc/self/maps").find(path) != std::string::npos;
+    return platform::ReadWholeFile("/proc/self/maps").value().find(path) != std::string::npos;
 }
-
-// A host that keeps no handler, so that nothing but the test holds the component.
-class ForgetfulHost : public support::Fake<IWebHandlerHost> {
-public:
-    HRESULT RegisterHandler(const char16_t* /*word*/, IWebHandler* /*handler*/) override { return S_OK; }
-    HRESULT GetRequestAuth(BSTR /*head*/, SRequestAuth* /*auth*/) override { return E_ACCESSDENIED; }
-
-protected:
-    ~ForgetfulHost() = default;
-};
 
 // A registry of its own, and the module under whatever name a test wants.
 class Module : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(platform::SetRegistryFile(folder.File("registry")), "");
-        const auto factory =
-            platform::ComObject<support::FakeFactory>::Create([](const GUID& id, void** object) {
-                return platform::ComObject<ForgetfulHost>::Create()->QueryInterface(id, object);
-            });
-        ASSERT_EQ(platform::RegisterClassFactory(kWebHandlerHostClass, factory.Get()), S_OK);
+        host.script.keepsHandler = false; // so that nothing but the test holds the component
         // What others have there, also below the same parents.
         const platform::NamedRegistryValue value[] = {{u"", std::u16string(u"theirs")}};
         for (const char16_t* key : {u"AppID\\Other", u"CLSID\\{other}"})
             ASSERT_EQ(platform::SetRegistryValues(RegistryRoot::ClassesRoot, key, value), S_OK);
     }
-    void TearDown() override {
-        platform::CoFreeUnusedLibraries(0ms);
-        platform::RevokeClassFactory(kWebHandlerHostClass);
-    }
+    void TearDown() override { platform::CoFreeUnusedLibraries(0ms); }
 
     std::string Place(const fs::path& name) {
         const fs::path path = folder.Path() / name;
@@ -81,9 +58,12 @@ protected:
         fs::copy_file(MODULE_FILE, path);
         return path.string();
     }
-    [[nodiscard]] std::string Registry() const { return ReadText(folder.File("registry")); }
+    [[nodiscard]] std::string Registry() const {
+        return platform::ReadWholeFile(folder.File("registry")).value_or("");
+    }
 
     TempFolder folder;
+    support::WebHostClass host;
 };
 
 TEST_F(Module, ShowsItsFourExportsAndNothingElse) {
@@ -307,7 +287,7 @@ TEST(RegistrarScript, GrammarAndReplacements) {
         const HRESULT hr = registrar.StringRegister(bad);
         EXPECT_TRUE(FAILED(hr) || std::u16string_view(bad).empty()) << platform::ToUtf8(bad);
     }
-    EXPECT_THAT(ReadText(folder.File("registry")), Not(HasSubstr("[")));
+    EXPECT_THAT(platform::ReadWholeFile(folder.File("registry")).value_or(""), Not(HasSubstr("[")));
     CRegistrar registrar;
     registrar.AddReplacement(u"Module", u"/it''s/x.so");
     const std::u16string_view script =

@@ -4,16 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/CodePage.h"
+
 namespace {
 
 using platform::Bstr;
-
-// The code page of a thread, taken back at the end.
-class CodePage {
-public:
-    explicit CodePage(unsigned page) { platform::SetThreadCodePage(page); }
-    ~CodePage() { platform::SetThreadCodePage(0); }
-};
 
 TEST(SplitPath, CutsAndDecodes) {
     struct Row {
@@ -60,7 +55,7 @@ TEST(SplitPath, TellsNullFromEmpty) {
 }
 
 TEST(SplitPath, TakesBytesInTheThreadsCodePageOrAsUtf8) {
-    const CodePage page(1252);
+    const support::CodePage page(1252);
     Bstr rest;
     const Bstr path(u"%C3%A4");
     EXPECT_EQ(u"\u00C3\u00A4", SplitPath(path, rest, false).View());

@@ -13,6 +13,7 @@ namespace support {
 struct WebHostScript {
     HRESULT registerResult = S_OK;
     HRESULT authResult = S_OK;
+    bool keepsHandler = true;
     std::u16string word; // that the handler was registered for
     std::u16string head; // of the last GetRequestAuth
     platform::ComPtr<IWebHandler> handler;
@@ -22,7 +23,7 @@ class FakeWebHost : public Fake<IWebHandlerHost> {
 public:
     HRESULT RegisterHandler(const char16_t* word, IWebHandler* handler) override {
         m_script.word = word;
-        if (SUCCEEDED(m_script.registerResult))
+        if (SUCCEEDED(m_script.registerResult) && m_script.keepsHandler)
             m_script.handler = platform::ComPtr<IWebHandler>(handler);
         return m_script.registerResult;
     }
