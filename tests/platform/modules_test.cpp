@@ -1,7 +1,8 @@
-// Identifiers, categories, modules that are none, and what the object runtime gives to modules.
+// Identifiers, categories, modules that are none, what the object runtime gives to modules, and libraries.
 
 #include "platform/modules.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -15,6 +16,7 @@
 #include "platform/locale.h"
 #include "platform/memory.h"
 #include "platform/registry.h"
+#include "platform/status.h"
 #include "platform/text.h"
 #include "platform/threads.h"
 #include "support/temp_folder.h"
@@ -114,6 +116,29 @@ TEST(InterfaceTable, KeepsWhatItIsGivenUntilItIsRevoked) {
     EXPECT_FALSE(kept);
 }
 
+TEST(Locale, NamesTheLanguagesOfTheComponent) {
+    struct Case {
+        std::uint32_t id;
+        std::u16string_view abbreviated;
+        std::string_view code;
+    };
+    for (const Case& c : {Case{0, u"ENU", "en"},
+                          {1033, u"ENU", "en"},
+                          {1034, u"ESP", "es"},
+                          {1036, u"FRA", "fr"},
+                          {1049, u"RUS", "ru"},
+                          {1062, u"LVI", "lv"},
+                          {1068, u"AZE", "az"},
+                          {1079, u"GE", "ka"},
+                          {3082, u"ESN", "es"},
+                          {0xFFFF, u"", ""},
+                          {0x10409, u"", ""}}) {
+        EXPECT_EQ(AbbreviatedLanguageName(c.id), c.abbreviated) << c.id;
+        EXPECT_EQ(LanguageCode(c.id), c.code) << c.id;
+        EXPECT_EQ(LanguageName(c.id).empty(), c.code.empty()) << c.id;
+    }
+}
+
 TEST(Locale, IsOfTheThread) {
     SetThreadLocale(1049);
     const WorkItem look = [](void* seen) {
@@ -135,6 +160,52 @@ TEST(EncodedPointer, IsAnotherNumberAndComesBack) {
         EXPECT_NE(EncodePointer(pointer), reinterpret_cast<std::uintptr_t>(pointer));
         EXPECT_EQ(DecodePointer(EncodePointer(pointer)), pointer);
     }
+}
+
+int One() {
+    return 1;
+}
+int Two() {
+    return 2;
+}
+
+int Call(Library* library, std::string_view name) {
+    const Export found = FindExport(library, name);
+    return found == nullptr ? 0 : reinterpret_cast<int (*)()>(found)();
+}
+
+Export AsExport(int (*function)()) {
+    return reinterpret_cast<Export>(function);
+}
+
+TEST(LibraryTest, RegisteredNames) {
+    EXPECT_EQ(LoadLibrary("Engine.dll"), nullptr);
+    EXPECT_EQ(LastError(), kErrorModNotFound);
+    RegisterLibrary("Engine.dll", {{"Get", AsExport(&One)}});
+    Library* const first = LoadLibrary("eNGINE.DLL");
+    EXPECT_EQ(Call(first, "Get"), 1);
+    EXPECT_EQ(LoadLibrary("engine.dll"), first);
+    EXPECT_EQ(Call(first, "get"), 0) << "names of exports are compared exactly";
+    EXPECT_EQ(LastError(), kErrorProcNotFound);
+
+    RegisterLibrary("ENGINE.dll", {{"Get", AsExport(&Two)}});
+    EXPECT_EQ(Call(LoadLibrary("Engine.dll"), "Get"), 2);
+    UnregisterLibrary("engine.DLL");
+    EXPECT_EQ(LoadLibrary("Engine.dll"), nullptr);
+    EXPECT_EQ(Call(first, "Get"), 1) << "what was loaded stays usable";
+    EXPECT_EQ(FindExport(nullptr, "Get"), nullptr);
+}
+
+TEST(LibraryTest, SharedObjectsByPath) {
+    Dl_info info{};
+    ASSERT_NE(::dladdr(::dlsym(RTLD_DEFAULT, "dlsym"), &info), 0);
+    Library* const system = LoadLibrary(info.dli_fname);
+    ASSERT_NE(system, nullptr) << info.dli_fname;
+    EXPECT_EQ(LoadLibrary(info.dli_fname), system);
+    EXPECT_NE(FindExport(system, "dlsym"), nullptr);
+    EXPECT_EQ(FindExport(system, "no such export"), nullptr);
+    EXPECT_EQ(LoadLibrary("/none/such.so"), nullptr);
+    EXPECT_EQ(LoadLibrary("libc.so.6"), nullptr) << "never by a search of the system's folders";
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
-#include "server/ParseQuery.h"
 #include "support/ComponentTest.h"
 
 namespace {
@@ -20,20 +19,6 @@ using platform::Bstr;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-TEST(ParseQuery, TakesTheLastValueOfEachKeyAsItIs) {
-    const std::pair<std::u16string, QueryMap> rows[] = {
-        {u"", {}},
-        {u"&&", {}},
-        {u"a", {{u"a", u""}}},
-        {u"a=", {{u"a", u""}}},
-        {u"=x&=&a=1", {{u"a", u"1"}}},
-        {u"a=b=c&A=%41+", {{u"A", u"%41+"}, {u"a", u"b=c"}}},
-        {u"a=1&b=2&a=3&", {{u"a", u"3"}, {u"b", u"2"}}},
-    };
-    for (const auto& [text, expected] : rows)
-        EXPECT_EQ(expected, ParseQuery(text)) << platform::ToUtf8(text);
-}
 
 std::string ManifestOf(std::string_view archive) {
     const ArchivePtr handle(
