@@ -9,8 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto end = header.Parse(text);
     if (!end)
         return 0;
-    // A head that was accepted ends in a line end, has a first line, and parses the same when it stands
-    // alone.
+    // A head that was accepted ends in a line end, has a first line, and alone parses the same.
     Require(*end > 0 && *end <= size && (text[*end - 1] == '\n' || text[*end - 1] == '\r') &&
             !header.FirstLine().empty());
     CHTTPHeader again;

@@ -121,8 +121,7 @@ protected:
         ASSERT_EQ(S_OK, m_cam->Init(m_phone.Adopt(), "demo"));
         ASSERT_EQ(std::string("\0\n", 2), m_phone.far.Receive(2));
     }
-    // Sends frames and waits until the loop has done with them: it grants ten more behind the sixth and the
-    // sixteenth.
+    // Sends frames until the loop grants ten more, which it does behind the sixth and the sixteenth.
     void SendToGrant(const std::string& body, int count) {
         for (int i = 0; i < count; ++i)
             m_phone.far.Send(Frame(body));

@@ -79,8 +79,7 @@ protected:
     }
 
     bool IsIdle() const { return !m_source->IsConnected() && platform::RunningWorkItems() == 0; }
-    // Authenticates a phone with the password "demo" that then says `bytes` and finishes; waits for the
-    // loop's end.
+    // A phone with the password "demo" says `bytes` and finishes; waits for the loop's end.
     void Converse(const std::string& bytes) {
         TcpPair pair;
         ASSERT_TRUE(pair.far.Send(AuthRecord("demo")));
@@ -105,8 +104,7 @@ std::string Body(int number) {
     return std::string(static_cast<std::size_t>(number % 3) * 150, static_cast<char>('a' + number % 26));
 }
 
-// The same conversation however the network cuts it: one byte at a time, across every record, or in one burst
-// that runs far ahead of the grants.
+// However the network cuts it: one byte at a time, across records, or in one burst far ahead of the grants.
 class Delivery : public Wire, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(Delivery, ReadsEveryFrameAndGrantsTenAtATime) {

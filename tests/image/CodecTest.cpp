@@ -112,8 +112,7 @@ TEST_P(Pictures, OfEveryQualityMarkingAndRestartInterval) {
         ExpectPicture(Base(120, 50, nInterval));
 }
 
-// The operations on memory of the caller: strides wider than the picture, and nothing written between or
-// behind.
+// Into memory of the caller: strides wider than the picture, and nothing written between or behind.
 TEST_P(Pictures, IntoPlanesWithStrides) {
     for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {9, 1}, {17, 19}, {40, 24}}) {
         const Recipe recipe = Base(w, h);

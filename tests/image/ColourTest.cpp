@@ -221,8 +221,7 @@ TEST(ColourPairs, FollowTheirFormula) {
     }
 }
 
-// Chroma between the rows of MCUs: what the triangular filter makes of the other library's samples, whose
-// transform differs by one at most.
+// Chroma between MCU rows is the triangular filter's, of the other library's samples, which differ by one.
 TEST(ColourPairs, ChromaIsUpsampledAcrossMcuRows) {
     for (const bool bProgressive : {false, true}) {
         for (const int nV : {1, 2}) {

@@ -171,8 +171,7 @@ TEST(JpegDecoder, BrokenDataCostsRowsNotThePicture) {
     EXPECT_EQ(row(exhausted, 0), row(whole, 0));
 }
 
-// A destination that does not fit the stream is refused; a pair of colours without conversion leaves it
-// untouched.
+// A destination that does not fit is refused; a pair of colours without conversion leaves it untouched.
 TEST(JpegDecoder, DestinationsThatAreNotWritten) {
     const Bytes jpeg = Encode(Recipe{});
     struct Row {

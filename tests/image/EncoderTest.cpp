@@ -1,5 +1,4 @@
-// The encoder and the facade's encoding side: the bytes of their streams, their statuses and limits, and what
-// decoders make of the pictures.
+// The encoder and its facade: the streams' bytes, statuses, limits, and what decoders make of the pictures.
 
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
@@ -97,8 +96,7 @@ Bytes MustWrite(const Form& form) {
     return MustWrite(form, Picture(form.nWidth, form.nHeight, nSamples));
 }
 
-// The markers in order, with the class and identifier byte of DHT and DQT; entropy-coded data is passed over
-// and restart markers are left out.
+// The markers in order, without those of restarts; DHT and DQT with their class and identifier byte.
 std::string Segments(const Bytes& jpeg) {
     std::string names;
     for (std::size_t i = 0; i + 1 < jpeg.size(); ++i) {
@@ -274,77 +272,71 @@ double Distance(const Plane& got, const std::uint8_t* pWanted, int nWidth, int n
     return std::sqrt(sum / nWidth / nHeight);
 }
 
+// What the facade's operations write.
+Bytes WriteGrey(const std::uint8_t* pY, int nWidth, int nHeight, int nQuality, int nStep = 0) {
+    Bytes out(1 << 16);
+    std::int32_t nSize = 0;
+    EXPECT_EQ(EncodeJpegGrey(pY, nWidth, nHeight, nQuality, out.data(), Size(out), &nSize, nStep), ImageOk);
+    return Part(out, 0, static_cast<std::size_t>(nSize));
+}
+
+Bytes WritePlanes(const std::uint8_t* pY, const std::uint8_t* pCr, const std::uint8_t* pCb, int nWidth,
+                  int nHeight, int nQuality, int nStep = 0) {
+    Bytes out(1 << 16);
+    std::int32_t nSize = 0;
+    EXPECT_EQ(EncodeJpegYV12(pY, pCr, pCb, nWidth, nHeight, nQuality, out.data(), Size(out), &nSize, nStep),
+              ImageOk);
+    return Part(out, 0, static_cast<std::size_t>(nSize));
+}
+
 // All sizes around the borders of blocks and MCUs, from planes in memory of exactly their size (ASan guards
 // the reads): both decoders get the picture, within what steps of 1 leave.
 TEST(Encoding, OddSizesOfPlanes) {
-    for (const int nWidth : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 101}) {
-        for (const int nHeight : {1, 2, 5, 8, 15, 16, 17, 35}) {
-            const int nHalfWidth = nWidth / 2, nHalfHeight = nHeight / 2;
-            const Bytes y = Picture(nWidth, nHeight, 1, 1);
-            const Bytes cb = Picture(std::max(nHalfWidth, 1), nHalfHeight, 1, 2);
-            const Bytes cr = Picture(std::max(nHalfWidth, 1), nHalfHeight, 1, 3);
-            Bytes out(1 << 16);
-            std::int32_t nSize = 0;
-            ASSERT_EQ(EncodeJpegYV12(y.data(), cr.data(), cb.data(), nWidth, nHeight, 100, out.data(),
-                                     static_cast<std::int32_t>(out.size()), &nSize, 0),
-                      ImageOk);
-            out.resize(static_cast<std::size_t>(nSize));
-            const auto planes = DecodeRaw(out);
+    for (const int w : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 101}) {
+        for (const int h : {1, 2, 5, 8, 15, 16, 17, 35}) {
+            SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+            const Bytes y = Picture(w, h, 1, 1);
+            const Bytes cb = Picture(std::max(w / 2, 1), h / 2, 1, 2),
+                        cr = Picture(std::max(w / 2, 1), h / 2, 1, 3);
+            const Bytes jpeg = WritePlanes(y.data(), cr.data(), cb.data(), w, h, 100);
+            const auto planes = DecodeRaw(jpeg);
             ASSERT_EQ(planes.size(), 3u);
-            EXPECT_LE(Distance(planes[0], y.data(), nWidth, nHeight, nWidth), 1.0);
-            const bool bChroma = nHalfWidth > 0 && nHalfHeight > 0;
-            if (bChroma) {
-                EXPECT_LE(Distance(planes[1], cb.data(), nHalfWidth, nHalfHeight, nHalfWidth), 1.0);
-                EXPECT_LE(Distance(planes[2], cr.data(), nHalfWidth, nHalfHeight, nHalfWidth), 1.0);
+            EXPECT_LE(Distance(planes[0], y.data(), w, h, w), 1.0);
+            if (w > 1 && h > 1) {
+                EXPECT_LE(Distance(planes[1], cb.data(), w / 2, h / 2, w / 2), 1.0);
+                EXPECT_LE(Distance(planes[2], cr.data(), w / 2, h / 2, w / 2), 1.0);
             } else {
                 EXPECT_EQ(planes[1].At(0, 0), 128);
             }
             // Beyond the right edge stands the last sample.
-            if (nWidth % 16 != 0 && planes[0].nWidth > nWidth) {
-                EXPECT_NEAR(planes[0].At(nWidth, 0), y[static_cast<std::size_t>(nWidth) - 1], 3);
+            if (w % 16 != 0 && planes[0].nWidth > w) {
+                EXPECT_NEAR(planes[0].At(w, 0), y[static_cast<std::size_t>(w) - 1], 3);
             }
-
-            const FrameBlock block = DecodeToFrameBlock(out.data(), nSize);
-            ASSERT_TRUE(block) << nWidth << "x" << nHeight;
+            const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Size(jpeg));
+            ASSERT_TRUE(block);
             for (std::size_t i = 0; i < y.size(); ++i)
                 ASSERT_NEAR(block.Planes()[i], y[i], 4);
-
-            Bytes grey(1 << 16);
-            ASSERT_EQ(EncodeJpegGrey(y.data(), nWidth, nHeight, 100, grey.data(),
-                                     static_cast<std::int32_t>(grey.size()), &nSize, 0),
-                      ImageOk);
-            grey.resize(static_cast<std::size_t>(nSize));
-            EXPECT_LE(Distance(DecodeRaw(grey)[0], y.data(), nWidth, nHeight, nWidth), 1.0);
+            EXPECT_LE(Distance(DecodeRaw(WriteGrey(y.data(), w, h, 100))[0], y.data(), w, h, w), 1.0);
         }
     }
 }
 
 // Strides: a grey picture and planes cut out of wider ones are what they are by themselves.
 TEST(Encoding, StridesAreKept) {
-    const int nWidth = 50, nHeight = 34, nStep = 71;
-    const Bytes wide = Picture(nStep, nHeight * 2, 1);
+    const int w = 50, h = 34, nStep = 71;
+    const Bytes wide = Picture(nStep, h * 2, 1);
     const auto cut = [&](const std::uint8_t* p, int nColumns, int nRows, int nFrom) {
         Bytes plane;
         for (int y = 0; y < nRows; ++y)
             plane.insert(plane.end(), p + y * nFrom, p + y * nFrom + nColumns);
         return plane;
     };
-    Bytes a(1 << 16), b(1 << 16);
-    const auto nRoom = static_cast<std::int32_t>(a.size());
-    std::int32_t nA = 0, nB = 0;
-    const Bytes y = cut(wide.data(), nWidth, nHeight, nStep);
-    ASSERT_EQ(EncodeJpegGrey(wide.data(), nWidth, nHeight, 80, a.data(), nRoom, &nA, nStep), ImageOk);
-    ASSERT_EQ(EncodeJpegGrey(y.data(), nWidth, nHeight, 80, b.data(), nRoom, &nB, 0), ImageOk);
-    EXPECT_EQ(nA, nB);
-    EXPECT_EQ(a, b);
+    const Bytes y = cut(wide.data(), w, h, nStep);
+    EXPECT_EQ(WriteGrey(wide.data(), w, h, 80, nStep), WriteGrey(y.data(), w, h, 80));
     const std::uint8_t* const pChroma = wide.data() + 100; // half of an odd stride is rounded down
-    const Bytes c = cut(pChroma, nWidth / 2, nHeight / 2, nStep / 2);
-    ASSERT_EQ(EncodeJpegYV12(wide.data(), pChroma, pChroma, nWidth, nHeight, 80, a.data(), nRoom, &nA, nStep),
-              ImageOk);
-    ASSERT_EQ(EncodeJpegYV12(y.data(), c.data(), c.data(), nWidth, nHeight, 80, b.data(), nRoom, &nB, 0),
-              ImageOk);
-    EXPECT_EQ(nA, nB);
-    EXPECT_EQ(a, b);
+    const Bytes c = cut(pChroma, w / 2, h / 2, nStep / 2);
+    EXPECT_EQ(WritePlanes(wide.data(), pChroma, pChroma, w, h, 80, nStep),
+              WritePlanes(y.data(), c.data(), c.data(), w, h, 80));
 }
 
 TEST(Encoding, FacadeRefusals) {

@@ -99,8 +99,7 @@ void Pad(Bytes& jpeg) {
         Insert(jpeg, nAt, Bytes(5, 0xFF));
 }
 
-// Ends the data of the first scan with ones, of which no code is made, and goes on with the rest of the
-// stream.
+// Ends the data of the first scan with ones, of which no code is made.
 void DamageData(Bytes& jpeg) {
     const std::size_t nData = Find(jpeg, kSos) + 14;
     std::size_t nEnd = nData;

@@ -1,5 +1,4 @@
-// The fallback engine: its record and statuses, the streams that only it reads against an independent
-// decoder, and the facade over it.
+// The fallback engine: its record, the streams that only it reads against another decoder, its facade.
 
 #include "image/FallbackEngine.h"
 #include "image/JpegSamples.h"
@@ -473,8 +472,7 @@ TEST(FallbackFacade, BlocksOfOtherStreams) {
     }
 }
 
-// Scans of a few bytes that code nothing: many of a small picture are taken, of a large one only as many as
-// its blocks allow.
+// Scans that code nothing: many of a small picture are taken, of a large one as many as its blocks allow.
 TEST(FallbackStream, ScansOfNothingAreCounted) {
     for (const int nSide : {64, 2048}) {
         Recipe recipe = MakeRgb(nSide, nSide);

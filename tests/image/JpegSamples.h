@@ -1,5 +1,4 @@
-// Streams for the codec's tests, made by another program's encoder, and what its decoder makes of them. Only
-// tests link that library.
+// Streams for the codec's tests by another program's encoder, and what its decoder makes of them.
 #pragma once
 
 #include <cstddef>
@@ -67,8 +66,7 @@ Bytes Segment(std::uint8_t nMarker, const Bytes& content);
 // A segment with an AC table of one code, 0, for an end-of-band run of 16384 blocks.
 Bytes EndOfBandTable();
 
-// The stream's own segments of this marker that stand before the entropy-coded data, whole; or the first of
-// them.
+// All segments of this marker in front of the entropy-coded data, whole; or the first of them.
 std::vector<Bytes> SegmentsOf(const Bytes& jpeg, std::uint8_t nMarker);
 Bytes SegmentOf(const Bytes& jpeg, std::uint8_t nMarker);
 

@@ -1,5 +1,4 @@
-// A test that runs at every kernel level of the machine, level 4 with both its variants. Levels that the
-// machine lacks are skipped.
+// A test at every kernel level of the machine, level 4 with both its variants; others are skipped.
 #pragma once
 
 #include "image/kernels/Kernels.h"

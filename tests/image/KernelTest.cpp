@@ -129,8 +129,7 @@ TEST_P(KernelLevels, BadArgumentsAreRefused) {
     ippiDecodeHuffmanSpecFree_JPEG_8u(pOver);
 }
 
-// Fills s with what the kernel makes of c, steps all 1, and r with the exact samples, rounded and clamped
-// likewise.
+// Fills s with what the kernel makes of c, steps all 1, and r with the exact samples.
 void BothInverses(const std::int16_t (&c)[64], std::uint8_t (&s)[64], int (&r)[64]) {
     std::uint16_t t[64];
     std::fill_n(t, 64, std::uint16_t{1});
@@ -142,8 +141,7 @@ void BothInverses(const std::int16_t (&c)[64], std::uint8_t (&s)[64], int (&r)[6
                    [](double x) { return std::clamp(static_cast<int>(std::floor(x + 0.5)) + 128, 0, 255); });
 }
 
-// The classic accuracy test: random blocks through an exact forward transform, then peak, mean and mean
-// square error.
+// The classic test: random blocks through an exact forward transform; peak, mean and mean square error.
 TEST_P(KernelLevels, InverseTransformIsAccurate) {
     for (const int nRange : {5, 100, 128}) {
         constexpr int kBlocks = 2000;
@@ -195,8 +193,7 @@ TEST_P(KernelLevels, PlanesOfEveryWidth) {
     for (int w = 1; w <= 70; ++w) {
         constexpr int h = 4;
         const int nStep = w + 7;
-        // One sample before and behind each row; heap blocks of exact size, so that a sanitizer sees each
-        // end.
+        // One sample before and behind each row; blocks of exact size show a sanitizer each end.
         const int nIn = 2 * w + 2;
         const Bytes in = Random(static_cast<std::size_t>(nIn * 2 * h), static_cast<unsigned>(w));
         const auto at = [&](int x, int y) { return int{in[static_cast<std::size_t>(y * nIn + 1 + x)]}; };

@@ -138,8 +138,7 @@ std::vector<Operation> Operations(const Row& row) {
     return all;
 }
 
-// A picture of a hundred times as many blocks asks the heap no more often: nothing is allocated for a block
-// or a row of them.
+// Nothing is allocated for a block or a row: a hundred times as many ask the heap no more often.
 TEST_P(Memory, IsNotAskedForByBlocks) {
     const Bytes small = Stream(32), large = Stream(320);
     for (const Operation eOperation : Operations(GetParam())) {

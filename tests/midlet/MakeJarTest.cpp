@@ -26,8 +26,7 @@ using support::RecordingLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Both templates are the same archive; a tool of the test's own where one is given. The temporary folder is
-// empty.
+// Both templates are the same archive; the tool may be the test's own. The temporary folder is empty.
 std::vector<rescomp::Resource> Templates(const std::string& archive, const std::string& tool = "") {
     const auto real = [](const char16_t* type, std::uint16_t number) {
         return std::string(platform::FindResource(type, number).value().Text());
@@ -197,8 +196,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
             EXPECT_EQ(Template(), *archive) << "with the template's own manifest";
         }
     }
-    // The installed zip refuses an archive of no bytes, and that is what comes back; a tool of no bytes does
-    // not start.
+    // The installed zip refuses an archive of no bytes, and that is what comes back.
     {
         const support::OtherResources none(
             {support::Neutral(u"EXE", 209, std::string(platform::FindResource(u"EXE", 209).value().Text()))});

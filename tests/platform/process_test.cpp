@@ -109,8 +109,7 @@ TEST(ProcessTest, TellsWhyItCannotStart) {
     EXPECT_FALSE(Process::Start({"/bin/true"}, folder.File("missing")));
 }
 
-// A program written a moment ago by a thread, while others fork: its file may be open in a child that has not
-// yet become another program.
+// Written a moment ago while others fork: the file may be open in a child that is no other program yet.
 TEST(ProcessTest, StartsProgramsThatWereJustWritten) {
     const TempFolder folder;
     std::vector<std::jthread> threads;

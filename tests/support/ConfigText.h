@@ -58,8 +58,7 @@ inline platform::ComPtr<IConfigElement> Find(const platform::ComPtr<IConfigEleme
     return node.Query<IConfigElement>();
 }
 
-// The nodes that an expression selects, as text, with blanks between them; the status when there are none to
-// have.
+// The nodes that an expression selects, as text with blanks between; the status when there are none.
 inline std::string Selection(const platform::ComPtr<IConfigElement>& from, const char16_t* expression) {
     platform::ComPtr<IConfigEnum> nodes;
     const HRESULT hr = from->SelectNodes(expression, nodes.Receive());

@@ -13,8 +13,7 @@
 
 namespace support {
 
-// A picture with a gradient and a bright square whose place depends on `phase`, so that consecutive pictures
-// differ.
+// A gradient, and bright squares whose place depends on `phase`, so that consecutive pictures differ.
 inline std::string MakeJpeg(int width, int height, bool colour = true, int phase = 0,
                             int subsampling = TJSAMP_420) {
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3);

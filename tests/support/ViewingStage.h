@@ -1,5 +1,4 @@
-// The host's side of a viewing phone, played after one script: state tree, web server, content object,
-// packer.
+// The host's side of a viewing phone after one script: state tree, web server, content object, packer.
 #pragma once
 
 #include <atomic>
@@ -92,8 +91,7 @@ public:
             *content = m_stage.Make("content").Detach();
         return m_stage.Enter("OpenContent", platform::ToUtf8(platform::ViewOf(key)));
     }
-    // Names the credentials that the thread has published, and puts another request in the place of the one
-    // that it got.
+    // Names the credentials that the thread has published, and answers with another request.
     HRESULT GetContent(BSTR path, BSTR* content, BSTR* request) override {
         const std::string what = platform::ToUtf8(platform::ViewOf(path));
         *content = platform::Bstr::FromBytes(what == "video?jpeg" ? m_stage.jpeg : m_stage.original).Detach();

@@ -6,8 +6,7 @@
 
 namespace support {
 
-// True as soon as the condition holds; false when it does not within the time, which is generous for slow
-// machines.
+// True as soon as the condition holds; false when it does not within the time, enough for slow machines.
 template <class Condition>
 bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
     const auto end = std::chrono::steady_clock::now() + limit;

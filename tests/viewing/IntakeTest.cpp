@@ -49,8 +49,7 @@ protected:
     support::Stage m_stage;
 };
 
-// Every way that a connection can be turned away, and after all of them one that is not: nothing of a failure
-// is kept.
+// Every way that a connection can be turned away, and then one that is not: nothing of a failure is kept.
 TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
     const ComPtr<IUnknown> other = platform::ComObject<NSProcessStateTree::CThreadArgumentValue>::Create();
     const std::string denied = "0x80070005, (Access is denied.)\n";
