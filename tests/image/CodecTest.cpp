@@ -70,38 +70,26 @@ void ExpectPicture(const Recipe& recipe) {
     }
 }
 
-struct Sampling {
-    const char* szName;
-    int nComponents, nH, nV;
-};
-const Sampling kSamplings[] = {{"Grey", 1, 1, 1}, {"S444", 3, 1, 1}, {"S422", 3, 2, 1}, {"S420", 3, 2, 2}};
+const Kind kSamplings[] = {{"Grey", {.nComponents = 1, .nH = 1, .nV = 1}},
+                           {"S444", {.nH = 1, .nV = 1}},
+                           {"S422", {.nV = 1}},
+                           {"S420", {}}};
 
-class Pictures : public testing::TestWithParam<Sampling> {
-protected:
-    Recipe Base(int nWidth, int nHeight, int nRestartInterval = 0) const {
-        const auto& [szName, nComponents, nH, nV] = GetParam();
-        return {.nWidth = nWidth,
-                .nHeight = nHeight,
-                .nComponents = nComponents,
-                .nH = nH,
-                .nV = nV,
-                .nRestartInterval = nRestartInterval};
-    }
-};
+using Pictures = testing::TestWithParam<Kind>;
 INSTANTIATE_TEST_SUITE_P(All, Pictures, testing::ValuesIn(kSamplings),
-                         [](const auto& sampling) { return sampling.param.szName; });
+                         KindName<testing::TestParamInfo<Kind>>);
 
 TEST_P(Pictures, OfSmallSizesAndOfACameras) {
     for (const int w : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33}) {
         for (const int h : {1, 2, 5, 8, 9, 15, 16, 17, 33})
-            ExpectPicture(Base(w, h));
+            ExpectPicture(GetParam().Sized(w, h));
     }
-    ExpectPicture(Base(640, 480));
+    ExpectPicture(GetParam().Sized(640, 480));
 }
 
 TEST_P(Pictures, OfEveryQualityMarkingAndRestartInterval) {
     for (const int nQuality : {1, 2, 5, 10, 25, 50, 75, 90, 95, 98, 99, 100}) {
-        Recipe recipe = Base(101, 67);
+        Recipe recipe = GetParam().Sized(101, 67);
         recipe.nQuality = nQuality;
         recipe.bOptimised = nQuality % 2 == 0;
         recipe.eMarking = static_cast<Marking>(nQuality % 4);
@@ -109,13 +97,13 @@ TEST_P(Pictures, OfEveryQualityMarkingAndRestartInterval) {
         ExpectPicture(recipe);
     }
     for (const int nInterval : {1, 2, 3, 7, 20, 1000})
-        ExpectPicture(Base(120, 50, nInterval));
+        ExpectPicture(GetParam().Sized(120, 50, nInterval));
 }
 
 // Into memory of the caller: strides wider than the picture, and nothing written between or behind.
 TEST_P(Pictures, IntoPlanesWithStrides) {
     for (const auto& [w, h] : {std::pair{1, 1}, {1, 9}, {9, 1}, {17, 19}, {40, 24}}) {
-        const Recipe recipe = Base(w, h);
+        const Recipe recipe = GetParam().Sized(w, h);
         SCOPED_TRACE(recipe.Name());
         const Bytes jpeg = Encode(recipe);
         const auto nSize = Size(jpeg);
@@ -165,7 +153,7 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
 // data has begun, unless a restart is due there: whatever marker comes next is taken for it.
 TEST_P(Pictures, CutAtEveryByte) {
     for (const int nInterval : {0, 2}) {
-        const Bytes jpeg = Encode(Base(32, 32, nInterval));
+        const Bytes jpeg = Encode(GetParam().Sized(32, 32, nInterval));
         const std::size_t nData = jpeg.size() - DataOf(jpeg).size();
         for (std::size_t nCut = 0; nCut < jpeg.size(); ++nCut) {
             Bytes cut = Part(jpeg, 0, nCut);

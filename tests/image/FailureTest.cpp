@@ -21,20 +21,13 @@ using namespace samples;
 constexpr std::uint8_t kSof = 0xC0, kDht = 0xC4, kSos = 0xDA, kDqt = 0xDB, kDri = 0xDD, kApp0 = 0xE0,
                        kApp1 = 0xE1, kCom = 0xFE;
 
-enum Base { Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate };
-
-Bytes MakeBase(Base eBase) {
-    const bool bRgb = eBase == Rgb || eBase == RgbProgressive;
-    const int nFactor = bRgb || eBase == Grey ? 1 : 2;
-    return Encode({.nWidth = 64,
-                   .nHeight = 64,
-                   .nComponents = eBase == Grey ? 1 : 3,
-                   .nH = nFactor,
-                   .nV = nFactor,
-                   .bProgressive = eBase == Progressive || eBase == RgbProgressive,
-                   .bSeparateScans = eBase == Separate,
-                   .bRgb = bRgb});
-}
+const Recipe Sequential{.nWidth = 64, .nHeight = 64};
+const Recipe Progressive{.nWidth = 64, .nHeight = 64, .bProgressive = true};
+const Recipe Separate{.nWidth = 64, .nHeight = 64, .bSeparateScans = true};
+const Recipe Grey{.nWidth = 64, .nHeight = 64, .nComponents = 1, .nH = 1, .nV = 1};
+const Recipe Rgb{.nWidth = 64, .nHeight = 64, .nH = 1, .nV = 1, .bRgb = true};
+const Recipe RgbProgressive{
+    .nWidth = 64, .nHeight = 64, .nH = 1, .nV = 1, .bProgressive = true, .bRgb = true};
 
 // The segment's place; kSof stands for the frame header of either kind.
 std::size_t Find(const Bytes& jpeg, std::uint8_t nMarker) {
@@ -123,7 +116,7 @@ Bytes Dht(std::uint8_t nTcTh, std::size_t nLength, std::uint8_t nCodes, std::siz
 
 Bytes Thumbnail() {
     Bytes content{'J', 'F', 'X', 'X', 0, 0x10};
-    Append(content, MakeBase(Grey));
+    Append(content, Encode(Grey));
     return content;
 }
 
@@ -148,7 +141,7 @@ enum Outcome { Refused, None, Whole, Different, ByTheOther };
 
 struct Row {
     const char* szName;
-    Base eBase;
+    Recipe base;
     Edit edit;
     Verdict primary, fallback;
     Outcome eOutcome;
@@ -163,7 +156,7 @@ const Row kRows[] = {
     {"OneScanAComponent", Separate, Keep, Header(-1), kGood, Whole},
     {"LongComments", Sequential, BeforeFrame({Segment(kCom, {}), Segment(kCom, Bytes(65533, 0xFF))}), kGood,
      kGood, Whole},
-    {"StreamInAnApplicationSegment", Sequential, BeforeFrame({Segment(kApp1, MakeBase(Grey))}), kGood, kGood,
+    {"StreamInAnApplicationSegment", Sequential, BeforeFrame({Segment(kApp1, Encode(Grey))}), kGood, kGood,
      Whole},
     {"StreamAsThumbnail", Separate, BeforeFrame({Segment(kApp0, Thumbnail())}), Header(-1), kGood, Whole},
     {"Padding", Sequential, Pad, kGood, kGood, Whole},
@@ -305,7 +298,7 @@ Verdict ByFallback(Bytes jpeg) {
 
 TEST_P(Failures, HaveTheirOutcome) {
     const Row& row = GetParam();
-    const Bytes sound = MakeBase(row.eBase);
+    const Bytes sound = Encode(row.base);
     Bytes edited = sound;
     row.edit(edited);
     const Bytes jpeg(edited); // no spare capacity behind the last byte
@@ -341,7 +334,7 @@ TEST(FailureCodes, OthersAreNoFrames) {
     std::int32_t nWidth = 0, nHeight = 0;
     ImageKind eKind{};
     for (const std::uint8_t nSof : Bytes{0xC3, 0xC5, 0xC6, 0xC7, 0xC9, 0xCA, 0xCB, 0xCD, 0xCE, 0xCF}) {
-        Bytes jpeg = MakeBase(Sequential);
+        Bytes jpeg = Encode(Sequential);
         InFrame(1, {nSof})(jpeg);
         EXPECT_EQ(ByFallback(jpeg), Header(IJL_UNSUPPORTED_FRAME)) << int{nSof};
         EXPECT_EQ(ProbeJpeg(jpeg.data(), Size(jpeg), nWidth, nHeight, eKind), -1) << int{nSof};
@@ -362,8 +355,8 @@ TEST(FailureCosts, PromisesOfLargePicturesCostLittle) {
         return used;
     };
     const rusage before = usage();
-    for (const Base eBase : {Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate}) {
-        Bytes jpeg = MakeBase(eBase);
+    for (const Recipe& base : {Sequential, Progressive, Grey, Rgb, RgbProgressive, Separate}) {
+        Bytes jpeg = Encode(base);
         InFrame(5, {0xFF, 0xFF, 0xFF, 0xFF})(jpeg);
         CutInScan(14 + 10)(jpeg);
         EXPECT_FALSE(DecodeToFrameBlock(jpeg.data(), Size(jpeg)));

@@ -40,6 +40,22 @@ struct Recipe {
     std::string Name() const; // what a test's output shows
 };
 
+// A kind of picture that a test's parameter names.
+struct Kind {
+    Recipe Sized(int nWidth, int nHeight, int nRestartInterval = 0) const {
+        Recipe sized = recipe;
+        sized.nWidth = nWidth;
+        sized.nHeight = nHeight;
+        sized.nRestartInterval = nRestartInterval;
+        return sized;
+    }
+    const char* szName;
+    Recipe recipe;
+};
+inline std::string KindName(const auto& kind) {
+    return kind.param.szName;
+}
+
 // A picture of gradients, edges and noise in the encoder's own component order.
 Bytes Encode(const Recipe& recipe);
 

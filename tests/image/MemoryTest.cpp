@@ -56,40 +56,21 @@ namespace {
 
 using namespace samples;
 
-struct Row {
-    const char* szName;
-    int nComponents, nH, nV;
-    bool bProgressive, bSeparate, bRgb;
-};
-const Row kRows[] = {
-    {"Grey", 1, 1, 1, false, false, false},
-    {"S420", 3, 2, 2, false, false, false},
-    {"S422", 3, 2, 1, false, false, false},
-    {"Progressive", 3, 2, 2, true, false, false},
-    {"GreyProgressive", 1, 1, 1, true, false, false},
-    {"Separate", 3, 2, 2, false, true, false},
-    {"Rgb", 3, 1, 1, false, false, true},
-    {"RgbProgressive", 3, 1, 1, true, false, true},
+const Kind kKinds[] = {
+    {"Grey", {.nComponents = 1, .nH = 1, .nV = 1}},
+    {"S420", {}},
+    {"S422", {.nV = 1}},
+    {"Progressive", {.bProgressive = true}},
+    {"GreyProgressive", {.nComponents = 1, .nH = 1, .nV = 1, .bProgressive = true}},
+    {"Separate", {.bSeparateScans = true}},
+    {"Rgb", {.nH = 1, .nV = 1, .bRgb = true}},
+    {"RgbProgressive", {.nH = 1, .nV = 1, .bProgressive = true, .bRgb = true}},
 };
 
 enum class Operation { Probe, FrameBlock, YV12, Grey, EncodeYV12, EncodeGrey };
 
-class Memory : public testing::TestWithParam<Row> {
-protected:
-    Bytes Stream(int nSide) const {
-        const auto& [szName, nComponents, nH, nV, bProgressive, bSeparate, bRgb] = GetParam();
-        return Encode({.nWidth = nSide,
-                       .nHeight = nSide,
-                       .nComponents = nComponents,
-                       .nH = nH,
-                       .nV = nV,
-                       .bProgressive = bProgressive,
-                       .bSeparateScans = bSeparate,
-                       .bRgb = bRgb});
-    }
-};
-INSTANTIATE_TEST_SUITE_P(All, Memory, testing::ValuesIn(kRows),
-                         [](const auto& row) { return row.param.szName; });
+using Memory = testing::TestWithParam<Kind>;
+INSTANTIATE_TEST_SUITE_P(All, Memory, testing::ValuesIn(kKinds), KindName<testing::TestParamInfo<Kind>>);
 
 // The result of an operation on a square picture; a missing block counts as unreadable.
 std::int32_t Perform(Operation eOperation, const Bytes& jpeg, int nSide) {
@@ -130,18 +111,18 @@ std::int32_t Perform(Operation eOperation, const Bytes& jpeg, int nSide) {
     return nResult;
 }
 
-std::vector<Operation> Operations(const Row& row) {
+std::vector<Operation> Operations(const Recipe& recipe) {
     std::vector<Operation> all = {Operation::Probe, Operation::FrameBlock, Operation::YV12};
-    if (!row.bRgb) // which has no luma
+    if (!recipe.bRgb) // which has no luma
         all.push_back(Operation::Grey);
-    all.push_back(row.nComponents == 1 ? Operation::EncodeGrey : Operation::EncodeYV12);
+    all.push_back(recipe.nComponents == 1 ? Operation::EncodeGrey : Operation::EncodeYV12);
     return all;
 }
 
 // Nothing is allocated for a block or a row: a hundred times as many ask the heap no more often.
 TEST_P(Memory, IsNotAskedForByBlocks) {
-    const Bytes small = Stream(32), large = Stream(320);
-    for (const Operation eOperation : Operations(GetParam())) {
+    const Bytes small = Encode(GetParam().Sized(32, 32)), large = Encode(GetParam().Sized(320, 320));
+    for (const Operation eOperation : Operations(GetParam().recipe)) {
         ASSERT_EQ(Perform(eOperation, large, 320), ImageOk); // tables are kept from here on
         ASSERT_EQ(Perform(eOperation, small, 32), ImageOk);
         const int nSmall = s_nAsked;
@@ -155,8 +136,8 @@ TEST_P(Memory, IsNotAskedForByBlocks) {
 // again. The temporary of the fallback into planes alone has a code of its own.
 TEST_P(Memory, RefusedAnywhereIsAFailure) {
     constexpr int kSide = 48;
-    const Bytes jpeg = Stream(kSide);
-    for (const Operation eOperation : Operations(GetParam())) {
+    const Bytes jpeg = Encode(GetParam().Sized(kSide, kSide));
+    for (const Operation eOperation : Operations(GetParam().recipe)) {
         SCOPED_TRACE(static_cast<int>(eOperation));
         const bool bEncode = eOperation == Operation::EncodeYV12 || eOperation == Operation::EncodeGrey;
         int nTemporaries = 0;
@@ -173,7 +154,7 @@ TEST_P(Memory, RefusedAnywhereIsAFailure) {
             EXPECT_TRUE(!bTemporary || s_nRefusedBytes >= 3 * kSide * kSide) << s_nRefusedBytes;
         }
         s_nRefuse = kNever;
-        const bool bFallback = GetParam().bRgb || GetParam().bSeparate;
+        const bool bFallback = GetParam().recipe.bRgb || GetParam().recipe.bSeparateScans;
         EXPECT_EQ(nTemporaries, bFallback && eOperation == Operation::YV12 ? 1 : 0);
     }
 }
