@@ -17,20 +17,20 @@ struct HuffmanTable {
     Bytes values;
 };
 
-struct DecodeSpec {
-    explicit DecodeSpec(const HuffmanTable& table) {
+struct DecodeTable {
+    explicit DecodeTable(const HuffmanTable& table) {
         Bytes values = table.values;
         values.resize(256);
         EXPECT_EQ(ippiDecodeHuffmanSpecInit_JPEG_8u(table.aBits, values.data(), &p), 0);
     }
-    DecodeSpec(const DecodeSpec&) = delete;
-    DecodeSpec& operator=(const DecodeSpec&) = delete;
-    ~DecodeSpec() { ippiDecodeHuffmanSpecFree_JPEG_8u(p); }
+    DecodeTable(const DecodeTable&) = delete;
+    DecodeTable& operator=(const DecodeTable&) = delete;
+    ~DecodeTable() { ippiDecodeHuffmanSpecFree_JPEG_8u(p); }
     ippiDecodeHuffmanSpec* p = nullptr;
 };
 
 struct BlockReader {
-    IppStatus Next(const DecodeSpec& dc, const DecodeSpec& ac) {
+    IppStatus Next(const DecodeTable& dc, const DecodeTable& ac) {
         return ippiDecodeHuffman8x8_JPEG_1u16s_C1(data.empty() ? &nNone : data.data(), Size(data), &nPos,
                                                   block.data(), &nLastDc, &nMarker, dc.p, ac.p, &state);
     }

@@ -213,11 +213,11 @@ TEST_P(EncoderKernels, BytesOfTheBitWriter) {
     EXPECT_EQ(one.state.nBits, 0);
 }
 
-samples::DecodeSpec DecoderOf(const CJPEGEncoderHuffmanTable& table) {
+samples::DecodeTable DecoderOf(const CJPEGEncoderHuffmanTable& table) {
     samples::HuffmanTable same;
     std::copy_n(table.m_aBits, 16, same.aBits);
     same.values.assign(table.m_aValues, table.m_aValues + 256);
-    return samples::DecodeSpec(same);
+    return samples::DecodeTable(same);
 }
 
 // What the writer writes the decoder's kernel reads back.
@@ -239,9 +239,9 @@ TEST_P(EncoderKernels, BlocksComeBack) {
     for (const Block& block : blocks)
         ASSERT_EQ(writer.Write(block.data(), dc.m_pSpec.get(), ac.m_pSpec.get(), nLast), 0);
     samples::BlockReader reader{writer.Flush()};
-    const samples::DecodeSpec dcSpec = DecoderOf(dc), acSpec = DecoderOf(ac);
+    const samples::DecodeTable dcTable = DecoderOf(dc), acTable = DecoderOf(ac);
     for (const Block& block : blocks) {
-        ASSERT_EQ(reader.Next(dcSpec, acSpec), 0);
+        ASSERT_EQ(reader.Next(dcTable, acTable), 0);
         ASSERT_EQ(reader.block, block);
     }
 }

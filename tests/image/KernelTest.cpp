@@ -347,7 +347,7 @@ TEST_P(KernelLevels, BlocksOfEveryCutOfAScan) {
             recipe.nQuality = nQuality;
             recipe.bOptimised = bOptimised;
             const GreyScan scan(Encode(recipe));
-            const DecodeSpec dc(scan.dc), ac(scan.ac);
+            const DecodeTable dc(scan.dc), ac(scan.ac);
             for (std::size_t nCut = 0; nCut <= scan.data.size(); ++nCut) {
                 BlockReader reader{Part(scan.data, 0, nCut)};
                 ReferenceBlocks reference(reader.data);
@@ -390,7 +390,7 @@ TEST_P(KernelLevels, IntakeAtMarkersAndEnds) {
     HuffmanTable table;
     table.aBits[0] = 1;
     table.values = {0};
-    const DecodeSpec huffman(table);
+    const DecodeTable huffman(table);
     for (const Row& row : aRows) {
         BlockReader reader{row.data};
         IppStatus nStatus = 0;
@@ -411,14 +411,14 @@ TEST_P(KernelLevels, RunsBeyondTheBlock) {
     dc.values = {0};
     ac.aBits[1] = 3; // 00, 01, 10
     ac.values = {0xF0, 0x71, 0xF1};
-    const DecodeSpec dcSpec(dc), acSpec(ac);
+    const DecodeTable dcTable(dc), acTable(ac);
     // 0, then three times sixteen zeros, eight places more, and 7 zeros with a 1: place 64.
     BlockReader within{{0b00000000, 0b11011011, 0, 0, 0, 0, 0, 0, 0}};
-    EXPECT_EQ(within.Next(dcSpec, acSpec), 0);
+    EXPECT_EQ(within.Next(dcTable, acTable), 0);
     EXPECT_EQ(within.block[63], 1);
     // The same with 15 zeros at last: place 72.
     BlockReader beyond{{0b00000000, 0b11101010, 0, 0, 0, 0, 0, 0, 0}};
-    EXPECT_EQ(beyond.Next(dcSpec, acSpec), -2);
+    EXPECT_EQ(beyond.Next(dcTable, acTable), -2);
 }
 
 TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
