@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "camera/VMS.h"
@@ -24,12 +23,10 @@ using support::AuthRecord;
 using support::Eventually;
 using support::Frame;
 using support::kGrant;
+using support::Lines;
 using support::RecordingLog;
 using support::StreamHeader;
 using support::TcpPair;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 // A source that keeps the bytes of each frame: header and body with a bar between them.
 class RecordingSource : public IUnknown, public CVMSSource {
@@ -125,15 +122,14 @@ TEST_P(Delivery, ReadsEveryFrameAndGrantsTenAtATime) {
               pair.far.Receive(100)); // accepted, then after frames 0, 6, 16, 26
     EXPECT_TRUE(Eventually([&] { return IsIdle(); }));
     EXPECT_EQ(expected, m_source->Frames());
-    EXPECT_THAT(
-        m_log.Texts(),
-        ElementsAre("mobile: Start\n", "message: get 10 frames, already received: 0\n",
-                    "message: get 10 frames, already received: 6\n",
-                    "message: get 10 frames, already received: 16\n",
-                    "message: get 10 frames, already received: 26\n",
-                    "TRASSDO: SUCCEEDED(hr(0x800704d4:'The network connection was aborted by the local "
-                    "system.'))\n",
-                    "mobile: Stop\n"));
+    EXPECT_EQ(m_log.Texts(),
+              (Lines{"mobile: Start\n", "message: get 10 frames, already received: 0\n",
+                     "message: get 10 frames, already received: 6\n",
+                     "message: get 10 frames, already received: 16\n",
+                     "message: get 10 frames, already received: 26\n",
+                     "TRASSDO: SUCCEEDED(hr(0x800704d4:'The network connection was aborted by the local "
+                     "system.'))\n",
+                     "mobile: Stop\n"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cut, Delivery, testing::Values(1, 2, 3, 67, 130, 131, 132, 1000000));
@@ -158,8 +154,7 @@ TEST_F(Wire, GrantsOnlyWhenTheCreditHasFallen) {
 
 TEST_F(Wire, SizesAreLittleEndianAndMayBeZero) {
     Converse(StreamHeader("") + Frame("") + Frame(std::string(256, 'x')) + Frame(std::string(65535, 'y')));
-    EXPECT_THAT(m_source->Frames(),
-                ElementsAre("|", "|" + std::string(256, 'x'), "|" + std::string(65535, 'y')));
+    EXPECT_EQ(m_source->Frames(), (Lines{"|", "|" + std::string(256, 'x'), "|" + std::string(65535, 'y')}));
 }
 
 TEST_F(Wire, ADescriptorWithoutTheFrameBitEndsTheConnection) {
@@ -171,15 +166,14 @@ TEST_F(Wire, ADescriptorWithoutTheFrameBitEndsTheConnection) {
         ASSERT_EQ(S_OK, m_source->Init(pair.Adopt(), "demo"));
         EXPECT_TRUE(pair.far.IsClosed());
         EXPECT_TRUE(Eventually([&] { return IsIdle(); }));
-        EXPECT_THAT(
+        EXPECT_EQ(
             m_log.Texts(),
-            ElementsAre(
-                "mobile: Start\n", "message: get 10 frames, already received: 0\n",
-                std::string("TRASSDO: SFrameResponce::ehtFrameDescriptor & oFrameHeader.nDescriptor(") +
-                    printed + ")\n",
-                "mobile: Stop\n"));
+            (Lines{"mobile: Start\n", "message: get 10 frames, already received: 0\n",
+                   std::string("TRASSDO: SFrameResponce::ehtFrameDescriptor & oFrameHeader.nDescriptor(") +
+                       printed + ")\n",
+                   "mobile: Stop\n"}));
     }
-    EXPECT_THAT(m_source->Frames(), IsEmpty());
+    EXPECT_EQ(m_source->Frames(), Lines());
 }
 
 TEST_F(Wire, ComparesPasswordsInsideTheField) {
@@ -214,8 +208,7 @@ TEST_F(Wire, ComparesPasswordsInsideTheField) {
             EXPECT_TRUE(Eventually([&] { return IsIdle(); }));
         } else {
             EXPECT_FALSE(m_source->IsConnected());
-            EXPECT_THAT(m_log.Texts(),
-                        ElementsAre("TRASSDO: SAuthResponce::erSuccess==oAuthResponce.nResponce\n"));
+            EXPECT_EQ(m_log.Texts(), (Lines{"TRASSDO: SAuthResponce::erSuccess==oAuthResponce.nResponce\n"}));
             EXPECT_EQ(0, platform::closesocket(socket)) << "stays the caller's";
         }
     }
@@ -227,8 +220,8 @@ TEST_F(Wire, AnInvalidSocketLeavesARunningConnectionAlone) {
     m_log.Clear();
     EXPECT_EQ(E_INVALIDARG, m_source->Init(0, ""));
     EXPECT_EQ(E_INVALIDARG, m_source->Init(INVALID_SOCKET, ""));
-    EXPECT_THAT(m_log.Texts({"TRASSDO"}), ElementsAre("TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n",
-                                                      "TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n"));
+    EXPECT_EQ(m_log.Texts({"TRASSDO"}), (Lines{"TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n",
+                                               "TRASSDO: hSocket && INVALID_SOCKET!=hSocket\n"}));
     pair.far.Send(Frame("still here"));
     EXPECT_TRUE(Eventually([&] { return m_source->FrameCount() == 1; }));
 }
@@ -253,7 +246,7 @@ TEST_F(Wire, SurvivesAnEndAtEveryByte) {
         EXPECT_TRUE(Eventually([&] { return IsIdle(); })) << sent;
         EXPECT_EQ("mobile: Stop\n", m_log.Texts().back());
     }
-    EXPECT_THAT(m_source->Frames(), ElementsAre("HEAD|body"));
+    EXPECT_EQ(m_source->Frames(), (Lines{"HEAD|body"}));
 }
 
 TEST_F(Wire, AResetIsReportedByTheReadAndByTheLoop) {
@@ -274,7 +267,7 @@ TEST_F(Wire, AnAnswerThatCannotBeSentStartsNoLoop) {
     // Nothing was read and nothing could be sent: an empty password passes the comparison, the send fails.
     EXPECT_EQ(platform::StatusFromError(platform::kSocketNotASocket), m_source->Init(socket, ""));
     EXPECT_FALSE(m_source->IsConnected());
-    EXPECT_THAT(m_log.Texts({"mobile"}), IsEmpty());
+    EXPECT_EQ(m_log.Texts({"mobile"}), Lines());
 }
 
 TEST_F(Wire, ClosingAConnectionEndsItsLoop) {

@@ -1,6 +1,5 @@
 #include "midlet/Localize.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "midlet/IniTree.h"
@@ -12,9 +11,8 @@
 
 namespace {
 
+using support::Lines;
 using support::RecordingLog;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // "section{key=text|...}..." of what was read, and whether it was read to its end.
 std::string Parsed(std::string_view text) {
@@ -94,7 +92,7 @@ TEST(Localize, AppendsTheModulesOwnTexts) {
         EXPECT_EQ(row.language != 1068 && row.language != 1079, viewlander.ends_with(" \r\n"))
             << "a blank at a text's end; what is not translated is a question mark";
     }
-    EXPECT_THAT(log.Texts(), IsEmpty());
+    EXPECT_EQ(log.Texts(), Lines());
 }
 
 std::string Utf16(std::u16string_view text) {
@@ -147,14 +145,14 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
             EXPECT_EQ("SRV: x\r\n" + row.result, manifest);
         } else {
             EXPECT_EQ("SRV: x\r\n", manifest);
-            EXPECT_THAT(log.Texts(), ElementsAre(row.result));
+            EXPECT_EQ(log.Texts(), (Lines{row.result}));
         }
     }
     auto& log = RecordingLog::Fresh();
     const support::OtherResources none({});
     std::string manifest;
     EXPECT_EQ(E_FAIL, Localize(manifest, "Sendora", 1033));
-    EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: ptr\n"));
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: ptr\n"}));
 }
 
 } // namespace

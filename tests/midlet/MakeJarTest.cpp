@@ -3,7 +3,6 @@
 #include <chrono>
 #include <filesystem>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "midlet/ArchiveFiles.h"
@@ -22,9 +21,8 @@
 namespace {
 
 namespace fs = std::filesystem;
+using support::Lines;
 using support::RecordingLog;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // Both templates are the same archive; the tool may be the test's own. The temporary folder is empty.
 std::vector<rescomp::Resource> Templates(const std::string& archive, const std::string& tool = "") {
@@ -124,14 +122,14 @@ TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
         ASSERT_EQ(S_OK, Localize(manifest, row.format == nullptr ? "Viewlander" : "Sendora"));
         const auto archive =
             MakeJar(row.format == nullptr ? kViewingMidlet : kUploadMidlet, row.params, row.host, row.format);
-        EXPECT_THAT(log.Texts(), IsEmpty());
+        EXPECT_EQ(log.Texts(), Lines());
         ASSERT_TRUE(archive);
         const auto entries = Entries(*archive);
         ASSERT_EQ(3U, entries.size());
         EXPECT_EQ(std::pair(std::string("Quillstart.class"), std::string(3000, 'c')), entries[0]);
         EXPECT_EQ(std::pair(std::string("icons/logo_small.png"), std::string("icon")), entries[1]);
         EXPECT_EQ(std::pair(std::string("META-INF/manifest.mf"), manifest), entries[2]);
-        EXPECT_THAT(LeftBehind(), IsEmpty());
+        EXPECT_EQ(LeftBehind(), Lines());
     }
 }
 
@@ -150,8 +148,8 @@ TEST(MakeJar, RefusesWhatIsNoFileNameOrWouldForgeLines) {
         SCOPED_TRACE(platform::ToUtf8(params.begin()->second));
         auto& log = RecordingLog::Fresh();
         EXPECT_FALSE(MakeJar(kViewingMidlet, params, u"h", nullptr));
-        EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: bResult\n"));
-        EXPECT_THAT(LeftBehind(), IsEmpty());
+        EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: bResult\n"}));
+        EXPECT_EQ(LeftBehind(), Lines());
     }
 }
 
@@ -202,7 +200,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
             {support::Neutral(u"EXE", 209, std::string(platform::FindResource(u"EXE", 209).value().Text()))});
         auto& log = RecordingLog::Fresh();
         EXPECT_EQ("", MakeJar(kUploadMidlet, params, u"h", ""));
-        EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: ptr\n"));
+        EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: ptr\n"}));
     }
     // The next build does not stumble over what is there, nor take it for its own.
     const support::OtherResources templates(Templates(Template()));
@@ -213,7 +211,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
     ASSERT_TRUE(archive);
     EXPECT_EQ(3U, Entries(*archive).size());
     EXPECT_EQ(std::string::npos, Entries(*archive)[2].second.find("sss"));
-    EXPECT_THAT(LeftBehind(), IsEmpty());
+    EXPECT_EQ(LeftBehind(), Lines());
 }
 
 TEST(RunProcess, EndsAHungToolAndRefusesALongLine) {

@@ -6,7 +6,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/library.h"
@@ -15,9 +14,8 @@
 
 namespace {
 
+using support::Lines;
 using support::RecordingLog;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::string Narrow(std::u16string_view text) {
     return platform::ToUtf8(text);
@@ -116,7 +114,7 @@ TEST(Assertion, EvaluatesOnceOnSuccessAndRunsTheActionOnFailureOnly) {
     }
     EXPECT_EQ(1, actions);
     TRASSDO(check(false), {});
-    EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: i!=1\n", "TRASSDO: check(false)\n"));
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: i!=1\n", "TRASSDO: check(false)\n"}));
 }
 
 TEST(Assertion, KeepsTheLastError) {
@@ -132,7 +130,7 @@ TEST(Verify, WritesTheExpressionWithoutALineEnd) {
     std::vector<int> keys;
     ATLVERIFY(1 == keys.size());
     ATLVERIFY(0 == keys.size());
-    EXPECT_THAT(log.Texts(), ElementsAre("ATLVERIFY: 1 == keys.size()"));
+    EXPECT_EQ(log.Texts(), (Lines{"ATLVERIFY: 1 == keys.size()"}));
 }
 
 TEST(Line, IsFormattedFromTypedArguments) {
@@ -144,10 +142,9 @@ TEST(Line, IsFormattedFromTypedArguments) {
     LogPrintf(LOG_SITE(), kChannelMessage, u"%d %u %x %% %s %d", std::numeric_limits<std::int64_t>::min(),
               std::uint8_t{255}, std::int16_t{-1}, static_cast<const char16_t*>(nullptr), u"not a number");
     LogPrintf(LOG_SITE(), kChannelMessage, u"%s %d %", u"one");
-    EXPECT_THAT(log.Texts(),
-                ElementsAre("mobile: connection of Hof ä rejected: 0x80070005, (no)\n",
-                            "FPS: cam Hof ä fps: 4.000000\n", "message: -9223372036854775808 255 ffff %  %d",
-                            "message: one %d %"));
+    EXPECT_EQ(log.Texts(), (Lines{"mobile: connection of Hof ä rejected: 0x80070005, (no)\n",
+                                  "FPS: cam Hof ä fps: 4.000000\n",
+                                  "message: -9223372036854775808 255 ffff %  %d", "message: one %d %"}));
 }
 
 TEST(Line, IsCutAt1024) {
@@ -164,7 +161,7 @@ TEST(Line, PassesADisabledEngineOnTheNullChannelAlone) {
     log.Enable(false);
     LogWrite(LOG_SITE(), kChannelMobile, u"dropped");
     LogWrite(LOG_SITE(), nullptr, u"kept");
-    EXPECT_THAT(log.Texts(), ElementsAre("DIRECT: kept"));
+    EXPECT_EQ(log.Texts(), (Lines{"DIRECT: kept"}));
 }
 
 TEST(Line, TakesTheThreadsCodePage) {
@@ -173,7 +170,7 @@ TEST(Line, TakesTheThreadsCodePage) {
         ASSERT_TRUE(platform::SetThreadCodePage(1251));
         LogWrite(LOG_SITE(), kChannelMobile, u"\u0416\u4E00");
     }).join();
-    EXPECT_THAT(log.Texts(), ElementsAre("mobile: \xC6?"));
+    EXPECT_EQ(log.Texts(), (Lines{"mobile: \xC6?"}));
 }
 
 // A process of its own that starts without an engine, since the first engine that is found stays.

@@ -4,7 +4,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/configdoc/configdoc.h"
@@ -16,9 +15,7 @@
 namespace {
 
 using platform::Bstr;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using support::Lines;
 
 std::string ManifestOf(std::string_view archive) {
     const ArchivePtr handle(
@@ -45,19 +42,19 @@ TEST_F(MobilePage, IsServedForWhateverNamesNothingElse) {
         EXPECT_EQ(u"HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n", answer.head.View());
         const std::string text(answer.body.Bytes());
         if (path == u"mobile.xsl") {
-            EXPECT_THAT(
-                text, testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<xsl:stylesheet "));
+            EXPECT_TRUE(text.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<xsl:stylesheet "))
+                << text;
             continue;
         }
         if (page.empty())
             page = text;
         EXPECT_EQ(page, text);
     }
-    EXPECT_THAT(page,
-                testing::StartsWith("<?xml version='1.0' encoding='UTF-8'?>"
-                                    "<?xml-stylesheet type='text/xsl' href='/mobile/mobile.xsl'?>\n<mobile>\n"
-                                    "\t<view>Camera viewer</view>\n"
-                                    "\t<upload>Mobile video transfer application</upload>\n<local "));
+    EXPECT_TRUE(page.starts_with("<?xml version='1.0' encoding='UTF-8'?>"
+                                 "<?xml-stylesheet type='text/xsl' href='/mobile/mobile.xsl'?>\n<mobile>\n"
+                                 "\t<view>Camera viewer</view>\n"
+                                 "\t<upload>Mobile video transfer application</upload>\n<local "))
+        << page;
     EXPECT_TRUE(page.ends_with(std::string_view("</mobile>\n\0", 11)));
 }
 
@@ -106,12 +103,12 @@ TEST_F(Archives, GoToWhoMayHaveThem) {
         EXPECT_EQ(row.hr != S_OK, last_write_time(folder) == touched) << "nothing is built for a refusal";
         EXPECT_EQ(row.hr == S_OK ? u"application/java-archive" : u"head", answer.head.View());
         if (row.hr == S_OK) {
-            EXPECT_THAT(ManifestOf(answer.body.Bytes()), HasSubstr(row.line));
+            EXPECT_PRED2(support::Has, ManifestOf(answer.body.Bytes()), row.line);
         } else {
             EXPECT_EQ(u"body", answer.body.View());
         }
     }
-    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: bResult\n"));
+    EXPECT_EQ(m_log.Texts(), (Lines{"TRASSDO: bResult\n"}));
 }
 
 // The host's library of documents cannot be had.
@@ -167,9 +164,9 @@ TEST_F(Archives, AreRequestedWithTheCredentialsThatTheHostKnows) {
             continue;
         }
         EXPECT_EQ(u"content-type: application/java-archive\n", Bstr::Adopt(head).View());
-        EXPECT_THAT(ManifestOf(bodyOwner.Bytes()), HasSubstr("LOGIN: yard\r\nPSW: secret\r\n"));
+        EXPECT_PRED2(support::Has, ManifestOf(bodyOwner.Bytes()), "LOGIN: yard\r\nPSW: secret\r\n");
     }
-    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"));
+    EXPECT_EQ(m_log.Texts(), (Lines{"TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"}));
 }
 
 // Each gets his own, whatever the order in which they come to the lock.
@@ -187,8 +184,8 @@ TEST_F(Archives, AreMadeOneAtATimeForManyAtOnce) {
         });
     threads.clear();
     for (std::size_t n = 0; n < bodies.size(); ++n)
-        EXPECT_THAT(ManifestOf(bodies[n].Bytes()), HasSubstr("\r\nLOGIN: " + login(n) + "\r\n"));
-    EXPECT_THAT(m_log.Texts(), IsEmpty());
+        EXPECT_PRED2(support::Has, ManifestOf(bodies[n].Bytes()), "\r\nLOGIN: " + login(n) + "\r\n");
+    EXPECT_EQ(m_log.Texts(), Lines());
 }
 
 } // namespace

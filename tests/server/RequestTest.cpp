@@ -3,18 +3,18 @@
 #include <string>
 #include <string_view>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "server/HTTPHeader.h"
 #include "server/ParseQuery.h"
 #include "server/SplitPath.h"
 #include "support/CodePage.h"
+#include "support/Texts.h"
 
 namespace {
 
 using platform::Bstr;
-using testing::ElementsAre;
+using support::Lines;
 using namespace std::string_view_literals;
 
 TEST(HTTPHeader, TellsWhereTheHeadEnds) {
@@ -49,7 +49,7 @@ TEST(HTTPHeader, HoldsTokensAndLines) {
     CHTTPHeader header;
     ASSERT_TRUE(
         header.Parse("POST  /a b \r\nX: 1\r\nx:  2 \r\nCookie: a: b\r\nEmpty:\r\nContent-Type:t\r\n\r\n"));
-    EXPECT_THAT(header.FirstLine(), ElementsAre("POST", "", "/a", "b"));
+    EXPECT_EQ(header.FirstLine(), (Lines{"POST", "", "/a", "b"}));
     EXPECT_TRUE(header.IsPost());
     EXPECT_EQ(" 2 ", header.GetParam("X")); // the later line; one blank goes, others stay
     EXPECT_EQ("a: b", header.GetParam("cookie"));

@@ -4,13 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
@@ -24,9 +24,7 @@ namespace {
 
 using platform::Bstr;
 using platform::ComPtr;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using support::Lines;
 
 std::string Item(std::string_view name, std::string_view password = "p", std::string_view type = "320x240") {
     return platform::ToUtf8(support::CameraItem(platform::FromUtf8(name), platform::FromUtf8(type),
@@ -71,7 +69,7 @@ TEST_F(Settings, FileHasItsForm) {
     Start();
     EXPECT_EQ(answer, Get());
     EXPECT_TRUE(Cam(Bstr(u"Двор №1")) && Cam(Bstr(u"O'Brien")));
-    EXPECT_THAT(m_log.Texts(), IsEmpty());
+    EXPECT_EQ(m_log.Texts(), Lines());
 }
 
 TEST_F(Settings, ADamagedFileGivesDefaults) {
@@ -88,8 +86,8 @@ TEST_F(Settings, ADamagedFileGivesDefaults) {
     support::ForgetSettings();
     const std::string folder = support::SettingsFolder();
     ::rmdir(folder.c_str());
-    EXPECT_THAT(Set(Cams(Item("a"))), HasSubstr(">a<"));
-    EXPECT_THAT(m_log.Texts(), ElementsAre("TRASSDO: SUCCEEDED(hr)\n"));
+    EXPECT_PRED2(support::Has, Set(Cams(Item("a"))), ">a<");
+    EXPECT_EQ(m_log.Texts(), (Lines{"TRASSDO: SUCCEEDED(hr)\n"}));
 }
 
 TEST_F(Settings, ASetComparesWithWhatIsThere) {
@@ -111,7 +109,7 @@ TEST_F(Settings, ASetComparesWithWhatIsThere) {
 
     // One stays with another password, one goes, one comes.
     const std::string all = Set(Cams(Item("c") + Item("O'Brien", "new") + Item("a")));
-    EXPECT_THAT(sink->Take(), ElementsAre("-O'Brien", "-a", "-b", "+O'Brien", "+a", "+c"));
+    EXPECT_EQ(sink->Take(), (Lines{"-O'Brien", "-a", "-b", "+O'Brien", "+a", "+c"}));
     EXPECT_EQ(kept.Get(), Cam(Bstr(u"O'Brien")).Get());
     EXPECT_TRUE(leaving.far.IsClosed());
     staying.far.Send(support::StreamHeader(""));
@@ -132,16 +130,16 @@ TEST_F(Settings, ASetComparesWithWhatIsThere) {
         EXPECT_EQ(E_UNEXPECTED, answer.status);
         EXPECT_EQ(u"<config/>", answer.body.View());
     }
-    EXPECT_THAT(
-        m_log.Texts(),
-        testing::Contains("TRASSDO: oHTTPHeader.GetParam(\"content-type\")==\"text/xml\"\n").Times(4));
-    EXPECT_THAT(all, HasSubstr("<host type=\"BSTR\" displayname=\"//local/@host\">h</host>"));
+    EXPECT_EQ(
+        std::ranges::count(m_log.Texts(), "TRASSDO: oHTTPHeader.GetParam(\"content-type\")==\"text/xml\"\n"),
+        4);
+    EXPECT_PRED2(support::Has, all, "<host type=\"BSTR\" displayname=\"//local/@host\">h</host>");
     // An item that cannot be read ends a load; what was done by then stays, and the subscriber knows of it.
     (void)sink->Take();
     Set(Cams(Item("a", "changed") + "<item><Name type='BSTR'>z</Name></item>" + Item("zz")));
-    EXPECT_THAT(sink->Take(), ElementsAre("-O'Brien", "-a", "-c", "+a"));
+    EXPECT_EQ(sink->Take(), (Lines{"-O'Brien", "-a", "-c", "+a"}));
     Set(Cams(""));
-    EXPECT_THAT(sink->Take(), ElementsAre("-a"));
+    EXPECT_EQ(sink->Take(), (Lines{"-a"}));
     EXPECT_EQ(S_OK, m_source->Unsubscribe(sink.Get()));
 }
 

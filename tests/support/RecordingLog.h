@@ -13,6 +13,7 @@
 
 #include "interfaces/ILogEngine.h"
 #include "platform/library.h"
+#include "support/Texts.h"
 
 namespace support {
 
@@ -67,8 +68,8 @@ public:
         return m_lines;
     }
     // "channel: text" of every line; with channels named, of the lines on those.
-    std::vector<std::string> Texts(std::initializer_list<std::string_view> channels = {}) const {
-        std::vector<std::string> texts;
+    support::Lines Texts(std::initializer_list<std::string_view> channels = {}) const {
+        support::Lines texts;
         for (const LogLine& line : Lines()) {
             if (channels.size() == 0 || std::ranges::count(channels, line.channel) != 0)
                 texts.push_back(line.channel + ": " + line.text);

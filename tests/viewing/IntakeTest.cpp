@@ -1,10 +1,10 @@
 // Viewing connections as the server object takes them in, one and many at a time.
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/ComponentTest.h"
@@ -15,8 +15,8 @@ namespace {
 
 using platform::Bstr;
 using platform::ComPtr;
+using support::Lines;
 using support::TcpPair;
-using testing::Contains;
 
 constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
 constexpr char kNoInterface[] = "0x80004002, (No such interface supported)\n";
@@ -32,7 +32,7 @@ protected:
         Stop();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
         m_stage.nodes.erase(kWebServerNode);
-        EXPECT_THAT(m_stage.nodes, testing::IsEmpty()) << "a thread's argument is left";
+        EXPECT_TRUE(m_stage.nodes.empty()) << "a thread's argument is left";
     }
     void Publish(ComPtr<IUnknown> value) {
         const std::lock_guard guard(m_stage.mutex);
@@ -82,9 +82,8 @@ TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
         EXPECT_EQ(row.status, View(row.name, pair));
         EXPECT_TRUE(pair.far.IsClosed());
         EXPECT_EQ(0U, platform::OpenSocketCount());
-        EXPECT_THAT(m_log.Texts(),
-                    testing::ElementsAre("mobile: connection of " + name + "\n", row.assertion,
-                                         "mobile: connection of " + name + " rejected: " + row.reason));
+        EXPECT_EQ(m_log.Texts(), (Lines{"mobile: connection of " + name + "\n", row.assertion,
+                                        "mobile: connection of " + name + " rejected: " + row.reason}));
     }
     m_stage.nodes.erase(u"other");
     Fail("");
@@ -101,7 +100,9 @@ TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
     TcpPair right;
     EXPECT_EQ(S_OK, View(u"back%20yard?fps=5&x=/", right));
     EXPECT_EQ("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\npiece", right.far.Receive(1000));
-    EXPECT_THAT(m_log.Texts({"mobile"}), Contains("mobile: starting Packeter for back%20yard?fps=5&x=/\n"));
+    EXPECT_EQ(
+        std::ranges::count(m_log.Texts({"mobile"}), "mobile: starting Packeter for back%20yard?fps=5&x=/\n"),
+        1);
 }
 
 TEST_F(ViewingIntake, KeyAndParametersComeFromTheName) {
@@ -117,9 +118,8 @@ TEST_F(ViewingIntake, KeyAndParametersComeFromTheName) {
         TcpPair pair;
         EXPECT_EQ(S_OK, View(name, pair));
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
-        EXPECT_THAT(m_stage.calls,
-                    testing::AllOf(Contains(open), Contains(init), Contains("GetParams in the apartment"),
-                                   Contains("video?original key")));
+        for (const char* call : {open, init, "GetParams in the apartment", "video?original key"})
+            EXPECT_NE(std::ranges::count(m_stage.calls, call), 0) << call;
         m_stage.calls.clear();
     }
 }

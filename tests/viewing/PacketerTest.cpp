@@ -1,5 +1,6 @@
 #include "viewing/Packeter.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -10,7 +11,6 @@
 
 #include <sys/resource.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
@@ -22,9 +22,8 @@
 
 namespace {
 
+using support::Lines;
 using support::Stage;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
 constexpr char kHead[] = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
@@ -60,7 +59,7 @@ struct Viewing {
             sent = pair.far.Receive(1000);
         EXPECT_EQ(0U, platform::OpenSocketCount());
         EXPECT_EQ(objects, platform::ModuleLock::Count());
-        EXPECT_THAT(stage.nodes, IsEmpty());
+        EXPECT_TRUE(stage.nodes.empty());
         return hr;
     }
 };
@@ -71,7 +70,6 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     const std::string mobile = "mobile: CPacketer::Main()";
     const std::string start = "mobile: Start, frame rate: 1000.000000\n";
     const std::string failed = "TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n";
-    using Lines = std::vector<std::string>;
     const Lines created{mobile + ": Failed to create mobile frame packer.", kDenied};
     const Lines initialised{mobile + ": Failed to init mobile frame packer.", kDenied};
     const Lines decoded{start, mobile + " Failed to decode JPEG."};
@@ -143,8 +141,7 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     const auto content = stage.Make<IConfiguration>("content");
     EXPECT_EQ(E_POINTER, packeter.Init(0, content.Get(), nullptr, 0, nullptr));
     EXPECT_EQ(E_POINTER, packeter.Init(1, nullptr, nullptr, 0, nullptr));
-    EXPECT_THAT(log.Texts(),
-                ElementsAre("TRASSDO: hSocket && pXmlConfig\n", "TRASSDO: hSocket && pXmlConfig\n"));
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: hSocket && pXmlConfig\n", "TRASSDO: hSocket && pXmlConfig\n"}));
 }
 
 TEST(Packeter, WithoutAThreadClosesTheSocket) {
@@ -168,7 +165,7 @@ TEST(Packeter, WithoutAThreadClosesTheSocket) {
     EXPECT_TRUE(pair.far.IsClosed());
     EXPECT_EQ(0U, platform::OpenSocketCount());
     EXPECT_EQ(objects, platform::ModuleLock::Count());
-    EXPECT_THAT(stage.calls, ElementsAre("~content"));
+    EXPECT_EQ(stage.calls, (Lines{"~content"}));
 }
 
 TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {

@@ -2,7 +2,6 @@
 
 #include <fstream>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/ConfigText.h"
@@ -13,11 +12,11 @@ namespace {
 
 using platform::Bstr;
 using support::ElementFrom;
+using support::Lines;
 using support::RecordingLog;
 using support::TextOf;
 using support::WideOf;
 using support::XmlOf;
-using testing::ElementsAre;
 using XmlConfig::CXmlConfig;
 
 TEST(XmlConfig, LoadsTheFileOrElseTheDefault) {
@@ -82,7 +81,7 @@ TEST(XmlConfig, ReadsWritesAndMakesByPath) {
     EXPECT_TRUE(XmlConfig::CreatePath(root.Get(), u"a"));
     EXPECT_TRUE(XmlConfig::SelectOrCreate(root.Get(), u"c/d", true));
     EXPECT_EQ("<r k=\"v\"><a><b/><b/></a><a/><c><d/></c></r>", XmlOf(root));
-    EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: pConfigElement\n"));
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: pConfigElement\n"}));
     EXPECT_EQ("XmlConfig::GetAttributeValue", log.Lines()[0].function);
 }
 
@@ -127,8 +126,8 @@ TEST(XmlConfig, MergesByModes) {
         EXPECT_EQ(row.result, XmlOf(a)) << row.mode;
         EXPECT_EQ(before, XmlOf(b));
     }
-    EXPECT_THAT(log.Texts(), ElementsAre("TRASSDO: szLeftType==szRightType || !szLeftType || !szRightType\n",
-                                         "TRASSDO: szKeyXPathRight\n"));
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: szLeftType==szRightType || !szLeftType || !szRightType\n",
+                                  "TRASSDO: szKeyXPathRight\n"}));
     EXPECT_EQ("XmlConfig::CXmlConfig::Merge", log.Lines()[0].function);
 }
 

@@ -3,13 +3,13 @@
 #include <map>
 #include <thread>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Common/Configuration/XmlConfigSDK/ThreadArg.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "platform/threads.h"
 #include "support/ConfigText.h"
+#include "support/Texts.h"
 
 namespace {
 
@@ -17,10 +17,9 @@ using platform::Bstr;
 using platform::ComPtr;
 using support::ElementFrom;
 using support::Find;
+using support::Lines;
 using support::TextOf;
 using support::XmlOf;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // An object with one text, which counts how often it was read.
 struct Thing : IUnknown {
@@ -125,11 +124,11 @@ TEST(XmlConfigTree, LoadsCollectionsByComparison) {
         return Show(things);
     };
     EXPECT_EQ("O'B&=O'B& a=a b=b ", load(item("b") + item("a") + item("O'B&amp;"), true));
-    EXPECT_THAT(events.heard, ElementsAre("1<c Ke", "4<item", "4<item", "4<item"));
+    EXPECT_EQ(events.heard, (Lines{"1<c Ke", "4<item", "4<item", "4<item"}));
     const Thing* const kept = things.at(u"O'B&").Get();
     // Gone first, then new, whatever their order; what stays is the same object.
     EXPECT_EQ("O'B&=O'B& c=c ", load(item("c") + item("O'B&amp;"), true));
-    EXPECT_THAT(events.heard, ElementsAre("1<c Ke", "8<item", "8<item", "4<item"));
+    EXPECT_EQ(events.heard, (Lines{"1<c Ke", "8<item", "8<item", "4<item"}));
     EXPECT_EQ(kept, things.at(u"O'B&").Get());
     // The second item of a key changes nothing; a load ends at an item that cannot be read.
     EXPECT_EQ("c=c d=d ", load(item("c") + item("c") + item("d") + "<item/>" + item("e"), true));
@@ -142,7 +141,7 @@ TEST(XmlConfigTree, LoadsCollectionsByComparison) {
     CTag absent(u"none", things);
     absent.pEvents = &events;
     CXmlConfigTree(upward.Get(), false).Bind(absent).End();
-    EXPECT_THAT(events.heard, ElementsAre("2"));
+    EXPECT_EQ(events.heard, (Lines{"2"}));
 
     // Without a key path items carry their key.
     const auto stored = ElementFrom("<r/>");
@@ -153,10 +152,10 @@ TEST(XmlConfigTree, LoadsCollectionsByComparison) {
     events.mask = 12;
     const int reads = things.at(u"c")->m_reads;
     EXPECT_EQ("c=c d=d ", load(plain("d", "d") + plain("c", "c"), false));
-    EXPECT_THAT(events.heard, IsEmpty());
+    EXPECT_EQ(events.heard, Lines());
     EXPECT_EQ(reads, things.at(u"c")->m_reads);
     EXPECT_EQ("c=new d=d ", load(plain("c", "new") + plain("d", "d"), false));
-    EXPECT_THAT(events.heard, ElementsAre("8<item", "4<item"));
+    EXPECT_EQ(events.heard, (Lines{"8<item", "4<item"}));
     // In order: neither added nor removed.
     EXPECT_EQ("c=1 d=2 ", load(plain("c", "1") + plain("d", "2") + plain("e", "3"), false, 1));
     EXPECT_EQ("c=3 d=2 ", load(plain("c", "3"), false, 1));
