@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <thread>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Common/Utils/ModuleImage.h"
@@ -23,6 +22,7 @@
 #include "runtime/module/RegistrarScript.h"
 #include "support/FakeWebHost.h"
 #include "support/Program.h"
+#include "support/Texts.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -30,9 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using platform::ComPtr;
 using platform::RegistryRoot;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using support::Lines;
 using namespace std::chrono_literals;
 
 bool IsMapped(const std::string& path) {
@@ -73,8 +71,8 @@ TEST_F(Module, ShowsItsFourExportsAndNothingElse) {
     std::istringstream lines(nm.output);
     for (std::string line; std::getline(lines, line);)
         names.push_back(line.substr(0, line.find(' ')));
-    EXPECT_THAT(names, ElementsAre("DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer",
-                                   "DllUnregisterServer"));
+    EXPECT_EQ(names,
+              (Lines{"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnregisterServer"}));
 }
 
 TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
@@ -83,7 +81,7 @@ TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
     for (const char* name : {"plain.so", "it's here/with blanks ''.so"}) {
         const std::string path = Place(name);
         ASSERT_EQ(platform::RegisterModule(path), S_OK) << path;
-        EXPECT_THAT(platform::EnumClassesOfCategory(kVideoSourceCategory), ElementsAre(kUploadServerClass));
+        EXPECT_EQ(platform::EnumClassesOfCategory(kVideoSourceCategory), std::vector{kUploadServerClass});
         EXPECT_EQ(platform::ModulePathOf(kUploadServerClass), path);
         std::string keys = Registry();
         for (const std::string& mine :
@@ -92,7 +90,7 @@ TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
               std::string("{E1B04F7A-6C28-4D53-A17E-350C9F86D24B}"),
               std::string("\\Morrowstream.UploadServer"), std::string("\\Morrowstream.DLL"),
               std::string("Other]"), std::string("{other}]")}) {
-            EXPECT_THAT(keys, HasSubstr(mine));
+            EXPECT_PRED2(support::Has, keys, mine);
             // Every key belongs to one of these.
             for (std::size_t at = 0; (at = keys.find('[', at)) != std::string::npos;) {
                 const std::size_t end = keys.find(']', at);
@@ -102,8 +100,8 @@ TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
                     ++at;
             }
         }
-        EXPECT_THAT(keys, Not(HasSubstr("["))) << keys;
-        EXPECT_THAT(Registry(), HasSubstr("\"ThreadingModel\"=\"Both\""));
+        EXPECT_FALSE(support::Has(keys, "[")) << keys;
+        EXPECT_PRED2(support::Has, Registry(), "\"ThreadingModel\"=\"Both\"");
         // A second time changes nothing.
         const std::string once = Registry();
         EXPECT_EQ(platform::RegisterModule(path), S_OK);
@@ -267,8 +265,8 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
         EXPECT_EQ(module.RegisterServer(), E_FAIL);
         EXPECT_EQ(s_locale, 2048U) << "the system's, meanwhile";
         EXPECT_EQ(platform::ThreadLocale(), 1062U);
-        EXPECT_THAT(Registry(), HasSubstr("Morrowstream.DLL")) << "what was written stays";
-        EXPECT_THAT(platform::EnumClassesOfCategory(kVideoSourceCategory), ElementsAre());
+        EXPECT_PRED2(support::Has, Registry(), "Morrowstream.DLL") << "what was written stays";
+        EXPECT_TRUE(platform::EnumClassesOfCategory(kVideoSourceCategory).empty());
         EXPECT_EQ(module.UnregisterServer(), E_FAIL);
         EXPECT_EQ(s_locale, 2048U);
         EXPECT_EQ(platform::ThreadLocale(), 1062U);
@@ -287,7 +285,7 @@ TEST(RegistrarScript, GrammarAndReplacements) {
         const HRESULT hr = registrar.StringRegister(bad);
         EXPECT_TRUE(FAILED(hr) || std::u16string_view(bad).empty()) << platform::ToUtf8(bad);
     }
-    EXPECT_THAT(platform::ReadWholeFile(folder.File("registry")).value_or(""), Not(HasSubstr("[")));
+    EXPECT_FALSE(support::Has(platform::ReadWholeFile(folder.File("registry")).value_or(""), "["));
     CRegistrar registrar;
     registrar.AddReplacement(u"Module", u"/it''s/x.so");
     const std::u16string_view script =
