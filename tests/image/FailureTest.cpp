@@ -26,6 +26,8 @@ const Recipe Progressive{.nWidth = 64, .nHeight = 64, .bProgressive = true};
 const Recipe Separate{.nWidth = 64, .nHeight = 64, .bSeparateScans = true};
 const Recipe Grey{.nWidth = 64, .nHeight = 64, .nComponents = 1, .nH = 1, .nV = 1};
 const Recipe Rgb{.nWidth = 64, .nHeight = 64, .nH = 1, .nV = 1, .bRgb = true};
+const Recipe Spectral{
+    .nWidth = 64, .nHeight = 64, .script = {{{0, 1, 2}, 0, 0, 0, 0}, {{0}, 1, 5, 0, 0}, {{0}, 6, 63, 0, 0}}};
 const Recipe RgbProgressive{
     .nWidth = 64, .nHeight = 64, .nH = 1, .nV = 1, .bProgressive = true, .bRgb = true};
 
@@ -49,6 +51,16 @@ Edit Set(std::uint8_t nMarker, std::size_t nOffset, const Bytes& values) {
 }
 Edit InFrame(std::size_t nOffset, const Bytes& values) {
     return Set(kSof, nOffset, values);
+}
+
+// Of the second scan header of a spectral stream.
+Edit InSecondScan(std::size_t nOffset, const Bytes& values) {
+    return [=](Bytes& jpeg) {
+        const std::uint8_t aMarker[] = {0xFF, kSos};
+        const auto first = jpeg.begin() + static_cast<std::ptrdiff_t>(Find(jpeg, kSos)) + 2;
+        const auto second = std::search(first, jpeg.end(), std::begin(aMarker), std::end(aMarker));
+        std::ranges::copy(values, second + static_cast<std::ptrdiff_t>(nOffset));
+    };
 }
 
 Edit Without(std::uint8_t nMarker) {
@@ -84,6 +96,15 @@ Edit CutInScan(std::size_t nBytes) {
 // Takes the end-of-image marker off.
 void CutEnd(Bytes& jpeg) {
     jpeg.resize(jpeg.size() - 2);
+}
+
+// More refinements of the DC coefficients than a stream may have.
+void RefineTooOften(Bytes& jpeg) {
+    Bytes scan = SegmentOf(jpeg, kSos);
+    scan.back() = 0x10;
+    Append(scan, Bytes(12)); // a bit for each block
+    for (int i = 0; i < kJpegMaxProgressiveScans; ++i)
+        Insert(jpeg, jpeg.size() - 2, scan);
 }
 
 // Fill bytes in front of some markers of the header.
@@ -275,6 +296,16 @@ const Row kRows[] = {
      [](Bytes& j) { Insert(j, j.size() - 2, Part(j, Find(j, kSos), j.size() - 2)); }, kGood, Data(-14),
      Whole},
     {"OnePassTooMany", Sequential, Again(kSos, kJpegMaxSequentialScans), Data(-1), Data(-14), None},
+    // Scans of a band.
+    {"Spectral", Spectral, Keep, kGood, kGood, Whole},
+    {"BandBeginsAboveItsEnd", Spectral, InSecondScan(7, {9}), Data(-2), Data(-21), None},
+    {"BandEndsBeyondTheBlock", Spectral, InSecondScan(8, {64}), Data(-2), Data(-21), None},
+    {"ShiftBeyond13", Spectral, InSecondScan(9, {14}), Data(-2), Data(-21), None},
+    {"AcSelectorUnset", Spectral, InSecondScan(6, {3}), Data(-4), Data(-17), None},
+    {"DcSelectorUnsetSpectral", Spectral, Set(kSos, 6, {0x30}), Data(-4), Data(-17), None},
+    {"DataEndsAtOnce", Spectral, [](Bytes& j) { CutInScan(14)(j), Append(j, {0xFF, 0xD9}); }, Data(-2),
+     Data(-21), None},
+    {"RefinedTooOften", Spectral, RefineTooOften, Data(-1), Data(-14), None},
 };
 
 class Failures : public testing::TestWithParam<Row> {};
