@@ -98,12 +98,12 @@ void CutEnd(Bytes& jpeg) {
     jpeg.resize(jpeg.size() - 2);
 }
 
-// More refinements of the DC coefficients than a stream may have.
-void RefineTooOften(Bytes& jpeg) {
+// Refinements of the DC coefficients until the spectral stream has one scan more than it may have.
+void OneScanTooMany(Bytes& jpeg) {
     Bytes scan = SegmentOf(jpeg, kSos);
     scan.back() = 0x10;
     Append(scan, Bytes(12)); // a bit for each block
-    for (int i = 0; i < kJpegMaxProgressiveScans; ++i)
+    for (std::size_t i = Spectral.script.size(); i <= kJpegMaxProgressiveScans; ++i)
         Insert(jpeg, jpeg.size() - 2, scan);
 }
 
@@ -305,7 +305,7 @@ const Row kRows[] = {
     {"DcSelectorUnsetSpectral", Spectral, Set(kSos, 6, {0x30}), Data(-4), Data(-17), None},
     {"DataEndsAtOnce", Spectral, [](Bytes& j) { CutInScan(14)(j), Append(j, {0xFF, 0xD9}); }, Data(-2),
      Data(-21), None},
-    {"RefinedTooOften", Spectral, RefineTooOften, Data(-1), Data(-14), None},
+    {"OneScanTooMany", Spectral, OneScanTooMany, Data(-1), Data(-14), None},
 };
 
 class Failures : public testing::TestWithParam<Row> {};

@@ -132,23 +132,22 @@ TEST_F(UploadServer, PlacesOrRejectsConnections) {
     Start({u"yard"});
     struct Row {
         const char16_t* name;
-        std::int32_t upload;
         std::string record;
-        HRESULT status;
         Lines middle;
         std::string reason;
+        HRESULT status;
+        std::int32_t upload = 1;
     };
     const Row rows[] = {
-        {u"shed", 1, "", E_ACCESSDENIED, {}, kNoSuchName},
-        {u"", 1, "", E_ACCESSDENIED, {}, kNoSuchName},
+        {u"shed", "", {}, kNoSuchName, E_ACCESSDENIED},
+        {u"", "", {}, kNoSuchName, E_ACCESSDENIED},
         {u"yard",
-         1,
          support::AuthRecord("Demo"),
-         E_ACCESSDENIED,
          {"TRASSDO: SAuthResponce::erSuccess==oAuthResponce.nResponce\n",
           "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"},
-         "0x80070005, (Access is denied.)"},
-        {u"yard/x?y", 0, "", REGDB_E_CLASSNOTREG, {kNoClass}, kNoClassReason}, // there is no state tree
+         "0x80070005, (Access is denied.)",
+         E_ACCESSDENIED},
+        {u"yard/x?y", "", {kNoClass}, kNoClassReason, REGDB_E_CLASSNOTREG, 0}, // there is no state tree
     };
     for (const Row& row : rows) {
         const std::string name = platform::ToUtf8(row.name);
