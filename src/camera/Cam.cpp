@@ -53,7 +53,6 @@ HRESULT CCam::Disconnect(ICamSink* pCamSink) {
 HRESULT CCam::GetName(BSTR* szName) {
     return StatusOf([&] {
         TRASSDO(szName, return E_POINTER);
-        const platform::SectionGuard guard(m_cs);
         *szName = platform::Bstr(m_bstrName).Detach();
         return S_OK;
     });
@@ -94,12 +93,14 @@ HRESULT CCam::operator<<(IConfigElement* pElement) {
     for (const auto& [szName, pText] : kFields) {
         platform::Bstr bstrText;
         hr = XmlConfig::LoadText(bstrText, XmlConfig::SelectOrCreate(pElement, szName, true).Get());
+        // Clients and the receive loop read the name without a lock, and the table knows the camera by it.
+        // Only a document that matches its items by something else than their names gives another one.
+        const bool bKept = pText == &CCam::m_bstrName && !m_bstrName.IsNull();
+        if (SUCCEEDED(hr) && bKept && bstrText != m_bstrName)
+            hr = E_INVALIDARG;
         TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-        if (bstrText == this->*pText && !(this->*pText).IsNull())
-            continue;
-        // The receive loop prints the name of a running upload.
-        const platform::SectionGuard guard(m_cs);
-        this->*pText = std::move(bstrText);
+        if (!bKept)
+            this->*pText = std::move(bstrText);
     }
     return hr;
 }

@@ -47,11 +47,13 @@ public:
     // and a report is all that tells of it.
     static CXmlConfigTree XmlClass(const CXmlConfigTree& oXmlConfigTree);
     // Writes the fields into a new element, or reads them from one, in the order below. A failure is reported
-    // and returned at once; fields before it have their new values.
+    // and returned at once; fields before it have their new values. A camera that has a name keeps it:
+    // E_INVALIDARG for an element with another one.
     HRESULT operator>>(IConfigElement* pElement);
     HRESULT operator<<(IConfigElement* pElement);
 
-    // Changed while a document is loaded, read by connections and sinks: both under the server's lock.
+    // Read from the document before anybody else has the camera. The name stays from then on, and any thread
+    // may read it. The others change with a document and are read by connections, under the server's lock.
     platform::Bstr m_bstrName;
     platform::Bstr
         m_bstrType; // "320x240" or "160x120": tells the phone what to send; the pipeline does not look at it

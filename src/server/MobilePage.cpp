@@ -38,15 +38,15 @@ HRESULT CUploadServer::GetStyleSheet(BSTR* body, BSTR* head) {
 HRESULT CUploadServer::GetMobilePage(BSTR* body, BSTR* head) {
     const platform::Bstr bstrTemplate(XmlConfig::kRootTemplate);
     CXmlConfig oXmlConfig;
-    const HRESULT hr = oXmlConfig.Load(nullptr, bstrTemplate);
+    HRESULT hr = oXmlConfig.Load(nullptr, bstrTemplate);
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
     WriteLocalStrings(CXmlConfigTree(oXmlConfig.Root(), true, true));
     const platform::ComPtr<IConfigElement> spLocal =
         XmlConfig::SelectOrCreate(oXmlConfig.Root(), u"local", false);
     TRASSDO(spLocal, return E_FAIL);
     platform::Bstr bstrLocal;
-    const HRESULT hrXml = spLocal->GetXml(bstrLocal.Receive());
-    TRASSDO(SUCCEEDED(_ARE(hrXml)), return hrXml);
+    hr = spLocal->GetXml(bstrLocal.Receive());
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
 
     std::u16string strPage = u"<?xml version='1.0' encoding='UTF-8'?>"
                              u"<?xml-stylesheet type='text/xsl' href='/mobile/mobile.xsl'?>\n<mobile>\n";

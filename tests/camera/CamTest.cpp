@@ -2,7 +2,9 @@
 
 #include "camera/Cam.h"
 
+#include <chrono>
 #include <cstring>
+#include <future>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -241,7 +243,16 @@ TEST_F(Cam, ASinkThatFailsStaysConnected) {
 }
 
 TEST_F(Cam, ASinkMayDisconnectItselfAndNoFrameFollowsADisconnect) {
-    m_sink->m_onFrame = [&](IVideoFrame*) { EXPECT_EQ(S_OK, m_cam->Disconnect(m_sink.Get())); };
+    // And it may wait for somebody who asks for the camera's name.
+    std::future<HRESULT> asked;
+    m_sink->m_onFrame = [&](IVideoFrame*) {
+        asked = std::async(std::launch::async, [&] {
+            platform::Bstr name;
+            return m_cam->GetName(name.Receive());
+        });
+        EXPECT_EQ(std::future_status::ready, asked.wait_for(std::chrono::seconds(20)));
+        EXPECT_EQ(S_OK, m_cam->Disconnect(m_sink.Get()));
+    };
     ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
     ConnectPhone();
     SendToGrant(MakeJpeg(16, 16), 6);

@@ -138,6 +138,12 @@ TEST_F(Settings, ASetComparesWithWhatIsThere) {
     (void)sink->Take();
     Set(Cams(Item("a", "changed") + "<item><Name type='BSTR'>z</Name></item>" + Item("zz")));
     EXPECT_EQ(sink->Take(), (Lines{"-O'Brien", "-a", "-c", "+a"}));
+    // A camera keeps the name that the table has it under, whatever a document matches its items by.
+    Set("<config><cams KeyXPath='Type/text()'>" + Item("A") + "</cams></config>");
+    EXPECT_EQ(sink->Take(), (Lines{"-a", "+a"}));
+    Bstr name;
+    EXPECT_EQ(S_OK, Cam(Bstr(u"a")).Query<IInfo>()->GetName(name.Receive()));
+    EXPECT_EQ(u"a", name.View());
     Set(Cams(""));
     EXPECT_EQ(sink->Take(), (Lines{"-a"}));
     EXPECT_EQ(S_OK, m_source->Unsubscribe(sink.Get()));
