@@ -11,18 +11,26 @@
 
 #include "Common/Utils/ModuleImage.h"
 #include "interfaces/IUploadServer.h"
+#include "interfaces/IVideoSource.h"
 #include "interfaces/Registration.h"
 #include "platform/categories.h"
 #include "platform/files.h"
 #include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
+#include "platform/threads.h"
 #include "runtime/module/Module.h"
 #include "runtime/module/Registrar.h"
 #include "runtime/module/RegistrarScript.h"
 #include "support/FakeWebHost.h"
+#include "support/Jpeg.h"
 #include "support/Program.h"
+#include "support/RecordingCamSink.h"
+#include "support/Settings.h"
+#include "support/TcpPair.h"
 #include "support/Texts.h"
+#include "support/Wait.h"
+#include "support/Wire.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -201,6 +209,37 @@ TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
         const std::jthread second(use, 1U);
     }
     EXPECT_EQ(platform::LoadedModules(), 0U);
+}
+
+// A thread of the pool that has decoded a picture has tables of the module's, and is used again.
+TEST_F(Module, ComesBackToThreadsThatHaveDecoded) {
+    const std::string path = Place("module.so");
+    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    support::ForgetSettings();
+    for (int i = 0; i < 3; ++i) {
+        platform::CoFreeUnusedLibraries(0ms);
+        auto server = CreateServer();
+        if (i == 0) {
+            ASSERT_EQ(support::AddCamera(server.Get(), u"yard", u"160x120", u"demo"), S_OK);
+        }
+        const auto sink = support::RecordingCamSinkObject::Create();
+        const platform::Bstr name(u"yard");
+        ComPtr<ICam> cam;
+        ASSERT_EQ(server.Query<IVideoSource>()->ConnectToCam(name.Get(), cam.Receive()), S_OK);
+        ASSERT_EQ(cam->Connect(sink.Get()), S_OK);
+        support::TcpPair phone;
+        phone.far.Send(support::AuthRecord("demo") + support::StreamHeader("") +
+                       support::Frame(support::MakeJpeg(64, 48)));
+        ASSERT_EQ(server->OnConnection(name.Get(), phone.Adopt(), 1, 0, nullptr), S_FALSE);
+        EXPECT_TRUE(support::Eventually([&] { return sink->Count() == 1; }));
+        EXPECT_EQ(sink->Calls(), std::vector<long>{40 + 64 * 48 * 3 / 2});
+        cam = nullptr;
+        server = nullptr;
+        ASSERT_TRUE(platform::WaitForWorkItems(20000));
+        EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 1U);
+        // Gone with the last of the threads, and with the next library that goes.
+        EXPECT_TRUE(IsMapped(path)) << "its thread waits for another item";
+    }
 }
 
 // Time alone decides for those who know of no thread's end.

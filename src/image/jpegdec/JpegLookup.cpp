@@ -14,6 +14,8 @@ struct Kept {
     std::size_t nOldest = 0;
 };
 
+// It has a destructor, so a thread that has decoded keeps this code mapped until it ends: an unload is put
+// off, and a load before that finds the module as it was left.
 thread_local Kept s_kept;
 
 } // namespace
