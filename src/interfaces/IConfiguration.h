@@ -11,8 +11,20 @@ struct IConfiguration : IUnknown {
     // to free, stand in their place; on failure both stay as they came in. `body` may hold any bytes: its
     // byte length counts.
     //
-    // So it is with the server object. The host's content objects leave the old values to the caller: see
-    // IWebServer.h.
+    // So it is with the server object, whose paths have these first segments:
+    //
+    //   path           body                                                  head
+    //   config         the settings document, UTF-16; set: read back         text
+    //   mobile.xsl     the mobile page's style sheet, bytes                  text
+    //   Sendora.jar    an archive, bytes; "login" and "password" in a        "application/java-archive"
+    //   Viewlander.jar query, else E_ACCESSDENIED
+    //   any other      the mobile page, UTF-8, and a zero byte               text
+    //
+    // A text's head is "HTTP/1.0 200 OK\r\ncontent-type: text/xml\r\n". SetContent differs for "config"
+    // alone: `body` is the new document and `head` has a first line, whatever it says, and a line
+    // "content-type: text/xml" with its line feed; E_UNEXPECTED without it.
+    //
+    // The host's content objects leave the old values to the caller: see IWebServer.h.
     virtual HRESULT GetContent(BSTR path, BSTR* body, BSTR* head) = 0;
     virtual HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) = 0;
 

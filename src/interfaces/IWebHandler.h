@@ -27,7 +27,12 @@ struct IWebHandler : IUnknown {
     // harmless.
     virtual HRESULT Process(const char16_t* szPath, SOCKET hSocket, BSTR head) = 0;
     // One answer: body and head come back as new texts, the caller's to free; unchanged after a failure. The
-    // head that went in is replaced but not freed: the caller keeps hold of it.
+    // head that went in is replaced but not freed: the caller keeps hold of it. E_INVALIDARG for a head that
+    // cannot be parsed, else the status of IConfiguration, which is asked for the path behind "mobile".
+    //
+    // The new head is "content-type: ", the head that IConfiguration has for that path, and "\n". Behind an
+    // archive that is one line; behind a text it is a line "content-type: HTTP/1.0 200 OK" and the text's own
+    // lines, of which the last content-type tells the type. What is sent of it is the host's decision.
     virtual HRESULT Request(const char16_t* szPath, BSTR* body, BSTR* head) = 0;
 
 protected:

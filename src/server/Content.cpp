@@ -78,7 +78,7 @@ HRESULT CUploadServer::Request(const char16_t* szPath, BSTR* body, BSTR* head) {
         const HRESULT hr = GetSetContent(oHTTPHeader.IsPost(), platform::Bstr(strTail).Get(), body, &text);
         contentType = platform::Bstr::Adopt(text);
         TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-        // The old head stays the host's to free.
+        // The old head stays the host's to free, and what it makes of a text's own head is its affair, too.
         *head = platform::Bstr(u"content-type: " + std::u16string(contentType.View()) + u"\n").Detach();
         return S_OK;
     });
