@@ -1,12 +1,11 @@
 // Links for phones over the web.
 //
-//   POST /links?camera=NAME       makes one: JSON with its address, its token, the seconds that it is good
-//   for, and a
-//                                 QR code of the address as SVG
+//   POST /links?camera=NAME       makes one: JSON with its address, its token, the seconds that it is
+//                                 good for, and a QR code of the address as SVG
 //   DELETE /links/TOKEN           revokes it
-//   GET /get/TOKEN                a page for the phone, which says what it installs; opening it uses nothing
-//   up,
-//                                 since programs that read codes and messages open addresses ahead
+//   GET /get/TOKEN                a page for the phone, which says what it installs; opening it uses
+//                                 nothing up, since programs that read codes and messages open addresses
+//                                 ahead
 //   GET /get/TOKEN/Sendora.jar    the archive of the midlet that makes the phone that camera, once
 //   GET /get/TOKEN/Sendora.jad    its descriptor, before that
 //

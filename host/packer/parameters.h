@@ -13,10 +13,10 @@
 //   fps      0.1..25     5         pictures a second
 //   flimit   0..2^31-1   0         the stream ends after so many pictures; 0: never
 //   quality  1..100      50        of JPEG
-//   zx, zy   0..1000     0         the part of the source's picture that is shown, in thousandths of its
-//   width zw, zh   10..1000    1000      and height: left, top, width, height. A part that would reach over
-//   the
-//                                  right or lower edge is moved inwards.
+//   zx, zy   0..1000     0         left and top of the part of the source's picture that is shown, in
+//                                  thousandths of its width and height
+//   zw, zh   10..1000    1000      width and height of that part. One that would reach over the right or
+//                                  lower edge is moved inwards.
 //   rotate   0..270      0         a clockwise turn in degrees, a multiple of 90. Without "=" and number: 90.
 #pragma once
 

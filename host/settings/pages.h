@@ -3,9 +3,8 @@
 //   GET /settings                 the page
 //   GET /settings/state           JSON: the token for the requests below, and the languages
 //   GET /settings/document        the settings document, passwords concealed; its version is the ETag
-//   PUT /settings/document        takes an edited document in place of the version in If-Match and answers
-//   with
-//                                 the settings as they are then
+//   PUT /settings/document        takes an edited document in place of the version in If-Match and
+//                                 answers with the settings as they are then
 //   GET /settings/secret?number=N the password behind mark N of the version in If-Match
 //   PUT /settings/language        the code of the language from the next start on
 //

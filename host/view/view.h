@@ -7,10 +7,9 @@
 //                        "ack N": picture N is drawn. The next one goes out after that, so one is on its way
 //                        at a time and the rest is skipped.
 //   host -> page, binary one packed picture (packer/framing.h); numbers go on over a change of parameters
-//   host -> page, text   {"type":"view","picture":true}, each second: whether the source has a picture now,
-//   or
-//                        the placeholder is shown. {"type":"gone"}: the source is no more; the connection
-//                        ends
+//   host -> page, text   {"type":"view","picture":true}, each second: whether the source has a picture
+//                        now, or the placeholder is shown. {"type":"gone"}: the source is no more; the
+//                        connection ends
 //
 // `flimit` ends the stream, and with it the connection.
 #pragma once

@@ -8,8 +8,8 @@
 //                            <------   SAuthResponce
 //   size, header bytes       ------>
 //                            <------   SFrameRequest: 10 frames, please
-//   SFrameResponce, body     ------>   (again and again; another request whenever fewer than 5 are
-//   outstanding)
+//   SFrameResponce, body     ------>   (again and again; another request whenever fewer than
+//                                       5 are outstanding)
 //
 // The header bytes followed by a frame's body are one complete JPEG file.
 #pragma once

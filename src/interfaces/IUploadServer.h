@@ -18,8 +18,8 @@ struct IUploadServer : IUnknown {
     // status it is closed.
     //   bstrName   tail of the request's path behind "mobile/video", without leading or trailing "/"
     //   bUpload    non-zero: the phone uploads into the camera of that name; zero: the phone views
-    //   pAuth      nAuthSize bytes, the credentials block that the host made for this request; used in
-    //   viewing only
+    //   pAuth      nAuthSize bytes, the credentials block that the host made for this request; used for
+    //              viewing only
     // S_FALSE: an upload started. S_OK: a viewing started. E_ACCESSDENIED: no such camera, or a wrong
     // password. E_INVALIDARG: an upload without a valid socket. Any other failure of the conversation with
     // the phone. Any thread. An upload blocks until the phone has sent its authentication record, with the

@@ -5,8 +5,8 @@
 #include <string_view>
 
 // Holds "CCam::Connect" after it was given "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the
-// function that it stands in,
-// and template arguments are left out: an assertion is known by one name, whatever it was made for.
+// function that it stands in, and template arguments are left out: an assertion is known by one name,
+// whatever it was made for.
 template <std::size_t N>
 struct CFunctionName {
     char szName[N] = {};
