@@ -166,7 +166,16 @@ TEST_F(Module, GivesOneObject) {
         EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 0U) << "it is in use";
         EXPECT_TRUE(IsMapped(path));
     }
-    EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 1U);
+    // A client's lock keeps it, without an object or a factory of it in anybody's hands.
+    for (const std::int32_t lock : {1, 0}) {
+        ComPtr<IClassFactory> factory;
+        ASSERT_EQ(platform::CoGetClassObject(kUploadServerClass, platform::kContextAll, IClassFactory::iid,
+                                             factory.ReceiveVoid()),
+                  S_OK);
+        EXPECT_EQ(factory->LockServer(lock), S_OK);
+        factory = nullptr;
+        EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), lock == 0 ? 1U : 0U);
+    }
     EXPECT_FALSE(IsMapped(path));
 }
 
@@ -286,6 +295,11 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
         EXPECT_EQ(get(&module), E_UNEXPECTED) << "nobody has initialised it";
         EXPECT_EQ(module.RegisterServer(), E_UNEXPECTED);
         EXPECT_EQ(module.Init(nullptr), E_INVALIDARG);
+        EXPECT_EQ(module.GetGITPtr(nullptr), E_POINTER);
+        ComPtr<IGlobalInterfaceTable> table, same;
+        EXPECT_EQ(module.GetGITPtr(table.Receive()), S_OK);
+        EXPECT_EQ(module.GetGITPtr(same.Receive()), S_OK);
+        EXPECT_TRUE(table && table.Get() == same.Get());
         ASSERT_EQ(module.Init(ThisModule()), S_OK);
 
         s_answer = E_OUTOFMEMORY;
