@@ -11,6 +11,7 @@
 #include "host/links/qr_code.h"
 #include "host/mobile/content.h"
 #include "host/web/report.h"
+#include "platform/base64.h"
 #include "platform/text.h"
 
 namespace host {
@@ -63,23 +64,6 @@ std::string MidletName(const std::string& camera) {
                            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
                        });
     return plain ? camera : "Sendora";
-}
-
-std::string Base64(std::string_view bytes) {
-    static constexpr std::string_view kDigits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    unsigned held = 0;
-    unsigned bits = 0;
-    for (const char c : bytes) {
-        held = held << 8U | static_cast<unsigned char>(c);
-        for (bits += 8; bits >= 6; bits -= 6)
-            text += kDigits[held >> (bits - 6) & 63U];
-    }
-    if (bits > 0)
-        text += kDigits[held << (6 - bits) & 63U];
-    text.append((4 - text.size() % 4) % 4, '=');
-    return text;
 }
 
 Answer MakeLink(const Request& request, const Services& services) {
@@ -138,7 +122,7 @@ Answer ContentAnswer(const LinkTable::Link& link, std::string_view file, const R
     request.path = "/" + std::string(kContent) + std::string(file);
     request.query = "JarName=" + MidletName(link.camera);
     request.host = asked.host;
-    request.authorization = "Basic " + Base64(link.camera + ":" + *password);
+    request.authorization = "Basic " + platform::Base64(link.camera + ":" + *password);
     request.head = "GET " + request.path + " HTTP/1.1\r\nHost: " + request.host +
                    "\r\nAuthorization: " + request.authorization + "\r\n\r\n";
     return HandlerAnswer(request, *handler);

@@ -11,6 +11,4 @@
 //   peer-info: 127.0.0.1:0
 //   User-Agent: Morrowstream
 //   QV-Auth: <the credentials block in base64; nothing for an empty one>
-//
-// Base64 is the standard alphabet of RFC 4648, section 4, with padding and without line breaks.
 std::u16string MakeRequestText(std::span<const std::uint8_t> credentials);
