@@ -2,17 +2,10 @@
 
 #include "image/ijl/IjlDecoder.h"
 #include "image/kernels/JpegMarkers.h"
+#include "image/kernels/Measures.h"
 #include "image/kernels/PictureLimits.h"
 
 #include <algorithm>
-
-namespace {
-
-constexpr std::int32_t CeilDivide(std::int32_t n, std::int32_t nBy) {
-    return (n + nBy - 1) / nBy;
-}
-
-} // namespace
 
 // Refused besides what the statuses name: a second frame header, since all geometry is that of the first, and
 // a picture above the limits of the codec.

@@ -5,6 +5,7 @@
 // that a sample covers.
 
 #include "image/ijl/IjlDecoder.h"
+#include "image/kernels/Measures.h"
 
 #include <algorithm>
 #include <cstring>
@@ -190,15 +191,6 @@ IJLERR CIjlDecoder::WriteMcu(std::int32_t nMcuCol, std::int32_t nMcuRow) {
     WriteGeneral(nX, nY, part);
     return IJL_OK;
 }
-
-namespace {
-
-// Kernels take strides of 32 bits above zero. Any other is 0 here.
-std::int32_t KernelStep(std::int64_t nLineBytes) {
-    return nLineBytes > 0 && nLineBytes <= INT32_MAX ? static_cast<std::int32_t>(nLineBytes) : 0;
-}
-
-} // namespace
 
 // One kernel call: into the image where all of the MCU lies in it, else by way of a copy.
 IJLERR CIjlDecoder::WriteColour(std::int32_t nX, std::int32_t nY, IppiSize part) {

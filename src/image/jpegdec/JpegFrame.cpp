@@ -2,16 +2,9 @@
 
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/kernels/JpegMarkers.h"
+#include "image/kernels/Measures.h"
 
 #include <algorithm>
-
-namespace {
-
-constexpr std::int32_t CeilDivide(std::int32_t n, std::int32_t nBy) {
-    return (n + nBy - 1) / nBy;
-}
-
-} // namespace
 
 // Refused besides what cannot be read: a second frame header, since every buffer is sized by the first; a
 // width or height of 0 (a height to be told later by DNL included, T.81 B.2.5) and a picture above the

@@ -2,6 +2,7 @@
 // caller's planes.
 
 #include "image/jpegdec/JpegDecoder.h"
+#include "image/kernels/Measures.h"
 
 #include <algorithm>
 
@@ -59,15 +60,6 @@ JpegStatus CJPEGDecoder::ConvertMcuRow(std::int32_t nMcuRow) {
     }
     return JPEG_OK;
 }
-
-namespace {
-
-// The kernels take strides of 32 bits. One beyond them is cut to 0, which they refuse.
-std::int32_t KernelStep(std::int64_t nStep) {
-    return nStep > 0 && nStep <= INT32_MAX ? static_cast<std::int32_t>(nStep) : 0;
-}
-
-} // namespace
 
 // What has not gone there straight already: m_nDirectCols columns of MCUs.
 JpegStatus CJPEGDecoder::CopyLuma(std::uint8_t* pPlane, std::int64_t nStep, std::int32_t nMcuRow) const {
