@@ -35,29 +35,6 @@ Answer Gone() {
                                  "the live page, beside the camera."));
 }
 
-std::string EscapeHtml(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 // The midlet is called like its camera where the name is plain; the component takes the query as it stands.
 std::string MidletName(const std::string& camera) {
     const bool plain = camera.size() <= 32 && std::ranges::all_of(camera, [](char c) {

@@ -83,21 +83,10 @@ std::string TargetOf(const Request& request) {
     return request.path.substr(1) + (request.query.empty() ? "" : "?" + request.query);
 }
 
-// The value of a parameter of a query, as it stands there.
-std::string_view Parameter(std::string_view query, std::string_view name) {
-    while (!query.empty()) {
-        const std::string_view part = query.substr(0, query.find('&'));
-        query.remove_prefix(std::min(part.size() + 1, query.size()));
-        if (part.size() > name.size() && part.starts_with(name) && part[name.size()] == '=')
-            return part.substr(name.size() + 1);
-    }
-    return {};
-}
-
 // A name for the file that a browser stores: plain letters for all, the whole name for those that know the
 // extended form (RFC 6266, RFC 8187).
 std::string Attachment(const Request& request) {
-    std::string name = PercentDecode(Parameter(request.query, "JarName")).value_or("");
+    std::string name = PercentDecode(QueryParameter(request.query, "JarName")).value_or("");
     const bool usable = !name.empty() && name.size() <= kLongestName &&
                         std::ranges::none_of(name, [](char c) { return static_cast<unsigned char>(c) < 32; });
     if (!usable) {

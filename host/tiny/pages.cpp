@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <span>
 #include <string>
 
@@ -21,46 +20,11 @@ constexpr std::array kWidths{96, 128, 176, 240, 320};
 constexpr int kUsualWidth = 176;
 constexpr int kQuality = 50;
 
-// What stands in text and in attributes.
-std::string Escaped(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        default:
-            // Phones show a control character as they like, and XML knows none.
-            result += static_cast<unsigned char>(c) < 32 || c == 127 ? ' ' : c;
-        }
-    }
-    return result;
-}
-
+// What the query chooses of these, else the usual one.
 int Choice(std::string_view query, std::string_view name, std::span<const int> choices, int usual) {
-    while (!query.empty()) {
-        const std::size_t end = query.find('&');
-        std::string_view pair = query.substr(0, end);
-        query.remove_prefix(end == std::string_view::npos ? query.size() : end + 1);
-        if (!pair.starts_with(name) || pair.size() <= name.size() || pair[name.size()] != '=')
-            continue;
-        pair.remove_prefix(name.size() + 1);
-        int value = 0;
-        const auto [rest, error] = std::from_chars(pair.data(), pair.data() + pair.size(), value);
-        if (error == std::errc{} && rest == pair.data() + pair.size() &&
-            std::ranges::find(choices, value) != choices.end())
-            return value;
-    }
-    return usual;
+    const std::string_view text = QueryParameter(query, name);
+    const auto chosen = std::ranges::find(choices, text, [](int choice) { return std::to_string(choice); });
+    return chosen != choices.end() ? *chosen : usual;
 }
 
 Answer Page(const TinyTexts& texts, unsigned status, std::string_view title, std::string_view head,
@@ -81,7 +45,7 @@ Answer Page(const TinyTexts& texts, unsigned status, std::string_view title, std
 Answer ListPage(const TinyTexts& texts, const Services& services) {
     std::string items;
     const auto add = [&](const std::string& key, bool live) {
-        items += "<li><a href=\"/tiny/" + PercentEncode(key) + "\">" + Escaped(key) + "</a>";
+        items += "<li><a href=\"/tiny/" + PercentEncode(key) + "\">" + EscapeHtml(key) + "</a>";
         if (!live)
             items.append(" (").append(texts.noPicture).append(")");
         items += "</li>";
@@ -124,12 +88,12 @@ Answer SourcePage(const TinyTexts& texts, const Request& request, const std::str
     std::string body = "<p><img src=\"" + path + std::string(kPicture) + "?width=" + columns +
                        "&amp;t=" + std::to_string(now.count()) + "\" width=\"" + columns + "\" height=\"" +
                        std::to_string(width * 3 / 4) + "\" alt=\"" + std::string(texts.noPicture) + "\"></p>";
-    body += "<h1>" + Escaped(key) + "</h1>";
+    body += "<h1>" + EscapeHtml(key) + "</h1>";
     body += Choices(texts.every, kIntervals, every, [&](int seconds) { return address(seconds, width); });
     body += Choices(texts.size, kWidths, width, [&](int chosen) { return address(every, chosen); });
     body += "<p><a href=\"/tiny\">" + std::string(texts.back) + "</a></p>";
     const std::string refresh = "<meta http-equiv=\"refresh\" content=\"" + std::to_string(every) + "\">";
-    return Page(texts, 200, Escaped(key), refresh, body);
+    return Page(texts, 200, EscapeHtml(key), refresh, body);
 }
 
 Answer PictureAnswer(const Request& request, Source& source, const Services& services) {

@@ -68,6 +68,29 @@ std::string Serialize(const Answer& answer, const AnswerOptions& options) {
     return bytes;
 }
 
+std::string EscapeHtml(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            result += "&amp;";
+            break;
+        case '<':
+            result += "&lt;";
+            break;
+        case '>':
+            result += "&gt;";
+            break;
+        case '"':
+            result += "&quot;";
+            break;
+        default:
+            result += static_cast<unsigned char>(c) < 32 || c == 127 ? ' ' : c;
+        }
+    }
+    return result;
+}
+
 SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall) {
     while (!bytes.empty()) {
         const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);

@@ -26,6 +26,10 @@ struct AnswerOptions {
 // The whole answer as bytes for the socket, with the security headers that every answer carries.
 std::string Serialize(const Answer& answer, const AnswerOptions& options);
 
+// A text as it stands in an HTML page, also in an attribute between double quotes. Control characters, which
+// old browsers show as they like, become blanks.
+std::string EscapeHtml(std::string_view text);
+
 enum class SendResult { Sent, Stalled, Broken, Stopped };
 // Sends everything, or gives up when the peer takes nothing for `stall`. The socket is a non-blocking one.
 SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);

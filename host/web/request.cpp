@@ -148,6 +148,16 @@ std::string PercentEncode(std::string_view text) {
     return result;
 }
 
+std::string_view QueryParameter(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const std::string_view part = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(part.size() + 1, query.size()));
+        if (part.size() > name.size() && part.starts_with(name) && part[name.size()] == '=')
+            return part.substr(name.size() + 1);
+    }
+    return {};
+}
+
 bool IsLoopbackHost(std::string_view host) {
     const auto colon = host.rfind(':');
     const bool hasPort = colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos;

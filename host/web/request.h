@@ -44,6 +44,9 @@ std::optional<std::string> PercentDecode(std::string_view text);
 // A text as one segment of a path.
 std::string PercentEncode(std::string_view text);
 
+// The value of a parameter of a query, as it stands there; the first one of that name, empty without one.
+std::string_view QueryParameter(std::string_view query, std::string_view name);
+
 // Whether a Host line (name, optional port) names this machine itself: localhost, 127.0.0.1 or [::1].
 bool IsLoopbackHost(std::string_view host);
 // Whether an Origin line belongs to the page of that Host: "http://HOST" or "https://HOST".
