@@ -230,17 +230,20 @@ private:
     // machine.
     void StoreSettings() {
         bool offered = false;
+        bool changed = false;
         const auto change = m_settings.Edit([&](SettingsDocument& document) {
-            bool changed = offered = document.OfferHost(m_services.authority);
+            offered = document.OfferHost(m_services.authority);
             for (const CameraEntry& camera : m_household.cameras)
                 changed = document.Put(camera) || changed;
             if (m_household.demoEnded) {
                 for (const CameraEntry& camera : DemoCameras())
                     changed = document.RemoveIfSame(camera) || changed;
             }
-            return changed;
+            return offered || changed;
         });
-        if (change.result != SettingsChange::Result::Done)
+        // An address that a full disk did not take is in force all the same.
+        const bool lost = changed || change.result != SettingsChange::Result::NotWritten;
+        if (change.result != SettingsChange::Result::Done && lost)
             throw StartError("the settings cannot be stored in " + SettingsFile(m_data.Path()));
         if (offered)
             Console::Get().Say("Phones are told to connect to " + m_services.authority +
