@@ -41,7 +41,7 @@ constexpr std::chrono::seconds kStatusInterval{1};
 // More cameras than that are told in one line.
 constexpr std::size_t kMostStatusLines = 8;
 // How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
-constexpr std::chrono::milliseconds kArriveWithin{500};
+constexpr std::chrono::milliseconds kArriveWithin{2000};
 
 // A thousand phones are a thousand descriptors.
 void RaiseDescriptorLimit() {

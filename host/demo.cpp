@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kWatchInterval{100};
 constexpr std::chrono::seconds kRestartAfter{1};
-constexpr std::chrono::milliseconds kEndWithin{1500};
+constexpr std::chrono::milliseconds kEndWithin{5000};
 
 // In the child, between fork and exec: calls that are safe there only.
 [[noreturn]] void BecomePhone(char* const* arguments, int output, pid_t parent) {

@@ -39,6 +39,7 @@ public:
         m_program.Signal(SIGTERM);
         return m_program.Wait();
     }
+    [[nodiscard]] const std::string& Output() const { return m_program.output; }
     std::string Metric(const std::string& name) const {
         support::Peer peer = support::Connect(port);
         peer.Send("GET /metrics HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
@@ -135,7 +136,7 @@ TEST(Viewing, GivesAPhoneTheClockAsItAsked) {
     EXPECT_EQ(many.Wait(), 0) << many.output;
     EXPECT_THAT(many.output, testing::AllOf(HasSubstr("received 27 pictures, slowest "),
                                             HasSubstr("9 of 9 viewers to the end")));
-    EXPECT_EQ(host.Stop(), 0);
+    EXPECT_EQ(host.Stop(), 0) << host.Output();
 }
 
 TEST(Viewing, DropsAViewerThatTakesNothingAndStopsWithViewersAtWork) {
@@ -158,7 +159,7 @@ TEST(Viewing, DropsAViewerThatTakesNothingAndStopsWithViewersAtWork) {
     EXPECT_TRUE(support::Eventually([&] { return packers() == 2; }));
     Program more(host.Viewer({"--source", "yard", "--viewers", "5", "--params", "fps=25"}));
     ASSERT_TRUE(support::Eventually([&] { return packers() == 7; }));
-    EXPECT_EQ(host.Stop(), 0);
+    EXPECT_EQ(host.Stop(), 0) << host.Output();
     EXPECT_EQ(other.Wait(), 1);
     EXPECT_THAT(other.output, HasSubstr("morrowstream-phone: the server closed the connection"));
     EXPECT_EQ(more.Wait(), 1);
