@@ -14,6 +14,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/activity.h"
 #include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/status.h"
@@ -42,8 +43,11 @@ struct Task {
     // From the call that queues on, which comes from a module that is in use. The thread lets go of it before
     // the task counts as ended, outside the module's code and under no lock.
     ModulePin pin{};
+    ActivityPtr activity{}; // of whoever queued it
 
-    void Run() const {
+    // Once.
+    void Run() {
+        const ActivityScope scope(std::move(activity));
         // A reused thread starts like a new one.
         SetLastError(kErrorSuccess);
         (void)SetThreadCodePage(0);
@@ -190,7 +194,7 @@ private:
 };
 
 Task MakeTask(WorkItem function, void* context) noexcept {
-    return {function, context, ModulePin(reinterpret_cast<const void*>(function))};
+    return {function, context, ModulePin(reinterpret_cast<const void*>(function)), ShareThreadActivity()};
 }
 
 bool RefuseNull(WorkItem function) noexcept {

@@ -14,9 +14,10 @@ inline constexpr std::uint32_t WT_EXECUTELONGFUNCTION = 0x10;
 
 // Runs `function(context)` once on a pool thread; its result is dropped. There is a thread for each item that
 // is running: an item never waits for another to end. Idle threads are reused and end after some seconds; an
-// item finds last error, code page and locale as on a new thread. The function must not throw. The module
-// that it stands in stays mapped until it has returned. Its stack is 256 KiB. False, with the last error set,
-// when no thread could be had; the item will then not run.
+// item finds last error, code page and locale as on a new thread, and the activity of whoever queued it
+// (platform/activity.h). The function must not throw. The module that it stands in stays mapped until it has
+// returned. Its stack is 256 KiB. False, with the last error set, when no thread could be had; the item will
+// then not run.
 MORROW_PLATFORM_API bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t flags) noexcept;
 
 // Starts a detached thread with a stack of at least `stackBytes` (0: the pool's size). False as above.

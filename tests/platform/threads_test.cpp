@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/activity.h"
 #include "platform/com.h"
 #include "platform/status.h"
 #include "platform/sync.h"
@@ -77,6 +78,34 @@ TEST(WorkItemTest, QueuedFromManyThreadsEachRunsOnce) {
     }
     ASSERT_TRUE(platform::WaitForWorkItems(kPatience));
     EXPECT_EQ(runs, kThreads * kItems);
+}
+
+TEST(WorkItemTest, WorksForTheActivityOfWhoeverAskedForIt) {
+    struct Owner : platform::Activity {
+        explicit Owner(std::atomic<int>& gone) : gone(gone) {}
+        ~Owner() override { ++gone; }
+        std::atomic<int>& gone;
+    };
+    std::atomic<int> gone{0};
+    const auto look = [](void* seen) -> std::uint32_t {
+        *static_cast<const platform::Activity**>(seen) = platform::ThreadActivity();
+        return 0;
+    };
+    const platform::Activity* seen[3] = {};
+    const platform::Activity* mine = nullptr;
+    {
+        const auto owner = std::make_shared<Owner>(gone);
+        mine = owner.get();
+        const platform::ActivityScope scope(owner);
+        ASSERT_TRUE(platform::QueueUserWorkItem(look, &seen[0], 0));
+        ASSERT_TRUE(platform::StartThread(look, &seen[1], 0));
+    }
+    EXPECT_EQ(platform::ThreadActivity(), nullptr);
+    ASSERT_TRUE(platform::WaitForWorkItems(kPatience));
+    EXPECT_EQ(gone, 1) << "with the last of its work";
+    ASSERT_TRUE(platform::QueueUserWorkItem(look, &seen[2], 0)); // by the same thread
+    ASSERT_TRUE(platform::WaitForWorkItems(kPatience));
+    EXPECT_TRUE(seen[0] == mine && seen[1] == mine && seen[2] == nullptr);
 }
 
 TEST(WorkItemTest, AReusedThreadStartsLikeANewOne) {
