@@ -1,21 +1,20 @@
 # cmake -DOUTPUT=FILE -DFOLDER=DIR -P EmbedAssets.cmake
 #
-# Writes a C++ source that holds every file of DIR as bytes, in the order of their names.
-file(GLOB files LIST_DIRECTORIES false "${FOLDER}/*")
+# Writes a C++ source that holds every file below DIR as bytes, in the order of their names ("live/app.js").
+file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${FOLDER}" "${FOLDER}/*")
 list(SORT files)
 set(arrays "")
 set(table "")
 set(index 0)
 foreach(file IN LISTS files)
-  get_filename_component(name "${file}" NAME)
-  file(READ "${file}" hex HEX)
+  file(READ "${FOLDER}/${file}" hex HEX)
   string(REGEX REPLACE "(..)" "0x\\1," bytes "${hex}")
   string(APPEND arrays "constexpr unsigned char kFile${index}[] = {${bytes}0};\n")
-  string(APPEND table "    {\"${name}\", Text(kFile${index})},\n")
+  string(APPEND table "    {\"${file}\", Text(kFile${index})},\n")
   math(EXPR index "${index} + 1")
 endforeach()
 file(WRITE "${OUTPUT}" "// Made by EmbedAssets.cmake; do not edit.
-#include \"host/web/assets.h\"
+#include \"host/site/assets.h\"
 
 namespace host {
 namespace {

@@ -7,7 +7,7 @@
 #include <shared_mutex>
 #include <string_view>
 
-#include "host/content/source_table.h"
+#include "host/sources/source_table.h"
 #include "host/users/authenticator.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IWebServer.h"

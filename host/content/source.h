@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "host/feed/picture.h"
+#include "host/picture/picture.h"
 
 namespace host {
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "host/feed/histogram.h"
-#include "host/feed/picture.h"
 #include "host/feed/rate_meter.h"
+#include "host/picture/picture.h"
 #include "interfaces/ICam.h"
 #include "platform/com.h"
 

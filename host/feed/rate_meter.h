@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "host/web/net.h"
+#include "host/base/net.h"
 
 namespace host {
 

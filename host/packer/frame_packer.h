@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "host/feed/encode.h"
-#include "host/feed/picture.h"
 #include "host/packer/counters.h"
 #include "host/packer/framing.h"
 #include "host/packer/parameters.h"
 #include "host/packer/scaler.h"
+#include "host/picture/encode.h"
+#include "host/picture/picture.h"
 
 namespace host {
 

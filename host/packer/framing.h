@@ -18,7 +18,7 @@
 #include <cstdint>
 #include <iterator>
 
-#include "host/little_endian.h"
+#include "host/base/little_endian.h"
 
 namespace host {
 

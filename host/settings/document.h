@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/settings/cameras.h"
+#include "host/users/cameras.h"
 #include "platform/configdoc/configdoc.h"
 
 namespace host {

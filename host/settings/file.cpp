@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "host/base/start_error.h"
 #include "host/settings/document.h"
-#include "host/start_error.h"
 #include "platform/files.h"
 #include "platform/text.h"
 

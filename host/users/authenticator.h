@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "host/settings/cameras.h"
+#include "host/base/net.h"
+#include "host/users/cameras.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
-#include "host/web/net.h"
 
 namespace host {
 

@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "host/web/net.h"
+#include "host/base/net.h"
 
 namespace host {
 

@@ -8,8 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/start_error.h"
-#include "host/text_table.h"
+#include "host/base/start_error.h"
+#include "host/base/text_table.h"
 #include "platform/files.h"
 #include "platform/text.h"
 

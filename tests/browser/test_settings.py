@@ -170,8 +170,8 @@ class SettingsTest(case.BrowserCase):
         seen = self.browser.driver.execute_async_script("""
             const [rules, other, done] = arguments;
             (async () => {
-                const { holds } = await import("/settings-rules.js");
-                const { SettingsForm } = await import("/settings-form.js");
+                const { holds } = await import("/assets/settings/rules.js");
+                const { SettingsForm } = await import("/assets/settings/form.js");
                 console.warn = () => {};
                 const tree = new DOMParser().parseFromString("<t><n>7</n><v>b</v></t>", "text/xml");
                 const told = rules.map((rule) => holds(rule, tree.querySelector("v")));

@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 
-#include "host/web/head.h"
-#include "host/web/limits.h"
-#include "host/web/request.h"
+#include "host/http/head.h"
+#include "host/http/limits.h"
+#include "host/http/request.h"
 #include "support/TcpPair.h"
 
 namespace host {

@@ -6,9 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/links/link_table.h"
-#include "host/links/pages.h"
-#include "host/links/qr_code.h"
+#include "host/site/links/link_table.h"
+#include "host/site/links/pages.h"
+#include "host/site/links/qr_code.h"
 #include "rig.h"
 
 namespace host::test {

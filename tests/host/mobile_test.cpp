@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/mobile/descriptor.h"
-#include "host/mobile/style_sheet.h"
-#include "host/web/accept.h"
+#include "host/http/accept.h"
+#include "host/site/mobile/descriptor.h"
+#include "host/site/mobile/style_sheet.h"
 #include "rig.h"
 
 namespace host::test {

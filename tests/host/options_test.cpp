@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "host/options.h"
-#include "host/start_error.h"
+#include "host/base/start_error.h"
+#include "host/main/options.h"
 
 namespace host {
 namespace {

@@ -13,8 +13,8 @@
 
 #include "host/feed/feed_table.h"
 #include "host/frames.h"
+#include "host/site/server.h"
 #include "host/users/password.h"
-#include "host/web/server.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "support/FakeConfiguration.h"

@@ -91,8 +91,8 @@ TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {
     const Rig rig(LongLimits());
     Client client(rig.Port());
     // All in one packet: each head is taken alone.
-    client.peer.Send("GET /health HTTP/1.1\r\n" + kLocal + "\r\nHEAD /index.html HTTP/1.1\r\n" + kLocal +
-                     "\r\nGET /nothing HTTP/1.1\r\n" + kLocal + "\r\nGET / HTTP/1.1\r\n" + kLocal +
+    client.peer.Send("GET /health HTTP/1.1\r\n" + kLocal + "\r\nHEAD /assets/live/index.html HTTP/1.1\r\n" +
+                     kLocal + "\r\nGET /nothing HTTP/1.1\r\n" + kLocal + "\r\nGET / HTTP/1.1\r\n" + kLocal +
                      "Connection: close\r\n\r\n");
     const Reply health = client.ReadReply();
     EXPECT_EQ(health.status, 200U);

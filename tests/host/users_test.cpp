@@ -6,9 +6,9 @@
 
 #include <sys/stat.h>
 
-#include "host/data_folder.h"
+#include "host/base/start_error.h"
+#include "host/main/data_folder.h"
 #include "host/phone/opening.h"
-#include "host/start_error.h"
 #include "host/users/authenticator.h"
 #include "host/users/password.h"
 #include "host/users/throttle.h"

@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "host/clock_reader.h"
-#include "host/content/clock_source.h"
-#include "host/handler/viewing.h"
+#include "host/component/viewing.h"
 #include "host/phone/packet.h"
 #include "host/rig.h"
+#include "host/sources/clock_source.h"
 #include "host/statetree/lookup.h"
 #include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"

@@ -1,0 +1,186 @@
+#include "host/base/net.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <system_error>
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "host/base/start_error.h"
+#include "host/http/limits.h"
+
+namespace host {
+namespace {
+
+struct SocketAddress {
+    sockaddr_storage storage{};
+    socklen_t size = 0;
+};
+
+std::optional<SocketAddress> ToSocketAddress(const Endpoint& endpoint) {
+    SocketAddress result;
+    in_addr v4{};
+    in6_addr v6{};
+    if (inet_pton(AF_INET, endpoint.address.c_str(), &v4) == 1) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(endpoint.port);
+        address.sin_addr = v4;
+        std::memcpy(&result.storage, &address, sizeof address);
+        result.size = sizeof address;
+    } else if (inet_pton(AF_INET6, endpoint.address.c_str(), &v6) == 1) {
+        sockaddr_in6 address{};
+        address.sin6_family = AF_INET6;
+        address.sin6_port = htons(endpoint.port);
+        address.sin6_addr = v6;
+        std::memcpy(&result.storage, &address, sizeof address);
+        result.size = sizeof address;
+    } else {
+        return std::nullopt;
+    }
+    return result;
+}
+
+std::string SystemText(int error) {
+    return std::generic_category().message(error);
+}
+
+} // namespace
+
+void Descriptor::Close() noexcept {
+    if (m_fd >= 0)
+        ::close(std::exchange(m_fd, -1));
+}
+
+Wakeup::Wakeup() : m_fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!m_fd)
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+}
+
+void Wakeup::Signal() noexcept {
+    if (m_set.exchange(true, std::memory_order_acq_rel))
+        return;
+    const std::uint64_t one = 1;
+    // Cannot fail: the counter is at most 1.
+    [[maybe_unused]] const auto written = ::write(m_fd.Get(), &one, sizeof one);
+}
+
+void Wakeup::Clear() noexcept {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto got = ::read(m_fd.Get(), &count, sizeof count);
+    m_set.exchange(false, std::memory_order_acq_rel);
+}
+
+Waited WaitFor(const WaitSet& set, Clock::time_point deadline) {
+    std::array<pollfd, 3> polled{{
+        {set.socket, set.socketEvents, 0},
+        {set.wakeup != nullptr ? set.wakeup->Fd() : -1, POLLIN, 0},
+        {set.stop != nullptr ? set.stop->Fd() : -1, POLLIN, 0},
+    }};
+    for (;;) {
+        const auto now = Clock::now();
+        int timeout = 0;
+        if (deadline > now) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
+            timeout = static_cast<int>(std::min<decltype(left)>(left, 3600 * 1000));
+        }
+        const int ready = ::poll(polled.data(), polled.size(), timeout);
+        if (polled[2].revents != 0 && ready > 0)
+            return Waited::Stopped;
+        if (ready > 0)
+            return polled[0].revents != 0 ? Waited::Ready : Waited::Woken;
+        if (ready == 0 && Clock::now() >= deadline)
+            return Waited::Timeout;
+        if (ready < 0 && errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "poll");
+    }
+}
+
+std::optional<Endpoint> Endpoint::Parse(std::string_view text) {
+    const auto colon = text.rfind(':');
+    if (colon == std::string_view::npos)
+        return std::nullopt;
+    Endpoint endpoint;
+    std::string_view address = text.substr(0, colon);
+    const std::string_view port = text.substr(colon + 1);
+    if (address.size() >= 2 && address.front() == '[' && address.back() == ']')
+        address = address.substr(1, address.size() - 2);
+    else if (address.find(':') != std::string_view::npos)
+        return std::nullopt; // an IPv6 address without its brackets: where does the port begin?
+    endpoint.address = address == "localhost" ? "127.0.0.1" : address.empty() ? "0.0.0.0" : address;
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), endpoint.port);
+    if (error != std::errc{} || end != port.data() + port.size() || !ToSocketAddress(endpoint))
+        return std::nullopt;
+    return endpoint;
+}
+
+bool Endpoint::IsLoopback() const {
+    return address.starts_with("127.") || address == "::1";
+}
+
+std::string Endpoint::Text() const {
+    const bool v6 = address.find(':') != std::string::npos;
+    return (v6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
+Listener Listen(const Endpoint& endpoint) {
+    const auto wanted = ToSocketAddress(endpoint);
+    if (!wanted)
+        throw StartError("not an address to listen on: " + endpoint.Text());
+    Descriptor socket(
+        ::socket(wanted->storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
+    if (!socket)
+        throw StartError("no socket to listen on: " + SystemText(errno));
+    // A host that is started again must not wait for the connections of its last run to be forgotten.
+    const int on = 1;
+    ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (::bind(socket.Get(), reinterpret_cast<const sockaddr*>(&wanted->storage), wanted->size) != 0 ||
+        ::listen(socket.Get(), kListenBacklog) != 0) {
+        const int error = errno;
+        if (error == EADDRINUSE)
+            throw StartError("port " + std::to_string(endpoint.port) + " is in use (" + endpoint.Text() +
+                             "): stop the program that has it, or choose another with --listen ADDR:PORT");
+        throw StartError("cannot listen on " + endpoint.Text() + ": " + SystemText(error));
+    }
+    Listener listener{std::move(socket), endpoint};
+    sockaddr_storage bound{};
+    socklen_t size = sizeof bound;
+    if (::getsockname(listener.socket.Get(), reinterpret_cast<sockaddr*>(&bound), &size) == 0) {
+        // The port stands at the same place in both families.
+        sockaddr_in address{};
+        std::memcpy(&address, &bound, sizeof address);
+        listener.endpoint.port = ntohs(address.sin_port);
+    }
+    return listener;
+}
+
+PeerAddress AddressOf(const sockaddr_storage& address) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (address.ss_family == AF_INET) {
+        sockaddr_in v4{};
+        std::memcpy(&v4, &address, sizeof v4);
+        ::inet_ntop(AF_INET, &v4.sin_addr, text.data(), text.size());
+        return {text.data(), text.data()};
+    }
+    if (address.ss_family == AF_INET6) {
+        sockaddr_in6 v6{};
+        std::memcpy(&v6, &address, sizeof v6);
+        ::inet_ntop(AF_INET6, &v6.sin6_addr, text.data(), text.size());
+        if (IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr))
+            return {text.data(), text.data()};
+        return {text.data(), std::string(reinterpret_cast<const char*>(&v6.sin6_addr), 8)};
+    }
+    return {"unknown", "unknown"};
+}
+
+void SetReceiveLowWater(int fd, int bytes) noexcept {
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
+}
+
+} // namespace host

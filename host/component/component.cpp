@@ -1,0 +1,140 @@
+#include "host/component/component.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "host/base/start_error.h"
+#include "host/log/console.h"
+#include "interfaces/Registration.h"
+#include "platform/categories.h"
+#include "platform/modules.h"
+#include "platform/threads.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::ComPtr;
+
+// How long a receive loop may take to notice that its connection was closed.
+constexpr std::uint32_t kLoopsEndWithin = 1000;
+
+std::string CodeText(HRESULT hr) {
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
+    return code;
+}
+
+void Require(HRESULT hr, const std::string& what) {
+    if (FAILED(hr))
+        throw StartError(what + " failed with " + CodeText(hr));
+}
+
+// The module as it is built or installed with this program; empty where there is none.
+std::string OwnModule() {
+    std::error_code error;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* place : {"../lib/libmorrowstream.so", "../lib/morrowstream/libmorrowstream.so"}) {
+        const fs::path path = (folder / place).lexically_normal();
+        if (fs::is_regular_file(path, error))
+            return path.string();
+    }
+    return {};
+}
+
+std::optional<GUID> RegisteredClass() {
+    const auto classes = platform::EnumClassesOfCategory(kVideoSourceCategory);
+    return classes.empty() ? std::nullopt : std::optional(classes.front());
+}
+
+// The factory, which the module is loaded for.
+HRESULT LoadFactory(const GUID& classId, ComPtr<IClassFactory>& factory) {
+    return platform::CoGetClassObject(classId, platform::kContextAll, IClassFactory::iid,
+                                      factory.ReceiveVoid());
+}
+
+} // namespace
+
+// Builds are moved and removed while their data stays, so a path that leads nowhere is replaced by the module
+// that came with this program, and only the lack of both is an error.
+ComponentModule::ComponentModule() {
+    const auto registered = RegisteredClass();
+    ComPtr<IClassFactory> factory;
+    HRESULT hr = registered ? LoadFactory(*registered, factory) : REGDB_E_CLASSNOTREG;
+    if (FAILED(hr)) {
+        const std::string old = registered ? platform::ModulePathOf(*registered) : "";
+        const std::string own = OwnModule();
+        if (own.empty() || own == old)
+            throw StartError(
+                registered ? "the component " + old + " cannot be loaded (" + CodeText(hr) + " " +
+                                 platform::LastModuleError() +
+                                 "); register another one with morrowstream-host --data DIR --register PATH"
+                           : "no component is registered; register one with morrowstream-host --data DIR "
+                             "--register PATH");
+        RegisterComponent(own);
+        Console::Get().Log("component",
+                           old.empty() ? "registered " + own : "registered " + own + " in place of " + old);
+        const auto now = RegisteredClass();
+        hr = now ? LoadFactory(*now, factory) : REGDB_E_CLASSNOTREG;
+    }
+    Require(hr, "loading the component");
+    m_class = *RegisteredClass();
+    m_factory = std::move(factory);
+}
+
+ComponentModule::~ComponentModule() {
+    m_factory = nullptr;
+    // Whoever used it has ended, and threads of the pool keep the code that they still run.
+    (void)platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0));
+}
+
+void RegisterComponent(const std::string& path) {
+    const HRESULT hr = platform::RegisterModule(path);
+    if (FAILED(hr))
+        throw StartError("registering " + path + " failed with " + CodeText(hr) + " " +
+                         platform::LastModuleError());
+}
+
+void UnregisterComponent(const std::string& path) {
+    const HRESULT hr = platform::UnregisterModule(path);
+    if (FAILED(hr))
+        throw StartError("unregistering " + path + " failed with " + CodeText(hr) + " " +
+                         platform::LastModuleError());
+}
+
+Component::Component(const GUID& classId, WebHandlerHostPtr handlerHost, FeedTablePtr feeds)
+    : m_handlerHost(std::move(handlerHost)), m_feeds(std::move(feeds)) {
+    m_classes.AddObject(kWebHandlerHostClass,
+                        ComPtr<IUnknown>(static_cast<IWebHandlerHost*>(m_handlerHost.Get())));
+    try {
+        Create(classId);
+    } catch (...) {
+        m_handlerHost->Forget();
+        m_feeds->SetSource(nullptr);
+        m_source = nullptr;
+        m_server = nullptr;
+        throw;
+    }
+}
+
+void Component::Create(const GUID& classId) {
+    Require(platform::CoCreateInstance(classId, nullptr, platform::kContextAll, IUploadServer::iid,
+                                       m_server.ReceiveVoid()),
+            "creating the component");
+    m_source = m_server.Query<IVideoSource>();
+    if (!m_source)
+        throw StartError("the component is no video source");
+    m_feeds->SetSource(m_source);
+    Require(m_source->Subscribe(m_feeds.Get()), "subscribing to the component");
+}
+
+Component::~Component() {
+    (void)m_source->Unsubscribe(m_feeds.Get());
+    m_feeds->SetSource(nullptr);
+    m_handlerHost->Forget();
+    m_source = nullptr;
+    m_server = nullptr; // the last reference: the object closes the phones' sockets
+    platform::WaitForWorkItems(kLoopsEndWithin);
+}
+
+} // namespace host

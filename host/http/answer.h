@@ -1,0 +1,37 @@
+// An answer, and writing it.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "host/base/net.h"
+
+namespace host {
+
+struct Answer {
+    unsigned status = 200;
+    std::string type = "text/plain; charset=utf-8";
+    std::string body;
+    std::map<std::string, std::string> headers; // beyond those that every answer has
+
+    static Answer Text(unsigned status, std::string_view line);
+};
+
+struct AnswerOptions {
+    bool keepAlive = false;
+    bool headOnly = false;  // the answer to a HEAD request: the length is told, the body is not sent
+    bool openEnded = false; // no length: the body follows until the connection closes
+};
+// The whole answer as bytes for the socket, with the security headers that every answer carries.
+std::string Serialize(const Answer& answer, const AnswerOptions& options);
+
+// A text as it stands in an HTML page, also in an attribute between double quotes. Control characters, which
+// old browsers show as they like, become blanks.
+std::string EscapeHtml(std::string_view text);
+
+enum class SendResult { Sent, Stalled, Broken, Stopped };
+// Sends everything, or gives up when the peer takes nothing for `stall`. The socket is a non-blocking one.
+SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);
+
+} // namespace host

@@ -1,0 +1,134 @@
+#include "host/http/head.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "host/http/limits.h"
+
+namespace host {
+namespace {
+
+// How many bytes can be peeked, up to `size`: 0 when the peer has closed, -1 for nothing yet, -2 when the
+// connection is broken.
+ssize_t Peek(int fd, char* buffer, std::size_t size) {
+    for (;;) {
+        const ssize_t got = ::recv(fd, buffer, size, MSG_PEEK | MSG_DONTWAIT);
+        if (got >= 0)
+            return got;
+        if (errno == EAGAIN || errno == EWOULDBLOCK)
+            return -1;
+        if (errno != EINTR)
+            return -2;
+    }
+}
+
+// Peeks again whenever something more has come, until `enough(bytes)`. The low-water mark stands one above
+// what was seen, so that the bytes that lie there already do not make the wait return at once.
+template <class Enough>
+HeadResult PeekUntil(int fd, char* buffer, std::size_t size, const Wakeup& stop, Clock::time_point deadline,
+                     bool* anyBytes, Enough enough) {
+    struct LowWater {
+        int fd;
+        ~LowWater() { SetReceiveLowWater(fd, 1); }
+    } restore{fd};
+    ssize_t seen = 0;
+    for (bool waited = false;;) {
+        const ssize_t got = Peek(fd, buffer, size);
+        if (got == -2 || got == 0)
+            return HeadResult::Closed;
+        if (got > 0) {
+            *anyBytes = true;
+            if (enough(static_cast<std::size_t>(got)))
+                return HeadResult::Complete;
+            if (static_cast<std::size_t>(got) == size)
+                return HeadResult::TooLarge;
+            // Readable without a new byte: the peer has closed its side behind what is there.
+            if (waited && got == seen)
+                return HeadResult::Closed;
+            seen = got;
+            SetReceiveLowWater(fd, static_cast<int>(got) + 1);
+        }
+        switch (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline)) {
+        case Waited::Stopped:
+            return HeadResult::Stopped;
+        case Waited::Timeout:
+            return HeadResult::Timeout;
+        case Waited::Ready:
+        case Waited::Woken:
+            waited = true;
+            break;
+        }
+    }
+}
+
+} // namespace
+
+std::size_t FindHeadEnd(std::string_view text) noexcept {
+    for (std::size_t at = text.find('\n'); at != std::string_view::npos; at = text.find('\n', at + 1)) {
+        if (at + 1 < text.size() && text[at + 1] == '\n')
+            return at + 2;
+        if (at + 2 < text.size() && text[at + 1] == '\r' && text[at + 2] == '\n')
+            return at + 3;
+    }
+    return 0;
+}
+
+Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline) {
+    Head head;
+    head.text.resize(kMaxHeadBytes);
+    std::size_t size = 0;
+    head.result = PeekUntil(fd, head.text.data(), head.text.size(), stop, deadline, &head.anyBytes,
+                            [&](std::size_t got) {
+                                size = FindHeadEnd({head.text.data(), got});
+                                return size != 0;
+                            });
+    head.text.resize(size);
+    std::size_t taken = 0;
+    while (taken < size) {
+        const ssize_t got = ::recv(fd, head.text.data() + taken, size - taken, MSG_DONTWAIT);
+        if (got > 0)
+            taken += static_cast<std::size_t>(got);
+        else if (got == 0 || errno != EINTR)
+            return {HeadResult::Closed, {}, true};
+    }
+    return head;
+}
+
+HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
+                    Clock::time_point deadline) {
+    // Grows with what comes: a length alone costs no memory.
+    std::array<char, 16384> part{};
+    while (body->size() < bytes) {
+        const ssize_t got =
+            ::recv(fd, part.data(), std::min(part.size(), bytes - body->size()), MSG_DONTWAIT);
+        if (got > 0) {
+            body->append(part.data(), static_cast<std::size_t>(got));
+            continue;
+        }
+        if (got == 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK))
+            return HeadResult::Closed;
+        switch (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline)) {
+        case Waited::Stopped:
+            return HeadResult::Stopped;
+        case Waited::Timeout:
+            return HeadResult::Timeout;
+        case Waited::Ready:
+        case Waited::Woken:
+            break;
+        }
+    }
+    return HeadResult::Complete;
+}
+
+HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::time_point deadline) {
+    std::string buffer(bytes, '\0');
+    bool anyBytes = false;
+    return PeekUntil(fd, buffer.data(), buffer.size(), stop, deadline, &anyBytes,
+                     [bytes](std::size_t got) { return got >= bytes; });
+}
+
+} // namespace host

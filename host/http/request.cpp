@@ -1,0 +1,176 @@
+#include "host/http/request.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/core/error.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/parser.hpp>
+
+#include "host/http/limits.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+namespace http = boost::beast::http;
+
+// The parser knows lines that end in CR LF only; old phones end them in a line feed.
+std::string WithFullLineEnds(std::string_view head) {
+    std::string result;
+    result.reserve(head.size() + 64);
+    for (std::size_t i = 0; i < head.size(); ++i) {
+        if (head[i] == '\n' && (i == 0 || head[i - 1] != '\r'))
+            result += '\r';
+        result += head[i];
+    }
+    return result;
+}
+
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+    return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+std::string ToString(boost::beast::string_view text) {
+    return {text.data(), text.size()};
+}
+
+// Cuts the target into path and query. A phone may send the path without its leading "/", a proxy the whole
+// address.
+bool SplitTarget(std::string_view target, Request& request) {
+    if (target.starts_with("http://") || target.starts_with("https://")) {
+        const auto slash = target.find('/', target.find("://") + 3);
+        target = slash == std::string_view::npos ? "/" : target.substr(slash);
+    }
+    const auto hash = target.find('#');
+    if (hash != std::string_view::npos)
+        return false;
+    const auto question = target.find('?');
+    request.path = target.substr(0, question);
+    if (question != std::string_view::npos)
+        request.query = target.substr(question + 1);
+    if (!request.path.starts_with('/'))
+        request.path.insert(0, 1, '/');
+    return true;
+}
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+} // namespace
+
+ParsedRequest ParseRequest(std::string head) {
+    http::request_parser<http::empty_body> parser;
+    parser.header_limit(kMaxHeadBytes * 2);
+    // An upload has no end, and a phone may announce any length: what follows the head is not read here.
+    parser.body_limit(std::numeric_limits<std::uint64_t>::max());
+    const std::string text = WithFullLineEnds(head);
+    boost::beast::error_code error;
+    parser.put(boost::asio::buffer(text), error);
+    if (error || !parser.is_header_done())
+        return {std::nullopt, error == http::error::header_limit ? 431U : 400U};
+    const auto& message = parser.get();
+    if (message.target().size() > kMaxTargetBytes)
+        return {std::nullopt, 414};
+    if (message.count(http::field::host) > 1 || message.count(http::field::authorization) > 1)
+        return {std::nullopt, 400};
+
+    Request request;
+    request.method = ToString(message.method_string());
+    if (!SplitTarget(ToString(message.target()), request))
+        return {std::nullopt, 400};
+    request.hasHost = message.count(http::field::host) == 1;
+    request.host = ToString(message[http::field::host]);
+    request.origin = ToString(message[http::field::origin]);
+    request.authorization = ToString(message[http::field::authorization]);
+    request.ifNoneMatch = ToString(message[http::field::if_none_match]);
+    request.acceptLanguage = ToString(message[http::field::accept_language]);
+    request.keepAlive = message.keep_alive();
+    const auto length = parser.content_length();
+    request.chunked = message.chunked();
+    request.bodySize = length ? *length : 0;
+    request.hasBody = request.chunked || request.bodySize > 0;
+    request.fetchSite = ToString(message["Sec-Fetch-Site"]);
+    request.expectsContinue = EqualsIgnoringCase(ToString(message[http::field::expect]), "100-continue");
+    request.wantsWebSocket = EqualsIgnoringCase(ToString(message[http::field::upgrade]), "websocket");
+    request.head = std::move(head);
+    return {std::move(request), 200};
+}
+
+std::optional<std::string> PercentDecode(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (c == '%') {
+            if (i + 2 >= text.size())
+                return std::nullopt;
+            const int high = HexDigit(text[i + 1]);
+            const int low = HexDigit(text[i + 2]);
+            if (high < 0 || low < 0)
+                return std::nullopt;
+            c = static_cast<char>(high * 16 + low);
+            i += 2;
+        }
+        if (c == '\0')
+            return std::nullopt;
+        result += c;
+    }
+    if (!platform::Utf8ToWideStrict(result))
+        return std::nullopt;
+    return result;
+}
+
+std::string PercentEncode(std::string_view text) {
+    static constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+            c == '_' || c == '.' || c == '~') {
+            result += c;
+        } else {
+            result += '%';
+            result += kDigits[byte >> 4];
+            result += kDigits[byte & 15];
+        }
+    }
+    return result;
+}
+
+std::string_view QueryParameter(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const std::string_view part = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(part.size() + 1, query.size()));
+        if (part.size() > name.size() && part.starts_with(name) && part[name.size()] == '=')
+            return part.substr(name.size() + 1);
+    }
+    return {};
+}
+
+bool IsLoopbackHost(std::string_view host) {
+    const auto colon = host.rfind(':');
+    const bool hasPort = colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos;
+    const std::string_view name = hasPort ? host.substr(0, colon) : host;
+    return EqualsIgnoringCase(name, "localhost") || name == "127.0.0.1" || name == "[::1]";
+}
+
+bool IsSameOrigin(std::string_view origin, std::string_view host) {
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (origin.starts_with(scheme))
+            return !host.empty() && EqualsIgnoringCase(origin.substr(scheme.size()), host);
+    }
+    return false;
+}
+
+} // namespace host

@@ -1,0 +1,55 @@
+// A request as the router sees it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/base/net.h"
+
+namespace host {
+
+struct Request {
+    std::string head; // as it came, blank line included
+    std::string method;
+    std::string path;  // the target without scheme, authority and query; starts with "/"; not decoded
+    std::string query; // without "?"
+    std::string host;  // of the Host line
+    std::string origin;
+    std::string authorization;
+    std::string ifNoneMatch;
+    std::string acceptLanguage;
+    bool hasHost = false;
+    bool keepAlive = false;
+    bool hasBody = false;
+    bool chunked = false;       // the length of the body is not told
+    std::uint64_t bodySize = 0; // as the head tells it
+    std::string fetchSite;      // of Sec-Fetch-Site: where the page stands that a browser asks for
+    bool expectsContinue = false;
+    bool wantsWebSocket = false;
+    PeerAddress peer;
+    Clock::time_point arrived{}; // when its head was complete
+};
+
+struct ParsedRequest {
+    std::optional<Request> request;
+    unsigned status = 400; // the answer when there is no request
+};
+// `head` is complete, up to and including its blank line.
+ParsedRequest ParseRequest(std::string head);
+
+// Undoes percent escapes. Nothing for a broken escape, a zero byte, or bytes that are not UTF-8.
+std::optional<std::string> PercentDecode(std::string_view text);
+// A text as one segment of a path.
+std::string PercentEncode(std::string_view text);
+
+// The value of a parameter of a query, as it stands there; the first one of that name, empty without one.
+std::string_view QueryParameter(std::string_view query, std::string_view name);
+
+// Whether a Host line (name, optional port) names this machine itself: localhost, 127.0.0.1 or [::1].
+bool IsLoopbackHost(std::string_view host);
+// Whether an Origin line belongs to the page of that Host: "http://HOST" or "https://HOST".
+bool IsSameOrigin(std::string_view origin, std::string_view host);
+
+} // namespace host

@@ -1,0 +1,448 @@
+#include "host/main/application.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "host/base/start_error.h"
+#include "host/base/text_table.h"
+#include "host/component/component.h"
+#include "host/component/viewing.h"
+#include "host/log/console.h"
+#include "host/main/data_folder.h"
+#include "host/main/demo.h"
+#include "host/settings/file.h"
+#include "host/settings/language.h"
+#include "host/settings/settings.h"
+#include "host/site/links/pages.h"
+#include "host/site/links/qr_code.h"
+#include "host/site/server.h"
+#include "host/users/password.h"
+#include "platform/configdoc/configdoc.h"
+#include "platform/files.h"
+#include "platform/folders.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::ComObject;
+
+constexpr std::chrono::milliseconds kTick{200};
+constexpr std::chrono::seconds kStatusInterval{1};
+// More cameras than that are told in one line.
+constexpr std::size_t kMostStatusLines = 8;
+// How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
+constexpr std::chrono::milliseconds kArriveWithin{2000};
+
+// A thousand phones are a thousand descriptors.
+void RaiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+std::string StatusLine(const CameraFigures& camera) {
+    std::array<char, 128> figures{};
+    std::snprintf(figures.data(), figures.size(), "  %-12s  %5.1f fps  %dx%d  %llu frames",
+                  camera.connected ? "connected" : "disconnected", camera.fps, camera.width, camera.height,
+                  static_cast<unsigned long long>(camera.frames));
+    std::string line = Printable(camera.name);
+    line.resize(std::max<std::size_t>(line.size(), 8), ' ');
+    line += figures.data();
+    if (camera.failed > 0)
+        line += "  " + std::to_string(camera.failed) + " failed";
+    return line;
+}
+
+void SayStatus(const std::vector<CameraFigures>& cameras) {
+    if (cameras.size() <= kMostStatusLines) {
+        for (const CameraFigures& camera : cameras)
+            Console::Get().Say(StatusLine(camera));
+        return;
+    }
+    const auto connected = std::ranges::count_if(cameras, &CameraFigures::connected);
+    double fps = 0;
+    std::uint64_t frames = 0;
+    std::uint64_t failed = 0;
+    for (const CameraFigures& camera : cameras) {
+        fps += camera.fps;
+        frames += camera.frames;
+        failed += camera.failed;
+    }
+    std::array<char, 128> line{};
+    std::snprintf(line.data(), line.size(), "%zu cameras  %td connected  %.1f fps  %llu frames  %llu failed",
+                  cameras.size(), connected, fps, static_cast<unsigned long long>(frames),
+                  static_cast<unsigned long long>(failed));
+    Console::Get().Say(line.data());
+}
+
+// Waits for SIGINT or SIGTERM. True when one came.
+bool WaitForSignal(Clock::time_point until) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    const auto left = std::max(until - Clock::now(), Clock::duration::zero());
+    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+    const timespec timeout{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+    return ::sigtimedwait(&signals, nullptr, &timeout) > 0;
+}
+
+// From here on the next signal ends the process the hard way, for somebody who does not want to wait.
+void RestoreSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+fs::path ProgramFolder() {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path(".") : program.parent_path();
+}
+
+// Installed beside the program, or in the source tree that it was built in (build/NAME/bin).
+std::string FindPictures(const Options& options) {
+    if (!options.pictures.empty())
+        return options.pictures;
+    const fs::path folder = ProgramFolder();
+    const fs::path installed = folder / "../share/morrowstream/pictures";
+    std::error_code error;
+    const bool there = fs::is_directory(installed, error);
+    return (there ? installed : folder / "../../../host/phone/pictures").lexically_normal().string();
+}
+
+// Users and cameras as this start wants them.
+struct Household {
+    UserStore users;
+    std::vector<CameraEntry> cameras; // to be put into the settings
+    bool adminMade = false;
+    bool demoEnded = false; // the demo's users were there; its cameras may be in the settings still
+};
+
+Household OpenHousehold(DataFolder& data, bool demo) {
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    std::vector<CameraEntry> cameras = data.ReadCameras();
+    bool demoEnded = false;
+    if (demo) {
+        AddDemoUsers(users);
+        for (CameraEntry& camera : DemoCameras()) {
+            std::erase_if(cameras, [&](const CameraEntry& other) { return other.name == camera.name; });
+            cameras.push_back(std::move(camera));
+        }
+    } else {
+        demoEnded = RemoveDemoUsers(users);
+    }
+    return {std::move(users), std::move(cameras), adminMade, demoEnded};
+}
+
+class Application {
+public:
+    explicit Application(const Options& options)
+        : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
+          m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop),
+          m_handlers(ComObject<WebHandlerHost>::Create(m_authenticator)),
+          m_feeds(ComObject<FeedTable>::Create()),
+          m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())),
+          m_services{*m_feeds,
+                     *m_handlers,
+                     m_authenticator,
+                     m_settings,
+                     m_stop,
+                     options.limits,
+                     m_authenticator.HasDemoUsers()} {
+        RegisterLogEngine(options.verbosity);
+        m_module = std::make_unique<ComponentModule>();
+        ApplyConfiguredLanguage();
+        m_services.language = ConfiguredLanguage();
+        PrepareSettings();
+        m_services.sources = std::make_shared<SourceTable>(
+            m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
+        m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
+        m_component = std::make_unique<Component>(m_module->Class(), m_handlers, m_feeds);
+        m_settings.SetConfiguration(m_component->Configuration());
+        m_services.authority = AuthorityForOthers(options.listen);
+        StoreSettings();
+        m_server = std::make_unique<Server>(options.listen, m_services);
+    }
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+    ~Application() { m_stop.Signal(); }
+
+    int Run() {
+        SayWelcome();
+        SayLink();
+        std::optional<DemoPhones> phones;
+        if (m_options.demo) {
+            phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
+                           m_server->Where().Text());
+        }
+        Loop(phones ? &*phones : nullptr);
+        RestoreSignals();
+        const DemoResults results = phones ? phones->Stop() : DemoResults{};
+        AwaitPictures(results.uploads);
+        m_stop.Signal();
+        m_server.reset();
+        m_viewing->End();
+        m_settings.SetConfiguration(nullptr);
+        m_component.reset();
+        return SaySummary(results) ? 0 : 1;
+    }
+
+private:
+    static DataFolder OpenData(const Options& options) {
+        if (options.demo && !options.listen.IsLoopback())
+            throw StartError(
+                "the demo's passwords are known to everybody, so it listens on a loopback address only, "
+                "not on " +
+                options.listen.Text());
+        DataFolder data(options.data);
+        data.Lock();
+        return data;
+    }
+
+    void PrepareSettings() {
+        platform::SetCommonDataFolder(m_data.Path());
+        if (FAILED(platform::RegisterConfigDocumentClass()))
+            throw StartError("the settings documents cannot be made");
+        const std::string copy = PrepareSettingsFile(SettingsFile(m_data.Path()));
+        if (!copy.empty())
+            Console::Get().Say(
+                "The settings file is damaged: starting with what can be read. It is kept as " + copy);
+    }
+
+    // Cameras of the demo and of the file "cameras" become part of the settings, those of an ended demo
+    // leave. Where phones elsewhere can connect they are told so: without an address they try their own
+    // machine.
+    void StoreSettings() {
+        bool offered = false;
+        bool changed = false;
+        const auto change = m_settings.Edit([&](SettingsDocument& document) {
+            offered = document.OfferHost(m_services.authority);
+            for (const CameraEntry& camera : m_household.cameras)
+                changed = document.Put(camera) || changed;
+            if (m_household.demoEnded) {
+                for (const CameraEntry& camera : DemoCameras())
+                    changed = document.RemoveIfSame(camera) || changed;
+            }
+            return offered || changed;
+        });
+        // An address that a full disk did not take is in force all the same.
+        const bool lost = changed || change.result != SettingsChange::Result::NotWritten;
+        if (change.result != SettingsChange::Result::Done && lost)
+            throw StartError("the settings cannot be stored in " + SettingsFile(m_data.Path()));
+        if (offered)
+            Console::Get().Say("Phones are told to connect to " + m_services.authority +
+                               "; another address is set at /settings");
+        if (m_household.demoEnded)
+            Console::Get().Say("The demo's users and cameras are removed from the data folder.");
+        const std::string kept = m_data.KeepCameras();
+        if (!kept.empty())
+            Console::Get().Say("The cameras of " + m_data.File("cameras") +
+                               " are part of the settings now; the file is kept as " + kept);
+    }
+
+    void SayWelcome() {
+        Console& console = Console::Get();
+        console.Say("Open http://" + m_server->Where().Text() + "/");
+        console.Say("Data folder: " + m_data.Path());
+        if (m_household.adminMade)
+            console.Say("The administrator is \"admin\"; its password stands in " +
+                        m_data.File("admin-password"));
+        if (m_feeds->List().empty())
+            console.Say("There is no camera yet: add one at http://" + m_server->Where().Text() +
+                        "/settings");
+    }
+
+    // For the first camera without a phone: in the demo the one that no simulated phone takes.
+    void SayLink() {
+        // Who has the address has the camera, and what a quiet host says goes into the system's log.
+        if (m_options.verbosity == Verbosity::Quiet)
+            return;
+        std::string camera;
+        for (const FeedPtr& feed : m_feeds->List()) {
+            const bool taken = m_options.demo && feed->Name() != kDemoFreeCamera;
+            if (camera.empty() && !taken && m_authenticator.CameraPassword(feed->Name()))
+                camera = feed->Name();
+        }
+        const auto link = camera.empty() ? std::nullopt : m_services.links->Make(camera);
+        if (!link)
+            return;
+        Console& console = Console::Get();
+        const std::string address =
+            AddressOf(*link, m_services.authority.empty() ? m_server->Where().Text() : m_services.authority,
+                      m_services);
+        console.Say("A phone becomes the camera " + Printable(camera) + " with " + address);
+        console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
+                    " minutes; more of them on the live page, beside each camera)");
+        if (m_services.authority.empty())
+            console.Say("  Only this computer can open it. For phones, listen for others: --listen "
+                        "0.0.0.0:8080, without --demo");
+        const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(address) : std::nullopt;
+        for (const std::string& line : code ? code->TerminalLines() : std::vector<std::string>())
+            console.Say(line);
+    }
+
+    void Loop(const DemoPhones* phones) {
+        const auto started = Clock::now();
+        const auto end =
+            m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
+        auto nextStatus = started + kStatusInterval;
+        while (Clock::now() < end) {
+            if (WaitForSignal(std::min(Clock::now() + kTick, end)))
+                return;
+            m_feeds->PollConnections();
+            if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
+                nextStatus += kStatusInterval;
+                SayStatus(m_feeds->Figures());
+                if (const std::string watching = phones != nullptr ? phones->Watching() : "";
+                    !watching.empty())
+                    Console::Get().Say(watching);
+            }
+        }
+    }
+
+    // What was sent in time is to be counted: the receive loops read a closed connection to its end.
+    void AwaitPictures(const std::vector<DemoPhoneResult>& results) {
+        const auto deadline = Clock::now() + kArriveWithin;
+        const auto arrived = [this](const DemoPhoneResult& result) {
+            const FeedPtr feed = m_feeds->Find(result.login);
+            return !feed || feed->Figures().frames + feed->Figures().failed >= result.sent;
+        };
+        while (!std::ranges::all_of(results, arrived) && Clock::now() < deadline)
+            (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(10));
+        m_figures = m_feeds->Figures();
+    }
+
+    // One line for each camera. False when a picture of the demo's phones is missing.
+    bool SaySummary(const DemoResults& results) {
+        bool good = true;
+        for (const CameraFigures& camera : m_figures) {
+            std::string line = Printable(camera.name) + ": " + std::to_string(camera.frames) +
+                               " frames received, " + std::to_string(camera.failed) + " failed";
+            const auto result = std::ranges::find(results.uploads, camera.name, &DemoPhoneResult::login);
+            if (result != results.uploads.end()) {
+                const bool all = result->complete && result->sent > 0 && camera.frames >= result->sent &&
+                                 camera.failed == 0;
+                line += ", " + std::to_string(result->sent) + " sent by its demo phone: ";
+                line += all ? "all arrived" : "PICTURES ARE MISSING";
+                good = good && all;
+            }
+            Console::Get().Say(line);
+        }
+        if (!results.viewer.empty()) {
+            const bool seen = results.viewed > 0;
+            Console::Get().Say(results.viewer + ": " + std::to_string(results.viewed) +
+                               " pictures watched by a demo phone" + (seen ? "" : ": IT SAW NOTHING"));
+            good = good && seen;
+        }
+        return good;
+    }
+
+    const Options& m_options;
+    Wakeup m_stop;
+    DataFolder m_data;
+    Household m_household;
+    Authenticator m_authenticator;
+    WebHandlerHostPtr m_handlers;
+    FeedTablePtr m_feeds;
+    Settings m_settings;
+    Services m_services;
+    std::vector<CameraFigures> m_figures; // at the end
+    std::unique_ptr<ComponentModule> m_module;
+    std::unique_ptr<Viewing> m_viewing;
+    std::unique_ptr<Component> m_component;
+    std::unique_ptr<Server> m_server;
+};
+
+User MakeUser(const std::string& login, UserKind kind, const std::string& password) {
+    std::string wrong = CheckLogin(login);
+    if (wrong.empty())
+        wrong = CheckPassword(password, kind);
+    if (!wrong.empty())
+        throw StartError("user \"" + Printable(login) + "\": " + wrong);
+    return {kind, false, HashPassword(password)};
+}
+
+} // namespace
+
+int Serve(const Options& options) {
+    RaiseDescriptorLimit();
+    return Application(options).Run();
+}
+
+int AddUser(const Options& options) {
+    std::string password;
+    std::getline(std::cin, password);
+    if (password.ends_with('\r'))
+        password.pop_back();
+    User user = MakeUser(options.userName, options.userKind, password);
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    users.Set(options.userName, std::move(user));
+    users.Save();
+    Console::Get().Say("User \"" + Printable(options.userName) + "\" is a " +
+                       std::string(KindName(options.userKind)) + " now.");
+    return 0;
+}
+
+int AddUsers(const Options& options) {
+    const auto content = platform::ReadWholeFile(options.usersFile);
+    if (!content)
+        throw StartError("cannot read " + options.usersFile);
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    std::size_t count = 0;
+    for (const TextLine& line : ReadTextTable(*content)) {
+        const auto kind = line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
+        if (!kind)
+            throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
+                             ": a user has three fields: login, kind (admin, viewer, phone), password");
+        users.Set(line.fields[0], MakeUser(line.fields[0], *kind, line.fields[2]));
+        ++count;
+    }
+    users.Save();
+    Console::Get().Say(std::to_string(count) + " users are in place.");
+    return 0;
+}
+
+int ChangeRegistration(const Options& options) {
+    const DataFolder data(options.data);
+    if (options.command == Command::Register)
+        RegisterComponent(options.module);
+    else
+        UnregisterComponent(options.module);
+    return 0;
+}
+
+int SetLanguage(const Options& options) {
+    const DataFolder data(options.data);
+    const ComponentModule module; // has the languages
+    const auto languages = Languages();
+    if (std::ranges::count(languages, options.language, &Language::code) == 0)
+        throw MisuseError("--language takes one of " + LanguageCodes() + ", not \"" + options.language +
+                          "\"");
+    if (FAILED(SetConfiguredLanguage(options.language)))
+        throw StartError("cannot write " + data.File("registry"));
+    Console::Get().Say("The language \"" + options.language +
+                       "\" takes effect at the next start of the host.");
+    return 0;
+}
+
+} // namespace host

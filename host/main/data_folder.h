@@ -1,0 +1,38 @@
+// The folder with everything that the host keeps.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/base/net.h"
+#include "host/users/cameras.h"
+#include "host/users/user_store.h"
+
+namespace host {
+
+class DataFolder {
+public:
+    // Makes the folder if it is missing. Throws StartError when it cannot be made or written to.
+    explicit DataFolder(std::string path);
+
+    // For the life of a host: two of them on one folder would overwrite each other. Throws StartError.
+    void Lock();
+
+    [[nodiscard]] const std::string& Path() const noexcept { return m_path; }
+    [[nodiscard]] std::string File(const std::string& name) const { return m_path + "/" + name; }
+
+    // Reads "users". When there is no administrator, makes one and writes its password to "admin-password";
+    // the result then says so in `*adminMade`.
+    UserStore OpenUsers(bool* adminMade);
+    // Reads "cameras"; empty without the file. Throws StartError for a line that is no camera.
+    [[nodiscard]] std::vector<CameraEntry> ReadCameras() const;
+    // Gives that file another name once its cameras are stored, so that one which is removed later stays
+    // away. Returns the new path; empty without the file.
+    [[nodiscard]] std::string KeepCameras() const;
+
+private:
+    std::string m_path;
+    Descriptor m_lock;
+};
+
+} // namespace host

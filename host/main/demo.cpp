@@ -1,0 +1,226 @@
+#include "host/main/demo.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "host/base/start_error.h"
+#include "host/log/console.h"
+#include "host/users/password.h"
+
+namespace host {
+namespace {
+
+constexpr std::chrono::milliseconds kWatchInterval{100};
+constexpr std::chrono::seconds kRestartAfter{1};
+constexpr std::chrono::milliseconds kEndWithin{5000};
+
+// In the child, between fork and exec: calls that are safe there only.
+[[noreturn]] void BecomePhone(char* const* arguments, int output, pid_t parent) {
+    ::setpgid(0, 0); // Ctrl-C is for the host, which then ends its phones in order
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent)
+        ::_exit(1);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    const int nothing = ::open("/dev/null", O_RDONLY);
+    ::dup2(nothing, STDIN_FILENO);
+    ::dup2(output, STDOUT_FILENO);
+    ::execv(arguments[0], arguments);
+    ::_exit(127);
+}
+
+// Which of the cameras the viewing phone watches.
+constexpr std::string_view kWatched = "yard";
+
+// The number in "sent 120 frames, ..."; nothing when the line does not begin with `before`.
+std::optional<std::uint64_t> ReadCount(std::string_view line, std::string_view before) {
+    std::uint64_t count = 0;
+    if (!line.starts_with(before) ||
+        std::from_chars(line.data() + before.size(), line.data() + line.size(), count).ec != std::errc{})
+        return std::nullopt;
+    return count;
+}
+
+} // namespace
+
+std::vector<CameraEntry> DemoCameras() {
+    const std::string password(kDemoPassword);
+    return {{"yard", "320x240", password},
+            {"gate", "160x120", password},
+            {std::string(kDemoFreeCamera), "320x240", password}};
+}
+
+void AddDemoUsers(UserStore& users) {
+    for (const CameraEntry& camera : DemoCameras()) {
+        const auto found = users.Users().find(camera.name);
+        if (found == users.Users().end())
+            users.Set(camera.name, {UserKind::Phone, true, HashPassword(camera.password)});
+        else if (!found->second.demo)
+            throw StartError("the demo needs the login \"" + camera.name +
+                             "\", which is one of your users: use another data folder for it");
+    }
+    users.Save();
+}
+
+bool RemoveDemoUsers(UserStore& users) {
+    std::vector<std::string> demo;
+    for (const auto& [login, user] : users.Users()) {
+        if (user.demo)
+            demo.push_back(login);
+    }
+    for (const std::string& login : demo)
+        users.Remove(login);
+    if (!demo.empty())
+        users.Save();
+    return !demo.empty();
+}
+
+DemoPhones::DemoPhones(std::string program, std::string pictures, std::string server)
+    : m_program(std::move(program)), m_pictures(std::move(pictures)), m_server(std::move(server)) {
+    if (::access(m_program.c_str(), X_OK) != 0)
+        throw StartError("the demo needs " + m_program + ", which is not there");
+    for (const auto& [login, fps] : {std::pair{"yard", "10"}, std::pair{"gate", "5"}}) {
+        const std::string folder = m_pictures + "/" + login;
+        std::error_code error;
+        if (!std::filesystem::is_directory(folder, error))
+            throw StartError("the demo needs the pictures in " + folder + " (--pictures DIR)");
+        m_phones.push_back(
+            Phone{.arguments = {"upload", "--login", login, "--pictures", folder, "--fps", fps},
+                  .result = {login}});
+    }
+    m_phones.push_back(Phone{.arguments = {"view", "--login", std::string(kWatched), "--source",
+                                           std::string(kWatched), "--params", "width=176&height=144&fps=5"},
+                             .result = {}});
+    m_supervisor = std::thread([this] { Supervise(); });
+}
+
+DemoResults DemoPhones::Stop() {
+    m_stop.Signal();
+    if (m_supervisor.joinable())
+        m_supervisor.join();
+    DemoResults results{{}, std::string(kWatched), m_viewed};
+    for (const Phone& phone : m_phones) {
+        if (!phone.result.login.empty())
+            results.uploads.push_back(phone.result);
+    }
+    return results;
+}
+
+std::string DemoPhones::Watching() const {
+    const std::lock_guard guard(m_mutex);
+    return m_watching.empty() ? "" : std::string(kWatched) + "      on a viewing phone: " + m_watching;
+}
+
+void DemoPhones::Supervise() {
+    do {
+        for (Phone& phone : m_phones) {
+            ReadOutput(phone);
+            if (phone.pid > 0 && Collect(phone)) {
+                Console::Get().Log("demo",
+                                   "a phone has ended (" + phone.arguments[0] + "); starting it again");
+                phone.startAt = Clock::now() + kRestartAfter;
+            }
+            if (phone.pid <= 0 && Clock::now() >= phone.startAt)
+                Start(phone);
+        }
+    } while (WaitFor({.stop = &m_stop}, Clock::now() + kWatchInterval) != Waited::Stopped);
+    EndAll();
+}
+
+void DemoPhones::Start(Phone& phone) {
+    phone.startAt = Clock::now() + kRestartAfter; // in case that it cannot be started
+    std::vector<std::string> texts{m_program};
+    texts.insert(texts.end(), phone.arguments.begin(), phone.arguments.end());
+    texts.insert(texts.end(), {"--server", m_server, "--password", std::string(kDemoPassword)});
+    std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        arguments.push_back(text.data());
+    arguments.push_back(nullptr);
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    Descriptor reading(ends[0]);
+    const Descriptor writing(ends[1]);
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        BecomePhone(arguments.data(), writing.Get(), parent);
+    if (pid < 0)
+        return;
+    phone.pid = pid;
+    phone.output = std::move(reading);
+    phone.unread.clear();
+    phone.told = false;
+}
+
+void DemoPhones::ReadOutput(Phone& phone) {
+    std::array<char, 4096> bytes{};
+    ssize_t got = 0;
+    while (phone.output && (got = ::read(phone.output.Get(), bytes.data(), bytes.size())) > 0)
+        phone.unread.append(bytes.data(), static_cast<std::size_t>(got));
+    for (std::size_t end = 0; (end = phone.unread.find('\n')) != std::string::npos;) {
+        Hear(phone, std::string_view(phone.unread).substr(0, end));
+        phone.unread.erase(0, end + 1);
+    }
+}
+
+void DemoPhones::Hear(Phone& phone, std::string_view line) {
+    constexpr std::string_view kWatching = "watching: ";
+    if (const auto sent = ReadCount(line, "sent ")) {
+        phone.result.sent += *sent;
+        phone.told = true;
+    } else if (const auto received = ReadCount(line, "received ")) {
+        m_viewed += *received;
+        phone.told = true;
+    } else if (line.starts_with(kWatching)) {
+        const std::lock_guard guard(m_mutex);
+        m_watching = line.substr(kWatching.size());
+    }
+}
+
+bool DemoPhones::Collect(Phone& phone) {
+    int status = 0;
+    const pid_t ended = ::waitpid(phone.pid, &status, WNOHANG);
+    if (ended == 0 || (ended < 0 && errno == EINTR))
+        return false;
+    phone.pid = -1;
+    // The child is gone: what it said last lies in the pipe.
+    ReadOutput(phone);
+    phone.output.Close();
+    phone.result.complete = phone.result.complete && phone.told;
+    return true;
+}
+
+void DemoPhones::EndAll() {
+    for (const Phone& phone : m_phones) {
+        if (phone.pid > 0)
+            ::kill(phone.pid, SIGTERM);
+    }
+    const auto deadline = Clock::now() + kEndWithin;
+    bool killed = false;
+    for (Phone& phone : m_phones) {
+        while (phone.pid > 0 && !Collect(phone)) {
+            if (!killed && Clock::now() > deadline) {
+                killed = true;
+                for (const Phone& late : m_phones) {
+                    if (late.pid > 0)
+                        ::kill(late.pid, SIGKILL);
+                }
+            }
+            (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(5));
+        }
+    }
+}
+
+} // namespace host

@@ -1,0 +1,40 @@
+// The command line of the host.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/base/net.h"
+#include "host/http/limits.h"
+#include "host/log/log_engine.h"
+#include "host/users/user_store.h"
+
+namespace host {
+
+enum class Command { Serve, AddUser, AddUsers, SetLanguage, Register, Unregister, Help, Version };
+
+struct Options {
+    Command command = Command::Serve;
+    Endpoint listen{"127.0.0.1", 8080};
+    std::string data = "data";
+    std::optional<unsigned> seconds; // run time; without it until a signal
+    bool demo = false;
+    Verbosity verbosity = Verbosity::Normal;
+    std::string files;    // folders of pictures to watch; empty: "files" of the data folder
+    std::string pictures; // of the demo's phones; empty: found beside the program
+    std::string userName; // AddUser
+    UserKind userKind = UserKind::Viewer;
+    std::string usersFile; // AddUsers
+    std::string language;  // SetLanguage
+    std::string module;    // Register, Unregister
+    Limits limits;
+};
+
+extern const std::string_view kHelpText;
+
+// Throws StartError that names the argument which is wrong.
+Options ParseOptions(std::span<const char* const> arguments);
+
+} // namespace host

@@ -1,0 +1,295 @@
+// The live page: builds the wall from the host's state messages, puts the pictures on it, and says at every moment
+// how far it can be trusted.
+
+import { Camera } from "./camera.js";
+import { LargeView } from "./large.js";
+import { PhoneLinks } from "./links.js";
+import { TileStream } from "./stream.js";
+import { copyText, setPhoneCommand } from "../shared/text.js";
+import { Tile } from "./tile.js";
+import { setText } from "../shared/view.js";
+
+const REDRAW_MS = 250; // ages, and the fall from live to stalled
+const SHOW_DELAY_MS = 50; // gathers the tiles that one movement brings in and out of view
+
+const page = {};
+for (const id of [
+    "wall", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
+    "help", "help-link", "help-title", "help-picker", "help-camera", "help-command", "help-demo", "help-password",
+]) {
+    page[id] = document.getElementById(id);
+}
+
+const phoneLinks = new PhoneLinks(document.getElementById("phone"));
+
+const tiles = new Map(); // by name, in the order of the wall
+const visible = new Set(); // tiles that are on the screen or close to it
+let state = null; // the last state message
+let stateRead = 0; // performance.now() when it was read
+let lossReason = null; // why there is no connection to the host; null while there is one
+
+// The host's clock, as far as this page knows it. All ages are differences on that clock.
+function hostNow() {
+    if (typeof state.now !== "number") {
+        return Date.now();
+    }
+    return state.now + (performance.now() - stateRead);
+}
+
+function announce(text) {
+    page.announcement.textContent = text;
+}
+
+const large = new LargeView(page.large, tiles, () => {
+    render();
+    showSoon();
+});
+
+const stream = new TileStream({
+    onState(message) {
+        const begun = state === null || lossReason !== null;
+        const back = state !== null && begun;
+        lossReason = null;
+        state = message;
+        stateRead = performance.now();
+        const changed = arrangeWall(message.cameras);
+        arrangeSources(message.sources ?? []);
+        large.followAddress();
+        render();
+        if (back) {
+            announce("Connected to the host again");
+        }
+        if (changed || begun) {
+            fillHelp();
+            showSoon();
+        }
+    },
+    async onPicture(picture) {
+        const tile = byId.get(picture.id);
+        if (tile !== undefined && (await tile.show(picture))) {
+            large.follow(tile);
+        }
+        // Also for a picture that could not be shown: the host holds the next one back until it hears of this one.
+        stream.acknowledge(picture);
+        if (tile !== undefined && tile.root.dataset.state !== "live") {
+            render();
+        }
+    },
+    onLost(reason) {
+        if (lossReason === null) {
+            announce("Connection to the host lost. Trying again.");
+        }
+        lossReason = reason;
+        render();
+    },
+});
+
+const byId = new Map(); // rebuilt with every state message, since a restarted host numbers anew
+
+// Returns true when a camera came, went or has another id.
+function arrangeWall(cameras) {
+    const names = new Set(cameras.map((info) => info.name));
+    let changed = false;
+    for (const [name, tile] of tiles) {
+        if (!names.has(name)) {
+            observer.unobserve(tile.root);
+            visible.delete(tile);
+            tile.root.remove();
+            tiles.delete(name);
+            changed = true;
+        }
+    }
+    byId.clear();
+    for (const info of cameras) {
+        let tile = tiles.get(info.name);
+        if (tile === undefined) {
+            tile = new Tile(new Camera(info.name), (name) => large.open(name));
+            tiles.set(info.name, tile);
+            phoneLinks.attach(tile);
+            page.wall.append(tile.root);
+            observer.observe(tile.root);
+        }
+        changed ||= tile.camera.id !== info.id;
+        tile.camera.update(info, typeof state.now === "number" ? state.now : Date.now());
+        byId.set(info.id, tile);
+    }
+    if ([...tiles.keys()].some((name, index) => name !== cameras[index].name)) {
+        for (const { name } of cameras) {
+            const tile = tiles.get(name);
+            tiles.delete(name);
+            tiles.set(name, tile);
+            page.wall.append(tile.root);
+        }
+    }
+    return changed;
+}
+
+// The host's own sources, by their keys.
+function arrangeSources(keys) {
+    const shown = [...page.sources.querySelectorAll("a")].map((link) => link.textContent);
+    page.sources.hidden = keys.length === 0;
+    if (shown.join("\n") === keys.join("\n")) {
+        return;
+    }
+    const links = keys.map((key) => {
+        const link = document.createElement("a");
+        link.textContent = key;
+        link.href = `/view/${key.split("/").map(encodeURIComponent).join("/")}`;
+        return link;
+    });
+    page.sources.replaceChildren(page.sources.firstElementChild, ...links);
+}
+
+// --- Which pictures the host is to send -------------------------------------------------------------------------
+
+const tileOfRoot = (root) => tiles.get(root.dataset.name);
+
+// The margin starts a tile's pictures just before it is scrolled into view.
+const observer = new IntersectionObserver((entries) => {
+    for (const entry of entries) {
+        const tile = tileOfRoot(entry.target);
+        if (tile !== undefined) {
+            visible[entry.isIntersecting ? "add" : "delete"](tile);
+        }
+    }
+    showSoon();
+}, { rootMargin: "120px" });
+
+let showTimer = 0;
+function showSoon() {
+    clearTimeout(showTimer);
+    showTimer = setTimeout(show, SHOW_DELAY_MS);
+}
+
+function show() {
+    phoneLinks.show([...visible]);
+    if (document.hidden) {
+        stream.show([]);
+        return;
+    }
+    const ids = new Set([...visible].map((tile) => tile.camera.id));
+    if (large.camera !== null) {
+        ids.add(large.camera.id);
+    }
+    stream.show([...ids]);
+}
+
+document.addEventListener("visibilitychange", () => {
+    show();
+    if (!document.hidden) {
+        stream.retryNow();
+        render();
+    }
+});
+addEventListener("online", () => stream.retryNow());
+
+// --- What the page says ------------------------------------------------------------------------------------------
+
+function summary(now) {
+    if (tiles.size === 0) {
+        return "";
+    }
+    const live = [...tiles.values()].filter((tile) => tile.camera.delivers(now)).length;
+    return `${tiles.size} ${tiles.size === 1 ? "camera" : "cameras"}, ${live} live`;
+}
+
+function render() {
+    if (state !== null) {
+        const now = hostNow();
+        const connected = lossReason === null;
+        for (const tile of tiles.values()) {
+            tile.render(tile.camera, now, connected, state.demo);
+        }
+        if (large.camera !== null) {
+            large.render(large.camera, now, connected, state.demo);
+        }
+        setText(page.summary, connected ? summary(now) : "");
+    }
+    renderLink();
+    renderMessage();
+}
+
+const LINK_TEXT = {
+    silent: "Host silent, reconnecting",
+    closed: "Connection lost, reconnecting",
+    refused: "Signed out",
+};
+
+function renderLink() {
+    const text = lossReason !== null ? LINK_TEXT[lossReason] : state === null ? "Connecting" : "Connected";
+    setText(page.link, text);
+    page.link.dataset.link = lossReason !== null ? "lost" : state === null ? "connecting" : "connected";
+    const title = lossReason !== null ? "Not connected – Morrowstream" : "Morrowstream";
+    if (document.title !== title) {
+        document.title = title;
+    }
+}
+
+// Stands in for the wall while there is none.
+function renderMessage() {
+    page.message.hidden = tiles.size > 0;
+    page.wall.hidden = tiles.size === 0;
+    if (lossReason === "refused") {
+        setText(page["message-title"], "The host asks for a sign-in");
+        setText(page["message-detail"], "Reload this page and sign in as an administrator or a viewer.");
+    } else if (lossReason !== null) {
+        setText(page["message-title"], "The host does not answer");
+        setText(page["message-detail"], "The page keeps trying and shows the cameras as soon as it does.");
+    } else if (state === null) {
+        setText(page["message-title"], "Connecting to the host");
+        setText(page["message-detail"], "");
+    } else {
+        setText(page["message-title"], "No cameras yet");
+        setText(
+            page["message-detail"],
+            "An administrator adds them in the settings. Each appears here at once and waits for its phone.",
+        );
+    }
+}
+
+// --- Help ----------------------------------------------------------------------------------------------------------
+
+function fillHelp() {
+    const picker = page["help-camera"];
+    const chosen = picker.value;
+    const free = [...tiles.values()].find((tile) => !tile.camera.info.connected);
+    picker.replaceChildren(...[...tiles.keys()].map((name) => new Option(name, name)));
+    page["help-picker"].hidden = tiles.size === 0;
+    if (tiles.has(chosen)) {
+        picker.value = chosen;
+    } else if (free !== undefined) {
+        picker.value = free.camera.name;
+    }
+    page["help-demo"].hidden = !state.demo;
+    page["help-password"].hidden = state.demo;
+    setText(page.about, state.version ? `Morrowstream ${state.version}` : "Morrowstream");
+    fillHelpCommand();
+}
+
+function fillHelpCommand() {
+    setPhoneCommand(page["help-command"], page["help-camera"].value || "NAME", state?.demo ?? false);
+}
+
+page["help-camera"].addEventListener("change", fillHelpCommand);
+page["help-link"].addEventListener("click", (event) => {
+    // Without a change of the address: a camera may be called "help".
+    event.preventDefault();
+    page.help.scrollIntoView({ block: "start" });
+    page["help-title"].focus({ preventScroll: true });
+});
+
+document.addEventListener("click", async (event) => {
+    const button = event.target.closest("button[data-copy]");
+    if (button === null) {
+        return;
+    }
+    const command = button.parentElement.querySelector("code").textContent;
+    const copied = await copyText(command);
+    announce(copied ? "Command copied" : "The command could not be copied");
+    button.textContent = copied ? "Copied" : "Not copied";
+    setTimeout(() => (button.textContent = "Copy"), 2000);
+});
+
+fillHelpCommand();
+render();
+setInterval(render, REDRAW_MS);

@@ -1,0 +1,94 @@
+// What the page knows of one camera, and what may be claimed about it.
+//
+// The states of a camera on the page, as in the data-state of its tile:
+//   live     its phone is connected and the picture on the screen is fresh
+//   stalled  its phone is connected, but the picture on the screen is old
+//   waiting  no picture has come yet: no phone was ever here, or one has just connected
+//   offline  its phone is gone
+//   lost     the page has no connection to the host, so nothing can be said
+
+import { spanText, timeText } from "../shared/text.js";
+
+const FRESH_SECONDS = 3;
+
+export class Camera {
+    constructor(name) {
+        this.name = name;
+        this.id = 0; // changes when the host restarts; the name does not
+        this.info = null; // the camera's entry in the last state message
+        this.sequence = null; // of the picture on the screen, as are the next three
+        this.arrived = null; // at the host, Unix milliseconds on the host's clock
+        this.drawn = null; // Unix milliseconds on this device's clock
+        this.newest = null; // arrival of the newest picture at the host, drawn or not, on the host's clock
+        this.hadPhone = false;
+    }
+
+    // hostNow: the host's clock when it wrote `info`, Unix milliseconds.
+    update(info, hostNow) {
+        this.id = info.id;
+        this.info = info;
+        this.hadPhone ||= info.connected || info.frames > 0 || info.age !== null;
+        if (info.age !== null) {
+            this.newest = hostNow - info.age * 1000;
+        }
+    }
+
+    pictureDrawn(picture) {
+        this.sequence = picture.sequence;
+        this.arrived = picture.arrived;
+        this.drawn = performance.timeOrigin + performance.now();
+        this.newest = Math.max(this.newest ?? 0, picture.arrived);
+    }
+
+    // Seconds since the last picture came to the host; null when none did.
+    age(hostNow) {
+        return this.newest === null ? null : Math.max(0, hostNow - this.newest) / 1000;
+    }
+
+    // True while pictures come to the host, whether the page looks at them or not.
+    delivers(hostNow) {
+        return this.info.connected && this.newest !== null && this.age(hostNow) < FRESH_SECONDS;
+    }
+
+    // Seconds since the picture on the screen came to the host; null without one.
+    #pictureAge(hostNow) {
+        return this.arrived === null ? null : Math.max(0, hostNow - this.arrived) / 1000;
+    }
+
+    // The state, the word for it, and what a placeholder over the picture says (a title and a detail).
+    status(hostNow, connectedToHost) {
+        const age = this.age(hostNow);
+        const last = age === null ? "" : `Last picture at ${timeText(age)}`;
+        if (!connectedToHost) {
+            return { state: "lost", word: "Lost", title: "Connection to the host lost", detail: last || "Trying again" };
+        }
+        if (!this.info.connected) {
+            if (!this.hadPhone) {
+                return { state: "waiting", word: "Waiting", title: "No phone yet", detail: "Connect one with this command" };
+            }
+            return { state: "offline", word: "Offline", title: "Phone not connected", detail: last };
+        }
+        if (age === null) {
+            const detail = this.info.failed > 0 ? "Its pictures cannot be decoded" : "Waiting for its first picture";
+            return { state: "waiting", word: "Waiting", title: "Phone connected", detail };
+        }
+        if (age >= FRESH_SECONDS) {
+            return { state: "stalled", word: "Stalled", title: `No new picture for ${spanText(age)}`, detail: last };
+        }
+        const pictureAge = this.#pictureAge(hostNow);
+        if (pictureAge === null || pictureAge >= FRESH_SECONDS) {
+            // The camera is well, the page has only not been looking: scrolled away, hidden, or just opened.
+            return { state: "stalled", word: "Connected", title: "Waiting for the next picture", detail: "" };
+        }
+        return { state: "live", word: "Live", title: "", detail: "" };
+    }
+
+    // True while the tile is to say how a phone is connected.
+    get isFree() {
+        return !this.hadPhone;
+    }
+
+    get path() {
+        return encodeURIComponent(this.name);
+    }
+}

@@ -1,0 +1,40 @@
+// One camera in the wall.
+
+import { CameraView } from "../shared/view.js";
+
+const template = document.getElementById("tile-template");
+
+export class Tile extends CameraView {
+    #latest = null; // the picture being decoded
+
+    constructor(camera, openLarge) {
+        super(template.content.firstElementChild.cloneNode(true));
+        this.camera = camera;
+        this.nameIt(camera);
+        this.root.dataset.name = camera.name;
+        this.parts.open.setAttribute("aria-label", `Open ${camera.name} large`);
+        this.parts.open.addEventListener("click", () => openLarge(camera.name));
+    }
+
+    // Resolves to true when the picture is on the canvas, to false when it is none or a newer one overtook it.
+    async show(picture) {
+        this.#latest = picture;
+        let bitmap;
+        try {
+            bitmap = await createImageBitmap(picture.jpeg);
+        } catch {
+            return false;
+        }
+        const current = this.#latest === picture;
+        if (current) {
+            this.paint(bitmap);
+            this.camera.pictureDrawn(picture);
+            const { dataset } = this.root;
+            dataset.seq = picture.sequence;
+            dataset.arrived = picture.arrived;
+            dataset.drawn = this.camera.drawn;
+        }
+        bitmap.close();
+        return current;
+    }
+}

@@ -1,0 +1,101 @@
+#include "host/picture/picture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "image/FrameBlock.h"
+#include "platform/com.h"
+
+namespace host {
+namespace {
+
+constexpr int kQuality = 80;
+std::atomic<std::uint64_t> g_encoded{0};
+
+} // namespace
+
+void FreeFrameContent::operator()(std::uint8_t* block) const noexcept {
+    CoTaskMemFree(block);
+}
+
+bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout) {
+    BITMAPINFOHEADER header;
+    if (block == nullptr || size < sizeof header)
+        return false;
+    std::memcpy(&header, block, sizeof header);
+    const bool grey = header.biCompression == FrameCompressionGrey && header.biBitCount == 8;
+    const bool yv12 = header.biCompression == FrameCompressionYV12 && header.biBitCount == 12;
+    if (header.biWidth <= 0 || header.biHeight <= 0 || header.biWidth > 65535 || header.biHeight > 65535 ||
+        !(grey || yv12))
+        return false;
+    if (size < FrameBytes({header.biWidth, header.biHeight, grey}))
+        return false;
+    *layout = {header.biWidth, header.biHeight, grey};
+    return true;
+}
+
+std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
+    thread_local std::vector<std::uint8_t> buffer; // each thread that encodes keeps its own
+    return std::string(EncodePlanes(block + sizeof(BITMAPINFOHEADER), layout, kQuality, buffer));
+}
+
+std::size_t FrameBytes(const PlaneLayout& layout) noexcept {
+    const auto area = static_cast<std::size_t>(layout.width) * static_cast<std::size_t>(layout.height);
+    return sizeof(BITMAPINFOHEADER) + (layout.grey ? area : area * 3 / 2);
+}
+
+FrameContent AllocateFrame(const PlaneLayout& layout) noexcept {
+    const std::size_t size = FrameBytes(layout);
+    FrameContent content(static_cast<std::uint8_t*>(CoTaskMemAlloc(size)));
+    if (!content)
+        return nullptr;
+    BITMAPINFOHEADER header{};
+    header.biSize = sizeof header;
+    header.biWidth = layout.width;
+    header.biHeight = layout.height;
+    header.biPlanes = layout.grey ? 1 : 3;
+    header.biBitCount = layout.grey ? 8 : 12;
+    header.biCompression = layout.grey ? FrameCompressionGrey : FrameCompressionYV12;
+    header.biSizeImage = static_cast<std::uint32_t>(size - sizeof header);
+    std::memcpy(content.get(), &header, sizeof header);
+    std::memset(content.get() + sizeof header, 0, size - sizeof header);
+    return content;
+}
+
+PicturePtr MakePlaceholder(int width, int height) {
+    const PlaneLayout layout{std::clamp(width, 16, 4096), std::clamp(height, 16, 4096), true};
+    FrameContent content = AllocateFrame(layout);
+    if (!content)
+        throw std::bad_alloc();
+    std::uint8_t* sample = content.get() + sizeof(BITMAPINFOHEADER);
+    for (int y = 0; y < layout.height; ++y) {
+        for (int x = 0; x < layout.width; ++x)
+            *sample++ = (x + y) / 12 % 2 == 0 ? 96 : 112;
+    }
+    return std::make_shared<const Picture>(0, std::move(content), layout);
+}
+
+std::string DrawPlaceholder(int width, int height) {
+    const PicturePtr picture = MakePlaceholder(width, height);
+    return EncodeJpeg(picture->Block().data(), picture->Layout());
+}
+
+const std::string& Picture::Jpeg() const {
+    std::call_once(m_once, [this] {
+        const auto began = ThreadTime();
+        m_jpeg = EncodeJpeg(m_content.get(), m_layout);
+        if (m_encoding)
+            m_encoding->Observe(ThreadTime() - began);
+        g_encoded.fetch_add(1, std::memory_order_relaxed);
+    });
+    return m_jpeg;
+}
+
+std::uint64_t Picture::EncodedCount() noexcept {
+    return g_encoded.load(std::memory_order_relaxed);
+}
+
+} // namespace host

@@ -1,0 +1,84 @@
+// One decoded picture of a camera, and its JPEG for those who watch.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "host/base/net.h"
+#include "host/feed/histogram.h"
+#include "host/picture/encode.h"
+
+namespace host {
+
+struct FreeFrameContent {
+    void operator()(std::uint8_t* block) const noexcept;
+};
+// The private copy of a frame block that a frame gave.
+using FrameContent = std::unique_ptr<std::uint8_t[], FreeFrameContent>;
+
+// The layout of a frame block whose sizes were all checked. False for a block that does not hold what its
+// header tells.
+bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout);
+
+// Bytes of a whole frame block, header included.
+std::size_t FrameBytes(const PlaneLayout& layout) noexcept;
+// A frame block with its header filled in and its planes zeroed; null when memory is short.
+FrameContent AllocateFrame(const PlaneLayout& layout) noexcept;
+
+// Encodes a frame block; empty when the encoder refuses.
+std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
+
+class Picture {
+public:
+    // `encoding` counts the time that encoding it takes, when it is encoded.
+    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout,
+            std::shared_ptr<Histogram> encoding = nullptr)
+        : m_sequence(sequence), m_content(std::move(content)), m_layout(layout),
+          m_encoding(std::move(encoding)) {}
+    // One that came as JPEG, which then is what watchers get.
+    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
+        : Picture(sequence, std::move(content), layout) {
+        std::call_once(m_once, [&] { m_jpeg = std::move(jpeg); });
+    }
+
+    [[nodiscard]] std::uint64_t Sequence() const noexcept { return m_sequence; } // 1 for a camera's first
+    [[nodiscard]] const PlaneLayout& Layout() const noexcept { return m_layout; }
+    // The whole frame block.
+    [[nodiscard]] std::span<const std::uint8_t> Block() const noexcept {
+        return {m_content.get(), FrameBytes(m_layout)};
+    }
+    [[nodiscard]] Clock::time_point Arrival() const noexcept { return m_arrival; }
+    [[nodiscard]] std::uint64_t ArrivalUnixMs() const noexcept { return m_arrivalUnixMs; }
+
+    // Encoded by the first who asks; the others wait for that and share it. Empty when it cannot be encoded.
+    // Any thread. Not from the thread that receives frames.
+    const std::string& Jpeg() const;
+    // How many pictures were encoded since the process began.
+    static std::uint64_t EncodedCount() noexcept;
+
+private:
+    const std::uint64_t m_sequence;
+    const FrameContent m_content;
+    const PlaneLayout m_layout;
+    const std::shared_ptr<Histogram> m_encoding;
+    const Clock::time_point m_arrival = Clock::now();
+    const std::uint64_t m_arrivalUnixMs =
+        static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                       std::chrono::system_clock::now().time_since_epoch())
+                                       .count());
+    mutable std::once_flag m_once;
+    mutable std::string m_jpeg;
+};
+using PicturePtr = std::shared_ptr<const Picture>;
+
+// A grey picture with diagonal stripes: what a watcher sees while there is nothing to see. The sizes are
+// brought into 16 to 4096.
+PicturePtr MakePlaceholder(int width, int height);
+// The same as JPEG.
+std::string DrawPlaceholder(int width, int height);
+
+} // namespace host

@@ -1,0 +1,194 @@
+#include "host/site/mobile/content.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "host/http/accept.h"
+#include "host/site/mobile/descriptor.h"
+#include "host/site/mobile/style_sheet.h"
+#include "host/users/authenticator.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+using platform::Bstr;
+
+constexpr std::string_view kXml = "text/xml";
+constexpr std::string_view kArchive = "application/java-archive";
+constexpr std::string_view kArchiveSuffix = ".jar";
+constexpr std::string_view kDescriptorSuffix = ".jad";
+constexpr std::size_t kLongestName = 100;
+// The page's boxes are drawn by attributes of its elements. Its style sheet is this server's.
+constexpr std::string_view kPagePolicy =
+    "default-src 'self'; style-src 'self' 'unsafe-inline'; object-src 'none'; "
+    "base-uri 'none'; form-action 'self'; frame-ancestors 'self'";
+
+// What came of a call of a handler.
+struct Reply {
+    HRESULT result = S_OK;
+    std::string body;
+    std::string type;
+};
+
+std::string LastContentType(const std::string& head) {
+    // A line is put in front, since the first one is taken for the request line.
+    const std::string lines = "\n" + head;
+    const std::string_view type = HeaderValue(lines, "content-type");
+    const bool control =
+        std::ranges::any_of(type, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
+    return type.empty() || control ? "application/octet-stream" : std::string(type);
+}
+
+// `target`: path and query without the first "/".
+Reply Call(IWebHandler& handler, const std::string& target, const std::string& requestHead) {
+    Bstr body;
+    // The handler replaces the head without freeing the one that it was given.
+    const Bstr givenHead(platform::ToWide(requestHead));
+    BSTR rawHead = givenHead.Get();
+    Reply reply;
+    reply.result = handler.Request(platform::FromUtf8(target).c_str(), body.Receive(), &rawHead);
+    const Bstr head = rawHead == givenHead.Get() ? Bstr() : Bstr::Adopt(rawHead);
+    if (FAILED(reply.result))
+        return reply;
+    reply.body = body.Bytes();
+    reply.type = LastContentType(platform::ToNarrow(head.View()));
+    if (reply.type == kXml) {
+        // A document starts with "<", so a zero behind it tells a text of two bytes a unit (XML 1.0, F.1).
+        if (reply.body.size() >= 2 && reply.body[1] == '\0')
+            reply.body = platform::ToUtf8(body.View());
+        else if (reply.body.ends_with('\0'))
+            reply.body.pop_back();
+    }
+    return reply;
+}
+
+Answer Refusal(HRESULT hr) {
+    switch (hr) {
+    case E_NOTIMPL:
+        return Answer::Text(501, "The server has nothing that answers this.");
+    case E_INVALIDARG:
+        return Answer::Text(400, "This is no request that the server understands.");
+    case E_ACCESSDENIED:
+        return Answer::Text(403, "This is for the name and the password of a camera of this server.");
+    case E_ELEMENT_NOT_FOUND:
+        return Answer::Text(404, "There is nothing here.");
+    default:
+        return Answer::Text(500, "The server could not make this; its log says why.");
+    }
+}
+
+std::string TargetOf(const Request& request) {
+    return request.path.substr(1) + (request.query.empty() ? "" : "?" + request.query);
+}
+
+// A name for the file that a browser stores: plain letters for all, the whole name for those that know the
+// extended form (RFC 6266, RFC 8187).
+std::string Attachment(const Request& request) {
+    std::string name = PercentDecode(QueryParameter(request.query, "JarName")).value_or("");
+    const bool usable = !name.empty() && name.size() <= kLongestName &&
+                        std::ranges::none_of(name, [](char c) { return static_cast<unsigned char>(c) < 32; });
+    if (!usable) {
+        name = request.path.substr(request.path.rfind('/') + 1);
+        name.resize(name.size() - kArchiveSuffix.size());
+    }
+    std::string plain = name;
+    for (char& c : plain) {
+        const bool safe = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                          c == ' ' || c == '-' || c == '_';
+        c = safe ? c : '_';
+    }
+    std::string value = "attachment; filename=\"" + plain + ".jar\"";
+    if (plain != name)
+        value += "; filename*=UTF-8''" + PercentEncode(name) + ".jar";
+    return value;
+}
+
+Answer ArchiveAnswer(const Request& request, Reply reply) {
+    // The component gives what its template is; without one there is nothing to install.
+    if (reply.body.empty())
+        return Answer::Text(500, "The server has no archive to give.");
+    Answer answer;
+    answer.headers["Content-Disposition"] = Attachment(request);
+    answer.type = std::move(reply.type);
+    answer.body = std::move(reply.body);
+    return answer;
+}
+
+// The page as the sheet has it; nothing when the sheet does not come or does not fit, so that the client gets
+// the page as it is.
+std::optional<std::string> AsHtml(const Request& request, IWebHandler& handler, const std::string& page,
+                                  const std::string& sheetPath) {
+    // A sheet of the same handler, "/mobile/...", and nothing else.
+    const std::string root = request.path.substr(0, request.path.find('/', 1)) + "/";
+    if (!sheetPath.starts_with(root))
+        return std::nullopt;
+    const Reply sheet = Call(handler, sheetPath.substr(1), request.head);
+    return SUCCEEDED(sheet.result) ? ApplyStyleSheet(page, sheet.body) : std::nullopt;
+}
+
+Answer TextAnswer(const Request& request, IWebHandler& handler, Reply reply) {
+    Answer answer;
+    answer.type = reply.type + "; charset=utf-8";
+    if (const std::string sheet = StyleSheetOf(reply.body); !sheet.empty()) {
+        answer.headers["Vary"] = "Accept";
+        answer.headers["Content-Security-Policy"] = kPagePolicy;
+        auto html = PrefersHtml(HeaderValue(request.head, "accept"))
+                        ? AsHtml(request, handler, reply.body, sheet)
+                        : std::nullopt;
+        if (html) {
+            answer.type = "text/html; charset=utf-8";
+            answer.body = std::move(*html);
+            return answer;
+        }
+    }
+    answer.body = std::move(reply.body);
+    return answer;
+}
+
+// A phone asks for the descriptor first and for the archive then, and refuses one of another size. Both are
+// made of the same request, so they agree.
+Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
+    Request archive = request;
+    archive.path.replace(archive.path.size() - kArchiveSuffix.size(), std::string::npos, kArchiveSuffix);
+    const Reply reply = Call(handler, TargetOf(archive), request.head);
+    if (FAILED(reply.result))
+        return Refusal(reply.result);
+    if (reply.type != kArchive)
+        return Answer::Text(404, "There is nothing here.");
+    std::string url = request.host.empty() ? "/" : "http://" + request.host + "/";
+    const auto text = DescribeArchive(reply.body, url += TargetOf(archive));
+    if (!text)
+        return Answer::Text(400, "A descriptor tells the midlet's name: add ?JarName=NAME.");
+    Answer answer;
+    answer.type = "text/vnd.sun.j2me.app-descriptor; charset=utf-8";
+    answer.body = *text;
+    return answer;
+}
+
+Answer AnswerOf(const Request& request, IWebHandler& handler) {
+    if (request.path.ends_with(kDescriptorSuffix))
+        return DescriptorAnswer(request, handler);
+    Reply reply = Call(handler, TargetOf(request), request.head);
+    if (FAILED(reply.result))
+        return Refusal(reply.result);
+    if (reply.type == kXml)
+        return TextAnswer(request, handler, std::move(reply));
+    if (reply.type == kArchive && request.path.ends_with(kArchiveSuffix))
+        return ArchiveAnswer(request, std::move(reply));
+    Answer answer;
+    answer.type = std::move(reply.type);
+    answer.body = std::move(reply.body);
+    return answer;
+}
+
+} // namespace
+
+Answer HandlerAnswer(const Request& request, IWebHandler& handler) {
+    Answer answer = AnswerOf(request, handler);
+    answer.headers["Cache-Control"] = "no-store";
+    return answer;
+}
+
+} // namespace host

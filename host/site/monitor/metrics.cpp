@@ -1,0 +1,217 @@
+#include "host/site/monitor/metrics.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <fstream>
+#include <span>
+#include <vector>
+
+namespace host {
+namespace {
+
+// As short as it can be and read back.
+std::string Number(double value) {
+    std::array<char, 400> text{};
+    const auto end =
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed).ptr;
+    return {text.data(), end};
+}
+
+double Uptime(const Services& services) {
+    return std::chrono::duration<double>(Clock::now() - services.started).count();
+}
+
+// A label value of the Prometheus text format: backslash, quote and line feed are escaped.
+std::string Label(std::string_view text) {
+    std::string label;
+    for (const char c : text) {
+        if (c == '\\' || c == '"')
+            label += '\\';
+        label += c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return label;
+}
+
+class Metrics {
+public:
+    void Family(std::string_view name, std::string_view type, std::string_view help) {
+        m_name = "morrowstream_" + std::string(name);
+        m_text += "# HELP " + m_name + " " + std::string(help) + "\n# TYPE " + m_name + " " +
+                  std::string(type) + "\n";
+    }
+    void Sample(const std::string& labels, const std::string& value, std::string_view suffix = "") {
+        m_text.append(m_name).append(suffix).append(labels).append(" ").append(value).append("\n");
+    }
+    void Single(std::string_view name, std::string_view type, std::string_view help,
+                const std::string& value) {
+        Family(name, type, help);
+        Sample("", value);
+    }
+    // A family with a word of a fixed list as its one label.
+    void ByWord(std::string_view label, std::span<const std::string_view> words,
+                std::span<const std::atomic<std::uint64_t>> counts) {
+        for (std::size_t i = 0; i < words.size(); ++i)
+            Sample(Labels(label, words[i]), std::to_string(counts[i]));
+    }
+    void Distribution(std::string_view label, std::string_view labelValue, const Histogram& histogram) {
+        const std::string inner = std::string(label) + "=\"" + Label(labelValue) + "\"";
+        std::uint64_t below = 0;
+        for (std::size_t range = 0; range <= Histogram::kEnds.size(); ++range) {
+            below += histogram.Count(range);
+            const std::string end =
+                range < Histogram::kEnds.size() ? Number(Histogram::kEnds[range]) : "+Inf";
+            Sample("{" + inner + ",le=\"" + end + "\"}", std::to_string(below), "_bucket");
+        }
+        Sample("{" + inner + "}", Number(histogram.Seconds()), "_sum");
+        Sample("{" + inner + "}", std::to_string(below), "_count");
+    }
+    static std::string Labels(std::string_view label, std::string_view value) {
+        return "{" + std::string(label) + "=\"" + Label(value) + "\"}";
+    }
+    [[nodiscard]] std::string Take() { return std::move(m_text); }
+
+private:
+    std::string m_text;
+    std::string m_name;
+};
+
+struct ProcessFigures {
+    std::uint64_t residentBytes = 0;
+    std::uint64_t threads = 0;
+};
+
+ProcessFigures ReadProcessFigures() {
+    ProcessFigures figures;
+    std::ifstream status("/proc/self/status");
+    for (std::string key; status >> key;) {
+        std::uint64_t value = 0;
+        if (key == "VmRSS:" && status >> value)
+            figures.residentBytes = value * 1024;
+        else if (key == "Threads:" && status >> value)
+            figures.threads = value;
+        status.ignore(4096, '\n');
+    }
+    return figures;
+}
+
+struct Camera {
+    CameraFigures figures;
+    const CameraMeters& meters;
+};
+
+void AddCameras(Metrics& metrics, std::span<const Camera> cameras) {
+    const auto family = [&](std::string_view name, std::string_view type, std::string_view help, auto value) {
+        metrics.Family(name, type, help);
+        for (const Camera& camera : cameras) {
+            if (const std::string text = value(camera); !text.empty())
+                metrics.Sample(Metrics::Labels("camera", camera.figures.name), text);
+        }
+    };
+    family("camera_frames_total", "counter", "Pictures received and decoded.",
+           [](const Camera& c) { return std::to_string(c.figures.frames); });
+    family("camera_failed_total", "counter", "Pictures received that could not be decoded.",
+           [](const Camera& c) { return std::to_string(c.figures.failed); });
+    family("camera_fps", "gauge", "Pictures a second over the last seconds.",
+           [](const Camera& c) { return Number(c.figures.fps); });
+    family("camera_connected", "gauge", "1 while a phone is connected.",
+           [](const Camera& c) { return std::string(c.figures.connected ? "1" : "0"); });
+    family("camera_last_frame_age_seconds", "gauge",
+           "Seconds since the last picture; absent before the first.",
+           [](const Camera& c) { return c.figures.age ? Number(*c.figures.age) : std::string(); });
+    family("camera_first_picture_seconds", "gauge",
+           "From the request of the newest connection that brought a picture until that picture.",
+           [](const Camera& c) {
+               const std::int64_t time = c.meters.firstPictureNanoseconds;
+               return time > 0 ? Number(static_cast<double>(time) * 1e-9) : std::string();
+           });
+    family("camera_credit_stalls_total", "counter",
+           "Pictures whose handling outlasted the credit that a phone always has.",
+           [](const Camera& c) { return std::to_string(c.meters.creditStalls); });
+    family(
+        "camera_credit_stall_seconds_total", "counter", "How long phones had to wait for credit by that.",
+        [](const Camera& c) { return Number(static_cast<double>(c.meters.creditStallNanoseconds) * 1e-9); });
+}
+
+void AddWork(Metrics& metrics, std::span<const Camera> cameras) {
+    const auto family = [&](std::string_view name, std::string_view help,
+                            const Histogram CameraMeters::*times) {
+        metrics.Family(name, "histogram", help);
+        // A camera without a phone would add nothing but zeroes.
+        for (const Camera& camera : cameras) {
+            if (camera.figures.frames > 0)
+                metrics.Distribution("camera", camera.figures.name, camera.meters.*times);
+        }
+    };
+    family("camera_decode_seconds", "Processor time of reading and decoding a picture.",
+           &CameraMeters::decode);
+    family("camera_encode_seconds", "Processor time of encoding a picture for browsers.",
+           &CameraMeters::encode);
+}
+
+void AddSessions(Metrics& metrics, const Services& services, std::span<const Camera> cameras) {
+    const Counters& counters = services.counters;
+    metrics.Family("sessions_total", "counter", "Sessions that have begun, by kind.");
+    metrics.ByWord("kind", kSessionNames, counters.sessions);
+    // What the component holds is told by its traces in the host: connected cameras, and packers at work.
+    const auto connected = static_cast<std::uint64_t>(
+        std::ranges::count_if(cameras, [](const Camera& camera) { return camera.figures.connected; }));
+    const std::uint64_t packers = services.packers->open;
+    const std::uint64_t pages = counters.Watching(SessionKind::Page);
+    metrics.Family("sessions", "gauge", "Sessions that are open, by kind.");
+    for (std::size_t i = 0; i < kSessionNames.size(); ++i) {
+        const auto kind = static_cast<SessionKind>(i);
+        std::uint64_t open = counters.Watching(kind);
+        if (kind == SessionKind::Upload)
+            open = connected;
+        else if (kind == SessionKind::View)
+            open = packers > pages ? packers - pages : 0;
+        metrics.Sample(Metrics::Labels("kind", kSessionNames[i]), std::to_string(open));
+    }
+    metrics.Family("refusals_total", "counter", "Connections and requests refused, by reason.");
+    metrics.ByWord("reason", kRefusalNames, counters.refusals);
+}
+
+} // namespace
+
+std::string MetricsText(const Services& services) {
+    const Counters& counters = services.counters;
+    Metrics metrics;
+    std::vector<Camera> cameras;
+    const std::vector<FeedPtr> feeds = services.feeds.List();
+    for (const FeedPtr& feed : feeds)
+        cameras.push_back({feed->Figures(), feed->Meters()});
+    AddCameras(metrics, cameras);
+    AddWork(metrics, cameras);
+    AddSessions(metrics, services, cameras);
+    metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
+                   std::to_string(Picture::EncodedCount()));
+    metrics.Single("pictures_sent_total", "counter", "Pictures sent to watchers.",
+                   std::to_string(counters.sent));
+    metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
+                   std::to_string(counters.skipped));
+    const PackerCounters& packers = *services.packers;
+    metrics.Single("packers", "gauge", "Frame packers at work, one for each viewing phone or page.",
+                   std::to_string(packers.open));
+    metrics.Single("packed_pictures_total", "counter", "Pictures packed for viewing phones and pages.",
+                   std::to_string(packers.frames));
+    metrics.Single("packed_bytes_total", "counter", "Their bytes, headers included.",
+                   std::to_string(packers.bytes));
+    metrics.Single("packing_cpu_seconds_total", "counter", "Processor time that packing them took.",
+                   Number(static_cast<double>(packers.cpuNanoseconds) * 1e-9));
+    metrics.Single("watchers", "gauge", "Live streams that are open.", std::to_string(counters.Watchers()));
+    metrics.Single("connections", "gauge", "Connections that the web server holds.",
+                   std::to_string(counters.open));
+    metrics.Single("connections_total", "counter", "Connections accepted.",
+                   std::to_string(counters.accepted));
+    metrics.Single("requests_total", "counter", "Requests with a readable head.",
+                   std::to_string(counters.requests));
+    const ProcessFigures process = ReadProcessFigures();
+    metrics.Single("process_resident_memory_bytes", "gauge", "Resident memory.",
+                   std::to_string(process.residentBytes));
+    metrics.Single("process_threads", "gauge", "Threads of the process.", std::to_string(process.threads));
+    metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(Uptime(services)));
+    return metrics.Take();
+}
+
+} // namespace host

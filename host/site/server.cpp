@@ -1,0 +1,119 @@
+#include "host/site/server.h"
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "host/http/answer.h"
+#include "host/log/console.h"
+#include "host/site/connection.h"
+
+namespace host {
+namespace {
+
+// With no descriptor left, accept fails at once again and again.
+constexpr std::chrono::milliseconds kRestWithoutDescriptors{100};
+
+} // namespace
+
+Server::Server(const Endpoint& endpoint, const Services& services)
+    : m_services(services), m_listener(Listen(endpoint)), m_acceptor([this] { Accept(); }) {}
+
+Server::~Server() {
+    m_acceptor.join();
+    // Each thread has seen the stop signal and ends; none waits for another.
+    for (;;) {
+        Reap();
+        const std::lock_guard guard(m_mutex);
+        if (m_clients.empty() && m_finished.empty())
+            return;
+        (void)WaitFor({.wakeup = &m_ended}, Clock::now() + std::chrono::milliseconds(1));
+    }
+}
+
+void Server::Accept() {
+    for (;;) {
+        const Waited waited = WaitFor({.socket = m_listener.socket.Get(),
+                                       .socketEvents = POLLIN,
+                                       .wakeup = &m_ended,
+                                       .stop = &m_services.stop},
+                                      Clock::now() + std::chrono::minutes(1));
+        if (waited == Waited::Stopped)
+            break;
+        Reap();
+        if (waited != Waited::Ready)
+            continue;
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        Descriptor socket(::accept4(m_listener.socket.Get(), reinterpret_cast<sockaddr*>(&address), &size,
+                                    SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (socket) {
+            Admit(std::move(socket), AddressOf(address));
+        } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
+            m_services.counters.Refuse(Refusal::TooManyConnections);
+            (void)WaitFor({.stop = &m_services.stop}, Clock::now() + kRestWithoutDescriptors);
+        }
+    }
+    m_listener.socket.Close();
+}
+
+void Server::Admit(Descriptor socket, PeerAddress peer) {
+    Counters& counters = m_services.counters;
+    ++counters.accepted;
+    const int on = 1;
+    ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const std::lock_guard guard(m_mutex);
+    if (m_clients.size() >= m_services.limits.maxConnections)
+        return Turn(socket, Refusal::TooManyConnections);
+    std::size_t& fromAddress = m_perAddress[peer.key];
+    if (fromAddress >= m_services.limits.maxPerAddress)
+        return Turn(socket, Refusal::TooManyFromAddress);
+    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), {}});
+    try {
+        // The thread comes to its end only through the mutex that is held here.
+        client->thread = std::thread([this, client, taken = std::move(socket)]() mutable {
+            ServeConnection(std::move(taken), client->peer, m_services);
+            const std::lock_guard ending(m_mutex);
+            if (const auto count = m_perAddress.find(client->peer.key); --count->second == 0)
+                m_perAddress.erase(count);
+            m_finished.splice(m_finished.end(), m_clients, client);
+            --m_services.counters.open;
+            m_ended.Signal();
+        });
+    } catch (const std::system_error&) {
+        if (fromAddress == 0)
+            m_perAddress.erase(client->peer.key);
+        m_clients.erase(client);
+        counters.Refuse(Refusal::NoThread);
+        return;
+    }
+    ++fromAddress;
+    ++counters.open;
+}
+
+// Says why, if the peer takes it at once; the acceptor waits for nobody.
+void Server::Turn(const Descriptor& socket, Refusal reason) const {
+    m_services.counters.Refuse(reason);
+    Answer answer = Answer::Text(503, "This server has as many connections as it takes. Try again soon.");
+    answer.headers.emplace("Retry-After", "2");
+    const std::string bytes = Serialize(answer, {});
+    (void)::send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    ::shutdown(socket.Get(), SHUT_WR);
+}
+
+void Server::Reap() {
+    m_ended.Clear();
+    Clients finished;
+    {
+        const std::lock_guard guard(m_mutex);
+        finished.swap(m_finished);
+    }
+    for (Client& client : finished)
+        client.thread.join();
+}
+
+} // namespace host

@@ -1,0 +1,51 @@
+// The web server: accepts connections and keeps the threads that serve them.
+#pragma once
+
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "host/base/net.h"
+#include "host/site/services.h"
+
+namespace host {
+
+// A thread for each connection: it lives as long as the web server has the socket, so an upload that was
+// handed over costs nothing here. Every thread is joined by Stop.
+class Server {
+public:
+    // Throws StartError when it cannot listen.
+    Server(const Endpoint& endpoint, const Services& services);
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+    // The stop signal of the services must be raised before.
+    ~Server();
+
+    // Where it listens, with the port that the system chose when 0 was asked for.
+    [[nodiscard]] const Endpoint& Where() const noexcept { return m_listener.endpoint; }
+
+private:
+    struct Client {
+        PeerAddress peer;
+        std::thread thread;
+    };
+    using Clients = std::list<Client>;
+
+    void Accept();
+    void Admit(Descriptor socket, PeerAddress peer);
+    void Turn(const Descriptor& socket, Refusal reason) const;
+    void Reap();
+
+    const Services& m_services;
+    Listener m_listener;
+    Wakeup m_ended; // some client's thread is at its end
+    std::mutex m_mutex;
+    Clients m_clients;
+    Clients m_finished; // threads to join
+    std::map<std::string, std::size_t> m_perAddress;
+    std::thread m_acceptor; // last: it uses all of the above
+};
+
+} // namespace host

@@ -1,0 +1,143 @@
+#include "host/site/view/view.h"
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <optional>
+
+#include "host/http/page_socket.h"
+#include "host/packer/frame_packer.h"
+
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+
+constexpr std::string_view kPathPrefix = "/view/";
+
+class ViewSession final : public PageSocket {
+public:
+    ViewSession(Descriptor socket, const Request& request, SourcePtr source, const Services& services)
+        : PageSocket(std::move(socket), request, services), m_source(std::move(source)), m_next(MakeTimer()),
+          m_heartbeat(MakeTimer()) {}
+    ~ViewSession() = default;
+
+private:
+    void OnOpen() override { AwaitHeartbeat(); }
+
+    void AwaitHeartbeat() {
+        At(m_heartbeat, Clock::now() + m_services.limits.stateInterval, [this] {
+            if (m_inFlight && Clock::now() - m_sentAt > m_services.limits.ackDeadline)
+                return Close();
+            m_statePending = m_sequence != 0;
+            AwaitHeartbeat();
+        });
+    }
+
+    bool OnMessage(std::string_view message) override {
+        if (message.starts_with("set "))
+            return OnSet(message.substr(4));
+        if (!message.starts_with("ack "))
+            return false;
+        std::uint32_t number = 0;
+        const char* const end = message.data() + message.size();
+        const auto [parsed, error] = std::from_chars(message.data() + 4, end, number);
+        if (error != std::errc{} || parsed != end)
+            return false;
+        m_inFlight = m_inFlight && number != m_sequence;
+        return true;
+    }
+
+    bool OnSet(std::string_view text) {
+        const auto parameters = ParsePackerParameters(text);
+        if (parameters)
+            m_wanted = parameters;
+        return parameters.has_value();
+    }
+
+    // Not before the picture of the last packer is written.
+    void Change() {
+        m_packed = {};
+        m_packer = std::make_unique<FramePacker>(*m_wanted, *m_services.packers);
+        m_packer->ContinueAt(m_sequence + 1);
+        m_wanted.reset();
+        m_due = Clock::now();
+    }
+
+    void SendNext() override {
+        if (m_gone)
+            return Close(); // the page has been told
+        if (m_wanted)
+            Change();
+        if (m_statePending)
+            return SendState();
+        if (!m_packer || m_inFlight)
+            return;
+        const auto now = Clock::now();
+        if (now < m_due)
+            return At(m_next, m_due, [] {});
+        if (!m_packer->HasMore())
+            return Close();
+        SendPicture(now);
+    }
+
+    void SendState() {
+        m_statePending = false;
+        m_state = m_placeholder ? R"({"type":"view","picture":false})" : R"({"type":"view","picture":true})";
+        Text(asio::buffer(m_state));
+    }
+
+    void SendPicture(Clock::time_point now) {
+        const PicturePtr picture = m_source->Now();
+        if (!picture) {
+            m_gone = true;
+            m_state = R"({"type":"gone"})";
+            return Text(asio::buffer(m_state));
+        }
+        const bool placeholder = picture->Sequence() == 0;
+        m_statePending = placeholder != m_placeholder;
+        m_placeholder = placeholder;
+        m_packed = m_packer->Pack(PlanesOf(*picture));
+        if (m_packed.jpeg.empty())
+            return Close();
+        ++m_sequence;
+        m_inFlight = true;
+        m_sentAt = now;
+        // A picture that waited for its acknowledgement is not made up for by a burst.
+        const auto interval = std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(1 / m_packer->Parameters().fps));
+        m_due = std::max(m_due + interval, now);
+        Binary(asio::buffer(m_packed.header), asio::buffer(m_packed.jpeg.data(), m_packed.jpeg.size()));
+    }
+
+    const SourcePtr m_source;
+    Timer m_next;
+    Timer m_heartbeat;
+    std::optional<PackerParameters> m_wanted; // by the page, and not in force yet
+    std::unique_ptr<FramePacker> m_packer;    // null until the page has said what it wants
+    std::uint32_t m_sequence = 0;             // of the last picture that was sent
+    bool m_inFlight = false;
+    Clock::time_point m_sentAt;
+    Clock::time_point m_due;
+    bool m_placeholder = false;
+    bool m_statePending = false;
+    bool m_gone = false;
+    // What is being written.
+    FramePacker::Packed m_packed;
+    std::string m_state;
+};
+
+} // namespace
+
+SourcePtr SourceOfPath(std::string_view path, const Services& services) {
+    const auto key =
+        path.starts_with(kPathPrefix) ? PercentDecode(path.substr(kPathPrefix.size())) : std::nullopt;
+    return key ? services.sources->Open(*key) : nullptr;
+}
+
+void ServeView(Descriptor socket, const Request& request, SourcePtr source, const Services& services) {
+    const WatchGuard watching(services.counters, SessionKind::Page);
+    ViewSession(std::move(socket), request, std::move(source), services).Run();
+}
+
+} // namespace host

@@ -1,0 +1,30 @@
+// /view/KEY: one source for a person at a browser, through the same packer that a viewing phone gets.
+//
+// The address gives the page, and the page opens it once more as a WebSocket:
+//
+//   page -> host, text   "set TEXT", the packer's parameters as a phone sends them (packer/parameters.h); the
+//                        first one begins the stream, a later one changes it from the next picture on.
+//                        "ack N": picture N is drawn. The next one goes out after that, so one is on its way
+//                        at a time and the rest is skipped.
+//   host -> page, binary one packed picture (packer/framing.h); numbers go on over a change of parameters
+//   host -> page, text   {"type":"view","picture":true}, each second: whether the source has a picture
+//                        now, or the placeholder is shown. {"type":"gone"}: the source is no more; the
+//                        connection ends
+//
+// `flimit` ends the stream, and with it the connection.
+#pragma once
+
+#include "host/base/net.h"
+#include "host/content/source.h"
+#include "host/http/request.h"
+#include "host/site/services.h"
+
+namespace host {
+
+// The source that a path names; null when there is none, or the path is not below /view/.
+SourcePtr SourceOfPath(std::string_view path, const Services& services);
+
+// Takes the socket and returns when the page has left, the stream is at its end or the server stops.
+void ServeView(Descriptor socket, const Request& request, SourcePtr source, const Services& services);
+
+} // namespace host

@@ -1,0 +1,34 @@
+#include "host/users/cameras.h"
+
+#include "host/users/password.h"
+
+namespace host {
+
+void CameraLogins::Set(const std::vector<CameraEntry>& cameras) {
+    std::map<std::string, std::string, std::less<>> passwords;
+    for (const CameraEntry& camera : cameras)
+        passwords.emplace(camera.name, camera.password);
+    const std::lock_guard guard(m_mutex);
+    m_passwords.swap(passwords);
+}
+
+bool CameraLogins::Accepts(std::string_view login, std::string_view password) const {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_passwords.find(login);
+    return found != m_passwords.end() && !found->second.empty() &&
+           EqualInConstantTime(found->second, password);
+}
+
+bool CameraLogins::Contains(std::string_view login) const {
+    const std::lock_guard guard(m_mutex);
+    return m_passwords.contains(login);
+}
+
+std::optional<std::string> CameraLogins::PasswordOf(std::string_view login) const {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_passwords.find(login);
+    return found == m_passwords.end() || found->second.empty() ? std::nullopt
+                                                               : std::optional<std::string>(found->second);
+}
+
+} // namespace host
