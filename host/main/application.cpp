@@ -122,7 +122,7 @@ std::string FindPictures(const Options& options) {
     const fs::path installed = folder / "../share/morrowstream/pictures";
     std::error_code error;
     const bool there = fs::is_directory(installed, error);
-    return (there ? installed : folder / "../../../host/phone/pictures").lexically_normal().string();
+    return (there ? installed : folder / "../../../phone/pictures").lexically_normal().string();
 }
 
 // Users and cameras as this start wants them.

@@ -8,7 +8,7 @@
 
 #include "host/frames.h"
 #include "host/packer/mobile_frame_packer.h"
-#include "host/phone/packet.h"
+#include "phone/packet.h"
 #include "support/Jpeg.h"
 
 namespace host {

@@ -8,10 +8,10 @@
 
 #include "host/base/start_error.h"
 #include "host/main/data_folder.h"
-#include "host/phone/opening.h"
 #include "host/users/authenticator.h"
 #include "host/users/password.h"
 #include "host/users/throttle.h"
+#include "platform/base64.h"
 #include "platform/files.h"
 #include "support/temp_folder.h"
 
@@ -41,7 +41,7 @@ std::string ErrorOf(Action action) {
 }
 
 std::string Basic(const std::string& text) {
-    return "Basic " + phone::Base64(text);
+    return "Basic " + platform::Base64(text);
 }
 
 TEST(DataFolder, MakesAnAdministratorOnceAndKeepsSecretsToItself) {

@@ -8,12 +8,12 @@
 
 #include "host/clock_reader.h"
 #include "host/component/viewing.h"
-#include "host/phone/packet.h"
 #include "host/rig.h"
 #include "host/sources/clock_source.h"
 #include "host/statetree/lookup.h"
 #include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"
+#include "phone/packet.h"
 #include "platform/files.h"
 #include "platform/threads.h"
 #include "support/Fake.h"

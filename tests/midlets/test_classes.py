@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The midlets' archives hold what phones load: class version 47, StackMap, and no class that a phone lacks.
 
-Usage: test_classes.py MIDLET_SOURCES ARCHIVE...
+Usage: test_classes.py HANDSET_SOURCES ARCHIVE...
 """
 import struct
 import sys
@@ -46,7 +46,7 @@ class ClassFile:
 
 
 def phone_classes():
-    roots = [SOURCES / "cldc", SOURCES / "handset" / "phone"]
+    roots = [SOURCES / "cldc", SOURCES / "phone"]
     return {str(path.relative_to(root).with_suffix("")) for root in roots for path in root.rglob("*.java")
             if path.relative_to(root).parts[0] in ("java", "javax")}
 

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "host/phone/options.h"
+#include "phone/options.h"
 
-namespace host::phone::test {
+namespace phone::test {
 namespace {
 
 using Arguments = std::vector<std::string_view>;
@@ -78,4 +78,4 @@ TEST(Options, OfAViewerAreRead) {
 }
 
 } // namespace
-} // namespace host::phone::test
+} // namespace phone::test

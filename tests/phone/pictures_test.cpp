@@ -2,11 +2,11 @@
 
 #include <fstream>
 
-#include "host/phone/pictures.h"
+#include "phone/pictures.h"
 #include "phone/scripted_server.h"
 #include "support/temp_folder.h"
 
-namespace host::phone::test {
+namespace phone::test {
 namespace {
 
 using namespace std::string_view_literals;
@@ -72,4 +72,4 @@ TEST(Pictures, ComeFromAFolderInTheOrderOfTheirNames) {
 }
 
 } // namespace
-} // namespace host::phone::test
+} // namespace phone::test

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "host/phone/pictures.h"
+#include "phone/pictures.h"
 #include "phone/scripted_server.h"
 #include "support/Program.h"
 
-namespace host::phone::test {
+namespace phone::test {
 namespace {
 
 using support::Program;
@@ -190,4 +190,4 @@ TEST(PhoneProgram, WatchesUntilOneSideHasEnough) {
 }
 
 } // namespace
-} // namespace host::phone::test
+} // namespace phone::test

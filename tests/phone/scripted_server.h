@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "host/phone/connection.h"
+#include "phone/connection.h"
 #include "support/TcpPair.h"
 
-namespace host::phone::test {
+namespace phone::test {
 
 class ScriptedServer {
 public:
@@ -67,4 +67,4 @@ inline std::string PictureFile(std::string_view body, char filler = '.') {
     return file.append(body);
 }
 
-} // namespace host::phone::test
+} // namespace phone::test

@@ -1,3 +1,4 @@
+#include "platform/base64.h"
 #include "platform/text.h"
 
 #include <gtest/gtest.h>
@@ -159,6 +160,12 @@ TEST(CodePageTest, OfTheProcessTheThreadAndTheLanguage) {
         {1032, 1253}, {1037, 1255}, {1025, 1256}, {1041, 65001}, {1079, 65001}};
     for (const auto& [language, page] : languages)
         EXPECT_EQ(platform::CodePageOfLanguage(language), page) << language;
+}
+
+TEST(Base64Test, EncodesWithPadding) { // RFC 4648, section 10
+    using platform::Base64;
+    EXPECT_EQ(Base64("") + Base64("f") + Base64("fo") + Base64("foobar"), "Zg==Zm8=Zm9vYmFy");
+    EXPECT_EQ(Base64("\xFF\xFE\xFD"), "//79");
 }
 
 } // namespace

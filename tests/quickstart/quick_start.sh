@@ -38,7 +38,7 @@ curl --silent --fail "$address/metrics" | grep '^morrowstream_camera_connected{c
     fail "/metrics does not show yard connected"
 # A phone of one's own, with the command that stands in the README.
 "$root/build/release/bin/morrowstream-phone" upload --server "${address#http://}" --login spare --password demo \
-    --pictures "$root/host/phone/pictures/yard" --fps 5 --frames 5 > "$work/phone" 2>&1 ||
+    --pictures "$root/phone/pictures/yard" --fps 5 --frames 5 > "$work/phone" 2>&1 ||
     fail "a phone of one's own is refused: $(cat "$work/phone")"
 
 wait "$host" || fail "./run ended with status $?"

@@ -1,4 +1,4 @@
-#include "host/phone/pictures.h"
+#include "phone/pictures.h"
 
 #include <algorithm>
 #include <cctype>
@@ -6,7 +6,7 @@
 #include <fstream>
 #include <system_error>
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 // More than a header and a body hold together; longer files are not read to their end.
@@ -116,4 +116,4 @@ PictureSequence PictureSequence::Load(const std::filesystem::path& folder, std::
     return PictureSequence(std::move(files), names, split);
 }
 
-} // namespace host::phone
+} // namespace phone

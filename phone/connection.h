@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace host::phone {
+namespace phone {
 
 using Clock = std::chrono::steady_clock;
 
@@ -68,4 +68,4 @@ private:
     int m_stop;
 };
 
-} // namespace host::phone
+} // namespace phone

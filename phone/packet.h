@@ -20,7 +20,7 @@
 #include <string>
 #include <string_view>
 
-namespace host::phone {
+namespace phone {
 
 // Bytes that are no such stream, as one line for the person at the terminal.
 class PacketError : public std::runtime_error {
@@ -56,4 +56,4 @@ private:
     std::uint32_t m_sequence = 0;
 };
 
-} // namespace host::phone
+} // namespace phone

@@ -12,14 +12,14 @@
 
 #include <sys/signalfd.h>
 
-#include "host/phone/install.h"
-#include "host/phone/options.h"
-#include "host/phone/uploadcommand.h"
-#include "host/phone/viewcommand.h"
+#include "phone/install.h"
+#include "phone/options.h"
+#include "phone/uploadcommand.h"
+#include "phone/viewcommand.h"
 
 namespace {
 
-using namespace host::phone;
+using namespace phone;
 
 constexpr std::string_view kHelp = R"(morrowstream-phone: a phone on the command line.
 

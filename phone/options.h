@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "host/phone/upload.h"
-#include "host/phone/view.h"
+#include "phone/upload.h"
+#include "phone/view.h"
 
-namespace host::phone {
+namespace phone {
 
 // A command line that makes no sense, as one line for the person at the terminal.
 class UsageError : public std::runtime_error {
@@ -55,4 +55,4 @@ void CheckLogin(std::string_view login);
 // The login of phone `number` (from 1) of many: the prefix and the number with at least four digits.
 std::string NumberedLogin(std::string_view prefix, unsigned number);
 
-} // namespace host::phone
+} // namespace phone

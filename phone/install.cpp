@@ -1,4 +1,4 @@
-#include "host/phone/install.h"
+#include "phone/install.h"
 
 #include <charconv>
 #include <fstream>
@@ -7,11 +7,12 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "host/phone/exit.h"
-#include "host/phone/opening.h"
-#include "host/phone/options.h"
+#include "phone/exit.h"
+#include "phone/opening.h"
+#include "phone/options.h"
+#include "platform/base64.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 constexpr std::string_view kHelp =
@@ -66,7 +67,7 @@ std::string Ask(const InstallCommand& command) {
     std::string head = "GET " + command.resource + " HTTP/1.1\r\nHost: " + command.server.Text() +
                        "\r\nAccept: */*\r\nConnection: close\r\n";
     if (!command.login.empty())
-        head += "Authorization: Basic " + Base64(command.login + ":" + command.password) + "\r\n";
+        head += "Authorization: Basic " + platform::Base64(command.login + ":" + command.password) + "\r\n";
     return head + "\r\n";
 }
 
@@ -184,4 +185,4 @@ int RunInstall(std::span<const std::string_view> arguments, int stop) {
     return kExitDone;
 }
 
-} // namespace host::phone
+} // namespace phone

@@ -11,9 +11,9 @@
 #include <optional>
 #include <string>
 
-#include "host/phone/connection.h"
+#include "phone/connection.h"
 
-namespace host::phone {
+namespace phone {
 
 struct ViewOptions {
     ServerAddress server;
@@ -54,4 +54,4 @@ struct ViewReport {
 ViewReport View(const ViewOptions& options, int stop,
                 const std::function<void(const ViewFigures&)>& progress);
 
-} // namespace host::phone
+} // namespace phone

@@ -1,13 +1,13 @@
-#include "host/phone/view.h"
+#include "phone/view.h"
 
 #include <array>
 #include <cstdio>
 #include <fstream>
 
-#include "host/phone/opening.h"
-#include "host/phone/packet.h"
+#include "phone/opening.h"
+#include "phone/packet.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 // A server may slow the answer to wrong passwords down, and the slowest stream has a picture in ten seconds.
@@ -153,4 +153,4 @@ ViewReport View(const ViewOptions& options, int stop,
     return report;
 }
 
-} // namespace host::phone
+} // namespace phone

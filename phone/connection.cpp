@@ -1,4 +1,4 @@
-#include "host/phone/connection.h"
+#include "phone/connection.h"
 
 #include <array>
 #include <cerrno>
@@ -14,7 +14,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 std::string ErrorText(int code) {
@@ -196,4 +196,4 @@ void Connection::EndSending() {
     m_stop = -1;
 }
 
-} // namespace host::phone
+} // namespace phone

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace host::phone {
+namespace phone {
 
 // A sequence that cannot be sent, as one line for the person at the terminal.
 class PictureError : public std::runtime_error {
@@ -60,4 +60,4 @@ private:
     std::string m_note;
 };
 
-} // namespace host::phone
+} // namespace phone

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "host/phone/connection.h"
+#include "phone/connection.h"
 
-namespace host::phone {
+namespace phone {
 
 struct InstallCommand {
     ServerAddress server;
@@ -26,4 +26,4 @@ InstallCommand ParseInstall(std::span<const std::string_view> arguments);
 // Throws UsageError.
 int RunInstall(std::span<const std::string_view> arguments, int stop);
 
-} // namespace host::phone
+} // namespace phone

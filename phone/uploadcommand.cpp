@@ -1,4 +1,4 @@
-#include "host/phone/uploadcommand.h"
+#include "phone/uploadcommand.h"
 
 #include <iostream>
 #include <string>
@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/phone/options.h"
+#include "phone/options.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 constexpr std::string_view kHelp =
@@ -97,4 +97,4 @@ int RunUpload(std::span<const std::string_view> arguments, int stop) {
                      command);
 }
 
-} // namespace host::phone
+} // namespace phone

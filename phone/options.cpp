@@ -1,10 +1,10 @@
-#include "host/phone/options.h"
+#include "phone/options.h"
 
 #include <algorithm>
 #include <charconv>
 #include <string>
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 // The whole of `text` as a number from `least` to `most`.
@@ -149,4 +149,4 @@ std::string NumberedLogin(std::string_view prefix, unsigned number) {
     return login + digits;
 }
 
-} // namespace host::phone
+} // namespace phone

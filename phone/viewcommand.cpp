@@ -1,4 +1,4 @@
-#include "host/phone/viewcommand.h"
+#include "phone/viewcommand.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/phone/options.h"
+#include "phone/options.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 constexpr std::string_view kHelp =
@@ -137,4 +137,4 @@ int RunView(std::span<const std::string_view> arguments, int stop) {
     return Summarise(viewers == 1 ? std::vector{RunOne(command, stop)} : RunMany(command, viewers, stop));
 }
 
-} // namespace host::phone
+} // namespace phone

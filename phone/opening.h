@@ -4,18 +4,15 @@
 #include <string>
 #include <string_view>
 
-#include "host/phone/connection.h"
+#include "phone/connection.h"
 
-namespace host::phone {
+namespace phone {
 
 // Where phones of every kind connect to; the name of the camera or source follows behind a "/".
 inline constexpr std::string_view kVideoResource = "/mobile/video";
 
 // RFC 3986, 2.1: every byte that is not unreserved becomes %XX.
 std::string PercentEncode(std::string_view text);
-
-// RFC 4648, section 4, with padding.
-std::string Base64(std::string_view bytes);
 
 // The whole head with its blank line: `method`, the resource with the encoded `name`, and the credentials as
 // HTTP Basic. `parameters` follow behind a "?", as they are, unless they are empty. There is no
@@ -26,4 +23,4 @@ std::string OpeningHead(std::string_view method, const ServerAddress& server, st
 // What a status line means for a phone whose conversation ended before it began, as one line for a terminal.
 std::string HttpRefusal(std::string statusLine);
 
-} // namespace host::phone
+} // namespace phone

@@ -1,13 +1,13 @@
-#include "host/phone/upload.h"
+#include "phone/upload.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string_view>
 #include <utility>
 
-#include "host/phone/opening.h"
+#include "phone/opening.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 constexpr char kAccepted = 0;
@@ -215,4 +215,4 @@ UploadReport Upload(const UploadOptions& options, const PictureSequence& picture
     return report;
 }
 
-} // namespace host::phone
+} // namespace phone

@@ -14,10 +14,10 @@
 #include <optional>
 #include <string>
 
-#include "host/phone/connection.h"
-#include "host/phone/pictures.h"
+#include "phone/connection.h"
+#include "phone/pictures.h"
 
-namespace host::phone {
+namespace phone {
 
 inline constexpr std::size_t kRecordSize = 131;
 inline constexpr std::size_t kRecordPrefixSize = 67;
@@ -54,4 +54,4 @@ std::string UploadRecord(const UploadOptions& options, PictureSize size);
 // Runs one conversation to its end on the calling thread. `stop` as for Connection.
 UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop);
 
-} // namespace host::phone
+} // namespace phone

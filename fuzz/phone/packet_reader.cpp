@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fuzz/Fuzz.h"
-#include "host/phone/packet.h"
+#include "phone/packet.h"
 
 namespace {
 
@@ -17,14 +17,14 @@ struct Outcome {
 
 Outcome Read(std::string_view stream, std::size_t chunk) {
     Outcome outcome;
-    host::phone::PacketReader reader;
+    phone::PacketReader reader;
     try {
         for (; !stream.empty(); stream.remove_prefix(std::min(chunk, stream.size()))) {
             reader.Feed(stream.substr(0, chunk));
             while (const auto packet = reader.Next())
                 outcome.pictures += packet->jpeg;
         }
-    } catch (const host::phone::PacketError&) {
+    } catch (const phone::PacketError&) {
         outcome.failed = true;
     }
     return outcome;

@@ -1,8 +1,8 @@
-#include "host/phone/packet.h"
+#include "phone/packet.h"
 
-#include "host/phone/pictures.h"
+#include "phone/pictures.h"
 
-namespace host::phone {
+namespace phone {
 namespace {
 
 constexpr std::string_view kMark = "MWP1";
@@ -64,4 +64,4 @@ std::optional<Packet> PacketReader::Next() {
     return packet;
 }
 
-} // namespace host::phone
+} // namespace phone

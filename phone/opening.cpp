@@ -1,9 +1,11 @@
-#include "host/phone/opening.h"
+#include "phone/opening.h"
 
 #include <algorithm>
 #include <cstdint>
 
-namespace host::phone {
+#include "platform/base64.h"
+
+namespace phone {
 
 std::string PercentEncode(std::string_view text) {
     static constexpr std::string_view kPlain =
@@ -16,23 +18,6 @@ std::string PercentEncode(std::string_view text) {
         } else {
             const auto byte = static_cast<std::uint8_t>(c);
             encoded += {'%', kHex[byte >> 4U], kHex[byte & 15U]};
-        }
-    }
-    return encoded;
-}
-
-std::string Base64(std::string_view bytes) {
-    static constexpr std::string_view kDigits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string encoded;
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        const std::size_t count = bytes.size() - at < 3 ? bytes.size() - at : 3;
-        std::uint32_t group = 0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            group = group << 8U | (i < count ? static_cast<std::uint8_t>(bytes[at + i]) : 0U);
-        }
-        for (std::size_t i = 0; i < 4; ++i) {
-            encoded += i <= count ? kDigits[group >> (18 - 6 * i) & 63U] : '=';
         }
     }
     return encoded;
@@ -53,8 +38,8 @@ std::string OpeningHead(std::string_view method, const ServerAddress& server, st
         head += '?';
         head += parameters;
     }
-    head += " HTTP/1.1\r\nHost: " + server.Text() + "\r\nAuthorization: Basic " + Base64(credentials) +
-            "\r\n\r\n";
+    head += " HTTP/1.1\r\nHost: " + server.Text() + "\r\nAuthorization: Basic " +
+            platform::Base64(credentials) + "\r\n\r\n";
     return head;
 }
 
@@ -69,4 +54,4 @@ std::string HttpRefusal(std::string statusLine) {
            statusLine + ")";
 }
 
-} // namespace host::phone
+} // namespace phone
