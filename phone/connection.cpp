@@ -1,7 +1,9 @@
 #include "phone/connection.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -12,10 +14,28 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
-#include <unistd.h>
+
+#include "platform/base64.h"
 
 namespace phone {
 namespace {
+
+// RFC 3986, 2.1: every byte that is not unreserved becomes %XX.
+std::string PercentEncode(std::string_view text) {
+    static constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    static constexpr std::string_view kHex = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char c : text) {
+        if (kPlain.find(c) != std::string_view::npos) {
+            encoded += c;
+        } else {
+            const auto byte = static_cast<std::uint8_t>(c);
+            encoded += {'%', kHex[byte >> 4U], kHex[byte & 15U]};
+        }
+    }
+    return encoded;
+}
 
 std::string ErrorText(int code) {
     return std::generic_category().message(code);
@@ -80,6 +100,15 @@ int AwaitConnected(int descriptor, int stop, Clock::time_point limit) {
 
 } // namespace
 
+void Report::Conduct(const std::function<End()>& conversation) {
+    try {
+        end = conversation();
+    } catch (const Ended& ended) {
+        end = ended.end;
+        reason = ended.what();
+    }
+}
+
 std::string ServerAddress::Text() const {
     const bool literal = host.find(':') != std::string::npos;
     return (literal ? "[" + host + "]" : host) + ":" + port;
@@ -90,13 +119,13 @@ Connection Connection::Open(const ServerAddress& server, int stop) {
     const auto limit = Clock::now() + kConnectLimit;
     int error = EADDRNOTAVAIL;
     for (const addrinfo* address = list.get(); address != nullptr; address = address->ai_next) {
-        const int descriptor = ::socket(
-            address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address->ai_protocol);
-        if (descriptor < 0) {
+        platform::Descriptor socket(::socket(
+            address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address->ai_protocol));
+        if (!socket.IsOpen()) {
             error = errno;
             continue;
         }
-        Connection connection(descriptor, stop);
+        const int descriptor = socket.Get();
         error = ::connect(descriptor, address->ai_addr, address->ai_addrlen) == 0 ? 0 : errno;
         if (error == EINPROGRESS) {
             error = AwaitConnected(descriptor, stop, limit);
@@ -105,22 +134,13 @@ Connection Connection::Open(const ServerAddress& server, int stop) {
             // A frame's last bytes are not to wait for the acknowledgement of its first.
             const int on = 1;
             ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-            return connection;
+            return {std::move(socket), stop};
         }
         if (error == ECANCELED) {
             break;
         }
     }
     throw ConnectionError("cannot connect to " + server.Text() + ": " + ErrorText(error));
-}
-
-Connection::Connection(Connection&& other) noexcept
-    : m_descriptor(std::exchange(other.m_descriptor, -1)), m_stop(other.m_stop) {}
-
-Connection::~Connection() {
-    if (m_descriptor >= 0) {
-        ::close(m_descriptor);
-    }
 }
 
 void Connection::Send(std::string_view first, std::string_view second) {
@@ -132,7 +152,7 @@ void Connection::Send(std::string_view first, std::string_view second) {
         msghdr message{};
         message.msg_iov = pieces.data();
         message.msg_iovlen = pieces.size();
-        const ssize_t sent = ::sendmsg(m_descriptor, &message, MSG_NOSIGNAL);
+        const ssize_t sent = ::sendmsg(m_socket.Get(), &message, MSG_NOSIGNAL);
         if (sent >= 0) {
             const auto count = static_cast<std::size_t>(sent);
             const std::size_t fromFirst = count < first.size() ? count : first.size();
@@ -152,14 +172,14 @@ void Connection::Send(std::string_view first, std::string_view second) {
             throw ConnectionError("the server takes no more bytes");
         }
         // Short turns, so that a stop during the wait shortens it.
-        pollfd entry{.fd = m_descriptor, .events = POLLOUT, .revents = 0};
+        pollfd entry{.fd = m_socket.Get(), .events = POLLOUT, .revents = 0};
         ::poll(&entry, 1, 200);
     }
 }
 
 WaitResult Connection::WaitToReceive(Clock::time_point due) {
     for (;;) {
-        std::array<pollfd, 2> entries{{{.fd = m_descriptor, .events = POLLIN, .revents = 0},
+        std::array<pollfd, 2> entries{{{.fd = m_socket.Get(), .events = POLLIN, .revents = 0},
                                        {.fd = m_stop, .events = POLLIN, .revents = 0}}};
         const int count = ::poll(entries.data(), entries.size(), MillisecondsUntil(due));
         if (count < 0 && errno != EINTR) {
@@ -180,7 +200,7 @@ WaitResult Connection::WaitToReceive(Clock::time_point due) {
 std::string Connection::Receive(std::size_t size) {
     std::string bytes(size, '\0');
     for (;;) {
-        const ssize_t count = ::recv(m_descriptor, bytes.data(), bytes.size(), 0);
+        const ssize_t count = ::recv(m_socket.Get(), bytes.data(), bytes.size(), 0);
         if (count >= 0) {
             bytes.resize(static_cast<std::size_t>(count));
             return bytes;
@@ -191,9 +211,51 @@ std::string Connection::Receive(std::size_t size) {
     }
 }
 
+std::string Connection::Await(std::size_t size, Clock::time_point due, const std::string& silence) {
+    switch (WaitToReceive(due)) {
+    case WaitResult::Stopped:
+        throw Ended(End::Stopped, "stopped");
+    case WaitResult::Due:
+        throw Ended(End::Failed, silence);
+    case WaitResult::Ready:
+        break;
+    }
+    return Receive(size);
+}
+
 void Connection::EndSending() {
-    ::shutdown(m_descriptor, SHUT_WR);
+    ::shutdown(m_socket.Get(), SHUT_WR);
     m_stop = -1;
+}
+
+std::string OpeningHead(std::string_view method, const ServerAddress& server, std::string_view name,
+                        std::string_view login, std::string_view password, std::string_view parameters) {
+    std::string head(method);
+    head += ' ';
+    head += kVideoResource;
+    head += '/';
+    head += PercentEncode(name);
+    if (!parameters.empty()) {
+        head += '?';
+        head += parameters;
+    }
+    return head + " HTTP/1.1\r\nHost: " + server.Text() + "\r\n" + Credentials(login, password) + "\r\n";
+}
+
+std::string Credentials(std::string_view login, std::string_view password) {
+    return "Authorization: Basic " + platform::Base64(std::string(login) + ":" + std::string(password)) +
+           "\r\n";
+}
+
+std::string HttpRefusal(std::string statusLine) {
+    statusLine.resize(std::min(statusLine.find_first_of("\r\n"), statusLine.size()));
+    // It goes to a terminal.
+    std::ranges::replace_if(
+        statusLine, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
+    const bool unauthorised =
+        statusLine.starts_with("HTTP/1.1 401") || statusLine.starts_with("HTTP/1.0 401");
+    return (unauthorised ? "denied: wrong login or password (" : "denied: the web server answered (") +
+           statusLine + ")";
 }
 
 } // namespace phone

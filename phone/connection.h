@@ -1,20 +1,46 @@
-// A phone's connection to a server: TCP, with limits on every wait and an early end on request.
+// A phone's connection to a server: TCP, with limits on every wait and an early end on request, and the HTTP
+// head that opens it.
 #pragma once
 
 #include <chrono>
-#include <span>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "platform/descriptor.h"
 
 namespace phone {
 
 using Clock = std::chrono::steady_clock;
 
-// What went wrong with a connection, as one line for the person at the terminal.
-class ConnectionError : public std::runtime_error {
+// How a conversation with a server ends.
+enum class End {
+    Done,    // all that was asked for
+    Stopped, // on request
+    Denied,  // the server does not want this phone
+    Failed,  // no connection, or it broke, or what came is none of the protocol
+};
+
+// Ends a conversation from inside. What it says is one line for the person at the terminal.
+class Ended : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    Ended(End how, const std::string& why) : std::runtime_error(why), end(how) {}
+    const End end;
+};
+class ConnectionError : public Ended {
+public:
+    explicit ConnectionError(const std::string& why) : Ended(End::Failed, why) {}
+};
+
+// What is told of every conversation.
+struct Report {
+    End end = End::Failed;
+    std::string reason{}; // one line for Denied and Failed
+
+    [[nodiscard]] bool IsGood() const noexcept { return end == End::Done || end == End::Stopped; }
+    // Runs a conversation and notes how it ended.
+    void Conduct(const std::function<End()>& conversation);
 };
 
 struct ServerAddress {
@@ -42,10 +68,6 @@ public:
     // well.
     static Connection Open(const ServerAddress& server, int stop);
 
-    Connection(Connection&& other) noexcept;
-    Connection& operator=(Connection&&) = delete;
-    ~Connection();
-
     // Sends both pieces, whole and in one stream. Throws ConnectionError.
     void Send(std::string_view first, std::string_view second = {});
 
@@ -57,15 +79,34 @@ public:
     // after WaitToReceive said Ready.
     std::string Receive(std::size_t size);
 
+    // The next bytes, at most `size`; empty when the peer has closed. Throws Ended: Failed with `silence`
+    // when none have come by `due`, Stopped.
+    std::string Await(std::size_t size, Clock::time_point due, const std::string& silence);
+
     // Says that nothing more will be sent; receiving goes on. From here on `stop` is not heeded any more:
     // what remains is to take leave, which the caller limits.
     void EndSending();
 
 private:
-    Connection(int descriptor, int stop) : m_descriptor(descriptor), m_stop(stop) {}
+    Connection(platform::Descriptor socket, int stop) : m_socket(std::move(socket)), m_stop(stop) {}
 
-    int m_descriptor;
+    platform::Descriptor m_socket;
     int m_stop;
 };
+
+// Where phones of every kind connect to; the name of the camera or source follows behind a "/".
+inline constexpr std::string_view kVideoResource = "/mobile/video";
+
+// The whole head with its blank line: `method`, the resource with the `name` percent-encoded, and the
+// credentials as HTTP Basic. `parameters` follow behind a "?", as they are, unless they are empty. There is
+// no Content-Length: what follows is no HTTP body, and the server takes the socket out of HTTP.
+std::string OpeningHead(std::string_view method, const ServerAddress& server, std::string_view name,
+                        std::string_view login, std::string_view password, std::string_view parameters = {});
+
+// The line of a head that holds the credentials.
+std::string Credentials(std::string_view login, std::string_view password);
+
+// What a status line means for a phone whose conversation ended before it began, as one line for a terminal.
+std::string HttpRefusal(std::string statusLine);
 
 } // namespace phone

@@ -1,16 +1,7 @@
-#include "phone/install.h"
+#include "phone/commands.h"
 
 #include <charconv>
 #include <fstream>
-#include <iostream>
-#include <optional>
-#include <stdexcept>
-#include <system_error>
-
-#include "phone/exit.h"
-#include "phone/opening.h"
-#include "phone/options.h"
-#include "platform/base64.h"
 
 namespace phone {
 namespace {
@@ -40,7 +31,8 @@ constexpr std::string_view kScheme = "http://";
 void ReadLink(std::string_view link, InstallCommand& command) {
     const std::size_t slash = link.find('/', kScheme.size());
     if (!link.starts_with(kScheme) || slash == std::string_view::npos || link.substr(slash).size() < 2)
-        throw UsageError("--link takes http://HOST:PORT/get/TOKEN, not \"" + std::string(link) + "\"");
+        throw platform::UsageError("--link takes http://HOST:PORT/get/TOKEN, not \"" + std::string(link) +
+                                   "\"");
     std::string host(link.substr(kScheme.size(), slash - kScheme.size()));
     if (host.find(':') == std::string::npos)
         host += ":80";
@@ -50,7 +42,7 @@ void ReadLink(std::string_view link, InstallCommand& command) {
         path.remove_suffix(1);
     for (const unsigned char c : path) {
         if (c <= 0x20 || c >= 0x7F)
-            throw UsageError("--link takes the address as it is, without blanks");
+            throw platform::UsageError("--link takes the address as it is, without blanks");
     }
     command.resource = std::string(path) + "/Sendora.jar";
 }
@@ -59,7 +51,7 @@ void ReadLink(std::string_view link, InstallCommand& command) {
 void CheckName(std::string_view name) {
     for (const unsigned char c : name) {
         if (c <= 0x20 || c == 0x7F || c == '&' || c == '#' || c == '%')
-            throw UsageError("--name takes a name without blanks and the signs & # %");
+            throw platform::UsageError("--name takes a name without blanks and the signs & # %");
     }
 }
 
@@ -67,7 +59,7 @@ std::string Ask(const InstallCommand& command) {
     std::string head = "GET " + command.resource + " HTTP/1.1\r\nHost: " + command.server.Text() +
                        "\r\nAccept: */*\r\nConnection: close\r\n";
     if (!command.login.empty())
-        head += "Authorization: Basic " + platform::Base64(command.login + ":" + command.password) + "\r\n";
+        head += Credentials(command.login, command.password);
     return head + "\r\n";
 }
 
@@ -75,15 +67,7 @@ std::string ReadAll(Connection& connection) {
     std::string reply;
     const auto due = Clock::now() + kReplyLimit;
     for (;;) {
-        switch (connection.WaitToReceive(due)) {
-        case WaitResult::Due:
-            throw ConnectionError("the server did not answer in time");
-        case WaitResult::Stopped:
-            throw ConnectionError("stopped");
-        case WaitResult::Ready:
-            break;
-        }
-        const std::string piece = connection.Receive(64 * 1024);
+        const std::string piece = connection.Await(64 * 1024, due, "the server did not answer in time");
         if (piece.empty())
             return reply;
         reply += piece;
@@ -131,34 +115,27 @@ void Write(const std::filesystem::path& file, const std::string& bytes) {
 
 } // namespace
 
-InstallCommand ParseInstall(std::span<const std::string_view> arguments) {
+std::optional<InstallCommand> ParseInstall(Arguments arguments) {
     InstallCommand command;
     std::optional<bool> view;
-    std::string_view link;
+    std::string link;
     std::string name;
-    const auto setKind = [&](std::string_view value) {
-        if (value != "upload" && value != "view")
-            throw UsageError("--kind takes upload or view, not \"" + std::string(value) + "\"");
-        view = value == "view";
+    const platform::Option options[] = {
+        {"--kind", platform::OneOf<bool>({{"upload", false}, {"view", true}}, view)},
+        {"--server", Server(command.server)},
+        {"--login", Login(command.login)},
+        {"--password", platform::Text(command.password)},
+        {"--link", platform::Text(link)},
+        {"--name", platform::Text(name)},
+        {"--out", platform::Text(command.file)},
     };
-    command.help = !ReadOptions(
-        arguments, {
-                       {"--kind", setKind},
-                       {"--server", [&](std::string_view value) { command.server = ParseServer(value); }},
-                       {"--login", [&](std::string_view value) { command.login = value; }},
-                       {"--password", [&](std::string_view value) { command.password = value; }},
-                       {"--link", [&](std::string_view value) { link = value; }},
-                       {"--name", [&](std::string_view value) { name = value; }},
-                       {"--out", [&](std::string_view value) { command.file = value; }},
-                   });
-    if (command.help)
-        return command;
+    if (!platform::ReadOptions(arguments, options))
+        return std::nullopt;
     const bool self = !command.server.host.empty() || !command.login.empty();
     if (link.empty() ? !view || command.server.host.empty() || command.login.empty()
                      : self || view.value_or(false))
-        throw UsageError("--kind, --server and --login are needed, or --link alone");
+        throw platform::UsageError("--kind, --server and --login are needed, or --link alone");
     const std::string midlet = view.value_or(false) ? "Viewlander" : "Sendora";
-    CheckLogin(command.login);
     CheckName(name);
     if (name.empty())
         name = midlet;
@@ -171,18 +148,18 @@ InstallCommand ParseInstall(std::span<const std::string_view> arguments) {
     return command;
 }
 
-int RunInstall(std::span<const std::string_view> arguments, int stop) {
-    const InstallCommand command = ParseInstall(arguments);
-    if (command.help) {
+int RunInstall(Arguments arguments, int stop) {
+    const auto command = ParseInstall(arguments);
+    if (!command) {
         std::cout << kHelp;
-        return kExitDone;
+        return platform::kExitDone;
     }
-    Connection connection = Connection::Open(command.server, stop);
-    connection.Send(Ask(command));
+    Connection connection = Connection::Open(command->server, stop);
+    connection.Send(Ask(*command));
     const std::string archive = ArchiveOf(ReadAll(connection));
-    Write(command.file, archive);
-    std::cout << "saved " << command.file.string() << " (" << archive.size() << " bytes)" << std::endl;
-    return kExitDone;
+    Write(command->file, archive);
+    std::cout << "saved " << command->file.string() << " (" << archive.size() << " bytes)" << std::endl;
+    return platform::kExitDone;
 }
 
 } // namespace phone

@@ -3,19 +3,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <exception>
 #include <iostream>
 #include <map>
-#include <span>
-#include <string_view>
-#include <vector>
+#include <stdexcept>
 
 #include <sys/signalfd.h>
 
-#include "phone/install.h"
-#include "phone/options.h"
-#include "phone/uploadcommand.h"
-#include "phone/viewcommand.h"
+#include "phone/commands.h"
 
 namespace {
 
@@ -43,39 +37,26 @@ int OpenStop() {
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-int Run(std::span<const std::string_view> arguments) {
-    if (arguments.empty()) {
-        throw UsageError("no command");
-    }
+int Run(Arguments arguments) {
+    if (arguments.empty())
+        throw platform::UsageError("no command");
     if (arguments[0] == "--help") {
         std::cout << kHelp;
-        return kExitDone;
+        return platform::kExitDone;
     }
-    using Command = int (*)(std::span<const std::string_view>, int);
-    static const std::map<std::string_view, Command> kCommands = {
+    static const std::map<std::string_view, int (*)(Arguments, int)> kCommands = {
         {"upload", RunUpload}, {"view", RunView}, {"install", RunInstall}};
     const auto command = kCommands.find(arguments[0]);
-    if (command == kCommands.end()) {
-        throw UsageError("unknown command \"" + std::string(arguments[0]) + "\"");
-    }
+    if (command == kCommands.end())
+        throw platform::UsageError("unknown command \"" + std::string(arguments[0]) + "\"");
     const int stop = OpenStop();
-    if (stop < 0) {
+    if (stop < 0)
         throw std::runtime_error(std::string("cannot watch for signals: ") + std::strerror(errno));
-    }
     return command->second(arguments.subspan(1), stop);
 }
 
 } // namespace
 
 int main(int count, char** values) {
-    try {
-        const std::vector<std::string_view> arguments(values + (count > 0 ? 1 : 0), values + count);
-        return Run(arguments);
-    } catch (const UsageError& error) {
-        std::cerr << "morrowstream-phone: " << error.what() << "; see morrowstream-phone --help" << std::endl;
-        return kExitMisuse;
-    } catch (const std::exception& error) {
-        std::cerr << "morrowstream-phone: " << error.what() << std::endl;
-        return kExitFailed;
-    }
+    return platform::RunProgram("morrowstream-phone", count, values, Run);
 }

@@ -1,5 +1,6 @@
 #include "phone/packet.h"
 
+#include "phone/connection.h"
 #include "phone/pictures.h"
 
 namespace phone {
@@ -17,7 +18,7 @@ std::uint64_t LittleEndian(std::string_view bytes, std::size_t at, std::size_t s
 
 void Require(bool condition, const std::string& what) {
     if (!condition) {
-        throw PacketError("the stream is none of this protocol: " + what);
+        throw Ended(End::Failed, "the stream is none of this protocol: " + what);
     }
 }
 

@@ -16,17 +16,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace phone {
-
-// Bytes that are no such stream, as one line for the person at the terminal.
-class PacketError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 inline constexpr std::size_t kPacketHeaderSize = 36;
 inline constexpr std::size_t kLargestHeader = 1024;
@@ -45,7 +38,8 @@ struct Packet {
 class PacketReader {
 public:
     void Feed(std::string_view bytes) { m_bytes += bytes; }
-    // The next picture; nothing until more bytes have come. Throws PacketError, and is of no use then.
+    // The next picture; nothing until more bytes have come. Throws Ended for bytes that are no such
+    // stream, and is of no use then.
     std::optional<Packet> Next();
     // Whether a picture has begun and is not whole.
     [[nodiscard]] bool IsInside() const noexcept { return m_at < m_bytes.size(); }

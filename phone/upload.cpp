@@ -5,8 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "phone/opening.h"
-
 namespace phone {
 namespace {
 
@@ -14,6 +12,8 @@ constexpr char kAccepted = 0;
 constexpr char kDenied = 1;
 constexpr char kNoCredit = 2; // known to phones; no present server sends it
 constexpr char kFrameDescriptor = 4;
+
+constexpr const char* kNoAnswer = "the server sends no answer";
 
 // A server may slow the answer to wrong passwords down.
 constexpr std::chrono::seconds kAnswerLimit{30};
@@ -27,13 +27,6 @@ std::string LittleEndian16(std::size_t value) {
     return {static_cast<char>(value & 255U), static_cast<char>((value >> 8U) & 255U)};
 }
 
-// Ends the conversation from inside; carried out of it by the exception, since there is nothing left to do
-// there.
-struct Ended {
-    UploadEnd end;
-    std::string reason;
-};
-
 class Conversation {
 public:
     Conversation(const UploadOptions& options, const PictureSequence& pictures, int stop,
@@ -41,7 +34,7 @@ public:
         : m_options(options), m_pictures(pictures), m_report(report),
           m_connection(Connection::Open(options.server, stop)) {}
 
-    UploadEnd Run() {
+    End Run() {
         const auto& options = m_options;
         m_connection.Send(OpeningHead("POST", options.server, options.login, options.login, options.password),
                           UploadRecord(options, m_pictures.Size()));
@@ -52,40 +45,27 @@ public:
     }
 
 private:
-    // The next bytes of the server, by `limit`.
-    std::string Await(std::size_t size, Clock::time_point limit, const char* what) {
-        switch (m_connection.WaitToReceive(limit)) {
-        case WaitResult::Stopped:
-            throw Ended{UploadEnd::Stopped, {}};
-        case WaitResult::Due:
-            throw Ended{UploadEnd::Failed, std::string("the server sends no ") + what};
-        case WaitResult::Ready:
-            break;
-        }
-        return m_connection.Receive(size);
-    }
-
     void ReadAnswer() {
         const auto limit = Clock::now() + kAnswerLimit;
-        const std::string answer = Await(1, limit, "answer");
+        const std::string answer = m_connection.Await(1, limit, kNoAnswer);
         if (answer.empty()) {
-            throw Ended{UploadEnd::Denied,
+            throw Ended(End::Denied,
                         "denied: the server closed the connection without an answer; it may have "
                         "no camera \"" +
-                            m_options.login + "\""};
+                            m_options.login + "\"");
         }
         switch (answer[0]) {
         case kAccepted:
             return;
         case kDenied:
-            throw Ended{UploadEnd::Denied, "denied: wrong password"};
+            throw Ended(End::Denied, "denied: wrong password");
         case kNoCredit:
-            throw Ended{UploadEnd::Denied, "denied: no credit left on this account"};
+            throw Ended(End::Denied, "denied: no credit left on this account");
         case 'H':
-            throw Ended{UploadEnd::Denied, HttpRefusal(StatusLine(answer, limit))};
+            throw Ended(End::Denied, HttpRefusal(StatusLine(answer, limit)));
         default:
-            throw Ended{UploadEnd::Failed, "the server's answer is none of this protocol: byte " +
-                                               std::to_string(static_cast<unsigned char>(answer[0]))};
+            throw Ended(End::Failed, "the server's answer is none of this protocol: byte " +
+                                         std::to_string(static_cast<unsigned char>(answer[0])));
         }
     }
 
@@ -93,7 +73,7 @@ private:
     std::string StatusLine(std::string line, Clock::time_point limit) {
         constexpr std::size_t kLongestLine = 200;
         while (line.size() < kLongestLine && line.find('\r') == std::string::npos) {
-            const std::string more = Await(kLongestLine - line.size(), limit, "answer");
+            const std::string more = m_connection.Await(kLongestLine - line.size(), limit, kNoAnswer);
             if (more.empty()) {
                 break;
             }
@@ -109,7 +89,7 @@ private:
         }
     }
 
-    UploadEnd SendFrames() {
+    End SendFrames() {
         const auto interval = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(1 / m_options.framesPerSecond));
         auto lastGrant = Clock::now();
@@ -119,12 +99,12 @@ private:
             const auto until = m_credit == 0 ? lastGrant + kGrantLimit : *due;
             const auto wait = m_connection.WaitToReceive(mayWait ? until : Clock::time_point{});
             if (wait == WaitResult::Stopped) {
-                return UploadEnd::Stopped;
+                return End::Stopped;
             }
             if (wait == WaitResult::Ready) {
                 const std::string grants = m_connection.Receive(64);
                 if (grants.empty()) {
-                    throw Ended{UploadEnd::Failed, "the server closed the connection"};
+                    throw Ended(End::Failed, "the server closed the connection");
                 }
                 TakeGrants(grants);
                 lastGrant = Clock::now();
@@ -134,7 +114,7 @@ private:
                 continue;
             }
             if (m_credit == 0) {
-                throw Ended{UploadEnd::Failed, "the server asks for no more frames"};
+                throw Ended(End::Failed, "the server asks for no more frames");
             }
             SendFrame();
             // A frame that had to wait for its grant is not made up for by a burst: the phone's rate is its
@@ -142,7 +122,7 @@ private:
             const auto now = Clock::now();
             due = *due + interval < now ? now + interval : *due + interval;
         }
-        return UploadEnd::AllSent;
+        return End::Done;
     }
 
     void SendFrame() {
@@ -155,25 +135,25 @@ private:
     // Closing a socket that has received more than was read resets the connection, and the server would lose
     // the frames that it has not read yet. So the phone says that it has ended and waits for the server to
     // close.
-    UploadEnd SayFarewell(UploadEnd end) {
+    End SayFarewell(End end) {
         m_connection.EndSending();
-        const auto limit =
-            Clock::now() + (end == UploadEnd::Stopped ? kFarewellLimitStopped : kFarewellLimit);
+        const auto limit = Clock::now() + (end == End::Stopped ? kFarewellLimitStopped : kFarewellLimit);
         try {
             for (;;) {
-                const std::string grants = Await(64, limit, "sign that it has read the last frames");
+                const std::string grants = m_connection.Await(
+                    64, limit, "the server sends no sign that it has read the last frames");
                 if (grants.empty()) {
                     return end;
                 }
                 TakeGrants(grants);
             }
         } catch (const ConnectionError&) {
-            if (end != UploadEnd::Stopped) {
-                throw Ended{UploadEnd::Failed,
-                            "the server closed the connection before it had read the last frames"};
+            if (end != End::Stopped) {
+                throw Ended(End::Failed,
+                            "the server closed the connection before it had read the last frames");
             }
         } catch (const Ended&) {
-            if (end != UploadEnd::Stopped) {
+            if (end != End::Stopped) {
                 throw;
             }
         }
@@ -203,15 +183,7 @@ std::string UploadRecord(const UploadOptions& options, PictureSize size) {
 
 UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop) {
     UploadReport report;
-    try {
-        report.end = Conversation(options, pictures, stop, report).Run();
-    } catch (const Ended& ended) {
-        report.end = ended.end;
-        report.reason = ended.reason;
-    } catch (const ConnectionError& error) {
-        report.end = UploadEnd::Failed;
-        report.reason = error.what();
-    }
+    report.Conduct([&] { return Conversation(options, pictures, stop, report).Run(); });
     return report;
 }
 

@@ -33,16 +33,8 @@ struct UploadOptions {
     Clock::duration startDelay{};        // from the first grant to the first frame
 };
 
-enum class UploadEnd {
-    AllSent, // and the server has read all of it
-    Stopped, // on request; the last frame was sent whole
-    Denied,  // the server does not want this phone
-    Failed,  // no connection, or it broke
-};
-
-struct UploadReport {
-    UploadEnd end = UploadEnd::Failed;
-    std::string reason;       // one line for Denied and Failed
+// Done: the server has read all of it. Stopped: the last frame was sent whole.
+struct UploadReport : Report {
     std::uint64_t frames = 0; // sent whole
     std::uint64_t grants = 0; // grants received, each for some frames
 };

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <fstream>
 
-#include "phone/opening.h"
 #include "phone/packet.h"
 
 namespace phone {
@@ -15,18 +14,12 @@ constexpr std::chrono::seconds kSilenceLimit{30};
 constexpr std::size_t kLongestHead = 8192;
 constexpr std::size_t kReadSize = 65536;
 
-// Ends the conversation from inside.
-struct Ended {
-    ViewEnd end;
-    std::string reason;
-};
-
 class Conversation {
 public:
     Conversation(const ViewOptions& options, int stop, ViewFigures& figures)
         : m_options(options), m_figures(figures), m_connection(Connection::Open(options.server, stop)) {}
 
-    void Run(const std::function<void(const ViewFigures&)>& progress) {
+    End Run(const std::function<void(const ViewFigures&)>& progress) {
         const auto& options = m_options;
         m_connection.Send(OpeningHead("GET", options.server, options.source, options.login, options.password,
                                       options.parameters),
@@ -39,16 +32,16 @@ public:
                     progress(m_figures);
                 }
                 if (packet->last || (options.frames && m_figures.pictures >= *options.frames)) {
-                    throw Ended{ViewEnd::Done, {}};
+                    return End::Done;
                 }
             }
             const std::string bytes = Await();
             if (bytes.empty()) {
-                throw Ended{
-                    ViewEnd::Failed,
-                    m_reader.IsInside()       ? "the server closed the connection in the middle of a picture"
-                    : m_figures.pictures == 0 ? "the server closed the connection before the first picture"
-                                              : "the server closed the connection"};
+                throw Ended(End::Failed, m_reader.IsInside()
+                                             ? "the server closed the connection in the middle of a picture"
+                                         : m_figures.pictures == 0
+                                             ? "the server closed the connection before the first picture"
+                                             : "the server closed the connection");
             }
             m_figures.bytes += bytes.size();
             m_reader.Feed(bytes);
@@ -58,15 +51,7 @@ public:
 private:
     // The next bytes of the server; empty when it has closed.
     std::string Await() {
-        switch (m_connection.WaitToReceive(Clock::now() + kSilenceLimit)) {
-        case WaitResult::Stopped:
-            throw Ended{ViewEnd::Stopped, {}};
-        case WaitResult::Due:
-            throw Ended{ViewEnd::Failed, "the server sends nothing"};
-        case WaitResult::Ready:
-            break;
-        }
-        return m_connection.Receive(kReadSize);
+        return m_connection.Await(kReadSize, Clock::now() + kSilenceLimit, "the server sends nothing");
     }
 
     // Reads the HTTP head and gives what stands behind it already.
@@ -77,18 +62,18 @@ private:
         while ((end = head.find(kEnd)) == std::string::npos) {
             const std::string more = head.size() < kLongestHead ? Await() : std::string();
             if (more.empty() && head.empty()) {
-                throw Ended{
-                    ViewEnd::Denied,
+                throw Ended(
+                    End::Denied,
                     "denied: the server closed the connection without an answer; it may have no source \"" +
-                        m_options.source + "\", or not take these parameters"};
+                        m_options.source + "\", or not take these parameters");
             }
             if (more.empty()) {
-                throw Ended{ViewEnd::Failed, "the server's answer is no HTTP"};
+                throw Ended(End::Failed, "the server's answer is no HTTP");
             }
             head += more;
         }
         if (!head.starts_with("HTTP/1.0 200 ") && !head.starts_with("HTTP/1.1 200 ")) {
-            throw Ended{ViewEnd::Denied, HttpRefusal(head)};
+            throw Ended(End::Denied, HttpRefusal(head));
         }
         std::string rest = head.substr(end + kEnd.size());
         m_figures.bytes += rest.size();
@@ -110,7 +95,7 @@ private:
         file.write(packet.jpeg.data(), static_cast<std::streamsize>(packet.jpeg.size()));
         file.close();
         if (!file) {
-            throw Ended{ViewEnd::Failed, "cannot write " + path.string()};
+            throw Ended(End::Failed, "cannot write " + path.string());
         }
     }
 
@@ -140,16 +125,7 @@ double ViewFigures::BytesPerSecond() const {
 ViewReport View(const ViewOptions& options, int stop,
                 const std::function<void(const ViewFigures&)>& progress) {
     ViewReport report;
-    try {
-        Conversation(options, stop, report.figures).Run(progress);
-    } catch (const Ended& ended) {
-        report.end = ended.end;
-        report.reason = ended.reason;
-    } catch (const ConnectionError& error) {
-        report.reason = error.what();
-    } catch (const PacketError& error) {
-        report.reason = error.what();
-    }
+    report.Conduct([&] { return Conversation(options, stop, report.figures).Run(progress); });
     return report;
 }
 

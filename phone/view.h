@@ -25,13 +25,6 @@ struct ViewOptions {
     std::filesystem::path folder; // where pictures are written, as 000001.jpg and so on; empty: nowhere
 };
 
-enum class ViewEnd {
-    Done,    // as many pictures as were asked for, or the last one of a stream that has a last one
-    Stopped, // on request
-    Denied,  // the server does not show this source to this phone
-    Failed,  // no connection, or it broke, or what came is none of this protocol
-};
-
 struct ViewFigures {
     std::uint64_t pictures = 0;
     std::uint64_t bytes = 0; // of the pictures and their headers
@@ -43,10 +36,9 @@ struct ViewFigures {
     [[nodiscard]] double BytesPerSecond() const;
 };
 
-struct ViewReport {
-    ViewEnd end = ViewEnd::Failed;
-    std::string reason; // one line for Denied and Failed
-    ViewFigures figures;
+// Done: as many pictures as were asked for, or the last one of a stream that has a last one.
+struct ViewReport : Report {
+    ViewFigures figures{};
 };
 
 // Runs one conversation to its end on the calling thread. `stop` as for Connection. `progress` is called

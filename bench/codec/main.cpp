@@ -3,11 +3,9 @@
 #include "bench/codec/cases.h"
 #include "image/ImageCodec.h"
 #include "image/kernels/Level.h"
+#include "platform/options.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
-#include <stdexcept>
 
 #include <fnmatch.h>
 
@@ -15,45 +13,27 @@ namespace {
 
 struct Options {
     std::string frames;
-    std::string filter = "*";
+    std::string filter;
     std::string json;
     double seconds = 2;
     int level = -1; // the best one that the processor has
     bool list = false;
+    bool help = false;
 };
 
-double Number(const std::string& text) {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0')
-        throw std::invalid_argument("no number: " + text);
-    return value;
-}
-
-Options Read(int count, char** arguments) {
+Options Read(std::span<const std::string_view> arguments) {
     Options options;
-    for (int i = 1; i < count; ++i) {
-        const std::string name = arguments[i];
-        if (name == "--list") {
-            options.list = true;
-            continue;
-        }
-        if (i + 1 == count)
-            throw std::invalid_argument(name + " is unknown or lacks its value");
-        const std::string value = arguments[++i];
-        if (name == "--frames")
-            options.frames = value;
-        else if (name == "--case")
-            options.filter = "*" + value + "*";
-        else if (name == "--json")
-            options.json = value;
-        else if (name == "--seconds")
-            options.seconds = Number(value);
-        else if (name == "--level")
-            options.level = static_cast<int>(Number(value));
-        else
-            throw std::invalid_argument(name + " is unknown");
-    }
+    std::string name;
+    const platform::Option table[] = {
+        {"--frames", platform::Text(options.frames)},
+        {"--case", platform::Text(name)},
+        {"--json", platform::Text(options.json)},
+        {"--seconds", platform::NumberFrom(0.001, 3600.0, options.seconds)},
+        {"--level", platform::NumberFrom(0, 4, options.level)},
+        platform::Flag("--list", options.list),
+    };
+    options.help = !platform::ReadOptions(arguments, table);
+    options.filter = "*" + name + "*";
     return options;
 }
 
@@ -63,11 +43,16 @@ void ChooseLevel(int level) {
     if (level < 0)
         return;
     if (level > g_nKernelLevel)
-        throw std::invalid_argument("this processor has no level " + std::to_string(level));
+        throw platform::UsageError("this processor has no level " + std::to_string(level));
     g_nKernelLevel = level;
 }
 
 int Compare(const Options& options) {
+    if (options.help) {
+        std::puts(
+            "bench/compare makes the pictures and calls this; bench/compare --help lists the arguments.");
+        return platform::kExitDone;
+    }
     bench::PinToOneCore();
     bench::KeepHeap();
     ChooseLevel(options.level);
@@ -85,21 +70,17 @@ int Compare(const Options& options) {
         bench::PrintLine(results.back());
     }
     if (options.list)
-        return 0;
+        return platform::kExitDone;
     if (results.empty())
-        throw std::invalid_argument("no case has a name like " + options.filter);
+        throw platform::UsageError("no case has a name like " + options.filter);
     if (!options.json.empty())
         bench::WriteJson(options.json, g_nKernelLevel, results);
-    return right ? 0 : 1;
+    return right ? platform::kExitDone : platform::kExitFailed;
 }
 
 } // namespace
 
-int main(int count, char** arguments) {
-    try {
-        return Compare(Read(count, arguments));
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "codec_compare: %s\n", error.what());
-        return 2;
-    }
+int main(int count, char** values) {
+    return platform::RunProgram("codec_compare", count, values,
+                                [](auto arguments) { return Compare(Read(arguments)); });
 }

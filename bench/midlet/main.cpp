@@ -7,7 +7,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -21,6 +20,7 @@
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
+#include "platform/options.h"
 #include "platform/resources.h"
 #include "platform/temporary_folder.h"
 
@@ -33,21 +33,7 @@ struct Options {
     std::string json;
 };
 
-Options Read(int count, char** arguments) {
-    Options options;
-    for (int i = 1; i + 1 < count; i += 2) {
-        const std::string_view name = arguments[i];
-        if (name == "--rounds")
-            options.rounds = std::atoi(arguments[i + 1]);
-        else if (name == "--json")
-            options.json = arguments[i + 1];
-        else
-            throw std::invalid_argument(std::string(name) + " is unknown");
-    }
-    if (count % 2 == 0 || options.rounds < 1)
-        throw std::invalid_argument("usage: midlet_bench [--rounds N] [--json FILE]");
-    return options;
-}
+constexpr const char* kUsage = "midlet_bench [--rounds N] [--json FILE]";
 
 void Require(bool holds, const char* what) {
     if (!holds)
@@ -151,14 +137,21 @@ void Measure(const Options& options) {
     Require(std::fclose(file) == 0, "writing the file of figures");
 }
 
+int Run(std::span<const std::string_view> arguments) {
+    Options options;
+    const platform::Option table[] = {
+        {"--rounds", platform::NumberFrom(1, 1'000'000, options.rounds)},
+        {"--json", platform::Text(options.json)},
+    };
+    if (platform::ReadOptions(arguments, table))
+        Measure(options);
+    else
+        std::puts(kUsage);
+    return platform::kExitDone;
+}
+
 } // namespace
 
-int main(int count, char** arguments) {
-    try {
-        Measure(Read(count, arguments));
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "midlet_bench: %s\n", error.what());
-        return 1;
-    }
-    return 0;
+int main(int count, char** values) {
+    return platform::RunProgram("midlet_bench", count, values, Run);
 }

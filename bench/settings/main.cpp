@@ -5,13 +5,14 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <stdexcept>
 #include <string>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "interfaces/IVideoSource.h"
+#include "platform/options.h"
 #include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"
 #include "support/Settings.h"
@@ -24,10 +25,8 @@ using platform::ComPtr;
 constexpr int kRuns = 7;
 
 void Require(bool holds, const char* what) {
-    if (holds)
-        return;
-    std::fprintf(stderr, "settings_bench: %s failed\n", what);
-    std::exit(1);
+    if (!holds)
+        throw std::runtime_error(std::string(what) + " failed");
 }
 
 // The least of some runs, which is the one that others disturbed least, and the greatest.
@@ -72,11 +71,7 @@ ComPtr<IConfiguration> CreateServer() {
     return configuration;
 }
 
-} // namespace
-
-int main(int count, char** values) {
-    const int cameras = count > 1 ? std::atoi(values[1]) : 1000;
-    Require(cameras > 0, "reading the number of cameras");
+void MeasureAll(int cameras) {
     support::ForgetSettings();
     support::WebHostClass host;
     Require(SUCCEEDED(support::RegisterComponentClasses()), "registering the component");
@@ -118,5 +113,22 @@ int main(int count, char** values) {
     Measure("write and sync the file",
             [&] { (void)parsed.Save(Bstr(platform::FromUtf8(support::SettingsFolder() + "/copy.xml"))); });
     host.script.handler = nullptr;
-    return 0;
+}
+
+int Run(std::span<const std::string_view> arguments) {
+    int cameras = 1000;
+    const auto take = [&](std::string_view text) {
+        cameras = platform::ParseNumber("CAMERAS", text, 1, 1'000'000);
+    };
+    if (platform::ReadOptions(arguments, {}, take))
+        MeasureAll(cameras);
+    else
+        std::puts("settings_bench [CAMERAS]");
+    return platform::kExitDone;
+}
+
+} // namespace
+
+int main(int count, char** values) {
+    return platform::RunProgram("settings_bench", count, values, Run);
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "fuzz/Fuzz.h"
+#include "phone/connection.h"
 #include "phone/packet.h"
 
 namespace {
@@ -24,7 +25,7 @@ Outcome Read(std::string_view stream, std::size_t chunk) {
             while (const auto packet = reader.Next())
                 outcome.pictures += packet->jpeg;
         }
-    } catch (const phone::PacketError&) {
+    } catch (const phone::Ended&) {
         outcome.failed = true;
     }
     return outcome;

@@ -8,13 +8,14 @@
 
 #include "host/frames.h"
 #include "host/packer/mobile_frame_packer.h"
+#include "phone/connection.h"
 #include "phone/packet.h"
 #include "support/Jpeg.h"
 
 namespace host {
 namespace {
 
-using phone::PacketError;
+using phone::Ended;
 using phone::PacketReader;
 using platform::Bstr;
 using test::MakeBlock;
@@ -290,7 +291,7 @@ TEST(MobileFramePacker, GivesAPhoneWhatItAskedForAndNoMore) {
         std::string bad = stream;
         bad[at] = static_cast<char>(bad[at] ^ 0x14);
         reader.Feed(bad);
-        EXPECT_THROW(while (reader.Next()){}, PacketError) << what;
+        EXPECT_THROW(while (reader.Next()){}, Ended) << what;
     }
     PacketReader longer; // a header of tomorrow
     stream[4] = 40;

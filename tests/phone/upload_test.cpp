@@ -7,7 +7,6 @@
 
 #include <sys/eventfd.h>
 
-#include "phone/opening.h"
 #include "phone/scripted_server.h"
 #include "phone/upload.h"
 
@@ -72,7 +71,7 @@ TEST_F(UploadTest, SaysEveryByteOfTheConversation) {
     EXPECT_TRUE(m_server.AtEnd());
     m_server.Close();
     const UploadReport report = phone.get();
-    EXPECT_EQ(report.end, UploadEnd::AllSent) << report.reason;
+    EXPECT_EQ(report.end, End::Done) << report.reason;
     EXPECT_EQ(report.frames, 5U);
     EXPECT_EQ(report.grants, 1U);
 }
@@ -95,7 +94,7 @@ TEST_F(UploadTest, NeverSendsMoreThanWasGranted) {
     EXPECT_TRUE(m_server.AtEnd());
     m_server.Close();
     const UploadReport report = phone.get();
-    EXPECT_EQ(report.end, UploadEnd::Stopped);
+    EXPECT_EQ(report.end, End::Stopped);
     EXPECT_EQ(report.frames, 261U);
     EXPECT_EQ(report.grants, 5U);
 }
@@ -135,7 +134,7 @@ TEST_F(UploadTest, LosesNoFrameToUnreadGrants) {
     }
     EXPECT_TRUE(m_server.AtEnd());
     m_server.Close();
-    EXPECT_EQ(phone.get().end, UploadEnd::AllSent);
+    EXPECT_EQ(phone.get().end, End::Done);
 }
 
 // A stop in the middle of a frame that the server is slow to read: the frame is still sent whole.
@@ -155,7 +154,7 @@ TEST_F(UploadTest, CutsNoFrameWhenStopped) {
     }
     m_server.Close();
     const UploadReport report = phone.get();
-    EXPECT_EQ(report.end, UploadEnd::Stopped) << report.reason;
+    EXPECT_EQ(report.end, End::Stopped) << report.reason;
     EXPECT_EQ(report.frames, frames);
     EXPECT_GT(frames, 0U);
 }
@@ -163,20 +162,20 @@ TEST_F(UploadTest, CutsNoFrameWhenStopped) {
 TEST_F(UploadTest, SaysWhyItWasRefused) {
     struct Case {
         std::string_view answer; // then the connection closes
-        UploadEnd end;
+        End end;
         std::string_view reason;
     };
     static constexpr Case kCases[] = {
-        {"\x01"sv, UploadEnd::Denied, "denied: wrong password"},
-        {"\x02"sv, UploadEnd::Denied, "denied: no credit left on this account"},
-        {""sv, UploadEnd::Denied,
+        {"\x01"sv, End::Denied, "denied: wrong password"},
+        {"\x02"sv, End::Denied, "denied: no credit left on this account"},
+        {""sv, End::Denied,
          "denied: the server closed the connection without an answer; it may have no camera \"yard\""},
-        {"HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n"sv, UploadEnd::Denied,
+        {"HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n"sv, End::Denied,
          "denied: wrong login or password (HTTP/1.1 401 Unauthorized)"},
-        {"HTTP/1.1 429 Too Many Requests\r\n\r\n"sv, UploadEnd::Denied,
+        {"HTTP/1.1 429 Too Many Requests\r\n\r\n"sv, End::Denied,
          "denied: the web server answered (HTTP/1.1 429 Too Many Requests)"},
-        {"HTTP/1.1 5\x1B[2J"sv, UploadEnd::Denied, "denied: the web server answered (HTTP/1.1 5?[2J)"},
-        {"\xC8"sv, UploadEnd::Failed, "the server's answer is none of this protocol: byte 200"},
+        {"HTTP/1.1 5\x1B[2J"sv, End::Denied, "denied: the web server answered (HTTP/1.1 5?[2J)"},
+        {"\xC8"sv, End::Failed, "the server's answer is none of this protocol: byte 200"},
     };
     for (const Case& row : kCases) {
         auto phone = Start();
@@ -190,7 +189,7 @@ TEST_F(UploadTest, SaysWhyItWasRefused) {
     auto phone = Start();
     m_server.Answer("");
     Stop(); // while it waits for the answer
-    EXPECT_EQ(phone.get().end, UploadEnd::Stopped);
+    EXPECT_EQ(phone.get().end, End::Stopped);
 }
 
 TEST_F(UploadTest, NoticesAServerThatCloses) {
@@ -201,7 +200,7 @@ TEST_F(UploadTest, NoticesAServerThatCloses) {
     m_server.ReadFrame();
     m_server.Close(); // while the phone waits for a grant
     const UploadReport report = phone.get();
-    EXPECT_EQ(report.end, UploadEnd::Failed);
+    EXPECT_EQ(report.end, End::Failed);
     EXPECT_EQ(report.reason, "the server closed the connection");
     EXPECT_EQ(report.frames, 2U);
 }

@@ -3,17 +3,16 @@
 
 #include <stdexcept>
 
+#include "platform/options.h"
+
 namespace jpegtool {
 
-inline constexpr int kExitDone = 0;
-inline constexpr int kExitFailed = 1; // a file cannot be read, decoded or written
-inline constexpr int kExitMisuse = 2; // the command line makes no sense
+using platform::kExitDone;
+using platform::kExitFailed; // a file cannot be read, decoded or written
+using platform::kExitMisuse;
+using platform::UsageError;
 
-// Each is one line for the person at the terminal, without the program's name.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+// One line for the person at the terminal, without the program's name.
 class FileError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -1,9 +1,6 @@
 // morrowstream-jpeg: the codec on files.
 
 #include <cstdio>
-#include <exception>
-#include <new>
-#include <vector>
 
 #include "tools/jpeg/commands.h"
 #include "tools/jpeg/engines.h"
@@ -11,7 +8,6 @@
 #include "tools/jpeg/files.h"
 
 namespace jpegtool {
-
 namespace {
 
 int Run(const Options& options) {
@@ -48,18 +44,7 @@ int RunAndFlush(const Options& options) {
 } // namespace jpegtool
 
 int main(int count, char** values) {
-    using namespace jpegtool;
-    try {
-        const std::vector<std::string_view> arguments(values + (count > 0 ? 1 : 0), values + count);
-        return RunAndFlush(ParseOptions(arguments));
-    } catch (const UsageError& error) {
-        Complain(std::string(error.what()) + "; see morrowstream-jpeg --help");
-        return kExitMisuse;
-    } catch (const std::bad_alloc&) {
-        Complain("not enough memory");
-        return kExitFailed;
-    } catch (const std::exception& error) {
-        Complain(error.what());
-        return kExitFailed;
-    }
+    return platform::RunProgram("morrowstream-jpeg", count, values, [](auto arguments) {
+        return jpegtool::RunAndFlush(jpegtool::ParseOptions(arguments));
+    });
 }

@@ -1,7 +1,5 @@
 #include "tools/jpeg/options.h"
 
-#include <charconv>
-
 #include "tools/jpeg/errors.h"
 
 namespace jpegtool {
@@ -65,59 +63,26 @@ Decodes each file again and again for N seconds (1) and prints the median. The p
 so the time of a stream of different pictures is longer: bench/compare measures that.
 )";
 
-// The whole of `text` as a number from `least` to `most`.
-template <typename Number>
-Number ParseNumber(std::string_view option, std::string_view text, Number least, Number most) {
-    Number value{};
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-    // Written so that a NaN fails, too.
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
-        !(value >= least && value <= most)) {
-        throw UsageError(std::string(option) + " takes a number from " + std::to_string(least) + " to " +
-                         std::to_string(most) + ", not \"" + std::string(text) + "\"");
-    }
-    return value;
-}
-
-Engine ParseEngine(std::string_view text) {
-    if (text == "facade")
-        return Engine::Facade;
-    if (text == "primary")
-        return Engine::Primary;
-    if (text == "fallback")
-        return Engine::Fallback;
-    throw UsageError("--engine takes primary, fallback or facade, not \"" + std::string(text) + "\"");
-}
-
-Sampling ParseSampling(std::string_view text) {
-    if (text == "4:2:0")
-        return Sampling::S420;
-    if (text == "4:2:2")
-        return Sampling::S422;
-    if (text == "4:4:4")
-        return Sampling::S444;
-    throw UsageError("--sampling takes 4:2:0, 4:2:2 or 4:4:4, not \"" + std::string(text) + "\"");
-}
-
-std::pair<std::int32_t, std::int32_t> ParseSize(std::string_view text) {
-    const std::size_t cross = text.find('x');
-    if (cross == std::string_view::npos)
-        throw UsageError("--size takes WxH, not \"" + std::string(text) + "\"");
-    return {ParseNumber<std::int32_t>("--size", text.substr(0, cross), 1, 65535),
-            ParseNumber<std::int32_t>("--size", text.substr(cross + 1), 1, 65535)};
+platform::TakeValue Size(std::optional<std::pair<std::int32_t, std::int32_t>>& target) {
+    return [&target](std::string_view name, std::string_view value) {
+        const std::size_t cross = value.find('x');
+        if (cross == std::string_view::npos)
+            throw platform::WrongValue(name, "WxH", value);
+        target.emplace(platform::ParseNumber(name, value.substr(0, cross), 1, 65535),
+                       platform::ParseNumber(name, value.substr(cross + 1), 1, 65535));
+    };
 }
 
 struct CommandRow {
     std::string_view name;
     Command command;
     std::string_view help;
-    std::string_view options; // each with a blank behind it
 };
 constexpr CommandRow kCommands[] = {
-    {"info", Command::Info, kInfoHelp, ""},
-    {"decode", Command::Decode, kDecodeHelp, "-o --engine "},
-    {"encode", Command::Encode, kEncodeHelp, "-o --quality --size --sampling --progressive --restart "},
-    {"bench", Command::Bench, kBenchHelp, "--engine --seconds "},
+    {"info", Command::Info, kInfoHelp},
+    {"decode", Command::Decode, kDecodeHelp},
+    {"encode", Command::Encode, kEncodeHelp},
+    {"bench", Command::Bench, kBenchHelp},
 };
 
 const CommandRow& FindCommand(std::string_view name) {
@@ -128,30 +93,38 @@ const CommandRow& FindCommand(std::string_view name) {
     throw UsageError("unknown command \"" + std::string(name) + "\"");
 }
 
-void TakeOption(Options& options, std::string_view name, std::string_view value) {
-    if (name == "--level")
-        options.level = ParseNumber(name, value, 0, 4);
-    else if (name == "-o")
-        options.output = value;
-    else if (name == "--engine")
-        options.engine = ParseEngine(value);
-    else if (name == "--quality")
-        options.quality = ParseNumber(name, value, 1, 100);
-    else if (name == "--size")
-        options.size = ParseSize(value);
-    else if (name == "--sampling")
-        options.sampling = ParseSampling(value);
-    else if (name == "--restart")
-        options.restartInterval = ParseNumber(name, value, 0, 65535);
-    else if (name == "--seconds")
-        options.seconds = ParseNumber(name, value, 0.01, 3600.0);
+// What the command in `options` takes.
+std::vector<platform::Option> OptionsOf(Options& options) {
+    std::vector<platform::Option> table{
+        {"--level", platform::NumberFrom(0, 4, options.level)},
+        platform::Flag("--show-level", options.showLevel),
+    };
+    if (options.command == Command::Decode || options.command == Command::Encode)
+        table.push_back({"-o", platform::Text(options.output)});
+    if (options.command == Command::Decode || options.command == Command::Bench)
+        table.push_back({"--engine", platform::OneOf<Engine>({{"primary", Engine::Primary},
+                                                              {"fallback", Engine::Fallback},
+                                                              {"facade", Engine::Facade}},
+                                                             options.engine)});
+    if (options.command == Command::Bench)
+        table.push_back({"--seconds", platform::NumberFrom(0.01, 3600.0, options.seconds)});
+    if (options.command == Command::Encode) {
+        table.push_back({"--quality", platform::NumberFrom(1, 100, options.quality)});
+        table.push_back({"--size", Size(options.size)});
+        table.push_back({"--sampling", platform::OneOf<Sampling>({{"4:2:0", Sampling::S420},
+                                                                  {"4:2:2", Sampling::S422},
+                                                                  {"4:4:4", Sampling::S444}},
+                                                                 options.sampling)});
+        table.push_back(platform::Flag("--progressive", options.progressive));
+        table.push_back({"--restart", platform::NumberFrom(0, 65535, options.restartInterval)});
+    }
+    return table;
 }
 
-void CheckComplete(const Options& options, const CommandRow& row) {
-    const std::string name(row.name);
+void CheckComplete(const Options& options, const std::string& name) {
     if (options.inputs.empty())
         throw UsageError(name + " needs a file");
-    if (row.options.find("-o ") == std::string_view::npos)
+    if (options.command == Command::Info || options.command == Command::Bench)
         return;
     if (options.inputs.size() > 1)
         throw UsageError(name + " takes one file, and \"" + options.inputs[1] + "\" is a second");
@@ -170,28 +143,12 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
         return options;
     const CommandRow& row = FindCommand(arguments[0]);
     options.command = row.command;
-    for (std::size_t at = 1; at < arguments.size(); ++at) {
-        const std::string_view name = arguments[at];
-        if (name == "--help") {
-            options.command = Command::Help;
-            options.help = row.help;
-            return options;
-        }
-        if (name == "--show-level") {
-            options.showLevel = true;
-        } else if (!name.starts_with('-') || name == "-") {
-            options.inputs.emplace_back(name);
-        } else if (name != "--level" && row.options.find(std::string(name) + " ") == std::string_view::npos) {
-            throw UsageError("unknown argument \"" + std::string(name) + "\"");
-        } else if (name == "--progressive") {
-            options.progressive = true;
-        } else if (at + 1 == arguments.size()) {
-            throw UsageError(std::string(name) + " needs a value");
-        } else {
-            TakeOption(options, name, arguments[++at]);
-        }
-    }
-    CheckComplete(options, row);
+    options.help = row.help;
+    if (platform::ReadOptions(arguments.subspan(1), OptionsOf(options),
+                              [&](std::string_view file) { options.inputs.emplace_back(file); }))
+        CheckComplete(options, std::string(row.name));
+    else
+        options.command = Command::Help;
     return options;
 }
 

@@ -1,11 +1,11 @@
 // rescomp: makes the image with a module's resources.
 
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <string_view>
 
 #include "platform/files.h"
+#include "platform/options.h"
 #include "tools/rescomp/input.h"
 #include "tools/rescomp/resource_list.h"
 
@@ -23,51 +23,35 @@ constexpr std::string_view kHelpText =
 Ends with 0; 1: an input is at fault, which a line names; 2: arguments that make no sense.
 )";
 
-int Misuse(const std::string& what) {
-    std::fprintf(stderr, "rescomp: %s; see rescomp --help\n", what.c_str());
-    return 2;
-}
-
-int Run(const std::string& list, const rescomp::ListOptions& options, const std::string& output) {
+int Run(std::span<const std::string_view> arguments) {
+    std::string list;
+    std::string output;
+    rescomp::ListOptions options;
+    const platform::Option table[] = {
+        {"--search", [&](std::string_view, std::string_view value) { options.folders.emplace_back(value); }},
+        {"--version", platform::Text(options.version)},
+        {"-o", platform::Text(output)},
+    };
+    const auto takeList = [&](std::string_view name) {
+        if (!list.empty())
+            throw platform::UsageError("unknown argument \"" + std::string(name) + "\"");
+        list = name;
+    };
+    if (!platform::ReadOptions(arguments, table, takeList)) {
+        std::fputs(kHelpText.data(), stdout);
+        return platform::kExitDone;
+    }
+    if (list.empty() || output.empty() || options.folders.empty())
+        throw platform::UsageError("a list, a folder to search and an image to write are needed");
     const std::string image = rescomp::BuildImage(rescomp::ReadResourceList(list, options));
     // Whoever builds may read it, as any other file of a build.
     if (FAILED(platform::ReplaceFile(output, image, 0644)))
         throw rescomp::InputError(output + ": cannot be written");
-    return 0;
+    return platform::kExitDone;
 }
 
 } // namespace
 
 int main(int count, char** values) {
-    try {
-        std::string list;
-        std::string output;
-        rescomp::ListOptions options;
-        for (int at = 1; at < count; ++at) {
-            const std::string argument = values[at];
-            if (argument == "--help") {
-                std::fputs(kHelpText.data(), stdout);
-                return 0;
-            }
-            const bool isOption = argument == "--search" || argument == "--version" || argument == "-o";
-            if (isOption && at + 1 == count)
-                return Misuse(argument + " needs a value");
-            if (argument == "--search")
-                options.folders.emplace_back(values[++at]);
-            else if (argument == "--version")
-                options.version = values[++at];
-            else if (argument == "-o")
-                output = values[++at];
-            else if (list.empty() && !argument.starts_with('-'))
-                list = argument;
-            else
-                return Misuse("unknown argument \"" + argument + "\"");
-        }
-        if (list.empty() || output.empty() || options.folders.empty())
-            return Misuse("a list, a folder to search and an image to write are needed");
-        return Run(list, options, output);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "rescomp: %s\n", error.what());
-        return 1;
-    }
+    return platform::RunProgram("rescomp", count, values, Run);
 }

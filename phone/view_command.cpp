@@ -1,14 +1,6 @@
-#include "phone/viewcommand.h"
+#include "phone/commands.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <iostream>
-#include <string>
-#include <system_error>
-#include <thread>
-#include <vector>
-
-#include "phone/options.h"
 
 namespace phone {
 namespace {
@@ -29,9 +21,6 @@ constexpr std::string_view kHelp =
 A single viewer prints a line a second. Ends with status 0 when it has its pictures, or when it was stopped by SIGINT or
 SIGTERM; with 1 when it was denied, or the connection or the stream failed; with 2 for arguments that make no sense.
 )";
-
-// How many of the viewers' reasons are printed; a server that is away fails all of them alike.
-constexpr std::size_t kMostReasons = 5;
 
 std::string Rates(const ViewFigures& figures) {
     char text[96];
@@ -72,69 +61,80 @@ ViewReport RunOne(const ViewCommand& command, int stop) {
     });
 }
 
-std::vector<ViewReport> RunMany(const ViewCommand& command, std::size_t viewers, int stop) {
-    std::vector<ViewReport> reports(viewers);
-    std::vector<std::jthread> threads;
-    threads.reserve(viewers);
-    for (std::size_t i = 0; i < viewers; ++i) {
+std::vector<ViewReport> Run(const ViewCommand& command, int stop) {
+    const std::size_t viewers = command.viewers != 0 ? command.viewers : command.sources.size();
+    if (viewers == 1)
+        return {RunOne(command, stop)};
+    return RunSideBySide<ViewReport>(viewers, [&](std::size_t i) {
         ViewOptions options = command.view;
         options.source = command.sources[i % command.sources.size()];
-        try {
-            threads.emplace_back([&report = reports[i], options = std::move(options), stop] {
-                report = View(options, stop, {});
-            });
-        } catch (const std::system_error& error) {
-            reports[i].reason = std::string("no thread for this viewer: ") + error.what();
-        }
-    }
-    threads.clear(); // joins
-    return reports;
-}
-
-bool IsGood(const ViewReport& report) {
-    return report.end == ViewEnd::Done || report.end == ViewEnd::Stopped;
+        return View(options, stop, {});
+    });
 }
 
 int Summarise(const std::vector<ViewReport>& reports) {
-    std::size_t bad = 0;
+    const std::size_t bad = CountBad(reports, [&](std::size_t i) {
+        return reports.size() == 1 ? "" : "viewer " + std::to_string(i + 1) + ": ";
+    });
     std::uint64_t pictures = 0;
     std::vector<double> rates;
     double bytes = 0;
-    for (std::size_t i = 0; i < reports.size(); ++i) {
-        const ViewReport& report = reports[i];
+    for (const ViewReport& report : reports) {
         pictures += report.figures.pictures;
         rates.push_back(report.figures.PicturesPerSecond());
         bytes += report.figures.BytesPerSecond();
-        if (!IsGood(report) && ++bad <= kMostReasons) {
-            const std::string who = reports.size() == 1 ? "" : "viewer " + std::to_string(i + 1) + ": ";
-            std::cerr << "morrowstream-phone: " << who << report.reason << std::endl;
-        }
     }
-    std::cout << "received " << pictures << " pictures";
+    std::cout << "received " << pictures << " pictures, ";
     if (reports.size() == 1) {
-        std::cout << ", " << Rates(reports[0].figures) << std::endl;
-        return bad == 0 ? kExitDone : kExitFailed;
+        std::cout << Rates(reports[0].figures) << std::endl;
+    } else {
+        std::ranges::sort(rates);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all", rates.front(),
+                      rates[rates.size() / 2], rates.back(), bytes);
+        std::cout << line << ", " << reports.size() - bad << " of " << reports.size() << " viewers to the end"
+                  << std::endl;
     }
-    std::ranges::sort(rates);
-    char line[160];
-    std::snprintf(line, sizeof line,
-                  ", slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all", rates.front(),
-                  rates[rates.size() / 2], rates.back(), bytes);
-    std::cout << line << ", " << reports.size() - bad << " of " << reports.size() << " viewers to the end"
-              << std::endl;
-    return bad == 0 ? kExitDone : kExitFailed;
+    return bad == 0 ? platform::kExitDone : platform::kExitFailed;
 }
 
 } // namespace
 
-int RunView(std::span<const std::string_view> arguments, int stop) {
-    const ViewCommand command = ParseView(arguments);
-    if (command.help) {
+std::optional<ViewCommand> ParseView(Arguments arguments) {
+    ViewCommand command;
+    ViewOptions& view = command.view;
+    const platform::Option options[] = {
+        {"--server", Server(view.server)},
+        {"--login", Login(view.login)},
+        {"--password", platform::Text(view.password)},
+        {"--source", [&](std::string_view, std::string_view value) { command.sources.emplace_back(value); }},
+        {"--params", platform::Text(view.parameters)},
+        {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, view.frames)},
+        {"--out", platform::Text(view.folder)},
+        {"--viewers", platform::NumberFrom(1U, kMostPhones, command.viewers)},
+    };
+    if (!platform::ReadOptions(arguments, options))
+        return std::nullopt;
+    if (view.server.host.empty() || view.login.empty() || command.sources.empty())
+        throw platform::UsageError("--server, --login and --source are needed");
+    // They go into the head of a request as they are.
+    const auto plain = [](unsigned char c) { return c > 0x20 && c < 0x7F && c != '#'; };
+    if (!std::ranges::all_of(view.parameters, plain))
+        throw platform::UsageError(
+            "--params takes a text like \"width=176&height=144&fps=5\", without blanks");
+    if (!view.folder.empty() && (command.viewers != 0 || command.sources.size() > 1))
+        throw platform::UsageError("--out takes the pictures of one viewer");
+    return command;
+}
+
+int RunView(Arguments arguments, int stop) {
+    const auto command = ParseView(arguments);
+    if (!command) {
         std::cout << kHelp;
-        return kExitDone;
+        return platform::kExitDone;
     }
-    const std::size_t viewers = command.viewers != 0 ? command.viewers : command.sources.size();
-    return Summarise(viewers == 1 ? std::vector{RunOne(command, stop)} : RunMany(command, viewers, stop));
+    return Summarise(Run(*command, stop));
 }
 
 } // namespace phone
