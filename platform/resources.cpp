@@ -135,15 +135,6 @@ std::optional<Resource> FindResource(ModuleHandle module, ResourceKey type, Reso
     return found;
 }
 
-std::optional<Resource> FindResource(ResourceKey type, ResourceKey name, std::uint16_t language) {
-    for (const auto image : InstanceList::Get().All()) {
-        if (const auto found = Choose(FindVariants(image, type, name), language))
-            return found;
-    }
-    SetLastError(kErrorResourceNotFound);
-    return std::nullopt;
-}
-
 std::vector<std::uint16_t> ResourceLanguages(ResourceKey type, ResourceKey name) {
     std::vector<std::uint16_t> languages;
     for (const auto image : InstanceList::Get().All()) {

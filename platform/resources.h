@@ -66,9 +66,6 @@ struct Resource {
 MORROW_PLATFORM_API std::optional<Resource> FindResource(ModuleHandle module, ResourceKey type,
                                                          ResourceKey name,
                                                          std::uint16_t language = kLanguageNeutral);
-// The same in the first instance that has it.
-MORROW_PLATFORM_API std::optional<Resource> FindResource(ResourceKey type, ResourceKey name,
-                                                         std::uint16_t language = kLanguageNeutral);
 // The languages of a resource in the first instance that has it, in the order of the directory.
 MORROW_PLATFORM_API std::vector<std::uint16_t> ResourceLanguages(ResourceKey type, ResourceKey name);
 

@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Common/Utils/ModuleImage.h"
 #include "midlet/ArchiveFiles.h"
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
@@ -41,7 +42,7 @@ void Require(bool holds, const char* what) {
 }
 
 std::string Resource(const char16_t* type, std::uint16_t number) {
-    const auto found = platform::FindResource(type, number);
+    const auto found = platform::FindResource(ThisModule(), type, number);
     Require(found.has_value(), "finding a resource");
     return std::string(found->Text());
 }

@@ -27,7 +27,7 @@ struct IConfigNode : IUnknown {
     static constexpr GUID iid{0x8C1E6A40, 0x52D7, 0x4B0E, {0x9B, 0x31, 0x6E, 0x0D, 0xA4, 0x7F, 0x25, 0xC1}};
 
     // The value of an element is its own text, not that of its children: setting it leaves them in place.
-    // Null is an empty text.
+    // Null is an empty text. Text and CDATA that adjoin each other in a document are one piece.
     virtual HRESULT SetValue(BSTR value) = 0;
     // Null for an element without text.
     virtual HRESULT GetValue(BSTR* value) = 0;

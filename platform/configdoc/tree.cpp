@@ -19,6 +19,26 @@ bool HasDistinctAttributes(pugi::xml_node element) {
     return true;
 }
 
+// Makes one piece of text of each run of adjoining text and CDATA, which XPath takes for one.
+void JoinTexts(pugi::xml_node element) {
+    for (pugi::xml_node first = element.first_child(); first; first = first.next_sibling()) {
+        if (!IsText(first) || !IsText(first.next_sibling()))
+            continue;
+        std::string text = first.value();
+        while (IsText(first.next_sibling())) {
+            text += first.next_sibling().value();
+            element.remove_child(first.next_sibling());
+        }
+        if (first.type() != pugi::node_pcdata) {
+            const pugi::xml_node section = first;
+            first = element.insert_child_before(pugi::node_pcdata, section);
+            element.remove_child(section);
+        }
+        if (!first || !first.set_value(text.c_str()))
+            throw std::bad_alloc();
+    }
+}
+
 class StringWriter : public pugi::xml_writer {
 public:
     void write(const void* data, std::size_t size) override {
@@ -64,7 +84,10 @@ std::shared_ptr<Tree> Tree::Parse(std::string_view document) {
     if (!tree->m_document.load_buffer(document.data(), document.size(), kParseOptions, pugi::encoding_utf8))
         return nullptr;
     struct Check : pugi::xml_tree_walker {
-        bool for_each(pugi::xml_node& node) override { return HasDistinctAttributes(node); }
+        bool for_each(pugi::xml_node& node) override {
+            JoinTexts(node);
+            return HasDistinctAttributes(node);
+        }
     } check;
     const auto elements = tree->m_document.children();
     std::size_t count = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
 #include "camera/VMS.h"
@@ -48,7 +49,8 @@ public:
     static CXmlConfigTree XmlClass(const CXmlConfigTree& oXmlConfigTree);
     // Writes the fields into a new element, or reads them from one, in the order below. A failure is reported
     // and returned at once; fields before it have their new values. A camera that has a name keeps it:
-    // E_INVALIDARG for an element with another one.
+    // E_INVALIDARG for an element with another one. A new one has it from its key in the table.
+    void SetKey(std::u16string_view key) { m_bstrName = platform::Bstr(key); }
     HRESULT operator>>(IConfigElement* pElement);
     HRESULT operator<<(IConfigElement* pElement);
 

@@ -11,8 +11,10 @@
 struct ICamSink : IUnknown {
     static constexpr GUID iid{0xBE95BBC7, 0xE95F, 0x4BE9, {0x9E, 0x06, 0xFA, 0x73, 0xDB, 0x8F, 0x4F, 0x60}};
 
-    // `pFrame` is null when the connection carried no picture data at all. A picture that could not be
-    // decoded is a frame without content. A failure is reported and changes nothing else.
+    // `pFrame` is null for a picture that came without a header or without a body. The receive loop always
+    // has both, if need be of no bytes, so no phone brings that about; a sink must bear it all the same. A
+    // picture that could not be decoded is a frame without content. A failure is reported and changes nothing
+    // else.
     virtual HRESULT OnVideoFrame(IVideoFrame* pFrame) = 0;
 
 protected:

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "Common/Utils/LocalizeEx.h"
+#include "Common/Utils/ModuleImage.h"
 #include "midlet/IniTree.h"
 #include "platform/locale.h"
 #include "platform/resources.h"
@@ -89,7 +90,7 @@ std::u16string LanguageFileName(std::u16string_view abbreviation) {
 }
 
 HRESULT Localize(std::string& strManifest, std::string_view section, std::uint32_t nLanguage) {
-    const auto ptr = platform::FindResource(kArchiveType, kLanguageArchive);
+    const auto ptr = platform::FindResource(ThisModule(), kArchiveType, kLanguageArchive);
     TRASSDO(ptr, return E_FAIL);
     const ArchivePtr res(OpenArchive(ptr->bytes.data(), static_cast<std::uint32_t>(ptr->bytes.size()),
                                      kSourceMemory, nullptr));

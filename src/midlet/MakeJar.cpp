@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Common/Utils/ModuleImage.h"
 #include "midlet/ArchiveFiles.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
@@ -38,7 +39,7 @@ std::u16string_view ValueOf(const QueryMap& params, std::u16string_view key) {
 
 // No bytes for a resource that is not there.
 std::string_view ResourceBytes(const char16_t* szType, std::uint16_t nNumber) {
-    const auto oResource = platform::FindResource(szType, nNumber);
+    const auto oResource = platform::FindResource(ThisModule(), szType, nNumber);
     return oResource ? oResource->Text() : std::string_view();
 }
 

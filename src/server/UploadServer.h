@@ -86,11 +86,15 @@ private:
     static void StoreContent(platform::Bstr content, platform::Bstr contentHead, BSTR* body, BSTR* head);
 
     // Settings.cpp. The file is read when the object is made, and written after each set.
+    struct SSettings;
     HRESULT Load();
     HRESULT Save();
-    // Exchanges settings and document; S_OK always.
+    // Exchanges settings and document; S_OK always. A load that ends by an exception changes nothing.
     HRESULT XmlClass(XmlConfig::CXmlConfig& oXmlConfig, bool bStore);
     void BindSettings(IConfigElement* pRoot, bool bStore);
+    [[nodiscard]] SSettings CopySettings() const;
+    void Restore(SSettings& oSettings) noexcept;
+    void TakeBack(SSettings& oBefore) noexcept;
     HRESULT GetSetConfig(bool bSet, BSTR* body, BSTR* head);
 
     // The head of every answer that is text.

@@ -33,7 +33,8 @@ TABLE = {
     "src/image/ijl": {"src/image/kernels"},
     "src/image": {"src/image/kernels", "src/image/jpegdec", "src/image/jpegenc", "src/image/ijl"},
     **{room: INTERFACES | TRACE for room in COMMON},
-    "src/Common/Configuration/config": INTERFACES | TRACE | {"src/Common/Configuration/XmlConfigSDK"},
+    "src/Common/Configuration/config": INTERFACES | TRACE
+    | {"src/Common/Configuration/XmlConfigSDK", "src/Common/Utils"},
     "src/camera": INTERFACES | TRACE | IMAGE | CONFIGURATION,
     "src/viewing": INTERFACES | TRACE | IMAGE | {"src/Common/ProcessStateTree"},
     "src/midlet": TRACE | {"src/runtime/archive", "src/Common/Utils"},

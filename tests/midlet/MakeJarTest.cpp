@@ -27,7 +27,7 @@ using support::RecordingLog;
 // Both templates are the same archive; the tool may be the test's own. The temporary folder is empty.
 std::vector<rescomp::Resource> Templates(const std::string& archive, const std::string& tool = "") {
     const auto real = [](const char16_t* type, std::uint16_t number) {
-        return std::string(platform::FindResource(type, number).value().Text());
+        return std::string(platform::FindResource(ThisModule(), type, number).value().Text());
     };
     std::filesystem::remove_all(platform::TemporaryFolder());
     using support::Neutral;
@@ -196,8 +196,8 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
     }
     // The installed zip refuses an archive of no bytes, and that is what comes back.
     {
-        const support::OtherResources none(
-            {support::Neutral(u"EXE", 209, std::string(platform::FindResource(u"EXE", 209).value().Text()))});
+        const support::OtherResources none({support::Neutral(
+            u"EXE", 209, std::string(platform::FindResource(ThisModule(), u"EXE", 209).value().Text()))});
         auto& log = RecordingLog::Fresh();
         EXPECT_EQ("", MakeJar(kUploadMidlet, params, u"h", ""));
         EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: ptr\n"}));

@@ -179,7 +179,8 @@ TEST(ConfigDocument, SelectsByPathsFromTheElement) {
 }
 
 TEST(ConfigDocument, ValuesAreAnElementsOwn) {
-    const auto root = ElementFrom("<r>a<T type='BSTR'>320<i/>240<![CDATA[!]]></T><E/></r>");
+    const auto root =
+        ElementFrom("<r>a<T type='BSTR'><![CDATA[3]]>20<i/>240<!--of text--><![CDATA[!]]></T><E/></r>");
     const auto type = Find(root, u"T");
     EXPECT_EQ("320240!", ValueOf(root, u"T"));
     ComPtr<IConfigNode> piece;
@@ -189,7 +190,7 @@ TEST(ConfigDocument, ValuesAreAnElementsOwn) {
     EXPECT_EQ(S_OK, type->SetValue(WideOf("<Двор №1>").Get()));
     EXPECT_EQ("<T type=\"BSTR\">&lt;Двор №1&gt;<i/></T>", XmlOf(type));
     EXPECT_EQ("&lt;Двор №1&gt;", XmlOf(piece));
-    EXPECT_EQ("240", XmlOf(last)); // held, though no longer a part of the element
+    EXPECT_EQ("240!", XmlOf(last)); // held, though no longer a part of the element
     EXPECT_EQ(S_OK, type->SetValue(nullptr));
     EXPECT_EQ("<T type=\"BSTR\"><i/></T>", XmlOf(type));
     Bstr text;

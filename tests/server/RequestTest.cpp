@@ -18,30 +18,25 @@ using support::Lines;
 using namespace std::string_view_literals;
 
 TEST(HTTPHeader, TellsWhereTheHeadEnds) {
-    struct Row {
-        const char* name;
-        std::string_view text;
-        long end; // -1: no complete head
-    };
-    const std::string longest = std::string(CHTTPHeader::kFirstLineLimit - 1, 'x') + "\r\n\r\n";
+    const std::string longest = std::string(65535, 'x') + "\r\n\r\n";
     const std::string tooLong = "x" + longest;
-    const Row rows[] = {
-        {"usual", "GET / HTTP/1.1\r\nA: b\r\n\r\nbody", 24},
-        {"line feeds alone", "GET /\nA:b\n\nbody", 11},
-        {"all line ends behind it go with it", "GET /\r\n\r\n\r\n\nbody", 12},
-        {"no header lines", "GET /\r\n\r\n", 9},
-        {"empty", "", -1},
-        {"starts with a line end", "\r\nGET /\r\n\r\n", -1},
-        {"no blank line", "GET /\r\nA: b\r\n", -1},
-        {"last line without its end", "GET /\r\nA: b", -1},
-        {"no colon", "GET /\r\nbad\r\n\r\n", -1},
-        {"ends at a zero byte", "GET /\r\n\0\r\n\r\n"sv, -1},
-        {"longest first line", longest, static_cast<long>(longest.size())},
-        {"first line too long", tooLong, -1},
+    const std::pair<std::string_view, long> rows[] = {
+        {"GET / HTTP/1.1\r\nA: b\r\n\r\nbody", 24},
+        {"GET /\nA:b\n\nbody", 11},
+        {"GET /\r\n\r\n\r\n\nbody", 12}, // all line ends behind it go with it
+        {longest, 65539},
+        // no complete head
+        {"", -1},
+        {"\r\nGET /\r\n\r\n", -1},
+        {"GET /\r\nA: b\r\n", -1},
+        {"GET /\r\nA: b", -1},
+        {"GET /\r\nbad\r\n\r\n", -1},
+        {"GET /\r\n\0\r\n\r\n"sv, -1},
+        {tooLong, -1},
     };
-    for (const Row& row : rows) {
-        const auto end = CHTTPHeader().Parse(row.text);
-        EXPECT_EQ(row.end, end ? static_cast<long>(*end) : -1) << row.name;
+    for (const auto& [text, expected] : rows) {
+        const auto end = CHTTPHeader().Parse(text);
+        EXPECT_EQ(expected, end ? static_cast<long>(*end) : -1) << text.substr(0, 40);
     }
 }
 
@@ -51,12 +46,11 @@ TEST(HTTPHeader, HoldsTokensAndLines) {
         header.Parse("POST  /a b \r\nX: 1\r\nx:  2 \r\nCookie: a: b\r\nEmpty:\r\nContent-Type:t\r\n\r\n"));
     EXPECT_EQ(header.FirstLine(), (Lines{"POST", "", "/a", "b"}));
     EXPECT_TRUE(header.IsPost());
-    EXPECT_EQ(" 2 ", header.GetParam("X")); // the later line; one blank goes, others stay
-    EXPECT_EQ("a: b", header.GetParam("cookie"));
-    EXPECT_EQ("", header.GetParam("empty"));
-    EXPECT_EQ("t", header.GetParam("content-TYPE"));
-    EXPECT_EQ("", header.GetParam("missing"));
-
+    // The later line counts; one blank goes, others stay.
+    for (const auto& [name, value] :
+         {std::pair("X", " 2 "), std::pair("cookie", "a: b"), std::pair("empty", ""),
+          std::pair("content-TYPE", "t"), std::pair("missing", "")})
+        EXPECT_EQ(value, header.GetParam(name));
     ASSERT_TRUE(header.Parse("Post / HTTP/1.1\r\n\r\n"));
     EXPECT_FALSE(header.IsPost());
     EXPECT_EQ("", header.GetParam("X"));
@@ -71,17 +65,12 @@ TEST(SplitPath, CutsAndDecodes) {
         {u"abc?x=1", u"abc", u"x=1"},
         {u"abc/def?x=1", u"abc", u"def?x=1"},
         {u"abc?x=/y", u"abc?x=", u"y"},
-        {u"abc/", u"abc", u""},
-        {u"/abc", u"", u"abc"},
         {u"?x", u"", u"x"},
-        {u"a%20b", u"a b", u""},
-        {u"a+b", u"a+b", u""},
+        {u"a%20b+", u"a b+", u""},
         {u"%4a%4A%2f%3F", u"JJ/?", u""},
-        {u"%E4%b8%80", u"\u4E00", u""},
-        {u"\u4E00", u"\u4E00", u""},
+        {u"%E4%b8%80\u4E00", u"\u4E00\u4E00", u""},
         {u"a%zz/rest", u"", u"rest"},
         {u"a%2", u"", u""},
-        {u"a%", u"", u""},
         {u"a%00b", u"", u""},
         {std::u16string(1023, u'x'), std::u16string(1023, u'x'), u""},
         {std::u16string(1024, u'x'), u"", u""},
@@ -94,9 +83,7 @@ TEST(SplitPath, CutsAndDecodes) {
             EXPECT_EQ(row.rest, rest.View()) << platform::ToUtf8(row.path);
         }
     }
-}
-
-TEST(SplitPath, TellsNullFromEmpty) {
+    // Null is not empty.
     Bstr rest(u"before");
     EXPECT_TRUE(SplitPath(nullptr, rest, false).IsNull());
     EXPECT_EQ(u"before", rest.View());
@@ -118,10 +105,8 @@ TEST(SplitPath, TakesBytesInTheThreadsCodePageOrAsUtf8) {
 
 TEST(ParseQuery, TakesTheLastValueOfEachKeyAsItIs) {
     const std::pair<std::u16string, QueryMap> rows[] = {
-        {u"", {}},
         {u"&&", {}},
         {u"a", {{u"a", u""}}},
-        {u"a=", {{u"a", u""}}},
         {u"=x&=&a=1", {{u"a", u"1"}}},
         {u"a=b=c&A=%41+", {{u"A", u"%41+"}, {u"a", u"b=c"}}},
         {u"a=1&b=2&a=3&", {{u"a", u"3"}, {u"b", u"2"}}},

@@ -23,6 +23,7 @@ class FakeWebHost : public Fake<IWebHandlerHost> {
 public:
     HRESULT RegisterHandler(const char16_t* word, IWebHandler* handler) override {
         m_script.word = word;
+        (void)platform::ComPtr<IWebHandler>(handler); // taken and dropped again: the object has to outlive it
         if (SUCCEEDED(m_script.registerResult) && m_script.keepsHandler)
             m_script.handler = platform::ComPtr<IWebHandler>(handler);
         return m_script.registerResult;

@@ -2,38 +2,39 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Common/Utils/ModuleImage.h"
+#include "platform/memory.h"
 #include "platform/resources.h"
 #include "tools/rescomp/image_writer.h"
 
 namespace support {
 
-// The module's resources are away for the life of the object.
+// The module's image is another one for the life of the object.
 class OtherResources {
 public:
     explicit OtherResources(std::vector<rescomp::Resource> resources)
-        : m_real(platform::ModuleBytes(platform::ResourceInstances().at(0))),
-          m_image(rescomp::BuildImage(std::move(resources))) {
-        platform::RemoveResourceInstance(m_real.data());
-        platform::AddResourceInstance(Bytes());
+        : m_real(platform::ModuleBytes(ThisModule()).begin(), platform::ModuleBytes(ThisModule()).end()) {
+        Write(rescomp::BuildImage(std::move(resources)));
     }
     OtherResources(const OtherResources&) = delete;
     OtherResources& operator=(const OtherResources&) = delete;
-    ~OtherResources() {
-        platform::RemoveResourceInstance(Bytes().data());
-        platform::AddResourceInstance(m_real);
-    }
+    ~OtherResources() { Write(m_real); }
 
 private:
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const {
-        return {reinterpret_cast<const std::uint8_t*>(m_image.data()), m_image.size()};
+    static void Write(const std::string& image) {
+        const platform::WritableMemory memory(platform::ModuleBytes(ThisModule()));
+        if (memory.Bytes().size() < image.size())
+            throw std::length_error("an image that does not fit into the module's");
+        std::memcpy(memory.Bytes().data(), image.data(), image.size());
     }
-    const std::span<const std::uint8_t> m_real;
-    const std::string m_image;
+    const std::string m_real;
 };
 
 // A neutral resource, as the list of such an image takes it.

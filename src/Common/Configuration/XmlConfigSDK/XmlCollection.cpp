@@ -66,12 +66,8 @@ HRESULT LoadItem(ICollection& oCollection, std::size_t nEntry, IConfigElement* p
 
 HRESULT LoadNewItem(ICollection& oCollection, IConfigElement* pElement) {
     Bstr bstrKey;
-    HRESULT hr = LoadKey(pElement, bstrKey);
-    if (SUCCEEDED(hr))
-        hr = oCollection.ReadNew(pElement);
-    if (SUCCEEDED(hr))
-        oCollection.Insert(bstrKey.View());
-    return hr;
+    const HRESULT hr = LoadKey(pElement, bstrKey);
+    return SUCCEEDED(hr) ? oCollection.Add(bstrKey.View(), pElement) : hr;
 }
 
 // One load, with what its steps share.

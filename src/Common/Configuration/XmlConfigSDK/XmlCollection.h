@@ -35,12 +35,14 @@ public:
     virtual HRESULT Store(std::size_t nEntry, IConfigElement* pElement) = 0;
     virtual HRESULT Read(std::size_t nEntry, IConfigElement* pElement) = 0;
     virtual void Erase(std::size_t nEntry) = 0;
-    // A new object reads itself; the next Insert enters it, unless there is an entry of that key.
-    virtual HRESULT ReadNew(IConfigElement* pElement) = 0;
-    virtual void Insert(std::u16string_view key) = 0;
+    // A new object, which is told its key, reads itself and becomes an entry, unless there is one of that
+    // key.
+    virtual HRESULT Add(std::u16string_view key, IConfigElement* pElement) = 0;
 };
 
-// Map: from std::u16string to ComPtr<Class>, and Class::Create() makes an empty object.
+// Map: from std::u16string to ComPtr<Class>. Class::Create() makes an empty object, whose SetKey is called
+// before it reads itself: an object that has its key as one of its fields refuses an element with another
+// one.
 template <class Map>
 class CMapCollection : public ICollection {
 public:
@@ -62,19 +64,21 @@ public:
         return *m_aEntries.at(nEntry)->second << pElement;
     }
     void Erase(std::size_t nEntry) override { m_oMap.erase(m_aEntries.at(nEntry)); }
-    HRESULT ReadNew(IConfigElement* pElement) override {
-        using Class = std::remove_pointer_t<decltype(m_spNew.Get())>;
-        m_spNew = Class::Create();
-        return m_spNew ? *m_spNew << pElement : E_OUTOFMEMORY;
-    }
-    void Insert(std::u16string_view key) override {
-        m_oMap.try_emplace(std::u16string(key), std::move(m_spNew));
+    HRESULT Add(std::u16string_view key, IConfigElement* pElement) override {
+        using Object = typename Map::mapped_type;
+        Object spNew = std::remove_pointer_t<decltype(Object().Get())>::Create();
+        if (!spNew)
+            return E_OUTOFMEMORY;
+        spNew->SetKey(key);
+        const HRESULT hr = *spNew << pElement;
+        if (SUCCEEDED(hr))
+            m_oMap.try_emplace(std::u16string(key), std::move(spNew));
+        return hr;
     }
 
 private:
     Map& m_oMap;
     std::vector<typename Map::iterator> m_aEntries;
-    typename Map::mapped_type m_spNew;
 };
 
 namespace XmlConfig {

@@ -1,5 +1,6 @@
 #include "Common/Configuration/config/CameraSchema.h"
 
+#include "Common/Utils/ModuleImage.h"
 #include "platform/resources.h"
 
 namespace {
@@ -10,6 +11,6 @@ constexpr std::uint16_t kSchemaNumber = 203;
 } // namespace
 
 platform::Bstr CameraSchemaText() {
-    const auto oResource = platform::FindResource(kSchemaType, kSchemaNumber);
+    const auto oResource = platform::FindResource(ThisModule(), kSchemaType, kSchemaNumber);
     return platform::Bstr(oResource ? platform::ToWide(oResource->Text(), platform::kCodePageThread) : u"");
 }
