@@ -5,10 +5,13 @@
 #include <cstdint>
 
 namespace platform {
+namespace {
+
+constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+} // namespace
 
 std::string Base64(std::string_view bytes) {
-    static constexpr std::string_view kAlphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
     text.reserve((bytes.size() + 2) / 3 * 4);
     while (!bytes.empty()) {
@@ -22,6 +25,26 @@ std::string Base64(std::string_view bytes) {
         bytes.remove_prefix(count);
     }
     return text;
+}
+
+std::optional<std::string> DecodeBase64(std::string_view text) {
+    while (text.ends_with('='))
+        text.remove_suffix(1);
+    std::string bytes;
+    std::uint32_t bits = 0;
+    int count = 0;
+    for (const char c : text) {
+        const std::size_t digit = kAlphabet.find(c);
+        if (digit == std::string_view::npos)
+            return std::nullopt;
+        bits = bits << 6U | static_cast<std::uint32_t>(digit);
+        count += 6;
+        if (count >= 8) {
+            count -= 8;
+            bytes += static_cast<char>(bits >> count & 0xFFU);
+        }
+    }
+    return count < 6 ? std::optional(bytes) : std::nullopt;
 }
 
 } // namespace platform

@@ -187,6 +187,13 @@ HRESULT RemoveFolder(const std::string& path) {
     return IsUsable(path) && ::rmdir(path.c_str()) == 0 ? S_OK : FailWithErrno();
 }
 
+FileStamp StampOf(const std::string& path) noexcept {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return {};
+    return {info.st_ino, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
+}
+
 HRESULT CreateFolder(const std::string& path) {
     if (!IsUsable(path))
         return FailWithErrno();

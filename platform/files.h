@@ -32,6 +32,16 @@ MORROW_PLATFORM_API HRESULT WriteWholeFile(const std::string& path, std::string_
 MORROW_PLATFORM_API HRESULT RemoveFile(const std::string& path);
 MORROW_PLATFORM_API HRESULT RemoveFolder(const std::string& path);
 
+// Tells whether a file was replaced or changed: a new one has another inode or another time. All zero for one
+// that is not there.
+struct FileStamp {
+    unsigned long long inode = 0;
+    long long seconds = 0;
+    long nanoseconds = 0;
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+MORROW_PLATFORM_API FileStamp StampOf(const std::string& path) noexcept;
+
 // Creates the folder and those above it that are missing, with mode 0700.
 MORROW_PLATFORM_API HRESULT CreateFolder(const std::string& path);
 

@@ -5,6 +5,7 @@
 // equal texts. Whoever receives a BSTR through an out parameter owns it and frees it with SysFreeString.
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -80,6 +81,16 @@ private:
 // The text of a BSTR that stays its owner's.
 inline std::u16string_view ViewOf(const char16_t* bstr) noexcept {
     return bstr == nullptr ? std::u16string_view{} : std::u16string_view{bstr, SysStringLen(bstr)};
+}
+
+// Letters A to Z as small ones; every other byte stays as it is.
+constexpr char ToLowerAscii(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+// Whether two texts differ at most in the case of those letters.
+constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexcept {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return ToLowerAscii(x) == ToLowerAscii(y); });
 }
 
 // Code pages by number: 65001 UTF-8, 1250 to 1258 Windows single-byte pages, 20127 ASCII, 28591 Latin 1. In a

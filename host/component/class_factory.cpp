@@ -1,6 +1,6 @@
 #include "host/component/class_factory.h"
 
-#include "host/base/start_error.h"
+#include <stdexcept>
 
 namespace host {
 
@@ -25,7 +25,7 @@ void ClassRegistrations::Add(const GUID& classId, ClassFactory::Create create) {
     m_classes.reserve(m_classes.size() + 1);
     const auto factory = platform::ComObject<ClassFactory>::Create(std::move(create));
     if (!factory || FAILED(platform::RegisterClassFactory(classId, factory.Get())))
-        throw StartError("a class of the host could not be registered");
+        throw std::runtime_error("a class of the host could not be registered");
     m_classes.push_back(classId);
 }
 

@@ -1,4 +1,4 @@
-// The classes that the host gives to the component.
+// The classes that a host gives to the component.
 #pragma once
 
 #include <functional>
@@ -35,7 +35,7 @@ public:
     ClassRegistrations& operator=(const ClassRegistrations&) = delete;
     ~ClassRegistrations();
 
-    // Throws StartError.
+    // Throws std::runtime_error.
     void Add(const GUID& classId, ClassFactory::Create create);
     // A class of which there is one object.
     void AddObject(const GUID& classId, platform::ComPtr<IUnknown> object);

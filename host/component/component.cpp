@@ -2,9 +2,9 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
 
-#include "host/base/start_error.h"
-#include "host/log/console.h"
 #include "interfaces/Registration.h"
 #include "platform/categories.h"
 #include "platform/modules.h"
@@ -27,7 +27,7 @@ std::string CodeText(HRESULT hr) {
 
 void Require(HRESULT hr, const std::string& what) {
     if (FAILED(hr))
-        throw StartError(what + " failed with " + CodeText(hr));
+        throw std::runtime_error(what + " failed with " + CodeText(hr));
 }
 
 // The module as it is built or installed with this program; empty where there is none.
@@ -65,15 +65,14 @@ ComponentModule::ComponentModule() {
         const std::string old = registered ? platform::ModulePathOf(*registered) : "";
         const std::string own = OwnModule();
         if (own.empty() || own == old)
-            throw StartError(
+            throw std::runtime_error(
                 registered ? "the component " + old + " cannot be loaded (" + CodeText(hr) + " " +
                                  platform::LastModuleError() +
                                  "); register another one with morrowstream-host --data DIR --register PATH"
                            : "no component is registered; register one with morrowstream-host --data DIR "
                              "--register PATH");
         RegisterComponent(own);
-        Console::Get().Log("component",
-                           old.empty() ? "registered " + own : "registered " + own + " in place of " + old);
+        m_note = "registered " + own + (old.empty() ? "" : " in place of " + old);
         const auto now = RegisteredClass();
         hr = now ? LoadFactory(*now, factory) : REGDB_E_CLASSNOTREG;
     }
@@ -91,26 +90,25 @@ ComponentModule::~ComponentModule() {
 void RegisterComponent(const std::string& path) {
     const HRESULT hr = platform::RegisterModule(path);
     if (FAILED(hr))
-        throw StartError("registering " + path + " failed with " + CodeText(hr) + " " +
-                         platform::LastModuleError());
+        throw std::runtime_error("registering " + path + " failed with " + CodeText(hr) + " " +
+                                 platform::LastModuleError());
 }
 
 void UnregisterComponent(const std::string& path) {
     const HRESULT hr = platform::UnregisterModule(path);
     if (FAILED(hr))
-        throw StartError("unregistering " + path + " failed with " + CodeText(hr) + " " +
-                         platform::LastModuleError());
+        throw std::runtime_error("unregistering " + path + " failed with " + CodeText(hr) + " " +
+                                 platform::LastModuleError());
 }
 
-Component::Component(const GUID& classId, WebHandlerHostPtr handlerHost, FeedTablePtr feeds)
-    : m_handlerHost(std::move(handlerHost)), m_feeds(std::move(feeds)) {
+Component::Component(const GUID& classId, WebHandlerHostPtr handlerHost)
+    : m_handlerHost(std::move(handlerHost)) {
     m_classes.AddObject(kWebHandlerHostClass,
                         ComPtr<IUnknown>(static_cast<IWebHandlerHost*>(m_handlerHost.Get())));
     try {
         Create(classId);
     } catch (...) {
         m_handlerHost->Forget();
-        m_feeds->SetSource(nullptr);
         m_source = nullptr;
         m_server = nullptr;
         throw;
@@ -123,14 +121,10 @@ void Component::Create(const GUID& classId) {
             "creating the component");
     m_source = m_server.Query<IVideoSource>();
     if (!m_source)
-        throw StartError("the component is no video source");
-    m_feeds->SetSource(m_source);
-    Require(m_source->Subscribe(m_feeds.Get()), "subscribing to the component");
+        throw std::runtime_error("the component is no video source");
 }
 
 Component::~Component() {
-    (void)m_source->Unsubscribe(m_feeds.Get());
-    m_feeds->SetSource(nullptr);
     m_handlerHost->Forget();
     m_source = nullptr;
     m_server = nullptr; // the last reference: the object closes the phones' sockets

@@ -1,11 +1,10 @@
-// The component in this process: finding and loading it, creating it, its cameras, and letting it go.
+// The component in this process: finding and loading it, creating it, and letting it go.
 #pragma once
 
 #include <string>
 
 #include "host/component/class_factory.h"
 #include "host/component/web_handler_host.h"
-#include "host/feed/feed_table.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
@@ -15,7 +14,7 @@ namespace host {
 
 // The module that the registry names for the class of the category kVideoSourceCategory, loaded as long as
 // this is there. Where none is registered, the one that came with this program is, first. Once it is loaded,
-// its languages can be told. Throws StartError.
+// its languages can be told. Throws std::runtime_error.
 class ComponentModule {
 public:
     ComponentModule();
@@ -24,25 +23,31 @@ public:
     ~ComponentModule();
 
     [[nodiscard]] const GUID& Class() const noexcept { return m_class; }
+    // Says which module was registered, when one was: a line for a log.
+    [[nodiscard]] const std::string& Note() const noexcept { return m_note; }
 
 private:
     GUID m_class{};
+    std::string m_note;
     platform::ComPtr<IClassFactory> m_factory;
 };
 
-// Enter a module's classes into the registry of the data folder, and take them out. Throw StartError.
+// Enter a module's classes into the registry of the data folder, and take them out. Throw
+// std::runtime_error.
 void RegisterComponent(const std::string& path);
 void UnregisterComponent(const std::string& path);
 
 class Component {
 public:
-    // Creates the server object, which registers itself with `handlerHost`, and subscribes the feeds to it.
-    // Throws StartError.
-    Component(const GUID& classId, WebHandlerHostPtr handlerHost, FeedTablePtr feeds);
+    // Creates the server object, which registers itself with `handlerHost`. Throws std::runtime_error.
+    Component(const GUID& classId, WebHandlerHostPtr handlerHost);
     Component(const Component&) = delete;
     Component& operator=(const Component&) = delete;
-    // Ends every upload: no picture reaches a feed afterwards.
+    // Ends every upload. Nobody may hold the source or the settings any more.
     ~Component();
+
+    // The cameras.
+    [[nodiscard]] const platform::ComPtr<IVideoSource>& Source() const noexcept { return m_source; }
 
     // The settings; null when the component has none.
     [[nodiscard]] platform::ComPtr<IConfiguration> Configuration() const {
@@ -53,7 +58,6 @@ private:
     void Create(const GUID& classId);
 
     WebHandlerHostPtr m_handlerHost;
-    FeedTablePtr m_feeds;
     ClassRegistrations m_classes;
     platform::ComPtr<IUploadServer> m_server;
     platform::ComPtr<IVideoSource> m_source;

@@ -1,8 +1,8 @@
 #include "host/component/viewing.h"
 
-#include "host/base/start_error.h"
+#include <stdexcept>
+
 #include "host/packer/mobile_frame_packer.h"
-#include "host/statetree/lookup.h"
 #include "host/statetree/process_state_tree.h"
 
 namespace host {
@@ -10,9 +10,8 @@ namespace host {
 using platform::ComObject;
 using platform::ComPtr;
 
-Viewing::Viewing(std::shared_ptr<SourceTable> sources, const Authenticator& authenticator,
-                 std::shared_ptr<PackerCounters> counters)
-    : m_server(ComObject<ContentServer>::Create(std::move(sources), authenticator)) {
+Viewing::Viewing(ContentAccess access, std::shared_ptr<PackerCounters> counters)
+    : m_server(ComObject<ContentServer>::Create(std::move(access))) {
     const auto tree = ComObject<ProcessStateTree>::Create(MakeStateNodes());
     m_classes.AddObject(kProcessStateTreeClass, ComPtr<IUnknown>(tree.Get()));
     m_classes.Add(kMobileFramePackerClass,
@@ -22,7 +21,7 @@ Viewing::Viewing(std::shared_ptr<SourceTable> sources, const Authenticator& auth
                   });
     const auto node = FindStateNode(kWebServerNode, true);
     if (!m_server || !node || FAILED(node->SetValue(m_server.Get())))
-        throw StartError("the web server could not be published");
+        throw std::runtime_error("the web server could not be published");
 }
 
 void Viewing::End() noexcept {

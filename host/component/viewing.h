@@ -1,4 +1,4 @@
-// What viewing phones need of the host, in place for the component: the process state tree with the web
+// What viewing phones need of a host, in place for the component: the process state tree with the web
 // server in it, and the packer's class.
 #pragma once
 
@@ -6,15 +6,14 @@
 
 #include "host/component/class_factory.h"
 #include "host/content/content_server.h"
-#include "host/packer/counters.h"
+#include "host/packer/frame_packer.h"
 
 namespace host {
 
 class Viewing {
 public:
-    // Before the component comes. The authenticator outlives the object. Throws StartError.
-    Viewing(std::shared_ptr<SourceTable> sources, const Authenticator& authenticator,
-            std::shared_ptr<PackerCounters> counters);
+    // Before the component comes. Throws std::runtime_error.
+    Viewing(ContentAccess access, std::shared_ptr<PackerCounters> counters);
     Viewing(const Viewing&) = delete;
     Viewing& operator=(const Viewing&) = delete;
     // Ends every viewing: no picture reaches a phone afterwards, though its thread may sleep for a while yet.

@@ -16,7 +16,7 @@ HRESULT WebHandlerHost::RegisterHandler(const char16_t* szWord, IWebHandler* pHa
     if (word.empty() || word.find(u'/') != std::u16string_view::npos)
         return E_INVALIDARG;
     const std::lock_guard guard(m_mutex);
-    if (m_authenticator == nullptr)
+    if (!m_identify)
         return E_UNEXPECTED;
     m_handlers.insert_or_assign(std::u16string(word), ComPtr<IWebHandler>(pHandler));
     return S_OK;
@@ -25,21 +25,20 @@ HRESULT WebHandlerHost::RegisterHandler(const char16_t* szWord, IWebHandler* pHa
 HRESULT WebHandlerHost::GetRequestAuth(BSTR head, SRequestAuth* pAuth) {
     if (pAuth == nullptr)
         return E_POINTER;
-    Authenticator* authenticator = nullptr;
-    {
-        const std::lock_guard guard(m_mutex);
-        authenticator = m_authenticator;
-    }
-    if (authenticator == nullptr)
-        return E_UNEXPECTED;
     try {
-        const std::string text = platform::ToNarrow(platform::ViewOf(head));
-        const auto credentials = authenticator->Recheck(HeaderValue(text, "Authorization"));
-        if (!credentials)
+        Identify identify;
+        {
+            const std::lock_guard guard(m_mutex);
+            identify = m_identify;
+        }
+        if (!identify)
+            return E_UNEXPECTED;
+        const auto identity = identify(platform::ToNarrow(platform::ViewOf(head)));
+        if (!identity)
             return E_ACCESSDENIED;
-        const std::string token = authenticator->TokenOf(credentials->login);
-        Bstr login(platform::FromUtf8(credentials->login));
-        Bstr password(platform::FromUtf8(credentials->password));
+        const std::string& token = identity->token;
+        Bstr login(platform::FromUtf8(identity->login));
+        Bstr password(platform::FromUtf8(identity->password));
         auto* data = static_cast<std::uint8_t*>(CoTaskMemAlloc(token.size()));
         if (data == nullptr)
             return E_OUTOFMEMORY;
@@ -64,7 +63,7 @@ void WebHandlerHost::Forget() {
     std::map<std::u16string, ComPtr<IWebHandler>> handlers; // released outside the lock
     const std::lock_guard guard(m_mutex);
     handlers.swap(m_handlers);
-    m_authenticator = nullptr;
+    m_identify = nullptr;
 }
 
 } // namespace host

@@ -1,20 +1,32 @@
 // The object with which a component registers as the handler of a path word.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 
-#include "host/users/authenticator.h"
 #include "interfaces/IWebHandler.h"
 #include "platform/com.h"
 
 namespace host {
 
+// Who sent a request, as the component is told. Texts are UTF-8.
+struct RequestIdentity {
+    std::string login;
+    std::string password;
+    std::string token; // the credentials block, opaque to the component
+};
+
 class WebHandlerHost : public IWebHandlerHost {
 public:
-    // The authenticator outlives the object or a call of Forget.
-    explicit WebHandlerHost(Authenticator& authenticator) : m_authenticator(&authenticator) {}
+    // Gets a request's whole head; nothing for one without valid credentials. Any thread. Called until Forget
+    // only, but for calls that have begun.
+    using Identify = std::function<std::optional<RequestIdentity>(std::string_view head)>;
+
+    explicit WebHandlerHost(Identify identify) : m_identify(std::move(identify)) {}
 
     // A word that is registered already gets the new handler.
     HRESULT RegisterHandler(const char16_t* szWord, IWebHandler* pHandler) override;
@@ -33,7 +45,7 @@ protected:
 
 private:
     mutable std::mutex m_mutex;
-    Authenticator* m_authenticator;
+    Identify m_identify; // empty once forgotten
     std::map<std::u16string, platform::ComPtr<IWebHandler>> m_handlers;
 };
 using WebHandlerHostPtr = platform::ComPtr<platform::ComObject<WebHandlerHost>>;

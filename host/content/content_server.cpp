@@ -5,7 +5,7 @@
 #include <new>
 #include <typeinfo>
 
-#include "host/statetree/lookup.h"
+#include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"
 #include "platform/text.h"
 
@@ -46,7 +46,7 @@ HRESULT ContentServer::OpenContent(BSTR bstrKey, std::int32_t nAuthSize, const s
     if (!Knows(BytesOf({pAuth, static_cast<std::size_t>(nAuthSize)})))
         return E_ACCESSDENIED;
     try {
-        SourcePtr source = m_sources->Open(platform::ToUtf8(platform::ViewOf(bstrKey)));
+        SourcePtr source = m_access.open(platform::ToUtf8(platform::ViewOf(bstrKey)));
         if (!source)
             return E_ELEMENT_NOT_FOUND;
         // The new object's end takes its place back, also when it is one too many.
@@ -65,12 +65,12 @@ HRESULT ContentServer::OpenContent(BSTR bstrKey, std::int32_t nAuthSize, const s
 
 bool ContentServer::Knows(std::string_view token) const {
     const std::shared_lock guard(m_mutex);
-    return m_authenticator != nullptr && m_authenticator->LoginOf(token).has_value();
+    return m_access.knows && m_access.knows(token);
 }
 
 void ContentServer::Forget() {
     const std::unique_lock guard(m_mutex);
-    m_authenticator = nullptr;
+    m_access.knows = nullptr;
 }
 
 HRESULT SourceContent::GetContent(BSTR path, BSTR* body, BSTR* head) {

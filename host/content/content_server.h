@@ -1,37 +1,42 @@
-// The host's web server as the component sees it: it opens sources for viewing phones.
+// A host's web server as the component sees it: it opens sources for viewing phones.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <shared_mutex>
 #include <string_view>
 
-#include "host/sources/source_table.h"
-#include "host/users/authenticator.h"
+#include "host/content/source.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IWebServer.h"
 #include "platform/com.h"
 
 namespace host {
 
-// Viewers' threads may outlive the host's other objects by the length of a sleep; so whatever they touch is
-// shared with them, and Forget takes away what is not.
+// What a host answers when a phone wants to view. Any thread, several at a time.
+struct ContentAccess {
+    // Null for a key that names nothing. Viewers' threads may outlive the host's other objects by the length
+    // of a sleep, so the function owns what it uses.
+    std::function<SourcePtr(std::string_view key)> open;
+    // Whether a credentials block stands for a user of the host, as it is now. Called until Forget only.
+    std::function<bool(std::string_view token)> knows;
+};
+
 class ContentServer : public IWebServer {
 public:
     // At most so many content objects at a time: each is a thread of the component.
     static constexpr std::uint32_t kMostViewers = 1000;
 
-    // The authenticator outlives the object or a call of Forget.
-    ContentServer(std::shared_ptr<SourceTable> sources, const Authenticator& authenticator)
-        : m_authenticator(&authenticator), m_sources(std::move(sources)) {}
+    explicit ContentServer(ContentAccess access) : m_access(std::move(access)) {}
 
     // E_ACCESSDENIED for credentials of no user; E_ELEMENT_NOT_FOUND for an unknown key; E_OUTOFMEMORY when
     // there are too many viewers already.
     HRESULT OpenContent(BSTR bstrKey, std::int32_t nAuthSize, const std::uint8_t* pAuth,
                         IUnknown** ppContent) override;
 
-    // Whether a credentials block stands for a user of the host, as it is now.
+    // False for every block once the server has forgotten its users.
     [[nodiscard]] bool Knows(std::string_view token) const;
     // From here on every request of a viewer fails, which ends its stream.
     void Forget();
@@ -44,9 +49,8 @@ protected:
     }
 
 private:
-    mutable std::shared_mutex m_mutex; // held over what it guards
-    const Authenticator* m_authenticator;
-    const std::shared_ptr<SourceTable> m_sources;
+    mutable std::shared_mutex m_mutex; // held over each call of m_access.knows, which goes with Forget
+    ContentAccess m_access;
     const std::shared_ptr<std::atomic<std::uint32_t>> m_viewers =
         std::make_shared<std::atomic<std::uint32_t>>(0);
 };

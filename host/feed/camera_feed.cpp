@@ -41,9 +41,9 @@ void CameraFeed::Take(FrameContent content, const PlaneLayout& layout) {
     const std::lock_guard guard(m_mutex);
     ++m_frames;
     // The picture may outlive this feed, and is encoded when somebody asks for it.
-    const std::shared_ptr<Histogram> encode(m_meters, &m_meters->encode);
-    old = std::exchange(m_newest,
-                        std::make_shared<const Picture>(m_frames, std::move(content), layout, encode));
+    auto encoded = [meters = m_meters](std::chrono::nanoseconds time) { meters->encode.Observe(time); };
+    old = std::exchange(
+        m_newest, std::make_shared<const Picture>(m_frames, std::move(content), layout, std::move(encoded)));
     m_rate.Add(m_newest->Arrival());
     if (const auto asked = std::exchange(m_asked, std::nullopt))
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();

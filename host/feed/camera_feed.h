@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "host/feed/histogram.h"
-#include "host/feed/rate_meter.h"
+#include "host/base/wait.h"
+#include "host/feed/meters.h"
 #include "host/picture/picture.h"
 #include "interfaces/ICam.h"
 #include "platform/com.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/base/start_error.h"
 #include "interfaces/ICamSettings.h"
 #include "platform/text.h"
 
@@ -162,6 +163,20 @@ void FeedTable::RemoveWatcher(Wakeup& wakeup) noexcept {
 void FeedTable::SignalWatchers() {
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
+}
+
+FeedSubscription::FeedSubscription(FeedTablePtr feeds, ComPtr<IVideoSource> source)
+    : m_feeds(std::move(feeds)), m_source(std::move(source)) {
+    m_feeds->SetSource(m_source);
+    if (FAILED(m_source->Subscribe(m_feeds.Get()))) {
+        m_feeds->SetSource(nullptr);
+        throw StartError("subscribing to the component failed");
+    }
+}
+
+FeedSubscription::~FeedSubscription() {
+    (void)m_source->Unsubscribe(m_feeds.Get());
+    m_feeds->SetSource(nullptr);
 }
 
 } // namespace host

@@ -84,4 +84,19 @@ private:
 };
 using FeedTablePtr = platform::ComPtr<platform::ComObject<FeedTable>>;
 
+// The table as the subscriber of a source, for as long as this is there: no picture reaches a feed
+// afterwards.
+class FeedSubscription {
+public:
+    // Throws StartError.
+    FeedSubscription(FeedTablePtr feeds, platform::ComPtr<IVideoSource> source);
+    FeedSubscription(const FeedSubscription&) = delete;
+    FeedSubscription& operator=(const FeedSubscription&) = delete;
+    ~FeedSubscription();
+
+private:
+    const FeedTablePtr m_feeds;
+    const platform::ComPtr<IVideoSource> m_source;
+};
+
 } // namespace host

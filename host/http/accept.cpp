@@ -4,8 +4,12 @@
 #include <cstdlib>
 #include <string>
 
+#include "platform/text.h"
+
 namespace host {
 namespace {
+
+using platform::EqualsIgnoringCase;
 
 std::string_view Trimmed(std::string_view text) noexcept {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
@@ -21,11 +25,6 @@ std::string_view Take(std::string_view& text, char separator) noexcept {
     const std::string_view piece = text.substr(0, at);
     text.remove_prefix(at == std::string_view::npos ? text.size() : at + 1);
     return Trimmed(piece);
-}
-
-bool SameIgnoringCase(std::string_view a, std::string_view b) noexcept {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::ranges::equal(a, b, {}, lower, lower);
 }
 
 // "0.7", at most three decimals; anything else is no weight.
@@ -49,7 +48,7 @@ double TakeWeight(std::string_view parameters) noexcept {
     double weight = 1;
     while (!parameters.empty()) {
         std::string_view value = Take(parameters, ';');
-        if (SameIgnoringCase(Take(value, '='), "q"))
+        if (EqualsIgnoringCase(Take(value, '='), "q"))
             weight = WeightOf(Trimmed(value));
     }
     return weight;
@@ -57,13 +56,13 @@ double TakeWeight(std::string_view parameters) noexcept {
 
 // 3 for the type itself, 2 for "type/*", 1 for "*/*", 0 for another one.
 int Closeness(std::string_view range, std::string_view type) noexcept {
-    if (SameIgnoringCase(range, type))
+    if (EqualsIgnoringCase(range, type))
         return 3;
     if (range == "*/*")
         return 1;
     const std::size_t slash = type.find('/');
     return range.ends_with("/*") &&
-                   SameIgnoringCase(range.substr(0, range.size() - 1), type.substr(0, slash + 1))
+                   EqualsIgnoringCase(range.substr(0, range.size() - 1), type.substr(0, slash + 1))
                ? 2
                : 0;
 }
@@ -102,7 +101,7 @@ std::string_view PreferredLanguage(std::string_view accept, std::span<const std:
         std::string_view range = Take(part, ';');
         const std::string_view primary = Take(range, '-');
         const auto known = std::ranges::find_if(
-            languages, [&](std::string_view code) { return SameIgnoringCase(code, primary); });
+            languages, [&](std::string_view code) { return EqualsIgnoringCase(code, primary); });
         const double weight = TakeWeight(part);
         if (weight <= quality || (known == languages.end() && primary != "*"))
             continue;

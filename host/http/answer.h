@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 
 namespace host {
 

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "host/http/endpoint.h"
 #include "host/http/limits.h"
 
 namespace host {

@@ -7,7 +7,7 @@
 
 #include <fcntl.h>
 
-#include <boost/beast/http/parser.hpp>
+#include "host/http/beast_request.h"
 
 namespace host {
 namespace {
@@ -26,23 +26,16 @@ int DuplicateOf(const Wakeup& wakeup) {
     return fd;
 }
 
-beast::http::request<beast::http::empty_body> ParseUpgrade(const std::string& head) {
-    beast::http::request_parser<beast::http::empty_body> parser;
-    error_code error;
-    parser.put(asio::buffer(head), error);
-    return parser.release();
-}
-
 } // namespace
 
-PageSocket::PageSocket(Descriptor socket, const Request& request, const Services& services)
-    : m_services(services), m_stop(m_loop, DuplicateOf(services.stop)),
-      m_stream(tcp::socket(m_loop, tcp::v4(), socket.Release())), m_request(ParseUpgrade(request.head)) {}
+PageSocket::PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop)
+    : m_limits(limits), m_stop(m_loop, DuplicateOf(stop)),
+      m_stream(tcp::socket(m_loop, tcp::v4(), socket.Release())), m_request(request.fields) {}
 
 void PageSocket::Run() {
     websocket::stream_base::timeout timeout{};
-    timeout.handshake_timeout = m_services.limits.headDeadline;
-    timeout.idle_timeout = m_services.limits.writeStall; // a silent page is pinged before that
+    timeout.handshake_timeout = m_limits.headDeadline;
+    timeout.idle_timeout = m_limits.writeStall; // a silent page is pinged before that
     timeout.keep_alive_pings = true;
     m_stream.set_option(timeout);
     m_stream.set_option(websocket::stream_base::decorator(
@@ -53,7 +46,7 @@ void PageSocket::Run() {
         if (!error)
             Close();
     });
-    m_stream.async_accept(m_request, [this](error_code error) {
+    m_stream.async_accept(m_request->message, [this](error_code error) {
         if (error)
             return Close();
         OnOpen();

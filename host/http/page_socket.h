@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
 #include <string_view>
 
 #include <boost/asio/io_context.hpp>
@@ -11,13 +12,11 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/message.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
+#include "host/http/limits.h"
 #include "host/http/request.h"
-#include "host/site/services.h"
 
 namespace host {
 
@@ -32,8 +31,8 @@ public:
     void Run();
 
 protected:
-    // Takes the socket. The request asks for a WebSocket.
-    PageSocket(Descriptor socket, const Request& request, const Services& services);
+    // Takes the socket. The request asks for a WebSocket. The stop signal outlives the object.
+    PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop);
     ~PageSocket() = default;
 
     // The page is there. Called once, first.
@@ -58,7 +57,7 @@ protected:
     // Sends nothing more and ends.
     void Close() { m_loop.stop(); }
 
-    const Services& m_services;
+    const Limits m_limits;
 
 private:
     struct Watched {
@@ -75,7 +74,7 @@ private:
     std::list<Watched> m_watched;
     boost::asio::posix::stream_descriptor m_stop;
     boost::beast::websocket::stream<boost::asio::ip::tcp::socket> m_stream;
-    const boost::beast::http::request<boost::beast::http::empty_body> m_request;
+    const std::shared_ptr<const BeastRequest> m_request;
     boost::beast::flat_buffer m_received;
     bool m_writing = false;
 };

@@ -6,9 +6,9 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/error.hpp>
-#include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
 
+#include "host/http/beast_request.h"
 #include "host/http/limits.h"
 #include "platform/text.h"
 
@@ -16,6 +16,7 @@ namespace host {
 namespace {
 
 namespace http = boost::beast::http;
+using platform::EqualsIgnoringCase;
 
 // The parser knows lines that end in CR LF only; old phones end them in a line feed.
 std::string WithFullLineEnds(std::string_view head) {
@@ -27,15 +28,6 @@ std::string WithFullLineEnds(std::string_view head) {
         result += head[i];
     }
     return result;
-}
-
-bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::ranges::equal(a, b, {}, lower, lower);
-}
-
-std::string ToString(boost::beast::string_view text) {
-    return {text.data(), text.size()};
 }
 
 // Cuts the target into path and query. A phone may send the path without its leading "/", a proxy the whole
@@ -86,25 +78,23 @@ ParsedRequest ParseRequest(std::string head) {
         return {std::nullopt, 400};
 
     Request request;
-    request.method = ToString(message.method_string());
-    if (!SplitTarget(ToString(message.target()), request))
+    request.method = message.method_string();
+    if (!SplitTarget(message.target(), request))
         return {std::nullopt, 400};
-    request.hasHost = message.count(http::field::host) == 1;
-    request.host = ToString(message[http::field::host]);
-    request.origin = ToString(message[http::field::origin]);
-    request.authorization = ToString(message[http::field::authorization]);
-    request.ifNoneMatch = ToString(message[http::field::if_none_match]);
-    request.acceptLanguage = ToString(message[http::field::accept_language]);
     request.keepAlive = message.keep_alive();
     const auto length = parser.content_length();
     request.chunked = message.chunked();
     request.bodySize = length ? *length : 0;
     request.hasBody = request.chunked || request.bodySize > 0;
-    request.fetchSite = ToString(message["Sec-Fetch-Site"]);
-    request.expectsContinue = EqualsIgnoringCase(ToString(message[http::field::expect]), "100-continue");
-    request.wantsWebSocket = EqualsIgnoringCase(ToString(message[http::field::upgrade]), "websocket");
+    request.expectsContinue = EqualsIgnoringCase(message[http::field::expect], "100-continue");
+    request.wantsWebSocket = EqualsIgnoringCase(message[http::field::upgrade], "websocket");
+    request.fields = std::make_shared<const BeastRequest>(parser.release());
     request.head = std::move(head);
     return {std::move(request), 200};
+}
+
+std::string_view Request::Field(std::string_view name) const {
+    return fields ? fields->message[name] : std::string_view();
 }
 
 std::optional<std::string> PercentDecode(std::string_view text) {

@@ -1,42 +1,45 @@
-// A request as the router sees it.
+// A request: its head, read once.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
+#include "host/http/endpoint.h"
 
 namespace host {
 
+struct BeastRequest; // the library's own form (beast_request.h)
+
 struct Request {
-    std::string head; // as it came, blank line included
+    std::string head; // as it came, byte for byte, blank line included
     std::string method;
     std::string path;  // the target without scheme, authority and query; starts with "/"; not decoded
     std::string query; // without "?"
-    std::string host;  // of the Host line
-    std::string origin;
-    std::string authorization;
-    std::string ifNoneMatch;
-    std::string acceptLanguage;
-    bool hasHost = false;
     bool keepAlive = false;
     bool hasBody = false;
     bool chunked = false;       // the length of the body is not told
     std::uint64_t bodySize = 0; // as the head tells it
-    std::string fetchSite;      // of Sec-Fetch-Site: where the page stands that a browser asks for
     bool expectsContinue = false;
     bool wantsWebSocket = false;
+    std::shared_ptr<const BeastRequest> fields; // never null in a request that was parsed
     PeerAddress peer;
     Clock::time_point arrived{}; // when its head was complete
+
+    // The value of a header field, without blanks around it; names are the same in every case of their
+    // letters. The first one of that name; empty without one.
+    [[nodiscard]] std::string_view Field(std::string_view name) const;
+    [[nodiscard]] std::string_view Host() const { return Field("Host"); }
 };
 
 struct ParsedRequest {
     std::optional<Request> request;
     unsigned status = 400; // the answer when there is no request
 };
-// `head` is complete, up to and including its blank line.
+// `head` is complete, up to and including its blank line. The one place where a head is read.
 ParsedRequest ParseRequest(std::string head);
 
 // Undoes percent escapes. Nothing for a broken escape, a zero byte, or bytes that are not UTF-8.

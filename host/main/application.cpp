@@ -155,7 +155,8 @@ public:
     explicit Application(const Options& options)
         : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop),
-          m_handlers(ComObject<WebHandlerHost>::Create(m_authenticator)),
+          m_handlers(ComObject<WebHandlerHost>::Create(
+              [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create()),
           m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())),
           m_services{*m_feeds,
@@ -167,13 +168,21 @@ public:
                      m_authenticator.HasDemoUsers()} {
         RegisterLogEngine(options.verbosity);
         m_module = std::make_unique<ComponentModule>();
+        if (!m_module->Note().empty())
+            Console::Get().Log("component", m_module->Note());
         ApplyConfiguredLanguage();
         m_services.language = ConfiguredLanguage();
         PrepareSettings();
         m_services.sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
-        m_viewing = std::make_unique<Viewing>(m_services.sources, m_authenticator, m_services.packers);
-        m_component = std::make_unique<Component>(m_module->Class(), m_handlers, m_feeds);
+        m_viewing = std::make_unique<Viewing>(
+            ContentAccess{
+                .open = [sources = m_services.sources](std::string_view key) { return sources->Open(key); },
+                .knows =
+                    [this](std::string_view token) { return m_authenticator.LoginOf(token).has_value(); }},
+            m_services.packers);
+        m_component = std::make_unique<Component>(m_module->Class(), m_handlers);
+        m_subscription.emplace(m_feeds, m_component->Source());
         m_settings.SetConfiguration(m_component->Configuration());
         m_services.authority = AuthorityForOthers(options.listen);
         StoreSettings();
@@ -199,6 +208,7 @@ public:
         m_server.reset();
         m_viewing->End();
         m_settings.SetConfiguration(nullptr);
+        m_subscription.reset();
         m_component.reset();
         return SaySummary(results) ? 0 : 1;
     }
@@ -366,6 +376,7 @@ private:
     std::unique_ptr<ComponentModule> m_module;
     std::unique_ptr<Viewing> m_viewing;
     std::unique_ptr<Component> m_component;
+    std::optional<FeedSubscription> m_subscription;
     std::unique_ptr<Server> m_server;
 };
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/users/cameras.h"
 #include "host/users/user_store.h"
 

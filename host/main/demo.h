@@ -10,7 +10,7 @@
 
 #include <sys/types.h>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/users/cameras.h"
 #include "host/users/user_store.h"
 

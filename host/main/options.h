@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
+#include "host/http/endpoint.h"
 #include "host/http/limits.h"
 #include "host/log/log_engine.h"
 #include "host/users/user_store.h"

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cmath>
 
-#include "host/packer/colour.h"
 #include "image/FrameBlock.h"
 
 namespace host {

@@ -2,18 +2,25 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
-#include "host/packer/counters.h"
 #include "host/packer/framing.h"
 #include "host/packer/parameters.h"
-#include "host/packer/scaler.h"
-#include "host/picture/encode.h"
+#include "host/packer/planes.h"
 #include "host/picture/picture.h"
 
 namespace host {
+
+// What the packers of a host have done, for its figures.
+struct PackerCounters {
+    std::atomic<std::uint64_t> open{0}; // packers at work now
+    std::atomic<std::uint64_t> frames{0};
+    std::atomic<std::uint64_t> bytes{0};
+    std::atomic<std::uint64_t> cpuNanoseconds{0}; // of the threads that packed, while they did
+};
 
 // A picture of a source. Rows lie top row first, without padding.
 struct SourcePlanes {

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <ctime>
+#include <limits>
 #include <new>
-#include <vector>
 
 #include "image/FrameBlock.h"
+#include "image/ImageCodec.h"
 #include "platform/com.h"
 
 namespace host {
@@ -16,6 +18,12 @@ constexpr int kQuality = 80;
 std::atomic<std::uint64_t> g_encoded{0};
 
 } // namespace
+
+std::chrono::nanoseconds ThreadTime() noexcept {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 void FreeFrameContent::operator()(std::uint8_t* block) const noexcept {
     CoTaskMemFree(block);
@@ -35,6 +43,30 @@ bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout
         return false;
     *layout = {header.biWidth, header.biHeight, grey};
     return true;
+}
+
+std::string_view EncodePlanes(const std::uint8_t* planes, const PlaneLayout& layout, int quality,
+                              std::vector<std::uint8_t>& buffer) {
+    const std::int64_t area = std::int64_t{layout.width} * layout.height;
+    const std::uint8_t* cr = planes + area;
+    // The first room holds any picture that a camera sends, and noise of a usual quality besides; the second
+    // one the worst that samples can be made to give, 27 bits for each of the 3/2 samples of a pixel, and
+    // every byte of them stuffed.
+    for (const std::int64_t bytes : {area + area / 2, area * 11}) {
+        const auto room = static_cast<std::int32_t>(
+            std::min<std::int64_t>(bytes + 4096, std::numeric_limits<std::int32_t>::max()));
+        if (buffer.size() < static_cast<std::size_t>(room))
+            buffer.resize(static_cast<std::size_t>(room));
+        std::int32_t size = 0;
+        const std::int32_t result =
+            layout.grey
+                ? EncodeJpegGrey(planes, layout.width, layout.height, quality, buffer.data(), room, &size, 0)
+                : EncodeJpegYV12(planes, cr, cr + area / 4, layout.width, layout.height, quality,
+                                 buffer.data(), room, &size, 0);
+        if (result == ImageOk)
+            return {reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(size)};
+    }
+    return {};
 }
 
 std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
@@ -87,8 +119,8 @@ const std::string& Picture::Jpeg() const {
     std::call_once(m_once, [this] {
         const auto began = ThreadTime();
         m_jpeg = EncodeJpeg(m_content.get(), m_layout);
-        if (m_encoding)
-            m_encoding->Observe(ThreadTime() - began);
+        if (m_encoded)
+            m_encoded(ThreadTime() - began);
         g_encoded.fetch_add(1, std::memory_order_relaxed);
     });
     return m_jpeg;

@@ -1,18 +1,38 @@
-// One decoded picture of a camera, and its JPEG for those who watch.
+// One decoded picture of a source, and its JPEG for those who watch.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
 #include <string>
-
-#include "host/base/net.h"
-#include "host/feed/histogram.h"
-#include "host/picture/encode.h"
+#include <string_view>
+#include <vector>
 
 namespace host {
+
+// The processor time that this thread has used: unlike the clock it does not count what others took.
+std::chrono::nanoseconds ThreadTime() noexcept;
+
+// What a frame block's header says of its planes.
+struct PlaneLayout {
+    int width = 0;
+    int height = 0;
+    bool grey = true;
+    friend bool operator==(const PlaneLayout&, const PlaneLayout&) = default;
+};
+
+// A picture's planes, as they follow the header of a frame block: Y with width*height samples, then, unless
+// it is grey, Cr and Cb with (width/2)*(height/2) samples each and width*height/4 bytes for each; all rounded
+// down. For an odd size the missing last column or row of chroma repeats its neighbour.
+//
+// Encodes with a quality of 1 to 100. The stream stands in `buffer`, which grows when it must and is kept by
+// the caller for the next picture; empty when the encoder refuses.
+std::string_view EncodePlanes(const std::uint8_t* planes, const PlaneLayout& layout, int quality,
+                              std::vector<std::uint8_t>& buffer);
 
 struct FreeFrameContent {
     void operator()(std::uint8_t* block) const noexcept;
@@ -34,11 +54,13 @@ std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
 
 class Picture {
 public:
-    // `encoding` counts the time that encoding it takes, when it is encoded.
-    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout,
-            std::shared_ptr<Histogram> encoding = nullptr)
+    using Clock = std::chrono::steady_clock;
+    // Is told the processor time that encoding the picture took, on the thread that encoded it.
+    using Encoded = std::function<void(std::chrono::nanoseconds)>;
+
+    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, Encoded encoded = {})
         : m_sequence(sequence), m_content(std::move(content)), m_layout(layout),
-          m_encoding(std::move(encoding)) {}
+          m_encoded(std::move(encoded)) {}
     // One that came as JPEG, which then is what watchers get.
     Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
         : Picture(sequence, std::move(content), layout) {
@@ -64,7 +86,7 @@ private:
     const std::uint64_t m_sequence;
     const FrameContent m_content;
     const PlaneLayout m_layout;
-    const std::shared_ptr<Histogram> m_encoding;
+    const Encoded m_encoded;
     const Clock::time_point m_arrival = Clock::now();
     const std::uint64_t m_arrivalUnixMs =
         static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(

@@ -1,12 +1,9 @@
 #include "host/settings/settings.h"
 
-#include <array>
-#include <cstdio>
 #include <utility>
 
-#include <sys/stat.h>
-
 #include "host/users/password.h"
+#include "platform/files.h"
 #include "platform/text.h"
 
 namespace host {
@@ -17,31 +14,6 @@ using platform::Bstr;
 constexpr std::u16string_view kPath = u"config";
 // A whole head: the component looks for the type behind its first line.
 constexpr std::u16string_view kHead = u"POST config HTTP/1.0\r\ncontent-type: text/xml\r\n\r\n";
-
-std::string Hex(std::string_view bytes) {
-    std::string text;
-    for (const char byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned char>(byte));
-        text += digits.data();
-    }
-    return text;
-}
-
-// Tells whether a file was replaced: a new one has another inode or another time.
-struct FileStamp {
-    unsigned long long inode = 0;
-    long long seconds = 0;
-    long nanoseconds = 0;
-    friend bool operator==(const FileStamp&, const FileStamp&) = default;
-};
-
-FileStamp StampOf(const std::string& path) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0)
-        return {};
-    return {info.st_ino, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
-}
 
 // IConfiguration frees what goes in and makes what comes out, and on failure leaves it: one owner throughout.
 template <class Operation>
@@ -63,7 +35,7 @@ SettingsChange Only(SettingsChange::Result result) {
 } // namespace
 
 Settings::Settings(Authenticator& authenticator, FeedTable& feeds, std::string file)
-    : m_authenticator(authenticator), m_feeds(feeds), m_file(std::move(file)), m_run(Hex(RandomBytes(8))) {}
+    : m_authenticator(authenticator), m_feeds(feeds), m_file(std::move(file)), m_run(RandomHex(8)) {}
 
 void Settings::SetConfiguration(platform::ComPtr<IConfiguration> configuration) {
     const std::lock_guard guard(m_mutex);
@@ -162,7 +134,7 @@ SettingsChange Settings::Set(std::u16string_view text) {
     const Bstr path(kPath);
     Bstr body(text);
     Bstr head(kHead);
-    const FileStamp before = StampOf(m_file);
+    const platform::FileStamp before = platform::StampOf(m_file);
     SettingsChange change;
     {
         // The component takes every camera away and gives it back.
@@ -185,7 +157,7 @@ SettingsChange Settings::Set(std::u16string_view text) {
     Adopt(*document);
     document->ConcealPasswords();
     change.now = {platform::ToUtf8(document->Text()), VersionOf(now)};
-    m_written = StampOf(m_file) != before;
+    m_written = platform::StampOf(m_file) != before;
     change.result = m_written ? Done : NotWritten;
     return change;
 }

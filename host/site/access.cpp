@@ -24,12 +24,12 @@ bool MayDo(UserKind kind, Purpose purpose) {
 
 std::optional<Answer> CheckAccess(const Request& request, Purpose purpose, const Services& services) {
     if (purpose == Purpose::Watch && services.demo) {
-        if (IsLoopbackHost(request.host))
+        if (IsLoopbackHost(request.Host()))
             return std::nullopt;
         services.counters.Refuse(Refusal::ForeignHost);
         return Answer::Text(403, "The demo answers only to localhost, 127.0.0.1 and [::1].");
     }
-    const SignIn signIn = services.authenticator.Check(request.authorization, request.peer);
+    const SignIn signIn = services.authenticator.Check(request.Field("Authorization"), request.peer);
     switch (signIn.result) {
     case SignIn::Result::Known:
         break;

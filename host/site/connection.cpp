@@ -174,7 +174,7 @@ private:
 
     // Programs send no Origin; a page of somebody else's sends its own.
     [[nodiscard]] std::optional<Answer> RefuseForeignPage() const {
-        if (m_request.origin.empty() || IsSameOrigin(m_request.origin, m_request.host))
+        if (m_request.Field("Origin").empty() || IsSameOrigin(m_request.Field("Origin"), m_request.Host()))
             return std::nullopt;
         m_services.counters.Refuse(Refusal::ForeignHost);
         return Answer::Text(403, "This stream is for the page of this server.");

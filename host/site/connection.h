@@ -1,7 +1,7 @@
 // One connection of the web server, from its first byte to its last.
 #pragma once
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/site/services.h"
 
 namespace host {

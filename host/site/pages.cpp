@@ -27,7 +27,7 @@ Answer AssetAnswer(const Asset& asset, const Request& request) {
     answer.headers["ETag"] = EntityTag(asset.content);
     // A page of an older host must not run against a newer one.
     answer.headers["Cache-Control"] = "no-cache";
-    if (request.ifNoneMatch.find(answer.headers["ETag"]) != std::string::npos)
+    if (request.Field("If-None-Match").find(answer.headers["ETag"]) != std::string::npos)
         answer.status = 304;
     else
         answer.body = asset.content;

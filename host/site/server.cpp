@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>

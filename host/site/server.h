@@ -7,7 +7,8 @@
 #include <string>
 #include <thread>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
+#include "host/http/endpoint.h"
 #include "host/site/services.h"
 
 namespace host {

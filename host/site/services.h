@@ -5,11 +5,11 @@
 #include <string>
 
 #include "host/base/counters.h"
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/component/web_handler_host.h"
 #include "host/feed/feed_table.h"
 #include "host/http/limits.h"
-#include "host/packer/counters.h"
+#include "host/packer/frame_packer.h"
 #include "host/settings/settings.h"
 #include "host/site/links/link_table.h"
 #include "host/sources/source_table.h"

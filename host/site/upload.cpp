@@ -1,5 +1,6 @@
 #include "host/site/upload.h"
 
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/time.h>
 

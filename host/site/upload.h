@@ -1,7 +1,7 @@
 // Handing a phone's connection over to the component.
 #pragma once
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/http/request.h"
 #include "host/site/services.h"
 

@@ -5,6 +5,7 @@
 #include "image/FrameBlock.h"
 #include "image/ImageCodec.h"
 #include "platform/files.h"
+#include "platform/text.h"
 
 namespace host {
 namespace {
@@ -19,10 +20,8 @@ bool IsPictureName(std::string_view name) {
     const auto dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0)
         return false;
-    std::string ending(name.substr(dot + 1));
-    std::ranges::transform(ending, ending.begin(),
-                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return ending == "jpg" || ending == "jpeg";
+    const std::string_view ending = name.substr(dot + 1);
+    return platform::EqualsIgnoringCase(ending, "jpg") || platform::EqualsIgnoringCase(ending, "jpeg");
 }
 
 std::vector<std::string> ListPictures(const fs::path& folder) {

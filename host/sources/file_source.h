@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/wait.h"
 #include "host/content/source.h"
 
 namespace host {

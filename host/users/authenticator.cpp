@@ -1,87 +1,11 @@
 #include "host/users/authenticator.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 
+#include "host/http/request.h"
 #include "host/users/password.h"
-#include "platform/text.h"
 
 namespace host {
-namespace {
-
-bool SameName(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::ranges::equal(a, b, {}, lower, lower);
-}
-
-int Base64Digit(char c) {
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 26;
-    if (c >= '0' && c <= '9')
-        return c - '0' + 52;
-    return c == '+' ? 62 : c == '/' ? 63 : -1;
-}
-
-std::optional<std::string> DecodeBase64(std::string_view text) {
-    while (text.ends_with('='))
-        text.remove_suffix(1);
-    std::string bytes;
-    std::uint32_t bits = 0;
-    int count = 0;
-    for (const char c : text) {
-        const int digit = Base64Digit(c);
-        if (digit < 0)
-            return std::nullopt;
-        bits = bits << 6 | static_cast<std::uint32_t>(digit);
-        count += 6;
-        if (count >= 8) {
-            count -= 8;
-            bytes += static_cast<char>(bits >> count & 0xFF);
-        }
-    }
-    return count < 6 ? std::optional(bytes) : std::nullopt;
-}
-
-} // namespace
-
-std::optional<Credentials> ParseBasic(std::string_view authorization) {
-    const auto blank = authorization.find(' ');
-    if (blank == std::string_view::npos || !SameName(authorization.substr(0, blank), "Basic"))
-        return std::nullopt;
-    std::string_view encoded = authorization.substr(blank);
-    while (encoded.starts_with(' '))
-        encoded.remove_prefix(1);
-    while (encoded.ends_with(' '))
-        encoded.remove_suffix(1);
-    const auto text = DecodeBase64(encoded);
-    if (!text || text->find('\0') != std::string::npos)
-        return std::nullopt;
-    const auto colon = text->find(':');
-    if (colon == std::string::npos || !platform::Utf8ToWideStrict(*text))
-        return std::nullopt;
-    return Credentials{text->substr(0, colon), text->substr(colon + 1)};
-}
-
-std::string_view HeaderValue(std::string_view head, std::string_view name) {
-    std::string_view value;
-    for (bool first = true; !head.empty(); first = false) {
-        const auto end = head.find('\n');
-        std::string_view line = head.substr(0, end);
-        head.remove_prefix(end == std::string_view::npos ? head.size() : end + 1);
-        const auto colon = line.find(':');
-        if (first || colon == std::string_view::npos || !SameName(line.substr(0, colon), name))
-            continue;
-        value = line.substr(colon + 1);
-        while (!value.empty() && (value.back() == '\r' || value.back() == ' ' || value.back() == '\t'))
-            value.remove_suffix(1);
-        while (!value.empty() && (value.front() == ' ' || value.front() == '\t'))
-            value.remove_prefix(1);
-    }
-    return value;
-}
 
 Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop)
     : m_stop(stop), m_throttle(maxThrottleWait), m_store(std::move(store)) {}
@@ -114,16 +38,19 @@ SignIn Authenticator::Check(std::string_view authorization, const PeerAddress& p
     return signIn;
 }
 
-std::optional<Credentials> Authenticator::Recheck(std::string_view authorization) {
-    auto credentials = ParseBasic(authorization);
+std::optional<RequestIdentity> Authenticator::Identify(std::string_view head) {
+    const auto request = ParseRequest(std::string(head)).request;
+    const auto credentials = request ? ParseBasic(request->Field("Authorization")) : std::nullopt;
     if (!credentials)
         return std::nullopt;
+    bool known = false;
     {
         const std::lock_guard guard(m_mutex);
-        if (Remembered(*credentials))
-            return credentials;
+        known = Remembered(*credentials).has_value();
     }
-    return Verify(*credentials) ? credentials : std::nullopt;
+    if (!known && !Verify(*credentials))
+        return std::nullopt;
+    return RequestIdentity{credentials->login, credentials->password, TokenOf(credentials->login)};
 }
 
 void Authenticator::ReportWrong(const PeerAddress& peer) {

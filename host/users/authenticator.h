@@ -8,21 +8,15 @@
 #include <string_view>
 #include <vector>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
+#include "host/component/web_handler_host.h"
+#include "host/http/basic.h"
+#include "host/http/endpoint.h"
 #include "host/users/cameras.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
 
 namespace host {
-
-struct Credentials {
-    std::string login; // UTF-8
-    std::string password;
-};
-// Of the value of an Authorization line; nothing when it is no HTTP Basic.
-std::optional<Credentials> ParseBasic(std::string_view authorization);
-// The value of the last line of that name in a request's head; empty without one.
-std::string_view HeaderValue(std::string_view head, std::string_view name);
 
 struct SignIn {
     enum class Result {
@@ -49,10 +43,10 @@ public:
 
     // May wait for the address's turn; the stop signal ends that.
     SignIn Check(std::string_view authorization, const PeerAddress& peer);
-    // The credentials that `head` carries, when they are in order already or turn out to be; without waiting
-    // and without counting a wrong one. For GetRequestAuth, which the component calls for a request that was
-    // let in before.
-    std::optional<Credentials> Recheck(std::string_view authorization);
+    // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
+    // without waiting and without counting a wrong one. For GetRequestAuth, which the component calls for a
+    // request that was let in before.
+    std::optional<RequestIdentity> Identify(std::string_view head);
     // A wrong password that somebody else noticed: the one of a phone's authentication record.
     void ReportWrong(const PeerAddress& peer);
 

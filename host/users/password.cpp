@@ -94,6 +94,17 @@ std::string RandomBytes(std::size_t count) {
     return bytes;
 }
 
+std::string RandomHex(std::size_t bytes) {
+    static constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (const char c : RandomBytes(bytes)) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 15U];
+    }
+    return text;
+}
+
 std::string RandomPassword() {
     static constexpr std::string_view kAlphabet =
         "abcdefghijkmnpqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789-_+=.,!";

@@ -1,6 +1,7 @@
 // Passwords at rest.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -21,5 +22,7 @@ bool EqualInConstantTime(std::string_view a, std::string_view b) noexcept;
 // For passwords that nobody chooses: about 95 bits in 16 characters without look-alikes.
 std::string RandomPassword();
 std::string RandomBytes(std::size_t count);
+// So many bytes, in twice as many hexadecimal digits.
+std::string RandomHex(std::size_t bytes);
 
 } // namespace host

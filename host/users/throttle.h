@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 
 namespace host {
 

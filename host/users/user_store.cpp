@@ -5,12 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "host/base/start_error.h"
 #include "host/base/text_table.h"
-#include "platform/files.h"
 #include "platform/text.h"
 
 namespace host {
@@ -59,16 +55,9 @@ std::string CheckPassword(std::string_view password, UserKind kind) {
     return {};
 }
 
-UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(FileStamp()) {
+UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(platform::StampOf(m_path)) {
     if (m_stamp.inode != 0)
         m_users = ReadFile();
-}
-
-UserStore::Stamp UserStore::FileStamp() const {
-    struct stat info {};
-    if (::stat(m_path.c_str(), &info) != 0)
-        return {};
-    return {info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ino};
 }
 
 UserMap UserStore::ReadFile() const {
@@ -94,7 +83,7 @@ UserMap UserStore::ReadFile() const {
 }
 
 bool UserStore::Refresh() {
-    const Stamp stamp = FileStamp();
+    const platform::FileStamp stamp = platform::StampOf(m_path);
     if (stamp == m_stamp || stamp.inode == 0)
         return false;
     m_stamp = stamp;
@@ -124,7 +113,7 @@ void UserStore::Save() {
     }
     if (FAILED(platform::ReplaceFile(m_path, content, 0600)))
         throw StartError("cannot write the users file " + m_path);
-    m_stamp = FileStamp();
+    m_stamp = platform::StampOf(m_path);
 }
 
 } // namespace host

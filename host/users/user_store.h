@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/files.h"
+
 namespace host {
 
 enum class UserKind {
@@ -53,18 +55,11 @@ public:
     void Save();
 
 private:
-    struct Stamp {
-        long long seconds = 0;
-        long nanoseconds = 0;
-        unsigned long long inode = 0;
-        friend bool operator==(const Stamp&, const Stamp&) = default;
-    };
-    [[nodiscard]] Stamp FileStamp() const;
     [[nodiscard]] UserMap ReadFile() const;
 
     std::string m_path;
     UserMap m_users;
-    Stamp m_stamp;
+    platform::FileStamp m_stamp;
 };
 
 } // namespace host

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/feed/feed_table.h"
-#include "host/feed/rate_meter.h"
+#include "host/feed/meters.h"
 #include "host/frames.h"
 #include "support/Jpeg.h"
 

@@ -111,7 +111,7 @@ TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
     EXPECT_EQ(archive.body, "PK and the rest");
     const auto call = rig.handler->Requested().back();
     EXPECT_EQ(call.path, "mobile/Sendora.jar?JarName=front");
-    const auto signIn = ParseBasic(HeaderValue(call.head, "authorization"));
+    const auto signIn = ParseBasic(ParseRequest(call.head).request.value().Field("authorization"));
     ASSERT_TRUE(signIn);
     EXPECT_EQ(signIn->login, "front");
     EXPECT_EQ(signIn->password, "p&<\xC3\xA4");

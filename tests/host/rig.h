@@ -202,7 +202,8 @@ public:
     Authenticator authenticator;
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
-    WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(authenticator);
+    WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(
+        [this](std::string_view head) { return authenticator.Identify(head); });
     platform::ComPtr<support::FakeConfigurationObject> configuration =
         support::FakeConfigurationObject::Create();
     Settings settings{authenticator, *feeds, SettingsPath()};

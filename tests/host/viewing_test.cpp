@@ -10,7 +10,6 @@
 #include "host/component/viewing.h"
 #include "host/rig.h"
 #include "host/sources/clock_source.h"
-#include "host/statetree/lookup.h"
 #include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"
 #include "phone/packet.h"
@@ -157,7 +156,9 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     platform::ReplaceFile(rig.folder.File("files/f/a.jpg"), support::MakeJpeg(64, 48));
     const auto cam = rig.AddCamera("yard");
     cam->Show(MakeBlock(32, 24));
-    Viewing viewing(rig.services.sources, rig.authenticator, rig.services.packers);
+    Viewing viewing({.open = [sources = rig.services.sources](auto key) { return sources->Open(key); },
+                     .knows = [&](auto token) { return rig.authenticator.LoginOf(token).has_value(); }},
+                    rig.services.packers);
     ComPtr<IUnknown> published;
     ASSERT_EQ(FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
     const auto server = published.Query<IWebServer>();

@@ -20,6 +20,8 @@ COMMON = {
     "src/Common/Utils",
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
+KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
+HOUSE = KIT | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/sources", "host/settings"}
 TABLE = {
     "platform": set(),
     "src/interfaces": {"platform"},
@@ -41,8 +43,23 @@ TABLE = {
     "src/server": INTERFACES | TRACE | IMAGE | COMMON
     | {"src/runtime/archive", "src/camera", "src/viewing", "src/midlet"},
     "src/runtime/module": INTERFACES | TRACE | {"src/server", "src/Common/Utils"},
-    # The host talks to the component through the contract, and to the codec through its facade.
-    "host": INTERFACES | IMAGE,
+    # The host talks to the component through the contract, and to the codec through its facade. First what any host
+    # needs: these rooms know nothing of the web, of users or of pages.
+    "host/picture": {"platform"} | IMAGE,
+    "host/statetree": INTERFACES,
+    "host/packer": INTERFACES | IMAGE | {"host/picture"},
+    "host/content": INTERFACES | IMAGE | {"host/picture", "host/statetree"},
+    "host/component": INTERFACES | KIT - {"host/component"},
+    # The host itself, each room on those above it.
+    "host/base": {"platform"},
+    "host/log": INTERFACES | {"host/base"},
+    "host/http": {"platform", "host/base", "host/log"},
+    "host/users": {"platform", "host/base", "host/log", "host/http", "host/component"},
+    "host/feed": INTERFACES | {"host/base", "host/picture"},
+    "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
+    "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
+    "host/site": INTERFACES | HOUSE,
+    "host/main": INTERFACES | HOUSE | {"host/site"},
     # A phone shares nothing with the server that it talks to.
     "phone": {"platform"},
     # The house's own tools look behind the codec's facade.
@@ -54,12 +71,12 @@ TABLE = {
 LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
-    "boost/": {"host"},
-    "crypt.h": {"host"},
-    "libxml/": {"host"},
-    "libxslt/": {"host"},
-    "qrencode.h": {"host"},
-    "zip.h": {"host"},
+    "boost/": {"host/http", "host/site"},
+    "crypt.h": {"host/users"},
+    "libxml/": {"host/site"},
+    "libxslt/": {"host/site"},
+    "qrencode.h": {"host/site"},
+    "zip.h": {"host/site"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),
     "jerror.h": set(),

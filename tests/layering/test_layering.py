@@ -18,7 +18,7 @@ SOUND = {
     "src/image/ImageCodec.cpp": '#include "image/ImageCodec.h"\n#include "image/jpegdec/decoder.h"\n',
     "src/camera/Cam.h": '#include "interfaces/ICam.h"\n#include "image/ImageCodec.h"\n',
     "src/server/Server.h": '#include "camera/Cam.h"\n',
-    "host/web/server.h": '#include "interfaces/ICam.h"\n#include <boost/beast.hpp>\n',
+    "host/site/server.h": '#include "interfaces/ICam.h"\n#include <boost/beast.hpp>\n',
     "phone/main.cpp": "#include <sys/socket.h>\n",
     "tools/jpeg/main.cpp": '#include "image/ImageCodec.h"\n#include "image/jpegdec/decoder.h"\n',
 }
@@ -27,10 +27,10 @@ SOUND = {
 FAULTS = {
     "upward": ("platform/com.h", '#include "interfaces/ICam.h"', "platform may not include src/interfaces"),
     "relative_upward": ("platform/com.h", '#include "../src/interfaces/ICam.h"', "platform may not include"),
-    "host_into_server": ("host/web/server.h", '#include "server/Server.h"', "host may not include src/server"),
-    "host_into_camera": ("host/a.cpp", '#  include   "camera/Cam.h"  // why not', "host may not include src/camera"),
-    "host_past_facade": ("host/a.cpp", '#include "image/jpegdec/decoder.h"', "may not include src/image/jpegdec"),
-    "phone_into_host": ("phone/main.cpp", '#include "host/web/server.h"', "phone may not include host"),
+    "host_into_server": ("host/site/server.h", '#include "server/Server.h"', "host/site may not include src/server"),
+    "host_into_camera": ("host/main/a.cpp", '#  include   "camera/Cam.h"  // why not', "host/main may not include src/camera"),
+    "host_past_facade": ("host/main/a.cpp", '#include "image/jpegdec/decoder.h"', "may not include src/image/jpegdec"),
+    "phone_into_host": ("phone/main.cpp", '#include "host/site/server.h"', "phone may not include host"),
     "camera_into_server": ("src/camera/Cam.h", '#include "server/Server.h"', "src/camera may not include src/server"),
     "engine_into_facade": ("src/image/jpegdec/decoder.h", '#include "image/ImageCodec.h"', "may not include src/image"),
     "kernel_into_platform": ("src/image/kernels/idct.h", '#include "platform/com.h"', "may not include platform"),

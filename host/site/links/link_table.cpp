@@ -3,20 +3,6 @@
 #include "host/users/password.h"
 
 namespace host {
-namespace {
-
-std::string Hexadecimal(const std::string& bytes) {
-    static constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += kDigits[byte >> 4U];
-        text += kDigits[byte & 15U];
-    }
-    return text;
-}
-
-} // namespace
 
 LinkTable::Delivery::~Delivery() {
     if (m_table)
@@ -24,7 +10,7 @@ LinkTable::Delivery::~Delivery() {
 }
 
 std::optional<LinkTable::Link> LinkTable::Make(const std::string& camera, Clock::time_point now) {
-    Link link{Hexadecimal(RandomBytes(16)), camera, now + kLifetime};
+    Link link{RandomHex(16), camera, now + kLifetime};
     const std::lock_guard guard(m_mutex);
     std::erase_if(m_links, [now](const auto& entry) { return entry.second.link.until <= now; });
     if (m_links.size() >= kMostLinks)

@@ -8,10 +8,10 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 
+#include "host/http/basic.h"
 #include "host/site/links/qr_code.h"
 #include "host/site/mobile/content.h"
 #include "host/site/monitor/report.h"
-#include "platform/base64.h"
 #include "platform/text.h"
 
 namespace host {
@@ -52,7 +52,7 @@ Answer MakeLink(const Request& request, const Services& services) {
     const auto link = services.links->Make(*camera);
     if (!link)
         return Answer::Text(503, "There are too many links; the oldest end within minutes.");
-    const std::string address = AddressOf(*link, request.host, services);
+    const std::string address = AddressOf(*link, request.Host(), services);
     const auto code = QrCode::Of(address);
     Answer answer;
     answer.status = 201;
@@ -94,15 +94,12 @@ Answer ContentAnswer(const LinkTable::Link& link, std::string_view file, const R
     const auto handler = services.handlers.HandlerOf(platform::FromUtf8(kContent));
     if (!password || !handler)
         return Gone();
-    Request request;
-    request.method = "GET";
-    request.path = "/" + std::string(kContent) + std::string(file);
-    request.query = "JarName=" + MidletName(link.camera);
-    request.host = asked.host;
-    request.authorization = "Basic " + platform::Base64(link.camera + ":" + *password);
-    request.head = "GET " + request.path + " HTTP/1.1\r\nHost: " + request.host +
-                   "\r\nAuthorization: " + request.authorization + "\r\n\r\n";
-    return HandlerAnswer(request, *handler);
+    std::string head = "GET /" + std::string(kContent) + std::string(file) +
+                       "?JarName=" + MidletName(link.camera) +
+                       " HTTP/1.1\r\nHost: " + std::string(asked.Host()) +
+                       "\r\nAuthorization: " + BasicAuthorization({link.camera, *password}) + "\r\n\r\n";
+    const auto request = ParseRequest(std::move(head)).request;
+    return request ? HandlerAnswer(*request, *handler) : Gone();
 }
 
 struct FreeAddresses {
@@ -164,7 +161,7 @@ GetReply GetAnswer(const Request& request, const Services& services) {
         if (const auto at = answer.body.find("MIDlet-Jar-URL: "); at != std::string::npos) {
             const auto end = answer.body.find("\r\n", at);
             answer.body.replace(at + 16, end - at - 16,
-                                AddressOf(*link, request.host, services) + std::string(kArchive));
+                                AddressOf(*link, request.Host(), services) + std::string(kArchive));
         }
         return {std::move(answer)};
     }

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <utility>
 
-#include "host/base/little_endian.h"
 #include "host/http/page_socket.h"
+#include "host/packer/framing.h"
 #include "host/site/live/tile_board.h"
 #include "host/site/monitor/report.h"
 
@@ -27,8 +27,8 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
 class TilesSession final : public PageSocket {
 public:
     TilesSession(Descriptor socket, const Request& request, const Services& services)
-        : PageSocket(std::move(socket), request, services), m_heartbeat(MakeTimer()),
-          m_board(m_newPicture, services.limits.ackDeadline, services.counters) {
+        : PageSocket(std::move(socket), request, services.limits, services.stop), m_services(services),
+          m_heartbeat(MakeTimer()), m_board(m_newPicture, services.limits.ackDeadline, services.counters) {
         m_services.feeds.AddWatcher(m_tableChange);
     }
     ~TilesSession() { m_services.feeds.RemoveWatcher(m_tableChange); }
@@ -42,7 +42,7 @@ private:
     }
 
     void AwaitHeartbeat() {
-        At(m_heartbeat, Clock::now() + m_services.limits.stateInterval, [this] {
+        At(m_heartbeat, Clock::now() + m_limits.stateInterval, [this] {
             if (m_board.IsOverdue(Clock::now()))
                 return Close();
             m_statePending = true;
@@ -74,6 +74,7 @@ private:
         }
     }
 
+    const Services& m_services;
     Wakeup m_newPicture;
     Wakeup m_tableChange;
     Timer m_heartbeat;

@@ -5,7 +5,7 @@
 // time of arrival in Unix milliseconds; all little-endian. From the page, text: see TileBoard.
 #pragma once
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/http/request.h"
 #include "host/site/services.h"
 

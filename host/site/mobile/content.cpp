@@ -7,7 +7,6 @@
 #include "host/http/accept.h"
 #include "host/site/mobile/descriptor.h"
 #include "host/site/mobile/style_sheet.h"
-#include "host/users/authenticator.h"
 #include "platform/text.h"
 
 namespace host {
@@ -32,10 +31,20 @@ struct Reply {
     std::string type;
 };
 
-std::string LastContentType(const std::string& head) {
-    // A line is put in front, since the first one is taken for the request line.
-    const std::string lines = "\n" + head;
-    const std::string_view type = HeaderValue(lines, "content-type");
+// Of the head that a handler gives: the value of its last content-type line.
+std::string LastContentType(std::string_view head) {
+    constexpr std::string_view kName = "content-type:";
+    std::string_view type;
+    while (!head.empty()) {
+        const std::string_view line = head.substr(0, head.find('\n'));
+        head.remove_prefix(std::min(line.size() + 1, head.size()));
+        if (platform::EqualsIgnoringCase(line.substr(0, kName.size()), kName))
+            type = line.substr(kName.size());
+    }
+    while (!type.empty() && (type.back() == '\r' || type.back() == ' ' || type.back() == '\t'))
+        type.remove_suffix(1);
+    while (!type.empty() && (type.front() == ' ' || type.front() == '\t'))
+        type.remove_prefix(1);
     const bool control =
         std::ranges::any_of(type, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
     return type.empty() || control ? "application/octet-stream" : std::string(type);
@@ -134,9 +143,8 @@ Answer TextAnswer(const Request& request, IWebHandler& handler, Reply reply) {
     if (const std::string sheet = StyleSheetOf(reply.body); !sheet.empty()) {
         answer.headers["Vary"] = "Accept";
         answer.headers["Content-Security-Policy"] = kPagePolicy;
-        auto html = PrefersHtml(HeaderValue(request.head, "accept"))
-                        ? AsHtml(request, handler, reply.body, sheet)
-                        : std::nullopt;
+        auto html =
+            PrefersHtml(request.Field("Accept")) ? AsHtml(request, handler, reply.body, sheet) : std::nullopt;
         if (html) {
             answer.type = "text/html; charset=utf-8";
             answer.body = std::move(*html);
@@ -157,7 +165,7 @@ Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
         return Refusal(reply.result);
     if (reply.type != kArchive)
         return Answer::Text(404, "There is nothing here.");
-    std::string url = request.host.empty() ? "/" : "http://" + request.host + "/";
+    std::string url = request.Host().empty() ? "/" : "http://" + std::string(request.Host()) + "/";
     const auto text = DescribeArchive(reply.body, url += TargetOf(archive));
     if (!text)
         return Answer::Text(400, "A descriptor tells the midlet's name: add ?JarName=NAME.");

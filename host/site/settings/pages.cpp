@@ -46,13 +46,14 @@ Answer Told(unsigned status, std::string_view text, const std::vector<SettingsPr
 
 // Whether a page of another site asks. Programs say nothing of where they come from; browsers do.
 bool IsForeign(const Request& request) {
-    if (!request.origin.empty() && !IsSameOrigin(request.origin, request.host))
+    if (const auto origin = request.Field("Origin"); !origin.empty() && !IsSameOrigin(origin, request.Host()))
         return true;
-    return !request.fetchSite.empty() && request.fetchSite != "same-origin" && request.fetchSite != "none";
+    const auto site = request.Field("Sec-Fetch-Site");
+    return !site.empty() && site != "same-origin" && site != "none";
 }
 
 bool HasToken(const Request& request, const Services& services) {
-    return EqualInConstantTime(HeaderValue(request.head, "X-Settings-Token"), services.pageToken);
+    return EqualInConstantTime(request.Field("X-Settings-Token"), services.pageToken);
 }
 
 Answer StateAnswer(const Services& services) {
@@ -94,7 +95,7 @@ Answer SecretAnswer(const Request& request, const Services& services) {
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (error != std::errc{} || end != digits.data() + digits.size())
         return Told(400, "The number of the password is missing.");
-    const auto password = services.settings.Password(number, HeaderValue(request.head, "If-Match"));
+    const auto password = services.settings.Password(number, request.Field("If-Match"));
     if (!password)
         return Told(412, "The settings are not those any more that this password belongs to.");
     Answer answer;
@@ -104,14 +105,14 @@ Answer SecretAnswer(const Request& request, const Services& services) {
 }
 
 void LogChange(const Request& request, std::string_view what) {
-    const auto who = ParseBasic(request.authorization);
+    const auto who = ParseBasic(request.Field("Authorization"));
     Console::Get().Log("message", std::string(what) + " by \"" + (who ? Printable(who->login) : "") +
                                       "\" from " + request.peer.text);
 }
 
 Answer WriteAnswer(const Request& request, std::string_view body, const Services& services) {
     using enum SettingsChange::Result;
-    const std::string_view version = HeaderValue(request.head, "If-Match");
+    const std::string_view version = request.Field("If-Match");
     if (version.empty())
         return Told(428, "Which version of the settings was edited? Send its ETag as If-Match.");
     SettingsChange change = services.settings.Write(body, version);

@@ -120,8 +120,8 @@ bool IsTinyPath(std::string_view path) noexcept {
 }
 
 Answer TinyAnswer(const Request& request, const Services& services) {
-    const TinyTexts& texts =
-        TinyTextsOf(PreferredLanguage(request.acceptLanguage, TinyLanguageCodes(), services.language));
+    const TinyTexts& texts = TinyTextsOf(
+        PreferredLanguage(request.Field("Accept-Language"), TinyLanguageCodes(), services.language));
     std::string_view segment = request.path;
     segment.remove_prefix(std::min(segment.size(), kPath.size() + 1));
     if (segment.empty())

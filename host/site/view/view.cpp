@@ -18,16 +18,16 @@ constexpr std::string_view kPathPrefix = "/view/";
 class ViewSession final : public PageSocket {
 public:
     ViewSession(Descriptor socket, const Request& request, SourcePtr source, const Services& services)
-        : PageSocket(std::move(socket), request, services), m_source(std::move(source)), m_next(MakeTimer()),
-          m_heartbeat(MakeTimer()) {}
+        : PageSocket(std::move(socket), request, services.limits, services.stop), m_services(services),
+          m_source(std::move(source)), m_next(MakeTimer()), m_heartbeat(MakeTimer()) {}
     ~ViewSession() = default;
 
 private:
     void OnOpen() override { AwaitHeartbeat(); }
 
     void AwaitHeartbeat() {
-        At(m_heartbeat, Clock::now() + m_services.limits.stateInterval, [this] {
-            if (m_inFlight && Clock::now() - m_sentAt > m_services.limits.ackDeadline)
+        At(m_heartbeat, Clock::now() + m_limits.stateInterval, [this] {
+            if (m_inFlight && Clock::now() - m_sentAt > m_limits.ackDeadline)
                 return Close();
             m_statePending = m_sequence != 0;
             AwaitHeartbeat();
@@ -110,6 +110,7 @@ private:
         Binary(asio::buffer(m_packed.header), asio::buffer(m_packed.jpeg.data(), m_packed.jpeg.size()));
     }
 
+    const Services& m_services;
     const SourcePtr m_source;
     Timer m_next;
     Timer m_heartbeat;

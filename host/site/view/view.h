@@ -14,7 +14,7 @@
 // `flimit` ends the stream, and with it the connection.
 #pragma once
 
-#include "host/base/net.h"
+#include "host/base/wait.h"
 #include "host/content/source.h"
 #include "host/http/request.h"
 #include "host/site/services.h"

@@ -1,4 +1,4 @@
-// Scaling one plane of samples, and turning it on the way.
+// Work on planes of samples: making them of pixels, scaling one, and turning it on the way.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +6,11 @@
 #include <vector>
 
 namespace host {
+
+// `pixels` are rows of width pixels, blue first, without padding; `planes` gets Y, Cr and Cb as behind the
+// header of a frame block. Full range, as in JFIF (ITU-T T.871); a chroma sample is the mean of its four
+// pixels.
+void ConvertBgrToPlanes(const std::uint8_t* pixels, int width, int height, std::uint8_t* planes) noexcept;
 
 // How the samples of one side of a picture become those of another size. Each new sample is the mean of the
 // stretch of old ones that it covers, the outer two of them by the part that is covered; towards a larger

@@ -1,0 +1,13 @@
+// A request as Boost.Beast read it, for what hands it on to that library.
+#pragma once
+
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/message.hpp>
+
+namespace host {
+
+struct BeastRequest {
+    boost::beast::http::request<boost::beast::http::empty_body> message;
+};
+
+} // namespace host
