@@ -32,7 +32,8 @@ endif()
 
 function(morrow_target name)
   target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}" "${CMAKE_SOURCE_DIR}/src")
-  target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow=local
+  target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
+                                         "$<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>"
                                          -Wnon-virtual-dtor -Woverloaded-virtual)
   if(MORROW_WERROR)
     target_compile_options(${name} PRIVATE -Werror)

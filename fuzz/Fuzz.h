@@ -5,14 +5,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <source_location>
 #include <string_view>
 
-inline void Require(bool holds, const char* what = "a requirement",
-                    std::source_location where = std::source_location::current()) {
+// Built-ins give the caller's place: the standard library lacks <source_location> under Debian 12's clang.
+inline void Require(bool holds, const char* what = "a requirement", const char* file = __builtin_FILE(),
+                    int line = __builtin_LINE()) {
     if (!holds) {
-        std::fprintf(stderr, "%s:%u: violated: %s\n", where.file_name(), static_cast<unsigned>(where.line()),
-                     what);
+        std::fprintf(stderr, "%s:%d: violated: %s\n", file, line, what);
         std::abort();
     }
 }
