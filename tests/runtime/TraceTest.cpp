@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/library.h"
 #include "platform/text.h"
 #include "support/RecordingLog.h"
 
@@ -17,120 +16,103 @@ namespace {
 using support::Lines;
 using support::RecordingLog;
 
-std::string Narrow(std::u16string_view text) {
-    return platform::ToUtf8(text);
-}
-
-constexpr int kLineOfCheck = __LINE__ + 2;
-HRESULT CheckStatus(HRESULT hr) {
-    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-    return S_OK;
-}
-
 TEST(Compose, ReplacesMarkersThatHaveARecord) {
+    using E = CLogExpression;
     struct Row {
-        const char* name;
-        void (*record)(CLogExpression&);
+        void (*record)(E&);
         const char* condition;
         const char* expected;
     };
     const Row rows[] = {
-        {"status", [](CLogExpression& e) { e.Record("hr", E_ACCESSDENIED); }, "SUCCEEDED(_ARE(hr))\n",
+        {[](E& e) { e.Record("hr", E_ACCESSDENIED); }, "SUCCEEDED(_ARE(hr))\n",
          "SUCCEEDED(hr(0x80070005:'Access is denied.'))\n"},
-        {"unknown status", [](CLogExpression& e) { e.Record("hr", MakeStatus(0x8123ABCD)); },
-         "SUCCEEDED(_ARE(hr))\n", "SUCCEEDED(hr(0x8123abcd))\n"},
-        {"value", [](CLogExpression& e) { e.Record("n", SLogValue(std::uint8_t{5})); }, "4 & _AR(n)\n",
-         "4 & n(5)\n"},
-        {"both value markers, twice", [](CLogExpression& e) { e.Record("n", SLogValue(std::uint8_t{255})); },
-         "_AR(n)+_TR(n)+_AR(n)\n", "n(255)+n(255)+n(255)\n"},
-        {"no marker", [](CLogExpression& e) { e.Record("n", SLogValue(1)); }, "ppCam\n", "ppCam\n"},
-        {"no record for the marker", [](CLogExpression& e) { e.Record("m", SLogValue(1)); },
-         "_AR(n) _ARE(n)\n", "_AR(n) _ARE(n)\n"},
-        {"no record at all", [](CLogExpression&) {}, "_AR(n) 100%s\n", "_AR(n) 100%s\n"},
-        {"a value's name under a status marker", [](CLogExpression& e) { e.Record("n", SLogValue(7)); },
-         "_ARE(n) _AR(n)", "n(0x0:'The operation completed successfully.') n(7)"},
+        {[](E& e) { e.Record("hr", MakeStatus(0x8123ABCD)); }, "_ARE(hr)", "hr(0x8123abcd)"}, // no message
+        {[](E& e) { e.Record("n", SLogValue(std::uint8_t{255})); }, "_AR(n)+_TR(n)+_AR(n)\n",
+         "n(255)+n(255)+n(255)\n"},
+        {[](E& e) { e.Record("m", SLogValue(1)); }, "ppCam _AR(n) _ARE(n)\n", "ppCam _AR(n) _ARE(n)\n"},
+        {[](E&) {}, "_AR(n) 100%s\n", "_AR(n) 100%s\n"},
+        {[](E& e) { e.Record("n", SLogValue(7)); }, "_ARE(n) _AR(n)",
+         "n(0x0:'The operation completed successfully.') n(7)"},
+        // The first text that had records stays.
+        {[](E& e) {
+             (void)e.Compose("first");
+             e.Record("n", SLogValue(1));
+             (void)e.Compose("_AR(n)");
+             e.Record("n", SLogValue(2));
+         },
+         "another", "n(1)"},
     };
     for (const Row& row : rows) {
         CLogExpression expression;
         row.record(expression);
-        EXPECT_EQ(row.expected, Narrow(expression.Compose(row.condition))) << row.name;
+        EXPECT_EQ(row.expected, platform::ToUtf8(expression.Compose(row.condition)));
     }
 }
 
-TEST(Compose, KeepsTheFirstTextThatHadRecords) {
-    CLogExpression expression;
-    EXPECT_EQ("first", Narrow(expression.Compose("first"))); // without records nothing is kept
-    expression.Record("n", SLogValue(1));
-    EXPECT_EQ("n(1)", Narrow(expression.Compose("_AR(n)")));
-    expression.Record("n", SLogValue(2));
-    EXPECT_EQ("n(1)", Narrow(expression.Compose("another")));
+// Signatures as both compilers write them.
+TEST(Site, NamesTheFunctionAsWritten) {
+#define NAME(signature) kFunctionName<CFunctionName(signature)>.szName
+    const std::pair<const char*, const char*> rows[] = {
+        {NAME("virtual HRESULT CCam::Connect(ICamSink*)"), "CCam::Connect"},
+        {NAME("virtual HRESULT CCam::Connect(ICamSink *)"), "CCam::Connect"},
+        {NAME("CCam::Connect(ICamSink*)::<lambda(auto:1)> [with auto:1 = int]"), "CCam::Connect"},
+        {NAME("auto CCam::Connect(ICamSink *)::(anonymous class)::operator()() const"), "CCam::Connect"},
+        {NAME("int main()"), "main"},
+        {NAME("std::map<int, S<8> >& N::{anonymous}::S<T>::Of(F<void(int)>&) const"), "N::S::Of"},
+        {NAME("static const F<void (int)> &N::(anonymous namespace)::S<int>::Of(T) [T = int]"), "N::S::Of"},
+        {NAME("decltype(auto) N::operator_::~operator_()"), "N::operator_::~operator_"},
+        {NAME("S::operator const char*() const"), "S::operator const char*"},
+        {NAME("const char *S::operator const char *() const"), "S::operator const char*"},
+        {NAME("S::operator std::vector<int>() const"), "S::operator std::vector"},
+        {NAME("HRESULT CCam::operator>>(IConfigElement*)"), "CCam::operator >>"},
+        {NAME("HRESULT CCam::operator<<(IConfigElement *)"), "CCam::operator <<"},
+        {NAME("S& {anonymous}::S::operator()(int)"), "S::operator()"},
+        {NAME("int S::operator[](int)"), "S::operator[]"},
+        {NAME("void (* N::S::Callback(int))(char)"), "N::S::Callback"},
+        {NAME("void (*N::S::Callback(int))(char)"), "N::S::Callback"},
+        {NAME("int (N::S::* Member())(int)"), "Member"},
+    };
+    for (const auto& [name, expected] : rows)
+        EXPECT_STREQ(expected, name);
+    const auto here = [] { return LOG_SITE().szFunction; };
+    EXPECT_STREQ("Site_NamesTheFunctionAsWritten_Test::TestBody", here());
 }
 
-TEST(Assertion, ReportsConditionSiteAndChannel) {
+// What every failed check leaves to its action.
+constexpr std::uint32_t kLastError = 10054;
+
+constexpr int kLineOfCheck = __LINE__ + 4;
+HRESULT CheckStatus(HRESULT hr) {
+    LOG_AS("CClass::Operation");
+    platform::SetLastError(kLastError);
+    TRASSDO(SUCCEEDED(_ARE(hr)), return platform::LastError() == kLastError ? hr : E_UNEXPECTED);
+    return S_OK;
+}
+
+TEST(Assertion, ReportsOnceWhatItEvaluatedOnce) {
     auto& log = RecordingLog::Fresh();
     EXPECT_EQ(E_ACCESSDENIED, CheckStatus(E_ACCESSDENIED));
-    EXPECT_EQ(S_OK, CheckStatus(S_OK));
+    EXPECT_EQ(S_OK, CheckStatus(S_FALSE));
     const auto lines = log.Lines();
     ASSERT_EQ(1U, lines.size());
-    EXPECT_EQ("TRASSDO", lines[0].channel);
-    EXPECT_EQ("SUCCEEDED(hr(0x80070005:'Access is denied.'))\n", lines[0].text);
-    EXPECT_EQ("{anonymous}::CheckStatus", lines[0].function);
-    EXPECT_EQ("tests/runtime/TraceTest.cpp", lines[0].file);
+    EXPECT_EQ("CClass::Operation", lines[0].function);
+    EXPECT_TRUE(lines[0].file.ends_with("tests/runtime/TraceTest.cpp")) << lines[0].file;
     EXPECT_EQ(kLineOfCheck, lines[0].line);
-}
 
-struct Sample {
-    virtual ~Sample() = default;
-    virtual const char* Overridden(const std::vector<std::pair<int, int>>&) const noexcept {
-        return LOG_SITE().szFunction;
-    }
-    template <class T>
-    static std::string OfTemplate(T) {
-        return [] { return LOG_SITE().szFunction; }();
-    }
-    const char* operator()(int) { return LOG_SITE().szFunction; }
-};
-
-TEST(Site, NamesTheFunctionAsWritten) {
-    EXPECT_STREQ("{anonymous}::Sample::Overridden", Sample().Overridden({}));
-    EXPECT_STREQ("{anonymous}::Sample::operator()", Sample()(1));
-    EXPECT_EQ("{anonymous}::Sample::OfTemplate", Sample::OfTemplate(1));
-}
-
-TEST(Assertion, EvaluatesOnceOnSuccessAndRunsTheActionOnFailureOnly) {
-    auto& log = RecordingLog::Fresh();
-    int evaluated = 0;
-    const auto check = [&](bool value) {
-        ++evaluated;
-        return value;
-    };
-    int actions = 0;
-    TRASSDO(check(true), ++actions);
-    EXPECT_EQ(1, evaluated);
-    EXPECT_EQ(0, actions);
-    for (int i = 0; i < 3; ++i) {
-        TRASSDO(i!=1, break);
-        ++actions;
-    }
-    EXPECT_EQ(1, actions);
-    TRASSDO(check(false), {});
-    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: i!=1\n", "TRASSDO: check(false)\n"}));
-}
-
-TEST(Assertion, KeepsTheLastError) {
-    RecordingLog::Fresh();
-    platform::SetLastError(platform::kSocketConnectionReset);
-    std::uint32_t seen = 0;
-    TRASSDO(seen==1, seen = platform::LastError());
-    EXPECT_EQ(platform::kSocketConnectionReset, seen);
-}
-
-TEST(Verify, WritesTheExpressionWithoutALineEnd) {
-    auto& log = RecordingLog::Fresh();
-    std::vector<int> keys;
-    ATLVERIFY(1 == keys.size());
-    ATLVERIFY(0 == keys.size());
-    EXPECT_EQ(log.Texts(), (Lines{"ATLVERIFY: 1 == keys.size()"}));
+    std::int64_t n = -1;
+    std::uint64_t most = ~std::uint64_t{0};
+    TRASSDO(++n==0, ADD_FAILURE());
+    TRASSDO(n!=0 || _AR(++n)==0 || _TR(most)==0, {});
+    TRASSDO(n!=1 && _AR(n)==0, {});
+    for (int i = 0; i < 3; ++i)
+        TRASSDO(i!=1, n += 10; break);
+    EXPECT_EQ(11, n);
+    ATLVERIFY(++n == 12);
+    ATLVERIFY(n++ == 0);
+    EXPECT_EQ(13, n);
+    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n",
+                                  "TRASSDO: n!=0 || ++n(1)==0 || most(18446744073709551615)==0\n",
+                                  "TRASSDO: n!=1 && _AR(n)==0\n", "TRASSDO: i!=1\n", "ATLVERIFY: n++ == 0"}));
 }
 
 TEST(Line, IsFormattedFromTypedArguments) {
@@ -142,74 +124,47 @@ TEST(Line, IsFormattedFromTypedArguments) {
     LogPrintf(LOG_SITE(), kChannelMessage, u"%d %u %x %% %s %d", std::numeric_limits<std::int64_t>::min(),
               std::uint8_t{255}, std::int16_t{-1}, static_cast<const char16_t*>(nullptr), u"not a number");
     LogPrintf(LOG_SITE(), kChannelMessage, u"%s %d %", u"one");
-    EXPECT_EQ(log.Texts(), (Lines{"mobile: connection of Hof ä rejected: 0x80070005, (no)\n",
-                                  "FPS: cam Hof ä fps: 4.000000\n",
-                                  "message: -9223372036854775808 255 ffff %  %d", "message: one %d %"}));
-}
-
-TEST(Line, IsCutAt1024) {
-    auto& log = RecordingLog::Fresh();
+    LogPrintf(LOG_SITE(), kChannelFps, u"%f", std::numeric_limits<double>::lowest());
     LogPrintf(LOG_SITE(), kChannelMobile, u"%s", std::u16string(2000, u'x'));
-    LogPrintf(LOG_SITE(), kChannelMobile, u"%d%f", 1, 1e300);
-    const auto lines = log.Lines();
-    EXPECT_EQ(std::string(1024, 'x'), lines.at(0).text);
-    EXPECT_EQ(1 + 301 + 7U, lines.at(1).text.size());
-}
-
-TEST(Line, PassesADisabledEngineOnTheNullChannelAlone) {
-    auto& log = RecordingLog::Fresh();
-    log.Enable(false);
-    LogWrite(LOG_SITE(), kChannelMobile, u"dropped");
-    LogWrite(LOG_SITE(), nullptr, u"kept");
-    EXPECT_EQ(log.Texts(), (Lines{"DIRECT: kept"}));
-}
-
-TEST(Line, TakesTheThreadsCodePage) {
-    auto& log = RecordingLog::Fresh();
     std::thread([] {
         ASSERT_TRUE(platform::SetThreadCodePage(1251));
         LogWrite(LOG_SITE(), kChannelMobile, u"\u0416\u4E00");
     }).join();
-    EXPECT_EQ(log.Texts(), (Lines{"mobile: \xC6?"}));
+    log.Enable(false);
+    LogWrite(LOG_SITE(), kChannelMobile, u"dropped");
+    LogWrite(LOG_SITE(), nullptr, u"kept");
+    EXPECT_EQ(log.Texts(),
+              (Lines{"mobile: connection of Hof ä rejected: 0x80070005, (no)\n",
+                     "FPS: cam Hof ä fps: 4.000000\n", "message: -9223372036854775808 255 ffff %  %d",
+                     "message: one %d %", "FPS: " + std::to_string(std::numeric_limits<double>::lowest()),
+                     "mobile: " + std::string(1024, 'x'), "mobile: \xC6?", "DIRECT: kept"}));
 }
 
 // A process of its own that starts without an engine, since the first engine that is found stays.
 void RunWithoutAnEngine() {
+    static RecordingLog* log = nullptr;
+    // Registered first, and so run last: behind the layer's own action at the end.
+    std::atexit([] { std::_Exit(log != nullptr && log->AttachCalls() == "+-" ? 0 : 3); });
     LogPrintf(LOG_SITE(), kChannelMobile, u"into the void\n");
     if (CheckStatus(E_FAIL) != E_FAIL)
         std::_Exit(1);
     platform::RegisterLibrary(kLogEngineLibrary, {}); // a library without the export
-    LogPrintf(LOG_SITE(), kChannelMobile, u"into the void\n");
+    if (CheckStatus(E_FAIL) != E_FAIL)
+        std::_Exit(2);
 
-    auto& log = RecordingLog::Fresh();
-    std::vector<std::thread> threads;
+    log = &RecordingLog::Fresh();
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 8; ++i)
         threads.emplace_back([] { LogPrintf(LOG_SITE(), kChannelMobile, u"found\n"); });
-    for (auto& thread : threads)
-        thread.join();
-    if (log.Lines().size() != 8 || log.AttachCalls() != "+")
-        std::_Exit(2);
-    std::atexit([] {}); // runs before the layer's own action
-    std::exit(0);
+    threads.clear();
+    if (log->Lines().size() != 8 || log->AttachCalls() != "+")
+        std::_Exit(4);
+    std::exit(5);
 }
 
-TEST(EngineDeathTest, IsLookedForAgainAtEachLineAndAttachedOnce) {
+TEST(EngineDeathTest, IsLookedForAtEachLineAttachedOnceAndDetachedAtTheEnd) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(RunWithoutAnEngine(), testing::ExitedWithCode(0), "");
-}
-
-// What is registered first runs last, so this sees the layer's own exit action.
-void ExitWithAnEngine() {
-    static RecordingLog* log = nullptr;
-    std::atexit([] { std::_Exit(log->AttachCalls() == "+-" ? 0 : 3); });
-    log = &RecordingLog::Fresh();
-    LogPrintf(LOG_SITE(), kChannelMobile, u"found\n");
-    std::exit(1);
-}
-
-TEST(EngineDeathTest, IsDetachedWhenTheProcessEnds) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(ExitWithAnEngine(), testing::ExitedWithCode(0), "");
 }
 
 TEST(StatusException, BecomesTheStatusOfTheOperation) {

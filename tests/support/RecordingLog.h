@@ -39,12 +39,15 @@ public:
         return *log;
     }
 
+    // Both leave an error of their own behind, as engines do that write files.
     bool IsEnabled() override {
+        platform::SetLastError(platform::kErrorInvalidHandle);
         const std::lock_guard guard(m_mutex);
         return m_enabled;
     }
     void Write(const char* function, const char* file, std::int32_t line, const char* text,
                const char* channel) override {
+        platform::SetLastError(platform::kErrorInvalidHandle);
         const std::lock_guard guard(m_mutex);
         m_lines.push_back({channel, text, function, file, line});
     }

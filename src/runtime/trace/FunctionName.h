@@ -4,79 +4,98 @@
 #include <cstddef>
 #include <string_view>
 
-// Holds "CCam::Connect" after it was given "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the
-// function that it stands in, and template arguments are left out: an assertion is known by one name,
-// whatever it was made for.
-template <std::size_t N>
-struct CFunctionName {
-    char szName[N] = {};
+// Takes the name out of a text as g++ or clang++ writes it, in one way from its front to the parameters: what
+// was taken turns out to be a part of the return type with each blank, "*" or "&" behind it.
+class CSignatureReader {
+public:
+    // `szName` has room for the whole text and one character more.
+    constexpr CSignatureReader(std::string_view text, char* szName) : m_text(text), m_szName(szName) {}
 
-    constexpr CFunctionName(const char (&signature)[N]) {
-        const std::string_view text(signature, N - 1);
-        const std::size_t nOperator = OperatorSymbol(text);
-        const std::size_t nEnd = nOperator != 0 ? SymbolEnd(text, nOperator) : ParameterList(text);
-        std::size_t nTo = 0;
-        int nDepth = 0; // of template arguments
-        for (std::size_t i = NameStart(text, nOperator != 0 ? nOperator : nEnd); i < nEnd; ++i) {
-            // As it is written in a log: "CCam::operator >>". The return type leaves room for the blank.
-            if (i == nOperator && i != 0 && text[i] != '(')
-                szName[nTo++] = ' ';
-            const bool bName = nOperator == 0 || i < nOperator; // not the symbol, which may be a bracket
-            if (bName && text[i] == '<')
-                ++nDepth;
-            if (nDepth == 0)
-                szName[nTo++] = text[i];
-            if (bName && text[i] == '>')
-                --nDepth;
+    // The name's length; what stands behind it in `szName` means nothing.
+    constexpr std::size_t Read() {
+        char cBefore = ' ';
+        for (int nDepth = 0; !m_text.empty();) { // of template arguments
+            if (SkipUnnamedNamespace())
+                continue;
+            if (nDepth == 0 && !IsOfName(cBefore) && StartsWithWord("operator")) {
+                ReadOperator();
+                break;
+            }
+            if (!IsOfName(cBefore) && StartsWithWord("decltype"))
+                m_text.remove_prefix(m_text.find(')')); // decltype(auto)
+            const char c = m_text.front();
+            // Behind a blank it belongs to a returned pointer to a function: void (* f(int))(char).
+            if (nDepth == 0 && c == '(' && cBefore != ' ')
+                break;
+            nDepth += c == '<' ? 1 : 0;
+            if (nDepth == 0 && (IsOfName(c) || c == ':' || c == '~'))
+                Put(c);
+            else if (nDepth == 0)
+                m_nLength = 0;
+            nDepth -= c == '>' ? 1 : 0;
+            cBefore = c;
+            m_text.remove_prefix(1);
         }
+        return m_nLength;
     }
 
 private:
-    // The place of the symbol of an operator function, behind the word; 0 for a function with a name.
-    static constexpr std::size_t OperatorSymbol(std::string_view text) {
-        constexpr std::string_view kWord = "::operator";
-        const std::size_t nEnd = text.find('(');
-        const std::size_t nWord = text.substr(0, nEnd).rfind(kWord);
-        if (nWord == std::string_view::npos)
-            return 0;
-        const std::size_t nSymbol = nWord + kWord.size();
-        constexpr std::string_view kSymbols = "<>=+-*/%&|^!~[(,";
-        return kSymbols.find(text[nSymbol]) != std::string_view::npos ? nSymbol : 0;
-    }
-
-    // "()" is a symbol, too.
-    static constexpr std::size_t SymbolEnd(std::string_view text, std::size_t nSymbol) {
-        return text.find('(', nSymbol + (text[nSymbol] == '(' ? 1 : 0));
-    }
-
-    // The place of the "(" that opens the parameters: the first one outside template arguments.
-    static constexpr std::size_t ParameterList(std::string_view text) {
-        int nDepth = 0;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            if (text[i] == '<')
-                ++nDepth;
-            else if (text[i] == '>')
-                --nDepth;
-            else if (text[i] == '(' && nDepth == 0)
-                return i;
+    constexpr void ReadOperator() {
+        for (; IsOfName(m_text.front()); m_text.remove_prefix(1))
+            Put(m_text.front());
+        if (m_text.starts_with("()")) {
+            Put('(');
+            Put(')');
+            return;
         }
-        return text.size();
+        if (!m_text.starts_with("[]"))
+            Put(' ');
+        m_text.remove_prefix(m_text.find_first_not_of(' '));
+        const bool bType = IsOfName(m_text.front());
+        int nDepth = 0; // of the template arguments of a type
+        for (; nDepth > 0 || m_text.front() != '('; m_text.remove_prefix(1)) {
+            const char c = m_text.front();
+            nDepth += bType && c == '<' ? 1 : 0;
+            // clang++ writes a blank in front of a pointer's star, g++ none.
+            if (nDepth == 0 && !m_text.starts_with(" *") && !m_text.starts_with(" &"))
+                Put(c);
+            nDepth -= bType && c == '>' ? 1 : 0;
+        }
     }
 
-    // The name begins behind the last blank outside template arguments; "*" and "&" of a return type go with
-    // the blank.
-    static constexpr std::size_t NameStart(std::string_view text, std::size_t nEnd) {
-        int nDepth = 0;
-        for (std::size_t i = nEnd; i > 0; --i) {
-            const char c = text[i - 1];
-            if (c == '>')
-                ++nDepth;
-            else if (c == '<')
-                --nDepth;
-            else if (nDepth == 0 && (c == ' ' || c == '*' || c == '&'))
-                return i;
+    constexpr bool SkipUnnamedNamespace() {
+        for (const std::string_view name : {"{anonymous}::", "(anonymous namespace)::"}) {
+            if (m_text.starts_with(name)) {
+                m_text.remove_prefix(name.size());
+                return true;
+            }
         }
-        return 0;
+        return false;
+    }
+    constexpr bool StartsWithWord(std::string_view word) const {
+        return m_text.starts_with(word) && m_text.size() > word.size() && !IsOfName(m_text[word.size()]);
+    }
+    static constexpr bool IsOfName(char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    }
+    constexpr void Put(char c) { m_szName[m_nLength++] = c; }
+
+    std::string_view m_text; // what is still to come
+    char* m_szName;
+    std::size_t m_nLength = 0;
+};
+
+// Holds "CCam::Connect" after it was given "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the
+// function that it stands in; template arguments and unnamed namespaces are left out: an assertion is known
+// by one name, whatever it was made for. The symbol of an operator, or the type that it converts to, stands
+// behind a blank: "CCam::operator >>".
+template <std::size_t N>
+struct CFunctionName {
+    char szName[N + 1] = {};
+
+    constexpr CFunctionName(const char (&signature)[N]) {
+        for (std::size_t i = CSignatureReader({signature, N - 1}, szName).Read(); i <= N; ++i)
+            szName[i] = '\0';
     }
 };
 

@@ -1,5 +1,6 @@
 #include "runtime/trace/LogExpression.h"
 
+#include <span>
 #include <string_view>
 
 #include "platform/messages.h"
@@ -63,4 +64,15 @@ std::u16string CLogExpression::Compose(const char* szCondition) {
         }
         return m_strText;
     });
+}
+
+void CMarkedValues::RecordIn(CLogExpression& expression) const {
+    for (const SMark& mark : std::span(m_aMarks, m_nMarks)) {
+        if (mark.eKind == EKind::Status)
+            expression.Record(mark.szName, static_cast<HRESULT>(mark.nValue));
+        else if (mark.eKind == EKind::Signed)
+            expression.Record(mark.szName, SLogValue(mark.nValue));
+        else
+            expression.Record(mark.szName, SLogValue(static_cast<std::uint64_t>(mark.nValue)));
+    }
 }

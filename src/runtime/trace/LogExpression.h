@@ -2,7 +2,9 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -39,17 +41,6 @@ public:
     // _ARE(x) becomes x(status text). The first composition that has records is kept and given again.
     std::u16string Compose(const char* szCondition);
 
-    // What the markers of a condition expand to while it is evaluated for its values.
-    HRESULT Status(const char* szName, HRESULT hr) {
-        Record(szName, hr);
-        return hr;
-    }
-    template <std::integral T>
-    T Value(const char* szName, T value) {
-        Record(szName, SLogValue(value));
-        return value;
-    }
-
 private:
     struct SRecord {
         std::u16string text;
@@ -59,11 +50,35 @@ private:
     std::u16string m_strText;
 };
 
-// What the markers expand to while a condition is evaluated for its truth: nothing but their argument.
-struct CNoLogExpression {
-    static constexpr HRESULT Status(const char*, HRESULT hr) noexcept { return hr; }
+// What the markers of a condition hand over while it is evaluated: kept beside the check, since most checks
+// succeed and nobody asks. A condition has room for four; what is beyond them prints as it is written.
+class CMarkedValues {
+public:
+    constexpr HRESULT Status(const char* szName, HRESULT hr) noexcept {
+        Keep({szName, hr, EKind::Status});
+        return hr;
+    }
     template <std::integral T>
-    static constexpr T Value(const char*, T value) noexcept {
+    constexpr T Value(const char* szName, T value) noexcept {
+        constexpr EKind kKind = std::is_signed_v<T> ? EKind::Signed : EKind::Unsigned;
+        Keep({szName, static_cast<std::int64_t>(value), kKind});
         return value;
     }
+
+    void RecordIn(CLogExpression& expression) const;
+
+private:
+    enum class EKind { Status, Signed, Unsigned };
+    struct SMark {
+        const char* szName;
+        std::int64_t nValue;
+        EKind eKind;
+    };
+    constexpr void Keep(const SMark& mark) noexcept {
+        if (m_nMarks < std::size(m_aMarks))
+            m_aMarks[m_nMarks++] = mark;
+    }
+
+    SMark m_aMarks[4]; // the first m_nMarks of them
+    std::size_t m_nMarks = 0;
 };

@@ -7,6 +7,7 @@
 
 #include "interfaces/ILogEngine.h"
 #include "platform/library.h"
+#include "platform/scope.h"
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"
 
@@ -80,7 +81,11 @@ void LogFormatted(const SLogSite& site, const char16_t* szChannel, std::u16strin
     LogWrite(site, szChannel, aMessage.data());
 }
 
-void LogFailedCondition(const SLogSite& site, CLogExpression& expression, const char* szCondition) {
+void LogFailedCondition(const SLogSite& site, const CMarkedValues& oMarked, const char* szCondition) {
+    const platform::AtScopeEnd keep(
+        [nError = platform::LastError()] { platform::SetLastError(nError); }); // whatever the engine does
+    CLogExpression expression;
+    oMarked.RecordIn(expression);
     // The composed text is an argument, not a format: a percent sign in it stands for itself.
     LogPrintf(site, kChannelAssertion, u"%s", expression.Compose(szCondition));
 }

@@ -18,10 +18,14 @@ private:
     HRESULT m_hr;
 };
 
-[[noreturn]] void AtlThrow(HRESULT hr);
+[[noreturn]] inline void AtlThrow(HRESULT hr) {
+    throw CAtlException(hr);
+}
 // A last error greater than 0 becomes a status with the error in its low 16 bits; any other value stands as
 // it is.
-[[noreturn]] void AtlThrowLastError();
+[[noreturn]] inline void AtlThrowLastError() {
+    AtlThrow(platform::StatusFromError(platform::LastError()));
+}
 
 // Runs an operation's body and returns its status; a status exception and exhausted memory become statuses
 // too.

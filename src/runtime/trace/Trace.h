@@ -22,7 +22,18 @@ struct SLogSite {
     std::int32_t nLine;
 };
 
-#define LOG_SITE() (SLogSite{kFunctionName<CFunctionName(__PRETTY_FUNCTION__)>.szName, __FILE__, __LINE__})
+#define LOG_SITE()                                                                                           \
+    (SLogSite{LoggedName(kLoggedFunction, kFunctionName<CFunctionName(__PRETTY_FUNCTION__)>.szName),         \
+              __FILE__, __LINE__})
+
+// The first line of a function that does a part of an operation, and reports under the operation's name.
+#define LOG_AS(name) [[maybe_unused]] static constexpr const char* kLoggedFunction = name
+
+// Everywhere else a function reports under its own.
+inline constexpr const char* kLoggedFunction = nullptr;
+constexpr const char* LoggedName(const char* szOperation, const char* szFunction) noexcept {
+    return szOperation != nullptr ? szOperation : szFunction;
+}
 
 // The channels of this system's lines.
 inline constexpr char16_t kChannelAssertion[] = u"TRASSDO";
@@ -50,45 +61,24 @@ void LogPrintf(const SLogSite& site, const char16_t* szChannel, std::u16string_v
     LogFormatted(site, szChannel, format, aArguments);
 }
 
-// Composes the text of a failed condition and writes it on the channel "TRASSDO".
-void LogFailedCondition(const SLogSite& site, CLogExpression& expression, const char* szCondition);
+// Composes the text of a failed condition and writes it on the channel "TRASSDO". The thread's last error is
+// the same before and after.
+void LogFailedCondition(const SLogSite& site, const CMarkedValues& oMarked, const char* szCondition);
 
-// Keeps the calling thread's last error over a scope.
-class CKeepLastError {
-public:
-    CKeepLastError() noexcept : m_nError(platform::LastError()) {}
-    CKeepLastError(const CKeepLastError&) = delete;
-    CKeepLastError& operator=(const CKeepLastError&) = delete;
-    ~CKeepLastError() { platform::SetLastError(m_nError); }
+// Markers, for use inside the condition of TRASSDO. They print what they enclose, with the value that it had
+// when the condition was evaluated: _ARE a status with its system message, _AR and _TR an integer. A marker
+// that the evaluation stopped short of prints as it is written.
+#define _ARE(name) oMarkedValues.Status(#name, (name))
+#define _AR(name) oMarkedValues.Value(#name, (name))
+#define _TR(name) oMarkedValues.Value(#name, (name))
 
-private:
-    std::uint32_t m_nError;
-};
-
-// The name that the markers go to outside the failure branch, where a local object of this name takes its
-// place.
-inline constexpr CNoLogExpression logExpression{};
-
-// Markers, for use inside the condition of TRASSDO. They print what they enclose: _ARE a status with its
-// system message, _AR and _TR an integer.
-#define _ARE(name) logExpression.Status(#name, (name))
-#define _AR(name) logExpression.Value(#name, (name))
-#define _TR(name) logExpression.Value(#name, (name))
-
-// TRASSDO(condition, action): if the condition is false, reports its source text and then performs the action
-// (a return, a break, a block, or nothing). The thread's last error is the same before and after the report.
-// Success costs the condition alone. In the failure branch the condition is evaluated once more for the
-// values of its markers, so it must have no side effect, and a marker must not stand where evaluation can
-// stop short of it. The condition's blanks are part of the text that is printed.
+// TRASSDO(condition, action): evaluates the condition once; if it is false, reports its source text and then
+// performs the action (a return, a break, a block, or nothing), which sees the last error that the condition
+// left. The condition's blanks are part of the text that is printed.
 #define TRASSDO(condition, ...)                                                                              \
-    if (condition) [[likely]] {                                                                              \
+    if (CMarkedValues oMarkedValues; condition) [[likely]] {                                                 \
     } else {                                                                                                 \
-        {                                                                                                    \
-            const CKeepLastError oKeepLastError;                                                             \
-            CLogExpression logExpression;                                                                    \
-            static_cast<void>(condition);                                                                    \
-            LogFailedCondition(LOG_SITE(), logExpression, #condition "\n");                                  \
-        }                                                                                                    \
+        LogFailedCondition(LOG_SITE(), oMarkedValues, #condition "\n");                                      \
         __VA_ARGS__;                                                                                         \
     }
 

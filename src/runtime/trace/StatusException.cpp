@@ -1,9 +1,0 @@
-#include "runtime/trace/StatusException.h"
-
-void AtlThrow(HRESULT hr) {
-    throw CAtlException(hr);
-}
-
-void AtlThrowLastError() {
-    AtlThrow(platform::StatusFromError(platform::LastError()));
-}
