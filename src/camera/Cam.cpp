@@ -116,6 +116,7 @@ void CCam::OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const
 
 void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
                         std::uint32_t nBodySize) {
+    LOG_AS("CCam::OnFrame");
     const platform::SectionGuard guard(m_cs);
     if (!m_spCamSink)
         return;
@@ -145,6 +146,7 @@ void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, 
 }
 
 void CCam::CountFrame() {
+    LOG_AS("CCam::OnFrame");
     ++m_nFrames;
     const std::int64_t tNow = platform::SecondsSinceEpoch();
     const std::int64_t tPassed = tNow - m_tLast;

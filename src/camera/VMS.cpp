@@ -102,6 +102,7 @@ HRESULT CVMSSource::EntryPoint(SConnection& oConnection) {
 }
 
 HRESULT CVMSSource::ReceiveFrames(SConnection& oConnection) {
+    LOG_AS("CVMSSource::EntryPoint");
     StreamHeaderSize nHeaderSize = 0;
     HRESULT hr = Read(oConnection.hSocket, &nHeaderSize, sizeof nHeaderSize);
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
@@ -136,10 +137,10 @@ HRESULT CVMSSource::ReceiveFrames(SConnection& oConnection) {
 }
 
 void CVMSSource::EndConnection(SOCKET hSocket) noexcept {
-    // Closing a handle that was closed by a new connection or by the removal of the camera does nothing.
-    platform::closesocket(hSocket);
+    // Who takes the handle out closes it: a new connection, or the removal of the camera, may have done so.
     SOCKET hOwn = hSocket;
-    m_hSocket.compare_exchange_strong(hOwn, 0, std::memory_order_acq_rel);
+    if (m_hSocket.compare_exchange_strong(hOwn, 0, std::memory_order_acq_rel))
+        platform::closesocket(hSocket);
 }
 
 HRESULT CVMSSource::Read(SOCKET hSocket, void* pData, std::size_t nSize) {

@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/threads.h"
 #include "support/Jpeg.h"
+#include "support/NoThreads.h"
 #include "support/RecordingCamSink.h"
 #include "support/RecordingLog.h"
 #include "support/TcpPair.h"
@@ -23,13 +24,7 @@
 
 namespace {
 
-using support::Eventually;
-using support::Frame;
-using support::Lines;
-using support::MakeJpeg;
-using support::RecordingCamSinkObject;
-using support::RecordingLog;
-using support::TcpPair;
+using namespace support;
 
 platform::ComPtr<CVideoFrame> Decode(std::string_view jpeg) {
     auto frame = CVideoFrame::Create();
@@ -39,56 +34,47 @@ platform::ComPtr<CVideoFrame> Decode(std::string_view jpeg) {
 }
 
 // Of two copies: each call gives one of its own.
-std::vector<std::uint8_t> Content(CVideoFrame& frame) {
-    std::uint8_t* bytes[2] = {};
+std::string Content(IVideoFrame& frame) {
+    std::uint8_t* copies[2] = {};
     std::uint32_t size = 0;
-    for (auto& copy : bytes)
-        EXPECT_EQ(S_OK, frame.GetFrameContent(&copy, &size));
-    EXPECT_NE(bytes[0], bytes[1]);
-    EXPECT_EQ(0, std::memcmp(bytes[0], bytes[1], size));
-    std::vector<std::uint8_t> copy(bytes[0], bytes[0] + size);
-    for (auto* const copied : bytes)
-        CoTaskMemFree(copied);
-    return copy;
+    std::string contents[2];
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(S_OK, frame.GetFrameContent(&copies[i], &size));
+        contents[i].assign(copies[i], copies[i] + size);
+    }
+    EXPECT_NE(copies[0], copies[1]);
+    EXPECT_EQ(contents[0], contents[1]);
+    for (auto* const copy : copies)
+        CoTaskMemFree(copy);
+    return contents[0];
 }
 
 TEST(VideoFrame, HoldsTheFrameBlock) {
-    struct Row {
-        int width, height;
-        bool colour;
-        std::uint32_t imageSize;
-        std::uint16_t planes, bits;
-        std::string_view compression;
-    };
-    using namespace std::string_view_literals;
-    const Row rows[] = {
-        {160, 120, false, 19200, 1, 8, "\0\0\0\0"sv},
-        {320, 240, true, 115200, 3, 12, "YV12"},
-        {5, 5, true, 37, 3, 12, "YV12"},
-        {101, 3, true, 454, 3, 12, "YV12"},
-    };
-    for (const Row& row : rows) {
-        const auto block = Content(*Decode(MakeJpeg(row.width, row.height, row.colour)));
-        ASSERT_EQ(40 + row.imageSize, block.size());
-        BITMAPINFOHEADER header;
-        std::memcpy(&header, block.data(), sizeof header);
-        EXPECT_EQ(40U, header.biSize);
-        EXPECT_EQ(row.width, header.biWidth);
-        EXPECT_EQ(row.height, header.biHeight);
-        EXPECT_EQ(row.planes, header.biPlanes);
-        EXPECT_EQ(row.bits, header.biBitCount);
-        EXPECT_EQ(row.compression, std::string_view(reinterpret_cast<const char*>(&block[16]), 4));
-        EXPECT_EQ(row.imageSize, header.biSizeImage);
-        EXPECT_EQ(std::vector<std::uint8_t>(16, 0),
-                  std::vector<std::uint8_t>(block.begin() + 24, block.begin() + 40));
+    const std::tuple<int, int, std::uint32_t> rows[] = {{320, 240, 115200}, {5, 5, 37}, {101, 3, 454}};
+    for (const auto& [width, height, size] : rows) {
+        const std::string block = Content(*Decode(RedJpeg(width, height)));
+        const BITMAPINFOHEADER header{40, width, height, 3, 12, 0x32315659, size, 0, 0, 0, 0};
+        ASSERT_EQ(40 + size, block.size());
+        EXPECT_EQ(0, std::memcmp(&header, block.data(), 40));
+        const int luma = width * height, chroma = width / 2 * (height / 2);
+        const int planes[][3] = {
+            {40, luma, kRedY}, {40 + luma, chroma, kRedCr}, {40 + luma + luma / 4, chroma, kRedCb}};
+        for (const auto& [begin, count, value] : planes) {
+            for (int i = begin; i < begin + count; ++i)
+                ASSERT_NEAR(value, static_cast<unsigned char>(block[static_cast<std::size_t>(i)]), 2) << i;
+        }
     }
+    const BITMAPINFOHEADER grey{40, 160, 120, 1, 8, 0, 19200, 0, 0, 0, 0};
+    const std::string block = Content(*Decode(MakeJpeg(160, 120, false)));
+    ASSERT_EQ(40U + 19200, block.size());
+    EXPECT_EQ(0, std::memcmp(&grey, block.data(), 40));
 }
 
 TEST(VideoFrame, AnswersForWhatItLacks) {
-    auto& log = support::RecordingLog::Fresh();
+    auto& log = RecordingLog::Fresh();
     const std::string good = MakeJpeg(16, 16);
     std::uint8_t* bytes = nullptr;
-    std::uint32_t size = 0;
+    std::uint32_t size = 0, tag = 7;
     // Without content that comes first, whatever the arguments are.
     const auto undecoded = Decode(std::string_view(good).substr(0, good.size() / 2));
     EXPECT_EQ(E_UNEXPECTED, undecoded->GetFrameContent(nullptr, nullptr));
@@ -97,7 +83,6 @@ TEST(VideoFrame, AnswersForWhatItLacks) {
     EXPECT_EQ(E_POINTER, frame->GetFrameContent(&bytes, nullptr));
     EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: m_pBuff\n", "TRASSDO: pBitmap && pdwSize\n",
                                   "TRASSDO: pBitmap && pdwSize\n"}));
-    std::uint32_t tag = 7;
     EXPECT_EQ(S_OK, frame->GetFrameTag(&tag));
     EXPECT_EQ(0U, tag);
     EXPECT_EQ(E_NOTIMPL, frame->Reserved());
@@ -105,19 +90,15 @@ TEST(VideoFrame, AnswersForWhatItLacks) {
 
 class Cam : public testing::Test {
 protected:
-    Cam() : m_log(RecordingLog::Fresh()), m_cam(CCam::Create()), m_sink(RecordingCamSinkObject::Create()) {
-        m_cam->m_bstrName = platform::Bstr(u"yard");
-        m_cam->m_bstrPassword = platform::Bstr(u"demo");
-    }
+    Cam() { m_cam->m_bstrName = platform::Bstr(u"yard"); }
     ~Cam() override {
         m_cam = nullptr;
         m_phone.far.Close();
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
     }
 
-    // A phone whose pictures are whole files in each body.
-    void ConnectPhone() {
-        m_phone.far.Send(support::AuthRecord("demo") + support::StreamHeader(""));
+    void ConnectPhone(std::string_view header = {}) {
+        m_phone.far.Send(AuthRecord("demo") + StreamHeader(header));
         ASSERT_EQ(S_OK, m_cam->Init(m_phone.Adopt(), "demo"));
         ASSERT_EQ(std::string("\0\n", 2), m_phone.far.Receive(2));
     }
@@ -125,7 +106,7 @@ protected:
     void SendToGrant(const std::string& body, int count) {
         for (int i = 0; i < count; ++i)
             m_phone.far.Send(Frame(body));
-        ASSERT_EQ(support::kGrant, m_phone.far.Receive(1));
+        ASSERT_EQ(kGrant, m_phone.far.Receive(1));
     }
     // Whether this rate, and no other, was reported.
     bool Tells(const std::string& rate) const {
@@ -142,9 +123,9 @@ protected:
         return m_sink->Release();
     }
 
-    RecordingLog& m_log;
-    platform::ComPtr<CCam> m_cam;
-    platform::ComPtr<RecordingCamSinkObject> m_sink;
+    RecordingLog& m_log = RecordingLog::Fresh();
+    platform::ComPtr<CCam> m_cam = CCam::Create();
+    platform::ComPtr<RecordingCamSinkObject> m_sink = RecordingCamSinkObject::Create();
     TcpPair m_phone;
 };
 
@@ -182,33 +163,31 @@ TEST_F(Cam, AnswersForItsInterfacesAndItsName) {
     EXPECT_EQ(E_NOTIMPL, cam.Query<IConfiguration>()->GetContent(nullptr, nullptr, nullptr));
 }
 
-TEST_F(Cam, TellsWhetherAPhoneIsConnected) {
-    EXPECT_EQ(0, IsConnected());
-    ConnectPhone();
-    EXPECT_EQ(1, IsConnected());
-    m_phone.far.Close();
-    EXPECT_TRUE(Eventually([&] { return IsConnected() == 0; }));
-}
-
+// Pictures whose first 607 bytes come once; what cannot be decoded is a frame without content, and a sink
+// that fails stays connected.
 TEST_F(Cam, DeliversDecodedFramesToItsSink) {
     const std::string picture = MakeJpeg(320, 240);
+    platform::ComPtr<IVideoFrame> kept;
+    m_sink->m_onFrame = [&](IVideoFrame* frame) { kept = platform::ComPtr<IVideoFrame>(frame); };
+    m_sink->m_result = E_FAIL;
     ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
-    ConnectPhone();
-    m_phone.far.Send(Frame(MakeJpeg(160, 120, false)));
-    m_phone.far.Send(Frame(picture.substr(0, 100)));
-    m_phone.far.Send(Frame(""));
-    SendToGrant(picture, 3);
-    EXPECT_EQ(m_sink->Calls(), (std::vector<long>{40 + 19200, 0, 0, 40 + 115200, 40 + 115200, 40 + 115200}));
-}
-
-TEST_F(Cam, JoinsTheHeaderAndTheBody) {
-    const std::string picture = MakeJpeg(32, 32);
-    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
-    m_phone.far.Send(support::AuthRecord("demo") + support::StreamHeader(picture.substr(0, 607)) +
-                     Frame(picture.substr(607)));
-    ASSERT_EQ(S_OK, m_cam->Init(m_phone.Adopt(), "demo"));
-    EXPECT_TRUE(Eventually([&] { return m_sink->Count() == 1; }));
-    EXPECT_EQ(m_sink->Calls(), (std::vector<long>{40 + 32 * 32 * 3 / 2}));
+    EXPECT_EQ(0, IsConnected());
+    ConnectPhone(picture.substr(0, 607));
+    EXPECT_EQ(1, IsConnected());
+    m_phone.far.Send(Frame(picture.substr(607, 100)) + Frame("") + Frame(picture));
+    SendToGrant(picture.substr(607), 3);
+    EXPECT_EQ(m_sink->Calls(), (std::vector<long>{0, 0, 0, 40 + 115200, 40 + 115200, 40 + 115200}));
+    m_phone.far.Close();
+    EXPECT_TRUE(Eventually([&] { return IsConnected() == 0; }));
+    auto lines = m_log.Lines();
+    std::erase_if(lines, [](const auto& line) { return line.function != "CCam::OnFrame"; });
+    ASSERT_EQ(6U, lines.size());
+    for (const auto& line : lines)
+        EXPECT_EQ("SUCCEEDED(hr(0x80004005:'Unspecified error'))\n", line.text);
+    m_cam = nullptr;
+    ASSERT_TRUE(platform::WaitForWorkItems(20000));
+    EXPECT_EQ(1U, SinkReferences());
+    EXPECT_EQ(40U + 115200, Content(*kept.Get()).size());
 }
 
 TEST_F(Cam, DropsFramesWithoutASinkAndReportsTheRateWithOne) {
@@ -229,52 +208,48 @@ TEST_F(Cam, DropsFramesWithoutASinkAndReportsTheRateWithOne) {
     platform::AdvanceClockForTesting(5);
     SendToGrant(picture, 10);
     EXPECT_TRUE(Tells("2.500000") || Tells("2.222222"));
+    EXPECT_EQ("CCam::OnFrame", m_log.Lines().back().function);
     EXPECT_EQ(30U, m_sink->Count());
 }
 
-TEST_F(Cam, ASinkThatFailsStaysConnected) {
-    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
-    m_sink->m_result = E_FAIL;
-    ConnectPhone();
-    SendToGrant(MakeJpeg(16, 16), 6);
-    EXPECT_EQ(6U, m_sink->Count());
-    const auto texts = m_log.Texts({"TRASSDO"});
-    EXPECT_EQ(texts, Lines(6, "TRASSDO: SUCCEEDED(hr(0x80004005:'Unspecified error'))\n"));
-}
-
-TEST_F(Cam, ASinkMayDisconnectItselfAndNoFrameFollowsADisconnect) {
-    // And it may wait for somebody who asks for the camera's name.
-    std::future<HRESULT> asked;
+// Within its call a sink may disconnect itself, and wait for somebody who asks for the camera's name; who
+// disconnects it on another thread waits for the call's end. No frame follows.
+TEST_F(Cam, HoldsItsLockOverTheSinksCall) {
+    std::future<HRESULT> named, disconnected;
     m_sink->m_onFrame = [&](IVideoFrame*) {
-        asked = std::async(std::launch::async, [&] {
+        named = std::async(std::launch::async, [&] {
             platform::Bstr name;
             return m_cam->GetName(name.Receive());
         });
-        EXPECT_EQ(std::future_status::ready, asked.wait_for(std::chrono::seconds(20)));
+        disconnected = std::async(std::launch::async, [&] { return m_cam->Disconnect(m_sink.Get()); });
+        EXPECT_EQ(std::future_status::ready, named.wait_for(std::chrono::seconds(20)));
+        EXPECT_EQ(std::future_status::timeout, disconnected.wait_for(std::chrono::milliseconds(100)));
         EXPECT_EQ(S_OK, m_cam->Disconnect(m_sink.Get()));
     };
     ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
     ConnectPhone();
     SendToGrant(MakeJpeg(16, 16), 6);
+    EXPECT_EQ(S_FALSE, disconnected.get());
     EXPECT_EQ(1U, m_sink->Count());
     EXPECT_EQ(1U, SinkReferences());
 }
 
-TEST_F(Cam, AFrameOutlivesItsCamera) {
-    platform::ComPtr<IVideoFrame> kept;
-    m_sink->m_onFrame = [&](IVideoFrame* frame) { kept = platform::ComPtr<IVideoFrame>(frame); };
-    ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
-    ConnectPhone();
-    SendToGrant(MakeJpeg(16, 16), 6);
-    m_cam->CloseConnection();
-    m_cam = nullptr;
-    ASSERT_TRUE(platform::WaitForWorkItems(20000));
-    EXPECT_EQ(1U, SinkReferences());
-    std::uint8_t* bytes = nullptr;
-    std::uint32_t size = 0;
-    EXPECT_EQ(S_OK, kept->GetFrameContent(&bytes, &size));
-    EXPECT_EQ(40U + 384, size);
-    CoTaskMemFree(bytes);
+// In a process of its own, where no thread of the pool waits for work.
+void ConnectWithoutAThread() {
+    const auto cam = CCam::Create();
+    TcpPair phone;
+    phone.far.Send(AuthRecord("demo"));
+    HRESULT hr = S_OK;
+    WithoutThreads([&] { hr = cam->Init(phone.Adopt(), "demo"); });
+    EXPECT_TRUE(FAILED(hr));
+    EXPECT_FALSE(cam->IsConnected());
+    EXPECT_EQ(1U, platform::OpenSocketCount()) << "the socket stays the caller's";
+    std::_Exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(CamDeathTest, IsNotConnectedWithoutAThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(ConnectWithoutAThread(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace

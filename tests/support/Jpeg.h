@@ -13,30 +13,42 @@
 
 namespace support {
 
-// A gradient, and bright squares whose place depends on `phase`, so that consecutive pictures differ.
-inline std::string MakeJpeg(int width, int height, bool colour = true, int phase = 0,
-                            int subsampling = TJSAMP_420) {
-    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            auto* const p = &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                                     static_cast<std::size_t>(x)) *
-                                    3];
-            const bool square = (x / 8 + y / 8 + phase) % 4 == 0;
-            p[0] = static_cast<std::uint8_t>(square ? 230 : x * 255 / width);
-            p[1] = static_cast<std::uint8_t>(square ? 220 : y * 255 / height);
-            p[2] = static_cast<std::uint8_t>(colour ? (x + y) & 0xFF : p[0]);
-        }
-    }
+// Of an RGB picture without padding.
+inline std::string EncodeJpeg(const std::vector<std::uint8_t>& pixels, int width, int height,
+                              int subsampling = TJSAMP_420) {
     const std::unique_ptr<void, int (*)(tjhandle)> encoder(tjInitCompress(), &tjDestroy);
     unsigned char* bytes = nullptr;
     unsigned long size = 0;
-    if (tjCompress2(encoder.get(), pixels.data(), width, 0, height, TJPF_RGB, &bytes, &size,
-                    colour ? subsampling : TJSAMP_GRAY, 80, 0) != 0)
+    if (tjCompress2(encoder.get(), pixels.data(), width, 0, height, TJPF_RGB, &bytes, &size, subsampling, 80,
+                    0) != 0)
         throw std::runtime_error(tjGetErrorStr2(encoder.get()));
     std::string jpeg(reinterpret_cast<char*>(bytes), size);
     tjFree(bytes);
     return jpeg;
+}
+
+// A gradient, and bright squares whose place depends on `phase`, so that consecutive pictures differ.
+inline std::string MakeJpeg(int width, int height, bool colour = true, int phase = 0,
+                            int subsampling = TJSAMP_420) {
+    std::vector<std::uint8_t> pixels;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const bool square = (x / 8 + y / 8 + phase) % 4 == 0;
+            const int red = square ? 230 : x * 255 / width;
+            for (const int value : {red, square ? 220 : y * 255 / height, colour ? (x + y) & 0xFF : red})
+                pixels.push_back(static_cast<std::uint8_t>(value));
+        }
+    }
+    return EncodeJpeg(pixels, width, height, colour ? subsampling : TJSAMP_GRAY);
+}
+
+// All red, and what its samples are in YV12.
+inline constexpr int kRedY = 76, kRedCr = 255, kRedCb = 85;
+inline std::string RedJpeg(int width, int height) {
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width * height) * 3);
+    for (std::size_t i = 0; i < pixels.size(); i += 3)
+        pixels[i] = 255;
+    return EncodeJpeg(pixels, width, height);
 }
 
 struct DecodedJpeg {
