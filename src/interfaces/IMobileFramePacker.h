@@ -31,9 +31,11 @@ struct IMobileFramePacker : IUnknown {
     // "width=176&height=144&fps=5"; null when there is nothing. It stays the caller's. A failure ends the
     // connection before a byte was sent.
     virtual HRESULT Init(BSTR bstrParams) = 0;
-    // One picture, to be copied or used up within the call. Its rows lie top row first whatever the sign of
-    // biHeight; w and h are the absolute values of biWidth and biHeight, any or both of them may be 0, and
-    // biSizeImage need not be right. `pPlanes` holds what the form needs (image/FrameBlock.h has the header):
+    // One picture. Header and planes stay where they are until the GetPackedData behind this call has
+    // returned and, where it gave data, the sending and HasMoreFrames are done; then they are gone. Rows lie
+    // top row first whatever the sign of biHeight; w and h are the absolute values of biWidth and biHeight,
+    // any or both of them may be 0, and biSizeImage need not be right. `pPlanes` holds what the form needs
+    // (image/FrameBlock.h has the header):
     //   biCompression 0, biBitCount 8      grey, h rows of w
     //   biCompression 0, biBitCount 24     h rows of 3*w, blue first, no padding
     //   biCompression "YV12"               Y, h rows of w; Cr, then Cb, each w*h/4 bytes, rows of w/2

@@ -15,7 +15,7 @@ struct IUploadServer : IUnknown {
     static constexpr GUID iid{0x714B7026, 0x75F9, 0x40D4, {0x89, 0x88, 0x2A, 0xCB, 0xC4, 0x36, 0x7A, 0xBC}};
 
     // Gives a connected socket an owner. The socket passes with the call in every outcome: after a negative
-    // status it is closed.
+    // status it is closed, once.
     //   bstrName   tail of the request's path behind "mobile/video", without leading or trailing "/"
     //   bUpload    non-zero: the phone uploads into the camera of that name; zero: the phone views
     //   pAuth      nAuthSize bytes, the credentials block that the host made for this request; used for

@@ -14,7 +14,7 @@
 //   request    comes in as the text of a request, "GET video?original HTTP/1.1\n" with the header lines of
 //              the viewer ("\n" at their ends, a blank line behind them), the same first line for both paths.
 //              The object may put a new text in its place and must not free the old one: the caller frees
-//              both. It is not looked at afterwards.
+//              both, the new one, like the content, when the picture is packed and sent. It is not looked at.
 //
 // "video?original" answers with a bitmap header of 40 bytes and the picture behind it, top row first whatever
 // the signs of width and height. Of three forms the picture is taken as it lies there:

@@ -1,10 +1,11 @@
-// How a connection finds its owner.
+// Gives a connection its owner.
 
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
+#include "platform/scope.h"
 #include "platform/socket.h"
 #include "runtime/trace/Trace.h"
 #include "server/SplitPath.h"
@@ -13,12 +14,19 @@
 
 namespace {
 
-// The head of every connection's end that is not an upload's success: says why, and closes the socket.
-HRESULT Reject(std::u16string_view name, SOCKET hSocket, HRESULT hr) {
+// Each socket is closed once: 0 stands for one that is closed, or that has found its owner.
+void Close(SOCKET& hSocket) noexcept {
+    if (const SOCKET hOpen = std::exchange(hSocket, 0))
+        platform::closesocket(hOpen);
+}
+
+// Rejects a connection: logs the reason and closes its socket. Gives the status back.
+HRESULT Reject(std::u16string_view name, SOCKET& hSocket, HRESULT hr) {
+    LOG_AS("CUploadServer::OnConnection");
     const auto text = SystemErrorText(static_cast<std::uint32_t>(hr));
     LogPrintf(LOG_SITE(), kChannelMobile, u"connection of %s rejected: 0x%X, (%s)\n", name, hr,
               text ? std::u16string_view(*text) : std::u16string_view{});
-    platform::closesocket(hSocket);
+    Close(hSocket);
     return hr;
 }
 
@@ -26,7 +34,9 @@ HRESULT Reject(std::u16string_view name, SOCKET hSocket, HRESULT hr) {
 
 HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload,
                                     std::int32_t nAuthSize, const std::uint8_t* pAuth) {
-    const HRESULT hrAll = StatusOf([&] {
+    // Exhausted memory may end the work below anywhere, with a socket that nobody has taken.
+    const platform::AtScopeEnd close([&] { Close(hSocket); });
+    return StatusOf([&] {
         const std::u16string_view name = platform::ViewOf(bstrName);
         LogPrintf(LOG_SITE(), kChannelMobile, u"connection of %s\n", name);
         if (bUpload != 0)
@@ -34,14 +44,10 @@ HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t 
         const HRESULT hr = StatusOf([&] { return StartViewing(name, hSocket, nAuthSize, pAuth); });
         return FAILED(hr) ? Reject(name, hSocket, hr) : hr;
     });
-    // Exhausted memory may have ended the work above anywhere. The socket is this component's in every
-    // outcome, and closing a closed handle does nothing.
-    if (FAILED(hrAll))
-        platform::closesocket(hSocket);
-    return hrAll;
 }
 
-HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET hSocket) {
+HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET& hSocket) {
+    LOG_AS("CUploadServer::OnConnection");
     HRESULT hr = S_OK;
     {
         // Held through the phone's authentication. The host hands a connection over only when the phone's
@@ -49,7 +55,7 @@ HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET hSocket) {
         const platform::SectionGuard guard(m_oLock);
         const auto it = m_oCams.find(name);
         if (it == m_oCams.end()) {
-            platform::closesocket(hSocket);
+            Close(hSocket);
             LogPrintf(LOG_SITE(), kChannelMobile, u"connection of %s rejected: no such name\n", name);
             return E_ACCESSDENIED;
         }
@@ -58,7 +64,11 @@ HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET hSocket) {
             platform::ToNarrow(spCam->m_bstrPassword.View(), platform::kCodePageThread);
         hr = spCam->Init(hSocket, password.c_str());
         if (SUCCEEDED(hr)) {
-            LogPrintf(LOG_SITE(), kChannelMobile, u"upload for %s started\n", name);
+            hSocket = 0;
+            (void)StatusOf([&] { // memory that is short for the line does not undo the start
+                LogPrintf(LOG_SITE(), kChannelMobile, u"upload for %s started\n", name);
+                return S_OK;
+            });
             return S_FALSE;
         }
         TRASSDO(SUCCEEDED(_ARE(hr)), {});
@@ -66,9 +76,10 @@ HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET hSocket) {
     return Reject(name, hSocket, hr);
 }
 
-// No lock is taken: a viewer waits for nobody. A failure leaves the socket to the caller.
-HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET hSocket, std::int32_t nAuthSize,
+// Takes no lock: a viewer waits for nobody. A failure leaves the socket to the caller, or closed.
+HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET& hSocket, std::int32_t nAuthSize,
                                     const std::uint8_t* pAuth) {
+    LOG_AS("CUploadServer::OnConnection");
     // A block that cannot be read is nobody's credentials.
     if (nAuthSize < 0 || (nAuthSize > 0 && pAuth == nullptr))
         return E_INVALIDARG;
@@ -89,6 +100,7 @@ HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET hSocket, st
                               : pPacketer->Init(hSocket, spXmlConfig.Get(), bstrParams.Get(),
                                                 static_cast<std::uint32_t>(nAuthSize), pAuth);
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    hSocket = 0;
     LogPrintf(LOG_SITE(), kChannelMobile, u"starting Packeter for %s\n", name);
     // Without a thread the packeter has closed the socket; the phone sees no more of that than of a stream
     // that ends at once, and the host has nothing left to do.
@@ -99,6 +111,7 @@ HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET hSocket, st
 // Two first viewers may both look it up, and the first one's result stays: nothing that anybody may be using
 // is ever replaced. A failure keeps nothing, so that the next viewer tries again.
 HRESULT CUploadServer::FindWebServer() {
+    LOG_AS("CUploadServer::OnConnection");
     platform::ComPtr<IProcessStateNode> spNode;
     HRESULT hr = NSProcessStateTree::LookupProcessStateNode(kWebServerNode, 0, spNode.Receive());
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);

@@ -73,8 +73,9 @@ private:
     // Ordered by UTF-16 code units; upper and lower case differ, and no lookup folds or trims.
     using CamTable = std::map<std::u16string, platform::ComPtr<CCam>, std::less<>>;
 
-    HRESULT StartUpload(std::u16string_view name, SOCKET hSocket);
-    HRESULT StartViewing(std::u16string_view name, SOCKET hSocket, std::int32_t nAuthSize,
+    // Both set hSocket to 0 when the connection has found its owner, or is closed.
+    HRESULT StartUpload(std::u16string_view name, SOCKET& hSocket);
+    HRESULT StartViewing(std::u16string_view name, SOCKET& hSocket, std::int32_t nAuthSize,
                          const std::uint8_t* pAuth);
     HRESULT FindWebServer();
     // Calls with a fresh copy of each camera's name, in table order.

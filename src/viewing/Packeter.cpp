@@ -69,8 +69,17 @@ bool IsWhole(const platform::Bstr& bstrContent) noexcept {
     return nPicture <= nSize - sizeof(BITMAPINFOHEADER);
 }
 
+// Between two pictures, whatever the work on them took. A rate of which no time follows gives none.
+std::uint32_t PauseMilliseconds(double fFrameRate) noexcept {
+    constexpr std::uint32_t nMax = std::numeric_limits<std::uint32_t>::max();
+    const double fPause = fFrameRate > 0 ? 1000.0 / fFrameRate : 0.0;
+    return fPause < nMax ? static_cast<std::uint32_t>(fPause) : nMax;
+}
+
+} // namespace
+
 // A picture that was decoded here, in memory that is used again for the next one.
-struct SDecodedPicture {
+struct CPacketer::SDecodedPicture {
     BITMAPINFOHEADER oHeader{};
     std::vector<std::uint8_t> oPlanes;
 
@@ -80,7 +89,7 @@ struct SDecodedPicture {
 // Decodes a JPEG into a picture of the original's size. False when it cannot be decoded, and when it is
 // larger in either direction: the decoder knows no bounds but those of the stream. A smaller one stands in
 // the upper left corner of a black picture, so that nothing of the picture before shows through.
-bool SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view jpeg) {
+bool CPacketer::SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view jpeg) {
     const std::uint64_t nPixels = PixelCount(oOriginal);
     if (nPixels > kMaxPixels || jpeg.size() > INT32_MAX)
         return false;
@@ -116,15 +125,6 @@ bool SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view
     const auto nYStep = oHeader.biWidth;
     return DecodeJpegYV12(pJpeg, nJpegSize, pY, nYStep, pCr, nYStep / 2, pCb, nYStep / 2) == ImageOk;
 }
-
-// Between two pictures, whatever the work on them took. A rate of which no time follows gives none.
-std::uint32_t PauseMilliseconds(double fFrameRate) noexcept {
-    constexpr std::uint32_t nMax = std::numeric_limits<std::uint32_t>::max();
-    const double fPause = fFrameRate > 0 ? 1000.0 / fFrameRate : 0.0;
-    return fPause < nMax ? static_cast<std::uint32_t>(fPause) : nMax;
-}
-
-} // namespace
 
 CPacketer::~CPacketer() {
     if (m_hSocket != 0)
@@ -184,66 +184,73 @@ HRESULT CPacketer::Main() {
         const NSProcessStateTree::CThreadArgument oThreadArgument(kCurrentRequestArgument, &oRequest);
         const std::u16string strRequest = MakeRequestText(m_oCredentials);
         SDecodedPicture oDecoded;
-        for (;;) {
-            platform::Bstr bstrContent;
-            hr = FetchOriginal(strRequest, bstrContent);
-            TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-            const BITMAPINFOHEADER* pHeader = &HeaderOf(bstrContent);
-            const std::uint8_t* pPlanes = reinterpret_cast<const std::uint8_t*>(pHeader + 1);
-            if (!IsTakenAsItIs(*pHeader)) {
-                platform::Bstr bstrJpeg;
-                hr = Fetch(kContentJpeg, strRequest, bstrJpeg);
-                TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-                if (!oDecoded.Decode(*pHeader, bstrJpeg.Bytes())) {
-                    LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to decode JPEG.");
-                    return E_FAIL;
-                }
-                pHeader = &oDecoded.oHeader;
-                pPlanes = oDecoded.oPlanes.data();
-            }
-            hr = m_spPacker->AppendFrame(pHeader, pPlanes);
+        for (bool bMore = true;;) {
+            hr = ShowPicture(strRequest, oDecoded, bMore);
             if (FAILED(hr))
-                LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to append frame.");
-            TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-            bstrContent = nullptr; // a hundred sleeping viewers need not hold a hundred pictures
-
-            std::uint8_t* pBytes = nullptr;
-            std::uint32_t nSize = 0;
-            hr = m_spPacker->GetPackedData(&pBytes, &nSize);
-            TaskMemory pPacked(pBytes);
-            if (hr != E_PENDING) {
-                if (FAILED(hr))
-                    LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to get packed data.");
-                TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-                const int res = Send(pPacked.get(), nSize);
-                TRASSDO(SOCKET_ERROR != res, return platform::StatusFromError(platform::LastSocketError()));
-                if (m_spPacker->HasMoreFrames() == 0) {
-                    LogPrintf(LOG_SITE(), kChannelMobile, u"Successfuly finished.\n");
-                    return hr;
-                }
+                return hr;
+            if (!bMore) {
+                LogPrintf(LOG_SITE(), kChannelMobile, u"Successfuly finished.\n");
+                return hr;
             }
-            pPacked.reset();
             platform::Sleep(PauseMilliseconds(oParams.fFrameRate));
         }
     });
 }
 
-// Asks the content object for one picture.
-HRESULT CPacketer::Fetch(const char16_t* szPath, const std::u16string& strRequest,
-                         platform::Bstr& bstrContent) {
-    const platform::Bstr bstrPath(szPath);
-    platform::Bstr bstrRequest(strRequest);
-    BSTR bstrGiven = bstrRequest.Get();
-    const HRESULT hr = m_spXmlConfig->GetContent(bstrPath.Get(), bstrContent.Receive(), &bstrGiven);
-    // The object may have put another text there; the old one is freed here.
-    if (bstrGiven != bstrRequest.Get())
-        bstrRequest = platform::Bstr::Adopt(bstrGiven);
+// Fetches a picture, and sends what the packer makes of it. What the content object gave lives to the end:
+// the packer may keep pointers into it, and a hundred sleeping viewers hold none of it.
+HRESULT CPacketer::ShowPicture(const std::u16string& strRequest, SDecodedPicture& oDecoded, bool& bMore) {
+    LOG_AS("CPacketer::Main");
+    SFetched oOriginal;
+    HRESULT hr = Fetch(kContentOriginal, strRequest, oOriginal);
+    if (SUCCEEDED(hr) && !IsWhole(oOriginal.bstrContent))
+        hr = E_FAIL;
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    const BITMAPINFOHEADER* pHeader = &HeaderOf(oOriginal.bstrContent);
+    const std::uint8_t* pPlanes = reinterpret_cast<const std::uint8_t*>(pHeader + 1);
+    SFetched oJpeg;
+    if (!IsTakenAsItIs(*pHeader)) {
+        hr = Fetch(kContentJpeg, strRequest, oJpeg);
+        TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+        if (!oDecoded.Decode(*pHeader, oJpeg.bstrContent.Bytes())) {
+            LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to decode JPEG.");
+            return E_FAIL;
+        }
+        oJpeg.bstrContent = nullptr;
+        pHeader = &oDecoded.oHeader;
+        pPlanes = oDecoded.oPlanes.data();
+    }
+    hr = m_spPacker->AppendFrame(pHeader, pPlanes);
+    if (FAILED(hr))
+        LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to append frame.");
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+
+    std::uint8_t* pBytes = nullptr;
+    std::uint32_t nBytes = 0;
+    hr = m_spPacker->GetPackedData(&pBytes, &nBytes);
+    TaskMemory pPacked(pBytes);
+    if (hr == E_PENDING)
+        return S_OK;
+    if (FAILED(hr))
+        LogPrintf(LOG_SITE(), kChannelMobile, u"CPacketer::Main() Failed to get packed data.");
+    TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
+    const int res = Send(pBytes, nBytes);
+    pPacked.reset();
+    TRASSDO(SOCKET_ERROR != res, return platform::StatusFromError(platform::LastSocketError()));
+    bMore = m_spPacker->HasMoreFrames() != 0;
     return hr;
 }
 
-HRESULT CPacketer::FetchOriginal(const std::u16string& strRequest, platform::Bstr& bstrContent) {
-    const HRESULT hr = Fetch(kContentOriginal, strRequest, bstrContent);
-    return SUCCEEDED(hr) && !IsWhole(bstrContent) ? E_FAIL : hr;
+// Asks the content object for one picture.
+HRESULT CPacketer::Fetch(const char16_t* szPath, const std::u16string& strRequest, SFetched& oFetched) {
+    const platform::Bstr bstrPath(szPath);
+    oFetched.bstrRequest = platform::Bstr(strRequest);
+    BSTR bstrGiven = oFetched.bstrRequest.Get();
+    const HRESULT hr = m_spXmlConfig->GetContent(bstrPath.Get(), oFetched.bstrContent.Receive(), &bstrGiven);
+    // The object may have put another text there; the old one is freed here.
+    if (bstrGiven != oFetched.bstrRequest.Get())
+        oFetched.bstrRequest = platform::Bstr::Adopt(bstrGiven);
+    return hr;
 }
 
 // One send, as a rule: it blocks until the system has all. A part alone goes out when the connection fails on

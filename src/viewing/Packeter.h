@@ -45,8 +45,14 @@ public:
 private:
     static std::uint32_t ThreadMain(void* pPacketer);
 
-    HRESULT Fetch(const char16_t* szPath, const std::u16string& strRequest, platform::Bstr& bstrContent);
-    HRESULT FetchOriginal(const std::u16string& strRequest, platform::Bstr& bstrContent);
+    struct SDecodedPicture;
+    struct SFetched {
+        platform::Bstr bstrContent;
+        platform::Bstr bstrRequest; // the one that went in, or that the object put in its place
+    };
+
+    HRESULT ShowPicture(const std::u16string& strRequest, SDecodedPicture& oDecoded, bool& bMore);
+    HRESULT Fetch(const char16_t* szPath, const std::u16string& strRequest, SFetched& oFetched);
     int Send(const void* pBytes, std::size_t nSize) const noexcept;
 
     // Released in the reverse of this order, behind the socket.

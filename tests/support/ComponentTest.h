@@ -53,11 +53,18 @@ protected:
         m_server = nullptr;
         m_host.script.handler = nullptr;
     }
+    // A socket that is turned away is closed here, and once: a second time is an error.
     HRESULT Connect(std::u16string_view name, SOCKET socket, std::int32_t upload = 1,
                     std::string_view key = {}) {
-        return m_server->OnConnection(platform::Bstr(name).Get(), socket, upload,
-                                      static_cast<std::int32_t>(key.size()),
-                                      reinterpret_cast<const std::uint8_t*>(key.data()));
+        platform::SetLastError(0);
+        const HRESULT hr = m_server->OnConnection(platform::Bstr(name).Get(), socket, upload,
+                                                  static_cast<std::int32_t>(key.size()),
+                                                  reinterpret_cast<const std::uint8_t*>(key.data()));
+        if (FAILED(hr)) {
+            EXPECT_NE(platform::kSocketNotASocket, platform::LastSocketError());
+            EXPECT_EQ(platform::kSocketError, platform::closesocket(socket));
+        }
+        return hr;
     }
 
     RecordingLog& m_log = RecordingLog::Fresh();

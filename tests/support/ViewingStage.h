@@ -45,6 +45,7 @@ struct Stage {
 
     std::mutex mutex; // everything below
     std::vector<std::string> calls;
+    std::string request; // the last one that a content object was sent
     std::map<std::u16string, platform::ComPtr<IUnknown>> nodes;
 };
 
@@ -95,7 +96,11 @@ public:
     HRESULT GetContent(BSTR path, BSTR* content, BSTR* request) override {
         const std::string what = platform::ToUtf8(platform::ViewOf(path));
         *content = platform::Bstr::FromBytes(what == "video?jpeg" ? m_stage.jpeg : m_stage.original).Detach();
-        *request = platform::Bstr(u"another").Detach();
+        {
+            const std::lock_guard guard(m_stage.mutex);
+            m_stage.request = platform::ToUtf8(platform::ViewOf(*request));
+        }
+        *request = s_request = platform::Bstr(u"another").Detach();
         return m_stage.Enter(what, Credentials());
     }
     HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
@@ -106,18 +111,13 @@ public:
         params->fFrameRate = m_stage.frameRate;
         return m_stage.Enter("GetParams", platform::IsInApartment() ? "in the apartment" : "");
     }
-    // Writes down the sides, and the last byte of the first plane.
     HRESULT AppendFrame(const BITMAPINFOHEADER* header, const std::uint8_t* planes) override {
-        const auto w = header->biWidth;
-        const auto h = header->biHeight;
-        const int last = w == 0 || h == 0
-                             ? -1
-                             : planes[std::abs(w) * std::abs(h) * (header->biBitCount == 24 ? 3 : 1) - 1];
-        return m_stage.Enter("AppendFrame",
-                             std::to_string(w) + "x" + std::to_string(h) + " " + std::to_string(last));
+        m_header = header;
+        m_planes = planes;
+        return m_stage.Enter("AppendFrame", Kept());
     }
     std::int32_t HasMoreFrames() override {
-        m_stage.Enter("HasMoreFrames");
+        m_stage.Enter("HasMoreFrames", Kept());
         return m_stage.endless || m_next < m_stage.packed.size() ? -1 : 0;
     }
     HRESULT GetPackedData(std::uint8_t** data, std::uint32_t* size) override {
@@ -125,7 +125,7 @@ public:
         *size = static_cast<std::uint32_t>(piece.size());
         *data = static_cast<std::uint8_t*>(CoTaskMemAlloc(piece.size()));
         std::copy(piece.begin(), piece.end(), *data);
-        const HRESULT hr = m_stage.Enter("GetPackedData");
+        const HRESULT hr = m_stage.Enter("GetPackedData", Kept());
         return SUCCEEDED(hr) && piece.empty() ? E_PENDING : hr;
     }
 
@@ -148,6 +148,22 @@ private:
         return {reinterpret_cast<const char*>(current->pData), current->nSize};
     }
 
+    // What the packer still has of the picture and of its request: sides, the last byte of each plane, text.
+    std::string Kept() const {
+        const auto w = m_header->biWidth, h = m_header->biHeight;
+        const int pixels = std::abs(w * h);
+        std::string kept = std::to_string(w) + "x" + std::to_string(h);
+        if (m_header->biCompression == FrameCompressionYV12)
+            for (const int end : {pixels, pixels + pixels / 4, pixels + pixels / 4 * 2})
+                kept += " " + std::to_string(m_planes[end - 1]);
+        else if (pixels > 0)
+            kept += " " + std::to_string(m_planes[pixels * m_header->biBitCount / 8 - 1]);
+        return kept + (platform::ViewOf(s_request) == u"another" ? "" : " lost");
+    }
+
+    static inline thread_local BSTR s_request = nullptr; // the last one that a content object put there
+    const BITMAPINFOHEADER* m_header = nullptr;
+    const std::uint8_t* m_planes = nullptr;
     Stage& m_stage;
     const char* const m_name;
     const std::u16string m_path; // of a node

@@ -13,15 +13,10 @@
 
 namespace {
 
-using platform::Bstr;
+using namespace support;
 using platform::ComPtr;
-using support::Lines;
-using support::TcpPair;
 
-constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
-constexpr char kNoInterface[] = "0x80004002, (No such interface supported)\n";
-
-class ViewingIntake : public support::ComponentTest {
+class ViewingIntake : public ComponentTest {
 protected:
     ViewingIntake() {
         Start();
@@ -35,8 +30,8 @@ protected:
         EXPECT_TRUE(m_stage.nodes.empty()) << "a thread's argument is left";
     }
     void Publish(ComPtr<IUnknown> value) {
-        const std::lock_guard guard(m_stage.mutex);
-        m_stage.nodes[kWebServerNode] = std::move(value);
+        const std::lock_guard guard(m_stage.mutex); // let go of before the former value
+        std::swap(m_stage.nodes[kWebServerNode], value);
     }
     void Fail(const char* call) {
         const std::lock_guard guard(m_stage.mutex);
@@ -46,63 +41,56 @@ protected:
         return Connect(name, pair.Adopt(), 0, credentials);
     }
 
-    support::Stage m_stage;
+    Stage m_stage;
 };
 
 // Every way that a connection can be turned away, and then one that is not: nothing of a failure is kept.
 TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
     const ComPtr<IUnknown> other = platform::ComObject<NSProcessStateTree::CThreadArgumentValue>::Create();
-    const std::string denied = "0x80070005, (Access is denied.)\n";
+    const std::string denied = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
     struct Row {
         const char* failing;
         const char16_t* name;
         HRESULT status;
-        const char* assertion;
-        std::string reason;
+        std::string assertion;
+        bool published = true; // a web server, or a value of another kind
+        const char* credentials = "key";
     };
     const Row rows[] = {
-        {"create tree", u"yard", E_ACCESSDENIED, kDenied, denied},
-        {"GetNode", u"yard", E_ACCESSDENIED, kDenied, denied},
-        {"GetValue", u"yard", E_ACCESSDENIED, kDenied, denied},
-        {"", u"yard", E_NOINTERFACE, "TRASSDO: m_spWebServer\n",
-         kNoInterface}, // the value is of another kind
-        {"OpenContent", u"yard", E_ACCESSDENIED, kDenied, denied},
-        {"", u"no content", E_NOINTERFACE, "TRASSDO: spXmlConfig\n", kNoInterface},
+        {"create tree", u"yard", E_ACCESSDENIED, denied, false},
+        {"GetNode", u"yard", E_ACCESSDENIED, denied, false},
+        {"GetValue", u"yard", E_ACCESSDENIED, denied, false},
+        {"", u"yard", E_NOINTERFACE, "TRASSDO: m_spWebServer\n", false},
+        {"OpenContent", u"yard", E_ACCESSDENIED, denied},
+        {"", u"yard", E_ACCESSDENIED, denied, true, "wrong"},
+        {"", u"no content", E_NOINTERFACE, "TRASSDO: spXmlConfig\n"},
     };
-    Publish(other);
     m_stage.nodes[u"other"] = other;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.failing);
         const std::string name = platform::ToUtf8(row.name);
         m_log.Clear();
         Fail(row.failing);
-        if (row.reason == denied && std::string_view(row.failing) == "OpenContent")
-            Publish(m_stage.Make("web server"));
+        Publish(row.published ? m_stage.Make("web server") : other);
         TcpPair pair;
-        EXPECT_EQ(row.status, View(row.name, pair));
+        EXPECT_EQ(row.status, View(row.name, pair, row.credentials));
         EXPECT_TRUE(pair.far.IsClosed());
-        EXPECT_EQ(0U, platform::OpenSocketCount());
         EXPECT_EQ(m_log.Texts(), (Lines{"mobile: connection of " + name + "\n", row.assertion,
-                                        "mobile: connection of " + name + " rejected: " + row.reason}));
+                                        "mobile: connection of " + name + " rejected: " +
+                                            (row.status == E_ACCESSDENIED
+                                                 ? "0x80070005, (Access is denied.)\n"
+                                                 : "0x80004002, (No such interface supported)\n")}));
+        for (const auto& line : m_log.Lines())
+            EXPECT_EQ("CUploadServer::OnConnection", line.function);
     }
     m_stage.nodes.erase(u"other");
     Fail("");
-    TcpPair invalid;
-    EXPECT_EQ(E_POINTER, m_server->OnConnection(Bstr(u"yard").Get(), 0, 0, 0, nullptr));
-    EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(Bstr(u"yard").Get(), invalid.Adopt(), 0, -1, nullptr));
-    TcpPair unreadable;
-    EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(Bstr(u"yard").Get(), unreadable.Adopt(), 0, 1, nullptr));
-    EXPECT_TRUE(invalid.far.IsClosed() && unreadable.far.IsClosed());
-    TcpPair wrong;
-    EXPECT_EQ(E_ACCESSDENIED, View(u"yard", wrong, "wrong"));
-    EXPECT_TRUE(wrong.far.IsClosed());
-    m_log.Clear();
-    TcpPair right;
-    EXPECT_EQ(S_OK, View(u"back%20yard?fps=5&x=/", right));
-    EXPECT_EQ("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\npiece", right.far.Receive(1000));
-    EXPECT_EQ(
-        std::ranges::count(m_log.Texts({"mobile"}), "mobile: starting Packeter for back%20yard?fps=5&x=/\n"),
-        1);
+    EXPECT_EQ(E_POINTER, Connect(u"yard", 0, 0));
+    for (const std::int32_t size : {-1, 1}) {
+        TcpPair unreadable;
+        EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(nullptr, unreadable.Adopt(), 0, size, nullptr));
+        EXPECT_TRUE(unreadable.far.IsClosed());
+    }
 }
 
 TEST_F(ViewingIntake, KeyAndParametersComeFromTheName) {
@@ -117,10 +105,14 @@ TEST_F(ViewingIntake, KeyAndParametersComeFromTheName) {
     for (const auto& [name, open, init] : rows) {
         TcpPair pair;
         EXPECT_EQ(S_OK, View(name, pair));
+        EXPECT_EQ("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\npiece", pair.far.Receive(1000));
         EXPECT_TRUE(platform::WaitForWorkItems(20000));
         for (const char* call : {open, init, "GetParams in the apartment", "video?original key"})
             EXPECT_NE(std::ranges::count(m_stage.calls, call), 0) << call;
         m_stage.calls.clear();
+        EXPECT_PRED2(Has, m_log.Texts({"mobile"}).at(1),
+                     "starting Packeter for " + platform::ToUtf8(name) + "\n");
+        m_log.Clear();
     }
 }
 
@@ -131,11 +123,10 @@ TEST_F(ViewingIntake, ManyViewersStartAndEndTogether) {
     m_stage.endless = true;
     constexpr int kViewers = 16;
     TcpPair pairs[kViewers];
-    std::vector<std::thread> hosts;
+    std::vector<std::jthread> hosts;
     for (TcpPair& pair : pairs)
         hosts.emplace_back([&] { EXPECT_EQ(S_OK, View(u"yard", pair)); });
-    for (auto& host : hosts)
-        host.join();
+    hosts.clear();
     Stop();
     for (int i = 0; i < kViewers; ++i) {
         EXPECT_EQ(54U, pairs[i].far.Receive(54).size());

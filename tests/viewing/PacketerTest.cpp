@@ -2,28 +2,24 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <sys/resource.h>
-
 #include <gtest/gtest.h>
 
 #include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
 #include "support/Jpeg.h"
+#include "support/NoThreads.h"
 #include "support/RecordingLog.h"
 #include "support/TcpPair.h"
 #include "support/ViewingStage.h"
-#include "viewing/RequestText.h"
 
 namespace {
 
-using support::Lines;
-using support::Stage;
+using namespace support;
 
 constexpr char kDenied[] = "TRASSDO: SUCCEEDED(hr(0x80070005:'Access is denied.'))\n";
 constexpr char kHead[] = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
@@ -37,27 +33,27 @@ std::string Picture(std::int32_t width, std::int32_t height, std::uint16_t bits,
 
 // One packeter on this thread, and whether all that it had is gone behind it.
 struct Viewing {
-    std::function<void(support::TcpPair&, SOCKET)> prepare = [](auto&, SOCKET) {};
-    std::string sent; // what the phone got
+    std::function<void(TcpPair&, SOCKET)> prepare = [](auto&, SOCKET) {};
+    std::string credentials = "key";
+    std::string sent = {}; // what the phone got
 
     HRESULT Run(Stage& stage) {
         const auto objects = platform::ModuleLock::Count();
-        support::TcpPair pair;
+        TcpPair pair;
         const SOCKET socket = pair.Adopt();
         prepare(pair, socket);
         HRESULT hr = S_OK;
         {
             CPacketer packeter;
             const auto content = stage.Make<IConfiguration>("content");
-            EXPECT_EQ(S_OK, packeter.Init(socket, content.Get(), platform::Bstr(u"fps=5").Get(), 3,
-                                          reinterpret_cast<const std::uint8_t*>("key")));
+            EXPECT_EQ(S_OK, packeter.Init(socket, content.Get(), platform::Bstr(u"fps=5").Get(),
+                                          static_cast<std::uint32_t>(credentials.size()),
+                                          reinterpret_cast<const std::uint8_t*>(credentials.data())));
             hr = packeter.Main();
-            EXPECT_LE(platform::OpenSocketCount(), 1U);
         }
         EXPECT_EQ(platform::kSocketError, platform::closesocket(socket)) << "closed before";
         if (pair.far.Get() >= 0)
             sent = pair.far.Receive(1000);
-        EXPECT_EQ(0U, platform::OpenSocketCount());
         EXPECT_EQ(objects, platform::ModuleLock::Count());
         EXPECT_TRUE(stage.nodes.empty());
         return hr;
@@ -77,14 +73,14 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     const Lines packed{start, mobile + " Failed to get packed data.", kDenied};
     const Lines sent{start, "TRASSDO: SOCKET_ERROR != res\n"};
     // Nobody ends for want of published credentials.
-    const Lines published{start, kDenied, "mobile: Successfuly finished.\n",
-                          "TRASSDO: m_spProcessStateNode\n"};
+    const std::string finished = "mobile: Successfuly finished.\n";
+    const Lines published{start, kDenied, finished, "TRASSDO: m_spProcessStateNode\n"};
     struct Row {
         std::string what; // the failing call, or what is wrong with its answer
         std::string original;
         HRESULT status;
         Lines lines;
-        std::string jpeg = support::MakeJpeg(8, 8);
+        std::string jpeg = MakeJpeg(8, 8);
         enum { None, Reset, Close } socket = None; // what has become of it before
     };
     const Row rows[] = {
@@ -92,6 +88,10 @@ TEST(Packeter, EndsWithTheFirstFailure) {
         {"Init", raw, E_ACCESSDENIED, initialised},
         {"GetParams", raw, E_ACCESSDENIED, {kDenied}},
         {"create tree", raw, S_OK, published},
+        {"GetRootNode", raw, S_OK, published},
+        {"GetNode create", raw, S_OK, published},
+        {"SetValue", raw, S_OK, {start, finished}},
+        {"RemoveNode", raw, S_OK, {start, finished, kDenied}},
         {"video?original", raw, E_ACCESSDENIED, {start, kDenied}},
         {"no content", "", E_FAIL, {start, failed}},
         {"no whole header", raw.substr(0, 39), E_FAIL, {start, failed}},
@@ -114,87 +114,96 @@ TEST(Packeter, EndsWithTheFirstFailure) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        auto& log = support::RecordingLog::Fresh();
+        auto& log = RecordingLog::Fresh();
         Stage stage;
         stage.failing = row.what;
         if (row.status == E_OUTOFMEMORY)
             stage.status = row.status;
         stage.original = row.original;
         stage.jpeg = row.jpeg;
-        Viewing viewing{[&](support::TcpPair& pair, SOCKET socket) {
-                            if (row.socket == Row::Reset)
-                                pair.far.Reset();
-                            else if (row.socket == Row::Close)
-                                platform::closesocket(socket);
-                        },
-                        {}};
+        Viewing viewing{[&](TcpPair& pair, SOCKET socket) {
+            if (row.socket == Row::Reset)
+                pair.far.Reset();
+            else if (row.socket == Row::Close)
+                platform::closesocket(socket);
+        }};
         EXPECT_EQ(row.status, viewing.Run(stage));
         EXPECT_EQ(row.lines, log.Texts());
         const bool begun = !row.lines.empty() && row.lines.front() == start && row.socket == Row::None;
         EXPECT_EQ(std::string(begun ? kHead : "") + (row.status == S_OK ? "piece" : ""), viewing.sent);
         for (const auto& line : log.Lines())
-            EXPECT_TRUE(line.function == "CPacketer::Main" || row.what == "create tree") << line.function;
+            EXPECT_TRUE(
+                line.function == "CPacketer::Main" ||
+                (row.status == S_OK && line.function.starts_with("NSProcessStateTree::CThreadArgument::")))
+                << line.function;
     }
-    auto& log = support::RecordingLog::Fresh();
+    auto& log = RecordingLog::Fresh();
     Stage stage;
     CPacketer packeter;
     const auto content = stage.Make<IConfiguration>("content");
     EXPECT_EQ(E_POINTER, packeter.Init(0, content.Get(), nullptr, 0, nullptr));
     EXPECT_EQ(E_POINTER, packeter.Init(1, nullptr, nullptr, 0, nullptr));
-    EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: hSocket && pXmlConfig\n", "TRASSDO: hSocket && pXmlConfig\n"}));
+    EXPECT_EQ(log.Texts(), Lines(2, "TRASSDO: hSocket && pXmlConfig\n"));
 }
 
-TEST(Packeter, WithoutAThreadClosesTheSocket) {
-    support::RecordingLog::Fresh();
-    Stage stage;
-    const auto objects = platform::ModuleLock::Count();
-    support::TcpPair pair;
-    auto packeter = std::make_unique<CPacketer>();
-    EXPECT_EQ(S_OK,
-              packeter->Init(pair.Adopt(), stage.Make<IConfiguration>("content").Get(), nullptr, 0, nullptr));
-    // The process may grow, but not by a stack.
-    std::uint64_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    rlimit before{};
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_AS, &before));
-    const rlimit tight{pages * 4096 + 0x38000, before.rlim_max};
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_AS, &tight));
-    const bool started = CPacketer::Start(std::move(packeter));
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_AS, &before));
-    EXPECT_FALSE(started);
-    EXPECT_TRUE(pair.far.IsClosed());
-    EXPECT_EQ(0U, platform::OpenSocketCount());
-    EXPECT_EQ(objects, platform::ModuleLock::Count());
-    EXPECT_EQ(stage.calls, (Lines{"~content"}));
+// On a thread of its own, and where there is none.
+TEST(Packeter, StreamsOrClosesTheSocket) {
+    RecordingLog::Fresh();
+    for (const bool starts : {false, true}) {
+        Stage stage;
+        stage.original = Picture(2, 2, 8, 0, 4);
+        stage.packed = {"", "ab", "cd"};
+        stage.frameRate = 0; // no pause
+        TcpPair pair;
+        auto packeter = std::make_unique<CPacketer>();
+        EXPECT_EQ(S_OK, packeter->Init(pair.Adopt(), stage.Make<IConfiguration>("content").Get(), nullptr, 0,
+                                       nullptr));
+        const auto start = [&] { EXPECT_EQ(starts, CPacketer::Start(std::move(packeter))); };
+        if (starts)
+            start();
+        else
+            WithoutThreads(start);
+        EXPECT_EQ(starts ? kHead + std::string("abcd") : "", pair.far.Receive(1000));
+        EXPECT_TRUE(pair.far.IsClosed());
+        ASSERT_TRUE(platform::WaitForWorkItems(20000));
+        EXPECT_EQ("~content", stage.calls.back());
+    }
 }
 
 TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {
-    support::RecordingLog::Fresh();
-    Stage stage;
-    stage.original = Picture(2, 2, 8, 0, 4);
-    stage.packed = {"", "ab", "", "cd"};
-    stage.frameRate = 24.1; // 41 whole milliseconds
-    Viewing viewing;
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(S_OK, viewing.Run(stage));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 41));
-    EXPECT_EQ(std::string(kHead) + "abcd", viewing.sent);
-    std::vector<std::string> expected{"create packer", "Init fps=5",  "GetParams",
-                                      "create tree",   "GetRootNode", "GetNode create",
-                                      "~root",         "~tree",       "SetValue"};
-    for (const bool more : {false, true, false, true}) {
-        expected.insert(expected.end(), {"video?original key", "AppendFrame 2x2 7", "GetPackedData"});
-        if (more)
-            expected.push_back("HasMoreFrames");
+    RecordingLog::Fresh();
+    const std::pair<const char*, const char*> rows[] = {{"", ""}, {"f", "Zg=="}, {"\xFB\xFF\xBF", "+/+/"}};
+    for (const auto& [credentials, base64] : rows) {
+        Stage stage;
+        stage.original = Picture(2, 2, 8, 0, 4);
+        stage.packed = {"", "ab", "", "cd"};
+        stage.frameRate = 24.1; // 41 whole milliseconds
+        Viewing viewing;
+        viewing.credentials = credentials;
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(S_OK, viewing.Run(stage));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 41));
+        EXPECT_EQ(std::string(kHead) + "abcd", viewing.sent);
+        EXPECT_EQ("GET video?original HTTP/1.1\npeer-info: 127.0.0.1:0\nUser-Agent: Morrowstream\nQV-Auth: " +
+                      std::string(base64) + "\n\n",
+                  stage.request);
+        Lines expected{"create packer",  "Init fps=5", "GetParams", "create tree", "GetRootNode",
+                       "GetNode create", "~root",      "~tree",     "SetValue"};
+        for (const bool more : {false, true, false, true}) {
+            expected.push_back("video?original" + (*credentials ? " " + viewing.credentials : ""));
+            // The picture and its request stay until the packer has answered.
+            expected.insert(expected.end(), {"AppendFrame 2x2 7", "GetPackedData 2x2 7"});
+            if (more)
+                expected.push_back("HasMoreFrames 2x2 7");
+        }
+        expected.insert(expected.end(), {"RemoveNode .", "~node", "~packer", "~content"});
+        EXPECT_EQ(expected, stage.calls);
     }
-    expected.insert(expected.end(), {"RemoveNode .", "~node", "~packer", "~content"});
-    EXPECT_EQ(expected, stage.calls);
 }
 
 // Which pictures the packer gets as they are, and what it gets for the others.
 TEST(Packeter, GivesThePackerWhatItCanTake) {
-    support::RecordingLog::Fresh();
-    const std::string jpeg = support::MakeJpeg(8, 8, false); // all of one shade
+    RecordingLog::Fresh();
     struct Row {
         std::string original;
         std::string appended;
@@ -203,70 +212,25 @@ TEST(Packeter, GivesThePackerWhatItCanTake) {
     const Row rows[] = {
         {Picture(2, -2, 8, 0, 4), "2x-2 7", false},
         {Picture(-2, 2, 24, 0, 12), "-2x2 7", false},
-        {Picture(3, 3, 0, FrameCompressionYV12, 13), "3x3 7", false},
-        {Picture(0, 5, 8, 0), "0x5 -1", false},
-        {Picture(8, 8, 16, 0), "8x-8 224"},
-        {Picture(-8, -8, 32, 0), "8x-8 224"},
-        {Picture(8, -8, 8, kOther), "8x-8 224"},
-        {Picture(9, 10, 24, kOther), "9x-10 0"}, // the rest is black
+        {Picture(3, 3, 0, FrameCompressionYV12, 13), "3x3 7 7 7", false},
+        {Picture(0, 5, 8, 0), "0x5", false},
+        {Picture(8, 8, 16, 0), "8x-8 76 255 85"},
+        {Picture(-8, -8, 32, 0), "8x-8 76 255 85"},
+        {Picture(8, -8, 8, kOther), "8x-8 76 255 85"},
+        {Picture(9, 10, 24, kOther), "9x-10 0 128 128"}, // the rest is black
     };
     for (const Row& row : rows) {
         Stage stage;
         stage.original = row.original;
-        stage.jpeg = jpeg;
+        stage.jpeg = RedJpeg(8, 8);
         EXPECT_EQ(S_OK, Viewing{}.Run(stage));
-        EXPECT_EQ(1, std::ranges::count(stage.calls, "AppendFrame " + row.appended)) << row.appended;
+        for (const char* const call : {"AppendFrame ", "GetPackedData ", "HasMoreFrames "})
+            EXPECT_EQ(1, std::ranges::count(stage.calls, call + row.appended)) << call << row.appended;
         EXPECT_EQ(row.fetched, std::ranges::count(stage.calls, "video?jpeg key") == 1) << row.appended;
     }
 }
 
-TEST(Packeter, AsksWithThisText) {
-    const std::pair<std::string_view, std::u16string> rows[] = {
-        {"", u""},
-        {"f", u"Zg=="},
-        {"fo", u"Zm8="},
-        {"foo", u"Zm9v"},
-        {"foob", u"Zm9vYg=="},
-        {"\xFB\xFF\xBF", u"+/+/"},
-        {std::string_view("\0\0", 2), u"AAA="},
-    };
-    for (const auto& [block, base64] : rows)
-        EXPECT_EQ(
-            u"GET video?original HTTP/1.1\npeer-info: 127.0.0.1:0\nUser-Agent: Morrowstream\nQV-Auth: " +
-                base64 + u"\n\n",
-            MakeRequestText({reinterpret_cast<const std::uint8_t*>(block.data()), block.size()}));
-}
-
-// Each call of a publication fails in turn: what is reported, and what is let go of.
-TEST(ThreadArgument, HarmsNobodyWhenItFails) {
-    const std::vector<std::string> nothing{kDenied, "TRASSDO: m_spProcessStateNode\n"};
-    const std::tuple<const char*, std::vector<std::string>, const char*> rows[] = {
-        {"create tree", nothing, "create tree"},
-        {"GetRootNode", nothing, "create tree, GetRootNode, ~root, ~tree"},
-        {"GetNode create", nothing, "create tree, GetRootNode, GetNode create, ~root, ~tree"},
-        {"SetValue",
-         {},
-         "create tree, GetRootNode, GetNode create, ~root, ~tree, SetValue, RemoveNode ., ~node"},
-        {"RemoveNode",
-         {kDenied},
-         "create tree, GetRootNode, GetNode create, ~root, ~tree, SetValue, RemoveNode ., ~node"},
-    };
-    for (const auto& [failing, lines, calls] : rows) {
-        auto& log = support::RecordingLog::Fresh();
-        Stage stage;
-        stage.failing = failing;
-        { const NSProcessStateTree::CThreadArgument argument(u"Name", &stage); }
-        EXPECT_EQ(lines, log.Texts()) << failing;
-        const auto logged = log.Lines();
-        for (const auto& line : logged) // all but the last come from the constructor
-            EXPECT_EQ(&line == &logged.back() ? "NSProcessStateTree::CThreadArgument::~CThreadArgument"
-                                              : "NSProcessStateTree::CThreadArgument::CThreadArgument",
-                      line.function);
-        std::string joined;
-        for (const auto& call : stage.calls)
-            joined += (joined.empty() ? "" : ", ") + call;
-        EXPECT_EQ(calls, joined);
-    }
+TEST(ThreadArgument, StandsUnderItsThreadsNumber) {
     EXPECT_EQ(u"Name/1a2c", NSProcessStateTree::ThreadArgumentPath(u"Name", 0x1A2C));
     EXPECT_EQ(u"/ffffffff", NSProcessStateTree::ThreadArgumentPath(u"", 0xFFFFFFFF));
 }
