@@ -69,6 +69,7 @@ std::optional<std::string> ReadLanguageFile(CArchiveReader* pReader, std::u16str
 }
 
 HRESULT LoadTexts(CArchiveReader* pReader, std::uint32_t nLanguage, CIniTree& oTree) {
+    LOG_AS("CUploadServer::Localize");
     const auto res = ReadLanguageFile(pReader, platform::AbbreviatedLanguageName(nLanguage));
     TRASSDO(res, return E_ELEMENT_NOT_FOUND);
     const bool bRes = oTree.LoadIni(*res);
@@ -90,6 +91,7 @@ std::u16string LanguageFileName(std::u16string_view abbreviation) {
 }
 
 HRESULT Localize(std::string& strManifest, std::string_view section, std::uint32_t nLanguage) {
+    LOG_AS("CUploadServer::Localize");
     const auto ptr = platform::FindResource(ThisModule(), kArchiveType, kLanguageArchive);
     TRASSDO(ptr, return E_FAIL);
     const ArchivePtr res(OpenArchive(ptr->bytes.data(), static_cast<std::uint32_t>(ptr->bytes.size()),

@@ -55,6 +55,7 @@ HRESULT RunArchiveTool(const std::string& strFolder, std::u16string_view archive
 
 std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& params, std::u16string_view host,
                                    const char* szFormat) {
+    LOG_AS("CUploadServer::MakeJar");
     const std::u16string_view jarName = ValueOf(params, u"JarName");
     const std::u16string_view login = ValueOf(params, u"login");
     const std::u16string_view password = ValueOf(params, u"password");

@@ -11,8 +11,7 @@
 
 namespace {
 
-using support::Lines;
-using support::RecordingLog;
+using namespace support;
 
 // "section{key=text|...}..." of what was read, and whether it was read to its end.
 std::string Parsed(std::string_view text) {
@@ -79,7 +78,7 @@ TEST(Localize, AppendsTheModulesOwnTexts) {
                         {1079}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.language);
-        const support::CodePage page(platform::CodePageOfLanguage(row.language));
+        const CodePage page(platform::CodePageOfLanguage(row.language));
         std::string sendora = "SRV: x\r\n";
         ASSERT_EQ(S_OK, Localize(sendora, "Sendora", row.language));
         EXPECT_TRUE(sendora.starts_with("SRV: x\r\n" + std::string(row.first)));
@@ -95,18 +94,11 @@ TEST(Localize, AppendsTheModulesOwnTexts) {
     EXPECT_EQ(log.Texts(), Lines());
 }
 
-std::string Utf16(std::u16string_view text) {
-    std::string bytes;
-    for (const char16_t c : text)
-        bytes += support::Le16(c);
-    return bytes;
-}
-
 TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
-    const std::string good = Utf16(u"\uFEFF[Sendora]\r\nok=\u0414\u0430\r\n");
-    std::string damaged = support::Zip({{"gui.eng.ini", std::string(100, 'x')}});
+    const std::string good = Utf16(u"[Sendora]\r\nok=\u0414\u0430\r\n");
+    std::string damaged = Zip({{"gui.eng.ini", std::string(100, 'x')}});
     damaged[41] = 7; // no type of block
-    std::string mismatched = support::Zip({{"gui.eng.ini", good}});
+    std::string mismatched = Zip({{"gui.eng.ini", good}});
     mismatched[8] = 9;
     struct Row {
         const char* name;
@@ -117,28 +109,24 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
     };
     const std::string noKeys = "TRASSDO: oKeys.size()\n";
     const Row rows[] = {
-        {"UTF-16", support::Zip({{"GUI.Eng.INI", good}}), 1033, S_OK, "ok: \u0414\u0430\r\n"},
-        {"without a mark", support::Zip({{"gui.eng.ini", good.substr(2) + "d"}}), 1033, S_OK,
-         "ok: \u0414\u0430\r\n"},
-        {"Russian in the thread's code page",
-         support::Zip({{"gui.rus.ini", "[Sendora]\nok=\xC4\xE0", false}}), 1049, S_OK,
-         "ok: \u0414\u0430\r\n"},
+        {"UTF-16", Zip({{"GUI.Eng.INI", good}}), 1033, S_OK, "ok: \u0414\u0430\r\n"},
+        {"without a mark", Zip({{"gui.eng.ini", good.substr(2) + "d"}}), 1033, S_OK, "ok: \u0414\u0430\r\n"},
+        {"Russian in the thread's code page", Zip({{"gui.rus.ini", "[Sendora]\nok=\xC4\xE0", false}}), 1049,
+         S_OK, "ok: \u0414\u0430\r\n"},
         {"no archive", "nothing like it", 1033, E_UNEXPECTED, "TRASSDO: res\n"},
-        {"no such language", support::Zip({{"gui.eng.ini", good}}), 3082, E_ELEMENT_NOT_FOUND,
-         "TRASSDO: res\n"},
+        {"no such language", Zip({{"gui.eng.ini", good}}), 3082, E_ELEMENT_NOT_FOUND, "TRASSDO: res\n"},
         {"damaged file", damaged, 1033, E_FAIL, noKeys},
         {"headers that disagree", mismatched, 1033, E_FAIL, noKeys},
-        {"a bomb", support::Zip({{"gui.eng.ini", std::string((1U << 20) + 1, '\0')}}), 1033, E_FAIL, noKeys},
-        {"broken line", support::Zip({{"gui.eng.ini", good + Utf16(u"broken")}}), 1033, E_FAIL,
+        {"a bomb", Zip({{"gui.eng.ini", std::string((1U << 20) + 1, '\0')}}), 1033, E_FAIL, noKeys},
+        {"broken line", Zip({{"gui.eng.ini", good + Utf16(u"broken").substr(2)}}), 1033, E_FAIL,
          "TRASSDO: bRes\n"},
-        {"another section", support::Zip({{"gui.eng.ini", Utf16(u"\uFEFF[sendora]\r\nok=OK")}}), 1033, E_FAIL,
-         noKeys},
+        {"another section", Zip({{"gui.eng.ini", Utf16(u"[sendora]\r\nok=OK")}}), 1033, E_FAIL, noKeys},
     };
-    const support::CodePage page(1251);
+    const CodePage page(1251);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         auto& log = RecordingLog::Fresh();
-        const support::OtherResources other({support::Neutral(u"ZIP", 211, row.archive)});
+        const OtherResources other({Neutral(u"ZIP", 211, row.archive)});
         std::string manifest = "SRV: x\r\n";
         EXPECT_EQ(row.hr, Localize(manifest, "Sendora", row.language));
         if (row.hr == S_OK) {
@@ -146,10 +134,11 @@ TEST(Localize, EachFailureLeavesTheManifestAndSaysWhy) {
         } else {
             EXPECT_EQ("SRV: x\r\n", manifest);
             EXPECT_EQ(log.Texts(), (Lines{row.result}));
+            EXPECT_EQ("CUploadServer::Localize", log.Lines().at(0).function);
         }
     }
     auto& log = RecordingLog::Fresh();
-    const support::OtherResources none({});
+    const OtherResources none({});
     std::string manifest;
     EXPECT_EQ(E_FAIL, Localize(manifest, "Sendora", 1033));
     EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: ptr\n"}));

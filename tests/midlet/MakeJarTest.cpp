@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "midlet/ArchiveFiles.h"
-#include "midlet/Localize.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
 #include "platform/resources.h"
@@ -21,26 +20,28 @@
 namespace {
 
 namespace fs = std::filesystem;
-using support::Lines;
-using support::RecordingLog;
+using namespace support;
 
-// Both templates are the same archive; the tool may be the test's own. The temporary folder is empty.
-std::vector<rescomp::Resource> Templates(const std::string& archive, const std::string& tool = "") {
-    const auto real = [](const char16_t* type, std::uint16_t number) {
-        return std::string(platform::FindResource(ThisModule(), type, number).value().Text());
-    };
-    std::filesystem::remove_all(platform::TemporaryFolder());
-    using support::Neutral;
-    return {Neutral(u"JAR", kUploadMidlet, archive), Neutral(u"JAR", kViewingMidlet, archive),
-            Neutral(u"EXE", 209, tool.empty() ? real(u"EXE", 209) : tool),
-            Neutral(u"ZIP", 211, real(u"ZIP", 211))};
+std::string Resource(const char16_t* type, std::uint16_t number) {
+    return std::string(platform::FindResource(ThisModule(), type, number).value().Text());
+}
+
+// The module's archive tool, or the test's own, and texts of the test's own; both midlets are the same
+// archive. The temporary folder is empty.
+std::vector<rescomp::Resource> Resources(const std::string& midlet, const std::string& tool = "") {
+    fs::remove_all(platform::TemporaryFolder());
+    const std::string texts = Utf16(u"[Sendora]\r\nok=\u0414\u0430\r\n[Viewlander]\r\nok=\u041D\u0435\u0442");
+    return {Neutral(u"JAR", kUploadMidlet, midlet), Neutral(u"JAR", kViewingMidlet, midlet),
+            Neutral(u"EXE", 209, tool.empty() ? Resource(u"EXE", 209) : tool),
+            Neutral(u"ZIP", 211, Zip({{"gui.eng.ini", texts}}))};
 }
 
 std::string Template() {
-    return support::Zip({{"META-INF/MANIFEST.MF", "Manifest-Version: 1.0\r\nOld: yes\r\n"},
-                         {"Quillstart.class", std::string(3000, 'c')},
-                         {"icons/logo_small.png", "icon", false},
-                         {"meta-inf/Manifest.mf", "another one"}});
+    return Zip({{"META-INF/", "", false},
+                {"META-INF/MANIFEST.MF", "Manifest-Version: 1.0\r\nOld: yes\r\n"},
+                {"Quillstart.class", std::string(3000, 'c')},
+                {"icons/logo_small.png", "icon", false},
+                {"meta-inf/Manifest.mf", "another one"}});
 }
 
 // The entries' names in their order, and each one's content.
@@ -54,7 +55,7 @@ std::vector<std::pair<std::string, std::string>> Entries(const std::string& arch
     for (std::int32_t n = 0, count = entry.nIndex; n < count; ++n) {
         EXPECT_EQ(kArchiveOk, GetArchiveItem(handle->pReader, n, &entry));
         std::string data(entry.nUncompressedSize, '\0');
-        EXPECT_EQ(kArchiveMore, ReadArchiveItem(handle->pReader, n, data.data(), entry.nUncompressedSize));
+        ReadArchiveItem(handle->pReader, n, data.data(), entry.nUncompressedSize);
         entries.emplace_back(platform::ToUtf8(entry.szName), data);
     }
     return entries;
@@ -78,28 +79,31 @@ constexpr char kHead[] = "Manifest-Version: 1.0\r\n"
                          "logo: /icons/logo_big.png\r\n"
                          "testJPEG: /icons/test.jpg\r\n"
                          "RESOURCE: /mobile/video\r\n";
-constexpr char kCameras[] = "CAMLIST: /xslt/enum/all?xslt=cameras.xsl\r\n"
-                            "RANGES: /xslt/<hash>/ranges?xslt=archives.xsl\r\n";
+constexpr char kViewing[] = "CAMLIST: /xslt/enum/all?xslt=cameras.xsl\r\n"
+                            "RANGES: /xslt/<hash>/ranges?xslt=archives.xsl\r\nok: \u041D\u0435\u0442\r\n";
 
 TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
-    const support::OtherResources templates(Templates(Template()));
+    const OtherResources resources(Resources(Template()));
     struct Row {
         QueryMap params;
         std::u16string host;
         const char* format;
-        std::string lines; // between the head and the texts
+        std::string lines; // behind the head
     };
     const Row rows[] = {
         {{{u"JarName", u"Sendora"}, {u"login", u"yard"}, {u"password", u"demo"}},
          u"10.0.0.1:8080",
          "320x240",
          "MIDlet-Name: Sendora\r\nMIDlet-1: Sendora, /icons/logo_small.png, Quillstart\r\nLOGIN: yard\r\n"
-         "PSW: demo\r\nSRV: 10.0.0.1:8080\r\nFORMAT: 320x240\r\n"},
-        {{}, u"", "", "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nSRV: \r\nFORMAT: \r\n"},
+         "PSW: demo\r\nSRV: 10.0.0.1:8080\r\nFORMAT: 320x240\r\nok: \u0414\u0430\r\n"},
+        {{},
+         u"",
+         "",
+         "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nSRV: \r\nFORMAT: \r\nok: \u0414\u0430\r\n"},
         {{{u"JarName", u""}, {u"login", u""}, {u"password", u"x"}, {u"other", u"y"}},
          u"h",
          nullptr,
-         "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nPSW: x\r\nSRV: h\r\n" + std::string(kCameras)},
+         "MIDlet-1: , /icons/logo_small.png, Quillstart\r\nPSW: x\r\nSRV: h\r\n" + std::string(kViewing)},
         {{{u"JarName", u"\u041C\u043E\u0439 \"$(id)\" '; *%s\u20AC"},
           {u"login", u"- \"q\" \\"},
           {u"password", u"`x`"}},
@@ -107,34 +111,34 @@ TEST(MakeJar, PutsThePersonalManifestIntoTheTemplate) {
          nullptr,
          "MIDlet-Name: \xCC\xEE\xE9 \"$(id)\" '; *%s\x88\r\nMIDlet-1: \xCC\xEE\xE9 \"$(id)\" '; *%s\x88, "
          "/icons/logo_small.png, Quillstart\r\nLOGIN: - \"q\" \\\r\nPSW: `x`\r\nSRV: hLOGIN: forged\r\n" +
-             std::string(kCameras)},
+             std::string(kViewing)},
         {{{u"JarName", std::u16string(100, u'n')}, {u"login", std::u16string(5000, u'l')}},
          u"h",
          nullptr,
          "MIDlet-Name: " + std::string(100, 'n') + "\r\nMIDlet-1: " + std::string(100, 'n') +
              ", /icons/logo_small.png, Quillstart\r\nLOGIN: " + std::string(5000, 'l') + "\r\nSRV: h\r\n" +
-             kCameras},
+             kViewing},
     };
-    const support::CodePage page(1251);
+    const CodePage page(1251);
     for (const Row& row : rows) {
         auto& log = RecordingLog::Fresh();
-        std::string manifest = kHead + row.lines;
-        ASSERT_EQ(S_OK, Localize(manifest, row.format == nullptr ? "Viewlander" : "Sendora"));
         const auto archive =
             MakeJar(row.format == nullptr ? kViewingMidlet : kUploadMidlet, row.params, row.host, row.format);
         EXPECT_EQ(log.Texts(), Lines());
         ASSERT_TRUE(archive);
-        const auto entries = Entries(*archive);
-        ASSERT_EQ(3U, entries.size());
-        EXPECT_EQ(std::pair(std::string("Quillstart.class"), std::string(3000, 'c')), entries[0]);
-        EXPECT_EQ(std::pair(std::string("icons/logo_small.png"), std::string("icon")), entries[1]);
-        EXPECT_EQ(std::pair(std::string("META-INF/manifest.mf"), manifest), entries[2]);
+        // Where the template had it, in front of all that a reader of streams meets.
+        const std::vector<std::pair<std::string, std::string>> expected = {
+            {"META-INF/", ""},
+            {"META-INF/MANIFEST.MF", kHead + row.lines},
+            {"Quillstart.class", std::string(3000, 'c')},
+            {"icons/logo_small.png", "icon"}};
+        EXPECT_EQ(expected, Entries(*archive));
         EXPECT_EQ(LeftBehind(), Lines());
     }
 }
 
 TEST(MakeJar, RefusesWhatIsNoFileNameOrWouldForgeLines) {
-    const support::OtherResources templates(Templates(Template()));
+    const OtherResources resources(Resources(Template()));
     std::vector<QueryMap> rows;
     for (const std::u16string name :
          {u"../x", u"a/b", u"a\\b", u"-d", u".", u".hidden", u"a\nb", u"a\tb", u"a\u0085b"})
@@ -179,7 +183,7 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const support::OtherResources templates(Templates(Template(), row.tool));
+        const OtherResources resources(Resources(Template(), row.tool));
         auto& log = RecordingLog::Fresh();
         if (row.inTheWay != nullptr) {
             const std::string path = platform::TemporaryFolder() + row.inTheWay;
@@ -188,6 +192,8 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
         }
         const auto archive = MakeJar(kUploadMidlet, params, u"h", "");
         EXPECT_EQ(row.reports, log.Texts());
+        for (const auto& line : log.Lines())
+            EXPECT_EQ("CUploadServer::MakeJar", line.function);
         EXPECT_EQ(row.left, LeftBehind());
         ASSERT_EQ(row.isMade, archive.has_value());
         if (archive) {
@@ -196,21 +202,19 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
     }
     // The installed zip refuses an archive of no bytes, and that is what comes back.
     {
-        const support::OtherResources none({support::Neutral(
-            u"EXE", 209, std::string(platform::FindResource(ThisModule(), u"EXE", 209).value().Text()))});
+        const OtherResources none({Neutral(u"EXE", 209, Resource(u"EXE", 209))});
         auto& log = RecordingLog::Fresh();
         EXPECT_EQ("", MakeJar(kUploadMidlet, params, u"h", ""));
         EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: ptr\n"}));
     }
     // The next build does not stumble over what is there, nor take it for its own.
-    const support::OtherResources templates(Templates(Template()));
+    const OtherResources resources(Resources(Template()));
     ASSERT_EQ(S_OK, platform::CreateFolder(platform::TemporaryFolder() + "META-INF"));
-    for (const char* const name : {"x.jar", "zip.exe", "META-INF/manifest.mf"})
+    for (const char* const name : {"x.jar", "zip.exe", "META-INF/manifest.mf", "META-INF/MANIFEST.MF"})
         ASSERT_EQ(S_OK, platform::WriteWholeFile(platform::TemporaryFolder() + name, std::string(9999, 's')));
     const auto archive = MakeJar(kUploadMidlet, params, u"h", "");
     ASSERT_TRUE(archive);
-    EXPECT_EQ(3U, Entries(*archive).size());
-    EXPECT_EQ(std::string::npos, Entries(*archive)[2].second.find("sss"));
+    EXPECT_TRUE(Entries(*archive).at(1).second.starts_with(kHead));
     EXPECT_EQ(LeftBehind(), Lines());
 }
 

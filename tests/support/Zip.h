@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <zlib.h>
@@ -14,6 +15,14 @@ inline std::string Le16(std::uint32_t value) {
 }
 inline std::string Le32(std::uint32_t value) {
     return Le16(value) + Le16(value >> 16);
+}
+
+// Text of a language file.
+inline std::string Utf16(std::u16string_view text) {
+    std::string bytes = "\xFF\xFE";
+    for (const char16_t c : text)
+        bytes += Le16(c);
+    return bytes;
 }
 
 struct ZipItem {
