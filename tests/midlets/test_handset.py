@@ -15,6 +15,9 @@ from downloads import DownloadCase, main
 from expected import manifest
 from screen import read_clock
 
+JAVA = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC"]
+STREAMED_MANIFEST = Path(__file__).resolve().parent / "StreamedManifest.java"
+
 
 class Handset(DownloadCase):
     def setUp(self):
@@ -25,9 +28,8 @@ class Handset(DownloadCase):
         host.start()
 
     def start_handset(self, archive, *arguments):
-        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-jar", downloads.options.handset]
-        return subprocess.Popen([*java, str(archive), *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                text=True)
+        return subprocess.Popen([*JAVA, "-jar", downloads.options.handset, str(archive), *arguments],
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
 
     def run_handset(self, archive, *arguments):
         """Its exit status and what was on its screen."""
@@ -38,9 +40,11 @@ class Handset(DownloadCase):
     def get(self, midlet, login):
         archive = self.download(f"/mobile/{midlet}.jar?JarName={midlet}", f"{login}:demo", f"{midlet}.jar")
         subprocess.run(["unzip", "-tq", str(archive)], check=True, stdout=subprocess.DEVNULL)
-        self.assertEqual(
-            self.manifest_of(archive),
-            manifest(midlet, midlet, login, "demo", self.server, "320x240", "utf-8", "gui.eng.ini"))
+        expected = manifest(midlet, midlet, login, "demo", self.server, "320x240", "utf-8", "gui.eng.ini")
+        self.assertEqual(self.manifest_of(archive), expected)
+        # A reader of streams, as on desktops and Android, finds it too.
+        streamed = subprocess.run([*JAVA, str(STREAMED_MANIFEST), str(archive)], check=True, stdout=subprocess.PIPE)
+        self.assertEqual(set(streamed.stdout.decode().split("\n")), set(expected.decode().split("\r\n")))
         return archive
 
     def connections(self, name):
