@@ -16,7 +16,8 @@ namespace {
 
 // Each socket is closed once: 0 stands for one that is closed, or that has found its owner.
 void Close(SOCKET& hSocket) noexcept {
-    if (const SOCKET hOpen = std::exchange(hSocket, 0))
+    const SOCKET hOpen = std::exchange(hSocket, 0);
+    if (hOpen != 0 && hOpen != INVALID_SOCKET)
         platform::closesocket(hOpen);
 }
 
