@@ -33,7 +33,8 @@ platform::TakeValue Server(ServerAddress& target) {
 platform::TakeValue Login(std::string& target) {
     return [&target](std::string_view, std::string_view value) {
         if (value.find(':') != std::string_view::npos)
-            throw platform::UsageError("a login cannot hold a colon"); // it ends the login in the credentials (RFC 7617)
+            throw platform::UsageError(
+                "a login cannot hold a colon"); // it ends the login in the credentials (RFC 7617)
         target = value;
     };
 }

@@ -50,8 +50,8 @@ std::optional<UploadCommand> ParseUpload(Arguments arguments);
 std::optional<ViewCommand> ParseView(Arguments arguments);
 std::optional<InstallCommand> ParseInstall(Arguments arguments);
 
-// Reads the arguments and does what they say until it is done, it fails or `stop` is readable; prints what came of it. The
-// exit status of the program. Each throws platform::UsageError.
+// Reads the arguments and does what they say until it is done, it fails or `stop` is readable; prints what
+// came of it. The exit status of the program. Each throws platform::UsageError.
 int RunUpload(Arguments arguments, int stop);
 int RunView(Arguments arguments, int stop);
 // Writes the archive whole or not at all.
@@ -83,10 +83,11 @@ std::vector<OneReport> RunSideBySide(std::size_t count, const std::function<OneR
     return reports;
 }
 
-// How many phones did not come to a good end. The first few are named with their reasons: a server that is away fails all
-// of them alike.
+// How many phones did not come to a good end. The first few are named with their reasons: a server that is
+// away fails all of them alike.
 template <class OneReport>
-std::size_t CountBad(const std::vector<OneReport>& reports, const std::function<std::string(std::size_t)>& who) {
+std::size_t CountBad(const std::vector<OneReport>& reports,
+                     const std::function<std::string(std::size_t)>& who) {
     constexpr std::size_t kMostReasons = 5;
     std::size_t bad = 0;
     for (std::size_t i = 0; i < reports.size(); ++i) {

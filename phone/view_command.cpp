@@ -91,8 +91,8 @@ int Summarise(const std::vector<ViewReport>& reports) {
         std::ranges::sort(rates);
         char line[160];
         std::snprintf(line, sizeof line,
-                      "slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all", rates.front(),
-                      rates[rates.size() / 2], rates.back(), bytes);
+                      "slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all",
+                      rates.front(), rates[rates.size() / 2], rates.back(), bytes);
         std::cout << line << ", " << reports.size() - bad << " of " << reports.size() << " viewers to the end"
                   << std::endl;
     }

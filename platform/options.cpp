@@ -10,7 +10,8 @@ namespace platform {
 namespace {
 
 int Complain(std::string_view name, std::string what, int status) {
-    std::ranges::replace_if(what, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    std::ranges::replace_if(
+        what, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
     // The two outputs often share a terminal: what was printed before comes before.
     std::fflush(stdout);
     std::fprintf(stderr, "%.*s: %s\n", static_cast<int>(name.size()), name.data(), what.c_str());
@@ -62,7 +63,8 @@ std::string NumberText(double number) {
 }
 
 UsageError WrongValue(std::string_view name, std::string_view what, std::string_view value) {
-    return UsageError(std::string(name) + " takes " + std::string(what) + ", not \"" + std::string(value) + "\"");
+    return UsageError(std::string(name) + " takes " + std::string(what) + ", not \"" + std::string(value) +
+                      "\"");
 }
 
 } // namespace platform

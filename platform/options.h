@@ -1,7 +1,7 @@
 // Reading a program's command line, and how a program ends.
 //
-// A program has a table of its options: a name each, and what takes the value. ReadOptions goes through the arguments
-// in their order, so a later one wins.
+// A program has a table of its options: a name each, and what takes the value. ReadOptions goes through the
+// arguments in their order, so a later one wins.
 #pragma once
 
 #include <charconv>
@@ -38,18 +38,22 @@ struct Option {
     bool isFlag = false; // has no value; `take` gets an empty one
 };
 
-// Throws UsageError for an unknown argument or a missing value. `takePlain` gets what does not begin with a "-" (and
+// Throws UsageError for an unknown argument or a missing value. `takePlain` gets what does not begin with a
+// "-" (and
 // "-" itself); without it that is unknown, too. False as soon as "--help" is met, unless the table has it.
-MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments, std::span<const Option> options,
+MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments,
+                                     std::span<const Option> options,
                                      const std::function<void(std::string_view)>& takePlain = {});
 
-// Runs a program's work and gives its exit status. What it throws becomes one line on standard error behind the program's
-// name, without control characters: kExitMisuse for a UsageError, with a hint at --help, kExitFailed for the rest.
+// Runs a program's work and gives its exit status. What it throws becomes one line on standard error behind
+// the program's name, without control characters: kExitMisuse for a UsageError, with a hint at --help,
+// kExitFailed for the rest.
 MORROW_PLATFORM_API int RunProgram(std::string_view name, int count, const char* const* values,
                                    const std::function<int(std::span<const std::string_view>)>& work);
 
 // "NAME takes WHAT, not "VALUE"".
-MORROW_PLATFORM_API UsageError WrongValue(std::string_view name, std::string_view what, std::string_view value);
+MORROW_PLATFORM_API UsageError WrongValue(std::string_view name, std::string_view what,
+                                          std::string_view value);
 
 // As a person writes it: 0.01 and not 0.010000.
 MORROW_PLATFORM_API std::string NumberText(double number);

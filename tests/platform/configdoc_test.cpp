@@ -1,7 +1,9 @@
 #include "platform/configdoc/configdoc.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -32,52 +34,46 @@ std::string Repeated(std::string_view text, std::size_t times) {
 }
 
 TEST(ConfigDocument, RefusesWhatIsNoHonestDocument) {
-    const std::pair<std::string, bool> rows[] = {
-        {"<a/>", true},
-        {"<?xml version='1.0' encoding='UTF-16'?><!-- <&x; --><a>&lt;&#x41;<![CDATA[<&x;]]></a>\n<?p &q;?>",
-         true},
-        {"<a b='1' c=\"'&gt;'\"/>", true},
-        {Repeated("<a>", 100) + Repeated("</a>", 100), true},
-        {Repeated("<a>", 101) + Repeated("</a>", 101), false},
-        {"", false},
-        {"text", false},
-        {"<a>", false},
-        {"<a></b>", false},
-        {"<a/><b/>", false},
-        {"<a", false},
-        {"<a b='", false},
-        {"<a b='<'/>", false},
-        {"</a>", false},
-        {"<!-- <a/>", false},
-        {"<a b='1' b='2'/>", false},
-        {"<!DOCTYPE a><a/>", false},
-        {"<!DOCTYPE a [<!ENTITY x \"y\">]><a>&x;</a>", false},
-        {"<a>&x;</a>", false},
-        {"<a>&</a>", false},
-        {"<a b='&x;'/>", false},
-        {"<a>&#0;</a>", false},
-        {"<a>&#x1F;</a>", false},
-        {"<a>&#xD800;</a>", false},
-        {"<a>&#4294967361;</a>", false},
-        {"<a>\x01</a>", false},
-        {"<a" + Repeated(" b='1'", 257) + "/>", false},
-        {"<a>" + Repeated("<b/>", 500'000) + "</a>", false},
-        {"<a>" + std::string(platform::kDocumentBytesLimit, ' ') + "</a>", false},
+    using std::string;
+    const auto expect = [](const std::vector<string>& documents, HRESULT hr) {
+        for (const string& xml : documents) {
+            const auto document = NewDocument();
+            EXPECT_EQ(hr, document->LoadXml(WideOf(xml).Get())) << xml.substr(0, 60);
+            EXPECT_EQ(hr == S_OK, bool(RootOf(document)));
+        }
     };
-    for (const auto& [xml, good] : rows) {
-        const auto document = NewDocument();
-        EXPECT_EQ(good ? S_OK : kStatusNotADocument, document->LoadXml(WideOf(xml).Get()))
-            << xml.substr(0, 60);
-        EXPECT_EQ(good, bool(RootOf(document)));
-    }
-    const auto document = NewDocument();
-    for (const std::u16string_view text : {u"<a>\xD800</a>", u"<a>\xFFFE</a>"})
-        EXPECT_EQ(kStatusNotADocument, document->LoadXml(Bstr(text).Get()));
-    EXPECT_EQ(kStatusNotADocument, document->LoadXml(Bstr(std::u16string_view(u"<a>\0</a>", 8)).Get()));
-    EXPECT_EQ(kStatusNotADocument, document->LoadXml(nullptr));
+    expect(
+        {"<?xml version='1.0' encoding='UTF-16'?><!-- <&x; --><a>&lt;&#x41;<![CDATA[<&x;]]></a>\n<?p &q;?>",
+         "<a b='1' c=\"'&gt;'\"/>", Repeated("<a>", 100) + Repeated("</a>", 100)},
+        S_OK);
+    expect({Repeated("<a>", 101) + Repeated("</a>", 101),
+            "text",
+            "<a></b>",
+            "<a/><b/>",
+            "<a b='",
+            "<a b='<'/>",
+            "</a>",
+            "<!-- <a/>",
+            "<a b='1' b='2'/>",
+            "<!DOCTYPE a [<!ENTITY x \"y\">]><a>&x;</a>",
+            "<a>&x;</a>",
+            "<a>&</a>",
+            "<a b='&x;'/>",
+            "<a>&#0;</a>",
+            "<a>&#x1F;</a>",
+            "<a>&#xD800;</a>",
+            "<a>&#4294967361;</a>",
+            "<a>\x01</a>",
+            "<a" + Repeated(" b='1'", 257) + "/>",
+            "<a>" + Repeated("<b/>", 500'000) + "</a>",
+            "<a>" + string(platform::kDocumentBytesLimit, ' ') + "</a>"},
+           kStatusNotADocument);
     // What was there stays.
+    const auto document = NewDocument();
     EXPECT_EQ(S_OK, document->LoadXml(Bstr(u"\uFEFF<b/>").Get()));
-    EXPECT_EQ(kStatusNotADocument, document->LoadXml(Bstr(u"<c>").Get()));
+    for (const Bstr& text : {Bstr(u"<a>\xD800</a>"), Bstr(u"<a>\xFFFE</a>"), Bstr(u"<c>"), Bstr(),
+                             Bstr(std::u16string_view(u"<a>\0</a>", 8))})
+        EXPECT_EQ(kStatusNotADocument, document->LoadXml(text.Get()));
     EXPECT_EQ("<b/>", XmlOf(document));
 }
 
@@ -89,29 +85,29 @@ TEST(ConfigDocument, FilesComeInTheUnicodeEncodingsAndGoInOne) {
     EXPECT_EQ(E_UNEXPECTED, document->Save(wide.c_str(), 0));
     EXPECT_EQ(platform::StatusFromError(platform::kErrorFileNotFound), document->Load(wide.c_str(), 0));
     using namespace std::string_literals;
-    const std::pair<std::string, bool> rows[] = {
-        {"<a>\xD0\x94</a>", true},
-        {"\xEF\xBB\xBF<a>\xD0\x94</a>", true},
-        {"\xFF\xFE<\0a\0>\0\x14\x04<\0/\0a\0>\0"s, true},
-        {"\xFE\xFF\0<\0a\0>\x04\x14\0<\0/\0a\0>"s, true},
-        {"<a>\xC4</a>", false},
-        {"<a>\xED\xA0\x80</a>", false},
-        {"\xFF\xFE<"s, false},
-        {"\xFF\xFE<\0a\0/\0>\0x"s, false},
-        {"", false},
-    };
-    for (const auto& [bytes, good] : rows) {
+    const auto load = [&](const std::string& bytes) {
         std::ofstream(path, std::ios::binary) << bytes;
-        EXPECT_EQ(good ? S_OK : kStatusNotADocument, document->Load(wide.c_str(), 0)) << bytes;
-        EXPECT_EQ("<a>Д</a>", XmlOf(document)) << bytes;
+        return document->Load(wide.c_str(), 0);
+    };
+    for (const std::string& good :
+         {"<a>\xD0\x94</a>"s, "\xEF\xBB\xBF<a>\xD0\x94</a>"s, "\xFF\xFE<\0a\0>\0\x14\x04<\0/\0a\0>\0"s,
+          "\xFE\xFF\0<\0a\0>\x04\x14\0<\0/\0a\0>"s}) {
+        EXPECT_EQ(S_OK, load(good)) << good;
+        EXPECT_EQ("<a>Д</a>", XmlOf(document)) << good;
     }
+    for (const std::string& bad :
+         {"<a>\xC4</a>"s, "<a>\xED\xA0\x80</a>"s, "\xFF\xFE<"s, "\xFF\xFE<\0a\0/\0>\0x"s, ""s})
+        EXPECT_EQ(kStatusNotADocument, load(bad)) << bad;
+    EXPECT_EQ("<a>Д</a>", XmlOf(document)) << "as it was";
     // White space lays out what has elements in it, and is a value where it stands alone. Every character
     // that was taken comes back.
     const std::string xml =
         "<a b=\"&#9;&quot;&lt;&amp;'\"><b>x<c>1</c></b><d>  </d><e><f/><g>&#13;\n&lt;]]&gt;</g></e></a>";
     EXPECT_EQ(S_OK, document->LoadXml(WideOf(xml).Get()));
     std::ranges::replace(wide, u'/', u'\\');
+    std::filesystem::create_hard_link(path, folder.File("old"));
     EXPECT_EQ(S_OK, document->Save(wide.c_str(), 0));
+    EXPECT_EQ("", platform::ReadWholeFile(folder.File("old"))) << "replaced, not written over";
     const std::string saved = platform::ReadWholeFile(path).value_or("");
     EXPECT_TRUE(saved.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a b=")) << saved;
     EXPECT_NE(std::string::npos, saved.find("\n\t<e>\n\t\t<f />\n")) << saved;
@@ -146,24 +142,15 @@ TEST(ConfigDocument, SelectsByPathsFromTheElement) {
          "<item><Name>x</Name>1</item> <item><Name>O'B&amp;\"</Name><Name>y</Name></item>"},
         {u"../..", ""},
         {u"nothing", ""},
-        {u"", "refused"},
-        {u"item[", "refused"},
-        {u"item['x]", "refused"},
-        {u"count(item)", "refused"},
-        {u"item | item", "refused"},
-        {u"following::item", "refused"},
-        {u"$x", "refused"},
-        {u"//item//Name", "refused"},
-        {u"item[../item/Name='x']", "refused"},
-        {u"item[/r]", "refused"},
-        {u"item[Name=Name]", "refused"},
-        {u"item/", "refused"},
-        {nullptr, "refused"},
     };
     for (const auto& [expression, expected] : rows)
-        EXPECT_EQ(expected, Selection(cams, expression)) << platform::ToUtf8(expression ? expression : u"");
-    EXPECT_EQ("refused", Selection(cams, WideOf("a" + Repeated("/a", 100)).Get()));
-    EXPECT_EQ("refused", Selection(cams, WideOf("a[b='" + std::string(70'000, 'x') + "']").Get()));
+        EXPECT_EQ(expected, Selection(cams, expression)) << platform::ToUtf8(expression);
+    for (const std::string& bad : std::vector<std::string>{
+             "", "item[", "item['x]", "count(item)", "item | item", "following::item", "$x", "//item//Name",
+             "item[../item/Name='x']", "item[/r]", "item[Name=Name]", "item/", "a" + Repeated("/a", 100),
+             "a[b='" + std::string(70'000, 'x') + "']"})
+        EXPECT_EQ("refused", Selection(cams, WideOf(bad).Get())) << bad.substr(0, 50);
+    EXPECT_EQ("refused", Selection(cams, nullptr));
     EXPECT_EQ("Name/text()", ValueOf(first, u"../@KeyXPath"));
     ComPtr<IConfigNode> node;
     EXPECT_EQ(E_ELEMENT_NOT_FOUND, first->SelectOne(u"nothing", node.Receive()));

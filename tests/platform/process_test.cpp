@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -15,6 +14,7 @@
 #include "platform/status.h"
 #include "platform/temporary_folder.h"
 #include "platform/text.h"
+#include "support/Wait.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -72,25 +72,19 @@ TEST(ProcessTest, HandsOverArgumentsAndNothingElse) {
 
 TEST(ProcessTest, EndsWhatTakesTooLongWithAllThatItStarted) {
     const TempFolder folder;
-    const auto start = std::chrono::steady_clock::now();
     {
         auto process =
             Process::Start(Shell("sleep 600 & echo $! > child; mv child started; wait"), folder.Path());
-        ASSERT_TRUE(process);
-        while (!fs::exists(folder.File("started")))
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_TRUE(process && support::Eventually([&] { return fs::exists(folder.File("started")); }));
         EXPECT_FALSE(process->Wait(50));
         EXPECT_EQ(platform::kErrorWaitTimeout, platform::LastError());
     }
     const int child = std::stoi(platform::ReadWholeFile(folder.File("started")).value());
     // The orphan goes to whoever collects those, or stays a zombie where nobody does.
-    const auto runs = [&] {
+    EXPECT_TRUE(support::Eventually([&] {
         const auto status = platform::ReadWholeFile("/proc/" + std::to_string(child) + "/status");
-        return status && status->find("State:\tZ") == std::string::npos;
-    };
-    while (runs() && std::chrono::steady_clock::now() - start < std::chrono::seconds(20))
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_FALSE(runs());
+        return !status || status->find("State:\tZ") != std::string::npos;
+    }));
 }
 
 TEST(ProcessTest, TellsWhyItCannotStart) {
@@ -100,8 +94,7 @@ TEST(ProcessTest, TellsWhyItCannotStart) {
         {{}, platform::kErrorInvalidParameter},
         {{folder.File("missing")}, platform::kErrorFileNotFound},
         {{folder.File("text")}, platform::kErrorAccessDenied},
-        {{"/bin/sh", std::string("a\0b", 3)}, platform::kErrorInvalidParameter},
-    };
+        {{"/bin/sh", std::string("a\0b", 3)}, platform::kErrorInvalidParameter}};
     for (const auto& [arguments, error] : rows) {
         EXPECT_FALSE(Process::Start(arguments, folder.Path()));
         EXPECT_EQ(error, platform::LastError());
