@@ -85,7 +85,9 @@ TEST_F(ViewingIntake, ResolvesTheSourceOrRejects) {
     }
     m_stage.nodes.erase(u"other");
     Fail("");
+    m_log.Clear();
     EXPECT_EQ(E_POINTER, Connect(u"yard", 0, 0));
+    EXPECT_EQ("TRASSDO: hSocket && pXmlConfig\n", m_log.Texts().at(1));
     for (const std::int32_t size : {-1, 1}) {
         TcpPair unreadable;
         EXPECT_EQ(E_INVALIDARG, m_server->OnConnection(nullptr, unreadable.Adopt(), 0, size, nullptr));

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -31,34 +30,29 @@ std::string Picture(std::int32_t width, std::int32_t height, std::uint16_t bits,
     return std::string(reinterpret_cast<const char*>(&header), sizeof header) + std::string(size, '\x07');
 }
 
-// One packeter on this thread, and whether all that it had is gone behind it.
-struct Viewing {
-    std::function<void(TcpPair&, SOCKET)> prepare = [](auto&, SOCKET) {};
-    std::string credentials = "key";
-    std::string sent = {}; // what the phone got
-
-    HRESULT Run(Stage& stage) {
-        const auto objects = platform::ModuleLock::Count();
-        TcpPair pair;
-        const SOCKET socket = pair.Adopt();
-        prepare(pair, socket);
-        HRESULT hr = S_OK;
-        {
-            CPacketer packeter;
-            const auto content = stage.Make<IConfiguration>("content");
-            EXPECT_EQ(S_OK, packeter.Init(socket, content.Get(), platform::Bstr(u"fps=5").Get(),
-                                          static_cast<std::uint32_t>(credentials.size()),
-                                          reinterpret_cast<const std::uint8_t*>(credentials.data())));
-            hr = packeter.Main();
-        }
-        EXPECT_EQ(platform::kSocketError, platform::closesocket(socket)) << "closed before";
-        if (pair.far.Get() >= 0)
-            sent = pair.far.Receive(1000);
-        EXPECT_EQ(objects, platform::ModuleLock::Count());
-        EXPECT_TRUE(stage.nodes.empty());
-        return hr;
+// One packeter on this thread, and whether all that it had is gone behind it. Gives what the phone got.
+enum class End { None, Reset, Close }; // what has become of the connection before
+std::string View(Stage& stage, HRESULT expected, std::string_view credentials = "key", End end = End::None) {
+    const auto objects = platform::ModuleLock::Count();
+    TcpPair pair;
+    const SOCKET socket = pair.Adopt();
+    if (end == End::Reset)
+        pair.far.Reset();
+    if (end == End::Close)
+        platform::closesocket(socket);
+    {
+        CPacketer packeter;
+        const auto content = stage.Make<IConfiguration>("content");
+        EXPECT_EQ(S_OK, packeter.Init(socket, content.Get(), platform::Bstr(u"fps=5").Get(),
+                                      static_cast<std::uint32_t>(credentials.size()),
+                                      reinterpret_cast<const std::uint8_t*>(credentials.data())));
+        EXPECT_EQ(expected, packeter.Main());
     }
-};
+    EXPECT_EQ(platform::kSocketError, platform::closesocket(socket)) << "closed before";
+    EXPECT_EQ(objects, platform::ModuleLock::Count());
+    EXPECT_TRUE(stage.nodes.empty());
+    return pair.far.Get() < 0 ? "" : pair.far.Receive(1000);
+}
 
 // A stream that fails at each call in turn, and by each thing that it may be given.
 TEST(Packeter, EndsWithTheFirstFailure) {
@@ -81,7 +75,7 @@ TEST(Packeter, EndsWithTheFirstFailure) {
         HRESULT status;
         Lines lines;
         std::string jpeg = MakeJpeg(8, 8);
-        enum { None, Reset, Close } socket = None; // what has become of it before
+        End end = End::None;
     };
     const Row rows[] = {
         {"create packer", raw, E_ACCESSDENIED, created},
@@ -107,8 +101,8 @@ TEST(Packeter, EndsWithTheFirstFailure) {
         {"a claim of memory", Picture(INT32_MIN, 64, 8, kOther), E_FAIL, decoded},
         {"AppendFrame", raw, E_ACCESSDENIED, appended},
         {"GetPackedData", raw, E_ACCESSDENIED, packed},
-        {"a phone that is gone", raw, MakeStatus(0x8007274A), sent, "", Row::Reset},
-        {"a closed socket", raw, MakeStatus(0x80072736), sent, "", Row::Close},
+        {"a phone that is gone", raw, MakeStatus(0x8007274A), sent, "", End::Reset},
+        {"a closed socket", raw, MakeStatus(0x80072736), sent, "", End::Close},
         {"Init", raw, E_OUTOFMEMORY, {}},
         {"AppendFrame", raw, E_OUTOFMEMORY, {start}},
     };
@@ -121,29 +115,16 @@ TEST(Packeter, EndsWithTheFirstFailure) {
             stage.status = row.status;
         stage.original = row.original;
         stage.jpeg = row.jpeg;
-        Viewing viewing{[&](TcpPair& pair, SOCKET socket) {
-            if (row.socket == Row::Reset)
-                pair.far.Reset();
-            else if (row.socket == Row::Close)
-                platform::closesocket(socket);
-        }};
-        EXPECT_EQ(row.status, viewing.Run(stage));
+        const bool begun = !row.lines.empty() && row.lines.front() == start && row.end == End::None;
+        EXPECT_EQ(std::string(begun ? kHead : "") + (row.status == S_OK ? "piece" : ""),
+                  View(stage, row.status, "key", row.end));
         EXPECT_EQ(row.lines, log.Texts());
-        const bool begun = !row.lines.empty() && row.lines.front() == start && row.socket == Row::None;
-        EXPECT_EQ(std::string(begun ? kHead : "") + (row.status == S_OK ? "piece" : ""), viewing.sent);
         for (const auto& line : log.Lines())
             EXPECT_TRUE(
                 line.function == "CPacketer::Main" ||
                 (row.status == S_OK && line.function.starts_with("NSProcessStateTree::CThreadArgument::")))
                 << line.function;
     }
-    auto& log = RecordingLog::Fresh();
-    Stage stage;
-    CPacketer packeter;
-    const auto content = stage.Make<IConfiguration>("content");
-    EXPECT_EQ(E_POINTER, packeter.Init(0, content.Get(), nullptr, 0, nullptr));
-    EXPECT_EQ(E_POINTER, packeter.Init(1, nullptr, nullptr, 0, nullptr));
-    EXPECT_EQ(log.Texts(), Lines(2, "TRASSDO: hSocket && pXmlConfig\n"));
 }
 
 // On a thread of its own, and where there is none.
@@ -178,19 +159,16 @@ TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {
         stage.original = Picture(2, 2, 8, 0, 4);
         stage.packed = {"", "ab", "", "cd"};
         stage.frameRate = 24.1; // 41 whole milliseconds
-        Viewing viewing;
-        viewing.credentials = credentials;
         const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(S_OK, viewing.Run(stage));
+        EXPECT_EQ(std::string(kHead) + "abcd", View(stage, S_OK, credentials));
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 41));
-        EXPECT_EQ(std::string(kHead) + "abcd", viewing.sent);
         EXPECT_EQ("GET video?original HTTP/1.1\npeer-info: 127.0.0.1:0\nUser-Agent: Morrowstream\nQV-Auth: " +
                       std::string(base64) + "\n\n",
                   stage.request);
         Lines expected{"create packer",  "Init fps=5", "GetParams", "create tree", "GetRootNode",
                        "GetNode create", "~root",      "~tree",     "SetValue"};
         for (const bool more : {false, true, false, true}) {
-            expected.push_back("video?original" + (*credentials ? " " + viewing.credentials : ""));
+            expected.push_back(std::string("video?original") + (*credentials ? " " : "") + credentials);
             // The picture and its request stay until the packer has answered.
             expected.insert(expected.end(), {"AppendFrame 2x2 7", "GetPackedData 2x2 7"});
             if (more)
@@ -223,7 +201,7 @@ TEST(Packeter, GivesThePackerWhatItCanTake) {
         Stage stage;
         stage.original = row.original;
         stage.jpeg = RedJpeg(8, 8);
-        EXPECT_EQ(S_OK, Viewing{}.Run(stage));
+        (void)View(stage, S_OK);
         for (const char* const call : {"AppendFrame ", "GetPackedData ", "HasMoreFrames "})
             EXPECT_EQ(1, std::ranges::count(stage.calls, call + row.appended)) << call << row.appended;
         EXPECT_EQ(row.fetched, std::ranges::count(stage.calls, "video?jpeg key") == 1) << row.appended;
