@@ -76,7 +76,10 @@ private:
         if (const auto handler = m_services.handlers.HandlerOf(path)) {
             std::int32_t stream = 0;
             (void)handler->IsStreamPath(path.c_str(), &stream);
-            return stream != 0 ? ServeStream(*handler) : ServeHandler(*handler);
+            if (stream == 0)
+                return ServeHandler(*handler);
+            return IsStreamAddress(path) ? ServeStream(*handler)
+                                         : Send(Answer::Text(404, "There is nothing here."));
         }
         if (IsSettingsPath(m_request.path))
             return ServeSettings();

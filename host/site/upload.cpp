@@ -50,6 +50,13 @@ std::u16string HandlerPath(const Request& request) {
     return platform::FromUtf8(path);
 }
 
+bool IsStreamAddress(std::u16string_view handlerPath) noexcept {
+    constexpr std::u16string_view kStreams = u"mobile/video";
+    return handlerPath.starts_with(kStreams) &&
+           (handlerPath.size() == kStreams.size() || handlerPath[kStreams.size()] == u'/' ||
+            handlerPath[kStreams.size()] == u'?');
+}
+
 void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, const Services& services) {
     Counters& counters = services.counters;
     const bool upload = request.method == "POST";

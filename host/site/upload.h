@@ -13,6 +13,10 @@ namespace host {
 // itself, stays as it came. A path that cannot be decoded stays as it came, too.
 std::u16string HandlerPath(const Request& request);
 
+// Whether a handler that takes the path for a stream's finds a name there: it counts on "mobile/video" at the
+// front, and takes what follows for the name, whatever it is.
+bool IsStreamAddress(std::u16string_view handlerPath) noexcept;
+
 // Takes the socket, from which nothing behind the head has been read, and gives it to the handler. An upload
 // is handed over only once its authentication record is there, so that the component never waits for it.
 void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, const Services& services);

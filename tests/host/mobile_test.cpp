@@ -113,7 +113,9 @@ TEST(Mobile, TextsAndArchivesAsHttpHasThem) {
 
 TEST(Mobile, SettingsAreForTheAdminUnderEveryName) {
     const Rig rig;
-    for (const char* path : {"/mobile/config", "/mobile/%63onfig", "/mobile/conf%69g/", "//mobile/config"}) {
+    for (const char* path :
+         {"/mobile/config", "/mobile/%63onfig", "/mobile/conf%69g/", "//mobile/config", "/mobile/config/%FF",
+          "/mobile/%63onfig/%zz", "/mobile/config%00", "/mobile/config/%c3?x=1"}) {
         EXPECT_NE(rig.Get(path, std::string(Rig::kPhone)).status, 200U) << path;
         EXPECT_TRUE(rig.handler->Requested().empty()) << path;
     }

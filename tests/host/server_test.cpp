@@ -62,6 +62,12 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"POST /mobile/video/u", Rig::kViewer, 403},
         {"POST /mobile/video/u", "", 401},
         {"GET /mobile/video/u", "", 401},
+        // Streams to the handler, and no name where it would look for one.
+        {"GET /mobile/x/mobile/video/clock", Rig::kPhone, 404},
+        {"POST /mobile/x/mobile/video/u", Rig::kPhone, 404},
+        {"GET /mobile/videos", Rig::kPhone, 404},
+        {"GET /mobile/video%2Fclock", Rig::kPhone, 404},
+        {"GET /mobile/list?x=mobile/video", Rig::kPhone, 404},
         {"GET /mobilex", Rig::kViewer, 404},
         {"GET /healthz", "", 200},
         {"HEAD /readyz", Rig::kWrong, 200},
