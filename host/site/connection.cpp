@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include "host/http/answer.h"
+#include "host/http/arrival.h"
 #include "host/http/head.h"
 #include "host/http/request.h"
 #include "host/log/console.h"
@@ -34,7 +35,7 @@ constexpr std::chrono::milliseconds kLinger{500};
 class Connection {
 public:
     Connection(Descriptor socket, const PeerAddress& peer, const Services& services)
-        : m_socket(std::move(socket)), m_peer(peer), m_services(services) {}
+        : m_socket(std::move(socket)), m_arrival(m_socket.Get()), m_peer(peer), m_services(services) {}
 
     void Run() {
         for (unsigned served = 0; served < kMaxRequestsPerConnection; ++served) {
@@ -141,9 +142,7 @@ private:
             return Send(*refused);
         std::string body;
         if (m_request.hasBody) {
-            if (m_request.expectsContinue &&
-                SendAll(m_socket.Get(), "HTTP/1.1 100 Continue\r\n\r\n", m_services.stop,
-                        m_services.limits.writeStall) != SendResult::Sent)
+            if (m_request.expectsContinue && !SendBytes("HTTP/1.1 100 Continue\r\n\r\n"))
                 return false;
             const auto deadline = Clock::now() + m_services.limits.bodyDeadline;
             const HeadResult read =
@@ -170,8 +169,15 @@ private:
         GetReply reply = GetAnswer(m_request, m_services);
         if (!reply.delivery)
             return Send(reply.answer);
-        if (Close(reply.answer) && reply.answer.status == 200)
-            reply.delivery->Done();
+        if (!SendBytes(Serialize(reply.answer, {})) ||
+            !m_arrival.Await(m_services.stop, m_services.limits.writeStall)) {
+            // Nothing of it may arrive later: the link is good for somebody else from here on.
+            Abort();
+            return false;
+        }
+        reply.delivery->Done();
+        reply.delivery.reset();
+        Linger();
         return false;
     }
 
@@ -218,29 +224,40 @@ private:
     bool Send(const Answer& answer) {
         if (!m_request.keepAlive || m_request.hasBody || m_request.method == "POST")
             return Close(answer), false;
-        const std::string bytes =
-            Serialize(answer, {.keepAlive = true, .headOnly = m_request.method == "HEAD"});
+        return SendBytes(Serialize(answer, {.keepAlive = true, .headOnly = m_request.method == "HEAD"}));
+    }
+
+    void Close(const Answer& answer) {
+        if (SendBytes(Serialize(answer, {.headOnly = m_request.method == "HEAD"})))
+            Linger();
+    }
+
+    bool SendBytes(std::string_view bytes) {
+        m_arrival.Sent(bytes.size());
         return SendAll(m_socket.Get(), bytes, m_services.stop, m_services.limits.writeStall) ==
                SendResult::Sent;
     }
 
-    // Whether the answer went out; how much of it has arrived, nobody knows.
-    bool Close(const Answer& answer) {
-        const std::string bytes = Serialize(answer, {.headOnly = m_request.method == "HEAD"});
-        if (SendAll(m_socket.Get(), bytes, m_services.stop, m_services.limits.writeStall) != SendResult::Sent)
-            return false;
+    void Linger() {
         ::shutdown(m_socket.Get(), SHUT_WR);
         const auto deadline = Clock::now() + kLinger;
         std::string rest(4096, '\0');
         while (WaitFor({.socket = m_socket.Get(), .socketEvents = POLLIN, .stop = &m_services.stop},
                        deadline) == Waited::Ready) {
-            if (const auto got = ::recv(m_socket.Get(), rest.data(), rest.size(), MSG_DONTWAIT); got <= 0)
-                return got == 0;
+            if (::recv(m_socket.Get(), rest.data(), rest.size(), MSG_DONTWAIT) <= 0)
+                return;
         }
-        return true;
+    }
+
+    // What the system has not sent yet is thrown away, and the peer is told so.
+    void Abort() {
+        const linger hard{1, 0};
+        ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        m_socket.Close();
     }
 
     Descriptor m_socket;
+    Arrival m_arrival;
     const PeerAddress& m_peer;
     const Services& m_services;
     Request m_request;

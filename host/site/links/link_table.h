@@ -30,8 +30,8 @@ public:
         Clock::time_point until;
     };
 
-    // The one use of a link. Unless it is told that the archive went out, the link is good again afterwards:
-    // a phone whose connection broke may try once more.
+    // The one use of a link, which is nobody else's meanwhile. Unless it is told that the archive has
+    // arrived, the link is good again afterwards: a phone whose connection broke may try once more.
     class Delivery {
     public:
         Delivery(std::shared_ptr<LinkTable> table, Link link)

@@ -1,12 +1,6 @@
 #include "host/site/links/pages.h"
 
 #include <algorithm>
-#include <array>
-#include <memory>
-
-#include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 
 #include "host/http/basic.h"
 #include "host/site/links/qr_code.h"
@@ -21,6 +15,7 @@ constexpr std::string_view kLinks = "/links";
 constexpr std::string_view kGet = "/get/";
 constexpr std::string_view kCameraQuery = "camera=";
 constexpr std::string_view kArchive = "/Sendora.jar";
+constexpr std::string_view kArchiveType = "application/java-archive";
 constexpr std::string_view kDescriptor = "/Sendora.jad";
 constexpr std::string_view kContent = "mobile";
 
@@ -102,28 +97,6 @@ Answer ContentAnswer(const LinkTable::Link& link, std::string_view file, const R
     return request ? HandlerAnswer(*request, *handler) : Gone();
 }
 
-struct FreeAddresses {
-    void operator()(ifaddrs* list) const noexcept { ::freeifaddrs(list); }
-};
-
-// The first IPv4 address of an interface that is up and not the loopback; empty without one.
-std::string OwnAddress() {
-    ifaddrs* first = nullptr;
-    if (::getifaddrs(&first) != 0)
-        return {};
-    const std::unique_ptr<ifaddrs, FreeAddresses> list(first);
-    for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET ||
-            (entry->ifa_flags & IFF_LOOPBACK) != 0 || (entry->ifa_flags & IFF_UP) == 0)
-            continue;
-        std::array<char, INET_ADDRSTRLEN> text{};
-        const auto* const address = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
-        if (::inet_ntop(AF_INET, &address->sin_addr, text.data(), text.size()) != nullptr)
-            return text.data();
-    }
-    return {};
-}
-
 } // namespace
 
 bool IsLinksPath(std::string_view path) noexcept {
@@ -173,7 +146,13 @@ GetReply GetAnswer(const Request& request, const Services& services) {
     if (!delivery)
         return {Gone()};
     Answer answer = ContentAnswer(*link, file, request, services);
-    return {std::move(answer), std::move(delivery)};
+    if (answer.status == 200 && answer.type == kArchiveType)
+        return {std::move(answer), std::move(delivery)};
+    // For a name or a password that its request cannot carry the component has a page, which installs
+    // nothing.
+    return {answer.status != 200 ? std::move(answer)
+                                 : Answer::Text(500, "The server has no archive for this camera: its name or "
+                                                     "its password has a sign that phones cannot send.")};
 }
 
 std::string AddressOf(const LinkTable::Link& link, std::string_view host, const Services& services) {
@@ -182,16 +161,6 @@ std::string AddressOf(const LinkTable::Link& link, std::string_view host, const 
     // A request of an old phone may name no host; what it gets is meant from where it came.
     const std::string start = authority.empty() ? "" : "http://" + std::string(authority);
     return start + std::string(kGet) + link.token;
-}
-
-std::string AuthorityForOthers(const Endpoint& endpoint) {
-    // A port that the system is to choose is not known yet.
-    if (endpoint.IsLoopback() || endpoint.port == 0)
-        return {};
-    if (endpoint.address != "0.0.0.0" && endpoint.address != "::")
-        return endpoint.Text();
-    const std::string own = OwnAddress();
-    return own.empty() ? own : Endpoint{own, endpoint.port}.Text();
 }
 
 } // namespace host

@@ -29,7 +29,7 @@ namespace host {
 
 // What needs no sign-in but the token.
 [[nodiscard]] bool IsGetPath(std::string_view path) noexcept;
-// With `delivery` when the answer is the archive: whoever sends it says whether it went out.
+// With `delivery` when the answer is the archive: whoever sends it says whether it has arrived.
 struct GetReply {
     Answer answer;
     std::optional<LinkTable::Delivery> delivery{};
@@ -40,9 +40,5 @@ struct GetReply {
 // machine to itself only, the address that the server listens on is taken, if that is one for others.
 [[nodiscard]] std::string AddressOf(const LinkTable::Link& link, std::string_view host,
                                     const Services& services);
-
-// The same for an address to be told, of a server that listens there: "ADDR:PORT", with an address of this
-// machine's in place of "all of them". Empty for one that only this machine reaches.
-[[nodiscard]] std::string AuthorityForOthers(const Endpoint& endpoint);
 
 } // namespace host
