@@ -16,6 +16,7 @@
 #include "host/base/text_table.h"
 #include "host/component/component.h"
 #include "host/component/viewing.h"
+#include "host/http/own_address.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"
@@ -128,7 +129,8 @@ std::string FindPictures(const Options& options) {
 // Users and cameras as this start wants them.
 struct Household {
     UserStore users;
-    std::vector<CameraEntry> cameras; // to be put into the settings
+    std::vector<std::string> oddLogins; // those of users whose phones cannot sign in
+    std::vector<CameraEntry> cameras;   // to be put into the settings
     bool adminMade = false;
     bool demoEnded = false; // the demo's users were there; its cameras may be in the settings still
 };
@@ -147,7 +149,12 @@ Household OpenHousehold(DataFolder& data, bool demo) {
     } else {
         demoEnded = RemoveDemoUsers(users);
     }
-    return {std::move(users), std::move(cameras), adminMade, demoEnded};
+    std::vector<std::string> oddLogins;
+    for (const auto& [login, user] : users.Users()) {
+        if (!CheckLogin(login).empty())
+            oddLogins.push_back(login);
+    }
+    return {std::move(users), std::move(oddLogins), std::move(cameras), adminMade, demoEnded};
 }
 
 class Application {
@@ -184,9 +191,13 @@ public:
         m_component = std::make_unique<Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
         m_settings.SetConfiguration(m_component->Configuration());
-        m_services.authority = AuthorityForOthers(options.listen);
-        StoreSettings();
-        m_server = std::make_unique<Server>(options.listen, m_services);
+        KeepDamagedSettings();
+        // Phones are told of an address only when it is this server's.
+        Listener listener = Listen(options.listen);
+        m_services.authority = AuthorityForOthers(listener.endpoint);
+        m_settings.SetOwnAddress(AuthorityForPhones(listener.endpoint));
+        StoreSettings(listener.endpoint);
+        m_server = std::make_unique<Server>(std::move(listener), m_services);
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -229,35 +240,51 @@ private:
         platform::SetCommonDataFolder(m_data.Path());
         if (FAILED(platform::RegisterConfigDocumentClass()))
             throw StartError("the settings documents cannot be made");
-        const std::string copy = PrepareSettingsFile(SettingsFile(m_data.Path()));
-        if (!copy.empty())
-            Console::Get().Say(
-                "The settings file is damaged: starting with what can be read. It is kept as " + copy);
+        MakeSettingsFolder(SettingsFile(m_data.Path()));
+    }
+
+    // Before the first change overwrites the file.
+    void KeepDamagedSettings() {
+        std::optional<DamagedSettings> damaged;
+        (void)m_settings.Edit([&](const SettingsDocument& served) {
+            damaged = KeepIfDamaged(SettingsFile(m_data.Path()), served);
+            return false;
+        });
+        if (!damaged)
+            return;
+        Console& console = Console::Get();
+        console.Say("The settings file is damaged: starting with what can be read. It is kept as " +
+                    damaged->copy);
+        for (const std::string& line : damaged->lost)
+            console.Log("error", "settings: " + line);
     }
 
     // Cameras of the demo and of the file "cameras" become part of the settings, those of an ended demo
-    // leave. Where phones elsewhere can connect they are told so: without an address they try their own
-    // machine.
-    void StoreSettings() {
-        bool offered = false;
+    // leave, and phones are told where the server listens: without an address they try their own machine.
+    void StoreSettings(const Endpoint& listening) {
         bool changed = false;
+        std::string address;
         const auto change = m_settings.Edit([&](SettingsDocument& document) {
-            offered = document.OfferHost(m_services.authority);
             for (const CameraEntry& camera : m_household.cameras)
                 changed = document.Put(camera) || changed;
             if (m_household.demoEnded) {
                 for (const CameraEntry& camera : DemoCameras())
                     changed = document.RemoveIfSame(camera) || changed;
             }
-            return offered || changed;
+            address = document.Host().value_or("");
+            return changed;
         });
         // An address that a full disk did not take is in force all the same.
         const bool lost = changed || change.result != SettingsChange::Result::NotWritten;
         if (change.result != SettingsChange::Result::Done && lost)
             throw StartError("the settings cannot be stored in " + SettingsFile(m_data.Path()));
-        if (offered)
-            Console::Get().Say("Phones are told to connect to " + m_services.authority +
+        if (change.addressEntered)
+            Console::Get().Say("Phones are told to connect to " + AuthorityForPhones(listening) +
                                "; another address is set at /settings");
+        else if (!LeadsTo(address, listening))
+            Console::Get().Say("Phones are told to connect to " + Printable(address) +
+                               ", as the settings have it, and this server listens on " + listening.Text() +
+                               "; if no router or proxy leads them here, set another address at /settings");
         if (m_household.demoEnded)
             Console::Get().Say("The demo's users and cameras are removed from the data folder.");
         const std::string kept = m_data.KeepCameras();
@@ -270,6 +297,9 @@ private:
         Console& console = Console::Get();
         console.Say("Open http://" + m_server->Where().Text() + "/");
         console.Say("Data folder: " + m_data.Path());
+        for (const std::string& login : m_household.oddLogins)
+            console.Say("The user \"" + Printable(login) +
+                        "\" is kept, but no phone can sign in with this name: " + CheckLogin(login));
         if (m_household.adminMade)
             console.Say("The administrator is \"admin\"; its password stands in " +
                         m_data.File("admin-password"));
@@ -380,8 +410,9 @@ private:
     std::unique_ptr<Server> m_server;
 };
 
-User MakeUser(const std::string& login, UserKind kind, const std::string& password) {
-    std::string wrong = CheckLogin(login);
+User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
+    // Who is there may get a new password, whatever the login.
+    std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);
     if (wrong.empty())
         wrong = CheckPassword(password, kind);
     if (!wrong.empty())
@@ -401,11 +432,10 @@ int AddUser(const Options& options) {
     std::getline(std::cin, password);
     if (password.ends_with('\r'))
         password.pop_back();
-    User user = MakeUser(options.userName, options.userKind, password);
     DataFolder data(options.data);
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
-    users.Set(options.userName, std::move(user));
+    users.Set(options.userName, MakeUser(users, options.userName, options.userKind, password));
     users.Save();
     Console::Get().Say("User \"" + Printable(options.userName) + "\" is a " +
                        std::string(KindName(options.userKind)) + " now.");
@@ -425,7 +455,7 @@ int AddUsers(const Options& options) {
         if (!kind)
             throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
                              ": a user has three fields: login, kind (admin, viewer, phone), password");
-        users.Set(line.fields[0], MakeUser(line.fields[0], *kind, line.fields[2]));
+        users.Set(line.fields[0], MakeUser(users, line.fields[0], *kind, line.fields[2]));
         ++count;
     }
     users.Save();

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,7 +12,7 @@
 
 namespace host {
 
-// Something in a document that the host cannot work with.
+// Something in a document that cannot be stored, or that a phone cannot use.
 struct SettingsProblem {
     std::string path; // XPath of the element: "/config/cams/item[3]/Name"
     std::string key;  // a word of the page's own texts: "mustBeUnique"
@@ -24,12 +23,15 @@ struct SettingsProblem {
 // promises to do.
 class SettingsDocument {
 public:
+    using ElementPtr = platform::ComPtr<IConfigElement>;
+
     // Nothing for a text that is no document.
     static std::optional<SettingsDocument> Parse(std::u16string_view text);
-    // Whether a file is a document of settings of which every camera can be read.
-    static bool IsDocumentFile(const std::string& path);
+    // Nothing for a file that is none, or cannot be read.
+    static std::optional<SettingsDocument> Read(const std::string& path);
 
     [[nodiscard]] std::u16string Text() const;
+    [[nodiscard]] IConfigElement& Root() const { return *m_root; }
 
     // --- Passwords ---------------------------------------------------------------------------------------
     // They stay at home: in the document for a browser each one that is not empty is a row of dots with an
@@ -40,33 +42,45 @@ public:
     // Undoes that with the passwords of the document that was concealed. False for a mark that is none of
     // these.
     bool RestorePasswords(const std::vector<std::u16string>& passwords);
+    // Whether a camera has such a mark.
+    static bool IsMarked(IConfigElement& item);
+    // Gives each element concerned an attribute `kept` with the key of what is wrong, for a page to show.
+    void Mark(const std::vector<SettingsProblem>& problems);
 
-    // --- Cameras -----------------------------------------------------------------------------------------
+    // --- Cameras and the host's address ------------------------------------------------------------------
     [[nodiscard]] std::vector<CameraEntry> Cameras() const;
-    // What the sign-in of a phone asks of names and passwords, and what would lose a camera.
-    // `isTaken` tells which names cannot be signed in to.
-    [[nodiscard]] std::vector<SettingsProblem>
-    Check(const std::function<bool(std::string_view)>& isTaken) const;
     // Gives a camera its type and password; adds it, as a copy of what stands in `addcam`, when it is not
     // there. False when all was so already.
     bool Put(const CameraEntry& camera);
     // Removes a camera that is still exactly this one. False when there is none.
     bool RemoveIfSame(const CameraEntry& camera);
-    // What phones are told as the server's address, "ADDR:PORT". False, and nothing done, when somebody has
-    // said one already.
-    bool OfferHost(std::string_view address);
+    // What phones are told as the server's address, "ADDR:PORT"; nothing without such an element.
+    [[nodiscard]] std::optional<std::string> Host() const;
+    void SetHost(std::string_view address);
 
 private:
-    using ElementPtr = platform::ComPtr<IConfigElement>;
-
     SettingsDocument(platform::ComPtr<IConfigDocument> document, ElementPtr root)
         : m_document(std::move(document)), m_root(std::move(root)) {}
-    [[nodiscard]] std::vector<ElementPtr> Select(const char16_t* expression) const;
     // With what stands in it; null when there is no such camera.
     [[nodiscard]] ElementPtr FindCamera(std::string_view name, CameraEntry* found) const;
 
     platform::ComPtr<IConfigDocument> m_document;
     ElementPtr m_root;
 };
+
+// An item of `cams`; empty texts for what it does not have.
+CameraEntry ReadCamera(IConfigElement& item);
+
+// --- Elements
+// ------------------------------------------------------------------------------------------------
+
+// What the expression selects, without what is no element.
+std::vector<SettingsDocument::ElementPtr> SelectElements(IConfigElement& element, const char16_t* expression);
+// The first of them; null without one.
+SettingsDocument::ElementPtr ElementAt(IConfigElement& element, const char16_t* path);
+std::u16string NameOf(IConfigNode& node);
+std::u16string ValueOf(IConfigNode& node);
+// Nothing without such an attribute.
+std::optional<std::u16string> AttributeOf(IConfigElement& element, const char16_t* name);
 
 } // namespace host

@@ -1,10 +1,10 @@
 #include "host/settings/file.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <optional>
 
 #include "host/base/start_error.h"
-#include "host/settings/document.h"
+#include "host/settings/check.h"
 #include "platform/files.h"
 #include "platform/text.h"
 
@@ -13,6 +13,8 @@ namespace {
 
 // More of them than that, and something is wrong that copies do not help against.
 constexpr int kMostCopies = 1000;
+// A file can be damaged in as many places as it has cameras.
+constexpr std::size_t kMostLines = 20;
 
 // A name that is free, or that of a copy with the same content, since the file stays until the first change.
 std::string CopyName(const std::string& file, const std::optional<std::string>& content) {
@@ -28,26 +30,53 @@ std::string CopyName(const std::string& file, const std::optional<std::string>& 
     return name;
 }
 
+// Empty when all of the file is served.
+std::vector<std::string> FindLost(const std::string& file, const SettingsDocument& served) {
+    const auto document = SettingsDocument::Read(file);
+    if (!document)
+        return {"nothing of it can be read: it is no well-formed document"};
+    std::vector<std::string> lost;
+    for (const SettingsProblem& problem : FindUnreadable(*document, served))
+        lost.push_back(problem.path + ": " + problem.text);
+    const auto cameras = served.Cameras();
+    for (const CameraEntry& camera : document->Cameras()) {
+        if (std::ranges::find(cameras, camera) == cameras.end())
+            lost.push_back("the camera \"" + camera.name + "\" is not served as it stands there");
+    }
+    if (const auto host = document->Host(); host && host != served.Host())
+        lost.push_back("the host address \"" + *host + "\" is not served");
+    if (lost.size() > kMostLines) {
+        const std::string more = "and " + std::to_string(lost.size() - kMostLines) + " more";
+        lost.resize(kMostLines);
+        lost.push_back(more);
+    }
+    return lost;
+}
+
 } // namespace
 
 std::string SettingsFile(const std::string& commonData) {
     return commonData + "/Norvane/Tessaron/Servers/Morrowstream.xml";
 }
 
-std::string PrepareSettingsFile(const std::string& file) {
+void MakeSettingsFolder(const std::string& file) {
     const std::string folder = std::filesystem::path(file).parent_path().string();
     if (FAILED(platform::CreateFolder(folder)))
         throw StartError("cannot make the folder " + folder);
+}
+
+std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const SettingsDocument& served) {
     std::error_code error;
     if (!std::filesystem::exists(file, error) || std::filesystem::file_size(file, error) == 0)
-        return {};
-    if (SettingsDocument::IsDocumentFile(file))
-        return {};
+        return std::nullopt;
+    std::vector<std::string> lost = FindLost(file, served);
+    if (lost.empty())
+        return std::nullopt;
     const auto content = platform::ReadWholeFile(file);
     std::string copy = CopyName(file, content);
     if (!content || FAILED(platform::ReplaceFile(copy, *content)))
         throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy);
-    return copy;
+    return DamagedSettings{std::move(copy), std::move(lost)};
 }
 
 } // namespace host

@@ -1,7 +1,10 @@
 #include "host/settings/settings.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "host/log/console.h"
 #include "host/users/password.h"
 #include "platform/files.h"
 #include "platform/text.h"
@@ -35,7 +38,8 @@ SettingsChange Only(SettingsChange::Result result) {
 } // namespace
 
 Settings::Settings(Authenticator& authenticator, FeedTable& feeds, std::string file)
-    : m_authenticator(authenticator), m_feeds(feeds), m_file(std::move(file)), m_run(RandomHex(8)) {}
+    : m_authenticator(authenticator), m_feeds(feeds), m_file(std::move(file)), m_run(RandomHex(8)),
+      m_address(m_file + ".address") {}
 
 void Settings::SetConfiguration(platform::ComPtr<IConfiguration> configuration) {
     const std::lock_guard guard(m_mutex);
@@ -44,6 +48,11 @@ void Settings::SetConfiguration(platform::ComPtr<IConfiguration> configuration) 
     if (const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt)
         Adopt(*document);
     m_there = text.has_value();
+}
+
+void Settings::SetOwnAddress(std::string address) {
+    const std::lock_guard guard(m_mutex);
+    m_address.SetOwn(std::move(address));
 }
 
 std::string Settings::Trouble() const {
@@ -85,8 +94,14 @@ std::optional<SettingsReading> Settings::Read() {
     auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
     if (!document)
         return std::nullopt;
-    document->ConcealPasswords();
-    return SettingsReading{platform::ToUtf8(document->Text()), VersionOf(*text)};
+    return ReadingOf(*std::move(document), *text);
+}
+
+SettingsReading Settings::ReadingOf(SettingsDocument document, const std::u16string& text) {
+    const auto isTaken = [this](std::string_view name) { return IsTaken(name); };
+    document.Mark(FindUnusable(document, nullptr, isTaken));
+    document.ConcealPasswords();
+    return {platform::ToUtf8(document.Text()), VersionOf(text)};
 }
 
 std::optional<std::string> Settings::Password(std::size_t number, std::string_view version) {
@@ -112,54 +127,95 @@ SettingsChange Settings::Write(std::string_view xml, std::string_view version) {
     auto document = wide ? SettingsDocument::Parse(*wide) : std::nullopt;
     if (!document || !document->RestorePasswords(present->Passwords()))
         return Only(NoDocument);
-    const auto isTaken = [this](std::string_view name) { return m_authenticator.IsTaken(name); };
-    if (auto problems = document->Check(isTaken); !problems.empty())
-        return {Unsound, S_OK, std::move(problems), {}};
-    return Set(document->Text());
+    auto problems = FindUnreadable(*document, *present);
+    const auto isTaken = [this](std::string_view name) { return IsTaken(name); };
+    std::ranges::move(FindUnusable(*document, &*present, isTaken), std::back_inserter(problems));
+    if (!problems.empty())
+        return {Unsound, S_OK, false, std::move(problems), {}};
+    // What a document does not say stays as it is.
+    const std::string stands = present->Host().value_or("");
+    const std::string said = document->Host().value_or(stands);
+    const bool another = !said.empty() && said != stands;
+    const bool entered = !another && (document->Host() || stands.empty()) && m_address.EnterInto(*document);
+    SettingsChange change = Set(*document, *present);
+    change.addressEntered = entered;
+    if (another && (change.result == Done || change.result == NotWritten))
+        m_address.LetGo();
+    return change;
 }
 
 SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit) {
     const std::lock_guard guard(m_mutex);
     const auto text = Get();
+    const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
     auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
     if (!document)
         return {};
-    if (!edit(*document))
+    const bool edited = edit(*document);
+    const bool entered = m_address.EnterInto(*document);
+    if (!edited && !entered)
         return Only(SettingsChange::Result::Done);
-    return Set(document->Text());
+    SettingsChange change = Set(*document, *present);
+    change.addressEntered = entered;
+    return change;
 }
 
-SettingsChange Settings::Set(std::u16string_view text) {
-    using enum SettingsChange::Result;
+HRESULT Settings::Hand(const SettingsDocument& document, std::u16string* now) {
     const Bstr path(kPath);
-    Bstr body(text);
+    Bstr body(document.Text());
     Bstr head(kHead);
+    const HRESULT hr = Exchange(body, head, [&](BSTR* rawBody, BSTR* rawHead) {
+        return m_configuration->SetContent(path.Get(), rawBody, rawHead);
+    });
+    *now = body.View();
+    return hr;
+}
+
+SettingsChange Settings::Set(const SettingsDocument& document, const SettingsDocument& former) {
+    using enum SettingsChange::Result;
     const platform::FileStamp before = platform::StampOf(m_file);
     SettingsChange change;
+    std::u16string now;
+    std::optional<SettingsDocument> taken;
     {
         // The component takes every camera away and gives it back.
         const FeedTable::Change feeds(m_feeds);
-        change.status = Exchange(body, head, [&](BSTR* rawBody, BSTR* rawHead) {
-            return m_configuration->SetContent(path.Get(), rawBody, rawHead);
-        });
+        change.status = Hand(document, &now);
+        if (SUCCEEDED(change.status))
+            taken = SettingsDocument::Parse(now);
+        if (taken)
+            change.problems = FindDifferences(document, *taken);
+        if (SUCCEEDED(change.status))
+            m_written = platform::StampOf(m_file) != before;
+        change.result = !taken ? Refused : !change.problems.empty() ? Unsound : m_written ? Done : NotWritten;
+        if (change.result == Refused || change.result == Unsound)
+            taken = PutBack(former);
     }
-    if (FAILED(change.status)) {
-        change.result = Refused;
-        return change;
-    }
-    const std::u16string now(body.View());
-    auto document = SettingsDocument::Parse(now);
-    if (!document) {
-        change.result = Refused;
-        change.status = E_FAIL;
-        return change;
-    }
-    Adopt(*document);
-    document->ConcealPasswords();
-    change.now = {platform::ToUtf8(document->Text()), VersionOf(now)};
-    m_written = platform::StampOf(m_file) != before;
-    change.result = m_written ? Done : NotWritten;
+    if (taken)
+        Adopt(*taken);
+    if (change.result == Done || change.result == NotWritten)
+        change.now = ReadingOf(*std::move(taken), now);
     return change;
+}
+
+std::optional<SettingsDocument> Settings::PutBack(const SettingsDocument& former) {
+    const auto isBack = [&](const std::optional<SettingsDocument>& present) {
+        return present && FindDifferences(former, *present).empty();
+    };
+    const auto read = [this] {
+        const auto text = Get();
+        return text ? SettingsDocument::Parse(*text) : std::nullopt;
+    };
+    auto present = read();
+    if (isBack(present))
+        return present;
+    const platform::FileStamp before = platform::StampOf(m_file);
+    std::u16string now;
+    m_written = SUCCEEDED(Hand(former, &now)) && platform::StampOf(m_file) != before;
+    present = read();
+    if (!isBack(present))
+        Console::Get().Log("error", "the settings before a change that failed could not be put back");
+    return present;
 }
 
 } // namespace host

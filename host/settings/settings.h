@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "host/feed/feed_table.h"
+#include "host/settings/check.h"
 #include "host/settings/document.h"
+#include "host/settings/phone_address.h"
 #include "host/users/authenticator.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/com.h"
@@ -30,12 +32,13 @@ struct SettingsChange {
         NotWritten, // in force, but not on disk: the next start knows nothing of it
         Outdated,   // the settings are not those that the change was made to any more
         NoDocument,
-        Unsound, // see `problems`
+        Unsound, // see `problems`: it would be taken in part, or was, and the former settings are back
         Refused, // by the component, with `status`
         NotReady // there is no component
     };
     Result result = Result::NotReady;
     HRESULT status = S_OK;
+    bool addressEntered = false; // the host's own, see SetOwnAddress
     std::vector<SettingsProblem> problems{};
     SettingsReading now{}; // with Done and NotWritten: the settings as the component has taken them
 };
@@ -47,11 +50,16 @@ struct SettingsChange {
 class Settings {
 public:
     // Both outlive the object; the authenticator is told of every camera. `file` is the component's settings
-    // file: it is looked at only, to see whether a change was written.
+    // file: it is looked at only, to see whether a change was written. Beside it, with ".address" behind its
+    // name, stands which address in it is the host's own.
     Settings(Authenticator& authenticator, FeedTable& feeds, std::string file);
 
     // Null lets go of it; nothing can be read or changed then. Reads the cameras.
     void SetConfiguration(platform::ComPtr<IConfiguration> configuration);
+
+    // Where phones reach this server. Every change from then on leaves an address in the settings: this one
+    // where none stands, or one that the host entered while it listened elsewhere.
+    void SetOwnAddress(std::string address);
 
     // Nothing when there is no component, or it gives no document.
     std::optional<SettingsReading> Read();
@@ -61,21 +69,31 @@ public:
     std::optional<std::string> Password(std::size_t number, std::string_view version);
     // Why the host should get no traffic, in a line; empty when all is well. Any thread; waits for nothing.
     [[nodiscard]] std::string Trouble() const;
-    // A change of the host's own. `edit` returns whether there is anything to store.
+    // A change of the host's own. `edit` returns whether there is anything to store. What it puts there is
+    // not checked.
     SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);
 
 private:
     // With m_mutex held, all of them.
     std::optional<std::u16string> Get();
-    SettingsChange Set(std::u16string_view text);
+    // Hands a document over. The answer, which is the settings as they are then, comes in `now`.
+    HRESULT Hand(const SettingsDocument& document, std::u16string* now);
+    // The same, and whatever comes of it: all of the document is in force, or all of the former one.
+    SettingsChange Set(const SettingsDocument& document, const SettingsDocument& former);
+    // The settings as they are then; nothing when the component gives none.
+    std::optional<SettingsDocument> PutBack(const SettingsDocument& former);
+    // For a browser, with marks where no phone could sign in.
+    SettingsReading ReadingOf(SettingsDocument document, const std::u16string& text);
     const std::string& VersionOf(const std::u16string& text);
     void Adopt(const SettingsDocument& document);
+    [[nodiscard]] bool IsTaken(std::string_view name) const { return m_authenticator.IsTaken(name); }
 
     Authenticator& m_authenticator;
     FeedTable& m_feeds;
     const std::string m_file;
-    const std::string m_run;           // of a version: no other run of the host has the same
-    std::mutex m_mutex;                // everything below
+    const std::string m_run; // of a version: no other run of the host has the same
+    std::mutex m_mutex;      // everything below
+    PhoneAddress m_address;
     std::atomic<bool> m_there{false};  // there is a component
     std::atomic<bool> m_written{true}; // the last change is on disk
     platform::ComPtr<IConfiguration> m_configuration;

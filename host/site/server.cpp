@@ -21,8 +21,8 @@ constexpr std::chrono::milliseconds kRestWithoutDescriptors{100};
 
 } // namespace
 
-Server::Server(const Endpoint& endpoint, const Services& services)
-    : m_services(services), m_listener(Listen(endpoint)), m_acceptor([this] { Accept(); }) {}
+Server::Server(Listener listener, const Services& services)
+    : m_services(services), m_listener(std::move(listener)), m_acceptor([this] { Accept(); }) {}
 
 Server::~Server() {
     m_acceptor.join();

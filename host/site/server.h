@@ -17,8 +17,8 @@ namespace host {
 // handed over costs nothing here. Every thread is joined by Stop.
 class Server {
 public:
-    // Throws StartError when it cannot listen.
-    Server(const Endpoint& endpoint, const Services& services);
+    // Takes up what has come to the listener meanwhile, and goes on.
+    Server(Listener listener, const Services& services);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
     // The stop signal of the services must be raised before.

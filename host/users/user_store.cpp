@@ -22,6 +22,20 @@ bool HasControl(std::string_view text) {
     return std::ranges::any_of(text, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
 }
 
+std::string CheckLoginWithout(std::string_view login, std::string_view signs) {
+    if (login.empty() || login.size() > kMaxLoginBytes)
+        return "a login has 1 to 64 bytes";
+    if (HasControl(login) || login.find_first_of(signs) != std::string_view::npos) {
+        std::string line = "a login has no control characters and none of";
+        for (const char sign : signs)
+            line.append(1, ' ').append(1, sign);
+        return line;
+    }
+    if (!platform::Utf8ToWideStrict(login))
+        return "a login is UTF-8 text";
+    return {};
+}
+
 } // namespace
 
 std::string_view KindName(UserKind kind) noexcept {
@@ -37,21 +51,15 @@ std::optional<UserKind> KindFromName(std::string_view name) noexcept {
 }
 
 std::string CheckLogin(std::string_view login) {
-    if (login.empty() || login.size() > kMaxLoginBytes)
-        return "a login has 1 to 64 bytes";
-    if (HasControl(login) || login.find_first_of(":/?#") != std::string_view::npos || login.front() == '#')
-        return "a login has no control characters and none of : / ? #";
-    if (!platform::Utf8ToWideStrict(login))
-        return "a login is UTF-8 text";
-    return {};
+    return CheckLoginWithout(login, "/?#:%&");
 }
 
 std::string CheckPassword(std::string_view password, UserKind kind) {
     const std::size_t longest = kind == UserKind::Phone ? kMaxPhonePasswordBytes : 256;
     if (password.empty() || password.size() > longest)
         return "a password of this kind of user has 1 to " + std::to_string(longest) + " bytes";
-    if (HasControl(password))
-        return "a password has no control characters";
+    if (HasControl(password) || password.find_first_of("&/") != std::string_view::npos)
+        return "a password has no control characters and none of & /";
     return {};
 }
 
@@ -74,7 +82,7 @@ UserMap UserStore::ReadFile() const {
         const auto kind = KindFromName(line.fields[1]);
         if (!kind)
             throw bad("the kind of a user is admin, viewer or phone");
-        if (const std::string wrong = CheckLogin(line.fields[0]); !wrong.empty())
+        if (const std::string wrong = CheckLoginWithout(line.fields[0], "/?#:"); !wrong.empty())
             throw bad(wrong);
         if (!users.try_emplace(line.fields[0], User{*kind, line.fields[2] == "demo", line.fields[3]}).second)
             throw bad("this login stands there twice");

@@ -33,8 +33,9 @@ inline constexpr std::size_t kMaxLoginBytes = 64;
 // A phone's record has 64 bytes for the password and its end.
 inline constexpr std::size_t kMaxPhonePasswordBytes = 63;
 
-// Logins and passwords travel in HTTP Basic and in paths. The result says what is wrong; empty when nothing
-// is.
+// What a login and a password may be where they are set: they travel in HTTP Basic, in paths, and in the
+// query that the component is asked for a midlet with, where nothing escapes them. The result says what is
+// wrong; empty when nothing is.
 std::string CheckLogin(std::string_view login);
 std::string CheckPassword(std::string_view password, UserKind kind);
 
@@ -42,7 +43,8 @@ std::string CheckPassword(std::string_view password, UserKind kind);
 class UserStore {
 public:
     // Throws StartError for a file that cannot be read or holds a line that is no user: going on without it
-    // would lock people out, or lose them at the next write.
+    // would lock people out, or lose them at the next write. A login that CheckLogin refuses only for a sign
+    // that phones cannot send is somebody's already, and stays.
     explicit UserStore(std::string path);
 
     [[nodiscard]] const UserMap& Users() const noexcept { return m_users; }

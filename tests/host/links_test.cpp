@@ -169,10 +169,37 @@ TEST(QrCode, HasItsZoneAndEveryModule) {
     EXPECT_FALSE(QrCode::Of(std::string(4000, 'x')));
 }
 
+TEST(Links, AreUsedByAnArchiveThatHasArrivedAndByNothingElse) {
+    const LinksRig rig;
+    const auto ask = [&](const std::string& path) {
+        return "GET " + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+    };
+    // Whatever follows: this one's system has taken it all, and then the connection breaks.
+    const std::string used = "/get/" + rig.Token();
+    Client taken(rig.Port());
+    taken.peer.Send(ask(used + "/Sendora.jar"));
+    EXPECT_TRUE(taken.peer.ReceiveUntil("and the rest").ends_with("and the rest"));
+    taken.peer.Reset();
+    EXPECT_TRUE(support::Eventually([&] { return rig.Get(used).status == 410; }));
+
+    // This one takes a part. Meanwhile nobody else gets it; then somebody does.
+    const std::string broken = "/get/" + rig.Token() + "/Sendora.jar";
+    rig.handler->m_answerBody = std::string(std::size_t{16} << 20, 'x');
+    Client part(rig.Port(), 4096);
+    part.peer.Send(ask(broken));
+    EXPECT_EQ(part.peer.Receive(100).size(), 100U);
+    EXPECT_EQ(rig.Get(broken).status, 410U);
+    part.peer.Reset();
+    rig.handler->m_answerBody = "PK";
+    // The component has a page for a sign-in that its request cannot carry.
+    rig.handler->m_answerHead = u"content-type: text/xml\n";
+    EXPECT_TRUE(support::Eventually([&] { return rig.Get(broken).status == 500; }));
+    rig.handler->m_answerHead = u"content-type: application/java-archive\n";
+    EXPECT_EQ(rig.Get(broken).status, 200U);
+    EXPECT_TRUE(support::Eventually([&] { return rig.Get(broken).status == 410; }));
+}
+
 TEST(Links, AddressesForOthers) {
-    EXPECT_EQ(AuthorityForOthers({"127.0.0.1", 8080}), "");
-    EXPECT_EQ(AuthorityForOthers({"192.0.2.7", 8080}), "192.0.2.7:8080");
-    EXPECT_EQ(AuthorityForOthers({"192.0.2.7", 0}), "");
     Rig rig;
     const LinkTable::Link link{"t", "yard", {}};
     EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://localhost:8080/get/t");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/base/start_error.h"
+#include "host/http/own_address.h"
 #include "host/main/options.h"
 
 namespace host {
@@ -89,6 +90,29 @@ TEST(Endpoint, TakesNumericAddressesAndKnowsItsOwnMachine) {
     for (const char* bad : {"::1:80", "[::1]", "127.0.0.1", "127.0.0.1:", "127.0.0.1:65536", "127.1:80",
                             "example.org:80", "127.0.0.1:80x", "", "127.0.0.1.evil:80"})
         EXPECT_FALSE(Endpoint::Parse(bad)) << bad;
+}
+
+TEST(Endpoint, IsToldToPhonesAsTheyReachIt) {
+    EXPECT_EQ(AuthorityForPhones({"127.0.0.1", 8080}), "127.0.0.1:8080");
+    EXPECT_EQ(AuthorityForOthers({"127.0.0.1", 8080}), "");
+    EXPECT_EQ(AuthorityForPhones({"192.0.2.7", 80}), "192.0.2.7:80");
+    const std::string every = AuthorityForPhones({"0.0.0.0", 80});
+    EXPECT_TRUE(Endpoint::Parse(every) && !every.starts_with("0.")) << every;
+    struct Case {
+        std::string told;
+        Endpoint listening;
+        bool leads;
+    };
+    for (const Case& c : {Case{"127.0.0.1:80", {"127.0.0.1", 80}, true},
+                          {"localhost", {"127.0.0.1", 80}, true},
+                          {"127.0.0.1:8080", {"127.0.0.1", 8081}, false},
+                          {"192.0.2.7:80", {"127.0.0.1", 80}, false},
+                          {"[::1]:80", {"::1", 80}, true},
+                          {every, {"0.0.0.0", 80}, true},
+                          {"192.0.2.7:80", {"0.0.0.0", 80}, false},
+                          {"cams.example:80", {"0.0.0.0", 80}, false},
+                          {"", {"0.0.0.0", 80}, false}})
+        EXPECT_EQ(LeadsTo(c.told, c.listening), c.leads) << c.told;
 }
 
 } // namespace

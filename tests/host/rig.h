@@ -153,7 +153,7 @@ public:
         configuration->m_onSet = [this] { platform::ReplaceFile(SettingsPath(), "written"); };
         settings.SetConfiguration(platform::ComPtr<IConfiguration>(configuration.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
-        server.emplace(Endpoint{"127.0.0.1", 0}, services);
+        server.emplace(Listen(Endpoint{"127.0.0.1", 0}), services);
     }
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;

@@ -149,32 +149,117 @@ TEST_F(SettingsTest, AreChangedWithTheirPasswordsAndTakeEffectAtOnce) {
     EXPECT_EQ(Get(kDocument).status, 503U);
 }
 
-TEST_F(SettingsTest, AreNotTakenWhereAPhoneCouldNotSignIn) {
+TEST_F(SettingsTest, AreRefusedWithThePlaceRatherThanTakenInPart) {
     const Reply document = Get(kDocument);
     const std::string version = document.Header("ETag");
+    const std::string name = ">gate<";
+    const std::string password = " stored=\"0\">••••••••<";
+    const std::string list = "<cams KeyXPath=\"Name/text()\"";
     struct Case {
-        std::string name;
-        std::string password;
-        std::string key; // of the problem, or of the status without one
+        std::string what, by, key, place;
     };
-    const Case cases[] = {
-        {"a:b", "x", "loginCharacters"},       {std::string(65, 'a'), "x", "loginTooLong"},
-        {"", "x", "mustNotBeEmpty"},           {"yard", "x", "mustBeUnique"},
-        {"viewer", "x", "loginTaken"},         {"tor", std::string(64, 'p'), "passwordTooLong"},
-        {"tor", "a\tb", "passwordCharacters"},
+    std::vector<Case> cases{
+        {name, ">" + std::string(65, 'a') + "<", "loginTooLong", "/cams/item[1]/Name"},
+        {name, "><", "mustNotBeEmpty", "/cams/item[1]/Name"},
+        {name, ">yard<", "mustBeUnique", "/cams/item[3]/Name"},
+        {name, ">viewer<", "loginTaken", "/cams/item[1]/Name"},
+        {name, ">ga<x/>te<", "inPieces", "/cams/item[1]/Name"},
+        {password, ">" + std::string(64, 'p') + "<", "passwordTooLong", "/cams/item[1]/Password"},
+        {list, "<cams KeyXPath=\"Type/text()\"", "wrongKey", "/cams"},
+        {list, "<cams", "wrongKey", "/cams"},
+        {"</cams>", "<Item/></cams>", "unknownElement", "/cams/Item"},
+        {"</cams>", "<item><Name type=\"BSTR\">x</Name></item></cams>", "isMissing", "/cams/item[4]/Type"},
+        {"<Name type=\"BSTR\"", "<Name", "wrongType", "/cams/item[1]/Name"},
+        {"<host type=\"BSTR\"", "<host type=\"int\"", "wrongType", "/host"},
+        {"</config>", "<extra/></config>", "unknownElement", "/extra"},
+        {"</config>", "<host type=\"BSTR\"/></config>", "standsTwice", "/host[2]"},
     };
+    for (const char* sign : {"/", "?", "#", ":", "%", "&amp;", "&#9;"})
+        cases.push_back({name, std::string(">a") + sign + "b<", "loginCharacters", "/cams/item[1]/Name"});
+    for (const char* sign : {"/", "&amp;", "&#9;"})
+        cases.push_back(
+            {password, std::string(">a") + sign + "b<", "passwordCharacters", "/cams/item[1]/Password"});
     for (const Case& c : cases) {
-        std::string edited = Replaced(document.body, ">gate<", ">" + c.name + "<");
-        edited = Replaced(edited, " stored=\"0\">••••••••<", ">" + c.password + "<");
-        const Reply reply = Write(edited, version);
-        EXPECT_EQ(reply.status, 422U) << c.key;
-        EXPECT_THAT(reply.body, HasSubstr("\"key\":\"" + c.key + "\"")) << c.name;
-        EXPECT_THAT(reply.body, HasSubstr("\"path\":\"/config/cams/item[")) << c.name;
+        const Reply reply = Write(Replaced(document.body, c.what, c.by), version);
+        EXPECT_EQ(reply.status, 422U) << c.by;
+        EXPECT_THAT(reply.body, HasSubstr(R"({"path":"/config)" + c.place + R"(","key":")" + c.key + '"'))
+            << c.by;
     }
+    EXPECT_THAT(Write("<other/>", version).body, HasSubstr(R"({"path":"/*","key":"foreignRoot")"));
     for (const std::string& bad : {std::string("<config>"), std::string("\xFF"), std::string(),
                                    Replaced(document.body, "stored=\"0\"", "stored=\"77\"")})
         EXPECT_EQ(Write(bad, version).status, 400U) << bad.substr(0, 20);
     EXPECT_TRUE(rig.configuration->m_path.IsNull());
+}
+
+TEST_F(SettingsTest, KeepWhatStoodThereBeforeTheRulesAndMarkIt) {
+    const std::string password = " stored=\"0\">••••••••<";
+    const std::tuple<std::string, std::string, unsigned> changes[] = {
+        {">10.0.0.1:80<", ">10.0.0.2:80<", 200},
+        {">50%<", ">fifty<", 200},
+        {password, ">a/b<", 200},
+        {">50%<", ">60%<", 422},
+        {password, ">c/d<", 422},
+    };
+    for (const auto& [what, by, status] : changes) {
+        Store({{u"50%", u"a/b"}, {u"viewer", u"x"}});
+        const Reply document = Get(kDocument);
+        for (const char* mark : {" kept=\"loginCharacters\">50%<",
+                                 " kept=\"passwordCharacters\" stored=\"0\"", " kept=\"loginTaken\">viewer<"})
+            EXPECT_THAT(document.body, HasSubstr(mark));
+        EXPECT_EQ(Write(Replaced(document.body, what, by), document.Header("ETag")).status, status) << by;
+    }
+}
+
+TEST_F(SettingsTest, ComeBackWhenTheComponentTakesThemInPart) {
+    const auto cameras = [&] { return SettingsDocument::Parse(rig.configuration->m_text)->Cameras(); };
+    const auto before = cameras();
+    for (const auto& [result, status] : {std::pair{S_OK, 422U}, {E_OUTOFMEMORY, 500U}}) {
+        int sets = 0;
+        rig.configuration->m_result = result;
+        rig.configuration->m_onSet = [&] {
+            if (sets++ == 0)
+                rig.configuration->m_text = SettingsText(CameraItem(u"gate", u"geheim"));
+            rig.configuration->m_result = S_OK;
+        };
+        const Reply document = Get(kDocument);
+        const Reply reply = Write(Replaced(document.body, ">yard<", ">tor<"), document.Header("ETag"));
+        EXPECT_EQ(reply.status, status);
+        EXPECT_EQ(reply.body.find("item[3]/Name\",\"key\":\"notTaken\"") != std::string::npos, status == 422);
+        EXPECT_EQ(sets, 2);
+        EXPECT_EQ(cameras(), before);
+        EXPECT_TRUE(rig.authenticator.CameraPassword("yard") && !rig.authenticator.CameraPassword("tor"));
+    }
+}
+
+TEST_F(SettingsTest, HoldTheServersAddressUntilSomebodySaysAnother) {
+    const auto stands = [&] {
+        return SettingsDocument::Parse(rig.configuration->m_text)->Host().value_or("");
+    };
+    const auto write = [&](const std::string& by) {
+        const Reply document = Get(kDocument);
+        return Write(Replaced(document.body, ">" + stands() + "</host>", by), document.Header("ETag")).status;
+    };
+    // Another run of the host, which listens there.
+    const auto start = [&](const char* own) {
+        Settings settings(rig.authenticator, *rig.feeds, rig.SettingsPath());
+        settings.SetConfiguration(platform::ComPtr<IConfiguration>(rig.configuration.Get()));
+        settings.SetOwnAddress(own);
+        return settings.Edit([](SettingsDocument&) { return false; }).addressEntered;
+    };
+    EXPECT_FALSE(start("127.0.0.1:1"));
+    EXPECT_EQ(stands(), "10.0.0.1:80") << "a person's";
+    rig.settings.SetOwnAddress("127.0.0.1:1");
+    EXPECT_EQ(write("></host>"), 200U);
+    EXPECT_EQ(stands(), "127.0.0.1:1") << "at once where none stands";
+    EXPECT_TRUE(start("127.0.0.1:2"));
+    EXPECT_FALSE(start("127.0.0.1:2"));
+    EXPECT_EQ(stands(), "127.0.0.1:2");
+    EXPECT_TRUE(start("127.0.0.1:3"));
+    for (const char* person : {">cams.example</host>", ">127.0.0.1:3</host>"})
+        EXPECT_EQ(write(person), 200U);
+    EXPECT_FALSE(start("127.0.0.1:4"));
+    EXPECT_EQ(stands(), "127.0.0.1:3") << "the same words, and a person's now";
 }
 
 TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
@@ -205,29 +290,38 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     EXPECT_EQ(ready(), "ready\n");
     rig.settings.SetConfiguration(nullptr);
     EXPECT_EQ(rig.Get("/readyz").status, 503U);
-
-    auto fresh = SettingsDocument::Parse(u"<config/>").value();
-    EXPECT_FALSE(fresh.OfferHost(""));
-    EXPECT_TRUE(fresh.OfferHost("192.0.2.1:80"));
-    EXPECT_FALSE(fresh.OfferHost("192.0.2.2:80")) << "somebody has said one";
-    EXPECT_THAT(platform::ToUtf8(fresh.Text()), HasSubstr("<host type=\"BSTR\">192.0.2.1:80</host>"));
 }
 
-TEST(SettingsFile, IsKeptAsideWhenItIsDamaged) {
+TEST(SettingsFile, IsKeptAsideWhenItIsNotServedWhole) {
     ASSERT_EQ(S_OK, platform::RegisterConfigDocumentClass());
     const TempFolder folder;
     const std::string file = SettingsFile(folder.File("data"));
-    EXPECT_EQ(PrepareSettingsFile(file), "");
-    platform::ReplaceFile(file, "<config><host type=\"BSTR\">a</host></config>");
-    EXPECT_EQ(PrepareSettingsFile(file), "");
-    const std::string unreadable = "<config><cams><item><Name type=\"int\">1</Name></item></cams></config>";
-    for (const auto& [content, copy] : {std::pair(std::string("<config>"), ".damaged"),
-                                        {"<other/>", ".damaged2"},
-                                        {unreadable, ".damaged3"},
-                                        {"<config>", ".damaged"}}) {
+    MakeSettingsFolder(file);
+    const std::u16string items = CameraItem(u"gate", u"a") + CameraItem(u"yard", u"b");
+    const std::string whole = platform::ToUtf8(SettingsText(items));
+    const auto served = SettingsDocument::Parse(SettingsText(CameraItem(u"gate", u"a"))).value();
+    EXPECT_FALSE(KeepIfDamaged(file, served)) << "none yet";
+    const std::string yard = "the camera \"yard\" is not served as it stands there";
+    const std::tuple<std::string, const char*, std::vector<std::string>> rows[] = {
+        {"<config>", ".damaged", {"nothing of it can be read: it is no well-formed document"}},
+        {Replaced(whole, ">yard<", "><x/><"), ".damaged2", {"/config/cams/item[2]/Name: "}},
+        {whole, ".damaged3", {yard}},
+        {Replaced(whole, "10.0.0.1", "10.0.0.2"),
+         ".damaged4",
+         {yard, "the host address \"10.0.0.2:80\" is not served"}},
+        {"<config>", ".damaged", {"nothing of it can be read: it is no well-formed document"}},
+        {"<config><host type=\"BSTR\">10.0.0.1:80</host></config>", "", {}},
+    };
+    for (const auto& [content, copy, lost] : rows) {
         platform::ReplaceFile(file, content);
-        EXPECT_EQ(PrepareSettingsFile(file), file + copy);
+        const auto damaged = KeepIfDamaged(file, served);
+        ASSERT_EQ(damaged.has_value(), !lost.empty()) << content;
+        if (!damaged)
+            continue;
+        EXPECT_EQ(damaged->copy, file + copy);
         EXPECT_EQ(platform::ReadWholeFile(file + copy).value_or(""), content);
+        for (const std::string& line : lost)
+            EXPECT_THAT(damaged->lost, testing::Contains(testing::StartsWith(line)));
     }
 }
 

@@ -78,10 +78,10 @@ TEST(DataFolder, FilesWithFaultsAreToldByLine) {
         std::string wrong = {}; // behind the path
     };
     const Case cases[] = {
-        {"users", "# c\r\n\nann\tadmin\t-\tx\r\n"},
+        {"users", "# c\r\n\nann\tadmin\t-\tx\r\na%&b\tphone\t-\tx\n"}, // set before the rule
         {"users", "a\tadmin\t-\tx\nb\n", ", line 2: a user has four fields: login, kind, mark, hash"},
         {"users", "\nann\tking\t-\tx\n", ", line 2: the kind of a user is admin, viewer or phone"},
-        {"users", "a:b\tadmin\t-\tx\n", ", line 1: a login has no control characters and none of : / ? #"},
+        {"users", "a:b\tadmin\t-\tx\n", ", line 1: a login has no control characters and none of / ? # :"},
         {"users", "a\xFF\tadmin\t-\tx\n", ", line 1: a login is UTF-8 text"},
         {"users", "\tadmin\t-\tx\n", ", line 1: a login has 1 to 64 bytes"},
         {"users", "ann\tadmin\t-\tx\nann\tphone\t-\tx\n", ", line 2: this login stands there twice"},
@@ -90,6 +90,10 @@ TEST(DataFolder, FilesWithFaultsAreToldByLine) {
         {"cameras", "yard\t640x480\tp\n", ", line 1: the type of a camera is 320x240 or 160x120"},
         {"cameras", "yard\t320x240\t" + std::string(64, 'p'),
          ", line 1: a password of this kind of user has 1 to 63 bytes"},
+        {"cameras", "a%\t320x240\tp\n",
+         ", line 1: a camera's name is its phone's login: a login has no control characters and none of / ? "
+         "# : % &"},
+        {"cameras", "a\t320x240\tp/\n", ", line 1: a password has no control characters and none of & /"},
         {"cameras", "a\t320x240\tp\na\t160x120\tp\n", ", line 2: this camera stands there twice"},
     };
     for (const Case& c : cases) {

@@ -46,12 +46,11 @@ public:
     HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) override {
         m_path = platform::Bstr::CopyOf(path);
         m_head = platform::Bstr::CopyOf(*head);
-        if (FAILED(m_result))
-            return m_result;
-        m_text = platform::ViewOf(*body);
+        if (SUCCEEDED(m_result))
+            m_text = platform::ViewOf(*body);
         if (m_onSet)
             m_onSet();
-        return Answer(body, head);
+        return FAILED(m_result) ? m_result : Answer(body, head);
     }
 
 protected:

@@ -2,7 +2,7 @@
 // the model: what is typed goes straight into it.
 
 import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./rules.js";
-import { hintOf, text } from "./text.js";
+import { hintOf, keptWords, text } from "./text.js";
 
 let lastId = 0;
 
@@ -54,19 +54,23 @@ class Field {
         const hint = hintOf(element);
         this.hint = make("p", { className: "hint", id: `${this.id}-hint`, textContent: hint, hidden: hint === "" });
         this.error = make("p", { className: "problem", id: `${this.id}-problem`, hidden: true });
+        // What the host would not take today, and keeps: it was there before the rule.
+        const kept = element.getAttribute("kept");
+        this.kept = make("p", { className: "kept", id: `${this.id}-kept`, textContent: kept && keptWords(kept) });
         this.control = this.makeControl();
         this.control.id = this.id;
-        this.control.setAttribute("aria-describedby", `${this.error.id} ${this.hint.id}`);
+        this.control.setAttribute("aria-describedby", `${this.error.id} ${this.kept.id} ${this.hint.id}`);
         this.control.addEventListener("input", () => this.edit());
         this.control.addEventListener("change", () => this.check());
         this.root = make(
             "div", { className: "field" },
             // The name in the document says what is meant where a language has no word yet.
             make("label", { htmlFor: this.id, textContent: this.label, title: element.nodeName }),
-            this.makeBox(), this.error, this.hint,
+            this.makeBox(), this.error, this.kept, this.hint,
         );
         this.root.dataset.name = element.nodeName;
         this.show();
+        this.showKept();
     }
 
     makeBox() {
@@ -88,12 +92,14 @@ class Field {
         if (this.problem !== null) {
             this.check();
         }
+        this.showKept();
         this.page.edited(this);
     }
 
     set value(value) {
         setOwnText(this.element, value);
         this.show();
+        this.showKept();
         this.page.edited(this);
     }
 
@@ -103,6 +109,10 @@ class Field {
 
     get changed() {
         return this.value !== this.base;
+    }
+
+    showKept() {
+        this.kept.hidden = this.changed || this.kept.textContent === "";
     }
 
     // Says what is wrong beside the field. True when nothing is.
@@ -170,13 +180,13 @@ class PasswordField extends Field {
     }
 
     // Whether the password is still the one that the host holds.
-    get kept() {
+    get untouched() {
         return this.stored !== null && this.element.hasAttribute("stored");
     }
 
     show() {
-        this.control.value = this.kept ? (this.secret ?? "") : ownText(this.element);
-        this.control.placeholder = this.kept && this.secret === null ? this.mark : "";
+        this.control.value = this.untouched ? (this.secret ?? "") : ownText(this.element);
+        this.control.placeholder = this.untouched && this.secret === null ? this.mark : "";
     }
 
     read() {
@@ -188,7 +198,7 @@ class PasswordField extends Field {
             this.element.removeAttribute("stored");
             setOwnText(this.element, value);
         }
-        this.control.placeholder = this.kept && this.secret === null ? this.mark : "";
+        this.control.placeholder = this.untouched && this.secret === null ? this.mark : "";
     }
 
     set value(value) {
@@ -201,17 +211,17 @@ class PasswordField extends Field {
     }
 
     get changed() {
-        return !this.kept && (this.stored !== null || this.value !== this.base);
+        return !this.untouched && (this.stored !== null || this.value !== this.base);
     }
 
     async toggle() {
         const visible = this.control.type === "text";
-        if (!visible && this.kept && this.secret === null) {
+        if (!visible && this.untouched && this.secret === null) {
             this.reveal.disabled = true;
             const secret = await this.page.readSecret(this.stored);
             this.reveal.disabled = false;
             this.reveal.focus();
-            if (secret === null || !this.kept) {
+            if (secret === null || !this.untouched) {
                 return;
             }
             this.secret = secret;

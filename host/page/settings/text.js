@@ -19,13 +19,13 @@ const WORDS = {
         "ძალაში შედის სერვერის შემდეგი გაშვებისას.",
     ],
     hostHint: [
-        "Address and port under which phones reach this server, such as 192.168.1.20:8080.",
-        "Dirección y puerto con los que los teléfonos llegan a este servidor, por ejemplo 192.168.1.20:8080.",
-        "Adresse et port par lesquels les téléphones joignent ce serveur, par exemple 192.168.1.20:8080.",
-        "Адрес и порт, по которым телефоны находят этот сервер, например 192.168.1.20:8080.",
-        "Adrese un ports, ar ko tālruņi sasniedz šo serveri, piemēram, 192.168.1.20:8080.",
-        "Telefonların bu serverə çatdığı ünvan və port, məsələn, 192.168.1.20:8080.",
-        "მისამართი და პორტი, რომლითაც ტელეფონები ამ სერვერს უკავშირდება, მაგალითად 192.168.1.20:8080.",
+        "Address and port under which phones reach this server, such as 192.168.1.20:8080. Leave it empty for the server’s own.",
+        "Dirección y puerto con los que los teléfonos llegan a este servidor, por ejemplo 192.168.1.20:8080. Vacío: la del propio servidor.",
+        "Adresse et port par lesquels les téléphones joignent ce serveur, par exemple 192.168.1.20:8080. Vide : celle du serveur lui-même.",
+        "Адрес и порт, по которым телефоны находят этот сервер, например 192.168.1.20:8080. Пусто — собственный адрес сервера.",
+        "Adrese un ports, ar ko tālruņi sasniedz šo serveri, piemēram, 192.168.1.20:8080. Tukšs lauks: paša servera adrese.",
+        "Telefonların bu serverə çatdığı ünvan və port, məsələn, 192.168.1.20:8080. Boş qalsa, serverin öz ünvanı.",
+        "მისამართი და პორტი, რომლითაც ტელეფონები ამ სერვერს უკავშირდება, მაგალითად 192.168.1.20:8080. ცარიელი ველი ნიშნავს სერვერის საკუთარ მისამართს.",
     ],
     camsHint: [
         "A phone signs in with the name and the password of a camera and becomes that camera. A camera without a password takes no phone.",
@@ -71,13 +71,13 @@ const WORDS = {
     ],
     // Of names that are sign-ins as well, and of passwords: the host's own rules.
     loginCharacters: [
-        "A phone signs in with this name: it cannot have control characters, nor any of : / ? #",
-        "Un teléfono inicia sesión con este nombre: no puede tener caracteres de control ni : / ? #",
-        "Un téléphone se connecte sous ce nom : pas de caractères de contrôle ni de : / ? #",
-        "Телефон входит под этим именем: в нём не может быть управляющих знаков и : / ? #",
-        "Tālrunis pierakstās ar šo nosaukumu: tajā nedrīkst būt vadības rakstzīmes un : / ? #",
-        "Telefon bu adla daxil olur: onda idarəetmə simvolları və : / ? # ola bilməz",
-        "ტელეფონი ამ სახელით შედის: მასში არ უნდა იყოს მართვის სიმბოლოები და : / ? #",
+        "A phone signs in with this name: it cannot have control characters, nor any of / ? # : % &",
+        "Un teléfono inicia sesión con este nombre: no puede tener caracteres de control ni / ? # : % &",
+        "Un téléphone se connecte sous ce nom : pas de caractères de contrôle ni de / ? # : % &",
+        "Телефон входит под этим именем: в нём не может быть управляющих знаков и / ? # : % &",
+        "Tālrunis pierakstās ar šo nosaukumu: tajā nedrīkst būt vadības rakstzīmes un / ? # : % &",
+        "Telefon bu adla daxil olur: onda idarəetmə simvolları və / ? # : % & ola bilməz",
+        "ტელეფონი ამ სახელით შედის: მასში არ უნდა იყოს მართვის სიმბოლოები და / ? # : % &",
     ],
     loginTooLong: [
         "A phone signs in with this name: it can have 64 bytes (letters beyond A to Z count twice or more).",
@@ -106,10 +106,18 @@ const WORDS = {
         "ტელეფონს შეუძლია გაგზავნოს არაუმეტეს 63 ბაიტი (A–Z-ის გარდა ასოები ორ ან მეტ ბაიტს იკავებს).",
     ],
     passwordCharacters: [
-        "A password cannot have control characters.", "Una contraseña no puede tener caracteres de control.",
-        "Un mot de passe n’a pas de caractères de contrôle.", "В пароле не может быть управляющих знаков.",
-        "Parolē nedrīkst būt vadības rakstzīmes.", "Parolda idarəetmə simvolları ola bilməz.",
-        "პაროლში არ უნდა იყოს მართვის სიმბოლოები.",
+        "A phone cannot send this password: it cannot have control characters, nor & or /",
+        "Un teléfono no puede enviar esta contraseña: no puede tener caracteres de control ni & o /",
+        "Un téléphone ne peut pas envoyer ce mot de passe : pas de caractères de contrôle ni de & ou /",
+        "Телефон не может передать такой пароль: в нём не может быть управляющих знаков и & или /",
+        "Tālrunis nevar nosūtīt šādu paroli: tajā nedrīkst būt vadības rakstzīmes un & vai /",
+        "Telefon belə parolu göndərə bilmir: onda idarəetmə simvolları və & yaxud / ola bilməz",
+        "ტელეფონს ასეთი პაროლის გაგზავნა არ შეუძლია: მასში არ უნდა იყოს მართვის სიმბოლოები და & ან /",
+    ],
+    // In front of one of the words above, of a value that was there before the rule.
+    keptAsItIs: [
+        "Kept as it is.", "Se conserva tal cual.", "Conservé tel quel.", "Оставлено как есть.",
+        "Atstāts, kā ir.", "Olduğu kimi saxlanılır.", "დატოვებულია უცვლელად.",
     ],
     loading: ["Reading the settings", "Leyendo los ajustes", "Lecture des réglages", "Чтение настроек", "Iestatījumu nolasīšana", "Ayarlar oxunur", "პარამეტრების წაკითხვა"],
     cannotLoad: [
@@ -216,6 +224,11 @@ export const isKnown = (key) => Object.hasOwn(WORDS, key);
 
 export function text(key, value = "") {
     return WORDS[key][column].replace("{}", String(value));
+}
+
+// Of a value that is kept although the host would not take it today. `key` says why.
+export function keptWords(key) {
+    return isKnown(key) ? `${text("keptAsItIs")} ${text(key)}` : text("keptAsItIs");
 }
 
 export function hintOf(element) {

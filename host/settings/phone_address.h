@@ -1,0 +1,35 @@
+// The address of this server that phones are told, where nobody has said another one.
+//
+// It stands in the settings like one that a person entered. A file beside them remembers which one is the
+// host's, so that it can follow when the server listens elsewhere.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/settings/document.h"
+
+namespace host {
+
+// Belongs to one thread at a time. A file that cannot be written is told in the log.
+class PhoneAddress {
+public:
+    // Reads the file, which need not be there.
+    explicit PhoneAddress(std::string file);
+
+    // Where phones reach the server: "ADDR:PORT". Nothing is entered before that is known.
+    void SetOwn(std::string own) { m_own = std::move(own); }
+    // Enters it where no address stands, or one that the host entered earlier. True when it did.
+    bool EnterInto(SettingsDocument& document);
+    // Somebody has changed the address: the one that stands there now is nobody else's to change.
+    void LetGo();
+
+private:
+    void Remember(std::vector<std::string> entered);
+
+    const std::string m_file;
+    std::string m_own;
+    std::vector<std::string> m_entered; // the newest first
+};
+
+} // namespace host
