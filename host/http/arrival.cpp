@@ -11,7 +11,7 @@ namespace {
 
 // No event tells of an acknowledgement.
 constexpr std::chrono::milliseconds kShortestPause{1};
-constexpr std::chrono::milliseconds kLongestPause{50};
+constexpr std::chrono::milliseconds kLongestPause{10};
 
 constexpr std::uint8_t kStateClosed = 7; // TCP_CLOSE
 

