@@ -30,9 +30,9 @@ std::vector<std::string> OwnAddresses() {
                 continue;
             std::array<char, INET6_ADDRSTRLEN> text{};
             const void* const address =
-                family == AF_INET
-                    ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr)
-                    : &reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr)->sin6_addr;
+                family == AF_INET ? static_cast<const void*>(
+                                        &reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr)
+                                  : &reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr)->sin6_addr;
             if (::inet_ntop(family, address, text.data(), text.size()) != nullptr)
                 addresses.emplace_back(text.data());
         }

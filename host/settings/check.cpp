@@ -114,7 +114,9 @@ private:
                 Add(place, "isMissing", "a camera has this value");
         }
         const ElementPtr name = ElementAt(item, u"Name");
-        const std::u16string text = name ? ValueOf(*name) : std::u16string();
+        if (!name)
+            return;
+        const std::u16string text = ValueOf(*name);
         if (text.empty())
             Add(path + "/Name", "mustNotBeEmpty", "a camera has a name");
         else if (!m_names.insert(text).second)
@@ -155,7 +157,8 @@ StoredValues ValuesOf(const SettingsDocument& document) {
 
 } // namespace
 
-std::vector<SettingsProblem> FindUnreadable(const SettingsDocument& document, const SettingsDocument& served) {
+std::vector<SettingsProblem> FindUnreadable(const SettingsDocument& document,
+                                            const SettingsDocument& served) {
     Reading reading(served);
     reading.Document(document);
     return std::move(reading.problems);
@@ -188,10 +191,10 @@ std::vector<SettingsProblem> FindUnusable(const SettingsDocument& document, cons
         if (camera.password.empty() || kept)
             continue;
         if (const std::string wrong = CheckPassword(camera.password, UserKind::Phone); !wrong.empty())
-            problems.push_back({path + "/Password",
-                                camera.password.size() > kMaxPhonePasswordBytes ? "passwordTooLong"
-                                                                                : "passwordCharacters",
-                                wrong});
+            problems.push_back(
+                {path + "/Password",
+                 camera.password.size() > kMaxPhonePasswordBytes ? "passwordTooLong" : "passwordCharacters",
+                 wrong});
     }
     return problems;
 }
@@ -211,7 +214,8 @@ std::vector<SettingsProblem> FindDifferences(const SettingsDocument& given, cons
     for (const auto& [place, stored] : got) {
         const bool asked = place == kHostPlace ? wanted.contains(place) : hasCameras;
         if (asked && !wanted.contains(place))
-            problems.push_back({"/config/cams", "notTaken", "the server keeps a camera that does not stand there"});
+            problems.push_back(
+                {"/config/cams", "notTaken", "the server keeps a camera that does not stand there"});
     }
     return problems;
 }

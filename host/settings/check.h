@@ -1,5 +1,5 @@
-// What is looked at before a settings document is handed over to the component, which takes of one what it can
-// read and leaves out the rest without a word.
+// What is looked at before a settings document is handed over to the component, which takes of one what it
+// can read and leaves out the rest without a word.
 #pragma once
 
 #include <functional>

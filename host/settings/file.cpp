@@ -40,7 +40,7 @@ std::vector<std::string> FindLost(const std::string& file, const SettingsDocumen
         lost.push_back(problem.path + ": " + problem.text);
     const auto cameras = served.Cameras();
     for (const CameraEntry& camera : document->Cameras()) {
-        if (std::ranges::find(cameras, camera) == cameras.end())
+        if (!camera.name.empty() && std::ranges::find(cameras, camera) == cameras.end())
             lost.push_back("the camera \"" + camera.name + "\" is not served as it stands there");
     }
     if (const auto host = document->Host(); host && host != served.Host())

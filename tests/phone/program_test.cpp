@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <sstream>
+
 #include "phone/pictures.h"
 #include "phone/scripted_server.h"
 #include "support/Program.h"
@@ -11,107 +14,72 @@ namespace {
 
 using support::Program;
 
-std::vector<std::string> Upload(const ScriptedServer& server, const std::string& sequence,
-                                std::initializer_list<const char*> more = {}) {
-    std::vector<std::string> words{PHONE_PROGRAM, "upload", "--login", "yard",
-                                   "--password",  "demo",   "--fps",   "200"};
-    words.insert(words.end(),
-                 {"--server", server.Address().Text(), "--pictures", PHONE_PICTURES "/" + sequence});
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
+std::vector<std::string> Words(const std::string& line) {
+    std::istringstream stream(PHONE_PROGRAM " " + line);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::vector<std::string> Upload(const ScriptedServer& server, const std::string& more) {
+    return Words("upload --login yard --password demo --fps 200 --server " + server.Address().Text() +
+                 " --pictures " PHONE_PICTURES "/" + more);
 }
 
 TEST(PhoneProgram, EndsAsItsHelpSays) {
     struct Case {
-        std::vector<std::string> arguments;
+        std::string line;
         int status;
         const char* output;
     };
+    const std::string pictures = PHONE_PICTURES;
     const Case cases[] = {
-        {{"--help"}, 0, "morrowstream-phone upload"},
-        {{"upload", "--help"}, 0, "--server HOST:PORT"},
-        {{"view", "--help"}, 0, "--source KEY"},
-        {{"view", "--server", "h:1", "--login", "l"}, 2, "--server, --login and --source are needed"},
-        {{"install", "--help"}, 0, "--kind upload|view"},
-        {{"install", "--kind", "view"}, 2, "--kind, --server and --login are needed, or --link alone"},
-        {{"install", "--link", "http://h:1/get/t", "--login", "l"}, 2, "or --link alone"},
-        {{"install", "--link", "https://h/get/t"}, 2, "--link takes http://HOST:PORT/get/TOKEN"},
-        {{"install", "--kind", "x"}, 2, "--kind takes upload or view"},
-        {{"install", "--kind", "upload", "--server", "h:1", "--login", "l", "--name", "a&b"},
-         2,
-         "--name takes a name without blanks"},
-        {{"install", "--link", "http://127.0.0.1:1/get/t"}, 1, "cannot connect"},
-        {{}, 2, "morrowstream-phone: no command; see morrowstream-phone --help\n"},
-        {{"dance"}, 2, "unknown command \"dance\""},
-        {{"upload", "--server", "x"}, 2, "--server takes HOST:PORT, not \"x\""},
-        {{"upload", "--server", "h:1", "--login", "l", "--pictures", "/nowhere"},
-         1,
-         "cannot read the folder /nowhere: "},
+        {"--help", 0, "morrowstream-phone upload"},
+        {"upload --help", 0, "--server HOST:PORT"},
+        {"view --server h:1 --login l", 2, "--server, --login and --source are needed"},
+        {"install --kind view", 2, "--kind, --server and --login are needed, or --link alone"},
+        {"install --link http://h:1/get/t --login l", 2, "or --link alone"},
+        {"install --link https://h/get/t", 2, "--link takes http://HOST:PORT/get/TOKEN"},
+        {"install --kind x", 2, "--kind takes upload or view"},
+        {"install --kind upload --server h:1 --login l --name a&b", 2, "--name takes a name without blanks"},
+        {"install --link http://127.0.0.1:1/get/t", 1, "cannot connect"},
+        {"", 2, "morrowstream-phone: no command; see morrowstream-phone --help\n"},
+        {"dance", 2, "unknown command \"dance\""},
+        {"upload --server x", 2, "--server takes HOST:PORT, not \"x\""},
+        {"upload --server h:1 --login l --pictures /nowhere", 1, "cannot read the folder /nowhere: "},
+        {"upload --server 127.0.0.1:1 --login l --pictures " + pictures + "/gate", 1,
+         "cannot connect to 127.0.0.1:1: Connection refused\nsent 0 frames, 0 grants\n"},
     };
     for (const Case& row : cases) {
-        std::vector<std::string> words{PHONE_PROGRAM};
-        words.insert(words.end(), row.arguments.begin(), row.arguments.end());
-        Program program(words);
+        Program program(Words(row.line));
         EXPECT_EQ(program.Wait(), row.status) << row.output;
         EXPECT_NE(program.output.find(row.output), std::string::npos) << program.output;
     }
 }
 
-TEST(PhoneProgram, ReportsWhatItSent) {
-    for (const char* sequence : {"yard", "gate"}) {
+TEST(PhoneProgram, SendsItsPicturesUntilASignalAndReportsThem) {
+    for (const auto& [sequence, signal, width] :
+         {std::tuple{"yard", SIGINT, 320U}, {"gate", SIGTERM, 160U}}) {
         ScriptedServer server;
-        Program program(Upload(server, sequence, {"--frames", "4"}));
+        Program program(Upload(server, sequence));
         const std::string header = server.AcceptPhone();
         EXPECT_EQ(header.size(), 607U); // the pictures that come with the program share the usual head
-        server.Grant(10);
+        server.Grant(4);
         for (int i = 0; i < 4; ++i) {
             const std::string picture = header + server.ReadFrame();
-            EXPECT_EQ(JpegSize(picture)->width, sequence[0] == 'y' ? 320U : 160U);
+            EXPECT_EQ(JpegSize(picture)->width, width);
             EXPECT_TRUE(picture.ends_with("\xFF\xD9"));
         }
+        program.Signal(signal);
+        EXPECT_TRUE(server.AtEnd()); // its side is closed in order
         server.Close();
         EXPECT_EQ(program.Wait(), 0);
         EXPECT_EQ(program.output, "sent 4 frames, 1 grants\n");
     }
 }
 
-TEST(PhoneProgram, FailsWithAClearLine) {
-    std::vector<std::string> words;
-    {
-        ScriptedServer server;
-        words = Upload(server, "gate");
-        Program denied(words);
-        server.Answer("\x01");
-        server.Close();
-        EXPECT_EQ(denied.Wait(), 1);
-        EXPECT_EQ(denied.output, "morrowstream-phone: denied: wrong password\nsent 0 frames, 0 grants\n");
-    }
-    Program refused(words); // nobody listens any more
-    EXPECT_EQ(refused.Wait(), 1);
-    EXPECT_EQ(refused.output, "morrowstream-phone: cannot connect to " + words[9] +
-                                  ": Connection refused\nsent 0 frames, 0 grants\n");
-}
-
-TEST(PhoneProgram, EndsCleanlyOnASignal) {
-    for (const int signal : {SIGINT, SIGTERM}) {
-        ScriptedServer server;
-        Program program(Upload(server, "gate", {"--phones", "1"}));
-        server.AcceptPhone();
-        server.Grant(2);
-        server.ReadFrame();
-        server.ReadFrame();
-        program.Signal(signal);
-        EXPECT_TRUE(server.AtEnd()); // its side is closed in order
-        server.Close();
-        EXPECT_EQ(program.Wait(), 0);
-        EXPECT_EQ(program.output, "sent 2 frames, 1 grants, 1 of 1 phones to the end\n");
-    }
-}
-
 // Many phones: each logs in under its own name, and the one that fails is named and makes the whole fail.
 TEST(PhoneProgram, RunsManyPhones) {
     ScriptedServer server;
-    Program program(Upload(server, "gate", {"--phones", "2", "--frames", "1"}));
+    Program program(Upload(server, "gate --phones 2 --frames 1"));
     std::string heads;
     for (int i = 0; i < 2; ++i) {
         server.Accept();
@@ -150,33 +118,28 @@ TEST(PhoneProgram, WatchesUntilOneSideHasEnough) {
     const std::string head = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
     const std::string cut = Packed(2).substr(0, 50);
     struct Case {
-        std::vector<std::string> more;
-        std::string answer;
+        std::string more, answer;
         int status;
         const char* line;
     };
     const Case cases[] = {
-        {{"--frames", "2"}, head + Packed(1) + Packed(2) + Packed(3), 0, "received 2 pictures, "},
-        {{}, head + Packed(1) + Packed(2, true), 0, "received 2 pictures, "},
-        {{},
-         head + Packed(1),
-         1,
-         "morrowstream-phone: the server closed the connection\nreceived 1 pictures, "},
-        {{}, head + Packed(1) + cut, 1, "the server closed the connection in the middle of a picture\n"},
-        {{}, head, 1, "the server closed the connection before the first picture\n"},
-        {{}, head + Packed(2), 1, "the stream is none of this protocol: picture 2 behind picture 0\n"},
-        {{}, head + "<html>", 1, "the stream is none of this protocol: a picture begins with other bytes\n"},
-        {{}, "HTTP/1.1 404 Not\x1B\r\n\r\n", 1, "denied: the web server answered (HTTP/1.1 404 Not?)\n"},
-        {{}, std::string(9000, 'x'), 1, "the server's answer is no HTTP\n"},
-        {{}, "", 1, "it may have no source \"a/b c\", or not take these parameters\n"},
-        {{"--out", "/proc/none"}, "", 1, "cannot make /proc/none: "},
+        {" --frames 2", head + Packed(1) + Packed(2) + Packed(3), 0, "received 2 pictures, "},
+        {"", head + Packed(1) + Packed(2, true), 0, "received 2 pictures, "},
+        {"", head + Packed(1), 1, "phone: the server closed the connection\nreceived 1 pictures, "},
+        {"", head + Packed(1) + cut, 1, "the server closed the connection in the middle of a picture\n"},
+        {"", head, 1, "the server closed the connection before the first picture\n"},
+        {"", head + Packed(2), 1, "the stream is none of this protocol: picture 2 behind picture 0\n"},
+        {"", head + "<html>", 1, "the stream is none of this protocol: a picture begins with other bytes\n"},
+        {"", "HTTP/1.1 404 Not\x1B\r\n\r\n", 1, "denied: the web server answered (HTTP/1.1 404 Not?)\n"},
+        {"", std::string(9000, 'x'), 1, "the server's answer is no HTTP\n"},
+        {"", "", 1, "it may have no source \"a/b c\", or not take these parameters\n"},
+        {" --out /proc/none", "", 1, "cannot make /proc/none: "},
     };
     for (const Case& row : cases) {
         ScriptedServer server;
-        std::vector<std::string> words{PHONE_PROGRAM, "view",  "--login",  "yard",
-                                       "--password",  "demo",  "--server", server.Address().Text(),
-                                       "--source",    "a/b c", "--params", "fps=5"};
-        words.insert(words.end(), row.more.begin(), row.more.end());
+        auto words = Words("view --login yard --password demo --params fps=5 --server " +
+                           server.Address().Text() + row.more);
+        words.insert(words.end(), {"--source", "a/b c"});
         Program program(words);
         if (!row.answer.empty() || row.more.empty()) {
             server.Accept();

@@ -1,0 +1,251 @@
+#!/usr/bin/env python3
+"""The programs themselves: exit statuses, the lines that they print, the data folder, and phones that view through them."""
+
+import argparse
+import os
+import re
+import shutil
+import signal
+import socket
+import stat
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
+from hostprogram import Host, free_port  # noqa: E402 - it stands beside the browser tests
+
+options = None  # set at the end
+CAMERA = '<item><Name type="BSTR">{}</Name><Type type="BSTR">320x240</Type><Password type="BSTR"/></item>'
+
+
+class ProgramCase(unittest.TestCase):
+    longMessage = True
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="program-")
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.data = os.path.join(self.folder, "data")
+        self.settings = Path(self.data, "Norvane", "Tessaron", "Servers", "Morrowstream.xml")
+
+    def run_host(self, *words, status=0, said=""):
+        """What it prints; it has to end with that status."""
+        done = subprocess.run([options.host, *words], input=said, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              text=True, timeout=60)
+        self.assertEqual(done.returncode, status, done.stdout)
+        return done.stdout
+
+    def serve(self, seconds=1, *words):
+        return self.run_host("--data", self.data, "--listen", f"127.0.0.1:{free_port()}", "--seconds", str(seconds), *words)
+
+    def read(self, name):
+        return Path(self.data, name).read_text(encoding="utf-8")
+
+    def wait_until(self, condition, what, seconds=15):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, what)
+            time.sleep(0.02)
+
+
+class Programs(ProgramCase):
+    def test_what_makes_no_sense_is_refused(self):
+        file = os.path.join(self.folder, "file")
+        Path(file).write_text("ann\tviewer\tx\nbad line\n", encoding="utf-8")
+        add = ["--data", self.data, "--add-user"]
+        rows = [
+            (["--what"], 2, 'morrowstream-host: unknown argument "--what"; see morrowstream-host --help\n'),
+            (["--x\x1B[2J"], 2, 'morrowstream-host: unknown argument "--x'),
+            (["--demo", "--data", self.data, "--listen", "0.0.0.0:0"], 1,
+             "morrowstream-host: the demo's passwords are known to everybody, so it listens on a loopback address only"),
+            (["--data", file], 1, "morrowstream-host: cannot make the data folder"),
+            (["--data", self.data, "--listen", "192.0.2.1:0"], 1, "morrowstream-host: cannot listen on 192.0.2.1:0: "),
+            ([*add, "a%b", "--kind", "viewer"], 1, 'user "a%b": a login has no control characters and none of / ? # : % &'),
+            ([*add, "ann", "--kind", "viewer"], 1, 'user "ann": a password has no control characters and none of & /'),
+            (["--data", self.data, "--add-users", file], 1, ", line 2: a user has three fields"),
+            (["--data", self.data, "--add-users", file + "x"], 1, "morrowstream-host: cannot read "),
+            (["--data", self.data, "--demo", "--listen", "127.0.0.1:0", "--pictures", self.data], 1,
+             f"the demo needs the pictures in {self.data}/yard (--pictures DIR)\n"),
+            (["--help"], 0, "morrowstream-host: a video server whose cameras are mobile phones.\n"),
+            (["--version"], 0, "morrowstream-host 0."),
+        ]
+        for words, status, line in rows:
+            with self.subTest(words=words):
+                output = self.run_host(*words, status=status, said="p/\n")
+                self.assertIn(line, output)
+                self.assertNotIn("\x1B", output)
+        self.assertNotIn("ann", self.read("users"), "a file with a fault adds nobody")
+
+    def test_it_serves_until_it_is_told_to_end_and_holds_its_folder(self):
+        said = self.run_host("--data", self.data, "--add-user", "vera", "--kind", "viewer", said="geheim\r\n")
+        self.assertEqual(said, 'User "vera" is a viewer now.\n')
+        # One from before a rule gets another password, and is told of.
+        with open(os.path.join(self.data, "users"), "a", encoding="utf-8") as users:
+            users.write("50%\tphone\t-\tx\n")
+        self.run_host("--data", self.data, "--add-user", "50%", "--kind", "phone", said="geheim\n")
+        self.assertRegex(self.read("users"), r"50%\tphone\t-\t\$y\$[^\n]*\nadmin\tadmin\t-\t\$y\$[^\n]*\nvera\tviewer\t-\t\$y\$")
+        self.assertEqual(stat.S_IMODE(os.stat(os.path.join(self.data, "users")).st_mode), 0o600)
+        Path(self.data, "cameras").write_text("yard\t320x240\tdemo\n", encoding="utf-8")
+        for number in (signal.SIGINT, signal.SIGTERM):
+            host = Host(options.host, self.folder, ["--quiet"])
+            self.addCleanup(host.close)
+            host.start()
+            self.assertIn(f"another host runs on the data folder {self.data}",
+                          self.run_host("--data", self.data, "--listen", "127.0.0.1:0", status=1))
+            self.assertIn(f"port {host.port} is in use",
+                          self.run_host("--data", self.data + "2", "--listen", f"127.0.0.1:{host.port}", status=1))
+            other = Path(self.data + "2", self.settings.relative_to(self.data))
+            self.assertFalse(other.exists(), "phones are told of an address that is another server's")
+            begun = time.monotonic()
+            host.process.send_signal(number)
+            self.assertEqual(host.process.wait(timeout=30), 0)
+            self.assertLess(time.monotonic() - begun, 3)
+            self.assertIn("yard: 0 frames received, 0 failed\n", host.log_tail())
+            self.assertIn('The user "50%" is kept, but no phone can sign in with this name', host.log_tail())
+
+    def test_levels_are_written_where_the_journal_reads(self):
+        # The service manager names the stream by device and inode; the name of another stream means nothing.
+        for inode, marked in (("$(stat -Lc %i /proc/self/fd/2)", True), ("1", False)):
+            script = f'JOURNAL_STREAM=$(stat -Lc %d /proc/self/fd/2):{inode} exec "$0" --seconds 1 --listen 127.0.0.1:0 --data "$1"'
+            output = subprocess.run(["/bin/sh", "-c", script, options.host, self.data + inode[0]], check=True, timeout=60,
+                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
+            self.assertEqual("<6>component: registered " in output, marked, output)
+            self.assertEqual("  component registered " in output, not marked, output)
+
+    def test_the_language_and_the_component_stand_in_the_registry(self):
+        os.mkdir(self.data)
+        registry = os.path.join(self.data, "registry")
+        Path(registry).write_text('[HKEY_LOCAL_MACHINE\\SOFTWARE]\n"lang"=twenty-five\n', encoding="utf-8")
+        said = self.run_host("--data", self.data, "--language", "ru")
+        self.assertTrue(said.startswith(f"The registry is damaged and counts as empty: {registry}, line 2: a value is a number "
+                                        "or a text in double quotes\n"), said)
+        self.assertIn("component registered ", said)
+        self.assertTrue(said.endswith('The language "ru" takes effect at the next start of the host.\n'), said)
+        self.assertIn('--language takes one of en, es, fr, ru, lv, az, ka, not "RU"',
+                      self.run_host("--data", self.data, "--language", "RU", status=2))
+        self.assertIn('[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvane\\Tessaron]\n"lang"=25\n"sublang"=1\n', self.read("registry"))
+        self.assertIn("twenty-five", self.read("registry.damaged"))
+        # A component that went away is replaced by the one that came with the program, and can be taken out.
+        moved = os.path.join(self.folder, "it's moved.so")
+        shutil.copy(Path(options.host).parent / "../lib/libmorrowstream.so", moved)
+        for option, there in (("--register", True), ("--unregister", False), ("--register", True)):
+            self.run_host("--data", self.data, option, moved)
+            self.assertEqual(moved in self.read("registry"), there)
+        os.remove(moved)
+        self.assertIn(" in place of " + moved, self.run_host("--data", self.data, "--language", "en"))
+        self.assertIn(f"registering {moved} failed with 0x8007007E",
+                      self.run_host("--data", self.data, "--register", moved, status=1))
+
+    def test_the_demo_leaves_nothing_behind_and_settings_are_looked_after(self):
+        demo = self.serve(3, "--demo", "--pictures", options.pictures)
+        self.assertIn("spare: 0 frames received, 0 failed\n", demo)
+        self.assertRegex(demo, "gate: [0-9]+ frames received, 0 failed, [0-9]+ sent by its demo phone: all arrived")
+        self.assertIn("yard\tphone\tdemo\t", self.read("users"))
+        self.assertIn(">spare<", self.settings.read_text(encoding="utf-8"))
+        # A camera of one's own stays, and comes from a file that is read once.
+        Path(self.data, "cameras").write_text("Двор №1\t160x120\tp\n", encoding="utf-8")
+        plain = self.serve()
+        self.assertIn("The demo's users and cameras are removed from the data folder.\n", plain)
+        self.assertIn(f"the file is kept as {self.data}/cameras.stored\n", plain)
+        self.assertNotIn("\tdemo\t", self.read("users"))
+        kept = self.settings.read_text(encoding="utf-8")
+        self.assertIn(">Двор №1<", kept)
+        self.assertNotIn(">yard<", kept)
+        # The address that the host entered follows it.
+        told = re.search(r"^Phones are told to connect to (127\.0\.0\.1:\d+); ", self.serve())
+        self.assertIn(f">{told[1]}</host>", self.settings.read_text(encoding="utf-8"))
+        # Somebody's editor left a camera without a name, and an address of somebody's choice.
+        damaged = ('<config><host type="BSTR">cams.example</host><cams KeyXPath="Name/text()">' + CAMERA.format("tor") +
+                   CAMERA.format("") + CAMERA.format("hof") + "</cams></config>")
+        self.settings.write_text(damaged, encoding="utf-8")
+        said = self.serve()
+        for line in ("\nPhones are told to connect to cams.example, as the settings have it, and this server listens on 127.0.0.1:",
+                     f"The settings file is damaged: starting with what can be read. It is kept as {self.settings}.damaged\n",
+                     " settings: /config/cams/item[2]/Name: a camera has a name\n",
+                     ' settings: the camera "hof" is not served', "\ntor: 0 frames received"):
+            self.assertIn(line, said)
+        self.assertNotIn("\nhof: ", said)
+        self.assertEqual(Path(f"{self.settings}.damaged").read_text(encoding="utf-8"), damaged)
+        self.settings.write_text("<config><cams>", encoding="utf-8")
+        said = self.serve()
+        self.assertIn("settings: nothing of it can be read", said)
+        self.assertIn("There is no camera yet: add one at http://127.0.0.1:", said)
+
+
+class Viewing(ProgramCase):
+    def setUp(self):
+        super().setUp()
+        self.host = Host(options.host, self.folder, ["--demo", "--quiet", "--pictures", options.pictures])
+        self.addCleanup(self.host.close)
+        self.host.start()
+
+    def start_viewer(self, *words):
+        command = [options.phone, "view", "--server", f"127.0.0.1:{self.host.port}", "--login", "spare", "--password", "demo"]
+        viewer = subprocess.Popen([*command, *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.addCleanup(viewer.stdout.close)
+        self.addCleanup(viewer.kill)
+        return viewer
+
+    def view(self, *words, status=0):
+        viewer = self.start_viewer(*words)
+        said, _ = viewer.communicate(timeout=60)
+        self.assertEqual(viewer.returncode, status, said)
+        return said
+
+    def packers(self):
+        return int(re.search(rb"\nmorrowstream_packers (\d+)\n", self.host.fetch("/metrics"))[1])
+
+    def test_phones_get_what_they_ask_for_at_their_rate(self):
+        """What the pictures show is looked at by the handset that runs the midlets."""
+        for parameters, asked in (("width=240&height=320&fps=10&rotate", 10), ("width=160&height=120&fps=20&quality=95&zw=500", 20)):
+            said = self.view("--source", "clock", "--frames", "20", "--params", parameters)
+            # The pause does not count what the work on a picture takes, so the rate is never above what was asked for.
+            rate = float(re.search(r"received 20 pictures, ([0-9.]+)", said)[1])
+            self.assertTrue(0.75 * asked < rate < 1.05 * asked, said)
+        for words, line in ((["--source", "nothing"], "morrowstream-phone: denied: the server closed the connection without an answer; it "
+                             'may have no source "nothing", or not take these parameters\n'),
+                            (["--source", "clock", "--params", "width=x"], "or not take these parameters\n"),
+                            (["--source", "clock", "--password", "wrong"],
+                             "morrowstream-phone: denied: wrong login or password (HTTP/1.1 401 Unauthorized)\n")):
+            self.assertIn(line, self.view(*words, status=1))
+        said = self.view("--source", "clock", "--source", "yard", "--viewers", "9", "--params", "flimit=3&fps=25")
+        self.assertIn("received 27 pictures, slowest ", said)
+        self.assertIn("9 of 9 viewers to the end", said)
+        self.assertEqual(self.host.stop(), 0, self.host.log_tail())
+
+    def test_a_viewer_that_takes_nothing_is_dropped_and_the_host_stops_with_viewers_at_work(self):
+        self.wait_until(lambda: self.packers() == 1, "the demo's own viewer")
+        ask = b"GET /mobile/video/clock?%s HTTP/1.1\r\nAuthorization: Basic c3BhcmU6ZGVtbw==\r\n\r\n"
+        with socket.socket() as stuck, socket.socket() as vanished:
+            stuck.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 2048)
+            stuck.connect(("127.0.0.1", self.host.port))
+            stuck.sendall(ask % b"width=1920&height=1920&quality=100&fps=25")
+            other = self.start_viewer("--source", "clock", "--params", "fps=10")
+            self.wait_until(lambda: self.packers() == 3, "both view")
+            # Ten seconds, and some for a machine that is busy; the others go on meanwhile.
+            self.wait_until(lambda: self.packers() == 2, "the one that reads nothing is gone", 25)
+            self.assertTrue(any(line.startswith("watching: ") for line in other.stdout))
+            vanished.connect(("127.0.0.1", self.host.port))
+            vanished.sendall(ask % b"fps=25")
+            self.assertTrue(vanished.recv(1000))
+            vanished.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.wait_until(lambda: self.packers() == 2, "the one that vanished is gone")
+        more = self.start_viewer("--source", "yard", "--viewers", "5", "--params", "fps=25")
+        self.wait_until(lambda: self.packers() == 7, "five more view")
+        self.assertEqual(self.host.stop(), 0, self.host.log_tail())
+        said, _ = other.communicate(timeout=30)
+        self.assertIn("morrowstream-phone: the server closed the connection", said)
+        self.assertEqual((other.returncode, more.wait(timeout=30)), (1, 1))
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--host", required=True, help="path of morrowstream-host")
+    parser.add_argument("--phone", required=True, help="path of morrowstream-phone")
+    parser.add_argument("--pictures", required=True, help="folder of the demo phones' pictures")
+    options, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
