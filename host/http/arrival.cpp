@@ -4,6 +4,7 @@
 
 // Not <netinet/tcp.h>, whose tcp_info ends before the count of bytes.
 #include <linux/tcp.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 namespace host {

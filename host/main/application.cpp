@@ -126,6 +126,11 @@ std::string FindPictures(const Options& options) {
     return (there ? installed : folder / "../../../phone/pictures").lexically_normal().string();
 }
 
+void LogNote(const ComponentModule& module) {
+    if (!module.Note().empty())
+        Console::Get().Log("component", module.Note());
+}
+
 // Users and cameras as this start wants them.
 struct Household {
     UserStore users;
@@ -175,8 +180,7 @@ public:
                      m_authenticator.HasDemoUsers()} {
         RegisterLogEngine(options.verbosity);
         m_module = std::make_unique<ComponentModule>();
-        if (!m_module->Note().empty())
-            Console::Get().Log("component", m_module->Note());
+        LogNote(*m_module);
         ApplyConfiguredLanguage();
         m_services.language = ConfiguredLanguage();
         PrepareSettings();
@@ -475,6 +479,7 @@ int ChangeRegistration(const Options& options) {
 int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
     const ComponentModule module; // has the languages
+    LogNote(module);
     const auto languages = Languages();
     if (std::ranges::count(languages, options.language, &Language::code) == 0)
         throw MisuseError("--language takes one of " + LanguageCodes() + ", not \"" + options.language +

@@ -84,7 +84,7 @@ TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {
     const Rig rig(LongLimits());
     Client client(rig.Port());
     // All in one packet: each head is taken alone.
-    client.peer.Send("HEAD /index.html HTTP/1.1\r\n" + kLocal + "\r\nGET /nothing HTTP/1.1\r\n" + kLocal +
+    client.peer.Send("HEAD / HTTP/1.1\r\n" + kLocal + "\r\nGET /nothing HTTP/1.1\r\n" + kLocal +
                      "\r\nGET / HTTP/1.1\r\n" + kLocal + "Connection: close\r\n\r\n");
     const Reply head = client.ReadReply(true);
     EXPECT_EQ(client.ReadReply().status, 404U);
