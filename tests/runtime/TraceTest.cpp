@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -125,7 +126,8 @@ TEST(Line, IsFormattedFromTypedArguments) {
               std::uint8_t{255}, std::int16_t{-1}, static_cast<const char16_t*>(nullptr), u"not a number");
     LogPrintf(LOG_SITE(), kChannelMessage, u"%s %d %", u"one");
     LogPrintf(LOG_SITE(), kChannelFps, u"%f", std::numeric_limits<double>::lowest());
-    LogPrintf(LOG_SITE(), kChannelMobile, u"%s", std::u16string(2000, u'x'));
+    for (const std::size_t size : {127, 128, 2000})
+        LogPrintf(LOG_SITE(), kChannelMobile, u"%s", std::u16string(size, u'x'));
     std::thread([] {
         ASSERT_TRUE(platform::SetThreadCodePage(1251));
         LogWrite(LOG_SITE(), kChannelMobile, u"\u0416\u4E00");
@@ -137,6 +139,7 @@ TEST(Line, IsFormattedFromTypedArguments) {
               (Lines{"mobile: connection of Hof ä rejected: 0x80070005, (no)\n",
                      "FPS: cam Hof ä fps: 4.000000\n", "message: -9223372036854775808 255 ffff %  %d",
                      "message: one %d %", "FPS: " + std::to_string(std::numeric_limits<double>::lowest()),
+                     "mobile: " + std::string(127, 'x'), "mobile: " + std::string(128, 'x'),
                      "mobile: " + std::string(1024, 'x'), "mobile: \xC6?", "DIRECT: kept"}));
 }
 
@@ -173,6 +176,7 @@ TEST(StatusException, BecomesTheStatusOfTheOperation) {
     platform::SetLastError(0x80004005U);
     EXPECT_EQ(E_FAIL, StatusOf([]() -> HRESULT { AtlThrowLastError(); }));
     EXPECT_EQ(E_OUTOFMEMORY, StatusOf([]() -> HRESULT { throw std::bad_alloc(); }));
+    EXPECT_EQ(E_UNEXPECTED, StatusOf([]() -> HRESULT { throw std::runtime_error("any other"); }));
     EXPECT_EQ(E_OUTOFMEMORY, StatusOf([]() -> HRESULT {
                   ThrowStatusWithoutMemory([] { throw std::bad_alloc(); });
                   return S_OK;
