@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include "Common/Utils/ModuleImage.h"
-#include "midlet/ArchiveFiles.h"
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
@@ -82,13 +81,14 @@ enum EWork { kBuild, kTool, kZip, kWorks };
 class Round {
 public:
     Round() : m_folder(platform::TemporaryFolder() + "bench/"), m_template(Resource(u"JAR", kUploadMidlet)) {
-        Require(
-            SUCCEEDED(platform::CreateFolder(m_folder)) &&
-                SUCCEEDED(platform::CreateFolder(m_folder + "META-INF")) &&
-                WriteFileFromBlock(m_folder + "META-INF/manifest.mf",
-                                   BuildManifest({"Sendora", "yard", "demo", "h:80", "320x240"})) &&
-                WriteFileFromBlock(m_folder + "zip.exe", Resource(u"EXE", kArchiveTool), EFileKind::Program),
-            "writing what the tool works on");
+        Require(SUCCEEDED(platform::CreateFolder(m_folder)) &&
+                    SUCCEEDED(platform::CreateFolder(m_folder + "META-INF")) &&
+                    SUCCEEDED(platform::WriteWholeFile(
+                        m_folder + "META-INF/manifest.mf",
+                        BuildManifest({"Sendora", "yard", "demo", "h:80", "320x240"}), 0600)) &&
+                    SUCCEEDED(
+                        platform::WriteWholeFile(m_folder + "zip.exe", Resource(u"EXE", kArchiveTool), 0700)),
+                "writing what the tool works on");
     }
 
     [[nodiscard]] std::array<double, kWorks> Run() const {
@@ -106,7 +106,8 @@ public:
 private:
     // A process that puts the manifest into a fresh template.
     [[nodiscard]] double RunOn(const std::string& archive, std::vector<std::string> arguments) const {
-        Require(WriteFileFromBlock(m_folder + archive, m_template), "writing a template");
+        Require(SUCCEEDED(platform::WriteWholeFile(m_folder + archive, m_template, 0600)),
+                "writing a template");
         arguments.insert(arguments.end(), {archive, "META-INF/manifest.mf"});
         return Time([&] { RunBare(m_folder, arguments); });
     }

@@ -1,9 +1,9 @@
 #include "midlet/MakeJar.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "Common/Utils/ModuleImage.h"
-#include "midlet/ArchiveFiles.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
 #include "platform/process.h"
@@ -43,6 +43,19 @@ std::string_view ResourceBytes(const char16_t* szType, std::uint16_t nNumber) {
     return oResource ? oResource->Text() : std::string_view();
 }
 
+// The bytes of a file; nothing, with the last error set, when it cannot be read.
+std::optional<std::string> ReadFileToBlock(const std::string& strPath) {
+    return platform::ReadWholeFile(strPath);
+}
+
+// Makes the file, or overwrites it. True if all bytes were written; else the last error is set. Programs are
+// written as such.
+enum class EFileKind { Data, Program };
+bool WriteFileFromBlock(const std::string& strPath, std::string_view block,
+                        EFileKind eKind = EFileKind::Data) {
+    return SUCCEEDED(platform::WriteWholeFile(strPath, block, eKind == EFileKind::Program ? 0700 : 0600));
+}
+
 // Puts the manifest into the archive. Blanks and quotes in a name are quoted, so that it stays one argument.
 HRESULT RunArchiveTool(const std::string& strFolder, std::u16string_view archiveName) {
     const std::u16string strTool = platform::FromUtf8(strFolder + kToolName);
@@ -52,6 +65,18 @@ HRESULT RunArchiveTool(const std::string& strFolder, std::u16string_view archive
 }
 
 } // namespace
+
+HRESULT RunProcess(std::u16string_view commandLine, std::uint32_t nTimeout, const std::string& strFolder) {
+    if (commandLine.size() > kCommandLineLimit)
+        return platform::StatusFromError(platform::kErrorInsufficientBuffer);
+    std::vector<std::string> aArguments;
+    for (const std::u16string& strArgument : platform::SplitCommandLine(commandLine))
+        aArguments.push_back(platform::ToUtf8(strArgument));
+    auto oProcess = platform::Process::Start(aArguments, strFolder);
+    if (!oProcess || !oProcess->Wait(nTimeout))
+        return platform::StatusFromError(platform::LastError());
+    return S_OK;
+}
 
 std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& params, std::u16string_view host,
                                    const char* szFormat) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/status.h"
+
 // A request's query, ordered by code units of the keys.
 using QueryMap = std::map<std::u16string, std::u16string, std::less<>>;
 
@@ -32,3 +34,13 @@ inline constexpr std::uint16_t kViewingMidlet = 206;
 // caller's to see to.
 std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& params, std::u16string_view host,
                                    const char* szFormat);
+
+// The longest command line, in UTF-16 code units.
+inline constexpr std::size_t kCommandLineLimit = 259;
+
+// Runs the program that a command line names, without a shell, and waits for it. S_OK when it ended in time,
+// whatever it has to say about its work. Else a failure: 0x8007007A for a line over the limit, the system's
+// error for a program that cannot be started, 0x80070102 for one that took longer. That one is ended, with
+// all that it started: left alone, it could still write into the archive that the next build makes under the
+// same name.
+HRESULT RunProcess(std::u16string_view commandLine, std::uint32_t nTimeout, const std::string& strFolder);

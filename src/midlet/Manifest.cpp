@@ -1,8 +1,14 @@
 #include "midlet/Manifest.h"
 
-#include <string_view>
+#include <optional>
 
-#include "midlet/Localize.h"
+#include "Common/Utils/ModuleImage.h"
+#include "midlet/IniTree.h"
+#include "platform/locale.h"
+#include "platform/resources.h"
+#include "platform/text.h"
+#include "runtime/archive/Archive.h"
+#include "runtime/trace/Trace.h"
 
 namespace {
 
@@ -32,7 +38,100 @@ void AppendLine(std::string& strManifest, std::string_view key, std::string_view
     strManifest += "\r\n";
 }
 
+constexpr char16_t kArchiveType[] = u"ZIP";
+constexpr std::uint16_t kLanguageArchive = 211;
+
+// Language files take a few kilobytes. What claims to be larger is not one, and no memory is taken for it.
+constexpr std::uint32_t kLanguageFileLimit = 1U << 20;
+
+// The one language whose file is 8-bit text.
+constexpr std::u16string_view kNarrowLanguage = u"RUS";
+constexpr char16_t kByteOrderMark = 0xFEFF;
+
+void ReplaceAll(std::u16string& strText, std::u16string_view from, std::u16string_view to) {
+    for (std::size_t n = strText.find(from); n != std::u16string::npos; n = strText.find(from, n + to.size()))
+        strText.replace(n, from.size(), to);
+}
+
+// The name of a language's file from the abbreviated name of the language ("ENU" gives "gui.eng.ini").
+std::u16string LanguageFileName(std::u16string_view abbreviation) {
+    std::u16string strName = u"gui." + std::u16string(abbreviation) + u".ini";
+    for (char16_t& c : strName) {
+        if (c >= u'A' && c <= u'Z')
+            c = static_cast<char16_t>(c - u'A' + u'a');
+    }
+    ReplaceAll(strName, u"enu", u"eng");
+    ReplaceAll(strName, u"esp", u"spa");
+    return strName;
+}
+
+// Empty for an item that cannot be unpacked.
+std::string UnpackItem(CArchiveReader* pReader, const SArchiveEntry& oEntry) {
+    if (oEntry.nUncompressedSize > kLanguageFileLimit)
+        return {};
+    std::string strBlock(oEntry.nUncompressedSize, '\0');
+    const ArchiveStatus nStatus =
+        ReadArchiveItem(pReader, oEntry.nIndex, strBlock.data(), oEntry.nUncompressedSize);
+    SetLastArchiveStatus(nStatus);
+    if (nStatus != kArchiveOk && nStatus != kArchiveMore)
+        return {};
+    return strBlock;
+}
+
+std::string TextOfUtf16(std::string_view bytes) {
+    std::u16string strText(bytes.size() / 2, u'\0');
+    for (std::size_t n = 0; n < strText.size(); ++n)
+        strText[n] = static_cast<char16_t>(static_cast<std::uint8_t>(bytes[2 * n]) |
+                                           static_cast<std::uint8_t>(bytes[2 * n + 1]) << 8);
+    std::u16string_view text = strText;
+    if (text.size() > 2 && text.front() == kByteOrderMark)
+        text.remove_prefix(1);
+    return platform::ToUtf8(text);
+}
+
+// The file's text in UTF-8; nothing when the archive has no such file.
+std::optional<std::string> ReadLanguageFile(CArchiveReader* pReader, std::u16string_view abbreviation) {
+    std::int32_t nIndex = -1;
+    SArchiveEntry oEntry;
+    const ArchiveStatus nStatus =
+        FindArchiveItem(pReader, LanguageFileName(abbreviation).c_str(), true, &nIndex, &oEntry);
+    SetLastArchiveStatus(nStatus);
+    if (nStatus != kArchiveOk)
+        return std::nullopt;
+    const std::string strBlock = UnpackItem(pReader, oEntry);
+    if (abbreviation == kNarrowLanguage)
+        return platform::ToUtf8(platform::ToWide(strBlock, platform::kCodePageThread));
+    return TextOfUtf16(strBlock);
+}
+
+HRESULT LoadTexts(CArchiveReader* pReader, std::uint32_t nLanguage, CIniTree& oTree) {
+    LOG_AS("CUploadServer::Localize");
+    const auto res = ReadLanguageFile(pReader, platform::AbbreviatedLanguageName(nLanguage));
+    TRASSDO(res, return E_ELEMENT_NOT_FOUND);
+    const bool bRes = oTree.LoadIni(*res);
+    TRASSDO(bRes, return E_FAIL);
+    return S_OK;
+}
+
 } // namespace
+
+HRESULT Localize(std::string& strManifest, std::string_view section, std::uint32_t nLanguage) {
+    LOG_AS("CUploadServer::Localize");
+    const auto ptr = platform::FindResource(ThisModule(), kArchiveType, kLanguageArchive);
+    TRASSDO(ptr, return E_FAIL);
+    const ArchivePtr res(OpenArchive(ptr->bytes.data(), static_cast<std::uint32_t>(ptr->bytes.size()),
+                                     kSourceMemory, nullptr));
+    TRASSDO(res, return E_UNEXPECTED);
+    CIniTree oTree;
+    const HRESULT hr = LoadTexts(res->pReader, nLanguage, oTree);
+    if (FAILED(hr))
+        return hr;
+    const auto& oKeys = oTree.Root().Child(section).oChildren;
+    TRASSDO(oKeys.size(), return E_FAIL);
+    for (const CIniNode& oKey : oKeys)
+        strManifest += oKey.strName + ": " + oKey.strValue + "\r\n";
+    return S_OK;
+}
 
 std::string BuildManifest(const SManifestValues& oValues) {
     std::string strManifest(kFixedLines);

@@ -1,7 +1,12 @@
 // The manifest of a personal midlet archive: all that a phone must know, since nothing is set up on it.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
+
+#include "Common/Utils/LocalizeEx.h"
+#include "platform/status.h"
 
 // All texts are bytes in the calling thread's code page. The texts of the user interface are UTF-8 whatever
 // that page is, so one manifest can hold two encodings.
@@ -18,5 +23,15 @@ struct SManifestValues {
 // The manifest's lines, each ended by carriage return and line feed, in an order that does not hang on the
 // values. A line can have any length; nothing is escaped or wrapped. Line ends and zero bytes in a value are
 // left out, so that no value, wherever it comes from, makes a line of its own. Texts that cannot be had are
-// left out too (midlet/Localize.h reports it): the midlet goes out without them.
+// left out too (Localize reports it): the midlet goes out without them.
 std::string BuildManifest(const SManifestValues& oValues);
+
+// Appends a manifest line, "key: text", in UTF-8, for each text of a midlet's section in the language file of
+// the configured language, or that of the system's default for language 0. There is no other language to fall
+// back on. S_OK, or, with the manifest as it was and one line reported:
+//   E_FAIL              no archive of language files; a file that cannot be unpacked or read; no such section
+//   E_UNEXPECTED        the archive does not open
+//   E_ELEMENT_NOT_FOUND it has no file for the language
+// One thread at a time, since archives have one last status for the process.
+HRESULT Localize(std::string& strManifest, std::string_view section,
+                 std::uint32_t nLanguage = GetConfiguredLanguage());

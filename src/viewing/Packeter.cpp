@@ -5,15 +5,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <string_view>
 #include <utility>
 
 #include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
 #include "image/ImageCodec.h"
 #include "interfaces/IWebServer.h"
+#include "platform/base64.h"
 #include "platform/threads.h"
 #include "runtime/trace/Trace.h"
-#include "viewing/RequestText.h"
 
 namespace {
 
@@ -67,6 +68,18 @@ bool IsWhole(const platform::Bstr& bstrContent) noexcept {
                                        ? nPixels + nPixels / 4 * 2
                                        : nPixels * (oHeader.biBitCount / 8U);
     return nPicture <= nSize - sizeof(BITMAPINFOHEADER);
+}
+
+// The text of the requests for pictures, with a line feed alone at each end. "QV-Auth: " is followed by the
+// credentials block in base64; by nothing for an empty one.
+std::u16string MakeRequestText(std::span<const std::uint8_t> credentials) {
+    std::u16string text = u"GET video?original HTTP/1.1\n"
+                          u"peer-info: 127.0.0.1:0\n"
+                          u"User-Agent: Morrowstream\n"
+                          u"QV-Auth: ";
+    text += platform::FromUtf8(
+        platform::Base64({reinterpret_cast<const char*>(credentials.data()), credentials.size()}));
+    return text += u"\n\n";
 }
 
 // Between two pictures, whatever the work on them took. A rate of which no time follows gives none.

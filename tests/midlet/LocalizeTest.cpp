@@ -1,4 +1,4 @@
-#include "midlet/Localize.h"
+#include "midlet/Manifest.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "midlet/ArchiveFiles.h"
-#include "midlet/Manifest.h"
 #include "platform/files.h"
 #include "platform/resources.h"
 #include "platform/temporary_folder.h"
@@ -210,14 +208,14 @@ TEST(MakeJar, EachFailureSaysWhereAndLeavesWhatWasWritten) {
 
 TEST(RunProcess, EndsAHungToolAndRefusesALongLine) {
     const std::string folder = platform::TemporaryFolder();
-    ASSERT_TRUE(WriteFileFromBlock(folder + "tool", "#!/bin/sh\nsleep 600\n", EFileKind::Program));
+    ASSERT_EQ(S_OK, platform::WriteWholeFile(folder + "tool", "#!/bin/sh\nsleep 600\n", 0700));
     const std::u16string tool = platform::FromUtf8(folder + "tool");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(MakeStatus(0x80070102), RunProcess(tool, 200, folder));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
     EXPECT_EQ(MakeStatus(0x8007007A),
               RunProcess(tool + std::u16string(260 - tool.size(), u' '), 200, folder));
-    ASSERT_TRUE(WriteFileFromBlock(folder + "tool", "#!/bin/sh\nexit 7\n", EFileKind::Program));
+    ASSERT_EQ(S_OK, platform::WriteWholeFile(folder + "tool", "#!/bin/sh\nexit 7\n", 0700));
     EXPECT_EQ(S_OK, RunProcess(tool + std::u16string(259 - tool.size(), u' '), 20000, folder));
 }
 

@@ -190,7 +190,7 @@ TEST(Packeter, GivesThePackerWhatItCanTake) {
     const Row rows[] = {
         {Picture(2, -2, 8, 0, 4), "2x-2 7", false},
         {Picture(-2, 2, 24, 0, 12), "-2x2 7", false},
-        {Picture(3, 3, 0, FrameCompressionYV12, 13), "3x3 7 7 7", false},
+        {Picture(3, 5, 0, FrameCompressionYV12, 21), "3x5 7 7 7", false},
         {Picture(0, 5, 8, 0), "0x5", false},
         {Picture(8, 8, 16, 0), "8x-8 76 255 85"},
         {Picture(-8, -8, 32, 0), "8x-8 76 255 85"},

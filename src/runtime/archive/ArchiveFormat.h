@@ -4,7 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+
+#include "runtime/archive/Archive.h"
+#include "runtime/archive/ArchiveSource.h"
 
 // Takes numbers off the front of a record. The caller has made sure that the record is long enough.
 class CFieldReader {
@@ -95,3 +99,24 @@ struct SCentralHeader {
         return static_cast<std::uint32_t>(kCentralHeaderBytes) + nNameBytes + nExtraBytes + nCommentBytes;
     }
 };
+
+// The end of central directory record (4.3.16).
+struct SEndRecord {
+    std::uint32_t nPosition = 0; // in the source
+    std::uint32_t nEntries = 0;
+    std::uint32_t nCentralOffset = 0; // as the archive counts
+    std::uint32_t nShift = 0;         // what must be added to it, and to every other offset of the archive
+};
+
+// Looks for the record in the last 65535 bytes; the last signature there counts. Nothing when there is none,
+// when it is the source's very beginning, and for what is no archive in one piece or is one in ZIP64.
+// Positions count from the source's first byte, so its initial offset must be cleared then.
+std::optional<SEndRecord> FindEndRecord(CArchiveSource& oSource);
+
+// The sum of kAttribute... bits.
+std::uint32_t AttributesOf(const SCentralHeader& oHeader) noexcept;
+
+// All three times from the DOS date and time, which are local time in steps of two seconds, and then those
+// that an extended timestamp in the local header's extra field tells exactly.
+void SetTimes(SArchiveEntry& oEntry, const SCentralHeader& oHeader,
+              std::span<const std::uint8_t> localExtra) noexcept;

@@ -5,8 +5,6 @@
 #include <utility>
 
 #include "platform/text.h"
-#include "runtime/archive/ArchiveAttributes.h"
-#include "runtime/archive/EndRecord.h"
 
 namespace {
 
