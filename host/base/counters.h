@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "host/base/wait.h"
+
 namespace host {
 
 enum class Refusal {
@@ -54,6 +56,8 @@ inline constexpr std::array<std::string_view, static_cast<std::size_t>(SessionKi
 struct Counters {
     using Count = std::atomic<std::uint64_t>;
 
+    const Clock::time_point started = Clock::now();
+
     Count accepted{0};
     Count open{0}; // connections that the web server holds now
     Count requests{0};
@@ -65,6 +69,10 @@ struct Counters {
     // counted here.
     std::array<Count, static_cast<std::size_t>(SessionKind::Count)> watching{};
 
+    // Seconds since the host started.
+    [[nodiscard]] double Uptime() const noexcept {
+        return std::chrono::duration<double>(Clock::now() - started).count();
+    }
     void Refuse(Refusal reason) noexcept { ++refusals[static_cast<std::size_t>(reason)]; }
     void Begin(SessionKind kind) noexcept { ++sessions[static_cast<std::size_t>(kind)]; }
     [[nodiscard]] std::uint64_t Begun(SessionKind kind) const noexcept {

@@ -12,6 +12,8 @@
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/serializer.hpp>
 
+#include "host/base/json.h"
+
 namespace host {
 namespace {
 
@@ -48,6 +50,15 @@ Answer Answer::Text(unsigned status, std::string_view line) {
     answer.status = status;
     answer.body = std::string(line) + "\n";
     answer.headers["Cache-Control"] = "no-store";
+    return answer;
+}
+
+Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
+    Answer answer = Text(status, line);
+    if (form == Form::Json) {
+        answer.type = "application/json";
+        answer.body = "{\"text\":" + JsonString(line) + ",\"problems\":[]}";
+    }
     return answer;
 }
 

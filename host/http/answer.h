@@ -9,6 +9,12 @@
 
 namespace host {
 
+// What a refusal is told in.
+enum class Form {
+    Text, // a line
+    Json, // {"text":...,"problems":[]}
+};
+
 struct Answer {
     unsigned status = 200;
     std::string type = "text/plain; charset=utf-8";
@@ -16,6 +22,7 @@ struct Answer {
     std::map<std::string, std::string> headers; // beyond those that every answer has
 
     static Answer Text(unsigned status, std::string_view line);
+    static Answer Refusal(Form form, unsigned status, std::string_view line);
 };
 
 struct AnswerOptions {

@@ -23,7 +23,6 @@
 #include "host/settings/file.h"
 #include "host/settings/language.h"
 #include "host/settings/settings.h"
-#include "host/site/links/pages.h"
 #include "host/site/links/qr_code.h"
 #include "host/site/server.h"
 #include "host/users/password.h"
@@ -170,38 +169,43 @@ public:
           m_handlers(ComObject<WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create()),
-          m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())),
-          m_services{*m_feeds,
-                     *m_handlers,
-                     m_authenticator,
-                     m_settings,
-                     m_stop,
-                     options.limits,
-                     m_authenticator.HasDemoUsers()} {
+          m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
         RegisterLogEngine(options.verbosity);
         m_module = std::make_unique<ComponentModule>();
         LogNote(*m_module);
         ApplyConfiguredLanguage();
-        m_services.language = ConfiguredLanguage();
+        const std::string language = ConfiguredLanguage();
         PrepareSettings();
-        m_services.sources = std::make_shared<SourceTable>(
+        m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
         m_viewing = std::make_unique<Viewing>(
             ContentAccess{
-                .open = [sources = m_services.sources](std::string_view key) { return sources->Open(key); },
+                .open = [sources = m_sources](std::string_view key) { return sources->Open(key); },
                 .knows =
                     [this](std::string_view token) { return m_authenticator.LoginOf(token).has_value(); }},
-            m_services.packers);
+            m_packers);
         m_component = std::make_unique<Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
         // Phones are told of an address only when it is this server's.
         Listener listener = Listen(options.listen);
-        m_services.authority = AuthorityForOthers(listener.endpoint);
+        m_authority = AuthorityForOthers(listener.endpoint);
         m_settings.SetOwnAddress(AuthorityForPhones(listener.endpoint));
         StoreSettings(listener.endpoint);
-        m_server = std::make_unique<Server>(std::move(listener), m_services);
+        m_site = std::make_unique<Site>(SiteParts{.feeds = *m_feeds,
+                                                  .sources = *m_sources,
+                                                  .handlers = *m_handlers,
+                                                  .authenticator = m_authenticator,
+                                                  .settings = m_settings,
+                                                  .counters = m_counters,
+                                                  .packers = *m_packers,
+                                                  .stop = m_stop,
+                                                  .limits = options.limits,
+                                                  .demo = m_authenticator.HasDemoUsers(),
+                                                  .language = language,
+                                                  .authority = m_authority});
+        m_server = std::make_unique<Server>(std::move(listener), *m_site);
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -323,20 +327,20 @@ private:
             if (camera.empty() && !taken && m_authenticator.CameraPassword(feed->Name()))
                 camera = feed->Name();
         }
-        const auto link = camera.empty() ? std::nullopt : m_services.links->Make(camera);
-        if (!link)
+        const auto address =
+            camera.empty() ? std::nullopt
+                           : m_site->links.MakeAddress(camera, m_authority.empty() ? m_server->Where().Text()
+                                                                                   : m_authority);
+        if (!address)
             return;
         Console& console = Console::Get();
-        const std::string address =
-            AddressOf(*link, m_services.authority.empty() ? m_server->Where().Text() : m_services.authority,
-                      m_services);
-        console.Say("A phone becomes the camera " + Printable(camera) + " with " + address);
+        console.Say("A phone becomes the camera " + Printable(camera) + " with " + *address);
         console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
                     " minutes; more of them on the live page, beside each camera)");
-        if (m_services.authority.empty())
+        if (m_authority.empty())
             console.Say("  Only this computer can open it. For phones, listen for others: --listen "
                         "0.0.0.0:8080, without --demo");
-        const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(address) : std::nullopt;
+        const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(*address) : std::nullopt;
         for (const std::string& line : code ? code->TerminalLines() : std::vector<std::string>())
             console.Say(line);
     }
@@ -405,12 +409,16 @@ private:
     WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
     Settings m_settings;
-    Services m_services;
+    Counters m_counters;
+    const std::shared_ptr<PackerCounters> m_packers = std::make_shared<PackerCounters>();
+    std::shared_ptr<SourceTable> m_sources;
+    std::string m_authority;              // where others reach this server; empty where nobody does
     std::vector<CameraFigures> m_figures; // at the end
     std::unique_ptr<ComponentModule> m_module;
     std::unique_ptr<Viewing> m_viewing;
     std::unique_ptr<Component> m_component;
     std::optional<FeedSubscription> m_subscription;
+    std::unique_ptr<Site> m_site;
     std::unique_ptr<Server> m_server;
 };
 

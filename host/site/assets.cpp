@@ -2,17 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdio>
 #include <utility>
 
 namespace host {
+namespace {
 
-const Asset* FindAsset(std::string_view name) noexcept {
-    const auto assets = Assets();
-    const auto found = std::ranges::find(assets, name, &Asset::name);
-    return found != assets.end() ? &*found : nullptr;
-}
-
-std::string_view AssetType(std::string_view name) noexcept {
+std::string_view TypeOf(std::string_view name) noexcept {
     static constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTypes{{
         {".html", "text/html; charset=utf-8"},
         {".js", "text/javascript; charset=utf-8"},
@@ -29,6 +26,35 @@ std::string_view AssetType(std::string_view name) noexcept {
             return type;
     }
     return "application/octet-stream";
+}
+
+// FNV-1a: tells versions of a file apart, nothing more.
+std::string EntityTag(std::string_view content) {
+    std::uint64_t hash = 14695981039346656037U;
+    for (const char c : content)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+    std::array<char, 24> tag{};
+    std::snprintf(tag.data(), tag.size(), "\"%016llx\"", static_cast<unsigned long long>(hash));
+    return tag.data();
+}
+
+} // namespace
+
+Answer AssetAnswer(std::string_view name, const Request& request) {
+    const auto assets = Assets();
+    const auto asset = std::ranges::find(assets, name, &Asset::name);
+    if (asset == assets.end())
+        return Answer::Text(404, "There is nothing here.");
+    Answer answer;
+    answer.type = TypeOf(asset->name);
+    answer.headers["ETag"] = EntityTag(asset->content);
+    // A page of an older host must not run against a newer one.
+    answer.headers["Cache-Control"] = "no-cache";
+    if (request.Field("If-None-Match").find(answer.headers["ETag"]) != std::string::npos)
+        answer.status = 304;
+    else
+        answer.body = asset->content;
+    return answer;
 }
 
 } // namespace host

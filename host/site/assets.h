@@ -1,8 +1,11 @@
-// The files of the page, which the program carries within itself.
+// The files of the pages, which the program carries within itself.
 #pragma once
 
 #include <span>
 #include <string_view>
+
+#include "host/http/answer.h"
+#include "host/http/request.h"
 
 namespace host {
 
@@ -13,8 +16,7 @@ struct Asset {
 // Generated from host/page when the program is built.
 std::span<const Asset> Assets() noexcept;
 
-// Null when there is no such file.
-const Asset* FindAsset(std::string_view name) noexcept;
-std::string_view AssetType(std::string_view name) noexcept;
+// 404 for a name that no file has.
+Answer AssetAnswer(std::string_view name, const Request& request);
 
 } // namespace host

@@ -2,12 +2,14 @@
 #pragma once
 
 #include "host/base/wait.h"
-#include "host/site/services.h"
+#include "host/http/endpoint.h"
 
 namespace host {
 
+struct Site;
+
 // Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over. Never
 // throws.
-void ServeConnection(Descriptor socket, const PeerAddress& peer, const Services& services) noexcept;
+void ServeConnection(Descriptor socket, const PeerAddress& peer, const Site& site) noexcept;
 
 } // namespace host

@@ -21,8 +21,8 @@ constexpr std::chrono::milliseconds kRestWithoutDescriptors{100};
 
 } // namespace
 
-Server::Server(Listener listener, const Services& services)
-    : m_services(services), m_listener(std::move(listener)), m_acceptor([this] { Accept(); }) {}
+Server::Server(Listener listener, const Site& site)
+    : m_site(site), m_listener(std::move(listener)), m_acceptor([this] { Accept(); }) {}
 
 Server::~Server() {
     m_acceptor.join();
@@ -41,7 +41,7 @@ void Server::Accept() {
         const Waited waited = WaitFor({.socket = m_listener.socket.Get(),
                                        .socketEvents = POLLIN,
                                        .wakeup = &m_ended,
-                                       .stop = &m_services.stop},
+                                       .stop = &m_site.stop},
                                       Clock::now() + std::chrono::minutes(1));
         if (waited == Waited::Stopped)
             break;
@@ -55,34 +55,34 @@ void Server::Accept() {
         if (socket) {
             Admit(std::move(socket), AddressOf(address));
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-            m_services.counters.Refuse(Refusal::TooManyConnections);
-            (void)WaitFor({.stop = &m_services.stop}, Clock::now() + kRestWithoutDescriptors);
+            m_site.counters.Refuse(Refusal::TooManyConnections);
+            (void)WaitFor({.stop = &m_site.stop}, Clock::now() + kRestWithoutDescriptors);
         }
     }
     m_listener.socket.Close();
 }
 
 void Server::Admit(Descriptor socket, PeerAddress peer) {
-    Counters& counters = m_services.counters;
+    Counters& counters = m_site.counters;
     ++counters.accepted;
     const int on = 1;
     ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     const std::lock_guard guard(m_mutex);
-    if (m_clients.size() >= m_services.limits.maxConnections)
+    if (m_clients.size() >= m_site.limits.maxConnections)
         return Turn(socket, Refusal::TooManyConnections);
     std::size_t& fromAddress = m_perAddress[peer.key];
-    if (fromAddress >= m_services.limits.maxPerAddress)
+    if (fromAddress >= m_site.limits.maxPerAddress)
         return Turn(socket, Refusal::TooManyFromAddress);
     const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), {}});
     try {
         // The thread comes to its end only through the mutex that is held here.
         client->thread = std::thread([this, client, taken = std::move(socket)]() mutable {
-            ServeConnection(std::move(taken), client->peer, m_services);
+            ServeConnection(std::move(taken), client->peer, m_site);
             const std::lock_guard ending(m_mutex);
             if (const auto count = m_perAddress.find(client->peer.key); --count->second == 0)
                 m_perAddress.erase(count);
             m_finished.splice(m_finished.end(), m_clients, client);
-            --m_services.counters.open;
+            --m_site.counters.open;
             m_ended.Signal();
         });
     } catch (const std::system_error&) {
@@ -98,7 +98,7 @@ void Server::Admit(Descriptor socket, PeerAddress peer) {
 
 // Says why, if the peer takes it at once; the acceptor waits for nobody.
 void Server::Turn(const Descriptor& socket, Refusal reason) const {
-    m_services.counters.Refuse(reason);
+    m_site.counters.Refuse(reason);
     Answer answer = Answer::Text(503, "This server has as many connections as it takes. Try again soon.");
     answer.headers.emplace("Retry-After", "2");
     const std::string bytes = Serialize(answer, {});

@@ -9,7 +9,7 @@
 
 #include "host/base/wait.h"
 #include "host/http/endpoint.h"
-#include "host/site/services.h"
+#include "host/site/site.h"
 
 namespace host {
 
@@ -18,10 +18,10 @@ namespace host {
 class Server {
 public:
     // Takes up what has come to the listener meanwhile, and goes on.
-    Server(Listener listener, const Services& services);
+    Server(Listener listener, const Site& site);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
-    // The stop signal of the services must be raised before.
+    // The stop signal of the site must be raised before.
     ~Server();
 
     // Where it listens, with the port that the system chose when 0 was asked for.
@@ -39,7 +39,7 @@ private:
     void Turn(const Descriptor& socket, Refusal reason) const;
     void Reap();
 
-    const Services& m_services;
+    const Site& m_site;
     Listener m_listener;
     Wakeup m_ended; // some client's thread is at its end
     std::mutex m_mutex;

@@ -50,6 +50,20 @@ std::optional<UserKind> KindFromName(std::string_view name) noexcept {
     return std::nullopt;
 }
 
+bool Allows(UserKind kind, Right right) noexcept {
+    switch (right) {
+    case Right::Watch:
+        return kind != UserKind::Phone;
+    case Right::View:
+        return true;
+    case Right::Upload:
+        return kind != UserKind::Viewer;
+    case Right::Administer:
+        return kind == UserKind::Admin;
+    }
+    return false;
+}
+
 std::string CheckLogin(std::string_view login) {
     return CheckLoginWithout(login, "/?#:%&");
 }

@@ -22,6 +22,15 @@ enum class UserKind {
 std::string_view KindName(UserKind kind) noexcept;
 std::optional<UserKind> KindFromName(std::string_view name) noexcept;
 
+// What an address of the server can ask of a user.
+enum class Right {
+    Watch,     // in a browser
+    View,      // on a phone
+    Upload,    // be a camera
+    Administer // see and change the settings
+};
+bool Allows(UserKind kind, Right right) noexcept;
+
 struct User {
     UserKind kind = UserKind::Viewer;
     bool demo = false;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/http/own_address.h"
 #include "host/site/links/link_table.h"
 #include "host/site/links/pages.h"
 #include "host/site/links/qr_code.h"
@@ -117,7 +118,7 @@ TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
 }
 
 TEST(Links, AreNotForEverybodyToMakeAndAreTakenBack) {
-    const LinksRig rig;
+    LinksRig rig;
     for (const char* target : {"/links?camera=none", "/links?camera=open", "/links?camera=%zz", "/links"})
         EXPECT_EQ(rig.Post(target).status, 404U) << target;
     EXPECT_EQ(rig.Post("/links?camera=front", "Origin: http://evil.example\r\n").status, 403U);
@@ -131,7 +132,7 @@ TEST(Links, AreNotForEverybodyToMakeAndAreTakenBack) {
         EXPECT_EQ(rig.Ask(take + "\r\n").status, 200U);
     EXPECT_EQ(rig.Get("/get/" + revoked).status, 410U);
     const std::string orphan = rig.Token();
-    rig.services.authenticator.SetCameras({});
+    rig.authenticator.SetCameras({});
     EXPECT_EQ(rig.Get("/get/" + orphan).status, 410U) << "a camera that is gone takes its links along";
 }
 
@@ -147,13 +148,13 @@ TEST(QrCode, HasItsZoneAndEveryModule) {
 }
 
 TEST(Links, AddressesForOthers) {
-    Rig rig;
     const LinkTable::Link link{"t", "yard", {}};
-    EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://localhost:8080/get/t");
-    EXPECT_EQ(AddressOf(link, "", rig.services), "/get/t");
-    rig.services.authority = "192.0.2.7:8080";
-    EXPECT_EQ(AddressOf(link, "localhost:8080", rig.services), "http://192.0.2.7:8080/get/t");
-    EXPECT_EQ(AddressOf(link, "cams.example", rig.services), "http://cams.example/get/t");
+    const Rig local;
+    EXPECT_EQ(local.site.links.AddressOf(link, "localhost:8080"), "http://localhost:8080/get/t");
+    EXPECT_EQ(local.site.links.AddressOf(link, ""), "/get/t");
+    const Rig reached(ShortLimits(), true, "", "192.0.2.7:8080");
+    EXPECT_EQ(reached.site.links.AddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/get/t");
+    EXPECT_EQ(reached.site.links.AddressOf(link, "cams.example"), "http://cams.example/get/t");
 }
 
 } // namespace

@@ -144,16 +144,28 @@ public:
 
 class Rig {
 public:
-    explicit Rig(const Limits& limits = ShortLimits(), bool demo = true)
+    explicit Rig(const Limits& limits = ShortLimits(), bool demo = true, const std::string& language = "",
+                 const std::string& authority = "")
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
-          services{*feeds, *hosts, authenticator, settings, stop, limits, demo} {
-        services.sources = std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter);
+          sources(std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter)),
+          site(SiteParts{.feeds = *feeds,
+                         .sources = *sources,
+                         .handlers = *hosts,
+                         .authenticator = authenticator,
+                         .settings = settings,
+                         .counters = counters,
+                         .packers = *packers,
+                         .stop = stop,
+                         .limits = limits,
+                         .demo = demo,
+                         .language = language,
+                         .authority = authority}) {
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
         EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
         configuration->m_onSet = [this] { platform::ReplaceFile(SettingsPath(), "written"); };
         settings.SetConfiguration(platform::ComPtr<IConfiguration>(configuration.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
-        server.emplace(Listen(Endpoint{"127.0.0.1", 0}), services);
+        server.emplace(Listen(Endpoint{"127.0.0.1", 0}), site);
     }
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;
@@ -188,7 +200,7 @@ public:
         return Ask("GET " + target + " HTTP/1.1\r\n" + lines + "\r\n");
     }
     [[nodiscard]] std::uint64_t Refused(Refusal reason) const {
-        return services.counters.refusals[static_cast<std::size_t>(reason)];
+        return counters.refusals[static_cast<std::size_t>(reason)];
     }
 
     // "admin", "viewer" and "phone", each with the password "secret", as Authorization lines.
@@ -208,7 +220,10 @@ public:
         support::FakeConfigurationObject::Create();
     Settings settings{authenticator, *feeds, SettingsPath()};
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
-    Services services;
+    Counters counters;
+    const std::shared_ptr<PackerCounters> packers = std::make_shared<PackerCounters>();
+    const std::shared_ptr<SourceTable> sources;
+    const Site site;
     std::optional<Server> server;
 
 private:

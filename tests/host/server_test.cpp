@@ -2,6 +2,7 @@
 
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "host/rig.h"
+#include "host/site/addresses.h"
 #include "support/Wire.h"
 
 namespace host::test {
@@ -54,7 +56,7 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /mobile/video/u", "", 401},
         // Streams to the handler, and no name where it would look for one.
         {"GET /mobile/x/mobile/video/clock", Rig::kPhone, 404},
-        {"POST /mobile/x/mobile/video/u", Rig::kPhone, 404},
+        {"POST /mobile/x/mobile/video/u", Rig::kPhone, 405},
         {"GET /mobile/videos", Rig::kPhone, 404},
         {"GET /mobile/video%2Fclock", Rig::kPhone, 404},
         {"GET /mobile/list?x=mobile/video", Rig::kPhone, 404},
@@ -68,7 +70,41 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /tiny/%zz", Rig::kViewer, 404},
         {"GET /" + std::string(3000, 'a'), Rig::kViewer, 414},
         {"GET /a b", Rig::kViewer, 400},
+        {"GET /health", Rig::kViewer, 200},
+        {"GET /snapshot/yard.jpg", "", 401},
+        {"GET /tiles", Rig::kPhone, 403, upgrade},
+        {"GET /metrics", Rig::kPhone, 403},
+        {"GET /metrics", Rig::kViewer, 200},
+        {"GET /tiny", "", 401},
+        {"GET /mobile", "", 401},
+        {"POST /tiles", Rig::kViewer, 405},
+        {"GET /view/clock", Rig::kPhone, 403},
+        {"GET /view/clock", Rig::kViewer, 200},
+        {"GET /view/clock", Rig::kPhone, 403, upgrade},
+        {"GET /assets/live/app.js", "", 401},
+        {"GET /assets/live/app.js", Rig::kViewer, 200},
+        {"GET /assets/live", Rig::kViewer, 404},
+        {"GET /settings", Rig::kViewer, 403},
+        {"GET /settings/", Rig::kViewer, 403},
+        {"GET /settings/nothing", Rig::kViewer, 403},
+        {"GET /settings/nothing", Rig::kAdmin, 404},
+        {"GET /settings/state", Rig::kViewer, 403},
+        {"GET /settings/document", Rig::kPhone, 403},
+        {"PUT /settings/document", Rig::kViewer, 403},
+        {"GET /settings/secret", Rig::kViewer, 403},
+        {"PUT /settings/language", Rig::kPhone, 403},
+        {"POST /links?camera=x", Rig::kViewer, 403},
+        {"POST /links?camera=x", Rig::kAdmin, 404},
+        {"GET /links", Rig::kAdmin, 405},
+        {"DELETE /links/x", Rig::kViewer, 403},
+        {"DELETE /links/x", Rig::kAdmin, 200},
+        {"GET /get/x", "", 410},
+        {"GET /xslt/enum/all", "", 401},
+        {"GET /xslt/enum/all", Rig::kPhone, 302},
+        {"GET /nothing", "", 401},
     };
+    std::set<const Address*> asked;
+    std::set<const Address*> refused;
     for (const Case& c : cases) {
         const bool head = c.request.starts_with("HEAD");
         const Reply reply =
@@ -76,6 +112,16 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         EXPECT_EQ(reply.status, c.status) << c.request << ' ' << c.user << c.lines;
         EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff") << c.request;
         EXPECT_EQ(reply.Header("WWW-Authenticate").empty(), c.status != 401) << c.request;
+        if (const auto request = ParseRequest(c.request + " HTTP/1.1\r\n" + c.lines + "\r\n").request) {
+            asked.insert(FindAddress(*request).address);
+            if (c.status == 401 || c.status == 403)
+                refused.insert(FindAddress(*request).address);
+        }
+    }
+    for (const Address& row : Addresses()) {
+        EXPECT_TRUE(asked.contains(&row)) << "no case asks for " << row.pattern << ' ' << row.methods;
+        EXPECT_TRUE(row.who == Who::Everybody || refused.contains(&row))
+            << "no case is refused at " << row.pattern << ' ' << row.methods;
     }
     EXPECT_TRUE(rig.handler->Processed().empty()) << "none of these may reach the component as a stream";
 }
@@ -93,8 +139,8 @@ TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {
     EXPECT_EQ(head.Header("Content-Length"), std::to_string(page.body.size()));
     EXPECT_THAT(page.head, HasSubstr("Connection: close"));
     EXPECT_TRUE(client.peer.IsClosed());
-    EXPECT_EQ(rig.services.counters.accepted, 1U);
-    EXPECT_EQ(rig.services.counters.requests, 3U);
+    EXPECT_EQ(rig.counters.accepted, 1U);
+    EXPECT_EQ(rig.counters.requests, 3U);
 
     const Reply same = rig.Get("/", kLocal + "If-None-Match: " + page.Header("ETag") + "\r\n");
     EXPECT_EQ(same.status, 304U);
@@ -106,7 +152,7 @@ TEST(Server, DemoAnswersOnlyUnderALoopbackName) {
     const Rig rig;
     EXPECT_EQ(rig.Get("/health", "Host: [::1]:1\r\n").status, 200U);
     for (const char* lines : {"", "Host: localhost.evil.example\r\n"}) {
-        for (const char* path : {"/", "/metrics", "/live/yard", "/tiles"})
+        for (const char* path : {"/", "/metrics", "/live/yard", "/tiny"})
             EXPECT_EQ(rig.Get(path, lines).status, 403U) << lines << path;
     }
     EXPECT_EQ(rig.Get("/mobile/list").status, 401U) << "needs a user in the demo, too";
@@ -133,8 +179,8 @@ TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
         EXPECT_EQ(platform::send(call.socket, "\x0A", 1, 0), 1);
         EXPECT_EQ(phone.peer.Receive(1), "\x0A");
     }
-    EXPECT_EQ(rig.services.counters.Begun(SessionKind::Upload), 4U);
-    EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; })) << "handed over is not held";
+    EXPECT_EQ(rig.counters.Begun(SessionKind::Upload), 4U);
+    EXPECT_TRUE(Eventually([&] { return rig.counters.open == 0; })) << "handed over is not held";
 
     // A viewer's path stays as it came, and nothing is waited for.
     Client viewer(rig.Port());
@@ -164,8 +210,8 @@ TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
         EXPECT_TRUE(phone.peer.IsClosed(5000));
         EXPECT_TRUE(Eventually([&] { return rig.Refused(Refusal::UploadDenied) == wrong; }));
     }
-    EXPECT_EQ(rig.services.counters.Begun(SessionKind::Upload), 0U);
-    EXPECT_TRUE(Eventually([&] { return rig.services.counters.open == 0; }));
+    EXPECT_EQ(rig.counters.Begun(SessionKind::Upload), 0U);
+    EXPECT_TRUE(Eventually([&] { return rig.counters.open == 0; }));
     EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kWrong)).status, 401U);
     const Reply reply = rig.Get("/mobile/list", std::string(Rig::kWrong));
     EXPECT_EQ(reply.status, 429U);
@@ -213,7 +259,7 @@ TEST(WebHandlerHost, TellsTheSenderOfARequestAndForgetsAtTheEnd) {
     rig.hosts->Forget();
     EXPECT_EQ(ask(Rig::kPhone), E_UNEXPECTED);
     EXPECT_EQ(rig.hosts->RegisterHandler(u"a", rig.handler.Get()), E_UNEXPECTED);
-    EXPECT_EQ(rig.Get("/mobile/list", kLocal).status, 404U);
+    EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kPhone)).status, 404U);
 }
 
 TEST(Server, HeadsThatDoNotComeAreAnsweredAndCounted) {
@@ -237,7 +283,7 @@ TEST(Server, ConnectionsAreLimitedPerAddressAndInAll) {
         std::vector<Client> held;
         for (int i = 0; i < 3; ++i)
             held.emplace_back(rig.Port());
-        ASSERT_TRUE(Eventually([&] { return rig.services.counters.open == 3; }));
+        ASSERT_TRUE(Eventually([&] { return rig.counters.open == 3; }));
         Client tooMany(rig.Port());
         const Reply reply = tooMany.ReadReply();
         EXPECT_EQ(reply.status, 503U);
@@ -245,7 +291,7 @@ TEST(Server, ConnectionsAreLimitedPerAddressAndInAll) {
         EXPECT_TRUE(tooMany.peer.IsClosed());
         EXPECT_EQ(rig.Refused(perAddress ? Refusal::TooManyFromAddress : Refusal::TooManyConnections), 1U);
         held.pop_back();
-        ASSERT_TRUE(Eventually([&] { return rig.services.counters.open == 2; }));
+        ASSERT_TRUE(Eventually([&] { return rig.counters.open == 2; }));
         EXPECT_EQ(rig.Get("/health").status, 200U);
     }
 }
@@ -349,8 +395,7 @@ TEST(Server, MetricsTellWhatCamerasCostAndWhoIsThere) {
 }
 
 TEST(Server, SmallPagesSpeakTheLanguageThatIsAskedFor) {
-    Rig rig(LongLimits());
-    rig.services.language = "lv";
+    Rig rig(LongLimits(), true, "lv");
     const CamPtr cam = rig.AddCamera("yard");
     cam->Show(MakeBlock(64, 48));
     const std::tuple<std::string, std::string, std::string> cases[] = {

@@ -83,7 +83,7 @@ TEST(ProcessStateTree, KeepsNodesByPathUntilTheyAreRemoved) {
 
 TEST(Sources, AreFoundByKeyAndLeadNowhereElse) {
     Rig rig(LongLimits());
-    SourceTable& table = *rig.services.sources;
+    SourceTable& table = *rig.sources;
     const auto files = rig.folder.Path() / "files";
     for (const char* name : {"pictures", "empty", ".hidden"})
         std::filesystem::create_directories(files / name);
@@ -123,9 +123,9 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     platform::ReplaceFile(rig.folder.File("files/f/a.jpg"), support::MakeJpeg(64, 48));
     const auto cam = rig.AddCamera("yard");
     cam->Show(MakeBlock(32, 24));
-    Viewing viewing({.open = [sources = rig.services.sources](auto key) { return sources->Open(key); },
+    Viewing viewing({.open = [sources = rig.sources](auto key) { return sources->Open(key); },
                      .knows = [&](auto token) { return rig.authenticator.LoginOf(token).has_value(); }},
-                    rig.services.packers);
+                    rig.packers);
     ComPtr<IUnknown> published;
     ASSERT_EQ(FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
     const auto server = published.Query<IWebServer>();
@@ -223,7 +223,7 @@ TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
     ASSERT_TRUE(page.Say("set width=48&height=64&rotate&flimit=4") && page.Say("ack 2"));
     const phone::Packet turned = Unpack(page.PictureWithin(100), 3);
     EXPECT_TRUE(turned.height == 64 && !turned.last);
-    EXPECT_TRUE(Eventually([&] { return rig.services.packers->open == 1; })) << "the first packer is gone";
+    EXPECT_TRUE(Eventually([&] { return rig.packers->open == 1; })) << "the first packer is gone";
     ASSERT_TRUE(page.Say("ack 3"));
     EXPECT_TRUE(Unpack(page.PictureWithin(100), 4).last);
     ASSERT_TRUE(page.Say("ack 4"));
@@ -240,7 +240,7 @@ TEST(ViewPage, GetsOnePictureAtATimeAsItAsks) {
     ASSERT_TRUE(silent.Say("set fps=25") && silent.PictureWithin(100));
     EXPECT_TRUE(silent.IsClosed());
     EXPECT_LT(rig.Stop(), std::chrono::seconds(2));
-    EXPECT_EQ(rig.services.packers->open, 0U);
+    EXPECT_EQ(rig.packers->open, 0U);
 }
 
 } // namespace

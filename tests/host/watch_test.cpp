@@ -72,9 +72,9 @@ TEST(Tiles, StateComesFirstAndPicturesCarryTheirHeader) {
     EXPECT_TRUE(page.Say(Ack(other)));
     late->Show(MakeBlock(16, 16));
     EXPECT_EQ(LittleEndian(page.ReadNext(2).value(), 8, 4), 2U);
-    EXPECT_EQ(rig.services.counters.Watchers(), 1U);
+    EXPECT_EQ(rig.counters.Watchers(), 1U);
     page.peer.Close();
-    EXPECT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 0; }));
+    EXPECT_TRUE(Eventually([&] { return rig.counters.Watchers() == 0; }));
 }
 
 TEST(Tiles, OnePictureOfAShownCameraIsInFlightAndTheNextIsTheNewest) {
@@ -98,7 +98,7 @@ TEST(Tiles, OnePictureOfAShownCameraIsInFlightAndTheNextIsTheNewest) {
     EXPECT_TRUE(page.Say(Ack(first)));
     const auto newest = page.ReadNext(2).value();
     EXPECT_EQ(LittleEndian(newest, 8, 4), 10U);
-    EXPECT_GE(rig.services.counters.skipped, 8U);
+    EXPECT_GE(rig.counters.skipped, 8U);
     // The other page takes the same pictures, and nothing is encoded again for it.
     EXPECT_TRUE(second.ReadNext(2) == other);
     EXPECT_TRUE(second.Say(Ack(first)));
@@ -109,7 +109,7 @@ TEST(Tiles, OnePictureOfAShownCameraIsInFlightAndTheNextIsTheNewest) {
     EXPECT_TRUE(page.Say(Ack(other)) && page.Say(Ack(newest)));
     ASSERT_TRUE(page.SayAndBeHeard("show"));
     second.peer.Close();
-    ASSERT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 1; }));
+    ASSERT_TRUE(Eventually([&] { return rig.counters.Watchers() == 1; }));
     encoded = Picture::EncodedCount();
     yard->Show(MakeBlock(32, 16));
     gate->Show(MakeBlock(32, 16));
@@ -203,15 +203,14 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
     const CamPtr cam = rig.AddCamera("yard");
     Client stuck(rig.Port(), 4096);
     stuck.peer.Send(Live("yard"));
-    ASSERT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 1; }));
+    ASSERT_TRUE(Eventually([&] { return rig.counters.Watchers() == 1; }));
     const std::string noise = MakeNoise(64, 48);
     const auto begin = Clock::now();
-    for (; rig.services.counters.Watchers() == 1 && Clock::now() - begin < 15s;
-         std::this_thread::sleep_for(10ms))
+    for (; rig.counters.Watchers() == 1 && Clock::now() - begin < 15s; std::this_thread::sleep_for(10ms))
         cam->Show(noise);
-    EXPECT_EQ(rig.services.counters.Watchers(), 0U);
+    EXPECT_EQ(rig.counters.Watchers(), 0U);
     EXPECT_GE(Clock::now() - begin, 1s);
-    EXPECT_LE(rig.services.counters.sent, 10U) << "what is in the queue is all that waits";
+    EXPECT_LE(rig.counters.sent, 10U) << "what is in the queue is all that waits";
 }
 
 TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
@@ -227,7 +226,7 @@ TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
             clients.emplace_back(rig.Port(), 4096).peer.Send(said);
         clients.push_back(Page(rig.Port())); // acknowledges nothing
     }
-    ASSERT_TRUE(Eventually([&] { return rig.services.counters.Watchers() == 12; }));
+    ASSERT_TRUE(Eventually([&] { return rig.counters.Watchers() == 12; }));
     std::atomic<bool> more{true};
     std::jthread camera([&] {
         for (int i = 0; more; ++i) {
@@ -252,8 +251,8 @@ TEST(Stop, EndsEveryConnectionWithinTwoSeconds) {
     rig.stop.Signal();
     EXPECT_LT(rig.Stop(), 2s);
     more = false;
-    EXPECT_EQ(rig.services.counters.open, 0U);
-    EXPECT_EQ(rig.services.counters.Watchers(), 0U);
+    EXPECT_EQ(rig.counters.open, 0U);
+    EXPECT_EQ(rig.counters.Watchers(), 0U);
     for (Client& client : clients)
         EXPECT_TRUE(client.peer.IsClosed(5000));
 }

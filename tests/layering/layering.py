@@ -22,6 +22,9 @@ COMMON = {
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
 HOUSE = KIT | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/sources", "host/settings"}
+SUBJECTS = {
+    f"host/site/{subject}" for subject in ("links", "live", "mobile", "monitor", "settings", "tiny", "view")
+}
 TABLE = {
     "platform": set(),
     "src/interfaces": {"platform"},
@@ -58,8 +61,11 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
-    "host/site": INTERFACES | HOUSE,
-    "host/main": INTERFACES | HOUSE | {"host/site"},
+    # One subject a room; they do not include each other.
+    **{room: INTERFACES | HOUSE for room in SUBJECTS},
+    # The table of addresses and the server.
+    "host/site": INTERFACES | HOUSE | SUBJECTS,
+    "host/main": INTERFACES | HOUSE | SUBJECTS | {"host/site"},
     # A phone shares nothing with the server that it talks to.
     "phone": {"platform"},
     # The house's own tools look behind the codec's facade.
@@ -71,12 +77,12 @@ TABLE = {
 LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
-    "boost/": {"host/http", "host/site"},
+    "boost/": {"host/http", "host/site/live", "host/site/view"},
     "crypt.h": {"host/users"},
-    "libxml/": {"host/site"},
-    "libxslt/": {"host/site"},
-    "qrencode.h": {"host/site"},
-    "zip.h": {"host/site"},
+    "libxml/": {"host/site/mobile"},
+    "libxslt/": {"host/site/mobile"},
+    "qrencode.h": {"host/site/links"},
+    "zip.h": {"host/site/mobile"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),
     "jerror.h": set(),

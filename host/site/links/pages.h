@@ -13,32 +13,56 @@
 // those passwords.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "host/http/answer.h"
 #include "host/http/request.h"
 #include "host/site/links/link_table.h"
-#include "host/site/services.h"
+#include "host/users/authenticator.h"
 
 namespace host {
 
-// Making and revoking. Who may watch the demo may make links, else an administrator.
-[[nodiscard]] bool IsLinksPath(std::string_view path) noexcept;
-[[nodiscard]] Answer LinksAnswer(const Request& request, const Services& services);
-
-// What needs no sign-in but the token.
-[[nodiscard]] bool IsGetPath(std::string_view path) noexcept;
 // With `delivery` when the answer is the archive: whoever sends it says whether it has arrived.
-struct GetReply {
+struct LinkReply {
     Answer answer;
     std::optional<LinkTable::Delivery> delivery{};
 };
-[[nodiscard]] GetReply GetAnswer(const Request& request, const Services& services);
 
-// The address of a link, for a phone. `host`: of the Host line of who asks for it; where that names this
-// machine to itself only, the address that the server listens on is taken, if that is one for others.
-[[nodiscard]] std::string AddressOf(const LinkTable::Link& link, std::string_view host,
-                                    const Services& services);
+class LinkPages {
+public:
+    // The component's answer to a GET.
+    using Content = std::function<Answer(const Request& request)>;
+
+    // `authority` is where others reach this server, "ADDR:PORT", or empty. The authenticator outlives the
+    // object.
+    LinkPages(const Authenticator& authenticator, std::string authority, Content content)
+        : m_authenticator(authenticator), m_authority(std::move(authority)), m_content(std::move(content)) {}
+
+    [[nodiscard]] Answer Make(const Request& request) const;
+    [[nodiscard]] Answer Revoke(std::string_view token) const;
+    // `rest` is what stands behind "/get/". Needs no sign-in but the token.
+    [[nodiscard]] LinkReply Use(const Request& request, std::string_view rest) const;
+
+    // The address of a new link, for a phone; nothing when there are too many. `host`: of the Host line of
+    // who asks for it, or where the server listens; where that names this machine to itself only, the address
+    // for others is taken, if there is one.
+    [[nodiscard]] std::optional<std::string> MakeAddress(const std::string& camera,
+                                                         std::string_view host) const;
+
+    [[nodiscard]] std::string AddressOf(const LinkTable::Link& link, std::string_view host) const;
+
+private:
+    [[nodiscard]] Answer ContentFor(const LinkTable::Link& link, std::string_view file,
+                                    const Request& asked) const;
+
+    const Authenticator& m_authenticator;
+    const std::string m_authority;
+    const Content m_content;
+    const std::shared_ptr<LinkTable> m_links = std::make_shared<LinkTable>();
+};
 
 } // namespace host

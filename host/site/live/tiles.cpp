@@ -1,13 +1,13 @@
-#include "host/site/live/tiles.h"
-
 #include <array>
 #include <cstdint>
 #include <utility>
 
+#include "host/base/json.h"
+#include "host/feed/figures.h"
 #include "host/http/page_socket.h"
 #include "host/packer/framing.h"
+#include "host/site/live/pages.h"
 #include "host/site/live/tile_board.h"
-#include "host/site/monitor/report.h"
 
 namespace host {
 namespace {
@@ -24,14 +24,34 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
     return header;
 }
 
+// The keys of the host's own sources.
+std::string SourcesJson(const SourceTable& sources) {
+    std::string json = "[";
+    for (const std::string& key : sources.OwnKeys())
+        json += (json.size() > 1 ? "," : "") + JsonString(key);
+    return json + "]";
+}
+
+// The figures of all cameras with the host's time (Unix milliseconds), against which the page tells how old a
+// picture is: its own clock may be wrong.
+std::string StateJson(const LivePages& pages) {
+    const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    return "{\"type\":\"state\",\"now\":" + std::to_string(now.count()) +
+           ",\"uptime\":" + FixedNumber(pages.counters.Uptime(), 1) +
+           ",\"demo\":" + (pages.demo ? "true" : "false") +
+           ",\"version\":" + JsonString(MORROWSTREAM_VERSION) + ",\"sources\":" + SourcesJson(pages.sources) +
+           ",\"cameras\":" + CamerasJson(pages.feeds, true) + "}";
+}
+
 class TilesSession final : public PageSocket {
 public:
-    TilesSession(Descriptor socket, const Request& request, const Services& services)
-        : PageSocket(std::move(socket), request, services.limits, services.stop), m_services(services),
-          m_heartbeat(MakeTimer()), m_board(m_newPicture, services.limits.ackDeadline, services.counters) {
-        m_services.feeds.AddWatcher(m_tableChange);
+    TilesSession(Descriptor socket, const Request& request, const LivePages& pages)
+        : PageSocket(std::move(socket), request, pages.limits, pages.stop), m_pages(pages),
+          m_heartbeat(MakeTimer()), m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
+        m_pages.feeds.AddWatcher(m_tableChange);
     }
-    ~TilesSession() { m_services.feeds.RemoveWatcher(m_tableChange); }
+    ~TilesSession() { m_pages.feeds.RemoveWatcher(m_tableChange); }
 
 private:
     void OnOpen() override {
@@ -56,8 +76,8 @@ private:
     void SendNext() override {
         if (m_statePending) {
             m_statePending = false;
-            m_board.SetFeeds(m_services.feeds.List());
-            m_state = StateJson(m_services);
+            m_board.SetFeeds(m_pages.feeds.List());
+            m_state = StateJson(m_pages);
             return Text(asio::buffer(m_state));
         }
         while (auto outgoing = m_board.Next(Clock::now())) {
@@ -69,12 +89,12 @@ private:
                 continue;
             }
             m_header = PictureHeader(m_outgoing);
-            ++m_services.counters.sent;
+            ++m_pages.counters.sent;
             return Binary(asio::buffer(m_header), asio::buffer(jpeg));
         }
     }
 
-    const Services& m_services;
+    const LivePages& m_pages;
     Wakeup m_newPicture;
     Wakeup m_tableChange;
     Timer m_heartbeat;
@@ -88,9 +108,9 @@ private:
 
 } // namespace
 
-void ServeTiles(Descriptor socket, const Request& request, const Services& services) {
-    const WatchGuard watching(services.counters, SessionKind::Tiles);
-    TilesSession(std::move(socket), request, services).Run();
+void LivePages::RunTiles(Descriptor socket, const Request& request) const {
+    const WatchGuard watching(counters, SessionKind::Tiles);
+    TilesSession(std::move(socket), request, *this).Run();
 }
 
 } // namespace host

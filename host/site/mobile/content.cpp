@@ -1,11 +1,11 @@
-#include "host/site/mobile/content.h"
-
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/http/accept.h"
 #include "host/site/mobile/descriptor.h"
+#include "host/site/mobile/pages.h"
 #include "host/site/mobile/style_sheet.h"
 #include "platform/text.h"
 
@@ -193,9 +193,36 @@ Answer AnswerOf(const Request& request, IWebHandler& handler) {
 
 } // namespace
 
-Answer HandlerAnswer(const Request& request, IWebHandler& handler) {
-    Answer answer = AnswerOf(request, handler);
+Answer MobilePages::Content(const Request& request) const {
+    const auto handler = HandlerOf(request, false);
+    if (!handler)
+        return Answer::Text(404, "There is nothing here.");
+    Answer answer = AnswerOf(request, *handler);
     answer.headers["Cache-Control"] = "no-store";
+    return answer;
+}
+
+Answer MobilePages::SourceList(const Request& request) const {
+    if (request.query != "xslt=cameras.xsl") {
+        Answer answer = Answer::Text(302, "The sources are on the live page.");
+        answer.headers["Location"] = "/";
+        return answer;
+    }
+    Answer answer;
+    answer.headers["Cache-Control"] = "no-store";
+    std::vector<std::string> keys;
+    for (const FeedPtr& feed : feeds.List())
+        keys.push_back(feed->Name());
+    for (std::string& key : sources.OwnKeys()) {
+        // A camera of that name comes before it.
+        if (std::ranges::find(keys, key) == keys.end())
+            keys.push_back(std::move(key));
+    }
+    for (const std::string& key : keys) {
+        // A name that would break the list cannot be told in it, and a changed one would open nothing.
+        if (key.find_first_of("\t\r\n") == std::string::npos)
+            answer.body.append(key).append(1, '\t').append(key).append(1, '\n');
+    }
     return answer;
 }
 

@@ -12,7 +12,6 @@
 namespace host {
 namespace {
 
-constexpr std::string_view kPath = "/tiny";
 constexpr std::string_view kPicture = "/picture";
 constexpr std::array kIntervals{1, 2, 5, 10, 60};
 constexpr int kUsualInterval = 5;
@@ -27,7 +26,7 @@ int Choice(std::string_view query, std::string_view name, std::span<const int> c
     return chosen != choices.end() ? *chosen : usual;
 }
 
-Answer Page(const TinyTexts& texts, unsigned status, std::string_view title, std::string_view head,
+Answer Html(const TinyTexts& texts, unsigned status, std::string_view title, std::string_view head,
             std::string_view body) {
     Answer answer;
     answer.status = status;
@@ -42,7 +41,7 @@ Answer Page(const TinyTexts& texts, unsigned status, std::string_view title, std
     return answer;
 }
 
-Answer ListPage(const TinyTexts& texts, const Services& services) {
+Answer ListPage(const TinyTexts& texts, const TinyPages& pages) {
     std::string items;
     const auto add = [&](const std::string& key, bool live) {
         items += "<li><a href=\"/tiny/" + PercentEncode(key) + "\">" + EscapeHtml(key) + "</a>";
@@ -50,16 +49,15 @@ Answer ListPage(const TinyTexts& texts, const Services& services) {
             items.append(" (").append(texts.noPicture).append(")");
         items += "</li>";
     };
-    for (const CameraFigures& camera : services.feeds.Figures())
-        add(camera.name,
-            camera.age && *camera.age * 1000 < static_cast<double>(services.limits.staleAfter.count()));
-    for (const std::string& key : services.sources->OwnKeys()) {
-        if (!services.feeds.Find(key)) // a camera comes before a source of the same key
+    for (const CameraFigures& camera : pages.feeds.Figures())
+        add(camera.name, camera.age && *camera.age * 1000 < static_cast<double>(pages.staleAfter.count()));
+    for (const std::string& key : pages.sources.OwnKeys()) {
+        if (!pages.feeds.Find(key)) // a camera comes before a source of the same key
             add(key, true);
     }
     const std::string list =
         items.empty() ? "<p>" + std::string(texts.nothing) + "</p>" : "<ul>" + items + "</ul>";
-    return Page(texts, 200, texts.title, "", "<h1>" + std::string(texts.title) + "</h1>" + list);
+    return Html(texts, 200, texts.title, "", "<h1>" + std::string(texts.title) + "</h1>" + list);
 }
 
 // One row of links, the present choice without one.
@@ -93,16 +91,16 @@ Answer SourcePage(const TinyTexts& texts, const Request& request, const std::str
     body += Choices(texts.size, kWidths, width, [&](int chosen) { return address(every, chosen); });
     body += "<p><a href=\"/tiny\">" + std::string(texts.back) + "</a></p>";
     const std::string refresh = "<meta http-equiv=\"refresh\" content=\"" + std::to_string(every) + "\">";
-    return Page(texts, 200, EscapeHtml(key), refresh, body);
+    return Html(texts, 200, EscapeHtml(key), refresh, body);
 }
 
-Answer PictureAnswer(const Request& request, Source& source, const Services& services) {
+Answer PictureAnswer(const Request& request, Source& source, const TinyPages& pages) {
     const PicturePtr picture = source.Now();
     PackerParameters wanted;
     wanted.width = Choice(request.query, "width", kWidths, kUsualWidth);
     wanted.height = wanted.width * 3 / 4;
     wanted.quality = kQuality;
-    FramePacker packer(wanted, *services.packers);
+    FramePacker packer(wanted, pages.packers);
     Answer answer;
     if (picture)
         answer.body = packer.Pack(PlanesOf(*picture)).jpeg;
@@ -115,27 +113,21 @@ Answer PictureAnswer(const Request& request, Source& source, const Services& ser
 
 } // namespace
 
-bool IsTinyPath(std::string_view path) noexcept {
-    return path.starts_with(kPath) && (path.size() == kPath.size() || path[kPath.size()] == '/');
-}
-
-Answer TinyAnswer(const Request& request, const Services& services) {
-    const TinyTexts& texts = TinyTextsOf(
-        PreferredLanguage(request.Field("Accept-Language"), TinyLanguageCodes(), services.language));
-    std::string_view segment = request.path;
-    segment.remove_prefix(std::min(segment.size(), kPath.size() + 1));
-    if (segment.empty())
-        return ListPage(texts, services);
-    const bool picture = segment.ends_with(kPicture);
+Answer TinyPages::Page(const Request& request, std::string_view rest) const {
+    const TinyTexts& texts =
+        TinyTextsOf(PreferredLanguage(request.Field("Accept-Language"), TinyLanguageCodes(), language));
+    if (rest.empty())
+        return ListPage(texts, *this);
+    const bool picture = rest.ends_with(kPicture);
     if (picture)
-        segment.remove_suffix(kPicture.size());
-    const auto key = segment.find('/') == std::string_view::npos ? PercentDecode(segment) : std::nullopt;
-    const SourcePtr source = key ? services.sources->Open(*key) : nullptr;
+        rest.remove_suffix(kPicture.size());
+    const auto key = rest.find('/') == std::string_view::npos ? PercentDecode(rest) : std::nullopt;
+    const SourcePtr source = key ? sources.Open(*key) : nullptr;
     if (!source) {
         const std::string back = " <a href=\"/tiny\">" + std::string(texts.back) + "</a>";
-        return Page(texts, 404, texts.title, "", "<p>" + std::string(texts.unknown) + back + "</p>");
+        return Html(texts, 404, texts.title, "", "<p>" + std::string(texts.unknown) + back + "</p>");
     }
-    return picture ? PictureAnswer(request, *source, services) : SourcePage(texts, request, *key);
+    return picture ? PictureAnswer(request, *source, *this) : SourcePage(texts, request, *key);
 }
 
 } // namespace host

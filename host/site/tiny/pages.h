@@ -8,16 +8,28 @@
 // one percent-encoded segment. Pages speak the language that the browser asks for, else the server's.
 #pragma once
 
+#include <chrono>
+#include <string>
 #include <string_view>
 
+#include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
-#include "host/site/services.h"
+#include "host/packer/frame_packer.h"
+#include "host/sources/source_table.h"
 
 namespace host {
 
-bool IsTinyPath(std::string_view path) noexcept;
-// To a GET or HEAD of somebody who may watch. Any thread.
-Answer TinyAnswer(const Request& request, const Services& services);
+struct TinyPages {
+    FeedTable& feeds;
+    SourceTable& sources;
+    PackerCounters& packers;
+    const std::chrono::milliseconds
+        staleAfter;             // without a picture for so long a camera counts as having none
+    const std::string language; // the server's
+
+    // `rest` is what stands behind "/tiny/". Any thread.
+    [[nodiscard]] Answer Page(const Request& request, std::string_view rest) const;
+};
 
 } // namespace host

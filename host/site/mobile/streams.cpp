@@ -1,11 +1,12 @@
-#include "host/site/upload.h"
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/time.h>
 
+#include <optional>
+#include <string>
+
 #include "host/http/head.h"
-#include "host/site/pages.h"
+#include "host/site/mobile/pages.h"
 #include "platform/scope.h"
 #include "platform/socket.h"
 #include "platform/text.h"
@@ -37,8 +38,10 @@ void BoundSends(int fd, std::chrono::milliseconds stall) {
     ::setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged, sizeof unacknowledged);
 }
 
-} // namespace
-
+// The path that a handler gets: without its leading "/", with the query. An upload names its camera in the
+// path, and the component takes that name as it stands; so for an upload the percent escapes are undone here
+// ("front%20door" is the camera "front door"), while a viewer's path, whose escapes the component undoes
+// itself, stays as it came. A path that cannot be decoded stays as it came, too.
 std::u16string HandlerPath(const Request& request) {
     std::string path = request.path.substr(1);
     if (request.method == "POST") {
@@ -50,19 +53,30 @@ std::u16string HandlerPath(const Request& request) {
     return platform::FromUtf8(path);
 }
 
-bool IsStreamAddress(std::u16string_view handlerPath) noexcept {
-    constexpr std::u16string_view kStreams = u"mobile/video";
-    return handlerPath.starts_with(kStreams) &&
-           (handlerPath.size() == kStreams.size() || handlerPath[kStreams.size()] == u'/' ||
-            handlerPath[kStreams.size()] == u'?');
+// The camera that an upload names.
+std::optional<std::string> CameraOf(const Request& request) {
+    constexpr std::string_view kUploads = "/mobile/video/";
+    return request.path.starts_with(kUploads)
+               ? PercentDecode(std::string_view(request.path).substr(kUploads.size()))
+               : std::nullopt;
 }
 
-void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, const Services& services) {
-    Counters& counters = services.counters;
+} // namespace
+
+platform::ComPtr<IWebHandler> MobilePages::HandlerOf(const Request& request, bool stream) const {
+    const std::u16string path = HandlerPath(request);
+    auto handler = handlers.HandlerOf(path);
+    std::int32_t isStream = 0;
+    if (handler)
+        (void)handler->IsStreamPath(path.c_str(), &isStream);
+    return (isStream != 0) == stream ? handler : nullptr;
+}
+
+void MobilePages::HandOver(Descriptor socket, const Request& request, IWebHandler& handler) const {
     const bool upload = request.method == "POST";
     if (upload) {
-        const auto deadline = Clock::now() + services.limits.recordDeadline;
-        const HeadResult record = WaitForBytes(socket.Get(), kAuthRecordBytes, services.stop, deadline);
+        const auto deadline = Clock::now() + limits.recordDeadline;
+        const HeadResult record = WaitForBytes(socket.Get(), kAuthRecordBytes, stop, deadline);
         if (record != HeadResult::Complete) {
             if (record == HeadResult::Timeout)
                 counters.Refuse(Refusal::RecordTimeout);
@@ -71,7 +85,7 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
     }
     WatchPeer(socket.Get());
     if (!upload)
-        BoundSends(socket.Get(), services.limits.writeStall);
+        BoundSends(socket.Get(), limits.writeStall);
     // The component compares a phone's password in this thread's code page, by default that of the server's
     // language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,
     // whatever language the server speaks.
@@ -85,7 +99,8 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
     const HRESULT hr = handler.Process(path.c_str(), handle, head.Get());
     if (SUCCEEDED(hr)) {
         counters.Begin(upload ? SessionKind::Upload : SessionKind::View);
-        if (const FeedPtr feed = upload ? FeedOfPath(request.path, "/mobile/video/", "", services) : nullptr)
+        const auto camera = upload ? CameraOf(request) : std::nullopt;
+        if (const FeedPtr feed = camera ? feeds.Find(*camera) : nullptr)
             feed->SessionBegan(request.arrived);
         return;
     }
@@ -93,7 +108,7 @@ void HandOver(Descriptor socket, const Request& request, IWebHandler& handler, c
     (void)platform::closesocket(handle);
     counters.Refuse(upload ? Refusal::UploadDenied : Refusal::ViewDenied);
     if (upload && hr == E_ACCESSDENIED)
-        services.authenticator.ReportWrong(request.peer);
+        authenticator.ReportWrong(request.peer);
 }
 
 } // namespace host

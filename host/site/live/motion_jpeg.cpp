@@ -1,5 +1,3 @@
-#include "host/site/live/live.h"
-
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -7,6 +5,7 @@
 #include <linux/sockios.h>
 
 #include "host/http/answer.h"
+#include "host/site/live/pages.h"
 
 namespace host {
 namespace {
@@ -23,8 +22,8 @@ int QueuedBytes(int fd) {
 
 class LiveStream {
 public:
-    LiveStream(int fd, const FeedPtr& feed, const Services& services)
-        : m_fd(fd), m_feed(feed), m_services(services), m_watch(feed, m_wakeup) {}
+    LiveStream(int fd, const FeedPtr& feed, const LivePages& pages)
+        : m_fd(fd), m_feed(feed), m_pages(pages), m_watch(feed, m_wakeup) {}
 
     void Run() {
         m_lastPicture = m_sentAt = Clock::now();
@@ -40,7 +39,7 @@ private:
     static constexpr const char* kPartHead = "\r\nContent-Type: image/jpeg\r\n\r\n";
 
     bool Send(std::string_view bytes) {
-        return SendAll(m_fd, bytes, m_services.stop, m_services.limits.writeStall) == SendResult::Sent;
+        return SendAll(m_fd, bytes, m_pages.stop, m_pages.limits.writeStall) == SendResult::Sent;
     }
 
     bool SendPart(std::string_view jpeg) {
@@ -58,13 +57,13 @@ private:
         const PicturePtr picture = m_feed->Newest();
         if (picture)
             m_lastPicture = std::max(m_lastPicture, picture->Arrival());
-        const bool fresh = picture && now - picture->Arrival() < m_services.limits.staleAfter;
+        const bool fresh = picture && now - picture->Arrival() < m_pages.limits.staleAfter;
         if (fresh && picture->Sequence() != m_sequence)
             return QueuedBytes(m_fd) == 0 ? SendPicture(*picture) : WaitForQueue(now);
         // Nothing was shown yet and the newest picture is an old one: there is nothing to wait for.
         const auto silentSince =
             picture && m_sequence == 0 && !m_placeholder ? picture->Arrival() : m_lastPicture;
-        const auto placeholderAt = silentSince + m_services.limits.staleAfter;
+        const auto placeholderAt = silentSince + m_pages.limits.staleAfter;
         if (!m_placeholder && !fresh && now >= placeholderAt)
             return SendPlaceholder(picture.get());
         return Wait(m_placeholder ? now + std::chrono::minutes(1) : std::max(placeholderAt, now));
@@ -73,12 +72,12 @@ private:
     bool SendPicture(const Picture& picture) {
         const std::string& jpeg = picture.Jpeg();
         if (m_sequence != 0 && picture.Sequence() > m_sequence + 1)
-            m_services.counters.skipped += picture.Sequence() - m_sequence - 1;
+            m_pages.counters.skipped += picture.Sequence() - m_sequence - 1;
         m_sequence = picture.Sequence();
         if (jpeg.empty())
             return true;
         m_placeholder = false;
-        ++m_services.counters.sent;
+        ++m_pages.counters.sent;
         return SendPart(jpeg);
     }
 
@@ -91,22 +90,21 @@ private:
 
     bool Wait(Clock::time_point until) {
         const Waited waited = WaitFor(
-            {.socket = m_fd, .socketEvents = POLLRDHUP, .wakeup = &m_wakeup, .stop = &m_services.stop},
-            until);
+            {.socket = m_fd, .socketEvents = POLLRDHUP, .wakeup = &m_wakeup, .stop = &m_pages.stop}, until);
         return waited == Waited::Woken || waited == Waited::Timeout;
     }
 
     bool WaitForQueue(Clock::time_point now) {
-        if (now - m_sentAt > m_services.limits.writeStall)
+        if (now - m_sentAt > m_pages.limits.writeStall)
             return false;
         const Waited waited =
-            WaitFor({.socket = m_fd, .socketEvents = POLLRDHUP, .stop = &m_services.stop}, now + kQueuePoll);
+            WaitFor({.socket = m_fd, .socketEvents = POLLRDHUP, .stop = &m_pages.stop}, now + kQueuePoll);
         return waited == Waited::Timeout;
     }
 
     const int m_fd;
     const FeedPtr m_feed;
-    const Services& m_services;
+    const LivePages& m_pages;
     Wakeup m_wakeup;
     FeedWatch m_watch;
     std::uint64_t m_sequence = 0;    // of the last picture sent
@@ -117,17 +115,17 @@ private:
 
 } // namespace
 
-void ServeLive(int fd, const FeedPtr& feed, bool headOnly, const Services& services) {
+void LivePages::SendMotionJpeg(int fd, const FeedPtr& feed, bool headOnly) const {
     const int buffer = kWatcherSendBuffer;
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
     Answer head;
     head.type = "multipart/x-mixed-replace; boundary=" + std::string(kBoundary);
     head.headers["Cache-Control"] = "no-store";
     const std::string bytes = Serialize(head, {.headOnly = headOnly, .openEnded = true});
-    if (SendAll(fd, bytes, services.stop, services.limits.writeStall) != SendResult::Sent || headOnly)
+    if (SendAll(fd, bytes, stop, limits.writeStall) != SendResult::Sent || headOnly)
         return;
-    const WatchGuard watching(services.counters, SessionKind::Live);
-    LiveStream(fd, feed, services).Run();
+    const WatchGuard watching(counters, SessionKind::Live);
+    LiveStream(fd, feed, *this).Run();
 }
 
 } // namespace host

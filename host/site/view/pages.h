@@ -14,17 +14,26 @@
 // `flimit` ends the stream, and with it the connection.
 #pragma once
 
-#include "host/base/wait.h"
-#include "host/content/source.h"
+#include "host/base/counters.h"
+#include "host/http/limits.h"
 #include "host/http/request.h"
-#include "host/site/services.h"
+#include "host/packer/frame_packer.h"
+#include "host/sources/source_table.h"
 
 namespace host {
 
-// The source that a path names; null when there is none, or the path is not below /view/.
-SourcePtr SourceOfPath(std::string_view path, const Services& services);
+struct ViewPages {
+    SourceTable& sources;
+    PackerCounters& packers;
+    const Limits& limits;
+    Counters& counters;
+    const Wakeup& stop;
 
-// Takes the socket and returns when the page has left, the stream is at its end or the server stops.
-void ServeView(Descriptor socket, const Request& request, SourcePtr source, const Services& services);
+    // The source of a percent-encoded key; null when there is none.
+    [[nodiscard]] SourcePtr SourceOf(std::string_view encoded) const;
+    // Takes the socket and returns when the page has left, the stream is at its end or the server stops. The
+    // request asks for a WebSocket.
+    void Run(Descriptor socket, const Request& request, SourcePtr source) const;
+};
 
 } // namespace host

@@ -1,11 +1,13 @@
-#include "host/site/monitor/metrics.h"
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <fstream>
 #include <span>
 #include <vector>
+
+#include "host/base/json.h"
+#include "host/feed/figures.h"
+#include "host/site/monitor/pages.h"
 
 namespace host {
 namespace {
@@ -16,10 +18,6 @@ std::string Number(double value) {
     const auto end =
         std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed).ptr;
     return {text.data(), end};
-}
-
-double Uptime(const Services& services) {
-    return std::chrono::duration<double>(Clock::now() - services.started).count();
 }
 
 // A label value of the Prometheus text format: backslash, quote and line feed are escaped.
@@ -33,7 +31,7 @@ std::string Label(std::string_view text) {
     return label;
 }
 
-class Metrics {
+class MetricsText {
 public:
     void Family(std::string_view name, std::string_view type, std::string_view help) {
         m_name = "morrowstream_" + std::string(name);
@@ -100,12 +98,12 @@ struct Camera {
     const CameraMeters& meters;
 };
 
-void AddCameras(Metrics& metrics, std::span<const Camera> cameras) {
+void AddCameras(MetricsText& metrics, std::span<const Camera> cameras) {
     const auto family = [&](std::string_view name, std::string_view type, std::string_view help, auto value) {
         metrics.Family(name, type, help);
         for (const Camera& camera : cameras) {
             if (const std::string text = value(camera); !text.empty())
-                metrics.Sample(Metrics::Labels("camera", camera.figures.name), text);
+                metrics.Sample(MetricsText::Labels("camera", camera.figures.name), text);
         }
     };
     family("camera_frames_total", "counter", "Pictures received and decoded.",
@@ -133,7 +131,7 @@ void AddCameras(Metrics& metrics, std::span<const Camera> cameras) {
         [](const Camera& c) { return Number(static_cast<double>(c.meters.creditStallNanoseconds) * 1e-9); });
 }
 
-void AddWork(Metrics& metrics, std::span<const Camera> cameras) {
+void AddWork(MetricsText& metrics, std::span<const Camera> cameras) {
     const auto family = [&](std::string_view name, std::string_view help,
                             const Histogram CameraMeters::*times) {
         metrics.Family(name, "histogram", help);
@@ -149,14 +147,14 @@ void AddWork(Metrics& metrics, std::span<const Camera> cameras) {
            &CameraMeters::encode);
 }
 
-void AddSessions(Metrics& metrics, const Services& services, std::span<const Camera> cameras) {
-    const Counters& counters = services.counters;
+void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<const Camera> cameras) {
+    const Counters& counters = monitor.counters;
     metrics.Family("sessions_total", "counter", "Sessions that have begun, by kind.");
     metrics.ByWord("kind", kSessionNames, counters.sessions);
     // What the component holds is told by its traces in the host: connected cameras, and packers at work.
     const auto connected = static_cast<std::uint64_t>(
         std::ranges::count_if(cameras, [](const Camera& camera) { return camera.figures.connected; }));
-    const std::uint64_t packers = services.packers->open;
+    const std::uint64_t packers = monitor.packers.open;
     const std::uint64_t pages = counters.Watching(SessionKind::Page);
     metrics.Family("sessions", "gauge", "Sessions that are open, by kind.");
     for (std::size_t i = 0; i < kSessionNames.size(); ++i) {
@@ -166,31 +164,37 @@ void AddSessions(Metrics& metrics, const Services& services, std::span<const Cam
             open = connected;
         else if (kind == SessionKind::View)
             open = packers > pages ? packers - pages : 0;
-        metrics.Sample(Metrics::Labels("kind", kSessionNames[i]), std::to_string(open));
+        metrics.Sample(MetricsText::Labels("kind", kSessionNames[i]), std::to_string(open));
     }
     metrics.Family("refusals_total", "counter", "Connections and requests refused, by reason.");
     metrics.ByWord("reason", kRefusalNames, counters.refusals);
 }
 
+Answer TextAnswer(std::string_view type, std::string text) {
+    Answer answer;
+    answer.type = type;
+    answer.body = std::move(text);
+    answer.headers["Cache-Control"] = "no-store";
+    return answer;
+}
+
 } // namespace
 
-std::string MetricsText(const Services& services) {
-    const Counters& counters = services.counters;
-    Metrics metrics;
+Answer MonitorPages::Metrics() const {
+    MetricsText metrics;
+    const std::vector<FeedPtr> list = feeds.List(); // holds what the figures refer to
     std::vector<Camera> cameras;
-    const std::vector<FeedPtr> feeds = services.feeds.List();
-    for (const FeedPtr& feed : feeds)
+    for (const FeedPtr& feed : list)
         cameras.push_back({feed->Figures(), feed->Meters()});
     AddCameras(metrics, cameras);
     AddWork(metrics, cameras);
-    AddSessions(metrics, services, cameras);
+    AddSessions(metrics, *this, cameras);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
                    std::to_string(Picture::EncodedCount()));
     metrics.Single("pictures_sent_total", "counter", "Pictures sent to watchers.",
                    std::to_string(counters.sent));
     metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
                    std::to_string(counters.skipped));
-    const PackerCounters& packers = *services.packers;
     metrics.Single("packers", "gauge", "Frame packers at work, one for each viewing phone or page.",
                    std::to_string(packers.open));
     metrics.Single("packed_pictures_total", "counter", "Pictures packed for viewing phones and pages.",
@@ -210,8 +214,24 @@ std::string MetricsText(const Services& services) {
     metrics.Single("process_resident_memory_bytes", "gauge", "Resident memory.",
                    std::to_string(process.residentBytes));
     metrics.Single("process_threads", "gauge", "Threads of the process.", std::to_string(process.threads));
-    metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(Uptime(services)));
-    return metrics.Take();
+    metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(counters.Uptime()));
+    return TextAnswer("text/plain; version=0.0.4; charset=utf-8", metrics.Take());
+}
+
+Answer MonitorPages::Health() const {
+    return TextAnswer("application/json",
+                      "{\"status\":\"ok\",\"uptime\":" + FixedNumber(counters.Uptime(), 1) +
+                          ",\"version\":" + JsonString(MORROWSTREAM_VERSION) +
+                          ",\"cameras\":" + CamerasJson(feeds, false) + "}\n");
+}
+
+Answer MonitorPages::Alive() {
+    return Answer::Text(200, "ok");
+}
+
+Answer MonitorPages::Ready() const {
+    const std::string trouble = settings.Trouble();
+    return trouble.empty() ? Answer::Text(200, "ready") : Answer::Text(503, trouble);
 }
 
 } // namespace host

@@ -1,4 +1,4 @@
-#include "host/site/view/view.h"
+#include "host/site/view/pages.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,12 +13,10 @@ namespace {
 
 namespace asio = boost::asio;
 
-constexpr std::string_view kPathPrefix = "/view/";
-
 class ViewSession final : public PageSocket {
 public:
-    ViewSession(Descriptor socket, const Request& request, SourcePtr source, const Services& services)
-        : PageSocket(std::move(socket), request, services.limits, services.stop), m_services(services),
+    ViewSession(Descriptor socket, const Request& request, SourcePtr source, const ViewPages& pages)
+        : PageSocket(std::move(socket), request, pages.limits, pages.stop), m_packers(pages.packers),
           m_source(std::move(source)), m_next(MakeTimer()), m_heartbeat(MakeTimer()) {}
     ~ViewSession() = default;
 
@@ -58,7 +56,7 @@ private:
     // Not before the picture of the last packer is written.
     void Change() {
         m_packed = {};
-        m_packer = std::make_unique<FramePacker>(*m_wanted, *m_services.packers);
+        m_packer = std::make_unique<FramePacker>(*m_wanted, m_packers);
         m_packer->ContinueAt(m_sequence + 1);
         m_wanted.reset();
         m_due = Clock::now();
@@ -110,7 +108,7 @@ private:
         Binary(asio::buffer(m_packed.header), asio::buffer(m_packed.jpeg.data(), m_packed.jpeg.size()));
     }
 
-    const Services& m_services;
+    PackerCounters& m_packers;
     const SourcePtr m_source;
     Timer m_next;
     Timer m_heartbeat;
@@ -130,15 +128,14 @@ private:
 
 } // namespace
 
-SourcePtr SourceOfPath(std::string_view path, const Services& services) {
-    const auto key =
-        path.starts_with(kPathPrefix) ? PercentDecode(path.substr(kPathPrefix.size())) : std::nullopt;
-    return key ? services.sources->Open(*key) : nullptr;
+SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
+    const auto key = PercentDecode(encoded);
+    return key ? sources.Open(*key) : nullptr;
 }
 
-void ServeView(Descriptor socket, const Request& request, SourcePtr source, const Services& services) {
-    const WatchGuard watching(services.counters, SessionKind::Page);
-    ViewSession(std::move(socket), request, std::move(source), services).Run();
+void ViewPages::Run(Descriptor socket, const Request& request, SourcePtr source) const {
+    const WatchGuard watching(counters, SessionKind::Page);
+    ViewSession(std::move(socket), request, std::move(source), *this).Run();
 }
 
 } // namespace host

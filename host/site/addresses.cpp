@@ -1,0 +1,262 @@
+#include "host/site/addresses.h"
+
+#include <algorithm>
+
+#include "host/http/limits.h"
+#include "host/site/assets.h"
+#include "host/site/site.h"
+#include "host/site/visit.h"
+
+namespace host {
+namespace {
+
+// What answers at an address; the functions stand below the table.
+using Page = void(const Site& site, Visit& visit);
+Page LivePage, Tiles, MotionJpeg, Snapshot, ViewPage, ViewStream, TinyPage, File, Nothing;
+Page Health, Metrics, Alive, Ready;
+Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLanguage;
+Page MakeLink, RevokeLink, UseLink;
+Page SourceList, PhoneContent, PhoneStream;
+
+constexpr unsigned operator|(Method a, Method b) {
+    return static_cast<unsigned>(a) | static_cast<unsigned>(b);
+}
+constexpr unsigned kRead = Method::Get | Method::Head;
+constexpr auto kGet = static_cast<unsigned>(Method::Get);
+constexpr auto kPost = static_cast<unsigned>(Method::Post);
+constexpr auto kPut = static_cast<unsigned>(Method::Put);
+constexpr auto kDelete = static_cast<unsigned>(Method::Delete);
+constexpr auto kSocket = static_cast<unsigned>(Method::WebSocket);
+
+using enum Who;
+using enum From;
+using enum Form;
+
+// clang-format off
+constexpr Address kAddresses[] = {
+//   pattern               methods  who        from       refusals body           answered by
+    {"/",                  kRead,   Watcher,   Anywhere,  Text,    0,             LivePage},
+    {"/tiles",             kSocket, Watcher,   Here,      Text,    0,             Tiles},
+    {"/live/*",            kRead,   Watcher,   Anywhere,  Text,    0,             MotionJpeg},
+    {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Snapshot},
+    {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             ViewPage},
+    {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             ViewStream},
+    {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             TinyPage},
+    {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             File},
+    {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Health},
+    {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Metrics},
+    {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Alive},
+    {"/readyz",            kRead,   Everybody, Anywhere,  Text,    0,             Ready},
+    {"/settings",          kRead,   Admin,     Anywhere,  Text,    0,             SettingsPage},
+    {"/settings/",         kRead,   Admin,     Anywhere,  Text,    0,             SettingsPage},
+    {"/settings/*",        kRead,   Admin,     Here,      Json,    0,             Nothing},
+    {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             SettingsState},
+    {"/settings/document", kRead,   Admin,     Here,      Json,    0,             GetSettings},
+    {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, PutSettings},
+    {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             GetSecret},
+    {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, PutLanguage},
+    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             MakeLink},
+    {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             RevokeLink},
+    {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             UseLink},
+    {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             SourceList},
+    {"/mobile/*",          kRead,   AnyUser,   Anywhere,  Text,    0,             PhoneContent},
+    {"/mobile/config/*",   kRead,   Admin,     Anywhere,  Text,    0,             PhoneContent},
+    {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   PhoneStream},
+    {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   PhoneStream},
+    {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Nothing},
+};
+// clang-format on
+
+void LivePage(const Site&, Visit& visit) {
+    visit.Send(AssetAnswer("live/index.html", visit.request));
+}
+
+void Tiles(const Site& site, Visit& visit) {
+    site.live.RunTiles(visit.Take(), visit.request);
+}
+
+void MotionJpeg(const Site& site, Visit& visit) {
+    if (const FeedPtr camera = site.live.CameraOf(visit.rest))
+        site.live.SendMotionJpeg(visit.Last(), camera, visit.IsHead());
+    else
+        visit.Send(Answer::Text(404, "There is no camera of that name."));
+}
+
+void Snapshot(const Site& site, Visit& visit) {
+    visit.Send(site.live.Snapshot(visit.rest));
+}
+
+void ViewPage(const Site& site, Visit& visit) {
+    visit.Send(site.view.SourceOf(visit.rest) ? AssetAnswer("viewer/index.html", visit.request)
+                                              : Answer::Text(404, "There is no source of that name."));
+}
+
+void ViewStream(const Site& site, Visit& visit) {
+    if (SourcePtr source = site.view.SourceOf(visit.rest))
+        site.view.Run(visit.Take(), visit.request, std::move(source));
+    else
+        visit.Send(Answer::Text(404, "There is no source of that name."));
+}
+
+void TinyPage(const Site& site, Visit& visit) {
+    visit.Send(site.tiny.Page(visit.request, visit.rest));
+}
+
+void File(const Site&, Visit& visit) {
+    visit.Send(AssetAnswer(visit.rest, visit.request));
+}
+
+void Health(const Site& site, Visit& visit) {
+    visit.Send(site.monitor.Health());
+}
+
+void Metrics(const Site& site, Visit& visit) {
+    visit.Send(site.monitor.Metrics());
+}
+
+void Alive(const Site& site, Visit& visit) {
+    visit.Send(site.monitor.Alive());
+}
+
+void Ready(const Site& site, Visit& visit) {
+    visit.Send(site.monitor.Ready());
+}
+
+void SettingsPage(const Site&, Visit& visit) {
+    visit.Send(AssetAnswer("settings/index.html", visit.request));
+}
+
+void SettingsState(const Site& site, Visit& visit) {
+    visit.Send(site.settings.State());
+}
+
+void GetSettings(const Site& site, Visit& visit) {
+    visit.Send(site.settings.Document());
+}
+
+void PutSettings(const Site& site, Visit& visit) {
+    visit.Send(site.settings.PutDocument(visit.request, visit.body));
+}
+
+void GetSecret(const Site& site, Visit& visit) {
+    visit.Send(site.settings.Secret(visit.request));
+}
+
+void PutLanguage(const Site& site, Visit& visit) {
+    visit.Send(site.settings.PutLanguage(visit.request, visit.body));
+}
+
+void MakeLink(const Site& site, Visit& visit) {
+    visit.Send(site.links.Make(visit.request));
+}
+
+void RevokeLink(const Site& site, Visit& visit) {
+    visit.Send(site.links.Revoke(visit.rest));
+}
+
+void UseLink(const Site& site, Visit& visit) {
+    LinkReply reply = site.links.Use(visit.request, visit.rest);
+    if (!reply.delivery)
+        visit.Send(reply.answer);
+    else if (visit.SendUntilArrived(reply.answer))
+        reply.delivery->Done();
+}
+
+void SourceList(const Site& site, Visit& visit) {
+    visit.Send(site.mobile.SourceList(visit.request));
+}
+
+void PhoneStream(const Site& site, Visit& visit) {
+    if (const auto handler = site.mobile.HandlerOf(visit.request, true))
+        site.mobile.HandOver(visit.Take(), visit.request, *handler);
+    else
+        visit.SendLast(Answer::Text(404, "There is nothing here."));
+}
+
+void PhoneContent(const Site& site, Visit& visit) {
+    visit.Send(site.mobile.Content(visit.request));
+}
+
+void Nothing(const Site&, Visit& visit) {
+    visit.Send(Answer::Refusal(visit.refusals, 404, "There is nothing here."));
+}
+
+constexpr bool HasSubtree(std::string_view pattern) {
+    return pattern.ends_with("/*");
+}
+
+// How closely a pattern fits a path; 0 when it does not. Of two that fit, the longer one is closer, and of
+// two of one length the path itself.
+std::size_t FitOf(std::string_view pattern, std::string_view path) noexcept {
+    if (!HasSubtree(pattern))
+        return path == pattern ? 2 * pattern.size() + 2 : 0;
+    pattern.remove_suffix(2);
+    const bool fits =
+        path.starts_with(pattern) && (path.size() == pattern.size() || path[pattern.size()] == '/');
+    return fits ? 2 * pattern.size() + 1 : 0;
+}
+
+// The component undoes escapes and cuts slashes before it looks for its settings, which hold the passwords of
+// the cameras. So whatever could be these counts as their address.
+bool MayBeSettingsOfComponent(std::string_view path) {
+    if (!path.starts_with("/mobile/") || path.starts_with("/mobile/video/"))
+        return false;
+    const auto decoded = PercentDecode(path);
+    return !decoded || decoded->find("config") != std::string::npos;
+}
+
+unsigned MethodOf(const Request& request) noexcept {
+    for (const auto& [method, name] : kMethodNames) {
+        if (request.method == name)
+            return static_cast<unsigned>(method);
+    }
+    return 0;
+}
+
+// Every pattern is a path, and no two rows answer one method of it.
+constexpr bool IsSound() {
+    for (const Address& row : kAddresses) {
+        for (const Address& other : kAddresses) {
+            if (&row != &other && row.pattern == other.pattern && (row.methods & other.methods) != 0)
+                return false;
+        }
+        if (!row.pattern.starts_with('/') || row.methods == 0)
+            return false;
+    }
+    return true;
+}
+static_assert(IsSound());
+
+} // namespace
+
+std::span<const Address> Addresses() noexcept {
+    return kAddresses;
+}
+
+AddressMatch FindAddress(const Request& request) {
+    const std::string_view path =
+        MayBeSettingsOfComponent(request.path) ? "/mobile/config" : std::string_view(request.path);
+    AddressMatch match;
+    std::size_t closest = 0;
+    for (const Address& row : kAddresses) {
+        const std::size_t fit = FitOf(row.pattern, path);
+        if (fit < closest || fit == 0)
+            continue;
+        if (fit > closest)
+            match = {nullptr, &row, 0, {}};
+        closest = fit;
+        match.methods |= row.methods;
+    }
+    unsigned method = MethodOf(request);
+    if (request.wantsWebSocket && method == kGet && (match.methods & kSocket) != 0)
+        method = kSocket;
+    for (const Address& row : kAddresses) {
+        if (row.pattern == match.pattern->pattern && (row.methods & method) != 0)
+            match.address = &row;
+    }
+    if (HasSubtree(match.pattern->pattern))
+        match.rest = path.substr(std::min(path.size(), match.pattern->pattern.size() - 1));
+    return match;
+}
+
+} // namespace host

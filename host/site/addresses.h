@@ -1,0 +1,67 @@
+// The table of addresses: what this server answers, to whom, and how much it reads for it.
+//
+// A request is answered by the row whose pattern fits it best and that has its method; the order of the rows
+// means nothing. The other answers follow from the table as well:
+//
+//   a method that no row of the pattern has     405, with those that they have as Allow
+//   no WebSocket where only one is answered     426
+//   somebody who may not                        401, 403 or 429 (access.h)
+//   a page of another site, where From forbids  403
+//   a longer body, or one of unknown length     413, 411
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "host/http/answer.h"
+#include "host/http/request.h"
+#include "host/site/access.h"
+
+namespace host {
+
+struct Site;
+class Visit;
+
+// A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.
+enum class Method : unsigned { Get = 1, Head = 2, Post = 4, Put = 8, Delete = 16, WebSocket = 32 };
+inline constexpr std::pair<Method, std::string_view> kMethodNames[] = {{Method::Get, "GET"},
+                                                                       {Method::Head, "HEAD"},
+                                                                       {Method::Post, "POST"},
+                                                                       {Method::Put, "PUT"},
+                                                                       {Method::Delete, "DELETE"}};
+
+// Which pages may make a browser ask, as Origin and Sec-Fetch-Site tell. Programs send neither.
+enum class From {
+    Anywhere,
+    Here,      // not those of other sites
+    HereToken, // and with the token of this run in X-Settings-Token, which only a page of this host can read
+};
+
+struct Address {
+    // A path. With "/*" at its end also everything below it; "/*" alone is what nothing else fits.
+    std::string_view pattern;
+    unsigned methods;
+    Who who;
+    From from;
+    Form refusals;    // of method, origin and body
+    std::size_t body; // bytes that are read at the most
+    // Answers, or takes the connection.
+    void (*serve)(const Site& site, Visit& visit);
+};
+// The head alone is read: what follows it is for `serve` to take.
+inline constexpr std::size_t kBodyUnread = SIZE_MAX;
+
+std::span<const Address> Addresses() noexcept;
+
+struct AddressMatch {
+    const Address* address = nullptr; // null when no row has the method
+    const Address* pattern = nullptr; // some row of the pattern; never null
+    unsigned methods = 0;             // of all rows of the pattern
+    std::string_view rest;            // of the request's path, behind "/" of the pattern's "/*"
+};
+AddressMatch FindAddress(const Request& request);
+
+} // namespace host

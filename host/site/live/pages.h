@@ -1,0 +1,43 @@
+// The cameras for a browser and for players: pictures as they come, and the newest one.
+#pragma once
+
+#include "host/base/counters.h"
+#include "host/feed/feed_table.h"
+#include "host/http/answer.h"
+#include "host/http/limits.h"
+#include "host/http/request.h"
+#include "host/sources/source_table.h"
+
+namespace host {
+
+struct LivePages {
+    FeedTable& feeds;
+    const SourceTable& sources;
+    const Limits& limits;
+    Counters& counters;
+    const Wakeup& stop;
+    const bool demo; // which the live page tells
+
+    // The camera of a percent-encoded name; null when there is none.
+    [[nodiscard]] FeedPtr CameraOf(std::string_view encoded) const;
+
+    // /snapshot/NAME.jpg: the newest picture. `file` is what stands behind "/snapshot/".
+    [[nodiscard]] Answer Snapshot(std::string_view file) const;
+
+    // /live/NAME: motion JPEG for everything that is not the page. Sends pictures until the watcher leaves,
+    // stalls, or the server stops. A watcher gets the newest picture only, and the next one when the one
+    // before has left this machine; what came between is skipped.
+    void SendMotionJpeg(int fd, const FeedPtr& feed, bool headOnly) const;
+
+    // /tiles: the one connection of the page, a WebSocket with the state of all cameras and their pictures.
+    // Takes the socket and returns when the page has left or the server stops. The request asks for a
+    // WebSocket.
+    //
+    // To the page, text: {"type":"state",...}, at once, on every change and as a heartbeat. To the page,
+    // binary: one picture behind a header of 20 bytes: u8 1, u8 0, u16 0, u32 camera number, u32 sequence
+    // number, u64 time of arrival in Unix milliseconds; all little-endian. From the page, text: see
+    // TileBoard.
+    void RunTiles(Descriptor socket, const Request& request) const;
+};
+
+} // namespace host

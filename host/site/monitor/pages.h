@@ -1,0 +1,35 @@
+// What monitors and supervisors ask.
+#pragma once
+
+#include <string>
+
+#include "host/base/counters.h"
+#include "host/feed/feed_table.h"
+#include "host/http/answer.h"
+#include "host/packer/frame_packer.h"
+#include "host/settings/settings.h"
+
+namespace host {
+
+struct MonitorPages {
+    FeedTable& feeds;
+    const Counters& counters;
+    const PackerCounters& packers;
+    const Settings& settings;
+
+    // /health: {"status":"ok","uptime":...,"version":...,"cameras":[...]}
+    [[nodiscard]] Answer Health() const;
+    // /metrics: Prometheus text format 0.0.4. Labels are names of cameras and words of fixed lists, so what
+    // it holds grows with the cameras alone. Takes the locks of the feeds, none of the component's.
+    [[nodiscard]] Answer Metrics() const;
+
+    // Does the process live, and should it get traffic? Without a sign-in, since the answers tell nothing but
+    // themselves. Neither calls the component nor waits for a lock.
+    //
+    // /healthz: 200 "ok", this thread runs
+    [[nodiscard]] static Answer Alive();
+    // /readyz: 200 "ready", or 503 with a line that says why not
+    [[nodiscard]] Answer Ready() const;
+};
+
+} // namespace host
