@@ -49,7 +49,7 @@ public:
     DemoPhones& operator=(const DemoPhones&) = delete;
     ~DemoPhones() { (void)Stop(); }
 
-    // Asks the phones to end and waits for that; kills one that does not within a second and a half.
+    // Asks the phones to end and waits for that; kills those that take longer than five seconds.
     DemoResults Stop();
     // The viewing phone's rate, as a line for the console; empty before its first second.
     [[nodiscard]] std::string Watching() const;
