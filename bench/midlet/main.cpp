@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"

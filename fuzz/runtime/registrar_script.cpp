@@ -2,7 +2,7 @@
 
 #include "fuzz/Fuzz.h"
 #include "platform/text.h"
-#include "runtime/module/RegistrarScript.h"
+#include "runtime/module/Registrar.h"
 
 namespace {
 

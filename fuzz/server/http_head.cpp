@@ -1,7 +1,7 @@
 // The head of a request, as any program on the network may write it.
 
 #include "fuzz/Fuzz.h"
-#include "server/HTTPHeader.h"
+#include "server/Request.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text = AsText(data, size);

@@ -2,7 +2,7 @@
 
 #include "fuzz/Fuzz.h"
 #include "platform/text.h"
-#include "server/ParseQuery.h"
+#include "server/Request.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::u16string text = platform::FromUtf8(AsText(data, size));

@@ -2,7 +2,7 @@
 
 #include "fuzz/Fuzz.h"
 #include "platform/text.h"
-#include "server/SplitPath.h"
+#include "server/Request.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0)

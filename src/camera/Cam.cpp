@@ -5,7 +5,7 @@
 #include <new>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
-#include "Common/Configuration/config/CameraSchema.h"
+#include "Common/Configuration/config/DocumentTexts.h"
 #include "camera/VideoFrame.h"
 #include "runtime/trace/Trace.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
 #include "platform/process.h"

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "midlet/IniTree.h"
 #include "platform/locale.h"
 #include "platform/resources.h"

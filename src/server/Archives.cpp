@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "server/ParseQuery.h"
+#include "server/Request.h"
 #include "server/UploadServer.h"
 
 namespace {
@@ -12,16 +12,16 @@ constexpr std::u16string_view kArchiveHead = u"application/java-archive";
 
 } // namespace
 
-// The lock is held over the whole build, the wait for the archive tool included: the files of a build have
-// the same names each time. Phones that stream are not disturbed; new ones wait.
+// Holds the lock over the whole build, the wait for the archive tool included: the files of a build have the
+// same names each time. Phones that stream are not disturbed; new ones wait.
 std::optional<std::string> CUploadServer::MakeJar(std::uint16_t nResource, const QueryMap& params,
                                                   const char* szFormat) {
     const platform::SectionGuard guard(m_oLock);
     return ::MakeJar(nResource, params, m_strHost, szFormat);
 }
 
-// The camera's type for who knows its name and password; nothing for all others. The settings may change
-// both, so they are read under the lock.
+// Gives the type of the camera with that name and password, or nothing. The settings may change both, so they
+// are read under the lock.
 std::optional<std::string> CUploadServer::TypeForUpload(std::u16string_view login,
                                                         std::u16string_view password) {
     const platform::SectionGuard guard(m_oLock);
@@ -36,7 +36,7 @@ HRESULT CUploadServer::GetMidletArchive(std::uint16_t nResource, std::u16string_
     const QueryMap params = ParseQuery(query);
     const auto login = params.find(u"login");
     const auto password = params.find(u"password");
-    // An empty value is one.
+    // An empty value counts as present.
     if (login == params.end() || password == params.end())
         return E_ACCESSDENIED;
 

@@ -1,13 +1,10 @@
-// What this component has to say to whoever asks by path: the midlets' archives, the settings, and the
-// mobile page with its style sheet.
+// Serves content by path: the midlets' archives, the settings, and the mobile page with its style sheet.
 
 #include <algorithm>
 #include <string>
 
 #include "runtime/trace/Trace.h"
-#include "server/HTTPHeader.h"
-#include "server/RequestAuth.h"
-#include "server/SplitPath.h"
+#include "server/Request.h"
 #include "server/UploadServer.h"
 
 namespace {
@@ -50,8 +47,8 @@ HRESULT CUploadServer::SetContent(BSTR path, BSTR* body, BSTR* head) {
     return GetSetContent(true, path, body, head);
 }
 
-// The content type alone goes to the set side, which looks for that line in a whole head and so refuses a
-// "POST": the web cannot change settings. Who may do so has IConfiguration.
+// Hands the set side the content type alone, where it looks for that line in a whole head. So it refuses a
+// "POST", and the web cannot change settings: the host does so through IConfiguration.
 HRESULT CUploadServer::Request(const char16_t* szPath, BSTR* body, BSTR* head) {
     return StatusOf([&] {
         TRASSDO(body&&head, return E_POINTER);
@@ -64,8 +61,8 @@ HRESULT CUploadServer::Request(const char16_t* szPath, BSTR* body, BSTR* head) {
         const std::u16string_view path = szPath == nullptr ? std::u16string_view() : szPath;
         std::u16string strTail(TrimSlashes(path.substr(std::min(kPathWordLength, path.size()))));
         CRequestAuth oAuth;
-        // Behind whatever the query names itself, so that the host's word counts. Without credentials the
-        // path says so by having none.
+        // The host's credentials stand behind those that the query names itself, since the last value of a
+        // key counts. A request without credentials goes on without them.
         if (SUCCEEDED(m_spWebHandlerHost->GetRequestAuth(*head, &oAuth))) {
             strTail += strTail.find(u'?') == std::u16string::npos ? u'?' : u'&';
             strTail += u"login=";
@@ -78,7 +75,7 @@ HRESULT CUploadServer::Request(const char16_t* szPath, BSTR* body, BSTR* head) {
         const HRESULT hr = GetSetContent(oHTTPHeader.IsPost(), platform::Bstr(strTail).Get(), body, &text);
         contentType = platform::Bstr::Adopt(text);
         TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
-        // The old head stays the host's to free, and what it makes of a text's own head is its affair, too.
+        // The host frees the old head, and decides what it makes of a head that a text brings along.
         *head = platform::Bstr(u"content-type: " + std::u16string(contentType.View()) + u"\n").Detach();
         return S_OK;
     });

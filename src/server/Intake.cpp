@@ -8,7 +8,7 @@
 #include "platform/scope.h"
 #include "platform/socket.h"
 #include "runtime/trace/Trace.h"
-#include "server/SplitPath.h"
+#include "server/Request.h"
 #include "server/UploadServer.h"
 #include "viewing/Packeter.h"
 

@@ -2,8 +2,8 @@
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
-#include "Common/Configuration/config/LocalStrings.h"
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Configuration/config/DocumentTexts.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "platform/resources.h"
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"
@@ -18,8 +18,8 @@ constexpr std::uint16_t kStyleSheet = 207;
 constexpr std::uint16_t kViewText = 103;
 constexpr std::uint16_t kUploadText = 110;
 
-// The style sheet asks for the presence of such an element only. Its text is the module's own and goes in as
-// it is.
+// Makes an element for whose presence the style sheet tests. Its text is the module's own and goes in as it
+// is.
 std::u16string Entry(std::u16string_view name, std::uint16_t nText) {
     const platform::Bstr bstrText = platform::LoadResourceString(nText);
     return u"\t<" + std::u16string(name) + u">" + std::u16string(bstrText.View()) + u"</" +

@@ -7,10 +7,10 @@
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
-#include "Common/Configuration/config/LocalStrings.h"
+#include "Common/Configuration/config/DocumentTexts.h"
 #include "platform/folders.h"
 #include "runtime/trace/Trace.h"
-#include "server/HTTPHeader.h"
+#include "server/Request.h"
 #include "server/UploadServer.h"
 
 using XmlConfig::CXmlConfig;
@@ -21,8 +21,8 @@ platform::Bstr RootTemplate() {
     return platform::Bstr(XmlConfig::kRootTemplate);
 }
 
-// Null where there is no common folder: nothing can be read or written then. The folders below it are the
-// host's to make, and so is what becomes of a damaged file.
+// Gives null where there is no common folder; nothing can be read or written then. The host makes the folders
+// below it and takes care of a damaged file.
 platform::Bstr GetSettingsPath(std::u16string_view extension) {
     static const std::string strFolder = platform::KnownFolder(platform::kFolderCommonData);
     if (strFolder.empty())
@@ -34,7 +34,7 @@ platform::Bstr GetSettingsPath(std::u16string_view extension) {
 
 } // namespace
 
-// What the host and the cameras are at a moment, for a set that has to be taken back.
+// A copy of the settings, for a set that has to be taken back.
 struct CUploadServer::SSettings {
     std::u16string strHost;
     CamTable oCams;

@@ -14,14 +14,14 @@ constexpr std::uint16_t kSourceName = 100;
 } // namespace
 
 CUploadServer::~CUploadServer() {
-    // A receive loop holds its camera, so letting go of the table alone would leave phones connected to
-    // nobody.
+    // A receive loop holds its camera, so phones would stay connected if only the table went.
     for (const auto& [name, spCam] : m_oCams)
         spCam->CloseConnection();
 }
 
 HRESULT CUploadServer::FinalConstruct() {
-    // Without settings that can be read there are no cameras, and an object that takes new ones.
+    // Settings that cannot be read are no reason to fail: the object starts without cameras and takes new
+    // ones.
     (void)StatusOf([&] { return Load(); });
     HRESULT hr = platform::CoCreateInstance(kWebHandlerHostClass, nullptr, platform::kContextAll,
                                             IWebHandlerHost::iid, m_spWebHandlerHost.ReceiveVoid());
@@ -49,7 +49,7 @@ HRESULT CUploadServer::Unsubscribe(IVideoSourceSink* pVideoSourceSink) {
     return StatusOf([&] {
         const platform::SectionGuard guard(m_oLock);
         TRASSDO(m_spVideoSourceSink==pVideoSourceSink, return S_FALSE);
-        // Null is nobody's sink, also while nobody is subscribed.
+        // Null is no subscriber, although it equals the member while nobody is subscribed.
         if (pVideoSourceSink == nullptr)
             return S_FALSE;
         const platform::ComPtr<IVideoSourceSink> spSink = m_spVideoSourceSink;

@@ -1,13 +1,11 @@
-// What the host's web server asks of this component, but for content.
+// Answers what the host's web server asks, except for content.
 
 #include <string>
 #include <string_view>
 
 #include "platform/threads.h"
 #include "runtime/trace/Trace.h"
-#include "server/HTTPHeader.h"
-#include "server/RequestAuth.h"
-#include "server/SplitPath.h"
+#include "server/Request.h"
 #include "server/UploadServer.h"
 
 namespace {
@@ -43,7 +41,7 @@ HRESULT CUploadServer::Process(const char16_t* szPath, SOCKET hSocket, BSTR head
         const HRESULT hr = m_spWebHandlerHost->GetRequestAuth(head, &oAuth);
         TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
 
-        // A path shorter than the stream word was not this handler's to begin with: its name is empty.
+        // A path that is shorter than the stream word gives an empty name.
         const std::u16string_view path = PathOf(szPath);
         const auto tail =
             path.size() > kStreamWord.size() ? path.substr(kStreamWord.size()) : std::u16string_view{};

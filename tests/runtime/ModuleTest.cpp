@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
 #include "interfaces/Registration.h"
@@ -21,7 +21,6 @@
 #include "platform/threads.h"
 #include "runtime/module/Module.h"
 #include "runtime/module/Registrar.h"
-#include "runtime/module/RegistrarScript.h"
 #include "support/FakeWebHost.h"
 #include "support/Jpeg.h"
 #include "support/Program.h"
@@ -64,6 +63,11 @@ protected:
         fs::copy_file(MODULE_FILE, path);
         return path.string();
     }
+    std::string PlaceRegistered() {
+        const std::string path = Place("module.so");
+        EXPECT_EQ(platform::RegisterModule(path), S_OK);
+        return path;
+    }
     [[nodiscard]] std::string Registry() const {
         return platform::ReadWholeFile(folder.File("registry")).value_or("");
     }
@@ -73,14 +77,9 @@ protected:
 };
 
 TEST_F(Module, ShowsItsFourExportsAndNothingElse) {
-    support::Program nm({"/usr/bin/nm", "-D", "--defined-only", "--format=posix", MODULE_FILE});
+    support::Program nm({"/usr/bin/nm", "-D", "--defined-only", "--format=just-symbols", MODULE_FILE});
     ASSERT_EQ(nm.Wait(), 0) << nm.output;
-    std::vector<std::string> names;
-    std::istringstream lines(nm.output);
-    for (std::string line; std::getline(lines, line);)
-        names.push_back(line.substr(0, line.find(' ')));
-    EXPECT_EQ(names,
-              (Lines{"DllCanUnloadNow", "DllGetClassObject", "DllRegisterServer", "DllUnregisterServer"}));
+    EXPECT_EQ(nm.output, "DllCanUnloadNow\nDllGetClassObject\nDllRegisterServer\nDllUnregisterServer\n");
 }
 
 TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
@@ -91,24 +90,20 @@ TEST_F(Module, RegistersItsKeysAndLeavesWhatWasThere) {
         ASSERT_EQ(platform::RegisterModule(path), S_OK) << path;
         EXPECT_EQ(platform::EnumClassesOfCategory(kVideoSourceCategory), std::vector{kUploadServerClass});
         EXPECT_EQ(platform::ModulePathOf(kUploadServerClass), path);
-        std::string keys = Registry();
-        for (const std::string& mine :
-             {std::string("\\AppID]"), std::string("\\CLSID]"),
-              std::string("{158F9099-FA63-4B67-B221-C9A22E5061E9}"),
-              std::string("{E1B04F7A-6C28-4D53-A17E-350C9F86D24B}"),
-              std::string("\\Morrowstream.UploadServer"), std::string("\\Morrowstream.DLL"),
-              std::string("Other]"), std::string("{other}]")}) {
-            EXPECT_PRED2(support::Has, keys, mine);
-            // Every key belongs to one of these.
-            for (std::size_t at = 0; (at = keys.find('[', at)) != std::string::npos;) {
-                const std::size_t end = keys.find(']', at);
-                if (keys.substr(at, end + 1 - at).find(mine) != std::string::npos)
-                    keys.erase(at, end + 1 - at);
-                else
-                    ++at;
-            }
-        }
-        EXPECT_FALSE(support::Has(keys, "[")) << keys;
+        // Every key belongs to one of these, and each of these has keys.
+        Lines keys;
+        std::istringstream lines(Registry());
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with('['))
+                keys.push_back(line);
+        for (const std::string mine :
+             {"\\AppID]", "\\CLSID]", "{158F9099-FA63-4B67-B221-C9A22E5061E9}",
+              "{E1B04F7A-6C28-4D53-A17E-350C9F86D24B}", "\\Morrowstream.UploadServer", "\\Morrowstream.DLL",
+              "Other]", "{other}]"})
+            EXPECT_NE(std::erase_if(keys, [&](const std::string& key) { return support::Has(key, mine); }),
+                      0U)
+                << mine;
+        EXPECT_EQ(keys, Lines());
         EXPECT_PRED2(support::Has, Registry(), "\"ThreadingModel\"=\"Both\"");
         // A second time changes nothing.
         const std::string once = Registry();
@@ -138,17 +133,21 @@ TEST_F(Module, AFailingStepGivesItsStatus) {
     EXPECT_EQ(platform::ThreadLocale(), 1062U);
 }
 
+ComPtr<IClassFactory> GetFactory() {
+    ComPtr<IClassFactory> factory;
+    EXPECT_EQ(platform::CoGetClassObject(kUploadServerClass, platform::kContextAll, IClassFactory::iid,
+                                         factory.ReceiveVoid()),
+              S_OK);
+    return factory;
+}
+
 TEST_F(Module, GivesOneObject) {
-    const std::string path = Place("module.so");
-    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    const std::string path = PlaceRegistered();
     {
-        ComPtr<IClassFactory> factory;
-        ASSERT_EQ(platform::CoGetClassObject(kUploadServerClass, platform::kContextAll, IClassFactory::iid,
-                                             factory.ReceiveVoid()),
-                  S_OK);
+        const auto factory = GetFactory();
         ComPtr<IUnknown> one, other;
-        ASSERT_EQ(factory->CreateInstance(nullptr, IUnknown::iid, one.ReceiveVoid()), S_OK);
-        ASSERT_EQ(factory->CreateInstance(nullptr, IUnknown::iid, other.ReceiveVoid()), S_OK);
+        for (auto* const object : {&one, &other})
+            ASSERT_EQ(factory->CreateInstance(nullptr, IUnknown::iid, object->ReceiveVoid()), S_OK);
         EXPECT_EQ(one.Get(), other.Get());
         void* none = nullptr;
         EXPECT_EQ(factory->CreateInstance(one.Get(), IUnknown::iid, &none), CLASS_E_NOAGGREGATION);
@@ -164,19 +163,13 @@ TEST_F(Module, GivesOneObject) {
         EXPECT_EQ(get(kUploadServerClass, kApplicationId, &none), E_NOINTERFACE);
         (void)::dlclose(handle);
         EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), 0U) << "it is in use";
-        EXPECT_TRUE(IsMapped(path));
     }
     // A client's lock keeps it, without an object or a factory of it in anybody's hands.
     for (const std::int32_t lock : {1, 0}) {
-        ComPtr<IClassFactory> factory;
-        ASSERT_EQ(platform::CoGetClassObject(kUploadServerClass, platform::kContextAll, IClassFactory::iid,
-                                             factory.ReceiveVoid()),
-                  S_OK);
-        EXPECT_EQ(factory->LockServer(lock), S_OK);
-        factory = nullptr;
+        EXPECT_EQ(GetFactory()->LockServer(lock), S_OK);
         EXPECT_EQ(platform::CoFreeUnusedLibraries(0ms), lock == 0 ? 1U : 0U);
+        EXPECT_EQ(IsMapped(path), lock != 0);
     }
-    EXPECT_FALSE(IsMapped(path));
 }
 
 ComPtr<IUploadServer> CreateServer() {
@@ -190,8 +183,7 @@ ComPtr<IUploadServer> CreateServer() {
 // Both load it, fight for the making and the last release of the object, and have let go before it is
 // unloaded for the next round: nobody but the caller of 0 ms can say that no thread is on its way out.
 TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
-    const std::string path = Place("module.so");
-    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    const std::string path = PlaceRegistered();
     platform::CoFreeUnusedLibraries(0ms);
     std::array<IUploadServer*, 2> held{};
     std::barrier both(2);
@@ -222,8 +214,7 @@ TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
 
 // A thread of the pool that has decoded a picture has tables of the module's, and is used again.
 TEST_F(Module, ComesBackToThreadsThatHaveDecoded) {
-    const std::string path = Place("module.so");
-    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    const std::string path = PlaceRegistered();
     support::ForgetSettings();
     for (int i = 0; i < 3; ++i) {
         platform::CoFreeUnusedLibraries(0ms);
@@ -253,14 +244,13 @@ TEST_F(Module, ComesBackToThreadsThatHaveDecoded) {
 
 // Time alone decides for those who know of no thread's end.
 TEST_F(Module, StaysForAWhileAfterItsLastUse) {
-    const std::string path = Place("module.so");
-    ASSERT_EQ(platform::RegisterModule(path), S_OK);
+    const std::string path = PlaceRegistered();
     EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 0U) << "found without use just now";
     (void)CreateServer();
-    std::this_thread::sleep_for(60ms);
-    EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 0U) << "it was used since";
-    std::this_thread::sleep_for(60ms);
-    EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), 1U);
+    for (const unsigned freed : {0U, 1U}) { // it was used since, and then no more
+        std::this_thread::sleep_for(60ms);
+        EXPECT_EQ(platform::CoFreeUnusedLibraries(50ms), freed);
+    }
     EXPECT_FALSE(IsMapped(path));
 }
 
@@ -270,20 +260,18 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
     static int s_calls, s_terms;
     static std::uint32_t s_locale;
     s_calls = s_terms = 0;
-    SClassEntry classes[] = {{kUploadServerClass,
-                              [](CMorrowstreamModule&, bool) {
-                                  s_locale = platform::ThreadLocale();
-                                  return s_answer;
-                              },
-                              [](ComPtr<IClassFactory>& factory) {
-                                  ++s_calls;
-                                  if (s_answer == S_FALSE)
-                                      factory = platform::ComObject<support::FakeFactory>::Create(
-                                          [](const GUID&, void**) { return E_NOTIMPL; });
-                                  return s_answer;
-                              },
-                              {},
-                              [] { ++s_terms; }}};
+    const auto update = [](CMorrowstreamModule&, bool) {
+        s_locale = platform::ThreadLocale();
+        return s_answer;
+    };
+    const auto create = [](ComPtr<IClassFactory>& factory) {
+        ++s_calls;
+        if (s_answer == S_FALSE)
+            factory = platform::ComObject<support::FakeFactory>::Create(
+                [](const GUID&, void**) { return E_NOTIMPL; });
+        return s_answer;
+    };
+    SClassEntry classes[] = {{kUploadServerClass, update, create, {}, [] { ++s_terms; }}};
     {
         CMorrowstreamModule module(classes);
         void* object = &module;
@@ -297,67 +285,61 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
         EXPECT_EQ(module.Init(nullptr), E_INVALIDARG);
         EXPECT_EQ(module.GetGITPtr(nullptr), E_POINTER);
         ComPtr<IGlobalInterfaceTable> table, same;
-        EXPECT_EQ(module.GetGITPtr(table.Receive()), S_OK);
-        EXPECT_EQ(module.GetGITPtr(same.Receive()), S_OK);
+        EXPECT_TRUE(module.GetGITPtr(table.Receive()) == S_OK && module.GetGITPtr(same.Receive()) == S_OK);
         EXPECT_TRUE(table && table.Get() == same.Get());
         ASSERT_EQ(module.Init(ThisModule()), S_OK);
-
-        s_answer = E_OUTOFMEMORY;
-        EXPECT_EQ(get(&module), E_OUTOFMEMORY);
-        s_answer = S_OK; // and no factory
-        EXPECT_EQ(get(&module), CLASS_E_CLASSNOTAVAILABLE);
-        s_answer = S_FALSE; // and a factory
-        for (int i = 0; i < 2; ++i) {
-            EXPECT_EQ(get(&module), S_OK);
+        // A failure, no factory, and a factory: one, once there is one.
+        for (const auto& [answer, status] :
+             {std::pair(E_OUTOFMEMORY, E_OUTOFMEMORY), std::pair(S_OK, CLASS_E_CLASSNOTAVAILABLE),
+              std::pair(S_FALSE, S_OK), std::pair(S_FALSE, S_OK)}) {
+            s_answer = answer;
+            EXPECT_EQ(get(&module), status);
             (void)ComPtr<IClassFactory>::Adopt(static_cast<IClassFactory*>(object));
         }
-        EXPECT_EQ(s_calls, 3) << "one factory, once there is one";
+        EXPECT_EQ(s_calls, 3);
 
         platform::SetThreadLocale(1062);
         s_answer = E_FAIL;
-        EXPECT_EQ(module.RegisterServer(), E_FAIL);
-        EXPECT_EQ(s_locale, 2048U) << "the system's, meanwhile";
-        EXPECT_EQ(platform::ThreadLocale(), 1062U);
-        EXPECT_PRED2(support::Has, Registry(), "Morrowstream.DLL") << "what was written stays";
+        for (const auto step :
+             {&CMorrowstreamModule::RegisterServer, &CMorrowstreamModule::UnregisterServer}) {
+            EXPECT_EQ((module.*step)(), E_FAIL);
+            EXPECT_EQ(std::exchange(s_locale, 0), 2048U) << "the system's, meanwhile";
+            EXPECT_EQ(platform::ThreadLocale(), 1062U);
+            EXPECT_PRED2(support::Has, Registry(), "Morrowstream.DLL") << "what was written stays";
+        }
         EXPECT_TRUE(platform::EnumClassesOfCategory(kVideoSourceCategory).empty());
-        EXPECT_EQ(module.UnregisterServer(), E_FAIL);
-        EXPECT_EQ(s_locale, 2048U);
-        EXPECT_EQ(platform::ThreadLocale(), 1062U);
         EXPECT_EQ(s_terms, 0);
     }
     EXPECT_EQ(s_terms, 1);
 }
 
-TEST(RegistrarScript, GrammarAndReplacements) {
-    TempFolder folder;
-    ASSERT_EQ(platform::SetRegistryFile(folder.File("registry")), "");
-    for (const char16_t* bad :
-         {u"", u"HKXX { a }", u"HKCR { a", u"HKCR { val }", u"HKCR { a = s }", u"HKCR { a = s 'x }",
-          u"HKCR { a = b '00' }", u"HKCR { %none% }", u"HKCR { a% }"}) {
-        CRegistrar registrar;
-        const HRESULT hr = registrar.StringRegister(bad);
-        EXPECT_TRUE(FAILED(hr) || std::u16string_view(bad).empty()) << platform::ToUtf8(bad);
-    }
-    EXPECT_FALSE(support::Has(platform::ReadWholeFile(folder.File("registry")).value_or(""), "["));
-    CRegistrar registrar;
-    registrar.AddReplacement(u"Module", u"/it''s/x.so");
-    const std::u16string_view script =
-        u"hkcr { NoRemove keep { ForceRemove 'a b' = s '%MODULE%' { val n = d '0x1F' } } }";
-    ASSERT_EQ(registrar.StringRegister(script), S_OK);
-    const auto value = platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", u"");
-    ASSERT_TRUE(value);
-    EXPECT_EQ(std::get<std::u16string>(*value), u"/it's/x.so");
-    EXPECT_EQ(
-        std::get<std::uint32_t>(*platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", u"n")),
-        31U);
-    ASSERT_EQ(registrar.StringUnregister(script), S_OK);
-    EXPECT_TRUE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep"));
-    EXPECT_FALSE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep\\a b"));
-    // Deeper than a registry is, and than the stack bears.
+TEST_F(Module, ScriptsHaveAGrammarAndReplacements) {
+    const std::string before = Registry();
+    // The last one is deeper than a registry is, and than the stack bears.
     std::u16string deep = u"HKCR ";
     for (int i = 0; i < 100000; ++i)
         deep += u"{ a ";
-    EXPECT_TRUE(FAILED(registrar.StringRegister(deep)));
+    for (const std::u16string_view bad :
+         {std::u16string_view(u"HKXX { a }"), std::u16string_view(u"HKCR { a"),
+          std::u16string_view(u"HKCR { val }"), std::u16string_view(u"HKCR { a = s }"),
+          std::u16string_view(u"HKCR { a = s 'x }"), std::u16string_view(u"HKCR { a = b '00' }"),
+          std::u16string_view(u"HKCR { %none% }"), std::u16string_view(u"HKCR { a% }"),
+          std::u16string_view(deep)})
+        EXPECT_TRUE(FAILED(CRegistrar().StringRegister(bad))) << platform::ToUtf8(bad.substr(0, 40));
+    EXPECT_EQ(Registry(), before);
+    CRegistrar registrar;
+    registrar.AddReplacement(u"Module", u"/it''s/x.so");
+    const std::u16string_view script =
+        u"hkcr { NoRemove keep { ForceRemove 'a b' = s '%MODULE%%%' { val n = d '0x1F' } } }";
+    ASSERT_EQ(registrar.StringRegister(script), S_OK);
+    const auto value = [](std::u16string_view name) {
+        return platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", name);
+    };
+    EXPECT_EQ(value(u""), platform::RegistryValue(u"/it's/x.so%"));
+    EXPECT_EQ(value(u"n"), platform::RegistryValue(31U));
+    ASSERT_EQ(registrar.StringUnregister(script), S_OK);
+    EXPECT_TRUE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep"));
+    EXPECT_FALSE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep\\a b"));
 }
 
 } // namespace

@@ -46,7 +46,12 @@ std::string ManifestOf(std::string_view archive) {
 // Another module's image that was there first, with the numbers of the component's own.
 class ImageInFront {
 public:
-    ImageInFront() : m_image(rescomp::BuildImage(Resources())) {
+    ImageInFront() {
+        std::vector<rescomp::Resource> resources;
+        for (const char16_t* type : {u"JAR", u"XML", u"EXE", u"ZIP"})
+            for (std::uint16_t number = 200; number < 212; ++number)
+                resources.push_back(support::Neutral(type, number, "another module's"));
+        m_image = rescomp::BuildImage(std::move(resources));
         const auto own = platform::ModuleBytes(ThisModule());
         platform::RemoveResourceInstance(ThisModule());
         for (const auto image : {std::span(Handle(), m_image.size()), own})
@@ -57,19 +62,10 @@ public:
     ~ImageInFront() { platform::RemoveResourceInstance(Handle()); }
 
 private:
-    static std::vector<rescomp::Resource> Resources() {
-        std::vector<rescomp::Resource> resources;
-        for (const auto& [type, number] :
-             {std::pair(u"JAR", 201), std::pair(u"XML", 203), std::pair(u"JAR", 206), std::pair(u"XML", 207),
-              std::pair(u"EXE", 209), std::pair(u"ZIP", 211)})
-            resources.push_back(
-                support::Neutral(type, static_cast<std::uint16_t>(number), "another module's"));
-        return resources;
-    }
     [[nodiscard]] platform::ModuleHandle Handle() const {
         return reinterpret_cast<platform::ModuleHandle>(m_image.data());
     }
-    const std::string m_image;
+    std::string m_image;
 };
 
 class Content : public support::ComponentTest {

@@ -5,9 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "server/HTTPHeader.h"
-#include "server/ParseQuery.h"
-#include "server/SplitPath.h"
+#include "server/Request.h"
 #include "support/CodePage.h"
 #include "support/Texts.h"
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "Common/Utils/LocalizeEx.h"
-#include "Common/Utils/ModuleImage.h"
 #include "interfaces/IUploadServer.h"
 #include "platform/com.h"
 #include "platform/text.h"

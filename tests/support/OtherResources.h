@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "Common/Utils/ModuleImage.h"
+#include "Common/Utils/LocalizeEx.h"
 #include "platform/memory.h"
 #include "platform/resources.h"
 #include "tools/rescomp/image_writer.h"

@@ -10,7 +10,28 @@
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"
 
+// The build puts the module's image between these, on pages of its own. The system maps them read-only and
+// private. They are no constants to the compiler, since the localisation changes entries of them.
+extern "C" {
+extern std::uint8_t morrow_resource_image[] __attribute__((visibility("hidden")));
+extern std::uint8_t morrow_resource_image_end[] __attribute__((visibility("hidden")));
+}
+
 namespace {
+
+class CModuleInstance {
+public:
+    CModuleInstance() {
+        // Cannot fail but for memory: the image is not empty, and nobody else has it.
+        (void)platform::AddResourceInstance({morrow_resource_image, morrow_resource_image_end});
+    }
+    CModuleInstance(const CModuleInstance&) = delete;
+    CModuleInstance& operator=(const CModuleInstance&) = delete;
+    ~CModuleInstance() { (void)platform::RemoveResourceInstance(morrow_resource_image); }
+};
+
+// Before everything else of the module, whose entry point looks at the resources.
+[[gnu::init_priority(200)]] const CModuleInstance g_oModuleInstance;
 
 constexpr HRESULT kNoImage = platform::StatusFromError(platform::kErrorInvalidModuleType);
 constexpr HRESULT kDamaged = platform::StatusFromError(platform::kErrorBadFormat);
@@ -25,7 +46,7 @@ std::atomic<bool> bModuleLocalized{false};
 constexpr std::uint64_t kNotRead = ~std::uint64_t{0};
 std::atomic<std::uint64_t> g_nConfiguredLanguage{kNotRead};
 
-// A value of four bytes, whatever its type says.
+// Reads a value of four bytes, whatever its type says.
 std::optional<std::uint32_t> ReadLanguageValue(const char16_t* szName) {
     std::array<std::uint8_t, sizeof(std::uint32_t)> aBytes{};
     if (!platform::QueryRegistryBytes(platform::RegistryRoot::LocalMachine, kLanguageKey, szName, aBytes))
@@ -35,9 +56,8 @@ std::optional<std::uint32_t> ReadLanguageValue(const char16_t* szName) {
     return nValue;
 }
 
-// The identity that an entry gives a level. False for a name that does not fit one: such a resource is passed
-// by and stays as it was linked, since two of them that were cut to the same name would get each other's
-// data.
+// Gives a level the identity of an entry. False for a name that is too long: such a resource stays as it was
+// linked, since two of them that were cut to the same name would get each other's data.
 bool ReadIdentity(const platform::ResourceDirectoryEntry& entry, std::u16string_view name,
                   SResourceLevel& level) {
     if (!entry.HasText()) {
@@ -58,6 +78,13 @@ CLocalizeEx::CResourceScanner::Name NameOf(const SResourceLevel& level) {
 }
 
 } // namespace
+
+// The link names this symbol, so that this file is part of every program that links the texts.
+extern "C" __attribute__((visibility("hidden"))) const bool morrow_module_instance = true;
+
+platform::ModuleHandle ThisModule() noexcept {
+    return morrow_resource_image;
+}
 
 std::uint32_t GetConfiguredLanguage() {
     if (const std::uint64_t nCached = g_nConfiguredLanguage; nCached != kNotRead)
@@ -86,8 +113,8 @@ HRESULT CResourceScanner::Scan(platform::ModuleHandle hModule) {
 
 HRESULT CResourceScanner::ScanDirectory(const platform::ResourceImage& image, std::uint32_t nDirectory,
                                         std::uint32_t nLevel, ResourcePath& path) {
-    // Directories below the language, or so many entries that directories must share them, are of no linker:
-    // following them could take for ever.
+    // No linker makes directories below the language, or so many entries that directories must share them.
+    // Following those could take for ever.
     const auto nCount = image.CountEntries(nDirectory);
     if (nLevel >= path.size() || !nCount || *nCount > m_nEntriesLeft)
         return kDamaged;
@@ -104,7 +131,7 @@ HRESULT CResourceScanner::ScanDirectory(const platform::ResourceImage& image, st
             continue;
         if (entry.IsDirectory()) {
             level.nFlags |= SResourceLevel::kDirectory;
-            // A damaged directory takes nothing from those beside it.
+            // A damaged directory does not affect those beside it.
             (void)ScanDirectory(image, entry.offset & ~platform::ResourceDirectoryEntry::kHighBit, nLevel + 1,
                                 path);
             continue;
@@ -129,7 +156,7 @@ HRESULT CResourceScanner::ScanDirectory(const platform::ResourceImage& image, st
 
 HRESULT CLocalizeEx::CResourceScanner::OnResource(const ResourcePath& path, const std::uint8_t* pDataEntry,
                                                   std::uint32_t nDepth) {
-    // A leaf that stands above the languages, or whose language has a name, is no variant of anything.
+    // A resource that stands above the languages, or whose language has a name, is no variant.
     const auto& [type, name, language] = path;
     if (nDepth == path.size() && (language.nFlags & SResourceLevel::kNamed) == 0)
         m_oResources[{NameOf(type), NameOf(name)}].emplace(language.nNumber, pDataEntry);

@@ -1,9 +1,9 @@
-// The language of the module's texts and files.
+// The module's own image, and the language of its texts and files.
 //
 // A module carries its texts in all languages side by side, as variants of the same resources. Which of them
-// a lookup finds would hang on who looks. Here the configured language is put in force for the whole process:
-// for each resource that has several variants, every variant's directory entry is made to point at the data
-// of that language.
+// a lookup finds would depend on who looks. Here the configured language is put in force for the whole
+// process: for each resource that has several variants, every variant's directory entry is made to point at
+// the data of that language.
 #pragma once
 
 #include <array>
@@ -17,6 +17,10 @@
 #include "platform/resource_image.h"
 #include "platform/resources.h"
 #include "platform/status.h"
+
+// The handle of the component's own module, whose image carries its resources. The image is a resource
+// instance from before main (or the library's load) to its end.
+platform::ModuleHandle ThisModule() noexcept;
 
 // The language that is configured, or 0: sublanguage * 1024 + language, from the registry values "sublang"
 // and "lang" of kLanguageKey under the local machine. Kept from the first time that both are there, so a

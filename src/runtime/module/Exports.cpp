@@ -1,14 +1,16 @@
-#include "runtime/module/Exports.h"
+// The door of the library: what a client that has loaded it finds by name. docs/module.md has the statuses.
+
+#include <cstdint>
 
 #include "Common/Utils/LocalizeEx.h"
-#include "Common/Utils/ModuleImage.h"
 #include "interfaces/IUploadServer.h"
 #include "interfaces/Registration.h"
-#include "runtime/module/Marshalling.h"
 #include "runtime/module/Module.h"
 #include "runtime/trace/StatusException.h"
 #include "server/SingletonFactory.h"
 #include "server/UploadServer.h"
+
+#define MORROWSTREAM_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -25,7 +27,7 @@ HRESULT CreateUploadServerFactory(platform::ComPtr<IClassFactory>& spFactory) {
     return spFactory ? S_OK : E_OUTOFMEMORY;
 }
 
-// The object of this class ends with its last reference, and what its process shares goes with the module.
+// The class has no term function, since its object ends with the last reference.
 constinit SClassEntry g_aClasses[] = {
     {kUploadServerClass, UpdateUploadServer, CreateUploadServerFactory, kUploadServerCategories, nullptr}};
 
@@ -34,14 +36,9 @@ CMorrowstreamModule& Module() {
     return oModule;
 }
 
-// The system's loader calls this when the library is mapped, one library at a time. It has no other reasons
-// to call: it says nothing of threads, and of the unload by destroying the module.
-[[gnu::constructor]] void OnLoad() {
-    (void)ModuleEntryPoint(ThisModule(), kProcessAttach);
-}
-
-} // namespace
-
+// Runs before anything else of the library does. False when the module could not be initialised: the system's
+// loader takes no answer, so it stays loaded and refuses everything with E_UNEXPECTED.
+constexpr std::uint32_t kProcessAttach = 1;
 bool ModuleEntryPoint(platform::ModuleHandle hModule, std::uint32_t nReason) {
     if (nReason != kProcessAttach)
         return true;
@@ -51,27 +48,60 @@ bool ModuleEntryPoint(platform::ModuleHandle hModule, std::uint32_t nReason) {
     return SUCCEEDED(hr);
 }
 
-HRESULT DllCanUnloadNow() {
+// The system's loader calls this when the library is mapped, one library at a time. It has no other reasons
+// to call: it says nothing of threads, and of the unload by destroying the module.
+[[gnu::constructor]] void OnLoad() {
+    (void)ModuleEntryPoint(ThisModule(), kProcessAttach);
+}
+
+// The code that would carry calls of IUploadServer from one apartment to another. There is one apartment, and
+// a process has all of its objects in it (platform/com.h), so no call is carried and nobody asks for a proxy.
+// The module still asks here first wherever such code would have the first word, and the answer is always
+// that the question is somebody else's: this code has no class, keeps nothing loaded and owns no key of the
+// registry.
+HRESULT ProxyGetClassObject(const GUID& /*oClass*/, const GUID& /*oInterface*/, void** ppObject) noexcept {
+    if (ppObject == nullptr)
+        return E_POINTER;
+    *ppObject = nullptr;
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
+HRESULT ProxyCanUnloadNow() noexcept {
+    return S_OK;
+}
+
+HRESULT NdrDllRegisterProxy() noexcept {
+    return S_OK;
+}
+
+HRESULT NdrDllUnregisterProxy() noexcept {
+    return S_OK;
+}
+
+} // namespace
+
+// S_FALSE while an object, a factory or a lock of a client is out, else S_OK.
+MORROWSTREAM_EXPORT HRESULT DllCanUnloadNow() {
     const HRESULT hr = ProxyCanUnloadNow();
     if (hr != S_OK)
         return hr;
     return Module().GetLockCount() != 0 ? S_FALSE : S_OK;
 }
 
-HRESULT DllGetClassObject(const GUID& oClass, const GUID& oInterface, void** ppObject) {
+MORROWSTREAM_EXPORT HRESULT DllGetClassObject(const GUID& oClass, const GUID& oInterface, void** ppObject) {
     if (ProxyGetClassObject(oClass, oInterface, ppObject) == S_OK)
         return S_OK;
     return ModuleGetClassObject(&Module(), oClass, oInterface, ppObject);
 }
 
-HRESULT DllRegisterServer() {
+MORROWSTREAM_EXPORT HRESULT DllRegisterServer() {
     const HRESULT hr = Module().RegisterServer();
     return FAILED(hr) ? hr : NdrDllRegisterProxy();
 }
 
-HRESULT DllUnregisterServer() {
+MORROWSTREAM_EXPORT HRESULT DllUnregisterServer() {
     HRESULT hr = Module().UnregisterServer();
-    // Registered first, so that there is something to take out whatever was there before.
+    // Registers the proxy first, so that there is one to take out whatever was there before.
     if (SUCCEEDED(hr))
         hr = NdrDllRegisterProxy();
     return FAILED(hr) ? hr : NdrDllUnregisterProxy();

@@ -37,11 +37,11 @@ HRESULT InSystemLocale(Steps&& steps) {
 // The module's full file name with each apostrophe doubled. A module that is the main program would get
 // double quotes around it; a library, which this is, never does.
 HRESULT GetModuleText(platform::ModuleHandle hModule, std::u16string& strText) {
-    // The loader knows a file by the name that it was given.
+    // The loader gives the name that the file was loaded by, which may be a relative one.
     std::error_code error;
     const auto path = std::filesystem::absolute(platform::FileNameOfModule(hModule), error);
     const auto name = error ? std::nullopt : platform::Utf8ToWideStrict(path.native());
-    // A name that is no text could not be found again by what the registry would hold.
+    // The registry holds text alone, so a name that is no text could not be found again.
     if (!name)
         return platform::StatusFromError(platform::kErrorNoUnicodeTranslation);
     if (name->size() >= kFileNameBuffer)
@@ -51,7 +51,7 @@ HRESULT GetModuleText(platform::ModuleHandle hModule, std::u16string& strText) {
     return S_OK;
 }
 
-// Some of the class's keys of this kind may be somebody else's: the key goes only with the last of them.
+// Removes the key only when nothing is left in it: some of what is there may be somebody else's.
 HRESULT RemoveCategoryKey(const GUID& oClass, std::u16string_view name) {
     const std::u16string strKey = u"CLSID\\" + platform::GuidText(oClass) + u'\\' + std::u16string(name);
     if (!platform::RegistrySubkeys(RegistryRoot::ClassesRoot, strKey).empty())

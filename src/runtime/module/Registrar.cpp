@@ -4,7 +4,6 @@
 
 #include "platform/registry.h"
 #include "platform/text.h"
-#include "runtime/module/RegistrarScript.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "runtime/module/RegistrarScript.h"
+#include "runtime/module/Registrar.h"
 
 #include <algorithm>
 #include <charconv>

@@ -11,7 +11,6 @@
 #include <functional>
 
 #include "Common/Utils/LocalizeEx.h"
-#include "Common/Utils/ModuleImage.h"
 #include "platform/library.h"
 #include "platform/registry.h"
 #include "platform/text.h"

@@ -1,4 +1,4 @@
-// Whether one element is like another.
+// Compares two elements.
 
 #include "Common/Configuration/XmlConfigSDK/XmlCollection.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
@@ -10,7 +10,7 @@ using platform::ComPtr;
 
 namespace {
 
-// The values of both elements are alike in what `get` gives.
+// Compares what `get` gives for both elements.
 template <class Get>
 HRESULT CompareTexts(IConfigElement* pA, IConfigElement* pB, Get get) {
     Bstr bstrA;

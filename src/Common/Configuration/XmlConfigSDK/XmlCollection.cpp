@@ -51,13 +51,13 @@ HRESULT LoadKey(IConfigElement* pElement, Bstr& bstrKey) {
     const HRESULT hr = pElement->SelectOne(bstrKeyPath.Get(), spNode.Receive());
     if (FAILED(hr))
         return hr;
-    // Any other node but an element, as `Name/text()` is, is a text by itself.
+    // A node that is no element, such as that of `Name/text()`, is a text by itself.
     const auto spElement = spNode.Query<IConfigElement>();
     return spElement ? LoadText(bstrKey, spElement.Get()) : spNode->GetValue(bstrKey.Receive());
 }
 
-// An entry keeps its key, since that is its place in the map; the document's is read to find out whether the
-// item is whole.
+// Reads the document's key only to find out whether the item is whole: an entry keeps its own, which is its
+// place in the map.
 HRESULT LoadItem(ICollection& oCollection, std::size_t nEntry, IConfigElement* pElement) {
     Bstr bstrKey;
     const HRESULT hr = LoadKey(pElement, bstrKey);

@@ -19,8 +19,7 @@
 #include "platform/configdoc/configdoc.h"
 #include "platform/text.h"
 
-// A map as the binding sees it: entries by their position at the last Refresh, and one more that is not in it
-// yet.
+// A map as the binding sees it: entries by their position at the last Refresh.
 class ICollection {
 public:
     virtual ~ICollection() = default;

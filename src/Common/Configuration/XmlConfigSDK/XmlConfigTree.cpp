@@ -56,7 +56,7 @@ void Exchange(const CTag& oTag, IConfigElement* pElement, bool bStore) {
     const CThreadArg oEvents(CXmlConfigTree::kEventArg, reinterpret_cast<std::uintptr_t>(oTag.pEvents));
     if (!bStore)
         Fire(oTag, CXmlConfigTree::ITagEvent::eFound, pElement);
-    // The statuses stay here: what the objects hold afterwards is all that tells of them.
+    // Drops the statuses: only what the objects hold afterwards tells of them.
     if (oTag.pText != nullptr)
         (void)(bStore ? XmlConfig::SaveText(*oTag.pText, pElement)
                       : XmlConfig::LoadText(*oTag.pText, pElement));
@@ -129,7 +129,7 @@ CXmlConfigTree CXmlConfigTree::Bind(const CTag& oTag) const {
 const CXmlConfigTree& CXmlConfigTree::Attr(const CTagAttr& oTagAttr) const {
     if (Element() == nullptr)
         return *this;
-    // What cannot be written or read leaves the attribute out, or the variable null.
+    // A failure leaves the attribute out, or the variable null.
     if (IsStore()) {
         (void)XmlConfig::SetAttributeValue(Element(), oTagAttr.strName.c_str(), *oTagAttr.pbstrValue);
     } else {

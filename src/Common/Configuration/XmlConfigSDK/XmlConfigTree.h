@@ -44,13 +44,13 @@ public:
         static constexpr value eInOrder = 1;
     };
 
-    // Told of what happens to a tag. Not counted; outlives the chain.
+    // Hears what happens to a tag. It is not counted, and outlives the chain.
     struct ITagEvent {
         static constexpr std::uint32_t eFound = 1;   // load: the element is there, before the object is read
         static constexpr std::uint32_t eAbsent = 2;  // load: it is not; the element given is null
         static constexpr std::uint32_t eCreated = 4; // load: a new item, with its element
-        static constexpr std::uint32_t eRemoved =
-            8; // load: an item is about to go, with what is stored of it
+        // load: an item is about to go, with the element that it would write
+        static constexpr std::uint32_t eRemoved = 8;
 
         virtual HRESULT OnEvent(std::uint32_t nCode, void* pObject, IConfigElement* pElement) = 0;
         // The codes that the receiver wants.
@@ -64,7 +64,7 @@ public:
     CXmlConfigTree(IConfigElement* pElement, bool bStore, bool bAppend = true);
 
     [[nodiscard]] CXmlConfigTree Descend(const CTagName& oTagName) const;
-    // What becomes of the object is not told: the chain goes on.
+    // Does not tell what became of the object: the chain goes on.
     [[nodiscard]] CXmlConfigTree Bind(const CTag& oTag) const;
     const CXmlConfigTree& Attr(const CTagAttr& oTagAttr) const;
     // Back to the parent; a root cursor stays where it is.
@@ -75,7 +75,7 @@ public:
     explicit operator IConfigElement*() const noexcept { return Element(); }
     [[nodiscard]] bool IsStore() const noexcept { return m_spState->bStore; }
 
-    // The codes of CThreadArg under which a tag's policy and receiver reach the collection.
+    // The names in CThreadArg under which a tag's policy and receiver reach the collection.
     static constexpr char kPolicyArg[] = "CXmlConfigTree::CPolicy::value";
     static constexpr char kEventArg[] = "CXmlConfigTree::ITagEvent";
 

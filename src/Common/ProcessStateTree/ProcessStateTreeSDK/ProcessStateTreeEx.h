@@ -17,7 +17,17 @@ namespace NSProcessStateTree {
 
 // The node at a path from the root; with bCreate 1 it is made if it is missing. The status of whatever fails
 // first, *ppNode carrying no reference then. Nothing is kept between two lookups. Any thread.
-HRESULT LookupProcessStateNode(const char16_t* szPath, std::int32_t bCreate, IProcessStateNode** ppNode);
+inline HRESULT LookupProcessStateNode(const char16_t* szPath, std::int32_t bCreate,
+                                      IProcessStateNode** ppNode) {
+    platform::ComPtr<IProcessStateTree> spTree;
+    HRESULT hr = platform::CoCreateInstance(kProcessStateTreeClass, nullptr, platform::kContextAll,
+                                            IProcessStateTree::iid, spTree.ReceiveVoid());
+    if (FAILED(hr))
+        return hr;
+    platform::ComPtr<IProcessStateNode> spRoot; // released before the tree
+    hr = spTree->GetRootNode(spRoot.Receive());
+    return FAILED(hr) ? hr : spRoot->GetNode(szPath, bCreate, ppNode);
+}
 
 // Publishes a value of the calling thread while it exists, at the path that ThreadArgumentPath makes of the
 // name. To be used as a local variable: constructed and destroyed on one thread, behind the value and before

@@ -1,11 +1,15 @@
-#include "Common/Configuration/config/LocalStrings.h"
+#include "Common/Configuration/config/DocumentTexts.h"
 
 #include <array>
 #include <cstdint>
 
+#include "Common/Utils/LocalizeEx.h"
 #include "platform/resources.h"
 
 namespace {
+
+constexpr char16_t kSchemaType[] = u"XML";
+constexpr std::uint16_t kSchemaNumber = 203;
 
 struct SLocalString {
     const char16_t* szAttribute;
@@ -30,6 +34,11 @@ constexpr SLocalString kLocalStrings[] = {
 };
 
 } // namespace
+
+platform::Bstr CameraSchemaText() {
+    const auto oResource = platform::FindResource(ThisModule(), kSchemaType, kSchemaNumber);
+    return platform::Bstr(oResource ? platform::ToWide(oResource->Text(), platform::kCodePageThread) : u"");
+}
 
 void WriteLocalStrings(const CXmlConfigTree& oTree) {
     std::array<platform::Bstr, std::size(kLocalStrings)> aTexts;
