@@ -11,7 +11,7 @@
 
 namespace {
 
-// What is stored of a camera, in the order of its element's children.
+// The fields that are stored of a camera, in the order of its element's children.
 struct SField {
     const char16_t* szName;
     platform::Bstr CCam::*pText;
@@ -107,7 +107,7 @@ HRESULT CCam::operator<<(IConfigElement* pElement) {
 
 void CCam::OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
                    std::uint32_t nBodySize) {
-    // A frame for which there is no memory is lost; the connection goes on.
+    // When memory is short the frame is lost and the connection goes on.
     (void)StatusOf([&] {
         DeliverFrame(pHeader, nHeaderSize, pBody, nBodySize);
         return S_OK;
@@ -133,7 +133,7 @@ void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, 
     HRESULT hr = spFrame ? S_OK : E_OUTOFMEMORY;
     TRASSDO(SUCCEEDED(_ARE(hr)), return);
 
-    // Header and body side by side are one JPEG file.
+    // Header and body, one behind the other, are one JPEG file.
     const std::uint32_t nSize = nHeaderSize + nBodySize;
     const std::unique_ptr<std::uint8_t[]> hMem(new (std::nothrow) std::uint8_t[nSize]());
     TRASSDO(hMem, return);

@@ -15,9 +15,8 @@
 #include "platform/sync.h"
 #include "platform/text.h"
 
-// A name, a size class and a password, a place for the one connected sink, and the source that receives the
-// phone's frames. Sink and phone are independent of each other: frames that arrive without a sink are read
-// and dropped.
+// Holds a name, a size class and a password, the one connected sink, and the source that receives the phone's
+// frames. Sink and phone come and go independently: frames that arrive without a sink are read and dropped.
 class CCam : public ICam, public IInfo, public ICamSettings, public CVMSSource, public IConfiguration {
 public:
     // A new camera; null when memory is short.
@@ -43,9 +42,9 @@ public:
     HRESULT GetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
     HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
 
-    // The camera's element in a configuration document. XmlClass puts the schema under the cursor's element:
-    // its attributes, and its children besides those that are there. On trouble the element stays as it was,
-    // and a report is all that tells of it.
+    // Adds the schema of a camera's element to the cursor's element in a configuration document: its
+    // attributes, and its children besides those that are there. If that fails, the failure is logged and the
+    // element stays as it was.
     static CXmlConfigTree XmlClass(const CXmlConfigTree& oXmlConfigTree);
     // Writes the fields into a new element, or reads them from one, in the order below. A failure is reported
     // and returned at once; fields before it have their new values. A camera that has a name keeps it:
@@ -57,14 +56,14 @@ public:
     // Read from the document before anybody else has the camera. The name stays from then on, and any thread
     // may read it. The others change with a document and are read by connections, under the server's lock.
     platform::Bstr m_bstrName;
-    platform::Bstr
-        m_bstrType; // "320x240" or "160x120": tells the phone what to send; the pipeline does not look at it
+    // "320x240" or "160x120": tells the phone what to send. The pipeline does not look at it.
+    platform::Bstr m_bstrType;
     platform::Bstr m_bstrPassword;
 
 protected:
     CCam() : CVMSSource(*static_cast<ICam*>(this)), m_tLast(platform::SecondsSinceEpoch()) {}
-    // A socket that is still held is closed first: a source without a connection has nothing left that could
-    // call here.
+    // Closes a socket that is still held before anything else goes: without a connection no receive loop can
+    // call OnFrame.
     ~CCam() { CloseConnection(); }
 
     HRESULT Query(const GUID& interfaceId, void** object) {

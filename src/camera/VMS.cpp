@@ -11,14 +11,14 @@
 
 namespace {
 
-// The status of the socket operation that has just failed.
+// Gives the status of the socket operation that has just failed.
 HRESULT SocketStatus() noexcept {
     const HRESULT hr = platform::StatusFromError(platform::LastSocketError());
     return hr == S_OK ? E_FAIL : hr;
 }
 
-// Compares the whole of the shorter text whatever its first bytes are, so that the time tells nothing of
-// them.
+// Compares the whole of the shorter text even if the first bytes differ, so that the time taken does not tell
+// how many of them are right.
 bool PasswordsAreEqual(std::span<const char> field, const char* szStored) noexcept {
     const std::size_t nGiven = ::strnlen(field.data(), field.size());
     const std::size_t nStored = std::strlen(szStored);
@@ -28,7 +28,7 @@ bool PasswordsAreEqual(std::span<const char> field, const char* szStored) noexce
     return nDifference == 0;
 }
 
-// Zero-filled, of exactly the size asked for; not null for size 0. Null when memory is short.
+// Makes a zero-filled buffer of exactly that size, also of size 0. Null when memory is short.
 std::unique_ptr<std::uint8_t[]> MakeBuffer(std::size_t nSize) noexcept {
     return std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[nSize]());
 }
@@ -47,8 +47,8 @@ HRESULT CVMSSource::Init(SOCKET hSocket, const char* szStoredPassword) {
             m_hSocket.store(0, std::memory_order_release);
     });
 
-    // The result of the read is not looked at: what is missing stays zero and is refused by the comparison
-    // or, with an empty password, ends at the first read of the loop.
+    // A failed read is not looked at: the missing bytes stay zero. The comparison refuses them or, if the
+    // stored password is empty, the loop ends at its first read.
     SAuthRequest oAuthRequest{};
     (void)Read(hSocket, &oAuthRequest, sizeof oAuthRequest);
 
@@ -137,7 +137,8 @@ HRESULT CVMSSource::ReceiveFrames(SConnection& oConnection) {
 }
 
 void CVMSSource::EndConnection(SOCKET hSocket) noexcept {
-    // Who takes the handle out closes it: a new connection, or the removal of the camera, may have done so.
+    // Whoever takes the handle out of the member closes it: a new connection or the removal of the camera may
+    // have done so already.
     SOCKET hOwn = hSocket;
     if (m_hSocket.compare_exchange_strong(hOwn, 0, std::memory_order_acq_rel))
         platform::closesocket(hSocket);

@@ -23,7 +23,7 @@ public:
     // Closes the connection, if there is one, which ends its receive loop. Any thread.
     void CloseConnection() noexcept;
 
-    // Is there a connection, from the start of its authentication to its end? Any thread.
+    // Tells whether there is a connection, from the start of its authentication to its end. Any thread.
     [[nodiscard]] bool IsConnected() const noexcept { return m_hSocket.load(std::memory_order_acquire) != 0; }
 
 protected:
@@ -34,8 +34,8 @@ protected:
     CVMSSource& operator=(const CVMSSource&) = delete;
     ~CVMSSource() { CloseConnection(); }
 
-    // One frame: the header bytes of the connection and the frame's body, valid during the call. Called on
-    // the receive loop's thread, outside any lock of this class.
+    // Takes one frame: the header bytes of the connection and the frame's body, valid during the call. Called
+    // on the receive loop's thread, outside any lock of this class.
     virtual void OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
                          std::uint32_t nBodySize) = 0;
 

@@ -8,7 +8,7 @@ constexpr std::string_view kWhiteSpace = " \t\r\n";
 constexpr std::string_view kLeftOut = "\t\r\n"; // of names and keys
 constexpr std::string_view kValueEnd = "[]\r\n;";
 
-// Works its way through the text.
+// Reads the text from its front to its end.
 class CIniReader {
 public:
     explicit CIniReader(std::string_view text) noexcept : m_text(text) {}
@@ -31,7 +31,7 @@ public:
 
     void SkipCharacter() noexcept { m_text.remove_prefix(1); }
 
-    // What stands in front of the closing character, which is taken too; false when it does not come.
+    // Takes the text in front of the closing character, and the character; false when it does not come.
     [[nodiscard]] bool TakeUpTo(char cClosing, std::string& strTaken) {
         const std::size_t nEnd = m_text.find(cClosing);
         if (nEnd == std::string_view::npos)

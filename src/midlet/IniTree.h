@@ -18,11 +18,12 @@ struct CIniNode {
     std::string strValue;            // of a key
     std::vector<CIniNode> oChildren; // in the order of their first appearance
 
-    // The child with exactly that name, appended if there is none. Goes with the next child that is appended.
+    // Finds the child with exactly that name, or appends one. The reference is valid until the next child is
+    // appended.
     CIniNode& Child(std::string_view name);
 };
 
-// The root: its children are the sections, and theirs the keys.
+// Holds the root; its children are the sections, and their children the keys.
 class CIniTree {
 public:
     // Fills the tree from a text, which ends at its first zero byte. A section or key that comes again goes

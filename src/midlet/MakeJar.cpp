@@ -37,13 +37,13 @@ std::u16string_view ValueOf(const QueryMap& params, std::u16string_view key) {
     return found == params.end() ? std::u16string_view() : std::u16string_view(found->second);
 }
 
-// No bytes for a resource that is not there.
+// The bytes of a resource; none if it is missing.
 std::string_view ResourceBytes(const char16_t* szType, std::uint16_t nNumber) {
     const auto oResource = platform::FindResource(ThisModule(), szType, nNumber);
     return oResource ? oResource->Text() : std::string_view();
 }
 
-// The bytes of a file; nothing, with the last error set, when it cannot be read.
+// Reads a whole file; gives nothing, with the last error set, when that fails.
 std::optional<std::string> ReadFileToBlock(const std::string& strPath) {
     return platform::ReadWholeFile(strPath);
 }
@@ -108,7 +108,7 @@ std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& para
     TRASSDO(SUCCEEDED(_ARE(hr)), return std::nullopt);
 
     std::optional<std::string> oArchive = ReadFileToBlock(strArchive);
-    // What cannot be removed is overwritten by the next build.
+    // The next build overwrites a file that cannot be removed.
     static_cast<void>(platform::RemoveFile(strArchive));
     static_cast<void>(platform::RemoveFile(strManifest));
     static_cast<void>(platform::RemoveFile(strTool));

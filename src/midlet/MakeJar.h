@@ -1,4 +1,4 @@
-// A personal midlet archive: a template with a manifest for one request.
+// Makes a personal midlet archive: a template with a manifest for one request.
 #pragma once
 
 #include <cstdint>
@@ -17,21 +17,20 @@ using QueryMap = std::map<std::u16string, std::u16string, std::less<>>;
 inline constexpr std::uint16_t kUploadMidlet = 201;
 inline constexpr std::uint16_t kViewingMidlet = 206;
 
-// The finished archive's bytes. Of the query, "JarName", "login" and "password" are read; what is missing is
-// empty. `host` goes into the manifest; szFormat as for BuildManifest.
+// Gives the bytes of the finished archive. Of the query, "JarName", "login" and "password" are read; a
+// missing one counts as empty. `host` goes into the manifest; szFormat is that of BuildManifest.
 //
-// Nothing comes back, and one line was reported, for:
+// Gives nothing, and logs one line, for:
 //   - a JarName that is no plain file name: with a separator or a control character, a leading "-" or ".", or
 //     over 100 code units; a login or password with a control character, which no request can carry back and
 //     which would make lines of its own in a manifest. Refused before anything is written.
-//   - a file that cannot be written, the archive tool that cannot be started or does not end within 10
-//   seconds.
-//     What was written stays until the next build overwrites it, or the process ends.
+//   - a file that cannot be written, an archive tool that cannot be started or that does not end within ten
+//     seconds. Files that were written stay until the next build overwrites them, or the process ends.
 // An archive that cannot be read at the end is not reported. A tool that ends without having done its work
 // leaves the template's own manifest, and that archive comes back.
 //
-// The files in the temporary folder have the same names in each build: one build at a time, which is the
-// caller's to see to.
+// The files in the temporary folder have the same names in each build, so the caller lets one build run at a
+// time.
 std::optional<std::string> MakeJar(std::uint16_t nResource, const QueryMap& params, std::u16string_view host,
                                    const char* szFormat);
 

@@ -22,7 +22,7 @@ constexpr std::string_view kFixedLines = "Manifest-Version: 1.0\r\n"
                                          "testJPEG: /icons/test.jpg\r\n"
                                          "RESOURCE: /mobile/video\r\n";
 
-// Where a viewing midlet asks the host for its cameras. The angle brackets are part of the text.
+// A viewing midlet asks the host for its cameras there. The angle brackets are part of the text.
 constexpr std::string_view kViewingLines = "CAMLIST: /xslt/enum/all?xslt=cameras.xsl\r\n"
                                            "RANGES: /xslt/<hash>/ranges?xslt=archives.xsl\r\n";
 
@@ -41,7 +41,7 @@ void AppendLine(std::string& strManifest, std::string_view key, std::string_view
 constexpr char16_t kArchiveType[] = u"ZIP";
 constexpr std::uint16_t kLanguageArchive = 211;
 
-// Language files take a few kilobytes. What claims to be larger is not one, and no memory is taken for it.
+// Language files take a few kilobytes. No memory is allocated for an entry that claims to be larger.
 constexpr std::uint32_t kLanguageFileLimit = 1U << 20;
 
 // The one language whose file is 8-bit text.
@@ -65,7 +65,7 @@ std::u16string LanguageFileName(std::u16string_view abbreviation) {
     return strName;
 }
 
-// Empty for an item that cannot be unpacked.
+// Unpacks an item; gives an empty text when that fails.
 std::string UnpackItem(CArchiveReader* pReader, const SArchiveEntry& oEntry) {
     if (oEntry.nUncompressedSize > kLanguageFileLimit)
         return {};
@@ -89,7 +89,7 @@ std::string TextOfUtf16(std::string_view bytes) {
     return platform::ToUtf8(text);
 }
 
-// The file's text in UTF-8; nothing when the archive has no such file.
+// Reads the language's file as UTF-8; gives nothing when the archive has no such file.
 std::optional<std::string> ReadLanguageFile(CArchiveReader* pReader, std::u16string_view abbreviation) {
     std::int32_t nIndex = -1;
     SArchiveEntry oEntry;
@@ -137,8 +137,8 @@ std::string BuildManifest(const SManifestValues& oValues) {
     std::string strManifest(kFixedLines);
     if (!oValues.strJarName.empty())
         AppendLine(strManifest, "MIDlet-Name", oValues.strJarName);
-    // A comma in the name would shift the icon and the class for the phone of who asked for it, and for no
-    // other.
+    // A comma in the name would shift the icon and the class, but only on the phone of the person who chose
+    // that name.
     AppendLine(strManifest, "MIDlet-1", oValues.strJarName, ", /icons/logo_small.png, Quillstart");
     if (!oValues.strLogin.empty())
         AppendLine(strManifest, "LOGIN", oValues.strLogin);

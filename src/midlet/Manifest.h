@@ -20,10 +20,10 @@ struct SManifestValues {
     const char* szFormat = nullptr;
 };
 
-// The manifest's lines, each ended by carriage return and line feed, in an order that does not hang on the
-// values. A line can have any length; nothing is escaped or wrapped. Line ends and zero bytes in a value are
-// left out, so that no value, wherever it comes from, makes a line of its own. Texts that cannot be had are
-// left out too (Localize reports it): the midlet goes out without them.
+// Writes the manifest's lines, each ended by carriage return and line feed, in an order that does not depend
+// on the values. A line can have any length; nothing is escaped or wrapped. Line ends and zero bytes in a
+// value are left out, so that no value can add a line. If the texts of the user interface cannot be read,
+// which Localize logs, the manifest has none of them.
 std::string BuildManifest(const SManifestValues& oValues);
 
 // Appends a manifest line, "key: text", in UTF-8, for each text of a midlet's section in the language file of

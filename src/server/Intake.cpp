@@ -1,4 +1,4 @@
-// Gives a connection its owner.
+// Gives each connection its owner, or rejects it.
 
 #include <memory>
 #include <new>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Each socket is closed once: 0 stands for one that is closed, or that has found its owner.
+// Closes a socket, and only once: 0 stands for one that is closed or has its owner.
 void Close(SOCKET& hSocket) noexcept {
     const SOCKET hOpen = std::exchange(hSocket, 0);
     if (hOpen != 0 && hOpen != INVALID_SOCKET)
@@ -35,7 +35,7 @@ HRESULT Reject(std::u16string_view name, SOCKET& hSocket, HRESULT hr) {
 
 HRESULT CUploadServer::OnConnection(BSTR bstrName, SOCKET hSocket, std::int32_t bUpload,
                                     std::int32_t nAuthSize, const std::uint8_t* pAuth) {
-    // Exhausted memory may end the work below anywhere, with a socket that nobody has taken.
+    // Exhausted memory may end the work below at any point, with a socket that has no owner yet.
     const platform::AtScopeEnd close([&] { Close(hSocket); });
     return StatusOf([&] {
         const std::u16string_view name = platform::ViewOf(bstrName);
@@ -77,11 +77,11 @@ HRESULT CUploadServer::StartUpload(std::u16string_view name, SOCKET& hSocket) {
     return Reject(name, hSocket, hr);
 }
 
-// Takes no lock: a viewer waits for nobody. A failure leaves the socket to the caller, or closed.
+// Takes no lock, so a viewer waits for nobody. After a failure hSocket is the caller's, or 0 if it is closed.
 HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET& hSocket, std::int32_t nAuthSize,
                                     const std::uint8_t* pAuth) {
     LOG_AS("CUploadServer::OnConnection");
-    // A block that cannot be read is nobody's credentials.
+    // A block that cannot be read holds no credentials.
     if (nAuthSize < 0 || (nAuthSize > 0 && pAuth == nullptr))
         return E_INVALIDARG;
     platform::Bstr bstrParams;
@@ -103,14 +103,14 @@ HRESULT CUploadServer::StartViewing(std::u16string_view name, SOCKET& hSocket, s
     TRASSDO(SUCCEEDED(_ARE(hr)), return hr);
     hSocket = 0;
     LogPrintf(LOG_SITE(), kChannelMobile, u"starting Packeter for %s\n", name);
-    // Without a thread the packeter has closed the socket; the phone sees no more of that than of a stream
-    // that ends at once, and the host has nothing left to do.
+    // If no thread can be had, the packeter has closed the socket: the phone sees a stream that ends at once,
+    // and the host has nothing left to do.
     (void)CPacketer::Start(std::move(pPacketer));
     return S_OK;
 }
 
-// Two first viewers may both look it up, and the first one's result stays: nothing that anybody may be using
-// is ever replaced. A failure keeps nothing, so that the next viewer tries again.
+// Looks the host's web server up for the first viewer. If two look it up at once, the first result stays, so
+// that no reference in use is ever replaced. After a failure the next viewer tries again.
 HRESULT CUploadServer::FindWebServer() {
     LOG_AS("CUploadServer::OnConnection");
     platform::ComPtr<IProcessStateNode> spNode;

@@ -20,13 +20,14 @@ namespace {
 
 constexpr int SOCKET_ERROR = platform::kSocketError;
 
-// What the phone gets before the first picture. It states no length: the answer ends with the connection.
+// The phone gets this before the first picture. It states no length: the answer ends with the connection.
 constexpr std::string_view kHead = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n";
 static_assert(kHead.size() == 45);
 
 constexpr std::size_t kStackBytes = 0x40000;
 
-// Of pictures that are decoded here: more than the codec decodes. A content that claims more has no picture.
+// The largest picture that is decoded here; the codec decodes no larger one. A content that claims more
+// pixels has no picture.
 constexpr std::uint64_t kMaxPixels = std::uint64_t{1} << 26;
 
 struct TaskMemoryFree {
@@ -34,7 +35,7 @@ struct TaskMemoryFree {
 };
 using TaskMemory = std::unique_ptr<std::uint8_t, TaskMemoryFree>;
 
-// Sides of either sign count by their absolute value, the smallest number included.
+// The absolute value of a side, also of the smallest number.
 std::uint64_t Magnitude(std::int32_t nSide) noexcept {
     return static_cast<std::uint64_t>(std::abs(std::int64_t{nSide}));
 }
@@ -43,19 +44,19 @@ std::uint64_t PixelCount(const BITMAPINFOHEADER& oHeader) noexcept {
     return Magnitude(oHeader.biWidth) * Magnitude(oHeader.biHeight);
 }
 
-// Whether the packer takes the picture as it lies behind its header.
+// Tells whether the packer takes the picture in the form in which the content holds it.
 bool IsTakenAsItIs(const BITMAPINFOHEADER& oHeader) noexcept {
     return oHeader.biCompression == FrameCompressionYV12 ||
            (oHeader.biCompression == 0 && (oHeader.biBitCount == 8 || oHeader.biBitCount == 24));
 }
 
-// The content as it begins. It holds 40 bytes at least, aligned as every text is.
+// The header at the start of a content of 40 bytes or more; texts are aligned for it.
 const BITMAPINFOHEADER& HeaderOf(const platform::Bstr& bstrContent) noexcept {
     return *reinterpret_cast<const BITMAPINFOHEADER*>(bstrContent.Get());
 }
 
-// Whether the content can be inspected and, where it goes to the packer as it is, holds the picture that its
-// header tells of: the packer is given no size.
+// Tells whether the content has a header and, if it goes to the packer as it is, all the bytes that the
+// header promises: the packer is given no size.
 bool IsWhole(const platform::Bstr& bstrContent) noexcept {
     const std::size_t nSize = bstrContent.ByteLength();
     if (nSize < sizeof(BITMAPINFOHEADER))
@@ -82,7 +83,8 @@ std::u16string MakeRequestText(std::span<const std::uint8_t> credentials) {
     return text += u"\n\n";
 }
 
-// Between two pictures, whatever the work on them took. A rate of which no time follows gives none.
+// The pause between two pictures, whatever time the work on them takes. There is none for a rate of 0 or
+// less, or for one that is no number.
 std::uint32_t PauseMilliseconds(double fFrameRate) noexcept {
     constexpr std::uint32_t nMax = std::numeric_limits<std::uint32_t>::max();
     const double fPause = fFrameRate > 0 ? 1000.0 / fFrameRate : 0.0;
@@ -91,7 +93,7 @@ std::uint32_t PauseMilliseconds(double fFrameRate) noexcept {
 
 } // namespace
 
-// A picture that was decoded here, in memory that is used again for the next one.
+// A picture that was decoded here. Its memory serves the next picture again.
 struct CPacketer::SDecodedPicture {
     BITMAPINFOHEADER oHeader{};
     std::vector<std::uint8_t> oPlanes;
@@ -100,8 +102,8 @@ struct CPacketer::SDecodedPicture {
 };
 
 // Decodes a JPEG into a picture of the original's size. False when it cannot be decoded, and when it is
-// larger in either direction: the decoder knows no bounds but those of the stream. A smaller one stands in
-// the upper left corner of a black picture, so that nothing of the picture before shows through.
+// larger in either direction: the decoder knows only the size that the stream states. A smaller one stands in
+// the upper left corner of a black picture, so that nothing of the previous picture shows.
 bool CPacketer::SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::string_view jpeg) {
     const std::uint64_t nPixels = PixelCount(oOriginal);
     if (nPixels > kMaxPixels || jpeg.size() > INT32_MAX)
@@ -130,7 +132,7 @@ bool CPacketer::SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::
     std::uint8_t* const pY = oPlanes.data();
     std::uint8_t* const pCr = pY + nPixels;
     std::uint8_t* const pCb = pCr + nPixels / 4;
-    // Of some streams the decoder leaves an odd last column or row out.
+    // The decoder leaves an odd last column or row of some streams out.
     if (Magnitude(nWidth) < w || Magnitude(nHeight) < h || (w | h) % 2 != 0) {
         std::fill(pY, pCr, std::uint8_t{0});
         std::fill(pCr, pY + oPlanes.size(), std::uint8_t{128});
@@ -193,7 +195,7 @@ HRESULT CPacketer::Main() {
 
         WebServer::SCurrentRequest oRequest{static_cast<std::uint32_t>(m_oCredentials.size()),
                                             m_oCredentials.data()};
-        // What is made behind it is gone before the argument is.
+        // Everything that is made after it is destroyed before it.
         const NSProcessStateTree::CThreadArgument oThreadArgument(kCurrentRequestArgument, &oRequest);
         const std::u16string strRequest = MakeRequestText(m_oCredentials);
         SDecodedPicture oDecoded;
@@ -210,8 +212,8 @@ HRESULT CPacketer::Main() {
     });
 }
 
-// Fetches a picture, and sends what the packer makes of it. What the content object gave lives to the end:
-// the packer may keep pointers into it, and a hundred sleeping viewers hold none of it.
+// Fetches a picture and sends what the packer makes of it. The content and the request live until this
+// returns, since the packer may keep pointers into them; a viewer that sleeps holds neither.
 HRESULT CPacketer::ShowPicture(const std::u16string& strRequest, SDecodedPicture& oDecoded, bool& bMore) {
     LOG_AS("CPacketer::Main");
     SFetched oOriginal;
@@ -266,9 +268,9 @@ HRESULT CPacketer::Fetch(const char16_t* szPath, const std::u16string& strReques
     return hr;
 }
 
-// One send, as a rule: it blocks until the system has all. A part alone goes out when the connection fails on
-// the way, or stalls for as long as whoever made the socket allows; then the rest is tried as well, which
-// either gives the reason for the failure or leaves no gap in the stream.
+// Sends all bytes, as a rule with one send, which blocks until the system has taken them. Only a part goes
+// out when the connection fails on the way, or stalls for longer than the socket's maker allows; trying the
+// rest then gives the reason for the failure, or leaves no gap in the stream.
 int CPacketer::Send(const void* pBytes, std::size_t nSize) const noexcept {
     const auto* pNext = static_cast<const char*>(pBytes);
     do {

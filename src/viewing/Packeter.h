@@ -18,9 +18,9 @@
 // to the phone, until the packer is finished or something fails. It polls, at the packer's rate, and so shows
 // whatever the host can serve.
 //
-// Belongs to its thread from Start on; nobody else touches it, so it takes no lock. There is no operation
-// that stops it: the host does, by a content object or a packer that fails, or by closing the phone's socket.
-// Nothing is read from the phone, whose leaving shows at the next send.
+// Belongs to its thread from Start on; nobody else touches it, so it takes no lock. No operation stops it:
+// the host ends it by a content object or a packer that fails, or by closing the phone's socket. Nothing is
+// read from the phone; that it has left shows at the next send.
 class CPacketer {
 public:
     CPacketer() = default;
@@ -38,8 +38,8 @@ public:
     // destroyed at once, which closes the socket, and the result is false.
     static bool Start(std::unique_ptr<CPacketer> pPacketer);
 
-    // The whole stream, on the calling thread. The status says why it ended, but the thread drops it: the
-    // phone sees the connection close.
+    // Runs the whole stream on the calling thread. The status says why it ended; the thread function drops
+    // it, since all that the phone can see is that the connection closes.
     HRESULT Main();
 
 private:
@@ -55,7 +55,7 @@ private:
     HRESULT Fetch(const char16_t* szPath, const std::u16string& strRequest, SFetched& oFetched);
     int Send(const void* pBytes, std::size_t nSize) const noexcept;
 
-    // Released in the reverse of this order, behind the socket.
+    // Released in the reverse of this order, after the socket was closed.
     platform::ComPtr<IConfiguration> m_spXmlConfig;
     platform::ComPtr<IMobileFramePacker> m_spPacker; // null until Main has made it
     platform::Bstr m_bstrParams;

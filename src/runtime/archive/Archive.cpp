@@ -14,7 +14,7 @@ constexpr std::uint32_t kHandleMarker = 1;
 
 constinit std::atomic<ArchiveStatus> g_nLastStatus{kArchiveOk};
 
-// Null, with a status, for a source that cannot be had.
+// Makes the source of an archive. Gives null, with a status, when it cannot be had.
 std::unique_ptr<CArchiveSource> MakeSource(const void* pData, std::uint32_t nSize, std::uint32_t nKind,
                                            ArchiveStatus& nStatus) {
     nStatus = kArchiveArguments;
@@ -41,7 +41,7 @@ std::unique_ptr<CArchiveSource> MakeSource(const void* pData, std::uint32_t nSiz
     }
 }
 
-// The reader works with exceptions of the library, its callers with statuses.
+// Turns an exception of the library into a status: callers of the reader know no exceptions.
 template <class Operation>
 ArchiveStatus StatusOfOperation(ArchiveStatus nFailure, Operation&& operation) noexcept {
     try {

@@ -1,4 +1,4 @@
-// Reading ZIP archives: open one, find an item by its name, get its bytes, close it.
+// Reads ZIP archives: opens one, finds an item by its name, gives its bytes.
 //
 // The format is the published one of PKWARE's application note: stored and deflated items, the traditional
 // password scheme, data descriptors. ZIP64 is not read: its records make an archive (kArchiveNotOpened) or an
@@ -39,7 +39,7 @@ inline constexpr std::uint32_t kAttributeSystem = 4;
 inline constexpr std::uint32_t kAttributeDirectory = 16;
 inline constexpr std::uint32_t kAttributeArchive = 32;
 
-// What a caller gets to see of an item. File times count 100 nanoseconds from 1 January 1601, universal time;
+// An item as callers see it. File times count 100 nanoseconds from 1 January 1601, universal time;
 // 0 is a date that the archive does not tell.
 struct SArchiveEntry {
     std::int32_t nIndex = 0;   // 0 first

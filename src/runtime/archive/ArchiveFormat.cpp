@@ -15,7 +15,8 @@ constexpr std::uint32_t kOverlapBytes = 4;
 
 constexpr std::string_view kSignatureBytes = "PK\5\6";
 
-// From the source's initial offset; nothing is found at 0.
+// Gives the position of the last signature, counted from the source's initial offset. Position 0 counts as
+// not found.
 std::optional<std::uint32_t> FindSignature(CArchiveSource& oSource) {
     const std::uint32_t nSize = oSource.Size();
     const std::uint32_t nReach = std::min(nSize, kSearchBytes);
@@ -58,7 +59,7 @@ constexpr std::int64_t FileTimeOfUnix(std::int64_t nSeconds) noexcept {
     return (nSeconds + kSecondsBefore1970) * 10000000;
 }
 
-// 0 for what is no date, as the zeros that some packers write.
+// Gives 0 for a number that is no date; some packers write zeros.
 std::int64_t FileTimeOfDos(std::uint32_t nDate, std::uint32_t nTime) noexcept {
     std::tm oTime{};
     oTime.tm_year = static_cast<int>(nDate >> 9 & 0x7F) + 80;

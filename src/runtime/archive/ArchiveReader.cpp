@@ -8,9 +8,9 @@
 
 namespace {
 
-// Longer names are no names of items.
+// Names of this length or more are not looked for.
 constexpr std::size_t kNameLimit = 256;
-// So much of a stored name is shown.
+// The part of a stored name that callers see.
 constexpr std::size_t kShownNameBytes = 260;
 
 constexpr char FoldCase(char c) noexcept {
@@ -37,7 +37,7 @@ ArchiveStatus CArchiveReader::Open(std::unique_ptr<CArchiveSource> spSource) {
     EReaderStatus eStatus = ReadEndRecord();
     if (eStatus == EReaderStatus::Ok)
         eStatus = GoToFirst();
-    // An archive without items is one.
+    // An archive without items is valid.
     if (eStatus == EReaderStatus::Ok || eStatus == EReaderStatus::EndOfList)
         return kArchiveOk;
     m_spSource.reset();
@@ -208,7 +208,7 @@ ArchiveStatus CArchiveReader::FindItem(std::u16string_view name, bool bIgnoreCas
     }
     CloseItem();
     nIndex = static_cast<std::int32_t>(m_oWalk.nNumber);
-    // It is there, whatever its header is like; reading it tells of that.
+    // The item exists even if its local header is damaged; reading it tells.
     if (pEntry != nullptr && GetItem(nIndex, *pEntry) != kArchiveOk)
         pEntry->nIndex = nIndex;
     return kArchiveOk;
@@ -226,7 +226,7 @@ EReaderStatus CArchiveReader::OpenItem() {
     oData.nCrc = oEntry.nCrc;
     oData.nMethod = oEntry.nMethod;
     oData.bEncrypted = (oEntry.nFlags & kFlagEncrypted) != 0;
-    // Who writes a descriptor does not know the CRC when the encryption header is due.
+    // A packer that writes a descriptor does not know the CRC yet when it writes the encryption header.
     oData.nCheckByte = static_cast<std::uint8_t>((oEntry.nFlags & kFlagDescriptor) != 0 ? oEntry.nDosTime >> 8
                                                                                         : oEntry.nCrc >> 24);
     m_spOpenItem = std::make_unique<COpenItem>(*m_spSource, oData, m_strPassword);
@@ -258,8 +258,8 @@ ArchiveStatus CArchiveReader::ReadItem(std::int32_t nIndex, std::span<std::uint8
     return eStatus == EReaderStatus::WrongPassword ? kArchivePassword : kArchiveInflate;
 }
 
-// Gives CrcMismatch for an item that was read to its end and is not what was packed. Nobody asks for it: a
-// caller that has its bytes was told kArchiveMore already.
+// Gives CrcMismatch for an item that was read to its end and differs from what was packed. No caller looks at
+// it: the read that gave the bytes has returned kArchiveMore already.
 EReaderStatus CArchiveReader::CloseItem() noexcept {
     const EReaderStatus eStatus = m_spOpenItem ? m_spOpenItem->Check() : EReaderStatus::Ok;
     m_spOpenItem.reset();

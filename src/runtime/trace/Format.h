@@ -1,4 +1,4 @@
-// Wide text in the printf manner, with arguments that carry their type.
+// Formats wide text in the manner of printf, from arguments that know their type.
 #pragma once
 
 #include <concepts>
@@ -25,7 +25,7 @@ public:
     [[nodiscard]] Kind GetKind() const noexcept { return m_eKind; }
     [[nodiscard]] std::u16string_view Text() const noexcept { return m_text; }
     [[nodiscard]] std::int64_t Signed() const noexcept { return m_nValue; }
-    // Only the bits of the argument's own type.
+    // The bits of the argument's own type, and no sign extension.
     [[nodiscard]] std::uint64_t Unsigned() const noexcept {
         return m_nBits >= 64 ? static_cast<std::uint64_t>(m_nValue)
                              : static_cast<std::uint64_t>(m_nValue) & ((std::uint64_t{1} << m_nBits) - 1);

@@ -1,17 +1,17 @@
-// The qualified name of a function, cut out of the compiler's own text at compile time.
+// Cuts the qualified name of a function out of the compiler's own text, at compile time.
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 
-// Takes the name out of a text as g++ or clang++ writes it, in one way from its front to the parameters: what
-// was taken turns out to be a part of the return type with each blank, "*" or "&" behind it.
+// Reads a signature as g++ or clang++ writes it, once from its front to the parameters. Each blank, "*" or
+// "&" shows that what was read so far is a part of the return type, so the name starts anew behind it.
 class CSignatureReader {
 public:
     // `szName` has room for the whole text and one character more.
     constexpr CSignatureReader(std::string_view text, char* szName) : m_text(text), m_szName(szName) {}
 
-    // The name's length; what stands behind it in `szName` means nothing.
+    // Gives the name's length; `szName` may hold remains of other words behind it.
     constexpr std::size_t Read() {
         char cBefore = ' ';
         for (int nDepth = 0; !m_text.empty();) { // of template arguments
@@ -24,7 +24,7 @@ public:
             if (!IsOfName(cBefore) && StartsWithWord("decltype"))
                 m_text.remove_prefix(m_text.find(')')); // decltype(auto)
             const char c = m_text.front();
-            // Behind a blank it belongs to a returned pointer to a function: void (* f(int))(char).
+            // A "(" behind a blank belongs to a returned pointer to a function: void (* f(int))(char).
             if (nDepth == 0 && c == '(' && cBefore != ' ')
                 break;
             nDepth += c == '<' ? 1 : 0;
@@ -85,10 +85,10 @@ private:
     std::size_t m_nLength = 0;
 };
 
-// Holds "CCam::Connect" after it was given "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the
-// function that it stands in; template arguments and unnamed namespaces are left out: an assertion is known
-// by one name, whatever it was made for. The symbol of an operator, or the type that it converts to, stands
-// behind a blank: "CCam::operator >>".
+// Makes "CCam::Connect" of "virtual HRESULT CCam::Connect(ICamSink*)". A lambda counts as the function that
+// it stands in. Template arguments and unnamed namespaces are left out, so an assertion has one name in all
+// instances of a template. A blank separates an operator's symbol, or the type that it converts to:
+// "CCam::operator >>".
 template <std::size_t N>
 struct CFunctionName {
     char szName[N + 1] = {};

@@ -1,4 +1,4 @@
-// What an assertion prints: the text of its condition with the values that took part in it.
+// Makes the line of an assertion: the text of its condition with the values that took part in it.
 #pragma once
 
 #include <concepts>
@@ -50,8 +50,8 @@ private:
     std::u16string m_strText;
 };
 
-// What the markers of a condition hand over while it is evaluated: kept beside the check, since most checks
-// succeed and nobody asks. A condition has room for four; what is beyond them prints as it is written.
+// Keeps the values of a condition's markers while it is evaluated. They are rendered only if the check fails.
+// There is room for four; further markers print as they are written.
 class CMarkedValues {
 public:
     constexpr HRESULT Status(const char* szName, HRESULT hr) noexcept {

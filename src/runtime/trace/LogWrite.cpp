@@ -13,7 +13,7 @@
 
 namespace {
 
-// Goes from null to the engine with the first line that finds the library, and stays there.
+// Set by the first line that finds the library, and never changed again.
 std::atomic<ILogEngine*> g_pEngine{nullptr};
 
 // Two threads may come here at once: both load the library and both store the same engine. A failed attempt
@@ -39,8 +39,8 @@ ILogEngine* GetEngine() {
     return pEngine;
 }
 
-// A wide text in the thread's code page. Every code page holds ASCII as it is, so most lines need neither a
-// conversion nor the heap.
+// Converts a wide text to the thread's code page. ASCII is the same in every code page, so most lines need
+// neither a conversion nor the heap.
 class CNarrowText {
 public:
     explicit CNarrowText(const char16_t* szText) {
@@ -83,7 +83,7 @@ void LogFormatted(const SLogSite& site, const char16_t* szChannel, std::u16strin
 
 void LogFailedCondition(const SLogSite& site, const CMarkedValues& oMarked, const char* szCondition) {
     const platform::AtScopeEnd keep(
-        [nError = platform::LastError()] { platform::SetLastError(nError); }); // whatever the engine does
+        [nError = platform::LastError()] { platform::SetLastError(nError); }); // the engine may change it
     CLogExpression expression;
     oMarked.RecordIn(expression);
     // The composed text is an argument, not a format: a percent sign in it stands for itself.

@@ -1,6 +1,5 @@
-// The status exception: for what should not happen in a running system, above all a failed allocation of a
-// text. It never crosses an interface: StatusOf turns whatever an operation threw into the status that it
-// returns.
+// The status exception reports what should not happen in a running system, above all a failed allocation of a
+// text. It never crosses an interface: StatusOf makes the status of an operation of whatever was thrown.
 #pragma once
 
 #include <exception>

@@ -1,5 +1,4 @@
-// Trace and assertions: one line of text for each failed check and each event, handed to the external log
-// engine.
+// Trace and assertions. Each failed check and each event gives one line of text to the external log engine.
 //
 // Nothing here stops the program. Without a log engine nothing is written and everything runs the same. Any
 // thread may report at any time, also inside its own critical sections; this layer takes no lock.
@@ -26,10 +25,11 @@ struct SLogSite {
     (SLogSite{LoggedName(kLoggedFunction, kFunctionName<CFunctionName(__PRETTY_FUNCTION__)>.szName),         \
               __FILE__, __LINE__})
 
-// The first line of a function that does a part of an operation, and reports under the operation's name.
+// For the first line of a function that does a part of an operation: it then reports under the operation's
+// name.
 #define LOG_AS(name) [[maybe_unused]] static constexpr const char* kLoggedFunction = name
 
-// Everywhere else a function reports under its own.
+// Everywhere else a function reports under its own name.
 inline constexpr const char* kLoggedFunction = nullptr;
 constexpr const char* LoggedName(const char* szOperation, const char* szFunction) noexcept {
     return szOperation != nullptr ? szOperation : szFunction;
