@@ -153,6 +153,7 @@ TEST(Packeter, StreamsOrClosesTheSocket) {
 
 TEST(Packeter, PacesAndSendsUntilThePackerIsFinished) {
     RecordingLog::Fresh();
+    EXPECT_EQ(u"Name/ff001a2c", NSProcessStateTree::ThreadArgumentPath(u"Name", 0xFF001A2C));
     const std::pair<const char*, const char*> rows[] = {{"", ""}, {"f", "Zg=="}, {"\xFB\xFF\xBF", "+/+/"}};
     for (const auto& [credentials, base64] : rows) {
         Stage stage;
@@ -206,11 +207,6 @@ TEST(Packeter, GivesThePackerWhatItCanTake) {
             EXPECT_EQ(1, std::ranges::count(stage.calls, call + row.appended)) << call << row.appended;
         EXPECT_EQ(row.fetched, std::ranges::count(stage.calls, "video?jpeg key") == 1) << row.appended;
     }
-}
-
-TEST(ThreadArgument, StandsUnderItsThreadsNumber) {
-    EXPECT_EQ(u"Name/1a2c", NSProcessStateTree::ThreadArgumentPath(u"Name", 0x1A2C));
-    EXPECT_EQ(u"/ffffffff", NSProcessStateTree::ThreadArgumentPath(u"", 0xFFFFFFFF));
 }
 
 } // namespace
