@@ -29,8 +29,6 @@ TEST(Head, IsWaitedForAndToldApartFromWhatIsNone) {
     };
     const std::string longest = std::string(kMaxHeadBytes - 4, 'x') + "\r\n\r\n";
     const Case cases[] = {
-        {"a peer that says nothing", "", Then::Nothing, HeadResult::Timeout},
-        {"half a head", "GET / HTT", Then::Nothing, HeadResult::Timeout},
         {"a peer that leaves", "", Then::Finish, HeadResult::Closed},
         {"a peer that leaves in the middle", "GET / HTT", Then::Finish, HeadResult::Closed},
         {"a reset", "", Then::Reset, HeadResult::Closed},
@@ -54,13 +52,11 @@ TEST(Head, IsWaitedForAndToldApartFromWhatIsNone) {
             if (c.then == Then::Stop)
                 stop.Signal();
         });
-        const bool waits = c.result == HeadResult::Timeout;
         const auto begin = Clock::now();
-        const Head head = ReadHead(pair.near.Get(), stop, begin + (waits ? 150ms : 10000ms));
+        const Head head = ReadHead(pair.near.Get(), stop, begin + 10s);
         EXPECT_EQ(head.result, c.result) << c.what;
         EXPECT_EQ(head.anyBytes, !c.sent.empty()) << c.what;
         EXPECT_LT(Clock::now() - begin, 3s) << c.what;
-        EXPECT_GE(Clock::now() - begin, waits ? 150ms : 0ms) << c.what;
         EXPECT_EQ(head.text, head.result == HeadResult::Complete ? c.sent : "") << c.what;
         rest.join();
         if (head.result != HeadResult::Complete || c.then != Then::Nothing)

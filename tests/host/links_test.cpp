@@ -20,29 +20,16 @@ TEST(LinkTable, ALinkIsGoodOnceAndNotForLong) {
     const Clock::time_point now = Clock::now();
     const auto link = table->Make("yard", now);
     ASSERT_TRUE(link);
-    EXPECT_THAT(link->token, MatchesRegex("[0-9a-f]{32}"));
-    {
-        const auto first = table->Use(link->token, now);
-        ASSERT_TRUE(first);
-        EXPECT_EQ(first->Camera(), "yard");
-        EXPECT_FALSE(table->Use(link->token, now)) << "two at once";
-        EXPECT_TRUE(table->Find(link->token, now)) << "the page for it is there meanwhile";
-    }
-    // What did not arrive may be fetched again, what did may not.
-    auto second = table->Use(link->token, link->until - std::chrono::nanoseconds(1));
-    ASSERT_TRUE(second);
-    second->Done();
-    second.reset();
-    EXPECT_FALSE(table->Find(link->token, now));
-
-    const auto old = table->Make("yard", now);
-    EXPECT_FALSE(table->Find(old->token, old->until));
-    EXPECT_FALSE(table->Use(old->token, old->until));
-    EXPECT_TRUE(table->Revoke(old->token));
-    EXPECT_FALSE(table->Revoke(old->token));
-    EXPECT_FALSE(table->Find(old->token, now));
-
-    for (std::size_t i = 0; i < LinkTable::kMostLinks; ++i)
+    const auto last = link->until - std::chrono::nanoseconds(1);
+    auto use = table->Use(link->token, last);
+    ASSERT_TRUE(use);
+    EXPECT_FALSE(table->Use(link->token, now)) << "two at once";
+    EXPECT_TRUE(table->Find(link->token, last)) << "the page for it is there meanwhile";
+    EXPECT_FALSE(table->Find(link->token, link->until));
+    use.reset();
+    EXPECT_TRUE(table->Use(link->token, now)) << "what did not arrive may be fetched again";
+    EXPECT_FALSE(table->Use(link->token, link->until));
+    for (std::size_t i = 1; i < LinkTable::kMostLinks; ++i)
         ASSERT_TRUE(table->Make("yard", now));
     EXPECT_FALSE(table->Make("yard", now));
     EXPECT_TRUE(table->Make("yard", now + LinkTable::kLifetime)) << "the old ones make room";

@@ -42,54 +42,50 @@ TEST(PackerParameters, AreReadCheckedAndBroughtIntoRange) {
     EXPECT_EQ(ParsePackerParameters("quality=" + std::string(5000, '9'))->quality, 100);
 }
 
-// The mean over what a new sample covers, or the line between two old ones, in double precision.
-double Reference(const std::vector<std::uint8_t>& from, int width, int height, double left, double top,
-                 double right, double bottom) {
-    double sum = 0;
-    for (int y = std::max(0, static_cast<int>(top)); y < std::min<double>(height, bottom); ++y) {
-        for (int x = std::max(0, static_cast<int>(left)); x < std::min<double>(width, right); ++x) {
-            const double across = std::min<double>(x + 1, right) - std::max<double>(x, left);
-            const double down = std::min<double>(y + 1, bottom) - std::max<double>(y, top);
-            sum += across * down * from[static_cast<std::size_t>(y * width + x)];
-        }
-    }
-    return sum / ((right - left) * (bottom - top));
+// What a new sample takes of each old one along a side, in double precision: the mean over what it covers, or
+// the line between two.
+std::vector<double> Shares(int sample, int old, int made) {
+    const double scale = static_cast<double>(old) / made;
+    const double width = std::max(scale, 1.0);
+    const double middle = std::clamp((sample + 0.5) * scale, width / 2, old - width / 2);
+    std::vector<double> shares;
+    for (int i = 0; i < old; ++i)
+        shares.push_back(std::max(0.0, std::min<double>(i + 1, middle + width / 2) -
+                                           std::max<double>(i, middle - width / 2)) /
+                         width);
+    return shares;
 }
 
 TEST(PlaneScaler, GivesTheMeanOfTheAreaTurnedOnTheWay) {
     std::minstd_rand random(5);
     PlaneScaler scaler;
-    const std::array<int, 4> sizes[] = {{1, 1, 1, 1},        {7, 5, 7, 5},  {320, 240, 176, 132},
-                                        {320, 240, 107, 31}, {64, 3, 9, 3}, {1000, 7, 16, 16},
-                                        {10, 10, 33, 47},    {1, 9, 20, 4}, {31, 2, 64, 128}};
+    const std::array<std::size_t, 4> sizes[] = {{1, 1, 1, 1},     {7, 5, 7, 5},  {80, 60, 44, 33},
+                                                {80, 60, 27, 8},  {64, 3, 9, 3}, {300, 7, 16, 16},
+                                                {10, 10, 33, 47}, {1, 9, 20, 4}, {31, 2, 64, 128}};
     for (const auto& [fromWidth, fromHeight, toWidth, toHeight] : sizes) {
-        std::vector<std::uint8_t> from(static_cast<std::size_t>(fromWidth * fromHeight));
-        for (auto& sample : from)
-            sample = static_cast<std::uint8_t>(random());
-        scaler.SetSizes(fromWidth, fromHeight, toWidth, toHeight);
+        std::vector<std::uint8_t> from(fromWidth * fromHeight);
+        std::ranges::generate(from, [&] { return static_cast<std::uint8_t>(random()); });
+        const int width = static_cast<int>(toWidth), height = static_cast<int>(toHeight);
+        scaler.SetSizes(static_cast<int>(fromWidth), static_cast<int>(fromHeight), width, height);
         // Turned a quarter, so columns become rows.
-        std::vector<std::uint8_t> to(static_cast<std::size_t>(toWidth * toHeight));
-        scaler.Scale(from.data(), fromWidth, {to.data() + toHeight - 1, toHeight, -1});
-        const auto stretch = [](int sample, int old, int made) -> std::pair<double, double> {
-            const double scale = static_cast<double>(old) / made;
-            const double middle = std::clamp((sample + 0.5) * scale, 0.5, old - 0.5);
-            return old >= made ? std::pair{sample * scale, (sample + 1) * scale}
-                               : std::pair{middle - 0.5, middle + 0.5};
-        };
+        std::vector<std::uint8_t> to(toWidth * toHeight);
+        scaler.Scale(from.data(), static_cast<int>(fromWidth), {to.data() + height - 1, height, -1});
         double worst = 0;
-        for (int y = 0; y < toHeight; ++y) {
-            for (int x = 0; x < toWidth; ++x) {
-                const auto [left, right] = stretch(x, fromWidth, toWidth);
-                const auto [top, bottom] = stretch(y, fromHeight, toHeight);
-                const double expected = Reference(from, fromWidth, fromHeight, left, top, right, bottom);
-                const int got = to[static_cast<std::size_t>(x * toHeight + toHeight - 1 - y)];
-                worst = std::max(worst, std::abs(expected - got));
+        for (int y = 0; y < height; ++y) {
+            const auto down = Shares(y, static_cast<int>(fromHeight), height);
+            for (int x = 0; x < width; ++x) {
+                const auto across = Shares(x, static_cast<int>(fromWidth), width);
+                double expected = 0;
+                for (std::size_t i = 0; i < from.size(); ++i)
+                    expected += down[i / fromWidth] * across[i % fromWidth] * from[i];
+                worst = std::max(
+                    worst, std::abs(expected - to[static_cast<std::size_t>(x * height + height - 1 - y)]));
             }
         }
         EXPECT_LT(worst, 2.6) << fromWidth << 'x' << fromHeight << " to " << toWidth << 'x' << toHeight;
-        std::fill(from.begin(), from.end(), std::uint8_t{255});
-        scaler.Scale(from.data(), fromWidth, {to.data(), 1, toWidth});
-        EXPECT_EQ(std::ranges::count(to, 255), toWidth * toHeight) << "a flat picture stays as it is";
+        std::ranges::fill(from, std::uint8_t{255});
+        scaler.Scale(from.data(), static_cast<int>(fromWidth), {to.data(), 1, width});
+        EXPECT_EQ(std::ranges::count(to, 255), width * height) << "a flat picture stays as it is";
     }
 }
 
