@@ -15,7 +15,7 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
-#include "platform/base64.h"
+#include "platform/text.h"
 
 namespace phone {
 namespace {
@@ -121,7 +121,7 @@ Connection Connection::Open(const ServerAddress& server, int stop) {
     for (const addrinfo* address = list.get(); address != nullptr; address = address->ai_next) {
         platform::Descriptor socket(::socket(
             address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address->ai_protocol));
-        if (!socket.IsOpen()) {
+        if (!socket) {
             error = errno;
             continue;
         }

@@ -1,10 +1,11 @@
 #include "phone/pictures.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <fstream>
 #include <system_error>
+
+#include "platform/text.h"
 
 namespace phone {
 namespace {
@@ -24,10 +25,9 @@ std::string ReadFile(const std::filesystem::path& path) {
 }
 
 bool IsPictureName(const std::filesystem::path& path) {
-    std::string extension = path.extension().string();
-    std::ranges::transform(extension, extension.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == ".jpg" || extension == ".jpeg";
+    const std::string extension = path.extension().string();
+    return platform::EqualsIgnoringCase(extension, ".jpg") ||
+           platform::EqualsIgnoringCase(extension, ".jpeg");
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #include "platform/com.h"
 
+#include <sys/auxv.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <vector>
-
-#include "platform/com_classes.h"
-#include "platform/interface_table.h"
 
 void* CoTaskMemAlloc(std::size_t size) noexcept {
     return size == 0 ? nullptr : std::malloc(size);
@@ -69,6 +69,14 @@ private:
 // How often the calling thread has joined the apartment.
 thread_local std::uint32_t t_apartmentJoins = 0;
 
+// The system gives every process 16 random bytes; the first 8 guard its stacks.
+std::uintptr_t ProcessSecret() noexcept {
+    std::uintptr_t secret = 0;
+    if (const auto* const random = reinterpret_cast<const std::uint8_t*>(::getauxval(AT_RANDOM)))
+        std::memcpy(&secret, random + sizeof secret, sizeof secret);
+    return secret;
+}
+
 } // namespace
 
 HRESULT CoInitializeEx(void* reserved, std::uint32_t flags) noexcept {
@@ -86,6 +94,14 @@ bool IsInApartment() noexcept {
     return t_apartmentJoins > 0;
 }
 
+std::uintptr_t EncodePointer(const void* pointer) noexcept {
+    return reinterpret_cast<std::uintptr_t>(pointer) ^ ProcessSecret();
+}
+
+void* DecodePointer(std::uintptr_t encoded) noexcept {
+    return reinterpret_cast<void*>(encoded ^ ProcessSecret());
+}
+
 HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory) try {
     if (factory == nullptr)
         return E_POINTER;
@@ -101,20 +117,6 @@ ComPtr<IClassFactory> RegisteredFactory(const GUID& classId) noexcept {
 
 HRESULT RevokeClassFactory(const GUID& classId) {
     return ClassTable::Instance().Take(classId) ? S_OK : REGDB_E_CLASSNOTREG;
-}
-
-HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
-                         const GUID& interfaceId, void** object) {
-    if (object == nullptr)
-        return E_POINTER;
-    *object = nullptr;
-    if (const HRESULT hr = CheckContext(contextMask); FAILED(hr))
-        return hr;
-    if (const ComPtr<IClassFactory> factory = RegisteredFactory(classId))
-        return factory->CreateInstance(outer, interfaceId, object);
-    if (classId == kInterfaceTableClass)
-        return GetInterfaceTable(outer, interfaceId, object);
-    return CreateFromModule(classId, outer, interfaceId, object);
 }
 
 } // namespace platform

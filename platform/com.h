@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -254,10 +257,22 @@ public:
     ~ApartmentScope() { CoUninitialize(); }
 };
 
+// Identifiers as text: "{158F9099-FA63-4B67-B221-C9A22E5061E9}", in capitals. Reading takes letters of either
+// case and gives nothing for any other form.
+MORROW_PLATFORM_API std::u16string GuidText(const GUID& identifier);
+MORROW_PLATFORM_API std::optional<GUID> ParseGuid(std::u16string_view text) noexcept;
+
+// A pointer that is kept for long, in a form from which nobody makes a pointer to something else: mixed with
+// a number that is drawn anew for each process. Null has such a form as well.
+MORROW_PLATFORM_API std::uintptr_t EncodePointer(const void* pointer) noexcept;
+MORROW_PLATFORM_API void* DecodePointer(std::uintptr_t encoded) noexcept;
+
 // Registers the factory of a class for this process, replacing an earlier one; the registry holds a reference
 // until the class is revoked.
 MORROW_PLATFORM_API HRESULT RegisterClassFactory(const GUID& classId, IClassFactory* factory);
 MORROW_PLATFORM_API HRESULT RevokeClassFactory(const GUID& classId);
+// Null where this process has registered none.
+ComPtr<IClassFactory> RegisteredFactory(const GUID& classId) noexcept;
 
 // Creates an object of a class: one that this process registered, or one of a module that the registry names
 // (modules.h has its statuses). REGDB_E_CLASSNOTREG when neither knows it; E_INVALIDARG for an empty mask.

@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/descriptor.h"
-
 namespace platform {
 
 namespace {
@@ -21,6 +19,11 @@ HRESULT FailWithErrno() noexcept {
     const std::uint32_t error = ErrorFromErrno(errno);
     SetLastError(error);
     return StatusFromError(error);
+}
+
+std::nullopt_t NoteErrno() noexcept {
+    SetLastError(ErrorFromErrno(errno));
+    return std::nullopt;
 }
 
 template <class Call>
@@ -38,6 +41,11 @@ bool IsUsable(const std::string& path) noexcept {
         return true;
     errno = ENOENT;
     return false;
+}
+
+// Without waiting for a writer, in case it is a pipe.
+int OpenToRead(const std::string& path) noexcept {
+    return RetryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
 }
 
 std::string FolderOf(const std::string& path) {
@@ -62,7 +70,7 @@ bool WriteAll(const Descriptor& file, std::string_view content) noexcept {
 // A file beside the target while it is written; removed again unless it was put in place.
 class NewFile {
 public:
-    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)), m_isOurs(m_file.IsOpen()) {}
+    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)), m_isOurs(m_file) {}
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     ~NewFile() {
@@ -72,7 +80,7 @@ public:
 
     // False with errno set, and nothing was changed but this file.
     [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
-        if (!m_file.IsOpen() || ::fchmod(m_file.Get(), mode & 0777) != 0 || !WriteAll(m_file, content) ||
+        if (!m_file || ::fchmod(m_file.Get(), mode & 0777) != 0 || !WriteAll(m_file, content) ||
             RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
             ::rename(m_path.c_str(), path.c_str()) != 0)
             return false;
@@ -105,8 +113,7 @@ private:
 bool SyncFolder(const std::string& folder) noexcept {
     const Descriptor handle(
         RetryInterrupted([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    return handle.IsOpen() &&
-           (RetryInterrupted([&] { return ::fsync(handle.Get()); }) == 0 || errno == EINVAL);
+    return handle && (RetryInterrupted([&] { return ::fsync(handle.Get()); }) == 0 || errno == EINVAL);
 }
 
 bool IsFolder(const std::string& path) noexcept {
@@ -123,11 +130,9 @@ std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t li
     };
     if (!IsUsable(path))
         return fail(ErrorFromErrno(errno));
-    // Without waiting for a writer, in case it is a pipe; that is refused below.
-    const Descriptor file(
-        RetryInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+    const Descriptor file(OpenToRead(path));
     struct stat status {};
-    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0)
+    if (!file || ::fstat(file.Get(), &status) != 0)
         return fail(ErrorFromErrno(errno));
     if (!S_ISREG(status.st_mode))
         return fail(kErrorAccessDenied);
@@ -174,7 +179,7 @@ HRESULT WriteWholeFile(const std::string& path, std::string_view content, unsign
     Descriptor file(RetryInterrupted([&] {
         return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     }));
-    if (!file.IsOpen() || ::fchmod(file.Get(), mode & 0777) != 0 || !WriteAll(file, content) || !file.Close())
+    if (!file || ::fchmod(file.Get(), mode & 0777) != 0 || !WriteAll(file, content) || !file.Close())
         return FailWithErrno();
     return S_OK;
 }
@@ -210,6 +215,48 @@ HRESULT CreateFolder(const std::string& path) {
         }
     }
     return S_OK;
+}
+
+std::optional<File> File::OpenForReading(const std::string& path) {
+    const int descriptor = IsUsable(path) ? OpenToRead(path) : -1;
+    if (descriptor < 0)
+        return NoteErrno();
+    return File(descriptor);
+}
+
+std::optional<std::uint64_t> File::Position() const noexcept {
+    const ::off_t position = ::lseek(m_file.Get(), 0, SEEK_CUR);
+    if (position < 0)
+        return NoteErrno();
+    return static_cast<std::uint64_t>(position);
+}
+
+std::optional<std::uint64_t> File::Size() const noexcept {
+    struct stat status {};
+    if (::fstat(m_file.Get(), &status) != 0)
+        return NoteErrno();
+    if (!S_ISREG(status.st_mode)) {
+        errno = ESPIPE;
+        return NoteErrno();
+    }
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::optional<std::size_t> File::ReadAt(std::uint64_t position,
+                                        std::span<std::uint8_t> bytes) const noexcept {
+    std::size_t size = 0;
+    while (size < bytes.size()) {
+        const ::ssize_t count = ::pread(m_file.Get(), bytes.data() + size, bytes.size() - size,
+                                        static_cast<::off_t>(position + size));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return NoteErrno();
+        if (count == 0)
+            break;
+        size += static_cast<std::size_t>(count);
+    }
+    return size;
 }
 
 } // namespace platform

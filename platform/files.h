@@ -1,11 +1,14 @@
-// Files and folders. Paths are bytes in UTF-8.
+// Files, and folders for them. Paths are bytes in UTF-8.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "platform/descriptor.h"
 #include "platform/export.h"
 #include "platform/status.h"
 
@@ -28,9 +31,7 @@ MORROW_PLATFORM_API HRESULT ReplaceFile(const std::string& path, std::string_vie
 MORROW_PLATFORM_API HRESULT WriteWholeFile(const std::string& path, std::string_view content,
                                            unsigned mode = 0600);
 
-// Remove a file, and a folder that is empty.
 MORROW_PLATFORM_API HRESULT RemoveFile(const std::string& path);
-MORROW_PLATFORM_API HRESULT RemoveFolder(const std::string& path);
 
 // Tells whether a file was replaced or changed: a new one has another inode or another time. All zero for one
 // that is not there.
@@ -44,5 +45,29 @@ MORROW_PLATFORM_API FileStamp StampOf(const std::string& path) noexcept;
 
 // Creates the folder and those above it that are missing, with mode 0700.
 MORROW_PLATFORM_API HRESULT CreateFolder(const std::string& path);
+// Removes a folder that is empty.
+MORROW_PLATFORM_API HRESULT RemoveFolder(const std::string& path);
+
+// One open file, read at places of the reader's choice. Reading at a place leaves the file's own position
+// alone, so several threads may read from one object.
+class MORROW_PLATFORM_API File {
+public:
+    // Takes ownership of a descriptor.
+    explicit File(int descriptor) noexcept : m_file(descriptor) {}
+
+    // Nothing, with the last error set, for what cannot be opened. Never waits for a pipe's other end.
+    static std::optional<File> OpenForReading(const std::string& path);
+
+    // The position and the size in bytes; nothing for what has none, as a pipe.
+    [[nodiscard]] std::optional<std::uint64_t> Position() const noexcept;
+    [[nodiscard]] std::optional<std::uint64_t> Size() const noexcept;
+    // Fills `bytes` from `position` on. The count is less than asked for at the end of the file alone;
+    // nothing, with the last error set, for a failure.
+    [[nodiscard]] std::optional<std::size_t> ReadAt(std::uint64_t position,
+                                                    std::span<std::uint8_t> bytes) const noexcept;
+
+private:
+    Descriptor m_file;
+};
 
 } // namespace platform

@@ -1,4 +1,4 @@
-#include "platform/guid.h"
+#include "platform/com.h"
 
 #include <array>
 #include <cstddef>

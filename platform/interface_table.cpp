@@ -3,8 +3,6 @@
 #include <map>
 #include <mutex>
 
-#include "platform/com_classes.h"
-
 namespace platform {
 
 namespace {

@@ -26,4 +26,7 @@ namespace platform {
 
 inline constexpr GUID kInterfaceTableClass{0x00000323, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
+// The table, for CoCreateInstance.
+HRESULT GetInterfaceTable(IUnknown* outer, const GUID& interfaceId, void** object);
+
 } // namespace platform

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/status.h"
+#include "platform/text.h"
 
 namespace platform {
 
@@ -41,11 +42,8 @@ struct FoldedLess {
     using is_transparent = void;
 
     bool operator()(std::string_view a, std::string_view b) const noexcept {
-        return std::ranges::lexicographical_compare(a, b, {}, Fold, Fold);
+        return std::ranges::lexicographical_compare(a, b, {}, ToLowerAscii, ToLowerAscii);
     }
-
-private:
-    static char Fold(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 };
 
 // Everything that was ever loaded or registered. Never destroyed, since threads may look up exports while the

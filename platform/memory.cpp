@@ -1,17 +1,13 @@
-#include "platform/memory.h"
+#include "platform/resources.h"
 
-#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <optional>
-
-#include "platform/status.h"
 
 namespace platform {
 
@@ -32,14 +28,6 @@ std::optional<int> ProtectionOf(std::uintptr_t begin, std::uintptr_t end) noexce
                    (bits[2] == 'x' ? PROT_EXEC : 0);
     }
     return std::nullopt;
-}
-
-// The system gives every process 16 random bytes; the first 8 guard its stacks.
-std::uintptr_t ProcessSecret() noexcept {
-    std::uintptr_t secret = 0;
-    if (const auto* const random = reinterpret_cast<const std::uint8_t*>(::getauxval(AT_RANDOM)))
-        std::memcpy(&secret, random + sizeof secret, sizeof secret);
-    return secret;
 }
 
 } // namespace
@@ -70,14 +58,6 @@ WritableMemory::~WritableMemory() {
     // writable, which harms nothing.
     if (m_page != nullptr)
         (void)::mprotect(m_page, m_length, m_protection);
-}
-
-std::uintptr_t EncodePointer(const void* pointer) noexcept {
-    return reinterpret_cast<std::uintptr_t>(pointer) ^ ProcessSecret();
-}
-
-void* DecodePointer(std::uintptr_t encoded) noexcept {
-    return reinterpret_cast<void*>(encoded ^ ProcessSecret());
 }
 
 } // namespace platform

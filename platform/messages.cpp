@@ -1,9 +1,7 @@
-#include "platform/messages.h"
+#include "platform/status.h"
 
 #include <algorithm>
 #include <iterator>
-
-#include "platform/status.h"
 
 namespace platform {
 

@@ -11,8 +11,7 @@
 #include <system_error>
 #include <variant>
 
-#include "platform/com_classes.h"
-#include "platform/guid.h"
+#include "platform/interface_table.h"
 #include "platform/registry.h"
 #include "platform/text.h"
 
@@ -196,6 +195,24 @@ HRESULT CallPlain(const std::string& path, const char* name) try {
     return E_OUTOFMEMORY;
 }
 
+// Every class runs within the process: E_INVALIDARG for an empty mask, REGDB_E_CLASSNOTREG for one that
+// leaves this out and so asks for a class that is not there.
+constexpr HRESULT CheckContext(std::uint32_t contextMask) noexcept {
+    if (contextMask == 0)
+        return E_INVALIDARG;
+    return (contextMask & kContextInProcess) == 0 ? REGDB_E_CLASSNOTREG : S_OK;
+}
+
+std::u16string CategoriesKey(std::u16string_view classText) {
+    std::u16string key = u"CLSID\\";
+    key += classText;
+    return key += u"\\Implemented Categories";
+}
+
+std::u16string CategoryKey(std::u16string_view classText, const GUID& category) {
+    return CategoriesKey(classText) + u'\\' + GuidText(category);
+}
+
 } // namespace
 
 HRESULT CoGetClassObject(const GUID& classId, std::uint32_t contextMask, const GUID& interfaceId,
@@ -213,7 +230,17 @@ HRESULT CoGetClassObject(const GUID& classId, std::uint32_t contextMask, const G
     });
 }
 
-HRESULT CreateFromModule(const GUID& classId, IUnknown* outer, const GUID& interfaceId, void** object) {
+HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
+                         const GUID& interfaceId, void** object) {
+    if (object == nullptr)
+        return E_POINTER;
+    *object = nullptr;
+    if (const HRESULT hr = CheckContext(contextMask); FAILED(hr))
+        return hr;
+    if (const ComPtr<IClassFactory> factory = RegisteredFactory(classId))
+        return factory->CreateInstance(outer, interfaceId, object);
+    if (classId == kInterfaceTableClass)
+        return GetInterfaceTable(outer, interfaceId, object);
     // The module stays while the object is made; from then on the object keeps it.
     return WithClassObject(classId, IClassFactory::iid, [&](void* made) {
         const auto factory = ComPtr<IClassFactory>::Adopt(static_cast<IClassFactory*>(made));
@@ -246,6 +273,36 @@ HRESULT UnregisterModule(const std::string& path) {
 
 std::string LastModuleError() {
     return LoaderError();
+}
+
+HRESULT RegisterClassImplCategories(const GUID& classId, std::span<const GUID> categories) {
+    for (const GUID& category : categories) {
+        const HRESULT hr =
+            SetRegistryValues(RegistryRoot::ClassesRoot, CategoryKey(GuidText(classId), category), {});
+        if (FAILED(hr))
+            return hr;
+    }
+    return S_OK;
+}
+
+HRESULT UnRegisterClassImplCategories(const GUID& classId, std::span<const GUID> categories) {
+    for (const GUID& category : categories) {
+        const HRESULT hr =
+            DeleteRegistryKey(RegistryRoot::ClassesRoot, CategoryKey(GuidText(classId), category));
+        if (FAILED(hr))
+            return hr;
+    }
+    return S_OK;
+}
+
+std::vector<GUID> EnumClassesOfCategory(const GUID& category) {
+    std::vector<GUID> classes;
+    for (const std::u16string& name : RegistrySubkeys(RegistryRoot::ClassesRoot, u"CLSID")) {
+        const std::optional<GUID> classId = ParseGuid(name);
+        if (classId && RegistryKeyExists(RegistryRoot::ClassesRoot, CategoryKey(name, category)))
+            classes.push_back(*classId);
+    }
+    return classes;
 }
 
 ModulePin::ModulePin(const void* address) noexcept {

@@ -16,8 +16,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/com.h"
 #include "platform/export.h"
@@ -49,6 +51,17 @@ MORROW_PLATFORM_API HRESULT RegisterModule(const std::string& path);
 MORROW_PLATFORM_API HRESULT UnregisterModule(const std::string& path);
 // What the loader said when the calling thread last failed to load a module.
 [[nodiscard]] MORROW_PLATFORM_API std::string LastModuleError();
+
+// The category manager: which registered classes say that they do a certain job. A class's categories stand
+// in the registry, as keys below CLSID\{class}\Implemented Categories. Registering twice does no harm.
+MORROW_PLATFORM_API HRESULT RegisterClassImplCategories(const GUID& classId,
+                                                        std::span<const GUID> categories);
+// A category that the class does not have is passed over.
+MORROW_PLATFORM_API HRESULT UnRegisterClassImplCategories(const GUID& classId,
+                                                          std::span<const GUID> categories);
+// The registered classes of a category, in the order of their texts. Keys that are no identifiers are passed
+// over.
+[[nodiscard]] MORROW_PLATFORM_API std::vector<GUID> EnumClassesOfCategory(const GUID& category);
 
 // Keeps the shared object that `address` lies in, mapped. Nothing happens for the main program and for an
 // address outside of any.

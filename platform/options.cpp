@@ -5,16 +5,16 @@
 #include <exception>
 #include <new>
 
+#include "platform/text.h"
+
 namespace platform {
 
 namespace {
 
-int Complain(std::string_view name, std::string what, int status) {
-    std::ranges::replace_if(
-        what, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+int Complain(std::string_view name, std::string_view what, int status) {
     // The two outputs often share a terminal: what was printed before comes before.
     std::fflush(stdout);
-    std::fprintf(stderr, "%.*s: %s\n", static_cast<int>(name.size()), name.data(), what.c_str());
+    std::fprintf(stderr, "%.*s: %s\n", static_cast<int>(name.size()), name.data(), Printable(what).c_str());
     return status;
 }
 

@@ -46,8 +46,8 @@ MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments
                                      const std::function<void(std::string_view)>& takePlain = {});
 
 // Runs a program's work and gives its exit status. What it throws becomes one line on standard error behind
-// the program's name, without control characters: kExitMisuse for a UsageError, with a hint at --help,
-// kExitFailed for the rest.
+// the program's name, made printable: kExitMisuse for a UsageError, with a hint at --help, kExitFailed for
+// the rest.
 MORROW_PLATFORM_API int RunProgram(std::string_view name, int count, const char* const* values,
                                    const std::function<int(std::span<const std::string_view>)>& work);
 

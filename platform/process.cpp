@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/descriptor.h"
 #include "platform/status.h"
 
 namespace platform {
@@ -30,72 +31,109 @@ constexpr auto kShortSteps = 100ms;
 // its own program.
 constexpr auto kBusyFile = 1s;
 
-class Attributes {
+// For the time in which a child is between its two programs: a handler of this process must not run there.
+class SignalsBlocked {
 public:
-    Attributes() {
-        ::posix_spawnattr_init(&m_value);
-        sigset_t signals;
-        ::sigemptyset(&signals);
-        ::posix_spawnattr_setsigmask(&m_value, &signals);
-        ::sigfillset(&signals);
-        ::posix_spawnattr_setsigdefault(&m_value, &signals);
-        ::posix_spawnattr_setpgroup(&m_value, 0);
-        ::posix_spawnattr_setflags(&m_value,
-                                   POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    SignalsBlocked() noexcept {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &m_former);
     }
-    Attributes(const Attributes&) = delete;
-    Attributes& operator=(const Attributes&) = delete;
-    ~Attributes() { ::posix_spawnattr_destroy(&m_value); }
-    [[nodiscard]] const posix_spawnattr_t* Get() const noexcept { return &m_value; }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &m_former, nullptr); }
 
 private:
-    posix_spawnattr_t m_value{};
-};
-
-class FileActions {
-public:
-    explicit FileActions(const std::string& folder) {
-        ::posix_spawn_file_actions_init(&m_value);
-        m_error = ::posix_spawn_file_actions_addopen(&m_value, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        for (const int output : {STDOUT_FILENO, STDERR_FILENO})
-            Note(::posix_spawn_file_actions_addopen(&m_value, output, "/dev/null", O_WRONLY, 0));
-        Note(::posix_spawn_file_actions_addclosefrom_np(&m_value, STDERR_FILENO + 1));
-        Note(::posix_spawn_file_actions_addchdir_np(&m_value, folder.c_str()));
-    }
-    FileActions(const FileActions&) = delete;
-    FileActions& operator=(const FileActions&) = delete;
-    ~FileActions() { ::posix_spawn_file_actions_destroy(&m_value); }
-    [[nodiscard]] const posix_spawn_file_actions_t* Get() const noexcept { return &m_value; }
-    [[nodiscard]] int Error() const noexcept { return m_error; }
-
-private:
-    void Note(int error) noexcept { m_error = m_error == 0 ? error : m_error; }
-
-    posix_spawn_file_actions_t m_value{};
-    int m_error = 0; // an errno, 0 for none
+    sigset_t m_former{};
 };
 
 bool HoldsZero(const std::string& text) noexcept {
     return text.find('\0') != std::string::npos;
 }
 
+// What the child needs, made before it starts.
+struct Plan {
+    char* const* arguments;
+    const ProcessSetup& setup;
+    ::pid_t starter;
+    int report; // takes the errno of a failure; closed by a success
+};
+
+// Where the child has the pipe for its failure.
+constexpr int kReport = STDERR_FILENO + 1;
+
+// From here on the child calls the system alone: it shares this process's memory, with locks that others
+// hold.
+[[noreturn]] void BecomeProgram(const Plan& plan) noexcept {
+    const auto failed = [](int result) { return result < 0; };
+    ::setpgid(0, 0);
+    const bool isOrphan = plan.setup.endsWithStarter &&
+                          (::prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || ::getppid() != plan.starter);
+    int report = plan.report;
+    const int nothing = ::open("/dev/null", O_RDWR);
+    if (!isOrphan && !failed(nothing) && !failed(::dup2(nothing, STDIN_FILENO)) &&
+        !failed(::dup2(plan.setup.output < 0 ? nothing : plan.setup.output, STDOUT_FILENO)) &&
+        (plan.setup.keepsErrors || !failed(::dup2(nothing, STDERR_FILENO))) &&
+        (report == kReport || !failed(::dup3(report, kReport, O_CLOEXEC))) &&
+        (plan.setup.folder.empty() || !failed(::chdir(plan.setup.folder.c_str())))) {
+        report = kReport;
+        ::closefrom(kReport + 1);
+        struct sigaction usual {};
+        usual.sa_handler = SIG_DFL;
+        for (int signal = 1; signal < NSIG; ++signal)
+            ::sigaction(signal, &usual, nullptr); // fails for those that have no other
+        sigset_t none;
+        ::sigemptyset(&none);
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
+        ::execv(plan.arguments[0], plan.arguments);
+    }
+    const int error = errno;
+    [[maybe_unused]] const auto written = ::write(report, &error, sizeof error);
+    ::_exit(127);
+}
+
 // An errno, or 0.
-int Spawn(const std::vector<std::string>& arguments, const std::string& folder, ::pid_t& id) {
-    if (arguments.empty() || HoldsZero(folder) || std::ranges::any_of(arguments, HoldsZero))
+int StartOnce(Plan plan, ::pid_t& id) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+        return errno;
+    const Descriptor told(ends[0]);
+    Descriptor report(ends[1]);
+    // Not where the child puts its standard streams.
+    report = Descriptor(::fcntl(report.Get(), F_DUPFD_CLOEXEC, kReport));
+    if (!report)
+        return errno;
+    plan.report = report.Get();
+    {
+        const SignalsBlocked guard;
+        // Without a copy of this process's memory, which a server may have much of.
+        id = ::vfork();
+        if (id == 0)
+            BecomeProgram(plan);
+    }
+    if (id < 0)
+        return errno;
+    report.Close();
+    int error = 0;
+    if (::read(told.Get(), &error, sizeof error) <= 0)
+        return 0;
+    while (::waitpid(id, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return error;
+}
+
+// An errno, or 0.
+int Spawn(const std::vector<std::string>& arguments, const ProcessSetup& setup, ::pid_t& id) {
+    if (arguments.empty() || HoldsZero(setup.folder) || std::ranges::any_of(arguments, HoldsZero))
         return EINVAL;
     std::vector<char*> pointers;
     for (const std::string& argument : arguments)
         pointers.push_back(
             const_cast<char*>(argument.c_str())); // the function does not write, but says so late
     pointers.push_back(nullptr);
-    const Attributes attributes;
-    const FileActions actions(folder);
-    if (actions.Error() != 0)
-        return actions.Error();
     const auto end = Clock::now() + kBusyFile;
     for (;;) {
-        const int error =
-            ::posix_spawn(&id, pointers[0], actions.Get(), attributes.Get(), pointers.data(), environ);
+        const int error = StartOnce({pointers.data(), setup, ::getpid(), -1}, id);
         if (error != ETXTBSY || Clock::now() >= end)
             return error;
         std::this_thread::sleep_for(kShortStep);
@@ -104,13 +142,17 @@ int Spawn(const std::vector<std::string>& arguments, const std::string& folder, 
 
 } // namespace
 
-std::optional<Process> Process::Start(const std::vector<std::string>& arguments, const std::string& folder) {
+std::optional<Process> Process::Start(const std::vector<std::string>& arguments, const ProcessSetup& setup) {
     ::pid_t id = 0;
-    if (const int error = Spawn(arguments, folder, id); error != 0) {
+    if (const int error = Spawn(arguments, setup, id); error != 0) {
         SetLastError(ErrorFromErrno(error));
         return std::nullopt;
     }
     return Process(id);
+}
+
+std::optional<Process> Process::Start(const std::vector<std::string>& arguments, const std::string& folder) {
+    return Start(arguments, ProcessSetup{.folder = folder});
 }
 
 Process::~Process() {
@@ -120,6 +162,11 @@ Process::~Process() {
     ::kill(-m_id, SIGKILL);
     while (::waitpid(m_id, nullptr, 0) < 0 && errno == EINTR) {
     }
+}
+
+void Process::AskToEnd() const noexcept {
+    if (m_id != 0)
+        ::kill(m_id, SIGTERM);
 }
 
 // Looks again and again instead of sleeping until the system tells: that would need a descriptor that not

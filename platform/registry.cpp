@@ -51,7 +51,7 @@ public:
         const std::size_t slash = m_path.rfind('/');
         const std::string folder = slash == std::string::npos ? "." : m_path.substr(0, slash + 1);
         const Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!lock.IsOpen())
+        if (!lock)
             return Fail(ErrorFromErrno(errno));
         while (::flock(lock.Get(), LOCK_EX) != 0) {
             if (errno != EINTR)

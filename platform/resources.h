@@ -84,4 +84,25 @@ MORROW_PLATFORM_API std::vector<ModuleHandle> ResourceInstances();
 // The bytes of an instance; empty for a handle that is none.
 MORROW_PLATFORM_API std::span<const std::uint8_t> ModuleBytes(ModuleHandle module) noexcept;
 
+// Makes memory readable and writable for the life of the object, then restores the protection that its pages
+// had. The pages of a file are mapped privately, so what is written into them is seen by this process alone.
+// Only one thread at a time for each page.
+class MORROW_PLATFORM_API WritableMemory {
+public:
+    explicit WritableMemory(std::span<const std::uint8_t> bytes) noexcept;
+    WritableMemory(const WritableMemory&) = delete;
+    WritableMemory& operator=(const WritableMemory&) = delete;
+    ~WritableMemory();
+
+    // The bytes to write into; empty, with the last error set at creation, when the pages cannot be made
+    // writable.
+    [[nodiscard]] std::span<std::uint8_t> Bytes() const noexcept { return m_bytes; }
+
+private:
+    std::span<std::uint8_t> m_bytes;
+    void* m_page = nullptr;
+    std::size_t m_length = 0;
+    int m_protection = 0; // before, in the system's bits
+};
+
 } // namespace platform

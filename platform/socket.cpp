@@ -167,7 +167,7 @@ SOCKET AdoptSocket(int descriptor) noexcept {
     std::uint64_t generation = (GenerationOf(slot.state.load(std::memory_order_relaxed)) + 1) & 0xFFFFFFFF;
     if (generation == 0)
         generation = 1;
-    slot.descriptor = owner.Detach();
+    slot.descriptor = owner.Release();
     g_openCount.fetch_add(1, std::memory_order_relaxed);
     slot.state.store(generation << kGenerationShift | kOpen, std::memory_order_release);
     return (generation << kGenerationShift) | index;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/export.h"
 
@@ -101,5 +102,9 @@ MORROW_PLATFORM_API std::uint32_t SocketErrorFromErrno(int value) noexcept; // s
 // The calling thread's last error: set by a failing operation of this layer, never cleared by a success.
 MORROW_PLATFORM_API std::uint32_t LastError() noexcept;
 MORROW_PLATFORM_API void SetLastError(std::uint32_t error) noexcept;
+
+// The text of a code as the table holds it, with its line end, inserts unexpanded; empty when there is none.
+// A status that carries an error code (0x8007xxxx) has that error's text.
+MORROW_PLATFORM_API std::u16string_view MessageText(std::uint32_t code) noexcept;
 
 } // namespace platform

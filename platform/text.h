@@ -125,4 +125,13 @@ inline std::u16string FromUtf8(std::string_view bytes) {
     return ToWide(bytes, kCodePageUtf8);
 }
 
+// Control characters and bytes that are no UTF-8 made visible: names in a line come from outside, and a
+// terminal obeys what it is sent.
+MORROW_PLATFORM_API std::string Printable(std::string_view text);
+
+// The standard alphabet of RFC 4648, section 4, with padding and without line breaks. Reading gives nothing
+// for a text that has another character or one digit too many; the padding may be missing.
+MORROW_PLATFORM_API std::string Base64(std::string_view bytes);
+MORROW_PLATFORM_API std::optional<std::string> DecodeBase64(std::string_view text);
+
 } // namespace platform

@@ -203,6 +203,8 @@ bool RefuseNull(WorkItem function) noexcept {
     return function == nullptr;
 }
 
+std::atomic<std::int64_t> g_clockOffset{0}; // seconds
+
 } // namespace
 
 bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t /*flags*/) noexcept {
@@ -239,6 +241,14 @@ std::uint32_t CurrentThreadId() noexcept {
 
 std::uint32_t CurrentProcessId() noexcept {
     return static_cast<std::uint32_t>(::getpid());
+}
+
+std::int64_t SecondsSinceEpoch() noexcept {
+    return static_cast<std::int64_t>(std::time(nullptr)) + g_clockOffset.load(std::memory_order_relaxed);
+}
+
+void AdvanceClockForTesting(std::int64_t seconds) noexcept {
+    g_clockOffset.fetch_add(seconds, std::memory_order_relaxed);
 }
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// Threads and the pool of work items.
+// Threads, the pool of work items, and time.
 #pragma once
 
 #include <cstddef>
@@ -31,5 +31,10 @@ MORROW_PLATFORM_API bool WaitForWorkItems(std::uint32_t milliseconds) noexcept;
 MORROW_PLATFORM_API void Sleep(std::uint32_t milliseconds) noexcept;
 MORROW_PLATFORM_API std::uint32_t CurrentThreadId() noexcept;
 MORROW_PLATFORM_API std::uint32_t CurrentProcessId() noexcept;
+
+// The wall clock: whole seconds since 1970.
+MORROW_PLATFORM_API std::int64_t SecondsSinceEpoch() noexcept;
+// Moves what SecondsSinceEpoch gives, for the whole process.
+MORROW_PLATFORM_API void AdvanceClockForTesting(std::int64_t seconds) noexcept;
 
 } // namespace platform

@@ -20,9 +20,9 @@
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
+#include "platform/folders.h"
 #include "platform/options.h"
 #include "platform/resources.h"
-#include "platform/temporary_folder.h"
 
 namespace {
 

@@ -19,7 +19,6 @@
 #include "interfaces/IVideoSource.h"
 #include "interfaces/IWebHandler.h"
 #include "interfaces/Registration.h"
-#include "platform/categories.h"
 #include "platform/folders.h"
 #include "platform/modules.h"
 #include "platform/registry.h"

@@ -9,9 +9,4 @@ struct StartError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The same, for arguments that make no sense.
-struct MisuseError : StartError {
-    using StartError::StartError;
-};
-
 } // namespace host

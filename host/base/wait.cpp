@@ -12,11 +12,6 @@
 
 namespace host {
 
-void Descriptor::Close() noexcept {
-    if (m_fd >= 0)
-        ::close(std::exchange(m_fd, -1));
-}
-
 Wakeup::Wakeup() : m_fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!m_fd)
         throw std::system_error(errno, std::generic_category(), "eventfd");

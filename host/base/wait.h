@@ -6,35 +6,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <utility>
+
+#include "platform/descriptor.h"
 
 namespace host {
 
 using Clock = std::chrono::steady_clock;
 
-// Owner of one descriptor.
-class Descriptor {
-public:
-    Descriptor() noexcept = default;
-    explicit Descriptor(int fd) noexcept : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        if (this != &other) {
-            Close();
-            m_fd = std::exchange(other.m_fd, -1);
-        }
-        return *this;
-    }
-    ~Descriptor() { Close(); }
-
-    [[nodiscard]] int Get() const noexcept { return m_fd; }
-    explicit operator bool() const noexcept { return m_fd >= 0; }
-    [[nodiscard]] int Release() noexcept { return std::exchange(m_fd, -1); }
-    void Close() noexcept;
-
-private:
-    int m_fd = -1;
-};
+using platform::Descriptor;
 
 // A descriptor that can be waited for and becomes readable when somebody signals. Signals add up to one.
 class Wakeup {

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "interfaces/Registration.h"
-#include "platform/categories.h"
 #include "platform/modules.h"
 #include "platform/threads.h"
 

@@ -1,6 +1,5 @@
 #include "host/http/basic.h"
 
-#include "platform/base64.h"
 #include "platform/text.h"
 
 namespace host {

@@ -13,24 +13,6 @@
 
 namespace host {
 
-std::string Printable(std::string_view text) {
-    // Through wide text, which replaces what is no UTF-8.
-    const std::string clean = platform::ToUtf8(platform::FromUtf8(text));
-    std::string result;
-    result.reserve(clean.size());
-    for (const char c : clean) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 32 && byte != 127) {
-            result += c;
-            continue;
-        }
-        std::array<char, 8> escape{};
-        std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte));
-        result += escape.data();
-    }
-    return result;
-}
-
 Console::Console() : m_journal(IsJournal(STDERR_FILENO)) {}
 
 void Console::Say(std::string_view line) {

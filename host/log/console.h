@@ -5,11 +5,11 @@
 #include <string>
 #include <string_view>
 
+#include "platform/text.h"
+
 namespace host {
 
-// Control characters and bytes that are no UTF-8 made visible: names in a line come from outside, and a
-// terminal obeys what it is sent.
-std::string Printable(std::string_view text);
+using platform::Printable;
 
 class Console {
 public:

@@ -490,8 +490,8 @@ int SetLanguage(const Options& options) {
     LogNote(module);
     const auto languages = Languages();
     if (std::ranges::count(languages, options.language, &Language::code) == 0)
-        throw MisuseError("--language takes one of " + LanguageCodes() + ", not \"" + options.language +
-                          "\"");
+        throw platform::UsageError("--language takes one of " + LanguageCodes() + ", not \"" +
+                                   options.language + "\"");
     if (FAILED(SetConfiguredLanguage(options.language)))
         throw StartError("cannot write " + data.File("registry"));
     Console::Get().Say("The language \"" + options.language +

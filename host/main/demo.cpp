@@ -1,15 +1,10 @@
 #include "host/main/demo.h"
 
 #include <array>
-#include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <filesystem>
-#include <optional>
 
 #include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/base/start_error.h"
@@ -22,22 +17,6 @@ namespace {
 constexpr std::chrono::milliseconds kWatchInterval{100};
 constexpr std::chrono::seconds kRestartAfter{1};
 constexpr std::chrono::milliseconds kEndWithin{5000};
-
-// In the child, between fork and exec: calls that are safe there only.
-[[noreturn]] void BecomePhone(char* const* arguments, int output, pid_t parent) {
-    ::setpgid(0, 0); // Ctrl-C is for the host, which then ends its phones in order
-    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (::getppid() != parent)
-        ::_exit(1);
-    sigset_t none;
-    sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    const int nothing = ::open("/dev/null", O_RDONLY);
-    ::dup2(nothing, STDIN_FILENO);
-    ::dup2(output, STDOUT_FILENO);
-    ::execv(arguments[0], arguments);
-    ::_exit(127);
-}
 
 // Which of the cameras the viewing phone watches.
 constexpr std::string_view kWatched = "yard";
@@ -125,12 +104,12 @@ void DemoPhones::Supervise() {
     do {
         for (Phone& phone : m_phones) {
             ReadOutput(phone);
-            if (phone.pid > 0 && Collect(phone)) {
+            if (phone.process && Collect(phone)) {
                 Console::Get().Log("demo",
                                    "a phone has ended (" + phone.arguments[0] + "); starting it again");
                 phone.startAt = Clock::now() + kRestartAfter;
             }
-            if (phone.pid <= 0 && Clock::now() >= phone.startAt)
+            if (!phone.process && Clock::now() >= phone.startAt)
                 Start(phone);
         }
     } while (WaitFor({.stop = &m_stop}, Clock::now() + kWatchInterval) != Waited::Stopped);
@@ -139,26 +118,20 @@ void DemoPhones::Supervise() {
 
 void DemoPhones::Start(Phone& phone) {
     phone.startAt = Clock::now() + kRestartAfter; // in case that it cannot be started
-    std::vector<std::string> texts{m_program};
-    texts.insert(texts.end(), phone.arguments.begin(), phone.arguments.end());
-    texts.insert(texts.end(), {"--server", m_server, "--password", std::string(kDemoPassword)});
-    std::vector<char*> arguments;
-    arguments.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        arguments.push_back(text.data());
-    arguments.push_back(nullptr);
+    std::vector<std::string> arguments{m_program};
+    arguments.insert(arguments.end(), phone.arguments.begin(), phone.arguments.end());
+    arguments.insert(arguments.end(), {"--server", m_server, "--password", std::string(kDemoPassword)});
     std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         return;
     Descriptor reading(ends[0]);
     const Descriptor writing(ends[1]);
-    const pid_t parent = ::getpid();
-    const pid_t pid = ::fork();
-    if (pid == 0)
-        BecomePhone(arguments.data(), writing.Get(), parent);
-    if (pid < 0)
+    ::fcntl(reading.Get(), F_SETFL, O_NONBLOCK);
+    phone.process = platform::Process::Start(
+        arguments,
+        platform::ProcessSetup{.output = writing.Get(), .keepsErrors = true, .endsWithStarter = true});
+    if (!phone.process)
         return;
-    phone.pid = pid;
     phone.output = std::move(reading);
     phone.unread.clear();
     phone.told = false;
@@ -190,35 +163,32 @@ void DemoPhones::Hear(Phone& phone, std::string_view line) {
 }
 
 bool DemoPhones::Collect(Phone& phone) {
-    int status = 0;
-    const pid_t ended = ::waitpid(phone.pid, &status, WNOHANG);
-    if (ended == 0 || (ended < 0 && errno == EINTR))
+    if (!phone.process->Wait(0))
         return false;
-    phone.pid = -1;
+    Finish(phone);
+    return true;
+}
+
+void DemoPhones::Finish(Phone& phone) {
+    phone.process.reset();
     // The child is gone: what it said last lies in the pipe.
     ReadOutput(phone);
     phone.output.Close();
     phone.result.complete = phone.result.complete && phone.told;
-    return true;
 }
 
 void DemoPhones::EndAll() {
     for (const Phone& phone : m_phones) {
-        if (phone.pid > 0)
-            ::kill(phone.pid, SIGTERM);
+        if (phone.process)
+            phone.process->AskToEnd();
     }
     const auto deadline = Clock::now() + kEndWithin;
-    bool killed = false;
     for (Phone& phone : m_phones) {
-        while (phone.pid > 0 && !Collect(phone)) {
-            if (!killed && Clock::now() > deadline) {
-                killed = true;
-                for (const Phone& late : m_phones) {
-                    if (late.pid > 0)
-                        ::kill(late.pid, SIGKILL);
-                }
-            }
-            (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(5));
+        while (phone.process && !Collect(phone)) {
+            if (Clock::now() > deadline)
+                Finish(phone);
+            else
+                (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(5));
         }
     }
 }

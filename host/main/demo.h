@@ -3,16 +3,16 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include <sys/types.h>
-
 #include "host/base/wait.h"
 #include "host/users/cameras.h"
 #include "host/users/user_store.h"
+#include "platform/process.h"
 
 namespace host {
 
@@ -58,7 +58,7 @@ private:
     struct Phone {
         std::vector<std::string> arguments{}; // behind the program's name
         DemoPhoneResult result{};
-        pid_t pid = -1;
+        std::optional<platform::Process> process{};
         Descriptor output{};
         std::string unread{}; // of its output, the line that has begun
         bool told = false;    // its count, in this run
@@ -71,6 +71,8 @@ private:
     void Hear(Phone& phone, std::string_view line);
     // Whether the child has ended.
     bool Collect(Phone& phone);
+    // Counts what a run has told. A child that still runs is ended at once.
+    void Finish(Phone& phone);
     void EndAll();
 
     const std::string m_program;

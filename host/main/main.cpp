@@ -1,25 +1,10 @@
 #include <csignal>
-#include <exception>
-#include <span>
-#include <string>
-#include <string_view>
 
-#include <unistd.h>
-
-#include "host/base/start_error.h"
 #include "host/log/console.h"
 #include "host/main/application.h"
 #include "host/main/options.h"
 
 namespace {
-
-constexpr int kFailed = 1;
-constexpr int kMisuse = 2;
-
-void Complain(std::string_view what) {
-    const std::string line = "morrowstream-host: " + host::Printable(what) + "\n";
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line.data(), line.size());
-}
 
 int Run(const host::Options& options) {
     switch (options.command) {
@@ -36,12 +21,12 @@ int Run(const host::Options& options) {
         return host::ChangeRegistration(options);
     case host::Command::Help:
         host::Console::Get().Say(host::kHelpText.substr(0, host::kHelpText.size() - 1));
-        return 0;
+        return platform::kExitDone;
     case host::Command::Version:
         host::Console::Get().Say("morrowstream-host " MORROWSTREAM_VERSION);
-        return 0;
+        return platform::kExitDone;
     }
-    return kMisuse;
+    return platform::kExitMisuse;
 }
 
 } // namespace
@@ -54,20 +39,6 @@ int main(int count, char** values) {
     sigaddset(&signals, SIGTERM);
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
-    host::Options options;
-    try {
-        options = host::ParseOptions({values + (count > 0 ? 1 : 0), values + count});
-    } catch (const host::StartError& error) {
-        Complain(std::string(error.what()) + "; see morrowstream-host --help");
-        return kMisuse;
-    }
-    try {
-        return Run(options);
-    } catch (const host::MisuseError& error) {
-        Complain(std::string(error.what()) + "; see morrowstream-host --help");
-        return kMisuse;
-    } catch (const std::exception& error) {
-        Complain(error.what());
-        return kFailed;
-    }
+    return platform::RunProgram("morrowstream-host", count, values,
+                                [](auto arguments) { return Run(host::ParseOptions(arguments)); });
 }

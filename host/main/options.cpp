@@ -1,11 +1,7 @@
 #include "host/main/options.h"
 
-#include <algorithm>
-#include <charconv>
-#include <functional>
-#include <map>
+#include <vector>
 
-#include "host/base/start_error.h"
 #include "host/settings/language.h"
 
 namespace host {
@@ -45,16 +41,6 @@ pictures were lost. 2: arguments that make no sense.
 
 namespace {
 
-template <class Number>
-Number ParseNumber(std::string_view option, std::string_view text, Number least, Number most) {
-    Number value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc{} || end != text.data() + text.size() || value < least || value > most)
-        throw StartError(std::string(option) + " takes a number from " + std::to_string(least) + " to " +
-                         std::to_string(most) + ", not \"" + std::string(text) + "\"");
-    return value;
-}
-
 // What is to be done in place of serving, each with its one value.
 struct CommandOption {
     std::string_view name;
@@ -71,68 +57,45 @@ constexpr CommandOption kCommands[] = {
 
 } // namespace
 
-Options ParseOptions(std::span<const char* const> arguments) {
+Options ParseOptions(std::span<const std::string_view> arguments) {
     Options options;
-    bool kindGiven = false;
-    using Value = std::string_view;
-    const std::map<std::string_view, std::function<void()>> flags{
-        {"--help", [&] { options.command = Command::Help; }},
-        {"--version", [&] { options.command = Command::Version; }},
-        {"--demo", [&] { options.demo = true; }},
-        {"--quiet", [&] { options.verbosity = Verbosity::Quiet; }},
-        {"--verbose", [&] { options.verbosity = Verbosity::Verbose; }},
-    };
-    std::map<std::string_view, std::function<void(Value)>> values{
+    std::optional<UserKind> kind;
+    using platform::SomeText;
+    std::vector<platform::Option> table{
+        {"--help", [&](auto, auto) { options.command = Command::Help; }, true},
+        {"--version", [&](auto, auto) { options.command = Command::Version; }, true},
+        platform::Flag("--demo", options.demo),
+        {"--quiet", [&](auto, auto) { options.verbosity = Verbosity::Quiet; }, true},
+        {"--verbose", [&](auto, auto) { options.verbosity = Verbosity::Verbose; }, true},
         {"--listen",
-         [&](Value value) {
+         [&](auto name, auto value) {
              const auto endpoint = Endpoint::Parse(value);
              if (!endpoint)
-                 throw StartError("--listen takes ADDR:PORT with a numeric address, not \"" +
-                                  std::string(value) + "\"");
+                 throw platform::WrongValue(name, "ADDR:PORT with a numeric address", value);
              options.listen = *endpoint;
          }},
-        {"--data", [&](Value value) { options.data = value; }},
-        {"--seconds",
-         [&](Value value) { options.seconds = ParseNumber("--seconds", value, 1U, 31'536'000U); }},
-        {"--files", [&](Value value) { options.files = value; }},
-        {"--pictures", [&](Value value) { options.pictures = value; }},
+        {"--data", SomeText(options.data)},
+        {"--seconds", platform::NumberFrom(1U, 31'536'000U, options.seconds)},
+        {"--files", SomeText(options.files)},
+        {"--pictures", SomeText(options.pictures)},
         {"--kind",
-         [&](Value value) {
-             const auto kind = KindFromName(value);
+         [&](auto name, auto value) {
+             kind = KindFromName(value);
              if (!kind)
-                 throw StartError("--kind takes admin, viewer or phone, not \"" + std::string(value) + "\"");
-             options.userKind = *kind;
-             kindGiven = true;
+                 throw platform::WrongValue(name, "admin, viewer or phone", value);
          }},
-        {"--max-connections",
-         [&](Value value) {
-             options.limits.maxConnections = ParseNumber<std::size_t>("--max-connections", value, 1, 100'000);
-         }},
-        {"--max-per-address",
-         [&](Value value) {
-             options.limits.maxPerAddress = ParseNumber<std::size_t>("--max-per-address", value, 1, 100'000);
-         }},
+        {"--max-connections", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxConnections)},
+        {"--max-per-address", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxPerAddress)},
     };
     for (const CommandOption& option : kCommands)
-        values[option.name] = [&options, &option](Value value) {
-            options.command = option.command;
-            options.*option.value = value;
-        };
-    for (std::size_t at = 0; at < arguments.size(); ++at) {
-        const std::string name = arguments[at];
-        if (const auto flag = flags.find(name); flag != flags.end()) {
-            flag->second();
-            continue;
-        }
-        const auto value = values.find(name);
-        if (value == values.end())
-            throw StartError("unknown argument \"" + name + "\"");
-        if (++at == arguments.size() || *arguments[at] == '\0')
-            throw StartError(name + " needs a value");
-        value->second(arguments[at]);
-    }
-    if ((options.command == Command::AddUser) != kindGiven)
-        throw StartError("--add-user and --kind go together");
+        table.push_back({option.name, [&options, &option](auto name, auto value) {
+                             options.command = option.command;
+                             SomeText(options.*option.value)(name, value);
+                         }});
+    platform::ReadOptions(arguments, table);
+    if ((options.command == Command::AddUser) != kind.has_value())
+        throw platform::UsageError("--add-user and --kind go together");
+    options.userKind = kind.value_or(options.userKind);
     return options;
 }
 

@@ -11,6 +11,7 @@
 #include "host/http/limits.h"
 #include "host/log/log_engine.h"
 #include "host/users/user_store.h"
+#include "platform/options.h"
 
 namespace host {
 
@@ -35,7 +36,7 @@ struct Options {
 
 extern const std::string_view kHelpText;
 
-// Throws StartError that names the argument which is wrong.
-Options ParseOptions(std::span<const char* const> arguments);
+// Throws UsageError that names the argument which is wrong.
+Options ParseOptions(std::span<const std::string_view> arguments);
 
 } // namespace host

@@ -10,10 +10,10 @@
 #include "interfaces/ICamSettings.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IInfo.h"
-#include "platform/clock.h"
 #include "platform/com.h"
 #include "platform/sync.h"
 #include "platform/text.h"
+#include "platform/threads.h"
 
 // Holds a name, a size class and a password, the one connected sink, and the source that receives the phone's
 // frames. Sink and phone come and go independently: frames that arrive without a sink are read and dropped.

@@ -6,9 +6,9 @@
 #include "Common/Utils/LocalizeEx.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
+#include "platform/folders.h"
 #include "platform/process.h"
 #include "platform/resources.h"
-#include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"
 

@@ -12,7 +12,7 @@
 #include "Common/ProcessStateTree/ProcessStateTreeSDK/ProcessStateTreeEx.h"
 #include "image/ImageCodec.h"
 #include "interfaces/IWebServer.h"
-#include "platform/base64.h"
+#include "platform/text.h"
 #include "platform/threads.h"
 #include "runtime/trace/Trace.h"
 

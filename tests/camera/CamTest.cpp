@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "camera/VideoFrame.h"
-#include "platform/clock.h"
 #include "platform/threads.h"
 #include "support/Jpeg.h"
 #include "support/NoThreads.h"

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "host/base/start_error.h"
 #include "host/http/own_address.h"
 #include "host/main/options.h"
 
@@ -18,9 +16,7 @@ namespace {
 Options Parse(const std::string& line) {
     std::istringstream stream(line);
     const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
-    std::vector<const char*> arguments;
-    std::ranges::transform(words, std::back_inserter(arguments), &std::string::c_str);
-    return ParseOptions(arguments);
+    return ParseOptions(std::vector<std::string_view>(words.begin(), words.end()));
 }
 
 TEST(Options, GoodOnesAreRead) {
@@ -55,7 +51,7 @@ TEST(Options, BadOnesAreNamed) {
         try {
             (void)Parse(arguments);
             ADD_FAILURE() << line;
-        } catch (const StartError& error) {
+        } catch (const platform::UsageError& error) {
             EXPECT_STREQ(error.what(), line);
         }
     }

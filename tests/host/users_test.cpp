@@ -11,8 +11,8 @@
 #include "host/users/authenticator.h"
 #include "host/users/password.h"
 #include "host/users/throttle.h"
-#include "platform/base64.h"
 #include "platform/files.h"
+#include "platform/text.h"
 #include "support/temp_folder.h"
 
 namespace host {

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
+#include "platform/folders.h"
 #include "platform/resources.h"
-#include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
 #include "support/CodePage.h"

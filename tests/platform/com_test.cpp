@@ -9,14 +9,13 @@
 #include <span>
 #include <thread>
 
-#include "platform/categories.h"
+#include "platform/com.h"
 #include "platform/files.h"
-#include "platform/guid.h"
 #include "platform/interface_table.h"
 #include "platform/library.h"
-#include "platform/memory.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
+#include "platform/resources.h"
 #include "platform/status.h"
 #include "platform/text.h"
 #include "support/Fake.h"

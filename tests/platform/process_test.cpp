@@ -1,18 +1,19 @@
 #include "platform/process.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
-#include "platform/file.h"
 #include "platform/files.h"
+#include "platform/folders.h"
 #include "platform/status.h"
-#include "platform/temporary_folder.h"
 #include "platform/text.h"
 #include "support/Wait.h"
 #include "support/temp_folder.h"
@@ -85,6 +86,34 @@ TEST(ProcessTest, EndsWhatTakesTooLongWithAllThatItStarted) {
         const auto status = platform::ReadWholeFile("/proc/" + std::to_string(child) + "/status");
         return !status || status->find("State:\tZ") != std::string::npos;
     }));
+}
+
+TEST(ProcessTest, IsHeardAndEndsWhenAskedOrWithItsStarter) {
+    int ends[2];
+    ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+    const platform::Descriptor reading(ends[0]);
+    platform::Descriptor writing(ends[1]);
+    auto process =
+        Process::Start(Shell("trap 'echo asked; exit' TERM; echo ready; while :; do sleep 0.01; done"),
+                       platform::ProcessSetup{.output = writing.Get()});
+    ASSERT_TRUE(process);
+    writing.Close();
+    const auto hear = [&] {
+        char bytes[64];
+        return std::string(
+            bytes, static_cast<std::size_t>(std::max<ssize_t>(0, ::read(ends[0], bytes, sizeof bytes))));
+    };
+    EXPECT_EQ("ready\n", hear());
+    process->AskToEnd();
+    EXPECT_TRUE(process->Wait(20000));
+    EXPECT_EQ("asked\n", hear());
+    EXPECT_EQ("", hear()) << "nobody else has the other end";
+
+    std::thread([&] {
+        process = Process::Start({"/bin/sleep", "600"}, platform::ProcessSetup{.endsWithStarter = true});
+    }).join();
+    ASSERT_TRUE(process);
+    EXPECT_TRUE(process->Wait(20000));
 }
 
 TEST(ProcessTest, TellsWhyItCannotStart) {

@@ -8,10 +8,9 @@
 #include <cstring>
 #include <new>
 
-#include "platform/base64.h"
 #include "platform/locale.h"
-#include "platform/messages.h"
 #include "platform/status.h"
+#include "platform/text.h"
 
 namespace {
 

@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include "platform/file.h"
 #include "platform/files.h"
 #include "platform/text.h"
 #include "support/Zip.h"

@@ -13,7 +13,6 @@
 #include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
 #include "interfaces/Registration.h"
-#include "platform/categories.h"
 #include "platform/files.h"
 #include "platform/locale.h"
 #include "platform/modules.h"

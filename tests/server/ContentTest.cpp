@@ -14,7 +14,7 @@
 
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
-#include "platform/temporary_folder.h"
+#include "platform/folders.h"
 #include "runtime/archive/Archive.h"
 #include "support/ComponentTest.h"
 #include "support/ConfigText.h"

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "Common/Utils/LocalizeEx.h"
-#include "platform/memory.h"
 #include "platform/resources.h"
 #include "tools/rescomp/image_writer.h"
 

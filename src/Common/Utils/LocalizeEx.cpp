@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "platform/library.h"
-#include "platform/memory.h"
 #include "platform/registry.h"
+#include "platform/resources.h"
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"
 

@@ -13,12 +13,8 @@ constexpr std::size_t kNameLimit = 256;
 // The part of a stored name that callers see.
 constexpr std::size_t kShownNameBytes = 260;
 
-constexpr char FoldCase(char c) noexcept {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 bool SameName(std::string_view stored, std::string_view name, bool bIgnoreCase) noexcept {
-    return bIgnoreCase ? std::ranges::equal(stored, name, {}, FoldCase, FoldCase) : stored == name;
+    return bIgnoreCase ? platform::EqualsIgnoringCase(stored, name) : stored == name;
 }
 
 // Names are taken in the system's code page whatever bit 11 of an item's flags (UTF-8) says, since a name

@@ -5,7 +5,7 @@
 #include <memory>
 #include <span>
 
-#include "platform/file.h"
+#include "platform/files.h"
 
 // Positions are 32 bits wide, as in the format. Not to be shared between threads.
 class CArchiveSource {

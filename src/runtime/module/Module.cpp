@@ -4,11 +4,10 @@
 #include <filesystem>
 
 #include "interfaces/Registration.h"
-#include "platform/categories.h"
-#include "platform/guid.h"
+#include "platform/com.h"
 #include "platform/library.h"
 #include "platform/locale.h"
-#include "platform/memory.h"
+#include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/scope.h"
 #include "platform/text.h"

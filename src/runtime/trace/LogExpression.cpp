@@ -3,7 +3,7 @@
 #include <span>
 #include <string_view>
 
-#include "platform/messages.h"
+#include "platform/status.h"
 #include "platform/text.h"
 #include "runtime/trace/Format.h"
 #include "runtime/trace/StatusException.h"

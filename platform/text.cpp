@@ -1,15 +1,34 @@
-#include "platform/base64.h"
+// Texts as protocols and terminals want them.
+
+#include "platform/text.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
+#include <array>
+#include <cstdio>
 
 namespace platform {
+
 namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 } // namespace
+
+std::string Printable(std::string_view text) {
+    // Through wide text, which replaces what is no UTF-8.
+    std::string result;
+    for (const char c : ToUtf8(FromUtf8(text))) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 32 && byte != 127) {
+            result += c;
+            continue;
+        }
+        std::array<char, 8> escape{};
+        std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte));
+        result += escape.data();
+    }
+    return result;
+}
 
 std::string Base64(std::string_view bytes) {
     std::string text;
@@ -37,11 +56,11 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
         const std::size_t digit = kAlphabet.find(c);
         if (digit == std::string_view::npos)
             return std::nullopt;
-        bits = bits << 6U | static_cast<std::uint32_t>(digit);
+        bits = bits << 6 | static_cast<std::uint32_t>(digit);
         count += 6;
         if (count >= 8) {
             count -= 8;
-            bytes += static_cast<char>(bits >> count & 0xFFU);
+            bytes += static_cast<char>(bits >> count & 0xFF);
         }
     }
     return count < 6 ? std::optional(bytes) : std::nullopt;
