@@ -61,7 +61,7 @@ class MobileTest(case.BrowserCase):
         self.browser.wait(f"the download of {name}", lambda: os.path.exists(path))
         with zipfile.ZipFile(path) as archive:
             self.assertIsNone(archive.testzip())
-            manifest = archive.read("META-INF/manifest.mf")
+            manifest = archive.read("META-INF/MANIFEST.MF")
         for line in (b"LOGIN: yard\r\nPSW: demo\r\n", *lines):
             self.assertIn(line, manifest)
 
