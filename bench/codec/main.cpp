@@ -16,7 +16,7 @@ struct Options {
     std::string filter;
     std::string json;
     double seconds = 2;
-    int level = -1; // the best one that the processor has
+    std::string level; // empty: the best one that the processor has
     bool list = false;
     bool help = false;
 };
@@ -29,7 +29,7 @@ Options Read(std::span<const std::string_view> arguments) {
         {"--case", platform::Text(name)},
         {"--json", platform::Text(options.json)},
         {"--seconds", platform::NumberFrom(0.001, 3600.0, options.seconds)},
-        {"--level", platform::NumberFrom(0, 4, options.level)},
+        {"--level", platform::Text(options.level)},
         platform::Flag("--list", options.list),
     };
     options.help = !platform::ReadOptions(arguments, table);
@@ -37,14 +37,11 @@ Options Read(std::span<const std::string_view> arguments) {
     return options;
 }
 
-void ChooseLevel(int level) {
+void ChooseLevel(const std::string& level) {
     ippStaticInit();
     g_nCodecStartState = 0;
-    if (level < 0)
-        return;
-    if (level > g_nKernelLevel)
-        throw platform::UsageError("this processor has no level " + std::to_string(level));
-    g_nKernelLevel = level;
+    if (!level.empty() && ippSelectVariant(level.c_str()) != ippStsNoErr)
+        throw platform::UsageError("this processor has no level " + level);
 }
 
 int Compare(const Options& options) {
@@ -73,8 +70,10 @@ int Compare(const Options& options) {
         return platform::kExitDone;
     if (results.empty())
         throw platform::UsageError("no case has a name like " + options.filter);
+    const char* set = "";
+    ippxVariant(&set);
     if (!options.json.empty())
-        bench::WriteJson(options.json, g_nKernelLevel, results);
+        bench::WriteJson(options.json, g_nKernelLevel, set, results);
     return right ? platform::kExitDone : platform::kExitFailed;
 }
 

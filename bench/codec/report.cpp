@@ -24,12 +24,14 @@ void PrintLine(const Result& result) {
 }
 
 // Names and faults are made here and hold nothing that JSON would want to be escaped.
-void WriteJson(const std::string& path, int level, const std::vector<Result>& results) {
+void WriteJson(const std::string& path, int level, const std::string& set,
+               const std::vector<Result>& results) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
     if (!file)
         throw std::runtime_error("cannot write " + path);
-    std::fprintf(file.get(), "{\n  \"peer\": \"libjpeg-turbo %d\",\n  \"level\": %d,\n  \"cases\": [",
-                 LIBJPEG_TURBO_VERSION_NUMBER, level);
+    std::fprintf(file.get(),
+                 "{\n  \"peer\": \"libjpeg-turbo %d\",\n  \"level\": %d,\n  \"set\": \"%s\",\n  \"cases\": [",
+                 LIBJPEG_TURBO_VERSION_NUMBER, level, set.c_str());
     for (const Result& result : results) {
         std::fprintf(file.get(), "%s\n    {\"name\": \"%s\", \"frames\": %zu, \"bytes\": %.1f",
                      &result == results.data() ? "" : ",", result.name.c_str(), result.frames, result.bytes);

@@ -22,6 +22,8 @@ struct Result {
 };
 
 void PrintLine(const Result& result);
-void WriteJson(const std::string& path, int level, const std::vector<Result>& results);
+// level and set are those of the kernels (image/kernels/Level.h).
+void WriteJson(const std::string& path, int level, const std::string& set,
+               const std::vector<Result>& results);
 
 } // namespace bench

@@ -6,11 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-
 namespace samples {
-
-using Block = std::array<std::int16_t, 64>;
 
 struct HuffmanTable {
     std::uint8_t aBits[16] = {};

@@ -3,6 +3,7 @@
 
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
+#include "image/kernels/Level.h"
 
 #include <gtest/gtest.h>
 
@@ -116,18 +117,19 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
         const FrameBlock block = Decode(jpeg);
         ASSERT_TRUE(block);
 
-        const int nYStep = w + 5, nCStep = w / 2 + 3;
+        const int nYStep = w + 5, nCrStep = w / 2 + 3, nCbStep = w / 2 + 7;
         const auto bytes = [](int nStep, int nRows, int nColumns) {
             return Bytes(static_cast<std::size_t>(nRows == 0 ? 0 : nStep * (nRows - 1) + nColumns), 0xEE);
         };
         // A grey stream's neutral chroma fills half the height times the stride.
         const bool bGrey = recipe.nComponents == 1;
         Bytes y = bytes(nYStep, h, w);
-        Bytes cr =
-            bGrey ? Bytes(static_cast<std::size_t>(h * nCStep / 2), 0xEE) : bytes(nCStep, h / 2, w / 2);
-        Bytes cb = cr;
-        ASSERT_EQ(DecodeJpegYV12(jpeg.data(), nSize, y.data(), nYStep, cr.data(), nCStep, cb.data(), nCStep),
-                  0);
+        const auto chroma = [&](int nStep) {
+            return bGrey ? Bytes(static_cast<std::size_t>(h * nStep / 2), 0xEE) : bytes(nStep, h / 2, w / 2);
+        };
+        Bytes cr = chroma(nCrStep), cb = chroma(nCbStep);
+        ASSERT_EQ(
+            DecodeJpegYV12(jpeg.data(), nSize, y.data(), nYStep, cr.data(), nCrStep, cb.data(), nCbStep), 0);
         const auto expect = [](const Bytes& plane, const std::uint8_t* pWanted, int nStep, int nRowBytes) {
             for (std::size_t i = 0; i < plane.size(); ++i) {
                 const int nRow = static_cast<int>(i) / nStep, nColumn = static_cast<int>(i) % nStep;
@@ -137,10 +139,10 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
         expect(y, block.Planes(), nYStep, w);
         if (bGrey) {
             EXPECT_EQ(cr, Bytes(cr.size(), 128));
-            EXPECT_EQ(cb, cr);
+            EXPECT_EQ(cb, Bytes(cb.size(), 128));
         } else {
-            expect(cr, block.Planes() + w * h, nCStep, w / 2);
-            expect(cb, block.Planes() + w * h + w * h / 4, nCStep, w / 2);
+            expect(cr, block.Planes() + w * h, nCrStep, w / 2);
+            expect(cb, block.Planes() + w * h + w * h / 4, nCbStep, w / 2);
         }
         // Of colour the luma, which the fallback engine reads.
         Bytes grey = bytes(nYStep, h, w);
@@ -197,11 +199,28 @@ TEST(Codec, LargestPictureFromAFewBytes) {
     EXPECT_EQ(std::count(block.Planes(), block.Planes() + nImage, 128), static_cast<std::ptrdiff_t>(nImage));
 }
 
+// The level and the instruction set that this processor should get, by the compiler's own account of it.
+std::string WantedVariant() {
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx")) {
+        const bool bWide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+                           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("lzcnt") &&
+                           __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("movbe");
+        return bWide ? "4 AVX2" : "4 AVX";
+    }
+    return __builtin_cpu_supports("sse4.1")  ? "3 SSE4.1"
+           : __builtin_cpu_supports("ssse3") ? "2 SSSE3"
+           : __builtin_cpu_supports("sse3")  ? "1 SSE2"
+                                             : "0 C++";
+}
+
 TEST(Codec, FirstUseStartsTheKernelsOnAnyThread) {
     const Bytes jpeg = Encode({.nWidth = 100});
+    ASSERT_EQ(ippSelectVariant("0"), ippStsNoErr);
+    g_nCodecStartState = ImageOk;
     const FrameBlock wanted = Decode(jpeg);
     ASSERT_TRUE(wanted);
-    EXPECT_EQ(g_nCodecStartState, 0);
+    EXPECT_EQ(g_nKernelLevel, 0) << "started twice";
     g_nCodecStartState = 1;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
@@ -216,10 +235,15 @@ TEST(Codec, FirstUseStartsTheKernelsOnAnyThread) {
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(g_nCodecStartState, 0);
+    const char* szSet = "";
+    ASSERT_EQ(ippxVariant(&szSet), ippStsNoErr);
+    EXPECT_EQ(std::to_string(g_nKernelLevel) + " " + szSet, WantedVariant());
     g_nCodecStartState = -3;
     EXPECT_FALSE(Decode(jpeg));
     std::uint8_t nByte = 0;
+    std::int32_t nSize = 0;
     EXPECT_EQ(DecodeJpegGrey(jpeg.data(), 1, &nByte, 1), -3);
+    EXPECT_EQ(EncodeJpegGrey(&nByte, 1, 1, 75, &nByte, 1, &nSize, 1), -3);
     g_nCodecStartState = 0;
 }
 

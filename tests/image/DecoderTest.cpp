@@ -341,7 +341,10 @@ TEST_P(ProgressiveLevels, EveryTruncationIsRefused) {
     }
 }
 
-TEST_P(ProgressiveLevels, DamageIsRefusedOrDecoded) {
+using ProgressiveAboveZero = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, ProgressiveAboveZero, KernelLevelsAboveZero(), KernelLevelName);
+
+TEST_P(ProgressiveAboveZero, DamageIsRefusedOrDecoded) {
     const Bytes jpeg = Sample();
     std::minstd_rand random(3);
     int nRefused = 0;
@@ -351,11 +354,12 @@ TEST_P(ProgressiveLevels, DamageIsRefusedOrDecoded) {
             damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random() >> 8);
         const Decode picture(damaged);
         // The fast ways leave to the others what only those can judge: no level sees another picture.
-        const int nLevel = g_nKernelLevel.exchange(0);
-        const Decode atZero(damaged);
-        g_nKernelLevel = nLevel;
-        ASSERT_EQ(picture.eData, atZero.eData) << n;
-        ASSERT_EQ(picture.y, atZero.y) << n;
+        const auto atZero = AtLevelZero([&] {
+            const Decode decode(damaged);
+            return std::pair(decode.eData, decode.y);
+        });
+        ASSERT_EQ(picture.eData, atZero.first) << n;
+        ASSERT_EQ(picture.y, atZero.second) << n;
         nRefused += picture.eHeader != JPEG_OK || picture.eData != JPEG_OK ? 1 : 0;
     }
     EXPECT_GT(nRefused, 100);

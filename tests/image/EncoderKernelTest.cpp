@@ -68,7 +68,6 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
         {-5, ippiEncodeMcus_JPEG_8u1u(&scan, 5, 1, d, 256, &pos, &state)},
         {-6, ippiTransformMcus_JPEG_8u16s(&scan, 1, 0, c)},
         {-8, ippiTransformMcus_JPEG_8u16s(&scan, 1, 1, nullptr)},
-        {-5, ippiQuantScanTableInit_JPEG_8u16u(s, t)},
         {-8, ippiRGBToYCbCr_JPEG_8u_C3P3R(s, 9, nullptr, 3, {3, 3})},
         {-8, ippiCMYKToYCCK_JPEG_8u_C4P4R(s, 9, aPlanes, 3, {3, 3})},
         {-6, ippiBGRToYCbCr_JPEG_8u_C3P3R(s, 9, aPlanes, 3, {0, 3})},
@@ -320,39 +319,6 @@ TEST_P(EncoderKernels, QuantiserRoundsToEven) {
     }
 }
 
-// The scan's transform and quantiser together, for every step: a value is the exact one over its step,
-// rounded, but for what the transform (a fifth of a coefficient), the preference for the larger magnitude (a
-// sixteenth) and the factor's own rounding may be off. On random samples the squared error is hardly more
-// than that of the rounding.
-TEST_P(EncoderKernels, ScanCoefficientsAreAccurate) {
-    Random random(5);
-    double fSquares = 0;
-    int nValues = 0;
-    for (int n = 0; n < 3000; ++n) {
-        const Samples samples = RandomSamples(random, n);
-        std::uint8_t aSteps[64];
-        for (std::uint8_t& nStep : aSteps)
-            nStep = static_cast<std::uint8_t>(n % 2 == 0 ? 1 : 1 + random() % 255);
-        alignas(32) std::uint16_t aFactors[64];
-        ASSERT_EQ(ippiQuantScanTableInit_JPEG_8u16u(aSteps, aFactors), 0);
-        ippiScanComponent scan{samples.data(), aFactors, nullptr, nullptr, 8, 1, 1, 0};
-        Block got;
-        ASSERT_EQ(ippiTransformMcus_JPEG_8u16s(&scan, 1, 1, got.data()), 0);
-        const auto exact = ExactCoefficients(samples);
-        for (std::size_t k = 0; k < 64; ++k) {
-            const std::size_t i = g_aZigZag[k];
-            const double fStep = aSteps[k];
-            const double fFactor = std::abs(exact[i]) * fStep / 60000; // of half a unit in 65536/(2*step)
-            ASSERT_LE(std::abs(exact[i] - got[i] * fStep), fStep / 2 + 1.0 / 5 + 1.0 / 16 + fFactor) << i;
-            if (n % 2 == 0 && n % 5 != 4) {
-                fSquares += (exact[i] - got[i]) * (exact[i] - got[i]);
-                ++nValues;
-            }
-        }
-    }
-    EXPECT_LE(fSquares / nValues, 1.0 / 12 + 0.005);
-}
-
 // Colour by its formula, over all levels of grey and random pixels.
 TEST_P(EncoderKernels, ColoursFollowTheMatrix) {
     Random random(5);
@@ -422,7 +388,7 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             std::vector<ippiScanComponent> scan;
             for (int i = 0; i < form[0]; ++i) {
                 const bool bMiddle = i == 1 || i == 2;
-                scan.push_back({samples.data() + i, quant.m_aScanFactors, aDc[bMiddle].m_pSpec.get(),
+                scan.push_back({samples.data() + i, quant.m_aFactors, aDc[bMiddle].m_pSpec.get(),
                                 aAc[bMiddle].m_pSpec.get(), kStep, bMiddle ? 1 : form[1],
                                 bMiddle ? 1 : form[2], 0});
             }
@@ -436,11 +402,18 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             nMcuBlocks += c.nHSampling * c.nVSampling;
         std::vector<std::int16_t> coefficients(static_cast<std::size_t>(64 * nMcuBlocks * kMcus));
         ASSERT_EQ(ippiTransformMcus_JPEG_8u16s(scan.data(), form[0], kMcus, coefficients.data()), 0);
-        const std::int16_t* pBlock = coefficients.data();
+        const std::int16_t* pCoefficients = coefficients.data();
+        scan = components();
         for (int nMcu = 0; nMcu < kMcus; ++nMcu) {
             for (ippiScanComponent& c : scan) {
-                for (int n = 0; n < c.nHSampling * c.nVSampling; ++n, pBlock += 64)
-                    ASSERT_EQ(writer.Write(pBlock, c.pDcTable, c.pAcTable, c.nLastDc), 0);
+                for (int n = 0; n < c.nHSampling * c.nVSampling; ++n, pCoefficients += 64) {
+                    const std::uint8_t* const p = c.pSamples + nMcu * 8 * c.nHSampling +
+                                                  n / c.nHSampling * 8 * kStep + n % c.nHSampling * 8;
+                    Block block;
+                    ASSERT_EQ(ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(p, kStep, block.data(), c.pTable), 0);
+                    ASSERT_TRUE(std::equal(block.begin(), block.end(), pCoefficients));
+                    ASSERT_EQ(writer.Write(block.data(), c.pDcTable, c.pAcTable, c.nLastDc), 0);
+                }
             }
         }
         const std::int32_t nWanted = writer.nPos;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
 
 namespace {
@@ -80,17 +81,70 @@ void ExpectSamples(const Recipe& recipe, const Bytes& jpeg, const Bytes& image) 
     EXPECT_LE(nWorst, 1);
 }
 
-// Pixels from samples by the documented arithmetic, exactly.
+// A pixel from level-shifted samples that nothing has clamped, by the documented arithmetic.
+std::array<std::uint8_t, 3> ToPixel(int nY, int nCb, int nCr, bool bBlueFirst) {
+    const int anColour[] = {nY + (91881 * nCr >> 16) + 128, nY + ((-22554 * nCb - 46802 * nCr) >> 16) + 128,
+                            nY + (116130 * nCb >> 16) + 128};
+    std::array<std::uint8_t, 3> pixel{};
+    for (std::size_t c = 0; c < 3; ++c)
+        pixel[bBlueFirst ? 2 - c : c] = static_cast<std::uint8_t>(std::clamp(anColour[c], 0, 255));
+    return pixel;
+}
+
+// Pixels from samples of which none was clamped.
 Bytes ToPixels(const Bytes& yCbCr, bool bBlueFirst) {
-    Bytes pixels(yCbCr.size());
+    Bytes pixels;
     for (std::size_t i = 0; i < yCbCr.size(); i += 3) {
-        const int nY = yCbCr[i], nCb = yCbCr[i + 1] - 128, nCr = yCbCr[i + 2] - 128;
-        const int anColour[] = {nY + (91881 * nCr >> 16), nY + ((-22554 * nCb - 46802 * nCr) >> 16),
-                                nY + (116130 * nCb >> 16)};
-        for (std::size_t c = 0; c < 3; ++c)
-            pixels[i + (bBlueFirst ? 2 - c : c)] = static_cast<std::uint8_t>(std::clamp(anColour[c], 0, 255));
+        const auto pixel = ToPixel(yCbCr[i] - 128, yCbCr[i + 1] - 128, yCbCr[i + 2] - 128, bBlueFirst);
+        pixels.insert(pixels.end(), pixel.begin(), pixel.end());
     }
     return pixels;
+}
+
+// A stream of flat blocks with these samples, level-shifted, none between -63 and 63 but 0 and none beyond
+// 255: one MCU, in one scan or in one for each component.
+Bytes FlatStream(const Recipe& layout, const int (&anSamples)[3], bool bSeparate) {
+    Bytes jpeg = {0xFF, 0xD8};
+    Bytes steps(65, 8); // of a flat block, so that the coefficient is the sample
+    steps[0] = 0;
+    Append(jpeg, Segment(0xDB, steps));
+    // DC: 00 no value, 01 seven bits, 10 eight; AC: 0 the end of the block.
+    Append(jpeg, Segment(0xC4, {0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7, 8}));
+    Append(jpeg, Segment(0xC4, {0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    const auto factors = [&](std::size_t c) {
+        return static_cast<std::uint8_t>(c == 0 ? layout.nH << 4 | layout.nV
+                                                : layout.nOtherH << 4 | layout.nOtherV);
+    };
+    Append(jpeg, Segment(0xC0, {8, 0, static_cast<std::uint8_t>(layout.nHeight), 0,
+                                static_cast<std::uint8_t>(layout.nWidth), 3, 1, factors(0), 0, 2, factors(1),
+                                0, 3, factors(2), 0}));
+    std::string bits;
+    const auto flush = [&] {
+        for (bits.resize((bits.size() + 7) / 8 * 8, '1'); !bits.empty(); bits.erase(0, 8)) {
+            jpeg.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(0, 8), nullptr, 2)));
+            if (jpeg.back() == 0xFF)
+                jpeg.push_back(0);
+        }
+    };
+    if (!bSeparate)
+        Append(jpeg, Segment(0xDA, {3, 1, 0, 2, 0, 3, 0, 0, 63, 0}));
+    for (std::size_t c = 0; c < 3; ++c) {
+        if (bSeparate)
+            Append(jpeg, Segment(0xDA, {1, static_cast<std::uint8_t>(c + 1), 0, 0, 63, 0}));
+        const int nSize = anSamples[c] == 0 ? 0 : std::abs(anSamples[c]) < 128 ? 7 : 8;
+        bits += nSize == 0 ? "00" : nSize == 7 ? "01" : "10";
+        const int nRaw = anSamples[c] < 0 ? anSamples[c] + (1 << nSize) - 1 : anSamples[c];
+        for (int i = nSize - 1; i >= 0; --i)
+            bits += static_cast<char>('0' + (nRaw >> i & 1));
+        bits += "0";
+        for (int n = (factors(c) >> 4) * (factors(c) & 15); n > 1; --n)
+            bits += "000";
+        if (bSeparate)
+            flush();
+    }
+    flush();
+    Append(jpeg, {0xFF, 0xD9});
+    return jpeg;
 }
 
 struct Layout {
@@ -134,6 +188,7 @@ TEST_P(Fallback, EverySamplingAndOrderOfScans) {
         for (const auto& [w, h] : {std::pair{75, 43}, {1, 1}, {64, 32}}) {
             SCOPED_TRACE(variant.szName);
             Recipe recipe = GetParam().Sampled(w, h);
+            recipe.nQuality = 97; // no sample overshoots
             recipe.nRestartInterval = variant.nRestartInterval;
             recipe.bProgressive = variant.bProgressive;
             recipe.script = variant.script;
@@ -141,6 +196,7 @@ TEST_P(Fallback, EverySamplingAndOrderOfScans) {
             Engine engine(jpeg);
             const Bytes yCbCr = engine.Whole(IJL_YCBCR, 3);
             ExpectSamples(recipe, jpeg, yCbCr);
+            ASSERT_TRUE(std::ranges::none_of(yCbCr, [](int n) { return n == 0 || n == 255; }));
             EXPECT_EQ(engine.record.JPGSubsampling, GetParam().nSubsampling);
             EXPECT_EQ(engine.record.DIBSubsampling, 2);
             engine.record.DIBSubsampling = 0;
@@ -152,6 +208,27 @@ TEST_P(Fallback, EverySamplingAndOrderOfScans) {
             EXPECT_EQ(engine.Image(IJL_G, 1), IJL_OK);
             for (std::size_t i = 0; i < engine.image.size(); ++i)
                 ASSERT_EQ(engine.image[i], yCbCr[3 * i]) << i;
+        }
+    }
+}
+
+// Colours come from samples before any clamp, in every routine.
+TEST_P(Fallback, ColoursOfSamplesBeyondTheirRange) {
+    Recipe layout = GetParam().Sampled();
+    layout.nWidth = 8 * std::max(layout.nH, layout.nOtherH);
+    layout.nHeight = 8 * std::max(layout.nV, layout.nOtherV);
+    for (const auto& [nY, nCb, nCr] :
+         {std::array{-200, 0, 100}, {200, 200, -200}, {-250, 130, -130}, {255, -255, 255}}) {
+        for (const bool bSeparate : {false, true}) {
+            const Bytes jpeg = FlatStream(layout, {nY, nCb, nCr}, bSeparate);
+            for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_RGB, 3}, {IJL_RGBA_FPX, 4}}) {
+                const Bytes image = Engine(jpeg).Whole(eColor, nChannels);
+                const auto pixel = ToPixel(nY, nCb, nCr, eColor == IJL_BGR);
+                for (std::size_t i = 0; i < image.size(); i += static_cast<std::size_t>(nChannels))
+                    ASSERT_TRUE(std::equal(pixel.begin(), pixel.end(), &image[i])) << nChannels << ' ' << i;
+            }
+            const Bytes grey = Engine(jpeg).Whole(IJL_G, 1);
+            EXPECT_EQ(grey, Bytes(grey.size(), static_cast<std::uint8_t>(std::clamp(nY + 128, 0, 255))));
         }
     }
 }
@@ -220,6 +297,7 @@ TEST(FallbackStream, GreyIsRepeated) {
 
 TEST(FallbackStream, FourComponents) {
     Recipe recipe = Make(4, 1, 1);
+    recipe.nQuality = 97;
     const Bytes jpeg = Encode(recipe);
     Engine engine(jpeg);
     ASSERT_EQ(engine.Params(), IJL_OK);
@@ -470,6 +548,14 @@ TEST(FallbackFacade, BlocksOfOtherStreams) {
             EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), block.Planes()));
         }
     }
+}
+
+// The example of the arithmetic, through the facade: a luma of 7, where clamped samples would give 15.
+TEST(FallbackFacade, ConvertsSamplesBeforeTheyAreClamped) {
+    const Bytes jpeg = FlatStream({.nWidth = 8, .nHeight = 8, .nH = 1, .nV = 1}, {-200, 0, 100}, true);
+    const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Size(jpeg));
+    ASSERT_TRUE(block);
+    EXPECT_EQ(std::count(block.Planes(), block.Planes() + 64, 7), 64);
 }
 
 // Scans that code nothing: many of a small picture are taken, of a large one as many as its blocks allow.

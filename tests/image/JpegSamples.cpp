@@ -154,6 +154,35 @@ std::vector<Plane> DecodeRaw(const Bytes& jpeg) {
     return planes;
 }
 
+std::vector<std::vector<Block>> ReadCoefficients(const Bytes& jpeg) {
+    jpeg_decompress_struct info{};
+    jpeg_error_mgr errors{};
+    info.err = Errors(errors);
+    jpeg_create_decompress(&info);
+    jpeg_mem_src(&info, jpeg.data(), jpeg.size());
+    jpeg_read_header(&info, TRUE);
+    jvirt_barray_ptr* const pArrays = jpeg_read_coefficients(&info);
+    std::vector<std::vector<Block>> components(static_cast<std::size_t>(info.num_components));
+    const auto nMaxV = static_cast<JDIMENSION>(info.max_v_samp_factor * DCTSIZE);
+    const auto nMaxH = static_cast<JDIMENSION>(info.max_h_samp_factor * DCTSIZE);
+    for (std::size_t c = 0; c < components.size(); ++c) {
+        // With those that fill up MCUs.
+        const auto nV = static_cast<JDIMENSION>(info.comp_info[c].v_samp_factor);
+        const auto nH = static_cast<JDIMENSION>(info.comp_info[c].h_samp_factor);
+        const JDIMENSION nRows = (info.image_height + nMaxV - 1) / nMaxV * nV;
+        const JDIMENSION nCols = (info.image_width + nMaxH - 1) / nMaxH * nH;
+        for (JDIMENSION y = 0; y < nRows; ++y) {
+            const JBLOCKARRAY pRow =
+                info.mem->access_virt_barray(reinterpret_cast<j_common_ptr>(&info), pArrays[c], y, 1, FALSE);
+            for (JDIMENSION x = 0; x < nCols; ++x)
+                std::copy_n(pRow[0][x], 64, components[c].emplace_back().begin());
+        }
+    }
+    jpeg_finish_decompress(&info);
+    jpeg_destroy_decompress(&info);
+    return components;
+}
+
 std::size_t FindMarker(const Bytes& jpeg, std::uint8_t nMarker) {
     std::size_t nAt = 2;
     while (nAt + 3 < jpeg.size() && jpeg[nAt] == 0xFF) {

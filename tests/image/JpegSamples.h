@@ -1,6 +1,7 @@
 // Streams for the codec's tests by another program's encoder, and what its decoder makes of them.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -9,6 +10,7 @@
 namespace samples {
 
 using Bytes = std::vector<std::uint8_t>;
+using Block = std::array<std::int16_t, 64>;
 
 enum class Marking { Jfif, Adobe, JfifAndAdobe, None };
 
@@ -72,6 +74,9 @@ struct Plane {
 
 // The components as they are coded: no upsampling, no colour conversion; slow integer transform.
 std::vector<Plane> DecodeRaw(const Bytes& jpeg);
+
+// The quantised coefficients of each component's blocks, row after row, in natural order.
+std::vector<std::vector<Block>> ReadCoefficients(const Bytes& jpeg);
 
 // Offset of the 0xFF of the first marker of this kind that stands before the entropy-coded data.
 std::size_t FindMarker(const Bytes& jpeg, std::uint8_t nMarker);

@@ -49,13 +49,10 @@ TEST(KernelStart, LevelFollowsTheIdentification) {
         EXPECT_EQ(level.nLevel, row.nLevel) << row.szName;
         EXPECT_EQ(level.nSubLevel, row.nSubLevel) << row.szName;
     }
-    const IppStatus nFirst = ippStaticInit();
-    EXPECT_TRUE(nFirst == ippStsNoErr || nFirst == ippStsOtherVendor);
-    const int nLevel = g_nKernelLevel;
-    EXPECT_EQ(nLevel, ippLevelFromFeatures(ippGetFeatures()).nLevel);
-    EXPECT_EQ(ippStaticInit(), nFirst);
-    EXPECT_EQ(g_nKernelLevel, nLevel);
-    g_nKernelLevel = 0;
+    // The names that people choose variants by.
+    for (const char* szName : {"", "5", "-1", "44", "4-avx2", "avx"})
+        EXPECT_EQ(ippSelectVariant(szName), ippStsBadArgument) << szName;
+    EXPECT_EQ(g_nKernelLevel, 0);
 }
 
 TEST(KernelMemory, BlocksAreAlignedAndWhole) {
@@ -206,6 +203,11 @@ TEST_P(KernelLevels, PlanesOfEveryWidth) {
             }
             EXPECT_EQ(out, want) << szName << " " << w;
         };
+        ASSERT_EQ(ippsCopy_8u(in.data() + 1, out.data(), w), 0);
+        ASSERT_TRUE(std::equal(out.begin(), out.begin() + w, in.begin() + 1));
+        ASSERT_EQ(out[static_cast<std::size_t>(w)], 0xEE);
+        ASSERT_EQ(ippsZero_8u(out.data(), w), 0);
+        ASSERT_EQ(std::count(out.begin(), out.begin() + w, 0), w);
         ASSERT_EQ(ippiCopy_8u_C1R(in.data() + 1, nIn, out.data(), nStep, {w, h}), 0);
         expect("copy", at);
         ASSERT_EQ(
@@ -421,9 +423,11 @@ TEST_P(KernelLevels, RunsBeyondTheBlock) {
     EXPECT_EQ(beyond.Next(dcTable, acTable), -2);
 }
 
-TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
+using LevelsAboveZero = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, LevelsAboveZero, KernelLevelsAboveZero(), KernelLevelName);
+
+TEST_P(LevelsAboveZero, TransformGivesTheBytesOfLevelZero) {
     std::minstd_rand random(7);
-    const int nLevel = g_nKernelLevel;
     for (int n = 0; n < 4000; ++n) {
         std::int16_t c[64];
         std::uint16_t t[64];
@@ -434,12 +438,17 @@ TEST_P(KernelLevels, TransformGivesTheBytesOfLevelZero) {
             c[i] = static_cast<std::int16_t>(bExtreme ? (nRandom < 0 ? -32768 : 32767) : nRandom);
             t[i] = static_cast<std::uint16_t>(1 + (random() >> 4) % (n % 16 < 2 ? 65535 : 255));
         }
-        std::uint8_t a[64], b[64];
-        ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, a, 8, t);
-        g_nKernelLevel = 0;
-        ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, b, 8, t);
-        g_nKernelLevel = nLevel;
-        ASSERT_TRUE(std::equal(std::begin(a), std::end(a), b)) << "block " << n;
+        const auto both = [&] {
+            std::pair<Bytes, Block> samples{Bytes(64), {}};
+            EXPECT_EQ(ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(c, samples.first.data(), 8, t), 0);
+            EXPECT_EQ(ippxInverseBlock_16s(c, samples.second.data(), t), 0);
+            return samples;
+        };
+        const auto samples = both();
+        ASSERT_EQ(samples, AtLevelZero(both)) << "block " << n;
+        // The samples of both kernels are the same, but for the shift and the clamp.
+        for (std::size_t i = 0; i < 64; ++i)
+            ASSERT_EQ(samples.first[i], std::clamp(samples.second[i] + 128, 0, 255)) << "block " << n;
     }
 }
 

@@ -137,13 +137,20 @@ class JpegTool(unittest.TestCase):
                 self.assertEqual(len(read_pnm(self.decode("odd", "ppm"))[2]), 3 * width * height)
 
     def test_levels_and_engines_agree(self):
-        best = int(re.match(rb"kernel level \d, best level (\d)\n", run("info", self.path("s420.jpg"), "--show-level").stdout)[1])
+        shown = run("info", self.path("s420.jpg"), "--show-level").stdout
+        running, best = re.match(rb"kernel level (\d \(.*?\)), best level (.*)\n", shown).groups()
+        self.assertEqual(running, best)
+        best = int(best[:1])
+        levels = list(zip("01234", ("C++", "SSE2", "SSSE3", "SSE4.1")))[: best + 1] + [("4-avx", "AVX")] * (best == 4)
+        for level, instructions in levels:
+            shown = run("info", self.path("s420.jpg"), "--show-level", "--level", level).stdout.decode()
+            self.assertTrue(shown.startswith(f"kernel level {level[:1]} ({instructions}), best level "), shown)
         for name in STREAMS:
             wanted = self.decode(name, "yuv")
             self.assertEqual(self.decode(name, "yuv", "--engine", "primary"), wanted)
-            for level in range(best + 1):
+            for level in [level for level, _ in levels] + ["4"] * (best == 4):
                 with self.subTest((name, level)):
-                    self.assertEqual(self.decode(name, "yuv", "--level", str(level)), wanted)
+                    self.assertEqual(self.decode(name, "yuv", "--level", level), wanted)
         for level in range(best + 1, 6):
             done = run("decode", self.path("s420.jpg"), "-o", self.path("no.pgm"), "--level", str(level))
             self.assertEqual(done.returncode, 2)

@@ -141,20 +141,34 @@ Outcome DecodeFacade(Stream stream) {
 
 } // namespace
 
-void StartKernels(std::optional<int> level) {
+namespace {
+
+// "4 (AVX2)": the level and the variant of it that runs.
+std::string RunningLevel() {
+    const char* set = "";
+    ippxVariant(&set);
+    return std::to_string(g_nKernelLevel) + " (" + set + ")";
+}
+
+std::string s_best; // as start-up chose it
+
+} // namespace
+
+void StartKernels(const std::string& level) {
     ippStaticInit();
     g_nCodecStartState = ImageOk;
-    if (!level)
+    s_best = RunningLevel();
+    if (level.empty())
         return;
-    if (*level > g_nKernelLevel)
-        throw UsageError("this processor has no level " + std::to_string(*level) + "; its best one is " +
-                         std::to_string(g_nKernelLevel));
-    g_nKernelLevel = *level;
+    const IppStatus status = ippSelectVariant(level.c_str());
+    if (status == ippStsFeatureNotThere)
+        throw UsageError("this processor has no level " + level + "; its best one is " + s_best);
+    if (status != ippStsNoErr)
+        throw platform::WrongValue("--level", "a number from 0 to 4, or 4-avx", level);
 }
 
 std::string LevelText() {
-    return "kernel level " + std::to_string(g_nKernelLevel) + ", best level " +
-           std::to_string(ippLevelFromFeatures(ippGetFeatures()).nLevel);
+    return "kernel level " + RunningLevel() + ", best level " + s_best;
 }
 
 Verdict ChooseEngine(Stream stream) {

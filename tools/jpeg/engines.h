@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -14,9 +13,10 @@ namespace jpegtool {
 
 using Stream = std::span<const std::uint8_t>; // at most kLargestFile bytes
 
-// Starts the kernels at this level, or at the best one. Throws UsageError for one that the processor lacks.
-void StartKernels(std::optional<int> level);
-// For example "kernel level 4, best level 4".
+// Starts the kernels at this level, or with an empty name at the best one. Throws UsageError for one that the
+// processor lacks and for what is none.
+void StartKernels(const std::string& level);
+// For example "kernel level 4 (AVX2), best level 4 (AVX2)".
 std::string LevelText();
 
 // Which engine decodes a stream in the system.

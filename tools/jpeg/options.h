@@ -20,7 +20,7 @@ struct Options {
     std::string_view help; // what Command::Help prints
     std::vector<std::string> inputs;
     std::string output;
-    std::optional<int> level; // empty: the best one of the processor
+    std::string level; // empty: the best one of the processor
     bool showLevel = false;
     Engine engine = Engine::Facade;
     double seconds = 1; // a file, for bench

@@ -107,7 +107,7 @@ private:
     IJLERR WriteColour(std::int32_t nX, std::int32_t nY, IppiSize part);
     IJLERR WriteGrey(std::int32_t nX, std::int32_t nY, IppiSize part);
     void WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part);
-    void ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols, std::int16_t* pRow) const;
+    void ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols, std::int32_t* pRow) const;
     std::int16_t* Samples(std::int32_t nComponent) const {
         return m_apSamples[static_cast<std::size_t>(nComponent)];
     }

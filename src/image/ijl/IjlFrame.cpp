@@ -39,8 +39,8 @@ IJLERR CIjlDecoder::ReadFrameHeader(bool bProgressive, std::int32_t nContent) {
     return m_props.iotype == IJL_JBUFF_READWHOLEIMAGE ? ChoosePath() : IJL_OK;
 }
 
-// Two components of one identifier are refused: a scan could not name the later one. A selector without a
-// slot is kept, and shows as a table that has not come.
+// Identifiers may repeat: a scan then names the first that fits. A selector without a slot is kept, and shows
+// as a table that has not come.
 IJLERR CIjlDecoder::ReadFrameComponents() {
     for (IjlComponent& component : Components()) {
         component = IjlComponent{};
@@ -53,12 +53,6 @@ IJLERR CIjlDecoder::ReadFrameComponents() {
         if (component.nHSampling < 1 || component.nVSampling < 1 || component.nHSampling > 4 ||
             component.nVSampling > 4)
             return IJL_ERR_SOF;
-        for (const IjlComponent& other : Components()) {
-            if (&other == &component)
-                break;
-            if (other.nId == component.nId)
-                return IJL_ERR_COMP;
-        }
     }
     // One component's scan is not interleaved, and its factors say nothing (T.81 A.2.2).
     if (m_props.JPGChannels == 1)
@@ -124,7 +118,9 @@ IJLERR CIjlDecoder::ReadScanHeader(std::int32_t nContent) {
     return CheckScan();
 }
 
-// A component named twice is refused: the reader would mix up its two parts.
+// As the primary decoder has it: an identifier is that of the first component that has it, and a scan of as
+// many as the frame has holds the data of them all in the frame's order. A scan of fewer may so name one
+// twice: its blocks then come twice in each MCU, and the last ones stay.
 IJLERR CIjlDecoder::ReadScanComponents(std::int32_t nCount) {
     m_nScanComponents = nCount;
     for (std::int32_t i = 0; i < nCount; ++i) {
@@ -134,17 +130,17 @@ IJLERR CIjlDecoder::ReadScanComponents(std::int32_t nCount) {
         const auto found = std::find_if(components.begin(), components.end(),
                                         [nId](const IjlComponent& one) { return one.nId == nId; });
         const auto nIndex = static_cast<std::int32_t>(found - components.begin());
-        if (found == components.end() || std::find(m_anScan, m_anScan + i, nIndex) != m_anScan + i)
+        if (found == components.end())
             return IJL_ERR_COMP;
-        m_anScan[i] = nIndex;
+        m_anScan[i] = nCount == m_props.JPGChannels ? i : nIndex;
         found->nDcSelector = nSelectors >> 4;
         found->nAcSelector = nSelectors & 15;
     }
     return IJL_OK;
 }
 
-// In a sequential frame a component comes in one scan (T.81 B.2.3), which also bounds the work that a stream
-// of nothing but scan headers can ask for: every block is visited once.
+// In a sequential frame a component comes in one scan (T.81 B.2.3), or in one for each component that has its
+// identifier. That also bounds the work that a stream of nothing but scan headers can ask for.
 IJLERR CIjlDecoder::CheckScan() {
     if (m_props.bProgressive) {
         if (const IJLERR eError = CheckProgression(); eError != IJL_OK)
@@ -156,7 +152,11 @@ IJLERR CIjlDecoder::CheckScan() {
     }
     for (std::int32_t i = 0; i < m_nScanComponents; ++i) {
         IjlComponent& component = ScanComponent(i);
-        if (component.nScans >= (m_props.bProgressive ? kMaxProgressiveScans : 1))
+        const auto isNamesake = [&](const IjlComponent& other) { return other.nId == component.nId; };
+        const auto components = Components();
+        if (component.nScans >= (m_props.bProgressive
+                                     ? kMaxProgressiveScans
+                                     : std::count_if(components.begin(), components.end(), isNamesake)))
             return IJL_ERR_COMP;
         if (const IJLERR eError = CheckTables(component); eError != IJL_OK)
             return eError;

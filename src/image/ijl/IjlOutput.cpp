@@ -1,8 +1,8 @@
 // From coefficients to the image: which routine makes the pixels of an MCU, and the routines.
 //
-// All of them start from level-shifted samples: those of the inverse transform, in 8 bits as every decoder
-// has them, less 128. Chroma, or any component of fewer samples than the picture, is repeated over the pixels
-// that a sample covers.
+// All of them start from level-shifted samples as the inverse transform gives them, before any clamp: only
+// what goes into the image is clamped, colours after their conversion. Chroma, or any component of fewer
+// samples than the picture, is repeated over the pixels that a sample covers.
 
 #include "image/ijl/IjlDecoder.h"
 #include "image/kernels/Measures.h"
@@ -146,12 +146,7 @@ IJLERR CIjlDecoder::AllocateSamples() {
 
 void CIjlDecoder::ReconstructBlock(const std::int16_t* pBlock, const IjlComponent& component,
                                    std::int16_t* pSamples) {
-    alignas(ippAlignment) std::uint8_t aSamples[kBlock];
-    alignas(ippAlignment) std::int16_t aShifted[kBlock];
-    ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(pBlock, aSamples, 8, component.aSteps);
-    for (std::int32_t i = 0; i < kBlock; ++i)
-        aShifted[i] = static_cast<std::int16_t>(aSamples[i] - 128);
-    std::memcpy(pSamples, aShifted, sizeof aShifted);
+    static_cast<void>(ippxInverseBlock_16s(pBlock, pSamples, component.aSteps));
 }
 
 IJLERR CIjlDecoder::WriteStoredPicture() {
@@ -233,16 +228,26 @@ namespace {
 
 constexpr std::int32_t kMaxMcuWidth = 32;
 
-// Samples of red, green and blue in place of those of Y, Cb and Cr, level-shifted as they are. The arithmetic
-// is that of the MCU kernels; samples of 8 bits cannot overflow in it.
-void ConvertRow(std::int16_t (&aRows)[3][kMaxMcuWidth], std::int32_t nCols) {
+// The sum of two products in 32 bits that wraps, as that of the MCU kernels: the samples of a damaged stream
+// may be anything.
+std::int32_t Products(std::int32_t nFactor, std::int32_t nSample, std::int32_t nOther = 0,
+                      std::int32_t nOtherSample = 0) {
+    const auto product = [](std::int32_t n, std::int32_t m) {
+        return static_cast<std::uint32_t>(n) * static_cast<std::uint32_t>(m);
+    };
+    return static_cast<std::int32_t>(product(nFactor, nSample) + product(nOther, nOtherSample));
+}
+
+// Samples of red, green and blue in place of those of Y, Cb and Cr, level-shifted as they are, with the
+// arithmetic of the MCU kernels.
+void ConvertRow(std::int32_t (&aRows)[3][kMaxMcuWidth], std::int32_t nCols) {
     for (std::int32_t x = 0; x < nCols; ++x) {
         const std::int32_t nY = aRows[0][x];
         const std::int32_t nCb = aRows[1][x];
         const std::int32_t nCr = aRows[2][x];
-        aRows[0][x] = static_cast<std::int16_t>(nY + (91881 * nCr >> 16));
-        aRows[1][x] = static_cast<std::int16_t>(nY + ((-22554 * nCb - 46802 * nCr) >> 16));
-        aRows[2][x] = static_cast<std::int16_t>(nY + (116130 * nCb >> 16));
+        aRows[0][x] = nY + (Products(91881, nCr) >> 16);
+        aRows[1][x] = nY + (Products(-22554, nCb, -46802, nCr) >> 16);
+        aRows[2][x] = nY + (Products(116130, nCb) >> 16);
     }
 }
 
@@ -250,8 +255,8 @@ void ConvertRow(std::int16_t (&aRows)[3][kMaxMcuWidth], std::int32_t nCols) {
 
 // Row by row and channel by channel.
 void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) {
-    std::int16_t aColours[3][kMaxMcuWidth];
-    std::int16_t aPlain[kMaxMcuWidth];
+    std::int32_t aColours[3][kMaxMcuWidth];
+    std::int32_t aPlain[kMaxMcuWidth];
     const std::ptrdiff_t nPixelStep = m_props.DIBChannels;
     for (std::int32_t y = 0; y < part.height; ++y) {
         if (m_bConvertColor) {
@@ -263,9 +268,9 @@ void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) 
             const std::int32_t nSource = m_anChannelSource[c];
             if (nSource == kUntouched)
                 continue;
-            const std::int16_t* pRow = aPlain;
+            const std::int32_t* pRow = aPlain;
             if (nSource == kOpaque)
-                std::fill_n(aPlain, part.width, std::int16_t{127});
+                std::fill_n(aPlain, part.width, 127);
             else if (m_bConvertColor && nSource < 3)
                 pRow = aColours[nSource];
             else
@@ -280,7 +285,7 @@ void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) 
 // Row nRow of the MCU from one component's samples, each repeated over the pixels that it covers. Where the
 // factors do not divide, a pixel takes the sample that its left edge lies in. pRow has room for a whole MCU.
 void CIjlDecoder::ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols,
-                            std::int16_t* pRow) const {
+                            std::int32_t* pRow) const {
     const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
     const std::int32_t nSampleRow = nRow * component.nVSampling * 8 / m_props.nMcuHeight;
     const std::int16_t* const pFrom =
@@ -288,7 +293,7 @@ void CIjlDecoder::ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int
     const std::int32_t nAll = m_props.nMcuWidth / 8; // of nHSampling/nAll a pixel moves on
     if (component.nHSampling == nAll) {
         for (std::int32_t n = 0; n < nAll; ++n)
-            std::memcpy(pRow + n * 8, pFrom + n * kBlock, 8 * sizeof *pRow);
+            std::copy_n(pFrom + n * kBlock, 8, pRow + n * 8);
         return;
     }
     std::int32_t nSample = 0;

@@ -25,8 +25,11 @@ CIjlDecoder::ReaderPosition CIjlDecoder::CurrentPosition() const {
 }
 
 IJLERR CIjlDecoder::DecodeScan() {
-    const bool bDirect = !m_props.bProgressive && m_nScanComponents == m_props.JPGChannels;
+    const bool bDirect = !m_props.bProgressive && !m_pStore && m_nScanComponents == m_props.JPGChannels;
     if (!bDirect) {
+        // The coefficients of what was painted at once are gone.
+        if (m_bPictureBegun && !m_pStore)
+            return IJL_ERR_COMP;
         if (const IJLERR eError = AllocateStore(); eError != IJL_OK)
             return eError;
     }
@@ -106,7 +109,7 @@ IppStatus CIjlDecoder::DecodeBlock(IjlComponent& component, std::int16_t* pBlock
 //
 // An MCU all of whose blocks fail without moving the reader shows that every further one would do the same.
 // The blocks up to the next restart are then not asked for, so that a huge picture with no data costs little.
-// Those of the store are zero already, since no other scan has coded them.
+// Those of the store are zero already, unless another scan of the same component has coded them.
 template <typename ForEachBlock>
 IJLERR CIjlDecoder::DecodeMcu(ForEachBlock&& forEachBlock) {
     if (m_props.nRestartInterval != 0 && m_nRestartsToGo-- == 0) {
@@ -120,7 +123,7 @@ IJLERR CIjlDecoder::DecodeMcu(ForEachBlock&& forEachBlock) {
     bool bAnyFailed = false;
     forEachBlock([&](IjlComponent& component, std::int16_t* pBlock) {
         if (bSkip) {
-            if (!m_pStore)
+            if (!m_pStore || component.nScans > 1)
                 std::fill_n(pBlock, kBlock, std::int16_t{0});
             return;
         }

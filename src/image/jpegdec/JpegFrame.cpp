@@ -39,8 +39,8 @@ JpegStatus CJPEGDecoder::ReadFrameHeader(bool bProgressive) {
     return JPEG_OK;
 }
 
-// Identifiers must differ, or a scan header could not name the later component; a quantisation selector must
-// be one of the four slots.
+// Identifiers may repeat: a scan header then names the first that fits. A quantisation selector must be one
+// of the four slots.
 JpegStatus CJPEGDecoder::ReadFrameComponents() {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         m_apComponents[i] = std::make_unique<CJPEGColorComponent>();
@@ -56,10 +56,6 @@ JpegStatus CJPEGDecoder::ReadFrameComponents() {
             return JPEG_BAD_FRAME_SEGMENT;
         if (component.m_nQuantSelector > 3)
             return JPEG_BAD_QUANT_SEGMENT;
-        for (std::int32_t j = 0; j < i; ++j) {
-            if (m_apComponents[j]->m_nId == component.m_nId)
-                return JPEG_BAD_FRAME_SEGMENT;
-        }
     }
     // One component's scan is not interleaved, and its factors say nothing (T.81 A.2.2).
     if (m_nJpegComponents == 1)
@@ -135,8 +131,10 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
     return JPEG_OK;
 }
 
-// A component named twice is refused: the one left out would be decoded with tables that nobody chose for it.
-// Selectors beyond the four slots are refused here, slots that are empty when the data begins.
+// Each identifier is that of the first component that has it, so a component may be named twice and another
+// not at all, which then keeps the selectors that it had. A scan of as many as the frame has holds the data
+// of them all, in the frame's order, whatever it names. Selectors beyond the four slots are refused here,
+// slots that are empty when the data begins.
 JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
     m_nScanComponents = 0;
     for (std::int32_t i = 0; i < nCount; ++i) {
@@ -147,8 +145,6 @@ JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
             ++nIndex;
         if (nIndex == m_nJpegComponents)
             return JPEG_BAD_COMPONENT_ID;
-        if ((m_nScanComponents >> nIndex & 1) != 0)
-            return JPEG_BAD_SCAN_SEGMENT;
         m_nScanComponents |= 1u << nIndex;
         m_nCurrentComponent = nIndex;
         m_apComponents[nIndex]->m_nDcSelector = nSelectors >> 4;
@@ -156,6 +152,8 @@ JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
         if (nSelectors >> 4 > 3 || (nSelectors & 15) > 3)
             return JPEG_BAD_HUFFMAN_SEGMENT;
     }
+    if (nCount >= m_nJpegComponents)
+        m_nScanComponents = (1u << m_nJpegComponents) - 1;
     return JPEG_OK;
 }
 

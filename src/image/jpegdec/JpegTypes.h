@@ -32,10 +32,10 @@ enum [[nodiscard]] JpegStatus : std::int32_t{
     JPEG_BAD_HUFFMAN_SEGMENT =
         -4,                       // more values than there is room for; a table that is missing or impossible
     JPEG_BAD_QUANT_SEGMENT = -5,  // a table identifier above 3; a table that is missing
-    JPEG_BAD_SCAN_SEGMENT = -6,   // a scan without components, with more than 4, or with one of them twice
+    JPEG_BAD_SCAN_SEGMENT = -6,   // a scan without components or with more than 4
     JPEG_BAD_SEGMENT_LENGTH = -7, // a length that does not match its content
     JPEG_BAD_COMPONENT_ID = -8,   // a scan names a component that the frame does not have
-    JPEG_BAD_FRAME_SEGMENT = -10, // component count, sampling factor, size or identifiers out of range
+    JPEG_BAD_FRAME_SEGMENT = -10, // component count, sampling factor or size out of range
 };
 
 // Where JC_YCBCR420_PLANAR goes: planes in the stream's own component order, strides in bytes.

@@ -222,7 +222,7 @@ void CJPEGEncoder::BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) c
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
         aScan[i] = {m_aRows[i].pSamples,
-                    m_apQuant[component.m_nQuantSelector]->m_aScanFactors,
+                    m_apQuant[component.m_nQuantSelector]->m_aFactors,
                     m_apDcHuffman[component.m_nDcSelector]->m_pSpec.get(),
                     m_apAcHuffman[component.m_nAcSelector]->m_pSpec.get(),
                     m_aRows[i].nStep,

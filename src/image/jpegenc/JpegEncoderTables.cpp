@@ -58,9 +58,7 @@ IppStatus CJPEGEncoderQuantTable::Init(std::int32_t nId, std::int32_t nQuality) 
         m_aRaw[i] = kSteps[nId & 1][g_aZigZag[i]];
     if (const IppStatus nStatus = ippiQuantFwdRawTableInit_JPEG_8u(m_aRaw, nQuality))
         return nStatus;
-    if (const IppStatus nStatus = ippiQuantFwdTableInit_JPEG_8u16u(m_aRaw, m_aFactors))
-        return nStatus;
-    return ippiQuantScanTableInit_JPEG_8u16u(m_aRaw, m_aScanFactors);
+    return ippiQuantFwdTableInit_JPEG_8u16u(m_aRaw, m_aFactors);
 }
 
 CJPEGEncoderHuffmanTable::~CJPEGEncoderHuffmanTable() = default;

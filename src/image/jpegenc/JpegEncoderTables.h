@@ -19,8 +19,7 @@ public:
     std::int32_t m_nId = 0;
     std::int32_t m_nPrecision = 0;                 // always 0: entries of eight bits
     alignas(32) std::uint8_t m_aRaw[64] = {};      // steps, zigzag order
-    alignas(32) std::uint16_t m_aFactors[64] = {}; // 32768 over the step, natural order: of the block kernel
-    alignas(32) std::uint16_t m_aScanFactors[64] = {}; // of the kernels for scans
+    alignas(32) std::uint16_t m_aFactors[64] = {}; // 32768 over the step, natural order
 };
 
 class CJPEGEncoderHuffmanTable {

@@ -5,7 +5,7 @@
 
 // One block from samples to quantised coefficients in natural order: level shift by 128, forward DCT, then
 // each coefficient times its factor of pTable (ippiQuantFwdTableInit_JPEG_8u16u) shifted right by 15, rounded
-// to nearest with ties to even. nSrcStep in bytes.
+// to nearest with ties to even. No factor is above 32768. nSrcStep in bytes.
 //
 // The transform is separable, works with 12 fractional bits and rounds the coefficients to whole numbers
 // before the quantiser: a peak error of 1 against the exact transform. No block of samples leaves the 16

@@ -2,6 +2,8 @@
 // declarations of each target's namespace and behind the public stubs. The contracts stand in the public
 // headers.
 
+KERNEL(ippxVariant, (const char** pszSet), (pszSet))
+
 KERNEL(ippsCopy_8u, (const std::uint8_t* pSrc, std::uint8_t* pDst, std::int32_t nLength),
        (pSrc, pDst, nLength))
 KERNEL(ippsZero_8u, (std::uint8_t * pDst, std::int32_t nLength), (pDst, nLength))
@@ -29,6 +31,9 @@ KERNEL(ippiDecodeHuffman8x8_JPEG_1u16s_C1,
 KERNEL(ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R,
        (const std::int16_t* pSrc, std::uint8_t* pDst, std::int32_t nDstStep, const std::uint16_t* pTable),
        (pSrc, pDst, nDstStep, pTable))
+
+KERNEL(ippxInverseBlock_16s, (const std::int16_t* pSrc, std::int16_t* pDst, const std::uint16_t* pTable),
+       (pSrc, pDst, pTable))
 
 KERNEL(ippiSampleUpH2V1_JPEG_8u_C1R,
        (const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi, std::uint8_t* pDst,

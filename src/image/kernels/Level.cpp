@@ -1,5 +1,7 @@
 #include "image/kernels/Level.h"
 
+#include <cstring>
+
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
 #define KERNELS_HAVE_CPUID 1
@@ -105,6 +107,18 @@ bool ippHasWideKernels() noexcept {
     // MOVBE, POPCNT and LZCNT; then BMI1, AVX2 and BMI2.
     const bool bCounts = Bit(nBasic, 22) && Bit(nBasic, 23) && Bit(Identification(0x80000001).nEcx, 5);
     return bCounts && Bit(nExtended, 3) && Bit(nExtended, 5) && Bit(nExtended, 8);
+}
+
+IppStatus ippSelectVariant(const char* szName) noexcept {
+    const bool bPlainAvx = std::strcmp(szName, "4-avx") == 0;
+    if (!bPlainAvx && (szName[0] < '0' || szName[0] >= '0' + ippLevels || szName[1] != 0))
+        return ippStsBadArgument;
+    const std::int32_t nLevel = szName[0] - '0';
+    if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel)
+        return ippStsFeatureNotThere;
+    g_nKernelWide.store(!bPlainAvx && ippHasWideKernels() ? 1 : 0, std::memory_order_relaxed);
+    g_nKernelLevel.store(nLevel, std::memory_order_relaxed);
+    return ippStsNoErr;
 }
 
 IppStatus ippStaticInit() noexcept {

@@ -21,6 +21,15 @@ extern std::atomic<std::int32_t> g_nKernelSubLevel;
 // with the level, which does not depend on it.
 extern std::atomic<std::int32_t> g_nKernelWide;
 
+// Chooses a variant by the name that people give it: "0" to "4" for the levels, "4-avx" for level 4 as
+// processors with AVX alone have it. ippStsFeatureNotThere where this processor lacks it, ippStsBadArgument
+// for any other name; nothing changes then.
+[[nodiscard]] IppStatus ippSelectVariant(const char* szName) noexcept;
+
+// The instruction set of the variant that runs, told by itself: "C++", "SSE2", "SSSE3", "SSE4.1", "AVX" or
+// "AVX2".
+IppStatus ippxVariant(const char** pszSet);
+
 // Bits of the processor features word.
 enum IppFeature : std::uint64_t {
     ippFeatureMMX = 1u << 0,

@@ -11,3 +11,7 @@
 // values saturate to 16 bits. A peak error of 1 against the exact transform.
 IppStatus ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::uint8_t* pDst,
                                               std::int32_t nDstStep, const std::uint16_t* pTable);
+
+// The same transform up to the level shift: 64 samples that are neither shifted back nor clamped, row after
+// row. The fallback engine converts colours from such samples.
+IppStatus ippxInverseBlock_16s(const std::int16_t* pSrc, std::int16_t* pDst, const std::uint16_t* pTable);

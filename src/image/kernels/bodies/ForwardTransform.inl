@@ -1,11 +1,11 @@
-// The forward transform of one block, the inverse one's mirror: the same constants (Transform.inl), the even
-// half of a pass two butterflies around one rotation, the odd half the plain 4x4 matrix. A pass over columns
-// and rows together has a gain of 8.
+// The forward transform, the inverse one's mirror: the same constants (Transform.inl), the even half of a
+// pass two butterflies around one rotation, the odd half the plain 4x4 matrix. A pass over columns and rows
+// together has a gain of 8. Of one block or of as many as a vector holds.
 //
 // Range: shifted samples lie in -128..127. A first pass makes of them at most 1024 times the 8 that the
 // fraction bits kept between the passes stand for (-8192 to 8160), so that sums of four of its outputs just
 // fit 16 bits (-32768 to 32640, and differences of two and two within 32704). The two outputs of the first
-// pass that take no multiplication need no 32 bits.
+// pass that take no multiplication need no 32 bits. The level shift reaches the sum of all samples alone.
 
 namespace KERNEL_TARGET {
 namespace {
@@ -16,7 +16,7 @@ constexpr int kForwardSecondShift = kFractionBits + kForwardPassBits + 3; // 3: 
 
 // One pass over eight vectors, lane by lane. The first one keeps fraction bits, the second one drops them.
 template <bool bFirst, class V16>
-void ForwardPass(V16 (&x)[8]) {
+[[gnu::always_inline]] inline void ForwardPass(V16 (&x)[8]) {
     constexpr int nShift = bFirst ? kForwardFirstShift : kForwardSecondShift;
     constexpr std::int32_t nBias = 1 << (nShift - 1);
     const V16 d0 = x[0] - x[7];
@@ -46,11 +46,12 @@ void ForwardPass(V16 (&x)[8]) {
     x[7] = ShiftPack<nShift>(MultiplyAdd(d0, kC7, d1, -kC5) + MultiplyAdd(d2, kC3, d3, -kC1) + nBias);
 }
 
-// Coefficients with rows and columns exchanged: vector x holds horizontal frequency x, lane y vertical
-// frequency y.
+// From samples as they are to coefficients with rows and columns exchanged: vector x holds horizontal
+// frequency x, lane y vertical frequency y.
 template <class V16>
-void ForwardTransform(V16 (&rows)[8]) {
+[[gnu::always_inline]] inline void ForwardTransform(V16 (&rows)[8]) {
     ForwardPass<true>(rows);
+    rows[0] = rows[0] + std::int16_t{-(8 * 128 << kForwardPassBits)};
     Transpose(rows);
     ForwardPass<false>(rows);
 }
@@ -65,7 +66,7 @@ IppStatus ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const std::uint8_t* pSrc, std::int
         return ippStsStepErr;
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y, pSrc += nSrcStep)
-        rows[y] = LoadShifted(pSrc);
+        rows[y] = Widen(pSrc);
     ForwardTransform(rows);
     Transpose(rows);
     for (int y = 0; y < 8; ++y)

@@ -32,6 +32,7 @@ public:
           m_nHeld(std::uint64_t{state.nAccumulator} << 40), m_nBits(static_cast<std::uint32_t>(state.nBits)) {
     }
 
+    // nMask: the coefficients that are not zero, in coding order.
     void Block(const std::int16_t* pBlock, std::uint64_t nMask, ippiScanComponent& component) {
         // Copies, which stay in registers: the window's bytes could be any memory to a compiler.
         Cursor cursor{m_pNext, m_nHeld, m_nBits};
@@ -40,24 +41,38 @@ public:
         // No predictor of a caller leads out of the table.
         const std::uint32_t nDcBits =
             g_aValueBits[(static_cast<std::uint32_t>(nDifference) + ippValueZero) % g_aValueBits.size()];
-        cursor.Put(component.pDcTable->aWhole[nDcBits & 15] + nDcBits);
 
         const std::uint32_t* const pWhole = component.pAcTable->aWhole;
         const std::uint16_t* const pValues = g_aValueBits.data() + ippValueZero;
-        std::uint64_t nLeft = InCodingOrder(nMask) & ~std::uint64_t{1};
+        std::uint64_t nLeft = nMask & ~std::uint64_t{1};
         std::uint32_t nNext = 1;
-        while (nLeft != 0) {
+        // The next coefficient's code with its value; zeros before it that no code counts go out behind
+        // first.
+        const auto take = [&](Codes& first) {
             const auto k = static_cast<std::uint32_t>(__builtin_ctzll(nLeft));
             nLeft &= nLeft - 1;
             std::uint32_t nRun = k - nNext;
             nNext = k + 1;
-            for (; nRun > 15; nRun -= 16)
-                cursor.Put(pWhole[kZeroRun]);
+            for (; nRun > 15; nRun -= 16) {
+                cursor.Put(first);
+                first = Codes(pWhole[kZeroRun]);
+            }
             const std::uint32_t nBits = pValues[pBlock[g_aExchangedZigZag[k]]];
-            cursor.Put(pWhole[nRun << 4 | (nBits & 15)] + nBits);
+            return Codes(pWhole[nRun << 4 | (nBits & 15)] + nBits);
+        };
+        // Two at a time: to put codes together is cheaper than to put out each.
+        Codes codes(component.pDcTable->aWhole[nDcBits & 15] + nDcBits);
+        while (nLeft != 0) {
+            const Codes second = take(codes);
+            cursor.Put(codes.With(second));
+            codes = {};
+            if (nLeft == 0)
+                break;
+            codes = take(codes);
         }
         if (nNext != 64)
-            cursor.Put(pWhole[kEndOfBlock]);
+            codes = codes.With(Codes(pWhole[kEndOfBlock]));
+        cursor.Put(codes);
         m_pNext = cursor.pNext;
         m_nHeld = cursor.nHeld;
         m_nBits = cursor.nBits;
@@ -107,15 +122,30 @@ public:
     }
 
 private:
+    // A code and the value behind it, or two of those: 54 bits at most.
+    struct Codes {
+        Codes() = default;
+        // A sum of ippiEncodeHuffmanSpec::aWhole and g_aValueBits.
+        explicit Codes(std::uint32_t nWhole) : nCode(nWhole >> 5), nLength(nWhole & 31) {}
+        Codes With(Codes second) const {
+            Codes both;
+            both.nCode = nCode << second.nLength | second.nCode;
+            both.nLength = nLength + second.nLength;
+            return both;
+        }
+
+        std::uint64_t nCode = 0;
+        std::uint32_t nLength = 0;
+    };
+
     struct Cursor {
         std::uint8_t* pNext;
         std::uint64_t nHeld; // topmost, zeros below
         std::uint32_t nBits; // 0 to 7
 
-        // A code and the value behind it, << 5, and the length of both.
-        void Put(std::uint32_t nWhole) {
-            nBits += nWhole & 31;
-            nHeld |= std::uint64_t{nWhole >> 5} << (64 - nBits);
+        void Put(Codes codes) {
+            nBits += codes.nLength;
+            nHeld |= codes.nCode << ((64 - nBits) & 63); // no codes at all shift by nothing
             const std::uint64_t nBytes = __builtin_bswap64(nHeld);
             std::memcpy(pNext, &nBytes, sizeof nBytes);
             pNext += nBits >> 3;
@@ -138,9 +168,9 @@ private:
 struct ScanBlock {
     const std::uint8_t* pSamples;
     ippiScanComponent* pComponent;
+    const std::uint16_t* pFactors; // rows and columns exchanged
 
     const std::uint8_t* Row(int y) const { return pSamples + std::ptrdiff_t{y} * pComponent->nStep; }
-    const std::uint16_t* Factors(int x) const { return pComponent->pScanTable + 8 * x; }
 };
 
 // The coefficients of a batch, rows and columns exchanged, and a bit for each that is not zero.
@@ -153,47 +183,66 @@ void TransformOne(const ScanBlock& block, std::int16_t* pTo, std::uint64_t* pMas
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y)
         rows[y] = Widen(block.Row(y));
-    ScanTransform(rows);
+    ForwardTransform(rows);
     for (int x = 0; x < 8; ++x) {
-        rows[x] = Quantised(rows[x], block.Factors(x));
+        rows[x] = RoundedProduct(rows[x], block.pFactors + 8 * x);
         Store(pTo + 8 * x, rows[x]);
     }
     std::uint64_t nMask = 0;
     for (int x = 0; x < 8; x += 2)
         nMask |= std::uint64_t{NonZeroMask(rows[x], rows[x + 1])} << (8 * x);
-    *pMask = nMask;
+    *pMask = InCodingOrder(nMask);
 }
 
 #ifdef KERNEL_WIDE
-void TransformTwo(const ScanBlock* pBlocks, std::int16_t* pTo, std::uint64_t* pMasks) {
+// Blocks nFirst and nSecond of a batch, with the same factors.
+void TransformTwo(const ScanBlock* pBlocks, std::int32_t nFirst, std::int32_t nSecond,
+                  ScanCoefficients& coefficients) {
+    const ScanBlock& first = pBlocks[nFirst];
+    const ScanBlock& second = pBlocks[nSecond];
     WideVec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        rows[y] = Widen(pBlocks[0].Row(y), pBlocks[1].Row(y));
-    ScanTransform(rows);
+        rows[y] = Widen(first.Row(y), second.Row(y));
+    ForwardTransform(rows);
+    std::uint64_t anMasks[2] = {};
     for (int x = 0; x < 8; ++x) {
-        rows[x] = Quantised(rows[x], pBlocks[0].Factors(x), pBlocks[1].Factors(x));
-        Store(pTo + 8 * x, pTo + 64 + 8 * x, rows[x]);
+        rows[x] = RoundedProduct(rows[x], first.pFactors + 8 * x);
+        Store(coefficients.aBlocks[nFirst] + 8 * x, coefficients.aBlocks[nSecond] + 8 * x, rows[x]);
     }
-    std::uint64_t nFirst = 0;
-    std::uint64_t nSecond = 0;
     for (int x = 0; x < 8; x += 2) {
         const std::uint64_t nBoth = NonZeroMask(rows[x], rows[x + 1]);
-        nFirst |= (nBoth & 0xFFFF) << (8 * x);
-        nSecond |= nBoth >> 16 << (8 * x);
+        anMasks[0] |= (nBoth & 0xFFFF) << (8 * x);
+        anMasks[1] |= nBoth >> 16 << (8 * x);
     }
-    pMasks[0] = nFirst;
-    pMasks[1] = nSecond;
+    coefficients.aMasks[nFirst] = InCodingOrder(anMasks[0]);
+    coefficients.aMasks[nSecond] = InCodingOrder(anMasks[1]);
 }
 #endif
 
+// Two at a time where a target has vectors for that: neighbours with the same factors, or one that found no
+// such neighbour with the next one.
 void TransformBatch(const ScanBlock* pBlocks, std::int32_t nBlocks, ScanCoefficients& coefficients) {
-    std::int32_t i = 0;
 #ifdef KERNEL_WIDE
-    for (; i + 1 < nBlocks; i += 2)
-        TransformTwo(pBlocks + i, coefficients.aBlocks[i], coefficients.aMasks + i);
-#endif
-    for (; i < nBlocks; ++i)
+    std::int32_t nLone = -1;
+    for (std::int32_t i = 0; i < nBlocks; ++i) {
+        if (i + 1 < nBlocks && pBlocks[i].pFactors == pBlocks[i + 1].pFactors) {
+            TransformTwo(pBlocks, i, i + 1, coefficients);
+            ++i;
+        } else if (nLone < 0) {
+            nLone = i;
+        } else if (pBlocks[i].pFactors == pBlocks[nLone].pFactors) {
+            TransformTwo(pBlocks, nLone, i, coefficients);
+            nLone = -1;
+        } else {
+            TransformOne(pBlocks[i], coefficients.aBlocks[i], coefficients.aMasks + i);
+        }
+    }
+    if (nLone >= 0)
+        TransformOne(pBlocks[nLone], coefficients.aBlocks[nLone], coefficients.aMasks + nLone);
+#else
+    for (std::int32_t i = 0; i < nBlocks; ++i)
         TransformOne(pBlocks[i], coefficients.aBlocks[i], coefficients.aMasks + i);
+#endif
 }
 
 // All transforms first: what the processor has begun ahead of a block's last symbol is lost when it guesses
@@ -219,30 +268,61 @@ void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlo
         __builtin_prefetch(reinterpret_cast<const void*>(nAddress + (nHeight + nShare * nRows + i) * nStep));
 }
 
-// Lists the blocks of the next MCU in coding order.
-ScanBlock* ListMcu(ippiScanComponent* pComponents, std::int32_t nComponents, ScanBlock* pNext) {
-    for (std::int32_t i = 0; i < nComponents; ++i) {
-        ippiScanComponent& component = pComponents[i];
-        FetchBelow(component);
-        for (std::int32_t v = 0; v < component.nVSampling; ++v) {
-            const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
-            *pNext++ = {pRow, &component};
-            if (component.nHSampling == 2)
-                *pNext++ = {pRow + 8, &component};
+// The components of a row of MCUs, and how far it is listed.
+class ScanList {
+public:
+    ScanList(ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcuBlocks,
+             std::int32_t nMcus)
+        : m_pComponents(pComponents), m_nComponents(nComponents), m_nMcuBlocks(nMcuBlocks), m_nMcus(nMcus) {
+        for (std::int32_t i = 0; i < nComponents; ++i) {
+            m_apFactors[i] = m_aFactors[i];
+            for (std::int32_t j = 0; j < i; ++j) {
+                if (pComponents[j].pTable == pComponents[i].pTable)
+                    m_apFactors[i] = m_apFactors[j];
+            }
+            if (m_apFactors[i] == m_aFactors[i])
+                Exchange(pComponents[i].pTable, m_aFactors[i]);
         }
-        component.pSamples += 8 * component.nHSampling;
     }
-    return pNext;
-}
 
-// Lists as many MCUs as fit a batch, which is their number of blocks, and takes them off nMcus.
-std::int32_t ListBatch(ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcuBlocks,
-                       std::int32_t& nMcus, ScanBlock (&aBlocks)[kBatchBlocks]) {
-    ScanBlock* pNext = aBlocks;
-    for (; nMcus > 0 && pNext - aBlocks + nMcuBlocks <= kBatchBlocks; --nMcus)
-        pNext = ListMcu(pComponents, nComponents, pNext);
-    return static_cast<std::int32_t>(pNext - aBlocks);
-}
+    // Lists as many MCUs as fit a batch; returns their number of blocks, 0 at the end.
+    std::int32_t Next(ScanBlock (&aBlocks)[kBatchBlocks]) {
+        ScanBlock* pNext = aBlocks;
+        for (; m_nMcus > 0 && pNext - aBlocks + m_nMcuBlocks <= kBatchBlocks; --m_nMcus)
+            pNext = Mcu(pNext);
+        return static_cast<std::int32_t>(pNext - aBlocks);
+    }
+
+private:
+    // Coefficients come with their rows and columns exchanged, and their factors have to.
+    static void Exchange(const std::uint16_t* pTable, std::uint16_t* pTo) {
+        for (int i = 0; i < 64; ++i)
+            pTo[i] = pTable[(i & 7) << 3 | i >> 3];
+    }
+
+    // The blocks of the next MCU in coding order.
+    ScanBlock* Mcu(ScanBlock* pNext) {
+        for (std::int32_t i = 0; i < m_nComponents; ++i) {
+            ippiScanComponent& component = m_pComponents[i];
+            FetchBelow(component);
+            for (std::int32_t v = 0; v < component.nVSampling; ++v) {
+                const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
+                *pNext++ = {pRow, &component, m_apFactors[i]};
+                if (component.nHSampling == 2)
+                    *pNext++ = {pRow + 8, &component, m_apFactors[i]};
+            }
+            component.pSamples += 8 * component.nHSampling;
+        }
+        return pNext;
+    }
+
+    ippiScanComponent* m_pComponents;
+    std::int32_t m_nComponents;
+    std::int32_t m_nMcuBlocks;
+    std::int32_t m_nMcus; // still to be listed
+    const std::uint16_t* m_apFactors[4];
+    alignas(32) std::uint16_t m_aFactors[4][64];
+};
 
 IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
                     std::int32_t& nBlocks) {
@@ -250,7 +330,7 @@ IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponen
         return ippStsBadArgument;
     nBlocks = 0;
     for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
-        if (!p->pSamples || !p->pScanTable)
+        if (!p->pSamples || !p->pTable)
             return ippStsNullPtrErr;
         if (p->nStep < 1)
             return ippStsStepErr;
@@ -288,9 +368,10 @@ IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t 
     if (const IppStatus nStatus = CheckScanCodes(pComponents, nComponents))
         return nStatus;
     ScanWriter writer(pDst, nDstSize, *pDstCurrPos, *pState);
-    while (nMcus > 0) {
-        ScanBlock aBlocks[kBatchBlocks];
-        EncodeBatch(writer, aBlocks, ListBatch(pComponents, nComponents, nMcuBlocks, nMcus, aBlocks));
+    ScanList list(pComponents, nComponents, nMcuBlocks, nMcus);
+    ScanBlock aBlocks[kBatchBlocks];
+    while (const std::int32_t nBlocks = list.Next(aBlocks)) {
+        EncodeBatch(writer, aBlocks, nBlocks);
         if (writer.IsFull() && !writer.Drain())
             return ippStsBufferEnd;
     }
@@ -307,9 +388,9 @@ IppStatus ippiTransformMcus_JPEG_8u16s(ippiScanComponent* pComponents, std::int3
     std::int32_t nMcuBlocks = 0;
     if (const IppStatus nStatus = CheckScan(pComponents, nComponents, nMcus, nMcuBlocks))
         return nStatus;
-    while (nMcus > 0) {
-        ScanBlock aBlocks[kBatchBlocks];
-        const std::int32_t nBlocks = ListBatch(pComponents, nComponents, nMcuBlocks, nMcus, aBlocks);
+    ScanList list(pComponents, nComponents, nMcuBlocks, nMcus);
+    ScanBlock aBlocks[kBatchBlocks];
+    while (const std::int32_t nBlocks = list.Next(aBlocks)) {
         ScanCoefficients coefficients;
         TransformBatch(aBlocks, nBlocks, coefficients);
         for (std::int32_t i = 0; i < nBlocks; ++i, pDst += 64) {

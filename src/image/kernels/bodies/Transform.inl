@@ -59,7 +59,8 @@ inline void Butterflies(const Vector (&x)[8], std::int32_t nBias, Multiply multi
 constexpr int kFirstShift = kFractionBits - kPassBits;
 constexpr int kSecondShift = kFractionBits + kPassBits + 3; // 3: the gain of 8
 constexpr std::int32_t kFirstBias = 1 << (kFirstShift - 1);
-constexpr std::int32_t kSecondBias = (1 << (kSecondShift - 1)) + (128 << kSecondShift);
+constexpr std::int32_t kShiftedBias = 1 << (kSecondShift - 1); // of samples that stay level-shifted
+constexpr std::int32_t kSecondBias = kShiftedBias + (128 << kSecondShift);
 
 template <int nShift, bool bFour, class Vector>
 void InversePass(Vector (&x)[8], std::int32_t nBias) {
@@ -196,6 +197,21 @@ IppStatus ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::uin
     if (nDstStep < 1)
         return ippStsStepErr;
     InverseOne({pSrc, pTable, pDst, nDstStep}, IsFlat(pSrc) ? 0 : 63);
+    return ippStsNoErr;
+}
+
+IppStatus ippxInverseBlock_16s(const std::int16_t* pSrc, std::int16_t* pDst, const std::uint16_t* pTable) {
+    if (!pSrc || !pDst || !pTable)
+        return ippStsNullPtrErr;
+    const BlockTask task{pSrc, pTable, nullptr, 0};
+    Vec16 rows[8];
+    for (int y = 0; y < 8; ++y)
+        LoadScaled(&task, y, rows[y]);
+    FirstPass<false>(rows);
+    InversePass<kSecondShift, false>(rows, kShiftedBias);
+    Transpose(rows);
+    for (int y = 0; y < 8; ++y)
+        Store(pDst + 8 * y, rows[y]);
     return ippStsNoErr;
 }
 

@@ -54,8 +54,6 @@ KERNEL(ippiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1,
 KERNEL(ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R,
        (const std::uint8_t* pSrc, std::int32_t nSrcStep, std::int16_t* pDst, const std::uint16_t* pTable),
        (pSrc, nSrcStep, pDst, pTable))
-KERNEL(ippiQuantScanTableInit_JPEG_8u16u, (const std::uint8_t* pRawTable, std::uint16_t* pTable),
-       (pRawTable, pTable))
 KERNEL(ippiTransformMcus_JPEG_8u16s,
        (ippiScanComponent * pComponents, std::int32_t nComponents, std::int32_t nMcus, std::int16_t* pDst),
        (pComponents, nComponents, nMcus, pDst))

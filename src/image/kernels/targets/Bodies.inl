@@ -9,6 +9,7 @@
 #include "image/kernels/bodies/Sampling.inl"
 #include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"
+#include "image/kernels/bodies/Variant.inl"
 
 #include "image/kernels/bodies/Interleave.inl"
 
@@ -26,7 +27,6 @@
 #include "image/kernels/bodies/EncoderTables.inl"
 #include "image/kernels/bodies/EntropyEncode.inl"
 #include "image/kernels/bodies/ForwardTransform.inl"
-#include "image/kernels/bodies/ScanTransform.inl"
 // Its blocks come from the transform above.
 #include "image/kernels/bodies/ScanEncode.inl"
 #include "image/kernels/bodies/Split.inl"

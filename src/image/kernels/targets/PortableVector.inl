@@ -114,38 +114,12 @@ inline void StoreClamped(std::uint8_t* p, Vec16 x) {
         p[i] = static_cast<std::uint8_t>(x.a[i] < 0 ? 0 : x.a[i] > 255 ? 255 : x.a[i]);
 }
 
-// Eight samples, each less 128.
-inline Vec16 LoadShifted(const std::uint8_t* p) {
-    Vec16 v;
-    for (int i = 0; i < 8; ++i)
-        v.a[i] = static_cast<std::int16_t>(p[i] - 128);
-    return v;
-}
-
 // Eight samples as they are.
 inline Vec16 Widen(const std::uint8_t* p) {
     Vec16 v;
     for (int i = 0; i < 8; ++i)
         v.a[i] = p[i];
     return v;
-}
-
-// x*c/32768, rounded to nearest with halves up.
-inline Vec16 Scaled(Vec16 x, std::int16_t c) {
-    for (int i = 0; i < 8; ++i)
-        x.a[i] = static_cast<std::int16_t>((x.a[i] * c + 0x4000) >> 15);
-    return x;
-}
-
-// The magnitudes plus 1, times the factors, over 2^20, with the signs of x: rounded to nearest with halves
-// up. The lowest 16 bits are dropped before, which moves no half.
-inline Vec16 Quantised(Vec16 x, const std::uint16_t* pFactors) {
-    for (int i = 0; i < 8; ++i) {
-        const auto nMagnitude = static_cast<std::uint32_t>(x.a[i] < 0 ? -x.a[i] : x.a[i]) + 1;
-        const auto nResult = static_cast<std::int32_t>(((nMagnitude * pFactors[i] >> 16) + 8) >> 4);
-        x.a[i] = static_cast<std::int16_t>(x.a[i] < 0 ? -nResult : nResult);
-    }
-    return x;
 }
 
 inline void Store(std::int16_t* p, Vec16 x) {

@@ -26,34 +26,8 @@ inline void Store(std::int16_t* p, Vec16 x) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x.v);
 }
 
-inline Vec16 LoadShifted(const std::uint8_t* p) {
-    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
-    return {_mm_sub_epi16(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()), _mm_set1_epi16(128))};
-}
-
 inline Vec16 Widen(const std::uint8_t* p) {
     return {_mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128())};
-}
-
-inline Vec16 Scaled(Vec16 x, std::int16_t c) {
-    const __m128i all = _mm_set1_epi16(c);
-#ifdef KERNEL_SSSE3
-    return {_mm_mulhrs_epi16(x.v, all)};
-#else
-    const __m128i low = _mm_mullo_epi16(x.v, all);
-    const __m128i high = _mm_mulhi_epi16(x.v, all);
-    const __m128i floor = _mm_or_si128(_mm_slli_epi16(high, 1), _mm_srli_epi16(low, 15));
-    return {_mm_add_epi16(floor, _mm_and_si128(_mm_srli_epi16(low, 14), _mm_set1_epi16(1)))};
-#endif
-}
-
-inline Vec16 Quantised(Vec16 x, const std::uint16_t* pFactors) {
-    const __m128i signs = _mm_srai_epi16(x.v, 15);
-    const __m128i magnitude = _mm_sub_epi16(_mm_xor_si128(x.v, signs), signs);
-    const __m128i product =
-        _mm_mulhi_epu16(_mm_add_epi16(magnitude, _mm_set1_epi16(1)), LoadRegister(pFactors));
-    const __m128i result = _mm_srli_epi16(_mm_add_epi16(product, _mm_set1_epi16(8)), 4);
-    return {_mm_sub_epi16(_mm_xor_si128(result, signs), signs)};
 }
 
 // Both halves of the products. The processor takes a factor above 32767 for one that is 65536 less.
@@ -69,13 +43,23 @@ inline Vec16 MultiplySaturate(Vec16 x, const std::uint16_t* pFactors) {
     return {_mm_packs_epi32(product.lo, product.hi)};
 }
 
+// With SSSE3 the product rounds halves up; of a tie, that is an odd result which has to be one less. A factor
+// of 32768 is a negative number to the processor, and so is the other one made then.
 inline Vec16 RoundedProduct(Vec16 x, const std::uint16_t* pFactors) {
-    const Vec32 product = UnsignedProduct(x, LoadRegister(pFactors));
+    const __m128i factors = LoadRegister(pFactors);
+#ifdef KERNEL_SSSE3
+    const __m128i signed_x = _mm_sign_epi16(x.v, factors);
+    const __m128i tie =
+        _mm_cmpeq_epi16(_mm_slli_epi16(_mm_mullo_epi16(signed_x, factors), 1), _mm_set1_epi16(-32768));
+    return {_mm_andnot_si128(_mm_srli_epi16(tie, 15), _mm_mulhrs_epi16(signed_x, factors))};
+#else
+    const Vec32 product = UnsignedProduct(x, factors);
     const auto round = [](__m128i n) {
         const __m128i odd = _mm_and_si128(_mm_srli_epi32(n, 15), _mm_set1_epi32(1));
         return _mm_srai_epi32(_mm_add_epi32(_mm_add_epi32(n, _mm_set1_epi32(0x3FFF)), odd), 15);
     };
     return {_mm_packs_epi32(round(product.lo), round(product.hi))};
+#endif
 }
 
 inline void StoreZeroBlock(std::int16_t* p) {
@@ -141,8 +125,7 @@ inline Vec16 ShiftPack(Vec32 x) {
 }
 
 inline std::uint32_t NonZeroMask(Vec16 x, Vec16 y) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i zeros = _mm_packs_epi16(_mm_cmpeq_epi16(x.v, zero), _mm_cmpeq_epi16(y.v, zero));
+    const __m128i zeros = _mm_cmpeq_epi8(_mm_packs_epi16(x.v, y.v), _mm_setzero_si128());
     return static_cast<std::uint32_t>(_mm_movemask_epi8(zeros)) ^ 0xFFFF;
 }
 

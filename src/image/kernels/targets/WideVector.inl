@@ -134,13 +134,9 @@ inline void StoreTransposedClamped(std::uint8_t* pFirst, std::ptrdiff_t nFirstSt
 }
 
 inline WideVec16 Widen(const std::uint8_t* pFirst, const std::uint8_t* pSecond) {
-    const __m128i bytes = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pFirst)),
-                                             _mm_loadl_epi64(reinterpret_cast<const __m128i*>(pSecond)));
-    return {_mm256_cvtepu8_epi16(bytes)};
-}
-
-inline WideVec16 Scaled(WideVec16 x, std::int16_t c) {
-    return {_mm256_mulhrs_epi16(x.v, _mm256_set1_epi16(c))};
+    const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(pFirst));
+    const __m128 both = _mm_loadh_pi(_mm_castsi128_ps(first), reinterpret_cast<const __m64*>(pSecond));
+    return {_mm256_cvtepu8_epi16(_mm_castps_si128(both))};
 }
 
 inline void Store(std::int16_t* pFirst, std::int16_t* pSecond, WideVec16 x) {
@@ -165,17 +161,18 @@ inline WideVec16 operator+(WideVec16 x, std::int16_t n) {
     return {_mm256_add_epi16(x.v, _mm256_set1_epi16(n))};
 }
 
-inline WideVec16 Quantised(WideVec16 x, const std::uint16_t* pFirst, const std::uint16_t* pSecond) {
-    const __m256i magnitude = _mm256_add_epi16(_mm256_abs_epi16(x.v), _mm256_set1_epi16(1));
-    const __m256i product = _mm256_mulhi_epu16(magnitude, JoinRegisters(pFirst, pSecond));
-    const __m256i result = _mm256_srli_epi16(_mm256_add_epi16(product, _mm256_set1_epi16(8)), 4);
-    return {_mm256_sign_epi16(result, x.v)};
+// The same factors for both squares.
+inline WideVec16 RoundedProduct(WideVec16 x, const std::uint16_t* pFactors) {
+    const __m256i factors = _mm256_broadcastsi128_si256(LoadRegister(pFactors));
+    const __m256i signed_x = _mm256_sign_epi16(x.v, factors);
+    const __m256i tie = _mm256_cmpeq_epi16(_mm256_slli_epi16(_mm256_mullo_epi16(signed_x, factors), 1),
+                                           _mm256_set1_epi16(-32768));
+    return {_mm256_andnot_si256(_mm256_srli_epi16(tie, 15), _mm256_mulhrs_epi16(signed_x, factors))};
 }
 
 // Those of the first square in the low half.
 inline std::uint32_t NonZeroMask(WideVec16 x, WideVec16 y) {
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i zeros = _mm256_packs_epi16(_mm256_cmpeq_epi16(x.v, zero), _mm256_cmpeq_epi16(y.v, zero));
+    const __m256i zeros = _mm256_cmpeq_epi8(_mm256_packs_epi16(x.v, y.v), _mm256_setzero_si256());
     return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(zeros));
 }
 

@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_avx
+#define KERNEL_SET "AVX"
 #define KERNEL_SSSE3 1
 
 #ifdef __clang__

@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_avx2
+#define KERNEL_SET "AVX2"
 #define KERNEL_SSSE3 1
 #define KERNEL_WIDE 1
 #ifdef __clang__

@@ -3,6 +3,7 @@
 #include "image/kernels/targets/Includes.h"
 
 #define KERNEL_TARGET kernels_portable
+#define KERNEL_SET "C++"
 
 #include "image/kernels/targets/Declarations.inl"
 #include "image/kernels/targets/PortableVector.inl"

@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_sse2
+#define KERNEL_SET "SSE2"
 
 #ifdef __clang__
 #pragma clang attribute push(__attribute__((target("sse2"))), apply_to = function)

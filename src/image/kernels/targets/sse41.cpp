@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_sse41
+#define KERNEL_SET "SSE4.1"
 #define KERNEL_SSSE3 1
 
 #ifdef __clang__

@@ -7,6 +7,7 @@
 #include <immintrin.h>
 
 #define KERNEL_TARGET kernels_ssse3
+#define KERNEL_SET "SSSE3"
 #define KERNEL_SSSE3 1
 
 #ifdef __clang__
