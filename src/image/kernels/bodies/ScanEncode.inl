@@ -46,7 +46,7 @@ public:
         const std::uint16_t* const pValues = g_aValueBits.data() + ippValueZero;
         std::uint64_t nLeft = nMask & ~std::uint64_t{1};
         std::uint32_t nNext = 1;
-        // The next coefficient's code with its value; zeros before it that no code counts go out behind
+        // The next coefficient's code with its value. Runs of sixteen zeros before it go out at once, behind
         // first.
         const auto take = [&](Codes& first) {
             const auto k = static_cast<std::uint32_t>(__builtin_ctzll(nLeft));
@@ -55,7 +55,8 @@ public:
             nNext = k + 1;
             for (; nRun > 15; nRun -= 16) {
                 cursor.Put(first);
-                first = Codes(pWhole[kZeroRun]);
+                first = {};
+                cursor.Put(Codes(pWhole[kZeroRun]));
             }
             const std::uint32_t nBits = pValues[pBlock[g_aExchangedZigZag[k]]];
             return Codes(pWhole[nRun << 4 | (nBits & 15)] + nBits);
