@@ -1,6 +1,7 @@
 """Thirty live cameras on one page and on one connection."""
 
 import json
+import re
 import time
 from contextlib import ExitStack
 
@@ -81,7 +82,7 @@ class ThirtyTest(case.BrowserCase):
         self.assertEqual(len(sockets), 1, "connections for pictures")
         requests = [event["params"]["request"]["url"] for event in events
                     if event["method"] == "Network.requestWillBeSent"]
-        pictures = [url for url in requests if "/live/" in url or "/snapshot/" in url]
+        pictures = [url for url in requests if re.search(r":\d+/(live|snapshot)/", url)]
         self.assertEqual(pictures, [], "pictures asked for one by one")
 
 
