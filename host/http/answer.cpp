@@ -5,42 +5,21 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <boost/beast/core/buffer_traits.hpp>
-#include <boost/beast/core/buffers_range.hpp>
-#include <boost/beast/core/error.hpp>
-#include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/message.hpp>
-#include <boost/beast/http/serializer.hpp>
+#include <boost/beast/http/status.hpp>
 
 #include "host/base/json.h"
 
 namespace host {
 namespace {
 
-namespace http = boost::beast::http;
-
-void SetCommonHeaders(http::fields& fields) {
-    fields.set(http::field::server, "Morrowstream");
-    fields.set("X-Content-Type-Options", "nosniff");
-    fields.set("Referrer-Policy", "no-referrer");
-    fields.set("Content-Security-Policy", "default-src 'self'; img-src 'self' blob: data:; "
-                                          "object-src 'none'; base-uri 'none'; form-action 'self'; "
-                                          "frame-ancestors 'self'");
-}
-
-// The head alone, as Beast writes it.
-std::string HeadText(const http::response<http::empty_body>& message) {
-    http::response_serializer<http::empty_body> serializer(message);
-    std::string text;
-    boost::beast::error_code error;
-    while (!serializer.is_header_done() && !error) {
-        serializer.next(error, [&](boost::beast::error_code&, const auto& buffers) {
-            for (const auto& buffer : boost::beast::buffers_range_ref(buffers))
-                text.append(static_cast<const char*>(buffer.data()), buffer.size());
-            serializer.consume(boost::beast::buffer_bytes(buffers));
-        });
-    }
-    return text;
+// The headers of every answer; those of its own come on top.
+std::map<std::string, std::string> CommonHeaders() {
+    return {{"Server", "Morrowstream"},
+            {"X-Content-Type-Options", "nosniff"},
+            {"Referrer-Policy", "no-referrer"},
+            {"Content-Security-Policy", "default-src 'self'; img-src 'self' blob: data:; "
+                                        "object-src 'none'; base-uri 'none'; form-action 'self'; "
+                                        "frame-ancestors 'self'"}};
 }
 
 } // namespace
@@ -63,17 +42,21 @@ Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
 }
 
 std::string Serialize(const Answer& answer, const AnswerOptions& options) {
-    http::response<http::empty_body> message(static_cast<http::status>(answer.status), 11);
-    SetCommonHeaders(message);
+    auto headers = CommonHeaders();
     const bool noContent = answer.status == 304;
     if (!noContent)
-        message.set(http::field::content_type, answer.type);
+        headers["Content-Type"] = answer.type;
     for (const auto& [name, value] : answer.headers)
-        message.set(name, value);
-    message.keep_alive(options.keepAlive && !options.openEnded);
+        headers[name] = value;
+    if (!options.keepAlive || options.openEnded)
+        headers["Connection"] = "close";
     if (!options.openEnded && !noContent)
-        message.content_length(answer.body.size());
-    std::string bytes = HeadText(message);
+        headers["Content-Length"] = std::to_string(answer.body.size());
+    std::string bytes = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
+    bytes.append(boost::beast::http::obsolete_reason(static_cast<boost::beast::http::status>(answer.status)));
+    for (const auto& [name, value] : headers)
+        bytes.append("\r\n").append(name).append(": ").append(value);
+    bytes += "\r\n\r\n";
     if (!options.headOnly && !noContent)
         bytes += answer.body;
     return bytes;

@@ -1,18 +1,9 @@
 // A WebSocket to a page of this host.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <string_view>
-
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/websocket/stream.hpp>
 
 #include "host/base/wait.h"
 #include "host/http/limits.h"
@@ -21,7 +12,8 @@
 namespace host {
 
 // One page's connection. It has an event loop of its own, which runs on the thread of the connection; so
-// nothing here needs a lock, and a slow page holds up no other. One message is written at a time.
+// nothing here needs a lock, and a slow page holds up no other. One message is written at a time. The library
+// that does it stays behind this header: it takes long to compile.
 class PageSocket {
 public:
     PageSocket(const PageSocket&) = delete;
@@ -33,7 +25,7 @@ public:
 protected:
     // Takes the socket. The request asks for a WebSocket. The stop signal outlives the object.
     PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop);
-    ~PageSocket() = default;
+    ~PageSocket();
 
     // The page is there. Called once, first.
     virtual void OnOpen() = 0;
@@ -45,38 +37,27 @@ protected:
 
     // Begins to write a message; what it is made of stays as it is until SendNext is called again. At most
     // once for each SendNext.
-    void Text(boost::asio::const_buffer text);
-    void Binary(boost::asio::const_buffer first, boost::asio::const_buffer second);
+    void Text(std::string_view text);
+    void Binary(std::string_view first, std::string_view second);
 
     // Calls `happened`, and then SendNext, for each signal from now on.
     void Watch(Wakeup& wakeup, std::function<void()> happened);
     // Calls `happened`, and then SendNext, at that time; a later call replaces an earlier one of that timer.
-    using Timer = boost::asio::steady_timer;
-    [[nodiscard]] Timer MakeTimer() { return Timer(m_loop); }
-    void At(Timer& timer, Clock::time_point when, std::function<void()> happened);
+    class Timer;
+    struct TimerEnd {
+        void operator()(Timer* timer) const;
+    };
+    using TimerPtr = std::unique_ptr<Timer, TimerEnd>;
+    [[nodiscard]] TimerPtr MakeTimer();
+    void At(const TimerPtr& timer, Clock::time_point when, std::function<void()> happened);
     // Sends nothing more and ends.
-    void Close() { m_loop.stop(); }
+    void Close();
 
     const Limits m_limits;
 
 private:
-    struct Watched {
-        boost::asio::posix::stream_descriptor descriptor;
-        Wakeup& wakeup;
-        std::function<void()> happened;
-    };
-    void Await(Watched& watched);
-    void Read();
-    void Pump();
-    void OnWritten(const boost::system::error_code& error);
-
-    boost::asio::io_context m_loop{1};
-    std::list<Watched> m_watched;
-    boost::asio::posix::stream_descriptor m_stop;
-    boost::beast::websocket::stream<boost::asio::ip::tcp::socket> m_stream;
-    const std::shared_ptr<const BeastRequest> m_request;
-    boost::beast::flat_buffer m_received;
-    bool m_writing = false;
+    class Loop;
+    const std::unique_ptr<Loop> m_loop;
 };
 
 } // namespace host

@@ -12,8 +12,6 @@
 namespace host {
 namespace {
 
-namespace asio = boost::asio;
-
 constexpr std::size_t kPictureHeaderBytes = 20;
 
 std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Outgoing& outgoing) {
@@ -78,7 +76,7 @@ private:
             m_statePending = false;
             m_board.SetFeeds(m_pages.feeds.List());
             m_state = StateJson(m_pages);
-            return Text(asio::buffer(m_state));
+            return Text(m_state);
         }
         while (auto outgoing = m_board.Next(Clock::now())) {
             m_outgoing = std::move(*outgoing);
@@ -90,14 +88,14 @@ private:
             }
             m_header = PictureHeader(m_outgoing);
             ++m_pages.counters.sent;
-            return Binary(asio::buffer(m_header), asio::buffer(jpeg));
+            return Binary({reinterpret_cast<const char*>(m_header.data()), m_header.size()}, jpeg);
         }
     }
 
     const LivePages& m_pages;
     Wakeup m_newPicture;
     Wakeup m_tableChange;
-    Timer m_heartbeat;
+    TimerPtr m_heartbeat;
     TileBoard m_board;
     bool m_statePending = false;
     // What is being written.

@@ -11,8 +11,6 @@
 namespace host {
 namespace {
 
-namespace asio = boost::asio;
-
 class ViewSession final : public PageSocket {
 public:
     ViewSession(Descriptor socket, const Request& request, SourcePtr source, const ViewPages& pages)
@@ -82,7 +80,7 @@ private:
     void SendState() {
         m_statePending = false;
         m_state = m_placeholder ? R"({"type":"view","picture":false})" : R"({"type":"view","picture":true})";
-        Text(asio::buffer(m_state));
+        Text(m_state);
     }
 
     void SendPicture(Clock::time_point now) {
@@ -90,7 +88,7 @@ private:
         if (!picture) {
             m_gone = true;
             m_state = R"({"type":"gone"})";
-            return Text(asio::buffer(m_state));
+            return Text(m_state);
         }
         const bool placeholder = picture->Sequence() == 0;
         m_statePending = placeholder != m_placeholder;
@@ -105,13 +103,14 @@ private:
         const auto interval = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(1 / m_packer->Parameters().fps));
         m_due = std::max(m_due + interval, now);
-        Binary(asio::buffer(m_packed.header), asio::buffer(m_packed.jpeg.data(), m_packed.jpeg.size()));
+        Binary({reinterpret_cast<const char*>(m_packed.header.data()), m_packed.header.size()},
+               m_packed.jpeg);
     }
 
     PackerCounters& m_packers;
     const SourcePtr m_source;
-    Timer m_next;
-    Timer m_heartbeat;
+    TimerPtr m_next;
+    TimerPtr m_heartbeat;
     std::optional<PackerParameters> m_wanted; // by the page, and not in force yet
     std::unique_ptr<FramePacker> m_packer;    // null until the page has said what it wants
     std::uint32_t m_sequence = 0;             // of the last picture that was sent
