@@ -122,6 +122,27 @@ inline Vec16 Widen(const std::uint8_t* p) {
     return v;
 }
 
+// x*c/32768, rounded to nearest with halves up; the factors are those of the lanes.
+inline Vec16 Scaled(Vec16 x, const std::int16_t* pFactors) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>((x.a[i] * pFactors[i] + 0x4000) >> 15);
+    return x;
+}
+
+// (x+y) >> 1 and (x-y) >> 1, of sums that 16 bits need not hold. Of two lanes that are both the least number
+// the sum is one more, which does not show in its half.
+inline Vec16 HalfSum(Vec16 x, Vec16 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>((x.a[i] + y.a[i]) >> 1);
+    return x;
+}
+
+inline Vec16 HalfDifference(Vec16 x, Vec16 y) {
+    for (int i = 0; i < 8; ++i)
+        x.a[i] = static_cast<std::int16_t>((x.a[i] - y.a[i]) >> 1);
+    return x;
+}
+
 inline void Store(std::int16_t* p, Vec16 x) {
     std::memcpy(p, x.a, sizeof x.a);
 }

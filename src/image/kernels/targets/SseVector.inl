@@ -30,6 +30,31 @@ inline Vec16 Widen(const std::uint8_t* p) {
     return {_mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128())};
 }
 
+inline Vec16 Scaled(Vec16 x, const std::int16_t* pFactors) {
+    const __m128i factors = LoadRegister(pFactors);
+#ifdef KERNEL_SSSE3
+    return {_mm_mulhrs_epi16(x.v, factors)};
+#else
+    const __m128i low = _mm_mullo_epi16(x.v, factors);
+    const __m128i high = _mm_mulhi_epi16(x.v, factors);
+    const __m128i floor = _mm_or_si128(_mm_slli_epi16(high, 1), _mm_srli_epi16(low, 15));
+    return {_mm_add_epi16(floor, _mm_and_si128(_mm_srli_epi16(low, 14), _mm_set1_epi16(1)))};
+#endif
+}
+
+// By the average, which rounds up, of numbers that are made unsigned: x and y-1, or x and -y-1.
+inline Vec16 HalfSum(Vec16 x, Vec16 y) {
+    const __m128i top = _mm_set1_epi16(-32768);
+    const __m128i less = _mm_subs_epi16(y.v, _mm_set1_epi16(1));
+    return {_mm_xor_si128(_mm_avg_epu16(_mm_xor_si128(x.v, top), _mm_xor_si128(less, top)), top)};
+}
+
+inline Vec16 HalfDifference(Vec16 x, Vec16 y) {
+    const __m128i top = _mm_set1_epi16(-32768);
+    const __m128i others = _mm_set1_epi16(32767);
+    return {_mm_xor_si128(_mm_avg_epu16(_mm_xor_si128(x.v, top), _mm_xor_si128(y.v, others)), top)};
+}
+
 // Both halves of the products. The processor takes a factor above 32767 for one that is 65536 less.
 inline Vec32 UnsignedProduct(Vec16 x, __m128i factors) {
     const __m128i low = _mm_mullo_epi16(x.v, factors);

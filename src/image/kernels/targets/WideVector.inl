@@ -139,6 +139,23 @@ inline WideVec16 Widen(const std::uint8_t* pFirst, const std::uint8_t* pSecond) 
     return {_mm256_cvtepu8_epi16(_mm_castps_si128(both))};
 }
 
+inline WideVec16 Scaled(WideVec16 x, const std::int16_t* pFactors) {
+    return {_mm256_mulhrs_epi16(x.v, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pFactors)))};
+}
+
+inline WideVec16 HalfSum(WideVec16 x, WideVec16 y) {
+    const __m256i top = _mm256_set1_epi16(-32768);
+    const __m256i less = _mm256_subs_epi16(y.v, _mm256_set1_epi16(1));
+    return {_mm256_xor_si256(_mm256_avg_epu16(_mm256_xor_si256(x.v, top), _mm256_xor_si256(less, top)), top)};
+}
+
+inline WideVec16 HalfDifference(WideVec16 x, WideVec16 y) {
+    const __m256i top = _mm256_set1_epi16(-32768);
+    const __m256i others = _mm256_set1_epi16(32767);
+    return {
+        _mm256_xor_si256(_mm256_avg_epu16(_mm256_xor_si256(x.v, top), _mm256_xor_si256(y.v, others)), top)};
+}
+
 inline void Store(std::int16_t* pFirst, std::int16_t* pSecond, WideVec16 x) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(pFirst), _mm256_castsi256_si128(x.v));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(pSecond), _mm256_extracti128_si256(x.v, 1));
