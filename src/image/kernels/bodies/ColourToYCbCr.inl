@@ -35,24 +35,37 @@ IppStatus CheckToYCbCr(bool bPointers, std::int32_t nSrcStep, std::int32_t nDstS
     return nSrcStep < 1 || nDstStep < 1 ? ippStsStepErr : ippStsNoErr;
 }
 
+// Pixels that are converted together, out of arrays and into arrays that nothing else points at, so that a
+// compiler takes vectors for them.
+constexpr std::ptrdiff_t kTogether = 32;
+
 template <class Layout, int nChannels>
 IppStatus ToYCbCr(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* const* apDst,
                   std::int32_t nDstStep, IppiSize roiSize) {
     const bool bPointers = pSrc && apDst && apDst[0] && apDst[1] && apDst[2] && (nChannels < 4 || apDst[3]);
     if (const IppStatus nStatus = CheckToYCbCr(bPointers, nSrcStep, nDstStep, roiSize))
         return nStatus;
+    std::int32_t r[kTogether] = {}, g[kTogether] = {}, b[kTogether] = {};
+    std::uint8_t aPlanes[4][kTogether];
     for (std::int32_t y = 0; y < roiSize.height; ++y, pSrc += nSrcStep) {
-        const std::ptrdiff_t nRow = std::ptrdiff_t{y} * nDstStep;
         const std::uint8_t* pPixel = pSrc;
-        for (std::ptrdiff_t i = nRow; i < nRow + roiSize.width; ++i, pPixel += nChannels) {
-            const std::int32_t r = Layout::Red(pPixel);
-            const std::int32_t g = Layout::Green(pPixel);
-            const std::int32_t b = Layout::Blue(pPixel);
-            apDst[0][i] = Luma(r, g, b);
-            apDst[1][i] = BlueChroma(r, g, b);
-            apDst[2][i] = RedChroma(r, g, b);
-            if constexpr (nChannels == 4)
-                apDst[3][i] = pPixel[3];
+        for (std::ptrdiff_t x = 0; x < roiSize.width; x += kTogether) {
+            const std::ptrdiff_t nPixels = std::min<std::ptrdiff_t>(kTogether, roiSize.width - x);
+            for (std::ptrdiff_t i = 0; i < nPixels; ++i, pPixel += nChannels) {
+                r[i] = Layout::Red(pPixel);
+                g[i] = Layout::Green(pPixel);
+                b[i] = Layout::Blue(pPixel);
+                if constexpr (nChannels == 4)
+                    aPlanes[3][i] = pPixel[3];
+            }
+            for (std::ptrdiff_t i = 0; i < kTogether; ++i) {
+                aPlanes[0][i] = Luma(r[i], g[i], b[i]);
+                aPlanes[1][i] = BlueChroma(r[i], g[i], b[i]);
+                aPlanes[2][i] = RedChroma(r[i], g[i], b[i]);
+            }
+            for (int c = 0; c < nChannels; ++c)
+                std::memcpy(apDst[c] + std::ptrdiff_t{y} * nDstStep + x, aPlanes[c],
+                            static_cast<std::size_t>(nPixels));
         }
     }
     return ippStsNoErr;

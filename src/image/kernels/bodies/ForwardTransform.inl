@@ -21,12 +21,12 @@ constexpr int kForwardShift = kFractionBits + kForwardPassBits + 3; // 3: the ga
 // Factors of 32768, as many times as the widest vector has lanes.
 struct ForwardFactors {
     alignas(32) std::int16_t aRootHalf[16];
-    std::int16_t aTan1[16];         // tan(pi/16)
-    std::int16_t aTan2[16];         // tan(pi/8)
-    std::int16_t aTan3[16];         // tan(3*pi/16)
-    std::int16_t aHalfGain1[16];    // sqrt(2)*cos(pi/16) / 2, the half for the fraction bit dropped
-    std::int16_t aHalfGain2[16];    // sqrt(2)*cos(pi/8) / 2
-    std::int16_t aHalfGain3[16];    // sqrt(2)*cos(3*pi/16) / 2
+    std::int16_t aTan1[16];      // tan(pi/16)
+    std::int16_t aTan2[16];      // tan(pi/8)
+    std::int16_t aTan3[16];      // tan(3*pi/16)
+    std::int16_t aHalfGain1[16]; // sqrt(2)*cos(pi/16) / 2, the half for the fraction bit dropped
+    std::int16_t aHalfGain2[16]; // sqrt(2)*cos(pi/8) / 2
+    std::int16_t aHalfGain3[16]; // sqrt(2)*cos(3*pi/16) / 2
     std::int16_t aThirtySecond[16];
 };
 
@@ -134,8 +134,11 @@ IppStatus ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const std::uint8_t* pSrc, std::int
         rows[y] = Widen(pSrc);
     ForwardTransform(rows);
     Transpose(rows);
+    std::int16_t aNegated[64];
+    for (int i = 0; i < 64; ++i)
+        aNegated[i] = static_cast<std::int16_t>(-pTable[i]);
     for (int y = 0; y < 8; ++y)
-        Store(pDst + 8 * y, RoundedProduct(rows[y], pTable + 8 * y));
+        Store(pDst + 8 * y, RoundedProduct(rows[y], aNegated + 8 * y));
     return ippStsNoErr;
 }
 

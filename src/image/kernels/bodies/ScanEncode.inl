@@ -169,7 +169,7 @@ private:
 struct ScanBlock {
     const std::uint8_t* pSamples;
     ippiScanComponent* pComponent;
-    const std::uint16_t* pFactors; // rows and columns exchanged
+    const std::int16_t* pNegated; // its factors: negated, rows and columns exchanged
 
     const std::uint8_t* Row(int y) const { return pSamples + std::ptrdiff_t{y} * pComponent->nStep; }
 };
@@ -186,7 +186,7 @@ void TransformOne(const ScanBlock& block, std::int16_t* pTo, std::uint64_t* pMas
         rows[y] = Widen(block.Row(y));
     ForwardTransform(rows);
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], block.pFactors + 8 * x);
+        rows[x] = RoundedProduct(rows[x], block.pNegated + 8 * x);
         Store(pTo + 8 * x, rows[x]);
     }
     std::uint64_t nMask = 0;
@@ -207,7 +207,7 @@ void TransformTwo(const ScanBlock* pBlocks, std::int32_t nFirst, std::int32_t nS
     ForwardTransform(rows);
     std::uint64_t anMasks[2] = {};
     for (int x = 0; x < 8; ++x) {
-        rows[x] = RoundedProduct(rows[x], first.pFactors + 8 * x);
+        rows[x] = RoundedProduct(rows[x], first.pNegated + 8 * x);
         Store(coefficients.aBlocks[nFirst] + 8 * x, coefficients.aBlocks[nSecond] + 8 * x, rows[x]);
     }
     for (int x = 0; x < 8; x += 2) {
@@ -226,12 +226,12 @@ void TransformBatch(const ScanBlock* pBlocks, std::int32_t nBlocks, ScanCoeffici
 #ifdef KERNEL_WIDE
     std::int32_t nLone = -1;
     for (std::int32_t i = 0; i < nBlocks; ++i) {
-        if (i + 1 < nBlocks && pBlocks[i].pFactors == pBlocks[i + 1].pFactors) {
+        if (i + 1 < nBlocks && pBlocks[i].pNegated == pBlocks[i + 1].pNegated) {
             TransformTwo(pBlocks, i, i + 1, coefficients);
             ++i;
         } else if (nLone < 0) {
             nLone = i;
-        } else if (pBlocks[i].pFactors == pBlocks[nLone].pFactors) {
+        } else if (pBlocks[i].pNegated == pBlocks[nLone].pNegated) {
             TransformTwo(pBlocks, nLone, i, coefficients);
             nLone = -1;
         } else {
@@ -276,13 +276,13 @@ public:
              std::int32_t nMcus)
         : m_pComponents(pComponents), m_nComponents(nComponents), m_nMcuBlocks(nMcuBlocks), m_nMcus(nMcus) {
         for (std::int32_t i = 0; i < nComponents; ++i) {
-            m_apFactors[i] = m_aFactors[i];
+            m_apNegated[i] = m_aNegated[i];
             for (std::int32_t j = 0; j < i; ++j) {
                 if (pComponents[j].pTable == pComponents[i].pTable)
-                    m_apFactors[i] = m_apFactors[j];
+                    m_apNegated[i] = m_apNegated[j];
             }
-            if (m_apFactors[i] == m_aFactors[i])
-                Exchange(pComponents[i].pTable, m_aFactors[i]);
+            if (m_apNegated[i] == m_aNegated[i])
+                Exchange(pComponents[i].pTable, m_aNegated[i]);
         }
     }
 
@@ -296,9 +296,9 @@ public:
 
 private:
     // Coefficients come with their rows and columns exchanged, and their factors have to.
-    static void Exchange(const std::uint16_t* pTable, std::uint16_t* pTo) {
+    static void Exchange(const std::uint16_t* pTable, std::int16_t* pTo) {
         for (int i = 0; i < 64; ++i)
-            pTo[i] = pTable[(i & 7) << 3 | i >> 3];
+            pTo[i] = static_cast<std::int16_t>(-pTable[(i & 7) << 3 | i >> 3]);
     }
 
     // The blocks of the next MCU in coding order.
@@ -308,9 +308,9 @@ private:
             FetchBelow(component);
             for (std::int32_t v = 0; v < component.nVSampling; ++v) {
                 const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
-                *pNext++ = {pRow, &component, m_apFactors[i]};
+                *pNext++ = {pRow, &component, m_apNegated[i]};
                 if (component.nHSampling == 2)
-                    *pNext++ = {pRow + 8, &component, m_apFactors[i]};
+                    *pNext++ = {pRow + 8, &component, m_apNegated[i]};
             }
             component.pSamples += 8 * component.nHSampling;
         }
@@ -321,8 +321,8 @@ private:
     std::int32_t m_nComponents;
     std::int32_t m_nMcuBlocks;
     std::int32_t m_nMcus; // still to be listed
-    const std::uint16_t* m_apFactors[4];
-    alignas(32) std::uint16_t m_aFactors[4][64];
+    const std::int16_t* m_apNegated[4];
+    alignas(32) std::int16_t m_aNegated[4][64];
 };
 
 IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,

@@ -129,8 +129,8 @@ inline Vec16 Scaled(Vec16 x, const std::int16_t* pFactors) {
     return x;
 }
 
-// (x+y) >> 1 and (x-y) >> 1, of sums that 16 bits need not hold. Of two lanes that are both the least number
-// the sum is one more, which does not show in its half.
+// (x+y) >> 1 and (x-y) >> 1, of sums that 16 bits need not hold. Where y of a sum is the least number, x has
+// to be even: then the one by which y is off does not show in the half.
 inline Vec16 HalfSum(Vec16 x, Vec16 y) {
     for (int i = 0; i < 8; ++i)
         x.a[i] = static_cast<std::int16_t>((x.a[i] + y.a[i]) >> 1);
@@ -181,12 +181,12 @@ inline Vec16 ShiftRight(Vec16 x) {
     return x;
 }
 
-// The products shifted right by 15, rounded to nearest with ties to even. The factors are unsigned and none
-// is above 32768, so that nothing saturates.
-inline Vec16 RoundedProduct(Vec16 x, const std::uint16_t* pFactors) {
+// The products shifted right by 15, rounded to nearest with ties to even. No lane is the least number. The
+// factors come negated, since 32768 is one of them: -32768 to -1.
+inline Vec16 RoundedProduct(Vec16 x, const std::int16_t* pNegated) {
     Vec16 v;
     for (int i = 0; i < 8; ++i) {
-        const std::int32_t nProduct = x.a[i] * static_cast<std::int32_t>(pFactors[i]);
+        const std::int32_t nProduct = -x.a[i] * pNegated[i];
         v.a[i] = static_cast<std::int16_t>((nProduct + 0x3FFF + (nProduct >> 15 & 1)) >> 15);
     }
     return v;

@@ -55,35 +55,32 @@ inline Vec16 HalfDifference(Vec16 x, Vec16 y) {
     return {_mm_xor_si128(_mm_avg_epu16(_mm_xor_si128(x.v, top), _mm_xor_si128(y.v, others)), top)};
 }
 
-// Both halves of the products. The processor takes a factor above 32767 for one that is 65536 less.
-inline Vec32 UnsignedProduct(Vec16 x, __m128i factors) {
+// The processor takes a factor above 32767 for one that is 65536 less.
+inline Vec16 MultiplySaturate(Vec16 x, const std::uint16_t* pFactors) {
+    const __m128i factors = LoadRegister(pFactors);
     const __m128i low = _mm_mullo_epi16(x.v, factors);
     const __m128i high =
         _mm_add_epi16(_mm_mulhi_epi16(x.v, factors), _mm_and_si128(x.v, _mm_srai_epi16(factors, 15)));
-    return {_mm_unpacklo_epi16(low, high), _mm_unpackhi_epi16(low, high)};
+    return {_mm_packs_epi32(_mm_unpacklo_epi16(low, high), _mm_unpackhi_epi16(low, high))};
 }
 
-inline Vec16 MultiplySaturate(Vec16 x, const std::uint16_t* pFactors) {
-    const Vec32 product = UnsignedProduct(x, LoadRegister(pFactors));
-    return {_mm_packs_epi32(product.lo, product.hi)};
-}
-
-// With SSSE3 the product rounds halves up; of a tie, that is an odd result which has to be one less. A factor
-// of 32768 is a negative number to the processor, and so is the other one made then.
-inline Vec16 RoundedProduct(Vec16 x, const std::uint16_t* pFactors) {
-    const __m128i factors = LoadRegister(pFactors);
+// With SSSE3 there is a product that rounds halves up. Made of x and of -x, the two differ by one where it is
+// a tie, and then the even one is what is left of the upper one without its lowest bit.
+inline Vec16 RoundedProduct(Vec16 x, const std::int16_t* pNegated) {
+    const __m128i factors = LoadRegister(pNegated);
+    const __m128i minus = _mm_sub_epi16(_mm_setzero_si128(), x.v);
 #ifdef KERNEL_SSSE3
-    const __m128i signed_x = _mm_sign_epi16(x.v, factors);
-    const __m128i tie =
-        _mm_cmpeq_epi16(_mm_slli_epi16(_mm_mullo_epi16(signed_x, factors), 1), _mm_set1_epi16(-32768));
-    return {_mm_andnot_si128(_mm_srli_epi16(tie, 15), _mm_mulhrs_epi16(signed_x, factors))};
+    const __m128i upper = _mm_mulhrs_epi16(minus, factors);
+    const __m128i minusLower = _mm_mulhrs_epi16(x.v, factors);
+    return {_mm_andnot_si128(_mm_add_epi16(upper, minusLower), upper)};
 #else
-    const Vec32 product = UnsignedProduct(x, factors);
+    const __m128i low = _mm_mullo_epi16(minus, factors);
+    const __m128i high = _mm_mulhi_epi16(minus, factors);
     const auto round = [](__m128i n) {
         const __m128i odd = _mm_and_si128(_mm_srli_epi32(n, 15), _mm_set1_epi32(1));
         return _mm_srai_epi32(_mm_add_epi32(_mm_add_epi32(n, _mm_set1_epi32(0x3FFF)), odd), 15);
     };
-    return {_mm_packs_epi32(round(product.lo), round(product.hi))};
+    return {_mm_packs_epi32(round(_mm_unpacklo_epi16(low, high)), round(_mm_unpackhi_epi16(low, high)))};
 #endif
 }
 

@@ -179,12 +179,11 @@ inline WideVec16 operator+(WideVec16 x, std::int16_t n) {
 }
 
 // The same factors for both squares.
-inline WideVec16 RoundedProduct(WideVec16 x, const std::uint16_t* pFactors) {
-    const __m256i factors = _mm256_broadcastsi128_si256(LoadRegister(pFactors));
-    const __m256i signed_x = _mm256_sign_epi16(x.v, factors);
-    const __m256i tie = _mm256_cmpeq_epi16(_mm256_slli_epi16(_mm256_mullo_epi16(signed_x, factors), 1),
-                                           _mm256_set1_epi16(-32768));
-    return {_mm256_andnot_si256(_mm256_srli_epi16(tie, 15), _mm256_mulhrs_epi16(signed_x, factors))};
+inline WideVec16 RoundedProduct(WideVec16 x, const std::int16_t* pNegated) {
+    const __m256i factors = _mm256_broadcastsi128_si256(LoadRegister(pNegated));
+    const __m256i upper = _mm256_mulhrs_epi16(_mm256_sub_epi16(_mm256_setzero_si256(), x.v), factors);
+    const __m256i minusLower = _mm256_mulhrs_epi16(x.v, factors);
+    return {_mm256_andnot_si256(_mm256_add_epi16(upper, minusLower), upper)};
 }
 
 // Those of the first square in the low half.
