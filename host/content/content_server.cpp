@@ -24,13 +24,7 @@ std::string_view BytesOf(std::span<const std::uint8_t> bytes) {
 // Of a picture that came as JPEG: the header alone, of a form that nobody takes as it is, so that the picture
 // is fetched as the JPEG that it is.
 std::string JpegHeader(const PlaneLayout& layout) {
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = layout.width;
-    header.biHeight = layout.height;
-    header.biPlanes = 1;
-    header.biBitCount = 24;
-    header.biCompression = kCompressionMjpg;
+    const BITMAPINFOHEADER header = MakeFrameHeader(layout.width, layout.height, 1, 24, kCompressionMjpg, 0);
     return {reinterpret_cast<const char*>(&header), sizeof header};
 }
 

@@ -84,14 +84,8 @@ FrameContent AllocateFrame(const PlaneLayout& layout) noexcept {
     FrameContent content(static_cast<std::uint8_t*>(CoTaskMemAlloc(size)));
     if (!content)
         return nullptr;
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = layout.width;
-    header.biHeight = layout.height;
-    header.biPlanes = layout.grey ? 1 : 3;
-    header.biBitCount = layout.grey ? 8 : 12;
-    header.biCompression = layout.grey ? FrameCompressionGrey : FrameCompressionYV12;
-    header.biSizeImage = static_cast<std::uint32_t>(size - sizeof header);
+    const BITMAPINFOHEADER header =
+        FrameLayout{layout.grey ? ImageKindGrey : ImageKindYV12, layout.width, layout.height}.Header();
     std::memcpy(content.get(), &header, sizeof header);
     std::memset(content.get() + sizeof header, 0, size - sizeof header);
     return content;

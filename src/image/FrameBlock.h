@@ -44,6 +44,43 @@ static_assert(std::endian::native == std::endian::little, "the header is written
 inline constexpr std::uint32_t FrameCompressionGrey = 0;
 inline constexpr std::uint32_t FrameCompressionYV12 = 0x32315659; // the bytes "YV12"
 
+// Kinds of picture that leave the codec. Every colour stream becomes YV12, whatever its sampling or colour
+// model.
+enum ImageKind : std::int32_t {
+    ImageKindGrey = 1, // one 8-bit plane
+    ImageKindYV12 = 2, // three 8-bit planes Y, Cr, Cb; chroma at half width and half height, rounded down
+};
+
+// A header with the fields that pictures of a form have in common; all others are zero.
+inline BITMAPINFOHEADER MakeFrameHeader(std::int32_t nWidth, std::int32_t nHeight, std::uint16_t nPlanes,
+                                        std::uint16_t nBitCount, std::uint32_t nCompression,
+                                        std::uint32_t nSizeImage) noexcept {
+    return {
+        sizeof(BITMAPINFOHEADER), nWidth, nHeight, nPlanes, nBitCount, nCompression, nSizeImage, 0, 0, 0, 0};
+}
+
+// What a block of one of the two kinds looks like: its header, and where its planes stand behind it. Width
+// and height are above 0 and their planes within 32 bits.
+struct FrameLayout {
+    ImageKind eKind;
+    std::int32_t nWidth;
+    std::int32_t nHeight;
+
+    std::size_t LumaBytes() const noexcept {
+        return static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight);
+    }
+    std::size_t ChromaBytes() const noexcept { return LumaBytes() / 4; } // of one plane
+    std::int32_t ChromaStep() const noexcept { return nWidth / 2; }
+    std::uint32_t ImageBytes() const noexcept {
+        return static_cast<std::uint32_t>(eKind == ImageKindGrey ? LumaBytes() : LumaBytes() * 3 / 2);
+    }
+    BITMAPINFOHEADER Header() const noexcept {
+        return eKind == ImageKindGrey
+                   ? MakeFrameHeader(nWidth, nHeight, 1, 8, FrameCompressionGrey, ImageBytes())
+                   : MakeFrameHeader(nWidth, nHeight, 3, 12, FrameCompressionYV12, ImageBytes());
+    }
+};
+
 // Owner of one frame block, or of none. The block comes zero-filled, is freed as one and never changes its
 // size.
 class FrameBlock {

@@ -93,25 +93,6 @@ std::int32_t DecodeYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::
     return bDone ? ImageOk : ImageUnreadable;
 }
 
-// The sizes fit: the frame header refuses pictures above the limit of the decoder.
-std::uint32_t ImageBytes(ImageKind eKind, std::int32_t nWidth, std::int32_t nHeight) {
-    const double nPixels = static_cast<double>(nWidth) * nHeight;
-    return static_cast<std::uint32_t>(eKind == ImageKindGrey ? nPixels : nPixels * 1.5);
-}
-
-BITMAPINFOHEADER DescribeFrame(ImageKind eKind, std::int32_t nWidth, std::int32_t nHeight) {
-    const bool bGrey = eKind == ImageKindGrey;
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = nWidth;
-    header.biHeight = nHeight;
-    header.biPlanes = bGrey ? 1 : 3;
-    header.biBitCount = bGrey ? 8 : 12;
-    header.biCompression = bGrey ? FrameCompressionGrey : FrameCompressionYV12;
-    header.biSizeImage = ImageBytes(eKind, nWidth, nHeight);
-    return header;
-}
-
 } // namespace
 
 std::int32_t ProbeJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::int32_t& nWidth,
@@ -142,29 +123,25 @@ std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, s
     }
 }
 
+// The sizes fit: the frame header refuses pictures above the limit of the decoder.
 FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize) noexcept {
-    std::int32_t nWidth = 0;
-    std::int32_t nHeight = 0;
-    ImageKind eKind{};
-    if (ProbeJpeg(pJpeg, nJpegSize, nWidth, nHeight, eKind) != ImageOk)
+    FrameLayout layout{};
+    if (ProbeJpeg(pJpeg, nJpegSize, layout.nWidth, layout.nHeight, layout.eKind) != ImageOk)
         return {};
-    if (eKind != ImageKindGrey && eKind != ImageKindYV12)
-        return {};
-    FrameBlock block = FrameBlock::Allocate(ImageBytes(eKind, nWidth, nHeight));
+    FrameBlock block = FrameBlock::Allocate(layout.ImageBytes());
     if (!block)
         return {};
-    std::uint8_t* const pPlanes = block.Planes();
+    std::uint8_t* const pY = block.Planes();
     std::int32_t nResult = ImageUnreadable;
-    if (eKind == ImageKindGrey) {
-        nResult = DecodeJpegGrey(pJpeg, nJpegSize, pPlanes, nWidth);
+    if (layout.eKind == ImageKindGrey) {
+        nResult = DecodeJpegGrey(pJpeg, nJpegSize, pY, layout.nWidth);
     } else {
-        const std::int64_t nPixels = std::int64_t{nWidth} * nHeight;
-        std::uint8_t* const pCr = pPlanes + nPixels;
-        nResult =
-            DecodeJpegYV12(pJpeg, nJpegSize, pPlanes, nWidth, pCr, nWidth / 2, pCr + nPixels / 4, nWidth / 2);
+        std::uint8_t* const pCr = pY + layout.LumaBytes();
+        nResult = DecodeJpegYV12(pJpeg, nJpegSize, pY, layout.nWidth, pCr, layout.ChromaStep(),
+                                 pCr + layout.ChromaBytes(), layout.ChromaStep());
     }
     if (nResult != ImageOk)
         return {};
-    block.SetHeader(DescribeFrame(eKind, nWidth, nHeight));
+    block.SetHeader(layout.Header());
     return block;
 }

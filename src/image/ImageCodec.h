@@ -10,13 +10,6 @@
 #include <atomic>
 #include <cstdint>
 
-// Kinds of picture that leave the codec. Every colour stream becomes YV12, whatever its sampling or colour
-// model.
-enum ImageKind : std::int32_t {
-    ImageKindGrey = 1, // one 8-bit plane
-    ImageKindYV12 = 2, // three 8-bit planes Y, Cr, Cb; chroma at half width and half height, rounded down
-};
-
 // Result codes of the functions below.
 inline constexpr std::int32_t ImageOk = 0;
 inline constexpr std::int32_t ImageUnreadable =

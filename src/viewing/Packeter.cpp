@@ -119,14 +119,8 @@ bool CPacketer::SDecodedPicture::Decode(const BITMAPINFOHEADER& oOriginal, std::
         Magnitude(nHeight) > h)
         return false;
 
-    oHeader = {};
-    oHeader.biSize = sizeof oHeader;
-    oHeader.biWidth = static_cast<std::int32_t>(w);
-    oHeader.biHeight = -static_cast<std::int32_t>(h);
-    oHeader.biPlanes = 1;
-    oHeader.biBitCount = 12;
-    oHeader.biCompression = FrameCompressionYV12;
-    oHeader.biSizeImage = static_cast<std::uint32_t>(nPixels + nPixels / 2);
+    oHeader = MakeFrameHeader(static_cast<std::int32_t>(w), -static_cast<std::int32_t>(h), 1, 12,
+                              FrameCompressionYV12, static_cast<std::uint32_t>(nPixels + nPixels / 2));
     oPlanes.resize(oHeader.biSizeImage);
 
     std::uint8_t* const pY = oPlanes.data();

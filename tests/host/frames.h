@@ -22,14 +22,7 @@ namespace host::test {
 inline std::string MakeBlock(int width, int height, bool grey = false, int luma = 128, int cr = 128,
                              int cb = 128) {
     const std::size_t area = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = width;
-    header.biHeight = height;
-    header.biPlanes = grey ? 1 : 3;
-    header.biBitCount = grey ? 8 : 12;
-    header.biCompression = grey ? FrameCompressionGrey : FrameCompressionYV12;
-    header.biSizeImage = static_cast<std::uint32_t>(grey ? area : area * 3 / 2);
+    const BITMAPINFOHEADER header = FrameLayout{grey ? ImageKindGrey : ImageKindYV12, width, height}.Header();
     std::string block(reinterpret_cast<const char*>(&header), sizeof header);
     block.append(area, static_cast<char>(luma));
     if (!grey)

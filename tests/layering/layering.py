@@ -13,6 +13,8 @@ import sys
 INTERFACES = {"src/interfaces", "platform"}
 TRACE = {"src/runtime/trace", "platform"}
 IMAGE = {"src/image"}
+FORMAT = {"src/image/format", "src/image/kernels"}
+ENGINES = {"src/image/jpegdec", "src/image/jpegenc", "src/image/ijl"}
 COMMON = {
     "src/Common/Configuration/XmlConfigSDK",
     "src/Common/Configuration/config",
@@ -31,12 +33,11 @@ TABLE = {
     # The log engine is a partner, so its interface stands with the contract; the trace hands lines to it.
     "src/runtime/trace": INTERFACES,
     "src/runtime/archive": {"platform"},
+    # The codec: the kernels know nothing of JPEG's format, and the engines nothing of each other.
     "src/image/kernels": set(),
-    "src/image/jpegdec": {"src/image/kernels"},
-    # Both directions share the vocabulary of colours and the record of a component, which stand with the decoder.
-    "src/image/jpegenc": {"src/image/kernels", "src/image/jpegdec"},
-    "src/image/ijl": {"src/image/kernels"},
-    "src/image": {"src/image/kernels", "src/image/jpegdec", "src/image/jpegenc", "src/image/ijl"},
+    "src/image/format": {"src/image/kernels"},
+    **{room: FORMAT for room in ENGINES},
+    "src/image": FORMAT | ENGINES,
     **{room: INTERFACES | TRACE for room in COMMON},
     "src/Common/Configuration/config": INTERFACES | TRACE
     | {"src/Common/Configuration/XmlConfigSDK", "src/Common/Utils"},
@@ -69,7 +70,7 @@ TABLE = {
     # A phone shares nothing with the server that it talks to.
     "phone": {"platform"},
     # The house's own tools look behind the codec's facade.
-    "tools": {"platform", "src/image", "src/image/kernels", "src/image/jpegdec", "src/image/jpegenc", "src/image/ijl"},
+    "tools": {"platform"} | IMAGE | FORMAT | ENGINES,
 }
 
 # Headers of other people's libraries, by their first letters, and the rooms that may use them. The component decodes and
@@ -92,7 +93,7 @@ LIBRARIES = {
 # What the compiler adds to the C++ library for the processor that it compiles for.
 PROCESSOR_HEADERS = {"cpuid.h", "immintrin.h"}
 # Rooms that get along with the C++ library: no header of the system, no library.
-PURE_ROOMS = {"src/image/kernels"}
+PURE_ROOMS = {"src/image/kernels", "src/image/format"}
 
 SOURCE = (".h", ".hpp", ".inl", ".c", ".cpp")
 DIRECTIVE = re.compile(r"\s*#\s*include(?:_next)?\b\s*(.*)")

@@ -38,6 +38,7 @@ FAULTS = {
     "host_past_facade": ("host/main/a.cpp", '#include "image/jpegdec/decoder.h"', "may not include src/image/jpegdec"),
     "phone_into_host": ("phone/main.cpp", '#include "host/site/server.h"', "phone may not include host"),
     "camera_into_server": ("src/camera/Cam.h", '#include "server/Server.h"', "src/camera may not include src/server"),
+    "engine_into_engine": ("src/image/jpegenc/encoder.h", '#include "image/jpegdec/decoder.h"', "may not include src/image/jpegdec"),
     "engine_into_facade": ("src/image/jpegdec/decoder.h", '#include "image/ImageCodec.h"', "may not include src/image"),
     "kernel_into_platform": ("src/image/kernels/idct.h", '#include "platform/com.h"', "may not include platform"),
     "kernel_into_system": ("src/image/kernels/idct.h", "#include <unistd.h>", "the C++ library alone"),

@@ -69,20 +69,11 @@ void WritePpm(const std::string& path, const std::string& size, const Picture& p
 } // namespace
 
 Picture::Picture(ImageKind kind, std::int32_t width, std::int32_t height) {
-    const bool grey = kind == ImageKindGrey;
-    const std::size_t pixels = Area(width, height);
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof header;
-    header.biWidth = width;
-    header.biHeight = height;
-    header.biPlanes = grey ? 1 : 3;
-    header.biBitCount = grey ? 8 : 12;
-    header.biCompression = grey ? FrameCompressionGrey : FrameCompressionYV12;
-    header.biSizeImage = static_cast<std::uint32_t>(grey ? pixels : pixels * 3 / 2);
-    m_block = FrameBlock::Allocate(header.biSizeImage);
+    const FrameLayout layout{kind, width, height};
+    m_block = FrameBlock::Allocate(layout.ImageBytes());
     if (!m_block)
         throw std::bad_alloc();
-    m_block.SetHeader(header);
+    m_block.SetHeader(layout.Header());
 }
 
 PictureFormat FormatOfName(const std::string& path) {

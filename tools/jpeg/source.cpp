@@ -4,7 +4,7 @@
 #include <charconv>
 #include <tuple>
 
-#include "image/kernels/PictureLimits.h"
+#include "image/format/JpegGeometry.h"
 #include "tools/jpeg/errors.h"
 
 namespace jpegtool {

@@ -14,6 +14,7 @@
 // in use at once, each on one thread at a time. Nothing throws.
 #pragma once
 
+#include "image/format/JpegSegments.h"
 #include "image/kernels/Entropy.h"
 #include "image/kernels/Tables.h"
 
@@ -150,7 +151,7 @@ struct JPEG_PROPERTIES_HEAD {
     std::int32_t fast_processing = 0; // number of the routine that made the pixels, 0 the general one
 };
 
-struct JPEG_PROPERTIES : JPEG_PROPERTIES_HEAD, IjlFields {
+struct JPEG_PROPERTIES : JPEG_PROPERTIES_HEAD, IjlFields, JpegApplicationFields {
     std::int64_t DIBLineBytes = 0; // from one row's start to the next, negative for a negative DIBHeight
 
     // Room for the last comment before the frame header, if the caller wants it.
@@ -173,18 +174,6 @@ struct JPEG_PROPERTIES : JPEG_PROPERTIES_HEAD, IjlFields {
     std::int32_t nMarker = 0; // a marker that was found and not handled yet, 0 for none
     bool bFrameFound = false;
     bool bProgressive = false;
-    bool bJfifFound = false;
-    std::int32_t nJfifVersion = 0;
-    std::int32_t nJfifUnits = 0;
-    std::int32_t nJfifXDensity = 0;
-    std::int32_t nJfifYDensity = 0;
-    bool bJfxxFound = false;
-    std::int32_t nJfxxCode = 0;
-    bool bAdobeFound = false;
-    std::int32_t nAdobeVersion = 0;
-    std::int32_t nAdobeFlags0 = 0;
-    std::int32_t nAdobeFlags1 = 0;
-    std::int32_t nAdobeTransform = 0;
 };
 
 struct JPEG_CORE_PROPERTIES_HEAD {

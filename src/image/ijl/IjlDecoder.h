@@ -45,14 +45,9 @@ private:
     IJLERR Parse();
     IJLERR HandleMarker(std::int32_t nMarker, bool& bStop);
     IJLERR HandleSegment(std::int32_t nMarker);
-    std::int32_t BytesLeft() const { return m_props.nSrcSize - m_props.nSrcPos; }
-    std::int32_t ReadByte();
-    std::int32_t ReadWord();
-    bool SkipText(const char* szText, std::int32_t nLength);
+    JpegReader Reader() { return {m_props.JPGBytes, m_props.nSrcSize, m_props.nSrcPos}; }
     IJLERR ReadQuantTables(std::int32_t nContent);
     IJLERR ReadHuffmanTables(std::int32_t nContent);
-    void ReadJfif(std::int32_t nContent);
-    void ReadAdobe(std::int32_t nContent);
     IJLERR ReadComment(std::int32_t nContent);
 
     // IjlFrame.cpp: frame and scan headers, and what follows from them.

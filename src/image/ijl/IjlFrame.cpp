@@ -1,9 +1,7 @@
 // Frame header and scan header (T.81 B.2.2, B.2.3), and what follows from them: geometry, sampling, colour.
 
+#include "image/format/JpegGeometry.h"
 #include "image/ijl/IjlDecoder.h"
-#include "image/kernels/JpegMarkers.h"
-#include "image/kernels/Measures.h"
-#include "image/kernels/PictureLimits.h"
 
 #include <algorithm>
 
@@ -12,11 +10,11 @@
 IJLERR CIjlDecoder::ReadFrameHeader(bool bProgressive, std::int32_t nContent) {
     if (nContent < 6)
         return IJL_ERR_SOF;
-    if (ReadByte() != 8 || m_props.bFrameFound)
+    if (Reader().Byte() != 8 || m_props.bFrameFound)
         return IJL_UNSUPPORTED_FRAME;
-    const std::int32_t nHeight = ReadWord();
-    const std::int32_t nWidth = ReadWord();
-    const std::int32_t nComponents = ReadByte();
+    const std::int32_t nHeight = Reader().Word();
+    const std::int32_t nWidth = Reader().Word();
+    const std::int32_t nComponents = Reader().Byte();
     if (nWidth == 0 || nHeight == 0)
         return IJL_ERR_DNL;
     if (!IsPictureSizeAllowed(nWidth, nHeight))
@@ -44,11 +42,11 @@ IJLERR CIjlDecoder::ReadFrameHeader(bool bProgressive, std::int32_t nContent) {
 IJLERR CIjlDecoder::ReadFrameComponents() {
     for (IjlComponent& component : Components()) {
         component = IjlComponent{};
-        component.nId = ReadByte();
-        const std::int32_t nFactors = ReadByte();
-        component.nHSampling = nFactors >> 4;
-        component.nVSampling = nFactors & 15;
-        component.nQuantSelector = ReadByte();
+        const JpegFrameEntry entry(Reader());
+        component.nId = entry.nId;
+        component.nHSampling = entry.nHSampling;
+        component.nVSampling = entry.nVSampling;
+        component.nQuantSelector = entry.nQuantSelector;
         // Factors end at 4 (T.81 B.2.2); a larger one would only make MCUs of absurd size.
         if (component.nHSampling < 1 || component.nVSampling < 1 || component.nHSampling > 4 ||
             component.nVSampling > 4)
@@ -83,38 +81,31 @@ void CIjlDecoder::ComputeGeometry() {
 }
 
 std::int32_t CIjlDecoder::ClassifySampling() const {
-    // Components 0 and 3 with the given factors, all others 1x1.
-    const auto isSampling = [this](std::int32_t nH, std::int32_t nV) {
-        for (std::int32_t i = 0; const IjlComponent& component : Components()) {
-            const bool bLuma = i == 0 || i == 3;
-            if (component.nHSampling != (bLuma ? nH : 1) || component.nVSampling != (bLuma ? nV : 1))
-                return false;
-            ++i;
-        }
-        return true;
-    };
-    if (isSampling(1, 1))
+    const std::int32_t nCount = m_props.JPGChannels;
+    const auto eSampling = SamplingOf(nCount, [this](std::int32_t i, std::int32_t nH, std::int32_t nV) {
+        const IjlComponent& component = m_props.components[static_cast<std::size_t>(i)];
+        return component.nHSampling == nH && component.nVSampling == nV;
+    });
+    if (eSampling == JS_444)
         return 0;
-    if (m_props.JPGChannels == 3)
-        return isSampling(2, 2) ? 1 : isSampling(2, 1) ? 2 : 255;
-    if (m_props.JPGChannels == 4)
-        return isSampling(2, 2) ? 3 : isSampling(2, 1) ? 4 : 255;
-    return 255;
+    if (eSampling == JS_OTHER || nCount < 3 || nCount > 4)
+        return 255;
+    return (eSampling == JS_420 ? 1 : 2) + (nCount == 4 ? 2 : 0);
 }
 
 IJLERR CIjlDecoder::ReadScanHeader(std::int32_t nContent) {
-    const std::int32_t nCount = ReadByte();
+    const std::int32_t nCount = Reader().Byte();
     if (nCount < 1 || nCount > 4 || nCount > m_props.JPGChannels)
         return IJL_ERR_COMP;
     if (nContent != 4 + 2 * nCount)
         return IJL_ERR_DATA;
     if (const IJLERR eError = ReadScanComponents(nCount); eError != IJL_OK)
         return eError;
-    m_nSs = ReadByte();
-    m_nSe = ReadByte();
-    const std::int32_t nAhAl = ReadByte();
-    m_nAh = nAhAl >> 4;
-    m_nAl = nAhAl & 15;
+    const JpegScanBand band(Reader());
+    m_nSs = band.nSs;
+    m_nSe = band.nSe;
+    m_nAh = band.nAh;
+    m_nAl = band.nAl;
     return CheckScan();
 }
 
@@ -124,17 +115,16 @@ IJLERR CIjlDecoder::ReadScanHeader(std::int32_t nContent) {
 IJLERR CIjlDecoder::ReadScanComponents(std::int32_t nCount) {
     m_nScanComponents = nCount;
     for (std::int32_t i = 0; i < nCount; ++i) {
-        const std::int32_t nId = ReadByte();
-        const std::int32_t nSelectors = ReadByte();
+        const JpegScanEntry entry(Reader());
         const auto components = Components();
         const auto found = std::find_if(components.begin(), components.end(),
-                                        [nId](const IjlComponent& one) { return one.nId == nId; });
+                                        [&entry](const IjlComponent& one) { return one.nId == entry.nId; });
         const auto nIndex = static_cast<std::int32_t>(found - components.begin());
         if (found == components.end())
             return IJL_ERR_COMP;
         m_anScan[i] = nCount == m_props.JPGChannels ? i : nIndex;
-        found->nDcSelector = nSelectors >> 4;
-        found->nAcSelector = nSelectors & 15;
+        found->nDcSelector = entry.nDcSelector;
+        found->nAcSelector = entry.nAcSelector;
     }
     return IJL_OK;
 }
@@ -204,12 +194,12 @@ IJLERR CIjlDecoder::CheckTables(IjlComponent& component) {
 // has set it, but that one component is grey unless it was to be copied as it is.
 void CIjlDecoder::DecideStreamColor() {
     const bool bParams = m_props.iotype == IJL_JBUFF_READPARAMS;
-    const bool bTransformed = m_props.nAdobeTransform != 0;
+    const bool bTransformed = m_props.m_nAdobeTransform != 0;
     if (m_props.JPGChannels == 1) {
         m_props.JPGColor = bParams ? IJL_G : m_eStreamColor;
     } else if (bParams && m_props.JPGChannels == 3) {
-        m_props.JPGColor = m_props.bAdobeFound && !bTransformed ? IJL_RGB : IJL_YCBCR;
-    } else if (bParams && m_props.JPGChannels == 4 && m_props.bAdobeFound) {
+        m_props.JPGColor = m_props.m_bAdobeFound && !bTransformed ? IJL_RGB : IJL_YCBCR;
+    } else if (bParams && m_props.JPGChannels == 4 && m_props.m_bAdobeFound) {
         m_props.JPGColor = bTransformed ? IJL_YCBCRA_FPX : IJL_RGBA_FPX;
         m_props.DIBChannels = 4;
         m_props.DIBColor = IJL_RGBA_FPX;

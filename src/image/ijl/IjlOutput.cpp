@@ -4,8 +4,8 @@
 // what goes into the image is clamped, colours after their conversion. Chroma, or any component of fewer
 // samples than the picture, is repeated over the pixels that a sample covers.
 
+#include "image/format/JpegGeometry.h"
 #include "image/ijl/IjlDecoder.h"
-#include "image/kernels/Measures.h"
 
 #include <algorithm>
 #include <cstring>

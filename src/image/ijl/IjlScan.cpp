@@ -4,8 +4,8 @@
 // fill the coefficient store, from which the picture is made at the end. A failing block is not reported: it
 // keeps what it got, and the decode goes on where the bit reader stopped.
 
+#include "image/format/JpegMarkers.h"
 #include "image/ijl/IjlDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 
@@ -69,7 +69,7 @@ IJLERR CIjlDecoder::Restart() {
     std::int32_t nMarker = m_props.nMarker;
     if (nMarker == M_NONE)
         nMarker = SeekMarker(m_props.JPGBytes, m_props.nSrcSize, m_props.nSrcPos);
-    if (nMarker < M_RST0 || nMarker > M_RST7)
+    if (!IsRestartMarker(nMarker))
         return IJL_BAD_RST_MARKER;
     ResetReader();
     m_nRestartsToGo = m_props.nRestartInterval;

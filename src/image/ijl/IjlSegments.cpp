@@ -3,8 +3,8 @@
 // A segment must lie in the stream as a whole, so its reader checks no more than its own lengths. However
 // much of it is understood, the parser goes on behind it.
 
+#include "image/format/JpegMarkers.h"
 #include "image/ijl/IjlDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 #include "image/kernels/ZigZag.h"
 
 #include <algorithm>
@@ -20,7 +20,8 @@ IJLERR CIjlDecoder::Read() {
     m_props.nSrcPos = 0;
     m_props.nMarker = M_NONE;
     m_props.nRestartInterval = 0;
-    m_props.bFrameFound = m_props.bJfifFound = m_props.bJfxxFound = m_props.bAdobeFound = false;
+    m_props.bFrameFound = false;
+    static_cast<JpegApplicationFields&>(m_props) = {};
     m_props.JPGThumbWidth = m_props.JPGThumbHeight = 0;
     m_props.fast_processing = 0;
     m_props.jpeg_comment_length = 0;
@@ -52,8 +53,10 @@ IJLERR CIjlDecoder::Parse() {
 
 IJLERR CIjlDecoder::HandleMarker(std::int32_t nMarker, bool& bStop) {
     const bool bParams = m_props.iotype == IJL_JBUFF_READPARAMS;
-    if (nMarker >= M_RST0 && nMarker <= M_RST7)
+    if (IsRestartMarker(nMarker))
         return IJL_OK;
+    if (FrameTypeOf(nMarker) == JpegFrameType::Unsupported)
+        return IJL_UNSUPPORTED_FRAME;
     switch (nMarker) {
     case M_SOI:
         m_props.nRestartInterval = 0;
@@ -61,17 +64,6 @@ IJLERR CIjlDecoder::HandleMarker(std::int32_t nMarker, bool& bStop) {
     case M_EOI:
         bStop = true;
         return bParams && m_props.bFrameFound ? IJL_ERR_DATA : IJL_OK;
-    case M_SOF3:
-    case M_SOF5:
-    case M_SOF6:
-    case M_SOF7:
-    case M_SOF9:
-    case M_SOF10:
-    case M_SOF11:
-    case M_SOF13:
-    case M_SOF14:
-    case M_SOF15:
-        return IJL_UNSUPPORTED_FRAME;
     case M_SOS:
         if (!m_props.bFrameFound)
             return IJL_ERR_NO_FRAME;
@@ -82,10 +74,10 @@ IJLERR CIjlDecoder::HandleMarker(std::int32_t nMarker, bool& bStop) {
         break;
     case M_DRI:
         // The length says nothing about what follows: the interval does.
-        if (BytesLeft() < 4)
+        if (Reader().BytesLeft() < 4)
             return IJL_ERR_DATA;
         m_props.nSrcPos += 2;
-        m_props.nRestartInterval = ReadWord();
+        m_props.nRestartInterval = Reader().Word();
         return IJL_OK;
     default:
         break;
@@ -94,10 +86,10 @@ IJLERR CIjlDecoder::HandleMarker(std::int32_t nMarker, bool& bStop) {
 }
 
 IJLERR CIjlDecoder::HandleSegment(std::int32_t nMarker) {
-    if (BytesLeft() < 2)
+    if (Reader().BytesLeft() < 2)
         return IJL_ERR_DATA;
-    const std::int32_t nContent = ReadWord() - 2;
-    if (nContent < 0 || nContent > BytesLeft())
+    const std::int32_t nContent = Reader().Word() - 2;
+    if (nContent < 0 || nContent > Reader().BytesLeft())
         return IJL_ERR_DATA;
     const std::int32_t nBehind = m_props.nSrcPos + nContent;
     IJLERR eError = IJL_OK;
@@ -117,10 +109,12 @@ IJLERR CIjlDecoder::HandleSegment(std::int32_t nMarker) {
         eError = ReadHuffmanTables(nContent);
         break;
     case M_APP0:
-        ReadJfif(nContent);
+        m_props.ReadJfif(Reader(), nContent);
+        m_props.JPGThumbWidth = m_props.m_nJfifThumbWidth;
+        m_props.JPGThumbHeight = m_props.m_nJfifThumbHeight;
         break;
     case M_APP14:
-        ReadAdobe(nContent);
+        m_props.ReadAdobe(Reader(), nContent);
         break;
     case M_COM:
         eError = ReadComment(nContent);
@@ -132,33 +126,18 @@ IJLERR CIjlDecoder::HandleSegment(std::int32_t nMarker) {
     return eError == IJL_OK && nMarker == M_SOS ? DecodeScan() : eError;
 }
 
-std::int32_t CIjlDecoder::ReadByte() {
-    return m_props.nSrcPos < m_props.nSrcSize ? m_props.JPGBytes[m_props.nSrcPos++] : 0;
-}
-
-std::int32_t CIjlDecoder::ReadWord() {
-    const std::int32_t nHigh = ReadByte();
-    return nHigh << 8 | ReadByte();
-}
-
-bool CIjlDecoder::SkipText(const char* szText, std::int32_t nLength) {
-    const bool bFound = BytesLeft() >= nLength && std::memcmp(m_props.JPGBytes + m_props.nSrcPos, szText,
-                                                              static_cast<std::size_t>(nLength)) == 0;
-    m_props.nSrcPos += bFound ? nLength : 0;
-    return bFound;
-}
-
 // T.81 B.2.4.1. Entries of 16 bits are kept whole: encoders write them with 8-bit samples at low qualities.
 IJLERR CIjlDecoder::ReadQuantTables(std::int32_t nContent) {
     while (nContent >= 1) {
-        const std::int32_t nPqTq = ReadByte();
+        const std::int32_t nPqTq = Reader().Byte();
         const std::int32_t nWidth = 1 + (nPqTq >> 4); // bytes an entry
         nContent -= 1 + 64 * nWidth;
         if (nWidth > 2 || (nPqTq & 15) > 3 || nContent < 0)
             return IJL_BAD_QUANT_TABLE;
         IjlQuantTable& table = m_props.aQuant[nPqTq & 15];
         for (std::int32_t i = 0; i < 64; ++i)
-            table.aSteps[g_aZigZag[i]] = static_cast<std::uint16_t>(nWidth == 2 ? ReadWord() : ReadByte());
+            table.aSteps[g_aZigZag[i]] =
+                static_cast<std::uint16_t>(nWidth == 2 ? Reader().Word() : Reader().Byte());
         table.bPresent = true;
     }
     return IJL_OK;
@@ -167,7 +146,7 @@ IJLERR CIjlDecoder::ReadQuantTables(std::int32_t nContent) {
 // T.81 B.2.4.2. A table that comes once more, as in the second read of a stream, is not built once more.
 IJLERR CIjlDecoder::ReadHuffmanTables(std::int32_t nContent) {
     while (nContent >= 17) {
-        const std::int32_t nTcTh = ReadByte();
+        const std::int32_t nTcTh = Reader().Byte();
         if (nTcTh >> 4 > 1 || (nTcTh & 15) > 3)
             return IJL_BAD_HUFFMAN_TABLE;
         IjlHuffmanTable& table = (nTcTh >> 4 != 0 ? m_props.aAc : m_props.aDc)[nTcTh & 15];
@@ -195,34 +174,6 @@ IJLERR CIjlDecoder::ReadHuffmanTables(std::int32_t nContent) {
         }
     }
     return nContent == 0 ? IJL_OK : IJL_BAD_HUFFMAN_TABLE;
-}
-
-// JFIF 1.02 and its extension, which may follow in the same segment.
-void CIjlDecoder::ReadJfif(std::int32_t nContent) {
-    if (nContent >= 14 && SkipText("JFIF", 5)) {
-        m_props.bJfifFound = true;
-        m_props.nJfifVersion = ReadWord();
-        m_props.nJfifUnits = ReadByte();
-        m_props.nJfifXDensity = ReadWord();
-        m_props.nJfifYDensity = ReadWord();
-        m_props.JPGThumbWidth = ReadByte();
-        m_props.JPGThumbHeight = ReadByte();
-        nContent -= 14;
-    }
-    if (nContent >= 6 && SkipText("JFXX", 5)) {
-        m_props.bJfxxFound = true;
-        m_props.nJfxxCode = ReadByte();
-    }
-}
-
-void CIjlDecoder::ReadAdobe(std::int32_t nContent) {
-    if (nContent < 12 || !SkipText("Adobe", 5))
-        return;
-    m_props.bAdobeFound = true;
-    m_props.nAdobeVersion = ReadWord();
-    m_props.nAdobeFlags0 = ReadWord();
-    m_props.nAdobeFlags1 = ReadWord();
-    m_props.nAdobeTransform = ReadByte();
 }
 
 IJLERR CIjlDecoder::ReadComment(std::int32_t nContent) {

@@ -1,7 +1,7 @@
 // The four operations and the parser's loop over the markers of a stream (T.81 B.2).
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
+#include "image/format/JpegMarkers.h"
 
 CJPEGDecoder::CJPEGDecoder() = default;
 CJPEGDecoder::~CJPEGDecoder() = default;
@@ -20,7 +20,10 @@ JpegStatus CJPEGDecoder::ReadHeader(std::int32_t& nWidth, std::int32_t& nHeight,
     // A stream that ends in order before any scan holds no picture.
     if (m_nJpegComponents == 0 || m_nSosLength == 0)
         return JPEG_BUFFER_EXHAUSTED;
-    ComputeGeometry();
+    CountMcus(m_eJpegSampling, m_nJpegWidth, m_nJpegHeight);
+    MeasurePads(m_nJpegWidth, m_nJpegHeight);
+    if (m_bProgressive)
+        m_nCcHeight = m_nMcuRows * m_nMcuHeight;
     nWidth = m_nJpegWidth;
     nHeight = m_nJpegHeight;
     nChannels = m_nJpegComponents;
@@ -60,25 +63,18 @@ JpegStatus CJPEGDecoder::ParseStream(Mode eMode) {
 
 // Every handler leaves m_nMarker clear when it is done, or holding the marker that comes next.
 JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
-    if (m_nMarker >= M_RST0 && m_nMarker <= M_RST7)
+    if (IsRestartMarker(m_nMarker))
         return ProcessRestart();
-    switch (m_nMarker) {
-    case M_SOF0:
-    case M_SOF1:
-        return ReadFrameHeader(false);
-    case M_SOF2:
-        return ReadFrameHeader(true);
-    case M_SOF3:
-    case M_SOF5:
-    case M_SOF6:
-    case M_SOF7:
-    case M_SOF9:
-    case M_SOF10:
-    case M_SOF11:
-    case M_SOF13:
-    case M_SOF14:
-    case M_SOF15:
+    switch (const JpegFrameType eFrame = FrameTypeOf(m_nMarker)) {
+    case JpegFrameType::Sequential:
+    case JpegFrameType::Progressive:
+        return ReadFrameHeader(eFrame == JpegFrameType::Progressive);
+    case JpegFrameType::Unsupported:
         return JPEG_NOT_SUPPORTED;
+    case JpegFrameType::None:
+        break;
+    }
+    switch (m_nMarker) {
     case M_DHT:
         return ReadHuffmanTables();
     case M_SOI:
@@ -97,9 +93,8 @@ JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     case M_DRI:
         return ReadRestartInterval();
     case M_APP0:
-        return ReadJfif();
     case M_APP14:
-        return ReadAdobe();
+        return ReadApplicationSegment();
     case M_COM:
         return ReadComment();
     case M_FILL:

@@ -10,15 +10,17 @@
 // else throws.
 #pragma once
 
-#include "image/jpegdec/JpegColorComponent.h"
-#include "image/jpegdec/JpegLookup.h"
+#include "image/format/JpegColorComponent.h"
+#include "image/format/JpegGeometry.h"
+#include "image/format/JpegSegments.h"
+#include "image/format/JpegTypes.h"
 #include "image/jpegdec/JpegTables.h"
-#include "image/jpegdec/JpegTypes.h"
 
 #include <cstdint>
 #include <memory>
 
-class CJPEGDecoder {
+// Beside the fields below, those of JFIF and Adobe segments and of the MCU grid are its own.
+class CJPEGDecoder : public JpegApplicationFields, public JpegGrid {
 public:
     CJPEGDecoder();
     CJPEGDecoder(const CJPEGDecoder&) = delete;
@@ -70,25 +72,6 @@ public:
     std::int32_t m_nCommentSize = 0;
     std::unique_ptr<char[]> m_pComment;
 
-    // JFIF header and its extension.
-    bool m_bJfifFound = false;
-    std::int32_t m_nJfifMajor = 0;
-    std::int32_t m_nJfifMinor = 0;
-    std::int32_t m_nJfifUnits = 0;
-    std::int32_t m_nJfifXDensity = 0;
-    std::int32_t m_nJfifYDensity = 0;
-    std::int32_t m_nJfifThumbWidth = 0;
-    std::int32_t m_nJfifThumbHeight = 0;
-    bool m_bJfxxFound = false;
-    std::int32_t m_nJfxxThumbType = 0;
-
-    // Adobe header.
-    bool m_bAdobeFound = false;
-    std::int32_t m_nAdobeVersion = 0;
-    std::int32_t m_nAdobeFlags0 = 0;
-    std::int32_t m_nAdobeFlags1 = 0;
-    std::int32_t m_nAdobeTransform = 0;
-
     // Destination.
     void* m_pDst = nullptr;
     std::int32_t m_nDstWidth = 0;
@@ -96,16 +79,6 @@ public:
     std::int32_t m_nDstStep = 0;
     std::int32_t m_nDstChannels = 0;
     JpegColor m_eDstColor = JC_UNKNOWN;
-
-    // MCU geometry, in samples of full resolution.
-    std::int32_t m_nMcuCols = 0;
-    std::int32_t m_nMcuRows = 0;
-    std::int32_t m_nMcuWidth = 0;
-    std::int32_t m_nMcuHeight = 0;
-    std::int32_t m_nCcWidth = 0; // row of a component's m_pCcBuffer
-    std::int32_t m_nCcHeight = 0;
-    std::int32_t m_nPadX = 0; // coded columns and rows beyond the picture
-    std::int32_t m_nPadY = 0;
 
     // Parser.
     std::int32_t m_nRestartsToGo = 0; // MCUs until the next restart
@@ -134,18 +107,13 @@ private:
     };
 
     // JpegSegments.cpp: bytes, markers and the segments that fill tables and fields.
-    std::int32_t BytesLeft() const { return m_nSrcSize - m_nSrcPos; }
-    std::int32_t ReadByte();
-    std::int32_t ReadWord();
-    void SkipBytes(std::int32_t nBytes);
-    bool StartsWith(const char* szText, std::int32_t nLength) const;
+    JpegReader Reader() { return {m_pSrc, m_nSrcSize, m_nSrcPos}; }
     JpegStatus NextMarker();
     JpegStatus ReadSegmentLength(std::int32_t& nContent);
     JpegStatus ReadRestartInterval();
     JpegStatus ReadQuantTables();
     JpegStatus ReadHuffmanTables();
-    JpegStatus ReadJfif();
-    JpegStatus ReadAdobe();
+    JpegStatus ReadApplicationSegment();
     JpegStatus ReadComment();
     JpegStatus SkipSegment();
 
@@ -153,7 +121,6 @@ private:
     JpegStatus ReadFrameHeader(bool bProgressive);
     JpegStatus ReadFrameComponents();
     void ClassifySampling();
-    void ComputeGeometry();
     JpegStatus ReadScanHeader();
     JpegStatus ReadScanComponents(std::int32_t nCount);
     void DecideColor();
@@ -224,7 +191,7 @@ private:
 
     // A component at full resolution in the stream: its samples need no upsampling.
     bool IsFullResolution(std::int32_t nComponent) const {
-        return m_eJpegSampling == JS_444 || nComponent == 0 || nComponent == 3;
+        return HorizontalFactor(m_eJpegSampling, nComponent) == 1;
     }
     // Row of a sequential chroma component's m_pSsBuffer: one spare sample at each end.
     std::int32_t SsStep() const { return (m_nCcWidth >> 1) + 2; }

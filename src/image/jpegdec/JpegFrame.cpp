@@ -1,10 +1,7 @@
-// Frame header and scan header (T.81 B.2.2, B.2.3), and what follows from them: sampling, geometry, colour.
+// Frame header and scan header (T.81 B.2.2, B.2.3), and what follows from them: sampling and colour.
 
+#include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
-#include "image/kernels/Measures.h"
-
-#include <algorithm>
 
 // Refused besides what cannot be read: a second frame header, since every buffer is sized by the first; a
 // width or height of 0 (a height to be told later by DNL included, T.81 B.2.5) and a picture above the
@@ -15,11 +12,11 @@ JpegStatus CJPEGDecoder::ReadFrameHeader(bool bProgressive) {
     std::int32_t nContent = 0;
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
-    if (ReadByte() != 8)
+    if (Reader().Byte() != 8)
         return JPEG_NOT_SUPPORTED;
-    const std::int32_t nHeight = ReadWord();
-    const std::int32_t nWidth = ReadWord();
-    const std::int32_t nComponents = ReadByte();
+    const std::int32_t nHeight = Reader().Word();
+    const std::int32_t nWidth = Reader().Word();
+    const std::int32_t nComponents = Reader().Byte();
     if (nComponents < 1 || nComponents > kJpegMaxComponents)
         return JPEG_BAD_FRAME_SEGMENT;
     if (nContent - 6 != 3 * nComponents)
@@ -45,11 +42,11 @@ JpegStatus CJPEGDecoder::ReadFrameComponents() {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         m_apComponents[i] = std::make_unique<CJPEGColorComponent>();
         CJPEGColorComponent& component = *m_apComponents[i];
-        component.m_nId = ReadByte();
-        const std::int32_t nFactors = ReadByte();
-        component.m_nHSampling = nFactors >> 4;
-        component.m_nVSampling = nFactors & 15;
-        component.m_nQuantSelector = ReadByte();
+        const JpegFrameEntry entry(Reader());
+        component.m_nId = entry.nId;
+        component.m_nHSampling = entry.nHSampling;
+        component.m_nVSampling = entry.nVSampling;
+        component.m_nQuantSelector = entry.nQuantSelector;
         if (m_bProgressive)
             component.m_nIndex = i;
         if (component.m_nHSampling < 1 || component.m_nVSampling < 1)
@@ -64,41 +61,17 @@ JpegStatus CJPEGDecoder::ReadFrameComponents() {
 }
 
 void CJPEGDecoder::ClassifySampling() {
-    // Components 0 and 3 with the given factors, all others 1x1.
-    const auto isSampling = [this](std::int32_t nH, std::int32_t nV) {
-        for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-            const bool bLuma = i == 0 || i == 3;
-            const CJPEGColorComponent& component = *m_apComponents[i];
-            if (component.m_nHSampling != (bLuma ? nH : 1) || component.m_nVSampling != (bLuma ? nV : 1))
-                return false;
-        }
-        return true;
-    };
-    const bool bCanSubsample = m_nJpegComponents >= 3;
-    if (m_nJpegComponents != 2 && isSampling(1, 1))
-        m_eJpegSampling = JS_444;
-    else if (bCanSubsample && isSampling(2, 1))
-        m_eJpegSampling = JS_422;
-    else if (bCanSubsample && isSampling(2, 2))
-        m_eJpegSampling = JS_420;
-    else
-        m_eJpegSampling = JS_OTHER; // two components included: no colour model has them
-
+    // Two components cannot be decoded: no colour model has them.
+    m_eJpegSampling =
+        m_nJpegComponents == 2
+            ? JS_OTHER
+            : SamplingOf(m_nJpegComponents, [this](std::int32_t i, std::int32_t nH, std::int32_t nV) {
+                  return m_apComponents[i]->m_nHSampling == nH && m_apComponents[i]->m_nVSampling == nV;
+              });
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-        m_apComponents[i]->m_nHFactor = IsFullResolution(i) ? 1 : 2;
-        m_apComponents[i]->m_nVFactor = m_eJpegSampling == JS_420 && !IsFullResolution(i) ? 2 : 1;
+        m_apComponents[i]->m_nHFactor = HorizontalFactor(m_eJpegSampling, i);
+        m_apComponents[i]->m_nVFactor = VerticalFactor(m_eJpegSampling, i);
     }
-}
-
-void CJPEGDecoder::ComputeGeometry() {
-    m_nMcuWidth = m_eJpegSampling == JS_444 ? 8 : 16;
-    m_nMcuHeight = m_eJpegSampling == JS_420 ? 16 : 8;
-    m_nMcuCols = CeilDivide(m_nJpegWidth, m_nMcuWidth);
-    m_nMcuRows = CeilDivide(m_nJpegHeight, m_nMcuHeight);
-    m_nPadX = m_nMcuCols * m_nMcuWidth - m_nJpegWidth;
-    m_nPadY = m_nMcuRows * m_nMcuHeight - m_nJpegHeight;
-    m_nCcWidth = m_nMcuCols * m_nMcuWidth;
-    m_nCcHeight = m_bProgressive ? m_nMcuRows * m_nMcuHeight : m_nMcuHeight;
 }
 
 // A scan header must lie in the source as a whole: ReadHeader steps back over it.
@@ -107,8 +80,8 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
     m_nSosLength = nContent + 2;
-    const std::int32_t nBytesLeft = BytesLeft();
-    const std::int32_t nCount = ReadByte();
+    const std::int32_t nBytesLeft = Reader().BytesLeft();
+    const std::int32_t nCount = Reader().Byte();
     if (nCount < 1 || nCount > kJpegMaxComponents)
         return JPEG_BAD_SCAN_SEGMENT;
     // Streams with a scan for each component are left to the fallback engine.
@@ -120,11 +93,11 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
         return JPEG_BUFFER_EXHAUSTED;
     if (const JpegStatus eStatus = ReadScanComponents(nCount); eStatus != JPEG_OK)
         return eStatus;
-    m_nSs = ReadByte();
-    m_nSe = ReadByte();
-    const std::int32_t nAhAl = ReadByte();
-    m_nAh = nAhAl >> 4;
-    m_nAl = nAhAl & 15;
+    const JpegScanBand band(Reader());
+    m_nSs = band.nSs;
+    m_nSe = band.nSe;
+    m_nAh = band.nAh;
+    m_nAl = band.nAl;
     DecideColor();
     m_nRestartsToGo = m_nRestartInterval;
     m_nMarker = M_NONE;
@@ -138,18 +111,17 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
 JpegStatus CJPEGDecoder::ReadScanComponents(std::int32_t nCount) {
     m_nScanComponents = 0;
     for (std::int32_t i = 0; i < nCount; ++i) {
-        const std::int32_t nId = ReadByte();
-        const std::int32_t nSelectors = ReadByte();
+        const JpegScanEntry entry(Reader());
         std::int32_t nIndex = 0;
-        while (nIndex < m_nJpegComponents && m_apComponents[nIndex]->m_nId != nId)
+        while (nIndex < m_nJpegComponents && m_apComponents[nIndex]->m_nId != entry.nId)
             ++nIndex;
         if (nIndex == m_nJpegComponents)
             return JPEG_BAD_COMPONENT_ID;
         m_nScanComponents |= 1u << nIndex;
         m_nCurrentComponent = nIndex;
-        m_apComponents[nIndex]->m_nDcSelector = nSelectors >> 4;
-        m_apComponents[nIndex]->m_nAcSelector = nSelectors & 15;
-        if (nSelectors >> 4 > 3 || (nSelectors & 15) > 3)
+        m_apComponents[nIndex]->m_nDcSelector = entry.nDcSelector;
+        m_apComponents[nIndex]->m_nAcSelector = entry.nAcSelector;
+        if (entry.nDcSelector > 3 || entry.nAcSelector > 3)
             return JPEG_BAD_HUFFMAN_SEGMENT;
     }
     if (nCount >= m_nJpegComponents)

@@ -7,8 +7,8 @@
 // Blocks that lie wholly inside the destination are transformed straight into it. Those at its edges, and
 // components that are resampled, go through the component buffers.
 
+#include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 

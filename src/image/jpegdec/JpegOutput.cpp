@@ -2,7 +2,6 @@
 // caller's planes.
 
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/Measures.h"
 
 #include <algorithm>
 

@@ -7,8 +7,8 @@
 // luma, cost about ten times an honest picture of that size. The picture is made once, however many scans
 // come.
 
+#include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 
@@ -47,7 +47,7 @@ JpegStatus CJPEGDecoder::PrepareProgressiveScan() {
     nBlocks *= std::int64_t{m_nMcuCols} * m_nMcuRows;
     // Every block of a DC scan takes one bit at least. A scan that cannot hold them fails before memory is
     // spent on its picture. (A raster scan passes over some blocks: three quarters of them at most.)
-    if (IsDcScan() && nBlocks / 4 > std::int64_t{BytesLeft()} * 8)
+    if (IsDcScan() && nBlocks / 4 > std::int64_t{Reader().BytesLeft()} * 8)
         return JPEG_INTERNAL_ERROR;
     return JPEG_OK;
 }

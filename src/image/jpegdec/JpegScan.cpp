@@ -1,7 +1,7 @@
 // Work memory, and the restarts of a scan (T.81 E.2.3 to E.2.5).
 
+#include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
 

@@ -1,34 +1,14 @@
-// The byte readers, the search for markers, and the segments that only fill tables and fields (T.81 B.1,
+// The search for markers, and the segments that only fill tables and fields (T.81 B.1,
 // B.2.4).
 //
 // A segment is read by its own length field. Bytes that the source does not have read as zero and leave the
 // position at its end, so a segment that is cut off ends in "no marker found" soon after.
 
+#include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
-#include "image/kernels/JpegMarkers.h"
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
-
-std::int32_t CJPEGDecoder::ReadByte() {
-    return m_nSrcPos < m_nSrcSize ? m_pSrc[m_nSrcPos++] : 0;
-}
-
-// Big-endian. A last byte without its partner is the high half, with a low half of zero.
-std::int32_t CJPEGDecoder::ReadWord() {
-    const std::int32_t nHigh = ReadByte();
-    return nHigh << 8 | ReadByte();
-}
-
-void CJPEGDecoder::SkipBytes(std::int32_t nBytes) {
-    m_nSrcPos += std::clamp(nBytes, 0, BytesLeft());
-}
-
-bool CJPEGDecoder::StartsWith(const char* szText, std::int32_t nLength) const {
-    return BytesLeft() >= nLength &&
-           std::memcmp(m_pSrc + m_nSrcPos, szText, static_cast<std::size_t>(nLength)) == 0;
-}
 
 JpegStatus CJPEGDecoder::NextMarker() {
     m_nMarker = SeekMarker(m_pSrc, m_nSrcSize, m_nSrcPos);
@@ -37,9 +17,9 @@ JpegStatus CJPEGDecoder::NextMarker() {
 
 // The length field counts itself; nContent does not. A length below 2 matches no content.
 JpegStatus CJPEGDecoder::ReadSegmentLength(std::int32_t& nContent) {
-    if (BytesLeft() < 3)
+    if (Reader().BytesLeft() < 3)
         return JPEG_BUFFER_EXHAUSTED;
-    nContent = ReadWord() - 2;
+    nContent = Reader().Word() - 2;
     return nContent < 0 ? JPEG_BAD_SEGMENT_LENGTH : JPEG_OK;
 }
 
@@ -47,7 +27,7 @@ JpegStatus CJPEGDecoder::SkipSegment() {
     std::int32_t nContent = 0;
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
-    SkipBytes(nContent);
+    Reader().Skip(nContent);
     m_nMarker = M_NONE;
     return JPEG_OK;
 }
@@ -59,7 +39,7 @@ JpegStatus CJPEGDecoder::ReadRestartInterval() {
         return eStatus;
     if (nContent != 2)
         return JPEG_BAD_SEGMENT_LENGTH;
-    m_nRestartInterval = ReadWord();
+    m_nRestartInterval = Reader().Word();
     m_nRestartsToGo = m_nRestartInterval;
     m_nMarker = M_NONE;
     return JPEG_OK;
@@ -71,7 +51,7 @@ JpegStatus CJPEGDecoder::ReadQuantTables() {
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
     while (nContent >= 1) {
-        const std::int32_t nPqTq = ReadByte();
+        const std::int32_t nPqTq = Reader().Byte();
         const std::int32_t nId = nPqTq & 15;
         if (nId > 3)
             return JPEG_BAD_QUANT_SEGMENT;
@@ -79,7 +59,7 @@ JpegStatus CJPEGDecoder::ReadQuantTables() {
         pTable->m_nId = nId;
         const bool bWide = nPqTq >> 4 != 0;
         for (std::uint8_t& nEntry : pTable->m_aRaw)
-            nEntry = static_cast<std::uint8_t>(bWide ? ReadWord() : ReadByte());
+            nEntry = static_cast<std::uint8_t>(bWide ? Reader().Word() : Reader().Byte());
         if (pTable->Init() != ippStsNoErr)
             return JPEG_INTERNAL_ERROR;
         m_apQuant[nId] = std::move(pTable);
@@ -98,18 +78,18 @@ JpegStatus CJPEGDecoder::ReadHuffmanTables() {
         return eStatus;
     while (nContent >= 17) {
         auto pTable = std::make_unique<CJPEGDecoderHuffmanTable>();
-        const std::int32_t nTcTh = ReadByte();
+        const std::int32_t nTcTh = Reader().Byte();
         pTable->m_nId = nTcTh & 15;
         pTable->m_nClass = nTcTh >> 4;
         for (std::uint8_t& nCount : pTable->m_aBits)
-            nCount = static_cast<std::uint8_t>(ReadByte());
+            nCount = static_cast<std::uint8_t>(Reader().Byte());
         nContent -= 17;
         const std::int32_t nValues =
             std::accumulate(std::begin(pTable->m_aBits), std::end(pTable->m_aBits), 0);
         if (pTable->m_nId > 3 || nValues > 256 || nValues > nContent)
             return JPEG_BAD_HUFFMAN_SEGMENT;
         for (std::int32_t i = 0; i < nValues; ++i)
-            pTable->m_aValues[i] = static_cast<std::uint8_t>(ReadByte());
+            pTable->m_aValues[i] = static_cast<std::uint8_t>(Reader().Byte());
         nContent -= nValues;
         auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
         apTables[pTable->m_nId] = std::move(pTable);
@@ -120,48 +100,17 @@ JpegStatus CJPEGDecoder::ReadHuffmanTables() {
     return JPEG_OK;
 }
 
-// JFIF 1.02, and the extension that may stand in the same segment or in one of its own.
-JpegStatus CJPEGDecoder::ReadJfif() {
+// APP0 and APP14.
+JpegStatus CJPEGDecoder::ReadApplicationSegment() {
     std::int32_t nContent = 0;
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
-    if (nContent >= 14 && StartsWith("JFIF", 5)) {
-        SkipBytes(5);
-        m_bJfifFound = true;
-        m_nJfifMajor = ReadByte();
-        m_nJfifMinor = ReadByte();
-        m_nJfifUnits = ReadByte();
-        m_nJfifXDensity = ReadWord();
-        m_nJfifYDensity = ReadWord();
-        m_nJfifThumbWidth = ReadByte();
-        m_nJfifThumbHeight = ReadByte();
-        nContent -= 14;
-    }
-    if (nContent >= 6 && StartsWith("JFXX", 5)) {
-        SkipBytes(5);
-        m_bJfxxFound = true;
-        m_nJfxxThumbType = ReadByte();
-        nContent -= 6;
-    }
-    SkipBytes(nContent);
-    m_nMarker = M_NONE;
-    return JPEG_OK;
-}
-
-JpegStatus CJPEGDecoder::ReadAdobe() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
-    if (nContent >= 12 && StartsWith("Adobe", 5)) {
-        SkipBytes(5);
-        m_bAdobeFound = true;
-        m_nAdobeVersion = ReadWord();
-        m_nAdobeFlags0 = ReadWord();
-        m_nAdobeFlags1 = ReadWord();
-        m_nAdobeTransform = ReadByte();
-        nContent -= 12;
-    }
-    SkipBytes(nContent);
+    const std::int32_t nBehind = m_nSrcPos + std::min(nContent, Reader().BytesLeft());
+    if (m_nMarker == M_APP0)
+        ReadJfif(Reader(), nContent);
+    else
+        ReadAdobe(Reader(), nContent);
+    m_nSrcPos = nBehind;
     m_nMarker = M_NONE;
     return JPEG_OK;
 }
@@ -171,12 +120,12 @@ JpegStatus CJPEGDecoder::ReadComment() {
     if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
         return eStatus;
     // What the source has of it: a comment that is cut off must not make the copy read on.
-    const std::int32_t nSize = std::min(nContent, BytesLeft());
+    const std::int32_t nSize = std::min(nContent, Reader().BytesLeft());
     m_pComment = std::make_unique<char[]>(static_cast<std::size_t>(nSize) + 1);
     std::copy_n(m_pSrc + m_nSrcPos, nSize, m_pComment.get());
     m_nCommentSize = nSize;
     m_bCommentFound = true;
-    SkipBytes(nSize);
+    Reader().Skip(nSize);
     m_nMarker = M_NONE;
     return JPEG_OK;
 }

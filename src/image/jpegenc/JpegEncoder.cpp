@@ -2,7 +2,7 @@
 
 #include "image/jpegenc/JpegEncoder.h"
 
-#include "image/kernels/JpegMarkers.h"
+#include "image/format/JpegMarkers.h"
 
 #include <algorithm>
 
@@ -52,19 +52,12 @@ std::int32_t ComponentCount(JpegColor eColor, std::int32_t nChannels) {
     }
 }
 
-std::int32_t DivideUp(std::int32_t nValue, std::int32_t nBy) {
-    return nValue / nBy + (nValue % nBy != 0 ? 1 : 0);
-}
-
 } // namespace
 
 void CJPEGEncoder::ComputeGeometry() {
     m_nJpegComponents = ComponentCount(m_eJpegColor, m_nSrcChannels);
     m_eJpegSampling = m_nJpegComponents == 1 ? JS_444 : m_eAskedSampling;
-    m_nMcuWidth = m_eJpegSampling == JS_444 ? 8 : 16;
-    m_nMcuHeight = m_eJpegSampling == JS_420 ? 16 : 8;
-    m_nMcuCols = DivideUp(m_nSrcWidth, m_nMcuWidth);
-    m_nMcuRows = DivideUp(m_nSrcHeight, m_nMcuHeight);
+    CountMcus(m_eJpegSampling, m_nSrcWidth, m_nSrcHeight);
 }
 
 // What would fault, or make a stream that tells something else than the picture.
@@ -74,8 +67,7 @@ JpegStatus CJPEGEncoder::CheckSource() const {
     if (std::int64_t{m_nSrcWidth} * m_nSrcChannels > m_nSrcStep)
         return JPEG_INTERNAL_ERROR;
     // What is larger our own decoder would refuse.
-    if (m_nSrcWidth > kJpegMaxSide || m_nSrcHeight > kJpegMaxSide ||
-        std::int64_t{m_nSrcWidth} * m_nSrcHeight > kJpegMaxPixels)
+    if (!IsPictureSizeAllowed(m_nSrcWidth, m_nSrcHeight))
         return JPEG_NOT_SUPPORTED;
     if (m_eSrcColor != JC_YCBCR420_PLANAR)
         return JPEG_OK;
@@ -107,10 +99,7 @@ JpegStatus CJPEGEncoder::Start(std::uint8_t* pOut, const std::int32_t* pnSize, b
         return eStatus;
     if (const JpegStatus eStatus = CheckSource(); eStatus != JPEG_OK)
         return eStatus;
-    m_nPadX = m_nMcuCols * m_nMcuWidth - m_nSrcWidth;
-    m_nPadY = m_nMcuRows * m_nMcuHeight - m_nSrcHeight;
-    m_nCcWidth = m_nMcuCols * m_nMcuWidth;
-    m_nCcHeight = m_nMcuHeight;
+    MeasurePads(m_nSrcWidth, m_nSrcHeight);
     if (const JpegStatus eStatus = MakeComponents(); eStatus != JPEG_OK)
         return eStatus;
     if (const JpegStatus eStatus = MakeTables(); eStatus != JPEG_OK)
@@ -127,16 +116,15 @@ JpegStatus CJPEGEncoder::MakeComponents() {
             continue;
         m_apComponents[i] = std::make_unique<CJPEGColorComponent>();
         CJPEGColorComponent& component = *m_apComponents[i];
-        const bool bMiddle = i == 1 || i == 2; // Cb and Cr, or what stands in their places
         component.m_nId = i;
         component.m_nIndex = i;
-        component.m_nHSampling = m_eJpegSampling != JS_444 && !bMiddle ? 2 : 1;
-        component.m_nVSampling = m_eJpegSampling == JS_420 && !bMiddle ? 2 : 1;
-        component.m_nHFactor = IsHalfWidth(i) ? 2 : 1;
-        component.m_nVFactor = IsHalfHeight(i) ? 2 : 1;
+        component.m_nHFactor = HorizontalFactor(m_eJpegSampling, i);
+        component.m_nVFactor = VerticalFactor(m_eJpegSampling, i);
+        component.m_nHSampling = m_nMcuWidth / 8 / component.m_nHFactor;
+        component.m_nVSampling = m_nMcuHeight / 8 / component.m_nVFactor;
         component.m_nBlocks = component.m_nHSampling * component.m_nVSampling;
-        component.m_nQuantSelector = bMiddle && bChromaTable ? 1 : 0;
-        component.m_nDcSelector = bMiddle ? 1 : 0;
+        component.m_nQuantSelector = IsChroma(i) && bChromaTable ? 1 : 0;
+        component.m_nDcSelector = IsChroma(i) ? 1 : 0;
         component.m_nAcSelector = component.m_nDcSelector;
         m_nBlocksPerMcu += component.m_nBlocks;
         if (const JpegStatus eStatus = AllocateComponentBuffers(component); eStatus != JPEG_OK)

@@ -10,8 +10,9 @@
 // throws.
 #pragma once
 
-#include "image/jpegdec/JpegColorComponent.h"
-#include "image/jpegdec/JpegTypes.h"
+#include "image/format/JpegColorComponent.h"
+#include "image/format/JpegGeometry.h"
+#include "image/format/JpegTypes.h"
 #include "image/jpegenc/JpegEncoderTables.h"
 
 #include <cstdint>
@@ -27,17 +28,8 @@ struct JpegScan {
     std::int32_t nAl;
 };
 
-// Source planes Y, Cb, Cr of a JC_YCBCR420_PLANAR picture. The Y plane has the picture's rows at the stride
-// of the source. A chroma plane has height/2 rows of width/2 samples at half that stride, all three rounded
-// down; an odd last column or row of the picture repeats the one before it, and a picture of one column or
-// row has no chroma at all: its planes are not read.
-struct PlanarSource {
-    const std::uint8_t* pY;
-    const std::uint8_t* pCb;
-    const std::uint8_t* pCr;
-};
-
-class CJPEGEncoder {
+// Beside the fields below, those of the MCU grid are its own.
+class CJPEGEncoder : public JpegGrid {
 public:
     CJPEGEncoder();
     CJPEGEncoder(const CJPEGEncoder&) = delete;
@@ -62,7 +54,7 @@ public:
     // data finds none, for a quality below 1, for a source without memory, size or a sufficient stride, and
     // where memory is short. JPEG_NOT_SUPPORTED, before a byte is written: a pair of colours without a
     // conversion, a sampling or a restart interval that the stream cannot tell, a picture beyond the limits
-    // of JpegTypes.h.
+    // of the codec.
     JpegStatus WriteImage(std::uint8_t* pOut, std::int32_t* pnSize);
     JpegStatus WriteImageProgressive(std::uint8_t* pOut, std::int32_t* pnSize);
 
@@ -83,16 +75,6 @@ public:
     std::int32_t m_nQuality = 100;
     std::int32_t m_nRestartInterval = 0;
     bool m_bProgressive = false;
-
-    // MCU geometry, in samples of full resolution.
-    std::int32_t m_nMcuCols = 0;
-    std::int32_t m_nMcuRows = 0;
-    std::int32_t m_nMcuWidth = 0;
-    std::int32_t m_nMcuHeight = 0;
-    std::int32_t m_nCcWidth = 0;
-    std::int32_t m_nCcHeight = 0;
-    std::int32_t m_nPadX = 0; // coded columns and rows beyond the picture
-    std::int32_t m_nPadY = 0;
 
     // Output.
     std::int32_t m_nRestartsToGo = 0; // MCUs until the next restart
@@ -146,12 +128,6 @@ private:
     JpegStatus ConvertMcuRow(std::int32_t nMcuRow);
     void PadMcuRow(std::int32_t nMcuRow);
     JpegStatus DownsampleMcuRow();
-    bool IsHalfWidth(std::int32_t nComponent) const {
-        return m_eJpegSampling != JS_444 && (nComponent == 1 || nComponent == 2);
-    }
-    bool IsHalfHeight(std::int32_t nComponent) const {
-        return m_eJpegSampling == JS_420 && (nComponent == 1 || nComponent == 2);
-    }
 
     // JpegEncoderProgressive.cpp.
     class ScanCoder;

@@ -3,7 +3,7 @@
 
 #include "image/jpegenc/JpegEncoder.h"
 
-#include "image/kernels/JpegMarkers.h"
+#include "image/format/JpegMarkers.h"
 
 #include <algorithm>
 #include <vector>
@@ -53,7 +53,7 @@ Script ScriptOf(std::int32_t nComponents) {
 }
 
 std::int32_t BlocksOf(std::int32_t nSamples, std::int32_t nFactor) {
-    return ((nSamples + nFactor - 1) / nFactor + 7) / 8;
+    return CeilDivide(CeilDivide(nSamples, nFactor), 8);
 }
 
 using Counters = std::uint32_t[2][256]; // by the selector of the Huffman table

@@ -3,7 +3,8 @@
 
 #include "image/jpegenc/JpegEncoder.h"
 
-#include "image/kernels/JpegMarkers.h"
+#include "image/format/JpegMarkers.h"
+#include "image/format/JpegSegments.h"
 
 #include <algorithm>
 #include <cstring>
@@ -65,7 +66,7 @@ JpegStatus CJPEGEncoder::WriteJfif() {
     Segment segment(*this, M_APP0, 16);
     if (!segment)
         return JPEG_BUFFER_EXHAUSTED;
-    segment.Bytes("JFIF", 5);
+    segment.Bytes(kJfif.data(), 5);
     segment.Word(0x0102); // version 1.02
     segment.Byte(0);      // no units: the densities are an aspect ratio
     segment.Word(1);
@@ -79,7 +80,7 @@ JpegStatus CJPEGEncoder::WriteAdobe() {
     Segment segment(*this, M_APP14, 14);
     if (!segment)
         return JPEG_BUFFER_EXHAUSTED;
-    segment.Bytes("Adobe", 5);
+    segment.Bytes(kAdobe.data(), 5);
     segment.Word(100);
     segment.Word(0);
     segment.Word(0);

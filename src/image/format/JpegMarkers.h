@@ -1,4 +1,5 @@
-// Marker codes of a JPEG stream, the byte behind 0xFF (T.81 Table B.1), and the search for them.
+// Marker codes of a JPEG stream, the byte behind 0xFF (T.81 Table B.1), the frames that they begin, and the
+// search for them.
 #pragma once
 
 #include <cstddef>
@@ -33,6 +34,37 @@ enum JpegMarker : std::int32_t {
     M_COM = 0xFE,
     M_FILL = 0xFF,
 };
+
+constexpr bool IsRestartMarker(std::int32_t nMarker) {
+    return nMarker >= M_RST0 && nMarker <= M_RST7;
+}
+
+// The frames that are read: 8-bit samples and Huffman coding. Lossless, hierarchical and arithmetic ones are
+// known and refused.
+enum class JpegFrameType { None, Sequential, Progressive, Unsupported };
+
+constexpr JpegFrameType FrameTypeOf(std::int32_t nMarker) {
+    switch (nMarker) {
+    case M_SOF0:
+    case M_SOF1:
+        return JpegFrameType::Sequential;
+    case M_SOF2:
+        return JpegFrameType::Progressive;
+    case M_SOF3:
+    case M_SOF5:
+    case M_SOF6:
+    case M_SOF7:
+    case M_SOF9:
+    case M_SOF10:
+    case M_SOF11:
+    case M_SOF13:
+    case M_SOF14:
+    case M_SOF15:
+        return JpegFrameType::Unsupported;
+    default:
+        return JpegFrameType::None;
+    }
+}
 
 // The next marker at or behind nPos, which is left behind it; M_NONE and nPos at the end where there is none.
 // 0xFF bytes in front of a marker are padding; a zero behind one is stuffing of entropy-coded data. nPos lies

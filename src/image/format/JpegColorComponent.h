@@ -10,7 +10,7 @@ public:
     CJPEGColorComponent() = default;
     CJPEGColorComponent(const CJPEGColorComponent&) = delete;
     CJPEGColorComponent& operator=(const CJPEGColorComponent&) = delete;
-    virtual ~CJPEGColorComponent();
+    virtual ~CJPEGColorComponent() = default;
 
     std::int32_t m_nId = 0;        // the frame header's identifier
     std::int32_t m_nIndex = 0;     // position in the frame, set for progressive frames

@@ -1,7 +1,6 @@
-// The vocabulary of the primary engine: colours, samplings, statuses, and the record of destination planes.
+// The vocabulary of primary decoder and encoder: colours, statuses, records of planes, and the limits on
+// passes.
 #pragma once
-
-#include "image/kernels/PictureLimits.h"
 
 #include <cstdint>
 
@@ -13,15 +12,7 @@ enum JpegColor : std::int32_t {
     JC_YCBCR = 4,
     JC_CMYK = 5,
     JC_YCCK = 6,
-    JC_YCBCR420_PLANAR = 7, // destination only: the buffer pointer leads to a PlanarDestination
-};
-
-// By the luma factors against those of chroma.
-enum JpegSampling : std::int32_t {
-    JS_444 = 0,   // all components 1x1
-    JS_422 = 1,   // component 0 (and 3) 2x1, the others 1x1
-    JS_420 = 2,   // component 0 (and 3) 2x2, the others 1x1
-    JS_OTHER = 3, // anything else; cannot be decoded
+    JC_YCBCR420_PLANAR = 7, // no stream's: the pointer leads to a PlanarDestination or PlanarSource
 };
 
 enum [[nodiscard]] JpegStatus : std::int32_t{
@@ -46,6 +37,16 @@ struct PlanarDestination {
     std::int64_t nYStep;
     std::int64_t nCbStep;
     std::int64_t nCrStep;
+};
+
+// Source planes Y, Cb, Cr of a JC_YCBCR420_PLANAR picture. The Y plane has the picture's rows at the stride
+// of the source. A chroma plane has height/2 rows of width/2 samples at half that stride, all three rounded
+// down; an odd last column or row of the picture repeats the one before it, and a picture of one column or
+// row has no chroma at all: its planes are not read.
+struct PlanarSource {
+    const std::uint8_t* pY;
+    const std::uint8_t* pCb;
+    const std::uint8_t* pCr;
 };
 
 inline constexpr std::int32_t kJpegMaxComponents = 4;

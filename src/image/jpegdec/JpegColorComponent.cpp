@@ -1,3 +1,0 @@
-#include "image/jpegdec/JpegColorComponent.h"
-
-CJPEGColorComponent::~CJPEGColorComponent() = default;
