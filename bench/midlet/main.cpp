@@ -16,6 +16,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "Common/Utils/LocalizeEx.h"
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
@@ -132,11 +134,10 @@ void Measure(const Options& options) {
                 build, tool, zip, options.rounds);
     if (options.json.empty())
         return;
-    std::FILE* const file = std::fopen(options.json.c_str(), "w");
-    Require(file != nullptr, "writing the file of figures");
-    std::fprintf(file, R"({"rounds":%d,"build_ms":%.3f,"tool_ms":%.3f,"zip_ms":%.3f})", options.rounds, build,
-                 tool, zip);
-    Require(std::fclose(file) == 0, "writing the file of figures");
+    const nlohmann::ordered_json figures{
+        {"rounds", options.rounds}, {"build_ms", build}, {"tool_ms", tool}, {"zip_ms", zip}};
+    Require(SUCCEEDED(platform::WriteWholeFile(options.json, figures.dump() + "\n")),
+            "writing the file of figures");
 }
 
 int Run(std::span<const std::string_view> arguments) {

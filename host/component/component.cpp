@@ -5,6 +5,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "host/packer/mobile_frame_packer.h"
+#include "host/statetree/process_state_tree.h"
 #include "interfaces/Registration.h"
 #include "platform/modules.h"
 #include "platform/threads.h"
@@ -13,6 +15,7 @@ namespace host {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::ComObject;
 using platform::ComPtr;
 
 // How long a receive loop may take to notice that its connection was closed.
@@ -98,6 +101,26 @@ void UnregisterComponent(const std::string& path) {
     if (FAILED(hr))
         throw std::runtime_error("unregistering " + path + " failed with " + CodeText(hr) + " " +
                                  platform::LastModuleError());
+}
+
+Viewing::Viewing(ContentAccess access, std::shared_ptr<PackerCounters> counters)
+    : m_server(ComObject<ContentServer>::Create(std::move(access))) {
+    const auto tree = ComObject<ProcessStateTree>::Create(MakeStateNodes());
+    m_classes.AddObject(kProcessStateTreeClass, ComPtr<IUnknown>(tree.Get()));
+    m_classes.Add(kMobileFramePackerClass,
+                  [counters = std::move(counters)](const GUID& interfaceId, void** object) {
+                      const auto packer = ComObject<MobileFramePacker>::Create(counters);
+                      return packer ? packer->QueryInterface(interfaceId, object) : E_OUTOFMEMORY;
+                  });
+    const auto node = FindStateNode(kWebServerNode, true);
+    if (!m_server || !node || FAILED(node->SetValue(m_server.Get())))
+        throw std::runtime_error("the web server could not be published");
+}
+
+void Viewing::End() noexcept {
+    m_server->Forget();
+    if (const auto node = FindStateNode(kWebServerNode, false))
+        (void)node->SetValue(nullptr);
 }
 
 Component::Component(const GUID& classId, WebHandlerHostPtr handlerHost)

@@ -8,7 +8,7 @@
 #include <shared_mutex>
 #include <string_view>
 
-#include "host/content/source.h"
+#include "host/picture/picture.h"
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IWebServer.h"
 #include "platform/com.h"

@@ -1,6 +1,9 @@
 #include "host/feed/feed_table.h"
 
 #include <algorithm>
+#include <cmath>
+
+#include <nlohmann/json.hpp>
 
 #include "host/base/start_error.h"
 #include "interfaces/ICamSettings.h"
@@ -163,6 +166,28 @@ void FeedTable::RemoveWatcher(Wakeup& wakeup) noexcept {
 void FeedTable::SignalWatchers() {
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
+}
+
+nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId) {
+    auto cameras = nlohmann::ordered_json::array();
+    for (const CameraFigures& figures : feeds.Figures()) {
+        nlohmann::ordered_json& camera = cameras.emplace_back(nlohmann::ordered_json::object());
+        if (withId)
+            camera["id"] = figures.id;
+        camera["name"] = figures.name;
+        camera["type"] = figures.type;
+        camera["connected"] = figures.connected;
+        camera["frames"] = figures.frames;
+        camera["failed"] = figures.failed;
+        camera["fps"] = std::round(figures.fps * 100) / 100;
+        camera["width"] = figures.width;
+        camera["height"] = figures.height;
+        if (figures.age)
+            camera["age"] = std::round(*figures.age * 1000) / 1000;
+        else
+            camera["age"] = nullptr;
+    }
+    return cameras;
 }
 
 FeedSubscription::FeedSubscription(FeedTablePtr feeds, ComPtr<IVideoSource> source)

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "host/feed/camera_feed.h"
 #include "interfaces/IVideoSource.h"
 #include "platform/com.h"
@@ -83,6 +85,10 @@ private:
     std::vector<Wakeup*> m_watchers;
 };
 using FeedTablePtr = platform::ComPtr<platform::ComObject<FeedTable>>;
+
+// The figures of all cameras for programs: an array with an object for each. `withId` adds the numbers that
+// the live page's stream uses.
+nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId);
 
 // The table as the subscriber of a source, for as long as this is there: no picture reaches a feed
 // afterwards.

@@ -1,13 +1,7 @@
 #include "host/http/answer.h"
 
-#include <cerrno>
-
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <boost/beast/http/status.hpp>
-
-#include "host/base/json.h"
+#include <nlohmann/json.hpp>
 
 namespace host {
 namespace {
@@ -32,13 +26,18 @@ Answer Answer::Text(unsigned status, std::string_view line) {
     return answer;
 }
 
-Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
-    Answer answer = Text(status, line);
-    if (form == Form::Json) {
-        answer.type = "application/json";
-        answer.body = "{\"text\":" + JsonString(line) + ",\"problems\":[]}";
-    }
+Answer Answer::Json(unsigned status, const nlohmann::ordered_json& json) {
+    Answer answer;
+    answer.status = status;
+    answer.type = "application/json";
+    answer.body = JsonText(json);
+    answer.headers["Cache-Control"] = "no-store";
     return answer;
+}
+
+Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
+    return form == Form::Json ? Json(status, {{"text", line}, {"problems", nlohmann::ordered_json::array()}})
+                              : Text(status, line);
 }
 
 std::string Serialize(const Answer& answer, const AnswerOptions& options) {
@@ -62,6 +61,10 @@ std::string Serialize(const Answer& answer, const AnswerOptions& options) {
     return bytes;
 }
 
+std::string JsonText(const nlohmann::ordered_json& json) {
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 std::string EscapeHtml(std::string_view text) {
     std::string result;
     for (const char c : text) {
@@ -83,30 +86,6 @@ std::string EscapeHtml(std::string_view text) {
         }
     }
     return result;
-}
-
-SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall) {
-    while (!bytes.empty()) {
-        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
-            continue;
-        }
-        if (sent < 0 && errno == EINTR)
-            continue;
-        if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
-            return SendResult::Broken;
-        switch (WaitFor({.socket = fd, .socketEvents = POLLOUT, .stop = &stop}, Clock::now() + stall)) {
-        case Waited::Stopped:
-            return SendResult::Stopped;
-        case Waited::Timeout:
-            return SendResult::Stalled;
-        case Waited::Ready:
-        case Waited::Woken:
-            break;
-        }
-    }
-    return SendResult::Sent;
 }
 
 } // namespace host

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/base/wait.h"
+#include <nlohmann/json_fwd.hpp>
 
 namespace host {
 
@@ -22,6 +22,8 @@ struct Answer {
     std::map<std::string, std::string> headers; // beyond those that every answer has
 
     static Answer Text(unsigned status, std::string_view line);
+    // Nothing of it is kept by caches.
+    static Answer Json(unsigned status, const nlohmann::ordered_json& json);
     static Answer Refusal(Form form, unsigned status, std::string_view line);
 };
 
@@ -33,12 +35,11 @@ struct AnswerOptions {
 // The whole answer as bytes for the socket, with the security headers that every answer carries.
 std::string Serialize(const Answer& answer, const AnswerOptions& options);
 
+// JSON as text. Bytes that are no UTF-8 become replacement characters.
+std::string JsonText(const nlohmann::ordered_json& json);
+
 // A text as it stands in an HTML page, also in an attribute between double quotes. Control characters, which
 // old browsers show as they like, become blanks.
 std::string EscapeHtml(std::string_view text);
-
-enum class SendResult { Sent, Stalled, Broken, Stopped };
-// Sends everything, or gives up when the peer takes nothing for `stall`. The socket is a non-blocking one.
-SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);
 
 } // namespace host

@@ -1,4 +1,4 @@
-// Addresses: where the server listens, and whom it talks to.
+// Addresses: where the server listens, under which ones it is reached, and whom it talks to.
 #pragma once
 
 #include <cstdint>
@@ -30,6 +30,20 @@ struct Listener {
 };
 // Throws StartError with a clear line.
 Listener Listen(const Endpoint& endpoint);
+
+// --- Where an endpoint is reached, as "ADDR:PORT" ---
+
+// From other machines: an address of this machine's in place of "all of them". Empty where none reaches it.
+[[nodiscard]] std::string AuthorityForOthers(const Endpoint& endpoint);
+
+// What phones are told: that, and an address that only this machine has where others do not reach it.
+[[nodiscard]] std::string AuthorityForPhones(const Endpoint& endpoint);
+
+// Whether what phones are told ("HOST" or "HOST:PORT", 80 being the usual one) is seen to lead there. A name
+// may, and so may the address of a router, but that is not seen.
+[[nodiscard]] bool LeadsTo(std::string_view authority, const Endpoint& endpoint);
+
+// --- Connections ---
 
 // The address of a peer as text, and what its limits and slow-downs are kept under: the whole IPv4 address,
 // or the /64 of an IPv6 one, since one host can have all of that.

@@ -1,9 +1,10 @@
-// A request: its head, read once.
+// A request: its head, read once, and what its fields mean.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -54,5 +55,33 @@ std::string_view QueryParameter(std::string_view query, std::string_view name);
 bool IsLoopbackHost(std::string_view host);
 // Whether an Origin line belongs to the page of that Host: "http://HOST" or "https://HOST".
 bool IsSameOrigin(std::string_view origin, std::string_view host);
+
+// --- Values of header fields
+// --------------------------------------------------------------------------------
+
+// How much a client wants a media type, from the value of its Accept line (RFC 9110, 12.5.1): 1 at the most,
+// 0 for one that it does not take. What names the type itself counts before "type/*", and that before "*/*".
+// Without a line everything is welcome. Parts that make no sense are passed over.
+double QualityOf(std::string_view accept, std::string_view type) noexcept;
+
+// Whether a page goes out as HTML. Browsers ask for it by name; who takes anything (curl, a phone's midlet)
+// gets the XML that the page is.
+bool PrefersHtml(std::string_view accept) noexcept;
+
+// The language among those (codes of two letters) that a client wants most, from the value of its
+// Accept-Language line (RFC 9110, 12.5.4): "ru-RU" is Russian as well, "*" stands for `usual`, of equals the
+// first one counts. `usual` where nothing fits.
+std::string_view PreferredLanguage(std::string_view accept, std::span<const std::string_view> languages,
+                                   std::string_view usual) noexcept;
+
+// The sign-in of HTTP Basic (RFC 7617).
+struct Credentials {
+    std::string login; // UTF-8, like the password
+    std::string password;
+};
+// Of the value of an Authorization field; nothing when it is no HTTP Basic.
+std::optional<Credentials> ParseBasic(std::string_view authorization);
+// The other way round.
+std::string BasicAuthorization(const Credentials& credentials);
 
 } // namespace host

@@ -4,14 +4,47 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/log/journal.h"
 #include "platform/text.h"
 
 namespace host {
+namespace {
+
+// Whether what is written there goes straight into the journal of systemd: JOURNAL_STREAM names the device
+// and the inode of the stream that a service was started with.
+bool IsJournal(int fd) noexcept {
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
+    int read = 0;
+    // Inherited by every program that a service starts, so the stream may be another one by now.
+    struct stat status {};
+    return stream != nullptr && std::sscanf(stream, "%llu:%llu%n", &device, &inode, &read) == 2 &&
+           stream[read] == '\0' && ::fstat(fd, &status) == 0 && status.st_dev == device &&
+           status.st_ino == inode;
+}
+
+// The level of a log line, as the journal's numbers go (syslog(3)): what an operator should look at, by
+// channel. A condition of the component that did not hold (TRASSDO) is a notice, since every phone that
+// leaves makes some; rates and other figures are for debugging.
+int LevelOf(std::string_view channel) noexcept {
+    constexpr int kError = 3;
+    constexpr int kNotice = 5;
+    constexpr int kInfo = 6;
+    constexpr int kDebug = 7;
+    if (channel == "error")
+        return kError;
+    if (channel == "TRASSDO")
+        return kNotice;
+    return channel == "FPS" ? kDebug : kInfo;
+}
+
+} // namespace
 
 Console::Console() : m_journal(IsJournal(STDERR_FILENO)) {}
 

@@ -1,4 +1,4 @@
-// Lines on the console: one whole line at a time, from any thread.
+// Lines on the console: the host's own, and those that the component writes through its log engine.
 #pragma once
 
 #include <mutex>
@@ -11,6 +11,7 @@ namespace host {
 
 using platform::Printable;
 
+// One whole line at a time, from any thread.
 class Console {
 public:
     // What the person who started the host came for: standard output.
@@ -26,5 +27,15 @@ private:
     const bool m_journal;
     std::mutex m_mutex;
 };
+
+enum class Verbosity {
+    Quiet,   // what went wrong
+    Normal,  // and what phones do
+    Verbose, // and every channel, with the place that a line comes from
+};
+
+// Makes the log engine, which the component loads by the name of its library, one that prints to the console.
+// Once, before the component is created.
+void RegisterLogEngine(Verbosity verbosity);
 
 } // namespace host

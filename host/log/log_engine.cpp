@@ -1,10 +1,9 @@
-#include "host/log/log_engine.h"
+#include "host/log/console.h"
 
 #include <atomic>
 #include <string>
 #include <string_view>
 
-#include "host/log/console.h"
 #include "interfaces/ILogEngine.h"
 #include "platform/library.h"
 #include "platform/text.h"

@@ -1,4 +1,4 @@
-#include "host/main/application.h"
+#include "host/main/options.h"
 
 #include <algorithm>
 #include <array>
@@ -15,8 +15,7 @@
 #include "host/base/start_error.h"
 #include "host/base/text_table.h"
 #include "host/component/component.h"
-#include "host/component/viewing.h"
-#include "host/http/own_address.h"
+#include "host/http/endpoint.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"

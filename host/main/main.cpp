@@ -1,7 +1,6 @@
 #include <csignal>
 
 #include "host/log/console.h"
-#include "host/main/application.h"
 #include "host/main/options.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// The command line of the host.
+// The command line of the host, and what carries out each of its commands.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 #include "host/base/wait.h"
 #include "host/http/endpoint.h"
 #include "host/http/limits.h"
-#include "host/log/log_engine.h"
+#include "host/log/console.h"
 #include "host/users/user_store.h"
 #include "platform/options.h"
 
@@ -38,5 +38,21 @@ extern const std::string_view kHelpText;
 
 // Throws UsageError that names the argument which is wrong.
 Options ParseOptions(std::span<const std::string_view> arguments);
+
+// --- Commands: each returns the exit status and throws StartError ---
+
+// Serves until the time is over or a signal comes. SIGINT and SIGTERM must be blocked in the whole process.
+//
+int Serve(const Options& options);
+
+// --add-user and --add-users.
+int AddUser(const Options& options);
+int AddUsers(const Options& options);
+
+// --register and --unregister.
+int ChangeRegistration(const Options& options);
+
+// --language.
+int SetLanguage(const Options& options);
 
 } // namespace host

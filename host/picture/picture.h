@@ -1,4 +1,4 @@
-// One decoded picture of a source, and its JPEG for those who watch.
+// One decoded picture, its JPEG for those who watch, and the sources that pictures come from.
 #pragma once
 
 #include <chrono>
@@ -102,5 +102,21 @@ using PicturePtr = std::shared_ptr<const Picture>;
 PicturePtr MakePlaceholder(int width, int height);
 // The same as JPEG.
 std::string DrawPlaceholder(int width, int height);
+
+// Something that can be watched. Any thread, several at a time: all who watch a source share it.
+class Source {
+public:
+    Source() = default;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    virtual ~Source() = default;
+
+    // The picture to show now. While there is nothing to see this is a placeholder that says so, never a
+    // picture of the past. Null when the source is gone for good.
+    virtual PicturePtr Now() = 0;
+    // Whether the pictures come to the host as JPEG files, so that their planes are the dearer form.
+    [[nodiscard]] virtual bool IsJpeg() const noexcept { return false; }
+};
+using SourcePtr = std::shared_ptr<Source>;
 
 } // namespace host

@@ -1,4 +1,4 @@
-#include "host/settings/check.h"
+#include "host/settings/document.h"
 
 #include <algorithm>
 #include <map>

@@ -11,9 +11,8 @@
 #include <vector>
 
 #include "host/feed/feed_table.h"
-#include "host/settings/check.h"
 #include "host/settings/document.h"
-#include "host/settings/phone_address.h"
+#include "host/settings/file.h"
 #include "host/users/authenticator.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/com.h"

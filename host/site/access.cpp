@@ -1,4 +1,4 @@
-#include "host/site/access.h"
+#include "host/site/addresses.h"
 
 #include <string>
 

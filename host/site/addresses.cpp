@@ -4,8 +4,8 @@
 
 #include "host/http/limits.h"
 #include "host/site/assets.h"
+#include "host/site/connection.h"
 #include "host/site/site.h"
-#include "host/site/visit.h"
 
 namespace host {
 namespace {

@@ -5,25 +5,48 @@
 //
 //   a method that no row of the pattern has     405, with those that they have as Allow
 //   no WebSocket where only one is answered     426
-//   somebody who may not                        401, 403 or 429 (access.h)
+//   somebody who may not                        401, 403 or 429 (Access)
 //   a page of another site, where From forbids  403
 //   a longer body, or one of unknown length     413, 411
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
 
+#include "host/base/counters.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
-#include "host/site/access.h"
+#include "host/users/authenticator.h"
 
 namespace host {
 
 struct Site;
 class Visit;
+
+// Watching is for everybody while there are demo users, under a loopback name of this machine. The name
+// matters because a foreign page can have its own name point to this machine: its requests then look like
+// those of the person at the browser, but for the Host line.
+enum class Who {
+    Everybody, // without a sign-in
+    Watcher,   // admin, viewer; see above for the demo
+    LinkMaker, // admin; in the demo who watches
+    AnyUser,
+    Uploader, // admin, phone
+    Admin,
+};
+
+struct Access {
+    Authenticator& authenticator;
+    Counters& counters;
+    const bool demo; // there are demo users
+
+    // Nothing when the request may go on; otherwise its answer. May wait, when wrong passwords came before.
+    [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who) const;
+};
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.
 enum class Method : unsigned { Get = 1, Head = 2, Post = 4, Put = 8, Delete = 16, WebSocket = 32 };

@@ -1,12 +1,64 @@
-// One connection of the web server, from its first byte to its last.
+// One connection of the web server, and each request on it as what answers it sees it.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 #include "host/base/wait.h"
+#include "host/http/answer.h"
 #include "host/http/endpoint.h"
+#include "host/http/limits.h"
+#include "host/http/request.h"
+#include "host/http/wire.h"
 
 namespace host {
 
 struct Site;
+
+// One request.
+//
+// Belongs to the thread of the connection. The socket is a non-blocking one.
+class Visit {
+public:
+    Visit(Descriptor& socket, Arrival& arrival, Request made, const Limits& limits, const Wakeup& stop)
+        : request(std::move(made)), m_socket(socket), m_arrival(arrival), m_limits(limits), m_stop(stop) {}
+
+    const Request request;
+    std::string_view rest{}; // of its path, behind the pattern of its address
+    std::string body{};      // as long as its address allows
+    Form refusals = Form::Text;
+
+    [[nodiscard]] bool IsHead() const { return request.method == "HEAD"; }
+
+    // Reads the body. False when it did not come: the connection is at its end.
+    bool ReadBody();
+
+    // One of these answers the request.
+    //
+    // The connection goes on behind the answer if both sides want that.
+    void Send(const Answer& answer);
+    // It ends behind the answer.
+    void SendLast(const Answer& answer);
+    // The same. Whether the answer has arrived; if not, nothing of it does later.
+    [[nodiscard]] bool SendUntilArrived(const Answer& answer);
+    // The socket, from which nothing behind the head has been read; the connection is somebody else's then.
+    [[nodiscard]] Descriptor Take();
+    // The socket, to write to: the connection ends behind the call.
+    [[nodiscard]] int Last();
+
+    // Whether the next request may come.
+    [[nodiscard]] bool GoesOn() const noexcept { return m_goesOn; }
+
+private:
+    bool SendBytes(std::string_view bytes);
+    void Linger();
+
+    Descriptor& m_socket;
+    Arrival& m_arrival;
+    const Limits& m_limits;
+    const Wakeup& m_stop;
+    bool m_goesOn = false;
+};
 
 // Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over. Never
 // throws.

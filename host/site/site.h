@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "host/site/access.h"
+#include "host/site/addresses.h"
 #include "host/site/links/pages.h"
 #include "host/site/live/pages.h"
 #include "host/site/mobile/pages.h"
@@ -12,6 +12,7 @@
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
 #include "host/site/view/pages.h"
+#include "host/users/password.h"
 
 namespace host {
 
@@ -26,14 +27,26 @@ struct SiteParts {
     PackerCounters& packers;
     const Wakeup& stop; // raised once, for good
     Limits limits{};
-    bool demo = false;      // there are demo users
-    std::string language{}; // the code of the one that the component's texts are in, since the start
-    std::string
-        authority{}; // where others reach this server, "ADDR:PORT"; empty where nobody but this machine does
+    bool demo = false; // there are demo users
+    // The code of the language that the component's texts are in since the start.
+    std::string language{};
+    // Where others reach this server, "ADDR:PORT"; empty where nobody but this machine does.
+    std::string authority{};
 };
 
 struct Site {
-    explicit Site(const SiteParts& parts);
+    explicit Site(const SiteParts& parts)
+        : limits(parts.limits), stop(parts.stop), counters(parts.counters),
+          pageToken(RandomPassword()), access{parts.authenticator, counters, parts.demo},
+          live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
+          view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
+                                                                           parts.packers, limits.staleAfter,
+                                                                           parts.language},
+          monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
+                                                                                  parts.language, pageToken},
+          mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, limits, counters, stop},
+          links{parts.authenticator, parts.authority,
+                [this](const Request& request) { return mobile.Content(request); }} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 

@@ -1,4 +1,4 @@
-#include "host/sources/clock_source.h"
+#include "host/sources/sources.h"
 
 #include <algorithm>
 #include <array>
@@ -110,8 +110,7 @@ void DrawThousandths(Canvas& canvas, int thousandths) {
     }
 }
 
-} // namespace
-
+// The clock at that moment: seconds since midnight, thousandths of a second.
 PicturePtr DrawClock(std::uint64_t sequence, int secondOfDay, int thousandths) {
     constexpr int kWidth = ClockSource::kWidth;
     constexpr int kHeight = ClockSource::kHeight;
@@ -128,6 +127,8 @@ PicturePtr DrawClock(std::uint64_t sequence, int secondOfDay, int thousandths) {
     canvas.Fill(kMargin, 208, (kWidth - 2 * kMargin) * thousandths / 1000 & ~1, 12, kBar);
     return std::make_shared<const Picture>(sequence, std::move(content), layout);
 }
+
+} // namespace
 
 PicturePtr ClockSource::Now() {
     const std::lock_guard guard(m_mutex);

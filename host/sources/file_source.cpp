@@ -1,4 +1,4 @@
-#include "host/sources/file_source.h"
+#include "host/sources/sources.h"
 
 #include <algorithm>
 
@@ -36,8 +36,8 @@ std::vector<std::string> ListPictures(const fs::path& folder) {
     return files;
 }
 
-} // namespace
-
+// A JPEG file as a picture, which keeps the file for those who want JPEG. Null when it is none, or a larger
+// one than anybody wants to watch.
 PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
     const auto size = static_cast<std::int32_t>(std::min(file.size(), kMostFileBytes));
@@ -60,6 +60,8 @@ PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
         return nullptr;
     return std::make_shared<const Picture>(sequence, std::move(content), layout, std::move(file));
 }
+
+} // namespace
 
 SourcePtr FileSource::Open(const fs::path& folder) {
     std::vector<std::string> files = ListPictures(folder);

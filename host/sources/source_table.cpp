@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "host/sources/camera_source.h"
-#include "host/sources/clock_source.h"
-#include "host/sources/file_source.h"
+#include "host/sources/sources.h"
 
 namespace host {
 namespace {
@@ -25,6 +23,25 @@ bool IsFolderName(std::string_view name) {
 }
 
 } // namespace
+
+PicturePtr CameraSource::Now() {
+    const FeedPtr feed = m_feeds->Find(m_name);
+    if (!feed)
+        return nullptr;
+    PicturePtr newest = feed->Newest();
+    if (newest && Clock::now() - newest->Arrival() < m_staleAfter)
+        return newest;
+    return Placeholder(newest);
+}
+
+PicturePtr CameraSource::Placeholder(const PicturePtr& newest) {
+    const PlaneLayout size = newest ? newest->Layout() : PlaneLayout{320, 240};
+    const std::lock_guard guard(m_mutex);
+    if (!m_placeholder || m_placeholder->Layout().width != size.width ||
+        m_placeholder->Layout().height != size.height)
+        m_placeholder = MakePlaceholder(size.width, size.height);
+    return m_placeholder;
+}
 
 SourcePtr SourceTable::Open(std::string_view key) {
     const std::lock_guard guard(m_mutex);

@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/content/source.h"
 #include "host/feed/feed_table.h"
+#include "host/picture/picture.h"
 
 namespace host {
 

@@ -10,8 +10,8 @@
 
 #include "host/base/wait.h"
 #include "host/component/web_handler_host.h"
-#include "host/http/basic.h"
 #include "host/http/endpoint.h"
+#include "host/http/request.h"
 #include "host/users/cameras.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"

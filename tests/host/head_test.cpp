@@ -6,9 +6,9 @@
 #include <string>
 #include <thread>
 
-#include "host/http/head.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/wire.h"
 #include "support/TcpPair.h"
 
 namespace host {

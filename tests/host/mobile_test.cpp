@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/http/accept.h"
-#include "host/site/mobile/style_sheet.h"
+#include "host/http/request.h"
+#include "host/site/mobile/pages.h"
 #include "rig.h"
 
 namespace host::test {
@@ -101,6 +101,11 @@ TEST(Mobile, TextsAndArchivesAsHttpHasThem) {
     EXPECT_EQ(rig.handler->Requested().back().path, "mobile/Sendora.jar");
     rig.handler->m_answerBody.clear();
     EXPECT_EQ(ask("/mobile/Sendora.jar").status, 500U) << "an empty archive is none";
+
+    const Reply list = ask("/xslt/enum/all?xslt=cameras.xsl");
+    EXPECT_EQ(list.Header("Content-Type"), "text/plain; charset=utf-8");
+    EXPECT_THAT(list.body, HasSubstr("clock\tclock\n"));
+    EXPECT_EQ(ask("/xslt/enum/all?xslt=SensorsPage.xslt").Header("Location"), "/");
 }
 
 TEST(Mobile, SettingsAreForTheAdminUnderEveryName) {
@@ -111,18 +116,6 @@ TEST(Mobile, SettingsAreForTheAdminUnderEveryName) {
         EXPECT_NE(rig.Get(path, std::string(Rig::kPhone)).status, 200U) << path;
         EXPECT_TRUE(rig.handler->Requested().empty()) << path;
     }
-}
-
-TEST(Mobile, ListOfSources) {
-    const Rig rig;
-    static constexpr const char* kList = "/xslt/enum/all?xslt=cameras.xsl";
-    EXPECT_EQ(rig.Get(kList).status, 401U);
-    const Reply reply = rig.Get(kList, std::string(Rig::kPhone));
-    EXPECT_EQ(reply.status, 200U);
-    EXPECT_EQ(reply.Header("Content-Type"), "text/plain; charset=utf-8");
-    EXPECT_THAT(reply.body, HasSubstr("clock\tclock\n"));
-    EXPECT_EQ(rig.Get("/xslt/enum/all?xslt=SensorsPage.xslt", std::string(Rig::kPhone)).Header("Location"),
-              "/");
 }
 
 } // namespace

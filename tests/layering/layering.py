@@ -79,6 +79,8 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
+    "nlohmann/": {"host/http", "host/feed", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+                  "host/site/view"},
     "crypt.h": {"host/users"},
     "libxml/": {"host/site/mobile"},
     "libxslt/": {"host/site/mobile"},

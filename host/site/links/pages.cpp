@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "host/base/json.h"
-#include "host/http/basic.h"
+#include <nlohmann/json.hpp>
+
+#include "host/http/request.h"
 #include "host/site/links/qr_code.h"
 
 namespace host {
@@ -69,13 +70,10 @@ Answer LinkPages::Make(const Request& request) const {
         return Unstored(Answer::Text(503, "There are too many links; the oldest end within minutes."));
     const std::string address = AddressOf(*link, request.Host());
     const auto code = QrCode::Of(address);
-    Answer answer;
-    answer.status = 201;
-    answer.type = "application/json";
-    answer.body = "{\"url\":" + JsonString(address) + ",\"token\":" + JsonString(link->token) +
-                  ",\"seconds\":" + std::to_string(std::chrono::seconds(LinkTable::kLifetime).count()) +
-                  ",\"svg\":" + JsonString(code ? code->Svg() : "") + "}\n";
-    return Unstored(std::move(answer));
+    return Answer::Json(201, {{"url", address},
+                              {"token", link->token},
+                              {"seconds", std::chrono::seconds(LinkTable::kLifetime).count()},
+                              {"svg", code ? code->Svg() : ""}});
 }
 
 Answer LinkPages::Revoke(std::string_view token) const {

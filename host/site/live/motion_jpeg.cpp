@@ -5,6 +5,7 @@
 #include <linux/sockios.h>
 
 #include "host/http/answer.h"
+#include "host/http/wire.h"
 #include "host/site/live/pages.h"
 
 namespace host {

@@ -1,9 +1,11 @@
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <utility>
 
-#include "host/base/json.h"
-#include "host/feed/figures.h"
+#include <nlohmann/json.hpp>
+
+#include "host/feed/feed_table.h"
 #include "host/http/page_socket.h"
 #include "host/packer/framing.h"
 #include "host/site/live/pages.h"
@@ -22,24 +24,18 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
     return header;
 }
 
-// The keys of the host's own sources.
-std::string SourcesJson(const SourceTable& sources) {
-    std::string json = "[";
-    for (const std::string& key : sources.OwnKeys())
-        json += (json.size() > 1 ? "," : "") + JsonString(key);
-    return json + "]";
-}
-
 // The figures of all cameras with the host's time (Unix milliseconds), against which the page tells how old a
 // picture is: its own clock may be wrong.
 std::string StateJson(const LivePages& pages) {
     const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::system_clock::now().time_since_epoch());
-    return "{\"type\":\"state\",\"now\":" + std::to_string(now.count()) +
-           ",\"uptime\":" + FixedNumber(pages.counters.Uptime(), 1) +
-           ",\"demo\":" + (pages.demo ? "true" : "false") +
-           ",\"version\":" + JsonString(MORROWSTREAM_VERSION) + ",\"sources\":" + SourcesJson(pages.sources) +
-           ",\"cameras\":" + CamerasJson(pages.feeds, true) + "}";
+    return JsonText({{"type", "state"},
+                     {"now", now.count()},
+                     {"uptime", std::round(pages.counters.Uptime() * 10) / 10},
+                     {"demo", pages.demo},
+                     {"version", MORROWSTREAM_VERSION},
+                     {"sources", pages.sources.OwnKeys()},
+                     {"cameras", CamerasJson(pages.feeds, true)}});
 }
 
 class TilesSession final : public PageSocket {

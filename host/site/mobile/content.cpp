@@ -3,10 +3,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/http/accept.h"
-#include "host/site/mobile/descriptor.h"
+#include "host/http/request.h"
 #include "host/site/mobile/pages.h"
-#include "host/site/mobile/style_sheet.h"
 #include "platform/text.h"
 
 namespace host {

@@ -1,4 +1,4 @@
-#include "host/site/mobile/descriptor.h"
+#include "host/site/mobile/pages.h"
 
 #include <array>
 #include <memory>

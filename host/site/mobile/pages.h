@@ -1,6 +1,10 @@
 // What phones ask for, with the component's answers.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include "host/base/counters.h"
 #include "host/component/web_handler_host.h"
 #include "host/feed/feed_table.h"
@@ -42,5 +46,21 @@ struct MobilePages {
     // its key, a tab and its name; any other form is for a browser, which is sent to the live page.
     [[nodiscard]] Answer SourceList(const Request& request) const;
 };
+
+// --- What the component does not make itself ---
+
+// The text of a .jad (MIDP 2.0, "MIDlet Suite Packaging") for an archive that will come from `url`: what the
+// archive's manifest says of the suite, word for word, since a phone compares the two, and the archive's
+// exact size. In UTF-8, lines end in CR LF. Nothing for bytes that are no archive with a manifest, or when
+// the manifest does not tell what a descriptor must.
+std::optional<std::string> DescribeArchive(const std::string& archive, const std::string& url);
+
+// The address that a document names as its style sheet, from its first xml-stylesheet instruction of type
+// text/xsl; empty where there is none.
+std::string StyleSheetOf(std::string_view document);
+
+// The document as the style sheet has it, in the sheet's own output form. Nothing when one of the two cannot
+// be read or the transformation fails. Neither can reach a file or the network. Any thread.
+std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet);
 
 } // namespace host

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "host/http/head.h"
+#include "host/http/wire.h"
 #include "host/site/mobile/pages.h"
 #include "platform/scope.h"
 #include "platform/socket.h"

@@ -1,4 +1,4 @@
-#include "host/site/mobile/style_sheet.h"
+#include "host/site/mobile/pages.h"
 
 #include <climits>
 #include <memory>

@@ -1,12 +1,14 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <fstream>
 #include <span>
 #include <vector>
 
-#include "host/base/json.h"
-#include "host/feed/figures.h"
+#include <nlohmann/json.hpp>
+
+#include "host/feed/feed_table.h"
 #include "host/site/monitor/pages.h"
 
 namespace host {
@@ -170,14 +172,6 @@ void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<co
     metrics.ByWord("reason", kRefusalNames, counters.refusals);
 }
 
-Answer TextAnswer(std::string_view type, std::string text) {
-    Answer answer;
-    answer.type = type;
-    answer.body = std::move(text);
-    answer.headers["Cache-Control"] = "no-store";
-    return answer;
-}
-
 } // namespace
 
 Answer MonitorPages::Metrics() const {
@@ -215,14 +209,18 @@ Answer MonitorPages::Metrics() const {
                    std::to_string(process.residentBytes));
     metrics.Single("process_threads", "gauge", "Threads of the process.", std::to_string(process.threads));
     metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(counters.Uptime()));
-    return TextAnswer("text/plain; version=0.0.4; charset=utf-8", metrics.Take());
+    Answer answer;
+    answer.type = "text/plain; version=0.0.4; charset=utf-8";
+    answer.body = metrics.Take();
+    answer.headers["Cache-Control"] = "no-store";
+    return answer;
 }
 
 Answer MonitorPages::Health() const {
-    return TextAnswer("application/json",
-                      "{\"status\":\"ok\",\"uptime\":" + FixedNumber(counters.Uptime(), 1) +
-                          ",\"version\":" + JsonString(MORROWSTREAM_VERSION) +
-                          ",\"cameras\":" + CamerasJson(feeds, false) + "}\n");
+    return Answer::Json(200, {{"status", "ok"},
+                              {"uptime", std::round(counters.Uptime() * 10) / 10},
+                              {"version", MORROWSTREAM_VERSION},
+                              {"cameras", CamerasJson(feeds, false)}});
 }
 
 Answer MonitorPages::Alive() {

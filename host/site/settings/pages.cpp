@@ -6,27 +6,22 @@
 #include <optional>
 #include <string>
 
-#include "host/base/json.h"
-#include "host/http/basic.h"
+#include <nlohmann/json.hpp>
+
+#include "host/http/request.h"
 #include "host/log/console.h"
 #include "host/settings/language.h"
 
 namespace host {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 Answer Told(unsigned status, std::string_view text, const std::vector<SettingsProblem>& problems = {}) {
-    Answer answer;
-    answer.status = status;
-    answer.type = "application/json";
-    answer.headers["Cache-Control"] = "no-store";
-    answer.body = "{\"text\":" + JsonString(text) + ",\"problems\":[";
-    for (const SettingsProblem& problem : problems) {
-        answer.body += &problem == problems.data() ? "" : ",";
-        answer.body += "{\"path\":" + JsonString(problem.path) + ",\"key\":" + JsonString(problem.key) +
-                       ",\"text\":" + JsonString(problem.text) + "}";
-    }
-    answer.body += "]}";
-    return answer;
+    Json told{{"text", text}, {"problems", Json::array()}};
+    for (const SettingsProblem& problem : problems)
+        told["problems"].push_back({{"path", problem.path}, {"key", problem.key}, {"text", problem.text}});
+    return Answer::Json(status, told);
 }
 
 Answer DocumentAnswer(SettingsReading reading) {
@@ -47,18 +42,14 @@ void LogChange(const Request& request, std::string_view what) {
 } // namespace
 
 Answer SettingsPages::State() const {
-    Answer answer;
-    answer.type = "application/json";
-    answer.headers["Cache-Control"] = "no-store";
-    answer.body = "{\"token\":" + JsonString(pageToken) +
-                  ",\"language\":{\"active\":" + JsonString(language.empty() ? "en" : language) +
-                  ",\"configured\":" + JsonString(ConfiguredLanguage()) + ",\"choices\":[";
-    for (const Language& choice : Languages()) {
-        answer.body += answer.body.ends_with('[') ? "" : ",";
-        answer.body += "{\"code\":" + JsonString(choice.code) + ",\"name\":" + JsonString(choice.name) + "}";
-    }
-    answer.body += "]}}";
-    return answer;
+    Json choices = Json::array();
+    for (const Language& choice : Languages())
+        choices.push_back({{"code", choice.code}, {"name", choice.name}});
+    return Answer::Json(200, {{"token", pageToken},
+                              {"language",
+                               {{"active", language.empty() ? "en" : language},
+                                {"configured", ConfiguredLanguage()},
+                                {"choices", std::move(choices)}}}});
 }
 
 Answer SettingsPages::Document() const {

@@ -5,12 +5,53 @@
 #include <span>
 #include <string>
 
-#include "host/http/accept.h"
+#include "host/http/request.h"
 #include "host/packer/frame_packer.h"
-#include "host/site/tiny/texts.h"
 
 namespace host {
 namespace {
+
+// What the pages say, in every language of the server. English is the first.
+struct TinyTexts {
+    std::string_view language; // its code
+    std::string_view title;
+    std::string_view nothing; // no camera to watch
+    std::string_view back;    // to the list
+    std::string_view every;   // "Refresh, seconds:"
+    std::string_view size;
+    std::string_view noPicture;
+    std::string_view unknown; // there is no such camera
+};
+
+constexpr std::array<TinyTexts, 7> kTexts{{
+    {"en", "Cameras", "There is nothing to watch.", "All cameras", "Refresh, seconds:", "Size:", "no picture",
+     "There is no such camera."},
+    {"es", "Cámaras", "No hay nada que ver.", "Todas las cámaras",
+     "Actualizar, segundos:", "Tamaño:", "sin imagen", "No existe esta cámara."},
+    {"fr", "Caméras", "Il n’y a rien à voir.", "Toutes les caméras",
+     "Actualiser, secondes :", "Taille :", "pas d’image", "Cette caméra n’existe pas."},
+    {"ru", "Камеры", "Смотреть нечего.", "Все камеры", "Обновление, секунд:", "Размер:", "нет изображения",
+     "Такой камеры нет."},
+    {"lv", "Kameras", "Nav ko skatīties.", "Visas kameras", "Atjaunot, sekundes:", "Izmērs:", "nav attēla",
+     "Šādas kameras nav."},
+    {"az", "Kameralar", "Baxmağa heç nə yoxdur.", "Bütün kameralar",
+     "Yeniləmə, saniyə:", "Ölçü:", "şəkil yoxdur", "Belə kamera yoxdur."},
+    {"ka", "კამერები", "საყურებელი არაფერია.", "ყველა კამერა", "განახლება, წამი:", "ზომა:", "სურათი არ არის",
+     "ასეთი კამერა არ არსებობს."},
+}};
+
+constexpr auto kLanguages = [] {
+    std::array<std::string_view, kTexts.size()> codes{};
+    std::ranges::transform(kTexts, codes.begin(), &TinyTexts::language);
+    return codes;
+}();
+
+// Those of the language that the browser asks for, else the server's, else English.
+const TinyTexts& TextsFor(const Request& request, std::string_view language) noexcept {
+    const auto code = PreferredLanguage(request.Field("Accept-Language"), kLanguages, language);
+    const auto found = std::ranges::find(kTexts, code, &TinyTexts::language);
+    return found != kTexts.end() ? *found : kTexts.front();
+}
 
 constexpr std::string_view kPicture = "/picture";
 constexpr std::array kIntervals{1, 2, 5, 10, 60};
@@ -114,8 +155,7 @@ Answer PictureAnswer(const Request& request, Source& source, const TinyPages& pa
 } // namespace
 
 Answer TinyPages::Page(const Request& request, std::string_view rest) const {
-    const TinyTexts& texts =
-        TinyTextsOf(PreferredLanguage(request.Field("Accept-Language"), TinyLanguageCodes(), language));
+    const TinyTexts& texts = TextsFor(request, language);
     if (rest.empty())
         return ListPage(texts, *this);
     const bool picture = rest.ends_with(kPicture);

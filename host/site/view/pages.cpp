@@ -5,6 +5,9 @@
 #include <memory>
 #include <optional>
 
+#include <nlohmann/json.hpp>
+
+#include "host/http/answer.h"
 #include "host/http/page_socket.h"
 #include "host/packer/frame_packer.h"
 
@@ -79,7 +82,7 @@ private:
 
     void SendState() {
         m_statePending = false;
-        m_state = m_placeholder ? R"({"type":"view","picture":false})" : R"({"type":"view","picture":true})";
+        m_state = JsonText({{"type", "view"}, {"picture", !m_placeholder}});
         Text(m_state);
     }
 
@@ -87,7 +90,7 @@ private:
         const PicturePtr picture = m_source->Now();
         if (!picture) {
             m_gone = true;
-            m_state = R"({"type":"gone"})";
+            m_state = JsonText({{"type", "gone"}});
             return Text(m_state);
         }
         const bool placeholder = picture->Sequence() == 0;

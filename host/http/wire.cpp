@@ -1,9 +1,12 @@
-#include "host/http/head.h"
+#include "host/http/wire.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 
+// Not <netinet/tcp.h>, whose tcp_info ends before the count of bytes.
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -64,6 +67,25 @@ HeadResult PeekUntil(int fd, char* buffer, std::size_t size, const Wakeup& stop,
             break;
         }
     }
+}
+
+// No event tells of an acknowledgement.
+constexpr std::chrono::milliseconds kShortestPause{1};
+constexpr std::chrono::milliseconds kLongestPause{10};
+
+constexpr std::uint8_t kStateClosed = 7; // TCP_CLOSE
+
+struct ConnectionState {
+    std::uint64_t acknowledged = 0;
+    bool ended = true;
+};
+
+ConnectionState StateOf(int fd) noexcept {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (::getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        return {};
+    return {info.tcpi_bytes_acked, info.tcpi_state == kStateClosed};
 }
 
 } // namespace
@@ -130,6 +152,52 @@ HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::ti
     bool anyBytes = false;
     return PeekUntil(fd, buffer.data(), buffer.size(), stop, deadline, &anyBytes,
                      [bytes](std::size_t got) { return got >= bytes; });
+}
+
+SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall) {
+    while (!bytes.empty()) {
+        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(sent));
+            continue;
+        }
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
+            return SendResult::Broken;
+        switch (WaitFor({.socket = fd, .socketEvents = POLLOUT, .stop = &stop}, Clock::now() + stall)) {
+        case Waited::Stopped:
+            return SendResult::Stopped;
+        case Waited::Timeout:
+            return SendResult::Stalled;
+        case Waited::Ready:
+        case Waited::Woken:
+            break;
+        }
+    }
+    return SendResult::Sent;
+}
+
+Arrival::Arrival(int fd) noexcept : m_fd(fd), m_before(StateOf(fd).acknowledged) {}
+
+bool Arrival::Await(const Wakeup& stop, std::chrono::milliseconds stall) const {
+    std::uint64_t arrived = 0;
+    auto deadline = Clock::now() + stall;
+    auto pause = kShortestPause;
+    for (bool stopped = false;;) {
+        const ConnectionState state = StateOf(m_fd);
+        if (state.acknowledged >= m_before + m_sent)
+            return true;
+        const auto now = Clock::now();
+        if (state.acknowledged > arrived) {
+            arrived = state.acknowledged;
+            deadline = now + stall;
+        }
+        if (state.ended || stopped || now >= deadline)
+            return false;
+        stopped = WaitFor({.stop = &stop}, now + pause) == Waited::Stopped;
+        pause = std::min(2 * pause, kLongestPause);
+    }
 }
 
 } // namespace host

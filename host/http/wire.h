@@ -1,10 +1,13 @@
-// Reading the head of a request without taking a byte that is not the head's.
+// The bytes on a connection: taking a request's without one that is not the server's, sending an answer's,
+// and whether they have arrived. Sockets are non-blocking ones.
 //
 // What follows the head of an upload belongs to the component, so the head is looked at with MSG_PEEK until
 // its blank line is there, and only then are exactly its bytes taken off the socket.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -25,7 +28,7 @@ struct Head {
     std::string text;      // up to and including the blank line
     bool anyBytes = false; // whether a head had been begun
 };
-// The socket is a non-blocking one. On Complete exactly the head has been taken off it.
+// On Complete exactly the head has been taken off it.
 Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline);
 
 // Takes `bytes` bytes off the socket into `body`; on another result than Complete it holds what came.
@@ -38,5 +41,29 @@ HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::ti
 // Length of the head at the start of `text`, blank line included; 0 when it is not complete. A line may end
 // in a line feed alone, as old phones send it.
 std::size_t FindHeadEnd(std::string_view text) noexcept;
+
+enum class SendResult { Sent, Stalled, Broken, Stopped };
+// Sends everything, or gives up when the peer takes nothing for `stall`.
+SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);
+
+// Whether what was sent on a connection has arrived.
+//
+// Arrived is what the peer's system has acknowledged: it lies there for the program that asked, whatever
+// becomes of the connection then. Belongs to one thread.
+class Arrival {
+public:
+    // Before anything is sent on the connection, which outlives the object or is not asked about any more.
+    explicit Arrival(int fd) noexcept;
+
+    void Sent(std::size_t bytes) noexcept { m_sent += bytes; }
+    // Waits until all of it has arrived. False when the connection ends before, or the stop signal comes, or
+    // nothing more arrives for `stall`.
+    [[nodiscard]] bool Await(const Wakeup& stop, std::chrono::milliseconds stall) const;
+
+private:
+    int m_fd;
+    std::uint64_t m_before; // acknowledged, of the handshake
+    std::uint64_t m_sent = 0;
+};
 
 } // namespace host

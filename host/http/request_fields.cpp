@@ -1,4 +1,4 @@
-#include "host/http/accept.h"
+#include "host/http/request.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -114,6 +114,28 @@ std::string_view PreferredLanguage(std::string_view accept, std::span<const std:
 bool PrefersHtml(std::string_view accept) noexcept {
     return BestOf(accept, {"text/html", "application/xhtml+xml", "application/vnd.wap.xhtml+xml"}) >
            BestOf(accept, {"text/xml", "application/xml"});
+}
+
+std::optional<Credentials> ParseBasic(std::string_view authorization) {
+    const auto blank = authorization.find(' ');
+    if (blank == std::string_view::npos || !EqualsIgnoringCase(authorization.substr(0, blank), "Basic"))
+        return std::nullopt;
+    std::string_view encoded = authorization.substr(blank);
+    while (encoded.starts_with(' '))
+        encoded.remove_prefix(1);
+    while (encoded.ends_with(' '))
+        encoded.remove_suffix(1);
+    const auto text = platform::DecodeBase64(encoded);
+    if (!text || text->find('\0') != std::string::npos)
+        return std::nullopt;
+    const auto colon = text->find(':');
+    if (colon == std::string::npos || !platform::Utf8ToWideStrict(*text))
+        return std::nullopt;
+    return Credentials{text->substr(0, colon), text->substr(colon + 1)};
+}
+
+std::string BasicAuthorization(const Credentials& credentials) {
+    return "Basic " + platform::Base64(credentials.login + ":" + credentials.password);
 }
 
 } // namespace host
