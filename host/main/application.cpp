@@ -28,6 +28,7 @@
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "platform/folders.h"
+#include "platform/picture_limit.h"
 
 namespace host {
 namespace {
@@ -435,6 +436,7 @@ User MakeUser(const UserStore& users, const std::string& login, UserKind kind, c
 
 int Serve(const Options& options) {
     RaiseDescriptorLimit();
+    platform::SetPictureLimit(options.maxPixels);
     return Application(options).Run();
 }
 

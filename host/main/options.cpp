@@ -32,6 +32,7 @@ const std::string_view kHelpText =
   --unregister PATH      takes the component at PATH out again
   --max-connections N    connections that the web server holds at once (1024)
   --max-per-address N    and from one address (256); an upload stops counting once it has begun
+  --max-pixels N         a phone's picture of more pixels is one that cannot be decoded (4194304)
 
 Cameras, passwords and language are changed at http://ADDR:PORT/settings. A file DIR/cameras, with a line each of name, type
 (320x240 or 160x120) and password, separated by tabs, is taken into the settings at the start.
@@ -86,6 +87,8 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
          }},
         {"--max-connections", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxConnections)},
         {"--max-per-address", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxPerAddress)},
+        // The codec has no larger ones.
+        {"--max-pixels", platform::NumberFrom<std::int64_t>(1, 67'108'864, options.maxPixels)},
     };
     for (const CommandOption& option : kCommands)
         table.push_back({option.name, [&options, &option](auto name, auto value) {

@@ -1,6 +1,7 @@
 // The command line of the host, and what carries out each of its commands.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -32,6 +33,7 @@ struct Options {
     std::string language;  // SetLanguage
     std::string module;    // Register, Unregister
     Limits limits;
+    std::int64_t maxPixels = 4 << 20; // of a picture that a phone sends
 };
 
 extern const std::string_view kHelpText;

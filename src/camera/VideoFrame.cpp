@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "image/ImageCodec.h"
+#include "platform/picture_limit.h"
 #include "runtime/trace/Trace.h"
 
 platform::ComPtr<CVideoFrame> CVideoFrame::Create() {
@@ -10,7 +11,14 @@ platform::ComPtr<CVideoFrame> CVideoFrame::Create() {
 }
 
 HRESULT CVideoFrame::Init(const std::uint8_t* pJpeg, std::uint32_t nJpegSize) noexcept {
-    m_pBuff = DecodeToFrameBlock(pJpeg, static_cast<std::int32_t>(nJpegSize));
+    // A few bytes of header can ask for the work and the memory of many megapixels.
+    const auto nSize = static_cast<std::int32_t>(nJpegSize);
+    std::int32_t nWidth = 0;
+    std::int32_t nHeight = 0;
+    ImageKind eKind{};
+    if (ProbeJpeg(pJpeg, nSize, nWidth, nHeight, eKind) == ImageOk &&
+        platform::IsWithinPictureLimit(nWidth, nHeight))
+        m_pBuff = DecodeToFrameBlock(pJpeg, nSize);
     return S_OK;
 }
 

@@ -14,7 +14,8 @@ public:
     static platform::ComPtr<CVideoFrame> Create();
 
     // Decodes one JPEG file, which stays the caller's. S_OK in every case: a picture that cannot be decoded,
-    // or that memory is short for, is a frame without content.
+    // that memory is short for, or that is above the limit of platform/picture_limit.h, is a frame without
+    // content.
     HRESULT Init(const std::uint8_t* pJpeg, std::uint32_t nJpegSize) noexcept;
 
     HRESULT GetFrameContent(std::uint8_t** pBitmap, std::uint32_t* pdwSize) override;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "camera/VideoFrame.h"
+#include "platform/picture_limit.h"
 #include "platform/threads.h"
 #include "support/Jpeg.h"
 #include "support/NoThreads.h"
@@ -79,6 +80,12 @@ TEST(VideoFrame, AnswersForWhatItLacks) {
     EXPECT_EQ(E_POINTER, frame->GetFrameContent(&bytes, nullptr));
     EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: m_pBuff\n", "TRASSDO: pBitmap && pdwSize\n",
                                   "TRASSDO: pBitmap && pdwSize\n"}));
+    platform::SetPictureLimit(16 * 16 - 1);
+    EXPECT_EQ(E_UNEXPECTED, Decode(good)->GetFrameContent(&bytes, &size));
+    for (const int limit : {16 * 16, 1 << 26}) {
+        platform::SetPictureLimit(limit);
+        EXPECT_EQ(40U + 384, Content(*Decode(good)).size());
+    }
     EXPECT_EQ(S_OK, frame->GetFrameTag(&tag));
     EXPECT_EQ(0U, tag);
     EXPECT_EQ(E_NOTIMPL, frame->Reserved());

@@ -24,12 +24,13 @@ TEST(Options, GoodOnesAreRead) {
     EXPECT_EQ(defaults.listen.Text(), "127.0.0.1:8080");
     EXPECT_FALSE(defaults.demo || defaults.seconds);
     const Options options = Parse("--listen [::1]:0 --data d --seconds 10 --demo --quiet --pictures p "
-                                  "--max-connections 7 --max-per-address 3");
+                                  "--max-connections 7 --max-per-address 3 --max-pixels 12000000");
     EXPECT_EQ(options.command, Command::Serve);
     EXPECT_EQ(options.listen.Text() + options.data + options.pictures, "[::1]:0dp");
     EXPECT_EQ(options.seconds, 10U);
     EXPECT_TRUE(options.demo && options.verbosity == Verbosity::Quiet);
     EXPECT_TRUE(options.limits.maxConnections == 7 && options.limits.maxPerAddress == 3);
+    EXPECT_TRUE(options.maxPixels == 12'000'000 && defaults.maxPixels == 2048 * 2048);
     EXPECT_EQ(Parse("--kind phone --add-user ann").command, Command::AddUser);
     EXPECT_EQ(Parse("--kind phone --add-user ann").userKind, UserKind::Phone);
     EXPECT_EQ(Parse("--language lv").language, "lv");
