@@ -1,6 +1,9 @@
 #include "phone/commands.h"
 
 #include <charconv>
+#include <fstream>
+
+#include "platform/terminal.h"
 
 namespace phone {
 
@@ -37,6 +40,40 @@ platform::TakeValue Login(std::string& target) {
                 "a login cannot hold a colon"); // it ends the login in the credentials (RFC 7617)
         target = value;
     };
+}
+
+platform::TakeValue Password(std::string& target) {
+    return [&target](std::string_view name, std::string_view value) {
+        if (value != "-") {
+            target = value;
+            return;
+        }
+        const auto line = platform::ReadSecretLine("Password: ");
+        if (!line)
+            throw platform::UsageError(std::string(name) + " - finds no password on standard input");
+        target = *line;
+    };
+}
+
+platform::TakeValue PasswordFile(std::string& target) {
+    return [&target](std::string_view name, std::string_view value) {
+        std::ifstream file{std::string(value)};
+        if (!std::getline(file, target))
+            throw platform::UsageError(std::string(name) + " finds no password in " + std::string(value));
+        if (target.ends_with('\r'))
+            target.pop_back();
+    };
+}
+
+platform::Option NoReconnect(Reconnecting& target) {
+    return {"--no-reconnect", [&target](std::string_view, std::string_view) { target.enabled = false; }, true};
+}
+
+void TellLoss(const std::string& reason, Clock::duration wait) {
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(wait).count();
+    std::cerr << "morrowstream-phone: " << reason
+              << (seconds == 0 ? "; connecting again" : "; connecting again in " + std::to_string(seconds) + " s")
+              << std::endl;
 }
 
 std::string NumberedLogin(std::string_view prefix, unsigned number) {

@@ -62,6 +62,15 @@ ServerAddress ParseServer(std::string_view text);
 platform::TakeValue Server(ServerAddress& target);
 // A login that credentials can hold.
 platform::TakeValue Login(std::string& target);
+// A password as it is, or for "-" a line of standard input, so that it is in no list of processes.
+platform::TakeValue Password(std::string& target);
+// The first line of a file.
+platform::TakeValue PasswordFile(std::string& target);
+// --no-reconnect
+platform::Option NoReconnect(Reconnecting& target);
+
+// A line for the person at the terminal.
+void TellLoss(const std::string& reason, Clock::duration wait);
 
 // The login of phone `number` (from 1) of many: the prefix and the number with at least four digits.
 std::string NumberedLogin(std::string_view prefix, unsigned number);

@@ -100,15 +100,6 @@ int AwaitConnected(int descriptor, int stop, Clock::time_point limit) {
 
 } // namespace
 
-void Report::Conduct(const std::function<End()>& conversation) {
-    try {
-        end = conversation();
-    } catch (const Ended& ended) {
-        end = ended.end;
-        reason = ended.what();
-    }
-}
-
 std::string ServerAddress::Text() const {
     const bool literal = host.find(':') != std::string::npos;
     return (literal ? "[" + host + "]" : host) + ":" + port;
@@ -216,7 +207,7 @@ std::string Connection::Await(std::size_t size, Clock::time_point due, const std
     case WaitResult::Stopped:
         throw Ended(End::Stopped, "stopped");
     case WaitResult::Due:
-        throw Ended(End::Failed, silence);
+        throw ConnectionError(silence);
     case WaitResult::Ready:
         break;
     }
@@ -247,15 +238,17 @@ std::string Credentials(std::string_view login, std::string_view password) {
            "\r\n";
 }
 
-std::string HttpRefusal(std::string statusLine) {
+Ended HttpRefusal(std::string statusLine) {
     statusLine.resize(std::min(statusLine.find_first_of("\r\n"), statusLine.size()));
     // It goes to a terminal.
     std::ranges::replace_if(
         statusLine, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
-    const bool unauthorised =
-        statusLine.starts_with("HTTP/1.1 401") || statusLine.starts_with("HTTP/1.0 401");
-    return (unauthorised ? "denied: wrong login or password (" : "denied: the web server answered (") +
-           statusLine + ")";
+    // Behind "HTTP/1.1 ".
+    const std::string status = statusLine.substr(std::min<std::size_t>(statusLine.size(), 9), 3);
+    const bool busy = status == "429" || status == "503";
+    return {busy ? End::Lost : End::Denied,
+            (status == "401" ? "denied: wrong login or password (" : "denied: the web server answered (") + statusLine +
+                ")"};
 }
 
 } // namespace phone

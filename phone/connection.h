@@ -3,7 +3,8 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -19,7 +20,8 @@ enum class End {
     Done,    // all that was asked for
     Stopped, // on request
     Denied,  // the server does not want this phone
-    Failed,  // no connection, or it broke, or what came is none of the protocol
+    Lost,    // no connection, or it broke, or fell silent, or the server has no place just now
+    Failed,  // what came is none of the protocol, or the work here failed
 };
 
 // Ends a conversation from inside. What it says is one line for the person at the terminal.
@@ -30,17 +32,17 @@ public:
 };
 class ConnectionError : public Ended {
 public:
-    explicit ConnectionError(const std::string& why) : Ended(End::Failed, why) {}
+    explicit ConnectionError(const std::string& why) : Ended(End::Lost, why) {}
 };
 
 // What is told of every conversation.
 struct Report {
     End end = End::Failed;
-    std::string reason{}; // one line for Denied and Failed
+    std::string reason{};                     // one line for Denied, Lost and Failed
+    std::optional<Clock::time_point> taken{}; // when the server took the phone, in the last conversation
+    std::uint64_t losses = 0;                 // connections that were lost and followed by another one
 
     [[nodiscard]] bool IsGood() const noexcept { return end == End::Done || end == End::Stopped; }
-    // Runs a conversation and notes how it ended.
-    void Conduct(const std::function<End()>& conversation);
 };
 
 struct ServerAddress {
@@ -79,7 +81,7 @@ public:
     // after WaitToReceive said Ready.
     std::string Receive(std::size_t size);
 
-    // The next bytes, at most `size`; empty when the peer has closed. Throws Ended: Failed with `silence`
+    // The next bytes, at most `size`; empty when the peer has closed. Throws Ended: Lost with `silence`
     // when none have come by `due`, Stopped.
     std::string Await(std::size_t size, Clock::time_point due, const std::string& silence);
 
@@ -106,7 +108,8 @@ std::string OpeningHead(std::string_view method, const ServerAddress& server, st
 // The line of a head that holds the credentials.
 std::string Credentials(std::string_view login, std::string_view password);
 
-// What a status line means for a phone whose conversation ended before it began, as one line for a terminal.
-std::string HttpRefusal(std::string statusLine);
+// What a status line means for a phone whose conversation ended before it began, as one line for a terminal: Denied, but
+// Lost from a server that is too busy.
+Ended HttpRefusal(std::string statusLine);
 
 } // namespace phone

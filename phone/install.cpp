@@ -12,7 +12,8 @@ constexpr std::string_view kHelp =
   --kind upload|view  what it makes of the phone: a camera of the server, or a screen for its sources
   --server HOST:PORT  the server
   --login NAME        a camera of the server, or for "view" any user; the archive holds both
-  --password WORD     its password (empty by default)
+  --password WORD     its password (empty by default); "-" takes it from standard input
+  --password-file F   takes it from the first line of the file F
   --link ADDRESS      instead of these four: the address that the live page's code shows, http://HOST:PORT/get/TOKEN
   --name TEXT         the midlet's name on the phone (Sendora, Viewlander)
   --out FILE          where the archive goes (NAME.jar)
@@ -84,7 +85,7 @@ std::string ArchiveOf(const std::string& reply) {
     const std::string head = reply.substr(0, end + 2);
     std::string body = reply.substr(end + 4);
     if (!head.starts_with("HTTP/1.1 200") && !head.starts_with("HTTP/1.0 200"))
-        throw ConnectionError(HttpRefusal(head));
+        throw HttpRefusal(head);
     const std::size_t at = head.find("\r\nContent-Length: ");
     std::size_t size = 0;
     const char* const first = at == std::string::npos ? nullptr : head.data() + at + 18;
@@ -124,7 +125,8 @@ std::optional<InstallCommand> ParseInstall(Arguments arguments) {
         {"--kind", platform::OneOf<bool>({{"upload", false}, {"view", true}}, view)},
         {"--server", Server(command.server)},
         {"--login", Login(command.login)},
-        {"--password", platform::Text(command.password)},
+        {"--password", Password(command.password)},
+        {"--password-file", PasswordFile(command.password)},
         {"--link", platform::Text(link)},
         {"--name", platform::Text(name)},
         {"--out", platform::Text(command.file)},

@@ -56,13 +56,14 @@ private:
         }
         switch (answer[0]) {
         case kAccepted:
+            m_report.taken = Clock::now();
             return;
         case kDenied:
             throw Ended(End::Denied, "denied: wrong password");
         case kNoCredit:
             throw Ended(End::Denied, "denied: no credit left on this account");
         case 'H':
-            throw Ended(End::Denied, HttpRefusal(StatusLine(answer, limit)));
+            throw HttpRefusal(StatusLine(answer, limit));
         default:
             throw Ended(End::Failed, "the server's answer is none of this protocol: byte " +
                                          std::to_string(static_cast<unsigned char>(answer[0])));
@@ -104,7 +105,7 @@ private:
             if (wait == WaitResult::Ready) {
                 const std::string grants = m_connection.Receive(64);
                 if (grants.empty()) {
-                    throw Ended(End::Failed, "the server closed the connection");
+                    throw ConnectionError("the server closed the connection");
                 }
                 TakeGrants(grants);
                 lastGrant = Clock::now();
@@ -114,7 +115,7 @@ private:
                 continue;
             }
             if (m_credit == 0) {
-                throw Ended(End::Failed, "the server asks for no more frames");
+                throw ConnectionError("the server asks for no more frames");
             }
             SendFrame();
             // A frame that had to wait for its grant is not made up for by a burst: the phone's rate is its
@@ -138,24 +139,16 @@ private:
     End SayFarewell(End end) {
         m_connection.EndSending();
         const auto limit = Clock::now() + (end == End::Stopped ? kFarewellLimitStopped : kFarewellLimit);
+        constexpr const char* kSilence = "the server sends no sign that it has read the last frames";
         try {
-            for (;;) {
-                const std::string grants = m_connection.Await(
-                    64, limit, "the server sends no sign that it has read the last frames");
-                if (grants.empty()) {
-                    return end;
-                }
+            for (std::string grants; !(grants = m_connection.Await(64, limit, kSilence)).empty();)
                 TakeGrants(grants);
-            }
-        } catch (const ConnectionError&) {
-            if (end != End::Stopped) {
-                throw Ended(End::Failed,
-                            "the server closed the connection before it had read the last frames");
-            }
-        } catch (const Ended&) {
-            if (end != End::Stopped) {
-                throw;
-            }
+        } catch (const Ended& ended) {
+            // No more frames are to be sent, so another connection would not help.
+            if (end != End::Stopped)
+                throw Ended(End::Failed, ended.what() == std::string_view(kSilence)
+                                             ? kSilence
+                                             : "the server closed the connection before it had read the last frames");
         }
         return end;
     }
@@ -183,7 +176,7 @@ std::string UploadRecord(const UploadOptions& options, PictureSize size) {
 
 UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop) {
     UploadReport report;
-    report.Conduct([&] { return Conversation(options, pictures, stop, report).Run(); });
+    Converse(report, options.again, stop, [&] { return Conversation(options, pictures, stop, report).Run(); });
     return report;
 }
 

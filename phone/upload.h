@@ -16,6 +16,7 @@
 
 #include "phone/connection.h"
 #include "phone/pictures.h"
+#include "phone/reconnect.h"
 
 namespace phone {
 
@@ -31,6 +32,7 @@ struct UploadOptions {
     double framesPerSecond = 10;         // the rate aimed at; the grants may hold it down
     std::optional<std::uint64_t> frames; // none: until stopped
     Clock::duration startDelay{};        // from the first grant to the first frame
+    Reconnecting again{};
 };
 
 // Done: the server has read all of it. Stopped: the last frame was sent whole.
@@ -43,7 +45,7 @@ struct UploadReport : Report {
 // password.
 std::string UploadRecord(const UploadOptions& options, PictureSize size);
 
-// Runs one conversation to its end on the calling thread. `stop` as for Connection.
+// Runs one conversation to its end on the calling thread, and those after losses. `stop` as for Connection.
 UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop);
 
 } // namespace phone

@@ -8,20 +8,27 @@ constexpr std::string_view kHelp =
 
   --server HOST:PORT  the server
   --login NAME        the phone's login, which is the camera's name as well
-  --password WORD     the password (empty by default)
+  --password WORD     the password (empty by default); "-" takes it from standard input
+  --password-file F   takes it from the first line of the file F
   --pictures DIR      the *.jpg files to send, in the order of their names, over and over
   --fps N             pictures a second, as far as the server asks for so many (10)
   --frames N          ends after N pictures; without it, runs until stopped
   --split N           length of the first part of a picture, which is sent once for all (607)
   --phones N          N phones at once, each with a connection of its own; their logins are NAME0001, NAME0002, ...
+  --no-reconnect      ends when the connection is lost
 
-Ends with status 0 when all pictures were sent and read by the server, or when it was stopped by SIGINT or SIGTERM;
-with 1 when it was denied or the connection failed; with 2 for arguments that make no sense.
+A phone that the server has taken once comes back when its connection is lost: at once, and after waits of up to a minute when
+two connections in a row lasted less than ten seconds. Ends with status 0 when all pictures were sent and read by the
+server, or when it was stopped by SIGINT or SIGTERM; with 1 when it was denied or the connection failed; with 2 for
+arguments that make no sense.
 )";
 
 std::vector<UploadReport> Run(const UploadCommand& command, const PictureSequence& pictures, int stop) {
-    if (command.phones == 0)
-        return {Upload(command.upload, pictures, stop)};
+    if (command.phones == 0) {
+        UploadOptions options = command.upload;
+        options.again.lost = TellLoss;
+        return {Upload(options, pictures, stop)};
+    }
     const std::chrono::duration<double> interval(1 / command.upload.framesPerSecond);
     return RunSideBySide<UploadReport>(command.phones, [&](std::size_t i) {
         UploadOptions options = command.upload;
@@ -40,11 +47,15 @@ int Summarise(const std::vector<UploadReport>& reports, const UploadCommand& com
     });
     std::uint64_t frames = 0;
     std::uint64_t grants = 0;
+    std::uint64_t losses = 0;
     for (const UploadReport& report : reports) {
         frames += report.frames;
+        losses += report.losses;
         grants += report.grants;
     }
     std::cout << "sent " << frames << " frames, " << grants << " grants";
+    if (losses != 0)
+        std::cout << ", " << losses << " connections lost";
     if (command.phones != 0)
         std::cout << ", " << reports.size() - bad << " of " << reports.size() << " phones to the end";
     std::cout << std::endl;
@@ -56,15 +67,18 @@ int Summarise(const std::vector<UploadReport>& reports, const UploadCommand& com
 std::optional<UploadCommand> ParseUpload(Arguments arguments) {
     UploadCommand command;
     UploadOptions& upload = command.upload;
+    upload.again.enabled = true;
     const platform::Option options[] = {
         {"--server", Server(upload.server)},
         {"--login", Login(upload.login)},
-        {"--password", platform::Text(upload.password)},
+        {"--password", Password(upload.password)},
+        {"--password-file", PasswordFile(upload.password)},
         {"--pictures", platform::Text(command.pictures)},
         {"--fps", platform::NumberFrom(0.01, 1000.0, upload.framesPerSecond)},
         {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, upload.frames)},
         {"--split", platform::NumberFrom(std::size_t{0}, kLargestPart, command.split)},
         {"--phones", platform::NumberFrom(1U, kMostPhones, command.phones)},
+        NoReconnect(upload.again),
     };
     if (!platform::ReadOptions(arguments, options))
         return std::nullopt;

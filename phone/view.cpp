@@ -16,8 +16,8 @@ constexpr std::size_t kReadSize = 65536;
 
 class Conversation {
 public:
-    Conversation(const ViewOptions& options, int stop, ViewFigures& figures)
-        : m_options(options), m_figures(figures), m_connection(Connection::Open(options.server, stop)) {}
+    Conversation(const ViewOptions& options, int stop, ViewReport& report)
+        : m_options(options), m_report(report), m_figures(report.figures), m_connection(Connection::Open(options.server, stop)) {}
 
     End Run(const std::function<void(const ViewFigures&)>& progress) {
         const auto& options = m_options;
@@ -37,11 +37,11 @@ public:
             }
             const std::string bytes = Await();
             if (bytes.empty()) {
-                throw Ended(End::Failed, m_reader.IsInside()
-                                             ? "the server closed the connection in the middle of a picture"
-                                         : m_figures.pictures == 0
-                                             ? "the server closed the connection before the first picture"
-                                             : "the server closed the connection");
+                throw ConnectionError(m_reader.IsInside()
+                                          ? "the server closed the connection in the middle of a picture"
+                                      : m_figures.pictures == 0
+                                          ? "the server closed the connection before the first picture"
+                                          : "the server closed the connection");
             }
             m_figures.bytes += bytes.size();
             m_reader.Feed(bytes);
@@ -73,8 +73,9 @@ private:
             head += more;
         }
         if (!head.starts_with("HTTP/1.0 200 ") && !head.starts_with("HTTP/1.1 200 ")) {
-            throw Ended(End::Denied, HttpRefusal(head));
+            throw HttpRefusal(head);
         }
+        m_report.taken = Clock::now();
         std::string rest = head.substr(end + kEnd.size());
         m_figures.bytes += rest.size();
         return rest;
@@ -89,7 +90,8 @@ private:
             return;
         }
         std::array<char, 32> name{};
-        std::snprintf(name.data(), name.size(), "%06u.jpg", packet.sequence);
+        // Of all connections together: each counts its own packets from 1.
+        std::snprintf(name.data(), name.size(), "%06llu.jpg", static_cast<unsigned long long>(m_figures.pictures));
         const auto path = m_options.folder / name.data();
         std::ofstream file(path, std::ios::binary | std::ios::trunc);
         file.write(packet.jpeg.data(), static_cast<std::streamsize>(packet.jpeg.size()));
@@ -100,6 +102,7 @@ private:
     }
 
     const ViewOptions& m_options;
+    ViewReport& m_report;
     ViewFigures& m_figures;
     Connection m_connection;
     PacketReader m_reader;
@@ -125,7 +128,7 @@ double ViewFigures::BytesPerSecond() const {
 ViewReport View(const ViewOptions& options, int stop,
                 const std::function<void(const ViewFigures&)>& progress) {
     ViewReport report;
-    report.Conduct([&] { return Conversation(options, stop, report.figures).Run(progress); });
+    Converse(report, options.again, stop, [&] { return Conversation(options, stop, report).Run(progress); });
     return report;
 }
 

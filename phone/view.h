@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "phone/connection.h"
+#include "phone/reconnect.h"
 
 namespace phone {
 
@@ -23,10 +23,11 @@ struct ViewOptions {
     std::string parameters;              // "width=176&height=144&fps=5"
     std::optional<std::uint64_t> frames; // none: until the server ends the stream, or stopped
     std::filesystem::path folder; // where pictures are written, as 000001.jpg and so on; empty: nowhere
+    Reconnecting again{};
 };
 
 struct ViewFigures {
-    std::uint64_t pictures = 0;
+    std::uint64_t pictures = 0; // of all conversations, as is the rest
     std::uint64_t bytes = 0; // of the pictures and their headers
     Clock::time_point first; // when the first and the last picture were whole
     Clock::time_point last;
@@ -41,8 +42,8 @@ struct ViewReport : Report {
     ViewFigures figures{};
 };
 
-// Runs one conversation to its end on the calling thread. `stop` as for Connection. `progress` is called
-// behind each picture.
+// Runs one conversation to its end on the calling thread, and those after losses. `stop` as for Connection. `progress`
+// is called behind each picture.
 ViewReport View(const ViewOptions& options, int stop,
                 const std::function<void(const ViewFigures&)>& progress);
 

@@ -10,15 +10,18 @@ constexpr std::string_view kHelp =
 
   --server HOST:PORT  the server
   --login NAME        a user of the server
-  --password WORD     the password (empty by default)
+  --password WORD     the password (empty by default); "-" takes it from standard input
+  --password-file F   takes it from the first line of the file F
   --source KEY        what to watch: a camera's name, clock, or file/FOLDER
   --params TEXT       size, rate and more, as in "width=176&height=144&fps=5&quality=60&rotate" (docs/viewing.md)
   --frames N          ends after N pictures; without it, runs until the stream ends or until stopped
   --out DIR           writes the pictures there, as 000001.jpg and so on
   --viewers N         N viewers at once, each with a connection of its own; --source may then be given several times, and
                       the viewers share the sources out among them
+  --no-reconnect      ends when the connection is lost
 
-A single viewer prints a line a second. Ends with status 0 when it has its pictures, or when it was stopped by SIGINT or
+A viewer that the server has taken once comes back when its connection is lost: at once, and after waits of up to a minute when
+two connections in a row lasted less than ten seconds. A single viewer prints a line a second. Ends with status 0 when it has its pictures, or when it was stopped by SIGINT or
 SIGTERM; with 1 when it was denied, or the connection or the stream failed; with 2 for arguments that make no sense.
 )";
 
@@ -32,6 +35,7 @@ std::string Rates(const ViewFigures& figures) {
 ViewReport RunOne(const ViewCommand& command, int stop) {
     ViewOptions options = command.view;
     options.source = command.sources[0];
+    options.again.lost = TellLoss;
     if (!options.folder.empty()) {
         std::error_code error;
         std::filesystem::create_directories(options.folder, error);
@@ -104,15 +108,18 @@ int Summarise(const std::vector<ViewReport>& reports) {
 std::optional<ViewCommand> ParseView(Arguments arguments) {
     ViewCommand command;
     ViewOptions& view = command.view;
+    view.again.enabled = true;
     const platform::Option options[] = {
         {"--server", Server(view.server)},
         {"--login", Login(view.login)},
-        {"--password", platform::Text(view.password)},
+        {"--password", Password(view.password)},
+        {"--password-file", PasswordFile(view.password)},
         {"--source", [&](std::string_view, std::string_view value) { command.sources.emplace_back(value); }},
         {"--params", platform::Text(view.parameters)},
         {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, view.frames)},
         {"--out", platform::Text(view.folder)},
         {"--viewers", platform::NumberFrom(1U, kMostPhones, command.viewers)},
+        NoReconnect(view.again),
     };
     if (!platform::ReadOptions(arguments, options))
         return std::nullopt;

@@ -150,7 +150,7 @@ class Viewer(Actor):
         out = subprocess.run(
             [self.soak.phone, "view", "--server", f"127.0.0.1:{self.port}", "--login", "guard", "--password", PASSWORD,
              "--source", random.choice(self.soak.healthy + ["clock"]), "--params", "width=176&height=144&fps=5",
-             "--frames", str(random.randint(1, 25))],
+             "--frames", str(random.randint(1, 25)), "--no-reconnect"],
             capture_output=True, text=True, timeout=60, check=False)
         assert out.returncode == 0, out.stderr.strip() or out.stdout.strip()
 

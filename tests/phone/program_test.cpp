@@ -47,6 +47,7 @@ TEST(PhoneProgram, EndsAsItsHelpSays) {
         {"upload --server h:1 --login l --pictures /nowhere", 1, "cannot read the folder /nowhere: "},
         {"upload --server 127.0.0.1:1 --login l --pictures " + pictures + "/gate", 1,
          "cannot connect to 127.0.0.1:1: Connection refused\nsent 0 frames, 0 grants\n"},
+        {"view --password-file /nowhere", 2, "--password-file finds no password in /nowhere"},
     };
     for (const Case& row : cases) {
         Program program(Words(row.line));
@@ -73,6 +74,36 @@ TEST(PhoneProgram, SendsItsPicturesUntilASignalAndReportsThem) {
         server.Close();
         EXPECT_EQ(program.Wait(), 0);
         EXPECT_EQ(program.output, "sent 4 frames, 1 grants\n");
+    }
+}
+
+// It goes on with the picture behind the last one, and a refusal is the end.
+TEST(PhoneProgram, ComesBackUntilItIsRefused) {
+    for (const bool again : {true, false}) {
+        ScriptedServer server;
+        Program program(Upload(server, again ? "gate --password -" : "gate --password - --no-reconnect"), "secret\n");
+        std::string bodies[2];
+        for (int i = 0; i < (again ? 2 : 1); ++i) {
+            server.AcceptPhone();
+            server.Grant(1);
+            bodies[i] = server.ReadFrame();
+            server.Close();
+        }
+        if (again) {
+            server.Accept();
+            EXPECT_NE(server.ReadHead().find("eWFyZDpzZWNyZXQ="), std::string::npos); // yard:secret
+            server.Read(131);
+            server.Send("\1");
+            server.Close();
+        }
+        EXPECT_NE(bodies[0], bodies[1]);
+        EXPECT_EQ(program.Wait(), 1);
+        const std::string lost = "morrowstream-phone: the server closed the connection";
+        EXPECT_EQ(program.output,
+                  again ? lost + "; connecting again\n" + lost + "; connecting again in 1 s\n" +
+                              "morrowstream-phone: denied: wrong password\n"
+                              "sent 2 frames, 2 grants, 2 connections lost\n"
+                        : lost + "\nsent 1 frames, 1 grants\n");
     }
 }
 
@@ -137,7 +168,7 @@ TEST(PhoneProgram, WatchesUntilOneSideHasEnough) {
     };
     for (const Case& row : cases) {
         ScriptedServer server;
-        auto words = Words("view --login yard --password demo --params fps=5 --server " +
+        auto words = Words("view --no-reconnect --login yard --password demo --params fps=5 --server " +
                            server.Address().Text() + row.more);
         words.insert(words.end(), {"--source", "a/b c"});
         Program program(words);

@@ -105,7 +105,7 @@ TEST_F(UploadTest, KeepsItsRateAndMakesNoBurstAfterAStall) {
     }
     m_server.Close(); // while the phone waits for a grant
     const UploadReport report = phone.get();
-    EXPECT_EQ(report.end, End::Failed);
+    EXPECT_EQ(report.end, End::Lost);
     EXPECT_EQ(report.reason, "the server closed the connection");
     EXPECT_EQ(report.frames, 8U);
 }
@@ -147,7 +147,7 @@ TEST_F(UploadTest, SaysWhyItWasRefused) {
          "denied: the server closed the connection without an answer; it may have no camera \"yard\""},
         {"HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n"sv, End::Denied,
          "denied: wrong login or password (HTTP/1.1 401 Unauthorized)"},
-        {"HTTP/1.1 429 Too Many Requests\r\n\r\n"sv, End::Denied,
+        {"HTTP/1.1 429 Too Many Requests\r\n\r\n"sv, End::Lost,
          "denied: the web server answered (HTTP/1.1 429 Too Many Requests)"},
         {"HTTP/1.1 5\x1B[2J"sv, End::Denied, "denied: the web server answered (HTTP/1.1 5?[2J)"},
         {"\xC8"sv, End::Failed, "the server's answer is none of this protocol: byte 200"},
@@ -165,6 +165,16 @@ TEST_F(UploadTest, SaysWhyItWasRefused) {
     m_server.Answer("");
     Stop(); // while it waits for the answer
     EXPECT_EQ(phone.get().end, End::Stopped);
+}
+
+TEST(Comeback, WaitsLongerWhileConnectionsDoNotHold) {
+    using std::chrono::seconds;
+    Comeback comeback;
+    // How long each connection lasted, and the wait behind it.
+    const std::pair<int, int> rows[] = {{99, 0}, {9, 0},  {9, 1},  {0, 2},  {0, 4}, {0, 8}, {0, 16},
+                                        {0, 32}, {0, 60}, {0, 60}, {10, 0}, {0, 0}, {0, 1}};
+    for (const auto& [lasted, wait] : rows)
+        EXPECT_EQ(comeback.WaitAfter(seconds(lasted)), seconds(wait)) << lasted;
 }
 
 TEST(UploadRecord, KeepsLongTextInsideItsFields) {
