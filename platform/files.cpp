@@ -67,10 +67,20 @@ bool WriteAll(const Descriptor& file, std::string_view content) noexcept {
     return true;
 }
 
+// False with errno set.
+bool KeepOwner(int made, const std::string& folder) noexcept {
+    struct stat status {};
+    if (::geteuid() != 0)
+        return true; // nobody else can give files away
+    return ::stat(folder.c_str(), &status) == 0 &&
+           (status.st_uid == 0 || ::fchown(made, status.st_uid, status.st_gid) == 0);
+}
+
 // A file beside the target while it is written; removed again unless it was put in place.
 class NewFile {
 public:
-    explicit NewFile(const std::string& folder) : m_file(Create(folder, m_path)), m_isOurs(m_file) {}
+    explicit NewFile(const std::string& folder)
+        : m_folder(folder), m_file(Create(folder, m_path)), m_isOurs(m_file) {}
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     ~NewFile() {
@@ -80,7 +90,8 @@ public:
 
     // False with errno set, and nothing was changed but this file.
     [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
-        if (!m_file || ::fchmod(m_file.Get(), mode & 0777) != 0 || !WriteAll(m_file, content) ||
+        if (!m_file || !KeepOwner(m_file.Get(), m_folder) || ::fchmod(m_file.Get(), mode & 0777) != 0 ||
+            !WriteAll(m_file, content) ||
             RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
             ::rename(m_path.c_str(), path.c_str()) != 0)
             return false;
@@ -104,6 +115,7 @@ private:
         return descriptor;
     }
 
+    const std::string& m_folder;
     std::string m_path; // before m_file, whose maker fills it
     Descriptor m_file;
     bool m_isOurs; // made here, and not in place yet
@@ -212,7 +224,11 @@ HRESULT CreateFolder(const std::string& path) {
                 errno = reason;
                 return FailWithErrno();
             }
+            continue;
         }
+        const Descriptor made(::open(part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!made || !KeepOwner(made.Get(), FolderOf(part)))
+            return FailWithErrno();
     }
     return S_OK;
 }

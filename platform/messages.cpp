@@ -1,7 +1,10 @@
-#include "platform/status.h"
+#include "platform/messages.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
+
+#include "platform/text.h"
 
 namespace platform {
 
@@ -97,6 +100,29 @@ std::u16string_view Find(std::uint32_t code) noexcept {
 std::u16string_view MessageText(std::uint32_t code) noexcept {
     constexpr std::uint32_t kErrorStatus = 0x80070000;
     return Find((code & 0xFFFF0000) == kErrorStatus ? code & 0xFFFF : code);
+}
+
+namespace {
+
+// The text of a code as the beginning of a sentence.
+std::string Phrase(std::uint32_t code) {
+    std::string text = ToUtf8(MessageText(code));
+    text.resize(text.find_last_not_of(".\r\n ") + 1);
+    return text;
+}
+
+} // namespace
+
+std::string DescribeStatus(HRESULT hr) {
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
+    const std::string text = Phrase(static_cast<std::uint32_t>(hr));
+    return text.empty() ? code : text + " (" + code + ")";
+}
+
+std::string DescribeLastError() {
+    const std::string text = Phrase(LastError());
+    return text.empty() ? DescribeStatus(StatusFromError(LastError())) : text;
 }
 
 } // namespace platform

@@ -1,47 +1,28 @@
 #include "host/component/component.h"
 
-#include <cstdio>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 
 #include "host/packer/mobile_frame_packer.h"
 #include "host/statetree/process_state_tree.h"
 #include "interfaces/Registration.h"
+#include "platform/messages.h"
 #include "platform/modules.h"
 #include "platform/threads.h"
 
 namespace host {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::ComObject;
 using platform::ComPtr;
 
 // How long a receive loop may take to notice that its connection was closed.
 constexpr std::uint32_t kLoopsEndWithin = 1000;
 
-std::string CodeText(HRESULT hr) {
-    char code[16];
-    std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
-    return code;
-}
-
-void Require(HRESULT hr, const std::string& what) {
+void Require(HRESULT hr, const std::string& what, const std::string& more = {}) {
     if (FAILED(hr))
-        throw std::runtime_error(what + " failed with " + CodeText(hr));
-}
-
-// The module as it is built or installed with this program; empty where there is none.
-std::string OwnModule() {
-    std::error_code error;
-    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
-    for (const char* place : {"../lib/libmorrowstream.so", "../lib/morrowstream/libmorrowstream.so"}) {
-        const fs::path path = (folder / place).lexically_normal();
-        if (fs::is_regular_file(path, error))
-            return path.string();
-    }
-    return {};
+        throw std::runtime_error(what + " failed: " + platform::DescribeStatus(hr) +
+                                 (more.empty() ? "" : " ") + more);
 }
 
 std::optional<GUID> RegisteredClass() {
@@ -55,30 +36,41 @@ HRESULT LoadFactory(const GUID& classId, ComPtr<IClassFactory>& factory) {
                                       factory.ReceiveVoid());
 }
 
+// Both of these run code of the module.
+void CallModule(const std::string& what, HRESULT (*call)(const std::string&), const std::string& path,
+                const std::string& dataFolder) {
+    if (const std::string wrong = WrongModulePlace(path, dataFolder); !wrong.empty())
+        throw std::runtime_error("the component " + path + wrong);
+    const HRESULT hr = call(path);
+    Require(hr, what + " " + path, platform::LastModuleError());
+}
+
 } // namespace
 
 // Builds are moved and removed while their data stays, so a path that leads nowhere is replaced by the module
-// that came with this program, and only the lack of both is an error.
-ComponentModule::ComponentModule() {
+// that came with this program, and so is one from a place that does not count. Only the lack of both is an
+// error.
+ComponentModule::ComponentModule(const std::string& dataFolder) {
     const auto registered = RegisteredClass();
+    const std::string old = registered ? platform::ModulePathOf(*registered) : "";
+    std::string wrong = old.empty() ? "" : WrongModulePlace(old, dataFolder);
     ComPtr<IClassFactory> factory;
-    HRESULT hr = registered ? LoadFactory(*registered, factory) : REGDB_E_CLASSNOTREG;
+    HRESULT hr = registered && wrong.empty() ? LoadFactory(*registered, factory) : REGDB_E_CLASSNOTREG;
     if (FAILED(hr)) {
-        const std::string old = registered ? platform::ModulePathOf(*registered) : "";
+        if (registered && wrong.empty())
+            wrong = " cannot be loaded (" + platform::DescribeStatus(hr) + " " + platform::LastModuleError() +
+                    ")";
         const std::string own = OwnModule();
         if (own.empty() || own == old)
             throw std::runtime_error(
-                registered ? "the component " + old + " cannot be loaded (" + CodeText(hr) + " " +
-                                 platform::LastModuleError() +
-                                 "); register another one with morrowstream-host --data DIR --register PATH"
-                           : "no component is registered; register one with morrowstream-host --data DIR "
-                             "--register PATH");
-        RegisterComponent(own);
-        m_note = "registered " + own + (old.empty() ? "" : " in place of " + old);
+                (registered ? "the component " + old + wrong : "no component is registered") +
+                "; register another one with morrowstream-host --data DIR --register PATH");
+        RegisterComponent(own, dataFolder);
+        m_note = "registered " + own + (old.empty() ? "" : " in place of " + old + ", which" + wrong);
         const auto now = RegisteredClass();
         hr = now ? LoadFactory(*now, factory) : REGDB_E_CLASSNOTREG;
     }
-    Require(hr, "loading the component");
+    Require(hr, "loading the component", platform::LastModuleError());
     m_class = *RegisteredClass();
     m_factory = std::move(factory);
 }
@@ -89,18 +81,12 @@ ComponentModule::~ComponentModule() {
     (void)platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0));
 }
 
-void RegisterComponent(const std::string& path) {
-    const HRESULT hr = platform::RegisterModule(path);
-    if (FAILED(hr))
-        throw std::runtime_error("registering " + path + " failed with " + CodeText(hr) + " " +
-                                 platform::LastModuleError());
+void RegisterComponent(const std::string& path, const std::string& dataFolder) {
+    CallModule("registering", platform::RegisterModule, path, dataFolder);
 }
 
-void UnregisterComponent(const std::string& path) {
-    const HRESULT hr = platform::UnregisterModule(path);
-    if (FAILED(hr))
-        throw std::runtime_error("unregistering " + path + " failed with " + CodeText(hr) + " " +
-                                 platform::LastModuleError());
+void UnregisterComponent(const std::string& path, const std::string& dataFolder) {
+    CallModule("unregistering", platform::UnregisterModule, path, dataFolder);
 }
 
 Viewing::Viewing(ContentAccess access, std::shared_ptr<PackerCounters> counters)

@@ -166,6 +166,19 @@ std::string AuthorityForPhones(const Endpoint& endpoint) {
     return !others.empty() ? others : Endpoint{"127.0.0.1", endpoint.port}.Text();
 }
 
+std::vector<std::string> AuthoritiesToOpen(const Endpoint& endpoint) {
+    if (!IsEvery(endpoint))
+        return {endpoint.Text()};
+    constexpr std::size_t kMost = 4;
+    std::vector<std::string> places{
+        Endpoint{IsV4(endpoint.address) ? "127.0.0.1" : "::1", endpoint.port}.Text()};
+    for (const std::string& own : OwnAddresses()) {
+        if (IsV4(own) && places.size() < kMost)
+            places.push_back(Endpoint{own, endpoint.port}.Text());
+    }
+    return places;
+}
+
 bool LeadsTo(std::string_view authority, const Endpoint& endpoint) {
     const auto told = Endpoint::Parse(authority);
     const auto usual = told ? told : Endpoint::Parse(std::string(authority) + ":80");

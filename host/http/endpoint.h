@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <sys/socket.h>
 
@@ -38,6 +39,10 @@ Listener Listen(const Endpoint& endpoint);
 
 // What phones are told: that, and an address that only this machine has where others do not reach it.
 [[nodiscard]] std::string AuthorityForPhones(const Endpoint& endpoint);
+
+// What a person opens: the address itself, or where that is "all of them", the loopback and behind it a few of
+// this machine's, for others. At least one.
+[[nodiscard]] std::vector<std::string> AuthoritiesToOpen(const Endpoint& endpoint);
 
 // Whether what phones are told ("HOST" or "HOST:PORT", 80 being the usual one) is seen to lead there. A name
 // may, and so may the address of a router, but that is not seen.

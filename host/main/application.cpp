@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 #include <optional>
 
@@ -13,7 +12,6 @@
 #include <unistd.h>
 
 #include "host/base/start_error.h"
-#include "host/base/text_table.h"
 #include "host/component/component.h"
 #include "host/http/endpoint.h"
 #include "host/log/console.h"
@@ -24,10 +22,10 @@
 #include "host/settings/settings.h"
 #include "host/site/links/qr_code.h"
 #include "host/site/server.h"
-#include "host/users/password.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "platform/folders.h"
+#include "platform/messages.h"
 #include "platform/picture_limit.h"
 
 namespace host {
@@ -171,7 +169,7 @@ public:
           m_feeds(ComObject<FeedTable>::Create()),
           m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
         RegisterLogEngine(options.verbosity);
-        m_module = std::make_unique<ComponentModule>();
+        m_module = std::make_unique<ComponentModule>(m_data.Path());
         LogNote(*m_module);
         ApplyConfiguredLanguage();
         const std::string language = ConfiguredLanguage();
@@ -303,7 +301,10 @@ private:
 
     void SayWelcome() {
         Console& console = Console::Get();
-        console.Say("Open http://" + m_server->Where().Text() + "/");
+        const std::vector<std::string> places = AuthoritiesToOpen(m_server->Where());
+        console.Say("Open http://" + places.front() + "/");
+        for (std::size_t i = 1; i < places.size(); ++i)
+            console.Say("  or http://" + places[i] + "/ from other computers");
         console.Say("Data folder: " + m_data.Path());
         for (const std::string& login : m_household.oddLogins)
             console.Say("The user \"" + Printable(login) +
@@ -312,8 +313,7 @@ private:
             console.Say("The administrator is \"admin\"; its password stands in " +
                         m_data.File("admin-password"));
         if (m_feeds->List().empty())
-            console.Say("There is no camera yet: add one at http://" + m_server->Where().Text() +
-                        "/settings");
+            console.Say("There is no camera yet: add one at http://" + places.front() + "/settings");
     }
 
     // For the first camera without a phone: in the demo the one that no simulated phone takes.
@@ -422,16 +422,6 @@ private:
     std::unique_ptr<Server> m_server;
 };
 
-User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
-    // Who is there may get a new password, whatever the login.
-    std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);
-    if (wrong.empty())
-        wrong = CheckPassword(password, kind);
-    if (!wrong.empty())
-        throw StartError("user \"" + Printable(login) + "\": " + wrong);
-    return {kind, false, HashPassword(password)};
-}
-
 } // namespace
 
 int Serve(const Options& options) {
@@ -440,61 +430,25 @@ int Serve(const Options& options) {
     return Application(options).Run();
 }
 
-int AddUser(const Options& options) {
-    std::string password;
-    std::getline(std::cin, password);
-    if (password.ends_with('\r'))
-        password.pop_back();
-    DataFolder data(options.data);
-    bool adminMade = false;
-    UserStore users = data.OpenUsers(&adminMade);
-    users.Set(options.userName, MakeUser(users, options.userName, options.userKind, password));
-    users.Save();
-    Console::Get().Say("User \"" + Printable(options.userName) + "\" is a " +
-                       std::string(KindName(options.userKind)) + " now.");
-    return 0;
-}
-
-int AddUsers(const Options& options) {
-    const auto content = platform::ReadWholeFile(options.usersFile);
-    if (!content)
-        throw StartError("cannot read " + options.usersFile);
-    DataFolder data(options.data);
-    bool adminMade = false;
-    UserStore users = data.OpenUsers(&adminMade);
-    std::size_t count = 0;
-    for (const TextLine& line : ReadTextTable(*content)) {
-        const auto kind = line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
-        if (!kind)
-            throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
-                             ": a user has three fields: login, kind (admin, viewer, phone), password");
-        users.Set(line.fields[0], MakeUser(users, line.fields[0], *kind, line.fields[2]));
-        ++count;
-    }
-    users.Save();
-    Console::Get().Say(std::to_string(count) + " users are in place.");
-    return 0;
-}
-
 int ChangeRegistration(const Options& options) {
     const DataFolder data(options.data);
     if (options.command == Command::Register)
-        RegisterComponent(options.module);
+        RegisterComponent(options.module, data.Path());
     else
-        UnregisterComponent(options.module);
+        UnregisterComponent(options.module, data.Path());
     return 0;
 }
 
 int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
-    const ComponentModule module; // has the languages
+    const ComponentModule module(data.Path()); // has the languages
     LogNote(module);
     const auto languages = Languages();
     if (std::ranges::count(languages, options.language, &Language::code) == 0)
         throw platform::UsageError("--language takes one of " + LanguageCodes() + ", not \"" +
                                    options.language + "\"");
     if (FAILED(SetConfiguredLanguage(options.language)))
-        throw StartError("cannot write " + data.File("registry"));
+        throw StartError("cannot write " + data.File("registry") + ": " + platform::DescribeLastError());
     Console::Get().Say("The language \"" + options.language +
                        "\" takes effect at the next start of the host.");
     return 0;

@@ -15,7 +15,8 @@ const std::string_view kHelpText =
   morrowstream-host [--data DIR] --language CODE
   morrowstream-host [--data DIR] --register PATH | --unregister PATH
 
-  --listen ADDR:PORT     where to listen (127.0.0.1:8080); port 0 takes a free one
+  --listen ADDR:PORT     where to listen (127.0.0.1:8080): a numeric address, localhost, or nothing in front of the colon for
+                         all addresses of this machine; port 0 takes a free one
   --data DIR             users, cameras and the administrator's password (./data); made if it is missing
   --seconds N            ends after N seconds; without it, on Ctrl-C or SIGTERM
   --demo                 three cameras, and a simulated phone for two of them; only on a loopback address
@@ -23,7 +24,8 @@ const std::string_view kHelpText =
   --files DIR            folders of *.jpg pictures that can be watched as file/FOLDER (DATA/files)
   --quiet                no status lines, and of the log only what went wrong
   --verbose              every channel of the log
-  --add-user NAME        adds a user, or gives it a new password, which is read from standard input
+  --add-user NAME        adds a user, or gives it a new password, which is asked for at a terminal and else a line of standard
+                         input; a running host knows it at once
   --kind KIND            admin: everything; viewer: looks at the pages; phone: sends and receives pictures
   --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs
   --language CODE        the language of texts from the next start on: en, es, fr, ru, lv, az, ka

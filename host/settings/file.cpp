@@ -8,6 +8,7 @@
 #include "host/log/console.h"
 #include "host/settings/document.h"
 #include "platform/files.h"
+#include "platform/messages.h"
 #include "platform/text.h"
 
 namespace host {
@@ -71,13 +72,18 @@ std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const Sett
     std::error_code error;
     if (!std::filesystem::exists(file, error) || std::filesystem::file_size(file, error) == 0)
         return std::nullopt;
+    // What cannot be read is another thing than what makes no sense, and a start without it would end in its
+    // loss.
+    const auto content = platform::ReadWholeFile(file);
+    if (!content)
+        throw StartError("the settings file " + file + " cannot be read: " + platform::DescribeLastError());
     std::vector<std::string> lost = FindLost(file, served);
     if (lost.empty())
         return std::nullopt;
-    const auto content = platform::ReadWholeFile(file);
     std::string copy = CopyName(file, content);
-    if (!content || FAILED(platform::ReplaceFile(copy, *content)))
-        throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy);
+    if (FAILED(platform::ReplaceFile(copy, *content)))
+        throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy + ": " +
+                         platform::DescribeLastError());
     return DamagedSettings{std::move(copy), std::move(lost)};
 }
 

@@ -21,7 +21,8 @@ struct DamagedSettings {
 };
 // Nothing for a file that is not there or that `served`, which the component gave, holds whole. Any other is
 // copied to one beside it (".damaged" behind its name; older ones stay), since the component overwrites it
-// with the first change. To be asked before that. Throws StartError when the copy cannot be written.
+// with the first change. To be asked before that. Throws StartError when the file cannot be read or the copy
+// cannot be written.
 std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const SettingsDocument& served);
 
 // The address of this server that phones are told, where nobody has said another one.

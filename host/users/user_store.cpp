@@ -7,6 +7,7 @@
 
 #include "host/base/start_error.h"
 #include "host/base/text_table.h"
+#include "platform/messages.h"
 #include "platform/text.h"
 
 namespace host {
@@ -77,6 +78,12 @@ std::string CheckPassword(std::string_view password, UserKind kind) {
     return {};
 }
 
+bool IsWeakPassword(std::string_view password) noexcept {
+    // Bytes of UTF-8 that begin a character.
+    const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
+    return static_cast<std::size_t>(std::ranges::count_if(password, begins)) < kGoodPasswordCharacters;
+}
+
 UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(platform::StampOf(m_path)) {
     if (m_stamp.inode != 0)
         m_users = ReadFile();
@@ -85,7 +92,7 @@ UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(platfo
 UserMap UserStore::ReadFile() const {
     const auto content = platform::ReadWholeFile(m_path);
     if (!content)
-        throw StartError("cannot read the users file " + m_path);
+        throw StartError("cannot read the users file " + m_path + ": " + platform::DescribeLastError());
     UserMap users;
     for (const TextLine& line : ReadTextTable(*content)) {
         const auto bad = [&](std::string_view what) {
@@ -134,7 +141,7 @@ void UserStore::Save() {
                    '\t' + user.hash + '\n';
     }
     if (FAILED(platform::ReplaceFile(m_path, content, 0600)))
-        throw StartError("cannot write the users file " + m_path);
+        throw StartError("cannot write the users file " + m_path + ": " + platform::DescribeLastError());
     m_stamp = platform::StampOf(m_path);
 }
 

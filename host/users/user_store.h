@@ -47,6 +47,9 @@ inline constexpr std::size_t kMaxPhonePasswordBytes = 63;
 // wrong; empty when nothing is.
 std::string CheckLogin(std::string_view login);
 std::string CheckPassword(std::string_view password, UserKind kind);
+// A password of fewer characters is taken, and said to be weak.
+inline constexpr std::size_t kGoodPasswordCharacters = 8;
+bool IsWeakPassword(std::string_view password) noexcept;
 
 // Not thread-safe; the authenticator guards it.
 class UserStore {

@@ -12,6 +12,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 from pathlib import Path
@@ -82,7 +83,8 @@ class Programs(ProgramCase):
 
     def test_it_serves_until_it_is_told_to_end_and_holds_its_folder(self):
         said = self.run_host("--data", self.data, "--add-user", "vera", "--kind", "viewer", said="geheim\r\n")
-        self.assertEqual(said, 'User "vera" is a viewer now.\n')
+        self.assertEqual(said, 'User "vera" is a viewer now.\n'
+                               "The password is short: with 8 characters or more it is harder to guess.\n")
         # One from before a rule gets another password, and is told of.
         with open(os.path.join(self.data, "users"), "a", encoding="utf-8") as users:
             users.write("50%\tphone\t-\tx\n")
@@ -107,6 +109,91 @@ class Programs(ProgramCase):
             self.assertIn("yard: 0 frames received, 0 failed\n", host.log_tail())
             self.assertIn('The user "50%" is kept, but no phone can sign in with this name', host.log_tail())
 
+    def test_a_password_is_asked_for_at_a_terminal_and_replaces_the_first_one(self):
+        self.serve()
+        first = os.path.join(self.data, "admin-password")
+        self.assertTrue(os.path.exists(first))
+        for again, status, line in (("other word\n", 1, "these are two passwords: nothing is changed"),
+                                    ("långt\x03", 1, "no password on standard input"),
+                                    ("långt ord\n", 0, 'User "admin" is an administrator now.')):
+            here, there = os.openpty()
+            host = subprocess.Popen([options.host, "--data", self.data, "--add-user", "admin", "--kind", "admin"],
+                                    stdin=there, stdout=there, stderr=there)
+            os.close(there)
+            said = b""
+            for prompt, answer in ((b"Password for admin: ", "långt ord\n"), (b"The same again: ", again)):
+                while not said.endswith(prompt):
+                    said += os.read(here, 100)
+                self.wait_until(lambda: not termios.tcgetattr(here)[3] & termios.ECHO, "the terminal shows what is typed")
+                os.write(here, answer.encode())
+            try:
+                while block := os.read(here, 100):
+                    said += block
+            except OSError:  # how the end of a terminal shows
+                pass
+            os.close(here)
+            self.assertEqual(host.wait(timeout=30), status)
+            self.assertIn(line, said.decode())
+            self.assertNotIn("ord", said.decode().replace("word", ""))
+            self.assertNotIn("harder to guess", said.decode())
+            self.assertEqual(os.path.exists(first), status != 0)
+
+    def test_the_folder_and_its_files_are_nobody_elses(self):
+        mode = lambda name: stat.S_IMODE(os.stat(os.path.join(self.data, name)).st_mode)  # noqa: E731
+        os.mkdir(self.data)
+        os.chmod(self.data, 0o2775)
+        Path(self.data, "cameras").write_text("yard\t320x240\tdemo\nhof\t640x480\tdemo\nyard\t320x240\tx\n", encoding="utf-8")
+        said = self.serve()
+        self.assertIn(f"Others could write into the data folder {self.data}: they cannot any more.\n", said)
+        self.assertEqual((mode(""), mode("cameras.stored")), (0o2755, 0o600))
+        self.assertIn(f"{self.data}/cameras, line 2: the type of a camera is 320x240 or 160x120. The line is left out.\n", said)
+        self.assertIn("/cameras, line 3: this camera stands there twice. ", said)
+        self.assertIn("\nyard: 0 frames received", said)
+        os.chmod(os.path.join(self.data, "cameras.stored"), 0o644)
+        self.assertIn("could be read by others, and cannot any more: change those that matter.\n", self.serve())
+        self.assertEqual(mode("cameras.stored"), 0o600)
+        self.assertIn(f"the folder {tempfile.gettempdir()} is shared by the users of this machine",
+                      self.run_host("--data", tempfile.gettempdir(), status=1))
+        self.settings.unlink()
+        self.settings.mkdir()
+        self.assertIn(f"the settings file {self.settings} cannot be read: ",
+                      self.run_host("--data", self.data, "--listen", "127.0.0.1:0", status=1))
+        # What is not ours is not mended by us, and stays its owner's.
+        if os.geteuid() == 0:
+            os.chmod(self.data, 0o777)
+            os.chown(self.data, 12345, 12345)
+            self.assertIn(f"mend it with: sudo chmod go-w '{self.data}'\n",
+                          self.run_host("--data", self.data, "--add-user", "ann", "--kind", "viewer", status=1, said="a password"))
+            os.chmod(self.data, 0o700)
+            os.remove(os.path.join(self.data, "users"))
+            self.run_host("--data", self.data, "--add-user", "ann", "--kind", "viewer", said="a password")
+            for name in ("users", "admin-password"):
+                self.assertEqual(os.stat(os.path.join(self.data, name)).st_uid, 12345)
+
+    def test_modules_come_from_where_nobody_else_can_put_them(self):
+        own = Path(options.host).parent / "../lib/libmorrowstream.so"
+        open_to_all = os.path.join(self.folder, "open")
+        for folder in (self.data, open_to_all):
+            os.mkdir(folder)
+            shutil.copy(own, folder)
+        os.chmod(open_to_all, 0o777)
+        for folder, why in ((self.data, "since the data folder is no place for programs"),
+                            (open_to_all, f"since others may write to {open_to_all}: sudo chmod go-w '{open_to_all}'")):
+            module = os.path.join(folder, "libmorrowstream.so")
+            self.assertIn(f"the component {module} does not count, {why}\n",
+                          self.run_host("--data", self.data, "--register", module, status=1))
+        # One that is in the registry already.
+        os.chmod(open_to_all, 0o755)
+        self.run_host("--data", self.data, "--register", module)
+        os.chmod(open_to_all, 0o777)
+        said = self.run_host("--data", self.data, "--language", "en")
+        self.assertRegex(said, f"component registered .*/libmorrowstream.so in place of {module}, which does not count, since others ")
+        self.assertNotIn(module, self.read("registry"))
+
+    def test_what_is_to_be_opened_can_be_opened(self):
+        said = self.run_host("--data", self.data, "--listen", ":0", "--seconds", "1")
+        self.assertRegex(said, r"Open http://127\.0\.0\.1:\d+/\n(  or http://[\d.]+:\d+/ from other computers\n)*Data folder: ")
+
     def test_levels_are_written_where_the_journal_reads(self):
         # The service manager names the stream by device and inode; the name of another stream means nothing.
         for inode, marked in (("$(stat -Lc %i /proc/self/fd/2)", True), ("1", False)):
@@ -121,7 +208,7 @@ class Programs(ProgramCase):
         registry = os.path.join(self.data, "registry")
         Path(registry).write_text('[HKEY_LOCAL_MACHINE\\SOFTWARE]\n"lang"=twenty-five\n', encoding="utf-8")
         said = self.run_host("--data", self.data, "--language", "ru")
-        self.assertTrue(said.startswith(f"The registry is damaged and counts as empty: {registry}, line 2: a value is a number "
+        self.assertTrue(said.startswith(f"The registry counts as empty: {registry}, line 2: a value is a number "
                                         "or a text in double quotes\n"), said)
         self.assertIn("component registered ", said)
         self.assertTrue(said.endswith('The language "ru" takes effect at the next start of the host.\n'), said)
@@ -137,7 +224,7 @@ class Programs(ProgramCase):
             self.assertEqual(moved in self.read("registry"), there)
         os.remove(moved)
         self.assertIn(" in place of " + moved, self.run_host("--data", self.data, "--language", "en"))
-        self.assertIn(f"registering {moved} failed with 0x8007007E",
+        self.assertIn(f"registering {moved} failed: The specified module could not be found (0x8007007E)",
                       self.run_host("--data", self.data, "--register", moved, status=1))
 
     def test_the_demo_leaves_nothing_behind_and_settings_are_looked_after(self):
@@ -184,7 +271,8 @@ class Viewing(ProgramCase):
         self.host.start()
 
     def start_viewer(self, *words):
-        command = [options.phone, "view", "--server", f"127.0.0.1:{self.host.port}", "--login", "spare", "--password", "demo"]
+        command = [options.phone, "view", "--no-reconnect", "--server", f"127.0.0.1:{self.host.port}", "--login", "spare",
+                   "--password", "demo"]
         viewer = subprocess.Popen([*command, *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         self.addCleanup(viewer.stdout.close)
         self.addCleanup(viewer.kill)

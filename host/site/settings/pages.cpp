@@ -1,8 +1,6 @@
 #include "host/site/settings/pages.h"
 
-#include <array>
 #include <charconv>
-#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -11,6 +9,7 @@
 #include "host/http/request.h"
 #include "host/log/console.h"
 #include "host/settings/language.h"
+#include "platform/messages.h"
 
 namespace host {
 namespace {
@@ -91,11 +90,9 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view body)
         return Told(422, "Some values cannot be stored.", change.problems);
     case NotReady:
         return Told(503, "The component gives no settings.");
-    case Refused: {
-        std::array<char, 16> code{};
-        std::snprintf(code.data(), code.size(), "0x%08X", static_cast<unsigned>(change.status));
-        return Told(500, "The component refuses these settings (" + std::string(code.data()) + ").");
-    }
+    case Refused:
+        return Told(500,
+                    "The component refuses these settings: " + platform::DescribeStatus(change.status) + ".");
     case Done:
     case NotWritten:
         break;

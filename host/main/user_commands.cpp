@@ -1,0 +1,107 @@
+// Users from the command line.
+#include "host/main/options.h"
+
+#include <unistd.h>
+
+#include "host/base/start_error.h"
+#include "host/base/text_table.h"
+#include "host/log/console.h"
+#include "host/main/data_folder.h"
+#include "host/users/password.h"
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "platform/terminal.h"
+
+namespace host {
+namespace {
+
+// The user that the first start makes; its password stands in a file of its own until it has another one.
+constexpr std::string_view kFirstAdmin = "admin";
+
+User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
+    // Who is there may get a new password, whatever the login.
+    std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);
+    if (wrong.empty())
+        wrong = CheckPassword(password, kind);
+    if (!wrong.empty())
+        throw StartError("user \"" + Printable(login) + "\": " + wrong);
+    return {kind, false, HashPassword(password)};
+}
+
+std::string_view KindText(UserKind kind) {
+    switch (kind) {
+    case UserKind::Admin:
+        return "an administrator";
+    case UserKind::Viewer:
+        return "a viewer";
+    case UserKind::Phone:
+        break;
+    }
+    return "a phone";
+}
+
+// What a person at the terminal types twice, or a program gives once.
+std::string AskPassword(const std::string& login) {
+    const auto ask = [](const std::string& prompt) {
+        auto line = platform::ReadSecretLine(prompt);
+        if (!line)
+            throw StartError("no password on standard input");
+        return *line;
+    };
+    std::string password = ask("Password for " + Printable(login) + ": ");
+    if (::isatty(STDIN_FILENO) == 1 && ask("The same again: ") != password)
+        throw StartError("these are two passwords: nothing is changed");
+    return password;
+}
+
+} // namespace
+
+int AddUser(const Options& options) {
+    const std::string password = AskPassword(options.userName);
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    users.Set(options.userName, MakeUser(users, options.userName, options.userKind, password));
+    users.Save();
+    if (options.userName == kFirstAdmin)
+        data.ForgetAdminPassword();
+    Console::Get().Say("User \"" + Printable(options.userName) + "\" is " +
+                       std::string(KindText(options.userKind)) + " now.");
+    if (IsWeakPassword(password))
+        Console::Get().Say("The password is short: with " + std::to_string(kGoodPasswordCharacters) +
+                           " characters or more it is harder to guess.");
+    return 0;
+}
+
+int AddUsers(const Options& options) {
+    const auto content = platform::ReadWholeFile(options.usersFile);
+    if (!content)
+        throw StartError("cannot read " + options.usersFile + ": " + platform::DescribeLastError());
+    DataFolder data(options.data);
+    bool adminMade = false;
+    UserStore users = data.OpenUsers(&adminMade);
+    std::size_t count = 0;
+    std::size_t weak = 0;
+    bool first = false;
+    for (const TextLine& line : ReadTextTable(*content)) {
+        const auto kind = line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
+        if (!kind)
+            throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
+                             ": a user has three fields: login, kind (admin, viewer, phone), password");
+        users.Set(line.fields[0], MakeUser(users, line.fields[0], *kind, line.fields[2]));
+        ++count;
+        weak += IsWeakPassword(line.fields[2]) ? 1 : 0;
+        first = first || line.fields[0] == kFirstAdmin;
+    }
+    users.Save();
+    if (first)
+        data.ForgetAdminPassword();
+    Console::Get().Say(std::to_string(count) + (count == 1 ? " user is in place." : " users are in place."));
+    if (weak > 0)
+        Console::Get().Say(std::to_string(weak) + " of their passwords are short: with " +
+                           std::to_string(kGoodPasswordCharacters) +
+                           " characters or more they are harder to guess.");
+    return 0;
+}
+
+} // namespace host
