@@ -4,6 +4,7 @@ import argparse
 import base64
 import ctypes
 import glob
+import gzip
 import json
 import os
 import re
@@ -176,11 +177,18 @@ class PackageTest(unittest.TestCase):
         settings = machine.path("/etc/default/morrowstream")
         with open(settings, "w", encoding="utf-8") as file:
             file.write(f'MORROWSTREAM_OPTIONS="--listen 127.0.0.1:{machine.port} --quiet"\n')
-        machine.as_user("/usr/bin/morrowstream-host", "--data", DATA, "--add-user", "guard", "--kind", "viewer", input="watchful\n")
+        run("chroot", machine.root, "/usr/bin/morrowstream-host", "--data", DATA, "--add-user", "guard", "--kind", "viewer",
+            input="watchful\n")
+        self.assertEqual(os.stat(machine.path(DATA + "/users")).st_uid, state.st_uid, "what root writes the service can read")
         machine.as_user("sh", "-c", f"printf 'yard\\t320x240\\tsecret\\n' > {DATA}/cameras")
         self.assertEqual(machine.start()[0], 401)
         password = content(machine.path(DATA + "/admin-password")).decode().strip()
         self.assertEqual(machine.get("/settings", "admin:" + password)[0], 200)
+        self.assertEqual(os.stat(machine.path(DATA + "/cameras.stored")).st_mode & 0o777, 0o600)
+        # A running server knows a user at once.
+        run("chroot", machine.root, "/usr/bin/morrowstream-host", "--data", DATA, "--add-user", "boss", "--kind", "admin",
+            input="watch them\n")
+        self.assertEqual(machine.get("/settings", "boss:watch them")[0], 200)
         self.upload_and_look()
         self.assertIn("yard", json.dumps(json.loads(machine.get("/health", "guard:watchful")[1])))
         self.assertEqual(machine.stop(), 0)
@@ -202,6 +210,31 @@ class PackageTest(unittest.TestCase):
         after = machine.files()
         self.assertEqual(after[0] ^ before[0], set())
         self.assertEqual(after[1], before[1])
+
+
+    def test_its_papers_are_in_order(self):
+        tree = os.path.join(self.folder, "tree")
+        run("dpkg-deb", "--extract", PACKAGE, tree)
+        docs = tree + "/usr/share/doc/morrowstream/"
+        for name in ("changelog.gz", "NEWS.Debian.gz"):
+            with gzip.open(docs + name, "rt", encoding="utf-8") as file:
+                self.assertTrue(file.readline().startswith(f"morrowstream ({control('Version')}) "), name)
+        self.assertIn(b"has not chosen a licence", content(docs + "copyright"))
+        for page in glob.glob(docs + "**/*.md", recursive=True):
+            for target in re.findall(r"\]\((?!\w+:|#)([^)#]+)", content(page).decode()):
+                self.assertTrue(os.path.exists(os.path.join(os.path.dirname(page), target)), f"{page}: {target}")
+
+    def test_memory_follows_the_connections(self):
+        tree = os.path.join(self.folder, "tree")
+        run("dpkg-deb", "--extract", PACKAGE, tree)
+        with open(self.folder + "/systemctl", "w", encoding="utf-8") as file:
+            file.write('#!/bin/sh\necho "$@"\n')
+        os.chmod(file.name, 0o755)
+        for arguments, said in (("--quiet", "2560M"), ("--max-connections 100 --quiet", "712M"), ("--max-connections", "2560M"),
+                                ("--max-connections 2x", ""), ("--max-connections 9999999", "")):
+            wanted = f"set-property --runtime morrowstream.service MemoryMax={said}\n" if said else ""
+            self.assertEqual(run(tree + "/usr/lib/morrowstream/memory-limit", *arguments.split(),
+                                 env={"PATH": self.folder + ":/usr/bin:/bin"}), wanted, arguments)
 
 
 if __name__ == "__main__":
