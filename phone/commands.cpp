@@ -66,13 +66,15 @@ platform::TakeValue PasswordFile(std::string& target) {
 }
 
 platform::Option NoReconnect(Reconnecting& target) {
-    return {"--no-reconnect", [&target](std::string_view, std::string_view) { target.enabled = false; }, true};
+    return {"--no-reconnect", [&target](std::string_view, std::string_view) { target.enabled = false; },
+            true};
 }
 
 void TellLoss(const std::string& reason, Clock::duration wait) {
     const auto seconds = std::chrono::ceil<std::chrono::seconds>(wait).count();
     std::cerr << "morrowstream-phone: " << reason
-              << (seconds == 0 ? "; connecting again" : "; connecting again in " + std::to_string(seconds) + " s")
+              << (seconds == 0 ? "; connecting again"
+                               : "; connecting again in " + std::to_string(seconds) + " s")
               << std::endl;
 }
 

@@ -1,4 +1,4 @@
-// The sub-commands of `morrowstream-phone`: what their arguments say, and running them.
+// Reads the arguments of the sub-commands of `morrowstream-phone`, and runs them.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@
 
 namespace phone {
 
-// What stands behind the sub-command.
+// The arguments behind the sub-command.
 using Arguments = std::span<const std::string_view>;
 
 inline constexpr unsigned kMostPhones = 10000;

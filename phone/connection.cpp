@@ -240,15 +240,15 @@ std::string Credentials(std::string_view login, std::string_view password) {
 
 Ended HttpRefusal(std::string statusLine) {
     statusLine.resize(std::min(statusLine.find_first_of("\r\n"), statusLine.size()));
-    // It goes to a terminal.
+    // Control characters would reach the terminal.
     std::ranges::replace_if(
         statusLine, [](unsigned char c) { return c < 0x20 || c > 0x7E; }, '?');
     // Behind "HTTP/1.1 ".
     const std::string status = statusLine.substr(std::min<std::size_t>(statusLine.size(), 9), 3);
     const bool busy = status == "429" || status == "503";
     return {busy ? End::Lost : End::Denied,
-            (status == "401" ? "denied: wrong login or password (" : "denied: the web server answered (") + statusLine +
-                ")"};
+            (status == "401" ? "denied: wrong login or password (" : "denied: the web server answered (") +
+                statusLine + ")"};
 }
 
 } // namespace phone

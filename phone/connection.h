@@ -35,7 +35,7 @@ public:
     explicit ConnectionError(const std::string& why) : Ended(End::Lost, why) {}
 };
 
-// What is told of every conversation.
+// The end of a conversation of either kind.
 struct Report {
     End end = End::Failed;
     std::string reason{};                     // one line for Denied, Lost and Failed
@@ -63,7 +63,7 @@ public:
     static constexpr std::chrono::seconds kConnectLimit{10};
     // A server that takes nothing for so long is given up.
     static constexpr std::chrono::seconds kSendLimit{60};
-    // The same once `stop` is readable: the piece in hand is still finished, so that no frame is cut.
+    // And for so long once `stop` is readable: the piece in hand is still finished, so that no frame is cut.
     static constexpr std::chrono::seconds kSendLimitStopped{2};
 
     // Resolves the name and tries its addresses in turn. Throws ConnectionError; an early stop is one as
@@ -74,7 +74,7 @@ public:
     void Send(std::string_view first, std::string_view second = {});
 
     // Waits until there are bytes to receive (or the peer has closed), `due` has come, or `stop` is readable.
-    // What is ready goes before what is due.
+    // Ready goes before Due.
     WaitResult WaitToReceive(Clock::time_point due);
 
     // Takes what is there, at most `size` bytes. Empty when the peer has closed. Throws ConnectionError. Only
@@ -108,8 +108,8 @@ std::string OpeningHead(std::string_view method, const ServerAddress& server, st
 // The line of a head that holds the credentials.
 std::string Credentials(std::string_view login, std::string_view password);
 
-// What a status line means for a phone whose conversation ended before it began, as one line for a terminal: Denied, but
-// Lost from a server that is too busy.
+// Explains the status line of a conversation that ended before it began, in one line for a terminal: Denied,
+// but Lost from a server that is too busy.
 Ended HttpRefusal(std::string statusLine);
 
 } // namespace phone

@@ -48,7 +48,7 @@ public:
     std::string_view Body(std::size_t index) const {
         return std::string_view(m_files[index % m_files.size()]).substr(m_split);
     }
-    // Of the first picture.
+    // The size of the first picture.
     PictureSize Size() const { return m_size; }
     // Something that the user should know, or empty.
     const std::string& Note() const { return m_note; }

@@ -27,7 +27,8 @@ Clock::duration Comeback::WaitAfter(Clock::duration lasted) {
     if (m_short < 2)
         return Clock::duration::zero();
     constexpr unsigned kMostDoublings = 6; // beyond the longest wait
-    return std::min<Clock::duration>(kFirstWait * (1U << std::min(m_short - 2, kMostDoublings)), kLongestWait);
+    return std::min<Clock::duration>(kFirstWait * (1U << std::min(m_short - 2, kMostDoublings)),
+                                     kLongestWait);
 }
 
 void Converse(Report& report, const Reconnecting& again, int stop, const std::function<End()>& conversation) {

@@ -146,9 +146,10 @@ private:
         } catch (const Ended& ended) {
             // No more frames are to be sent, so another connection would not help.
             if (end != End::Stopped)
-                throw Ended(End::Failed, ended.what() == std::string_view(kSilence)
-                                             ? kSilence
-                                             : "the server closed the connection before it had read the last frames");
+                throw Ended(End::Failed,
+                            ended.what() == std::string_view(kSilence)
+                                ? kSilence
+                                : "the server closed the connection before it had read the last frames");
         }
         return end;
     }
@@ -176,7 +177,8 @@ std::string UploadRecord(const UploadOptions& options, PictureSize size) {
 
 UploadReport Upload(const UploadOptions& options, const PictureSequence& pictures, int stop) {
     UploadReport report;
-    Converse(report, options.again, stop, [&] { return Conversation(options, pictures, stop, report).Run(); });
+    Converse(report, options.again, stop,
+             [&] { return Conversation(options, pictures, stop, report).Run(); });
     return report;
 }
 

@@ -17,7 +17,8 @@ constexpr std::size_t kReadSize = 65536;
 class Conversation {
 public:
     Conversation(const ViewOptions& options, int stop, ViewReport& report)
-        : m_options(options), m_report(report), m_figures(report.figures), m_connection(Connection::Open(options.server, stop)) {}
+        : m_options(options), m_report(report), m_figures(report.figures),
+          m_connection(Connection::Open(options.server, stop)) {}
 
     End Run(const std::function<void(const ViewFigures&)>& progress) {
         const auto& options = m_options;
@@ -37,11 +38,10 @@ public:
             }
             const std::string bytes = Await();
             if (bytes.empty()) {
-                throw ConnectionError(m_reader.IsInside()
-                                          ? "the server closed the connection in the middle of a picture"
-                                      : m_figures.pictures == 0
-                                          ? "the server closed the connection before the first picture"
-                                          : "the server closed the connection");
+                throw ConnectionError(
+                    m_reader.IsInside()       ? "the server closed the connection in the middle of a picture"
+                    : m_figures.pictures == 0 ? "the server closed the connection before the first picture"
+                                              : "the server closed the connection");
             }
             m_figures.bytes += bytes.size();
             m_reader.Feed(bytes);
@@ -90,8 +90,9 @@ private:
             return;
         }
         std::array<char, 32> name{};
-        // Of all connections together: each counts its own packets from 1.
-        std::snprintf(name.data(), name.size(), "%06llu.jpg", static_cast<unsigned long long>(m_figures.pictures));
+        // Counted over all connections: each counts its own packets from 1.
+        std::snprintf(name.data(), name.size(), "%06llu.jpg",
+                      static_cast<unsigned long long>(m_figures.pictures));
         const auto path = m_options.folder / name.data();
         std::ofstream file(path, std::ios::binary | std::ios::trunc);
         file.write(packet.jpeg.data(), static_cast<std::streamsize>(packet.jpeg.size()));

@@ -28,8 +28,8 @@ struct ViewOptions {
 
 struct ViewFigures {
     std::uint64_t pictures = 0; // of all conversations, as is the rest
-    std::uint64_t bytes = 0; // of the pictures and their headers
-    Clock::time_point first; // when the first and the last picture were whole
+    std::uint64_t bytes = 0;    // of the pictures and their headers
+    Clock::time_point first;    // when the first and the last picture were whole
     Clock::time_point last;
 
     // 0 before the second picture.
@@ -42,8 +42,8 @@ struct ViewReport : Report {
     ViewFigures figures{};
 };
 
-// Runs one conversation to its end on the calling thread, and those after losses. `stop` as for Connection. `progress`
-// is called behind each picture.
+// Runs one conversation to its end on the calling thread, and those after losses. `stop` as for Connection.
+// `progress` is called behind each picture.
 ViewReport View(const ViewOptions& options, int stop,
                 const std::function<void(const ViewFigures&)>& progress);
 

@@ -91,9 +91,8 @@ public:
     // False with errno set, and nothing was changed but this file.
     [[nodiscard]] bool PutInPlace(const std::string& path, std::string_view content, unsigned mode) noexcept {
         if (!m_file || !KeepOwner(m_file.Get(), m_folder) || ::fchmod(m_file.Get(), mode & 0777) != 0 ||
-            !WriteAll(m_file, content) ||
-            RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 || !m_file.Close() ||
-            ::rename(m_path.c_str(), path.c_str()) != 0)
+            !WriteAll(m_file, content) || RetryInterrupted([this] { return ::fsync(m_file.Get()); }) != 0 ||
+            !m_file.Close() || ::rename(m_path.c_str(), path.c_str()) != 0)
             return false;
         m_isOurs = false;
         return true;

@@ -22,8 +22,8 @@ MORROW_PLATFORM_API std::optional<std::string> ReadWholeFile(const std::string& 
 // Replaces a file: a new file beside it is written, synced and renamed, and the folder synced, so that a
 // crash at any point leaves the old or the new content. `mode` are the permission bits of the new file. On
 // failure the old file is as it was. S_FALSE: replaced, but the folder could not be synced, so that a crash
-// may still bring the old content back. A symbolic link in its place is replaced, not followed. What root writes into
-// somebody's folder belongs to them: a service that lives there could not read it else.
+// may still bring the old content back. A symbolic link in its place is replaced, not followed. What root
+// writes into somebody's folder belongs to them: a service that lives there could not read it else.
 MORROW_PLATFORM_API HRESULT ReplaceFile(const std::string& path, std::string_view content,
                                         unsigned mode = 0600);
 
@@ -44,7 +44,8 @@ struct FileStamp {
 };
 MORROW_PLATFORM_API FileStamp StampOf(const std::string& path) noexcept;
 
-// Creates the folder and those above it that are missing, with mode 0700 and the owner of the folder that they stand in.
+// Creates the folder and those above it that are missing, with mode 0700 and the owner of the folder that
+// they stand in.
 MORROW_PLATFORM_API HRESULT CreateFolder(const std::string& path);
 // Removes a folder that is empty.
 MORROW_PLATFORM_API HRESULT RemoveFolder(const std::string& path);

@@ -9,8 +9,8 @@
 
 namespace platform {
 
-// One line of standard input, without its end. At a terminal it is asked for with `prompt`, and nothing of it is shown.
-// Nothing at the end of the input, and after Ctrl-C at the terminal.
+// One line of standard input, without its end. At a terminal it is asked for with `prompt`, and nothing of it
+// is shown. Nothing at the end of the input, and after Ctrl-C at the terminal.
 MORROW_PLATFORM_API std::optional<std::string> ReadSecretLine(std::string_view prompt);
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// What the web server counts, for /metrics.
+// Counts what the web server does, for /metrics.
 #pragma once
 
 #include <array>
@@ -40,7 +40,7 @@ inline constexpr std::array<std::string_view, static_cast<std::size_t>(Refusal::
     "upload_denied",
     "view_denied"};
 
-// What a connection can turn into for long.
+// The kinds of connections that last.
 enum class SessionKind {
     Upload, // a phone that is a camera
     View,   // a phone that watches
@@ -65,8 +65,8 @@ struct Counters {
     Count skipped{0}; // pictures that a watcher did not get, because a newer one was there first
     std::array<Count, static_cast<std::size_t>(Refusal::Count)> refusals{};
     std::array<Count, static_cast<std::size_t>(SessionKind::Count)> sessions{}; // that have begun
-    // And of them those that are open now. Uploads and viewing phones are the component's then, and are not
-    // counted here.
+    // Those of the web server's own kinds that are open now. The component holds uploads and viewing phones,
+    // so they are not counted here.
     std::array<Count, static_cast<std::size_t>(SessionKind::Count)> watching{};
 
     // Seconds since the host started.

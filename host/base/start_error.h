@@ -1,4 +1,4 @@
-// Why the host does not start: one line for the person who started it.
+// Says why the host does not start: one line for the person who started it.
 #pragma once
 
 #include <stdexcept>

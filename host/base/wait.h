@@ -33,7 +33,7 @@ private:
 
 enum class Waited { Ready, Woken, Timeout, Stopped };
 
-// What to wait for. Any of the descriptors may be -1.
+// Names what WaitFor waits for. Any of the descriptors may be -1.
 struct WaitSet {
     int socket = -1;
     short socketEvents = 0; // POLLIN, POLLOUT, POLLRDHUP; errors always count

@@ -8,7 +8,7 @@
 
 namespace host {
 
-// A class factory that asks a function for the object: its argument are those of QueryInterface.
+// A class factory that asks a function for the object; the function's arguments are those of QueryInterface.
 class ClassFactory : public IClassFactory {
 public:
     using Create = std::function<HRESULT(const GUID& interfaceId, void** object)>;

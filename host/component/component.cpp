@@ -36,7 +36,7 @@ HRESULT LoadFactory(const GUID& classId, ComPtr<IClassFactory>& factory) {
                                       factory.ReceiveVoid());
 }
 
-// Both of these run code of the module.
+// Registers or unregisters a module; either runs code of the module.
 void CallModule(const std::string& what, HRESULT (*call)(const std::string&), const std::string& path,
                 const std::string& dataFolder) {
     if (const std::string wrong = WrongModulePlace(path, dataFolder); !wrong.empty())
@@ -77,7 +77,7 @@ ComponentModule::ComponentModule(const std::string& dataFolder) {
 
 ComponentModule::~ComponentModule() {
     m_factory = nullptr;
-    // Whoever used it has ended, and threads of the pool keep the code that they still run.
+    // All users of the module have ended; threads of the pool keep the code that they still run.
     (void)platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0));
 }
 

@@ -1,5 +1,4 @@
-// The component in this process: finding and loading it, what it needs of a host, creating it, and letting it
-// go.
+// Finds and loads the component into this process, gives it what it needs of a host, and creates it.
 #pragma once
 
 #include <memory>
@@ -17,8 +16,9 @@
 namespace host {
 
 // The module that the registry names for the class of the category kVideoSourceCategory, loaded as long as
-// this is there. Where none is registered, or from a place that does not count (WrongModulePlace), the one that
-// came with this program is, first. Once it is loaded, its languages can be told. Throws std::runtime_error.
+// this is there. Where none is registered, or from a place that does not count (WrongModulePlace), the one
+// that came with this program is, first. Once it is loaded, its languages can be told. Throws
+// std::runtime_error.
 class ComponentModule {
 public:
     explicit ComponentModule(const std::string& dataFolder);
@@ -36,13 +36,13 @@ private:
     platform::ComPtr<IClassFactory> m_factory;
 };
 
-// Where a module may be loaded from: its code may do all that the process may, and what names it, the registry,
-// stands in a folder that the process itself writes to.
+// Where a module may be loaded from: its code may do all that the process may, and what names it, the
+// registry, stands in a folder that the process itself writes to.
 //
 // The module as it is built or installed with this program; empty where there is none.
 std::string OwnModule();
-// What is wrong with the place of a module, as the rest of a line that begins with its path; empty for the
-// program's own one, for one that nobody but root and the owner of this program can have put where it is,
+// Says what is wrong with the place of a module, as the rest of a line that begins with its path. Empty for
+// the program's own one, for one that nobody but root and the owner of this program can have put where it is,
 // outside of `dataFolder`, and for a path that leads nowhere.
 std::string WrongModulePlace(const std::string& path, const std::string& dataFolder);
 
@@ -51,8 +51,8 @@ std::string WrongModulePlace(const std::string& path, const std::string& dataFol
 void RegisterComponent(const std::string& path, const std::string& dataFolder);
 void UnregisterComponent(const std::string& path, const std::string& dataFolder);
 
-// What viewing phones need of a host, in place for the component: the process state tree with the web server
-// in it, and the packer's class.
+// Puts in place what viewing phones need of a host: the process state tree with the web server in it, and the
+// packer's class.
 class Viewing {
 public:
     // Before the component comes. Throws std::runtime_error.

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kProgram = "/proc/self/exe";
 
-// What is wrong with a folder on the way to the module, or with the module.
+// Says what is wrong with the module, or with a folder on the way to it.
 std::string WrongWith(const fs::path& part, uid_t builder) {
     struct stat info {};
     if (::lstat(part.c_str(), &info) != 0)

@@ -13,7 +13,7 @@
 
 namespace host {
 
-// Who sent a request, as the component is told. Texts are UTF-8.
+// Tells the component who sent a request. Texts are UTF-8.
 struct RequestIdentity {
     std::string login;
     std::string password;
@@ -22,8 +22,8 @@ struct RequestIdentity {
 
 class WebHandlerHost : public IWebHandlerHost {
 public:
-    // Gets a request's whole head; nothing for one without valid credentials. Any thread. Called until Forget
-    // only, but for calls that have begun.
+    // Gets a request's whole head; gives nothing for one without valid credentials. Any thread. Called until
+    // Forget only, but for calls that have begun.
     using Identify = std::function<std::optional<RequestIdentity>(std::string_view head)>;
 
     explicit WebHandlerHost(Identify identify) : m_identify(std::move(identify)) {}

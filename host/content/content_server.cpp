@@ -21,8 +21,8 @@ std::string_view BytesOf(std::span<const std::uint8_t> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Of a picture that came as JPEG: the header alone, of a form that nobody takes as it is, so that the picture
-// is fetched as the JPEG that it is.
+// Gives of a picture that came as JPEG the header alone, of a form that nobody takes as it is, so that the
+// picture is fetched as the JPEG that it is.
 std::string JpegHeader(const PlaneLayout& layout) {
     const BITMAPINFOHEADER header = MakeFrameHeader(layout.width, layout.height, 1, 24, kCompressionMjpg, 0);
     return {reinterpret_cast<const char*>(&header), sizeof header};

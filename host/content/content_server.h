@@ -15,7 +15,7 @@
 
 namespace host {
 
-// What a host answers when a phone wants to view. Any thread, several at a time.
+// Answers for the host when a phone wants to view. Any thread, several at a time.
 struct ContentAccess {
     // Null for a key that names nothing. Viewers' threads may outlive the host's other objects by the length
     // of a sleep, so the function owns what it uses.

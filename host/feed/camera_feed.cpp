@@ -6,7 +6,7 @@ namespace host {
 
 namespace {
 
-// What a phone that keeps to its grants may send at any time.
+// A phone that keeps to its grants may send so many pictures at any time.
 constexpr double kLeastCredit = 4;
 
 // The processor time of this thread at the end of its last picture, and whose that was: what it has worked

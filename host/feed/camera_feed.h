@@ -1,4 +1,5 @@
-// What one camera sends: its newest picture, its figures, and those who wait for the next picture.
+// Takes what one camera sends: keeps its newest picture and its figures, and wakes those who wait for the
+// next picture.
 #pragma once
 
 #include <atomic>
@@ -30,7 +31,7 @@ struct CameraFigures {
     std::optional<double> age; // of the newest picture, seconds
 };
 
-// What a camera's pictures cost, and how its phone fared.
+// Measures what a camera's pictures cost, and how long its phone had to wait.
 struct CameraMeters {
     Histogram decode; // processor time of the receiving thread for one picture: reading and decoding it
     Histogram encode; // of one picture for browsers

@@ -22,8 +22,8 @@ FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
 }
 
 HRESULT FeedTable::OnCamAdded(BSTR bstrName) {
-    // It makes this call and so lives through it. A reference would be given back under the server's lock,
-    // while the lock that guards the server's references goes before that one.
+    // The source makes this call and so lives through it. A reference would be given back under the server's
+    // lock, while the lock that guards the server's references goes before that one.
     IVideoSource* source = nullptr;
     {
         const std::lock_guard guard(m_mutex);

@@ -1,4 +1,4 @@
-// What is measured of a camera: how long something takes, counted into ranges, and pictures a second.
+// Measures of a camera: how long something takes, counted into ranges, and pictures a second.
 #pragma once
 
 #include <array>
@@ -26,7 +26,7 @@ public:
         m_counts[range].fetch_add(1, std::memory_order_relaxed);
         m_nanoseconds.fetch_add(static_cast<std::uint64_t>(time.count()), std::memory_order_relaxed);
     }
-    // Of one range, not of all below it as well.
+    // Counts one range, without those below it.
     [[nodiscard]] std::uint64_t Count(std::size_t range) const noexcept {
         return m_counts[range].load(std::memory_order_relaxed);
     }

@@ -1,4 +1,4 @@
-// An answer, and writing it.
+// Answers to requests, and writing them.
 #pragma once
 
 #include <map>
@@ -9,7 +9,7 @@
 
 namespace host {
 
-// What a refusal is told in.
+// The form of a refusal.
 enum class Form {
     Text, // a line
     Json, // {"text":...,"problems":[]}
@@ -22,7 +22,7 @@ struct Answer {
     std::map<std::string, std::string> headers; // beyond those that every answer has
 
     static Answer Text(unsigned status, std::string_view line);
-    // Nothing of it is kept by caches.
+    // Caches keep nothing of it.
     static Answer Json(unsigned status, const nlohmann::ordered_json& json);
     static Answer Refusal(Form form, unsigned status, std::string_view line);
 };

@@ -1,4 +1,4 @@
-// A request as Boost.Beast read it, for what hands it on to that library.
+// A request in Boost.Beast's own form, for code that hands it back to that library.
 #pragma once
 
 #include <boost/beast/http/empty_body.hpp>

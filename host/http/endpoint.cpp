@@ -57,7 +57,8 @@ struct FreeAddresses {
     void operator()(ifaddrs* list) const noexcept { ::freeifaddrs(list); }
 };
 
-// Of every interface that is up and not the loopback: IPv4 before IPv6, in the system's order.
+// Lists the addresses of every interface that is up and not the loopback: IPv4 before IPv6, in the system's
+// order.
 std::vector<std::string> OwnAddresses() {
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0)

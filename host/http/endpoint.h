@@ -37,15 +37,15 @@ Listener Listen(const Endpoint& endpoint);
 // From other machines: an address of this machine's in place of "all of them". Empty where none reaches it.
 [[nodiscard]] std::string AuthorityForOthers(const Endpoint& endpoint);
 
-// What phones are told: that, and an address that only this machine has where others do not reach it.
+// For phones: the same; where others do not reach the server, an address that only this machine has.
 [[nodiscard]] std::string AuthorityForPhones(const Endpoint& endpoint);
 
-// What a person opens: the address itself, or where that is "all of them", the loopback and behind it a few of
-// this machine's, for others. At least one.
+// For a person at a browser: the address itself, or where that is "all of them", the loopback and behind it a
+// few of this machine's, for others. At least one.
 [[nodiscard]] std::vector<std::string> AuthoritiesToOpen(const Endpoint& endpoint);
 
-// Whether what phones are told ("HOST" or "HOST:PORT", 80 being the usual one) is seen to lead there. A name
-// may, and so may the address of a router, but that is not seen.
+// Whether an authority ("HOST" or "HOST:PORT", 80 being the usual one) is an address of this server. A name
+// or a router's address may lead here as well; that cannot be seen from here, and counts as false.
 [[nodiscard]] bool LeadsTo(std::string_view authority, const Endpoint& endpoint);
 
 // --- Connections ---

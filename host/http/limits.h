@@ -42,7 +42,7 @@ inline constexpr unsigned kMaxRequestsPerConnection = 1000;
 inline constexpr std::size_t kMaxPageMessageBytes = 16 * 1024;
 // Kernel buffer towards a watcher: small, so that what waits in it is a fraction of a second.
 inline constexpr int kWatcherSendBuffer = 64 * 1024;
-// The same towards a viewing phone, whose pictures have some kilobytes.
+// Kernel buffer towards a viewing phone, whose pictures have some kilobytes.
 inline constexpr int kViewerSendBuffer = 16 * 1024;
 inline constexpr int kListenBacklog = 512;
 

@@ -64,8 +64,8 @@ bool IsSameOrigin(std::string_view origin, std::string_view host);
 // Without a line everything is welcome. Parts that make no sense are passed over.
 double QualityOf(std::string_view accept, std::string_view type) noexcept;
 
-// Whether a page goes out as HTML. Browsers ask for it by name; who takes anything (curl, a phone's midlet)
-// gets the XML that the page is.
+// Whether a page goes out as HTML. Browsers ask for it by name; a client that takes anything (curl, a phone's
+// midlet) gets the page's own XML.
 bool PrefersHtml(std::string_view accept) noexcept;
 
 // The language among those (codes of two letters) that a client wants most, from the value of its
@@ -79,9 +79,9 @@ struct Credentials {
     std::string login; // UTF-8, like the password
     std::string password;
 };
-// Of the value of an Authorization field; nothing when it is no HTTP Basic.
+// Reads the value of an Authorization field; nothing when it is no HTTP Basic.
 std::optional<Credentials> ParseBasic(std::string_view authorization);
-// The other way round.
+// Writes the value of an Authorization field.
 std::string BasicAuthorization(const Credentials& credentials);
 
 } // namespace host

@@ -43,7 +43,7 @@ double WeightOf(std::string_view text) noexcept {
     return std::min(weight, 1.0);
 }
 
-// Of the parameters behind a range: its weight, 1 without one.
+// Takes the weight from the parameters behind a range; 1 without one.
 double TakeWeight(std::string_view parameters) noexcept {
     double weight = 1;
     while (!parameters.empty()) {

@@ -1,5 +1,5 @@
-// The bytes on a connection: taking a request's without one that is not the server's, sending an answer's,
-// and whether they have arrived. Sockets are non-blocking ones.
+// Takes a request's bytes off a connection and no others, sends an answer's, and tells whether they have
+// arrived. Sockets are non-blocking ones.
 //
 // What follows the head of an upload belongs to the component, so the head is looked at with MSG_PEEK until
 // its blank line is there, and only then are exactly its bytes taken off the socket.

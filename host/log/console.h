@@ -14,9 +14,9 @@ using platform::Printable;
 // One whole line at a time, from any thread.
 class Console {
 public:
-    // What the person who started the host came for: standard output.
+    // Writes to standard output: what the person who started the host wants to know.
     void Say(std::string_view line);
-    // A log line on standard error: local time, channel and text, or as the journal reads it.
+    // Writes a log line to standard error: local time, channel and text, or as the journal reads it.
     void Log(std::string_view channel, std::string_view text);
 
     static Console& Get();

@@ -318,7 +318,7 @@ private:
 
     // For the first camera without a phone: in the demo the one that no simulated phone takes.
     void SayLink() {
-        // Who has the address has the camera, and what a quiet host says goes into the system's log.
+        // Whoever knows the address can be the camera, and a quiet host's lines go into the system's log.
         if (m_options.verbosity == Verbosity::Quiet)
             return;
         std::string camera;
@@ -364,7 +364,7 @@ private:
         }
     }
 
-    // What was sent in time is to be counted: the receive loops read a closed connection to its end.
+    // Waits for the pictures that were sent in time: the receive loops read a closed connection to its end.
     void AwaitPictures(const std::vector<DemoPhoneResult>& results) {
         const auto deadline = Clock::now() + kArriveWithin;
         const auto arrived = [this](const DemoPhoneResult& result) {

@@ -27,8 +27,8 @@ std::string ErrorText() {
     return std::generic_category().message(errno);
 }
 
-// Who may write into the folder can give the host users and settings of their own. Throws StartError for a
-// folder that grants that to others and is not ours to take it back, or that is meant for all, like /tmp.
+// Takes the right to write from group and others: they could give the host users and settings of their own.
+// Throws StartError for a folder that is not ours to change, or that is meant for all, like /tmp.
 void KeepOthersFromWriting(const std::string& path) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0)
@@ -59,7 +59,8 @@ bool KeepOthersFromReading(const std::string& path) {
     return content && SUCCEEDED(platform::ReplaceFile(path, *content, 0600));
 }
 
-// A line of "cameras". Throws StartError for what is none; `names` are those of the lines before.
+// Reads a line of "cameras". Throws StartError for one that is no camera; `names` are those of the lines
+// before.
 CameraEntry ReadCamera(const TextLine& line, std::set<std::string>& names) {
     if (line.fields.size() != 3)
         throw StartError("a camera has three fields: name, type, password");

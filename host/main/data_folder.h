@@ -12,9 +12,9 @@ namespace host {
 
 class DataFolder {
 public:
-    // Makes the folder if it is missing. What group and others may write in a folder of ours they may not any more, and
-    // that is said. Throws StartError when it cannot be made or written to, and for somebody else's folder that others
-    // may write to.
+    // Makes the folder if it is missing. What group and others may write in a folder of ours they may not any
+    // more, and that is said. Throws StartError when it cannot be made or written to, and for somebody else's
+    // folder that others may write to.
     explicit DataFolder(std::string path);
 
     // For the life of a host: two of them on one folder would overwrite each other. Throws StartError.
@@ -26,12 +26,12 @@ public:
     // Reads "users". When there is no administrator, makes one and writes its password to "admin-password";
     // the result then says so in `*adminMade`.
     UserStore OpenUsers(bool* adminMade);
-    // Reads "cameras"; empty without the file. A line that is no camera is left out, and said. Throws StartError when the
-    // file cannot be read.
+    // Reads "cameras"; empty without the file. A line that is no camera is left out, and said. Throws
+    // StartError when the file cannot be read.
     [[nodiscard]] std::vector<CameraEntry> ReadCameras() const;
     // Gives that file another name once its cameras are stored, so that one which is removed later stays
-    // away. Returns the new path; empty without the file. Nobody but its owner can read it from then on, and an older
-    // one that others could read is taken from them, which is said.
+    // away. Returns the new path; empty without the file. Nobody but its owner can read it from then on, and
+    // an older one that others could read is taken from them, which is said.
     [[nodiscard]] std::string KeepCameras() const;
     // Once the password is another one.
     void ForgetAdminPassword() const;

@@ -120,7 +120,8 @@ void DemoPhones::Start(Phone& phone) {
     phone.startAt = Clock::now() + kRestartAfter; // in case that it cannot be started
     std::vector<std::string> arguments{m_program};
     arguments.insert(arguments.end(), phone.arguments.begin(), phone.arguments.end());
-    arguments.insert(arguments.end(), {"--server", m_server, "--password", std::string(kDemoPassword), "--no-reconnect"});
+    arguments.insert(arguments.end(),
+                     {"--server", m_server, "--password", std::string(kDemoPassword), "--no-reconnect"});
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         return;

@@ -44,7 +44,7 @@ pictures were lost. 2: arguments that make no sense.
 
 namespace {
 
-// What is to be done in place of serving, each with its one value.
+// The commands that take the place of serving, each with its one value.
 struct CommandOption {
     std::string_view name;
     Command command;

@@ -1,4 +1,4 @@
-// Users from the command line.
+// Adds users from the command line.
 #include "host/main/options.h"
 
 #include <unistd.h>
@@ -19,7 +19,7 @@ namespace {
 constexpr std::string_view kFirstAdmin = "admin";
 
 User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
-    // Who is there may get a new password, whatever the login.
+    // A user who is there may get a new password, whatever the login looks like.
     std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);
     if (wrong.empty())
         wrong = CheckPassword(password, kind);
@@ -40,7 +40,7 @@ std::string_view KindText(UserKind kind) {
     return "a phone";
 }
 
-// What a person at the terminal types twice, or a program gives once.
+// Reads a password: a person at the terminal types it twice, a program gives it once.
 std::string AskPassword(const std::string& login) {
     const auto ask = [](const std::string& prompt) {
         auto line = platform::ReadSecretLine(prompt);

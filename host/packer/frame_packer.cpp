@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::uint8_t kNeutralChroma = 128;
 
-// Of a side of `whole` samples; `start` and `size` in thousandths. At least two samples where there are two.
+// Cuts a stretch out of a side of `whole` samples; `start` and `size` are thousandths. At least two samples
+// where there are two.
 std::pair<int, int> CropSide(int start, int size, int whole) noexcept {
     const std::int64_t begin = std::int64_t{start} * whole / 1000;
     const std::int64_t end = (std::int64_t{start + size} * whole + 999) / 1000;

@@ -14,7 +14,7 @@
 
 namespace host {
 
-// What the packers of a host have done, for its figures.
+// Counts what the packers of a host have done.
 struct PackerCounters {
     std::atomic<std::uint64_t> open{0}; // packers at work now
     std::atomic<std::uint64_t> frames{0};
@@ -71,7 +71,7 @@ private:
     PackerCounters& m_counters;
     std::uint32_t m_sequence = 0;
 
-    // What the tables below are made for.
+    // The tables below are made for this source.
     SourcePlanes::Form m_form = SourcePlanes::Form::Grey;
     int m_sourceWidth = -1;
     int m_sourceHeight = -1;

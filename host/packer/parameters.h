@@ -1,4 +1,4 @@
-// What a viewer may ask of the packer.
+// The parameters of a viewer's request, which the packer heeds.
 //
 // The text is what stands behind a source's key in a phone's request: "width=176&height=144&fps=5&rotate",
 // pairs of a name and a number joined by "&", in any order. A number is a decimal one, digits with at most

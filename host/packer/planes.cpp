@@ -13,7 +13,7 @@ struct Stretch {
     double end = 0;
 };
 
-// What of the old samples a new one covers.
+// The stretch of old samples that a new one covers.
 Stretch StretchOf(int sample, int from, int to) {
     const double scale = static_cast<double>(from) / to;
     if (from >= to)
@@ -29,7 +29,7 @@ std::uint8_t Luma(int b, int g, int r) {
     return static_cast<std::uint8_t>((19595 * r + 38470 * g + 7471 * b + 32768) >> 16);
 }
 
-// Of sums over four pixels.
+// Converts sums over four pixels.
 std::uint8_t Chroma(int positive, int half, int rest, int weightHalf, int weightRest) {
     const int value = (32768 * positive - weightHalf * half - weightRest * rest) / 4 + (128 << 16) + 32768;
     return static_cast<std::uint8_t>(std::clamp(value >> 16, 0, 255));

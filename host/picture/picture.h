@@ -17,7 +17,7 @@ namespace host {
 // The processor time that this thread has used: unlike the clock it does not count what others took.
 std::chrono::nanoseconds ThreadTime() noexcept;
 
-// What a frame block's header says of its planes.
+// The planes of a frame block, as its header describes them.
 struct PlaneLayout {
     int width = 0;
     int height = 0;
@@ -61,7 +61,7 @@ public:
     Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, Encoded encoded = {})
         : m_sequence(sequence), m_content(std::move(content)), m_layout(layout),
           m_encoded(std::move(encoded)) {}
-    // One that came as JPEG, which then is what watchers get.
+    // A picture that came as JPEG; watchers get that file.
     Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
         : Picture(sequence, std::move(content), layout) {
         std::call_once(m_once, [&] { m_jpeg = std::move(jpeg); });
@@ -100,7 +100,7 @@ using PicturePtr = std::shared_ptr<const Picture>;
 // A grey picture with diagonal stripes: what a watcher sees while there is nothing to see. The sizes are
 // brought into 16 to 4096.
 PicturePtr MakePlaceholder(int width, int height);
-// The same as JPEG.
+// The placeholder as JPEG.
 std::string DrawPlaceholder(int width, int height);
 
 // Something that can be watched. Any thread, several at a time: all who watch a source share it.

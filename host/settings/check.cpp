@@ -128,7 +128,7 @@ private:
     std::set<std::u16string> m_names;
 };
 
-// What is stored of a document: each value under its place among the others, cameras by their names.
+// Lists what is stored of a document: each value under its place among the others, cameras by their names.
 struct Stored {
     std::string path;
     std::u16string value;

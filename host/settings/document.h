@@ -55,7 +55,7 @@ public:
     bool Put(const CameraEntry& camera);
     // Removes a camera that is still exactly this one. False when there is none.
     bool RemoveIfSame(const CameraEntry& camera);
-    // What phones are told as the server's address, "ADDR:PORT"; nothing without such an element.
+    // The server's address as phones are told it, "ADDR:PORT"; nothing without such an element.
     [[nodiscard]] std::optional<std::string> Host() const;
     void SetHost(std::string_view address);
 
@@ -72,27 +72,28 @@ private:
 // An item of `cams`; empty texts for what it does not have.
 CameraEntry ReadCamera(IConfigElement& item);
 
-// --- What is looked at before a document is handed over to the component, which takes of one what it can
-// read and leaves out the rest without a word ---
+// --- Checks before a document is handed over ---
+//
+// The component takes of a document what it can read, and leaves out the rest without a word.
 
-// What the component would not read as it stands there: another root, a list with another key, values without
-// their type or in pieces, elements that it does not know, names that are missing or stand there twice.
-// `served` is a document that the component gave: its elements, and its pattern of a new camera, are what
-// there is to know.
+// Finds what the component would not read as it stands there: another root, a list with another key, values
+// without their type or in pieces, elements that it does not know, names that are missing or stand there
+// twice. `served` is a document that the component gave: its elements, and its pattern of a new camera, are
+// what there is to know.
 std::vector<SettingsProblem> FindUnreadable(const SettingsDocument& document, const SettingsDocument& served);
 
-// Names and passwords that no phone could sign in with. `isTaken` tells which names cannot be signed in to.
-// A value that stands in `present` already is somebody's, and stays.
+// Finds names and passwords that no phone could sign in with. `isTaken` tells which names cannot be signed in
+// to. A value that stands in `present` already is somebody's, and stays.
 std::vector<SettingsProblem> FindUnusable(const SettingsDocument& document, const SettingsDocument* present,
                                           const std::function<bool(std::string_view)>& isTaken);
 
-// Where `taken`, which the component gave, differs from what it was given. A part that `given` does not have
-// stays as it was and is not looked at.
+// Finds where `taken`, which the component gave, differs from what it was given. A part that `given` does not
+// have stays as it was and is not looked at.
 std::vector<SettingsProblem> FindDifferences(const SettingsDocument& given, const SettingsDocument& taken);
 
 // --- Elements ---
 
-// What the expression selects, without what is no element.
+// Selects by the expression; nodes that are no elements are left out.
 std::vector<SettingsDocument::ElementPtr> SelectElements(IConfigElement& element, const char16_t* expression);
 // The first of them; null without one.
 SettingsDocument::ElementPtr ElementAt(IConfigElement& element, const char16_t* path);

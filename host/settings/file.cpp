@@ -72,8 +72,7 @@ std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const Sett
     std::error_code error;
     if (!std::filesystem::exists(file, error) || std::filesystem::file_size(file, error) == 0)
         return std::nullopt;
-    // What cannot be read is another thing than what makes no sense, and a start without it would end in its
-    // loss.
+    // A file that cannot be read is not damaged, and a start without it would end in its loss.
     const auto content = platform::ReadWholeFile(file);
     if (!content)
         throw StartError("the settings file " + file + " cannot be read: " + platform::DescribeLastError());

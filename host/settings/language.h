@@ -16,7 +16,7 @@ struct Language {
     std::string name; // "Русский"
 };
 
-// Those that the component in this process has texts in.
+// The languages that the component in this process has texts in.
 std::vector<Language> Languages();
 // Their codes, for a message: "en, es, ...".
 std::string LanguageCodes();

@@ -132,7 +132,7 @@ SettingsChange Settings::Write(std::string_view xml, std::string_view version) {
     std::ranges::move(FindUnusable(*document, &*present, isTaken), std::back_inserter(problems));
     if (!problems.empty())
         return {Unsound, S_OK, false, std::move(problems), {}};
-    // What a document does not say stays as it is.
+    // A part that the document does not have stays as it is.
     const std::string stands = present->Host().value_or("");
     const std::string said = document->Host().value_or(stands);
     const bool another = !said.empty() && said != stands;

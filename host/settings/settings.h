@@ -1,4 +1,4 @@
-// The settings of the component, for all of the host who read or change them.
+// Reads and changes the settings of the component.
 #pragma once
 
 #include <atomic>
@@ -77,7 +77,7 @@ private:
     std::optional<std::u16string> Get();
     // Hands a document over. The answer, which is the settings as they are then, comes in `now`.
     HRESULT Hand(const SettingsDocument& document, std::u16string* now);
-    // The same, and whatever comes of it: all of the document is in force, or all of the former one.
+    // Hands a document over so that, whatever comes of it, all of it is in force or all of the former one.
     SettingsChange Set(const SettingsDocument& document, const SettingsDocument& former);
     // The settings as they are then; nothing when the component gives none.
     std::optional<SettingsDocument> PutBack(const SettingsDocument& former);

@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-// What answers at an address; the functions stand below the table.
+// The functions that answer at the addresses; they stand below the table.
 using Page = void(const Site& site, Visit& visit);
 Page LivePage, Tiles, MotionJpeg, Snapshot, ViewPage, ViewStream, TinyPage, File, Nothing;
 Page Health, Metrics, Alive, Ready;

@@ -134,7 +134,7 @@ private:
             Refuse(Refusal::HeadTimeout, 408, "The request did not come in time.");
     }
 
-    // What came is no request: the connection ends behind the answer.
+    // Refuses what is no request; the connection ends behind the answer.
     void Refuse(Refusal reason, unsigned status, std::string_view line) {
         m_site.counters.Refuse(reason);
         Visit(m_socket, m_arrival, Request{}, m_site.limits, m_site.stop)
@@ -176,7 +176,7 @@ bool Visit::SendUntilArrived(const Answer& answer) {
         Linger();
         return true;
     }
-    // What the system has not sent yet is thrown away, and the peer is told so.
+    // The system throws away what it has not sent yet, and resets the connection.
     const linger hard{1, 0};
     ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
     m_socket.Close();

@@ -15,9 +15,8 @@ namespace host {
 
 struct Site;
 
-// One request.
-//
-// Belongs to the thread of the connection. The socket is a non-blocking one.
+// A request, and the ways to answer it. Belongs to the thread of the connection. The socket is a non-blocking
+// one.
 class Visit {
 public:
     Visit(Descriptor& socket, Arrival& arrival, Request made, const Limits& limits, const Wakeup& stop)
@@ -37,9 +36,10 @@ public:
     //
     // The connection goes on behind the answer if both sides want that.
     void Send(const Answer& answer);
-    // It ends behind the answer.
+    // The connection ends behind the answer.
     void SendLast(const Answer& answer);
-    // The same. Whether the answer has arrived; if not, nothing of it does later.
+    // The connection ends behind the answer. Tells whether that has arrived; if not, nothing of it does
+    // later.
     [[nodiscard]] bool SendUntilArrived(const Answer& answer);
     // The socket, from which nothing behind the head has been read; the connection is somebody else's then.
     [[nodiscard]] Descriptor Take();

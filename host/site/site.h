@@ -1,4 +1,4 @@
-// Everything that answers at this server's addresses, put together once.
+// Puts together everything that answers at this server's addresses.
 #pragma once
 
 #include <memory>
@@ -16,7 +16,7 @@
 
 namespace host {
 
-// What a site is made of. All of it outlives the site; no page sees more of it than it is handed.
+// The parts of a site. All of them outlive it; a page sees those alone that it is handed.
 struct SiteParts {
     FeedTable& feeds;
     SourceTable& sources;
@@ -53,7 +53,7 @@ struct Site {
     const Limits limits;
     const Wakeup& stop;
     Counters& counters;
-    // What a page of this host sends with each change, and a page of somebody else's cannot know.
+    // A page of this host sends it with each change; a page of another site cannot know it.
     const std::string pageToken;
 
     const Access access;

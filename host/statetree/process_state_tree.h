@@ -1,5 +1,5 @@
-// The process state tree: see src/interfaces/IProcessStateTree.h for what its operations promise. And what a
-// host itself does with it.
+// The process state tree: see src/interfaces/IProcessStateTree.h for what its operations promise. A host
+// itself uses FindStateNode and CurrentRequest.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Who sends this request?
+// Finds out who sends a request.
 #pragma once
 
 #include <map>
@@ -43,11 +43,11 @@ public:
 
     // May wait for the address's turn; the stop signal ends that.
     SignIn Check(std::string_view authorization, const PeerAddress& peer);
-    // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
-    // without waiting and without counting a wrong one. For GetRequestAuth, which the component calls for a
-    // request that was let in before.
+    // Tells who sent the request of that head, when the credentials in it are right; does not wait for a turn
+    // and does not count a wrong one. For GetRequestAuth, which the component calls for a request that was
+    // let in before.
     std::optional<RequestIdentity> Identify(std::string_view head);
-    // A wrong password that somebody else noticed: the one of a phone's authentication record.
+    // Counts a wrong password that was noticed elsewhere: in a phone's authentication record.
     void ReportWrong(const PeerAddress& peer);
 
     // The opaque block that stands for a user in the component's hands: 16 random bytes, the same for every
@@ -58,7 +58,7 @@ public:
 
     [[nodiscard]] bool HasDemoUsers() const;
     void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
-    // What a phone signs in with as this camera; nothing where no phone can.
+    // The password of a phone that is this camera; nothing where no phone can be.
     [[nodiscard]] std::optional<std::string> CameraPassword(std::string_view camera) const;
     // Whether a camera of this name could not be signed in to.
     [[nodiscard]] bool IsTaken(std::string_view login) const;

@@ -1,4 +1,4 @@
-// Passwords at rest.
+// Hashes passwords for the file, checks them, and makes random ones.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Slowing down an address that sends wrong passwords.
+// Slows down an address that sends wrong passwords.
 //
 // The first wrong ones are free; after that each check of a password from that address waits its turn, and
 // the turns lie further apart with every wrong one. A sender whose turn would come too late is turned away at

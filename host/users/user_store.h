@@ -22,7 +22,7 @@ enum class UserKind {
 std::string_view KindName(UserKind kind) noexcept;
 std::optional<UserKind> KindFromName(std::string_view name) noexcept;
 
-// What an address of the server can ask of a user.
+// The rights that addresses of the server ask for.
 enum class Right {
     Watch,     // in a browser
     View,      // on a phone
@@ -42,7 +42,7 @@ inline constexpr std::size_t kMaxLoginBytes = 64;
 // A phone's record has 64 bytes for the password and its end.
 inline constexpr std::size_t kMaxPhonePasswordBytes = 63;
 
-// What a login and a password may be where they are set: they travel in HTTP Basic, in paths, and in the
+// Check a login and a password where they are set: they travel in HTTP Basic, in paths, and in the
 // query that the component is asked for a midlet with, where nothing escapes them. The result says what is
 // wrong; empty when nothing is.
 std::string CheckLogin(std::string_view login);

@@ -81,7 +81,8 @@ TEST(PhoneProgram, SendsItsPicturesUntilASignalAndReportsThem) {
 TEST(PhoneProgram, ComesBackUntilItIsRefused) {
     for (const bool again : {true, false}) {
         ScriptedServer server;
-        Program program(Upload(server, again ? "gate --password -" : "gate --password - --no-reconnect"), "secret\n");
+        Program program(Upload(server, again ? "gate --password -" : "gate --password - --no-reconnect"),
+                        "secret\n");
         std::string bodies[2];
         for (int i = 0; i < (again ? 2 : 1); ++i) {
             server.AcceptPhone();
@@ -99,11 +100,11 @@ TEST(PhoneProgram, ComesBackUntilItIsRefused) {
         EXPECT_NE(bodies[0], bodies[1]);
         EXPECT_EQ(program.Wait(), 1);
         const std::string lost = "morrowstream-phone: the server closed the connection";
-        EXPECT_EQ(program.output,
-                  again ? lost + "; connecting again\n" + lost + "; connecting again in 1 s\n" +
-                              "morrowstream-phone: denied: wrong password\n"
-                              "sent 2 frames, 2 grants, 2 connections lost\n"
-                        : lost + "\nsent 1 frames, 1 grants\n");
+        EXPECT_EQ(program.output, again
+                                      ? lost + "; connecting again\n" + lost + "; connecting again in 1 s\n" +
+                                            "morrowstream-phone: denied: wrong password\n"
+                                            "sent 2 frames, 2 grants, 2 connections lost\n"
+                                      : lost + "\nsent 1 frames, 1 grants\n");
     }
 }
 

@@ -77,7 +77,7 @@ Answer LinkPages::Make(const Request& request) const {
 }
 
 Answer LinkPages::Revoke(std::string_view token) const {
-    // One that was used or is too old is as good as revoked, so whoever tidies up need not know.
+    // A link that was used or is too old is as good as revoked, and needs no answer of its own.
     (void)m_links->Revoke(token);
     return Unstored(Answer::Text(200, "The link is no longer good."));
 }

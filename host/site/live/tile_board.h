@@ -1,4 +1,4 @@
-// Which picture goes to a page next.
+// Chooses the picture that goes to a page next.
 //
 // One picture of each camera is in flight at a time: the next goes out when the page has drawn and
 // acknowledged the last, and it is then the newest, so what a slow page or a slow line cannot take is skipped

@@ -94,7 +94,7 @@ private:
     TimerPtr m_heartbeat;
     TileBoard m_board;
     bool m_statePending = false;
-    // What is being written.
+    // The message that is being written.
     std::string m_state;
     TileBoard::Outgoing m_outgoing;
     std::array<unsigned char, kPictureHeaderBytes> m_header{};

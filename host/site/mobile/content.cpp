@@ -22,14 +22,14 @@ constexpr std::string_view kPagePolicy =
     "default-src 'self'; style-src 'self' 'unsafe-inline'; object-src 'none'; "
     "base-uri 'none'; form-action 'self'; frame-ancestors 'self'";
 
-// What came of a call of a handler.
+// The result of a handler's call.
 struct Reply {
     HRESULT result = S_OK;
     std::string body;
     std::string type;
 };
 
-// Of the head that a handler gives: the value of its last content-type line.
+// Reads the last content-type line of the head that a handler gives.
 std::string LastContentType(std::string_view head) {
     constexpr std::string_view kName = "content-type:";
     std::string_view type;

@@ -1,4 +1,4 @@
-// What phones ask for, with the component's answers.
+// Answers phones with what the component gives.
 #pragma once
 
 #include <optional>
@@ -47,7 +47,7 @@ struct MobilePages {
     [[nodiscard]] Answer SourceList(const Request& request) const;
 };
 
-// --- What the component does not make itself ---
+// --- Made here of what the component gives ---
 
 // The text of a .jad (MIDP 2.0, "MIDlet Suite Packaging") for an archive that will come from `url`: what the
 // archive's manifest says of the suite, word for word, since a phone compares the two, and the archive's

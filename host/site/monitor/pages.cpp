@@ -153,7 +153,7 @@ void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<co
     const Counters& counters = monitor.counters;
     metrics.Family("sessions_total", "counter", "Sessions that have begun, by kind.");
     metrics.ByWord("kind", kSessionNames, counters.sessions);
-    // What the component holds is told by its traces in the host: connected cameras, and packers at work.
+    // The component's own sessions show in the host as connected cameras and packers at work.
     const auto connected = static_cast<std::uint64_t>(
         std::ranges::count_if(cameras, [](const Camera& camera) { return camera.figures.connected; }));
     const std::uint64_t packers = monitor.packers.open;

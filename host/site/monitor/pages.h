@@ -1,4 +1,4 @@
-// What monitors and supervisors ask.
+// Answers monitors and supervisors.
 #pragma once
 
 #include <string>

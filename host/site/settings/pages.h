@@ -1,6 +1,6 @@
-// What the settings page asks for.
+// Answers the settings page.
 //
-// What goes wrong is told in JSON: {"text":...,"problems":[{"path":...,"key":...,"text":...}]}.
+// Refusals are JSON: {"text":...,"problems":[{"path":...,"key":...,"text":...}]}.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@
 namespace host {
 namespace {
 
-// What the pages say, in every language of the server. English is the first.
+// The texts of the pages in every language of the server. English is the first.
 struct TinyTexts {
     std::string_view language; // its code
     std::string_view title;
@@ -46,7 +46,7 @@ constexpr auto kLanguages = [] {
     return codes;
 }();
 
-// Those of the language that the browser asks for, else the server's, else English.
+// Chooses the texts: in the language that the browser asks for, else the server's, else English.
 const TinyTexts& TextsFor(const Request& request, std::string_view language) noexcept {
     const auto code = PreferredLanguage(request.Field("Accept-Language"), kLanguages, language);
     const auto found = std::ranges::find(kTexts, code, &TinyTexts::language);
@@ -60,7 +60,7 @@ constexpr std::array kWidths{96, 128, 176, 240, 320};
 constexpr int kUsualWidth = 176;
 constexpr int kQuality = 50;
 
-// What the query chooses of these, else the usual one.
+// Gives the choice that the query names, else the usual one.
 int Choice(std::string_view query, std::string_view name, std::span<const int> choices, int usual) {
     const std::string_view text = QueryParameter(query, name);
     const auto chosen = std::ranges::find(choices, text, [](int choice) { return std::to_string(choice); });

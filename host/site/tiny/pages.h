@@ -1,4 +1,4 @@
-// Pages for what has no script: old phones, readers, watches.
+// Pages for browsers without script: old phones, readers, watches.
 //
 //   /tiny                       what can be watched
 //   /tiny/KEY?every=N&width=W   one source: a picture that comes anew every N seconds

@@ -123,7 +123,7 @@ private:
     bool m_placeholder = false;
     bool m_statePending = false;
     bool m_gone = false;
-    // What is being written.
+    // The message that is being written.
     FramePacker::Packed m_packed;
     std::string m_state;
 };
