@@ -185,9 +185,10 @@ class PackageTest(unittest.TestCase):
         password = content(machine.path(DATA + "/admin-password")).decode().strip()
         self.assertEqual(machine.get("/settings", "admin:" + password)[0], 200)
         self.assertEqual(os.stat(machine.path(DATA + "/cameras.stored")).st_mode & 0o777, 0o600)
-        # A running server knows a user at once.
+        # A running server looks at its users once a second.
         run("chroot", machine.root, "/usr/bin/morrowstream-host", "--data", DATA, "--add-user", "boss", "--kind", "admin",
             input="watch them\n")
+        time.sleep(1.1)
         self.assertEqual(machine.get("/settings", "boss:watch them")[0], 200)
         self.upload_and_look()
         self.assertIn("yard", json.dumps(json.loads(machine.get("/health", "guard:watchful")[1])))
