@@ -14,20 +14,29 @@ constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmn
 
 } // namespace
 
+// All of them are single UTF-16 code units.
+bool IsControl(char32_t c) noexcept {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x061C || c == 0x200E || c == 0x200F ||
+           (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+bool HasControl(std::string_view text) {
+    return std::ranges::any_of(FromUtf8(text), [](char16_t c) { return IsControl(c); });
+}
+
 std::string Printable(std::string_view text) {
-    // Through wide text, which replaces what is no UTF-8.
-    std::string result;
-    for (const char c : ToUtf8(FromUtf8(text))) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 32 && byte != 127) {
+    std::u16string result;
+    for (const char16_t c : FromUtf8(text)) {
+        if (!IsControl(c)) {
             result += c;
             continue;
         }
         std::array<char, 8> escape{};
-        std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte));
-        result += escape.data();
+        std::snprintf(escape.data(), escape.size(), c < 0x100 ? "\\x%02x" : "\\u%04x",
+                      static_cast<unsigned>(c));
+        result += FromUtf8(escape.data());
     }
-    return result;
+    return ToUtf8(result);
 }
 
 std::string Base64(std::string_view bytes) {

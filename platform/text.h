@@ -125,8 +125,12 @@ inline std::u16string FromUtf8(std::string_view bytes) {
     return ToWide(bytes, kCodePageUtf8);
 }
 
-// Control characters and bytes that are no UTF-8 made visible: names in a line come from outside, and a
-// terminal obeys what it is sent.
+// Control characters of Unicode, C0 and C1, and those that turn the direction of what stands around them or
+// end a line: a terminal obeys what it is sent, and a name must not rearrange the line that it stands in.
+MORROW_PLATFORM_API bool IsControl(char32_t character) noexcept;
+// UTF-8; what is none has no such character.
+MORROW_PLATFORM_API bool HasControl(std::string_view text);
+// These characters made visible, and bytes that are no UTF-8 replaced.
 MORROW_PLATFORM_API std::string Printable(std::string_view text);
 
 // The standard alphabet of RFC 4648, section 4, with padding and without line breaks. Reading gives nothing

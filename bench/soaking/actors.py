@@ -345,6 +345,136 @@ class Sloth(Actor):
                 peer.close()
 
 
+def record(password):
+    block = bytearray(feeder.RECORD_BYTES)
+    block[feeder.PASSWORD_OFFSET : feeder.PASSWORD_OFFSET + len(password)] = password.encode()
+    return bytes(block)
+
+
+def head(start, login, password, more=""):
+    lines = "".join(f"{name}: {value}\r\n" for name, value in sign_in(login, password).items())
+    return f"{start} HTTP/1.1\r\nHost: localhost\r\n{lines}{more}\r\n".encode()
+
+
+def first_bytes(port, address, sent, count=12):
+    """What the host says first, empty when it just closes."""
+    with connect(port, address, 30) as peer:
+        try:
+            peer.sendall(sent)
+            return peer.recv(count)
+        except ConnectionError:
+            return b""
+
+
+class Guesser(Actor):
+    """Guesses passwords, twenty at a time: of the administrator, of anybody, and of cameras by their records."""
+
+    pause = 1.0
+    address = "127.0.0.5"
+
+    def guess(self, answers):
+        number = random.randrange(10**9)
+        kind = random.randrange(3)
+        if kind == 2:
+            sent = head("POST /mobile/video/mortal", "hall", PASSWORD) + record(f"guess{number}")
+        else:
+            sent = head("GET /settings", "admin" if kind else f"user{number}", f"guess{number}")
+        try:
+            answers.append(first_bytes(self.port, self.address, sent))
+        except OSError:
+            answers.append(b"")  # out of patience, or of places
+
+    def turn(self):
+        answers = []
+        crowd = [threading.Thread(target=self.guess, args=(answers,)) for _ in range(20)]
+        for thread in crowd:
+            thread.start()
+        for thread in crowd:
+            thread.join()
+        looked_at = sum(answer == b"\1" or b" 401" in answer for answer in answers)
+        self.soak.seen["guesses"] += len(answers)
+        self.soak.seen["guesses looked at"] += looked_at
+        assert not any(answer == b"\0" or b" 200" in answer for answer in answers), answers
+
+
+class Usurper(Actor):
+    """A camera's phone, and a phone with a user of its own, that would be another camera."""
+
+    address = "127.0.0.6"
+
+    def turn(self):
+        victim = random.choice(self.soak.healthy)
+        answer = first_bytes(self.port, self.address, head(f"POST /mobile/video/{victim}", "flaky", PASSWORD) + record(PASSWORD))
+        assert answer.startswith(b"HTTP/1.1 403"), f"another camera's sign-in gets {answer!r}"
+        answer = first_bytes(self.port, self.address, head(f"POST /mobile/video/{victim}", "hall", PASSWORD) + record("guess"))
+        assert answer == b"\1" or answer.startswith(b"HTTP/1.1 429"), f"a wrong record gets {answer!r}"
+
+
+class Rubbisher(Actor):
+    """A camera that sends nothing, and then something that is no picture, as fast as it can."""
+
+    pause = 0.2
+    address = "127.0.0.7"
+
+    def turn(self):
+        with connect(self.port, self.address, 30) as phone:
+            phone.sendall(head("POST /mobile/video/rubbish", "rubbish", PASSWORD) + record(PASSWORD))
+            answer = phone.recv(1)
+            assert answer == b"\0", f"the phone was refused: {answer!r}"
+            body = random.choice([b"", b"\xff\xd8\xff\xd9", random.randbytes(200)])
+            sent = struct.pack("<H", 0) + (struct.pack("<BH", 4, len(body)) + body) * 5000
+            try:
+                phone.sendall(sent)
+                while phone.recv(4096):
+                    pass
+                self.soak.seen["rubbish ended"] += 1
+            except ConnectionError:
+                self.soak.seen["rubbish ended"] += 1
+            except TimeoutError:
+                raise AssertionError("5,000 pictures that are none were put up with") from None
+
+
+class Glutton(Actor):
+    """One login that watches as often as it can, and as large as it can, for a picture now and then."""
+
+    pause = 5.0
+    address = "127.0.0.8"
+
+    def turn(self):
+        peers = []
+        try:
+            sent = head("GET /mobile/video/clock?width=1920&height=1920&fps=0.5", "glutton", PASSWORD)
+            answers = []
+            for _ in range(40):
+                peers.append(connect(self.port, self.address, 30))
+                peers[-1].sendall(sent)
+                answers.append(peers[-1].recv(12))
+            served = sum(answer.startswith(b"HTTP/1.0 200") for answer in answers)
+            assert served <= 32 and served + sum(b" 429" in answer for answer in answers) == 40, answers
+            self.soak.seen["viewers turned away"] += 40 - served
+            self.stopped.wait(8)
+        finally:
+            for peer in peers:
+                peer.close()
+
+
+class Smuggler(Actor):
+    """Hides a second request behind a body that nobody can read."""
+
+    address = "127.0.0.9"
+
+    def turn(self):
+        with connect(self.port, self.address, 10) as peer:
+            peer.sendall(head("GET /healthz", "guard", PASSWORD, "Transfer-Encoding: gzip\r\n") + head("GET /health", "guard", PASSWORD))
+            answer = b""
+            try:
+                while part := peer.recv(4096):
+                    answer += part
+            except ConnectionError:
+                pass
+            assert answer.count(b"HTTP/1.1 ") == 1 and answer.startswith(b"HTTP/1.1 501"), answer
+
+
 class Auditor(Actor):
     """Reads the settings file all the time, as a backup would: it is whole at each look, in a fault as well."""
 

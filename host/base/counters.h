@@ -21,24 +21,16 @@ enum class Refusal {
     Throttled,
     Forbidden,
     ForeignHost,
+    TooManyStreams,
     UploadDenied,
     ViewDenied,
     Count
 };
 
 inline constexpr std::array<std::string_view, static_cast<std::size_t>(Refusal::Count)> kRefusalNames{
-    "too_many_connections",
-    "too_many_from_address",
-    "no_thread",
-    "head_timeout",
-    "head_invalid",
-    "record_timeout",
-    "unauthorized",
-    "throttled",
-    "forbidden",
-    "foreign_host",
-    "upload_denied",
-    "view_denied"};
+    "too_many_connections", "too_many_from_address", "no_thread",  "head_timeout", "head_invalid",
+    "record_timeout",       "unauthorized",          "throttled",  "forbidden",    "foreign_host",
+    "too_many_streams",     "upload_denied",         "view_denied"};
 
 // The kinds of connections that last.
 enum class SessionKind {

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 #include <typeinfo>
+#include <utility>
 
 #include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"
@@ -76,17 +77,20 @@ HRESULT SourceContent::GetContent(BSTR path, BSTR* body, BSTR* head) {
             return E_ACCESSDENIED;
         const std::u16string_view wanted = platform::ViewOf(path);
         if (wanted == kContentOriginal) {
-            m_last = m_source->Now();
-            if (!m_last)
+            const PicturePtr picture = m_source->Now();
+            if (!picture)
                 return E_ELEMENT_NOT_FOUND;
-            *body = m_source->IsJpeg() ? Bstr::FromBytes(JpegHeader(m_last->Layout())).Detach()
-                                       : Bstr::FromBytes(BytesOf(m_last->Block())).Detach();
+            // Kept until it is fetched: a viewer that sleeps for ten seconds must not keep every picture that
+            // others have long forgotten.
+            m_last = m_source->IsJpeg() ? picture : nullptr;
+            *body = m_last ? Bstr::FromBytes(JpegHeader(picture->Layout())).Detach()
+                           : Bstr::FromBytes(BytesOf(picture->Block())).Detach();
             return S_OK;
         }
         if (wanted != kContentJpeg)
             return E_INVALIDARG;
         // The picture whose size was told: the source may show another one by now.
-        const PicturePtr picture = m_last ? m_last : m_source->Now();
+        const PicturePtr picture = m_last ? std::exchange(m_last, nullptr) : m_source->Now();
         if (!picture)
             return E_ELEMENT_NOT_FOUND;
         const std::string& jpeg = picture->Jpeg();

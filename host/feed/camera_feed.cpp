@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "host/feed/phone_session.h"
+#include "host/log/console.h"
+
 namespace host {
 
 namespace {
@@ -24,12 +27,18 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     const HRESULT hr = frame != nullptr ? frame->GetFrameContent(&block, &size) : E_UNEXPECTED;
     FrameContent content(SUCCEEDED(hr) ? block : nullptr);
     PlaneLayout layout;
-    if (ReadLayout(content.get(), size, &layout)) {
+    const bool decoded = ReadLayout(content.get(), size, &layout);
+    if (decoded) {
         Take(std::move(content), layout);
         Account(work, began);
     } else {
         const std::lock_guard guard(m_mutex);
         ++m_failed;
+    }
+    if (PhoneSession* const session = PhoneSession::OfThread(); session && session->CountPicture(decoded)) {
+        Console::Get().Log("error", std::to_string(PhoneSession::kMostUndecodable) +
+                                        " pictures in a row could not be decoded: the upload is ended");
+        session->End();
     }
     t_lastFeed = m_id;
     t_workedUntil = ThreadTime();
@@ -68,12 +77,13 @@ void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began)
     }
 }
 
-void CameraFeed::SessionBegan(Clock::time_point asked) {
+std::string CameraFeed::SessionBegan(Clock::time_point asked, std::string address) {
     const std::lock_guard guard(m_mutex);
     if (m_newest && m_newest->Arrival() >= asked)
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - asked).count();
     else
         m_asked = asked;
+    return std::exchange(m_address, std::move(address));
 }
 
 PicturePtr CameraFeed::Newest() const {

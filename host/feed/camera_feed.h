@@ -59,8 +59,9 @@ public:
     [[nodiscard]] CameraFigures Figures() const;
     [[nodiscard]] const CameraMeters& Meters() const noexcept { return *m_meters; }
 
-    // A phone has been let in whose request came then. Its first picture may be here already.
-    void SessionBegan(Clock::time_point asked);
+    // A phone has been let in, from that address, whose request came then. Its first picture may be here
+    // already. Returns the address of the phone before it; empty for the first one.
+    std::string SessionBegan(Clock::time_point asked, std::string address);
 
     // FeedWatch calls these; a wake-up is signalled for each new picture while it is on the list.
     void AddWatcher(Wakeup& wakeup);
@@ -93,6 +94,7 @@ private:
     std::uint64_t m_failed = 0;
     RateMeter m_rate;
     std::optional<Clock::time_point> m_asked; // of a session that has had no picture yet
+    std::string m_address;                    // of the newest session's phone
     std::vector<Wakeup*> m_watchers;
 };
 using FeedPtr = platform::ComPtr<CameraFeed>;

@@ -14,6 +14,19 @@ namespace host {
 using platform::ComObject;
 using platform::ComPtr;
 
+namespace {
+
+// Nothing from a camera that does not tell.
+std::optional<bool> AskConnected(const ComPtr<ICam>& cam) {
+    const auto settings = cam.Query<ICamSettings>();
+    SVariant value;
+    if (!settings || settings->GetSetting(kCamSettingConnected, &value) != S_OK || value.vt != VT_BOOL)
+        return std::nullopt;
+    return value.boolVal != 0;
+}
+
+} // namespace
+
 FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
     Entry& entry = m_entries[name];
     if (!entry.feed)
@@ -131,6 +144,16 @@ std::vector<CameraFigures> FeedTable::Figures() const {
     return all;
 }
 
+bool FeedTable::IsReceiving(const std::string& name) const {
+    ComPtr<ICam> cam;
+    {
+        const std::lock_guard guard(m_mutex);
+        if (const auto found = m_entries.find(name); found != m_entries.end())
+            cam = found->second.cam;
+    }
+    return cam && AskConnected(cam).value_or(false);
+}
+
 void FeedTable::PollConnections() {
     std::vector<Entry> present;
     {
@@ -142,10 +165,8 @@ void FeedTable::PollConnections() {
     }
     bool changed = false;
     for (const Entry& entry : present) {
-        const auto settings = entry.cam.Query<ICamSettings>();
-        SVariant value;
-        if (settings && settings->GetSetting(kCamSettingConnected, &value) == S_OK && value.vt == VT_BOOL)
-            changed = entry.feed->SetConnected(value.boolVal != 0) || changed;
+        if (const auto connected = AskConnected(entry.cam))
+            changed = entry.feed->SetConnected(*connected) || changed;
     }
     if (changed) {
         const std::lock_guard guard(m_mutex);

@@ -53,6 +53,9 @@ public:
     [[nodiscard]] std::vector<FeedPtr> List() const;
     [[nodiscard]] std::vector<CameraFigures> Figures() const;
 
+    // Whether a phone is connected to a camera now, by the component's own word.
+    [[nodiscard]] bool IsReceiving(const std::string& name) const;
+
     // Asks every camera whether its phone is connected and tells the watchers of a change. Called a few times
     // a second by the host's ticker.
     void PollConnections();

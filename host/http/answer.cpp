@@ -1,7 +1,13 @@
 #include "host/http/answer.h"
 
+#include <array>
+#include <cstdio>
+#include <ctime>
+
 #include <boost/beast/http/status.hpp>
 #include <nlohmann/json.hpp>
+
+#include "platform/text.h"
 
 namespace host {
 namespace {
@@ -9,6 +15,8 @@ namespace {
 // The headers of every answer; those of its own come on top.
 std::map<std::string, std::string> CommonHeaders() {
     return {{"Server", "Morrowstream"},
+            {"Date", HttpDate()},
+            {"Cross-Origin-Resource-Policy", "same-origin"},
             {"X-Content-Type-Options", "nosniff"},
             {"Referrer-Policy", "no-referrer"},
             {"Content-Security-Policy", "default-src 'self'; img-src 'self' blob: data:; "
@@ -65,27 +73,42 @@ std::string JsonText(const nlohmann::ordered_json& json) {
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
+std::string HttpDate() {
+    static constexpr std::array<const char*, 7> kDays{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr std::array<const char*, 12> kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const std::time_t now = std::time(nullptr);
+    std::tm time{};
+    ::gmtime_r(&now, &time);
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%s, %02d %s %d %02d:%02d:%02d GMT",
+                  kDays[static_cast<std::size_t>(time.tm_wday)], time.tm_mday,
+                  kMonths[static_cast<std::size_t>(time.tm_mon)], time.tm_year + 1900, time.tm_hour,
+                  time.tm_min, time.tm_sec);
+    return text.data();
+}
+
 std::string EscapeHtml(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
+    std::u16string result;
+    for (const char16_t c : platform::FromUtf8(text)) {
         switch (c) {
-        case '&':
-            result += "&amp;";
+        case u'&':
+            result += u"&amp;";
             break;
-        case '<':
-            result += "&lt;";
+        case u'<':
+            result += u"&lt;";
             break;
-        case '>':
-            result += "&gt;";
+        case u'>':
+            result += u"&gt;";
             break;
-        case '"':
-            result += "&quot;";
+        case u'"':
+            result += u"&quot;";
             break;
         default:
-            result += static_cast<unsigned char>(c) < 32 || c == 127 ? ' ' : c;
+            result += platform::IsControl(c) ? u' ' : c;
         }
     }
-    return result;
+    return platform::ToUtf8(result);
 }
 
 } // namespace host

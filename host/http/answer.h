@@ -38,8 +38,11 @@ std::string Serialize(const Answer& answer, const AnswerOptions& options);
 // JSON as text. Bytes that are no UTF-8 become replacement characters.
 std::string JsonText(const nlohmann::ordered_json& json);
 
-// A text as it stands in an HTML page, also in an attribute between double quotes. Control characters, which
-// old browsers show as they like, become blanks.
+// Now, as the field Date has it (RFC 9110, 5.6.7): "Sun, 06 Nov 1994 08:49:37 GMT".
+std::string HttpDate();
+
+// A text as it stands in an HTML page, also in an attribute between double quotes. Control characters, and
+// those that turn the direction of what stands around them, become blanks.
 std::string EscapeHtml(std::string_view text);
 
 } // namespace host

@@ -7,10 +7,19 @@
 namespace host {
 
 struct Limits {
+    // What one login and one address may have at a time: pictures packed for viewing phones and pages, live
+    // streams of other kinds, and archives that are being built.
+    std::size_t maxViewersPerLogin = 32;
+    std::size_t maxViewersPerAddress = 300;
+    std::size_t maxStreamsPerLogin = 64;
+    std::size_t maxStreamsPerAddress = 600;
+    std::size_t maxArchivesPerLogin = 2;
+    std::size_t maxArchivesPerAddress = 16;
+
     // Connections that the web server holds at once; an upload stops counting once it is handed over. Many
-    // phones of one mobile network can come from one address, hence the generous share of it.
+    // phones of one mobile network, or of one proxy, come from one address, hence its generous share.
     std::size_t maxConnections = 1024;
-    std::size_t maxPerAddress = 256;
+    std::size_t maxPerAddress = 640;
 
     // From the first moment of a connection, or from the end of the last answer, until the head is complete.
     std::chrono::milliseconds headDeadline{5000};
@@ -28,8 +37,10 @@ struct Limits {
     std::chrono::milliseconds snapshotAge{10000};
     // The heartbeat of the multiplexed stream.
     std::chrono::milliseconds stateInterval{1000};
-    // How long a wrong password may make its sender wait before it is turned away at once.
-    std::chrono::milliseconds maxThrottleWait{4000};
+    // How far away the turn of a password may be before its sender is turned away at once: a few of the
+    // longest distances between turns, so that somebody who guesses over a few connections does not keep the
+    // owner of the same login out.
+    std::chrono::milliseconds maxThrottleWait{16000};
 };
 
 inline constexpr std::size_t kMaxHeadBytes = 16 * 1024;
@@ -37,6 +48,12 @@ inline constexpr std::size_t kMaxTargetBytes = 2048;
 // A settings document of some thousand cameras.
 inline constexpr std::size_t kMaxBodyBytes = 4 * 1024 * 1024;
 inline constexpr std::size_t kAuthRecordBytes = 131;
+inline constexpr std::size_t kRecordPasswordOffset = 67; // up to the end
+// Connections beyond the limits, in all and of one address, that are asked for a moment whether they are a
+// supervisor's: it must not take a crowd for a dead server.
+inline constexpr std::size_t kProbePlaces = 16;
+inline constexpr std::size_t kProbesPerAddress = 2;
+inline constexpr std::chrono::milliseconds kProbeDeadline{1000};
 inline constexpr unsigned kMaxRequestsPerConnection = 1000;
 // Messages of the page on the multiplexed stream are short; a list of tiles is the longest.
 inline constexpr std::size_t kMaxPageMessageBytes = 16 * 1024;

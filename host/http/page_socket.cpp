@@ -15,6 +15,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
+#include "host/http/answer.h"
 #include "host/http/beast_request.h"
 
 namespace host {
@@ -34,6 +35,10 @@ using Signal = asio::posix::basic_stream_descriptor<Executor>;
 using Stream = websocket::stream<Socket, false>;
 // One type of what is written, for text (an empty second buffer) and pictures alike.
 using Message = std::array<asio::const_buffer, 2>;
+using Code = websocket::close_code;
+
+// How long a page that takes nothing, or has gone, is waited for once it was told of the end.
+constexpr std::chrono::milliseconds kCloseWithin{300};
 
 // A descriptor of its own for a wake-up, for the event loop to own and close.
 int DuplicateOf(const Wakeup& wakeup) {
@@ -63,10 +68,11 @@ class PageSocket::Loop {
 public:
     Loop(PageSocket& page, Descriptor socket, const Request& request, const Wakeup& stop)
         : m_page(page), m_stop(m_context, DuplicateOf(stop)),
-          m_stream(Socket(m_context, tcp::v4(), socket.Release())), m_request(request.fields) {}
+          m_stream(Socket(m_context, tcp::v4(), socket.Release())), m_request(request.fields),
+          m_end(m_context) {}
 
     void Run();
-    void Close() { m_context.stop(); }
+    void Close(Code code = Code::normal);
     void Write(bool text, const Message& message);
     void Watch(Wakeup& wakeup, std::function<void()> happened) {
         Await(m_watched.emplace_back(m_context, wakeup, std::move(happened)));
@@ -85,7 +91,7 @@ private:
     void Await(Watched& watched);
     void Read();
     void Pump() {
-        if (!m_writing && !m_context.stopped())
+        if (!m_writing && !m_closing)
             m_page.SendNext();
     }
 
@@ -96,7 +102,9 @@ private:
     Stream m_stream;
     const std::shared_ptr<const BeastRequest> m_request;
     beast::flat_buffer m_received;
+    Timer m_end;
     bool m_writing = false;
+    bool m_closing = false;
 };
 
 void PageSocket::Loop::Run() {
@@ -106,17 +114,19 @@ void PageSocket::Loop::Run() {
     timeout.idle_timeout = limits.writeStall; // a silent page is pinged before that
     timeout.keep_alive_pings = true;
     m_stream.set_option(timeout);
-    m_stream.set_option(websocket::stream_base::decorator(
-        [](websocket::response_type& answer) { answer.set(beast::http::field::server, "Morrowstream"); }));
+    m_stream.set_option(websocket::stream_base::decorator([](websocket::response_type& answer) {
+        answer.set(beast::http::field::server, "Morrowstream");
+        answer.set(beast::http::field::date, HttpDate());
+    }));
     m_stream.read_message_max(kMaxPageMessageBytes);
     m_stream.auto_fragment(false);
     m_stop.async_wait(Signal::wait_read, [this](error_code error) {
         if (!error)
-            Close();
+            Close(Code::going_away);
     });
     m_stream.async_accept(m_request->message, [this](error_code error) {
         if (error)
-            return Close();
+            return m_context.stop();
         m_page.OnOpen();
         Read();
         Pump();
@@ -148,13 +158,13 @@ void PageSocket::Loop::At(Timer& timer, Clock::time_point when, std::function<vo
 void PageSocket::Loop::Read() {
     m_stream.async_read(m_received, [this](error_code error, std::size_t) {
         if (error)
-            return Close();
+            return m_context.stop();
         const auto data = m_received.cdata();
         const std::string_view message(static_cast<const char*>(data.data()), data.size());
-        if (!m_stream.got_text() || !m_page.OnMessage(message))
-            return Close(); // no page of ours talks like that
+        if (!m_closing && (!m_stream.got_text() || !m_page.OnMessage(message)))
+            Close(Code::policy_error); // no page of ours talks like that
         m_received.consume(m_received.size());
-        Read();
+        Read(); // also for the answer to a close
         Pump();
     });
 }
@@ -163,11 +173,20 @@ void PageSocket::Loop::Write(bool text, const Message& message) {
     m_writing = true;
     m_stream.text(text);
     m_stream.async_write(message, [this](error_code error, std::size_t) {
-        if (error)
-            return Close();
         m_writing = false;
+        if (error)
+            return m_closing ? void() : m_context.stop();
         Pump();
     });
+}
+
+void PageSocket::Loop::Close(Code code) {
+    if (std::exchange(m_closing, true))
+        return;
+    m_end.wait.expires_after(kCloseWithin);
+    m_end.wait.async_wait([this](error_code) { m_context.stop(); });
+    if (m_stream.is_open())
+        m_stream.async_close(code, [this](error_code) { m_context.stop(); });
 }
 
 PageSocket::PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop)

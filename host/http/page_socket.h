@@ -50,7 +50,7 @@ protected:
     using TimerPtr = std::unique_ptr<Timer, TimerEnd>;
     [[nodiscard]] TimerPtr MakeTimer();
     void At(const TimerPtr& timer, Clock::time_point when, std::function<void()> happened);
-    // Sends nothing more and ends.
+    // Sends nothing more, tells the page so, and ends.
     void Close();
 
     const Limits m_limits;

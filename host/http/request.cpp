@@ -76,6 +76,14 @@ ParsedRequest ParseRequest(std::string head) {
         return {std::nullopt, 414};
     if (message.count(http::field::host) > 1 || message.count(http::field::authorization) > 1)
         return {std::nullopt, 400};
+    // Where a body in an unknown form ends nobody knows: what follows must not be taken for a request.
+    if (const auto coding = message.find(http::field::transfer_encoding); coding != message.end()) {
+        if (message.count(http::field::transfer_encoding) > 1 ||
+            !EqualsIgnoringCase(coding->value(), "chunked"))
+            return {std::nullopt, 501};
+        if (message.count(http::field::content_length) > 0)
+            return {std::nullopt, 400};
+    }
 
     Request request;
     request.method = message.method_string();
@@ -88,6 +96,7 @@ ParsedRequest ParseRequest(std::string head) {
     request.hasBody = request.chunked || request.bodySize > 0;
     request.expectsContinue = EqualsIgnoringCase(message[http::field::expect], "100-continue");
     request.wantsWebSocket = EqualsIgnoringCase(message[http::field::upgrade], "websocket");
+    request.lacksHost = message.version() >= 11 && message.count(http::field::host) == 0;
     request.fields = std::make_shared<const BeastRequest>(parser.release());
     request.head = std::move(head);
     return {std::move(request), 200};

@@ -26,6 +26,7 @@ struct Request {
     std::uint64_t bodySize = 0; // as the head tells it
     bool expectsContinue = false;
     bool wantsWebSocket = false;
+    bool lacksHost = false;                     // which HTTP/1.1 asks for
     std::shared_ptr<const BeastRequest> fields; // never null in a request that was parsed
     PeerAddress peer;
     Clock::time_point arrived{}; // when its head was complete

@@ -16,6 +16,9 @@
 namespace host {
 namespace {
 
+// How long what the peer still sends is read.
+constexpr std::chrono::milliseconds kLinger{500};
+
 // How many bytes can be peeked, up to `size`: 0 when the peer has closed, -1 for nothing yet, -2 when the
 // connection is broken.
 ssize_t Peek(int fd, char* buffer, std::size_t size) {
@@ -147,11 +150,23 @@ HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& 
     return HeadResult::Complete;
 }
 
-HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::time_point deadline) {
-    std::string buffer(bytes, '\0');
+HeadResult WaitForBytes(int fd, std::size_t bytes, std::string* seen, const Wakeup& stop,
+                        Clock::time_point deadline) {
+    seen->assign(bytes, '\0');
     bool anyBytes = false;
-    return PeekUntil(fd, buffer.data(), buffer.size(), stop, deadline, &anyBytes,
+    return PeekUntil(fd, seen->data(), seen->size(), stop, deadline, &anyBytes,
                      [bytes](std::size_t got) { return got >= bytes; });
+}
+
+bool FinishSending(int fd, const Wakeup& stop) {
+    ::shutdown(fd, SHUT_WR);
+    const auto deadline = Clock::now() + kLinger;
+    std::array<char, 4096> rest{};
+    while (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline) == Waited::Ready) {
+        if (const auto got = ::recv(fd, rest.data(), rest.size(), MSG_DONTWAIT); got <= 0)
+            return got == 0;
+    }
+    return true;
 }
 
 SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall) {

@@ -35,8 +35,9 @@ Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline);
 HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
                     Clock::time_point deadline);
 
-// Waits until `bytes` bytes are there to be read, and takes none.
-HeadResult WaitForBytes(int fd, std::size_t bytes, const Wakeup& stop, Clock::time_point deadline);
+// Waits until `bytes` bytes are there to be read, and takes none. On Complete `seen` holds them.
+HeadResult WaitForBytes(int fd, std::size_t bytes, std::string* seen, const Wakeup& stop,
+                        Clock::time_point deadline);
 
 // Length of the head at the start of `text`, blank line included; 0 when it is not complete. A line may end
 // in a line feed alone, as old phones send it.
@@ -45,6 +46,10 @@ std::size_t FindHeadEnd(std::string_view text) noexcept;
 enum class SendResult { Sent, Stalled, Broken, Stopped };
 // Sends everything, or gives up when the peer takes nothing for `stall`.
 SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);
+
+// Ends our side of the connection and reads for a moment what the peer still sends: closing over unread bytes
+// would reset it and could take the answer with it. False when the connection is broken.
+bool FinishSending(int fd, const Wakeup& stop);
 
 // Whether what was sent on a connection has arrived.
 //

@@ -10,10 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/text.h"
-
 namespace host {
 namespace {
+
+constexpr std::string_view kRefusedChannel = "refused";
 
 // Whether what is written there goes straight into the journal of systemd: JOURNAL_STREAM names the device
 // and the inode of the stream that a service was started with.
@@ -34,33 +34,20 @@ bool IsJournal(int fd) noexcept {
 // leaves makes some; rates and other figures are for debugging.
 int LevelOf(std::string_view channel) noexcept {
     constexpr int kError = 3;
+    constexpr int kWarning = 4;
     constexpr int kNotice = 5;
     constexpr int kInfo = 6;
     constexpr int kDebug = 7;
     if (channel == "error")
         return kError;
+    if (channel == kRefusedChannel)
+        return kWarning;
     if (channel == "TRASSDO")
         return kNotice;
     return channel == "FPS" ? kDebug : kInfo;
 }
 
-} // namespace
-
-Console::Console() : m_journal(IsJournal(STDERR_FILENO)) {}
-
-void Console::Say(std::string_view line) {
-    Write(STDOUT_FILENO, std::string(line) + "\n");
-}
-
-void Console::Log(std::string_view channel, std::string_view text) {
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
-        text.remove_suffix(1);
-    if (m_journal) {
-        // The journal has the time, and reads the level from the front.
-        Write(STDERR_FILENO, "<" + std::to_string(LevelOf(channel)) + ">" + Printable(channel) + ": " +
-                                 Printable(text) + "\n");
-        return;
-    }
+std::string LocalTime() {
     const auto now = std::chrono::system_clock::now();
     const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
     const auto milliseconds =
@@ -70,20 +57,84 @@ void Console::Log(std::string_view channel, std::string_view text) {
     std::array<char, 40> time{};
     std::snprintf(time.data(), time.size(), "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec,
                   static_cast<int>(milliseconds));
-    std::string line = time.data();
-    line += "  ";
-    line += Printable(channel);
-    line.resize(std::max<std::size_t>(line.size(), 24), ' ');
-    Write(STDERR_FILENO, line + Printable(text) + "\n");
+    return time.data();
 }
 
-void Console::Write(int fd, const std::string& line) {
+} // namespace
+
+Console::Console()
+    : m_journal(IsJournal(STDERR_FILENO)),
+      m_limiter(
+          [this](const std::string& channel, const std::string& text) { WriteLogLine(channel, text); }) {}
+
+void Console::Say(std::string_view line) {
     const std::lock_guard guard(m_mutex);
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const ssize_t written = ::write(fd, rest.data(), rest.size());
+    Write(STDOUT_FILENO, std::string(line) + "\n");
+}
+
+bool Console::Shows(std::string_view channel) const noexcept {
+    const Verbosity verbosity = m_verbosity;
+    // Rates stand in the status line.
+    if (channel == "FPS")
+        return verbosity == Verbosity::Verbose;
+    return verbosity != Verbosity::Quiet || channel != "mobile";
+}
+
+void Console::Log(std::string_view channel, std::string_view text) {
+    if (!Shows(channel))
+        return;
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.remove_suffix(1);
+    std::string line = Printable(text);
+    if (const LogSubject* const subject = LogSubject::OfThread())
+        line += "  (" + Printable(subject->Text()) + ")";
+    Limit(std::string(channel) + '\n' + line, channel, line);
+}
+
+void Console::Refuse(const Refusal& refusal) {
+    std::string line(refusal.address);
+    // The address comes first and cannot be forged. Quotes within a name are no end of it to anybody who
+    // reads from the front.
+    for (const auto& [what, name] : {std::pair{"login", refusal.login}, {"camera", refusal.camera}}) {
+        if (!name.empty())
+            line += std::string(", ") + what + " \"" + Printable(name) + "\"";
+    }
+    line.append(": ").append(refusal.reason);
+    Limit(std::string(kRefusedChannel) + '\n' + std::string(refusal.whom), kRefusedChannel, line);
+}
+
+void Console::Limit(const std::string& key, std::string_view channel, std::string_view text) {
+    const std::lock_guard guard(m_mutex);
+    m_limiter.Add(key, channel, text, LineLimiter::Clock::now());
+}
+
+void Console::Tick() {
+    const std::lock_guard guard(m_mutex);
+    m_limiter.Tick(LineLimiter::Clock::now());
+}
+
+void Console::Flush() {
+    const std::lock_guard guard(m_mutex);
+    m_limiter.Flush();
+}
+
+void Console::WriteLogLine(const std::string& channel, const std::string& text) {
+    std::string line;
+    if (m_journal) {
+        // The journal has the time, and reads the level from the front.
+        line = "<" + std::to_string(LevelOf(channel)) + ">" + Printable(channel) + ": ";
+    } else {
+        line = LocalTime() + "  " + Printable(channel);
+        line.resize(std::max<std::size_t>(line.size() + 1, 24), ' ');
+    }
+    Write(STDERR_FILENO, line + text + "\n");
+}
+
+void Console::Write(int fd, std::string_view line) {
+    while (!line.empty()) {
+        const ssize_t written = ::write(fd, line.data(), line.size());
         if (written > 0)
-            rest.remove_prefix(static_cast<std::size_t>(written));
+            line.remove_prefix(static_cast<std::size_t>(written));
         else if (errno != EINTR)
             return; // nobody reads the console any more: no reason to stop the host
     }

@@ -1,6 +1,5 @@
 #include "host/log/console.h"
 
-#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -13,34 +12,28 @@ namespace {
 
 class ConsoleLogEngine final : public ILogEngine {
 public:
-    void SetVerbosity(Verbosity verbosity) noexcept { m_verbosity = verbosity; }
-
     bool IsEnabled() override { return true; }
 
     void Write(const char* szFunction, const char* szFile, std::int32_t nLine, const char* szText,
                const char* szChannel) override try {
         const std::string_view channel = szChannel != nullptr ? szChannel : "";
-        const Verbosity verbosity = m_verbosity;
-        // Rates stand in the status line, and "message" tells of every grant to a phone.
-        if (verbosity != Verbosity::Verbose && (channel == "FPS" || channel == "message"))
-            return;
-        if (verbosity == Verbosity::Quiet && channel == "mobile")
+        Console& console = Console::Get();
+        const bool verbose = console.HowVerbose() == Verbosity::Verbose;
+        // The component's own "message" tells of every grant to a phone.
+        if (!console.Shows(channel) || (channel == "message" && !verbose))
             return;
         std::string text = platform::ToUtf8(platform::ToWide(szText != nullptr ? szText : ""));
         while (text.ends_with('\n') || text.ends_with('\r'))
             text.pop_back();
-        if (verbosity == Verbosity::Verbose && szFunction != nullptr && szFile != nullptr)
+        if (verbose && szFunction != nullptr && szFile != nullptr)
             text += std::string("  [") + szFunction + ", " + szFile + ":" + std::to_string(nLine) + "]";
-        Console::Get().Log(channel, text);
+        console.Log(channel, text);
     } catch (const std::exception&) {
         // Out of memory: the line is lost, its caller is not.
     }
 
-    void Flush() override {}
+    void Flush() override { Console::Get().Flush(); }
     void Attach(bool) override {}
-
-private:
-    std::atomic<Verbosity> m_verbosity{Verbosity::Normal};
 };
 
 ConsoleLogEngine& Engine() {
@@ -54,8 +47,7 @@ ILogEngine* GetEngine() {
 
 } // namespace
 
-void RegisterLogEngine(Verbosity verbosity) {
-    Engine().SetVerbosity(verbosity);
+void RegisterLogEngine() {
     Console::Get(); // made before the engine's last line, so that it ends after it
     platform::RegisterLibrary(kLogEngineLibrary,
                               {{kLogEngineExport, reinterpret_cast<platform::Export>(&GetEngine)}});

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -36,6 +37,9 @@ using platform::ComObject;
 
 constexpr std::chrono::milliseconds kTick{200};
 constexpr std::chrono::seconds kStatusInterval{1};
+// What could not be written is tried again, and how often what may wait is written.
+constexpr std::chrono::seconds kRetryInterval{5};
+constexpr std::chrono::minutes kSaveInterval{1};
 // More cameras than that are told in one line.
 constexpr std::size_t kMostStatusLines = 8;
 // How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
@@ -48,6 +52,12 @@ void RaiseDescriptorLimit() {
         limit.rlim_cur = limit.rlim_max;
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+// Blocks of large pictures go back to the system when they are freed. By itself the allocator begins to keep
+// them once it has seen some, a heap for each few threads.
+void GiveLargeBlocksBack() {
+    (void)::mallopt(M_MMAP_THRESHOLD, 512 * 1024);
 }
 
 std::string StatusLine(const CameraFigures& camera) {
@@ -163,12 +173,14 @@ class Application {
 public:
     explicit Application(const Options& options)
         : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
-          m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop),
+          m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop,
+                          m_data.File("sign-ins")),
           m_handlers(ComObject<WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create()),
           m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
-        RegisterLogEngine(options.verbosity);
+        Console::Get().SetVerbosity(options.verbosity);
+        RegisterLogEngine();
         m_module = std::make_unique<ComponentModule>(m_data.Path());
         LogNote(*m_module);
         ApplyConfiguredLanguage();
@@ -224,9 +236,15 @@ public:
         m_stop.Signal();
         m_server.reset();
         m_viewing->End();
+        if (!m_settings.WriteWhatIsLeft())
+            Console::Get().Log("error",
+                               "the last change of the settings is lost: it could not be written to disk");
         m_settings.SetConfiguration(nullptr);
         m_subscription.reset();
         m_component.reset();
+        if (!m_authenticator.Save())
+            Console::Get().Log("error", "from where people have signed in could not be written to disk");
+        Console::Get().Flush();
         return SaySummary(results) ? 0 : 1;
     }
 
@@ -350,10 +368,22 @@ private:
         const auto end =
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
         auto nextStatus = started + kStatusInterval;
+        auto nextRetry = started + kRetryInterval;
+        auto nextSave = started + kSaveInterval;
         while (Clock::now() < end) {
             if (WaitForSignal(std::min(Clock::now() + kTick, end)))
                 return;
             m_feeds->PollConnections();
+            Console::Get().Tick();
+            // What cannot be written now is tried the next time.
+            if (Clock::now() >= nextRetry) {
+                nextRetry = Clock::now() + kRetryInterval;
+                (void)m_settings.WriteWhatIsLeft();
+            }
+            if (Clock::now() >= nextSave) {
+                nextSave = Clock::now() + kSaveInterval;
+                (void)m_authenticator.Save();
+            }
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
                 SayStatus(m_feeds->Figures());
@@ -427,6 +457,7 @@ private:
 int Serve(const Options& options) {
     RaiseDescriptorLimit();
     platform::SetPictureLimit(options.maxPixels);
+    GiveLargeBlocksBack();
     return Application(options).Run();
 }
 

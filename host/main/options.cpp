@@ -33,7 +33,13 @@ const std::string_view kHelpText =
                          without one, the component that came with this program is registered at the start
   --unregister PATH      takes the component at PATH out again
   --max-connections N    connections that the web server holds at once (1024)
-  --max-per-address N    and from one address (256); an upload stops counting once it has begun
+  --max-per-address N    and from one address (640); an upload stops counting once it has begun
+  --max-viewers-per-login N, --max-viewers-per-address N
+                         phones and pages that watch one source, at a time (32 and 300)
+  --max-streams-per-login N, --max-streams-per-address N
+                         live pages and motion JPEG streams, at a time (64 and 600)
+  --max-archives-per-login N, --max-archives-per-address N
+                         midlet archives that are being built, at a time (2 and 16)
   --max-pixels N         a phone's picture of more pixels is one that cannot be decoded (4194304)
 
 Cameras, passwords and language are changed at http://ADDR:PORT/settings. A file DIR/cameras, with a line each of name, type
@@ -56,6 +62,21 @@ constexpr CommandOption kCommands[] = {
     {"--language", Command::SetLanguage, &Options::language},
     {"--register", Command::Register, &Options::module},
     {"--unregister", Command::Unregister, &Options::module},
+};
+
+struct LimitOption {
+    std::string_view name;
+    std::size_t Limits::*limit;
+};
+constexpr LimitOption kLimits[] = {
+    {"--max-connections", &Limits::maxConnections},
+    {"--max-per-address", &Limits::maxPerAddress},
+    {"--max-viewers-per-login", &Limits::maxViewersPerLogin},
+    {"--max-viewers-per-address", &Limits::maxViewersPerAddress},
+    {"--max-streams-per-login", &Limits::maxStreamsPerLogin},
+    {"--max-streams-per-address", &Limits::maxStreamsPerAddress},
+    {"--max-archives-per-login", &Limits::maxArchivesPerLogin},
+    {"--max-archives-per-address", &Limits::maxArchivesPerAddress},
 };
 
 } // namespace
@@ -87,8 +108,6 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
              if (!kind)
                  throw platform::WrongValue(name, "admin, viewer or phone", value);
          }},
-        {"--max-connections", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxConnections)},
-        {"--max-per-address", platform::NumberFrom<std::size_t>(1, 100'000, options.limits.maxPerAddress)},
         // The codec has no larger ones.
         {"--max-pixels", platform::NumberFrom<std::int64_t>(1, 67'108'864, options.maxPixels)},
     };
@@ -97,6 +116,9 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
                              options.command = option.command;
                              SomeText(options.*option.value)(name, value);
                          }});
+    for (const LimitOption& option : kLimits)
+        table.push_back(
+            {option.name, platform::NumberFrom<std::size_t>(1, 100'000, options.limits.*option.limit)});
     platform::ReadOptions(arguments, table);
     if ((options.command == Command::AddUser) != kind.has_value())
         throw platform::UsageError("--add-user and --kind go together");

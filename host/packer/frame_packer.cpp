@@ -11,6 +11,15 @@ namespace {
 
 constexpr std::uint8_t kNeutralChroma = 128;
 
+// A larger buffer is let go of between two pictures: most of the time a viewer waits, and there may be a
+// thousand of them.
+constexpr std::size_t kMostKeptBytes = std::size_t{256} * 1024;
+
+void FreeIfLarge(std::vector<std::uint8_t>& buffer) noexcept {
+    if (buffer.capacity() > kMostKeptBytes)
+        std::vector<std::uint8_t>().swap(buffer);
+}
+
 // Cuts a stretch out of a side of `whole` samples; `start` and `size` are thousandths. At least two samples
 // where there are two.
 std::pair<int, int> CropSide(int start, int size, int whole) noexcept {
@@ -56,9 +65,6 @@ Rectangle FitInto(int width, int height, int roomWidth, int roomHeight) noexcept
 
 FramePacker::FramePacker(const PackerParameters& parameters, PackerCounters& counters)
     : m_parameters(parameters), m_counters(counters) {
-    const auto area =
-        static_cast<std::size_t>(parameters.width) * static_cast<std::size_t>(parameters.height);
-    m_planes.resize(area + 2 * (area / 4));
     ++m_counters.open;
 }
 
@@ -70,11 +76,20 @@ FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
     const auto began = ThreadTime();
     if (source.form != m_form || source.width != m_sourceWidth || source.height != m_sourceHeight)
         Arrange(source);
+    if (m_planes.empty())
+        Blank();
     if (source.width > 0 && source.height > 0)
         Draw(source);
     Packed packed;
     packed.jpeg = EncodePlanes(m_planes.data(), {m_parameters.width, m_parameters.height, !m_colour},
                                m_parameters.quality, m_jpeg);
+    FreeIfLarge(m_planes);
+    FreeIfLarge(m_converted);
+    if (m_jpeg.capacity() > kMostKeptBytes) {
+        m_jpeg.resize(packed.jpeg.size());
+        m_jpeg.shrink_to_fit();
+        packed.jpeg = {reinterpret_cast<const char*>(m_jpeg.data()), m_jpeg.size()};
+    }
     m_counters.cpuNanoseconds += static_cast<std::uint64_t>((ThreadTime() - began).count());
     if (packed.jpeg.empty())
         return packed;
@@ -94,12 +109,22 @@ FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
     return packed;
 }
 
+void FramePacker::FreeStream() noexcept {
+    FreeIfLarge(m_jpeg);
+}
+
+void FramePacker::Blank() {
+    const auto area =
+        static_cast<std::size_t>(m_parameters.width) * static_cast<std::size_t>(m_parameters.height);
+    m_planes.assign(area + 2 * (area / 4), kNeutralChroma);
+    std::fill_n(m_planes.begin(), area, std::uint8_t{0});
+}
+
 void FramePacker::Arrange(const SourcePlanes& source) {
     m_sourceWidth = -1; // should the memory end in the middle of this
     const int width = m_parameters.width;
     const int height = m_parameters.height;
-    std::fill_n(m_planes.begin(), width * height, std::uint8_t{0});
-    std::fill(m_planes.begin() + width * height, m_planes.end(), kNeutralChroma);
+    m_planes.clear(); // what lay beside the last picture
     m_content = {};
     m_colour = false;
     if (source.width > 0 && source.height > 0) {
@@ -114,11 +139,6 @@ void FramePacker::Arrange(const SourcePlanes& source) {
         m_colour = source.form != SourcePlanes::Form::Grey && m_crop.width > 1 && m_crop.height > 1;
         if (m_colour)
             m_chroma.SetSizes(m_crop.width / 2, m_crop.height / 2, drawnWidth / 2, drawnHeight / 2);
-        if (source.form == SourcePlanes::Form::Bgr) {
-            const auto area =
-                static_cast<std::size_t>(source.width) * static_cast<std::size_t>(source.height);
-            m_converted.resize(area + 2 * (area / 4));
-        }
     }
     m_form = source.form;
     m_sourceWidth = source.width;
@@ -128,6 +148,8 @@ void FramePacker::Arrange(const SourcePlanes& source) {
 void FramePacker::Draw(const SourcePlanes& source) {
     const std::uint8_t* y = source.samples;
     if (source.form == SourcePlanes::Form::Bgr) {
+        const auto area = static_cast<std::size_t>(source.width) * static_cast<std::size_t>(source.height);
+        m_converted.resize(area + 2 * (area / 4));
         ConvertBgrToPlanes(source.samples, source.width, source.height, m_converted.data());
         y = m_converted.data();
     }

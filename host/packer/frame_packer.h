@@ -37,8 +37,8 @@ struct SourcePlanes {
 
 // One viewer's packer. A picture keeps its proportions: it is shown as large as it fits, in the middle, and
 // what is left of the size asked for is black. Sizes of the source may change from picture to picture; as
-// long as they do not, a picture costs no memory that was not there before, but for what the encoder takes
-// while it works. One thread.
+// long as they do not, a small picture costs no memory that was not there before, but for what the encoder
+// takes while it works. Large buffers are there only while a picture is made. One thread.
 class FramePacker {
 public:
     FramePacker(const PackerParameters& parameters, PackerCounters& counters);
@@ -52,6 +52,8 @@ public:
     };
     // The next picture of the stream.
     Packed Pack(const SourcePlanes& source);
+    // The stream that was packed last has gone out.
+    void FreeStream() noexcept;
     // False behind the last picture.
     [[nodiscard]] bool HasMore() const noexcept {
         return m_parameters.frameLimit == 0 || m_sequence < m_parameters.frameLimit;
@@ -63,6 +65,7 @@ public:
 
 private:
     void Arrange(const SourcePlanes& source);
+    void Blank();
     void Draw(const SourcePlanes& source);
     void DrawPlane(PlaneScaler& scaler, const std::uint8_t* from, std::ptrdiff_t stride, std::uint8_t* plane,
                    int planeWidth, const Rectangle& content) const;
@@ -82,7 +85,7 @@ private:
     PlaneScaler m_luma;
     PlaneScaler m_chroma;
     std::vector<std::uint8_t> m_converted; // of a source of pixels
-    std::vector<std::uint8_t> m_planes;    // the picture
+    std::vector<std::uint8_t> m_planes;    // the picture; empty before it is drawn into
     std::vector<std::uint8_t> m_jpeg;
 };
 

@@ -84,6 +84,7 @@ HRESULT MobileFramePacker::GetPackedData(std::uint8_t** ppData, std::uint32_t* p
     *ppData = data;
     *pnSize = static_cast<std::uint32_t>(size);
     m_packed = {};
+    m_packer->FreeStream();
     return S_OK;
 }
 

@@ -15,6 +15,7 @@ namespace host {
 namespace {
 
 constexpr int kQuality = 80;
+constexpr std::size_t kMostKeptBytes = std::size_t{512} * 1024;
 std::atomic<std::uint64_t> g_encoded{0};
 
 } // namespace
@@ -70,8 +71,12 @@ std::string_view EncodePlanes(const std::uint8_t* planes, const PlaneLayout& lay
 }
 
 std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
-    thread_local std::vector<std::uint8_t> buffer; // each thread that encodes keeps its own
-    return std::string(EncodePlanes(block + sizeof(BITMAPINFOHEADER), layout, kQuality, buffer));
+    // Each thread that encodes keeps its own, unless it is large: there may be a thousand.
+    thread_local std::vector<std::uint8_t> buffer;
+    std::string jpeg(EncodePlanes(block + sizeof(BITMAPINFOHEADER), layout, kQuality, buffer));
+    if (buffer.capacity() > kMostKeptBytes)
+        std::vector<std::uint8_t>().swap(buffer);
+    return jpeg;
 }
 
 std::size_t FrameBytes(const PlaneLayout& layout) noexcept {

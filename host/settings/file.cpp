@@ -110,14 +110,22 @@ void PhoneAddress::LetGo() {
 }
 
 void PhoneAddress::Remember(std::vector<std::string> entered) {
-    std::string content;
-    for (const std::string& address : entered)
-        content += address + "\n";
-    if (FAILED(platform::ReplaceFile(m_file, content, 0600)))
-        Console::Get().Log("error",
-                           "cannot write " + m_file +
-                               ": the next start takes the address that phones are told for a person's");
     m_entered = std::move(entered);
+    m_written = false;
+    if (!Save())
+        Console::Get().Log("error", "cannot write " + m_file +
+                                        ": a start before there is room takes the address that phones are "
+                                        "told for a person's");
+}
+
+bool PhoneAddress::Save() {
+    if (m_written)
+        return true;
+    std::string content;
+    for (const std::string& address : m_entered)
+        content += address + "\n";
+    m_written = SUCCEEDED(platform::ReplaceFile(m_file, content, 0600));
+    return m_written;
 }
 
 } // namespace host

@@ -30,7 +30,7 @@ std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const Sett
 // It stands in the settings like one that a person entered. A file beside them remembers which one is the
 // host's, so that it can follow when the server listens elsewhere.
 //
-// Belongs to one thread at a time. A file that cannot be written is told in the log.
+// Belongs to one thread at a time. A file that cannot be written is told in the log, once.
 class PhoneAddress {
 public:
     // Reads the file, which need not be there.
@@ -42,6 +42,8 @@ public:
     bool EnterInto(SettingsDocument& document);
     // Somebody has changed the address: the one that stands there now is nobody else's to change.
     void LetGo();
+    // Tries again to write what could not be written; false while it cannot.
+    bool Save();
 
 private:
     void Remember(std::vector<std::string> entered);
@@ -49,6 +51,7 @@ private:
     const std::string m_file;
     std::string m_own;
     std::vector<std::string> m_entered; // the newest first
+    bool m_written = true;              // is in the file
 };
 
 } // namespace host

@@ -144,6 +144,21 @@ SettingsChange Settings::Write(std::string_view xml, std::string_view version) {
     return change;
 }
 
+bool Settings::WriteWhatIsLeft() {
+    const std::lock_guard guard(m_mutex);
+    const bool addressWritten = m_address.Save();
+    if (m_written)
+        return addressWritten;
+    // The component writes whatever it is given.
+    const auto text = Get();
+    const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    if (document)
+        (void)Set(*document, *document);
+    if (m_written)
+        Console::Get().Log("message", "the settings are written to disk now");
+    return m_written && addressWritten;
+}
+
 SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit) {
     const std::lock_guard guard(m_mutex);
     const auto text = Get();

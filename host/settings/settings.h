@@ -68,6 +68,10 @@ public:
     std::optional<std::string> Password(std::size_t number, std::string_view version);
     // Why the host should get no traffic, in a line; empty when all is well. Any thread; waits for nothing.
     [[nodiscard]] std::string Trouble() const;
+    // Whether the last change is on disk. Any thread; waits for nothing.
+    [[nodiscard]] bool IsWritten() const noexcept { return m_written; }
+    // Tries again to write what could not be written: now and then, and at the end. False while it cannot.
+    bool WriteWhatIsLeft();
     // A change of the host's own. `edit` returns whether there is anything to store. What it puts there is
     // not checked.
     SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);

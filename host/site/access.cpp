@@ -24,7 +24,7 @@ bool MayDo(UserKind kind, Who who) {
 
 } // namespace
 
-std::optional<Answer> Access::Refuse(const Request& request, Who who) const {
+std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& signIn) const {
     if (who == Who::Everybody)
         return std::nullopt;
     if (demo && (who == Who::Watcher || who == Who::LinkMaker)) {
@@ -33,19 +33,25 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who) const {
         counters.Refuse(Refusal::ForeignHost);
         return Answer::Text(403, "The demo answers only to localhost, 127.0.0.1 and [::1].");
     }
-    const SignIn signIn = authenticator.Check(request.Field("Authorization"), request.peer);
+    signIn = authenticator.Check(request.Field("Authorization"), request.peer);
+    const auto refuse = [&](Refusal refusal, std::string_view reason) {
+        counters.Refuse(refusal);
+        // Who has not tried to sign in yet, as every browser at first, is asked to, and not refused.
+        if (!reason.empty())
+            LogRefusal(request, signIn.credentials.login, {}, reason);
+    };
     switch (signIn.result) {
     case SignIn::Result::Known:
         break;
     case SignIn::Result::TurnedAway: {
-        counters.Refuse(Refusal::Throttled);
-        Answer answer = Answer::Text(429, "Too many wrong passwords from this address.");
+        refuse(Refusal::Throttled, "too many wrong passwords");
+        Answer answer = Answer::Text(429, "Too many wrong passwords, or too many sign-ins at once.");
         answer.headers["Retry-After"] = std::to_string(signIn.retryAfter.count());
         return answer;
     }
     case SignIn::Result::Missing:
     case SignIn::Result::Wrong: {
-        counters.Refuse(Refusal::Unauthorized);
+        refuse(Refusal::Unauthorized, signIn.result == SignIn::Result::Wrong ? "wrong password" : "");
         Answer answer =
             Answer::Text(401, "Sign in with the login and the password of a user of this server.");
         answer.headers["WWW-Authenticate"] = "Basic realm=\"Morrowstream\", charset=\"UTF-8\"";
@@ -54,7 +60,7 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who) const {
     }
     if (MayDo(signIn.kind, who))
         return std::nullopt;
-    counters.Refuse(Refusal::Forbidden);
+    refuse(Refusal::Forbidden, "this kind of user may not do that");
     return Answer::Text(403, "This kind of user may not do that.");
 }
 

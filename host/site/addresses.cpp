@@ -31,39 +31,41 @@ constexpr auto kSocket = static_cast<unsigned>(Method::WebSocket);
 using enum Who;
 using enum From;
 using enum Form;
+using enum Host;
+using enum Place;
 
 // clang-format off
 constexpr Address kAddresses[] = {
-//   pattern               methods  who        from       refusals body           answered by
-    {"/",                  kRead,   Watcher,   Anywhere,  Text,    0,             LivePage},
-    {"/tiles",             kSocket, Watcher,   Here,      Text,    0,             Tiles},
-    {"/live/*",            kRead,   Watcher,   Anywhere,  Text,    0,             MotionJpeg},
-    {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Snapshot},
-    {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             ViewPage},
-    {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             ViewStream},
-    {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             TinyPage},
-    {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             File},
-    {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Health},
-    {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Metrics},
-    {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Alive},
-    {"/readyz",            kRead,   Everybody, Anywhere,  Text,    0,             Ready},
-    {"/settings",          kRead,   Admin,     Anywhere,  Text,    0,             SettingsPage},
-    {"/settings/",         kRead,   Admin,     Anywhere,  Text,    0,             SettingsPage},
-    {"/settings/*",        kRead,   Admin,     Here,      Json,    0,             Nothing},
-    {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             SettingsState},
-    {"/settings/document", kRead,   Admin,     Here,      Json,    0,             GetSettings},
-    {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, PutSettings},
-    {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             GetSecret},
-    {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, PutLanguage},
-    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             MakeLink},
-    {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             RevokeLink},
-    {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             UseLink},
-    {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             SourceList},
-    {"/mobile/*",          kRead,   AnyUser,   Anywhere,  Text,    0,             PhoneContent},
-    {"/mobile/config/*",   kRead,   Admin,     Anywhere,  Text,    0,             PhoneContent},
-    {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   PhoneStream},
-    {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   PhoneStream},
-    {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Nothing},
+//   pattern               methods  who        from       refusals body           host     place   answered by
+    {"/",                  kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   LivePage},
+    {"/tiles",             kSocket, Watcher,   Here,      Text,    0,             Named,   Stream, Tiles},
+    {"/live/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   Stream, MotionJpeg},
+    {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Snapshot},
+    {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   ViewPage},
+    {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             Named,   Viewer, ViewStream},
+    {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Unnamed, None,   TinyPage},
+    {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   File},
+    {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Health},
+    {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Metrics},
+    {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Alive},
+    {"/readyz",            kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Ready},
+    {"/settings",          kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   SettingsPage},
+    {"/settings/",         kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   SettingsPage},
+    {"/settings/*",        kRead,   Admin,     Here,      Json,    0,             Named,   None,   Nothing},
+    {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             Named,   None,   SettingsState},
+    {"/settings/document", kRead,   Admin,     Here,      Json,    0,             Named,   None,   GetSettings},
+    {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   PutSettings},
+    {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   GetSecret},
+    {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   PutLanguage},
+    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   MakeLink},
+    {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   RevokeLink},
+    {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   UseLink},
+    {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   SourceList},
+    {"/mobile/*",          kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   PhoneContent},
+    {"/mobile/config/*",   kRead,   Admin,     Here,      Text,    0,             Unnamed, None,   PhoneContent},
+    {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   Unnamed, Viewer, PhoneStream},
+    {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   Unnamed, None,   PhoneStream},
+    {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Nothing},
 };
 // clang-format on
 
@@ -167,14 +169,16 @@ void SourceList(const Site& site, Visit& visit) {
 }
 
 void PhoneStream(const Site& site, Visit& visit) {
-    if (const auto handler = site.mobile.HandlerOf(visit.request, true))
-        site.mobile.HandOver(visit.Take(), visit.request, *handler);
-    else
-        visit.SendLast(Answer::Text(404, "There is nothing here."));
+    const auto handler = site.mobile.HandlerOf(visit.request, true);
+    const auto refused = handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn,
+                                                        std::move(visit.place), *handler)
+                                 : Answer::Text(404, "There is nothing here.");
+    if (refused)
+        visit.SendLast(*refused);
 }
 
 void PhoneContent(const Site& site, Visit& visit) {
-    visit.Send(site.mobile.Content(visit.request));
+    visit.Send(site.mobile.Content(visit.request, visit.signIn.credentials.login));
 }
 
 void Nothing(const Site&, Visit& visit) {

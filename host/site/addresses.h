@@ -8,6 +8,8 @@
 //   somebody who may not                        401, 403 or 429 (Access)
 //   a page of another site, where From forbids  403
 //   a longer body, or one of unknown length     413, 411
+//   no host named, where it has to be           400
+//   somebody who takes up as many as he may     429
 #pragma once
 
 #include <cstddef>
@@ -45,7 +47,8 @@ struct Access {
     const bool demo; // there are demo users
 
     // Nothing when the request may go on; otherwise its answer. May wait, when wrong passwords came before.
-    [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who) const;
+    // `signIn` gets who sends it: nobody, where everybody is let in.
+    [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who, SignIn& signIn) const;
 };
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.
@@ -63,6 +66,19 @@ enum class From {
     HereToken, // and with the token of this run in X-Settings-Token, which only a page of this host can read
 };
 
+// Whether a request of HTTP/1.1 has to name the host that it is for, as the protocol asks. The programs of
+// old phones do not.
+enum class Host { Named, Unnamed };
+
+// What of a limited number it takes up as long as it is served.
+enum class Place {
+    None,
+    Kept,   // nothing: it is answered also while no connection is free, so that a supervisor does not take a
+            // crowd for a dead server
+    Stream, // of the live streams of its sender
+    Viewer, // of the packed pictures for its sender
+};
+
 struct Address {
     // A path. With "/*" at its end also everything below it; "/*" alone is what nothing else fits.
     std::string_view pattern;
@@ -71,6 +87,8 @@ struct Address {
     From from;
     Form refusals;    // of method, origin and body
     std::size_t body; // bytes that are read at the most
+    Host host;
+    Place place;
     // Answers, or takes the connection.
     void (*serve)(const Site& site, Visit& visit);
 };

@@ -50,7 +50,8 @@ Answer AssetAnswer(std::string_view name, const Request& request) {
     answer.headers["ETag"] = EntityTag(asset->content);
     // A page of an older host must not run against a newer one.
     answer.headers["Cache-Control"] = "no-cache";
-    if (request.Field("If-None-Match").find(answer.headers["ETag"]) != std::string::npos)
+    const auto known = request.Field("If-None-Match");
+    if (known == "*" || known.find(answer.headers["ETag"]) != std::string::npos)
         answer.status = 304;
     else
         answer.body = asset->content;

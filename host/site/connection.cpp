@@ -1,5 +1,6 @@
 #include "host/site/connection.h"
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>
@@ -15,10 +16,6 @@
 
 namespace host {
 namespace {
-
-// Behind an answer that closes, what the peer still sends is read for a moment: closing over unread bytes
-// would reset the connection and could take the answer with it.
-constexpr std::chrono::milliseconds kLinger{500};
 
 Answer RefuseMethod(const AddressMatch& match, std::string_view asked) {
     constexpr auto kSocket = static_cast<unsigned>(Method::WebSocket);
@@ -79,20 +76,33 @@ std::optional<Answer> RefuseBody(const Address& address, const Request& request)
     return std::nullopt;
 }
 
-std::optional<Answer> Refuse(const Address& address, const Request& request, const Site& site) {
-    if (auto refused = site.access.Refuse(request, address.who))
+std::optional<Answer> TakePlace(const Address& address, Visit& visit, const Site& site) {
+    if (address.place != Place::Stream && address.place != Place::Viewer)
+        return std::nullopt;
+    Shares& shares = address.place == Place::Stream ? site.shares.streams : site.shares.viewers;
+    return TakeShare(shares, visit.request, visit.signIn.credentials.login, site.counters, &visit.place);
+}
+
+std::optional<Answer> Refuse(const Address& address, Visit& visit, const Site& site) {
+    if (auto refused = site.access.Refuse(visit.request, address.who, visit.signIn))
         return refused;
-    if (auto refused = RefuseOrigin(address, request, site))
+    if (auto refused = RefuseOrigin(address, visit.request, site))
         return refused;
-    return RefuseBody(address, request);
+    if (auto refused = RefuseBody(address, visit.request))
+        return refused;
+    return TakePlace(address, visit, site);
 }
 
 void Serve(Visit& visit, const Site& site) {
     const AddressMatch match = FindAddress(visit.request);
+    if (visit.request.lacksHost && match.pattern->host == Host::Named) {
+        site.counters.Refuse(Refusal::HeadInvalid);
+        return visit.SendLast(Answer::Text(400, "A request of HTTP/1.1 names the host that it is for."));
+    }
     if (match.address == nullptr)
         return visit.Send(RefuseMethod(match, visit.request.method));
     const Address& address = *match.address;
-    if (const auto refused = Refuse(address, visit.request, site))
+    if (const auto refused = Refuse(address, visit, site))
         // Nobody knows where a body ends that was meant to be taken.
         return address.body == kBodyUnread ? visit.SendLast(*refused) : visit.Send(*refused);
     if (visit.request.hasBody && address.body != kBodyUnread && !visit.ReadBody())
@@ -124,6 +134,24 @@ public:
             if (!visit.GoesOn())
                 return;
         }
+    }
+
+    // There are too many connections, but some requests have a place kept.
+    void RunKept(Refusal full) {
+        const auto deadline = Clock::now() + std::min(kProbeDeadline, m_site.limits.headDeadline);
+        Head head = ReadHead(m_socket.Get(), m_site.stop, deadline);
+        ParsedRequest parsed;
+        if (head.result == HeadResult::Complete)
+            parsed = ParseRequest(std::move(head.text));
+        Request request = parsed.request ? std::move(*parsed.request) : Request{};
+        const Address* const address = parsed.request ? FindAddress(request).address : nullptr;
+        request.peer = m_peer;
+        request.keepAlive = false;
+        Visit visit(m_socket, m_arrival, std::move(request), m_site.limits, m_site.stop);
+        if (address != nullptr && address->place == Place::Kept)
+            return Serve(visit, m_site);
+        m_site.counters.Refuse(full);
+        visit.SendLast(FullAnswer());
     }
 
 private:
@@ -167,13 +195,13 @@ void Visit::Send(const Answer& answer) {
 
 void Visit::SendLast(const Answer& answer) {
     if (SendBytes(Serialize(answer, {.headOnly = IsHead()})))
-        Linger();
+        FinishSending(m_socket.Get(), m_stop);
 }
 
 bool Visit::SendUntilArrived(const Answer& answer) {
     if (SendBytes(Serialize(answer, {.headOnly = IsHead()})) &&
         m_arrival.Await(m_stop, m_limits.writeStall)) {
-        Linger();
+        FinishSending(m_socket.Get(), m_stop);
         return true;
     }
     // The system throws away what it has not sent yet, and resets the connection.
@@ -196,20 +224,17 @@ bool Visit::SendBytes(std::string_view bytes) {
     return SendAll(m_socket.Get(), bytes, m_stop, m_limits.writeStall) == SendResult::Sent;
 }
 
-void Visit::Linger() {
-    ::shutdown(m_socket.Get(), SHUT_WR);
-    const auto deadline = Clock::now() + kLinger;
-    std::string left(4096, '\0');
-    while (WaitFor({.socket = m_socket.Get(), .socketEvents = POLLIN, .stop = &m_stop}, deadline) ==
-           Waited::Ready) {
-        if (::recv(m_socket.Get(), left.data(), left.size(), MSG_DONTWAIT) <= 0)
-            return;
-    }
+Answer FullAnswer() {
+    Answer answer = Answer::Text(503, "This server has as many connections as it takes. Try again soon.");
+    answer.headers.emplace("Retry-After", "2");
+    return answer;
 }
 
-void ServeConnection(Descriptor socket, const PeerAddress& peer, const Site& site) noexcept {
+void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
+                     const Site& site) noexcept {
     try {
-        Connection(std::move(socket), peer, site).Run();
+        Connection connection(std::move(socket), peer, site);
+        full ? connection.RunKept(*full) : connection.Run();
     } catch (const std::exception& error) {
         try {
             Console::Get().Log("error", "connection of " + peer.text + " ended: " + error.what());

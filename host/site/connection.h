@@ -1,15 +1,19 @@
 // One connection of the web server, and each request on it as what answers it sees it.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "host/base/counters.h"
 #include "host/base/wait.h"
 #include "host/http/answer.h"
 #include "host/http/endpoint.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/wire.h"
+#include "host/users/authenticator.h"
+#include "host/users/shares.h"
 
 namespace host {
 
@@ -26,6 +30,8 @@ public:
     std::string_view rest{}; // of its path, behind the pattern of its address
     std::string body{};      // as long as its address allows
     Form refusals = Form::Text;
+    SignIn signIn{};       // nobody's, where everybody is let in
+    Shares::Share place{}; // what its address takes up; null where that is nothing
 
     [[nodiscard]] bool IsHead() const { return request.method == "HEAD"; }
 
@@ -43,6 +49,8 @@ public:
     [[nodiscard]] bool SendUntilArrived(const Answer& answer);
     // The socket, from which nothing behind the head has been read; the connection is somebody else's then.
     [[nodiscard]] Descriptor Take();
+    // The same for somebody who may also leave it: then the request is still to be answered.
+    [[nodiscard]] Descriptor& Offer() { return m_socket; }
     // The socket, to write to: the connection ends behind the call.
     [[nodiscard]] int Last();
 
@@ -51,7 +59,6 @@ public:
 
 private:
     bool SendBytes(std::string_view bytes);
-    void Linger();
 
     Descriptor& m_socket;
     Arrival& m_arrival;
@@ -60,8 +67,12 @@ private:
     bool m_goesOn = false;
 };
 
-// Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over. Never
-// throws.
-void ServeConnection(Descriptor socket, const PeerAddress& peer, const Site& site) noexcept;
+// Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over; of a
+// connection beyond a limit, `full`, one request that has a place kept. Never throws.
+void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
+                     const Site& site) noexcept;
+
+// For connections beyond a limit.
+[[nodiscard]] Answer FullAnswer();
 
 } // namespace host

@@ -62,46 +62,59 @@ void Server::Accept() {
     m_listener.socket.Close();
 }
 
+std::optional<Refusal> Server::LimitReached(const Count& ofAddress) const {
+    if (m_all.held >= m_site.limits.maxConnections)
+        return Refusal::TooManyConnections;
+    if (ofAddress.held >= m_site.limits.maxPerAddress)
+        return Refusal::TooManyFromAddress;
+    return std::nullopt;
+}
+
+void Server::Leave(const Client& client) {
+    const auto ofAddress = m_perAddress.find(client.peer.key);
+    for (Count* const count : {&m_all, &ofAddress->second})
+        --(client.full ? count->probes : count->held);
+    if (ofAddress->second.held + ofAddress->second.probes == 0)
+        m_perAddress.erase(ofAddress);
+}
+
 void Server::Admit(Descriptor socket, PeerAddress peer) {
     Counters& counters = m_site.counters;
     ++counters.accepted;
     const int on = 1;
     ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     const std::lock_guard guard(m_mutex);
-    if (m_clients.size() >= m_site.limits.maxConnections)
-        return Turn(socket, Refusal::TooManyConnections);
-    std::size_t& fromAddress = m_perAddress[peer.key];
-    if (fromAddress >= m_site.limits.maxPerAddress)
-        return Turn(socket, Refusal::TooManyFromAddress);
-    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), {}});
+    const auto known = m_perAddress.find(peer.key);
+    const Count before = known != m_perAddress.end() ? known->second : Count{};
+    const auto full = LimitReached(before);
+    if (full && (m_all.probes >= kProbePlaces || before.probes >= kProbesPerAddress))
+        return Turn(socket, *full);
+    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), full, {}});
+    for (Count* const count : {&m_all, &m_perAddress[client->peer.key]})
+        ++(full ? count->probes : count->held);
     try {
         // The thread comes to its end only through the mutex that is held here.
         client->thread = std::thread([this, client, taken = std::move(socket)]() mutable {
-            ServeConnection(std::move(taken), client->peer, m_site);
+            ServeConnection(std::move(taken), client->peer, client->full, m_site);
             const std::lock_guard ending(m_mutex);
-            if (const auto count = m_perAddress.find(client->peer.key); --count->second == 0)
-                m_perAddress.erase(count);
+            Leave(*client);
             m_finished.splice(m_finished.end(), m_clients, client);
             --m_site.counters.open;
             m_ended.Signal();
         });
     } catch (const std::system_error&) {
-        if (fromAddress == 0)
-            m_perAddress.erase(client->peer.key);
+        Leave(*client);
         m_clients.erase(client);
         counters.Refuse(Refusal::NoThread);
         return;
     }
-    ++fromAddress;
     ++counters.open;
 }
 
 // Says why, if the peer takes it at once; the acceptor waits for nobody.
 void Server::Turn(const Descriptor& socket, Refusal reason) const {
     m_site.counters.Refuse(reason);
-    Answer answer = Answer::Text(503, "This server has as many connections as it takes. Try again soon.");
-    answer.headers.emplace("Retry-After", "2");
-    const std::string bytes = Serialize(answer, {});
+    const std::string bytes = Serialize(FullAnswer(), {});
     (void)::send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     ::shutdown(socket.Get(), SHUT_WR);
 }

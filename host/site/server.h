@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -30,12 +31,20 @@ public:
 private:
     struct Client {
         PeerAddress peer;
+        std::optional<Refusal> full; // the limit that it is beyond: it may ask for a probe and nothing else
         std::thread thread;
     };
     using Clients = std::list<Client>;
+    struct Count {
+        std::size_t held = 0;
+        std::size_t probes = 0;
+    };
 
     void Accept();
     void Admit(Descriptor socket, PeerAddress peer);
+    // With m_mutex held.
+    [[nodiscard]] std::optional<Refusal> LimitReached(const Count& ofAddress) const;
+    void Leave(const Client& client);
     void Turn(const Descriptor& socket, Refusal reason) const;
     void Reap();
 
@@ -45,7 +54,8 @@ private:
     std::mutex m_mutex;
     Clients m_clients;
     Clients m_finished; // threads to join
-    std::map<std::string, std::size_t> m_perAddress;
+    std::map<std::string, Count> m_perAddress;
+    Count m_all;
     std::thread m_acceptor; // last: it uses all of the above
 };
 

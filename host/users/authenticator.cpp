@@ -3,39 +3,104 @@
 #include <algorithm>
 
 #include "host/http/request.h"
+#include "host/log/console.h"
 #include "host/users/password.h"
+#include "platform/scope.h"
 
 namespace host {
 
-Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop)
-    : m_stop(stop), m_throttle(maxThrottleWait), m_store(std::move(store)) {}
+void LogRefusal(const Request& request, std::string_view login, std::string_view camera,
+                std::string_view reason) {
+    Console::Get().Refuse({.address = request.peer.text,
+                           .whom = request.peer.key,
+                           .login = login,
+                           .camera = camera,
+                           .reason = reason});
+}
+
+Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop,
+                             std::string placesFile)
+    : m_stop(stop), m_places(std::move(placesFile)), m_throttle(maxThrottleWait, m_places),
+      m_store(std::move(store)) {}
 
 SignIn Authenticator::Check(std::string_view authorization, const PeerAddress& peer) {
     auto credentials = ParseBasic(authorization);
     if (!credentials)
         return {};
-    SignIn signIn{SignIn::Result::Known, std::move(*credentials), UserKind::Viewer, {}};
+    const FlightKey key(peer.key, credentials->login, credentials->password);
+    std::shared_ptr<Flight> flight;
+    std::optional<Throttle::Attempt> attempt;
+    {
+        std::unique_lock lock(m_mutex);
+        const auto now = Clock::now();
+        RefreshUsers(now);
+        if (const auto found = m_flights.find(key); found != m_flights.end()) {
+            flight = found->second;
+            m_landed.wait(lock, [&] { return flight->landed; });
+            return flight->result;
+        }
+        SignIn away{.result = SignIn::Result::TurnedAway, .credentials = *credentials};
+        attempt =
+            m_throttle.Reserve(Throttle::Kind::SignIn, credentials->login, peer.key, now, &away.retryAfter);
+        if (!attempt)
+            return away;
+        if (attempt->Turn() <= now) {
+            if (auto known = Remembered(*credentials)) {
+                attempt->Right();
+                return std::move(*known);
+            }
+        }
+        flight = std::make_shared<Flight>();
+        flight->result = std::move(away); // should the memory end on the way
+        m_flights.emplace(key, flight);
+    }
+    const platform::AtScopeEnd land([&] {
+        const std::lock_guard guard(m_mutex);
+        flight->landed = true;
+        m_flights.erase(key);
+        m_landed.notify_all();
+    });
+    SignIn result = Fly(std::move(*credentials), peer.key, std::move(*attempt));
+    flight->result = result; // nobody reads it before it has landed
+    return result;
+}
+
+// What is checked by one for all with the same credentials.
+SignIn Authenticator::Fly(Credentials credentials, const std::string& address, Throttle::Attempt attempt) {
+    SignIn away{.result = SignIn::Result::TurnedAway,
+                .credentials = credentials,
+                .retryAfter = std::chrono::seconds(1)};
+    if (!AwaitTurn(attempt))
+        return away;
     {
         const std::lock_guard guard(m_mutex);
-        RefreshUsers(Clock::now());
-        if (const auto kind = Remembered(signIn.credentials)) {
-            signIn.kind = *kind;
-            return signIn;
+        if (auto known = Remembered(credentials)) {
+            attempt.Right();
+            return std::move(*known);
         }
     }
-    const auto turn = m_throttle.Reserve(peer.key, Clock::now());
-    if (!turn || WaitFor({.stop = &m_stop}, *turn) == Waited::Stopped) {
-        signIn.result = SignIn::Result::TurnedAway;
-        signIn.retryAfter = m_throttle.RetryAfter(peer.key, Clock::now());
-        return signIn;
-    }
-    if (const auto kind = Verify(signIn.credentials)) {
-        signIn.kind = *kind;
-    } else {
-        signIn.result = SignIn::Result::Wrong;
-        m_throttle.ReportWrong(peer.key, Clock::now());
-    }
-    return signIn;
+    SignIn result = Verify(std::move(credentials), address);
+    if (result.result == SignIn::Result::Known)
+        attempt.Right();
+    else if (result.result == SignIn::Result::TurnedAway)
+        attempt.Withdraw();
+    return result;
+}
+
+bool Authenticator::AwaitTurn(Throttle::Attempt& attempt) const {
+    const bool stopped = WaitFor({.stop = &m_stop}, attempt.Turn()) == Waited::Stopped;
+    if (stopped)
+        attempt.Withdraw();
+    return !stopped;
+}
+
+std::optional<Throttle::Attempt> Authenticator::AwaitRecordTurn(std::string_view camera,
+                                                                const PeerAddress& peer) {
+    std::chrono::seconds retryAfter{0}; // a phone has no use for it
+    auto attempt = m_throttle.Reserve(Throttle::Kind::Record, camera, peer.key, Clock::now(), &retryAfter);
+    if (attempt && !AwaitTurn(*attempt))
+        attempt.reset();
+    return attempt;
 }
 
 std::optional<RequestIdentity> Authenticator::Identify(std::string_view head) {
@@ -48,16 +113,12 @@ std::optional<RequestIdentity> Authenticator::Identify(std::string_view head) {
         const std::lock_guard guard(m_mutex);
         known = Remembered(*credentials).has_value();
     }
-    if (!known && !Verify(*credentials))
+    if (!known && Verify(*credentials, {}).result != SignIn::Result::Known)
         return std::nullopt;
     return RequestIdentity{credentials->login, credentials->password, TokenOf(credentials->login)};
 }
 
-void Authenticator::ReportWrong(const PeerAddress& peer) {
-    m_throttle.ReportWrong(peer.key, Clock::now());
-}
-
-std::optional<UserKind> Authenticator::Verify(const Credentials& credentials) {
+SignIn Authenticator::Verify(Credentials credentials, const std::string& address) {
     User user;
     bool camera = false;
     {
@@ -67,17 +128,34 @@ std::optional<UserKind> Authenticator::Verify(const Credentials& credentials) {
         if (found != m_store.Users().end())
             user = found->second;
     }
+    SignIn signIn{.result = SignIn::Result::Wrong, .credentials = std::move(credentials)};
     // The hash is what takes time. Only who has a camera's password is spared it, so that the time of an
     // answer tells nobody which logins there are.
-    const bool hashed = !camera || !user.hash.empty();
-    if (hashed && VerifyPassword(credentials.password, user.hash)) {
-        Remember(credentials, user.hash);
-        return user.kind;
+    if (!camera || !user.hash.empty()) {
+        const auto now = Clock::now();
+        const bool last = m_throttle.IsLast(signIn.credentials.login, now);
+        const auto place =
+            m_checks.Enter(last ? CheckQueue::Rank::Last : CheckQueue::Rank::Usual, address, m_stop);
+        // Who waited here may have been one of very many.
+        if (!place || !m_throttle.IsHeard(signIn.credentials.login, address, Clock::now())) {
+            signIn.result = SignIn::Result::TurnedAway;
+            signIn.retryAfter = std::chrono::seconds(1);
+            return signIn;
+        }
+        if (VerifyPassword(signIn.credentials.password, user.hash)) {
+            Remember(signIn.credentials, user.hash);
+            signIn.result = SignIn::Result::Known;
+            signIn.kind = user.kind;
+            return signIn;
+        }
     }
-    if (!camera)
-        return std::nullopt;
-    Remember(credentials, {});
-    return UserKind::Phone;
+    if (camera) {
+        Remember(signIn.credentials, {});
+        signIn.result = SignIn::Result::Known;
+        signIn.kind = UserKind::Phone;
+        signIn.camera = true;
+    }
+    return signIn;
 }
 
 void Authenticator::Remember(const Credentials& credentials, const std::string& hash) {
@@ -88,17 +166,22 @@ void Authenticator::Remember(const Credentials& credentials, const std::string& 
     m_verified[credentials.login] = {credentials.password, hash, now + kRemember};
 }
 
-std::optional<UserKind> Authenticator::Remembered(const Credentials& credentials) const {
+std::optional<SignIn> Authenticator::Remembered(const Credentials& credentials) const {
     const auto memory = m_verified.find(credentials.login);
     if (memory == m_verified.end() || memory->second.until < Clock::now() ||
         !EqualInConstantTime(memory->second.password, credentials.password))
         return std::nullopt;
-    if (memory->second.hash.empty())
-        return IsCamera(credentials) ? std::optional(UserKind::Phone) : std::nullopt;
+    SignIn signIn{.result = SignIn::Result::Known, .credentials = credentials};
+    if (memory->second.hash.empty()) {
+        signIn.kind = UserKind::Phone;
+        signIn.camera = true;
+        return IsCamera(credentials) ? std::optional(signIn) : std::nullopt;
+    }
     const auto user = m_store.Users().find(credentials.login);
-    return user != m_store.Users().end() && memory->second.hash == user->second.hash
-               ? std::optional(user->second.kind)
-               : std::nullopt;
+    if (user == m_store.Users().end() || memory->second.hash != user->second.hash)
+        return std::nullopt;
+    signIn.kind = user->second.kind;
+    return signIn;
 }
 
 void Authenticator::RefreshUsers(Clock::time_point now) {

@@ -1,11 +1,14 @@
 // Finds out who sends a request.
 #pragma once
 
+#include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "host/base/wait.h"
@@ -13,6 +16,8 @@
 #include "host/http/endpoint.h"
 #include "host/http/request.h"
 #include "host/users/cameras.h"
+#include "host/users/check_queue.h"
+#include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
 
@@ -23,32 +28,45 @@ struct SignIn {
         Known,
         Missing,   // no credentials, or none that can be understood
         Wrong,     // no such user, or not the password
-        TurnedAway // too many wrong ones before; not looked at
+        TurnedAway // too many wrong ones before, or too many at the same time; not looked at
     };
     Result result = Result::Missing;
     Credentials credentials;
     UserKind kind = UserKind::Viewer;
+    bool camera = false; // by the password of the camera of this name: a phone that is this one camera
     std::chrono::seconds retryAfter{0};
 };
+
+// Writes a line to the log for somebody who is turned away; login and camera may be empty.
+void LogRefusal(const Request& request, std::string_view login, std::string_view camera,
+                std::string_view reason);
 
 // Users of the file, and the cameras of the settings, which sign in as phones. A login has one kind: a camera
 // with the name of a user who is no phone is no sign-in. Where a phone of the file and a camera have one
 // name, the password of either is right.
 //
 // Thread-safe. A password that was verified is remembered for some minutes, so that a page with its many
-// requests, or a phone that comes back, does not pay for the hash each time.
+// requests, or a phone that comes back, does not pay for the hash each time; those who come with the same
+// credentials from the same address at the same time wait for one check. Nothing is looked at, not even what
+// is remembered, before the throttle has given it a turn: every answer tells a guesser something.
 class Authenticator {
 public:
-    Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop);
+    // `placesFile` keeps from where people have signed in; empty: nothing does.
+    Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop,
+                  std::string placesFile = {});
 
-    // May wait for the address's turn; the stop signal ends that.
+    // May wait for the sender's turn, and for the check; the stop signal ends that.
     SignIn Check(std::string_view authorization, const PeerAddress& peer);
-    // Tells who sent the request of that head, when the credentials in it are right; does not wait for a turn
-    // and does not count a wrong one. For GetRequestAuth, which the component calls for a request that was
-    // let in before.
+    // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
+    // without waiting for a turn and without counting a wrong one. For GetRequestAuth, which the component
+    // calls for a request that was let in before.
     std::optional<RequestIdentity> Identify(std::string_view head);
-    // Counts a wrong password that was noticed elsewhere: in a phone's authentication record.
-    void ReportWrong(const PeerAddress& peer);
+    // Waits for the turn of a password that somebody else compares: a camera's, in a phone's record. Nothing
+    // when the sender is turned away, or the stop signal is raised.
+    std::optional<Throttle::Attempt> AwaitRecordTurn(std::string_view camera, const PeerAddress& peer);
+
+    // Writes what has to be known after a start; false when that was not possible, and is to be tried again.
+    bool Save() { return m_places.Save(); }
 
     // The opaque block that stands for a user in the component's hands: 16 random bytes, the same for every
     // request of that user as long as the host runs.
@@ -60,6 +78,10 @@ public:
     void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
     // The password of a phone that is this camera; nothing where no phone can be.
     [[nodiscard]] std::optional<std::string> CameraPassword(std::string_view camera) const;
+    // What the record of the camera's phone is compared with, whoever signs in.
+    [[nodiscard]] std::optional<std::string> StoredCameraPassword(std::string_view camera) const {
+        return m_cameras.StoredPassword(camera);
+    }
     // Whether a camera of this name could not be signed in to.
     [[nodiscard]] bool IsTaken(std::string_view login) const;
 
@@ -69,24 +91,37 @@ private:
         std::string hash; // of the user at that time: a changed password ends the memory; empty for a camera
         Clock::time_point until;
     };
-    void RefreshUsers(Clock::time_point now);                                 // with m_mutex held
-    std::optional<UserKind> Remembered(const Credentials& credentials) const; // with m_mutex held
-    bool IsLogin(std::string_view login) const;                               // with m_mutex held
-    bool IsCamera(const Credentials& credentials) const;                      // with m_mutex held
-    std::optional<UserKind> Verify(const Credentials& credentials);
+    // A sign-in that is being checked; others with the same credentials from the same address wait for it.
+    struct Flight {
+        bool landed = false; // under m_mutex
+        SignIn result;
+    };
+    using FlightKey = std::tuple<std::string, std::string, std::string>; // address, login, password
+
+    void RefreshUsers(Clock::time_point now);                               // with m_mutex held
+    std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
+    bool IsLogin(std::string_view login) const;                             // with m_mutex held
+    bool IsCamera(const Credentials& credentials) const;                    // with m_mutex held
+    SignIn Fly(Credentials credentials, const std::string& address, Throttle::Attempt attempt);
+    SignIn Verify(Credentials credentials, const std::string& address);
     void Remember(const Credentials& credentials, const std::string& hash);
+    bool AwaitTurn(Throttle::Attempt& attempt) const;
 
     static constexpr std::chrono::minutes kRemember{5};
     static constexpr std::chrono::seconds kRefreshEvery{1};
 
     const Wakeup& m_stop;
     CameraLogins m_cameras;
+    SignInPlaces m_places;
     Throttle m_throttle;
+    CheckQueue m_checks;
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
     Clock::time_point m_refreshed = Clock::now();
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
     std::map<std::string, std::string> m_tokens;
+    std::map<FlightKey, std::shared_ptr<Flight>> m_flights;
+    std::condition_variable m_landed; // a flight has
 };
 
 } // namespace host

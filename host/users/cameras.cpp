@@ -24,6 +24,12 @@ bool CameraLogins::Contains(std::string_view login) const {
     return m_passwords.contains(login);
 }
 
+std::optional<std::string> CameraLogins::StoredPassword(std::string_view camera) const {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_passwords.find(camera);
+    return found == m_passwords.end() ? std::nullopt : std::optional(found->second);
+}
+
 std::optional<std::string> CameraLogins::PasswordOf(std::string_view login) const {
     const std::lock_guard guard(m_mutex);
     const auto found = m_passwords.find(login);

@@ -27,6 +27,8 @@ public:
     // name.
     [[nodiscard]] bool Accepts(std::string_view login, std::string_view password) const;
     [[nodiscard]] bool Contains(std::string_view login) const;
+    // What the record of the camera's phone is compared with; nothing for a name that is no camera's.
+    [[nodiscard]] std::optional<std::string> StoredPassword(std::string_view camera) const;
     // Nothing for a login that Accepts would never take.
     [[nodiscard]] std::optional<std::string> PasswordOf(std::string_view login) const;
 

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
-#include <thread>
 
 #include <crypt.h>
 #include <sys/random.h>
@@ -18,36 +15,11 @@ namespace {
 constexpr char kMethod[] = "$y$";
 constexpr unsigned long kCost = 5; // the library's usual one: 16 MiB
 
-// Holds back more hash computations than the machine has processors: each one takes its memory.
-class HashGate {
-public:
-    void Enter() {
-        std::unique_lock lock(m_mutex);
-        m_free.wait(lock, [this] { return m_places > 0; });
-        --m_places;
-    }
-    void Leave() {
-        {
-            const std::lock_guard guard(m_mutex);
-            ++m_places;
-        }
-        m_free.notify_one();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_free;
-    unsigned m_places = std::max(1U, std::thread::hardware_concurrency());
-};
-
 // Empty when the library refuses.
 std::string Hash(std::string_view password, const std::string& setting) {
-    static HashGate gate;
     const auto data = std::make_unique<crypt_data>(); // 32 KiB, zeroed
     const std::string phrase(password);
-    gate.Enter();
     const char* hash = ::crypt_r(phrase.c_str(), setting.c_str(), data.get());
-    gate.Leave();
     return hash == nullptr || hash[0] == '*' ? std::string() : std::string(hash);
 }
 

@@ -8,8 +8,8 @@
 namespace host {
 
 // A yescrypt hash with a fresh salt, as libcrypt writes it. Takes some ten milliseconds and 16 MiB, on
-// purpose; only so many run at once as the machine has processors, the others wait. Throws std::runtime_error
-// when the library has no randomness.
+// purpose: CheckQueue holds back more than a few at a time. Throws std::runtime_error when the library has no
+// randomness.
 std::string HashPassword(std::string_view password);
 
 // Whether the password gives this hash. Costs the same for a wrong one, and for an empty hash, which never

@@ -1,49 +1,118 @@
-// Slows down an address that sends wrong passwords.
+// Limits how fast passwords can be guessed.
 //
-// The first wrong ones are free; after that each check of a password from that address waits its turn, and
-// the turns lie further apart with every wrong one. A sender whose turn would come too late is turned away at
-// once, without a check. The turns are handed out one behind the other, so that many connections at a time
-// guess no faster than one.
+//   from an address, at a login   five wrong ones are free; then each try waits for its turn, 250 ms at first
+//                                 and twice as long each time, up to 4 s
+//   from an address               after 60 wrong ones in ten minutes only logins are looked at that have
+//                                 signed in from there before (SignInPlaces)
+//   at a login, from anywhere     after 100 wrong ones in an hour its slow checks come last (CheckQueue)
+//
+// A try takes its turn before anything is looked at, and counts as a wrong one from then on until it turns
+// out right. So many connections at a time guess no faster than one, and nobody waits for somebody else's
+// login.
 #pragma once
 
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
 
 #include "host/base/wait.h"
+#include "host/users/sign_in_places.h"
 
 namespace host {
 
-class Throttle {
+// Whether something has happened a number of times within the last so much time.
+class RecentCount {
 public:
-    explicit Throttle(std::chrono::milliseconds maxWait) : m_maxWait(maxWait) {}
-
-    // When the next password of this address may be checked (now, in the best case); nothing when that is
-    // more than the longest wait away.
-    std::optional<Clock::time_point> Reserve(const std::string& address, Clock::time_point now);
-    void ReportWrong(const std::string& address, Clock::time_point now);
-    // How long a sender that was turned away should stay away.
-    [[nodiscard]] std::chrono::seconds RetryAfter(const std::string& address, Clock::time_point now) const;
+    RecentCount(std::size_t limit, Clock::duration span) : m_limit(limit), m_span(span) {}
+    void Add(Clock::time_point now);
+    [[nodiscard]] bool IsReached(Clock::time_point now) const noexcept {
+        return m_times.size() == m_limit && now - m_times[m_oldest] < m_span;
+    }
+    // Nothing of it counts any more.
+    [[nodiscard]] bool IsOver(Clock::time_point now) const noexcept {
+        return m_times.empty() || now - m_newest >= m_span;
+    }
+    [[nodiscard]] Clock::time_point Newest() const noexcept { return m_newest; }
+    // When it is not reached any more.
+    [[nodiscard]] Clock::time_point End() const noexcept { return m_times[m_oldest] + m_span; }
 
 private:
-    static constexpr unsigned kFree = 5;
-    static constexpr std::chrono::milliseconds kFirstDelay{250};
-    static constexpr std::chrono::milliseconds kLongestDelay{4000};
-    static constexpr std::chrono::minutes kForgetAfter{10};
-    static constexpr std::size_t kMaxAddresses = 4096;
+    std::size_t m_limit;
+    Clock::duration m_span;
+    std::vector<Clock::time_point> m_times; // a ring once it is full
+    std::size_t m_oldest = 0;
+    Clock::time_point m_newest;
+};
 
-    struct Record {
-        unsigned wrong = 0;
-        Clock::time_point lastWrong;
-        Clock::time_point next; // the first turn that is free
+// Thread-safe.
+class Throttle {
+public:
+    enum class Kind { SignIn, Record }; // what a password is tried by: each has its own turns
+
+    // A try that has got its turn. Wrong, unless something else is said before its end.
+    class Attempt {
+    public:
+        Attempt(Attempt&& other) noexcept;
+        Attempt& operator=(Attempt&& other) noexcept;
+        ~Attempt();
+
+        [[nodiscard]] Clock::time_point Turn() const noexcept { return m_turn; }
+        // The password is right: this try was none, and the login is known at its address from now on.
+        void Right();
+        // Nobody has looked at the password.
+        void Withdraw();
+
+    private:
+        friend class Throttle;
+        Attempt(Throttle& throttle, Kind kind, std::string_view login, const std::string& address,
+                Clock::time_point turn)
+            : m_throttle(&throttle), m_kind(kind), m_login(login), m_address(address), m_turn(turn) {}
+
+        Throttle* m_throttle; // null once it is said what this try was
+        Kind m_kind;
+        std::string m_login;
+        std::string m_address;
+        Clock::time_point m_turn;
     };
-    static std::chrono::milliseconds DelayAfter(unsigned wrong) noexcept;
-    void Forget(Clock::time_point now);
+
+    // A sender whose turn is further away than `maxWait` is turned away. The places outlive the object.
+    Throttle(std::chrono::milliseconds maxWait, SignInPlaces& places)
+        : m_maxWait(maxWait), m_places(places) {}
+
+    // Nothing for a sender that is turned away; `retryAfter` is how long it should stay away then.
+    std::optional<Attempt> Reserve(Kind kind, std::string_view login, const std::string& address,
+                                   Clock::time_point now, std::chrono::seconds* retryAfter);
+    // Whether passwords of this login from this address are looked at now: asked again before a slow check,
+    // which may have waited.
+    [[nodiscard]] bool IsHeard(std::string_view login, const std::string& address, Clock::time_point now);
+    // Whether a login's slow checks come last.
+    [[nodiscard]] bool IsLast(std::string_view login, Clock::time_point now);
+
+private:
+    struct Pair {
+        unsigned tries = 0;     // that were not right, those under way included
+        Clock::time_point next; // no turn is before
+        Clock::time_point last; // the newest try
+    };
+    using PairKey = std::tuple<Kind, std::string, std::string>; // with login and address
+
+    static std::chrono::milliseconds DelayAfter(unsigned tries) noexcept;
+    Pair& PairOf(const PairKey& key, Clock::time_point now);
+    enum class Outcome { Right, Wrong, Withdrawn };
+    void Finish(const Attempt& attempt, Outcome outcome);
+    // With m_mutex held.
+    bool IsHeardLocked(std::string_view login, const std::string& address, Clock::time_point now) const;
 
     const std::chrono::milliseconds m_maxWait;
-    mutable std::mutex m_mutex;
-    std::map<std::string, Record> m_records;
+    SignInPlaces& m_places;
+    std::mutex m_mutex; // everything below
+    std::map<PairKey, Pair> m_pairs;
+    std::map<std::string, RecentCount, std::less<>> m_addresses;
+    std::map<std::string, RecentCount, std::less<>> m_logins;
 };
 
 } // namespace host

@@ -19,14 +19,15 @@ constexpr std::array<std::pair<UserKind, std::string_view>, 3> kKinds{{
     {UserKind::Phone, "phone"},
 }};
 
-bool HasControl(std::string_view text) {
+// What a file of users cannot hold, for one that was written when other control characters were let in.
+bool HasAsciiControl(std::string_view text) {
     return std::ranges::any_of(text, [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
 }
 
 std::string CheckLoginWithout(std::string_view login, std::string_view signs) {
     if (login.empty() || login.size() > kMaxLoginBytes)
         return "a login has 1 to 64 bytes";
-    if (HasControl(login) || login.find_first_of(signs) != std::string_view::npos) {
+    if (HasAsciiControl(login) || login.find_first_of(signs) != std::string_view::npos) {
         std::string line = "a login has no control characters and none of";
         for (const char sign : signs)
             line.append(1, ' ').append(1, sign);
@@ -66,14 +67,17 @@ bool Allows(UserKind kind, Right right) noexcept {
 }
 
 std::string CheckLogin(std::string_view login) {
-    return CheckLoginWithout(login, "/?#:%&");
+    std::string wrong = CheckLoginWithout(login, "/?#:%&");
+    if (wrong.empty() && platform::HasControl(login))
+        wrong = "a login has no characters that change how the text around them is shown";
+    return wrong;
 }
 
 std::string CheckPassword(std::string_view password, UserKind kind) {
     const std::size_t longest = kind == UserKind::Phone ? kMaxPhonePasswordBytes : 256;
     if (password.empty() || password.size() > longest)
         return "a password of this kind of user has 1 to " + std::to_string(longest) + " bytes";
-    if (HasControl(password) || password.find_first_of("&/") != std::string_view::npos)
+    if (platform::HasControl(password) || password.find_first_of("&/") != std::string_view::npos)
         return "a password has no control characters and none of & /";
     return {};
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -24,12 +26,19 @@ TEST(Options, GoodOnesAreRead) {
     EXPECT_EQ(defaults.listen.Text(), "127.0.0.1:8080");
     EXPECT_FALSE(defaults.demo || defaults.seconds);
     const Options options = Parse("--listen [::1]:0 --data d --seconds 10 --demo --quiet --pictures p "
-                                  "--max-connections 7 --max-per-address 3 --max-pixels 12000000");
+                                  "--max-connections 7 --max-per-address 3 --max-viewers-per-login 1 "
+                                  "--max-viewers-per-address 2 --max-streams-per-login 4 "
+                                  "--max-streams-per-address 5 --max-archives-per-login 6 "
+                                  "--max-archives-per-address 8 --max-pixels 12000000");
     EXPECT_EQ(options.command, Command::Serve);
     EXPECT_EQ(options.listen.Text() + options.data + options.pictures, "[::1]:0dp");
     EXPECT_EQ(options.seconds, 10U);
     EXPECT_TRUE(options.demo && options.verbosity == Verbosity::Quiet);
-    EXPECT_TRUE(options.limits.maxConnections == 7 && options.limits.maxPerAddress == 3);
+    const Limits& limits = options.limits;
+    EXPECT_EQ((std::array{limits.maxConnections, limits.maxPerAddress, limits.maxViewersPerLogin,
+                          limits.maxViewersPerAddress, limits.maxStreamsPerLogin, limits.maxStreamsPerAddress,
+                          limits.maxArchivesPerLogin, limits.maxArchivesPerAddress}),
+              (std::array<std::size_t, 8>{7, 3, 1, 2, 4, 5, 6, 8}));
     EXPECT_TRUE(options.maxPixels == 12'000'000 && defaults.maxPixels == 2048 * 2048);
     EXPECT_EQ(Parse("--kind phone --add-user ann").command, Command::AddUser);
     EXPECT_EQ(Parse("--kind phone --add-user ann").userKind, UserKind::Phone);

@@ -169,9 +169,10 @@ TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {
 TEST(Server, DemoAnswersOnlyUnderALoopbackName) {
     const Rig rig;
     EXPECT_EQ(rig.Get("/health", "Host: [::1]:1\r\n").status, 200U);
-    for (const char* lines : {"", "Host: localhost.evil.example\r\n"}) {
-        for (const char* path : {"/", "/metrics", "/live/yard", "/tiny"})
-            EXPECT_EQ(rig.Get(path, lines).status, 403U) << lines << path;
+    for (const char* path : {"/", "/metrics", "/live/yard", "/tiny"}) {
+        EXPECT_EQ(rig.Get(path, "Host: localhost.evil.example\r\n").status, 403U) << path;
+        // Old phones name no host. Whatever they ask for, here it is not the demo's to give.
+        EXPECT_EQ(rig.Get(path, "").status, path == std::string_view("/tiny") ? 403U : 400U) << path;
     }
     for (const char* path : {"/mobile/list", "/settings", "/xslt/enum/all?xslt=cameras.xsl"})
         EXPECT_EQ(rig.Get(path).status, 401U) << path << " needs a user in the demo, too";
@@ -224,7 +225,7 @@ TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
     EXPECT_EQ(rig.Refused(Refusal::RecordTimeout), 1U);
     EXPECT_TRUE(rig.handler->Processed().empty());
 
-    // A denied record is a wrong password of that address, and the sixth is one too many.
+    // A denied record is a wrong password for that camera, and the sixth is one too many to be looked at.
     rig.handler->m_processResult = E_ACCESSDENIED;
     for (std::size_t wrong = 1; wrong <= 5; ++wrong) {
         Client phone(rig.Port());
@@ -234,11 +235,16 @@ TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {
     }
     EXPECT_EQ(rig.counters.Begun(SessionKind::Upload), 0U);
     EXPECT_TRUE(Eventually([&] { return rig.counters.open == 0; }));
-    EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kWrong)).status, 401U);
-    const Reply reply = rig.Get("/mobile/list", std::string(Rig::kWrong));
+    EXPECT_EQ(rig.Ask(head + support::AuthRecord("wrong")).status, 429U);
+    EXPECT_EQ(rig.handler->Processed().size(), 5U);
+    Reply reply;
+    int wrong = 0; // a machine that is slow gives the sixth and some later ones their turns
+    while (++wrong < 12 && reply.status != 429U)
+        reply = rig.Get("/mobile/list", std::string(Rig::kWrong));
+    EXPECT_GT(wrong, 6);
     EXPECT_EQ(reply.status, 429U);
     EXPECT_GE(std::stoi("0" + reply.Header("Retry-After")), 1);
-    EXPECT_EQ(rig.Get("/health").status, 200U) << "watching the demo needs no password";
+    EXPECT_EQ(rig.Get("/mobile/list", std::string(Rig::kViewer)).status, 200U) << "from the same address";
 }
 
 TEST(Server, HandlerAnswersAndFailuresArePassedOn) {
@@ -324,7 +330,9 @@ TEST(Server, ConnectionsAreLimitedPerAddressAndInAll) {
         EXPECT_EQ(reply.status, 503U);
         EXPECT_EQ(reply.Header("Retry-After"), "2");
         EXPECT_TRUE(tooMany.peer.IsClosed());
-        EXPECT_EQ(rig.Refused(perAddress ? Refusal::TooManyFromAddress : Refusal::TooManyConnections), 1U);
+        EXPECT_EQ(rig.Get("/healthz").status, 200U);
+        EXPECT_EQ(rig.Get("/health").status, 503U);
+        EXPECT_EQ(rig.Refused(perAddress ? Refusal::TooManyFromAddress : Refusal::TooManyConnections), 2U);
         held.pop_back();
         ASSERT_TRUE(Eventually([&] { return rig.counters.open == 2; }));
         EXPECT_EQ(rig.Get("/health").status, 200U);
@@ -405,9 +413,9 @@ TEST(Server, MetricsTellWhatCamerasCostAndWhoIsThere) {
     };
     show(5);
     // The picture was there before the host knew that its phone was let in.
-    rig.feeds->Find("yard")->SessionBegan(asked);
+    rig.feeds->Find("yard")->SessionBegan(asked, "a");
     EXPECT_GT(value("camera_first_picture_seconds"), 0);
-    rig.feeds->Find("yard")->SessionBegan(Clock::now());
+    rig.feeds->Find("yard")->SessionBegan(Clock::now(), "a");
     burn(20ms);
     show(2);
     for (int i = 0; i < 2; ++i) // the second one shares it

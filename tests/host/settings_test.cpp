@@ -227,10 +227,16 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     EXPECT_EQ(put({"gate", "320x240", "other"}), NotWritten);
     EXPECT_EQ(ready(), "The last change of the settings could not be written to disk.\n");
     const Reply document = Get(kDocument);
-    EXPECT_EQ(Write(document.body, document.Header("ETag")).Header("X-Settings-Written"), "no");
+    const Reply unwritten = Write(document.body, document.Header("ETag"));
+    EXPECT_EQ(unwritten.Header("X-Settings-Written"), "no");
+    EXPECT_FALSE(rig.settings.WriteWhatIsLeft());
+    EXPECT_THAT(rig.Get("/health").body,
+                HasSubstr("{\"status\":\"The last change of the settings could not"));
+    EXPECT_THAT(rig.Get("/metrics").body, HasSubstr("\nmorrowstream_settings_written 0\n"));
     rig.configuration->m_onSet = written;
-    EXPECT_EQ(put({"gate", "320x240", "third"}), Done);
+    EXPECT_TRUE(rig.settings.WriteWhatIsLeft());
     EXPECT_EQ(ready(), "ready\n");
+    EXPECT_EQ(Get(kDocument).Header("ETag"), unwritten.Header("ETag")) << "nothing has changed";
     rig.settings.SetConfiguration(nullptr);
     EXPECT_EQ(rig.Get("/readyz").status, 503U);
 }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <mutex>
 #include <thread>
 
 #include <sys/stat.h>
@@ -9,10 +12,13 @@
 #include "host/base/start_error.h"
 #include "host/main/data_folder.h"
 #include "host/users/authenticator.h"
+#include "host/users/check_queue.h"
 #include "host/users/password.h"
+#include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
 #include "platform/files.h"
 #include "platform/text.h"
+#include "support/Wait.h"
 #include "support/temp_folder.h"
 
 namespace host {
@@ -99,40 +105,170 @@ TEST(DataFolder, FilesWithFaultsAreToldByLine) {
     }
 }
 
-TEST(Throttle, TurnsComeFurtherApartAndOnlyForThatAddress) {
-    Throttle throttle(4s);
+using Kind = Throttle::Kind;
+
+// Where nobody has signed in yet, unless a test says so.
+struct Guessed {
+    // The turn of one more try, from now on; nothing when it is turned away. A wrong one, unless `right`.
+    std::optional<Clock::duration> Try(const std::string& login, const std::string& address,
+                                       Clock::time_point now, bool right = false, Kind kind = Kind::SignIn) {
+        auto attempt = throttle.Reserve(kind, login, address, now, &retryAfter);
+        if (!attempt)
+            return std::nullopt;
+        const auto wait = attempt->Turn() - now;
+        if (right)
+            attempt->Right();
+        return wait;
+    }
+    SignInPlaces places;
+    Throttle throttle{16s, places};
+    std::chrono::seconds retryAfter{0};
+};
+
+TEST(Throttle, ABurstGetsTurnsFurtherAndFurtherApartAndNobodyElseWaits) {
+    Guessed guessed;
     const auto t = Clock::now();
-    for (int wrong = 0; wrong < 5; ++wrong) {
-        EXPECT_EQ(throttle.Reserve("a", t), t) << wrong;
-        throttle.ReportWrong("a", t);
+    // Reserved, and looked at by nobody yet.
+    std::vector<Throttle::Attempt> burst;
+    std::vector<std::chrono::milliseconds> turns;
+    for (int i = 0; i < 200; ++i) {
+        if (auto attempt = guessed.throttle.Reserve(Kind::SignIn, "ann", "a", t, &guessed.retryAfter)) {
+            turns.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(attempt->Turn() - t));
+            burst.push_back(std::move(*attempt));
+        }
     }
-    // The distance of the turns behind the sixth wrong password and on.
-    auto now = t;
-    for (const auto delay : {250ms, 500ms, 1000ms, 2000ms, 4000ms, 4000ms}) {
-        throttle.ReportWrong("a", now);
-        const auto turn = throttle.Reserve("a", now);
-        ASSERT_TRUE(turn) << delay.count();
-        EXPECT_EQ(*turn - now, delay);
-        now = *turn;
+    EXPECT_EQ(turns, (std::vector<std::chrono::milliseconds>{0ms, 0ms, 0ms, 0ms, 0ms, 250ms, 750ms, 1750ms,
+                                                             3750ms, 7750ms, 11750ms, 15750ms}));
+    EXPECT_EQ(guessed.retryAfter, 20s);
+    EXPECT_EQ(guessed.Try("admin", "a", t), 0s);
+    EXPECT_EQ(guessed.Try("ann", "b", t), 0s);
+    EXPECT_EQ(guessed.Try("ann", "a", t, false, Kind::Record), 0s);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 11min), 0s) << "forgotten";
+}
+
+TEST(Throttle, RightPasswordsAreNoTriesAndEndTheWait) {
+    Guessed guessed;
+    const auto t = Clock::now();
+    for (int phone = 0; phone < 300; ++phone) {
+        for (int again = 0; again < 20; ++again)
+            ASSERT_EQ(guessed.Try("cam" + std::to_string(phone), "a", t, true), 0s);
     }
-    // Many connections at a time get turns one behind the other, not the same one.
-    Throttle crowd(4s);
-    for (int wrong = 0; wrong < 7; ++wrong)
-        crowd.ReportWrong("a", t);
-    for (auto turn = t + 500ms; turn <= t + 4s; turn += 500ms)
-        EXPECT_EQ(crowd.Reserve("a", t), turn);
-    EXPECT_FALSE(crowd.Reserve("a", t));
-    EXPECT_GE(crowd.RetryAfter("a", t), 1s);
-    EXPECT_EQ(crowd.Reserve("b", t), t);
-    EXPECT_EQ(crowd.Reserve("a", t + 11min), t + 11min);
-    // The worst sender is remembered, however many there are.
+    for (int wrong = 0; wrong < 8; ++wrong)
+        (void)guessed.Try("ann", "a", t);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 4s, true), 0s);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 4s), 0s);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 4s), 250ms) << "not five more for who guesses beside ann";
+    // What nobody has looked at was no try.
+    for (int i = 0; i < 100; ++i)
+        guessed.throttle.Reserve(Kind::SignIn, "eve", "a", t, &guessed.retryAfter)->Withdraw();
+    EXPECT_EQ(guessed.Try("eve", "a", t), 0s);
+}
+
+TEST(Throttle, AnAddressIsHeardOnlyForLoginsThatItIsKnownForOnceItHasGuessedALot) {
+    Guessed guessed;
+    const auto t = Clock::now();
+    EXPECT_EQ(guessed.Try("ann", "a", t, true), 0s);
+    for (int wrong = 0; wrong < 60; ++wrong)
+        EXPECT_EQ(guessed.Try("login" + std::to_string(wrong), "a", t + wrong * 1s), 0s) << wrong;
+    EXPECT_EQ(guessed.Try("bob", "a", t + 1min, true), std::nullopt);
+    EXPECT_EQ(guessed.retryAfter, 9min);
+    EXPECT_FALSE(guessed.throttle.IsHeard("bob", "a", t + 1min));
+    EXPECT_EQ(guessed.Try("ann", "a", t + 1min), 0s);
+    EXPECT_EQ(guessed.Try("bob", "b", t + 1min), 0s);
+    EXPECT_EQ(guessed.Try("bob", "a", t + 11min), 0s);
+    // And a login that is guessed at from everywhere comes last, for an hour.
+    for (int wrong = 0; wrong < 100; ++wrong) {
+        EXPECT_FALSE(guessed.throttle.IsLast("eve", t)) << wrong;
+        (void)guessed.Try("eve", "c" + std::to_string(wrong), t);
+    }
+    EXPECT_TRUE(guessed.throttle.IsLast("eve", t + 59min));
+    EXPECT_FALSE(guessed.throttle.IsLast("eve", t + 60min) || guessed.throttle.IsLast("ann", t));
+}
+
+TEST(Throttle, RemembersTheWorstSendersHoweverManyAddressesThereAre) {
+    Guessed guessed;
+    const auto t = Clock::now();
     for (int i = 0; i < 4200; ++i)
-        crowd.ReportWrong("other" + std::to_string(i), t + std::chrono::milliseconds(i));
-    for (int wrong = 0; wrong < 12; ++wrong)
-        crowd.ReportWrong("c", t + 6s);
+        (void)guessed.Try("ann", "other" + std::to_string(i), t + std::chrono::milliseconds(i));
+    for (int wrong = 0; wrong < 6; ++wrong)
+        (void)guessed.Try("ann", "a", t + 6s);
     for (int i = 0; i < 300; ++i)
-        crowd.ReportWrong("more" + std::to_string(i), t + 6s);
-    EXPECT_NE(crowd.Reserve("c", t + 6s), t + 6s);
+        (void)guessed.Try("ann", "more" + std::to_string(i), t + 6s);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 6s), 750ms);
+}
+
+TEST(SignInPlaces, OutliveAStartForThirtyDays) {
+    const TempFolder folder;
+    const std::string path = folder.File("sign-ins");
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    {
+        SignInPlaces places(path);
+        places.Note("Двор №1", "192.0.2.1", now);
+        places.Note("old", "192.0.2.1", now - std::chrono::days(40));
+        EXPECT_TRUE(places.Save());
+        using std::filesystem::perms;
+        EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+    }
+    platform::ReplaceFile(path, ReadFile(path) + "bob\t192.0.2.1\tyesterday\nbob\n\xFF");
+    SignInPlaces again(path);
+    EXPECT_TRUE(again.Knows("Двор №1", "192.0.2.1"));
+    EXPECT_TRUE(again.Knows("Двор №1", "192.0.2.1", now + std::chrono::days(29)));
+    EXPECT_FALSE(again.Knows("Двор №1", "192.0.2.1", now + std::chrono::days(30)));
+    for (const auto& [login, address] :
+         {std::pair{"old", "192.0.2.1"}, {"bob", "192.0.2.1"}, {"Двор №1", "192.0.2.2"}})
+        EXPECT_FALSE(again.Knows(login, address)) << login;
+    // A folder that takes nothing loses nothing.
+    SignInPlaces lost(folder.File("none/sign-ins"));
+    lost.Note("ann", "a");
+    EXPECT_FALSE(lost.Save());
+    std::filesystem::create_directories(folder.File("none"));
+    EXPECT_TRUE(lost.Save());
+    EXPECT_TRUE(SignInPlaces(folder.File("none/sign-ins")).Knows("ann", "a"));
+}
+
+TEST(CheckQueue, LetsTwoInAndKeepsPlacesForOthersThanTheGreediest) {
+    using Rank = CheckQueue::Rank;
+    CheckQueue queue;
+    Wakeup stop;
+    auto first = queue.Enter(Rank::Usual, "a", stop);
+    auto second = queue.Enter(Rank::Usual, "a", stop);
+    ASSERT_TRUE(first && second);
+    std::atomic<int> away{0};
+    std::mutex mutex;
+    std::vector<Rank> order; // under mutex
+    std::vector<std::jthread> waiters;
+    const auto wait = [&](Rank rank, const std::string& address) {
+        waiters.emplace_back([&, rank, address] {
+            if (const auto place = queue.Enter(rank, address, stop)) {
+                const std::lock_guard guard(mutex);
+                order.push_back(rank);
+            } else {
+                ++away;
+            }
+        });
+    };
+    for (int i = 0; i < 4; ++i)
+        wait(Rank::Last, "a");
+    for (int i = 0; i < 60; ++i)
+        wait(Rank::Usual, "a");
+    ASSERT_TRUE(support::Eventually([&] { return queue.Waiting() == 64; }));
+    EXPECT_FALSE(queue.Enter(Rank::Last, "a", stop)) << "there are enough of these";
+    EXPECT_EQ(away, 0);
+    wait(Rank::Usual, "a");
+    EXPECT_TRUE(support::Eventually([&] { return away == 1; })) << "before the usual ones";
+    wait(Rank::Last, "b");
+    EXPECT_TRUE(support::Eventually([&] { return away == 2; })) << "b has none waiting, and a many";
+    for (int i = 0; i < 2; ++i)
+        wait(Rank::Usual, "b");
+    EXPECT_TRUE(support::Eventually([&] { return away == 4; }));
+    ASSERT_EQ(queue.Waiting(), 64U);
+    first.reset();
+    second.reset();
+    ASSERT_TRUE(support::Eventually([&] { return queue.Waiting() == 0; }));
+    stop.Signal();
+    waiters.clear();
+    ASSERT_EQ(order.size(), 64U);
+    EXPECT_TRUE(order[63] == Rank::Last || order[62] == Rank::Last) << "the two that work at the end";
 }
 
 TEST(Authenticator, ReadsBasicAndNothingElse) {
@@ -194,14 +330,6 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
     };
     EXPECT_FALSE(identify("ann:old"));
     EXPECT_EQ(identify("ann:new").value().token, authenticator.TokenOf("ann"));
-
-    // Who guesses is turned away, but neither is who is remembered, nor anybody elsewhere.
-    for (int i = 0; i < 6; ++i)
-        authenticator.ReportWrong({"192.0.2.2", "192.0.2.2"});
-    EXPECT_EQ(check("nobody:x", "192.0.2.2").result, TurnedAway);
-    EXPECT_GE(check("nobody:x", "192.0.2.2").retryAfter, 1s);
-    EXPECT_EQ(check("ann:new", "192.0.2.2").result, Known);
-    EXPECT_EQ(check("nobody:x", "192.0.2.3").result, Wrong);
 }
 
 TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
@@ -234,6 +362,39 @@ TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
     authenticator.SetCameras({});
     EXPECT_EQ(kind("Двор №1:z"), std::nullopt);
     EXPECT_EQ(authenticator.LoginOf(token), std::nullopt);
+}
+
+TEST(Authenticator, ChecksFewOfManyGuessesAndOneOfManyThatAreTheSame) {
+    const TempFolder folder;
+    UserStore store(folder.File("users"));
+    for (const char* login : {"ann", "bob"})
+        store.Set(login, {UserKind::Viewer, false, HashPassword("right")});
+    const Wakeup stop;
+    Authenticator authenticator(std::move(store), 0ms, stop);
+    const PeerAddress peer{"192.0.2.1", "192.0.2.1"};
+    const auto results = [&](const std::string& login, int count, auto password) {
+        std::array<std::atomic<int>, 4> seen{};
+        {
+            std::vector<std::jthread> senders;
+            for (int i = 0; i < count; ++i)
+                senders.emplace_back([&, i] {
+                    const SignIn signIn = authenticator.Check(Basic(login + ":" + password(i)), peer);
+                    EXPECT_EQ(signIn.result == SignIn::Result::TurnedAway, signIn.retryAfter >= 1s);
+                    ++seen[static_cast<std::size_t>(signIn.result)];
+                });
+        }
+        return std::array<int, 4>{seen[0], seen[1], seen[2], seen[3]};
+    };
+    const auto same = [](int) { return std::string("right"); };
+    EXPECT_EQ(results("ann", 60, same), (std::array{60, 0, 0, 0}));
+    // Ann's password is among the guesses, and it is remembered.
+    const auto guess = [](int i) { return i == 150 ? "right" : "guess" + std::to_string(i); };
+    const auto [known, missing, wrong, away] = results("ann", 200, guess);
+    EXPECT_LE(known + wrong, 10);
+    EXPECT_EQ(known + missing + wrong + away, 200);
+    EXPECT_EQ(results("bob", 60, same), (std::array{60, 0, 0, 0})) << "from the same address";
+    EXPECT_EQ(authenticator.Check(Basic("ann:right"), {"192.0.2.2", "192.0.2.2"}).result,
+              SignIn::Result::Known);
 }
 
 } // namespace

@@ -59,7 +59,7 @@ TABLE = {
     "host/log": INTERFACES | {"host/base"},
     "host/http": {"platform", "host/base", "host/log"},
     "host/users": {"platform", "host/base", "host/log", "host/http", "host/component"},
-    "host/feed": INTERFACES | {"host/base", "host/picture"},
+    "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
     # One subject a room; they do not include each other.

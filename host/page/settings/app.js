@@ -171,6 +171,9 @@ async function load() {
         showLanguages();
         const answer = await ask("GET", "/settings/document");
         showForm(answer.content, answer.version);
+        if (!host.written) {
+            showBanner(text("notOnDisk"));
+        }
     } catch (error) {
         showMessage(text("cannotLoad"), error instanceof HostError ? wordsFor(error) : error.message);
     }
@@ -211,6 +214,7 @@ async function sendDocument() {
         answer = await send();
     }
     showForm(answer.content, answer.version);
+    host.written = answer.written;
     if (!answer.written) {
         showBanner(text("notOnDisk"));
     } else if (form.fingerprint !== sent) {
@@ -247,7 +251,8 @@ async function save() {
             host.language.configured = page.language.value;
             showLanguages();
         }
-        say(text(newLanguage && host.language.configured !== host.language.active ? "savedNextStart" : "saved"));
+        const done = newLanguage && host.language.configured !== host.language.active ? "savedNextStart" : "saved";
+        say(text(host.written ? done : "notYetOnDisk"));
     } catch (error) {
         const concerned = error instanceof HostError ? form.showProblems(error.problems) : [];
         if (concerned.length > 0) {

@@ -87,12 +87,14 @@ Answer LinkPages::ContentFor(const LinkTable::Link& link, std::string_view file,
     const auto password = m_authenticator.CameraPassword(link.camera);
     if (!password)
         return Gone();
-    const auto request =
-        ParseRequest("GET /mobile" + std::string(file) + "?JarName=" + MidletName(link.camera) +
-                     " HTTP/1.1\r\nHost: " + std::string(asked.Host()) +
-                     "\r\nAuthorization: " + BasicAuthorization({link.camera, *password}) + "\r\n\r\n")
-            .request;
-    return request ? m_content(*request) : Gone();
+    auto request = ParseRequest("GET /mobile" + std::string(file) + "?JarName=" + MidletName(link.camera) +
+                                " HTTP/1.1\r\nHost: " + std::string(asked.Host()) + "\r\nAuthorization: " +
+                                BasicAuthorization({link.camera, *password}) + "\r\n\r\n")
+                       .request;
+    if (!request)
+        return Gone();
+    request->peer = asked.peer;
+    return m_content(*request, link.camera);
 }
 
 LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {

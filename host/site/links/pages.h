@@ -35,7 +35,7 @@ struct LinkReply {
 class LinkPages {
 public:
     // The component's answer to a GET.
-    using Content = std::function<Answer(const Request& request)>;
+    using Content = std::function<Answer(const Request& request, std::string_view login)>;
 
     // `authority` is where others reach this server, "ADDR:PORT", or empty. The authenticator outlives the
     // object.

@@ -189,12 +189,24 @@ Answer AnswerOf(const Request& request, IWebHandler& handler) {
     return answer;
 }
 
+// Whether answering takes building an archive: one itself, its descriptor, and whatever else the component
+// may take for one of them.
+bool MayBuildArchive(std::string_view path) {
+    const auto decoded = PercentDecode(path);
+    return !decoded || decoded->find(".ja") != std::string::npos;
+}
+
 } // namespace
 
-Answer MobilePages::Content(const Request& request) const {
+Answer MobilePages::Content(const Request& request, std::string_view login) const {
     const auto handler = HandlerOf(request, false);
     if (!handler)
         return Answer::Text(404, "There is nothing here.");
+    Shares::Share share; // ends with the call: how long an archive takes to go out is its receiver's affair
+    if (MayBuildArchive(request.path)) {
+        if (auto refused = TakeShare(shares.archives, request, login, counters, &share))
+            return std::move(*refused);
+    }
     Answer answer = AnswerOf(request, *handler);
     answer.headers["Cache-Control"] = "no-store";
     return answer;

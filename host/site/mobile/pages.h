@@ -13,6 +13,7 @@
 #include "host/http/request.h"
 #include "host/sources/source_table.h"
 #include "host/users/authenticator.h"
+#include "host/users/shares.h"
 
 namespace host {
 
@@ -21,6 +22,7 @@ struct MobilePages {
     FeedTable& feeds;
     const SourceTable& sources;
     Authenticator& authenticator;
+    ShareTable& shares;
     const Limits& limits;
     Counters& counters;
     const Wakeup& stop;
@@ -34,12 +36,18 @@ struct MobilePages {
     // Texts go out as UTF-8, without the zero that the component puts behind them. A page that names a style
     // sheet of the same handler is sent as HTML to clients that prefer it. Archives carry the name that the
     // query gives them, and a path NAME.jad is the descriptor of the archive NAME.jar. Nothing of it is kept
-    // by caches: an archive holds a password.
-    [[nodiscard]] Answer Content(const Request& request) const;
+    // by caches: an archive holds a password. `login` has so many archives built at a time as one may.
+    [[nodiscard]] Answer Content(const Request& request, std::string_view login) const;
 
-    // Gives the socket, from which nothing behind the head has been read, to the handler. An upload is handed
-    // over only once its authentication record is there, so that the component never waits for it.
-    void HandOver(Descriptor socket, const Request& request, IWebHandler& handler) const;
+    // Takes the socket, from which nothing behind the head has been read, and gives it to the handler; or
+    // leaves it and returns what to answer. The place goes back when the handler's last thread has done with
+    // the connection. An upload is handed over only once its authentication record is there, so that the
+    // component never waits for it.
+    //
+    // Every record takes its turn as a password does. A wrong one for a camera that is receiving is denied
+    // here: the component would end the running upload before it compares.
+    std::optional<Answer> HandOver(Descriptor& socket, const Request& request, const SignIn& signIn,
+                                   Shares::Share place, IWebHandler& handler) const;
 
     // "/xslt/enum/all": what the midlet's manifest names as its list of cameras, and what the mobile page
     // links to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source with

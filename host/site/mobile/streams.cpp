@@ -1,14 +1,22 @@
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/time.h>
-
+#include <algorithm>
+#include <array>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include "host/feed/phone_session.h"
 #include "host/http/wire.h"
+#include "host/log/console.h"
 #include "host/site/mobile/pages.h"
+#include "host/users/password.h"
 #include "platform/scope.h"
 #include "platform/socket.h"
+#include "platform/status.h"
 #include "platform/text.h"
 
 namespace host {
@@ -53,13 +61,151 @@ std::u16string HandlerPath(const Request& request) {
     return platform::FromUtf8(path);
 }
 
-// The camera that an upload names.
-std::optional<std::string> CameraOf(const Request& request) {
-    constexpr std::string_view kUploads = "/mobile/video/";
-    return request.path.starts_with(kUploads)
-               ? PercentDecode(std::string_view(request.path).substr(kUploads.size()))
-               : std::nullopt;
+// "yard" in "mobile/video/yard/", as the component cuts it.
+std::string NameIn(std::u16string_view path) {
+    path.remove_prefix(std::min(path.size(), std::u16string_view(u"mobile/video").size()));
+    while (path.ends_with(u'/'))
+        path.remove_suffix(1);
+    while (path.starts_with(u'/'))
+        path.remove_prefix(1);
+    return platform::ToUtf8(path);
 }
+
+// Compares as the component does: single-byte texts of this thread's code page, inside the record's field.
+bool IsRightRecord(std::string_view record, const std::string& password) {
+    const std::string stored = platform::ToNarrow(platform::FromUtf8(password), platform::kCodePageThread);
+    const std::string_view field = record.substr(kRecordPasswordOffset);
+    return EqualInConstantTime(field.substr(0, field.find('\0')), stored.c_str());
+}
+
+// What the component does with a wrong record, without the camera's running upload, which it would end first.
+void DenyRecord(int fd, const std::string& camera, const Wakeup& stop) {
+    std::u16string_view reason = platform::MessageText(static_cast<std::uint32_t>(E_ACCESSDENIED));
+    while (reason.ends_with(u'\n') || reason.ends_with(u'\r'))
+        reason.remove_suffix(1);
+    Console::Get().Log("mobile", "connection of " + camera + " rejected: 0x80070005, (" +
+                                     platform::ToUtf8(reason) + ")");
+    // Taken off the socket: closing over unread bytes could take the answer with it.
+    std::array<char, kAuthRecordBytes> record{};
+    (void)::recv(fd, record.data(), record.size(), MSG_DONTWAIT);
+    constexpr char kDenied = 1;
+    (void)::send(fd, &kDenied, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    FinishSending(fd, stop);
+}
+
+// The component compares a phone's password in this thread's code page, by default that of the server's
+// language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,
+// whatever language the server speaks.
+auto UseUtf8() {
+    (void)platform::SetThreadCodePage(platform::kCodePageUtf8);
+    return platform::AtScopeEnd([] { (void)platform::SetThreadCodePage(0); });
+}
+
+class HandingOver {
+public:
+    HandingOver(Descriptor& socket, const Request& request, const SignIn& signIn, IWebHandler& handler,
+                const MobilePages& pages)
+        : m_socket(socket), m_request(request), m_signIn(signIn), m_handler(handler), m_pages(pages),
+          m_path(HandlerPath(request)), m_name(NameIn(m_path)) {}
+
+    std::optional<Answer> Upload() {
+        // Whoever has one camera's password could otherwise end the uploads of all others.
+        if (m_signIn.camera && m_signIn.credentials.login != m_name)
+            return Refuse(Refusal::Forbidden, 403, "This phone is another camera.",
+                          "another camera's sign-in");
+        std::string record;
+        const auto deadline = Clock::now() + m_pages.limits.recordDeadline;
+        switch (WaitForBytes(m_socket.Get(), kAuthRecordBytes, &record, m_pages.stop, deadline)) {
+        case HeadResult::Complete:
+            break;
+        case HeadResult::Timeout:
+            m_pages.counters.Refuse(Refusal::RecordTimeout);
+            [[fallthrough]];
+        default:
+            m_socket.Close();
+            return std::nullopt;
+        }
+        auto attempt = m_pages.authenticator.AwaitRecordTurn(m_name, m_request.peer);
+        if (!attempt)
+            return Refuse(Refusal::Throttled, 429, "Too many wrong passwords.", "too many wrong passwords");
+        const auto utf8 = UseUtf8();
+        const auto stored = m_pages.authenticator.StoredCameraPassword(m_name);
+        const bool receiving = m_pages.feeds.IsReceiving(m_name);
+        if (receiving && stored && !IsRightRecord(record, *stored)) {
+            CountDenied("wrong password");
+            const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
+            DenyRecord(m_socket.Get(), m_name, m_pages.stop);
+            m_socket.Close();
+            return std::nullopt;
+        }
+        const HRESULT hr = Process(SessionKind::Upload, nullptr);
+        if (SUCCEEDED(hr)) {
+            attempt->Right();
+            Welcome(receiving);
+        } else if (hr == E_ACCESSDENIED) {
+            CountDenied(stored ? "wrong password" : "no such camera");
+        } else {
+            attempt->Withdraw();
+            m_pages.counters.Refuse(Refusal::UploadDenied);
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Answer> View(Shares::Share place) {
+        BoundSends(m_socket.Get(), m_pages.limits.writeStall);
+        const auto utf8 = UseUtf8();
+        if (FAILED(Process(SessionKind::View, std::move(place))))
+            m_pages.counters.Refuse(Refusal::ViewDenied);
+        return std::nullopt;
+    }
+
+private:
+    [[nodiscard]] std::string Subject() const { return m_name + ", " + m_request.peer.text; }
+
+    HRESULT Process(SessionKind kind, Shares::Share place) {
+        WatchPeer(m_socket.Get());
+        const platform::Bstr head(platform::ToWide(m_request.head));
+        const SOCKET handle = platform::AdoptSocket(m_socket.Release());
+        if (handle == INVALID_SOCKET)
+            return E_FAIL;
+        const platform::ActivityScope scope(
+            std::make_shared<PhoneSession>(Subject(), handle, std::move(place)));
+        const HRESULT hr = m_handler.Process(m_path.c_str(), handle, head.Get());
+        if (SUCCEEDED(hr))
+            m_pages.counters.Begin(kind);
+        else
+            (void)platform::closesocket(handle); // harmless when the component has closed it
+        return hr;
+    }
+
+    void Welcome(bool replaces) {
+        const FeedPtr feed = m_pages.feeds.Find(m_name.substr(0, m_name.find('?')));
+        const std::string before =
+            feed ? feed->SessionBegan(m_request.arrived, m_request.peer.text) : std::string();
+        if (!replaces)
+            return;
+        const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
+        Console::Get().Log("mobile", "takes the place of the phone at " + before);
+    }
+
+    void CountDenied(std::string_view reason) {
+        m_pages.counters.Refuse(Refusal::UploadDenied);
+        LogRefusal(m_request, m_signIn.credentials.login, m_name, reason);
+    }
+    Answer Refuse(Refusal refusal, unsigned status, std::string_view line, std::string_view reason) const {
+        m_pages.counters.Refuse(refusal);
+        LogRefusal(m_request, m_signIn.credentials.login, m_name, reason);
+        return Answer::Text(status, line);
+    }
+
+    Descriptor& m_socket;
+    const Request& m_request;
+    const SignIn& m_signIn;
+    IWebHandler& m_handler;
+    const MobilePages& m_pages;
+    const std::u16string m_path;
+    const std::string m_name; // of the camera, or the source with its parameters
+};
 
 } // namespace
 
@@ -72,43 +218,10 @@ platform::ComPtr<IWebHandler> MobilePages::HandlerOf(const Request& request, boo
     return (isStream != 0) == stream ? handler : nullptr;
 }
 
-void MobilePages::HandOver(Descriptor socket, const Request& request, IWebHandler& handler) const {
-    const bool upload = request.method == "POST";
-    if (upload) {
-        const auto deadline = Clock::now() + limits.recordDeadline;
-        const HeadResult record = WaitForBytes(socket.Get(), kAuthRecordBytes, stop, deadline);
-        if (record != HeadResult::Complete) {
-            if (record == HeadResult::Timeout)
-                counters.Refuse(Refusal::RecordTimeout);
-            return;
-        }
-    }
-    WatchPeer(socket.Get());
-    if (!upload)
-        BoundSends(socket.Get(), limits.writeStall);
-    // The component compares a phone's password in this thread's code page, by default that of the server's
-    // language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,
-    // whatever language the server speaks.
-    (void)platform::SetThreadCodePage(platform::kCodePageUtf8);
-    const platform::AtScopeEnd restore([] { (void)platform::SetThreadCodePage(0); });
-    const platform::Bstr head(platform::ToWide(request.head));
-    const std::u16string path = HandlerPath(request);
-    const SOCKET handle = platform::AdoptSocket(socket.Release());
-    if (handle == INVALID_SOCKET)
-        return;
-    const HRESULT hr = handler.Process(path.c_str(), handle, head.Get());
-    if (SUCCEEDED(hr)) {
-        counters.Begin(upload ? SessionKind::Upload : SessionKind::View);
-        const auto camera = upload ? CameraOf(request) : std::nullopt;
-        if (const FeedPtr feed = camera ? feeds.Find(*camera) : nullptr)
-            feed->SessionBegan(request.arrived);
-        return;
-    }
-    // Harmless when the component has closed it.
-    (void)platform::closesocket(handle);
-    counters.Refuse(upload ? Refusal::UploadDenied : Refusal::ViewDenied);
-    if (upload && hr == E_ACCESSDENIED)
-        authenticator.ReportWrong(request.peer);
+std::optional<Answer> MobilePages::HandOver(Descriptor& socket, const Request& request, const SignIn& signIn,
+                                            Shares::Share place, IWebHandler& handler) const {
+    HandingOver handing(socket, request, signIn, handler, *this);
+    return request.method == "POST" ? handing.Upload() : handing.View(std::move(place));
 }
 
 } // namespace host

@@ -204,6 +204,9 @@ Answer MonitorPages::Metrics() const {
                    std::to_string(counters.accepted));
     metrics.Single("requests_total", "counter", "Requests with a readable head.",
                    std::to_string(counters.requests));
+    metrics.Single("ready", "gauge", "1 while /readyz says so.", settings.Trouble().empty() ? "1" : "0");
+    metrics.Single("settings_written", "gauge", "1 while the last change of the settings is on disk.",
+                   settings.IsWritten() ? "1" : "0");
     const ProcessFigures process = ReadProcessFigures();
     metrics.Single("process_resident_memory_bytes", "gauge", "Resident memory.",
                    std::to_string(process.residentBytes));
@@ -217,7 +220,8 @@ Answer MonitorPages::Metrics() const {
 }
 
 Answer MonitorPages::Health() const {
-    return Answer::Json(200, {{"status", "ok"},
+    const std::string trouble = settings.Trouble();
+    return Answer::Json(200, {{"status", trouble.empty() ? "ok" : trouble},
                               {"uptime", std::round(counters.Uptime() * 10) / 10},
                               {"version", MORROWSTREAM_VERSION},
                               {"cameras", CamerasJson(feeds, false)}});

@@ -48,7 +48,8 @@ Answer SettingsPages::State() const {
                               {"language",
                                {{"active", language.empty() ? "en" : language},
                                 {"configured", ConfiguredLanguage()},
-                                {"choices", std::move(choices)}}}});
+                                {"choices", std::move(choices)}}},
+                              {"written", settings.IsWritten()}});
 }
 
 Answer SettingsPages::Document() const {
@@ -100,8 +101,8 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view body)
     LogChange(request, "settings changed");
     Answer answer = DocumentAnswer(std::move(change.now));
     if (change.result == NotWritten) {
-        Console::Get().Log("error",
-                           "the settings could not be written to disk: the change is lost at the end");
+        Console::Get().Log(
+            "error", "the settings could not be written to disk; this is tried again every few seconds");
         answer.headers["X-Settings-Written"] = "no";
     }
     return answer;

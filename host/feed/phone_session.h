@@ -1,0 +1,44 @@
+// A phone's connection while the component has it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/log/console.h"
+#include "platform/socket.h"
+
+namespace host {
+
+// The activity of whoever works for the connection, the component's threads included: it gives their log
+// lines a subject, and lives exactly as long as the last of them.
+class PhoneSession : public LogSubject {
+public:
+    // So many pictures in a row that cannot be decoded, and the phone sends rubbish. A camera that is covered
+    // or damaged still sends JPEG.
+    static constexpr unsigned kMostUndecodable = 200;
+
+    // `held` is what the phone has taken up and gives back at its end; may be null.
+    PhoneSession(std::string subject, SOCKET handle, std::shared_ptr<const void> held = nullptr)
+        : LogSubject(std::move(subject)), m_handle(handle), m_held(std::move(held)) {}
+
+    // Of the calling thread; null on one that works for no phone.
+    static PhoneSession* OfThread() noexcept {
+        return dynamic_cast<PhoneSession*>(platform::ThreadActivity());
+    }
+
+    // For the thread that receives its pictures. True for the one that is one too many.
+    bool CountPicture(bool decoded) noexcept {
+        m_undecodable = decoded ? 0 : m_undecodable + 1;
+        return m_undecodable == kMostUndecodable;
+    }
+    // Closes the connection. The handle is the host's no more, but stays good for that: it never becomes
+    // another connection's.
+    void End() const noexcept { (void)platform::closesocket(m_handle); }
+
+private:
+    const SOCKET m_handle;
+    const std::shared_ptr<const void> m_held;
+    unsigned m_undecodable = 0;
+};
+
+} // namespace host
