@@ -1,7 +1,7 @@
 #include "image/FallbackEngine.h"
 
 #include "image/ijl/Ijl.h"
-#include "image/kernels/FrameConversion.h"
+#include "image/kernels/Colour.h"
 #include "image/kernels/Memory.h"
 
 namespace {

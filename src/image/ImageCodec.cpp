@@ -1,16 +1,28 @@
-// The facade: which engine decodes a stream, and what becomes of its result.
+// The facade: which engine decodes a stream, what becomes of its result, and the encoder for what callers
+// have.
 
 #include "image/ImageCodec.h"
 
-#include "image/CodecStart.h"
 #include "image/FallbackEngine.h"
 #include "image/jpegdec/JpegDecoder.h"
+#include "image/jpegenc/JpegEncoder.h"
+#include "image/kernels/Level.h"
 
 #include <algorithm>
 
 std::atomic<std::int32_t> g_nCodecStartState{1};
 
 namespace {
+
+// Starts the kernels with the first use of the codec; a negative value is what a start-up failure would hand
+// back. Their note on the processor's vendor is of no interest here.
+std::int32_t StartKernels() {
+    if (g_nCodecStartState.load(std::memory_order_relaxed) > 0) {
+        ippStaticInit();
+        g_nCodecStartState.store(ImageOk, std::memory_order_relaxed);
+    }
+    return std::min(g_nCodecStartState.load(std::memory_order_relaxed), 0);
+}
 
 // What the header of a stream says.
 struct StreamInfo {
@@ -144,4 +156,52 @@ FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize)
         return {};
     block.SetHeader(layout.Header());
     return block;
+}
+
+namespace {
+
+// What both operations share behind their source: quality in, baseline out, no restarts.
+std::int32_t WriteStream(CJPEGEncoder& encoder, std::int32_t nQuality, JpegSampling eSampling,
+                         JpegColor eColor, std::uint8_t* pOut, std::int32_t nOutCapacity,
+                         std::int32_t* pnOutSize) {
+    if (const std::int32_t nState = StartKernels(); nState < 0)
+        return nState;
+    std::int32_t nSize = nOutCapacity;
+    if (!pnOutSize || encoder.SetParams(nQuality, eSampling, eColor, false, 0) != JPEG_OK ||
+        encoder.WriteImage(pOut, &nSize) != JPEG_OK)
+        return ImageEncodeFailed;
+    *pnOutSize = nSize;
+    return ImageOk;
+}
+
+} // namespace
+
+std::int32_t EncodeJpegGrey(const std::uint8_t* pSrc, std::int32_t nWidth, std::int32_t nHeight,
+                            std::int32_t nQuality, std::uint8_t* pOut, std::int32_t nOutCapacity,
+                            std::int32_t* pnOutSize, std::int32_t nSrcStep) noexcept {
+    try {
+        CJPEGEncoder encoder;
+        const std::int32_t nStep = nSrcStep == 0 ? nWidth : nSrcStep;
+        if (encoder.SetSource(pSrc, nWidth, nHeight, 1, nStep, JC_GRAY) != JPEG_OK)
+            return ImageEncodeFailed;
+        return WriteStream(encoder, nQuality, JS_444, JC_GRAY, pOut, nOutCapacity, pnOutSize);
+    } catch (...) {
+        return ImageEncodeFailed;
+    }
+}
+
+std::int32_t EncodeJpegYV12(const std::uint8_t* pY, const std::uint8_t* pCr, const std::uint8_t* pCb,
+                            std::int32_t nWidth, std::int32_t nHeight, std::int32_t nQuality,
+                            std::uint8_t* pOut, std::int32_t nOutCapacity, std::int32_t* pnOutSize,
+                            std::int32_t nYStep) noexcept {
+    try {
+        CJPEGEncoder encoder;
+        const PlanarSource planes{pY, pCb, pCr};
+        const std::int32_t nStep = nYStep == 0 ? nWidth : nYStep;
+        if (encoder.SetSource(&planes, nWidth, nHeight, 1, nStep, JC_YCBCR420_PLANAR) != JPEG_OK)
+            return ImageEncodeFailed;
+        return WriteStream(encoder, nQuality, JS_420, JC_YCBCR, pOut, nOutCapacity, pnOutSize);
+    } catch (...) {
+        return ImageEncodeFailed;
+    }
 }

@@ -417,11 +417,10 @@ TEST_P(ProgressiveLevels, BadArgumentsAreRefused) {
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, nullptr, block, &nMarker, 0, &state), -8);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 8, &nPos, block, &nMarker, -1, &state), -5);
     EXPECT_EQ(ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s, 0, &nPos, block, &nMarker, 0, &state), -62);
-    EXPECT_EQ(
-        ippiDecodeProgressiveRow_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 0, 1, &nDone),
-        -8);
-    EXPECT_EQ(
-        ippiDecodeProgressiveMcus_JPEG_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 1, &nDone), -8);
+    EXPECT_EQ(ippxDecodeProgressiveRow_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 0, 1, &nDone),
+              -8);
+    EXPECT_EQ(ippxDecodeProgressiveMcus_1u16s(s, 8, &nPos, &nMarker, &state, &window, nullptr, 1, &nDone),
+              -8);
     EXPECT_TRUE(std::all_of(std::begin(block), std::end(block), [](int n) { return n == 0; }));
 }
 

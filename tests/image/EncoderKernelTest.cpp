@@ -6,7 +6,7 @@
 #include "image/ReferenceTransform.h"
 #include "image/jpegenc/JpegEncoderTables.h"
 #include "image/kernels/Kernels.h"
-#include "image/kernels/ZigZag.h"
+#include "image/kernels/Tables.h"
 
 #include <gtest/gtest.h>
 
@@ -39,7 +39,7 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
     std::int32_t pos = 0, negative = -1;
     ippiEncodeHuffmanSpec huffman{};
     ippiEncodeHuffmanState state{};
-    ippiScanComponent scan{s, t, &huffman, &huffman, 8, 1, 1, 0};
+    IppScanComponent scan{s, t, &huffman, &huffman, 8, 1, 1, 0};
     const auto first = [&](int nSs, int nSe, int nAl) {
         return ippiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(c, d, 64, &pos, nSs, nSe, nAl, &huffman, &state, 0);
     };
@@ -64,10 +64,10 @@ TEST_P(EncoderKernels, BadArgumentsAreRefused) {
         {-5, ippiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(c, counts, 1, 64, 0, &state, 0)},
         {-14, ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(s, 0, c, t)},
         {-8, ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(nullptr, 8, c, t)},
-        {-64, ippiEncodeMcus_JPEG_8u1u(&scan, 1, 1, d, 256, &pos, &state)}, // tables without codes
-        {-5, ippiEncodeMcus_JPEG_8u1u(&scan, 5, 1, d, 256, &pos, &state)},
-        {-6, ippiTransformMcus_JPEG_8u16s(&scan, 1, 0, c)},
-        {-8, ippiTransformMcus_JPEG_8u16s(&scan, 1, 1, nullptr)},
+        {-64, ippxEncodeMcus_8u1u(&scan, 1, 1, d, 256, &pos, &state)}, // tables without codes
+        {-5, ippxEncodeMcus_8u1u(&scan, 5, 1, d, 256, &pos, &state)},
+        {-6, ippxTransformMcus_8u16s(&scan, 1, 0, c)},
+        {-8, ippxTransformMcus_8u16s(&scan, 1, 1, nullptr)},
         {-8, ippiRGBToYCbCr_JPEG_8u_C3P3R(s, 9, nullptr, 3, {3, 3})},
         {-8, ippiCMYKToYCCK_JPEG_8u_C4P4R(s, 9, aPlanes, 3, {3, 3})},
         {-6, ippiBGRToYCbCr_JPEG_8u_C3P3R(s, 9, aPlanes, 3, {0, 3})},
@@ -386,7 +386,7 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
         CJPEGEncoderQuantTable quant;
         ASSERT_EQ(quant.Init(0, form[0] == 4 ? 100 : 70), 0); // more than one window of bytes at 100
         const auto components = [&] {
-            std::vector<ippiScanComponent> scan;
+            std::vector<IppScanComponent> scan;
             for (int i = 0; i < form[0]; ++i) {
                 const bool bMiddle = i == 1 || i == 2;
                 scan.push_back({samples.data() + i, quant.m_aFactors, aDc[bMiddle].m_pSpec.get(),
@@ -399,14 +399,14 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
         BlockWriter writer{Bytes(2 << 20)};
         auto scan = components();
         int nMcuBlocks = 0;
-        for (const ippiScanComponent& c : scan)
+        for (const IppScanComponent& c : scan)
             nMcuBlocks += c.nHSampling * c.nVSampling;
         std::vector<std::int16_t> coefficients(static_cast<std::size_t>(64 * nMcuBlocks * kMcus));
-        ASSERT_EQ(ippiTransformMcus_JPEG_8u16s(scan.data(), form[0], kMcus, coefficients.data()), 0);
+        ASSERT_EQ(ippxTransformMcus_8u16s(scan.data(), form[0], kMcus, coefficients.data()), 0);
         const std::int16_t* pCoefficients = coefficients.data();
         scan = components();
         for (int nMcu = 0; nMcu < kMcus; ++nMcu) {
-            for (ippiScanComponent& c : scan) {
+            for (IppScanComponent& c : scan) {
                 for (int n = 0; n < c.nHSampling * c.nVSampling; ++n, pCoefficients += 64) {
                     const std::uint8_t* const p = c.pSamples + nMcu * 8 * c.nHSampling +
                                                   n / c.nHSampling * 8 * kStep + n % c.nHSampling * 8;
@@ -432,8 +432,7 @@ TEST_P(EncoderKernels, ManyMcusAreTheBytesOfTheirBlocks) {
             IppStatus nStatus = 0;
             for (int nLeft = kMcus; nLeft > 0 && nStatus == 0;) {
                 const int nRun = std::min(nLeft, 1 + static_cast<int>(random() % 60));
-                nStatus =
-                    ippiEncodeMcus_JPEG_8u1u(scan.data(), form[0], nRun, out.get(), nSize, &nPos, &state);
+                nStatus = ippxEncodeMcus_8u1u(scan.data(), form[0], nRun, out.get(), nSize, &nPos, &state);
                 nLeft -= nRun;
             }
             ASSERT_EQ(nStatus, nSize < nWanted ? -62 : 0) << nSize;

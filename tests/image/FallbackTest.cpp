@@ -3,7 +3,7 @@
 #include "image/FallbackEngine.h"
 #include "image/JpegSamples.h"
 #include "image/ijl/Ijl.h"
-#include "image/kernels/FrameConversion.h"
+#include "image/kernels/Colour.h"
 
 #include <gtest/gtest.h>
 

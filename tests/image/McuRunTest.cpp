@@ -100,8 +100,8 @@ public:
             std::int32_t nDone = 0;
             if (nRun > 0) {
                 std::copy_n(m_out.anLastDc, 4, m_row.anLastDc);
-                EXPECT_EQ(ippiDecodeMcus_JPEG_1u8u(m_data.data(), samples::Size(m_data), &m_nPos, &m_nMarker,
-                                                   &m_state, &m_window, &m_row, m_out.nDone, nWanted, &nDone),
+                EXPECT_EQ(ippxDecodeMcus_1u8u(m_data.data(), samples::Size(m_data), &m_nPos, &m_nMarker,
+                                              &m_state, &m_window, &m_row, m_out.nDone, nWanted, &nDone),
                           0);
                 std::copy_n(m_row.anLastDc, 4, m_out.anLastDc);
                 m_out.nDone += nDone;
@@ -251,7 +251,7 @@ TEST_P(McuRuns, BadArgumentsAreRefused) {
     ippiDecodeHuffmanState state{};
     std::int32_t nPos = 0, nMarker = 0, nDone = 7;
     const auto decode = [&](const std::uint8_t* pSrc, std::int32_t nSize) {
-        return ippiDecodeMcus_JPEG_1u8u(pSrc, nSize, &nPos, &nMarker, &state, &window, &row, 0, 1, &nDone);
+        return ippxDecodeMcus_1u8u(pSrc, nSize, &nPos, &nMarker, &state, &window, &row, 0, 1, &nDone);
     };
     EXPECT_EQ(decode(nullptr, 1), -8);
     EXPECT_EQ(decode(scan.data.data(), 1), -8) << "a window without memory";

@@ -15,7 +15,7 @@
 #pragma once
 
 #include "image/format/JpegSegments.h"
-#include "image/kernels/Entropy.h"
+#include "image/kernels/Decode.h"
 #include "image/kernels/Tables.h"
 
 #include <cstdint>
@@ -104,15 +104,6 @@ struct IjlFields {
     std::int32_t jquality = 75; // of no use in reading
 };
 
-struct IjlSpecDeleter {
-    void operator()(ippiDecodeHuffmanSpec* pSpec) const noexcept { ippiDecodeHuffmanSpecFree_JPEG_8u(pSpec); }
-};
-struct IjlStateDeleter {
-    void operator()(ippiDecodeHuffmanState* pState) const noexcept {
-        ippiDecodeHuffmanStateFree_JPEG_8u(pState);
-    }
-};
-
 struct IjlQuantTable {
     bool bPresent = false;
     alignas(32) std::uint16_t aSteps[64] = {}; // natural order; both precisions of T.81 B.2.4.1
@@ -122,7 +113,7 @@ struct IjlQuantTable {
 struct IjlHuffmanTable {
     std::uint8_t aBits[16] = {};
     std::uint8_t aValues[256] = {};
-    std::unique_ptr<ippiDecodeHuffmanSpec, IjlSpecDeleter> pSpec; // null until the table has come
+    IppTablePtr<ippiDecodeHuffmanSpec> pSpec; // null until the table has come
 };
 
 struct IjlComponent {
@@ -168,7 +159,7 @@ struct JPEG_PROPERTIES : JPEG_PROPERTIES_HEAD, IjlFields, JpegApplicationFields 
     std::int32_t nMcuHeight = 0;
     std::int32_t nMcuCols = 0;
     std::int32_t nMcuRows = 0;
-    std::unique_ptr<ippiDecodeHuffmanState, IjlStateDeleter> pHuffmanState;
+    IppTablePtr<ippiDecodeHuffmanState> pHuffmanState;
     std::int32_t nSrcSize = 0;
     std::int32_t nSrcPos = 0;
     std::int32_t nMarker = 0; // a marker that was found and not handled yet, 0 for none

@@ -5,7 +5,7 @@
 
 #include "image/format/JpegMarkers.h"
 #include "image/ijl/IjlDecoder.h"
-#include "image/kernels/ZigZag.h"
+#include "image/kernels/Tables.h"
 
 #include <algorithm>
 #include <cstring>

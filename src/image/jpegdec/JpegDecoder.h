@@ -196,12 +196,6 @@ private:
     // Row of a sequential chroma component's m_pSsBuffer: one spare sample at each end.
     std::int32_t SsStep() const { return (m_nCcWidth >> 1) + 2; }
 
-    struct StateDeleter {
-        void operator()(ippiDecodeHuffmanState* pState) const noexcept {
-            ippiDecodeHuffmanStateFree_JPEG_8u(pState);
-        }
-    };
-
     Conversion m_eConversion = Conversion::None;
     const PixelConversion* m_pPixels = nullptr; // of Conversion::Pixels
     std::int32_t m_nScans = 0;
@@ -210,7 +204,7 @@ private:
     bool m_bPicturePending = false;      // progressive: the destination lacks what the last scans added
 
     // Work memory. Members go in reverse order: tables last in this list are deleted first.
-    std::unique_ptr<ippiDecodeHuffmanState, StateDeleter> m_pHuffmanState;
+    IppTablePtr<ippiDecodeHuffmanState> m_pHuffmanState;
     IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
     IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
     IppBuffer<std::uint64_t> m_pMasks;       // of its blocks: the coefficients that are not zero

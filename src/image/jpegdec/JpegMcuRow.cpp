@@ -106,8 +106,8 @@ std::int32_t CJPEGDecoder::DecodeRun(std::int32_t nFirst, std::int32_t nMcus) {
         m_mcuRow.anLastDc[i] = m_apComponents[i]->m_nLastDc;
     std::int32_t nDone = 0;
     const IppStatus nStatus =
-        ippiDecodeMcus_JPEG_1u8u(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker, m_pHuffmanState.get(), &m_window,
-                                 &m_mcuRow, nFirst, nMcus, &nDone);
+        ippxDecodeMcus_1u8u(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker, m_pHuffmanState.get(), &m_window,
+                            &m_mcuRow, nFirst, nMcus, &nDone);
     if (nStatus < 0)
         return 0;
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i)

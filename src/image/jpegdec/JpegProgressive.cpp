@@ -170,9 +170,8 @@ JpegStatus CJPEGDecoder::DecodeRasterRow(CJPEGColorComponent& component, const I
             const std::int32_t nRun =
                 m_nRestartInterval != 0 ? std::min(nCols - x, m_nRestartsToGo) : nCols - x;
             std::int32_t nDone = 0;
-            if (ippiDecodeProgressiveRow_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
-                                                    m_pHuffmanState.get(), &m_window, &row, x, nRun,
-                                                    &nDone) < 0)
+            if (ippxDecodeProgressiveRow_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
+                                               m_pHuffmanState.get(), &m_window, &row, x, nRun, &nDone) < 0)
                 return JPEG_INTERNAL_ERROR;
             x += nDone;
             m_nRestartsToGo -= nDone;
@@ -226,8 +225,8 @@ JpegStatus CJPEGDecoder::DecodeInterleavedScan() {
         for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
             mcus.anLastDc[i] = m_apComponents[i]->m_nLastDc;
         std::int32_t nDone = 0;
-        if (ippiDecodeProgressiveMcus_JPEG_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker,
-                                                 m_pHuffmanState.get(), &m_window, &mcus, nRun, &nDone) < 0)
+        if (ippxDecodeProgressiveMcus_1u16s(m_pSrc, m_nSrcSize, &m_nSrcPos, &m_nMarker, m_pHuffmanState.get(),
+                                            &m_window, &mcus, nRun, &nDone) < 0)
             return JPEG_INTERNAL_ERROR;
         for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
             m_apComponents[i]->m_nLastDc = mcus.anLastDc[i];
@@ -330,5 +329,5 @@ void CJPEGDecoder::PaintMcus(std::int32_t nMcuRow, std::int32_t nFirst, std::int
     m_mcuRow.pCoefficients = McuRowCoefficients(nMcuRow);
     const std::uint64_t* const pMasks =
         m_pMasks.get() + std::ptrdiff_t{m_nBlocksPerMcu} * m_nMcuCols * nMcuRow;
-    static_cast<void>(ippiInverseMcus_JPEG_16s8u(&m_mcuRow, pMasks, nFirst, nEnd - nFirst));
+    static_cast<void>(ippxInverseMcus_16s8u(&m_mcuRow, pMasks, nFirst, nEnd - nFirst));
 }

@@ -41,12 +41,7 @@ public:
     std::uint8_t m_aBits[16] = {}; // codes of length 1 to 16
     std::uint8_t m_aValues[256] = {};
 
-    struct SpecDeleter {
-        void operator()(ippiDecodeHuffmanSpec* pSpec) const noexcept {
-            ippiDecodeHuffmanSpecFree_JPEG_8u(pSpec);
-        }
-    };
-    std::unique_ptr<ippiDecodeHuffmanSpec, SpecDeleter> m_pSpec;
+    IppTablePtr<ippiDecodeHuffmanSpec> m_pSpec;
 
 private:
     bool m_bBuilt = false;
@@ -76,7 +71,7 @@ private:
     std::int32_t m_nClass = 0;
     std::uint8_t m_aBits[16] = {};
     std::uint8_t m_aValues[256] = {};
-    std::unique_ptr<ippiDecodeHuffmanSpec, CJPEGDecoderHuffmanTable::SpecDeleter> m_pSpec;
+    IppTablePtr<ippiDecodeHuffmanSpec> m_pSpec;
     std::unique_ptr<IppDcLookup> m_pDc;
     std::unique_ptr<IppAcLookup> m_pAc;
 };

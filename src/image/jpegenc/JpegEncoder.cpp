@@ -206,7 +206,7 @@ JpegStatus CJPEGEncoder::WriteSequentialScan() {
     return FlushBits();
 }
 
-void CJPEGEncoder::BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) const {
+void CJPEGEncoder::BeginMcuRow(IppScanComponent (&aScan)[kJpegMaxComponents]) const {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         const CJPEGColorComponent& component = *m_apComponents[i];
         aScan[i] = {m_aRows[i].pSamples,
@@ -222,7 +222,7 @@ void CJPEGEncoder::BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) c
 
 // The row's MCUs, in one call where no restart stands between them.
 JpegStatus CJPEGEncoder::WriteMcuRow() {
-    ippiScanComponent aScan[kJpegMaxComponents];
+    IppScanComponent aScan[kJpegMaxComponents];
     BeginMcuRow(aScan);
     for (std::int32_t nLeft = m_nMcuCols; nLeft > 0;) {
         std::int32_t nRun = nLeft;
@@ -231,14 +231,14 @@ JpegStatus CJPEGEncoder::WriteMcuRow() {
                 // No room for a restart counts as no room for the data behind it.
                 if (FlushBits() != JPEG_OK || WriteRestartMarker() != JPEG_OK)
                     return JPEG_INTERNAL_ERROR;
-                for (ippiScanComponent& component : aScan)
+                for (IppScanComponent& component : aScan)
                     component.nLastDc = 0;
             }
             nRun = std::min(nLeft, m_nRestartsToGo);
             m_nRestartsToGo -= nRun;
         }
-        if (ippiEncodeMcus_JPEG_8u1u(aScan, m_nJpegComponents, nRun, m_pDst, m_nDstSize, &m_nDstPos,
-                                     m_pHuffmanState.get()) < 0)
+        if (ippxEncodeMcus_8u1u(aScan, m_nJpegComponents, nRun, m_pDst, m_nDstSize, &m_nDstPos,
+                                m_pHuffmanState.get()) < 0)
             return JPEG_INTERNAL_ERROR;
         nLeft -= nRun;
     }

@@ -102,7 +102,7 @@ private:
     JpegStatus MakeTables();
     JpegStatus WriteSequentialHeader();
     JpegStatus WriteSequentialScan();
-    void BeginMcuRow(ippiScanComponent (&aScan)[kJpegMaxComponents]) const;
+    void BeginMcuRow(IppScanComponent (&aScan)[kJpegMaxComponents]) const;
     JpegStatus WriteMcuRow();
     JpegStatus FlushBits();
     bool NeedsSecondTables() const { return m_nJpegComponents > 1; }
@@ -138,12 +138,6 @@ private:
     JpegStatus OptimiseTables(const JpegScan& scan);
     JpegStatus WriteScanTables(const JpegScan& scan);
 
-    struct StateDeleter {
-        void operator()(ippiEncodeHuffmanState* pState) const noexcept {
-            ippiEncodeHuffmanStateFree_JPEG_8u(pState);
-        }
-    };
-
     Conversion m_eConversion = Conversion::None;
     JpegSampling m_eAskedSampling = JS_444;
     std::uint8_t* m_pDst = nullptr;
@@ -156,7 +150,7 @@ private:
     std::unique_ptr<JpegScan[]> m_pScans;
 
     // Work memory. Members go in reverse order: tables last in this list are deleted first.
-    std::unique_ptr<ippiEncodeHuffmanState, StateDeleter> m_pHuffmanState;
+    IppTablePtr<ippiEncodeHuffmanState> m_pHuffmanState;
     IppBuffer<std::int16_t> m_pCoefficients; // of a progressive picture, MCU after MCU, natural order
 
     // Tables.

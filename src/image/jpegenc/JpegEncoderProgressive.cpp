@@ -242,12 +242,12 @@ JpegStatus CJPEGEncoder::TransformPicture() {
 }
 
 JpegStatus CJPEGEncoder::TransformMcuRow(std::int32_t nMcuRow) {
-    ippiScanComponent aScan[kJpegMaxComponents];
+    IppScanComponent aScan[kJpegMaxComponents];
     BeginMcuRow(aScan);
     std::int16_t* const pTo =
         m_pCoefficients.get() + std::int64_t{64} * m_nBlocksPerMcu * nMcuRow * m_nMcuCols;
-    return ippiTransformMcus_JPEG_8u16s(aScan, m_nJpegComponents, m_nMcuCols, pTo) < 0 ? JPEG_INTERNAL_ERROR
-                                                                                       : JPEG_OK;
+    return ippxTransformMcus_8u16s(aScan, m_nJpegComponents, m_nMcuCols, pTo) < 0 ? JPEG_INTERNAL_ERROR
+                                                                                  : JPEG_OK;
 }
 
 JpegStatus CJPEGEncoder::WriteProgressiveScan(const JpegScan& scan) {

@@ -1,6 +1,6 @@
 #include "image/jpegenc/JpegEncoderTables.h"
 
-#include "image/kernels/ZigZag.h"
+#include "image/kernels/Tables.h"
 
 #include <algorithm>
 #include <iterator>

@@ -40,12 +40,7 @@ public:
     std::uint8_t m_aBits[16] = {};
     std::uint8_t m_aValues[256] = {};
 
-    struct SpecDeleter {
-        void operator()(ippiEncodeHuffmanSpec* pSpec) const noexcept {
-            ippiEncodeHuffmanSpecFree_JPEG_8u(pSpec);
-        }
-    };
-    std::unique_ptr<ippiEncodeHuffmanSpec, SpecDeleter> m_pSpec;
+    IppTablePtr<ippiEncodeHuffmanSpec> m_pSpec;
 
 private:
     [[nodiscard]] IppStatus Build();

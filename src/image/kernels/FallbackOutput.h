@@ -43,3 +43,17 @@ IppStatus ippiMirror_8u_C4R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std
                             std::int32_t nDstStep, IppiSize roiSize, std::int32_t nAxis);
 IppStatus ippiMirror_8u_C3IR(std::uint8_t* pSrcDst, std::int32_t nStep, IppiSize roiSize, std::int32_t nAxis);
 IppStatus ippiMirror_8u_C4IR(std::uint8_t* pSrcDst, std::int32_t nStep, IppiSize roiSize, std::int32_t nAxis);
+
+// The list of the family (Kernels.h): names and numbers of arguments.
+#define FALLBACK_OUTPUT_KERNELS(KERNEL)                                                                      \
+    KERNEL(ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiYCbCr422ToBGRLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiYCbCr420ToBGRLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiYCbCr444ToRGBLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiYCbCr422ToRGBLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiYCbCr420ToRGBLS_MCU_16s8u_P3C3R, 3)                                                           \
+    KERNEL(ippiAdd128_JPEG_16s8u_C1R, 5)                                                                     \
+    KERNEL(ippiMirror_8u_C3R, 6)                                                                             \
+    KERNEL(ippiMirror_8u_C4R, 6)                                                                             \
+    KERNEL(ippiMirror_8u_C3IR, 4)                                                                            \
+    KERNEL(ippiMirror_8u_C4IR, 4)

@@ -1,6 +1,9 @@
-// Memory for the kernels: blocks of the process heap whose address is a multiple of 32, the width of the
-// widest vectors in use.
+// Memory for the kernels, in blocks of the process heap whose address is a multiple of 32, the width of the
+// widest vectors in use, and copies of it. Nothing here has variants: the C++ library's own copies are as
+// fast as the processor at hand allows.
 #pragma once
+
+#include "image/kernels/Status.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,3 +35,17 @@ template <typename T>
 [[nodiscard]] IppBuffer<T> IppAllocate(std::int64_t nCount) noexcept {
     return IppBuffer<T>(static_cast<T*>(ippMalloc(nCount * static_cast<std::int64_t>(sizeof(T)))));
 }
+
+// nLength bytes; source and destination do not overlap.
+IppStatus ippsCopy_8u(const std::uint8_t* pSrc, std::uint8_t* pDst, std::int32_t nLength);
+IppStatus ippsZero_8u(std::uint8_t* pDst, std::int32_t nLength);
+
+// One plane; strides in bytes. Rows that lie end to end on both sides are copied as one long row.
+IppStatus ippiCopy_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,
+                          std::int32_t nDstStep, IppiSize roiSize);
+
+// Pictures of interleaved samples, likewise.
+IppStatus ippiCopy_8u_C3R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,
+                          std::int32_t nDstStep, IppiSize roiSize);
+IppStatus ippiCopy_8u_C4R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,
+                          std::int32_t nDstStep, IppiSize roiSize);

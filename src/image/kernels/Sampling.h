@@ -29,3 +29,10 @@ IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
 // at least.
 IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
                                          std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
+
+// The list of the family (Kernels.h): names and numbers of arguments.
+#define SAMPLING_KERNELS(KERNEL)                                                                             \
+    KERNEL(ippiSampleUpH2V1_JPEG_8u_C1R, 6)                                                                  \
+    KERNEL(ippiSampleUpH2V2_JPEG_8u_C1R, 6)                                                                  \
+    KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R, 6)                                                                \
+    KERNEL(ippiSampleDownH2V1_JPEG_8u_C1R, 6)

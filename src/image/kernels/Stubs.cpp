@@ -1,29 +1,32 @@
 // The public names: for each kernel a table of pointers, one a level and two for the highest, and the stub
-// that jumps through it.
+// that jumps through it. Its arguments are those that the family's header declares.
 //
 // A new target is its file in targets/, a namespace below, and the level that names it.
 
 #include "image/kernels/Kernels.h"
 
-#define KERNEL(name, parameters, arguments) IppStatus name parameters;
+#include <cstddef>
+#include <tuple>
+
+#define KERNEL(name, count) decltype(::name) name;
 namespace kernels_portable {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 #if defined(__x86_64__)
 namespace kernels_sse2 {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 namespace kernels_ssse3 {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 namespace kernels_sse41 {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 namespace kernels_avx {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 namespace kernels_avx2 {
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 }
 #endif
 #undef KERNEL
@@ -53,13 +56,43 @@ std::int32_t Variant() noexcept {
     return nLevel == 4 ? 4 + g_nKernelWide.load(std::memory_order_relaxed) : nLevel;
 }
 
+template <class Function>
+struct Signature;
+template <class... Arguments>
+struct Signature<IppStatus(Arguments...)> {
+    template <std::size_t n>
+    using Argument = std::tuple_element_t<n, std::tuple<Arguments...>>;
+};
+
 } // namespace
 
-#define KERNEL(name, parameters, arguments)                                                                  \
+#define PARAMETER(name, n) Signature<decltype(::name)>::Argument<n> a##n
+#define PARAMETERS_1(name) PARAMETER(name, 0)
+#define PARAMETERS_2(name) PARAMETERS_1(name), PARAMETER(name, 1)
+#define PARAMETERS_3(name) PARAMETERS_2(name), PARAMETER(name, 2)
+#define PARAMETERS_4(name) PARAMETERS_3(name), PARAMETER(name, 3)
+#define PARAMETERS_5(name) PARAMETERS_4(name), PARAMETER(name, 4)
+#define PARAMETERS_6(name) PARAMETERS_5(name), PARAMETER(name, 5)
+#define PARAMETERS_7(name) PARAMETERS_6(name), PARAMETER(name, 6)
+#define PARAMETERS_8(name) PARAMETERS_7(name), PARAMETER(name, 7)
+#define PARAMETERS_9(name) PARAMETERS_8(name), PARAMETER(name, 8)
+#define PARAMETERS_10(name) PARAMETERS_9(name), PARAMETER(name, 9)
+#define ARGUMENTS_1 a0
+#define ARGUMENTS_2 ARGUMENTS_1, a1
+#define ARGUMENTS_3 ARGUMENTS_2, a2
+#define ARGUMENTS_4 ARGUMENTS_3, a3
+#define ARGUMENTS_5 ARGUMENTS_4, a4
+#define ARGUMENTS_6 ARGUMENTS_5, a5
+#define ARGUMENTS_7 ARGUMENTS_6, a6
+#define ARGUMENTS_8 ARGUMENTS_7, a7
+#define ARGUMENTS_9 ARGUMENTS_8, a8
+#define ARGUMENTS_10 ARGUMENTS_9, a9
+
+#define KERNEL(name, count)                                                                                  \
     static decltype(&::name) const s_ap_##name[ippLevels + 1] = {                                            \
         &level0::name, &level1::name, &level2::name, &level3::name, &level4::name, &level4Wide::name};       \
-    IppStatus name parameters {                                                                              \
-        return s_ap_##name[Variant()] arguments;                                                             \
+    IppStatus name(PARAMETERS_##count(name)) {                                                               \
+        return s_ap_##name[Variant()](ARGUMENTS_##count);                                                    \
     }
-#include "image/kernels/KernelList.inl"
+EVERY_KERNEL(KERNEL)
 #undef KERNEL

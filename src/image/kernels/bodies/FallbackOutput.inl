@@ -1,5 +1,8 @@
 // The fallback engine's way from samples to pixels. Plain loops: three-byte pixels leave little to vectors,
 // and the streams that come this way are few.
+#pragma once
+
+#include "image/kernels/FallbackOutput.h"
 
 namespace KERNEL_TARGET {
 namespace {

@@ -1,4 +1,7 @@
 // Resampling by two.
+#pragma once
+
+#include "image/kernels/Sampling.h"
 
 namespace KERNEL_TARGET {
 namespace {
@@ -55,6 +58,24 @@ IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
     for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += nSrcStep, pDst += nDstStep) {
         for (std::int32_t i = 0; i < dstRoi.width; ++i)
             pDst[i] = static_cast<std::uint8_t>((pSrc[2 * i] + pSrc[2 * i + 1] + 1) >> 1);
+    }
+    return ippStsNoErr;
+}
+
+// near is the source row that an output row lies in, far the next one on its side.
+IppStatus ippiSampleUpH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
+                                       std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi) {
+    if (const IppStatus nStatus = CheckSampling(pSrc, nSrcStep, srcRoi, 1, pDst, nDstStep, dstRoi))
+        return nStatus;
+    for (std::int32_t y = 0; y < dstRoi.height; ++y, pDst += nDstStep) {
+        const std::uint8_t* const pNear = pSrc + std::ptrdiff_t{y >> 1} * nSrcStep;
+        const std::uint8_t* const pFar = y % 2 == 0 ? pNear - nSrcStep : pNear + nSrcStep;
+        const auto column = [=](std::int32_t i) { return 3 * pNear[i] + pFar[i]; };
+        for (std::int32_t i = 0; 2 * i < dstRoi.width; ++i) {
+            pDst[2 * i] = static_cast<std::uint8_t>((3 * column(i) + column(i - 1) + 8) >> 4);
+            if (2 * i + 1 < dstRoi.width)
+                pDst[2 * i + 1] = static_cast<std::uint8_t>((3 * column(i) + column(i + 1) + 7) >> 4);
+        }
     }
     return ippStsNoErr;
 }

@@ -1,32 +1,26 @@
-// The text of every variant, compiled once a target: over its vector type, into the namespace KERNEL_TARGET.
+// One target: the declarations of its kernels, and the text of each, over its vector type and into the
+// namespace KERNEL_TARGET.
 
-#include "image/kernels/bodies/BitReader.inl"
-#include "image/kernels/bodies/Copy.inl"
-#include "image/kernels/bodies/Entropy.inl"
+#define KERNEL(name, arguments) decltype(::name) name;
+namespace KERNEL_TARGET {
+EVERY_KERNEL(KERNEL)
+
+IppStatus ippxVariant(const char** pszSet) {
+    if (!pszSet)
+        return ippStsNullPtrErr;
+    *pszSet = KERNEL_SET;
+    return ippStsNoErr;
+}
+} // namespace KERNEL_TARGET
+#undef KERNEL
+
+#include "image/kernels/bodies/BatchDecode.inl"
+#include "image/kernels/bodies/BatchEncode.inl"
+#include "image/kernels/bodies/BatchProgressive.inl"
+#include "image/kernels/bodies/Colour.inl"
+#include "image/kernels/bodies/Decode.inl"
+#include "image/kernels/bodies/DecodeProgressive.inl"
+#include "image/kernels/bodies/Encode.inl"
 #include "image/kernels/bodies/FallbackOutput.inl"
-#include "image/kernels/bodies/FrameConversion.inl"
-#include "image/kernels/bodies/ProgressiveEntropy.inl"
 #include "image/kernels/bodies/Sampling.inl"
-#include "image/kernels/bodies/Tables.inl"
 #include "image/kernels/bodies/Transform.inl"
-#include "image/kernels/bodies/Variant.inl"
-
-#include "image/kernels/bodies/Interleave.inl"
-
-// Interleaves what it has converted.
-#include "image/kernels/bodies/ColourFromYCbCr.inl"
-
-#include "image/kernels/bodies/BitWindow.inl"
-
-// Decode from the window.
-#include "image/kernels/bodies/McuRun.inl"
-#include "image/kernels/bodies/ProgressiveRun.inl"
-
-#include "image/kernels/bodies/BitWriter.inl"
-#include "image/kernels/bodies/ColourToYCbCr.inl"
-#include "image/kernels/bodies/EncoderTables.inl"
-#include "image/kernels/bodies/EntropyEncode.inl"
-#include "image/kernels/bodies/ForwardTransform.inl"
-// Its blocks come from the transform above.
-#include "image/kernels/bodies/ScanEncode.inl"
-#include "image/kernels/bodies/Split.inl"

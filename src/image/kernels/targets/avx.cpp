@@ -1,6 +1,6 @@
 // The variant for processors with AVX alone: vectors of 128 bits in the three-operand form.
 
-#include "image/kernels/targets/Includes.h"
+#include "image/kernels/targets/Common.h"
 
 #if defined(__x86_64__)
 
@@ -17,7 +17,6 @@
 #pragma GCC target("avx")
 #endif
 
-#include "image/kernels/targets/Declarations.inl"
 #include "image/kernels/targets/SseVector.inl"
 
 #include "image/kernels/targets/Bodies.inl"

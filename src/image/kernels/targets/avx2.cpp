@@ -1,6 +1,6 @@
 // The variant for processors with AVX2 and both sets of bit manipulation: two blocks to a vector.
 
-#include "image/kernels/targets/Includes.h"
+#include "image/kernels/targets/Common.h"
 
 #if defined(__x86_64__)
 
@@ -17,7 +17,6 @@
 #pragma GCC target("avx2,bmi,bmi2,lzcnt,popcnt,movbe")
 #endif
 
-#include "image/kernels/targets/Declarations.inl"
 #include "image/kernels/targets/SseVector.inl"
 #include "image/kernels/targets/WideVector.inl"
 

@@ -1,11 +1,10 @@
 // The variant that runs on every processor: the bodies over vectors of plain arrays.
 
-#include "image/kernels/targets/Includes.h"
+#include "image/kernels/targets/Common.h"
 
 #define KERNEL_TARGET kernels_portable
 #define KERNEL_SET "C++"
 
-#include "image/kernels/targets/Declarations.inl"
 #include "image/kernels/targets/PortableVector.inl"
 
 #include "image/kernels/targets/Bodies.inl"

@@ -1,6 +1,10 @@
-// Quantisation and Huffman tables of the encoder.
+// Tables and state of the encoding kernels.
 
-namespace KERNEL_TARGET {
+#include "image/kernels/Tables.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
 
 IppStatus ippiQuantFwdRawTableInit_JPEG_8u(std::uint8_t* pRawTable, std::int32_t nQuality) {
     if (!pRawTable)
@@ -178,4 +182,27 @@ IppStatus ippiEncodeHuffmanRawTableInit_JPEG_8u(const std::uint32_t* pStatistics
     return ippStsNoErr;
 }
 
-} // namespace KERNEL_TARGET
+IppStatus ippiEncodeHuffmanStateInitAlloc_JPEG_8u(ippiEncodeHuffmanState** ppState) {
+    if (!ppState)
+        return ippStsNullPtrErr;
+    void* const pBlock = ippMalloc(sizeof(ippiEncodeHuffmanState));
+    *ppState = pBlock ? ::new (pBlock) ippiEncodeHuffmanState{} : nullptr;
+    return pBlock ? ippStsNoErr : ippStsNullPtrErr;
+}
+
+IppStatus ippiEncodeHuffmanStateInit_JPEG_8u(ippiEncodeHuffmanState* pState) {
+    if (!pState)
+        return ippStsNullPtrErr;
+    pState->nAccumulator = 0;
+    pState->nBits = 0;
+    pState->nEobRun = 0;
+    pState->nCorrections = 0;
+    return ippStsNoErr;
+}
+
+IppStatus ippiEncodeHuffmanStateFree_JPEG_8u(ippiEncodeHuffmanState* pState) {
+    if (!pState)
+        return ippStsNullPtrErr;
+    ippFree(pState);
+    return ippStsNoErr;
+}

@@ -1,6 +1,10 @@
-// Progressive scans over many blocks: the procedures of ProgressiveEntropy.inl with one bit reader for all
+// Progressive scans over many blocks: the procedures of DecodeProgressive.inl with one bit reader for all
 // blocks and, for AC scans, with masks in place of walks over the coefficients. And the way from the masks to
 // the samples.
+#pragma once
+
+#include "image/kernels/bodies/BatchDecode.inl"
+#include "image/kernels/bodies/DecodeProgressive.inl"
 
 namespace KERNEL_TARGET {
 namespace {
@@ -293,11 +297,11 @@ std::int32_t DecodeDcMcus(WindowReader& reader, const std::uint8_t* pEnd, IppPro
 
 } // namespace
 
-IppStatus ippiDecodeProgressiveMcus_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
-                                               std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
-                                               ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
-                                               IppProgressiveMcus* pMcus, std::int32_t nMcus,
-                                               std::int32_t* pDone) {
+IppStatus ippxDecodeProgressiveMcus_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
+                                          std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
+                                          ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
+                                          IppProgressiveMcus* pMcus, std::int32_t nMcus,
+                                          std::int32_t* pDone) {
     if (!pWindow || !pWindow->pBytes || !pMcus || !pDone)
         return ippStsNullPtrErr;
     if (const IppStatus nStatus = CheckProgressive(pSrc, nSrcSize, pSrcCurrPos, pMcus->pBlocks, pMarker,
@@ -316,11 +320,11 @@ IppStatus ippiDecodeProgressiveMcus_JPEG_1u16s(const std::uint8_t* pSrc, std::in
     return ippStsNoErr;
 }
 
-IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
-                                              std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
-                                              ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
-                                              const IppProgressiveRow* pRow, std::int32_t nFirst,
-                                              std::int32_t nBlocks, std::int32_t* pDone) {
+IppStatus ippxDecodeProgressiveRow_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,
+                                         std::int32_t* pSrcCurrPos, const std::int32_t* pMarker,
+                                         ippiDecodeHuffmanState* pState, IppBitWindow* pWindow,
+                                         const IppProgressiveRow* pRow, std::int32_t nFirst,
+                                         std::int32_t nBlocks, std::int32_t* pDone) {
     if (!pWindow || !pWindow->pBytes || !pRow || !pDone || !pRow->pTable || !pRow->pMasks)
         return ippStsNullPtrErr;
     if (const IppStatus nStatus = CheckProgressive(pSrc, nSrcSize, pSrcCurrPos, pRow->pBlocks, pMarker,
@@ -345,8 +349,8 @@ IppStatus ippiDecodeProgressiveRow_JPEG_1u16s(const std::uint8_t* pSrc, std::int
     return ippStsNoErr;
 }
 
-IppStatus ippiInverseMcus_JPEG_16s8u(const IppMcuRow* pRow, const std::uint64_t* pMasks, std::int32_t nFirst,
-                                     std::int32_t nMcus) {
+IppStatus ippxInverseMcus_16s8u(const IppMcuRow* pRow, const std::uint64_t* pMasks, std::int32_t nFirst,
+                                std::int32_t nMcus) {
     if (!pRow || !pMasks || !pRow->pCoefficients)
         return ippStsNullPtrErr;
     if (nFirst < 0 || pRow->nBlocks < 1 || pRow->nBlocks > ippMaxMcuBlocks)

@@ -4,6 +4,12 @@
 // stack, eight bytes a store and no branch a symbol; only when the window is nearly full, its bytes go to the
 // caller's buffer, with zeros stuffed behind those of 0xFF. The coefficients of a block are never brought
 // into zigzag order: a mask of those that are not zero is, and its ones lead from value to value.
+#pragma once
+
+#include "image/kernels/Batch.h"
+#include "image/kernels/bodies/Encode.inl"
+#include "image/kernels/bodies/Transform.inl"
+#include "image/kernels/targets/Common.h"
 
 namespace KERNEL_TARGET {
 namespace {
@@ -17,7 +23,7 @@ std::uint64_t InCodingOrder(std::uint64_t nMask) {
 
 // Blocks that are worked on together: of one MCU or of several. An even number, for vectors of two.
 constexpr std::int32_t kBatchBlocks = 12;
-static_assert(kBatchBlocks >= ippScanMaxBlocks);
+static_assert(kBatchBlocks >= ippMaxMcuBlocks);
 
 // A block takes at most 64 symbols of 16 bits with values of 11; each store writes eight bytes.
 constexpr std::ptrdiff_t kBlockBytes = 64 * (16 + 11) / 8;
@@ -33,7 +39,7 @@ public:
     }
 
     // nMask: the coefficients that are not zero, in coding order.
-    void Block(const std::int16_t* pBlock, std::uint64_t nMask, ippiScanComponent& component) {
+    void Block(const std::int16_t* pBlock, std::uint64_t nMask, IppScanComponent& component) {
         // Copies, which stay in registers: the window's bytes could be any memory to a compiler.
         Cursor cursor{m_pNext, m_nHeld, m_nBits};
         const std::int32_t nDifference = pBlock[0] - component.nLastDc;
@@ -168,7 +174,7 @@ private:
 // One block of the scan: where its samples begin and whose they are.
 struct ScanBlock {
     const std::uint8_t* pSamples;
-    ippiScanComponent* pComponent;
+    IppScanComponent* pComponent;
     const std::int16_t* pNegated; // its factors: negated, rows and columns exchanged
 
     const std::uint8_t* Row(int y) const { return pSamples + std::ptrdiff_t{y} * pComponent->nStep; }
@@ -258,7 +264,7 @@ void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlo
 // Asks for the samples right below an MCU, which are the next row's. A cache line holds several MCUs side by
 // side, each of which asks for its share of the rows. Nothing is read, so that what lies below the last row
 // need not be there.
-[[gnu::always_inline]] inline void FetchBelow(const ippiScanComponent& component) {
+[[gnu::always_inline]] inline void FetchBelow(const IppScanComponent& component) {
     const auto nAddress = reinterpret_cast<std::uintptr_t>(component.pSamples);
     const auto nStep = static_cast<std::uintptr_t>(component.nStep);
     const auto nHeight = static_cast<std::uintptr_t>(8 * component.nVSampling);
@@ -272,7 +278,7 @@ void EncodeBatch(ScanWriter& writer, const ScanBlock* pBlocks, std::int32_t nBlo
 // The components of a row of MCUs, and how far it is listed.
 class ScanList {
 public:
-    ScanList(ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcuBlocks,
+    ScanList(IppScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcuBlocks,
              std::int32_t nMcus)
         : m_pComponents(pComponents), m_nComponents(nComponents), m_nMcuBlocks(nMcuBlocks), m_nMcus(nMcus) {
         for (std::int32_t i = 0; i < nComponents; ++i) {
@@ -304,7 +310,7 @@ private:
     // The blocks of the next MCU in coding order.
     ScanBlock* Mcu(ScanBlock* pNext) {
         for (std::int32_t i = 0; i < m_nComponents; ++i) {
-            ippiScanComponent& component = m_pComponents[i];
+            IppScanComponent& component = m_pComponents[i];
             FetchBelow(component);
             for (std::int32_t v = 0; v < component.nVSampling; ++v) {
                 const std::uint8_t* const pRow = component.pSamples + std::ptrdiff_t{8} * v * component.nStep;
@@ -317,7 +323,7 @@ private:
         return pNext;
     }
 
-    ippiScanComponent* m_pComponents;
+    IppScanComponent* m_pComponents;
     std::int32_t m_nComponents;
     std::int32_t m_nMcuBlocks;
     std::int32_t m_nMcus; // still to be listed
@@ -325,12 +331,12 @@ private:
     alignas(32) std::int16_t m_aNegated[4][64];
 };
 
-IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
+IppStatus CheckScan(const IppScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
                     std::int32_t& nBlocks) {
     if (nComponents < 1 || nComponents > 4)
         return ippStsBadArgument;
     nBlocks = 0;
-    for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
+    for (const IppScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
         if (!p->pSamples || !p->pTable)
             return ippStsNullPtrErr;
         if (p->nStep < 1)
@@ -339,13 +345,13 @@ IppStatus CheckScan(const ippiScanComponent* pComponents, std::int32_t nComponen
             return ippStsBadArgument;
         nBlocks += p->nHSampling * p->nVSampling;
     }
-    if (nBlocks > ippScanMaxBlocks)
+    if (nBlocks > ippMaxMcuBlocks)
         return ippStsBadArgument;
     return nMcus < 1 ? ippStsSizeErr : ippStsNoErr;
 }
 
-IppStatus CheckScanCodes(const ippiScanComponent* pComponents, std::int32_t nComponents) {
-    for (const ippiScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
+IppStatus CheckScanCodes(const IppScanComponent* pComponents, std::int32_t nComponents) {
+    for (const IppScanComponent* p = pComponents; p != pComponents + nComponents; ++p) {
         if (!p->pDcTable || !p->pAcTable)
             return ippStsNullPtrErr;
         if (!p->pDcTable->bBaselineDc || !p->pAcTable->bBaselineAc)
@@ -356,9 +362,9 @@ IppStatus CheckScanCodes(const ippiScanComponent* pComponents, std::int32_t nCom
 
 } // namespace
 
-IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t nComponents,
-                                   std::int32_t nMcus, std::uint8_t* pDst, std::int32_t nDstSize,
-                                   std::int32_t* pDstCurrPos, ippiEncodeHuffmanState* pState) {
+IppStatus ippxEncodeMcus_8u1u(IppScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
+                              std::uint8_t* pDst, std::int32_t nDstSize, std::int32_t* pDstCurrPos,
+                              ippiEncodeHuffmanState* pState) {
     if (!pComponents)
         return ippStsNullPtrErr;
     if (const IppStatus nStatus = CheckWriter(pDst, nDstSize, pDstCurrPos, pState))
@@ -382,8 +388,8 @@ IppStatus ippiEncodeMcus_JPEG_8u1u(ippiScanComponent* pComponents, std::int32_t 
     return ippStsNoErr;
 }
 
-IppStatus ippiTransformMcus_JPEG_8u16s(ippiScanComponent* pComponents, std::int32_t nComponents,
-                                       std::int32_t nMcus, std::int16_t* pDst) {
+IppStatus ippxTransformMcus_8u16s(IppScanComponent* pComponents, std::int32_t nComponents, std::int32_t nMcus,
+                                  std::int16_t* pDst) {
     if (!pComponents || !pDst)
         return ippStsNullPtrErr;
     std::int32_t nMcuBlocks = 0;

@@ -2,6 +2,9 @@
 //
 // Each procedure stands here once, over either reader: it is tried with the fast one and, where that gives
 // up, done again by the slow one, which defines the outcome.
+#pragma once
+
+#include "image/kernels/bodies/Decode.inl"
 
 namespace KERNEL_TARGET {
 namespace {

@@ -1,12 +1,23 @@
-// Constant tables of the scan writer, for blocks whose rows and columns are exchanged.
+// What is reached before a target opens its instruction set: the families' headers, those of the C++ library
+// that bodies and vectors use, and constants. No function of the library may be compiled inside a region: the
+// linker keeps one copy of those, which then must run everywhere.
 #pragma once
 
-#include "image/kernels/ZigZag.h"
+#include "image/kernels/Kernels.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
+constexpr std::int16_t Saturate16(std::int32_t n) {
+    return static_cast<std::int16_t>(n < -32768 ? -32768 : n > 32767 ? 32767 : n);
+}
+
+// For the scan writer, whose blocks have their rows and columns exchanged.
+//
 // Position in coding order to place in such a block.
 inline constexpr std::array<std::uint8_t, 64> g_aExchangedZigZag = [] {
     std::array<std::uint8_t, 64> aPlaces{};

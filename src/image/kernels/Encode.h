@@ -13,22 +13,7 @@
 // ippStsSizeErr for a negative size.
 #pragma once
 
-#include "image/kernels/EncoderTables.h"
-#include "image/kernels/Status.h"
-
-// The bit writer between two calls. One state belongs to one scan and one thread.
-struct ippiEncodeHuffmanState {
-    std::uint32_t nAccumulator;      // held bits in 23 and below; bits 16 to 23 are the next byte to go out
-    std::int32_t nBits;              // how many are held, 0 to 7
-    std::int32_t nEobRun;            // blocks in the pending end-of-band run
-    std::int32_t nCorrections;       // bits that go out behind that run
-    std::uint8_t aCorrections[1024]; // one a byte
-};
-
-// Makes a state and resets it (ippStsNullPtrErr also when there is no memory), resets one, releases one.
-IppStatus ippiEncodeHuffmanStateInitAlloc_JPEG_8u(ippiEncodeHuffmanState** ppState);
-IppStatus ippiEncodeHuffmanStateInit_JPEG_8u(ippiEncodeHuffmanState* pState);
-IppStatus ippiEncodeHuffmanStateFree_JPEG_8u(ippiEncodeHuffmanState* pState);
+#include "image/kernels/Tables.h"
 
 // A whole block; *pLastDC is the DC predictor.
 IppStatus ippiEncodeHuffman8x8_JPEG_16s1u_C1(const std::int16_t* pSrc, std::uint8_t* pDst,
@@ -74,3 +59,14 @@ IppStatus ippiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const std::int16_t* p
                                                            std::int32_t nSe, std::int32_t nAl,
                                                            ippiEncodeHuffmanState* pState,
                                                            std::int32_t bFlush);
+
+// The list of the family (Kernels.h): names and numbers of arguments.
+#define ENCODE_KERNELS(KERNEL)                                                                               \
+    KERNEL(ippiEncodeHuffman8x8_JPEG_16s1u_C1, 9)                                                            \
+    KERNEL(ippiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1, 9)                                                    \
+    KERNEL(ippiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1, 7)                                                   \
+    KERNEL(ippiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1, 10)                                                   \
+    KERNEL(ippiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1, 10)                                                  \
+    KERNEL(ippiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1, 4)                                               \
+    KERNEL(ippiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1, 7)                                               \
+    KERNEL(ippiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1, 7)
