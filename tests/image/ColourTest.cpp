@@ -136,28 +136,6 @@ TEST_P(ColourKernels, DoubledPlanesAndCopies) {
     }
 }
 
-TEST_P(ColourKernels, BadArgumentsAreRefused) {
-    const std::uint8_t s[16] = {};
-    std::uint8_t d[64] = {};
-    const std::uint8_t* const apGood[4] = {s, s, s, s};
-    for (const PlaneKernel& kernel : kPlaneKernels) {
-        const std::uint8_t* apBad[4] = {s, s, s, s};
-        apBad[kernel.nChannels - 1] = nullptr;
-        EXPECT_EQ(kernel.pKernel(nullptr, 4, d, 16, {4, 1}), -8) << kernel.szName;
-        EXPECT_EQ(kernel.pKernel(apBad, 4, d, 16, {4, 1}), -8) << kernel.szName;
-        EXPECT_EQ(kernel.pKernel(apGood, 4, nullptr, 16, {4, 1}), -8) << kernel.szName;
-        EXPECT_EQ(kernel.pKernel(apGood, 4, d, 16, {0, 1}), -6) << kernel.szName;
-        EXPECT_EQ(kernel.pKernel(apGood, 4, d, 16, {4, -1}), -6) << kernel.szName;
-        EXPECT_EQ(kernel.pKernel(apGood, 0, d, 16, {4, 1}), -14) << kernel.szName;
-    }
-    EXPECT_EQ(ippiCopy_8u_C3R(nullptr, 12, d, 12, {4, 1}), -8);
-    EXPECT_EQ(ippiCopy_8u_C4R(s, 16, d, 0, {4, 1}), -14);
-    EXPECT_EQ(ippiCopy_8u_C3R(s, 12, d, 12, {INT32_MAX, 1}), -6);
-    EXPECT_EQ(ippiSampleUpH2V2_JPEG_8u_C1R(s, 4, {1, 1}, nullptr, 4, {2, 2}), -8);
-    EXPECT_EQ(ippiSampleUpH2V2_JPEG_8u_C1R(s, 4, {0, 1}, d, 4, {2, 2}), -6);
-    EXPECT_TRUE(std::all_of(std::begin(d), std::end(d), [](int n) { return n == 0; }));
-}
-
 constexpr int kGap = Decode::kGap;
 
 // The Adobe marker is what tells the decoder the colour of a stream.

@@ -171,6 +171,7 @@ TEST(Encoding, QualityMakesTheTables) {
     EXPECT_EQ(Part(plain, 64, 70), (Bytes{17, 18, 18, 24, 21, 24}));
     EXPECT_EQ(plain[63], 99);
     EXPECT_EQ(coarse, Bytes(128, 255));
+    EXPECT_EQ(Part(tables(30), 0, 2), (Bytes{27, 18})); // 5000 / 30 is 166
     Bytes out;
     EXPECT_EQ(Write({.nQuality = 0}, Picture(64, 48, 3), 1 << 16, out), JPEG_INTERNAL_ERROR);
     EXPECT_TRUE(out.empty());
@@ -441,8 +442,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Encoding, ProgressiveOfExtremes) {
     for (const unsigned nSeed : {1u, 2u, 3u}) {
         std::minstd_rand random(nSeed);
-        Form form{.nWidth = 520, .nHeight = 520, .eFrom = JC_GRAY, .eTo = JC_GRAY, .nQuality = 100};
-        Bytes pixels(520 * 520);
+        // Wide: the data of one row of MCUs is more than the writer holds back.
+        Form form{.nWidth = 2080, .nHeight = 130, .eFrom = JC_GRAY, .eTo = JC_GRAY, .nQuality = 100};
+        Bytes pixels(2080 * 130);
         for (std::size_t i = 0; i < pixels.size(); ++i) {
             const auto nNoise = static_cast<unsigned>(random());
             pixels[i] = static_cast<std::uint8_t>(nSeed == 1   ? (nNoise % 2) * 255

@@ -351,23 +351,6 @@ TEST(FallbackStream, AsManyComponentsAsAHeaderCanName) {
         ASSERT_EQ(engine.image[At(i)], 128 + (i % 255 / 4 + 64 + 4) / 8) << i;
 }
 
-TEST(FallbackRecord, Defaults) {
-    JPEG_CORE_PROPERTIES record;
-    record.JPGChannels = 77;
-    EXPECT_EQ(ijlInit(&record), IJL_OK);
-    EXPECT_EQ(record.jprops.iotype, -1);
-    EXPECT_EQ(record.DIBChannels, 3u);
-    EXPECT_EQ(record.DIBColor, IJL_BGR);
-    EXPECT_EQ(record.JPGChannels, 3);
-    EXPECT_EQ(record.JPGColor, IJL_YCBCR);
-    EXPECT_EQ(record.JPGSubsampling, 1);
-    EXPECT_EQ(record.jquality, 75);
-    EXPECT_EQ(ijlFree(&record), IJL_OK);
-    EXPECT_EQ(ijlRead(&record, IJL_JBUFF_READPARAMS), IJL_INVALID_JPEG_PROPERTIES) << "freed";
-    for (const auto call : {&ijlInit, &ijlFree})
-        EXPECT_EQ(call(nullptr), IJL_INVALID_JPEG_PROPERTIES);
-}
-
 TEST(FallbackRecord, IsCheckedBeforeAnyWork) {
     const Bytes jpeg = Encode(Make(3, 2, 2));
     using Record = JPEG_CORE_PROPERTIES;
@@ -439,74 +422,6 @@ TEST(FallbackStream, CommentsGoIntoTheCallersBuffer) {
     }
     EXPECT_EQ(std::string(szRoom, 3), "abc");
     EXPECT_EQ(engine.record.jprops.jpeg_comment_length, 3);
-}
-
-// Cut anywhere a stream is refused, nearly always because its data ended. With an end-of-image marker behind
-// the cut the sequential ones are pictures as soon as data has begun, unless a restart is due there;
-// progressive ones only where the cut happens to leave whole scans.
-TEST(FallbackStream, CutAtEveryByte) {
-    struct Row {
-        const char* szName;
-        bool bSeparate, bProgressive;
-        int nInterval;
-    };
-    for (const Row& row : {Row{"one scan", false, false, 0},
-                           {"separate", true, false, 0},
-                           {"separate, restarts", true, false, 3},
-                           {"progressive", false, true, 0}}) {
-        SCOPED_TRACE(row.szName);
-        Recipe recipe = Make(3, 2, 1);
-        recipe.bSeparateScans = row.bSeparate;
-        recipe.bProgressive = row.bProgressive;
-        recipe.nRestartInterval = row.nInterval;
-        const Bytes jpeg = Encode(recipe);
-        const auto read = [](const Bytes& stream) {
-            Engine engine(stream);
-            engine.nWidth = 75;
-            engine.nHeight = 43;
-            return engine.Image(IJL_BGR, 3);
-        };
-        std::size_t nPictures = 0;
-        for (std::size_t nCut = 1; nCut < jpeg.size(); ++nCut) {
-            Bytes cut = Part(jpeg, 0, nCut);
-            const IJLERR eError = read(cut);
-            ASSERT_TRUE(eError == IJL_ERR_DATA || (eError == IJL_BAD_RST_MARKER && row.nInterval != 0))
-                << nCut << ' ' << eError;
-            Append(cut, {0xFF, 0xD9});
-            nPictures += read(cut) == IJL_OK ? 1 : 0;
-        }
-        if (row.bProgressive) {
-            EXPECT_LT(nPictures, 100u);
-        } else if (row.nInterval == 0) {
-            EXPECT_GT(nPictures, DataOf(jpeg).size() * 9 / 10);
-        }
-    }
-}
-
-// Damage within one restart interval costs that interval alone.
-TEST(FallbackStream, RecoversAtTheNextRestart) {
-    for (const bool bSeparate : {false, true}) {
-        Bytes jpeg = Encode({.nWidth = 64,
-                             .nHeight = 64,
-                             .nH = 1,
-                             .nV = 1,
-                             .nRestartInterval = 8, // one row of blocks
-                             .bSeparateScans = bSeparate});
-        const Bytes whole = Engine(jpeg).Whole(IJL_YCBCR, 3);
-        auto from = jpeg.begin() + static_cast<std::ptrdiff_t>(FindMarker(jpeg, 0xDA));
-        const auto restart = [&](std::uint8_t n) {
-            const std::uint8_t aMarker[] = {0xFF, n};
-            return std::search(from, jpeg.end(), std::begin(aMarker), std::end(aMarker));
-        };
-        std::fill(restart(0xD2) + 2, restart(0xD3), std::uint8_t{0x5A}); // the fourth row
-        const Bytes damaged = Engine(jpeg).Whole(IJL_YCBCR, 3);
-        std::vector<int> differ;
-        for (int y = 0; y < 64; y += 8) {
-            if (!std::equal(&whole[At(y * 192)], &whole[At(y * 192)] + 8 * 192, &damaged[At(y * 192)]))
-                differ.push_back(y / 8);
-        }
-        EXPECT_EQ(differ, std::vector<int>{3});
-    }
 }
 
 // The facade: blocks of what the primary decoder turns down, with the documented conversion of the engine's
