@@ -1,8 +1,11 @@
 #include "bench/codec/report.h"
 
 #include <cstdio>
-#include <memory>
+#include <fstream>
 #include <stdexcept>
+#include <utility>
+
+#include <nlohmann/json.hpp>
 
 #include <jpeglib.h>
 
@@ -23,34 +26,33 @@ void PrintLine(const Result& result) {
     std::fflush(stdout);
 }
 
-// Names and faults are made here and hold nothing that JSON would want to be escaped.
 void WriteJson(const std::string& path, int level, const std::string& set,
                const std::vector<Result>& results) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
-    if (!file)
-        throw std::runtime_error("cannot write " + path);
-    std::fprintf(file.get(),
-                 "{\n  \"peer\": \"libjpeg-turbo %d\",\n  \"level\": %d,\n  \"set\": \"%s\",\n  \"cases\": [",
-                 LIBJPEG_TURBO_VERSION_NUMBER, level, set.c_str());
+    using Json = nlohmann::ordered_json;
+    Json cases = Json::array();
     for (const Result& result : results) {
-        std::fprintf(file.get(), "%s\n    {\"name\": \"%s\", \"frames\": %zu, \"bytes\": %.1f",
-                     &result == results.data() ? "" : ",", result.name.c_str(), result.frames, result.bytes);
+        Json one = {{"name", result.name}, {"frames", result.frames}, {"bytes", result.bytes}};
         if (const auto& timing = result.timing) {
-            std::fprintf(file.get(),
-                         ", \"ours_us\": %.3f, \"peer\": \"%s\", \"peer_us\": %.3f, \"ratio\": %.4f, "
-                         "\"low\": %.4f, \"high\": %.4f, \"rounds\": %zu",
-                         timing->ours, result.peer.c_str(), timing->peer, timing->ratio, timing->low,
-                         timing->high, timing->rounds);
+            one.update({{"ours_us", timing->ours},
+                        {"peer", result.peer},
+                        {"peer_us", timing->peer},
+                        {"ratio", timing->ratio},
+                        {"low", timing->low},
+                        {"high", timing->high},
+                        {"rounds", timing->rounds}});
         } else {
-            std::fprintf(file.get(), ", \"fault\": \"%s\"", result.fault.c_str());
+            one["fault"] = result.fault;
         }
         if (result.sizeRatio > 0)
-            std::fprintf(file.get(), ", \"size_ratio\": %.5f, \"error_ratio\": %.5f", result.sizeRatio,
-                         result.errorRatio);
-        std::fprintf(file.get(), "}");
+            one.update({{"size_ratio", result.sizeRatio}, {"error_ratio", result.errorRatio}});
+        cases.push_back(std::move(one));
     }
-    std::fprintf(file.get(), "\n  ]\n}\n");
-    if (std::fflush(file.get()) != 0)
+    const Json report = {{"peer", "libjpeg-turbo " + std::to_string(LIBJPEG_TURBO_VERSION_NUMBER)},
+                         {"level", level},
+                         {"set", set},
+                         {"cases", std::move(cases)}};
+    std::ofstream file(path);
+    if (!(file << report.dump(2) << std::endl))
         throw std::runtime_error("cannot write " + path);
 }
 
