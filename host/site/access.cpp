@@ -64,4 +64,10 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& si
     return Answer::Text(403, "This kind of user may not do that.");
 }
 
+bool Access::Offers(const SignIn& visitor, Who who) const {
+    if (visitor.result != SignIn::Result::Known)
+        return demo;
+    return MayDo(visitor.kind, who) || (demo && (who == Who::Watcher || who == Who::LinkMaker));
+}
+
 } // namespace host

@@ -74,7 +74,9 @@ void LivePage(const Site&, Visit& visit) {
 }
 
 void Tiles(const Site& site, Visit& visit) {
-    site.live.RunTiles(visit.Take(), visit.request);
+    const Offered offered{.settings = site.access.Offers(visit.signIn, Who::Admin),
+                          .links = site.access.Offers(visit.signIn, Who::LinkMaker)};
+    site.live.RunTiles(visit.Take(), visit.request, offered);
 }
 
 void MotionJpeg(const Site& site, Visit& visit) {

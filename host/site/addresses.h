@@ -49,6 +49,9 @@ struct Access {
     // Nothing when the request may go on; otherwise its answer. May wait, when wrong passwords came before.
     // `signIn` gets who sends it: nobody, where everybody is let in.
     [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who, SignIn& signIn) const;
+    // Whether a page offers its visitor what is there for `who`. Who watches the demo without a sign-in is
+    // offered everything: signing in comes with the click.
+    [[nodiscard]] bool Offers(const SignIn& visitor, Who who) const;
 };
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.

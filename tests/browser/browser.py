@@ -1,8 +1,10 @@
 """Chromium without a window, and what the tests ask of the page in it."""
 
+import json
 import os
 import shutil
 import time
+import urllib.parse
 
 try:
     from selenium import webdriver
@@ -92,7 +94,8 @@ class Browser:
                     size: text("size"), rate: text("rate"), age: text("age"),
                     notice: tile.querySelector('[data-part="notice"]').checkVisibility()
                         ? [text("title"), text("detail")].join(" / ") : "",
-                    command: tile.querySelector('[data-part="connect"]').checkVisibility() ? text("command") : "",
+                    offers: ["connect", "phone"].filter((part) =>
+                        tile.querySelector(`[data-part="${part}"]`).checkVisibility()).join(" "),
                 }]);
             }
             return facts;
@@ -136,6 +139,12 @@ class Browser:
             }
             return { digest, spread: high - low, width: canvas.width, height: canvas.height };
         """, name)
+
+    def requests(self):
+        """Method and path of every request since the last call."""
+        events = [json.loads(entry["message"])["message"] for entry in self.driver.get_log("performance")]
+        asked = [event["params"]["request"] for event in events if event["method"] == "Network.requestWillBeSent"]
+        return [f"{request['method']} {urllib.parse.urlsplit(request['url']).path}" for request in asked]
 
     def complaints(self):
         """What the console reported, without what the tests cause on purpose."""

@@ -27,7 +27,7 @@ class PageTest(case.BrowserCase):
         self.see_the_demo_cameras()
         self.see_it_on_other_screens()
         self.open_and_close_the_large_view()
-        self.scan_the_code_beside_a_camera()
+        self.scan_the_code_of_a_camera()
         self.follow_a_phone_through_its_life()
         self.end(self.host, self.browser)
 
@@ -63,8 +63,13 @@ class PageTest(case.BrowserCase):
 
         spare = browser.wait_state("spare", "waiting")
         self.assertIn("No phone yet", spare["notice"])
+        self.assertEqual({name: tile["offers"] for name, tile in browser.tiles().items()},
+                         {"yard": "phone", "gate": "phone", "spare": "connect"})
+        # A page that hangs on a wall asks for no link, however long.
+        self.assertEqual([request for request in browser.requests() if "POST" in request], [])
+        self.assertEqual(browser.run("return document.querySelector('#help details').open"), False)
         self.assertEqual(
-            spare["command"],
+            browser.run("return document.getElementById('help-command').textContent"),
             f"morrowstream-phone upload --server 127.0.0.1:{self.host.port}"
             " --login spare --password demo --pictures DIR",
         )
@@ -106,19 +111,16 @@ class PageTest(case.BrowserCase):
         browser.open(self.host.address())
         browser.wait_state("yard", "live")
 
-    def scan_the_code_beside_a_camera(self):
+    def scan_the_code_of_a_camera(self):
         browser = self.browser
-        tile = browser.driver.find_element(By.CSS_SELECTOR, '.tile[data-name="spare"]')
-        button = tile.find_element(By.CSS_SELECTOR, ".phone-code")
-        browser.wait("a code beside the camera", button.is_displayed)
-        button.click()
+        browser.driver.find_element(By.CSS_SELECTOR, '.tile[data-name="spare"] [data-part="connect"]').click()
         part = lambda name: browser.driver.find_element(By.CSS_SELECTOR, f'#phone [data-part="{name}"]')
         browser.wait("a link behind it", lambda: part("address").text)
         browser.screenshot("code")
         scan = subprocess.run(["zbarimg", "-q", "--raw", os.path.join(case.options.screenshots, "code.png")],
                               capture_output=True, text=True, check=False)
         address = part("address").text
-        self.assertIn(address, scan.stdout.split(), "the small codes of the tiles may be read, too")
+        self.assertEqual(scan.stdout.split(), [address], "one code, and no other on the page")
         # A phone reads the page, which uses nothing up, and then gets the archive, once.
         for path, status in (("", 200), ("/Sendora.jad", 200), ("/Sendora.jar", 200), ("/Sendora.jar", 410), ("", 410)):
             self.assertEqual(self.status(address + path), status, path)
@@ -128,7 +130,16 @@ class PageTest(case.BrowserCase):
         self.assertEqual(self.status(fresh), 200)
         part("revoke").click()
         browser.wait("its end", lambda: self.status(fresh) == 410)
+        self.assertFalse(part("code").is_displayed())
         part("close").click()
+        browser.wait("the dialog is closed", lambda: not browser.run("return document.getElementById('phone').open"))
+        # From the help as well.
+        browser.driver.find_element(By.ID, "help-link").click()
+        browser.driver.find_element(By.ID, "help-code").click()
+        browser.wait("a link for the camera of the picker", lambda: part("address").text)
+        self.assertEqual(part("name").text, "spare")
+        part("close").click()
+        self.assertEqual(browser.run("return document.querySelector('#phone img').hasAttribute('src')"), False)
 
     @staticmethod
     def status(address):
@@ -144,7 +155,7 @@ class PageTest(case.BrowserCase):
         browser = self.browser
         with Feeder(self.host.port, "spare", "demo", [coded_jpeg(n) for n in range(1, 9)], rate=10) as phone:
             browser.wait_state("spare", "live")
-            self.assertEqual(browser.tile("spare")["command"], "")
+            self.assertEqual(browser.tile("spare")["offers"], "phone")
             phone.pause()
             paused = time.monotonic()
             stalled = browser.wait_state("spare", "stalled", seconds=6)

@@ -40,6 +40,20 @@ std::string MakeNoise(int width, int height) {
     return block;
 }
 
+TEST(Tiles, TellWhatTheVisitorMayDo) {
+    const Rig rig(LongLimits(), false);
+    const Rig demo(LongLimits());
+    const std::tuple<const Rig&, std::string_view, std::string_view> cases[] = {
+        {rig, Rig::kAdmin, R"("may":["settings","links"],)"},
+        {rig, Rig::kViewer, R"("may":[],)"},
+        {demo, "", R"("may":["settings","links"],)"},
+    };
+    for (const auto& [host, user, may] : cases) {
+        Page page(host.Port(), std::string(user));
+        EXPECT_THAT(page.Read().data, HasSubstr(may)) << user;
+    }
+}
+
 TEST(Tiles, StateComesFirstAndPicturesCarryTheirHeader) {
     Rig rig(LongLimits());
     const CamPtr yard = rig.AddCamera("yard");

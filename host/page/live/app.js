@@ -15,7 +15,8 @@ const SHOW_DELAY_MS = 50; // gathers the tiles that one movement brings in and o
 const page = {};
 for (const id of [
     "wall", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
-    "help", "help-link", "help-title", "help-picker", "help-camera", "help-command", "help-demo", "help-password",
+    "help-phone", "help-link", "help-title", "help-picker", "help-camera", "help-code", "help-command", "help-demo",
+    "help-password", "settings-link",
 ]) {
     page[id] = document.getElementById(id);
 }
@@ -24,6 +25,7 @@ const phoneLinks = new PhoneLinks(document.getElementById("phone"));
 
 const tiles = new Map(); // by name, in the order of the wall
 const visible = new Set(); // tiles that are on the screen or close to it
+let may = []; // what the host lets this user do besides watching
 let state = null; // the last state message
 let stateRead = 0; // performance.now() when it was read
 let lossReason = null; // why there is no connection to the host; null while there is one
@@ -40,9 +42,12 @@ function announce(text) {
     page.announcement.textContent = text;
 }
 
-const large = new LargeView(page.large, tiles, () => {
-    render();
-    showSoon();
+const large = new LargeView(page.large, tiles, {
+    changed() {
+        render();
+        showSoon();
+    },
+    connectPhone: (name) => phoneLinks.show(name),
 });
 
 const stream = new TileStream({
@@ -52,6 +57,7 @@ const stream = new TileStream({
         lossReason = null;
         state = message;
         stateRead = performance.now();
+        may = message.may ?? [];
         const changed = arrangeWall(message.cameras);
         arrangeSources(message.sources ?? []);
         large.followAddress();
@@ -103,9 +109,10 @@ function arrangeWall(cameras) {
     for (const info of cameras) {
         let tile = tiles.get(info.name);
         if (tile === undefined) {
-            tile = new Tile(new Camera(info.name), (name) => large.open(name));
+            tile = new Tile(new Camera(info.name), {
+                openLarge: (name) => large.open(name), connectPhone: (name) => phoneLinks.show(name),
+            });
             tiles.set(info.name, tile);
-            phoneLinks.attach(tile);
             page.wall.append(tile.root);
             observer.observe(tile.root);
         }
@@ -162,7 +169,6 @@ function showSoon() {
 }
 
 function show() {
-    phoneLinks.show([...visible]);
     if (document.hidden) {
         stream.show([]);
         return;
@@ -197,11 +203,12 @@ function render() {
     if (state !== null) {
         const now = hostNow();
         const connected = lossReason === null;
+        const offersPhone = connected && may.includes("links");
         for (const tile of tiles.values()) {
-            tile.render(tile.camera, now, connected, state.demo);
+            tile.render(tile.camera, now, connected, offersPhone);
         }
         if (large.camera !== null) {
-            large.render(large.camera, now, connected, state.demo);
+            large.render(large.camera, now, connected, offersPhone);
         }
         setText(page.summary, connected ? summary(now) : "");
     }
@@ -242,7 +249,9 @@ function renderMessage() {
         setText(page["message-title"], "No cameras yet");
         setText(
             page["message-detail"],
-            "An administrator adds them in the settings. Each appears here at once and waits for its phone.",
+            may.includes("settings")
+                ? "Add them in the settings. Each appears here at once and waits for its phone."
+                : "An administrator adds them in the settings. Each appears here at once.",
         );
     }
 }
@@ -250,11 +259,14 @@ function renderMessage() {
 // --- Help ----------------------------------------------------------------------------------------------------------
 
 function fillHelp() {
+    page["settings-link"].hidden = !may.includes("settings");
+    page["help-link"].hidden = page["help-phone"].hidden = !may.includes("links");
     const picker = page["help-camera"];
     const chosen = picker.value;
     const free = [...tiles.values()].find((tile) => !tile.camera.info.connected);
     picker.replaceChildren(...[...tiles.keys()].map((name) => new Option(name, name)));
     page["help-picker"].hidden = tiles.size === 0;
+    page["help-code"].disabled = tiles.size === 0;
     if (tiles.has(chosen)) {
         picker.value = chosen;
     } else if (free !== undefined) {
@@ -271,10 +283,11 @@ function fillHelpCommand() {
 }
 
 page["help-camera"].addEventListener("change", fillHelpCommand);
+page["help-code"].addEventListener("click", () => phoneLinks.show(page["help-camera"].value));
 page["help-link"].addEventListener("click", (event) => {
     // Without a change of the address: a camera may be called "help".
     event.preventDefault();
-    page.help.scrollIntoView({ block: "start" });
+    page["help-phone"].scrollIntoView({ block: "start" });
     page["help-title"].focus({ preventScroll: true });
 });
 

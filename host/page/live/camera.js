@@ -64,7 +64,7 @@ export class Camera {
         }
         if (!this.info.connected) {
             if (!this.hadPhone) {
-                return { state: "waiting", word: "Waiting", title: "No phone yet", detail: "Connect one with this command" };
+                return { state: "waiting", word: "Waiting", title: "No phone yet", detail: "" };
             }
             return { state: "offline", word: "Offline", title: "Phone not connected", detail: last };
         }

@@ -17,10 +17,11 @@ export class LargeView extends CameraView {
     #opened = false; // the entry in the history is of our making
     #changed; // told after the view has opened, turned to another camera, or closed
 
-    constructor(dialog, tiles, changed) {
+    constructor(dialog, tiles, { changed, connectPhone }) {
         super(dialog);
         this.#tiles = tiles;
         this.#changed = changed;
+        this.parts.connect.addEventListener("click", () => connectPhone(this.#tile.camera.name));
         this.parts.close.addEventListener("click", () => dialog.close());
         this.parts.previous.addEventListener("click", () => this.#turn(-1));
         this.parts.next.addEventListener("click", () => this.#turn(1));

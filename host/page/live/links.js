@@ -1,22 +1,20 @@
-// A code beside each camera that makes a phone that camera, for those who may hand it out.
+// The code that makes a phone a camera, for those who may hand it out.
 //
-// Behind each code stands a link of the host's that is good once and for some minutes. So a tile has one only while it
-// is on the screen, a fresh one before the old one ends, and none is left behind when the page goes.
+// Behind a code stands a link of the host's that is good once and for some minutes, and whoever sees it may use it. So
+// there is one only when somebody asks for it: never on a page that merely hangs on a wall. It stays good when the page
+// goes, since the phone may still be at it; "Revoke" ends it.
 
 import { setText } from "../shared/view.js";
 
-const RENEW_SECONDS = 60; // before its end
 const TICK_MS = 1000;
-const AGAIN_SECONDS = 30; // after a failure
 
 export class PhoneLinks {
     #dialog;
     #parts = {};
-    #links = new Map(); // by the camera's name: {token, url, svg, until}; null while one is being made
-    #notBefore = new Map(); // by the camera's name: performance.now() before which none is asked for again
-    #visible = [];
-    #allowed = true; // until the host says otherwise
-    #open = null; // the tile whose code is shown large
+    #name = ""; // of the camera
+    #link = null; // {token, url, svg, until}
+    #asking = false;
+    #answer = 0; // what the host said instead of a link; 0 while it has said nothing
 
     constructor(dialog) {
         this.#dialog = dialog;
@@ -24,134 +22,92 @@ export class PhoneLinks {
             this.#parts[element.dataset.part] = element;
         }
         this.#parts.close.addEventListener("click", () => dialog.close());
-        this.#parts.renew.addEventListener("click", () => this.#renew(this.#open));
-        this.#parts.revoke.addEventListener("click", () => this.#revokeOpen());
-        dialog.addEventListener("close", () => (this.#open = null));
-        addEventListener("pagehide", () => this.#forgetAll());
-        setInterval(() => this.#tick(), TICK_MS);
+        this.#parts.renew.addEventListener("click", () => this.#renew());
+        this.#parts.revoke.addEventListener("click", () => this.#revoke());
+        // What is not on the screen cannot be read off it later.
+        dialog.addEventListener("close", () => this.#take(null));
+        setInterval(() => dialog.open && this.#render(), TICK_MS);
     }
 
-    attach(tile) {
-        tile.parts.phone.setAttribute("aria-label", `Code that makes a phone the camera ${tile.camera.name}`);
-        tile.parts.phone.addEventListener("click", () => this.#show(tile));
+    // Always with a new link: the host does not tell whether an old one was used.
+    show(name) {
+        this.#name = name;
+        this.#dialog.showModal();
+        this.#renew();
     }
 
-    // The tiles on the screen, all of them.
-    show(tiles) {
-        this.#visible = tiles;
-        this.#tick();
-    }
-
-    #tick() {
-        if (document.hidden || !this.#allowed) {
+    async #renew() {
+        if (this.#asking) {
             return;
         }
-        for (const tile of this.#visible) {
-            const link = this.#links.get(tile.camera.name);
-            const due = link === undefined || (link !== null && secondsLeft(link) < RENEW_SECONDS);
-            if (due && performance.now() >= (this.#notBefore.get(tile.camera.name) ?? 0)) {
-                this.#renew(tile);
-            }
-        }
-        this.#renderDialog();
-    }
-
-    async #renew(tile) {
-        const { name } = tile.camera;
-        const old = this.#links.get(name);
-        if (old === null) {
-            return;
-        }
-        this.#links.set(name, null);
-        this.#notBefore.set(name, performance.now() + AGAIN_SECONDS * 1000);
-        let link;
+        const name = this.#name;
+        this.#revoke();
+        this.#asking = true;
+        this.#answer = 0;
+        this.#render();
+        let link = null;
         try {
             const answer = await fetch(`/links?camera=${encodeURIComponent(name)}`, { method: "POST" });
-            if (answer.status === 401 || answer.status === 403) {
-                this.#allowed = false;
-            } else if (answer.status === 201) {
+            this.#answer = answer.status;
+            if (answer.status === 201) {
                 const made = await answer.json();
                 link = { ...made, until: performance.now() + made.seconds * 1000 };
             }
         } catch {
-            // The host is away: once it is back, there will be another turn.
+            // The host is away; the button is there to try again.
         }
-        if (old !== undefined) {
-            revoke(old);
+        this.#asking = false;
+        if (this.#dialog.open && name === this.#name) {
+            this.#take(link);
+        } else if (link !== null) {
+            revoke(link); // nobody has seen it
         }
-        if (link === undefined) {
-            this.#links.delete(name);
-        } else {
-            this.#links.set(name, link);
-        }
-        this.#render(tile, link);
     }
 
-    #render(tile, link) {
-        const { phone, code } = tile.parts;
-        phone.hidden = link === undefined;
-        if (link !== undefined) {
-            code.src = pictureOf(link);
+    #revoke() {
+        if (this.#link !== null) {
+            revoke(this.#link);
+            this.#take(null);
         }
-        this.#renderDialog();
     }
 
-    #renderDialog() {
-        if (this.#open === null) {
+    #take(link) {
+        this.#link = link;
+        this.#render();
+    }
+
+    #render() {
+        const parts = this.#parts;
+        const left = this.#link === null ? 0 : (this.#link.until - performance.now()) / 1000;
+        setText(parts.name, this.#name);
+        parts.code.hidden = parts.revoke.hidden = left <= 0;
+        parts.renew.disabled = this.#asking;
+        if (left <= 0) {
+            parts.code.removeAttribute("src");
+            setText(parts.address, "");
+            setText(parts.state, this.#asking ? "One moment." : this.#reason());
             return;
         }
-        const link = this.#links.get(this.#open.camera.name);
-        const there = link !== undefined && link !== null && secondsLeft(link) > 0;
-        const parts = this.#parts;
-        setText(parts.name, this.#open.camera.name);
-        parts.code.hidden = parts.revoke.hidden = !there;
-        setText(parts.address, there ? link.url : "");
-        if (there) {
-            const left = Math.ceil(secondsLeft(link) / 60);
-            parts.code.src = pictureOf(link);
-            setText(parts.state, `Good once, for ${left} more ${left === 1 ? "minute" : "minutes"}.`);
-        } else {
-            setText(parts.state, link === null ? "One moment." : "There is no link now.");
+        const source = `data:image/svg+xml,${encodeURIComponent(this.#link.svg)}`;
+        if (parts.code.getAttribute("src") !== source) {
+            parts.code.src = source;
+        }
+        setText(parts.address, this.#link.url);
+        const minutes = Math.ceil(left / 60);
+        setText(parts.state, `Good once, for ${minutes} more ${minutes === 1 ? "minute" : "minutes"}.`);
+    }
+
+    #reason() {
+        switch (this.#answer) {
+        case 404:
+            return "This camera has no password yet, so no phone can become it.";
+        case 401:
+        case 403:
+            return "Only an administrator may hand out this code.";
+        default:
+            return "There is no link now.";
         }
     }
-
-    // Always a new one: the host does not tell whether the one on the tile was used.
-    #show(tile) {
-        this.#open = tile;
-        this.#renew(tile);
-        this.#renderDialog();
-        this.#dialog.showModal();
-    }
-
-    #revokeOpen() {
-        const { name } = this.#open.camera;
-        const link = this.#links.get(name);
-        if (link !== undefined && link !== null) {
-            revoke(link);
-            this.#links.delete(name);
-            this.#notBefore.set(name, Infinity); // until somebody asks for one
-            this.#render(this.#open, undefined);
-            this.#open.parts.phone.hidden = false;
-            this.#open.parts.code.removeAttribute("src");
-        }
-    }
-
-    #forgetAll() {
-        for (const link of this.#links.values()) {
-            if (link !== null) {
-                revoke(link);
-            }
-        }
-        this.#links.clear();
-    }
-}
-
-function secondsLeft(link) {
-    return (link.until - performance.now()) / 1000;
-}
-
-function pictureOf(link) {
-    return `data:image/svg+xml,${encodeURIComponent(link.svg)}`;
 }
 
 function revoke(link) {

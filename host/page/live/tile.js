@@ -1,19 +1,29 @@
 // One camera in the wall.
 
-import { CameraView } from "../shared/view.js";
+import { CameraView, setHidden } from "../shared/view.js";
 
 const template = document.getElementById("tile-template");
 
 export class Tile extends CameraView {
     #latest = null; // the picture being decoded
 
-    constructor(camera, openLarge) {
+    constructor(camera, { openLarge, connectPhone }) {
         super(template.content.firstElementChild.cloneNode(true));
         this.camera = camera;
         this.nameIt(camera);
         this.root.dataset.name = camera.name;
         this.parts.open.setAttribute("aria-label", `Open ${camera.name} large`);
         this.parts.open.addEventListener("click", () => openLarge(camera.name));
+        for (const button of [this.parts.connect, this.parts.phone]) {
+            button.setAttribute("aria-label", `Connect a phone as ${camera.name}`);
+            button.addEventListener("click", () => connectPhone(camera.name));
+        }
+    }
+
+    render(camera, hostNow, connectedToHost, offersPhone) {
+        super.render(camera, hostNow, connectedToHost, offersPhone);
+        // Where the notice has the button, one is enough.
+        setHidden(this.parts.phone, !offersPhone || !this.parts.connect.hidden);
     }
 
     // Resolves to true when the picture is on the canvas, to false when it is none or a newer one overtook it.

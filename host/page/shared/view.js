@@ -1,6 +1,6 @@
 // What a tile and the large view have in common: a stage with the picture or a placeholder, and the facts below it.
 
-import { agoText, rateText, setPhoneCommand, sizeText } from "./text.js";
+import { agoText, rateText, sizeText } from "./text.js";
 
 // Text nodes are written only when they change: thirty tiles are looked at several times a second.
 export function setText(element, text) {
@@ -9,7 +9,7 @@ export function setText(element, text) {
     }
 }
 
-function setHidden(element, hidden) {
+export function setHidden(element, hidden) {
     if (element.hidden !== hidden) {
         element.hidden = hidden;
     }
@@ -47,7 +47,8 @@ export class CameraView {
         this.parts.stream.setAttribute("aria-label", `Stream of ${camera.name}`);
     }
 
-    render(camera, hostNow, connectedToHost, demo) {
+    // offersPhone: whether who looks may make a phone a camera.
+    render(camera, hostNow, connectedToHost, offersPhone) {
         const { parts, root } = this;
         const status = camera.status(hostNow, connectedToHost);
         const age = camera.age(hostNow);
@@ -64,11 +65,7 @@ export class CameraView {
         setText(parts.title, status.title);
         setText(parts.detail, status.detail);
         setHidden(parts.detail, status.detail === "");
-        const showCommand = connectedToHost && camera.isFree;
-        setHidden(parts.connect, !showCommand);
-        if (showCommand) {
-            setPhoneCommand(parts.command, camera.name, demo);
-        }
+        setHidden(parts.connect, !(offersPhone && camera.isFree));
         // Without a picture of the past there is nothing to see large, and nothing behind two of the links.
         setHidden(parts.picture, camera.sequence === null);
         setHidden(parts.snapshot, camera.newest === null);

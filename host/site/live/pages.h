@@ -10,6 +10,12 @@
 
 namespace host {
 
+// Of what is not for everybody who may look.
+struct Offered {
+    bool settings = false;
+    bool links = false; // by which a phone becomes a camera
+};
+
 struct LivePages {
     FeedTable& feeds;
     const SourceTable& sources;
@@ -31,13 +37,13 @@ struct LivePages {
 
     // /tiles: the one connection of the page, a WebSocket with the state of all cameras and their pictures.
     // Takes the socket and returns when the page has left or the server stops. The request asks for a
-    // WebSocket.
+    // WebSocket. `offered`: what the page may offer to its visitor.
     //
     // To the page, text: {"type":"state",...}, at once, on every change and as a heartbeat. To the page,
     // binary: one picture behind a header of 20 bytes: u8 1, u8 0, u16 0, u32 camera number, u32 sequence
     // number, u64 time of arrival in Unix milliseconds; all little-endian. From the page, text: see
     // TileBoard.
-    void RunTiles(Descriptor socket, const Request& request) const;
+    void RunTiles(Descriptor socket, const Request& request, const Offered& offered) const;
 };
 
 } // namespace host

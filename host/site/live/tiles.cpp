@@ -1,7 +1,9 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -26,13 +28,19 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
 
 // The figures of all cameras with the host's time (Unix milliseconds), against which the page tells how old a
 // picture is: its own clock may be wrong.
-std::string StateJson(const LivePages& pages) {
+std::string StateJson(const LivePages& pages, const Offered& offered) {
     const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::system_clock::now().time_since_epoch());
+    std::vector<std::string_view> may;
+    if (offered.settings)
+        may.emplace_back("settings");
+    if (offered.links)
+        may.emplace_back("links");
     return JsonText({{"type", "state"},
                      {"now", now.count()},
                      {"uptime", std::round(pages.counters.Uptime() * 10) / 10},
                      {"demo", pages.demo},
+                     {"may", may},
                      {"version", MORROWSTREAM_VERSION},
                      {"sources", pages.sources.OwnKeys()},
                      {"cameras", CamerasJson(pages.feeds, true)}});
@@ -40,9 +48,10 @@ std::string StateJson(const LivePages& pages) {
 
 class TilesSession final : public PageSocket {
 public:
-    TilesSession(Descriptor socket, const Request& request, const LivePages& pages)
+    TilesSession(Descriptor socket, const Request& request, const Offered& offered, const LivePages& pages)
         : PageSocket(std::move(socket), request, pages.limits, pages.stop), m_pages(pages),
-          m_heartbeat(MakeTimer()), m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
+          m_offered(offered), m_heartbeat(MakeTimer()),
+          m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
         m_pages.feeds.AddWatcher(m_tableChange);
     }
     ~TilesSession() { m_pages.feeds.RemoveWatcher(m_tableChange); }
@@ -71,7 +80,7 @@ private:
         if (m_statePending) {
             m_statePending = false;
             m_board.SetFeeds(m_pages.feeds.List());
-            m_state = StateJson(m_pages);
+            m_state = StateJson(m_pages, m_offered);
             return Text(m_state);
         }
         while (auto outgoing = m_board.Next(Clock::now())) {
@@ -89,6 +98,7 @@ private:
     }
 
     const LivePages& m_pages;
+    const Offered m_offered;
     Wakeup m_newPicture;
     Wakeup m_tableChange;
     TimerPtr m_heartbeat;
@@ -102,9 +112,9 @@ private:
 
 } // namespace
 
-void LivePages::RunTiles(Descriptor socket, const Request& request) const {
+void LivePages::RunTiles(Descriptor socket, const Request& request, const Offered& offered) const {
     const WatchGuard watching(counters, SessionKind::Tiles);
-    TilesSession(std::move(socket), request, *this).Run();
+    TilesSession(std::move(socket), request, offered, *this).Run();
 }
 
 } // namespace host
