@@ -31,6 +31,8 @@ Answer Answer::Text(unsigned status, std::string_view line) {
     answer.status = status;
     answer.body = std::string(line) + "\n";
     answer.headers["Cache-Control"] = "no-store";
+    if (status >= 400)
+        answer.refusal = line;
     return answer;
 }
 
@@ -44,8 +46,11 @@ Answer Answer::Json(unsigned status, const nlohmann::ordered_json& json) {
 }
 
 Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
-    return form == Form::Json ? Json(status, {{"text", line}, {"problems", nlohmann::ordered_json::array()}})
-                              : Text(status, line);
+    if (form == Form::Text)
+        return Text(status, line);
+    Answer answer = Json(status, {{"text", line}, {"problems", nlohmann::ordered_json::array()}});
+    answer.refusal = line;
+    return answer;
 }
 
 std::string Serialize(const Answer& answer, const AnswerOptions& options) {

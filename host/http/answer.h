@@ -20,6 +20,7 @@ struct Answer {
     std::string type = "text/plain; charset=utf-8";
     std::string body;
     std::map<std::string, std::string> headers; // beyond those that every answer has
+    std::string refusal{};                      // the line of one
 
     static Answer Text(unsigned status, std::string_view line);
     // Caches keep nothing of it.

@@ -64,6 +64,10 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& si
     return Answer::Text(403, "This kind of user may not do that.");
 }
 
+std::string_view Access::WayBack(const SignIn& visitor) const {
+    return visitor.result != SignIn::Result::Known || Offers(visitor, Who::Watcher) ? "/" : "/mobile";
+}
+
 bool Access::Offers(const SignIn& visitor, Who who) const {
     if (visitor.result != SignIn::Result::Known)
         return demo;

@@ -180,7 +180,8 @@ void PhoneStream(const Site& site, Visit& visit) {
 }
 
 void PhoneContent(const Site& site, Visit& visit) {
-    visit.Send(site.mobile.Content(visit.request, visit.signIn.credentials.login));
+    visit.Send(site.mobile.Content(visit.request, visit.signIn.credentials.login,
+                                   site.access.Offers(visit.signIn, Who::Watcher)));
 }
 
 void Nothing(const Site&, Visit& visit) {

@@ -52,6 +52,8 @@ struct Access {
     // Whether a page offers its visitor what is there for `who`. Who watches the demo without a sign-in is
     // offered everything: signing in comes with the click.
     [[nodiscard]] bool Offers(const SignIn& visitor, Who who) const;
+    // Where a page that is of no use to its visitor leads to.
+    [[nodiscard]] std::string_view WayBack(const SignIn& visitor) const;
 };
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.

@@ -40,6 +40,12 @@ std::string EntityTag(std::string_view content) {
 
 } // namespace
 
+std::string_view AssetOf(std::string_view name) noexcept {
+    const auto assets = Assets();
+    const auto asset = std::ranges::find(assets, name, &Asset::name);
+    return asset == assets.end() ? std::string_view{} : asset->content;
+}
+
 Answer AssetAnswer(std::string_view name, const Request& request) {
     const auto assets = Assets();
     const auto asset = std::ranges::find(assets, name, &Asset::name);

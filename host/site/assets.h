@@ -16,6 +16,8 @@ struct Asset {
 // Generated from host/page when the program is built.
 std::span<const Asset> Assets() noexcept;
 
+// The content of a file that is there.
+std::string_view AssetOf(std::string_view name) noexcept;
 // 404 for a name that no file has.
 Answer AssetAnswer(std::string_view name, const Request& request);
 

@@ -11,6 +11,7 @@
 #include "host/http/wire.h"
 #include "host/log/console.h"
 #include "host/site/addresses.h"
+#include "host/site/plain/page.h"
 #include "host/site/site.h"
 #include "host/users/password.h"
 
@@ -129,7 +130,7 @@ public:
             ++m_site.counters.requests;
             parsed.request->peer = m_peer;
             parsed.request->arrived = Clock::now();
-            Visit visit(m_socket, m_arrival, std::move(*parsed.request), m_site.limits, m_site.stop);
+            Visit visit(m_socket, m_arrival, std::move(*parsed.request), m_site);
             Serve(visit, m_site);
             if (!visit.GoesOn())
                 return;
@@ -147,7 +148,7 @@ public:
         const Address* const address = parsed.request ? FindAddress(request).address : nullptr;
         request.peer = m_peer;
         request.keepAlive = false;
-        Visit visit(m_socket, m_arrival, std::move(request), m_site.limits, m_site.stop);
+        Visit visit(m_socket, m_arrival, std::move(request), m_site);
         if (address != nullptr && address->place == Place::Kept)
             return Serve(visit, m_site);
         m_site.counters.Refuse(full);
@@ -165,8 +166,7 @@ private:
     // Refuses what is no request; the connection ends behind the answer.
     void Refuse(Refusal reason, unsigned status, std::string_view line) {
         m_site.counters.Refuse(reason);
-        Visit(m_socket, m_arrival, Request{}, m_site.limits, m_site.stop)
-            .SendLast(Answer::Text(status, line));
+        Visit(m_socket, m_arrival, Request{}, m_site).SendLast(Answer::Text(status, line));
     }
 
     Descriptor m_socket;
@@ -180,8 +180,8 @@ private:
 bool Visit::ReadBody() {
     if (request.expectsContinue && !SendBytes("HTTP/1.1 100 Continue\r\n\r\n"))
         return false;
-    const auto deadline = Clock::now() + m_limits.bodyDeadline;
-    const HeadResult read = host::ReadBody(m_socket.Get(), request.bodySize, &body, m_stop, deadline);
+    const auto deadline = Clock::now() + m_site.limits.bodyDeadline;
+    const HeadResult read = host::ReadBody(m_socket.Get(), request.bodySize, &body, m_site.stop, deadline);
     if (read == HeadResult::Timeout)
         SendLast(Answer::Text(408, "The request did not come in time."));
     return read == HeadResult::Complete;
@@ -190,18 +190,18 @@ bool Visit::ReadBody() {
 void Visit::Send(const Answer& answer) {
     if (!request.keepAlive || request.hasBody || request.method == "POST")
         return SendLast(answer);
-    m_goesOn = SendBytes(Serialize(answer, {.keepAlive = true, .headOnly = IsHead()}));
+    m_goesOn = SendBytes(Serialize(Readable(answer), {.keepAlive = true, .headOnly = IsHead()}));
 }
 
 void Visit::SendLast(const Answer& answer) {
-    if (SendBytes(Serialize(answer, {.headOnly = IsHead()})))
-        FinishSending(m_socket.Get(), m_stop);
+    if (SendBytes(Serialize(Readable(answer), {.headOnly = IsHead()})))
+        FinishSending(m_socket.Get(), m_site.stop);
 }
 
 bool Visit::SendUntilArrived(const Answer& answer) {
     if (SendBytes(Serialize(answer, {.headOnly = IsHead()})) &&
-        m_arrival.Await(m_stop, m_limits.writeStall)) {
-        FinishSending(m_socket.Get(), m_stop);
+        m_arrival.Await(m_site.stop, m_site.limits.writeStall)) {
+        FinishSending(m_socket.Get(), m_site.stop);
         return true;
     }
     // The system throws away what it has not sent yet, and resets the connection.
@@ -219,9 +219,15 @@ int Visit::Last() {
     return m_socket.Get();
 }
 
+Answer Visit::Readable(const Answer& answer) const {
+    return answer.refusal.empty()
+               ? answer
+               : ReadableRefusal(answer, request, m_site.language, m_site.access.WayBack(signIn));
+}
+
 bool Visit::SendBytes(std::string_view bytes) {
     m_arrival.Sent(bytes.size());
-    return SendAll(m_socket.Get(), bytes, m_stop, m_limits.writeStall) == SendResult::Sent;
+    return SendAll(m_socket.Get(), bytes, m_site.stop, m_site.limits.writeStall) == SendResult::Sent;
 }
 
 Answer FullAnswer() {

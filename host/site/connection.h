@@ -23,8 +23,8 @@ struct Site;
 // one.
 class Visit {
 public:
-    Visit(Descriptor& socket, Arrival& arrival, Request made, const Limits& limits, const Wakeup& stop)
-        : request(std::move(made)), m_socket(socket), m_arrival(arrival), m_limits(limits), m_stop(stop) {}
+    Visit(Descriptor& socket, Arrival& arrival, Request made, const Site& site)
+        : request(std::move(made)), m_socket(socket), m_arrival(arrival), m_site(site) {}
 
     const Request request;
     std::string_view rest{}; // of its path, behind the pattern of its address
@@ -40,7 +40,8 @@ public:
 
     // One of these answers the request.
     //
-    // The connection goes on behind the answer if both sides want that.
+    // A refusal goes out as a page where that is what the client prefers. The connection goes on behind the
+    // answer if both sides want that.
     void Send(const Answer& answer);
     // The connection ends behind the answer.
     void SendLast(const Answer& answer);
@@ -58,12 +59,12 @@ public:
     [[nodiscard]] bool GoesOn() const noexcept { return m_goesOn; }
 
 private:
+    [[nodiscard]] Answer Readable(const Answer& answer) const;
     bool SendBytes(std::string_view bytes);
 
     Descriptor& m_socket;
     Arrival& m_arrival;
-    const Limits& m_limits;
-    const Wakeup& m_stop;
+    const Site& m_site;
     bool m_goesOn = false;
 };
 

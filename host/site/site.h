@@ -37,17 +37,17 @@ struct SiteParts {
 struct Site {
     explicit Site(const SiteParts& parts)
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), pageToken(RandomPassword()),
-          shares(limits), access{parts.authenticator, counters, parts.demo}, live{parts.feeds, parts.sources,
-                                                                                  limits,      counters,
-                                                                                  stop,        parts.demo},
+          shares(limits), language(parts.language), access{parts.authenticator, counters, parts.demo},
+          live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
           view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
                                                                            parts.packers, limits.staleAfter,
                                                                            parts.language},
           monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
                                                                                   parts.language, pageToken},
-          mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator,
-                 shares,         limits,      counters,      stop},
-          links{parts.authenticator, parts.authority, [this](const Request& request, std::string_view login) {
+          mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
+                 counters,       stop,        language},
+          links{parts.authenticator, parts.authority, language,
+                [this](const Request& request, std::string_view login) {
                     return mobile.Content(request, login);
                 }} {}
     Site(const Site&) = delete;
@@ -59,6 +59,8 @@ struct Site {
     // A page of this host sends it with each change; a page of another site cannot know it.
     const std::string pageToken;
     mutable ShareTable shares; // thread-safe
+    // The server's, for whoever asks for none that there are texts in.
+    const std::string language;
 
     const Access access;
     const LivePages live;

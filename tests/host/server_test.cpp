@@ -127,7 +127,7 @@ TEST(Server, AnswersAreThoseOfTheTable) {
             rig.Ask(c.request + " HTTP/1.1\r\n" + kLocal + std::string(c.user) + c.lines + "\r\n", head);
         EXPECT_EQ(reply.status, c.status) << c.request << ' ' << c.user << c.lines;
         EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff") << c.request;
-        EXPECT_THAT(reply.head, HasSubstr("\r\nContent-Security-Policy: default-src 'self'")) << c.request;
+        EXPECT_THAT(reply.head, HasSubstr("\r\nContent-Security-Policy: default-src '")) << c.request;
         EXPECT_EQ(reply.Header("WWW-Authenticate").empty(), c.status != 401) << c.request;
         if (const auto request = ParseRequest(c.request + " HTTP/1.1\r\n" + c.lines + "\r\n").request) {
             asked.insert(FindAddress(*request).address);
@@ -142,6 +142,58 @@ TEST(Server, AnswersAreThoseOfTheTable) {
     }
     EXPECT_TRUE(rig.handler->Processed().empty()) << "none of these may reach the component as a stream";
     EXPECT_TRUE(rig.configuration->m_path.IsNull()) << "nor change its settings";
+}
+
+TEST(Server, RefusalsAreForReadersWhatTheyRead) {
+    Rig rig(LongLimits(), false, "fr");
+    rig.AddCamera("yard");
+    const std::string browser = "Accept: text/html,application/xhtml+xml,application/xml;q=0.9,*/*;q=0.8\r\n";
+    struct Case {
+        std::string request;
+        std::string_view user;
+        std::string_view language;
+        unsigned status;
+        std::string_view title; // of the page
+        std::string_view link;
+        std::string_view line; // of the text
+    };
+    const Case cases[] = {
+        {"GET /nothing?a=b&c", Rig::kViewer, "en", 404, "There is nothing here", "/",
+         "There is nothing here.\n"},
+        {"GET /settings", Rig::kViewer, "de, ru", 403, "Это вам недоступно", "/",
+         "This kind of user may not do that.\n"},
+        {"GET /settings/nothing", Rig::kAdmin, "en", 404, "There is nothing here", "/",
+         R"({"text":"There is nothing here.","problems":[]})"},
+        {"GET /", Rig::kPhone, "", 403, "Ceci ne vous est pas ouvert", "/mobile",
+         "This kind of user may not do that.\n"},
+        {"GET /live/yard?a&b", "", "en", 401, "A sign-in is needed", "/live/yard?a&amp;b", {}},
+        {"GET /links", Rig::kAdmin, "en", 405, "That does not work this way", "/",
+         "Only POST is known here.\n"},
+        {"GET /snapshot/yard.jpg",
+         Rig::kViewer,
+         "en",
+         503,
+         "Not now; try again soon",
+         "/snapshot/yard.jpg",
+         {}},
+        {"GET /get/0", "", "en", 410, "This link is good no more", "/", {}},
+    };
+    for (const auto& [request, user, language, status, title, link, line] : cases) {
+        const std::string head = request + " HTTP/1.1\r\n" + kLocal + std::string(user) +
+                                 "Accept-Language: " + std::string(language) + "\r\n";
+        const Reply page = rig.Ask(head + browser + "\r\n");
+        EXPECT_EQ(page.status, status) << request;
+        EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8") << request;
+        EXPECT_THAT(page.body, HasSubstr("<h1>" + std::string(title) + "</h1>")) << request;
+        EXPECT_THAT(page.body, HasSubstr("<a href=\"" + std::string(link) + "\">")) << request;
+        EXPECT_THAT(page.Header("Content-Security-Policy"), HasSubstr("default-src 'none'"));
+        const Reply text = rig.Ask(head + "Accept: */*\r\n\r\n");
+        EXPECT_EQ(text.status, status) << request;
+        EXPECT_THAT(text.body, testing::Not(HasSubstr("<html"))) << request;
+        EXPECT_THAT(text.body, testing::StartsWith(line)) << request;
+        for (const char* name : {"Allow", "Retry-After", "WWW-Authenticate"})
+            EXPECT_EQ(page.Header(name), text.Header(name)) << request;
+    }
 }
 
 TEST(Server, KeepsAConnectionForRequestsBehindEachOther) {

@@ -6,6 +6,8 @@
 
 #include "host/http/request.h"
 #include "host/site/links/qr_code.h"
+#include "host/site/plain/page.h"
+#include "host/site/plain/texts.h"
 
 namespace host {
 namespace {
@@ -35,21 +37,20 @@ std::string MidletName(const std::string& camera) {
     return plain ? camera : "Sendora";
 }
 
-Answer LandingPage(const LinkTable::Link& link) {
+Answer LandingPage(const LinkTable::Link& link, std::string_view language) {
     const auto left = std::chrono::ceil<std::chrono::minutes>(link.until - Clock::now()).count();
     const std::string name = EscapeHtml(link.camera);
     const std::string base = std::string(kGet) + link.token;
-    Answer answer;
-    answer.type = "text/html; charset=utf-8";
-    answer.body = "<!DOCTYPE html>\n<html lang=\"en\">\n<head><meta charset=\"utf-8\">"
-                  "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
-                  "<meta name=\"robots\" content=\"noindex\"><title>" +
-                  name + "</title></head>\n<body>\n<h1>" + name + "</h1>\n<p>This phone becomes the camera " +
-                  name + ".</p>\n<p><b><a href=\"" + base + std::string(kArchive) +
-                  "\">Install</a></b></p>\n<p><a href=\"" + base + std::string(kDescriptor) +
-                  "\">Descriptor</a>, for phones that ask for one first</p>\n<p>The link is good once, for " +
-                  std::to_string(left) + " more minutes. Nobody else should have it.</p>\n</body>\n</html>\n";
-    return answer;
+    const std::string body =
+        "<h1>" + name + "</h1>\n<p>" + TextOf(language, Word::PhoneBecomes, name) +
+        "</p>\n<p><a class=\"action\" href=\"" + base + std::string(kArchive) + "\">" +
+        std::string(TextOf(language, Word::Install)) + "</a></p>\n<p><a href=\"" + base +
+        std::string(kDescriptor) + "\">" + std::string(TextOf(language, Word::Descriptor)) +
+        "</a></p>\n<p class=\"note\">" + TextOf(language, Word::GoodOnce, std::to_string(left)) + "</p>\n";
+    return AnswerOf({.language = language,
+                     .title = name,
+                     .head = "<meta name=\"robots\" content=\"noindex\">\n",
+                     .body = body});
 }
 
 } // namespace
@@ -104,7 +105,7 @@ LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {
     if (!link || !m_authenticator.CameraPassword(link->camera))
         return {Gone()};
     if (file.empty())
-        return {Unstored(LandingPage(*link))};
+        return {LandingPage(*link, LanguageOf(request.Field("Accept-Language"), m_language))};
     if (file == kDescriptor) {
         Answer answer = ContentFor(*link, file, request);
         // The archive comes by this link, not by what it was made of.

@@ -37,10 +37,12 @@ public:
     // The component's answer to a GET.
     using Content = std::function<Answer(const Request& request, std::string_view login)>;
 
-    // `authority` is where others reach this server, "ADDR:PORT", or empty. The authenticator outlives the
-    // object.
-    LinkPages(const Authenticator& authenticator, std::string authority, Content content)
-        : m_authenticator(authenticator), m_authority(std::move(authority)), m_content(std::move(content)) {}
+    // `authority` is where others reach this server, "ADDR:PORT", or empty; `language` the server's. The
+    // authenticator outlives the object.
+    LinkPages(const Authenticator& authenticator, std::string authority, std::string language,
+              Content content)
+        : m_authenticator(authenticator), m_authority(std::move(authority)), m_language(std::move(language)),
+          m_content(std::move(content)) {}
 
     [[nodiscard]] Answer Make(const Request& request) const;
     [[nodiscard]] Answer Revoke(std::string_view token) const;
@@ -61,6 +63,7 @@ private:
 
     const Authenticator& m_authenticator;
     const std::string m_authority;
+    const std::string m_language;
     const Content m_content;
     const std::shared_ptr<LinkTable> m_links = std::make_shared<LinkTable>();
 };

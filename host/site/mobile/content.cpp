@@ -4,7 +4,10 @@
 #include <vector>
 
 #include "host/http/request.h"
+#include "host/site/assets.h"
 #include "host/site/mobile/pages.h"
+#include "host/site/plain/page.h"
+#include "host/site/plain/texts.h"
 #include "platform/text.h"
 
 namespace host {
@@ -12,6 +15,8 @@ namespace {
 
 using platform::Bstr;
 
+// The page for phones, as it names its sheet.
+constexpr std::string_view kPhonePageSheet = "/mobile/mobile.xsl";
 constexpr std::string_view kXml = "text/xml";
 constexpr std::string_view kArchive = "application/java-archive";
 constexpr std::string_view kArchiveSuffix = ".jar";
@@ -135,17 +140,46 @@ std::optional<std::string> AsHtml(const Request& request, IWebHandler& handler, 
     return SUCCEEDED(sheet.result) ? ApplyStyleSheet(page, sheet.body) : std::nullopt;
 }
 
-Answer TextAnswer(const Request& request, IWebHandler& handler, Reply reply) {
+// For whom the page for phones is.
+struct Reader {
+    std::string_view language; // of the server
+    bool looks;                // may look at the cameras in a browser
+};
+
+// The component's page for phones in this server's style and words. Its own have a language that is the whole
+// server's, and gaps in some.
+std::optional<Answer> PhonePage(const Request& request, const std::string& document, const Reader& reader) {
+    const std::string_view language = LanguageOf(request.Field("Accept-Language"), reader.language);
+    const auto text = [&](Word word) { return std::string(TextOf(language, word)); };
+    const auto body = ApplyStyleSheet(document, std::string(AssetOf("plain/mobile.xsl")),
+                                      {{"title", text(Word::ForPhones)},
+                                       {"view", text(Word::ViewOnPhone)},
+                                       {"send", text(Word::SendFromPhone)},
+                                       {"name", text(Word::MidletName)},
+                                       {"download", text(Word::Download)},
+                                       {"cameras", reader.looks ? text(Word::AllCameras) : ""}});
+    if (!body)
+        return std::nullopt;
+    Answer answer = AnswerOf(PlainPage{.language = language, .title = text(Word::ForPhones), .body = *body});
+    answer.headers["Vary"] = "Accept, Accept-Language";
+    return answer;
+}
+
+Answer TextAnswer(const Request& request, IWebHandler& handler, Reply reply, const Reader& reader) {
     Answer answer;
     answer.type = reply.type + "; charset=utf-8";
-    if (const std::string sheet = StyleSheetOf(reply.body); !sheet.empty()) {
+    const std::string sheet = StyleSheetOf(reply.body);
+    const bool html = !sheet.empty() && PrefersHtml(request.Field("Accept"));
+    if (html && sheet == kPhonePageSheet) {
+        if (auto page = PhonePage(request, reply.body, reader))
+            return std::move(*page);
+    }
+    if (!sheet.empty()) {
         answer.headers["Vary"] = "Accept";
         answer.headers["Content-Security-Policy"] = kPagePolicy;
-        auto html =
-            PrefersHtml(request.Field("Accept")) ? AsHtml(request, handler, reply.body, sheet) : std::nullopt;
-        if (html) {
+        if (auto page = html ? AsHtml(request, handler, reply.body, sheet) : std::nullopt) {
             answer.type = "text/html; charset=utf-8";
-            answer.body = std::move(*html);
+            answer.body = std::move(*page);
             return answer;
         }
     }
@@ -173,14 +207,14 @@ Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
     return answer;
 }
 
-Answer AnswerOf(const Request& request, IWebHandler& handler) {
+Answer ContentOf(const Request& request, IWebHandler& handler, const Reader& reader) {
     if (request.path.ends_with(kDescriptorSuffix))
         return DescriptorAnswer(request, handler);
     Reply reply = Call(handler, TargetOf(request), request.head);
     if (FAILED(reply.result))
         return Refusal(reply.result);
     if (reply.type == kXml)
-        return TextAnswer(request, handler, std::move(reply));
+        return TextAnswer(request, handler, std::move(reply), reader);
     if (reply.type == kArchive && request.path.ends_with(kArchiveSuffix))
         return ArchiveAnswer(request, std::move(reply));
     Answer answer;
@@ -198,7 +232,7 @@ bool MayBuildArchive(std::string_view path) {
 
 } // namespace
 
-Answer MobilePages::Content(const Request& request, std::string_view login) const {
+Answer MobilePages::Content(const Request& request, std::string_view login, bool looks) const {
     const auto handler = HandlerOf(request, false);
     if (!handler)
         return Answer::Text(404, "There is nothing here.");
@@ -207,7 +241,7 @@ Answer MobilePages::Content(const Request& request, std::string_view login) cons
         if (auto refused = TakeShare(shares.archives, request, login, counters, &share))
             return std::move(*refused);
     }
-    Answer answer = AnswerOf(request, *handler);
+    Answer answer = ContentOf(request, *handler, {language, looks});
     answer.headers["Cache-Control"] = "no-store";
     return answer;
 }

@@ -26,6 +26,7 @@ struct MobilePages {
     const Limits& limits;
     Counters& counters;
     const Wakeup& stop;
+    const std::string& language; // the server's
 
     // The component's handler of a request that is a stream to it, or of one that is none; null when there is
     // no such handler.
@@ -34,10 +35,12 @@ struct MobilePages {
     // The handler's answer to a GET or HEAD.
     //
     // Texts go out as UTF-8, without the zero that the component puts behind them. A page that names a style
-    // sheet of the same handler is sent as HTML to clients that prefer it. Archives carry the name that the
+    // sheet of the same handler is sent as HTML to clients that prefer it; the page for phones is made by a
+    // sheet of this server's, in the language of the client. Archives carry the name that the
     // query gives them, and a path NAME.jad is the descriptor of the archive NAME.jar. Nothing of it is kept
-    // by caches: an archive holds a password. `login` has so many archives built at a time as one may.
-    [[nodiscard]] Answer Content(const Request& request, std::string_view login) const;
+    // by caches: an archive holds a password. `login` has so many archives built at a time as one may;
+    // whether who asks may look at the cameras in a browser as well, the page for phones offers that.
+    [[nodiscard]] Answer Content(const Request& request, std::string_view login, bool looks = false) const;
 
     // Takes the socket, from which nothing behind the head has been read, and gives it to the handler; or
     // leaves it and returns what to answer. The place goes back when the handler's last thread has done with
@@ -67,8 +70,12 @@ std::optional<std::string> DescribeArchive(const std::string& archive, const std
 // text/xsl; empty where there is none.
 std::string StyleSheetOf(std::string_view document);
 
+// Values of the parameters of a sheet, by name.
+using StyleParameters = std::vector<std::pair<std::string, std::string>>;
+
 // The document as the style sheet has it, in the sheet's own output form. Nothing when one of the two cannot
 // be read or the transformation fails. Neither can reach a file or the network. Any thread.
-std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet);
+std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet,
+                                           const StyleParameters& parameters = {});
 
 } // namespace host

@@ -8,6 +8,7 @@
 #include <libxml/tree.h>
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
+#include <libxslt/variables.h>
 #include <libxslt/xsltInternals.h>
 #include <libxslt/xsltutils.h>
 
@@ -86,7 +87,8 @@ std::string StyleSheetOf(std::string_view document) {
                : std::string();
 }
 
-std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet) {
+std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet,
+                                           const StyleParameters& parameters) {
     PrepareLibraries();
     const Document page = Read(document);
     Document sheetDocument = Read(styleSheet);
@@ -100,6 +102,11 @@ std::optional<std::string> ApplyStyleSheet(const std::string& document, const st
     const Context context(xsltNewTransformContext(sheet.get(), page.get()));
     if (!preferences || !context || xsltSetCtxtSecurityPrefs(preferences.get(), context.get()) != 0)
         return std::nullopt;
+    for (const auto& [name, value] : parameters) {
+        if (xsltQuoteOneUserParam(context.get(), reinterpret_cast<const xmlChar*>(name.c_str()),
+                                  reinterpret_cast<const xmlChar*>(value.c_str())) != 0)
+            return std::nullopt;
+    }
     const Document result(
         xsltApplyStylesheetUser(sheet.get(), page.get(), nullptr, nullptr, nullptr, context.get()));
     if (!result || context->state != XSLT_STATE_OK)

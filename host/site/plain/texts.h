@@ -1,0 +1,56 @@
+// What the pages without script say, in every language of the server. Those with script have their words in
+// host/page/shared/words.js.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+enum class Word {
+    // Several pages
+    AllCameras,
+    TryAgain,
+    // The small pages
+    Cameras,
+    NothingToWatch,
+    RefreshSeconds,
+    Size,
+    NoPicture,
+    NoSuchCamera,
+    // What a link for a phone leads to; {} is the camera, or the minutes
+    PhoneBecomes,
+    Install,
+    Descriptor,
+    GoodOnce,
+    // What a phone installs
+    ForPhones,
+    ViewOnPhone,
+    SendFromPhone,
+    MidletName,
+    Download,
+    // Titles of refusals
+    SignIn,
+    NotForYou,
+    NothingHere,
+    NotThisWay,
+    UsedUp,
+    TooManyTries,
+    NotNow,
+    NotUnderstood,
+    Failed,
+};
+
+inline constexpr std::size_t kLanguages = 7;
+// The codes, English first.
+const std::array<std::string_view, kLanguages>& LanguageCodes() noexcept;
+// Of those the one that a client wants most, from its Accept-Language line; else the server's.
+std::string_view LanguageOf(std::string_view acceptLanguage, std::string_view usual) noexcept;
+
+// A text in a language; in English for a language that is none of them.
+std::string_view TextOf(std::string_view language, Word word) noexcept;
+// The same with `value` in the place of "{}".
+std::string TextOf(std::string_view language, Word word, std::string_view value);
+
+} // namespace host
