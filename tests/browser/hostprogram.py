@@ -72,8 +72,8 @@ class Host:
     def health(self):
         return json.loads(self.fetch("/health"))
 
-    def fetch(self, path):
-        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}")
+    def fetch(self, path, method="GET"):
+        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}", method=method)
         if not self.demo:
             credentials = base64.b64encode(f"admin:{self.admin_password()}".encode()).decode()
             request.add_header("Authorization", f"Basic {credentials}")

@@ -5,6 +5,8 @@ import re
 import time
 from contextlib import ExitStack
 
+from selenium.webdriver.common.by import By
+
 import case
 from feeder import Feeder
 from pictures import coded_jpeg
@@ -18,7 +20,8 @@ class ThirtyTest(case.BrowserCase):
     def test_all_live_over_one_connection(self):
         names = [f"camera-{n:02}" for n in range(CAMERAS)]
         host = self.make_host()
-        host.write_cameras(names, "secret")
+        waiting = ["aa-waits", "zz-waits"]
+        host.write_cameras([*waiting, *names], "secret")
         host.add_phones(names, "secret")
         host.start()
         browser = self.make_browser(width=1600, height=2400)  # all tiles are on the screen
@@ -44,14 +47,40 @@ class ThirtyTest(case.BrowserCase):
                 self.assertEqual(seen[name], set(range(n * PICTURES, (n + 1) * PICTURES)), name)
 
             states = {name: tile["state"] for name, tile in browser.tiles().items()}
-            self.assertEqual(states, dict.fromkeys(names, "live"))
+            self.assertEqual(states, dict.fromkeys(names, "live") | dict.fromkeys(waiting, "waiting"))
+            self.assertEqual(list(states), [*names, *waiting], "those without a phone come last")
             browser.screenshot("thirty")
             browser.size(1280, 800)
             browser.screenshot("thirty-desktop")
+            self.choose_among_many(browser, names, waiting)
             self.only_shown_tiles_get_pictures(browser, names)
             self.a_page_in_the_background_gets_none(browser, names[-1])
             self.assert_one_connection(browser)
+            browser.run("location.reload()")
+            browser.wait_state(names[0], "live")
+            self.assertFalse(browser.driver.find_element(By.ID, "dense").is_selected(), "the choice is kept")
         self.end(host, browser)
+
+    def choose_among_many(self, browser, names, waiting):
+        shown = lambda: browser.run(
+            "return [...document.querySelectorAll('.tile')].filter((tile) => tile.checkVisibility()).map((tile) => tile.dataset.name)")
+        by_id = lambda name: browser.driver.find_element(By.ID, name)
+        width = "return document.querySelector('.tile').offsetWidth"
+        self.assertTrue(by_id("dense").is_selected())
+        dense = browser.run(width)
+        self.assertLess(browser.run("return document.querySelector('[data-name=aa-waits]').offsetHeight"), 80)
+        by_id("search").send_keys("RA-1")
+        self.assertEqual(shown(), names[10:20])
+        by_id("search").clear()
+        by_id("search").send_keys("waits")
+        self.assertEqual(shown(), waiting)
+        by_id("only-live").click()
+        self.assertEqual((shown(), by_id("found").text), ([], "No camera fits"))
+        by_id("search").clear()
+        browser.wait("the live ones", lambda: shown() == names)
+        by_id("only-live").click()
+        by_id("dense").click()
+        self.assertGreater(browser.run(width), 1.5 * dense)
 
     def only_shown_tiles_get_pictures(self, browser, names):
         """A tile far below the screen's edge costs nothing, and is live again as soon as it is scrolled in."""

@@ -133,6 +133,20 @@ class ViewTest(case.BrowserCase):
         browser.scheme("light")
         browser.size(360, 640, phone=True)
         self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
+        # Held sideways, each control can be brought to light, with nothing of another one over it.
+        for width, height in ((844, 390), (640, 360)):
+            browser.size(width, height, phone=True)
+            browser.screenshot(f"view-sideways-{width}")
+            covered = browser.run("""
+                return [...document.querySelectorAll("#controls :is(select, input, button), .top a")].filter((control) => {
+                    control.scrollIntoView({ block: "nearest" });
+                    const { left, top, width, height } = control.getBoundingClientRect();
+                    return !control.contains(document.elementFromPoint(left + width / 2, top + height / 2));
+                }).map((control) => control.id);
+            """)
+            self.assertEqual(covered, [], (width, height))
+            stage = browser.run("const box = document.getElementById('stage').getBoundingClientRect(); return box.height")
+            self.assertGreater(stage, height * 0.6, "room for the picture")
         browser.size(1280, 800)
 
     def lose_and_find_the_host(self):

@@ -7,14 +7,16 @@ import { PhoneLinks } from "./links.js";
 import { TileStream } from "./stream.js";
 import { copyText, setPhoneCommand } from "../shared/text.js";
 import { Tile } from "./tile.js";
-import { setText } from "../shared/view.js";
+import { setHidden, setText } from "../shared/view.js";
 
 const REDRAW_MS = 250; // ages, and the fall from live to stalled
+const TOOLS_FROM = 8; // cameras, from which on they can be searched and those without a phone stand apart
+const DENSE_FROM = 16; // cameras, from which on the grid is dense unless somebody has said otherwise
 const SHOW_DELAY_MS = 50; // gathers the tiles that one movement brings in and out of view
 
 const page = {};
 for (const id of [
-    "wall", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
+    "wall", "waiting", "waiting-part", "tools", "search", "only-live", "dense", "found", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
     "help-phone", "help-link", "help-title", "help-picker", "help-camera", "help-code", "help-command", "help-demo",
     "help-password", "settings-link",
 ]) {
@@ -113,7 +115,6 @@ function arrangeWall(cameras) {
                 openLarge: (name) => large.open(name), connectPhone: (name) => phoneLinks.show(name),
             });
             tiles.set(info.name, tile);
-            page.wall.append(tile.root);
             observer.observe(tile.root);
         }
         changed ||= tile.camera.id !== info.id;
@@ -125,11 +126,76 @@ function arrangeWall(cameras) {
             const tile = tiles.get(name);
             tiles.delete(name);
             tiles.set(name, tile);
-            page.wall.append(tile.root);
         }
     }
+    placeTiles();
     return changed;
 }
+
+// Cameras that no phone was ever seen at come last; where there are many, small and apart.
+function placeTiles() {
+    const many = tiles.size >= TOOLS_FROM;
+    const [free, used] = [[], []];
+    for (const tile of tiles.values()) {
+        (tile.camera.isFree ? free : used).push(tile);
+    }
+    place(page.wall, many ? used : [...used, ...free]);
+    place(page.waiting, many ? free : []);
+    page.tools.hidden = !many;
+    const dense = many && (denseChosen ?? tiles.size >= DENSE_FROM);
+    page.wall.classList.toggle("dense", dense);
+    page.dense.checked = dense;
+}
+
+// Only what is out of place moves: a tile that moves loses the focus within it.
+function place(list, wanted) {
+    const small = list === page.waiting;
+    wanted.forEach((tile, index) => {
+        tile.isSmall = small;
+        if (list.children[index] !== tile.root) {
+            list.insertBefore(tile.root, list.children[index] ?? null);
+        }
+    });
+}
+
+// --- Which of many cameras are looked at ------------------------------------------------------------------------------
+
+const DENSE_KEY = "morrowstream.dense";
+let denseChosen = null;
+try {
+    denseChosen = JSON.parse(localStorage.getItem(DENSE_KEY));
+} catch {
+    // No storage for this page, or something else in it.
+}
+
+function filterTiles(now, connected) {
+    const many = tiles.size >= TOOLS_FROM;
+    const wanted = many ? page.search.value.trim().toLocaleLowerCase() : "";
+    const onlyLive = many && page["only-live"].checked && connected;
+    let found = 0;
+    for (const tile of tiles.values()) {
+        const fits = tile.camera.name.toLocaleLowerCase().includes(wanted) && (!onlyLive || tile.camera.delivers(now));
+        setHidden(tile.root, !fits);
+        found += fits ? 1 : 0;
+    }
+    setText(page.found, wanted === "" && !onlyLive ? "" : found === 0 ? "No camera fits" : `${found} of ${tiles.size}`);
+    const anyIn = (list) => [...list.children].some((root) => !root.hidden);
+    setHidden(page.wall, !anyIn(page.wall));
+    setHidden(page["waiting-part"], !anyIn(page.waiting));
+}
+
+page.search.addEventListener("input", render);
+page["only-live"].addEventListener("change", render);
+page.tools.addEventListener("submit", (event) => event.preventDefault());
+page.dense.addEventListener("change", () => {
+    denseChosen = page.dense.checked;
+    placeTiles();
+    try {
+        localStorage.setItem(DENSE_KEY, JSON.stringify(denseChosen));
+    } catch {
+        // It holds for this visit, then.
+    }
+});
 
 // The host's own sources, by their keys.
 function arrangeSources(keys) {
@@ -210,6 +276,7 @@ function render() {
         if (large.camera !== null) {
             large.render(large.camera, now, connected, offersPhone);
         }
+        filterTiles(now, connected);
         setText(page.summary, connected ? summary(now) : "");
     }
     renderLink();
@@ -235,7 +302,6 @@ function renderLink() {
 // Stands in for the wall while there is none.
 function renderMessage() {
     page.message.hidden = tiles.size > 0;
-    page.wall.hidden = tiles.size === 0;
     if (lossReason === "refused") {
         setText(page["message-title"], "The host asks for a sign-in");
         setText(page["message-detail"], "Reload this page and sign in as an administrator or a viewer.");

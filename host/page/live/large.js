@@ -1,7 +1,7 @@
 // The large view of one camera: a dialog that follows the address, so that #NAME can be kept as a bookmark and the
 // browser's Back closes it.
 
-import { CameraView, setText } from "../shared/view.js";
+import { CameraView, setHidden, setText } from "../shared/view.js";
 
 function nameInAddress() {
     try {
@@ -21,7 +21,9 @@ export class LargeView extends CameraView {
         super(dialog);
         this.#tiles = tiles;
         this.#changed = changed;
-        this.parts.connect.addEventListener("click", () => connectPhone(this.#tile.camera.name));
+        for (const button of [this.parts.connect, this.parts.phone]) {
+            button.addEventListener("click", () => connectPhone(this.#tile.camera.name));
+        }
         this.parts.close.addEventListener("click", () => dialog.close());
         this.parts.previous.addEventListener("click", () => this.#turn(-1));
         this.parts.next.addEventListener("click", () => this.#turn(1));
@@ -80,8 +82,9 @@ export class LargeView extends CameraView {
         }
     }
 
-    render(camera, ...rest) {
-        super.render(camera, ...rest);
+    render(camera, hostNow, connectedToHost, offersPhone) {
+        super.render(camera, hostNow, connectedToHost, offersPhone);
+        setHidden(this.parts.phone, !offersPhone || !this.parts.connect.hidden);
         const { frames, failed } = camera.info;
         setText(this.parts.total, failed > 0 ? `${frames} (${failed} undecodable)` : `${frames}`);
         const alone = this.#tiles.size < 2;

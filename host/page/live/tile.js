@@ -6,6 +6,7 @@ const template = document.getElementById("tile-template");
 
 export class Tile extends CameraView {
     #latest = null; // the picture being decoded
+    isSmall = false; // shows no stage
 
     constructor(camera, { openLarge, connectPhone }) {
         super(template.content.firstElementChild.cloneNode(true));
@@ -23,7 +24,7 @@ export class Tile extends CameraView {
     render(camera, hostNow, connectedToHost, offersPhone) {
         super.render(camera, hostNow, connectedToHost, offersPhone);
         // Where the notice has the button, one is enough.
-        setHidden(this.parts.phone, !offersPhone || !this.parts.connect.hidden);
+        setHidden(this.parts.phone, !offersPhone || (!this.parts.connect.hidden && !this.isSmall));
     }
 
     // Resolves to true when the picture is on the canvas, to false when it is none or a newer one overtook it.

@@ -8,6 +8,9 @@ import { hintOf, isKnown, text } from "./text.js";
 const FILTER_FROM = 12; // entries, from which on a list can be searched
 // Of a long list, entries get their controls when they come close to the screen: a browser takes seconds for a thousand.
 const AT_ONCE = 100;
+// On a phone's screen the entries of a list of more than these are folded.
+const FOLD_FROM = 4;
+const SMALL_SCREEN = matchMedia("(max-width: 44rem)");
 const CLOSE = "800px";
 
 const isHidden = (element) => element.getAttribute("hidden") === "true";
@@ -48,7 +51,13 @@ class Entry {
         this.key = list.keyOf(element); // by which it is found in another version of the document
         this.values = valuesBelow(element);
 
+        this.unfolded = added; // by a person; counts on a small screen only
         this.caption = make("h4", { className: "entry-name" });
+        this.fold = make("button", { type: "button", className: "fold" });
+        this.fold.addEventListener("click", () => {
+            this.unfolded = !this.unfolded;
+            this.render();
+        });
         this.badge = make("p", { className: "badge", hidden: true });
         this.remove = make("button", { type: "button", className: "quiet" });
         this.remove.addEventListener("click", () => list.toggle(this));
@@ -57,7 +66,7 @@ class Entry {
         this.body = make("form", { className: "fields", noValidate: true, autocomplete: "off" });
         this.root = make(
             "li", { className: "entry" },
-            make("div", { className: "entry-head" }, this.caption, this.badge, this.remove), this.body,
+            make("div", { className: "entry-head" }, this.caption, this.badge, this.remove, this.fold), this.body,
         );
         this.render();
     }
@@ -94,7 +103,11 @@ class Entry {
         this.badge.textContent = state === "same" ? "" : text(state);
         this.remove.textContent = text(this.removed ? "undo" : "remove");
         this.remove.setAttribute("aria-label", `${this.remove.textContent}: ${this.name}`);
-        this.body.hidden = this.removed;
+        const folds = SMALL_SCREEN.matches && this.list.entries.length >= FOLD_FROM && !this.removed;
+        this.body.hidden = this.removed || (folds && !this.unfolded);
+        this.fold.hidden = !folds;
+        this.fold.setAttribute("aria-expanded", String(!this.body.hidden));
+        this.fold.setAttribute("aria-label", this.name);
     }
 }
 
@@ -125,11 +138,13 @@ class List {
             make("p", { className: "hint", textContent: hint, hidden: hint === "" }), this.empty, this.items,
         );
         this.root.setAttribute("aria-labelledby", title.id);
+        SMALL_SCREEN.addEventListener("change", () => this.entries.forEach((entry) => entry.render()));
         for (const child of element.children) {
             if (!isHidden(child) && !isValue(child)) {
                 this.#enter(new Entry(this, child, false));
             }
         }
+        this.entries.forEach((entry) => entry.render()); // how many there are decides whether they fold
         this.render();
     }
 
@@ -365,6 +380,11 @@ export class SettingsForm {
                 list.filter.value = "";
                 list.render();
             }
+        }
+        const entry = this.entryOf.get(field);
+        if (entry !== undefined) {
+            entry.unfolded = true;
+            entry.render();
         }
         field.control.focus();
         field.root.scrollIntoView({ block: "center" });

@@ -1,0 +1,64 @@
+"""Every page against axe-core's rules for accessibility, on both kinds of screens and in both colour schemes."""
+
+import json
+import os
+
+import case
+from feeder import Feeder
+from pictures import coded_jpeg
+
+AXE = os.path.join(os.path.dirname(__file__), "node_modules", "axe-core", "axe.min.js")
+RUN_JS = """
+const [rules, done] = arguments;
+axe.run(document, { resultTypes: ["violations"], rules }).then(({ violations }) => done(violations.map(
+    ({ id, nodes }) => `${id}: ${nodes.map((node) => node.html.slice(0, 160)).join(" | ")}`)), (error) => done([String(error)]));
+"""
+# A page without script shows new pictures by coming anew: that is what it is for, at an interval that its reader chooses.
+EXCEPT = {"/tiny/gate": {"meta-refresh": {"enabled": False}}}
+CAMERAS = ["gate", "yard", *(f"waits-{n:02}" for n in range(8))]
+
+
+class AxeTest(case.BrowserCase):
+    def test_no_page_has_a_finding(self):
+        if not os.path.exists(AXE):
+            self.fail("axe-core is missing: scripts/setup test installs it")
+        with open(AXE, encoding="utf-8") as file:
+            axe = file.read()
+        host = self.make_host()
+        host.write_cameras(CAMERAS, "geheim")
+        host.start()
+        browser = self.make_browser()
+        link = json.loads(host.fetch("/links?camera=yard", method="POST"))
+        # A page, and what is done on it first.
+        pages = [
+            ("/", "document.querySelector('#help details').open = true"),
+            ("/#gate", ""),
+            ("/", "document.getElementById('help-code').click()"),
+            ("/view/gate", ""), ("/settings", ""), ("/tiny", ""), ("/tiny/gate", ""), ("/mobile", ""),
+            (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/links", ""),
+        ]
+        with Feeder(host.port, "gate", "geheim", [coded_jpeg(n) for n in range(8)], rate=5):
+            for number, (path, first) in enumerate(pages):
+                browser.open("about:blank")
+                browser.open(host.address(path))
+                if path in ("/", "/#gate"):
+                    browser.wait_state("gate", "live")
+                if path == "/settings":
+                    browser.wait("the form", lambda: browser.run("return !document.getElementById('form').hidden"))
+                browser.run(first)
+                browser.run(axe)
+                for width, height, phone in ((1280, 800, False), (390, 844, True)):
+                    browser.size(width, height, phone)
+                    for scheme in ("light", "dark"):
+                        browser.scheme(scheme)
+                        findings = browser.driver.execute_async_script(RUN_JS, EXCEPT.get(path, {}))
+                        with self.subTest(page=path, first=first, width=width, scheme=scheme):
+                            self.assertEqual(findings, [])
+                    browser.screenshot(f"axe-{number}-{width}")
+                    if width == 390:
+                        self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 390, path)
+        self.assertEqual(host.stop(), 0)
+
+
+if __name__ == "__main__":
+    case.main()
