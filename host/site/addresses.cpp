@@ -69,8 +69,8 @@ constexpr Address kAddresses[] = {
 };
 // clang-format on
 
-void LivePage(const Site&, Visit& visit) {
-    visit.Send(AssetAnswer("live/index.html", visit.request));
+void LivePage(const Site& site, Visit& visit) {
+    visit.Send(PageAnswer("live/index.html", visit.request, site.language));
 }
 
 void Tiles(const Site& site, Visit& visit) {
@@ -91,7 +91,7 @@ void Snapshot(const Site& site, Visit& visit) {
 }
 
 void ViewPage(const Site& site, Visit& visit) {
-    visit.Send(site.view.SourceOf(visit.rest) ? AssetAnswer("viewer/index.html", visit.request)
+    visit.Send(site.view.SourceOf(visit.rest) ? PageAnswer("viewer/index.html", visit.request, site.language)
                                               : Answer::Text(404, "There is no source of that name."));
 }
 
@@ -126,8 +126,8 @@ void Ready(const Site& site, Visit& visit) {
     visit.Send(site.monitor.Ready());
 }
 
-void SettingsPage(const Site&, Visit& visit) {
-    visit.Send(AssetAnswer("settings/index.html", visit.request));
+void SettingsPage(const Site& site, Visit& visit) {
+    visit.Send(PageAnswer("settings/index.html", visit.request, site.language));
 }
 
 void SettingsState(const Site& site, Visit& visit) {

@@ -4,9 +4,15 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <utility>
 
+#include "host/site/plain/texts.h"
+
 namespace host {
+
+using namespace std::string_view_literals;
+
 namespace {
 
 std::string_view TypeOf(std::string_view name) noexcept {
@@ -38,6 +44,20 @@ std::string EntityTag(std::string_view content) {
     return tag.data();
 }
 
+Answer Tagged(std::string_view name, std::string content, const Request& request) {
+    Answer answer;
+    answer.type = TypeOf(name);
+    answer.headers["ETag"] = EntityTag(content);
+    // A page of an older host must not run against a newer one.
+    answer.headers["Cache-Control"] = "no-cache";
+    const auto known = request.Field("If-None-Match");
+    if (known == "*" || known.find(answer.headers["ETag"]) != std::string::npos)
+        answer.status = 304;
+    else
+        answer.body = std::move(content);
+    return answer;
+}
+
 } // namespace
 
 std::string_view AssetOf(std::string_view name) noexcept {
@@ -46,22 +66,27 @@ std::string_view AssetOf(std::string_view name) noexcept {
     return asset == assets.end() ? std::string_view{} : asset->content;
 }
 
+Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual) {
+    const std::string_view language = LanguageOf(request.Field("Accept-Language"), usual);
+    std::string page(AssetOf(name));
+    for (const auto& [place, text] : {std::pair{"{lang}"sv, language},
+                                      {"{needsScript}"sv, TextOf(language, Word::NeedsScript)},
+                                      {"{smallPages}"sv, TextOf(language, Word::SmallPages)}}) {
+        if (const auto at = page.find(place); at != std::string::npos)
+            page.replace(at, place.size(), text);
+    }
+    Answer answer = Tagged(name, std::move(page), request);
+    answer.headers["Content-Language"] = language;
+    answer.headers["Vary"] = "Accept-Language";
+    return answer;
+}
+
 Answer AssetAnswer(std::string_view name, const Request& request) {
     const auto assets = Assets();
     const auto asset = std::ranges::find(assets, name, &Asset::name);
     if (asset == assets.end())
         return Answer::Text(404, "There is nothing here.");
-    Answer answer;
-    answer.type = TypeOf(asset->name);
-    answer.headers["ETag"] = EntityTag(asset->content);
-    // A page of an older host must not run against a newer one.
-    answer.headers["Cache-Control"] = "no-cache";
-    const auto known = request.Field("If-None-Match");
-    if (known == "*" || known.find(answer.headers["ETag"]) != std::string::npos)
-        answer.status = 304;
-    else
-        answer.body = asset->content;
-    return answer;
+    return Tagged(name, std::string(asset->content), request);
 }
 
 } // namespace host

@@ -180,7 +180,7 @@ class SettingsTest(case.BrowserCase):
                 const wrong = form.check().map((field) => field.element.nodeName);
                 list.add(list.templates[0]);
                 const [, added] = list.entries;
-                const words = [...list.root.querySelectorAll("h3, label, button.add")].map((node) => node.textContent);
+                const words = [...list.root.querySelectorAll("h2, label, button.add")].map((node) => node.textContent);
                 const fields = [...form.values].map(([path, field]) => [path, field.control.readOnly]);
                 const level = added.fields.get("level");
                 const ann = list.entries[0].fields.get("id");
@@ -346,10 +346,13 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(self.browser.run("return document.documentElement.lang"), "en")
         self.assertEqual(self.host.stop(), 0)
         self.host.start()
+        # Where a browser asks for no language that there are texts in, it is the server's.
+        self.browser.driver.execute_cdp_cmd("Network.enable", {})
+        self.browser.driver.execute_cdp_cmd("Network.setExtraHTTPHeaders", {"headers": {"Accept-Language": "de"}})
         page.open()
         self.assertEqual(page.names(), ["Hof", "left"])
         self.assertEqual(self.browser.run("return document.documentElement.lang"), "ru")
-        titles = self.browser.run("return [...document.querySelectorAll('h3')].map((title) => title.textContent)")
+        titles = self.browser.run("return [...document.querySelectorAll('h2')].map((title) => title.textContent)")
         self.assertEqual(titles, ["Общие", "Камеры"])
         self.assertEqual(self.browser.run("return document.querySelector('.add').textContent"), "Добавить камеру")
         self.assertEqual(page.control("", "host").get_attribute("value"), "192.0.2.7:80")

@@ -6,6 +6,7 @@ import { LargeView } from "./large.js";
 import { PhoneLinks } from "./links.js";
 import { TileStream } from "./stream.js";
 import { copyText, setPhoneCommand } from "../shared/text.js";
+import { text, translatePage } from "../shared/words.js";
 import { Tile } from "./tile.js";
 import { setHidden, setText } from "../shared/view.js";
 
@@ -23,6 +24,7 @@ for (const id of [
     page[id] = document.getElementById(id);
 }
 
+translatePage();
 const phoneLinks = new PhoneLinks(document.getElementById("phone"));
 
 const tiles = new Map(); // by name, in the order of the wall
@@ -65,7 +67,7 @@ const stream = new TileStream({
         large.followAddress();
         render();
         if (back) {
-            announce("Connected to the host again");
+            announce(text("connectedAgain"));
         }
         if (changed || begun) {
             fillHelp();
@@ -85,7 +87,7 @@ const stream = new TileStream({
     },
     onLost(reason) {
         if (lossReason === null) {
-            announce("Connection to the host lost. Trying again.");
+            announce(`${text("lossTitle")}. ${text("tryingAgain")}.`);
         }
         lossReason = reason;
         render();
@@ -178,7 +180,7 @@ function filterTiles(now, connected) {
         setHidden(tile.root, !fits);
         found += fits ? 1 : 0;
     }
-    setText(page.found, wanted === "" && !onlyLive ? "" : found === 0 ? "No camera fits" : `${found} of ${tiles.size}`);
+    setText(page.found, wanted === "" && !onlyLive ? "" : found === 0 ? text("noneFits") : text("found", found, tiles.size));
     const anyIn = (list) => [...list.children].some((root) => !root.hidden);
     setHidden(page.wall, !anyIn(page.wall));
     setHidden(page["waiting-part"], !anyIn(page.waiting));
@@ -262,7 +264,7 @@ function summary(now) {
         return "";
     }
     const live = [...tiles.values()].filter((tile) => tile.camera.delivers(now)).length;
-    return `${tiles.size} ${tiles.size === 1 ? "camera" : "cameras"}, ${live} live`;
+    return text("summary", tiles.size, live);
 }
 
 function render() {
@@ -284,16 +286,16 @@ function render() {
 }
 
 const LINK_TEXT = {
-    silent: "Host silent, reconnecting",
-    closed: "Connection lost, reconnecting",
-    refused: "Signed out",
+    silent: text("hostSilent"),
+    closed: text("linkLost"),
+    refused: text("signedOut"),
 };
 
 function renderLink() {
-    const text = lossReason !== null ? LINK_TEXT[lossReason] : state === null ? "Connecting" : "Connected";
-    setText(page.link, text);
+    const words = lossReason !== null ? LINK_TEXT[lossReason] : text(state === null ? "connecting" : "connected");
+    setText(page.link, words);
     page.link.dataset.link = lossReason !== null ? "lost" : state === null ? "connecting" : "connected";
-    const title = lossReason !== null ? "Not connected – Morrowstream" : "Morrowstream";
+    const title = lossReason !== null ? `${text("notConnected")} – Morrowstream` : "Morrowstream";
     if (document.title !== title) {
         document.title = title;
     }
@@ -303,21 +305,19 @@ function renderLink() {
 function renderMessage() {
     page.message.hidden = tiles.size > 0;
     if (lossReason === "refused") {
-        setText(page["message-title"], "The host asks for a sign-in");
-        setText(page["message-detail"], "Reload this page and sign in as an administrator or a viewer.");
+        setText(page["message-title"], text("asksForSignIn"));
+        setText(page["message-detail"], text("reloadAndSignIn"));
     } else if (lossReason !== null) {
-        setText(page["message-title"], "The host does not answer");
-        setText(page["message-detail"], "The page keeps trying and shows the cameras as soon as it does.");
+        setText(page["message-title"], text("noAnswerTitle"));
+        setText(page["message-detail"], text("noAnswerDetail"));
     } else if (state === null) {
-        setText(page["message-title"], "Connecting to the host");
+        setText(page["message-title"], text("connectingToHost"));
         setText(page["message-detail"], "");
     } else {
-        setText(page["message-title"], "No cameras yet");
+        setText(page["message-title"], text("noCameras"));
         setText(
             page["message-detail"],
-            may.includes("settings")
-                ? "Add them in the settings. Each appears here at once and waits for its phone."
-                : "An administrator adds them in the settings. Each appears here at once.",
+            text(may.includes("settings") ? "addCameras" : "adminAddsCameras"),
         );
     }
 }
@@ -364,9 +364,9 @@ document.addEventListener("click", async (event) => {
     }
     const command = button.parentElement.querySelector("code").textContent;
     const copied = await copyText(command);
-    announce(copied ? "Command copied" : "The command could not be copied");
-    button.textContent = copied ? "Copied" : "Not copied";
-    setTimeout(() => (button.textContent = "Copy"), 2000);
+    button.textContent = text(copied ? "copied" : "notCopied");
+    announce(button.textContent);
+    setTimeout(() => (button.textContent = text("copy")), 2000);
 });
 
 fillHelpCommand();

@@ -8,6 +8,7 @@
 //   lost     the page has no connection to the host, so nothing can be said
 
 import { spanText, timeText } from "../shared/text.js";
+import { text } from "../shared/words.js";
 
 const FRESH_SECONDS = 3;
 
@@ -58,29 +59,29 @@ export class Camera {
     // The state, the word for it, and what a placeholder over the picture says (a title and a detail).
     status(hostNow, connectedToHost) {
         const age = this.age(hostNow);
-        const last = age === null ? "" : `Last picture at ${timeText(age)}`;
+        const last = age === null ? "" : text("lastPictureAt", timeText(age));
         if (!connectedToHost) {
-            return { state: "lost", word: "Lost", title: "Connection to the host lost", detail: last || "Trying again" };
+            return { state: "lost", word: text("lost"), title: text("lossTitle"), detail: last || text("tryingAgain") };
         }
         if (!this.info.connected) {
             if (!this.hadPhone) {
-                return { state: "waiting", word: "Waiting", title: "No phone yet", detail: "" };
+                return { state: "waiting", word: text("waiting"), title: text("noPhoneYet"), detail: "" };
             }
-            return { state: "offline", word: "Offline", title: "Phone not connected", detail: last };
+            return { state: "offline", word: text("offline"), title: text("phoneNotConnected"), detail: last };
         }
         if (age === null) {
-            const detail = this.info.failed > 0 ? "Its pictures cannot be decoded" : "Waiting for its first picture";
-            return { state: "waiting", word: "Waiting", title: "Phone connected", detail };
+            const detail = text(this.info.failed > 0 ? "cannotDecode" : "waitingForFirst");
+            return { state: "waiting", word: text("waiting"), title: text("phoneConnected"), detail };
         }
         if (age >= FRESH_SECONDS) {
-            return { state: "stalled", word: "Stalled", title: `No new picture for ${spanText(age)}`, detail: last };
+            return { state: "stalled", word: text("stalled"), title: text("noNewPicture", spanText(age)), detail: last };
         }
         const pictureAge = this.#pictureAge(hostNow);
         if (pictureAge === null || pictureAge >= FRESH_SECONDS) {
             // The camera is well, the page has only not been looking: scrolled away, hidden, or just opened.
-            return { state: "stalled", word: "Connected", title: "Waiting for the next picture", detail: "" };
+            return { state: "stalled", word: text("connected"), title: text("waitingForNext"), detail: "" };
         }
-        return { state: "live", word: "Live", title: "", detail: "" };
+        return { state: "live", word: text("live"), title: "", detail: "" };
     }
 
     // True while the tile is to say how a phone is connected.

@@ -1,6 +1,7 @@
 // The large view of one camera: a dialog that follows the address, so that #NAME can be kept as a bookmark and the
 // browser's Back closes it.
 
+import { text } from "../shared/words.js";
 import { CameraView, setHidden, setText } from "../shared/view.js";
 
 function nameInAddress() {
@@ -65,7 +66,7 @@ export class LargeView extends CameraView {
             return;
         }
         this.nameIt(tile.camera);
-        this.root.setAttribute("aria-label", `Camera ${tile.camera.name}`);
+        this.root.setAttribute("aria-label", text("cameraNamed", tile.camera.name));
         this.follow(tile);
         if (!this.root.open) {
             this.root.showModal();
@@ -86,7 +87,7 @@ export class LargeView extends CameraView {
         super.render(camera, hostNow, connectedToHost, offersPhone);
         setHidden(this.parts.phone, !offersPhone || !this.parts.connect.hidden);
         const { frames, failed } = camera.info;
-        setText(this.parts.total, failed > 0 ? `${frames} (${failed} undecodable)` : `${frames}`);
+        setText(this.parts.total, failed > 0 ? text("undecodable", frames, failed) : `${frames}`);
         const alone = this.#tiles.size < 2;
         this.parts.previous.disabled = alone;
         this.parts.next.disabled = alone;

@@ -4,6 +4,7 @@
 // there is one only when somebody asks for it: never on a page that merely hangs on a wall. It stays good when the page
 // goes, since the phone may still be at it; "Revoke" ends it.
 
+import { text } from "../shared/words.js";
 import { setText } from "../shared/view.js";
 
 const TICK_MS = 1000;
@@ -79,13 +80,13 @@ export class PhoneLinks {
     #render() {
         const parts = this.#parts;
         const left = this.#link === null ? 0 : (this.#link.until - performance.now()) / 1000;
-        setText(parts.name, this.#name);
+        setText(parts.name, text("makePhoneCamera", this.#name));
         parts.code.hidden = parts.revoke.hidden = left <= 0;
         parts.renew.disabled = this.#asking;
         if (left <= 0) {
             parts.code.removeAttribute("src");
             setText(parts.address, "");
-            setText(parts.state, this.#asking ? "One moment." : this.#reason());
+            setText(parts.state, this.#asking ? text("oneMoment") : this.#reason());
             return;
         }
         const source = `data:image/svg+xml,${encodeURIComponent(this.#link.svg)}`;
@@ -93,19 +94,18 @@ export class PhoneLinks {
             parts.code.src = source;
         }
         setText(parts.address, this.#link.url);
-        const minutes = Math.ceil(left / 60);
-        setText(parts.state, `Good once, for ${minutes} more ${minutes === 1 ? "minute" : "minutes"}.`);
+        setText(parts.state, text("goodOnce", Math.ceil(left / 60)));
     }
 
     #reason() {
         switch (this.#answer) {
         case 404:
-            return "This camera has no password yet, so no phone can become it.";
+            return text("noPasswordYet");
         case 401:
         case 403:
-            return "Only an administrator may hand out this code.";
+            return text("adminHandsOut");
         default:
-            return "There is no link now.";
+            return text("noLink");
         }
     }
 }

@@ -1,5 +1,6 @@
 // One camera in the wall.
 
+import { text } from "../shared/words.js";
 import { CameraView, setHidden } from "../shared/view.js";
 
 const template = document.getElementById("tile-template");
@@ -13,10 +14,10 @@ export class Tile extends CameraView {
         this.camera = camera;
         this.nameIt(camera);
         this.root.dataset.name = camera.name;
-        this.parts.open.setAttribute("aria-label", `Open ${camera.name} large`);
+        this.parts.open.setAttribute("aria-label", text("openLarge", camera.name));
         this.parts.open.addEventListener("click", () => openLarge(camera.name));
         for (const button of [this.parts.connect, this.parts.phone]) {
-            button.setAttribute("aria-label", `Connect a phone as ${camera.name}`);
+            button.setAttribute("aria-label", text("connectPhoneAs", camera.name));
             button.addEventListener("click", () => connectPhone(camera.name));
         }
     }

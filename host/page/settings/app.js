@@ -1,7 +1,8 @@
 // The page of the settings: reads the document from the host, shows it as a form, and brings back what was changed.
 
 import { SettingsForm } from "./form.js";
-import { setLanguage, text, translatePage } from "./text.js";
+import { text, translatePage } from "../shared/words.js";
+import { setDocumentLanguage } from "./text.js";
 
 const page = {};
 for (const id of [
@@ -166,8 +167,7 @@ async function load() {
     showMessage(text("loading"));
     try {
         await readState();
-        setLanguage(host.language.active);
-        translatePage();
+        setDocumentLanguage(host.language.active);
         showLanguages();
         const answer = await ask("GET", "/settings/document");
         showForm(answer.content, answer.version);
@@ -295,4 +295,6 @@ addEventListener("beforeunload", (event) => {
     }
 });
 
+translatePage();
+document.title = `${text("settings")} – Morrowstream`;
 load();

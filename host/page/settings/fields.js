@@ -2,7 +2,8 @@
 // the model: what is typed goes straight into it.
 
 import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./rules.js";
-import { hintOf, keptWords, text } from "./text.js";
+import { text } from "../shared/words.js";
+import { documentText, hintOf, keptWords } from "./text.js";
 
 let lastId = 0;
 
@@ -30,7 +31,7 @@ export function labelOf(element) {
     }
     const known = labels.get(owner);
     if (!known.has(path)) {
-        known.set(path, nodeText(selectOne(path, element)));
+        known.set(path, documentText(path, nodeText(selectOne(path, element))));
     }
     return known.get(path) || element.nodeName;
 }

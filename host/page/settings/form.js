@@ -3,7 +3,8 @@
 
 import { labelOf, make, makeField } from "./fields.js";
 import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./rules.js";
-import { hintOf, isKnown, text } from "./text.js";
+import { isKnown, text } from "../shared/words.js";
+import { hintOf } from "./text.js";
 
 const FILTER_FROM = 12; // entries, from which on a list can be searched
 // Of a long list, entries get their controls when they come close to the screen: a browser takes seconds for a thousand.
@@ -52,7 +53,7 @@ class Entry {
         this.values = valuesBelow(element);
 
         this.unfolded = added; // by a person; counts on a small screen only
-        this.caption = make("h4", { className: "entry-name" });
+        this.caption = make("h3", { className: "entry-name" });
         this.fold = make("button", { type: "button", className: "fold" });
         this.fold.addEventListener("click", () => {
             this.unfolded = !this.unfolded;
@@ -129,7 +130,7 @@ class List {
         });
         this.items = make("ul", { className: "entries" });
         this.empty = make("p", { className: "empty", textContent: text("nothingYet") });
-        const title = make("h3", { textContent: labelOf(element) });
+        const title = make("h2", { textContent: labelOf(element) });
         title.id = `list-${element.nodeName}`;
         const hint = hintOf(element);
         this.root = make(

@@ -1,6 +1,8 @@
 // The rules that a settings document carries for its own values, and the small language that they are written in:
 // SelectOne(path).xml, texts in quotes, numbers, comparisons, !, && and ||. A rule is parsed, never run as a script.
 
+import { documentText } from "./text.js";
+
 const TOKEN = /\s*(?:(\|\||&&|==|!=|<=|>=|[<>!().])|("[^"]*"|'[^']*')|(\d+(?:\.\d+)?)|([A-Za-z_]\w*)|($))/y;
 const LONGEST_RULE = 2000; // characters; keeps the depth of a rule within bounds as well
 
@@ -285,7 +287,8 @@ export function problemOf(element, seen = new Map()) {
     }
     const restriction = element.getAttribute("restriction");
     if (restriction !== null && !holds(restriction, element)) {
-        const text = nodeText(selectOne(element.getAttribute("onerror") ?? "", element));
+        const path = element.getAttribute("onerror") ?? "";
+        const text = documentText(path, nodeText(selectOne(path, element)));
         return text === "" ? { key: "notAllowed" } : { text };
     }
     return null;

@@ -1,11 +1,12 @@
 // What a tile and the large view have in common: a stage with the picture or a placeholder, and the facts below it.
 
+import { text } from "./words.js";
 import { agoText, rateText, sizeText } from "./text.js";
 
 // Text nodes are written only when they change: thirty tiles are looked at several times a second.
-export function setText(element, text) {
-    if (element.textContent !== text) {
-        element.textContent = text;
+export function setText(element, words) {
+    if (element.textContent !== words) {
+        element.textContent = words;
     }
 }
 
@@ -38,13 +39,13 @@ export class CameraView {
 
     nameIt(camera) {
         setText(this.parts.name, camera.name);
-        this.canvas.setAttribute("aria-label", `Picture from ${camera.name}`);
+        this.canvas.setAttribute("aria-label", text("pictureFrom", camera.name));
         this.parts.view.href = `/view/${camera.path}`;
-        this.parts.view.setAttribute("aria-label", `View ${camera.name} as a phone does`);
+        this.parts.view.setAttribute("aria-label", text("viewAsPhone", camera.name));
         this.parts.snapshot.href = `/snapshot/${camera.path}.jpg`;
-        this.parts.snapshot.setAttribute("aria-label", `Snapshot of ${camera.name}`);
+        this.parts.snapshot.setAttribute("aria-label", text("snapshotOf", camera.name));
         this.parts.stream.href = `/live/${camera.path}`;
-        this.parts.stream.setAttribute("aria-label", `Stream of ${camera.name}`);
+        this.parts.stream.setAttribute("aria-label", text("streamOf", camera.name));
     }
 
     // offersPhone: whether who looks may make a phone a camera.

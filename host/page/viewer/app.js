@@ -6,6 +6,7 @@
 
 import { PacketError, parsePacket } from "./packet.js";
 import { setText } from "../shared/view.js";
+import { text, translatePage } from "../shared/words.js";
 import { WHOLE, percentText, zoomInto, zoomAround, isWhole } from "./zoom.js";
 
 const RETRY_MS = 1000;
@@ -23,6 +24,7 @@ for (const id of [
 ]) {
     page[id] = document.getElementById(id);
 }
+translatePage();
 const context = page.picture.getContext("2d", { alpha: false });
 
 function keyOfAddress() {
@@ -35,7 +37,7 @@ function keyOfAddress() {
 
 const key = keyOfAddress();
 page.name.textContent = key;
-page.picture.setAttribute("aria-label", `Picture from ${key}`);
+page.picture.setAttribute("aria-label", text("pictureFrom", key));
 document.title = `${key} – Morrowstream`;
 
 // --- What is asked for ---------------------------------------------------------------------------------------------
@@ -69,9 +71,9 @@ function readAddress() {
 }
 
 function showControls() {
-    setText(page["fps-text"], `${page.fps.value} a second`);
+    setText(page["fps-text"], text("perSecond", page.fps.value));
     setText(page["quality-text"], page.quality.value);
-    setText(page.part, isWhole(view.zoom) ? "Whole" : percentText(view.zoom));
+    setText(page.part, isWhole(view.zoom) ? text("whole") : percentText(view.zoom));
     page["zoom-out"].disabled = isWhole(view.zoom);
 }
 
@@ -173,9 +175,9 @@ let hasPicture = false; // the source has one now, by what the host said last
 let drawn = false; // a picture of this connection is on the screen
 let arrivals = []; // of the last seconds: [time, bytes]
 
-function send(text) {
+function send(message) {
     if (socket !== null && socket.readyState === WebSocket.OPEN) {
-        socket.send(text);
+        socket.send(message);
     }
 }
 
@@ -208,7 +210,7 @@ function connect() {
 function lose() {
     socket?.close();
     socket = null;
-    say("lost", "Lost", "Connection to the host lost", "Trying again");
+    say("lost", text("lost"), text("lossTitle"), text("tryingAgain"));
     // A host that takes the socket and shows nothing is not to be hammered.
     setTimeout(askHost, drawn ? 0 : RETRY_LATER_MS);
 }
@@ -230,11 +232,11 @@ async function askHost() {
         return;
     }
     if (status === 404) {
-        say("offline", "Gone", "There is no such source any more", "The page looks for it from time to time.");
+        say("offline", text("gone"), text("sourceGone"), text("looksForIt"));
     } else if (status === 401 || status === 403) {
-        say("lost", "Signed out", "The host asks for a sign-in", "Reload this page and sign in.");
+        say("lost", text("signedOut"), text("asksForSignIn"), text("reloadAndSignIn"));
     } else {
-        say("lost", "Lost", "Connection to the host lost", "Trying again");
+        say("lost", text("lost"), text("lossTitle"), text("tryingAgain"));
     }
     setTimeout(askHost, status === 0 ? RETRY_MS : RETRY_LATER_MS);
 }
@@ -251,9 +253,9 @@ function showState() {
         return;
     }
     if (hasPicture) {
-        say("live", "Live", "", "");
+        say("live", text("live"), "", "");
     } else {
-        say("waiting", "Waiting", "No picture from this source", "It comes as soon as its phone sends one.");
+        say("waiting", text("waiting"), text("noPictureHere"), text("comesWithPhone"));
     }
 }
 
@@ -306,8 +308,8 @@ function showFigures() {
     }
     const seconds = (arrivals.at(-1)[0] - arrivals[0][0]) / 1000;
     const bytes = arrivals.slice(1).reduce((sum, [, size]) => sum + size, 0);
-    setText(page.rate, `${((arrivals.length - 1) / seconds).toFixed(1)} fps`);
-    setText(page.data, `${(bytes / seconds / 1000).toFixed(1)} kB/s`);
+    setText(page.rate, text("fps", ((arrivals.length - 1) / seconds).toFixed(1)));
+    setText(page.data, text("kilobytes", (bytes / seconds / 1000).toFixed(1)));
 }
 
 setInterval(() => {

@@ -20,6 +20,11 @@ constexpr Row kRows[] = {
         "Bütün kameralar", "ყველა კამერა"}},
     {Word::TryAgain, {"Try again", "Volver a intentarlo", "Réessayer", "Попробовать ещё раз", "Mēģināt vēlreiz",
         "Yenidən cəhd et", "ხელახლა ცდა"}},
+    {Word::NeedsScript, {"This page needs JavaScript.", "Esta página necesita JavaScript.",
+        "Cette page a besoin de JavaScript.", "Этой странице нужен JavaScript.", "Šai lapai vajag JavaScript.",
+        "Bu səhifəyə JavaScript lazımdır.", "ამ გვერდს JavaScript სჭირდება."}},
+    {Word::SmallPages, {"Small pages without it", "Páginas pequeñas sin él", "Petites pages qui s’en passent",
+        "Маленькие страницы без него", "Mazās lapas bez tā", "Onsuz kiçik səhifələr", "პატარა გვერდები მის გარეშე"}},
 
     {Word::Cameras, {"Cameras", "Cámaras", "Caméras", "Камеры", "Kameras", "Kameralar", "კამერები"}},
     {Word::NothingToWatch, {"There is nothing to watch.", "No hay nada que ver.", "Il n’y a rien à voir.",

@@ -12,6 +12,9 @@ enum class Word {
     // Several pages
     AllCameras,
     TryAgain,
+    // In the place of a page that needs script
+    NeedsScript,
+    SmallPages,
     // The small pages
     Cameras,
     NothingToWatch,
