@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/descriptor.h"
+#include "platform/scope.h"
 
 namespace phone {
 

@@ -52,6 +52,25 @@ protected:
     ~IClassFactory() = default;
 };
 
+// The global interface table: interfaces of a process by number, for whoever cannot hold a pointer. There is
+// one, of the class kInterfaceTableClass, which every process has (CoCreateInstance with an in-process
+// context). Any thread may call any operation.
+struct IGlobalInterfaceTable : IUnknown {
+    static constexpr GUID iid{0x00000146, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+    // Keeps a reference under a number that is never 0. E_POINTER; E_NOINTERFACE for an object without that
+    // interface.
+    virtual HRESULT RegisterInterfaceInGlobal(IUnknown* object, const GUID& interfaceId,
+                                              std::uint32_t* cookie) = 0;
+    // Lets go of it. E_INVALIDARG for a number that is none.
+    virtual HRESULT RevokeInterfaceFromGlobal(std::uint32_t cookie) = 0;
+    // An interface of the object, with a new reference. E_INVALIDARG, E_POINTER, E_NOINTERFACE.
+    virtual HRESULT GetInterfaceFromGlobal(std::uint32_t cookie, const GUID& interfaceId, void** object) = 0;
+
+protected:
+    ~IGlobalInterfaceTable() = default;
+};
+
 // Memory that crosses an interface: whoever receives it frees it. Null for size 0 or when memory is short.
 MORROW_PLATFORM_API void* CoTaskMemAlloc(std::size_t size) noexcept;
 MORROW_PLATFORM_API void CoTaskMemFree(void* memory) noexcept;
@@ -278,5 +297,10 @@ ComPtr<IClassFactory> RegisteredFactory(const GUID& classId) noexcept;
 // (modules.h has its statuses). REGDB_E_CLASSNOTREG when neither knows it; E_INVALIDARG for an empty mask.
 MORROW_PLATFORM_API HRESULT CoCreateInstance(const GUID& classId, IUnknown* outer, std::uint32_t contextMask,
                                              const GUID& interfaceId, void** object);
+
+inline constexpr GUID kInterfaceTableClass{0x00000323, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+// The global interface table, for CoCreateInstance.
+HRESULT GetInterfaceTable(IUnknown* outer, const GUID& interfaceId, void** object);
 
 } // namespace platform

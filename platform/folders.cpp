@@ -1,4 +1,4 @@
-#include "platform/folders.h"
+#include "platform/files.h"
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -10,7 +10,6 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/files.h"
 #include "platform/text.h"
 
 namespace platform {

@@ -1,4 +1,4 @@
-#include "platform/interface_table.h"
+#include "platform/com.h"
 
 #include <map>
 #include <mutex>

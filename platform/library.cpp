@@ -1,4 +1,4 @@
-#include "platform/library.h"
+#include "platform/modules.h"
 
 #include <dlfcn.h>
 

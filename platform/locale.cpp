@@ -1,4 +1,4 @@
-#include "platform/locale.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <iterator>

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <variant>
 
-#include "platform/interface_table.h"
+#include "platform/com.h"
 #include "platform/registry.h"
 #include "platform/text.h"
 

@@ -1,4 +1,10 @@
-// Modules: shared objects that hold classes, which the registry names and which come and go at run time.
+// Code that is loaded at run time: libraries by name, and modules.
+//
+// A library's name stands for a library that this process registered (a host that carries it within itself)
+// or, failing that, for the shared object of that path. A name without a path that nobody registered is not
+// there.
+//
+// Modules are shared objects that hold classes, which the registry names and which come and go.
 //
 // The default value of CLSID\{class}\InprocServer32 under the root of classes is a module's path. A module
 // exports
@@ -16,8 +22,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <initializer_list>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -26,6 +34,27 @@
 #include "platform/status.h"
 
 namespace platform {
+
+using Export = void (*)();
+
+class Library; // opaque
+
+// Null, with the last error set, when there is no such library. Loading again gives the same library;
+// libraries stay loaded until the process ends.
+MORROW_PLATFORM_API Library* LoadLibrary(std::string_view name) noexcept;
+// Null, with the last error set, when the library has no such export.
+MORROW_PLATFORM_API Export FindExport(Library* library, std::string_view name) noexcept;
+
+// Makes `name` loadable with the exports given, replacing an earlier registration; names compare without
+// regard to the case of A to Z. An empty list makes a library without exports.
+MORROW_PLATFORM_API void RegisterLibrary(std::string_view name,
+                                         std::initializer_list<std::pair<std::string_view, Export>> exports);
+// The name is not there any more for later loads; what was loaded stays usable.
+MORROW_PLATFORM_API void UnregisterLibrary(std::string_view name) noexcept;
+
+// The file of the program or library that something stands in, as an address of this process, for example a
+// module handle; in UTF-8. Empty for memory that is of no file.
+MORROW_PLATFORM_API std::string FileNameOfModule(const void* address);
 
 // An object that makes objects of a class: of the class that the process has registered, or of the module
 // that the registry names, which is loaded if need be. REGDB_E_CLASSNOTREG when there is neither; 0x8007007E

@@ -11,7 +11,7 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/descriptor.h"
+#include "platform/scope.h"
 #include "platform/status.h"
 
 namespace platform {

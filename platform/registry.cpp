@@ -9,9 +9,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "platform/descriptor.h"
 #include "platform/files.h"
 #include "platform/registry_file.h"
+#include "platform/scope.h"
 
 namespace platform {
 

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <mutex>
 
-#include "platform/descriptor.h"
+#include "platform/scope.h"
 #include "platform/status.h"
 
 namespace platform {

@@ -111,6 +111,22 @@ MORROW_PLATFORM_API bool SetThreadCodePage(unsigned page) noexcept; // 0 takes t
 // 0, no language configured, gives UTF-8.
 MORROW_PLATFORM_API unsigned CodePageOfLanguage(unsigned languageId) noexcept;
 
+// The abbreviated name of a language: its code in capitals, "ENU" for 1033. The language 0 has that of the
+// system's default, which is English. Empty for a language that is not in the table.
+MORROW_PLATFORM_API std::u16string_view AbbreviatedLanguageName(std::uint32_t languageId) noexcept;
+
+// The two letters of ISO 639 of a language ("en" for 1033) and its own name for itself. Empty for a language
+// that is not in the table.
+MORROW_PLATFORM_API std::string_view LanguageCode(std::uint32_t languageId) noexcept;
+MORROW_PLATFORM_API std::string_view LanguageName(std::uint32_t languageId) noexcept; // UTF-8
+
+// The locale of the calling thread, which says in what manner numbers and dates are read and written. It is
+// the system's default on a new thread, and no function of this layer goes by it: nothing here is written in
+// the manner of a country.
+inline constexpr std::uint32_t kLocaleSystemDefault = 2048;
+MORROW_PLATFORM_API std::uint32_t ThreadLocale() noexcept;
+MORROW_PLATFORM_API void SetThreadLocale(std::uint32_t locale) noexcept;
+
 // Conversions. What the target cannot hold becomes "?" in narrow text and U+FFFD in wide text; they never
 // fail on content, only on memory (std::bad_alloc). An unknown page converts as UTF-8.
 MORROW_PLATFORM_API std::u16string ToWide(std::string_view bytes, unsigned page = kCodePageThread);

@@ -13,9 +13,8 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
-#include "platform/activity.h"
-#include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/status.h"
 #include "platform/text.h"
@@ -36,6 +35,8 @@ constexpr std::size_t kPoolStackBytes = std::size_t{256} << 10;
 constexpr std::size_t kMaxStackBytes = std::size_t{1} << 30;
 // How long an idle thread waits for another item.
 constexpr std::chrono::seconds kIdleTime{5};
+
+thread_local ActivityPtr t_activity;
 
 struct Task {
     WorkItem function = nullptr;
@@ -206,6 +207,23 @@ bool RefuseNull(WorkItem function) noexcept {
 std::atomic<std::int64_t> g_clockOffset{0}; // seconds
 
 } // namespace
+
+Activity::~Activity() = default;
+
+Activity* ThreadActivity() noexcept {
+    return t_activity.get();
+}
+
+ActivityPtr ShareThreadActivity() noexcept {
+    return t_activity;
+}
+
+ActivityScope::ActivityScope(ActivityPtr activity) noexcept
+    : m_former(std::exchange(t_activity, std::move(activity))) {}
+
+ActivityScope::~ActivityScope() {
+    t_activity = std::move(m_former);
+}
 
 bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t /*flags*/) noexcept {
     // Every item has a thread of its own, so a long-running one needs no other treatment.

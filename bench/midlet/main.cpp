@@ -22,7 +22,6 @@
 #include "midlet/MakeJar.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/options.h"
 #include "platform/resources.h"
 

@@ -19,7 +19,7 @@
 #include "interfaces/IVideoSource.h"
 #include "interfaces/IWebHandler.h"
 #include "interfaces/Registration.h"
-#include "platform/folders.h"
+#include "platform/files.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/threads.h"

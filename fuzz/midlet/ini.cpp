@@ -1,7 +1,7 @@
 // A language file. Whatever it is, nothing of it can open a line of its own in a manifest.
 
 #include "fuzz/Fuzz.h"
-#include "midlet/IniTree.h"
+#include "midlet/Manifest.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     CIniTree tree;

@@ -3,7 +3,7 @@
 #include "support/Settings.h"
 #include "fuzz/Fuzz.h"
 #include "interfaces/IConfiguration.h"
-#include "platform/folders.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "support/ComponentClasses.h"
 #include "support/FakeWebHost.h"

@@ -1,8 +1,8 @@
 // What morrowstream-jpeg reads by itself: the segments of a stream for info, and picture files for encode.
 
 #include "fuzz/Fuzz.h"
-#include "tools/jpeg/errors.h"
-#include "tools/jpeg/source.h"
+#include "tools/jpeg/files.h"
+#include "tools/jpeg/picture.h"
 #include "tools/jpeg/stream.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <atomic>
 #include <chrono>
 
-#include "platform/descriptor.h"
+#include "platform/scope.h"
 
 namespace host {
 

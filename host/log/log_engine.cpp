@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "interfaces/ILogEngine.h"
-#include "platform/library.h"
+#include "platform/modules.h"
 #include "platform/text.h"
 
 namespace host {

@@ -25,7 +25,6 @@
 #include "host/site/server.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/messages.h"
 #include "platform/picture_limit.h"
 

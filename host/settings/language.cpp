@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "platform/locale.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
 #include "platform/text.h"

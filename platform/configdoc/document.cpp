@@ -1,9 +1,8 @@
 #include "platform/configdoc/configdoc.h"
 
-#include "platform/configdoc/node.h"
 #include "platform/configdoc/screening.h"
+#include "platform/configdoc/tree.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 
 namespace platform {
 

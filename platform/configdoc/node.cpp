@@ -1,4 +1,4 @@
-#include "platform/configdoc/node.h"
+#include "platform/configdoc/tree.h"
 
 #include <optional>
 #include <vector>

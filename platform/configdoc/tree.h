@@ -1,7 +1,10 @@
-// A tree of nodes and those who hold its nodes. Private to this folder.
+// A tree of nodes and those who hold its nodes; how operations of both give what they find. Private to this
+// folder.
 #pragma once
 
+#include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -85,5 +88,29 @@ void SetOwnText(Tree& tree, pugi::xml_node element, const std::string& text);
 // An element or a piece of text as it stands in a document; indented, where that changes no value, or not.
 enum class Layout { Plain, Indented };
 std::string XmlOf(pugi::xml_node node, Layout layout = Layout::Plain);
+
+// Runs an operation's body, so that no exception crosses the interface.
+template <class Body>
+HRESULT Guard(Body body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (const std::exception&) {
+        return E_UNEXPECTED; // the XML library's own complaint
+    }
+}
+
+// The same for one that gives an object or a text, which is null until the body fills the place.
+template <class Result, class Body>
+HRESULT Give(Result** place, Body body) noexcept {
+    if (place == nullptr)
+        return E_POINTER;
+    *place = nullptr;
+    return Guard(body);
+}
+
+// Puts an element, with a reference, into the place.
+HRESULT GiveElement(Tree& tree, pugi::xml_node element, IConfigElement** place);
 
 } // namespace platform

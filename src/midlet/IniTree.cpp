@@ -1,4 +1,4 @@
-#include "midlet/IniTree.h"
+#include "midlet/Manifest.h"
 
 #include <algorithm>
 

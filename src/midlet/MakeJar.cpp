@@ -6,7 +6,6 @@
 #include "Common/Utils/LocalizeEx.h"
 #include "midlet/Manifest.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/process.h"
 #include "platform/resources.h"
 #include "platform/text.h"

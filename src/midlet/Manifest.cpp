@@ -3,8 +3,6 @@
 #include <optional>
 
 #include "Common/Utils/LocalizeEx.h"
-#include "midlet/IniTree.h"
-#include "platform/locale.h"
 #include "platform/resources.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"

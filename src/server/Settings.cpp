@@ -8,7 +8,7 @@
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
 #include "Common/Configuration/config/DocumentTexts.h"
-#include "platform/folders.h"
+#include "platform/files.h"
 #include "runtime/trace/Trace.h"
 #include "server/Request.h"
 #include "server/UploadServer.h"

@@ -6,7 +6,7 @@
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
 #include "image/ijl/Ijl.h"
-#include "support/Watchdog.h"
+#include "support/Wait.h"
 
 #include <gtest/gtest.h>
 

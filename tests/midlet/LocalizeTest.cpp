@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "midlet/IniTree.h"
 #include "platform/text.h"
-#include "support/CodePage.h"
 #include "support/OtherResources.h"
 #include "support/RecordingLog.h"
+#include "support/Texts.h"
 #include "support/Zip.h"
 
 namespace {

@@ -6,13 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/resources.h"
 #include "platform/text.h"
 #include "runtime/archive/Archive.h"
-#include "support/CodePage.h"
 #include "support/OtherResources.h"
 #include "support/RecordingLog.h"
+#include "support/Texts.h"
 #include "support/Zip.h"
 
 namespace {

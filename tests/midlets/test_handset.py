@@ -24,7 +24,6 @@ class Handset(DownloadCase):
         super().setUp()
         host = self.make_host("--demo", "--verbose", "--pictures", downloads.options.pictures)
         self.server = f"127.0.0.1:{host.port}"
-        self.write_server_address(self.server)
         host.start()
 
     def start_handset(self, archive, *arguments):

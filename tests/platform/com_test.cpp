@@ -9,10 +9,7 @@
 #include <span>
 #include <thread>
 
-#include "platform/com.h"
 #include "platform/files.h"
-#include "platform/interface_table.h"
-#include "platform/library.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/resources.h"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -86,7 +85,7 @@ TEST(ConfigDocument, FilesComeInTheUnicodeEncodingsAndGoInOne) {
     EXPECT_EQ(platform::StatusFromError(platform::kErrorFileNotFound), document->Load(wide.c_str(), 0));
     using namespace std::string_literals;
     const auto load = [&](const std::string& bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
+        folder.Write("a b.xml", bytes);
         return document->Load(wide.c_str(), 0);
     };
     for (const std::string& good :

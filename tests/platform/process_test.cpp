@@ -3,16 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/status.h"
 #include "platform/text.h"
 #include "support/Wait.h"
@@ -118,11 +115,10 @@ TEST(ProcessTest, IsHeardAndEndsWhenAskedOrWithItsStarter) {
 
 TEST(ProcessTest, TellsWhyItCannotStart) {
     const TempFolder folder;
-    std::ofstream(folder.File("text")) << "no program";
     const std::pair<std::vector<std::string>, std::uint32_t> rows[] = {
         {{}, platform::kErrorInvalidParameter},
         {{folder.File("missing")}, platform::kErrorFileNotFound},
-        {{folder.File("text")}, platform::kErrorAccessDenied},
+        {{folder.Write("text", "no program")}, platform::kErrorAccessDenied},
         {{"/bin/sh", std::string("a\0b", 3)}, platform::kErrorInvalidParameter}};
     for (const auto& [arguments, error] : rows) {
         EXPECT_FALSE(Process::Start(arguments, folder.Path()));

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <future>

@@ -8,9 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "platform/locale.h"
 #include "platform/status.h"
-#include "platform/text.h"
 
 namespace {
 

@@ -11,8 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/activity.h"
-#include "platform/locale.h"
 #include "platform/status.h"
 #include "platform/text.h"
 

@@ -119,8 +119,8 @@ TEST(Archive, ReadsWhatOtherProgramsPack) {
                                   program + " " + packer.arguments)
                                      .c_str()));
         const std::string bytes = platform::ReadWholeFile(folder.File("x")).value();
-        std::ofstream(folder.File("framed"), std::ios::binary) << std::string(777, 'P') << bytes;
-        const int descriptor = ::open(folder.File("framed").c_str(), O_RDONLY | O_CLOEXEC);
+        const int descriptor =
+            ::open(folder.Write("framed", std::string(777, 'P') + bytes).c_str(), O_RDONLY | O_CLOEXEC);
         const platform::File file(descriptor);
         ASSERT_EQ(777, ::lseek(descriptor, 777, SEEK_SET));
         const std::u16string name = platform::FromUtf8(folder.File("x"));

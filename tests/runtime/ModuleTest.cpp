@@ -14,9 +14,9 @@
 #include "interfaces/IVideoSource.h"
 #include "interfaces/Registration.h"
 #include "platform/files.h"
-#include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
+#include "platform/text.h"
 #include "platform/threads.h"
 #include "runtime/module/Module.h"
 #include "runtime/module/Registrar.h"
@@ -318,19 +318,23 @@ TEST_F(Module, ScriptsHaveAGrammarAndReplacements) {
     std::u16string deep = u"HKCR ";
     for (int i = 0; i < 100000; ++i)
         deep += u"{ a ";
-    for (const std::u16string_view bad :
-         {std::u16string_view(u"HKXX { a }"), std::u16string_view(u"HKCR { a"),
-          std::u16string_view(u"HKCR { val }"), std::u16string_view(u"HKCR { a = s }"),
-          std::u16string_view(u"HKCR { a = s 'x }"), std::u16string_view(u"HKCR { a = b '00' }"),
-          std::u16string_view(u"HKCR { %none% }"), std::u16string_view(u"HKCR { a% }"),
-          std::u16string_view(deep)})
+    for (const std::u16string& bad : std::vector<std::u16string>{
+             u"HKXX { a }", u"HKCR { a", u"HKCR { val }", u"HKCR { val n = s 'x' }", u"HKCR { a = s }",
+             u"HKCR { a = s 'x }", u"HKCR { a = b '00' }", u"HKCR { %none% }", u"HKCR { a% }", deep})
         EXPECT_TRUE(FAILED(CRegistrar().StringRegister(bad))) << platform::ToUtf8(bad.substr(0, 40));
     EXPECT_EQ(Registry(), before);
     CRegistrar registrar;
     registrar.AddReplacement(u"Module", u"/it''s/x.so");
     const std::u16string_view script =
-        u"hkcr { NoRemove keep { ForceRemove 'a b' = s '%MODULE%%%' { val n = d '0x1F' } } }";
+        u"hkcr { NoRemove keep { ForceRemove 'a b' = s '%Module%%%' { val n = d '0x1F' } } }";
+    // ForceRemove clears what is there, whoever has it.
+    const auto leave = [] {
+        EXPECT_EQ(platform::SetRegistryValues(RegistryRoot::ClassesRoot, u"keep\\a b\\theirs", {}), S_OK);
+    };
+    leave();
     ASSERT_EQ(registrar.StringRegister(script), S_OK);
+    EXPECT_FALSE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, u"keep\\a b\\theirs"));
+    leave();
     const auto value = [](std::u16string_view name) {
         return platform::QueryRegistryValue(RegistryRoot::ClassesRoot, u"keep\\a b", name);
     };

@@ -15,7 +15,6 @@
 
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "runtime/archive/Archive.h"
 #include "support/ComponentTest.h"
 #include "support/ConfigText.h"

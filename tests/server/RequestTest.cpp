@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "server/Request.h"
-#include "support/CodePage.h"
 #include "support/Texts.h"
 
 namespace {

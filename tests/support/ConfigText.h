@@ -3,7 +3,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/configdoc/configdoc.h"
 #include "platform/text.h"

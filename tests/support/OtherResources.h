@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -11,7 +10,7 @@
 
 #include "Common/Utils/LocalizeEx.h"
 #include "platform/resources.h"
-#include "tools/rescomp/image_writer.h"
+#include "tools/rescomp/resources.h"
 
 namespace support {
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "interfaces/ICam.h"

@@ -6,13 +6,12 @@
 #include <cstdint>
 #include <initializer_list>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "interfaces/ILogEngine.h"
-#include "platform/library.h"
+#include "platform/modules.h"
 #include "support/Texts.h"
 
 namespace support {

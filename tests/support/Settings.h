@@ -9,7 +9,6 @@
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IUploadServer.h"
 #include "platform/files.h"
-#include "platform/folders.h"
 #include "platform/text.h"
 #include "support/temp_folder.h"
 

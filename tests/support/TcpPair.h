@@ -6,39 +6,19 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 
+#include "platform/scope.h"
 #include "platform/socket.h"
 
 namespace support {
 
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    ~Descriptor() { Close(); }
-    [[nodiscard]] int Get() const { return m_fd; }
-    [[nodiscard]] int Release() { return std::exchange(m_fd, -1); }
-    void Close() {
-        if (const int fd = std::exchange(m_fd, -1); fd >= 0)
-            ::close(fd);
-    }
-
-private:
-    int m_fd = -1;
-};
+using platform::Descriptor;
 
 inline void Must(bool ok, const char* what) {
     if (!ok)
@@ -158,7 +138,7 @@ public:
     [[nodiscard]] std::uint16_t Port() const { return ntohs(m_at.address.sin_port); }
     Descriptor Accept() {
         Descriptor accepted(::accept4(m_at.socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-        Must(accepted.Get() >= 0, "accept on loopback");
+        Must(bool(accepted), "accept on loopback");
         return accepted;
     }
 

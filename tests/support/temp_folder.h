@@ -4,8 +4,10 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 class TempFolder {
 public:
@@ -25,6 +27,11 @@ public:
     [[nodiscard]] const std::filesystem::path& Path() const noexcept { return m_path; }
     // The path of a file in it.
     [[nodiscard]] std::string File(const std::string& name) const { return (m_path / name).string(); }
+    // Writes a file in it and gives its path.
+    std::string Write(const std::string& name, std::string_view content) const {
+        std::ofstream(File(name), std::ios::binary) << content;
+        return File(name);
+    }
 
 private:
     std::filesystem::path m_path;

@@ -6,7 +6,6 @@
 
 #include "tools/jpeg/commands.h"
 #include "tools/jpeg/engines.h"
-#include "tools/jpeg/errors.h"
 #include "tools/jpeg/files.h"
 
 namespace jpegtool {

@@ -3,7 +3,7 @@
 #include "image/FallbackEngine.h"
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/kernels/Level.h"
-#include "tools/jpeg/errors.h"
+#include "tools/jpeg/files.h"
 
 namespace jpegtool {
 namespace {

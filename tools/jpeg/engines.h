@@ -6,12 +6,13 @@
 #include <string>
 #include <variant>
 
-#include "tools/jpeg/options.h"
 #include "tools/jpeg/picture.h"
 
 namespace jpegtool {
 
 using Stream = std::span<const std::uint8_t>; // at most kLargestFile bytes
+
+enum class Engine { Facade, Primary, Fallback };
 
 // Starts the kernels at this level, or with an empty name at the best one. Throws UsageError for one that the
 // processor lacks and for what is none.

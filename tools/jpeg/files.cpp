@@ -5,8 +5,6 @@
 #include <cstring>
 #include <memory>
 
-#include "tools/jpeg/errors.h"
-
 namespace jpegtool {
 namespace {
 

@@ -5,7 +5,6 @@
 
 #include "tools/jpeg/commands.h"
 #include "tools/jpeg/engines.h"
-#include "tools/jpeg/errors.h"
 #include "tools/jpeg/files.h"
 #include "tools/jpeg/stream.h"
 

@@ -4,7 +4,6 @@
 #include <new>
 #include <span>
 
-#include "tools/jpeg/errors.h"
 #include "tools/jpeg/files.h"
 
 namespace jpegtool {

@@ -1,12 +1,14 @@
-// A decoded picture, and the files that it is written to.
+// Pictures: decoded ones with the files that they are written to, and those that are to be encoded.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "image/FrameBlock.h"
 #include "image/ImageCodec.h"
+#include "tools/jpeg/files.h"
 
 namespace jpegtool {
 
@@ -45,5 +47,22 @@ PictureFormat FormatOfName(const std::string& path);
 
 // Throws FileError.
 void WritePicture(const std::string& path, PictureFormat format, const Picture& picture);
+// A picture that is to be encoded.
+struct Source {
+    PictureFormat format = PictureFormat::Pgm;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    Bytes samples; // rows without padding: grey, red-green-blue, or the planes Y, Cb, Cr
+};
+
+using Size = std::pair<std::int32_t, std::int32_t>;
+
+// The binary forms of Netpbm (P5, P6) with 255 as the greatest value, and .yuv of a size that the caller
+// knows. The file's whole length is checked against its size. Throws UsageError where a size is missing or
+// too many, FileError for a file that holds no such picture or one beyond the codec's limits.
+Source ReadSource(const std::string& path, std::optional<Size> size);
+
+// The content of a .pgm or .ppm file; `name` is for the line that refuses it. Takes bytes of any content.
+Source ParseNetpbm(const std::string& name, PictureFormat format, const Bytes& file);
 
 } // namespace jpegtool

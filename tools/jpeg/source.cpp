@@ -1,11 +1,10 @@
-#include "tools/jpeg/source.h"
+#include "tools/jpeg/picture.h"
 
 #include <cctype>
 #include <charconv>
 #include <tuple>
 
 #include "image/format/JpegGeometry.h"
-#include "tools/jpeg/errors.h"
 
 namespace jpegtool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/rescomp/image_writer.h"
+#include "tools/rescomp/resources.h"
 
 #include <algorithm>
 #include <cstring>

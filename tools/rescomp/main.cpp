@@ -7,7 +7,7 @@
 #include "platform/files.h"
 #include "platform/options.h"
 #include "tools/rescomp/input.h"
-#include "tools/rescomp/resource_list.h"
+#include "tools/rescomp/resources.h"
 
 namespace {
 

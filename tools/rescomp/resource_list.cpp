@@ -1,4 +1,4 @@
-#include "tools/rescomp/resource_list.h"
+#include "tools/rescomp/resources.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -6,8 +6,6 @@
 
 #include "platform/text.h"
 #include "tools/rescomp/input.h"
-#include "tools/rescomp/string_table.h"
-#include "tools/rescomp/version_block.h"
 
 namespace rescomp {
 

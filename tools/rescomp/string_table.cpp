@@ -1,4 +1,4 @@
-#include "tools/rescomp/string_table.h"
+#include "tools/rescomp/resources.h"
 
 #include <algorithm>
 #include <filesystem>

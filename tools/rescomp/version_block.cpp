@@ -1,4 +1,4 @@
-#include "tools/rescomp/version_block.h"
+#include "tools/rescomp/resources.h"
 
 #include <array>
 #include <cstdio>

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <optional>
 
-#include "platform/library.h"
+#include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
 #include "platform/text.h"

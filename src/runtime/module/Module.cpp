@@ -5,8 +5,6 @@
 
 #include "interfaces/Registration.h"
 #include "platform/com.h"
-#include "platform/library.h"
-#include "platform/locale.h"
 #include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/scope.h"

@@ -6,7 +6,6 @@
 #include <span>
 
 #include "platform/com.h"
-#include "platform/interface_table.h"
 #include "platform/resources.h"
 #include "platform/sync.h"
 #include "runtime/module/Registrar.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "interfaces/ILogEngine.h"
-#include "platform/library.h"
+#include "platform/modules.h"
 #include "platform/scope.h"
 #include "platform/text.h"
 #include "runtime/trace/Trace.h"

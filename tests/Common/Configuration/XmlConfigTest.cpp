@@ -1,7 +1,6 @@
 // Configuration documents, their binding to objects, and the arguments that reach the binding.
 
 #include <atomic>
-#include <fstream>
 #include <map>
 #include <thread>
 
@@ -30,8 +29,7 @@ using XmlConfig::CXmlConfig;
 TEST(XmlConfig, LoadsTheFileOrElseTheDefault) {
     const TempFolder folder;
     const auto file = [&](const char* name, const char* content) {
-        std::ofstream(folder.File(name)) << content;
-        return WideOf(folder.File(name));
+        return WideOf(folder.Write(name, content));
     };
     const Bstr missing = WideOf(folder.File("missing"));
     const Bstr standard(u"<default/>");

@@ -11,12 +11,12 @@
 #include <functional>
 
 #include "Common/Utils/LocalizeEx.h"
-#include "platform/library.h"
+#include "platform/modules.h"
 #include "platform/registry.h"
 #include "platform/text.h"
 #include "support/RecordingLog.h"
 #include "support/temp_folder.h"
-#include "tools/rescomp/image_writer.h"
+#include "tools/rescomp/resources.h"
 
 namespace {
 
@@ -31,8 +31,7 @@ constexpr std::uint16_t kOne = 1;
 class Instance {
 public:
     explicit Instance(const std::string& bytes, bool isShared = false) : m_bytes(bytes) {
-        std::ofstream(m_folder.File("image")) << bytes;
-        const int file = ::open(m_folder.File("image").c_str(), O_RDONLY | O_CLOEXEC);
+        const int file = ::open(m_folder.Write("image", bytes).c_str(), O_RDONLY | O_CLOEXEC);
         m_mapped = ::mmap(nullptr, bytes.size(), PROT_READ, isShared ? MAP_SHARED : MAP_PRIVATE, file, 0);
         ::close(file);
         EXPECT_EQ(platform::AddResourceInstance({Handle(), bytes.size()}), S_OK);
@@ -105,23 +104,27 @@ TEST(Localize, WhatIsNoImageHasItsStatus) {
     const std::string sound = BuildImage(TwoResources());
     constexpr std::size_t kTable = 64 + 4 + 20 + 112 + 2 * 8; // the directory of resources in the headers
     const std::string none(4, '\0'), far(4, '\xFF');
+    const std::size_t english = sound.find(std::string("\x09\x04\0\0", 4), 4096); // a language's entry
     const struct {
         std::size_t at;
         std::string bytes;
         std::uint32_t status;
-    } rows[] = {{0, "MZ", 0},
+        std::size_t found = 0;
+    } rows[] = {{0, "MZ", 0, 3},
+                {english + 4, "\xFF\xFF\xFF\x7F", 0, 2}, // ends its directory, and none beside it
                 {1, "Y", 0x80070072},
                 {kTable, none, 0x80070490},     // no address
                 {kTable + 4, none, 0x80070490}, // no size
                 {kTable + 4, far, 0x80070490},
                 {60, far, 0x80070490}, // a header
                 {64, "NE", 0x80070490},
+                {4096 + 16, far, 0x8007000B},  // a name outside
                 {4096 + 12, far, 0x8007000B}}; // an endless root
-    for (const auto& [at, bytes, status] : rows) {
+    for (const auto& [at, bytes, status, found] : rows) {
         const Instance image(std::string(sound).replace(at, bytes.size(), bytes));
         Scanner scanner;
         EXPECT_EQ(scanner.Scan(image.Handle()), MakeStatus(status)) << at;
-        EXPECT_EQ(scanner.Resources().empty(), status != 0) << at;
+        EXPECT_EQ(scanner.Resources().size(), found) << at;
     }
     EXPECT_EQ(Scanner().Scan(reinterpret_cast<platform::ModuleHandle>(sound.data())),
               MakeStatus(0x80070072)); // no instance

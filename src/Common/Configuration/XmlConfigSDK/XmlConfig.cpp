@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/folders.h"
+#include "platform/files.h"
 #include "runtime/trace/Trace.h"
 
 namespace XmlConfig {

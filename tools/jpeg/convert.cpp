@@ -1,12 +1,12 @@
-// encode: a picture file to a stream.
+// decode and encode: a stream to a picture file, and back.
 
 #include <algorithm>
 
 #include "image/jpegenc/JpegEncoder.h"
 #include "tools/jpeg/commands.h"
-#include "tools/jpeg/errors.h"
+#include "tools/jpeg/engines.h"
 #include "tools/jpeg/files.h"
-#include "tools/jpeg/source.h"
+#include "tools/jpeg/picture.h"
 
 namespace jpegtool {
 namespace {
@@ -70,6 +70,17 @@ Bytes EncodeSource(const std::string& path, const Source& source, const Options&
 }
 
 } // namespace
+
+int RunDecode(const Options& options) {
+    const PictureFormat format = FormatOfName(options.output);
+    const std::string& path = options.inputs[0];
+    const Bytes stream = ReadFile(path);
+    const auto outcome = Decode(stream, options.engine);
+    if (const std::string* const reason = std::get_if<std::string>(&outcome))
+        throw FileError(path + ": " + *reason);
+    WritePicture(options.output, format, std::get<Picture>(outcome));
+    return kExitDone;
+}
 
 int RunEncode(const Options& options) {
     const std::string& path = options.inputs[0];

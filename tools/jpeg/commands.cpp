@@ -1,6 +1,6 @@
-#include "tools/jpeg/options.h"
+#include "tools/jpeg/commands.h"
 
-#include "tools/jpeg/errors.h"
+#include "tools/jpeg/files.h"
 
 namespace jpegtool {
 namespace {
