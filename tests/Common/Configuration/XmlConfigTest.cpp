@@ -251,6 +251,9 @@ TEST(XmlConfigTree, LoadsCollectionsByComparison) {
     // In order: neither added nor removed.
     EXPECT_EQ("c=1 d=2 ", load(plain("c", "1") + plain("d", "2") + plain("e", "3"), "", 1));
     EXPECT_EQ("c=3 d=2 ", load(plain("c", "3"), "", 1));
+    // Two entries do not share an item.
+    EXPECT_EQ("c=3 d=3 ", load(plain("c", "3") + plain("d", "3"), "", 1));
+    EXPECT_EQ("c=3 ", load(item("3"), keyed));
     EXPECT_EQ("", load("", keyed));
 }
 
