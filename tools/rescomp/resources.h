@@ -4,8 +4,8 @@
 // executable format, placed as a loader would have mapped it, so that offsets in the file and in memory are
 // the same.
 //
-// The texts are a file of UTF-8 for each language: a line "language N" and then one text a line, its number, a
-// blank, the text. A module carries them in blocks of sixteen.
+// The texts are a file of UTF-8 for each language: a line "language N" and then one text a line, its number,
+// a blank, the text. A module carries them in blocks of sixteen.
 #pragma once
 
 #include <cstdint>
