@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "host/log/line_limiter.h"
-#include "platform/activity.h"
 #include "platform/text.h"
+#include "platform/threads.h"
 
 namespace host {
 

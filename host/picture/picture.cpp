@@ -15,7 +15,7 @@ namespace host {
 namespace {
 
 constexpr int kQuality = 80;
-constexpr std::size_t kMostKeptBytes = std::size_t{512} * 1024;
+constexpr std::size_t kMostKeptJpegBytes = std::size_t{512} * 1024;
 std::atomic<std::uint64_t> g_encoded{0};
 
 } // namespace
@@ -74,7 +74,7 @@ std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout) {
     // Each thread that encodes keeps its own, unless it is large: there may be a thousand.
     thread_local std::vector<std::uint8_t> buffer;
     std::string jpeg(EncodePlanes(block + sizeof(BITMAPINFOHEADER), layout, kQuality, buffer));
-    if (buffer.capacity() > kMostKeptBytes)
+    if (buffer.capacity() > kMostKeptJpegBytes)
         std::vector<std::uint8_t>().swap(buffer);
     return jpeg;
 }

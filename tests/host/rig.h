@@ -27,6 +27,8 @@ namespace host::test {
 
 using namespace std::chrono_literals;
 
+inline const std::string kLocal = "Host: localhost:80\r\n";
+
 inline Limits ShortLimits() {
     Limits limits;
     limits.headDeadline = 400ms;

@@ -20,8 +20,6 @@ using support::Eventually;
 using support::FakeWebHandler;
 using testing::HasSubstr;
 
-const std::string kLocal = "Host: localhost:80\r\n";
-
 TEST(Server, AnswersAreThoseOfTheTable) {
     const Rig rig(LongLimits(), false);
     struct Case {

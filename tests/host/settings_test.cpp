@@ -14,7 +14,6 @@ using support::SettingsText;
 using testing::HasSubstr;
 using testing::Not;
 
-const std::string kLocal = "Host: localhost:80\r\n";
 const std::string kDocument = "/settings/document";
 
 class SettingsTest : public testing::Test {

@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kGet = "/get/";
 constexpr std::string_view kCameraQuery = "camera=";
 constexpr std::string_view kArchive = "/Sendora.jar";
-constexpr std::string_view kArchiveType = "application/java-archive";
+constexpr std::string_view kMidletType = "application/java-archive";
 constexpr std::string_view kDescriptor = "/Sendora.jad";
 
 Answer Unstored(Answer answer) {
@@ -124,7 +124,7 @@ LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {
     if (!delivery)
         return {Gone()};
     Answer answer = ContentFor(*link, file, request);
-    if (answer.status == 200 && answer.type == kArchiveType)
+    if (answer.status == 200 && answer.type == kMidletType)
         return {std::move(answer), std::move(delivery)};
     // For a name or a password that its request cannot carry the component has a page, which installs
     // nothing.

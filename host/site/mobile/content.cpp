@@ -18,7 +18,7 @@ using platform::Bstr;
 // The page for phones, as it names its sheet.
 constexpr std::string_view kPhonePageSheet = "/mobile/mobile.xsl";
 constexpr std::string_view kXml = "text/xml";
-constexpr std::string_view kArchive = "application/java-archive";
+constexpr std::string_view kArchiveType = "application/java-archive";
 constexpr std::string_view kArchiveSuffix = ".jar";
 constexpr std::string_view kDescriptorSuffix = ".jad";
 constexpr std::size_t kLongestName = 100;
@@ -195,7 +195,7 @@ Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
     const Reply reply = Call(handler, TargetOf(archive), request.head);
     if (FAILED(reply.result))
         return Refusal(reply.result);
-    if (reply.type != kArchive)
+    if (reply.type != kArchiveType)
         return Answer::Text(404, "There is nothing here.");
     std::string url = request.Host().empty() ? "/" : "http://" + std::string(request.Host()) + "/";
     const auto text = DescribeArchive(reply.body, url += TargetOf(archive));
@@ -215,7 +215,7 @@ Answer ContentOf(const Request& request, IWebHandler& handler, const Reader& rea
         return Refusal(reply.result);
     if (reply.type == kXml)
         return TextAnswer(request, handler, std::move(reply), reader);
-    if (reply.type == kArchive && request.path.ends_with(kArchiveSuffix))
+    if (reply.type == kArchiveType && request.path.ends_with(kArchiveSuffix))
         return ArchiveAnswer(request, std::move(reply));
     Answer answer;
     answer.type = std::move(reply.type);
