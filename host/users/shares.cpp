@@ -42,7 +42,7 @@ std::optional<Answer> TakeShare(Shares& from, const Request& request, std::strin
     LogRefusal(request, login, {}, "has as many streams, or archives in work, as it may");
     Answer answer =
         Answer::Text(429, "This login, or this address, has as many of these at a time as it may.");
-    answer.headers["Retry-After"] = "5";
+    answer.headers.emplace("Retry-After", "5");
     return answer;
 }
 
