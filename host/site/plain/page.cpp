@@ -57,7 +57,7 @@ std::string Link(std::string_view address, std::string_view text) {
     return "<p><a href=\"" + EscapeHtml(address) + "\">" + std::string(text) + "</a></p>\n";
 }
 
-std::string Head(std::string_view language) {
+std::string HeadOf(std::string_view language) {
     std::string head = "<!DOCTYPE html>\n<html lang=\"" + std::string(language) +
                        "\">\n<head>\n<meta charset=\"utf-8\">\n"
                        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
@@ -76,7 +76,7 @@ Answer AnswerOf(const PlainPage& page) {
     answer.headers["Content-Language"] = page.language;
     answer.headers["Content-Security-Policy"] = kPlainPolicy;
     answer.headers["Vary"] = "Accept-Language";
-    answer.body = Head(page.language);
+    answer.body = HeadOf(page.language);
     answer.body.append(page.head)
         .append("<title>")
         .append(page.title)

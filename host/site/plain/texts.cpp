@@ -108,7 +108,7 @@ static_assert(IsComplete());
 
 } // namespace
 
-const std::array<std::string_view, kLanguages>& LanguageCodes() noexcept {
+const std::array<std::string_view, kLanguages>& TextLanguages() noexcept {
     return kCodes;
 }
 

@@ -47,7 +47,7 @@ enum class Word {
 
 inline constexpr std::size_t kLanguages = 7;
 // The codes, English first.
-const std::array<std::string_view, kLanguages>& LanguageCodes() noexcept;
+const std::array<std::string_view, kLanguages>& TextLanguages() noexcept;
 // Of those the one that a client wants most, from its Accept-Language line; else the server's.
 std::string_view LanguageOf(std::string_view acceptLanguage, std::string_view usual) noexcept;
 
