@@ -353,7 +353,7 @@ private:
         Console& console = Console::Get();
         console.Say("A phone becomes the camera " + Printable(camera) + " with " + *address);
         console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
-                    " minutes; more of them on the live page, beside each camera)");
+                    " minutes; more of them on the live page, behind a button of each camera)");
         if (m_authority.empty())
             console.Say("  Only this computer can open it. For phones, listen for others: --listen "
                         "0.0.0.0:8080, without --demo");

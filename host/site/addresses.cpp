@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "host/html/assets.h"
 #include "host/http/limits.h"
-#include "host/site/assets.h"
 #include "host/site/connection.h"
 #include "host/site/site.h"
 

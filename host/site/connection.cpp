@@ -8,10 +8,10 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "host/html/page.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
 #include "host/site/addresses.h"
-#include "host/site/plain/page.h"
 #include "host/site/site.h"
 #include "host/users/password.h"
 

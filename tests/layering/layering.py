@@ -23,7 +23,7 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
-HOUSE = KIT | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/sources", "host/settings"}
+HOUSE = KIT | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("links", "live", "mobile", "monitor", "settings", "tiny", "view")
 }
@@ -62,6 +62,8 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
+    # Pages as such: files that the program carries, pages without script, and their texts.
+    "host/html": {"platform", "host/base", "host/http"},
     # One subject a room; they do not include each other.
     **{room: INTERFACES | HOUSE for room in SUBJECTS},
     # The table of addresses and the server.

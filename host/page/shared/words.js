@@ -1,5 +1,5 @@
 // What the pages with script say, in the languages of the server. What pages without script say stands in the host's
-// own table (host/site/plain/texts.cpp).
+// own table (host/html/texts.cpp).
 //
 // The host writes into each page, as its `lang`, the language that the browser asks for, else the server's.
 

@@ -4,10 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/html/page.h"
+#include "host/html/texts.h"
 #include "host/http/request.h"
 #include "host/site/links/qr_code.h"
-#include "host/site/plain/page.h"
-#include "host/site/plain/texts.h"
 
 namespace host {
 namespace {
@@ -26,7 +26,7 @@ Answer Unstored(Answer answer) {
 Answer Gone() {
     return Unstored(Answer::Text(410,
                                  "This link was used, was revoked or is too old. A new one is to be had on "
-                                 "the live page, beside the camera."));
+                                 "the live page, behind a button of the camera."));
 }
 
 // The midlet is called like its camera where the name is plain; the component takes the query as it stands.

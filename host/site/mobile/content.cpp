@@ -3,11 +3,11 @@
 #include <string_view>
 #include <vector>
 
+#include "host/html/assets.h"
+#include "host/html/page.h"
+#include "host/html/texts.h"
 #include "host/http/request.h"
-#include "host/site/assets.h"
 #include "host/site/mobile/pages.h"
-#include "host/site/plain/page.h"
-#include "host/site/plain/texts.h"
 #include "platform/text.h"
 
 namespace host {

@@ -5,10 +5,10 @@
 #include <span>
 #include <string>
 
+#include "host/html/page.h"
+#include "host/html/texts.h"
 #include "host/http/request.h"
 #include "host/packer/frame_packer.h"
-#include "host/site/plain/page.h"
-#include "host/site/plain/texts.h"
 
 namespace host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/site/plain/texts.h"
+#include "host/html/texts.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
-#include "host/site/plain/page.h"
+#include "host/html/page.h"
 
 #include <string>
 
+#include "host/html/assets.h"
+#include "host/html/texts.h"
 #include "host/http/request.h"
-#include "host/site/assets.h"
-#include "host/site/plain/texts.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "host/site/assets.h"
+#include "host/html/assets.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "host/site/plain/texts.h"
+#include "host/html/texts.h"
 
 namespace host {
 
