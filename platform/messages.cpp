@@ -90,7 +90,7 @@ constexpr Message kMessages[] = {
 };
 static_assert(std::ranges::is_sorted(kMessages, {}, &Message::code), "looked up by halves");
 
-std::u16string_view Find(std::uint32_t code) noexcept {
+std::u16string_view FindMessage(std::uint32_t code) noexcept {
     const auto found = std::ranges::lower_bound(kMessages, code, {}, &Message::code);
     return found != std::end(kMessages) && found->code == code ? found->text : std::u16string_view{};
 }
@@ -99,7 +99,7 @@ std::u16string_view Find(std::uint32_t code) noexcept {
 
 std::u16string_view MessageText(std::uint32_t code) noexcept {
     constexpr std::uint32_t kErrorStatus = 0x80070000;
-    return Find((code & 0xFFFF0000) == kErrorStatus ? code & 0xFFFF : code);
+    return FindMessage((code & 0xFFFF0000) == kErrorStatus ? code & 0xFFFF : code);
 }
 
 namespace {

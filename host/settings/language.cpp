@@ -10,7 +10,7 @@ namespace host {
 namespace {
 
 // Where the component looks for its language: an identifier's ten low bits, and the six above them.
-constexpr char16_t kKey[] = uR"(SOFTWARE\Norvane\Tessaron)";
+constexpr char16_t kLanguageKey[] = uR"(SOFTWARE\Norvane\Tessaron)";
 constexpr char16_t kLanguage[] = u"lang";
 constexpr char16_t kSublanguage[] = u"sublang";
 constexpr unsigned kSublanguageShift = 10;
@@ -24,7 +24,7 @@ std::vector<std::uint16_t> Identifiers() {
 }
 
 std::optional<std::uint32_t> ReadNumber(std::u16string_view name) {
-    const auto value = platform::QueryRegistryValue(platform::RegistryRoot::LocalMachine, kKey, name);
+    const auto value = platform::QueryRegistryValue(platform::RegistryRoot::LocalMachine, kLanguageKey, name);
     const auto* const number = value ? std::get_if<std::uint32_t>(&*value) : nullptr;
     return number == nullptr ? std::nullopt : std::optional(*number);
 }
@@ -71,7 +71,7 @@ HRESULT SetConfiguredLanguage(std::string_view code) {
         const platform::NamedRegistryValue values[] = {
             {kLanguage, identifiers[i] & kLanguageMask},
             {kSublanguage, static_cast<std::uint32_t>(identifiers[i]) >> kSublanguageShift}};
-        return platform::SetRegistryValues(platform::RegistryRoot::LocalMachine, kKey, values);
+        return platform::SetRegistryValues(platform::RegistryRoot::LocalMachine, kLanguageKey, values);
     }
     return E_INVALIDARG;
 }

@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-constexpr std::string_view kGet = "/get/";
+constexpr std::string_view kLinkPath = "/get/";
 constexpr std::string_view kCameraQuery = "camera=";
 constexpr std::string_view kArchive = "/Sendora.jar";
 constexpr std::string_view kMidletType = "application/java-archive";
@@ -40,7 +40,7 @@ std::string MidletName(const std::string& camera) {
 Answer LandingPage(const LinkTable::Link& link, std::string_view language) {
     const auto left = std::chrono::ceil<std::chrono::minutes>(link.until - Clock::now()).count();
     const std::string name = EscapeHtml(link.camera);
-    const std::string base = std::string(kGet) + link.token;
+    const std::string base = std::string(kLinkPath) + link.token;
     const std::string body =
         "<h1>" + name + "</h1>\n<p>" + TextOf(language, Word::PhoneBecomes, name) +
         "</p>\n<p><a class=\"action\" href=\"" + base + std::string(kArchive) + "\">" +
@@ -138,7 +138,7 @@ std::string LinkPages::AddressOf(const LinkTable::Link& link, std::string_view h
     const std::string_view authority = own && !m_authority.empty() ? m_authority : host;
     // A request of an old phone may name no host; what it gets is meant from where it came.
     const std::string start = authority.empty() ? "" : "http://" + std::string(authority);
-    return start + std::string(kGet) + link.token;
+    return start + std::string(kLinkPath) + link.token;
 }
 
 } // namespace host
