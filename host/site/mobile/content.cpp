@@ -76,7 +76,7 @@ Reply Call(IWebHandler& handler, const std::string& target, const std::string& r
     return reply;
 }
 
-Answer Refusal(HRESULT hr) {
+Answer FailureAnswer(HRESULT hr) {
     switch (hr) {
     case E_NOTIMPL:
         return Answer::Text(501, "The server has nothing that answers this.");
@@ -194,7 +194,7 @@ Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
     archive.path.replace(archive.path.size() - kArchiveSuffix.size(), std::string::npos, kArchiveSuffix);
     const Reply reply = Call(handler, TargetOf(archive), request.head);
     if (FAILED(reply.result))
-        return Refusal(reply.result);
+        return FailureAnswer(reply.result);
     if (reply.type != kArchiveType)
         return Answer::Text(404, "There is nothing here.");
     std::string url = request.Host().empty() ? "/" : "http://" + std::string(request.Host()) + "/";
@@ -212,7 +212,7 @@ Answer ContentOf(const Request& request, IWebHandler& handler, const Reader& rea
         return DescriptorAnswer(request, handler);
     Reply reply = Call(handler, TargetOf(request), request.head);
     if (FAILED(reply.result))
-        return Refusal(reply.result);
+        return FailureAnswer(reply.result);
     if (reply.type == kXml)
         return TextAnswer(request, handler, std::move(reply), reader);
     if (reply.type == kArchiveType && request.path.ends_with(kArchiveSuffix))
