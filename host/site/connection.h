@@ -50,7 +50,8 @@ public:
     [[nodiscard]] bool SendUntilArrived(const Answer& answer);
     // The socket, from which nothing behind the head has been read; the connection is somebody else's then.
     [[nodiscard]] Descriptor Take();
-    // The same for somebody who may also leave it: then the request is still to be answered.
+    // Offers the socket to somebody who takes it, as with Take, or leaves it: then one of the calls above
+    // still has to answer.
     [[nodiscard]] Descriptor& Offer() { return m_socket; }
     // The socket, to write to: the connection ends behind the call.
     [[nodiscard]] int Last();
@@ -73,7 +74,7 @@ private:
 void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
                      const Site& site) noexcept;
 
-// For connections beyond a limit.
+// Tells a peer that there are too many connections.
 [[nodiscard]] Answer FullAnswer();
 
 } // namespace host
