@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "platform/modules.h"
@@ -61,6 +62,7 @@ struct Task {
 struct IdleWorker {
     std::condition_variable wake;
     Task task;                   // set by whoever takes the worker off the list
+    bool dismissed = false;      // taken off the list to end
     IdleWorker* below = nullptr; // the next in the list of the idle
 };
 
@@ -101,7 +103,18 @@ public:
 
     bool WaitUntilNoneRuns(std::chrono::milliseconds time) {
         std::unique_lock guard(m_mutex);
-        return m_noneRuns.wait_for(guard, time, [this] { return m_running == 0; });
+        return m_changed.wait_for(guard, time, [this] { return m_running == 0; });
+    }
+
+    bool EndThreads(std::chrono::milliseconds time) {
+        std::unique_lock guard(m_mutex);
+        const bool alone = m_changed.wait_for(guard, time, [this] {
+            if (m_running == 0)
+                DismissIdle();
+            return m_threads == 0;
+        });
+        JoinFormer(std::exchange(m_former, std::nullopt), guard);
+        return alone;
     }
 
 private:
@@ -122,8 +135,23 @@ private:
         return false;
     }
 
+    // Counts the thread before it is there, since it may have ended when pthread_create returns.
+    int CreateThread(ThreadFunction function, void* argument, std::size_t stackBytes) {
+        {
+            const std::scoped_lock guard(m_mutex);
+            ++m_threads;
+        }
+        const int error = CreateJoinable(function, argument, stackBytes);
+        if (error != 0) {
+            const std::scoped_lock guard(m_mutex);
+            --m_threads;
+            m_changed.notify_all();
+        }
+        return error;
+    }
+
     // 0, or the value of errno.
-    static int CreateThread(ThreadFunction function, void* argument, std::size_t stackBytes) noexcept {
+    static int CreateJoinable(ThreadFunction function, void* argument, std::size_t stackBytes) noexcept {
         if (stackBytes > kMaxStackBytes)
             return EINVAL;
         const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -134,8 +162,6 @@ private:
             return error;
         pthread_t thread{};
         int error = ::pthread_attr_setstacksize(&attributes, (wanted + page - 1) / page * page);
-        if (error == 0)
-            error = ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
         if (error == 0)
             error = ::pthread_create(&thread, &attributes, function, argument);
         ::pthread_attr_destroy(&attributes);
@@ -149,8 +175,9 @@ private:
     static void* RunAlone(void* argument) {
         TakeOver(argument).Run();
         Pool& pool = Instance();
-        const std::scoped_lock guard(pool.m_mutex);
+        std::unique_lock guard(pool.m_mutex);
         pool.CountEnd();
+        pool.EndThread(guard);
         return nullptr;
     }
 
@@ -162,16 +189,36 @@ private:
     void WorkUntilIdle(Task task) {
         IdleWorker self;
         self.task = std::move(task);
-        while (self.task.function != nullptr) {
+        for (;;) {
             self.task.Run();
             self.task = {};
             std::unique_lock guard(m_mutex);
             CountEnd();
             self.below = m_idle;
             m_idle = &self;
-            if (!self.wake.wait_for(guard, kIdleTime, [&] { return self.task.function != nullptr; }))
+            if (!self.wake.wait_for(guard, kIdleTime,
+                                    [&] { return self.task.function != nullptr || self.dismissed; }))
                 Unlink(self);
+            if (self.task.function == nullptr) {
+                EndThread(guard);
+                return;
+            }
         }
+    }
+
+    // The last that a thread does here. Nobody waits for a certain thread, so each waits for the one that
+    // ended before it: that one is past this place, and no thread is left behind unjoined but the last.
+    void EndThread(std::unique_lock<std::mutex>& guard) {
+        const auto former = std::exchange(m_former, ::pthread_self());
+        --m_threads;
+        m_changed.notify_all();
+        JoinFormer(former, guard);
+    }
+
+    static void JoinFormer(std::optional<pthread_t> former, std::unique_lock<std::mutex>& guard) {
+        guard.unlock();
+        if (former.has_value())
+            (void)::pthread_join(*former, nullptr);
     }
 
     // Under m_mutex.
@@ -183,15 +230,26 @@ private:
     }
 
     // Under m_mutex.
+    void DismissIdle() noexcept {
+        for (; m_idle != nullptr; m_idle = m_idle->below) {
+            m_idle->dismissed = true;
+            m_idle->wake.notify_one();
+        }
+    }
+
+    // Under m_mutex.
     void CountEnd() noexcept {
         if (--m_running == 0)
-            m_noneRuns.notify_all();
+            m_changed.notify_all();
     }
 
     std::mutex m_mutex;
-    std::condition_variable m_noneRuns;
-    std::uint32_t m_running = 0;  // under m_mutex; from the call that queues on
-    IdleWorker* m_idle = nullptr; // under m_mutex; the last one to become idle comes first
+    std::condition_variable m_changed; // a count below has become 0
+    // All of these under m_mutex.
+    std::uint32_t m_running = 0;       // tasks, from the call that queues on
+    std::uint32_t m_threads = 0;       // from before they begin until they have nothing left to do but end
+    IdleWorker* m_idle = nullptr;      // the last one to become idle comes first
+    std::optional<pthread_t> m_former; // the thread that ended last; not joined yet
 };
 
 Task MakeTask(WorkItem function, void* context) noexcept {
@@ -240,6 +298,10 @@ std::uint32_t RunningWorkItems() noexcept {
 
 bool WaitForWorkItems(std::uint32_t milliseconds) noexcept {
     return Pool::Instance().WaitUntilNoneRuns(std::chrono::milliseconds(milliseconds));
+}
+
+bool EndWorkItemThreads(std::uint32_t milliseconds) noexcept {
+    return Pool::Instance().EndThreads(std::chrono::milliseconds(milliseconds));
 }
 
 void Sleep(std::uint32_t milliseconds) noexcept {

@@ -21,13 +21,16 @@ inline constexpr std::uint32_t WT_EXECUTELONGFUNCTION = 0x10;
 // then not run.
 MORROW_PLATFORM_API bool QueueUserWorkItem(WorkItem function, void* context, std::uint32_t flags) noexcept;
 
-// Starts a detached thread with a stack of at least `stackBytes` (0: the pool's size). False as above.
+// Starts a thread of its own with a stack of at least `stackBytes` (0: the pool's size). False as above.
 MORROW_PLATFORM_API bool StartThread(WorkItem function, void* context, std::size_t stackBytes) noexcept;
 
 // Work items and started threads that are running now, from the call that queues them on.
 MORROW_PLATFORM_API std::uint32_t RunningWorkItems() noexcept;
-// Waits until none is running or the time is over; true if none is. For the end of a process and of tests.
+// Waits until none is running or the time is over; true if none is.
 MORROW_PLATFORM_API bool WaitForWorkItems(std::uint32_t milliseconds) noexcept;
+// The same, and ends the idle threads: true if none of the pool's threads is left, so that what comes after
+// it at the end of a process is alone there. Not from a work item.
+MORROW_PLATFORM_API bool EndWorkItemThreads(std::uint32_t milliseconds) noexcept;
 
 // What a thread works for: a connection, say, whose name belongs into the thread's log lines.
 //

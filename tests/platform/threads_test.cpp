@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <iterator>
 #include <latch>
 #include <mutex>
 #include <set>
@@ -36,7 +38,12 @@ struct Crowd {
     std::set<std::uint32_t> threads; // under mutex
 };
 
+std::ptrdiff_t ThreadsOfProcess() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
 TEST(WorkItemTest, HundredsRunAtOnceAndTheirThreadsAreReused) {
+    const auto before = ThreadsOfProcess();
     std::set<std::uint32_t> threads;
     for (const auto& [queuers, each] : {std::pair(4, 100), std::pair(1, 200)}) {
         Crowd crowd(queuers * each);
@@ -58,6 +65,8 @@ TEST(WorkItemTest, HundredsRunAtOnceAndTheirThreadsAreReused) {
         EXPECT_TRUE(std::ranges::includes(threads, crowd.threads)) << "new threads beside idle ones";
     }
     EXPECT_EQ(threads.size(), 400U);
+    ASSERT_TRUE(platform::EndWorkItemThreads(kPatience));
+    EXPECT_EQ(ThreadsOfProcess(), before);
 }
 
 // An item works for the activity of whoever asked for it; the rest is as on a thread of its own.
