@@ -68,9 +68,13 @@ struct IdleWorker {
 
 class Pool {
 public:
-    // Never destroyed: idle threads wait in here while the process ends.
+    // Never destroyed: tasks may run on while the process ends. Where none does, the process ends alone.
     static Pool& Instance() {
         static Pool& pool = *new Pool;
+        struct End {
+            ~End() { pool.EndIdleThreads(); }
+        };
+        static const End end;
         return pool;
     }
 
@@ -106,15 +110,16 @@ public:
         return m_changed.wait_for(guard, time, [this] { return m_running == 0; });
     }
 
-    bool EndThreads(std::chrono::milliseconds time) {
+    void EndIdleThreads() {
         std::unique_lock guard(m_mutex);
-        const bool alone = m_changed.wait_for(guard, time, [this] {
-            if (m_running == 0)
-                DismissIdle();
-            return m_threads == 0;
+        m_changed.wait_for(guard, kIdleTime, [this] {
+            for (; m_idle != nullptr; m_idle = m_idle->below) {
+                m_idle->dismissed = true;
+                m_idle->wake.notify_one();
+            }
+            return m_threads == m_running;
         });
         JoinFormer(std::exchange(m_former, std::nullopt), guard);
-        return alone;
     }
 
 private:
@@ -230,21 +235,13 @@ private:
     }
 
     // Under m_mutex.
-    void DismissIdle() noexcept {
-        for (; m_idle != nullptr; m_idle = m_idle->below) {
-            m_idle->dismissed = true;
-            m_idle->wake.notify_one();
-        }
-    }
-
-    // Under m_mutex.
     void CountEnd() noexcept {
         if (--m_running == 0)
             m_changed.notify_all();
     }
 
     std::mutex m_mutex;
-    std::condition_variable m_changed; // a count below has become 0
+    std::condition_variable m_changed; // no task runs any more, or a thread ends
     // All of these under m_mutex.
     std::uint32_t m_running = 0;       // tasks, from the call that queues on
     std::uint32_t m_threads = 0;       // from before they begin until they have nothing left to do but end
@@ -298,10 +295,6 @@ std::uint32_t RunningWorkItems() noexcept {
 
 bool WaitForWorkItems(std::uint32_t milliseconds) noexcept {
     return Pool::Instance().WaitUntilNoneRuns(std::chrono::milliseconds(milliseconds));
-}
-
-bool EndWorkItemThreads(std::uint32_t milliseconds) noexcept {
-    return Pool::Instance().EndThreads(std::chrono::milliseconds(milliseconds));
 }
 
 void Sleep(std::uint32_t milliseconds) noexcept {

@@ -26,11 +26,8 @@ MORROW_PLATFORM_API bool StartThread(WorkItem function, void* context, std::size
 
 // Work items and started threads that are running now, from the call that queues them on.
 MORROW_PLATFORM_API std::uint32_t RunningWorkItems() noexcept;
-// Waits until none is running or the time is over; true if none is.
+// Waits until none is running or the time is over; true if none is. For the end of a process and of tests.
 MORROW_PLATFORM_API bool WaitForWorkItems(std::uint32_t milliseconds) noexcept;
-// The same, and ends the idle threads: true if none of the pool's threads is left, so that what comes after
-// it at the end of a process is alone there. Not from a work item.
-MORROW_PLATFORM_API bool EndWorkItemThreads(std::uint32_t milliseconds) noexcept;
 
 // What a thread works for: a connection, say, whose name belongs into the thread's log lines.
 //

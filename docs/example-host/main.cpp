@@ -183,7 +183,7 @@ int main(int count, char** values) {
         (void)source->Unsubscribe(subscriber.Get());
         web->m_handler = nullptr;
     } // the last references: the component closes the phones' sockets
-    platform::EndWorkItemThreads(1000);
+    platform::WaitForWorkItems(1000);
     (void)platform::RevokeClassFactory(kWebHandlerHostClass);
     return platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0)) == 1 &&
                    platform::LoadedModules() == 0

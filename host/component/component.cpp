@@ -136,7 +136,7 @@ Component::~Component() {
     m_handlerHost->Forget();
     m_source = nullptr;
     m_server = nullptr; // the last reference: the object closes the phones' sockets
-    platform::EndWorkItemThreads(kLoopsEndWithin);
+    platform::WaitForWorkItems(kLoopsEndWithin);
 }
 
 } // namespace host
