@@ -222,9 +222,20 @@ private:
     }
 };
 
-// The last layer of a reference-counted class: Base names its interfaces in `Query(interfaceId, object)`,
-// which it answers with QueryTable. The object is made with a count of 0 and deletes itself when its last
-// reference goes.
+// Base of a class that answers for these interfaces.
+template <class... Interfaces>
+class Implements : public Interfaces... {
+protected:
+    Implements() = default;
+    ~Implements() = default;
+    HRESULT Query(const GUID& interfaceId, void** object) {
+        return QueryTable<Interfaces...>(this, interfaceId, object);
+    }
+};
+
+// The last layer of a reference-counted class: Base has its interfaces from Implements, or gives those that
+// it has by a `Query(interfaceId, object)` of its own, with QueryTable. The object is made with a count of 0
+// and deletes itself when its last reference goes.
 template <class Base>
 class ComObject final : public Base {
 public:

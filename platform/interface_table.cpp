@@ -7,7 +7,7 @@ namespace platform {
 
 namespace {
 
-class InterfaceTable : public IGlobalInterfaceTable {
+class InterfaceTable : public Implements<IGlobalInterfaceTable> {
 public:
     HRESULT RegisterInterfaceInGlobal(IUnknown* object, const GUID& interfaceId,
                                       std::uint32_t* cookie) override {
@@ -50,9 +50,6 @@ public:
 
 protected:
     ~InterfaceTable() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return QueryTable<IGlobalInterfaceTable>(this, interfaceId, object);
-    }
 
 private:
     std::mutex m_mutex;

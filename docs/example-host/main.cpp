@@ -40,7 +40,7 @@ void Require(HRESULT hr, const char* what) {
 
 // [web] The component registers here as the handler of the path word "mobile", and is its own factory's only
 // object.
-class WebHandlerHost : public IWebHandlerHost, public IClassFactory {
+class WebHandlerHost : public platform::Implements<IWebHandlerHost, IClassFactory> {
 public:
     HRESULT RegisterHandler(const char16_t*, IWebHandler* handler) override {
         m_handler = ComPtr<IWebHandler>(handler);
@@ -57,14 +57,11 @@ public:
 
 protected:
     ~WebHandlerHost() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IWebHandlerHost, IClassFactory>(this, interfaceId, object);
-    }
 };
 
 // [sink] One camera's pictures, on the thread that receives them: the phone is not read meanwhile, so be
 // short.
-class PictureFile : public ICamSink {
+class PictureFile : public platform::Implements<ICamSink> {
 public:
     explicit PictureFile(std::string path) : m_path(std::move(path)) {}
     HRESULT OnVideoFrame(IVideoFrame* frame) override {
@@ -89,16 +86,13 @@ public:
 
 protected:
     ~PictureFile() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<ICamSink>(this, interfaceId, object);
-    }
 
 private:
     const std::string m_path;
 };
 
 // [subscriber] Hears of cameras, with the component's lock held, and connects a sink to each.
-class Subscriber : public IVideoSourceSink {
+class Subscriber : public platform::Implements<IVideoSourceSink> {
 public:
     Subscriber(ComPtr<IVideoSource> source, std::string folder)
         : m_source(std::move(source)), m_folder(std::move(folder)) {}
@@ -118,9 +112,6 @@ public:
 
 protected:
     ~Subscriber() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoSourceSink>(this, interfaceId, object);
-    }
 
 private:
     const ComPtr<IVideoSource> m_source;

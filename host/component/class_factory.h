@@ -9,7 +9,7 @@
 namespace host {
 
 // A class factory that asks a function for the object; the function's arguments are those of QueryInterface.
-class ClassFactory : public IClassFactory {
+class ClassFactory : public platform::Implements<IClassFactory> {
 public:
     using Create = std::function<HRESULT(const GUID& interfaceId, void** object)>;
     explicit ClassFactory(Create create) : m_create(std::move(create)) {}
@@ -19,9 +19,6 @@ public:
 
 protected:
     ~ClassFactory() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
-    }
 
 private:
     const Create m_create;

@@ -20,7 +20,7 @@ struct RequestIdentity {
     std::string token; // the credentials block, opaque to the component
 };
 
-class WebHandlerHost : public IWebHandlerHost {
+class WebHandlerHost : public platform::Implements<IWebHandlerHost> {
 public:
     // Gets a request's whole head; gives nothing for one without valid credentials. Any thread. Called until
     // Forget only, but for calls that have begun.
@@ -39,9 +39,6 @@ public:
 
 protected:
     ~WebHandlerHost() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IWebHandlerHost>(this, interfaceId, object);
-    }
 
 private:
     mutable std::mutex m_mutex;

@@ -24,7 +24,7 @@ struct ContentAccess {
     std::function<bool(std::string_view token)> knows;
 };
 
-class ContentServer : public IWebServer {
+class ContentServer : public platform::Implements<IWebServer> {
 public:
     // At most so many content objects at a time: each is a thread of the component.
     static constexpr std::uint32_t kMostViewers = 1000;
@@ -44,9 +44,6 @@ public:
 
 protected:
     ~ContentServer() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IWebServer>(this, interfaceId, object);
-    }
 
 private:
     mutable std::shared_mutex m_mutex; // held over each call of m_access.knows, which goes with Forget
@@ -57,7 +54,7 @@ private:
 using ContentServerPtr = platform::ComPtr<platform::ComObject<ContentServer>>;
 
 // One viewer's way to a source. One thread at a time.
-class SourceContent : public IConfiguration {
+class SourceContent : public platform::Implements<IConfiguration> {
 public:
     SourceContent(ContentServerPtr server, SourcePtr source,
                   std::shared_ptr<std::atomic<std::uint32_t>> viewers)
@@ -70,9 +67,6 @@ public:
 
 protected:
     ~SourceContent() { --*m_viewers; }
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IConfiguration>(this, interfaceId, object);
-    }
 
 private:
     const ContentServerPtr m_server;

@@ -46,7 +46,7 @@ struct CameraMeters {
 
 // The sink of one camera. Its operation runs on the thread that receives the phone's frames, under the
 // camera's lock: it takes the picture, signals and returns; nothing is encoded there.
-class CameraFeed : public ICamSink {
+class CameraFeed : public platform::Implements<ICamSink> {
 public:
     CameraFeed(std::uint32_t id, std::string name) : m_id(id), m_name(std::move(name)) {}
 
@@ -74,9 +74,6 @@ public:
 
 protected:
     ~CameraFeed() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<ICamSink>(this, interfaceId, object);
-    }
 
 private:
     void Take(FrameContent content, const PlaneLayout& layout);

@@ -25,7 +25,7 @@ namespace host {
 //
 // Locks: OnCamAdded and OnCamRemoved come with the component's server lock held and take m_mutex; nothing
 // calls the component with m_mutex held.
-class FeedTable : public IVideoSourceSink {
+class FeedTable : public platform::Implements<IVideoSourceSink> {
 public:
     HRESULT OnCamAdded(BSTR bstrName) override;
     HRESULT OnCamRemoved(BSTR bstrName) override;
@@ -66,9 +66,6 @@ public:
 
 protected:
     ~FeedTable() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoSourceSink>(this, interfaceId, object);
-    }
 
 private:
     struct Entry {

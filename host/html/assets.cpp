@@ -69,7 +69,8 @@ std::string_view AssetOf(std::string_view name) noexcept {
 Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual) {
     const std::string_view language = LanguageOf(request.Field("Accept-Language"), usual);
     std::string page(AssetOf(name));
-    for (const auto& [place, text] : {std::pair{"{lang}"sv, language},
+    for (const auto& [place, text] : {std::pair{"{head}"sv, AssetOf("shared/head.html")},
+                                      {"{lang}"sv, language},
                                       {"{needsScript}"sv, TextOf(language, Word::NeedsScript)},
                                       {"{smallPages}"sv, TextOf(language, Word::SmallPages)}}) {
         if (const auto at = page.find(place); at != std::string::npos)

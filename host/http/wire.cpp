@@ -33,6 +33,14 @@ ssize_t Peek(int fd, char* buffer, std::size_t size) {
     }
 }
 
+// Complete when something can be read, or the peer has gone.
+HeadResult AwaitBytes(int fd, const Wakeup& stop, Clock::time_point deadline) {
+    const Waited waited = WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline);
+    if (waited == Waited::Stopped)
+        return HeadResult::Stopped;
+    return waited == Waited::Timeout ? HeadResult::Timeout : HeadResult::Complete;
+}
+
 // Peeks again whenever something more has come, until `enough(bytes)`. The low-water mark stands one above
 // what was seen, so that the bytes that lie there already do not make the wait return at once.
 template <class Enough>
@@ -59,16 +67,9 @@ HeadResult PeekUntil(int fd, char* buffer, std::size_t size, const Wakeup& stop,
             seen = got;
             SetReceiveLowWater(fd, static_cast<int>(got) + 1);
         }
-        switch (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline)) {
-        case Waited::Stopped:
-            return HeadResult::Stopped;
-        case Waited::Timeout:
-            return HeadResult::Timeout;
-        case Waited::Ready:
-        case Waited::Woken:
-            waited = true;
-            break;
-        }
+        if (const HeadResult ended = AwaitBytes(fd, stop, deadline); ended != HeadResult::Complete)
+            return ended;
+        waited = true;
     }
 }
 
@@ -137,15 +138,8 @@ HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& 
         }
         if (got == 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK))
             return HeadResult::Closed;
-        switch (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline)) {
-        case Waited::Stopped:
-            return HeadResult::Stopped;
-        case Waited::Timeout:
-            return HeadResult::Timeout;
-        case Waited::Ready:
-        case Waited::Woken:
-            break;
-        }
+        if (const HeadResult ended = AwaitBytes(fd, stop, deadline); ended != HeadResult::Complete)
+            return ended;
     }
     return HeadResult::Complete;
 }
@@ -180,15 +174,12 @@ SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chro
             continue;
         if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
             return SendResult::Broken;
-        switch (WaitFor({.socket = fd, .socketEvents = POLLOUT, .stop = &stop}, Clock::now() + stall)) {
-        case Waited::Stopped:
+        const Waited waited =
+            WaitFor({.socket = fd, .socketEvents = POLLOUT, .stop = &stop}, Clock::now() + stall);
+        if (waited == Waited::Stopped)
             return SendResult::Stopped;
-        case Waited::Timeout:
+        if (waited == Waited::Timeout)
             return SendResult::Stalled;
-        case Waited::Ready:
-        case Waited::Woken:
-            break;
-        }
     }
     return SendResult::Sent;
 }

@@ -10,7 +10,7 @@
 
 namespace host {
 
-class MobileFramePacker : public IMobileFramePacker {
+class MobileFramePacker : public platform::Implements<IMobileFramePacker> {
 public:
     // The counters outlive the object; they are shared, since nothing else tells when the last viewer's
     // thread has ended.
@@ -27,9 +27,6 @@ public:
 
 protected:
     ~MobileFramePacker() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IMobileFramePacker>(this, interfaceId, object);
-    }
 
 private:
     const std::shared_ptr<PackerCounters> m_counters;

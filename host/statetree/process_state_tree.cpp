@@ -49,7 +49,7 @@ struct StateNodes {
 
 namespace {
 
-class ProcessStateNode : public IProcessStateNode {
+class ProcessStateNode : public platform::Implements<IProcessStateNode> {
 public:
     ProcessStateNode(std::shared_ptr<StateNodes> nodes, std::shared_ptr<StatePlace> place)
         : m_nodes(std::move(nodes)), m_place(std::move(place)) {}
@@ -114,9 +114,6 @@ public:
 
 protected:
     ~ProcessStateNode() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IProcessStateNode>(this, interfaceId, object);
-    }
 
 private:
     // With the lock held.

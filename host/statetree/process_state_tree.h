@@ -15,7 +15,7 @@ namespace host {
 struct StateNodes; // all nodes and their lock
 
 // A door to a tree.
-class ProcessStateTree : public IProcessStateTree {
+class ProcessStateTree : public platform::Implements<IProcessStateTree> {
 public:
     explicit ProcessStateTree(std::shared_ptr<StateNodes> nodes) : m_nodes(std::move(nodes)) {}
 
@@ -23,9 +23,6 @@ public:
 
 protected:
     ~ProcessStateTree() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IProcessStateTree>(this, interfaceId, object);
-    }
 
 private:
     const std::shared_ptr<StateNodes> m_nodes;

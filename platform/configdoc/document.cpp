@@ -24,7 +24,7 @@ std::optional<std::string> FromUtf16(std::string_view bytes, bool isBigEndian) {
     return XmlTextOf(text);
 }
 
-class ConfigDocument : public IConfigDocument {
+class ConfigDocument : public Implements<IConfigDocument> {
 public:
     HRESULT Load(const char16_t* path, std::int32_t) override {
         if (path == nullptr)
@@ -75,9 +75,6 @@ public:
 protected:
     ConfigDocument() = default;
     ~ConfigDocument() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return QueryTable<IConfigDocument>(this, interfaceId, object);
-    }
 
 private:
     // The root may have moved into another document.
@@ -103,7 +100,7 @@ private:
     std::shared_ptr<Tree> m_tree;
 };
 
-class ConfigDocumentFactory : public IClassFactory {
+class ConfigDocumentFactory : public Implements<IClassFactory> {
 public:
     HRESULT CreateInstance(IUnknown* outer, const GUID& interfaceId, void** object) override {
         if (object == nullptr)
@@ -125,9 +122,6 @@ public:
 protected:
     ConfigDocumentFactory() = default;
     ~ConfigDocumentFactory() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return QueryTable<IClassFactory>(this, interfaceId, object);
-    }
 };
 
 // The class is there from the start, as those of a machine are.

@@ -9,7 +9,7 @@
 
 // Owns its frame block, so it may outlive the camera that made it. Nothing changes after Init: any thread may
 // read it.
-class CVideoFrame : public IVideoFrame {
+class CVideoFrame : public platform::Implements<IVideoFrame> {
 public:
     static platform::ComPtr<CVideoFrame> Create();
 
@@ -25,10 +25,6 @@ public:
 protected:
     CVideoFrame() = default;
     ~CVideoFrame() = default;
-
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IVideoFrame>(this, interfaceId, object);
-    }
 
 private:
     FrameBlock m_pBuff;

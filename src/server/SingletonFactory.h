@@ -84,7 +84,7 @@ private:
 
 // Class must have HRESULT FinalConstruct() and Query(interfaceId, object).
 template <class Class>
-class CComObjectSingletonFactory : public IClassFactory {
+class CComObjectSingletonFactory : public platform::Implements<IClassFactory> {
 public:
     // With one reference; null when memory is short.
     static platform::ComPtr<IClassFactory> Create() {
@@ -118,10 +118,6 @@ public:
 protected:
     CComObjectSingletonFactory() = default;
     ~CComObjectSingletonFactory() = default;
-
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<IClassFactory>(this, interfaceId, object);
-    }
 
 private:
     using Object = CComObjectSink<Class, CComObjectSingletonFactory>;

@@ -1,4 +1,4 @@
-// What fake objects have in common: the table of their interfaces, and factories that make them.
+// What fake objects have in common: their interfaces, and factories that make them.
 #pragma once
 
 #include <functional>
@@ -9,14 +9,7 @@
 namespace support {
 
 template <class... Interfaces>
-class Fake : public Interfaces... {
-protected:
-    Fake() = default;
-    ~Fake() = default;
-    HRESULT Query(const GUID& interfaceId, void** object) {
-        return platform::QueryTable<Interfaces...>(this, interfaceId, object);
-    }
-};
+using Fake = platform::Implements<Interfaces...>;
 
 class FakeFactory : public Fake<IClassFactory> {
 public:

@@ -7,9 +7,6 @@
 
 class CJPEGColorComponent {
 public:
-    CJPEGColorComponent() = default;
-    CJPEGColorComponent(const CJPEGColorComponent&) = delete;
-    CJPEGColorComponent& operator=(const CJPEGColorComponent&) = delete;
     virtual ~CJPEGColorComponent() = default;
 
     std::int32_t m_nId = 0;        // the frame header's identifier

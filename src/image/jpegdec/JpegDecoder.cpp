@@ -65,10 +65,12 @@ JpegStatus CJPEGDecoder::ParseStream(Mode eMode) {
 JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     if (IsRestartMarker(m_nMarker))
         return ProcessRestart();
-    switch (const JpegFrameType eFrame = FrameTypeOf(m_nMarker)) {
+    switch (FrameTypeOf(m_nMarker)) {
     case JpegFrameType::Sequential:
     case JpegFrameType::Progressive:
-        return ReadFrameHeader(eFrame == JpegFrameType::Progressive);
+        if (m_nJpegComponents != 0) // every buffer is sized by the first
+            return JPEG_BAD_FRAME_SEGMENT;
+        return ReadSegment(&CJPEGDecoder::ReadFrameHeader);
     case JpegFrameType::Unsupported:
         return JPEG_NOT_SUPPORTED;
     case JpegFrameType::None:
@@ -76,7 +78,7 @@ JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     }
     switch (m_nMarker) {
     case M_DHT:
-        return ReadHuffmanTables();
+        return ReadSegment(&CJPEGDecoder::ReadHuffmanTables);
     case M_SOI:
         m_nMarker = M_NONE;
         return JPEG_OK;
@@ -89,25 +91,25 @@ JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     case M_DQT:
         if (const JpegStatus eStatus = PaintWhenComplete(); eStatus != JPEG_OK)
             return eStatus;
-        return ReadQuantTables();
+        return ReadSegment(&CJPEGDecoder::ReadQuantTables);
     case M_DRI:
-        return ReadRestartInterval();
+        return ReadSegment(&CJPEGDecoder::ReadRestartInterval);
     case M_APP0:
     case M_APP14:
-        return ReadApplicationSegment();
+        return ReadSegment(&CJPEGDecoder::ReadApplicationSegment);
     case M_COM:
-        return ReadComment();
+        return ReadSegment(&CJPEGDecoder::ReadComment);
     case M_FILL:
         --m_nSrcPos;
         m_nMarker = M_NONE;
         return JPEG_OK;
     default:
-        return SkipSegment();
+        return ReadSegment(&CJPEGDecoder::SkipSegment);
     }
 }
 
 JpegStatus CJPEGDecoder::HandleScan(Mode eMode, bool& bStop) {
-    if (const JpegStatus eStatus = ReadScanHeader(); eStatus != JPEG_OK)
+    if (const JpegStatus eStatus = ReadSegment(&CJPEGDecoder::ReadScanHeader); eStatus != JPEG_OK)
         return eStatus;
     if (eMode == Mode::Header) {
         // Back to the marker, so that ReadData finds this start of scan again.

@@ -109,19 +109,19 @@ private:
     // JpegSegments.cpp: bytes, markers and the segments that fill tables and fields.
     JpegReader Reader() { return {m_pSrc, m_nSrcSize, m_nSrcPos}; }
     JpegStatus NextMarker();
-    JpegStatus ReadSegmentLength(std::int32_t& nContent);
-    JpegStatus ReadRestartInterval();
-    JpegStatus ReadQuantTables();
-    JpegStatus ReadHuffmanTables();
-    JpegStatus ReadApplicationSegment();
-    JpegStatus ReadComment();
-    JpegStatus SkipSegment();
+    JpegStatus ReadSegment(JpegStatus (CJPEGDecoder::*pRead)(std::int32_t nContent));
+    JpegStatus ReadRestartInterval(std::int32_t nContent);
+    JpegStatus ReadQuantTables(std::int32_t nContent);
+    JpegStatus ReadHuffmanTables(std::int32_t nContent);
+    JpegStatus ReadApplicationSegment(std::int32_t nContent);
+    JpegStatus ReadComment(std::int32_t nContent);
+    JpegStatus SkipSegment(std::int32_t nContent);
 
     // JpegFrame.cpp: frame and scan headers and what follows from them.
-    JpegStatus ReadFrameHeader(bool bProgressive);
+    JpegStatus ReadFrameHeader(std::int32_t nContent);
     JpegStatus ReadFrameComponents();
     void ClassifySampling();
-    JpegStatus ReadScanHeader();
+    JpegStatus ReadScanHeader(std::int32_t nContent);
     JpegStatus ReadScanComponents(std::int32_t nCount);
     void DecideColor();
 

@@ -3,15 +3,9 @@
 #include "image/format/JpegMarkers.h"
 #include "image/jpegdec/JpegDecoder.h"
 
-// Refused besides what cannot be read: a second frame header, since every buffer is sized by the first; a
-// width or height of 0 (a height to be told later by DNL included, T.81 B.2.5) and a picture above the
-// limits.
-JpegStatus CJPEGDecoder::ReadFrameHeader(bool bProgressive) {
-    if (m_nJpegComponents != 0)
-        return JPEG_BAD_FRAME_SEGMENT;
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+// Refused besides what cannot be read: a width or height of 0 (a height to be told later by DNL included,
+// T.81 B.2.5) and a picture above the limits.
+JpegStatus CJPEGDecoder::ReadFrameHeader(std::int32_t nContent) {
     if (Reader().Byte() != 8)
         return JPEG_NOT_SUPPORTED;
     const std::int32_t nHeight = Reader().Word();
@@ -28,11 +22,10 @@ JpegStatus CJPEGDecoder::ReadFrameHeader(bool bProgressive) {
     m_nJpegWidth = nWidth;
     m_nJpegHeight = nHeight;
     m_nJpegComponents = nComponents;
-    m_bProgressive = bProgressive;
+    m_bProgressive = FrameTypeOf(m_nMarker) == JpegFrameType::Progressive;
     if (const JpegStatus eStatus = ReadFrameComponents(); eStatus != JPEG_OK)
         return eStatus;
     ClassifySampling();
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }
 
@@ -75,10 +68,7 @@ void CJPEGDecoder::ClassifySampling() {
 }
 
 // A scan header must lie in the source as a whole: ReadHeader steps back over it.
-JpegStatus CJPEGDecoder::ReadScanHeader() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadScanHeader(std::int32_t nContent) {
     m_nSosLength = nContent + 2;
     const std::int32_t nBytesLeft = Reader().BytesLeft();
     const std::int32_t nCount = Reader().Byte();
@@ -100,7 +90,6 @@ JpegStatus CJPEGDecoder::ReadScanHeader() {
     m_nAl = band.nAl;
     DecideColor();
     m_nRestartsToGo = m_nRestartInterval;
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }
 

@@ -39,15 +39,6 @@ CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
 // the same samples. They are then only written out, so that a huge picture with no data costs no more than a
 // copy.
 JpegStatus CJPEGDecoder::DecodeSequentialScan() {
-    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
-        return JPEG_INTERNAL_ERROR;
-    m_nMarker = M_NONE;
-    m_window.nSrcPos = -1;
-    // Predictors start at 0 in every scan (T.81 F.2.1.3.1); this counts where a second one repaints the
-    // picture.
-    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
-        m_apComponents[i]->m_nLastDc = 0;
-
     bool bStuck = false;
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
         if (!bStuck) {

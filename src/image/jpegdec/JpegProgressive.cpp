@@ -108,12 +108,6 @@ std::int16_t* CJPEGDecoder::McuRowCoefficients(std::int32_t nMcuRow) const {
 
 // Unlike damage to a sequential scan, damage here is fatal: it would spread over the whole picture.
 JpegStatus CJPEGDecoder::DecodeProgressiveScan() {
-    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
-        return JPEG_INTERNAL_ERROR;
-    m_nMarker = M_NONE;
-    m_window.nSrcPos = -1;
-    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
-        m_apComponents[i]->m_nLastDc = 0;
     if (!m_bStoreCleared && !ClearsStore())
         ClearStore();
     const JpegStatus eStatus = IsRasterScan() ? DecodeRasterScan() : DecodeInterleavedScan();

@@ -24,7 +24,17 @@ JpegStatus CJPEGDecoder::PrepareScan() {
         return eStatus;
     if (const JpegStatus eStatus = ChooseConversion(m_eConversion); eStatus != JPEG_OK)
         return eStatus;
-    return AllocateWorkMemory();
+    if (const JpegStatus eStatus = AllocateWorkMemory(); eStatus != JPEG_OK)
+        return eStatus;
+    if (ippiDecodeHuffmanStateInit_JPEG_8u(m_pHuffmanState.get()) != ippStsNoErr)
+        return JPEG_INTERNAL_ERROR;
+    m_nMarker = M_NONE;
+    m_window.nSrcPos = -1;
+    // Predictors start at 0 in every scan (T.81 F.2.1.3.1); this counts where a second one repaints the
+    // picture.
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_apComponents[i]->m_nLastDc = 0;
+    return JPEG_OK;
 }
 
 // A table that a selector names may never have been sent, or be one that the kernels refused.

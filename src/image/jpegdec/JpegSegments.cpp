@@ -15,41 +15,35 @@ JpegStatus CJPEGDecoder::NextMarker() {
     return m_nMarker != M_NONE ? JPEG_OK : JPEG_BUFFER_EXHAUSTED;
 }
 
-// The length field counts itself; nContent does not. A length below 2 matches no content.
-JpegStatus CJPEGDecoder::ReadSegmentLength(std::int32_t& nContent) {
+// The length field counts itself, the content that pRead gets does not. A length below 2 matches no content.
+JpegStatus CJPEGDecoder::ReadSegment(JpegStatus (CJPEGDecoder::*pRead)(std::int32_t nContent)) {
     if (Reader().BytesLeft() < 3)
         return JPEG_BUFFER_EXHAUSTED;
-    nContent = Reader().Word() - 2;
-    return nContent < 0 ? JPEG_BAD_SEGMENT_LENGTH : JPEG_OK;
+    const std::int32_t nContent = Reader().Word() - 2;
+    if (nContent < 0)
+        return JPEG_BAD_SEGMENT_LENGTH;
+    const JpegStatus eStatus = (this->*pRead)(nContent);
+    if (eStatus == JPEG_OK)
+        m_nMarker = M_NONE;
+    return eStatus;
 }
 
-JpegStatus CJPEGDecoder::SkipSegment() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::SkipSegment(std::int32_t nContent) {
     Reader().Skip(nContent);
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }
 
 // T.81 B.2.4.4.
-JpegStatus CJPEGDecoder::ReadRestartInterval() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadRestartInterval(std::int32_t nContent) {
     if (nContent != 2)
         return JPEG_BAD_SEGMENT_LENGTH;
     m_nRestartInterval = Reader().Word();
     m_nRestartsToGo = m_nRestartInterval;
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }
 
 // T.81 B.2.4.1. Of an entry of 16 bits only the low eight are kept: 8-bit samples have no use for more.
-JpegStatus CJPEGDecoder::ReadQuantTables() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadQuantTables(std::int32_t nContent) {
     while (nContent >= 1) {
         const std::int32_t nPqTq = Reader().Byte();
         const std::int32_t nId = nPqTq & 15;
@@ -65,17 +59,11 @@ JpegStatus CJPEGDecoder::ReadQuantTables() {
         m_apQuant[nId] = std::move(pTable);
         nContent -= 1 + (bWide ? 128 : 64);
     }
-    if (nContent != 0)
-        return JPEG_BAD_SEGMENT_LENGTH;
-    m_nMarker = M_NONE;
-    return JPEG_OK;
+    return nContent == 0 ? JPEG_OK : JPEG_BAD_SEGMENT_LENGTH;
 }
 
 // T.81 B.2.4.2. An identifier above 3 has no slot and is refused; a high nibble other than 0 means AC.
-JpegStatus CJPEGDecoder::ReadHuffmanTables() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadHuffmanTables(std::int32_t nContent) {
     while (nContent >= 17) {
         auto pTable = std::make_unique<CJPEGDecoderHuffmanTable>();
         const std::int32_t nTcTh = Reader().Byte();
@@ -94,31 +82,21 @@ JpegStatus CJPEGDecoder::ReadHuffmanTables() {
         auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
         apTables[pTable->m_nId] = std::move(pTable);
     }
-    if (nContent != 0)
-        return JPEG_BAD_SEGMENT_LENGTH;
-    m_nMarker = M_NONE;
-    return JPEG_OK;
+    return nContent == 0 ? JPEG_OK : JPEG_BAD_SEGMENT_LENGTH;
 }
 
 // APP0 and APP14.
-JpegStatus CJPEGDecoder::ReadApplicationSegment() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadApplicationSegment(std::int32_t nContent) {
     const std::int32_t nBehind = m_nSrcPos + std::min(nContent, Reader().BytesLeft());
     if (m_nMarker == M_APP0)
         ReadJfif(Reader(), nContent);
     else
         ReadAdobe(Reader(), nContent);
     m_nSrcPos = nBehind;
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }
 
-JpegStatus CJPEGDecoder::ReadComment() {
-    std::int32_t nContent = 0;
-    if (const JpegStatus eStatus = ReadSegmentLength(nContent); eStatus != JPEG_OK)
-        return eStatus;
+JpegStatus CJPEGDecoder::ReadComment(std::int32_t nContent) {
     // What the source has of it: a comment that is cut off must not make the copy read on.
     const std::int32_t nSize = std::min(nContent, Reader().BytesLeft());
     m_pComment = std::make_unique<char[]>(static_cast<std::size_t>(nSize) + 1);
@@ -126,6 +104,5 @@ JpegStatus CJPEGDecoder::ReadComment() {
     m_nCommentSize = nSize;
     m_bCommentFound = true;
     Reader().Skip(nSize);
-    m_nMarker = M_NONE;
     return JPEG_OK;
 }

@@ -9,9 +9,6 @@
 
 class CJPEGDecoderQuantTable {
 public:
-    CJPEGDecoderQuantTable() = default;
-    CJPEGDecoderQuantTable(const CJPEGDecoderQuantTable&) = delete;
-    CJPEGDecoderQuantTable& operator=(const CJPEGDecoderQuantTable&) = delete;
     virtual ~CJPEGDecoderQuantTable();
 
     // Fills the steps from m_aRaw; a status of the kernels.
@@ -25,9 +22,6 @@ public:
 
 class CJPEGDecoderHuffmanTable {
 public:
-    CJPEGDecoderHuffmanTable() = default;
-    CJPEGDecoderHuffmanTable(const CJPEGDecoderHuffmanTable&) = delete;
-    CJPEGDecoderHuffmanTable& operator=(const CJPEGDecoderHuffmanTable&) = delete;
     virtual ~CJPEGDecoderHuffmanTable();
 
     // True when m_pSpec can decode. Builds it from the counts and values on the first call, so that a table

@@ -8,9 +8,6 @@
 
 class CJPEGEncoderQuantTable {
 public:
-    CJPEGEncoderQuantTable() = default;
-    CJPEGEncoderQuantTable(const CJPEGEncoderQuantTable&) = delete;
-    CJPEGEncoderQuantTable& operator=(const CJPEGEncoderQuantTable&) = delete;
     virtual ~CJPEGEncoderQuantTable();
 
     // Table nId of T.81 Annex K (0: K.1, luma; 1: K.2, chroma) scaled for a quality; a status of the kernels.
@@ -24,9 +21,6 @@ public:
 
 class CJPEGEncoderHuffmanTable {
 public:
-    CJPEGEncoderHuffmanTable() = default;
-    CJPEGEncoderHuffmanTable(const CJPEGEncoderHuffmanTable&) = delete;
-    CJPEGEncoderHuffmanTable& operator=(const CJPEGEncoderHuffmanTable&) = delete;
     virtual ~CJPEGEncoderHuffmanTable();
 
     // A table of T.81 Annex K: class 0, identifiers 0 and 1 are K.3 and K.4; class 1, K.5 and K.6.

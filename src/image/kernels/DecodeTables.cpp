@@ -100,10 +100,7 @@ IppStatus ippiDecodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std
 }
 
 IppStatus ippiDecodeHuffmanSpecFree_JPEG_8u(ippiDecodeHuffmanSpec* pSpec) {
-    if (!pSpec)
-        return ippStsNullPtrErr;
-    ippFree(pSpec);
-    return ippStsNoErr;
+    return ippRelease(pSpec);
 }
 
 namespace {
@@ -203,8 +200,5 @@ IppStatus ippiDecodeHuffmanStateInit_JPEG_8u(ippiDecodeHuffmanState* pState) {
 }
 
 IppStatus ippiDecodeHuffmanStateFree_JPEG_8u(ippiDecodeHuffmanState* pState) {
-    if (!pState)
-        return ippStsNullPtrErr;
-    ippFree(pState);
-    return ippStsNoErr;
+    return ippRelease(pState);
 }

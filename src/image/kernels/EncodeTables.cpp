@@ -89,10 +89,7 @@ IppStatus ippiEncodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std
 }
 
 IppStatus ippiEncodeHuffmanSpecFree_JPEG_8u(ippiEncodeHuffmanSpec* pSpec) {
-    if (!pSpec)
-        return ippStsNullPtrErr;
-    ippFree(pSpec);
-    return ippStsNoErr;
+    return ippRelease(pSpec);
 }
 
 namespace {
@@ -201,8 +198,5 @@ IppStatus ippiEncodeHuffmanStateInit_JPEG_8u(ippiEncodeHuffmanState* pState) {
 }
 
 IppStatus ippiEncodeHuffmanStateFree_JPEG_8u(ippiEncodeHuffmanState* pState) {
-    if (!pState)
-        return ippStsNullPtrErr;
-    ippFree(pState);
-    return ippStsNoErr;
+    return ippRelease(pState);
 }

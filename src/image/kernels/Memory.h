@@ -19,6 +19,12 @@ inline constexpr std::size_t ippAlignment = 32;
 // Frees a block of ippMalloc; does nothing for null.
 void ippFree(void* pBlock) noexcept;
 
+// What the functions do that free an object of the kernels: ippStsNullPtrErr for null.
+inline IppStatus ippRelease(void* pBlock) noexcept {
+    ippFree(pBlock);
+    return pBlock ? ippStsNoErr : ippStsNullPtrErr;
+}
+
 // The first multiple of nAlignment, a power of two, at or behind p.
 [[nodiscard]] void* ippAlignPtr(void* p, std::size_t nAlignment) noexcept;
 

@@ -1,29 +1,7 @@
 // The variant for processors with SSE2.
 
-#include "image/kernels/targets/Common.h"
-
-#if defined(__x86_64__)
-
-#include <immintrin.h>
-
 #define KERNEL_TARGET kernels_sse2
 #define KERNEL_SET "SSE2"
+#define KERNEL_OPTIONS "sse2"
 
-#ifdef __clang__
-#pragma clang attribute push(__attribute__((target("sse2"))), apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("sse2")
-#endif
-
-#include "image/kernels/targets/SseVector.inl"
-
-#include "image/kernels/targets/Bodies.inl"
-
-#ifdef __clang__
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
-
-#endif
+#include "image/kernels/targets/Variant.inl"

@@ -1,30 +1,8 @@
 // The variant for processors with SSSE3.
 
-#include "image/kernels/targets/Common.h"
-
-#if defined(__x86_64__)
-
-#include <immintrin.h>
-
 #define KERNEL_TARGET kernels_ssse3
 #define KERNEL_SET "SSSE3"
+#define KERNEL_OPTIONS "ssse3"
 #define KERNEL_SSSE3 1
 
-#ifdef __clang__
-#pragma clang attribute push(__attribute__((target("ssse3"))), apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("ssse3")
-#endif
-
-#include "image/kernels/targets/SseVector.inl"
-
-#include "image/kernels/targets/Bodies.inl"
-
-#ifdef __clang__
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
-
-#endif
+#include "image/kernels/targets/Variant.inl"
