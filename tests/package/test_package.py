@@ -132,6 +132,18 @@ class Machine:
         return kept, {name: content(self.path("/etc/" + name)) for name in ("passwd", "group")}
 
 
+def next_version(folder):
+    """The same package under a higher version."""
+    tree = os.path.join(folder, "next")
+    run("dpkg-deb", "--raw-extract", PACKAGE, tree)
+    file = tree + "/DEBIAN/control"
+    text = content(file).decode()
+    with open(file, "w", encoding="utf-8") as new:
+        new.write(re.sub(r"^Version: .*$", lambda found: found[0] + "+next", text, flags=re.MULTILINE))
+    run("dpkg-deb", "--build", "--root-owner-group", "-Znone", tree, tree + ".deb")
+    return tree + ".deb"
+
+
 class PackageTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -139,17 +151,6 @@ class PackageTest(unittest.TestCase):
         self.folder = folder.name
         self.machine = Machine(self.folder)
         self.addCleanup(self.machine.stop)
-
-    def next_version(self):
-        """The same package under a higher version."""
-        tree = os.path.join(self.folder, "next")
-        run("dpkg-deb", "--raw-extract", PACKAGE, tree)
-        file = tree + "/DEBIAN/control"
-        text = content(file).decode()
-        with open(file, "w", encoding="utf-8") as new:
-            new.write(re.sub(r"^Version: .*$", lambda found: found[0] + "+next", text, flags=re.MULTILINE))
-        run("dpkg-deb", "--build", "--root-owner-group", "-Znone", tree, tree + ".deb")
-        return tree + ".deb"
 
     def upload_and_look(self):
         machine = self.machine
@@ -195,7 +196,7 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(machine.stop(), 0)
         kept = {name: content(name) for name in glob.glob(machine.path(DATA) + "/**", recursive=True) if os.path.isfile(name)}
 
-        machine.dpkg("--install", self.next_version())
+        machine.dpkg("--install", next_version(self.folder))
         self.assertIn("+next", machine.dpkg("--status", USER))
         self.assertEqual({name: content(name) for name in kept}, kept)
         self.assertIn(str(machine.port).encode(), content(settings), "the administrator's own lines stay")
@@ -211,7 +212,6 @@ class PackageTest(unittest.TestCase):
         after = machine.files()
         self.assertEqual(after[0] ^ before[0], set())
         self.assertEqual(after[1], before[1])
-
 
     def test_its_papers_are_in_order(self):
         tree = os.path.join(self.folder, "tree")
