@@ -57,6 +57,12 @@ int RunView(Arguments arguments, int stop);
 // Writes the archive whole or not at all.
 int RunInstall(Arguments arguments, int stop);
 
+// For a sub-command that is asked for its help.
+inline int PrintHelp(std::string_view help) {
+    std::cout << help;
+    return platform::kExitDone;
+}
+
 // "HOST:PORT" or "[IPv6]:PORT". Throws UsageError.
 ServerAddress ParseServer(std::string_view text);
 platform::TakeValue Server(ServerAddress& target);

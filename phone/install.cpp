@@ -152,10 +152,8 @@ std::optional<InstallCommand> ParseInstall(Arguments arguments) {
 
 int RunInstall(Arguments arguments, int stop) {
     const auto command = ParseInstall(arguments);
-    if (!command) {
-        std::cout << kHelp;
-        return platform::kExitDone;
-    }
+    if (!command)
+        return PrintHelp(kHelp);
     Connection connection = Connection::Open(command->server, stop);
     connection.Send(Ask(*command));
     const std::string archive = ArchiveOf(ReadAll(connection));

@@ -91,10 +91,8 @@ std::optional<UploadCommand> ParseUpload(Arguments arguments) {
 
 int RunUpload(Arguments arguments, int stop) {
     const auto command = ParseUpload(arguments);
-    if (!command) {
-        std::cout << kHelp;
-        return platform::kExitDone;
-    }
+    if (!command)
+        return PrintHelp(kHelp);
     const PictureSequence pictures = PictureSequence::Load(command->pictures, command->split);
     if (!pictures.Note().empty())
         std::cerr << "morrowstream-phone: note: " << pictures.Note() << std::endl;

@@ -137,10 +137,8 @@ std::optional<ViewCommand> ParseView(Arguments arguments) {
 
 int RunView(Arguments arguments, int stop) {
     const auto command = ParseView(arguments);
-    if (!command) {
-        std::cout << kHelp;
-        return platform::kExitDone;
-    }
+    if (!command)
+        return PrintHelp(kHelp);
     return Summarise(Run(*command, stop));
 }
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <iterator>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "platform/text.h"
@@ -169,50 +171,42 @@ unsigned CodePageOfLanguage(unsigned languageId) noexcept {
     default:
         break;
     }
-    switch (languageId & 0x3FF) {
-    case 0x05: // Czech
-    case 0x0E: // Hungarian
-    case 0x15: // Polish
-    case 0x18: // Romanian
-    case 0x1A: // Croatian, Serbian, Bosnian
-    case 0x1B: // Slovak
-    case 0x1C: // Albanian
-    case 0x24: // Slovenian
-        return 1250;
-    case 0x02: // Bulgarian
-    case 0x19: // Russian
-    case 0x22: // Ukrainian
-    case 0x23: // Belarusian
-    case 0x2F: // Macedonian
-    case 0x3F: // Kazakh
-        return 1251;
-    case 0x08: // Greek
-        return 1253;
-    case 0x1F: // Turkish
-    case 0x2C: // Azerbaijani, Latin
-        return 1254;
-    case 0x0D: // Hebrew
-        return 1255;
-    case 0x01: // Arabic
-    case 0x20: // Urdu
-    case 0x29: // Persian
-        return 1256;
-    case 0x25: // Estonian
-    case 0x26: // Latvian
-    case 0x27: // Lithuanian
-        return 1257;
-    case 0x2A: // Vietnamese
-        return 1258;
-    case 0x04: // Chinese, Japanese, Korean, Thai: their pages are not among ours
-    case 0x11:
-    case 0x12:
-    case 0x1E:
-    case 0x2B: // Armenian, Georgian: there is none
-    case 0x37:
-        return kCodePageUtf8;
-    default:
-        return 1252;
-    }
+    static constexpr std::pair<unsigned, unsigned> pages[] = {
+        {0x05, 1250}, // Czech
+        {0x0E, 1250}, // Hungarian
+        {0x15, 1250}, // Polish
+        {0x18, 1250}, // Romanian
+        {0x1A, 1250}, // Croatian, Serbian, Bosnian
+        {0x1B, 1250}, // Slovak
+        {0x1C, 1250}, // Albanian
+        {0x24, 1250}, // Slovenian
+        {0x02, 1251}, // Bulgarian
+        {0x19, 1251}, // Russian
+        {0x22, 1251}, // Ukrainian
+        {0x23, 1251}, // Belarusian
+        {0x2F, 1251}, // Macedonian
+        {0x3F, 1251}, // Kazakh
+        {0x08, 1253}, // Greek
+        {0x1F, 1254}, // Turkish
+        {0x2C, 1254}, // Azerbaijani, Latin
+        {0x0D, 1255}, // Hebrew
+        {0x01, 1256}, // Arabic
+        {0x20, 1256}, // Urdu
+        {0x29, 1256}, // Persian
+        {0x25, 1257}, // Estonian
+        {0x26, 1257}, // Latvian
+        {0x27, 1257}, // Lithuanian
+        {0x2A, 1258}, // Vietnamese
+        // Chinese, Japanese, Korean, Thai: their pages are not among ours. Armenian, Georgian: there is none.
+        {0x04, kCodePageUtf8},
+        {0x11, kCodePageUtf8},
+        {0x12, kCodePageUtf8},
+        {0x1E, kCodePageUtf8},
+        {0x2B, kCodePageUtf8},
+        {0x37, kCodePageUtf8},
+    };
+    const auto found = std::ranges::find(pages, languageId & 0x3FF, &std::pair<unsigned, unsigned>::first);
+    return found != std::end(pages) ? found->second : 1252;
 }
 
 std::u16string ToWide(std::string_view bytes, unsigned page) {

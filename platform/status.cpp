@@ -1,12 +1,83 @@
 #include "platform/status.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <span>
 
 namespace platform {
 
 namespace {
 
 thread_local std::uint32_t t_lastError = kErrorSuccess;
+
+// An errno, and what it is to the platform's callers.
+struct Meaning {
+    int value;
+    std::uint32_t error;
+};
+
+constexpr Meaning kOfFiles[] = {
+    {0, kErrorSuccess},
+    {ENOENT, kErrorFileNotFound},
+    {ENOTDIR, kErrorPathNotFound},
+    {ENAMETOOLONG, kErrorPathNotFound},
+    {ELOOP, kErrorPathNotFound},
+    {EMFILE, kErrorTooManyOpenFiles},
+    {ENFILE, kErrorTooManyOpenFiles},
+    {EACCES, kErrorAccessDenied},
+    {EPERM, kErrorAccessDenied},
+    {EROFS, kErrorAccessDenied},
+    {EISDIR, kErrorAccessDenied},
+    {ETXTBSY, kErrorAccessDenied},
+    {EBUSY, kErrorAccessDenied},
+    {EBADF, kErrorInvalidHandle},
+    {ENOMEM, kErrorNotEnoughMemory},
+    {EIO, kErrorReadFault},
+    {EEXIST, kErrorFileExists},
+    {ENOTEMPTY, kErrorFileExists},
+    {EINVAL, kErrorInvalidParameter},
+    {EFAULT, kErrorInvalidParameter},
+    {ENOEXEC, kErrorBadExeFormat},
+    {ENOSPC, kErrorDiskFull},
+    {EDQUOT, kErrorDiskFull},
+    {EFBIG, kErrorDiskFull},
+    {ERANGE, kErrorInsufficientBuffer},
+    {EOVERFLOW, kErrorInsufficientBuffer},
+    {EILSEQ, kErrorNoUnicodeTranslation},
+    // Threads and processes: their number is used up.
+    {EAGAIN, kErrorNoSystemResources},
+};
+
+constexpr Meaning kOfSockets[] = {
+    {0, kErrorSuccess},
+    {EINTR, kSocketInterrupted},
+    {EACCES, kSocketAccess},
+    {EPERM, kSocketAccess},
+    {EFAULT, kSocketFault},
+    {EINVAL, kSocketInvalid},
+    {EMFILE, kSocketTooMany},
+    {ENFILE, kSocketTooMany},
+    {EAGAIN, kSocketWouldBlock},
+    {EBADF, kSocketNotASocket},
+    {ENOTSOCK, kSocketNotASocket},
+    {ENETDOWN, kSocketNetworkDown},
+    {ENETUNREACH, kSocketNetworkUnreachable},
+    {ECONNABORTED, kSocketConnectionAborted},
+    {ECONNRESET, kSocketConnectionReset},
+    {ENOBUFS, kSocketNoBuffers},
+    {ENOMEM, kSocketNoBuffers},
+    {ENOTCONN, kSocketNotConnected},
+    {EPIPE, kSocketShutdown},
+    {ETIMEDOUT, kSocketTimedOut},
+    {ECONNREFUSED, kSocketConnectionRefused},
+    {EHOSTUNREACH, kSocketHostUnreachable},
+    {EHOSTDOWN, kSocketHostUnreachable},
+};
+
+std::uint32_t MeaningOf(int value, std::span<const Meaning> meanings) noexcept {
+    const auto found = std::ranges::find(meanings, value, &Meaning::value);
+    return found != meanings.end() ? found->error : kErrorGenFailure;
+}
 
 } // namespace
 
@@ -19,101 +90,11 @@ void SetLastError(std::uint32_t error) noexcept {
 }
 
 std::uint32_t ErrorFromErrno(int value) noexcept {
-    switch (value) {
-    case 0:
-        return kErrorSuccess;
-    case ENOENT:
-        return kErrorFileNotFound;
-    case ENOTDIR:
-    case ENAMETOOLONG:
-    case ELOOP:
-        return kErrorPathNotFound;
-    case EMFILE:
-    case ENFILE:
-        return kErrorTooManyOpenFiles;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR:
-    case ETXTBSY:
-    case EBUSY:
-        return kErrorAccessDenied;
-    case EBADF:
-        return kErrorInvalidHandle;
-    case ENOMEM:
-        return kErrorNotEnoughMemory;
-    case EIO:
-        return kErrorReadFault;
-    case EEXIST:
-    case ENOTEMPTY:
-        return kErrorFileExists;
-    case EINVAL:
-    case EFAULT:
-        return kErrorInvalidParameter;
-    case ENOEXEC:
-        return kErrorBadExeFormat;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-        return kErrorDiskFull;
-    case ERANGE:
-    case EOVERFLOW:
-        return kErrorInsufficientBuffer;
-    case EILSEQ:
-        return kErrorNoUnicodeTranslation;
-    case EAGAIN: // threads and processes: their number is used up
-        return kErrorNoSystemResources;
-    default:
-        return kErrorGenFailure;
-    }
+    return MeaningOf(value, kOfFiles);
 }
 
 std::uint32_t SocketErrorFromErrno(int value) noexcept {
-    switch (value) {
-    case 0:
-        return kErrorSuccess;
-    case EINTR:
-        return kSocketInterrupted;
-    case EACCES:
-    case EPERM:
-        return kSocketAccess;
-    case EFAULT:
-        return kSocketFault;
-    case EINVAL:
-        return kSocketInvalid;
-    case EMFILE:
-    case ENFILE:
-        return kSocketTooMany;
-    case EAGAIN:
-        return kSocketWouldBlock;
-    case EBADF:
-    case ENOTSOCK:
-        return kSocketNotASocket;
-    case ENETDOWN:
-        return kSocketNetworkDown;
-    case ENETUNREACH:
-        return kSocketNetworkUnreachable;
-    case ECONNABORTED:
-        return kSocketConnectionAborted;
-    case ECONNRESET:
-        return kSocketConnectionReset;
-    case ENOBUFS:
-    case ENOMEM:
-        return kSocketNoBuffers;
-    case ENOTCONN:
-        return kSocketNotConnected;
-    case EPIPE:
-        return kSocketShutdown;
-    case ETIMEDOUT:
-        return kSocketTimedOut;
-    case ECONNREFUSED:
-        return kSocketConnectionRefused;
-    case EHOSTUNREACH:
-    case EHOSTDOWN:
-        return kSocketHostUnreachable;
-    default:
-        return kErrorGenFailure;
-    }
+    return MeaningOf(value, kOfSockets);
 }
 
 } // namespace platform

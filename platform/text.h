@@ -93,6 +93,28 @@ constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexce
                       [](char x, char y) { return ToLowerAscii(x) == ToLowerAscii(y); });
 }
 
+// The byte that the text's first two characters name as hexadecimal digits; -1 where they are none.
+constexpr int HexByte(std::string_view text) noexcept {
+    const auto digit = [](char c) {
+        return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    };
+    if (text.size() < 2)
+        return -1;
+    const int high = digit(ToLowerAscii(text[0])), low = digit(ToLowerAscii(text[1]));
+    return high < 0 || low < 0 ? -1 : high * 16 + low;
+}
+
+// What stands for a character in XML: one of its five entities, or nothing where it stands for itself.
+constexpr std::u16string_view EntityOf(char16_t c) noexcept {
+    constexpr std::pair<char16_t, std::u16string_view> entities[] = {
+        {u'<', u"&lt;"}, {u'>', u"&gt;"}, {u'&', u"&amp;"}, {u'\'', u"&apos;"}, {u'"', u"&quot;"}};
+    for (const auto& [character, entity] : entities) {
+        if (c == character)
+            return entity;
+    }
+    return {};
+}
+
 // Code pages by number: 65001 UTF-8, 1250 to 1258 Windows single-byte pages, 20127 ASCII, 28591 Latin 1. In a
 // single-byte page one byte stands for one unit; letters of page 1258 are not composed with accents behind
 // them.

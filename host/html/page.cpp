@@ -27,26 +27,15 @@ const std::string& Style() {
 }
 
 Word TitleOf(unsigned status) {
-    switch (status) {
-    case 401:
-        return Word::SignIn;
-    case 403:
-        return Word::NotForYou;
-    case 404:
-        return Word::NothingHere;
-    case 405:
-    case 426:
-        return Word::NotThisWay;
-    case 408:
-    case 503:
-        return Word::NotNow;
-    case 410:
-        return Word::UsedUp;
-    case 429:
-        return Word::TooManyTries;
-    default:
-        return status < 500 ? Word::NotUnderstood : Word::Failed;
+    static constexpr std::pair<unsigned, Word> titles[] = {
+        {401, Word::SignIn},     {403, Word::NotForYou}, {404, Word::NothingHere},
+        {405, Word::NotThisWay}, {408, Word::NotNow},    {410, Word::UsedUp},
+        {426, Word::NotThisWay}, {503, Word::NotNow},    {429, Word::TooManyTries}};
+    for (const auto& [known, title] : titles) {
+        if (status == known)
+            return title;
     }
+    return status < 500 ? Word::NotUnderstood : Word::Failed;
 }
 
 bool MayWorkLater(unsigned status) {

@@ -96,22 +96,11 @@ std::string HttpDate() {
 std::string EscapeHtml(std::string_view text) {
     std::u16string result;
     for (const char16_t c : platform::FromUtf8(text)) {
-        switch (c) {
-        case u'&':
-            result += u"&amp;";
-            break;
-        case u'<':
-            result += u"&lt;";
-            break;
-        case u'>':
-            result += u"&gt;";
-            break;
-        case u'"':
-            result += u"&quot;";
-            break;
-        default:
+        // HTML has no name for the apostrophe in the versions that old phones read.
+        if (const auto entity = platform::EntityOf(c); !entity.empty() && c != u'\'')
+            result += entity;
+        else
             result += platform::IsControl(c) ? u' ' : c;
-        }
     }
     return platform::ToUtf8(result);
 }

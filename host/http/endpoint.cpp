@@ -29,24 +29,17 @@ std::optional<SocketAddress> ToSocketAddress(const Endpoint& endpoint) {
     SocketAddress result;
     in_addr v4{};
     in6_addr v6{};
-    if (inet_pton(AF_INET, endpoint.address.c_str(), &v4) == 1) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(endpoint.port);
-        address.sin_addr = v4;
+    const auto keep = [&](const auto& address) {
         std::memcpy(&result.storage, &address, sizeof address);
         result.size = sizeof address;
-    } else if (inet_pton(AF_INET6, endpoint.address.c_str(), &v6) == 1) {
-        sockaddr_in6 address{};
-        address.sin6_family = AF_INET6;
-        address.sin6_port = htons(endpoint.port);
-        address.sin6_addr = v6;
-        std::memcpy(&result.storage, &address, sizeof address);
-        result.size = sizeof address;
-    } else {
-        return std::nullopt;
-    }
-    return result;
+        return result;
+    };
+    const in_port_t port = htons(endpoint.port);
+    if (inet_pton(AF_INET, endpoint.address.c_str(), &v4) == 1)
+        return keep(sockaddr_in{AF_INET, port, v4, {}});
+    if (inet_pton(AF_INET6, endpoint.address.c_str(), &v6) == 1)
+        return keep(sockaddr_in6{AF_INET6, port, 0, v6, 0});
+    return std::nullopt;
 }
 
 std::string SystemText(int error) {

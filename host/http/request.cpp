@@ -49,16 +49,6 @@ bool SplitTarget(std::string_view target, Request& request) {
     return true;
 }
 
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 } // namespace
 
 ParsedRequest ParseRequest(std::string head) {
@@ -112,13 +102,10 @@ std::optional<std::string> PercentDecode(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
         if (c == '%') {
-            if (i + 2 >= text.size())
+            const int byte = platform::HexByte(text.substr(i + 1));
+            if (byte < 0)
                 return std::nullopt;
-            const int high = HexDigit(text[i + 1]);
-            const int low = HexDigit(text[i + 2]);
-            if (high < 0 || low < 0)
-                return std::nullopt;
-            c = static_cast<char>(high * 16 + low);
+            c = static_cast<char>(byte);
             i += 2;
         }
         if (c == '\0')

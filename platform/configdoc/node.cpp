@@ -94,15 +94,19 @@ protected:
             return utf8 ? set(*utf8) : E_INVALIDARG;
         });
     }
+
+    // Of a text, or of an attribute.
+    template <class Target>
+    HRESULT SetValueOf(Target target, BSTR value) noexcept {
+        return WithValue(value, [&](const std::string& text) {
+            return target.set_value(text.c_str()) ? S_OK : E_OUTOFMEMORY;
+        });
+    }
 };
 
 class Text : public NodeBase<IConfigNode> {
 public:
-    HRESULT SetValue(BSTR value) override {
-        return WithValue(value, [&](const std::string& text) {
-            return Node().set_value(text.c_str()) ? S_OK : E_OUTOFMEMORY;
-        });
-    }
+    HRESULT SetValue(BSTR value) override { return SetValueOf(Node(), value); }
     HRESULT GetName(BSTR* name) override {
         return Give(name, [&] { return GiveText("#text", name); });
     }
@@ -120,11 +124,7 @@ protected:
 
 class AttributeObject : public NodeBase<IConfigAttribute> {
 public:
-    HRESULT SetValue(BSTR value) override {
-        return WithValue(value, [&](const std::string& text) {
-            return Attribute().set_value(text.c_str()) ? S_OK : E_OUTOFMEMORY;
-        });
-    }
+    HRESULT SetValue(BSTR value) override { return SetValueOf(Attribute(), value); }
     HRESULT GetName(BSTR* name) override {
         return Give(name, [&] { return GiveText(Attribute().name(), name); });
     }

@@ -27,16 +27,6 @@ std::vector<std::string> Tokens(std::string_view line) {
 // A decoded segment of this many bytes or more is refused: no name is that long.
 constexpr std::size_t kSegmentLimit = 1024;
 
-constexpr int HexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 // Gives nothing for a text with a damaged escape, or one that is too long.
 std::optional<std::string> PercentDecode(std::string_view text) {
     std::string bytes;
@@ -44,13 +34,10 @@ std::optional<std::string> PercentDecode(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
         if (c == '%') {
-            if (text.size() - i < 3)
+            const int nByte = platform::HexByte(text.substr(i + 1));
+            if (nByte <= 0)
                 return std::nullopt;
-            const int nHigh = HexDigit(text[i + 1]);
-            const int nLow = HexDigit(text[i + 2]);
-            if (nHigh < 0 || nLow < 0 || (nHigh == 0 && nLow == 0))
-                return std::nullopt;
-            c = static_cast<char>(nHigh * 16 + nLow);
+            c = static_cast<char>(nByte);
             i += 2;
         }
         bytes.push_back(c);

@@ -36,6 +36,16 @@ class BrowserCase(unittest.TestCase):
         self.assertEqual(host.stop(), 0, f"exit status of the host:\n{host.log_tail()}")
 
 
+class DemoCase(BrowserCase):
+    """The demo, and a browser that has not opened it yet."""
+
+    def setUp(self):
+        super().setUp()
+        self.host = self.make_host("--demo", "--pictures", options.pictures)
+        self.host.start()
+        self.browser = self.make_browser()
+
+
 def main():
     global options
     parser = argparse.ArgumentParser()

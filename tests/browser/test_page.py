@@ -15,13 +15,7 @@ from feeder import Feeder
 from pictures import coded_jpeg
 
 
-class PageTest(case.BrowserCase):
-    def setUp(self):
-        super().setUp()
-        self.host = self.make_host("--demo", "--pictures", case.options.pictures)
-        self.host.start()
-        self.browser = self.make_browser()
-
+class PageTest(case.DemoCase):
     def test_a_visit(self):
         self.browser.open(self.host.address())
         self.see_the_demo_cameras()

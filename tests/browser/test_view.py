@@ -21,13 +21,7 @@ return { blue, width: canvas.width, height: canvas.height, seq: Number(document.
 """
 
 
-class ViewTest(case.BrowserCase):
-    def setUp(self):
-        super().setUp()
-        self.host = self.make_host("--demo", "--pictures", case.options.pictures)
-        self.host.start()
-        self.browser = self.make_browser()
-
+class ViewTest(case.DemoCase):
     def look(self):
         return self.browser.run(LOOK_JS)
 

@@ -58,7 +58,7 @@ TEST(VideoFrame, HoldsTheFrameBlock) {
             {40, luma, kRedY}, {40 + luma, chroma, kRedCr}, {40 + luma + luma / 4, chroma, kRedCb}};
         for (const auto& [begin, count, value] : planes) {
             for (int i = begin; i < begin + count; ++i)
-                ASSERT_NEAR(value, static_cast<unsigned char>(block[static_cast<std::size_t>(i)]), 2) << i;
+                ASSERT_NEAR(value, static_cast<unsigned char>(block[i]), 2) << i;
         }
     }
     const BITMAPINFOHEADER grey{40, 160, 120, 1, 8, 0, 19200, 0, 0, 0, 0};

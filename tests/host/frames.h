@@ -7,7 +7,6 @@
 #include <mutex>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "image/FrameBlock.h"
 #include "interfaces/ICam.h"
@@ -21,7 +20,7 @@ namespace host::test {
 // A frame block as the component makes it, with every plane at one value.
 inline std::string MakeBlock(int width, int height, bool grey = false, int luma = 128, int cr = 128,
                              int cb = 128) {
-    const std::size_t area = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    const std::size_t area = width * height;
     const BITMAPINFOHEADER header = FrameLayout{grey ? ImageKindGrey : ImageKindYV12, width, height}.Header();
     std::string block(reinterpret_cast<const char*>(&header), sizeof header);
     block.append(area, static_cast<char>(luma));

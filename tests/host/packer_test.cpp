@@ -78,8 +78,7 @@ TEST(PlaneScaler, GivesTheMeanOfTheAreaTurnedOnTheWay) {
                 double expected = 0;
                 for (std::size_t i = 0; i < from.size(); ++i)
                     expected += down[i / fromWidth] * across[i % fromWidth] * from[i];
-                worst = std::max(
-                    worst, std::abs(expected - to[static_cast<std::size_t>(x * height + height - 1 - y)]));
+                worst = std::max(worst, std::abs(expected - to[x * height + height - 1 - y]));
             }
         }
         EXPECT_LT(worst, 2.6) << fromWidth << 'x' << fromHeight << " to " << toWidth << 'x' << toHeight;
@@ -114,7 +113,7 @@ struct Quarters {
         for (int plane = 0; plane < (f == Form::Grey ? 1 : 3); ++plane) {
             const int step = plane == 0 ? 1 : 2;
             fill(w / step, h / step, [&](int q) { samples.push_back(kYcc[q][plane]); });
-            samples.resize(static_cast<std::size_t>(w * h) + static_cast<std::size_t>(plane * (w * h / 4)));
+            samples.resize(w * h + plane * (w * h / 4));
         }
     }
     [[nodiscard]] SourcePlanes Planes() const { return {form, width, height, samples.data()}; }

@@ -9,7 +9,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "host/feed/feed_table.h"
 #include "host/frames.h"

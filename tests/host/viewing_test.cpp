@@ -1,10 +1,7 @@
 // What viewing needs of the host: the process state tree, the sources, the objects that serve them to the
 // component, and the page that shows one source to a person.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <thread>
 
 #include "host/component/component.h"
 #include "host/rig.h"

@@ -49,7 +49,7 @@ struct BlockWriter {
         EXPECT_EQ(ippiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, data.data(), Size(data), &nPos, nullptr,
                                                      nullptr, nullptr, &state, 1),
                   0);
-        return Part(data, 0, static_cast<std::size_t>(nPos));
+        return Part(data, 0, nPos);
     }
     Bytes data; // of the room that there is
     std::int32_t nPos = 0;

@@ -119,13 +119,13 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
 
         const int nYStep = w + 5, nCrStep = w / 2 + 3, nCbStep = w / 2 + 7;
         const auto bytes = [](int nStep, int nRows, int nColumns) {
-            return Bytes(static_cast<std::size_t>(nRows == 0 ? 0 : nStep * (nRows - 1) + nColumns), 0xEE);
+            return Bytes(nRows == 0 ? 0 : nStep * (nRows - 1) + nColumns, 0xEE);
         };
         // A grey stream's neutral chroma fills half the height times the stride.
         const bool bGrey = recipe.nComponents == 1;
         Bytes y = bytes(nYStep, h, w);
         const auto chroma = [&](int nStep) {
-            return bGrey ? Bytes(static_cast<std::size_t>(h * nStep / 2), 0xEE) : bytes(nStep, h / 2, w / 2);
+            return bGrey ? Bytes(h * nStep / 2, 0xEE) : bytes(nStep, h / 2, w / 2);
         };
         Bytes cr = chroma(nCrStep), cb = chroma(nCbStep);
         ASSERT_EQ(
@@ -196,7 +196,7 @@ TEST(Codec, LargestPictureFromAFewBytes) {
     ASSERT_TRUE(block);
     const std::size_t nImage = std::size_t{65500} * 1024 * 3 / 2;
     ASSERT_EQ(block.size(), 40 + nImage);
-    EXPECT_EQ(std::count(block.Planes(), block.Planes() + nImage, 128), static_cast<std::ptrdiff_t>(nImage));
+    EXPECT_EQ(std::count(block.Planes(), block.Planes() + nImage, 128), nImage);
 }
 
 // The level and the instruction set that this processor should get, by the compiler's own account of it.

@@ -1,5 +1,5 @@
-// Interleaved pixels: the kernels against their formulas at every level, and every pair of colours that the
-// decoder converts, from sequential and progressive frames alike.
+// Interleaved pixels: every pair of colours that the decoder converts, from sequential and progressive frames
+// alike, and the kernels behind them, against their formulas at every level.
 
 #include "image/Decoding.h"
 #include "image/JpegSamples.h"
@@ -11,7 +11,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <random>
 
 namespace {
 
@@ -30,61 +29,13 @@ std::array<int, 3> ToRgb(int y, int cb, int cr) {
             std::clamp(y + whole(1.772, cb), 0, 255)};
 }
 
+// A channel of it.
+int ToRgb(const int* s, int nChannel) {
+    return ToRgb(s[0], s[1], s[2])[nChannel];
+}
+
 using ColourKernels = AtKernelLevel;
 INSTANTIATE_TEST_SUITE_P(All, ColourKernels, EveryKernelLevel(), KernelLevelName);
-
-using Kernel = IppStatus (*)(const std::uint8_t* const*, std::int32_t, std::uint8_t*, std::int32_t, IppiSize);
-
-struct PlaneKernel {
-    const char* szName;
-    Kernel pKernel;
-    int nChannels;
-    std::function<int(const int*, int)> formula; // of the planes' samples, for a channel
-};
-
-const PlaneKernel kPlaneKernels[] = {
-    {"P3C3", &ippiCopy_8u_P3C3R, 3, [](const int* s, int c) { return s[c]; }},
-    {"P4C4", &ippiCopy_8u_P4C4R, 4, [](const int* s, int c) { return s[c]; }},
-    {"RGB", &ippiYCbCrToRGB_JPEG_8u_P3C3R, 3,
-     [](const int* s, int c) { return ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(c)]; }},
-    {"BGR", &ippiYCbCrToBGR_JPEG_8u_P3C3R, 3,
-     [](const int* s, int c) { return ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(2 - c)]; }},
-    {"CMYK", &ippiYCCKToCMYK_JPEG_8u_P4C4R, 4,
-     [](const int* s, int c) {
-         return c == 3 ? s[3] : 255 - ToRgb(s[0], s[1], s[2])[static_cast<std::size_t>(c)];
-     }},
-};
-
-TEST_P(ColourKernels, PixelsOfEveryWidth) {
-    for (const PlaneKernel& kernel : kPlaneKernels) {
-        for (int w = 1; w <= 70; ++w) {
-            constexpr int h = 3;
-            // Rows end to end, and apart.
-            for (const int nGap : {0, 5}) {
-                const int nIn = w + nGap, nOut = w * kernel.nChannels + nGap;
-                std::vector<Bytes> planes;
-                const std::uint8_t* apSrc[4] = {};
-                for (int c = 0; c < kernel.nChannels; ++c)
-                    planes.push_back(
-                        Random(static_cast<std::size_t>(nIn * (h - 1) + w), static_cast<unsigned>(w + c)));
-                for (std::size_t c = 0; c < planes.size(); ++c)
-                    apSrc[c] = planes[c].data();
-                Bytes out(static_cast<std::size_t>(nOut * (h - 1) + w * kernel.nChannels), 0xEE), want = out;
-                for (int i = 0; i < w * h * kernel.nChannels; ++i) {
-                    const int c = i % kernel.nChannels, x = i / kernel.nChannels % w,
-                              y = i / kernel.nChannels / w;
-                    int s[4] = {};
-                    for (std::size_t p = 0; p < planes.size(); ++p)
-                        s[p] = planes[p][static_cast<std::size_t>(y * nIn + x)];
-                    want[static_cast<std::size_t>(y * nOut + x * kernel.nChannels + c)] =
-                        static_cast<std::uint8_t>(kernel.formula(s, c));
-                }
-                ASSERT_EQ(kernel.pKernel(apSrc, nIn, out.data(), nOut, {w, h}), 0);
-                ASSERT_EQ(out, want) << kernel.szName << " " << w;
-            }
-        }
-    }
-}
 
 TEST_P(ColourKernels, ExtremesAreClamped) {
     for (const int y : {0, 1, 127, 128, 254, 255}) {
@@ -103,16 +54,14 @@ TEST_P(ColourKernels, ExtremesAreClamped) {
 TEST_P(ColourKernels, DoubledPlanesAndCopies) {
     for (int w = 1; w <= 40; ++w) {
         const int h = 1 + w % 5, nIn = (w + 1) / 2 + 2, nRows = (h + 1) / 2;
-        const Bytes in = Random(static_cast<std::size_t>(nIn * (nRows + 2)), static_cast<unsigned>(w));
-        const auto at = [&](int x, int y) {
-            return int{in[static_cast<std::size_t>((y + 1) * nIn + x + 1)]};
-        };
-        Bytes out(static_cast<std::size_t>(w * h), 0xEE), want = out;
+        const Bytes in = Random(nIn * (nRows + 2), static_cast<unsigned>(w));
+        const auto at = [&](int x, int y) { return int{in[(y + 1) * nIn + x + 1]}; };
+        Bytes out(w * h, 0xEE), want = out;
         for (int y = 0; y < h; ++y) {
             const int nFar = y % 2 == 0 ? y / 2 - 1 : y / 2 + 1;
             const auto column = [&](int i) { return 3 * at(i, y / 2) + at(i, nFar); };
             for (int x = 0; x < w; ++x)
-                want[static_cast<std::size_t>(y * w + x)] =
+                want[y * w + x] =
                     static_cast<std::uint8_t>(x % 2 == 0 ? (3 * column(x / 2) + column(x / 2 - 1) + 8) >> 4
                                                          : (3 * column(x / 2) + column(x / 2 + 1) + 7) >> 4);
         }
@@ -121,7 +70,7 @@ TEST_P(ColourKernels, DoubledPlanesAndCopies) {
                   0);
         ASSERT_EQ(out, want) << w;
 
-        const Bytes pixels = Random(static_cast<std::size_t>(2 * (w * 4 + 3)), static_cast<unsigned>(w));
+        const Bytes pixels = Random(2 * (w * 4 + 3), static_cast<unsigned>(w));
         Bytes copy(pixels.size());
         for (const int nChannels : {3, 4}) {
             const int nStep = w * nChannels + 3;
@@ -129,7 +78,7 @@ TEST_P(ColourKernels, DoubledPlanesAndCopies) {
                                                                            nStep, {w, 2}),
                       0);
             for (int i = 0; i < nStep + w * nChannels; ++i) {
-                const auto n = static_cast<std::size_t>(i);
+                const auto n = i;
                 ASSERT_TRUE(i % nStep >= w * nChannels || copy[n] == pixels[n]);
             }
         }
@@ -155,14 +104,14 @@ const Pair kPairs[] = {
     {1, 0, JC_GRAY, JC_BGR, [](const int* s, int) { return s[0]; }},
     {3, 0, JC_RGB, JC_RGB, [](const int* s, int c) { return s[c]; }},
     {3, 0, JC_RGB, JC_BGR, [](const int* s, int c) { return s[2 - c]; }},
-    {3, 1, JC_YCBCR, JC_RGB, kPlaneKernels[2].formula},
-    {3, 1, JC_YCBCR, JC_BGR, kPlaneKernels[3].formula},
+    {3, 1, JC_YCBCR, JC_RGB, [](const int* s, int c) { return ToRgb(s, c); }},
+    {3, 1, JC_YCBCR, JC_BGR, [](const int* s, int c) { return ToRgb(s, 2 - c); }},
     {4, 0, JC_CMYK, JC_CMYK, [](const int* s, int c) { return s[c]; }},
-    {4, 2, JC_YCCK, JC_CMYK, kPlaneKernels[4].formula},
+    {4, 2, JC_YCCK, JC_CMYK, [](const int* s, int c) { return c == 3 ? s[3] : 255 - ToRgb(s, c); }},
 };
 
 // An unknown colour gives the components as they are; each pair is its formula over those.
-TEST(ColourPairs, FollowTheirFormula) {
+TEST_P(ColourKernels, PairsFollowTheirFormula) {
     for (const Pair& pair : kPairs) {
         for (const auto& [nH, nV] : {std::pair{1, 1}, {2, 1}, {2, 2}}) {
             for (const auto& [w, h] : {std::pair{1, 1}, {16, 16}, {23, 37}, {50, 49}}) {
@@ -186,10 +135,9 @@ TEST(ColourPairs, FollowTheirFormula) {
                         const int x = i % w, y = i / w;
                         int s[4] = {};
                         for (int c = 0; c < pair.nComponents; ++c)
-                            s[c] = plain.pixels[static_cast<std::size_t>(y * (w * pair.nComponents + kGap) +
-                                                                         x * pair.nComponents + c)];
+                            s[c] = plain.pixels[y * (w * pair.nComponents + kGap) + x * pair.nComponents + c];
                         for (int c = 0; c < nChannels; ++c)
-                            want[static_cast<std::size_t>(y * (w * nChannels + kGap) + x * nChannels + c)] =
+                            want[y * (w * nChannels + kGap) + x * nChannels + c] =
                                 static_cast<std::uint8_t>(pair.formula(s, c));
                     }
                     ASSERT_EQ(pixels.pixels, want) << recipe.Name() << " to " << pair.eTo;
@@ -217,12 +165,12 @@ TEST(ColourPairs, ChromaIsUpsampledAcrossMcuRows) {
             };
             for (int i = 0; i < 48 * 80 * 3; ++i) {
                 const int c = i % 3, x = i / 3 % 48, y = i / 3 / 48;
-                const int nGot = pixels.pixels[static_cast<std::size_t>(y * (48 * 3 + kGap) + x * 3 + c)];
+                const int nGot = pixels.pixels[y * (48 * 3 + kGap) + x * 3 + c];
                 if (c == 0) {
                     ASSERT_LE(std::abs(nGot - raw[0].At(x, y)), 1);
                     continue;
                 }
-                const auto p = static_cast<std::size_t>(c);
+                const auto p = c;
                 const int nNear = y / nV, nFar = nV == 1 ? nNear : y % 2 == 0 ? nNear - 1 : nNear + 1;
                 const int nSide = x % 2 == 0 ? x / 2 - 1 : x / 2 + 1;
                 const double dWant = (9.0 * at(p, x / 2, nNear) + 3.0 * at(p, x / 2, nFar) +

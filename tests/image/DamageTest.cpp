@@ -91,7 +91,7 @@ Bytes Damaged(const Bytes& jpeg, std::size_t nData, unsigned n, std::minstd_rand
             Insert(damaged, nAt, {nByte});
             break;
         case 2:
-            damaged.erase(damaged.begin() + static_cast<std::ptrdiff_t>(nAt));
+            damaged.erase(damaged.begin() + nAt);
             break;
         case 3:
             Insert(damaged, nAt, {0xFF, static_cast<std::uint8_t>(0xD0 + nByte % 10)});
@@ -128,7 +128,7 @@ void AddFallback(Bytes jpeg, Digest& digest) {
     record.DIBChannels = static_cast<std::uint32_t>(record.JPGChannels);
     record.DIBWidth = static_cast<std::uint32_t>(record.JPGWidth);
     record.DIBHeight = record.JPGHeight;
-    Bytes image(static_cast<std::size_t>(record.JPGWidth * record.JPGHeight * record.JPGChannels), 0x11);
+    Bytes image(record.JPGWidth * record.JPGHeight * record.JPGChannels, 0x11);
     record.DIBBytes = image.data();
     const IJLERR eError = ijlRead(&record, IJL_JBUFF_READWHOLEIMAGE);
     digest.AddStatus(eError);

@@ -26,6 +26,11 @@ struct Decode {
         pixels.assign(Area(nWidth * nToChannels + kGap, nHeight), 0x77);
         Read(pixels.data(), nWidth * nToChannels + kGap, nToChannels, eTo);
     }
+    // Into memory of the caller, said to be of that width.
+    Decode(const Bytes& jpeg, void* pTo, int nToWidth, int nToChannels, JpegColor eTo) {
+        if (Open(jpeg))
+            Read(pTo, nToWidth, nToChannels, eTo, nToWidth);
+    }
     bool SamePlanes(const Decode& other) const { return y == other.y && cb == other.cb && cr == other.cr; }
 
     static constexpr int kGap = 3;
@@ -37,16 +42,15 @@ struct Decode {
     Bytes y, cb, cr, pixels;
 
 private:
-    static std::size_t Area(int nColumns, int nRows) {
-        return static_cast<std::size_t>(nColumns) * static_cast<std::size_t>(nRows);
-    }
+    static std::size_t Area(int nColumns, int nRows) { return nColumns * nRows; }
     bool Open(const Bytes& jpeg) {
         EXPECT_EQ(decoder.SetSource(jpeg.data(), Size(jpeg)), JPEG_OK);
         eHeader = decoder.ReadHeader(nWidth, nHeight, nChannels, eColor, eSampling);
         return eHeader == JPEG_OK;
     }
-    void Read(void* pTo, int nStep, int nToChannels, JpegColor eTo) {
-        EXPECT_EQ(decoder.SetDestination(pTo, nWidth, nStep, nHeight, nToChannels, eTo), JPEG_OK);
+    void Read(void* pTo, int nStep, int nToChannels, JpegColor eTo, int nToWidth = 0) {
+        const int nColumns = nToWidth != 0 ? nToWidth : nWidth;
+        EXPECT_EQ(decoder.SetDestination(pTo, nColumns, nStep, nHeight, nToChannels, eTo), JPEG_OK);
         eData = decoder.ReadData();
     }
 };

@@ -3,18 +3,14 @@
 #include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
 #include "image/ReferenceTransform.h"
-#include "image/kernels/Kernels.h"
 #include "image/kernels/Tables.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <memory>
 #include <numeric>
 #include <random>
-#include <vector>
 
 namespace {
 
@@ -138,8 +134,7 @@ TEST_P(EncoderKernels, QuantiserRoundsToEven) {
         const Samples samples = RandomSamples(random, n);
         Bytes wide(19 * 7 + 8);
         for (std::size_t y = 0; y < 8; ++y)
-            std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(8 * y), 8,
-                        wide.begin() + static_cast<std::ptrdiff_t>(19 * y));
+            std::copy_n(samples.begin() + 8 * y, 8, wide.begin() + 19 * y);
         for (std::uint16_t& nFactor : aFactors)
             nFactor =
                 static_cast<std::uint16_t>(n % 2 == 0 ? 32768u >> (random() % 8) : 1 + random() % 32768);

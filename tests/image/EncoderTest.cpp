@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -22,7 +21,7 @@ using namespace samples;
 // Gradients, edges and noise, in as many channels as asked for.
 Bytes Picture(int nWidth, int nHeight, int nChannels, unsigned nSeed = 1) {
     std::minstd_rand random(nSeed);
-    Bytes pixels(static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight * nChannels));
+    Bytes pixels(nWidth * nHeight * nChannels);
     for (std::size_t i = 0; i < pixels.size(); ++i) {
         const int x = static_cast<int>(i) / nChannels % nWidth;
         const int y = static_cast<int>(i) / nChannels / nWidth;
@@ -70,13 +69,13 @@ struct Encoder : CJPEGEncoder {
 
 // Encodes into a buffer of exactly this capacity; what was written, up to the stream's length.
 JpegStatus Write(const Form& form, const Bytes& pixels, std::int32_t nCapacity, Bytes& out) {
-    const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[static_cast<std::size_t>(nCapacity) + 1]);
-    buffer[static_cast<std::size_t>(nCapacity)] = 0x5A; // capacity 0 needs an address
+    const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[nCapacity + 1]);
+    buffer[nCapacity] = 0x5A; // capacity 0 needs an address
     Encoder encoder(form, pixels);
     std::int32_t nSize = nCapacity;
     const JpegStatus eStatus = form.bProgressive ? encoder.WriteImageProgressive(buffer.get(), &nSize)
                                                  : encoder.WriteImage(buffer.get(), &nSize);
-    EXPECT_EQ(buffer[static_cast<std::size_t>(nCapacity)], 0x5A) << "written behind the capacity";
+    EXPECT_EQ(buffer[nCapacity], 0x5A) << "written behind the capacity";
     EXPECT_LE(encoder.m_nDstPos, nCapacity);
     if (eStatus != JPEG_OK) {
         EXPECT_EQ(nSize, nCapacity) << "the capacity stays";
@@ -279,7 +278,7 @@ Bytes WriteGrey(const std::uint8_t* pY, int nWidth, int nHeight, int nQuality, i
     Bytes out(1 << 16);
     std::int32_t nSize = 0;
     EXPECT_EQ(EncodeJpegGrey(pY, nWidth, nHeight, nQuality, out.data(), Size(out), &nSize, nStep), ImageOk);
-    return Part(out, 0, static_cast<std::size_t>(nSize));
+    return Part(out, 0, nSize);
 }
 
 Bytes WritePlanes(const std::uint8_t* pY, const std::uint8_t* pCr, const std::uint8_t* pCb, int nWidth,
@@ -288,7 +287,7 @@ Bytes WritePlanes(const std::uint8_t* pY, const std::uint8_t* pCr, const std::ui
     std::int32_t nSize = 0;
     EXPECT_EQ(EncodeJpegYV12(pY, pCr, pCb, nWidth, nHeight, nQuality, out.data(), Size(out), &nSize, nStep),
               ImageOk);
-    return Part(out, 0, static_cast<std::size_t>(nSize));
+    return Part(out, 0, nSize);
 }
 
 // All sizes around the borders of blocks and MCUs, from planes in memory of exactly their size (ASan guards
@@ -312,7 +311,7 @@ TEST(Encoding, OddSizesOfPlanes) {
             }
             // Beyond the right edge stands the last sample.
             if (w % 16 != 0 && planes[0].nWidth > w) {
-                EXPECT_NEAR(planes[0].At(w, 0), y[static_cast<std::size_t>(w) - 1], 3);
+                EXPECT_NEAR(planes[0].At(w, 0), y[w - 1], 3);
             }
             const FrameBlock block = DecodeToFrameBlock(jpeg.data(), Size(jpeg));
             ASSERT_TRUE(block);
@@ -404,9 +403,7 @@ TEST_P(EncodedColours, ComeBack) {
             for (int n = 0; n < nH * nV; ++n) {
                 const int x = std::min(i % w * nH + n % nH, form.nWidth - 1);
                 const int y = std::min(i / w * nV + n / nH, form.nHeight - 1);
-                fWanted += Component(&pixels[static_cast<std::size_t>((y * form.nWidth + x) * nChannels)],
-                                     eFrom, eTo, c) /
-                           (nH * nV);
+                fWanted += Component(&pixels[(y * form.nWidth + x) * nChannels], eFrom, eTo, c) / (nH * nV);
             }
             const double fError = planes[c].At(i % w, i / w) - fWanted;
             fSquares += fError * fError / (w * h);
@@ -472,7 +469,7 @@ std::vector<std::vector<Block>> CoefficientsOf(const std::vector<Plane>& planes,
         for (int y = 0; y < plane.nHeight; y += 8) {
             for (int x = 0; x < plane.nWidth; x += 8) {
                 EXPECT_EQ(ippiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(
-                              &plane.aSamples[static_cast<std::size_t>(y * plane.nWidth + x)], plane.nWidth,
+                              &plane.aSamples[y * plane.nWidth + x], plane.nWidth,
                               components[c].emplace_back().data(), quant.m_aFactors),
                           0);
             }
@@ -521,8 +518,7 @@ TEST_P(EncoderLevels, StreamsAreThoseOfTheBlockKernels) {
                     for (int n = 0; n < nSide * nSide; ++n) {
                         const int x = nAt % (w / nMcu) * nSide + n % nSide,
                                   y = nAt / (w / nMcu) * nSide + n / nSide;
-                        const Block& block =
-                            wanted[c][static_cast<std::size_t>(y * planes[c].nWidth / 8 + x)];
+                        const Block& block = wanted[c][y * planes[c].nWidth / 8 + x];
                         ASSERT_EQ(writer.Write(block.data(), aDc[nTable].m_pSpec.get(),
                                                aAc[nTable].m_pSpec.get(), anLast[c]),
                                   0);
@@ -542,8 +538,8 @@ TEST_P(EncoderLevels, StreamsAreThoseOfTheBlockKernels) {
                 const int nCols = ((c == 0 ? 203 : 102) + 7) / 8, nRows = ((c == 0 ? 75 : 38) + 7) / 8;
                 for (int y = 0; y < nRows; ++y) {
                     for (int x = 0; x < nCols; ++x)
-                        ASSERT_EQ(coded[c][static_cast<std::size_t>(y * planes[c].nWidth / 8 + x)],
-                                  wanted[c][static_cast<std::size_t>(y * planes[c].nWidth / 8 + x)])
+                        ASSERT_EQ(coded[c][y * planes[c].nWidth / 8 + x],
+                                  wanted[c][y * planes[c].nWidth / 8 + x])
                             << c << ' ' << x << ' ' << y;
                 }
             }

@@ -58,9 +58,9 @@ Edit InFrame(std::size_t nOffset, const Bytes& values) {
 Edit InSecondScan(std::size_t nOffset, const Bytes& values) {
     return [=](Bytes& jpeg) {
         const std::uint8_t aMarker[] = {0xFF, kSos};
-        const auto first = jpeg.begin() + static_cast<std::ptrdiff_t>(Find(jpeg, kSos)) + 2;
+        const auto first = jpeg.begin() + (Find(jpeg, kSos)) + 2;
         const auto second = std::search(first, jpeg.end(), std::begin(aMarker), std::end(aMarker));
-        std::ranges::copy(values, second + static_cast<std::ptrdiff_t>(nOffset));
+        std::ranges::copy(values, second + nOffset);
     };
 }
 

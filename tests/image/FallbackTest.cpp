@@ -2,6 +2,7 @@
 
 #include "image/FallbackEngine.h"
 #include "image/JpegSamples.h"
+#include "image/KernelLevel.h"
 #include "image/ijl/Ijl.h"
 #include "image/kernels/Colour.h"
 
@@ -33,7 +34,7 @@ struct Engine {
         record.DIBColor = eColor;
         record.DIBPadBytes = static_cast<std::uint32_t>(nPad);
         const std::size_t nStep = record.DIBWidth * record.DIBChannels + record.DIBPadBytes;
-        image.assign(nStep * static_cast<std::size_t>(nRows), 0xEE);
+        image.assign(nStep * nRows, 0xEE);
         record.DIBBytes = image.data();
         return ijlRead(&record, IJL_JBUFF_READWHOLEIMAGE);
     }
@@ -49,10 +50,6 @@ struct Engine {
     Bytes image;
     JPEG_CORE_PROPERTIES record;
 };
-
-std::size_t At(int n) {
-    return static_cast<std::size_t>(n);
-}
 
 Recipe Make(int nComponents, int nH, int nV, int nWidth = 75, int nHeight = 43) {
     return {.nWidth = nWidth, .nHeight = nHeight, .nComponents = nComponents, .nH = nH, .nV = nV};
@@ -73,8 +70,8 @@ void ExpectSamples(const Recipe& recipe, const Bytes& jpeg, const Bytes& image) 
         for (int x = 0; x < recipe.nWidth; ++x) {
             for (int c = 0; c < n; ++c) {
                 const int nH = c == 0 ? recipe.nH : recipe.nOtherH, nV = c == 0 ? recipe.nV : recipe.nOtherV;
-                const int nWanted = coded[At(c)].At(x * nH / nMaxH, y * nV / nMaxV);
-                nWorst = std::max(nWorst, std::abs(image[At((y * recipe.nWidth + x) * n + c)] - nWanted));
+                const int nWanted = coded[c].At(x * nH / nMaxH, y * nV / nMaxV);
+                nWorst = std::max(nWorst, std::abs(image[(y * recipe.nWidth + x) * n + c] - nWanted));
             }
         }
     }
@@ -224,7 +221,7 @@ TEST_P(Fallback, ColoursOfSamplesBeyondTheirRange) {
             for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_RGB, 3}, {IJL_RGBA_FPX, 4}}) {
                 const Bytes image = Engine(jpeg).Whole(eColor, nChannels);
                 const auto pixel = ToPixel(nY, nCb, nCr, eColor == IJL_BGR);
-                for (std::size_t i = 0; i < image.size(); i += static_cast<std::size_t>(nChannels))
+                for (std::size_t i = 0; i < image.size(); i += nChannels)
                     ASSERT_TRUE(std::equal(pixel.begin(), pixel.end(), &image[i])) << nChannels << ' ' << i;
             }
             const Bytes grey = Engine(jpeg).Whole(IJL_G, 1);
@@ -247,9 +244,28 @@ TEST_P(Fallback, RowsPadBytesAndImagesOfAnotherSize) {
                 for (int i = 0; i < static_cast<int>(engine.image.size()); ++i) {
                     const int nColumn = i % nStep, y = bBottomUp ? h - 1 - i / nStep : i / nStep;
                     const bool bShared = nColumn < std::min(w, 75) * nChannels && y < 43;
-                    ASSERT_EQ(engine.image[At(i)], bShared ? whole[At(y * 75 * nChannels + nColumn)] : 0xEE)
+                    ASSERT_EQ(engine.image[i], bShared ? whole[y * 75 * nChannels + nColumn] : 0xEE)
                         << nChannels << ' ' << w << ' ' << bBottomUp << ' ' << i;
                 }
+            }
+        }
+    }
+}
+
+using FallbackLevels = AtKernelLevel;
+INSTANTIATE_TEST_SUITE_P(All, FallbackLevels, KernelLevelsAboveZero(), KernelLevelName);
+
+// Of samples in their range and, with other steps than they were made with, far beyond it.
+TEST_P(FallbackLevels, PicturesAreThoseOfLevelZero) {
+    for (const Layout& layout : kLayouts) {
+        Bytes jpeg = Encode(layout.Sampled());
+        for (const bool bBeyond : {false, true}) {
+            if (bBeyond)
+                std::fill_n(&jpeg[FindMarker(jpeg, 0xDB) + 5], 64, std::uint8_t{255});
+            for (const auto& [eColor, nChannels] :
+                 {std::pair{IJL_BGR, 3}, {IJL_RGB, 3}, {IJL_RGBA_FPX, 4}, {IJL_G, 1}}) {
+                const auto whole = [&, e = eColor, n = nChannels] { return Engine(jpeg).Whole(e, n); };
+                EXPECT_EQ(whole(), AtLevelZero(whole)) << layout.szName << ' ' << eColor;
             }
         }
     }
@@ -285,7 +301,7 @@ TEST(FallbackStream, GreyIsRepeated) {
     for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_RGBA_FPX, 4}}) {
         ASSERT_EQ(engine.Image(eColor, nChannels), IJL_OK);
         for (int i = 0; i < static_cast<int>(engine.image.size()); ++i)
-            ASSERT_EQ(engine.image[At(i)], i % nChannels == 3 ? 255 : grey[At(i / nChannels)]);
+            ASSERT_EQ(engine.image[i], i % nChannels == 3 ? 255 : grey[i / nChannels]);
     }
     // A whole image read at once, with the defaults of the record.
     Engine once(jpeg);
@@ -348,7 +364,7 @@ TEST(FallbackStream, AsManyComponentsAsAHeaderCanName) {
     EXPECT_EQ(engine.record.JPGColor, IJL_OTHER);
     ASSERT_EQ(engine.Image(IJL_OTHER, 255), IJL_OK);
     for (int i = 0; i < 64 * 255; ++i)
-        ASSERT_EQ(engine.image[At(i)], 128 + (i % 255 / 4 + 64 + 4) / 8) << i;
+        ASSERT_EQ(engine.image[i], 128 + (i % 255 / 4 + 64 + 4) / 8) << i;
 }
 
 TEST(FallbackRecord, IsCheckedBeforeAnyWork) {
@@ -448,7 +464,7 @@ TEST(FallbackFacade, BlocksOfOtherStreams) {
                                    .bSeparateScans = row.bSeparate,
                                    .bRgb = row.bRgb});
         const Bytes bgr = Engine(jpeg).Whole(IJL_BGR, 3);
-        Bytes wanted(At(w * h * 3 / 2)); // an odd last row or column stays as it was: zero
+        Bytes wanted(w * h * 3 / 2); // an odd last row or column stays as it was: zero
         std::uint8_t* const apPlanes[] = {wanted.data(), wanted.data() + w * h,
                                           wanted.data() + w * h + w * h / 4};
         const std::int32_t anSteps[] = {w, w / 2, w / 2};
@@ -507,16 +523,16 @@ TEST(FallbackFacade, ResultCodes) {
     EXPECT_EQ(ProbeJpegFallback(nullptr, 0, nWidth, nHeight, eKind), -1);
     EXPECT_EQ(nWidth, 7);
 
-    Bytes y(At(80 * 43), 0xEE);
+    Bytes y(80 * 43, 0xEE);
     EXPECT_EQ(DecodeJpegGreyFallback(rgb.data(), Size(rgb), y.data(), -1), -5);
     EXPECT_EQ(DecodeJpegGreyFallback(rgb.data(), Size(rgb), y.data(), 80), -1) << "RGB has no luma plane";
     EXPECT_EQ(DecodeJpegGreyFallback(colour.data(), Size(colour), y.data(), 74), -1) << "narrower than a row";
     EXPECT_EQ(DecodeJpegGrey(colour.data(), Size(colour), y.data(), 80), 0) << "the Y plane of colour";
     const Plane luma = DecodeRaw(colour)[0];
     for (int i = 0; i < 80 * 43; ++i)
-        ASSERT_NEAR(y[At(i)], i % 80 < 75 ? luma.At(i % 80, i / 80) : 0xEE, i % 80 < 75 ? 1 : 0);
+        ASSERT_NEAR(y[i], i % 80 < 75 ? luma.At(i % 80, i / 80) : 0xEE, i % 80 < 75 ? 1 : 0);
 
-    Bytes c(At(37 * 21));
+    Bytes c(37 * 21);
     EXPECT_EQ(DecodeJpegYV12(rgb.data(), Size(rgb), y.data(), 75, c.data(), 0, c.data(), 37), -1);
     EXPECT_EQ(DecodeJpegYV12(cmyk.data(), Size(cmyk), y.data(), 75, c.data(), 37, c.data(), 37), -1);
     EXPECT_EQ(DecodeJpegYV12(rgb.data(), Size(rgb) - 2, y.data(), 75, c.data(), 37, c.data(), 37), -1);

@@ -1,7 +1,6 @@
 #include "image/JpegSamples.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <stdexcept>
@@ -34,7 +33,7 @@ void PaintRow(std::vector<JSAMPLE>& row, int y, int nComponents, std::minstd_ran
             int n = 40 + (x * (3 + c) + y * (2 + 2 * c)) % 170 + static_cast<int>(random() % 24);
             if ((x / 11 + y / 7 + c) % 5 == 0)
                 n = 255 - n;
-            row[static_cast<std::size_t>(x * nComponents + c)] = static_cast<JSAMPLE>(std::clamp(n, 0, 255));
+            row[x * nComponents + c] = static_cast<JSAMPLE>(std::clamp(n, 0, 255));
         }
     }
 }
@@ -54,6 +53,19 @@ void ChooseScans(jpeg_compress_struct& info, const Recipe& recipe, std::vector<j
     info.scan_info = scans.data();
     info.num_scans = static_cast<int>(scans.size());
 }
+
+// A stream behind its header.
+struct Reader {
+    explicit Reader(const Bytes& jpeg) {
+        info.err = Errors(errors);
+        jpeg_create_decompress(&info);
+        jpeg_mem_src(&info, jpeg.data(), jpeg.size());
+        jpeg_read_header(&info, TRUE);
+    }
+    ~Reader() { jpeg_destroy_decompress(&info); }
+    jpeg_decompress_struct info{};
+    jpeg_error_mgr errors{};
+};
 
 } // namespace
 
@@ -99,10 +111,10 @@ Bytes Encode(const Recipe& recipe) {
     ChooseScans(info, recipe, scans);
     jpeg_start_compress(&info, TRUE);
     std::minstd_rand random(recipe.nSeed);
-    std::vector<JSAMPLE> row(static_cast<std::size_t>(recipe.nWidth * recipe.nComponents));
+    std::vector<JSAMPLE> row(recipe.nWidth * recipe.nComponents);
     for (int y = 0; y < recipe.nHeight; ++y) {
         if (recipe.pPixels)
-            std::copy_n(recipe.pPixels + row.size() * static_cast<std::size_t>(y), row.size(), row.begin());
+            std::copy_n(recipe.pPixels + row.size() * y, row.size(), row.begin());
         else
             PaintRow(row, y, recipe.nComponents, random);
         JSAMPROW pRow = row.data();
@@ -116,17 +128,13 @@ Bytes Encode(const Recipe& recipe) {
 }
 
 std::vector<Plane> DecodeRaw(const Bytes& jpeg) {
-    jpeg_decompress_struct info{};
-    jpeg_error_mgr errors{};
-    info.err = Errors(errors);
-    jpeg_create_decompress(&info);
-    jpeg_mem_src(&info, jpeg.data(), jpeg.size());
-    jpeg_read_header(&info, TRUE);
+    Reader reader(jpeg);
+    jpeg_decompress_struct& info = reader.info;
     info.raw_data_out = TRUE;
     info.dct_method = JDCT_ISLOW;
     jpeg_start_decompress(&info);
     const int nCount = info.num_components;
-    std::vector<Plane> planes(static_cast<std::size_t>(nCount));
+    std::vector<Plane> planes(nCount);
     std::vector<std::vector<JSAMPROW>> rows(planes.size());
     std::vector<JSAMPARRAY> arrays(planes.size());
     const auto nMcuHeight = static_cast<JDIMENSION>(info.max_v_samp_factor * DCTSIZE);
@@ -135,34 +143,26 @@ std::vector<Plane> DecodeRaw(const Bytes& jpeg) {
         const jpeg_component_info& component = info.comp_info[c];
         planes[c].nWidth = static_cast<int>(component.width_in_blocks) * DCTSIZE;
         planes[c].nHeight = nMcuRows * component.v_samp_factor * DCTSIZE;
-        planes[c].aSamples.resize(static_cast<std::size_t>(planes[c].nWidth) *
-                                  static_cast<std::size_t>(planes[c].nHeight));
-        rows[c].resize(static_cast<std::size_t>(component.v_samp_factor * DCTSIZE));
+        planes[c].aSamples.resize(planes[c].nWidth * planes[c].nHeight);
+        rows[c].resize(component.v_samp_factor * DCTSIZE);
     }
     for (int nMcuRow = 0; nMcuRow < nMcuRows; ++nMcuRow) {
         for (std::size_t c = 0; c < planes.size(); ++c) {
             for (std::size_t y = 0; y < rows[c].size(); ++y)
-                rows[c][y] =
-                    planes[c].aSamples.data() + (static_cast<std::size_t>(nMcuRow) * rows[c].size() + y) *
-                                                    static_cast<std::size_t>(planes[c].nWidth);
+                rows[c][y] = planes[c].aSamples.data() + (nMcuRow * rows[c].size() + y) * planes[c].nWidth;
             arrays[c] = rows[c].data();
         }
         jpeg_read_raw_data(&info, arrays.data(), nMcuHeight);
     }
     jpeg_finish_decompress(&info);
-    jpeg_destroy_decompress(&info);
     return planes;
 }
 
 std::vector<std::vector<Block>> ReadCoefficients(const Bytes& jpeg) {
-    jpeg_decompress_struct info{};
-    jpeg_error_mgr errors{};
-    info.err = Errors(errors);
-    jpeg_create_decompress(&info);
-    jpeg_mem_src(&info, jpeg.data(), jpeg.size());
-    jpeg_read_header(&info, TRUE);
+    Reader reader(jpeg);
+    jpeg_decompress_struct& info = reader.info;
     jvirt_barray_ptr* const pArrays = jpeg_read_coefficients(&info);
-    std::vector<std::vector<Block>> components(static_cast<std::size_t>(info.num_components));
+    std::vector<std::vector<Block>> components(info.num_components);
     const auto nMaxV = static_cast<JDIMENSION>(info.max_v_samp_factor * DCTSIZE);
     const auto nMaxH = static_cast<JDIMENSION>(info.max_h_samp_factor * DCTSIZE);
     for (std::size_t c = 0; c < components.size(); ++c) {
@@ -179,7 +179,6 @@ std::vector<std::vector<Block>> ReadCoefficients(const Bytes& jpeg) {
         }
     }
     jpeg_finish_decompress(&info);
-    jpeg_destroy_decompress(&info);
     return components;
 }
 
@@ -229,8 +228,8 @@ Bytes SegmentOf(const Bytes& jpeg, std::uint8_t nMarker) {
 
 void Remove(Bytes& jpeg, std::uint8_t nMarker) {
     for (const Bytes& segment : SegmentsOf(jpeg, nMarker)) {
-        const auto from = jpeg.begin() + static_cast<std::ptrdiff_t>(FindMarker(jpeg, nMarker));
-        jpeg.erase(from, from + static_cast<std::ptrdiff_t>(segment.size()));
+        const auto from = jpeg.begin() + FindMarker(jpeg, nMarker);
+        jpeg.erase(from, from + segment.size());
     }
 }
 
@@ -239,12 +238,11 @@ Bytes DataOf(const Bytes& jpeg) {
 }
 
 Bytes Part(const Bytes& bytes, std::size_t nFrom, std::size_t nTo) {
-    return {bytes.begin() + static_cast<std::ptrdiff_t>(nFrom),
-            bytes.begin() + static_cast<std::ptrdiff_t>(std::min(nTo, bytes.size()))};
+    return {bytes.begin() + nFrom, bytes.begin() + (std::min(nTo, bytes.size()))};
 }
 
 void Insert(Bytes& bytes, std::size_t nAt, const Bytes& piece) {
-    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(nAt), piece.begin(), piece.end());
+    bytes.insert(bytes.begin() + nAt, piece.begin(), piece.end());
 }
 
 Bytes Random(std::size_t n, unsigned nSeed) {

@@ -66,10 +66,7 @@ struct Plane {
     int nHeight = 0;
     std::vector<std::uint8_t> aSamples;
 
-    int At(int x, int y) const {
-        return aSamples[static_cast<std::size_t>(y) * static_cast<std::size_t>(nWidth) +
-                        static_cast<std::size_t>(x)];
-    }
+    int At(int x, int y) const { return aSamples[y * nWidth + x]; }
 };
 
 // The components as they are coded: no upsampling, no colour conversion; slow integer transform.

@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <functional>
 #include <new>
 
 namespace {
@@ -76,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(All, Memory, testing::ValuesIn(kKinds), KindName<testin
 std::int32_t Perform(Operation eOperation, const Bytes& jpeg, int nSide) {
     static Bytes s_planes[3], s_out;
     for (Bytes& plane : s_planes)
-        plane.resize(static_cast<std::size_t>(nSide) * static_cast<std::size_t>(nSide));
+        plane.resize(nSide * nSide);
     s_out.resize(s_planes[0].size() * 2 + 4096);
     const auto nSize = static_cast<std::int32_t>(jpeg.size());
     const auto nRoom = static_cast<std::int32_t>(s_out.size());

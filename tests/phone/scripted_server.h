@@ -26,8 +26,7 @@ public:
     // A length and as many bytes.
     std::string ReadBlock() {
         const std::string size = Read(2);
-        return Read(static_cast<std::uint8_t>(size[0]) |
-                    static_cast<std::size_t>(static_cast<std::uint8_t>(size[1])) << 8U);
+        return Read(static_cast<std::uint8_t>(size[0]) | static_cast<std::uint8_t>(size[1]) << 8U);
     }
     // A frame's body; the descriptor is checked.
     std::string ReadFrame() {

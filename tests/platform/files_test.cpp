@@ -23,8 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::size_t CountEntries(const TempFolder& folder) {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()));
+    return std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator());
 }
 
 TEST(FileTest, IsMadeOrReplacedAsAWhole) {

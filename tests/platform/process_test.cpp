@@ -97,8 +97,7 @@ TEST(ProcessTest, IsHeardAndEndsWhenAskedOrWithItsStarter) {
     writing.Close();
     const auto hear = [&] {
         char bytes[64];
-        return std::string(
-            bytes, static_cast<std::size_t>(std::max<ssize_t>(0, ::read(ends[0], bytes, sizeof bytes))));
+        return std::string(bytes, std::max<ssize_t>(0, ::read(ends[0], bytes, sizeof bytes)));
     };
     EXPECT_EQ("ready\n", hear());
     process->AskToEnd();

@@ -26,7 +26,7 @@ using platform::kSocketError;
 
 std::size_t CountDescriptors() {
     const auto files = std::filesystem::directory_iterator("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    return std::distance(begin(files), end(files));
 }
 
 struct Outcome {

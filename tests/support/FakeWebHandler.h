@@ -41,7 +41,7 @@ public:
     static std::string Read(SOCKET socket, std::size_t count) {
         std::string bytes(count, '\0');
         std::size_t have = 0;
-        for (int got = 1; got > 0 && have < count; have += static_cast<std::size_t>(std::max(got, 0)))
+        for (int got = 1; got > 0 && have < count; have += std::max(got, 0))
             got = platform::recv(socket, bytes.data() + have, static_cast<int>(count - have), 0);
         return bytes.substr(0, have);
     }

@@ -45,7 +45,7 @@ inline std::string MakeJpeg(int width, int height, bool colour = true, int phase
 // All red, and what its samples are in YV12.
 inline constexpr int kRedY = 76, kRedCr = 255, kRedCb = 85;
 inline std::string RedJpeg(int width, int height) {
-    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width * height) * 3);
+    std::vector<std::uint8_t> pixels(width * height * 3);
     for (std::size_t i = 0; i < pixels.size(); i += 3)
         pixels[i] = 255;
     return EncodeJpeg(pixels, width, height);
@@ -55,10 +55,7 @@ struct DecodedJpeg {
     int width = 0, height = 0; // 0 when the decoder finds a fault
     std::vector<unsigned char> rgb;
 
-    [[nodiscard]] const unsigned char* At(int x, int y) const {
-        return &rgb[3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                         static_cast<std::size_t>(x))];
-    }
+    [[nodiscard]] const unsigned char* At(int x, int y) const { return &rgb[3 * (y * width + x)]; }
 };
 // With the other program's decoder.
 inline DecodedJpeg DecodeJpeg(std::string_view jpeg) {
@@ -66,7 +63,7 @@ inline DecodedJpeg DecodeJpeg(std::string_view jpeg) {
     const std::unique_ptr<void, int (*)(tjhandle)> decoder(tjInitDecompress(), &tjDestroy);
     int width = 0, height = 0, subsampling = 0, space = 0;
     tjDecompressHeader3(decoder.get(), bytes, jpeg.size(), &width, &height, &subsampling, &space);
-    std::vector<unsigned char> rgb(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    std::vector<unsigned char> rgb(3 * width * height);
     if (tjDecompress2(decoder.get(), bytes, jpeg.size(), rgb.data(), width, 0, height, TJPF_RGB,
                       TJFLAG_STOPONWARNING) != 0)
         return {};

@@ -40,7 +40,7 @@ public:
             const auto n = ::send(m_fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
             if (n <= 0)
                 return false;
-            bytes.remove_prefix(static_cast<std::size_t>(n));
+            bytes.remove_prefix(n);
         }
         return true;
     }
@@ -62,7 +62,7 @@ public:
             const auto n = ::recv(m_fd.Get(), buffer, std::min(sizeof buffer, count - bytes.size()), 0);
             if (n <= 0)
                 break;
-            bytes.append(buffer, static_cast<std::size_t>(n));
+            bytes.append(buffer, n);
         }
         return bytes;
     }

@@ -84,7 +84,7 @@ public:
         return hr;
     }
     HRESULT OpenContent(BSTR key, std::int32_t size, const std::uint8_t* auth, IUnknown** content) override {
-        if (std::string_view(reinterpret_cast<const char*>(auth), static_cast<std::size_t>(size)) == "wrong")
+        if (std::string_view(reinterpret_cast<const char*>(auth), size) == "wrong")
             return E_ACCESSDENIED;
         if (platform::ViewOf(key) == u"no content") // an object of another kind
             *content = m_stage.nodes[u"other"].Detach();

@@ -1,6 +1,5 @@
 // A module's image of any bytes: walked, localised, and searched. Whatever is found lies within it.
 
-#include <string>
 #include <vector>
 
 #include "Common/Utils/LocalizeEx.h"

@@ -6,7 +6,6 @@
 #include "image/jpegenc/JpegEncoder.h"
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <vector>
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <tuple>
+#include <utility>
 
 // How application segments begin.
 inline constexpr std::string_view kJfif{"JFIF", 5};
@@ -26,6 +28,11 @@ public:
     std::int32_t Word() {
         const std::int32_t nHigh = Byte();
         return nHigh << 8 | Byte();
+    }
+    // A byte's high half and its low one.
+    std::pair<std::int32_t, std::int32_t> Halves() {
+        const std::int32_t nByte = Byte();
+        return {nByte >> 4, nByte & 15};
     }
     void Skip(std::int32_t nBytes) { m_nPos += std::clamp(nBytes, 0, BytesLeft()); }
     // Passes over a text, or stays where it is.
@@ -96,9 +103,7 @@ struct JpegApplicationFields {
 // A component in the frame header (T.81 B.2.2), and in the scan header (B.2.3).
 struct JpegFrameEntry {
     explicit JpegFrameEntry(JpegReader reader) : nId(reader.Byte()) {
-        const std::int32_t nFactors = reader.Byte();
-        nHSampling = nFactors >> 4;
-        nVSampling = nFactors & 15;
+        std::tie(nHSampling, nVSampling) = reader.Halves();
         nQuantSelector = reader.Byte();
     }
     std::int32_t nId;
@@ -108,9 +113,7 @@ struct JpegFrameEntry {
 };
 struct JpegScanEntry {
     explicit JpegScanEntry(JpegReader reader) : nId(reader.Byte()) {
-        const std::int32_t nSelectors = reader.Byte();
-        nDcSelector = nSelectors >> 4;
-        nAcSelector = nSelectors & 15;
+        std::tie(nDcSelector, nAcSelector) = reader.Halves();
     }
     std::int32_t nId;
     std::int32_t nDcSelector;
@@ -118,14 +121,9 @@ struct JpegScanEntry {
 };
 
 // What stands behind the scan header's components.
-struct JpegScanBand {
-    explicit JpegScanBand(JpegReader reader) : nSs(reader.Byte()), nSe(reader.Byte()) {
-        const std::int32_t nAhAl = reader.Byte();
-        nAh = nAhAl >> 4;
-        nAl = nAhAl & 15;
-    }
-    std::int32_t nSs;
-    std::int32_t nSe;
-    std::int32_t nAh;
-    std::int32_t nAl;
-};
+inline void ReadScanBand(JpegReader reader, std::int32_t& nSs, std::int32_t& nSe, std::int32_t& nAh,
+                         std::int32_t& nAl) {
+    nSs = reader.Byte();
+    nSe = reader.Byte();
+    std::tie(nAh, nAl) = reader.Halves();
+}

@@ -101,11 +101,7 @@ IJLERR CIjlDecoder::ReadScanHeader(std::int32_t nContent) {
         return IJL_ERR_DATA;
     if (const IJLERR eError = ReadScanComponents(nCount); eError != IJL_OK)
         return eError;
-    const JpegScanBand band(Reader());
-    m_nSs = band.nSs;
-    m_nSe = band.nSe;
-    m_nAh = band.nAh;
-    m_nAl = band.nAl;
+    ReadScanBand(Reader(), m_nSs, m_nSe, m_nAh, m_nAl);
     return CheckScan();
 }
 

@@ -83,11 +83,7 @@ JpegStatus CJPEGDecoder::ReadScanHeader(std::int32_t nContent) {
         return JPEG_BUFFER_EXHAUSTED;
     if (const JpegStatus eStatus = ReadScanComponents(nCount); eStatus != JPEG_OK)
         return eStatus;
-    const JpegScanBand band(Reader());
-    m_nSs = band.nSs;
-    m_nSe = band.nSe;
-    m_nAh = band.nAh;
-    m_nAl = band.nAl;
+    ReadScanBand(Reader(), m_nSs, m_nSe, m_nAh, m_nAl);
     DecideColor();
     m_nRestartsToGo = m_nRestartInterval;
     return JPEG_OK;

@@ -41,21 +41,15 @@ IppStatus ippiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const std::uint8_t* pSrc, 
                                                       ippiDecodeHuffmanState* pState);
 
 // AC coefficients Ss to Se in coding order, first scan. The end-of-band run is kept in the state.
-IppStatus ippiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const std::uint8_t* pSrc, std::int32_t nSrcSize,
-                                                     std::int32_t* pSrcCurrPos, std::int16_t* pDst,
-                                                     std::int32_t nSs, std::int32_t nSe, std::int32_t nAl,
-                                                     std::int32_t* pMarker,
-                                                     const ippiDecodeHuffmanSpec* pAcTable,
-                                                     ippiDecodeHuffmanState* pState);
+using IppAcDecoder = IppStatus(const std::uint8_t* pSrc, std::int32_t nSrcSize, std::int32_t* pSrcCurrPos,
+                               std::int16_t* pDst, std::int32_t nSs, std::int32_t nSe, std::int32_t nAl,
+                               std::int32_t* pMarker, const ippiDecodeHuffmanSpec* pAcTable,
+                               ippiDecodeHuffmanState* pState);
+IppAcDecoder ippiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1;
 
 // AC, later scans: one more bit for each coefficient that is not zero yet, and the ones that become so.
 // ippStsMarkerOrNoCode also for a symbol that no refinement has: a new coefficient of more than one bit.
-IppStatus ippiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const std::uint8_t* pSrc, std::int32_t nSrcSize,
-                                                      std::int32_t* pSrcCurrPos, std::int16_t* pDst,
-                                                      std::int32_t nSs, std::int32_t nSe, std::int32_t nAl,
-                                                      std::int32_t* pMarker,
-                                                      const ippiDecodeHuffmanSpec* pAcTable,
-                                                      ippiDecodeHuffmanState* pState);
+IppAcDecoder ippiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1;
 
 // The list of the family (Kernels.h): names and numbers of arguments.
 #define DECODE_KERNELS(KERNEL)                                                                               \

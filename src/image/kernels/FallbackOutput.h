@@ -13,18 +13,14 @@
 //   green = Y + ((-22554 Cb - 46802 Cr) >> 16) + 128
 //   blue  = Y + (116130 Cb >> 16) + 128
 // BGR puts the blue byte of a pixel first, RGB the red one.
-IppStatus ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
-IppStatus ippiYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
-IppStatus ippiYCbCr420ToBGRLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
-IppStatus ippiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
-IppStatus ippiYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
-IppStatus ippiYCbCr420ToRGBLS_MCU_16s8u_P3C3R(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
-                                              std::int32_t nDstStep);
+using IppMcuToPixels = IppStatus(const std::int16_t* const pYCbCr[3], std::uint8_t* pDst,
+                                 std::int32_t nDstStep);
+IppMcuToPixels ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R;
+IppMcuToPixels ippiYCbCr422ToBGRLS_MCU_16s8u_P3C3R;
+IppMcuToPixels ippiYCbCr420ToBGRLS_MCU_16s8u_P3C3R;
+IppMcuToPixels ippiYCbCr444ToRGBLS_MCU_16s8u_P3C3R;
+IppMcuToPixels ippiYCbCr422ToRGBLS_MCU_16s8u_P3C3R;
+IppMcuToPixels ippiYCbCr420ToRGBLS_MCU_16s8u_P3C3R;
 
 // Level-shifted samples to bytes: adds 128 and clamps to 0..255. Both strides in bytes.
 IppStatus ippiAdd128_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,

@@ -29,9 +29,7 @@ HRESULT CompareAttributes(IConfigElement* pA, IConfigElement* pB) {
         Bstr bstrName;
         Bstr bstrA;
         Bstr bstrB;
-        HRESULT hrNode = spNode->GetName(bstrName.Receive());
-        if (SUCCEEDED(hrNode))
-            hrNode = spNode->GetValue(bstrA.Receive());
+        HRESULT hrNode = GetNameAndValue(spNode.Get(), bstrName, bstrA);
         if (SUCCEEDED(hrNode))
             hrNode = pB->ReadAttribute(bstrName.Get(), bstrB.Receive());
         bEqual = bEqual && hrNode == S_OK && bstrA == bstrB;

@@ -15,9 +15,7 @@ namespace {
 HRESULT Describe(IConfigElement* pElement, std::u16string& text) {
     Bstr bstrName;
     Bstr bstrValue;
-    HRESULT hr = pElement->GetName(bstrName.Receive());
-    if (SUCCEEDED(hr))
-        hr = pElement->GetValue(bstrValue.Receive());
+    HRESULT hr = GetNameAndValue(pElement, bstrName, bstrValue);
     if (FAILED(hr))
         return hr;
     text.append(bstrName.View()).append(1, u'\1').append(bstrValue.View()).append(1, u'\2');

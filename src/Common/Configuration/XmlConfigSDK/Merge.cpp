@@ -22,14 +22,11 @@ std::optional<Bstr> AttributeOf(IConfigElement* pElement, const char16_t* szName
 
 HRESULT CopyAttributes(IConfigElement* pLeft, IConfigElement* pRight) {
     return ForEachNode(pRight, u"@*", [&](const ComPtr<IConfigNode>& spNode) -> HRESULT {
-        const auto spAttribute = spNode.Query<IConfigAttribute>();
-        if (!spAttribute)
+        if (!spNode.Query<IConfigAttribute>())
             return E_NOINTERFACE;
         Bstr bstrName;
         Bstr bstrValue;
-        HRESULT hr = spAttribute->GetName(bstrName.Receive());
-        if (SUCCEEDED(hr))
-            hr = spAttribute->GetValue(bstrValue.Receive());
+        const HRESULT hr = GetNameAndValue(spNode.Get(), bstrName, bstrValue);
         return SUCCEEDED(hr) ? SetAttributeValue(pLeft, bstrName.Get(), bstrValue) : hr;
     });
 }

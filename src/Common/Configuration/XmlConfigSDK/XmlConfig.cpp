@@ -58,31 +58,19 @@ ComPtr<IConfigElement> CreatePath(IConfigElement* pConfigElement, const char16_t
     return spChild;
 }
 
+HRESULT GetNameAndValue(IConfigNode* pNode, Bstr& bstrName, Bstr& bstrValue) {
+    const HRESULT hr = pNode->GetName(bstrName.Receive());
+    return SUCCEEDED(hr) ? pNode->GetValue(bstrValue.Receive()) : hr;
+}
+
 Bstr EscapeXml(const Bstr& bstrText) {
     if (bstrText.IsNull())
         return nullptr;
     std::u16string text;
     text.reserve(bstrText.Length());
     for (const char16_t c : bstrText.View()) {
-        switch (c) {
-        case u'<':
-            text += u"&lt;";
-            break;
-        case u'>':
-            text += u"&gt;";
-            break;
-        case u'&':
-            text += u"&amp;";
-            break;
-        case u'\'':
-            text += u"&apos;";
-            break;
-        case u'"':
-            text += u"&quot;";
-            break;
-        default:
-            text += c;
-        }
+        const auto entity = platform::EntityOf(c);
+        text += entity.empty() ? std::u16string_view(&c, 1) : entity;
     }
     return Bstr(text);
 }

@@ -23,6 +23,9 @@ HRESULT GetAttributeValue(IConfigElement* pConfigElement, const char16_t* szName
 HRESULT SetAttributeValue(IConfigElement* pConfigElement, const char16_t* szName,
                           const platform::Bstr& bstrValue);
 
+// Name and value of a node; the status of the one that fails.
+HRESULT GetNameAndValue(IConfigNode* pNode, platform::Bstr& bstrName, platform::Bstr& bstrValue);
+
 // The value of the first node that the expression selects; for a backtick and a text, that text, and nothing
 // is asked of the element.
 HRESULT GetValueOfPath(IConfigElement* pConfigElement, const char16_t* szPath, platform::Bstr& bstrValue);
