@@ -1,20 +1,140 @@
-// The conversation against a server that is played step by step: bytes, grants, denials, ends.
+// A phone without its program: its options, its pictures, and the conversation against a server that is played
+// step by step: bytes, grants, denials, ends.
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <future>
+#include <ranges>
 #include <thread>
 
 #include <sys/eventfd.h>
 
+#include "phone/commands.h"
 #include "phone/scripted_server.h"
-#include "phone/upload.h"
+#include "support/temp_folder.h"
 
 namespace phone::test {
 namespace {
 
 using namespace std::string_view_literals;
 using namespace std::chrono_literals;
+
+// The words of a line.
+std::vector<std::string_view> Words(std::string_view line) {
+    std::vector<std::string_view> words;
+    for (const auto word : line | std::views::split(' ')) {
+        if (!word.empty())
+            words.emplace_back(word.begin(), word.end());
+    }
+    return words;
+}
+
+std::string UploadLine(const std::string& more) {
+    return "--server h:1 --login l --password p --pictures d " + more;
+}
+std::string ViewLine(const std::string& more) {
+    return "--server h:1 --login l --source yard " + more;
+}
+
+TEST(Options, AreRead) {
+    const std::string line = UploadLine("--fps 2.5 --frames 7 --split 0 --phones 200");
+    const UploadCommand upload = *ParseUpload(Words(line));
+    EXPECT_EQ(upload.upload.server.Text(), "h:1");
+    EXPECT_EQ(upload.upload.framesPerSecond, 2.5);
+    EXPECT_TRUE(upload.upload.frames == 7U && upload.split == 0 && upload.phones == 200);
+    EXPECT_EQ(ParseUpload(Words(UploadLine("")))->upload.frames, std::nullopt);
+    EXPECT_EQ(ParseUpload(Words(UploadLine("")))->split, 607U);
+    EXPECT_FALSE(ParseUpload(Words("--help")));
+    EXPECT_EQ(ParseServer("[::1]:8080").host, "::1");
+    EXPECT_EQ(NumberedLogin("cam", 7) + NumberedLogin("cam", 10000), "cam0007cam10000");
+    const std::string viewLine = ViewLine("--source clock --params fps=5&rotate --frames 3 --viewers 7");
+    const ViewCommand view = *ParseView(Words(viewLine));
+    EXPECT_EQ(view.sources, (std::vector<std::string>{"yard", "clock"}));
+    EXPECT_EQ(view.view.parameters, "fps=5&rotate");
+    EXPECT_TRUE(view.view.frames == 3U && view.viewers == 7);
+    EXPECT_EQ(ParseView(Words(ViewLine("--out d")))->view.folder, "d");
+}
+
+TEST(Options, ThatMakeNoSenseAreRefused) {
+    for (const std::string& line :
+         {std::string(), std::string("--server h:1 --login l"), UploadLine("--fps"),
+          UploadLine("--password " + std::string(65, 'p')), UploadLine("--what 1"), UploadLine("extra 1")})
+        EXPECT_THROW(ParseUpload(Words(line)), platform::UsageError) << line;
+    const std::pair<const char*, std::vector<const char*>> cases[] = {
+        {"--fps ", {"0", "-1", "nan", "inf", "5x"}},
+        {"--frames ", {"0", "-1", "99999999999999999999"}},
+        {"--split ", {"65536"}},
+        {"--phones ", {"0", "10001"}},
+        {"--login ", {"a:b"}},
+        {"--server ", {"h", ":1", "h:", "h:0", "h:65536", "h:1x", "::1:80", "[]:80"}},
+    };
+    for (const auto& [option, values] : cases) {
+        for (const char* value : values)
+            EXPECT_THROW(ParseUpload(Words(UploadLine(std::string(option) + value))), platform::UsageError)
+                << option << value;
+    }
+    for (const char* more : {"--params a\r\nX:y", "--params a#b", "--viewers 0", "--login a:b",
+                             "--pictures d", "--out d --viewers 2", "--out d --source clock"})
+        EXPECT_THROW(ParseView(Words(ViewLine(more))), platform::UsageError) << more;
+}
+
+TEST(Pictures, FindsTheSizeInAnyFrameHeaderAndSurvivesWhatHasNone) {
+    const auto size = JpegSize("\xFF\xD8\xFF\xE0\x00\x04..\xFF\xFF\xC2\x00\x11\x08\x01\x02\x03\x04"sv);
+    ASSERT_TRUE(size && size->height == 0x102 && size->width == 0x304);
+    for (const std::string_view file : {
+             ""sv,
+             "\xFF\xD8"sv,
+             "\x89PNG\r\n\x1A\n"sv,
+             "\xFF\xD8\xFF\xDA\x00\x08"sv,                         // a scan without a frame
+             "\xFF\xD8\xFF\xE0\xFF\xFF\x00"sv,                     // a segment beyond the end
+             "\xFF\xD8\xFF\xE0\x00"sv,                             // no length
+             "\xFF\xD8\xFF\xC0\x00\x11\x08\x01\x02\x03"sv,         // the size is cut off
+             "\xFF\xD8\xFF\xC4\x00\x02\xFF\xC8\x00\x02\xFF\xCC"sv, // no frame headers, for all their numbers
+             "\xFF\xD8\xFF\xFF\xFF\xFF"sv,
+         })
+        EXPECT_FALSE(JpegSize(file));
+}
+
+TEST(Pictures, AreSentWholeWhenTheyShareNoHead) {
+    const std::string first = PictureFile("one");
+    for (const std::string& second : {PictureFile("two", '!'), PictureFile("").substr(0, 606)}) {
+        const PictureSequence pictures({first, second}, {"1", "2"}, kUsualSplit);
+        EXPECT_EQ(pictures.Header(), "");
+        EXPECT_EQ(pictures.Body(0), first);
+        EXPECT_EQ(pictures.Body(3), second);
+        EXPECT_NE(pictures.Note(), "");
+    }
+    EXPECT_EQ(PictureSequence({first}, {"1"}, 0).Note(), ""); // asked for, so nothing to say
+}
+
+TEST(Pictures, MustFitIntoSixteenBits) {
+    const std::string largest = PictureFile(std::string(65535, 'x'));
+    EXPECT_EQ(PictureSequence({largest}, {"1"}, kUsualSplit).Body(0).size(), 65535U);
+    EXPECT_THROW(PictureSequence({largest + "x"}, {"1"}, kUsualSplit), PictureError);
+    EXPECT_THROW(PictureSequence({largest}, {"1"}, 0), PictureError);
+    EXPECT_THROW(PictureSequence({largest, PictureFile("", '!')}, {"1", "2"}, kUsualSplit), PictureError);
+}
+
+TEST(Pictures, ComeFromAFolderInTheOrderOfTheirNames) {
+    const TempFolder folder;
+    const auto write = [&](const char* name, const std::string& bytes) {
+        std::ofstream(folder.Path() / name, std::ios::binary) << bytes;
+    };
+    EXPECT_THROW(PictureSequence::Load(folder.Path(), kUsualSplit), PictureError); // nothing in it
+    EXPECT_THROW(PictureSequence::Load(folder.Path() / "none", kUsualSplit), PictureError);
+    write("b.jpg", PictureFile("b"));
+    write("c.JPEG", PictureFile("c"));
+    write("a.jpg", PictureFile("a"));
+    write("notes.txt", "no picture");
+    std::filesystem::create_directory(folder.Path() / "d.jpg");
+    const PictureSequence pictures = PictureSequence::Load(folder.Path(), kUsualSplit);
+    ASSERT_EQ(pictures.Count(), 3U);
+    EXPECT_EQ(std::string(pictures.Body(0)).append(pictures.Body(1)).append(pictures.Body(2)), "abc");
+    EXPECT_EQ(pictures.Size().width, 320U);
+    write("e.jpg", "no picture");
+    EXPECT_THROW(PictureSequence::Load(folder.Path(), kUsualSplit), PictureError);
+}
 
 class UploadTest : public ::testing::Test {
 protected:
