@@ -1,5 +1,5 @@
-// A phone without its program: its options, its pictures, and the conversation against a server that is played
-// step by step: bytes, grants, denials, ends.
+// A phone without its program: its options, its pictures, and the conversation against a server that is
+// played step by step: bytes, grants, denials, ends.
 
 #include <gtest/gtest.h>
 
