@@ -14,6 +14,7 @@ enum class Refusal {
     TooManyConnections,
     TooManyFromAddress,
     NoThread,
+    HandshakeFailed, // of TLS
     HeadTimeout,
     HeadInvalid,
     RecordTimeout,
@@ -21,6 +22,7 @@ enum class Refusal {
     Throttled,
     Forbidden,
     ForeignHost,
+    InClear, // what goes over TLS alone
     TooManyStreams,
     UploadDenied,
     ViewDenied,
@@ -28,9 +30,21 @@ enum class Refusal {
 };
 
 inline constexpr std::array<std::string_view, static_cast<std::size_t>(Refusal::Count)> kRefusalNames{
-    "too_many_connections", "too_many_from_address", "no_thread",  "head_timeout", "head_invalid",
-    "record_timeout",       "unauthorized",          "throttled",  "forbidden",    "foreign_host",
-    "too_many_streams",     "upload_denied",         "view_denied"};
+    "too_many_connections",
+    "too_many_from_address",
+    "no_thread",
+    "handshake_failed",
+    "head_timeout",
+    "head_invalid",
+    "record_timeout",
+    "unauthorized",
+    "throttled",
+    "forbidden",
+    "foreign_host",
+    "in_clear",
+    "too_many_streams",
+    "upload_denied",
+    "view_denied"};
 
 // The kinds of connections that last.
 enum class SessionKind {

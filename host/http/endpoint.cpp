@@ -5,15 +5,13 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <memory>
 #include <system_error>
 #include <vector>
 
 #include <arpa/inet.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
 
+#include "host/base/interfaces.h"
 #include "host/base/start_error.h"
 #include "host/http/limits.h"
 
@@ -44,35 +42,6 @@ std::optional<SocketAddress> ToSocketAddress(const Endpoint& endpoint) {
 
 std::string SystemText(int error) {
     return std::generic_category().message(error);
-}
-
-struct FreeAddresses {
-    void operator()(ifaddrs* list) const noexcept { ::freeifaddrs(list); }
-};
-
-// Lists the addresses of every interface that is up and not the loopback: IPv4 before IPv6, in the system's
-// order.
-std::vector<std::string> OwnAddresses() {
-    ifaddrs* first = nullptr;
-    if (::getifaddrs(&first) != 0)
-        return {};
-    const std::unique_ptr<ifaddrs, FreeAddresses> list(first);
-    std::vector<std::string> addresses;
-    for (const int family : {AF_INET, AF_INET6}) {
-        for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-            if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != family ||
-                (entry->ifa_flags & IFF_LOOPBACK) != 0 || (entry->ifa_flags & IFF_UP) == 0)
-                continue;
-            std::array<char, INET6_ADDRSTRLEN> text{};
-            const void* const address =
-                family == AF_INET ? static_cast<const void*>(
-                                        &reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr)
-                                  : &reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr)->sin6_addr;
-            if (::inet_ntop(family, address, text.data(), text.size()) != nullptr)
-                addresses.emplace_back(text.data());
-        }
-    }
-    return addresses;
 }
 
 bool IsEvery(const Endpoint& endpoint) {
@@ -150,7 +119,7 @@ std::string AuthorityForOthers(const Endpoint& endpoint) {
         return endpoint.Text();
     // One of IPv6 may be good for its own link alone, so it is not guessed.
     const auto own = OwnAddresses();
-    return own.empty() || !IsV4(own.front()) ? "" : Endpoint{own.front(), endpoint.port}.Text();
+    return own.empty() || own.front().v6 ? "" : Endpoint{own.front().text, endpoint.port}.Text();
 }
 
 std::string AuthorityForPhones(const Endpoint& endpoint) {
@@ -166,9 +135,9 @@ std::vector<std::string> AuthoritiesToOpen(const Endpoint& endpoint) {
     constexpr std::size_t kMost = 4;
     std::vector<std::string> places{
         Endpoint{IsV4(endpoint.address) ? "127.0.0.1" : "::1", endpoint.port}.Text()};
-    for (const std::string& own : OwnAddresses()) {
-        if (IsV4(own) && places.size() < kMost)
-            places.push_back(Endpoint{own, endpoint.port}.Text());
+    for (const InterfaceAddress& own : OwnAddresses()) {
+        if (!own.v6 && places.size() < kMost)
+            places.push_back(Endpoint{own.text, endpoint.port}.Text());
     }
     return places;
 }
@@ -181,26 +150,28 @@ bool LeadsTo(std::string_view authority, const Endpoint& endpoint) {
     if (!IsEvery(endpoint))
         return usual->address == endpoint.address;
     const auto own = OwnAddresses();
-    return std::ranges::find(own, usual->address) != own.end() || (own.empty() && usual->IsLoopback());
+    return std::ranges::find(own, usual->address, &InterfaceAddress::text) != own.end() ||
+           (own.empty() && usual->IsLoopback());
 }
 
 PeerAddress AddressOf(const sockaddr_storage& address) {
     std::array<char, INET6_ADDRSTRLEN> text{};
-    if (address.ss_family == AF_INET) {
-        sockaddr_in v4{};
-        std::memcpy(&v4, &address, sizeof v4);
-        ::inet_ntop(AF_INET, &v4.sin_addr, text.data(), text.size());
-        return {text.data(), text.data()};
-    }
-    if (address.ss_family == AF_INET6) {
-        sockaddr_in6 v6{};
-        std::memcpy(&v6, &address, sizeof v6);
-        ::inet_ntop(AF_INET6, &v6.sin6_addr, text.data(), text.size());
-        if (IN6_IS_ADDR_V4MAPPED(&v6.sin6_addr))
-            return {text.data(), text.data()};
-        return {text.data(), std::string(reinterpret_cast<const char*>(&v6.sin6_addr), 8)};
+    const void* const bytes =
+        address.ss_family == AF_INET
+            ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in&>(address).sin_addr)
+            : &reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
+    if (::inet_ntop(address.ss_family, bytes, text.data(), text.size()) != nullptr) {
+        if (const auto known = Network::Address(text.data()))
+            return AddressOf(*known);
     }
     return {"unknown", "unknown"};
+}
+
+PeerAddress AddressOf(const Network& address) {
+    std::string text = address.Text();
+    if (address.size == 4)
+        return {text, text};
+    return {std::move(text), std::string(reinterpret_cast<const char*>(address.bytes.data()), 8)};
 }
 
 void SetReceiveLowWater(int fd, int bytes) noexcept {

@@ -9,6 +9,7 @@
 
 #include <sys/socket.h>
 
+#include "host/base/network.h"
 #include "host/base/wait.h"
 
 namespace host {
@@ -57,6 +58,7 @@ struct PeerAddress {
     std::string key;
 };
 PeerAddress AddressOf(const sockaddr_storage& address);
+PeerAddress AddressOf(const Network& address);
 
 // Sets how many bytes make the socket readable. It goes back to 1 before anybody else gets the socket.
 void SetReceiveLowWater(int fd, int bytes) noexcept;

@@ -1,17 +1,22 @@
 #include "host/http/page_socket.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <list>
 #include <system_error>
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 #include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/compose.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/posix/basic_stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
@@ -24,15 +29,11 @@ namespace {
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace websocket = beast::websocket;
-using asio::ip::tcp;
 using boost::system::error_code;
 
 // Objects of the one kind of loop there is, which compile in half the time of those for any kind.
 using Executor = asio::io_context::executor_type;
-using Socket = asio::basic_stream_socket<tcp, Executor>;
 using Signal = asio::posix::basic_stream_descriptor<Executor>;
-// Pictures do not get smaller by deflate.
-using Stream = websocket::stream<Socket, false>;
 // One type of what is written, for text (an empty second buffer) and pictures alike.
 using Message = std::array<asio::const_buffer, 2>;
 using Code = websocket::close_code;
@@ -47,6 +48,111 @@ int DuplicateOf(const Wakeup& wakeup) {
         throw std::system_error(errno, std::generic_category(), "dup");
     return fd;
 }
+
+// A connection as the WebSocket wants one: reads and writes with the stream, in clear and under TLS alike,
+// and waits with the event loop.
+class Line {
+public:
+    using executor_type = Executor;
+
+    Line(asio::io_context& loop, Stream stream) : m_stream(std::move(stream)), m_ready(loop, m_stream.Fd()) {}
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+    ~Line() { m_ready.release(); } // the stream owns the descriptor
+
+    executor_type get_executor() { return m_ready.get_executor(); }
+
+    template <class Buffers, class Handler>
+    auto async_read_some(const Buffers& buffers, Handler&& handler) {
+        return Begin(
+            [this, buffers] {
+                for (auto at = asio::buffer_sequence_begin(buffers); at != asio::buffer_sequence_end(buffers);
+                     ++at) {
+                    const asio::mutable_buffer part = *at;
+                    if (part.size() > 0)
+                        return m_stream.Read(static_cast<char*>(part.data()), part.size());
+                }
+                return ssize_t{0};
+            },
+            std::forward<Handler>(handler));
+    }
+
+    template <class Buffers, class Handler>
+    auto async_write_some(const Buffers& buffers, Handler&& handler) {
+        return Begin([this, buffers] { return m_stream.Write(Gather(buffers)); },
+                     std::forward<Handler>(handler));
+    }
+
+    void Shut() {
+        ::shutdown(m_stream.Fd(), SHUT_RDWR);
+        error_code ignored;
+        m_ready.cancel(ignored);
+    }
+    void EndSending() { m_stream.EndSending(); }
+
+private:
+    // One step of the stream as soon as it can be taken: `step` is called again after each wait. What is done
+    // at once is told from the event loop all the same, as every operation.
+    template <class Step, class Handler>
+    auto Begin(Step step, Handler&& handler) {
+        return asio::async_compose<Handler, void(error_code, std::size_t)>(
+            [this, step = std::move(step), result = Stream::kAgain,
+             waited = false](auto& self, error_code error = {}) mutable {
+                if (error)
+                    return self.complete(error, 0);
+                if (result == Stream::kAgain) {
+                    result = step();
+                    if (result == Stream::kAgain) {
+                        waited = true;
+                        const auto kind =
+                            m_stream.Awaits() == POLLOUT ? Signal::wait_write : Signal::wait_read;
+                        return m_ready.async_wait(kind, std::move(self));
+                    }
+                    if (!waited)
+                        return asio::post(get_executor(), std::move(self));
+                }
+                if (result > 0)
+                    return self.complete({}, static_cast<std::size_t>(result));
+                self.complete(result == 0 ? error_code(asio::error::eof) : asio::error::connection_reset, 0);
+            },
+            handler, m_ready);
+    }
+
+    // The head of a message and what follows go out together: as one packet, and one record of TLS.
+    template <class Buffers>
+    std::string_view Gather(const Buffers& buffers) {
+        auto at = asio::buffer_sequence_begin(buffers);
+        const auto end = asio::buffer_sequence_end(buffers);
+        std::size_t size = 0;
+        for (; at != end && size < m_together.size(); ++at) {
+            const asio::const_buffer part = *at;
+            if (size == 0 && part.size() >= m_together.size())
+                return {static_cast<const char*>(part.data()), part.size()};
+            const std::size_t count = std::min(part.size(), m_together.size() - size);
+            std::memcpy(m_together.data() + size, part.data(), count);
+            size += count;
+        }
+        return {m_together.data(), size};
+    }
+
+    Stream m_stream;
+    Signal m_ready;
+    std::array<char, 16384> m_together{};
+};
+
+// How the library ends a connection of a kind that it does not know.
+void beast_close_socket(Line& line) {
+    line.Shut();
+}
+template <class Handler>
+void async_teardown(beast::role_type /*role*/, Line& line, Handler&& handler) {
+    line.EndSending();
+    asio::post(line.get_executor(),
+               [handler = std::forward<Handler>(handler)]() mutable { handler(error_code{}); });
+}
+
+// Pictures do not get smaller by deflate.
+using WebSocket = websocket::stream<Line, false>;
 
 asio::const_buffer BufferOf(std::string_view bytes) {
     return {bytes.data(), bytes.size()};
@@ -66,10 +172,9 @@ void PageSocket::TimerEnd::operator()(Timer* timer) const {
 
 class PageSocket::Loop {
 public:
-    Loop(PageSocket& page, Descriptor socket, const Request& request, const Wakeup& stop)
-        : m_page(page), m_stop(m_context, DuplicateOf(stop)),
-          m_stream(Socket(m_context, tcp::v4(), socket.Release())), m_request(request.fields),
-          m_end(m_context) {}
+    Loop(PageSocket& page, Stream stream, const Request& request, const Wakeup& stop)
+        : m_page(page), m_stop(m_context, DuplicateOf(stop)), m_stream(m_context, std::move(stream)),
+          m_request(request.fields), m_end(m_context) {}
 
     void Run();
     void Close(Code code = Code::normal);
@@ -99,7 +204,7 @@ private:
     asio::io_context m_context{1};
     std::list<Watched> m_watched;
     Signal m_stop;
-    Stream m_stream;
+    WebSocket m_stream;
     const std::shared_ptr<const BeastRequest> m_request;
     beast::flat_buffer m_received;
     Timer m_end;
@@ -189,8 +294,8 @@ void PageSocket::Loop::Close(Code code) {
         m_stream.async_close(code, [this](error_code) { m_context.stop(); });
 }
 
-PageSocket::PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop)
-    : m_limits(limits), m_loop(std::make_unique<Loop>(*this, std::move(socket), request, stop)) {}
+PageSocket::PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop)
+    : m_limits(limits), m_loop(std::make_unique<Loop>(*this, std::move(stream), request, stop)) {}
 
 PageSocket::~PageSocket() = default;
 

@@ -8,6 +8,7 @@
 #include "host/base/wait.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/stream.h"
 
 namespace host {
 
@@ -23,8 +24,8 @@ public:
     void Run();
 
 protected:
-    // Takes the socket. The request asks for a WebSocket. The stop signal outlives the object.
-    PageSocket(Descriptor socket, const Request& request, const Limits& limits, const Wakeup& stop);
+    // Takes the connection. The request asks for a WebSocket. The stop signal outlives the object.
+    PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop);
     ~PageSocket();
 
     // The page is there. Called once, first.

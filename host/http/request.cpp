@@ -96,6 +96,16 @@ std::string_view Request::Field(std::string_view name) const {
     return fields ? fields->message[name] : std::string_view();
 }
 
+std::string Request::AllOf(std::string_view name) const {
+    std::string all;
+    if (!fields)
+        return all;
+    const auto [first, end] = fields->message.equal_range(name);
+    for (auto at = first; at != end; ++at)
+        all.append(at == first ? "" : ",").append(at->value());
+    return all;
+}
+
 std::optional<std::string> PercentDecode(std::string_view text) {
     std::string result;
     result.reserve(text.size());

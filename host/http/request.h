@@ -29,11 +29,15 @@ struct Request {
     bool lacksHost = false;                     // which HTTP/1.1 asks for
     std::shared_ptr<const BeastRequest> fields; // never null in a request that was parsed
     PeerAddress peer;
+    bool secure = false;         // it came under TLS to this server, or to a trusted proxy
+    bool toThisMachine = false;  // from a program of this machine, to the loopback
     Clock::time_point arrived{}; // when its head was complete
 
     // The value of a header field, without blanks around it; names are the same in every case of their
     // letters. The first one of that name; empty without one.
     [[nodiscard]] std::string_view Field(std::string_view name) const;
+    // All of that name, with commas between them.
+    [[nodiscard]] std::string AllOf(std::string_view name) const;
     [[nodiscard]] std::string_view Host() const { return Field("Host"); }
 };
 

@@ -33,9 +33,9 @@ ssize_t Peek(int fd, char* buffer, std::size_t size) {
     }
 }
 
-// Complete when something can be read, or the peer has gone.
-HeadResult AwaitBytes(int fd, const Wakeup& stop, Clock::time_point deadline) {
-    const Waited waited = WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline);
+// Complete when the socket is ready, or the peer has gone.
+HeadResult Await(int fd, short events, const Wakeup& stop, Clock::time_point deadline) {
+    const Waited waited = WaitFor({.socket = fd, .socketEvents = events, .stop = &stop}, deadline);
     if (waited == Waited::Stopped)
         return HeadResult::Stopped;
     return waited == Waited::Timeout ? HeadResult::Timeout : HeadResult::Complete;
@@ -67,7 +67,7 @@ HeadResult PeekUntil(int fd, char* buffer, std::size_t size, const Wakeup& stop,
             seen = got;
             SetReceiveLowWater(fd, static_cast<int>(got) + 1);
         }
-        if (const HeadResult ended = AwaitBytes(fd, stop, deadline); ended != HeadResult::Complete)
+        if (const HeadResult ended = Await(fd, POLLIN, stop, deadline); ended != HeadResult::Complete)
             return ended;
         waited = true;
     }
@@ -104,7 +104,9 @@ std::size_t FindHeadEnd(std::string_view text) noexcept {
     return 0;
 }
 
-Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline) {
+namespace {
+
+Head ReadClearHead(int fd, const Wakeup& stop, Clock::time_point deadline) {
     Head head;
     head.text.resize(kMaxHeadBytes);
     std::size_t size = 0;
@@ -125,23 +127,51 @@ Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline) {
     return head;
 }
 
-HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
-                    Clock::time_point deadline) {
+// Reads what comes until `enough(bytes)`, at most `most` of them.
+template <class Enough>
+HeadResult ReadUntil(Stream& stream, std::string* bytes, std::size_t most, const Wakeup& stop,
+                     Clock::time_point deadline, Enough enough) {
     // Grows with what comes: a length alone costs no memory.
     std::array<char, 16384> part{};
-    while (body->size() < bytes) {
-        const ssize_t got =
-            ::recv(fd, part.data(), std::min(part.size(), bytes - body->size()), MSG_DONTWAIT);
+    while (!enough(*bytes)) {
+        if (bytes->size() >= most)
+            return HeadResult::TooLarge;
+        const ssize_t got = stream.Read(part.data(), std::min(part.size(), most - bytes->size()));
         if (got > 0) {
-            body->append(part.data(), static_cast<std::size_t>(got));
+            bytes->append(part.data(), static_cast<std::size_t>(got));
             continue;
         }
-        if (got == 0 || (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK))
+        if (got != Stream::kAgain)
             return HeadResult::Closed;
-        if (const HeadResult ended = AwaitBytes(fd, stop, deadline); ended != HeadResult::Complete)
-            return ended;
+        if (const HeadResult waited = Await(stream.Fd(), stream.Awaits(), stop, deadline);
+            waited != HeadResult::Complete)
+            return waited;
     }
     return HeadResult::Complete;
+}
+
+} // namespace
+
+Head ReadHead(Stream& stream, const Wakeup& stop, Clock::time_point deadline) {
+    if (!stream.IsSecure())
+        return ReadClearHead(stream.Fd(), stop, deadline);
+    Head head;
+    std::size_t size = 0;
+    head.result = ReadUntil(stream, &head.text, kMaxHeadBytes, stop, deadline, [&](const std::string& bytes) {
+        size = FindHeadEnd(bytes);
+        return size != 0;
+    });
+    head.anyBytes = !head.text.empty();
+    if (size < head.text.size())
+        stream.PutBack(std::string_view(head.text).substr(size));
+    head.text.resize(size);
+    return head;
+}
+
+HeadResult ReadBody(Stream& stream, std::size_t bytes, std::string* body, const Wakeup& stop,
+                    Clock::time_point deadline) {
+    return ReadUntil(stream, body, bytes, stop, deadline,
+                     [bytes](const std::string& read) { return read.size() >= bytes; });
 }
 
 HeadResult WaitForBytes(int fd, std::size_t bytes, std::string* seen, const Wakeup& stop,
@@ -152,47 +182,47 @@ HeadResult WaitForBytes(int fd, std::size_t bytes, std::string* seen, const Wake
                      [bytes](std::size_t got) { return got >= bytes; });
 }
 
-bool FinishSending(int fd, const Wakeup& stop) {
-    ::shutdown(fd, SHUT_WR);
+bool FinishSending(Stream& stream, const Wakeup& stop) {
+    stream.EndSending();
     const auto deadline = Clock::now() + kLinger;
     std::array<char, 4096> rest{};
-    while (WaitFor({.socket = fd, .socketEvents = POLLIN, .stop = &stop}, deadline) == Waited::Ready) {
-        if (const auto got = ::recv(fd, rest.data(), rest.size(), MSG_DONTWAIT); got <= 0)
+    while (WaitFor({.socket = stream.Fd(), .socketEvents = POLLIN, .stop = &stop}, deadline) ==
+           Waited::Ready) {
+        if (const auto got = ::recv(stream.Fd(), rest.data(), rest.size(), MSG_DONTWAIT); got <= 0)
             return got == 0;
     }
     return true;
 }
 
-SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall) {
+SendResult SendAll(Stream& stream, std::string_view bytes, const Wakeup& stop,
+                   std::chrono::milliseconds stall) {
     while (!bytes.empty()) {
-        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t sent = stream.Write(bytes);
         if (sent > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(sent));
             continue;
         }
-        if (sent < 0 && errno == EINTR)
-            continue;
-        if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
+        if (sent != Stream::kAgain)
             return SendResult::Broken;
-        const Waited waited =
-            WaitFor({.socket = fd, .socketEvents = POLLOUT, .stop = &stop}, Clock::now() + stall);
-        if (waited == Waited::Stopped)
+        const HeadResult waited = Await(stream.Fd(), stream.Awaits(), stop, Clock::now() + stall);
+        if (waited == HeadResult::Stopped)
             return SendResult::Stopped;
-        if (waited == Waited::Timeout)
+        if (waited == HeadResult::Timeout)
             return SendResult::Stalled;
     }
     return SendResult::Sent;
 }
 
-Arrival::Arrival(int fd) noexcept : m_fd(fd), m_before(StateOf(fd).acknowledged) {}
+Arrival::Arrival(const Stream& stream) noexcept : m_before(StateOf(stream.Fd()).acknowledged) {}
 
-bool Arrival::Await(const Wakeup& stop, std::chrono::milliseconds stall) const {
+bool Arrival::Await(const Stream& stream, const Wakeup& stop, std::chrono::milliseconds stall) const {
+    const std::uint64_t all = m_before + stream.SentToSocket();
     std::uint64_t arrived = 0;
     auto deadline = Clock::now() + stall;
     auto pause = kShortestPause;
     for (bool stopped = false;;) {
-        const ConnectionState state = StateOf(m_fd);
-        if (state.acknowledged >= m_before + m_sent)
+        const ConnectionState state = StateOf(stream.Fd());
+        if (state.acknowledged >= all)
             return true;
         const auto now = Clock::now();
         if (state.acknowledged > arrived) {

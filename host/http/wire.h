@@ -1,8 +1,9 @@
 // Takes a request's bytes off a connection and no others, sends an answer's, and tells whether they have
 // arrived. Sockets are non-blocking ones.
 //
-// What follows the head of an upload belongs to the component, so the head is looked at with MSG_PEEK until
-// its blank line is there, and only then are exactly its bytes taken off the socket.
+// What follows the head of an upload belongs to the component, so in clear the head is looked at with
+// MSG_PEEK until its blank line is there, and only then are exactly its bytes taken off the socket. Under TLS
+// the stream keeps what was read too far.
 #pragma once
 
 #include <chrono>
@@ -12,6 +13,7 @@
 #include <string_view>
 
 #include "host/base/wait.h"
+#include "host/http/stream.h"
 
 namespace host {
 
@@ -29,13 +31,13 @@ struct Head {
     bool anyBytes = false; // whether a head had been begun
 };
 // On Complete exactly the head has been taken off it.
-Head ReadHead(int fd, const Wakeup& stop, Clock::time_point deadline);
+Head ReadHead(Stream& stream, const Wakeup& stop, Clock::time_point deadline);
 
-// Takes `bytes` bytes off the socket into `body`; on another result than Complete it holds what came.
-HeadResult ReadBody(int fd, std::size_t bytes, std::string* body, const Wakeup& stop,
+// Takes `bytes` bytes off the connection into `body`; on another result than Complete it holds what came.
+HeadResult ReadBody(Stream& stream, std::size_t bytes, std::string* body, const Wakeup& stop,
                     Clock::time_point deadline);
 
-// Waits until `bytes` bytes are there to be read, and takes none. On Complete `seen` holds them.
+// Waits until `bytes` bytes are there to be read in clear, and takes none. On Complete `seen` holds them.
 HeadResult WaitForBytes(int fd, std::size_t bytes, std::string* seen, const Wakeup& stop,
                         Clock::time_point deadline);
 
@@ -45,11 +47,12 @@ std::size_t FindHeadEnd(std::string_view text) noexcept;
 
 enum class SendResult { Sent, Stalled, Broken, Stopped };
 // Sends everything, or gives up when the peer takes nothing for `stall`.
-SendResult SendAll(int fd, std::string_view bytes, const Wakeup& stop, std::chrono::milliseconds stall);
+SendResult SendAll(Stream& stream, std::string_view bytes, const Wakeup& stop,
+                   std::chrono::milliseconds stall);
 
 // Ends our side of the connection and reads for a moment what the peer still sends: closing over unread bytes
 // would reset it and could take the answer with it. False when the connection is broken.
-bool FinishSending(int fd, const Wakeup& stop);
+bool FinishSending(Stream& stream, const Wakeup& stop);
 
 // Whether what was sent on a connection has arrived.
 //
@@ -57,18 +60,15 @@ bool FinishSending(int fd, const Wakeup& stop);
 // becomes of the connection then. Belongs to one thread.
 class Arrival {
 public:
-    // Before anything is sent on the connection, which outlives the object or is not asked about any more.
-    explicit Arrival(int fd) noexcept;
+    // Before anything is sent on the connection.
+    explicit Arrival(const Stream& stream) noexcept;
 
-    void Sent(std::size_t bytes) noexcept { m_sent += bytes; }
-    // Waits until all of it has arrived. False when the connection ends before, or the stop signal comes, or
-    // nothing more arrives for `stall`.
-    [[nodiscard]] bool Await(const Wakeup& stop, std::chrono::milliseconds stall) const;
+    // Waits until all that was sent on it since has arrived. False when the connection ends before, or the
+    // stop signal comes, or nothing more arrives for `stall`.
+    [[nodiscard]] bool Await(const Stream& stream, const Wakeup& stop, std::chrono::milliseconds stall) const;
 
 private:
-    int m_fd;
     std::uint64_t m_before; // acknowledged, of the handshake
-    std::uint64_t m_sent = 0;
 };
 
 } // namespace host

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -94,16 +95,23 @@ void SayStatus(const std::vector<CameraFigures>& cameras) {
     Console::Get().Say(line.data());
 }
 
-// Waits for SIGINT or SIGTERM. True when one came.
-bool WaitForSignal(Clock::time_point until) {
+// Waits for a signal that ends the program (SIGINT, SIGTERM) or has files read again (SIGHUP); 0: none came.
+int WaitForSignal(Clock::time_point until) {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
     const auto left = std::max(until - Clock::now(), Clock::duration::zero());
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
     const timespec timeout{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
-    return ::sigtimedwait(&signals, nullptr, &timeout) > 0;
+    return std::max(::sigtimedwait(&signals, nullptr, &timeout), 0);
+}
+
+// A service has none from the start. Who closes the terminal that the host was started in means it to end,
+// though the signal is the same.
+bool HasTerminal() {
+    return static_cast<bool>(platform::Descriptor(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)));
 }
 
 // From here on the next signal ends the process the hard way, for somebody who does not want to wait.
@@ -112,6 +120,7 @@ void RestoreSignals() {
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
     ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
@@ -202,6 +211,7 @@ public:
         m_authority = AuthorityForOthers(listener.endpoint);
         m_settings.SetOwnAddress(AuthorityForPhones(listener.endpoint));
         StoreSettings(listener.endpoint);
+        OpenCertificates();
         m_site = std::make_unique<Site>(SiteParts{.feeds = *m_feeds,
                                                   .sources = *m_sources,
                                                   .handlers = *m_handlers,
@@ -212,6 +222,9 @@ public:
                                                   .stop = m_stop,
                                                   .limits = options.limits,
                                                   .demo = m_authenticator.HasDemoUsers(),
+                                                  .certificates = m_certificates.get(),
+                                                  .allowPlain = options.allowPlain,
+                                                  .proxies = options.proxies,
                                                   .language = language,
                                                   .authority = m_authority});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
@@ -257,6 +270,13 @@ private:
         DataFolder data(options.data);
         data.Lock();
         return data;
+    }
+
+    void OpenCertificates() {
+        if (!m_options.certificate.key.empty())
+            m_certificates = std::make_unique<Certificates>(m_options.certificate);
+        else if (m_options.tls)
+            m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost());
     }
 
     void PrepareSettings() {
@@ -322,6 +342,11 @@ private:
         console.Say("Open http://" + places.front() + "/");
         for (std::size_t i = 1; i < places.size(); ++i)
             console.Say("  or http://" + places[i] + "/ from other computers");
+        if (m_certificates && !m_server->Where().IsLoopback()) {
+            console.Say("  and the same with https. The fingerprint of the " +
+                        std::string(m_options.certificate.key.empty() ? "authority" : "certificate") + ":");
+            console.Say("  " + m_certificates->GetAuthority().fingerprint);
+        }
         console.Say("Data folder: " + m_data.Path());
         for (const std::string& login : m_household.oddLogins)
             console.Say("The user \"" + Printable(login) +
@@ -363,6 +388,7 @@ private:
     }
 
     void Loop(const DemoPhones* phones) {
+        const bool hadTerminal = HasTerminal();
         const auto started = Clock::now();
         const auto end =
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
@@ -370,14 +396,19 @@ private:
         auto nextRetry = started + kRetryInterval;
         auto nextSave = started + kSaveInterval;
         while (Clock::now() < end) {
-            if (WaitForSignal(std::min(Clock::now() + kTick, end)))
+            const int signal = WaitForSignal(std::min(Clock::now() + kTick, end));
+            if (signal != 0 && (signal != SIGHUP || (hadTerminal && !HasTerminal())))
                 return;
+            if (signal == SIGHUP && m_certificates)
+                m_certificates->Refresh(m_settings.ToldHost(), true);
             m_feeds->PollConnections();
             Console::Get().Tick();
             // What cannot be written now is tried the next time.
             if (Clock::now() >= nextRetry) {
                 nextRetry = Clock::now() + kRetryInterval;
                 (void)m_settings.WriteWhatIsLeft();
+                if (m_certificates)
+                    m_certificates->Refresh(m_settings.ToldHost());
             }
             if (Clock::now() >= nextSave) {
                 nextSave = Clock::now() + kSaveInterval;
@@ -447,6 +478,7 @@ private:
     std::unique_ptr<Viewing> m_viewing;
     std::unique_ptr<Component> m_component;
     std::optional<FeedSubscription> m_subscription;
+    std::unique_ptr<Certificates> m_certificates; // null: TLS is not spoken
     std::unique_ptr<Site> m_site;
     std::unique_ptr<Server> m_server;
 };

@@ -18,6 +18,13 @@ const std::string_view kHelpText =
   --listen ADDR:PORT     where to listen (127.0.0.1:8080): a numeric address, localhost, or nothing in front of the colon for
                          all addresses of this machine; port 0 takes a free one
   --data DIR             users, cameras and the administrator's password (./data); made if it is missing
+  --tls-cert FILE, --tls-key FILE
+                         the certificate for https and its key, in PEM, read again when they change and on SIGHUP; without them
+                         the host makes an authority and a certificate of its own (DATA/tls)
+  --no-tls               plain HTTP alone; implies --allow-plain
+  --allow-plain          plain HTTP gets everything; without it, other machines get in clear what old phones need and nothing else
+  --trusted-proxy CIDR   a proxy whose X-Forwarded-For and X-Forwarded-Proto count, and that may speak the PROXY protocol; more
+                         than once for several
   --seconds N            ends after N seconds; without it, on Ctrl-C or SIGTERM
   --demo                 three cameras, and a simulated phone for two of them; only on a loopback address
   --pictures DIR         what the simulated phones send: folders "yard" and "gate" with *.jpg files
@@ -100,6 +107,15 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
          }},
         {"--data", SomeText(options.data)},
         {"--seconds", platform::NumberFrom(1U, 31'536'000U, options.seconds)},
+        {"--tls-cert", SomeText(options.certificate.certificate)},
+        {"--tls-key", SomeText(options.certificate.key)},
+        platform::Flag("--allow-plain", options.allowPlain),
+        {"--trusted-proxy",
+         [&](auto name, auto value) {
+             if (!options.proxies.Add(value))
+                 throw platform::WrongValue(name, "an address or a network, ADDRESS/BITS", value);
+         }},
+        {"--no-tls", [&](auto, auto) { options.tls = false; }, true},
         {"--files", SomeText(options.files)},
         {"--pictures", SomeText(options.pictures)},
         {"--kind",
@@ -122,6 +138,10 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
     platform::ReadOptions(arguments, table);
     if ((options.command == Command::AddUser) != kind.has_value())
         throw platform::UsageError("--add-user and --kind go together");
+    if (options.certificate.certificate.empty() != options.certificate.key.empty())
+        throw platform::UsageError("--tls-cert and --tls-key go together");
+    if (!options.tls && !options.certificate.key.empty())
+        throw platform::UsageError("--no-tls and --tls-cert do not go together");
     options.userKind = kind.value_or(options.userKind);
     return options;
 }

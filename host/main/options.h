@@ -10,7 +10,9 @@
 #include "host/base/wait.h"
 #include "host/http/endpoint.h"
 #include "host/http/limits.h"
+#include "host/http/proxy.h"
 #include "host/log/console.h"
+#include "host/tls/certificates.h"
 #include "host/users/user_store.h"
 #include "platform/options.h"
 
@@ -29,9 +31,13 @@ struct Options {
     std::string pictures; // of the demo's phones; empty: found beside the program
     std::string userName; // AddUser
     UserKind userKind = UserKind::Viewer;
-    std::string usersFile; // AddUsers
-    std::string language;  // SetLanguage
-    std::string module;    // Register, Unregister
+    std::string usersFile;   // AddUsers
+    std::string language;    // SetLanguage
+    std::string module;      // Register, Unregister
+    bool tls = true;         // spoken on the same port as plain HTTP
+    bool allowPlain = false; // to other machines as well; implied without TLS
+    TrustedProxies proxies;
+    CertificateFiles certificate; // the operator's own; empty: one of an authority in the data folder
     Limits limits;
     std::int64_t maxPixels = 4 << 20; // of a picture that a phone sends
 };
@@ -43,8 +49,8 @@ Options ParseOptions(std::span<const std::string_view> arguments);
 
 // --- Commands: each returns the exit status and throws StartError ---
 
-// Serves until the time is over or a signal comes. SIGINT and SIGTERM must be blocked in the whole process.
-//
+// Serves until the time is over or a signal comes. SIGINT, SIGTERM and SIGHUP must be blocked in the whole
+// process.
 int Serve(const Options& options);
 
 // --add-user and --add-users.

@@ -86,6 +86,13 @@ void Settings::Adopt(const SettingsDocument& document) {
     m_authenticator.SetCameras(cameras);
     for (const CameraEntry& camera : cameras)
         m_feeds.SetType(camera.name, camera.type);
+    const std::lock_guard guard(m_hostMutex);
+    m_toldHost = document.Host().value_or("");
+}
+
+std::string Settings::ToldHost() const {
+    const std::lock_guard guard(m_hostMutex);
+    return m_toldHost;
 }
 
 std::optional<SettingsReading> Settings::Read() {

@@ -68,6 +68,8 @@ public:
     std::optional<std::string> Password(std::size_t number, std::string_view version);
     // Why the host should get no traffic, in a line; empty when all is well. Any thread; waits for nothing.
     [[nodiscard]] std::string Trouble() const;
+    // What phones are told to connect to, "HOST" or "HOST:PORT". Any thread; waits for nothing.
+    [[nodiscard]] std::string ToldHost() const;
     // Whether the last change is on disk. Any thread; waits for nothing.
     [[nodiscard]] bool IsWritten() const noexcept { return m_written; }
     // Tries again to write what could not be written: now and then, and at the end. False while it cannot.
@@ -103,6 +105,8 @@ private:
     std::u16string m_text; // as it was last seen
     std::uint64_t m_number = 0;
     std::string m_version;
+    mutable std::mutex m_hostMutex; // the line below; nothing is called under it
+    std::string m_toldHost;
 };
 
 } // namespace host

@@ -17,6 +17,7 @@ Page Health, Metrics, Alive, Ready;
 Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLanguage;
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
+Page TrustPage, TrustFile;
 
 constexpr unsigned operator|(Method a, Method b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);
@@ -33,39 +34,42 @@ using enum From;
 using enum Form;
 using enum Host;
 using enum Place;
+using enum Clear;
 
 // clang-format off
 constexpr Address kAddresses[] = {
-//   pattern               methods  who        from       refusals body           host     place   answered by
-    {"/",                  kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   LivePage},
-    {"/tiles",             kSocket, Watcher,   Here,      Text,    0,             Named,   Stream, Tiles},
-    {"/live/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   Stream, MotionJpeg},
-    {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Snapshot},
-    {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   ViewPage},
-    {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             Named,   Viewer, ViewStream},
-    {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Unnamed, None,   TinyPage},
-    {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   File},
-    {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Health},
-    {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Metrics},
-    {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Alive},
-    {"/readyz",            kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Ready},
-    {"/settings",          kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   SettingsPage},
-    {"/settings/",         kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   SettingsPage},
-    {"/settings/*",        kRead,   Admin,     Here,      Json,    0,             Named,   None,   Nothing},
-    {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             Named,   None,   SettingsState},
-    {"/settings/document", kRead,   Admin,     Here,      Json,    0,             Named,   None,   GetSettings},
-    {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   PutSettings},
-    {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   GetSecret},
-    {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   PutLanguage},
-    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   MakeLink},
-    {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   RevokeLink},
-    {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   UseLink},
-    {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   SourceList},
-    {"/mobile/*",          kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   PhoneContent},
-    {"/mobile/config/*",   kRead,   Admin,     Here,      Text,    0,             Unnamed, None,   PhoneContent},
-    {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   Unnamed, Viewer, PhoneStream},
-    {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   Unnamed, None,   PhoneStream},
-    {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Nothing},
+//   pattern               methods  who        from       refusals body           host     place   clear    answered by
+    {"/",                  kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   LivePage},
+    {"/tiles",             kSocket, Watcher,   Here,      Text,    0,             Named,   Stream, Refused, Tiles},
+    {"/live/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   Stream, Refused, MotionJpeg},
+    {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Snapshot},
+    {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   ViewPage},
+    {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             Named,   Viewer, Refused, ViewStream},
+    {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Unnamed, None,   Served,  TinyPage},
+    {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   File},
+    {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Health},
+    {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Metrics},
+    {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Served,  Alive},
+    {"/readyz",            kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Served,  Ready},
+    {"/settings",          kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   Moved,   SettingsPage},
+    {"/settings/",         kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   Moved,   SettingsPage},
+    {"/settings/*",        kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, Nothing},
+    {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, SettingsState},
+    {"/settings/document", kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, GetSettings},
+    {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutSettings},
+    {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   Refused, GetSecret},
+    {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutLanguage},
+    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   Refused, MakeLink},
+    {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   Refused, RevokeLink},
+    {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  UseLink},
+    {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   Served,  SourceList},
+    {"/mobile/*",          kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   Served,  PhoneContent},
+    {"/mobile/config/*",   kRead,   Admin,     Here,      Text,    0,             Unnamed, None,   Refused, PhoneContent},
+    {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   Unnamed, Viewer, Served,  PhoneStream},
+    {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   Unnamed, None,   Served,  PhoneStream},
+    {"/trust",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  TrustPage},
+    {"/trust/*",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Refused, TrustFile},
+    {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   Nothing},
 };
 // clang-format on
 
@@ -172,9 +176,10 @@ void SourceList(const Site& site, Visit& visit) {
 
 void PhoneStream(const Site& site, Visit& visit) {
     const auto handler = site.mobile.HandlerOf(visit.request, true);
-    const auto refused = handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn,
-                                                        std::move(visit.place), *handler)
-                                 : Answer::Text(404, "There is nothing here.");
+    const auto refused =
+        handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn, std::move(visit.place),
+                                       *handler, [&visit] { visit.LeavePlace(); })
+                : Answer::Text(404, "There is nothing here.");
     if (refused)
         visit.SendLast(*refused);
 }
@@ -182,6 +187,14 @@ void PhoneStream(const Site& site, Visit& visit) {
 void PhoneContent(const Site& site, Visit& visit) {
     visit.Send(site.mobile.Content(visit.request, visit.signIn.credentials.login,
                                    site.access.Offers(visit.signIn, Who::Watcher)));
+}
+
+void TrustPage(const Site& site, Visit& visit) {
+    visit.Send(site.trust.Page(visit.request));
+}
+
+void TrustFile(const Site& site, Visit& visit) {
+    visit.Send(site.trust.File(visit.rest));
 }
 
 void Nothing(const Site&, Visit& visit) {

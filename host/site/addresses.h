@@ -9,6 +9,7 @@
 //   a page of another site, where From forbids  403
 //   a longer body, or one of unknown length     413, 411
 //   no host named, where it has to be           400
+//   another machine, in clear             307 to https, 421 or 403 (Clear)
 //   somebody who takes up as many as he may     429
 #pragma once
 
@@ -84,6 +85,13 @@ enum class Place {
     Viewer, // of the packed pictures for its sender
 };
 
+// What plain HTTP gets from another machine, where TLS is spoken (Site::allowPlain turns it off).
+enum class Clear {
+    Served,  // old phones know nothing else
+    Moved,   // a page: a GET or HEAD is sent on to https, anything else refused
+    Refused, // it would carry a password, a picture or a change
+};
+
 struct Address {
     // A path. With "/*" at its end also everything below it; "/*" alone is what nothing else fits.
     std::string_view pattern;
@@ -94,6 +102,7 @@ struct Address {
     std::size_t body; // bytes that are read at the most
     Host host;
     Place place;
+    Clear clear;
     // Answers, or takes the connection.
     void (*serve)(const Site& site, Visit& visit);
 };

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 
 #include "host/html/page.h"
+#include "host/http/proxy.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
 #include "host/site/addresses.h"
@@ -47,6 +48,28 @@ bool IsForeign(const Request& request) {
         return true;
     const auto site = request.Field("Sec-Fetch-Site");
     return !site.empty() && site != "same-origin" && site != "none";
+}
+
+// What another machine may not have in clear.
+std::optional<Answer> RefuseClear(const AddressMatch& match, const Request& request, const Site& site) {
+    const Clear clear = (match.address != nullptr ? match.address : match.pattern)->clear;
+    if (clear == Clear::Served || request.secure || request.toThisMachine || site.allowPlain)
+        return std::nullopt;
+    const bool reads = request.method == "GET" || request.method == "HEAD";
+    if (clear == Clear::Moved && reads && !request.wantsWebSocket) {
+        // Nobody is sent to a name that this server cannot be at.
+        if (!site.certificates->Current()->Covers(request.Host()))
+            return Answer::Text(421,
+                                "Ask for this with https, and under a name of this server's certificate.");
+        Answer answer = Answer::Text(307, "This is for https.");
+        answer.headers["Location"] = "https://" + std::string(request.Host()) + request.path +
+                                     (request.query.empty() ? "" : "?" + request.query);
+        return answer;
+    }
+    site.counters.Refuse(Refusal::InClear);
+    return Answer::Refusal(
+        match.pattern->refusals, 403,
+        "This goes over https alone; the option --allow-plain of the server lets it go in clear.");
 }
 
 std::optional<Answer> RefuseOrigin(const Address& address, const Request& request, const Site& site) {
@@ -100,6 +123,9 @@ void Serve(Visit& visit, const Site& site) {
         site.counters.Refuse(Refusal::HeadInvalid);
         return visit.SendLast(Answer::Text(400, "A request of HTTP/1.1 names the host that it is for."));
     }
+    if (const auto refused = RefuseClear(match, visit.request, site))
+        return match.address != nullptr && match.address->body == kBodyUnread ? visit.SendLast(*refused)
+                                                                              : visit.Send(*refused);
     if (match.address == nullptr)
         return visit.Send(RefuseMethod(match, visit.request.method));
     const Address& address = *match.address;
@@ -115,12 +141,18 @@ void Serve(Visit& visit, const Site& site) {
 
 class Connection {
 public:
-    Connection(Descriptor socket, const PeerAddress& peer, const Site& site)
-        : m_socket(std::move(socket)), m_arrival(m_socket.Get()), m_peer(peer), m_site(site) {}
+    Connection(Descriptor socket, const PeerAddress& peer, const std::function<void()>& leave,
+               const Site& site)
+        : m_stream(std::move(socket)), m_arrival(m_stream), m_peer(peer), m_leave(leave), m_site(site) {}
 
     void Run() {
+        auto deadline = Clock::now() + m_site.limits.headDeadline;
+        if (!Begin(deadline))
+            return;
         for (unsigned served = 0; served < kMaxRequestsPerConnection; ++served) {
-            Head head = ReadHead(m_socket.Get(), m_site.stop, Clock::now() + m_site.limits.headDeadline);
+            if (served > 0 || m_stream.IsSecure())
+                deadline = Clock::now() + m_site.limits.headDeadline;
+            Head head = ReadHead(m_stream, m_site.stop, deadline);
             if (head.result != HeadResult::Complete)
                 return RefuseHead(head);
             ParsedRequest parsed = ParseRequest(std::move(head.text));
@@ -128,9 +160,10 @@ public:
                 return Refuse(Refusal::HeadInvalid, parsed.status,
                               "This is no request that the server understands.");
             ++m_site.counters.requests;
-            parsed.request->peer = m_peer;
+            if (!Introduce(*parsed.request))
+                return Refuse(Refusal::HeadInvalid, 400, "X-Forwarded-For names no address.");
             parsed.request->arrived = Clock::now();
-            Visit visit(m_socket, m_arrival, std::move(*parsed.request), m_site);
+            Visit visit(m_stream, m_arrival, m_leave, std::move(*parsed.request), m_site);
             Serve(visit, m_site);
             if (!visit.GoesOn())
                 return;
@@ -140,15 +173,17 @@ public:
     // There are too many connections, but some requests have a place kept.
     void RunKept(Refusal full) {
         const auto deadline = Clock::now() + std::min(kProbeDeadline, m_site.limits.headDeadline);
-        Head head = ReadHead(m_socket.Get(), m_site.stop, deadline);
+        if (!Begin(deadline))
+            return m_site.counters.Refuse(full);
+        Head head = ReadHead(m_stream, m_site.stop, deadline);
         ParsedRequest parsed;
         if (head.result == HeadResult::Complete)
             parsed = ParseRequest(std::move(head.text));
         Request request = parsed.request ? std::move(*parsed.request) : Request{};
         const Address* const address = parsed.request ? FindAddress(request).address : nullptr;
-        request.peer = m_peer;
+        (void)Introduce(request);
         request.keepAlive = false;
-        Visit visit(m_socket, m_arrival, std::move(request), m_site);
+        Visit visit(m_stream, m_arrival, m_leave, std::move(request), m_site);
         if (address != nullptr && address->place == Place::Kept)
             return Serve(visit, m_site);
         m_site.counters.Refuse(full);
@@ -156,6 +191,79 @@ public:
     }
 
 private:
+    // What stands before the first request: who a trusted proxy speaks for, and TLS.
+    bool Begin(Clock::time_point deadline) {
+        m_byProxy = m_site.proxies.Trusts(m_peer);
+        return (!m_byProxy || ReadPreamble(deadline)) && Secure(deadline);
+    }
+
+    bool ReadPreamble(Clock::time_point deadline) {
+        std::string seen;
+        for (std::size_t needed = 1;;) {
+            // Where nothing comes the head does not either, and says so.
+            if (WaitForBytes(m_stream.Fd(), needed, &seen, m_site.stop, deadline) != HeadResult::Complete)
+                return true;
+            const ProxyPreamble preamble = ReadProxyPreamble(seen);
+            switch (preamble.kind) {
+            case ProxyPreamble::Kind::Absent:
+                return true;
+            case ProxyPreamble::Kind::Incomplete:
+                needed = preamble.size;
+                continue;
+            case ProxyPreamble::Kind::Invalid:
+                m_site.counters.Refuse(Refusal::HeadInvalid);
+                return false;
+            case ProxyPreamble::Kind::Complete:
+                break;
+            }
+            seen.resize(preamble.size);
+            if (::recv(m_stream.Fd(), seen.data(), seen.size(), MSG_DONTWAIT) !=
+                static_cast<ssize_t>(seen.size()))
+                return false;
+            if (preamble.address)
+                m_peer = AddressOf(*preamble.address);
+            // What it says in header fields counts only if the client is a proxy as well.
+            m_byProxy = m_site.proxies.Trusts(m_peer);
+            return true;
+        }
+    }
+
+    // Enters who sends a request and how. False where a trusted proxy says what makes no sense.
+    bool Introduce(Request& request) const {
+        request.peer = m_peer;
+        request.secure = m_stream.IsSecure();
+        if (m_byProxy) {
+            const Forwarded forwarded = ReadForwarded(request, m_site.proxies);
+            request.secure = request.secure || forwarded.secure;
+            if (forwarded.address)
+                request.peer = AddressOf(*forwarded.address);
+            if (!forwarded.valid)
+                return false;
+        }
+        const auto address = Network::Address(request.peer.text);
+        request.toThisMachine = address && address->IsLoopback();
+        return true;
+    }
+
+    // The first byte tells TLS from plain HTTP, whose requests begin with a letter.
+    bool Secure(Clock::time_point deadline) {
+        const TlsContextPtr context =
+            m_site.certificates != nullptr ? m_site.certificates->Current() : nullptr;
+        if (!context)
+            return true;
+        constexpr char kHandshake = 22; // RFC 8446, 5.1
+        std::string first;
+        // Where none comes the head does not either, and says so.
+        if (WaitForBytes(m_stream.Fd(), 1, &first, m_site.stop, deadline) != HeadResult::Complete ||
+            first[0] != kHandshake)
+            return true;
+        if (m_stream.Secure(*context, m_site.stop, deadline))
+            return true;
+        m_site.counters.Refuse(Refusal::HandshakeFailed);
+        (void)FinishSending(m_stream, m_site.stop); // the alert is to arrive
+        return false;
+    }
+
     void RefuseHead(const Head& head) {
         if (head.result == HeadResult::TooLarge)
             Refuse(Refusal::HeadInvalid, 431, "The head of this request is too long.");
@@ -166,12 +274,14 @@ private:
     // Refuses what is no request; the connection ends behind the answer.
     void Refuse(Refusal reason, unsigned status, std::string_view line) {
         m_site.counters.Refuse(reason);
-        Visit(m_socket, m_arrival, Request{}, m_site).SendLast(Answer::Text(status, line));
+        Visit(m_stream, m_arrival, m_leave, Request{}, m_site).SendLast(Answer::Text(status, line));
     }
 
-    Descriptor m_socket;
-    Arrival m_arrival;
-    const PeerAddress& m_peer;
+    Stream m_stream;
+    const Arrival m_arrival;
+    PeerAddress m_peer;
+    bool m_byProxy = false; // what header fields say of the client counts
+    const std::function<void()>& m_leave;
     const Site& m_site;
 };
 
@@ -181,7 +291,7 @@ bool Visit::ReadBody() {
     if (request.expectsContinue && !SendBytes("HTTP/1.1 100 Continue\r\n\r\n"))
         return false;
     const auto deadline = Clock::now() + m_site.limits.bodyDeadline;
-    const HeadResult read = host::ReadBody(m_socket.Get(), request.bodySize, &body, m_site.stop, deadline);
+    const HeadResult read = host::ReadBody(m_stream, request.bodySize, &body, m_site.stop, deadline);
     if (read == HeadResult::Timeout)
         SendLast(Answer::Text(408, "The request did not come in time."));
     return read == HeadResult::Complete;
@@ -195,28 +305,20 @@ void Visit::Send(const Answer& answer) {
 
 void Visit::SendLast(const Answer& answer) {
     if (SendBytes(Serialize(Readable(answer), {.headOnly = IsHead()})))
-        FinishSending(m_socket.Get(), m_site.stop);
+        FinishSending(m_stream, m_site.stop);
 }
 
 bool Visit::SendUntilArrived(const Answer& answer) {
     if (SendBytes(Serialize(answer, {.headOnly = IsHead()})) &&
-        m_arrival.Await(m_site.stop, m_site.limits.writeStall)) {
-        FinishSending(m_socket.Get(), m_site.stop);
+        m_arrival.Await(m_stream, m_site.stop, m_site.limits.writeStall)) {
+        FinishSending(m_stream, m_site.stop);
         return true;
     }
     // The system throws away what it has not sent yet, and resets the connection.
     const linger hard{1, 0};
-    ::setsockopt(m_socket.Get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-    m_socket.Close();
+    ::setsockopt(m_stream.Fd(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    m_stream.Close();
     return false;
-}
-
-Descriptor Visit::Take() {
-    return std::move(m_socket);
-}
-
-int Visit::Last() {
-    return m_socket.Get();
 }
 
 Answer Visit::Readable(const Answer& answer) const {
@@ -226,8 +328,7 @@ Answer Visit::Readable(const Answer& answer) const {
 }
 
 bool Visit::SendBytes(std::string_view bytes) {
-    m_arrival.Sent(bytes.size());
-    return SendAll(m_socket.Get(), bytes, m_site.stop, m_site.limits.writeStall) == SendResult::Sent;
+    return SendAll(m_stream, bytes, m_site.stop, m_site.limits.writeStall) == SendResult::Sent;
 }
 
 Answer FullAnswer() {
@@ -237,9 +338,9 @@ Answer FullAnswer() {
 }
 
 void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
-                     const Site& site) noexcept {
+                     const std::function<void()>& leave, const Site& site) noexcept {
     try {
-        Connection connection(std::move(socket), peer, site);
+        Connection connection(std::move(socket), peer, leave, site);
         full ? connection.RunKept(*full) : connection.Run();
     } catch (const std::exception& error) {
         try {

@@ -1,6 +1,7 @@
 // One connection of the web server, and each request on it as what answers it sees it.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,7 @@
 #include "host/http/endpoint.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/stream.h"
 #include "host/http/wire.h"
 #include "host/users/authenticator.h"
 #include "host/users/shares.h"
@@ -19,12 +21,13 @@ namespace host {
 
 struct Site;
 
-// A request, and the ways to answer it. Belongs to the thread of the connection. The socket is a non-blocking
-// one.
+// A request, and the ways to answer it. Belongs to the thread of the connection.
 class Visit {
 public:
-    Visit(Descriptor& socket, Arrival& arrival, Request made, const Site& site)
-        : request(std::move(made)), m_socket(socket), m_arrival(arrival), m_site(site) {}
+    // `leave` gives the connection's place back.
+    Visit(Stream& stream, const Arrival& arrival, const std::function<void()>& leave, Request made,
+          const Site& site)
+        : request(std::move(made)), m_stream(stream), m_arrival(arrival), m_leave(leave), m_site(site) {}
 
     const Request request;
     std::string_view rest{}; // of its path, behind the pattern of its address
@@ -48,13 +51,16 @@ public:
     // The connection ends behind the answer. Tells whether that has arrived; if not, nothing of it does
     // later.
     [[nodiscard]] bool SendUntilArrived(const Answer& answer);
-    // The socket, from which nothing behind the head has been read; the connection is somebody else's then.
-    [[nodiscard]] Descriptor Take();
-    // Offers the socket to somebody who takes it, as with Take, or leaves it: then one of the calls above
-    // still has to answer.
-    [[nodiscard]] Descriptor& Offer() { return m_socket; }
-    // The socket, to write to: the connection ends behind the call.
-    [[nodiscard]] int Last();
+    // The connection, from which nothing behind the head has been read; it is somebody else's then.
+    [[nodiscard]] Stream Take() { return std::move(m_stream); }
+    // Offers it to somebody who takes its socket, or leaves it: then one of the calls above still has to
+    // answer.
+    [[nodiscard]] Stream& Offer() { return m_stream; }
+    // The connection, to write to: it ends behind the call.
+    [[nodiscard]] Stream& Last() { return m_stream; }
+
+    // From now on it does not count among those that the web server may have.
+    void LeavePlace() const { m_leave(); }
 
     // Whether the next request may come.
     [[nodiscard]] bool GoesOn() const noexcept { return m_goesOn; }
@@ -63,16 +69,19 @@ private:
     [[nodiscard]] Answer Readable(const Answer& answer) const;
     bool SendBytes(std::string_view bytes);
 
-    Descriptor& m_socket;
-    Arrival& m_arrival;
+    Stream& m_stream;
+    const Arrival& m_arrival;
+    const std::function<void()>& m_leave;
     const Site& m_site;
     bool m_goesOn = false;
 };
 
 // Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over; of a
-// connection beyond a limit, `full`, one request that has a place kept. Never throws.
+// connection beyond a limit, `full`, one request that has a place kept. Never throws. What begins with a byte
+// of TLS is served under that, where the site has a certificate. `leave` gives the connection's place back
+// before its end.
 void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
-                     const Site& site) noexcept;
+                     const std::function<void()>& leave, const Site& site) noexcept;
 
 // Tells a peer that there are too many connections.
 [[nodiscard]] Answer FullAnswer();

@@ -62,15 +62,19 @@ void Server::Accept() {
     m_listener.socket.Close();
 }
 
-std::optional<Refusal> Server::LimitReached(const Count& ofAddress) const {
+std::optional<Refusal> Server::LimitReached(const Count& ofAddress, bool trusted) const {
     if (m_all.held >= m_site.limits.maxConnections)
         return Refusal::TooManyConnections;
-    if (ofAddress.held >= m_site.limits.maxPerAddress)
+    // A proxy's connections are those of many.
+    if (!trusted && ofAddress.held >= m_site.limits.maxPerAddress)
         return Refusal::TooManyFromAddress;
     return std::nullopt;
 }
 
-void Server::Leave(const Client& client) {
+void Server::Leave(Client& client) {
+    if (std::exchange(client.left, true))
+        return;
+    --m_site.counters.open;
     const auto ofAddress = m_perAddress.find(client.peer.key);
     for (Count* const count : {&m_all, &ofAddress->second})
         --(client.full ? count->probes : count->held);
@@ -86,29 +90,31 @@ void Server::Admit(Descriptor socket, PeerAddress peer) {
     const std::lock_guard guard(m_mutex);
     const auto known = m_perAddress.find(peer.key);
     const Count before = known != m_perAddress.end() ? known->second : Count{};
-    const auto full = LimitReached(before);
+    const auto full = LimitReached(before, m_site.proxies.Trusts(peer));
     if (full && (m_all.probes >= kProbePlaces || before.probes >= kProbesPerAddress))
         return Turn(socket, *full);
-    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), full, {}});
+    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), full, false, {}});
     for (Count* const count : {&m_all, &m_perAddress[client->peer.key]})
         ++(full ? count->probes : count->held);
+    ++counters.open;
     try {
         // The thread comes to its end only through the mutex that is held here.
         client->thread = std::thread([this, client, taken = std::move(socket)]() mutable {
-            ServeConnection(std::move(taken), client->peer, client->full, m_site);
+            const std::function<void()> leave = [this, client] {
+                const std::lock_guard leaving(m_mutex);
+                Leave(*client);
+            };
+            ServeConnection(std::move(taken), client->peer, client->full, leave, m_site);
+            leave();
             const std::lock_guard ending(m_mutex);
-            Leave(*client);
             m_finished.splice(m_finished.end(), m_clients, client);
-            --m_site.counters.open;
             m_ended.Signal();
         });
     } catch (const std::system_error&) {
         Leave(*client);
         m_clients.erase(client);
         counters.Refuse(Refusal::NoThread);
-        return;
     }
-    ++counters.open;
 }
 
 // Says why, if the peer takes it at once; the acceptor waits for nobody.

@@ -15,7 +15,7 @@
 namespace host {
 
 // A thread for each connection: it lives as long as the web server has the socket, so an upload that was
-// handed over costs nothing here. Every thread is joined by Stop.
+// handed over costs nothing here, or under TLS the thread, but no place. Every thread is joined by Stop.
 class Server {
 public:
     // Takes up what has come to the listener meanwhile, and goes on.
@@ -32,6 +32,7 @@ private:
     struct Client {
         PeerAddress peer;
         std::optional<Refusal> full; // the limit that it is beyond: it may ask for a probe and nothing else
+        bool left = false;           // its place has been given back before its end
         std::thread thread;
     };
     using Clients = std::list<Client>;
@@ -43,8 +44,8 @@ private:
     void Accept();
     void Admit(Descriptor socket, PeerAddress peer);
     // With m_mutex held.
-    [[nodiscard]] std::optional<Refusal> LimitReached(const Count& ofAddress) const;
-    void Leave(const Client& client);
+    [[nodiscard]] std::optional<Refusal> LimitReached(const Count& ofAddress, bool trusted) const;
+    void Leave(Client& client);
     void Turn(const Descriptor& socket, Refusal reason) const;
     void Reap();
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "host/http/proxy.h"
 #include "host/site/addresses.h"
 #include "host/site/links/pages.h"
 #include "host/site/live/pages.h"
@@ -11,7 +12,9 @@
 #include "host/site/monitor/pages.h"
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
+#include "host/site/trust/pages.h"
 #include "host/site/view/pages.h"
+#include "host/tls/certificates.h"
 #include "host/users/password.h"
 
 namespace host {
@@ -28,6 +31,11 @@ struct SiteParts {
     const Wakeup& stop; // raised once, for good
     Limits limits{};
     bool demo = false; // there are demo users
+    // Null: TLS is not spoken.
+    const Certificates* certificates = nullptr;
+    // Plain HTTP gets everything, also from other machines.
+    bool allowPlain = true;
+    TrustedProxies proxies{};
     // The code of the language that the component's texts are in since the start.
     std::string language{};
     // Where others reach this server, "ADDR:PORT"; empty where nobody but this machine does.
@@ -36,26 +44,33 @@ struct SiteParts {
 
 struct Site {
     explicit Site(const SiteParts& parts)
-        : limits(parts.limits), stop(parts.stop), counters(parts.counters), pageToken(RandomPassword()),
-          shares(limits), language(parts.language), access{parts.authenticator, counters, parts.demo},
+        : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
+          allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
+          pageToken(RandomPassword()), shares(limits),
+          language(parts.language), access{parts.authenticator, counters, parts.demo},
           live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
           view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
                                                                            parts.packers, limits.staleAfter,
                                                                            parts.language},
           monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
-                                                                                  parts.language, pageToken},
+                                                                                  parts.language, pageToken,
+                                                                                  parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
           links{parts.authenticator, parts.authority, language,
                 [this](const Request& request, std::string_view login) {
                     return mobile.Content(request, login);
-                }} {}
+                }},
+          trust{parts.certificates, language} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 
     const Limits limits;
     const Wakeup& stop;
     Counters& counters;
+    const Certificates* const certificates; // null: TLS is not spoken
+    const bool allowPlain;
+    const TrustedProxies proxies;
     // A page of this host sends it with each change; a page of another site cannot know it.
     const std::string pageToken;
     mutable ShareTable shares; // thread-safe
@@ -70,6 +85,7 @@ struct Site {
     const SettingsPages settings;
     const MobilePages mobile;
     const LinkPages links;
+    const TrustPages trust;
 };
 
 } // namespace host

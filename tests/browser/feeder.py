@@ -16,13 +16,14 @@ FRAME_DESCRIPTOR = 4
 class Feeder(threading.Thread):
     """Sends `pictures` in turn, `rate` a second, within the grants; connects again whenever the connection ends.
 
-    `sent` maps an index into `pictures` to the Unix time, in seconds, at which it was last handed to the kernel.
+    `wrap` makes of a connection the one that is talked on, for TLS. `sent` maps an index into `pictures` to the Unix time, in seconds, at which it was last handed to the kernel.
     """
 
-    def __init__(self, port, login, password, pictures, rate):
+    def __init__(self, port, login, password, pictures, rate, wrap=None):
         super().__init__(daemon=True)
         self.port, self.login, self.password = port, login, password
         self.pictures, self.rate = pictures, rate
+        self.wrap = wrap or (lambda connection: connection)
         self.sent = {}
         self.frames = 0
         self.failure = None  # why the last connection ended
@@ -49,7 +50,8 @@ class Feeder(threading.Thread):
         while not self._stop_asked.is_set():
             try:
                 with socket.create_connection(("127.0.0.1", self.port), timeout=5) as connection:
-                    self._converse(connection)
+                    with self.wrap(connection) as talk:
+                        self._converse(talk)
             except OSError as failure:
                 self.failure = failure
             self._stop_asked.wait(0.2)

@@ -25,6 +25,7 @@ class Host:
     def __init__(self, program, folder, arguments=()):
         self.program, self.folder, self.arguments = program, folder, list(arguments)
         self.port = free_port()
+        self.listen = f"127.0.0.1:{self.port}"
         self.process = None
         self.log = open(os.path.join(folder, "host.log"), "ab")
         self.data = os.path.join(folder, "data")
@@ -51,7 +52,7 @@ class Host:
 
     def start(self, **options):
         """`options` are those of Popen."""
-        command = [self.program, "--listen", f"127.0.0.1:{self.port}", "--data", self.data, *self.arguments]
+        command = [self.program, "--listen", self.listen, "--data", self.data, *self.arguments]
         self.process = subprocess.Popen(command, stdout=self.log, stderr=self.log, stdin=subprocess.DEVNULL, **options)
         self.wait_ready()
 

@@ -40,6 +40,7 @@ TEST(Head, IsWaitedForAndToldApartFromWhatIsNone) {
     };
     for (const Case& c : cases) {
         TcpPair pair;
+        Stream near(std::move(pair.near));
         Wakeup stop;
         pair.far.Send(c.sent.substr(0, 3));
         std::thread rest([&] {
@@ -53,7 +54,7 @@ TEST(Head, IsWaitedForAndToldApartFromWhatIsNone) {
                 stop.Signal();
         });
         const auto begin = Clock::now();
-        const Head head = ReadHead(pair.near.Get(), stop, begin + 10s);
+        const Head head = ReadHead(near, stop, begin + 10s);
         EXPECT_EQ(head.result, c.result) << c.what;
         EXPECT_EQ(head.anyBytes, !c.sent.empty()) << c.what;
         EXPECT_LT(Clock::now() - begin, 3s) << c.what;
@@ -63,8 +64,7 @@ TEST(Head, IsWaitedForAndToldApartFromWhatIsNone) {
             continue;
         // One byte of a record is enough to be told of.
         pair.far.Send("x");
-        EXPECT_EQ(WaitFor({.socket = pair.near.Get(), .socketEvents = POLLIN}, Clock::now() + 5s),
-                  Waited::Ready);
+        EXPECT_EQ(WaitFor({.socket = near.Fd(), .socketEvents = POLLIN}, Clock::now() + 5s), Waited::Ready);
     }
 }
 

@@ -64,6 +64,8 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /mobile/list?x=mobile/video", Rig::kPhone, 404},
         {"GET /mobilex", Rig::kViewer, 404},
         {"GET /healthz", "", 200},
+        {"GET /trust", "", 404}, // TLS is not spoken here
+        {"GET /trust/authority.crt", "", 404},
         {"HEAD /readyz", Rig::kWrong, 200},
         {"POST /healthz", Rig::kAdmin, 405},
         {"GET /tinyx", Rig::kViewer, 404},

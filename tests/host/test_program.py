@@ -192,7 +192,8 @@ class Programs(ProgramCase):
 
     def test_what_is_to_be_opened_can_be_opened(self):
         said = self.run_host("--data", self.data, "--listen", ":0", "--seconds", "1")
-        self.assertRegex(said, r"Open http://127\.0\.0\.1:\d+/\n(  or http://[\d.]+:\d+/ from other computers\n)*Data folder: ")
+        self.assertRegex(said, r"Open http://127\.0\.0\.1:\d+/\n(  or http://[\d.]+:\d+/ from other computers\n)*"
+                               r"  and the same with https\. The fingerprint of the authority:\n  ([0-9A-F]{2}:){31}[0-9A-F]{2}\nData folder: ")
 
     def test_levels_are_written_where_the_journal_reads(self):
         # The service manager names the stream by device and inode; the name of another stream means nothing.

@@ -23,9 +23,9 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
-HOUSE = KIT | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html"}
+HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("links", "live", "mobile", "monitor", "settings", "tiny", "view")
+    f"host/site/{subject}" for subject in ("links", "live", "mobile", "monitor", "settings", "tiny", "trust", "view")
 }
 TABLE = {
     "platform": set(),
@@ -57,7 +57,8 @@ TABLE = {
     # The host itself, each room on those above it.
     "host/base": {"platform"},
     "host/log": INTERFACES | {"host/base"},
-    "host/http": {"platform", "host/base", "host/log"},
+    "host/tls": {"platform", "host/base", "host/log"},
+    "host/http": {"platform", "host/base", "host/log", "host/tls"},
     "host/users": {"platform", "host/base", "host/log", "host/http", "host/component"},
     "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
@@ -84,6 +85,7 @@ LIBRARIES = {
     "nlohmann/": {"host/http", "host/feed", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
+    "openssl/": {"host/tls"},
     "libxml/": {"host/site/mobile"},
     "libxslt/": {"host/site/mobile"},
     "qrencode.h": {"host/site/links"},

@@ -7,7 +7,7 @@ import { setDocumentLanguage } from "./text.js";
 const page = {};
 for (const id of [
     "title", "message", "message-title", "message-detail", "banner", "form", "values", "lists", "language",
-    "language-field", "bar", "state", "discard", "save",
+    "language-field", "trust-field", "trust-name", "fingerprint", "trust-again", "bar", "state", "discard", "save",
 ]) {
     page[id] = document.getElementById(id);
 }
@@ -52,6 +52,12 @@ async function ask(method, path, { body, headers = {}, json = false } = {}) {
 async function readState() {
     host = (await ask("GET", "/settings/state", { json: true })).content;
     host.language.configured ||= host.language.active; // while none is chosen
+    page["trust-field"].hidden = host.trust === null;
+    if (host.trust !== null) {
+        page["trust-name"].textContent = text(host.trust.own ? "authorityFingerprint" : "certificateFingerprint");
+        page.fingerprint.textContent = host.trust.fingerprint;
+        page["trust-again"].hidden = !host.trust.replaced;
+    }
 }
 
 // A restarted host has a new token. The person is asked for nothing as long as the sign-in holds.

@@ -122,6 +122,33 @@ export const WORDS = {
         "Kept as it is.", "Se conserva tal cual.", "Conservé tel quel.", "Оставлено как есть.",
         "Atstāts, kā ir.", "Olduğu kimi saxlanılır.", "დატოვებულია უცვლელად.",
     ],
+    authorityFingerprint: [
+        "SHA-256 fingerprint of this server’s authority", "Huella SHA-256 de la autoridad de este servidor",
+        "Empreinte SHA-256 de l’autorité de ce serveur", "Отпечаток SHA-256 центра сертификации этого сервера",
+        "Šī servera sertifikācijas iestādes SHA-256 nospiedums", "Bu serverin sertifikat mərkəzinin SHA-256 izi",
+        "ამ სერვერის სასერტიფიკაციო ცენტრის SHA-256 ანაბეჭდი",
+    ],
+    certificateFingerprint: [
+        "SHA-256 fingerprint of this server’s certificate", "Huella SHA-256 del certificado de este servidor",
+        "Empreinte SHA-256 du certificat de ce serveur", "Отпечаток SHA-256 сертификата этого сервера",
+        "Šī servera sertifikāta SHA-256 nospiedums", "Bu serverin sertifikatının SHA-256 izi",
+        "ამ სერვერის სერტიფიკატის SHA-256 ანაბეჭდი",
+    ],
+    authorityReplaced: [
+        "The authority is a new one: devices that trusted the earlier one have to trust again.",
+        "La autoridad es nueva: los dispositivos que confiaban en la anterior tienen que volver a confiar.",
+        "L’autorité est nouvelle : les appareils qui faisaient confiance à la précédente doivent le refaire.",
+        "Центр новый: устройствам, доверявшим прежнему, нужно довериться заново.",
+        "Iestāde ir jauna: ierīcēm, kas uzticējās iepriekšējai, jāuzticas no jauna.",
+        "Mərkəz yenidir: əvvəlkinə etibar edən cihazlar yenidən etibar etməlidir.",
+        "ცენტრი ახალია: მოწყობილობები, რომლებიც წინას ენდობოდნენ, ხელახლა უნდა ენდონ.",
+    ],
+    trustHow: [
+        "How devices come to trust this server", "Cómo los dispositivos llegan a confiar en este servidor",
+        "Comment les appareils en viennent à faire confiance à ce serveur", "Как устройства начинают доверять этому серверу",
+        "Kā ierīces sāk uzticēties šim serverim", "Cihazlar bu serverə necə etibar etməyə başlayır",
+        "როგორ იწყებენ მოწყობილობები ამ სერვერისთვის ნდობას",
+    ],
     loading: ["Reading the settings", "Leyendo los ajustes", "Lecture des réglages", "Чтение настроек", "Iestatījumu nolasīšana", "Ayarlar oxunur", "პარამეტრების წაკითხვა"],
     cannotLoad: [
         "The settings cannot be shown", "No se pueden mostrar los ajustes", "Impossible d’afficher les réglages",

@@ -23,8 +23,8 @@ int QueuedBytes(int fd) {
 
 class LiveStream {
 public:
-    LiveStream(int fd, const FeedPtr& feed, const LivePages& pages)
-        : m_fd(fd), m_feed(feed), m_pages(pages), m_watch(feed, m_wakeup) {}
+    LiveStream(Stream& stream, const FeedPtr& feed, const LivePages& pages)
+        : m_stream(stream), m_fd(stream.Fd()), m_feed(feed), m_pages(pages), m_watch(feed, m_wakeup) {}
 
     void Run() {
         m_lastPicture = m_sentAt = Clock::now();
@@ -40,7 +40,7 @@ private:
     static constexpr const char* kPartHead = "\r\nContent-Type: image/jpeg\r\n\r\n";
 
     bool Send(std::string_view bytes) {
-        return SendAll(m_fd, bytes, m_pages.stop, m_pages.limits.writeStall) == SendResult::Sent;
+        return SendAll(m_stream, bytes, m_pages.stop, m_pages.limits.writeStall) == SendResult::Sent;
     }
 
     bool SendPart(std::string_view jpeg) {
@@ -103,6 +103,7 @@ private:
         return waited == Waited::Timeout;
     }
 
+    Stream& m_stream;
     const int m_fd;
     const FeedPtr m_feed;
     const LivePages& m_pages;
@@ -116,17 +117,17 @@ private:
 
 } // namespace
 
-void LivePages::SendMotionJpeg(int fd, const FeedPtr& feed, bool headOnly) const {
+void LivePages::SendMotionJpeg(Stream& stream, const FeedPtr& feed, bool headOnly) const {
     const int buffer = kWatcherSendBuffer;
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    ::setsockopt(stream.Fd(), SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
     Answer head;
     head.type = "multipart/x-mixed-replace; boundary=" + std::string(kBoundary);
     head.headers["Cache-Control"] = "no-store";
     const std::string bytes = Serialize(head, {.headOnly = headOnly, .openEnded = true});
-    if (SendAll(fd, bytes, stop, limits.writeStall) != SendResult::Sent || headOnly)
+    if (SendAll(stream, bytes, stop, limits.writeStall) != SendResult::Sent || headOnly)
         return;
     const WatchGuard watching(counters, SessionKind::Live);
-    LiveStream(fd, feed, *this).Run();
+    LiveStream(stream, feed, *this).Run();
 }
 
 } // namespace host

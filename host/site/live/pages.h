@@ -6,6 +6,7 @@
 #include "host/http/answer.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/stream.h"
 #include "host/sources/source_table.h"
 
 namespace host {
@@ -33,7 +34,7 @@ struct LivePages {
     // /live/NAME: motion JPEG for everything that is not the page. Sends pictures until the watcher leaves,
     // stalls, or the server stops. A watcher gets the newest picture only, and the next one when the one
     // before has left this machine; what came between is skipped.
-    void SendMotionJpeg(int fd, const FeedPtr& feed, bool headOnly) const;
+    void SendMotionJpeg(Stream& stream, const FeedPtr& feed, bool headOnly) const;
 
     // /tiles: the one connection of the page, a WebSocket with the state of all cameras and their pictures.
     // Takes the socket and returns when the page has left or the server stops. The request asks for a
@@ -43,7 +44,7 @@ struct LivePages {
     // binary: one picture behind a header of 20 bytes: u8 1, u8 0, u16 0, u32 camera number, u32 sequence
     // number, u64 time of arrival in Unix milliseconds; all little-endian. From the page, text: see
     // TileBoard.
-    void RunTiles(Descriptor socket, const Request& request, const Offered& offered) const;
+    void RunTiles(Stream stream, const Request& request, const Offered& offered) const;
 };
 
 } // namespace host

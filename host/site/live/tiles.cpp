@@ -48,8 +48,8 @@ std::string StateJson(const LivePages& pages, const Offered& offered) {
 
 class TilesSession final : public PageSocket {
 public:
-    TilesSession(Descriptor socket, const Request& request, const Offered& offered, const LivePages& pages)
-        : PageSocket(std::move(socket), request, pages.limits, pages.stop), m_pages(pages),
+    TilesSession(Stream stream, const Request& request, const Offered& offered, const LivePages& pages)
+        : PageSocket(std::move(stream), request, pages.limits, pages.stop), m_pages(pages),
           m_offered(offered), m_heartbeat(MakeTimer()),
           m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
         m_pages.feeds.AddWatcher(m_tableChange);
@@ -112,9 +112,9 @@ private:
 
 } // namespace
 
-void LivePages::RunTiles(Descriptor socket, const Request& request, const Offered& offered) const {
+void LivePages::RunTiles(Stream stream, const Request& request, const Offered& offered) const {
     const WatchGuard watching(counters, SessionKind::Tiles);
-    TilesSession(std::move(socket), request, offered, *this).Run();
+    TilesSession(std::move(stream), request, offered, *this).Run();
 }
 
 } // namespace host

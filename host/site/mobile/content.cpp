@@ -197,7 +197,9 @@ Answer DescriptorAnswer(const Request& request, IWebHandler& handler) {
         return FailureAnswer(reply.result);
     if (reply.type != kArchiveType)
         return Answer::Text(404, "There is nothing here.");
-    std::string url = request.Host().empty() ? "/" : "http://" + std::string(request.Host()) + "/";
+    std::string url = request.Host().empty()
+                          ? "/"
+                          : (request.secure ? "https://" : "http://") + std::string(request.Host()) + "/";
     const auto text = DescribeArchive(reply.body, url += TargetOf(archive));
     if (!text)
         return Answer::Text(400, "A descriptor tells the midlet's name: add ?JarName=NAME.");

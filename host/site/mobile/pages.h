@@ -1,6 +1,7 @@
 // Answers phones with what the component gives.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,7 @@
 #include "host/http/answer.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/stream.h"
 #include "host/sources/source_table.h"
 #include "host/users/authenticator.h"
 #include "host/users/shares.h"
@@ -42,15 +44,17 @@ struct MobilePages {
     // whether who asks may look at the cameras in a browser as well, the page for phones offers that.
     [[nodiscard]] Answer Content(const Request& request, std::string_view login, bool looks = false) const;
 
-    // Takes the socket, from which nothing behind the head has been read, and gives it to the handler; or
-    // leaves it and returns what to answer. The place goes back when the handler's last thread has done with
-    // the connection. An upload is handed over only once its authentication record is there, so that the
-    // component never waits for it.
+    // Takes the connection, from which nothing behind the head has been read, and gives its socket to the
+    // handler; or leaves it and returns what to answer. Under TLS the handler gets one end of a bridge, and
+    // the call lasts as long as the phone does; `begun` is called once it has been taken. The place goes back
+    // when the handler's last thread has done with the connection. An upload is handed over only once its
+    // authentication record is there, so that the component never waits for it.
     //
     // Every record takes its turn as a password does. A wrong one for a camera that is receiving is denied
     // here: the component would end the running upload before it compares.
-    std::optional<Answer> HandOver(Descriptor& socket, const Request& request, const SignIn& signIn,
-                                   Shares::Share place, IWebHandler& handler) const;
+    std::optional<Answer> HandOver(Stream& stream, const Request& request, const SignIn& signIn,
+                                   Shares::Share place, IWebHandler& handler,
+                                   const std::function<void()>& begun) const;
 
     // "/xslt/enum/all": what the midlet's manifest names as its list of cameras, and what the mobile page
     // links to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source with

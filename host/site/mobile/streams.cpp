@@ -12,6 +12,7 @@
 #include "host/feed/phone_session.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
+#include "host/site/mobile/bridge.h"
 #include "host/site/mobile/pages.h"
 #include "host/users/password.h"
 #include "platform/scope.h"
@@ -79,18 +80,20 @@ bool IsRightRecord(std::string_view record, const std::string& password) {
 }
 
 // What the component does with a wrong record, without the camera's running upload, which it would end first.
-void DenyRecord(int fd, const std::string& camera, const Wakeup& stop) {
+void DenyRecord(Stream& stream, const std::string& camera, const Wakeup& stop) {
     std::u16string_view reason = platform::MessageText(static_cast<std::uint32_t>(E_ACCESSDENIED));
     while (reason.ends_with(u'\n') || reason.ends_with(u'\r'))
         reason.remove_suffix(1);
     Console::Get().Log("mobile", "connection of " + camera + " rejected: 0x80070005, (" +
                                      platform::ToUtf8(reason) + ")");
-    // Taken off the socket: closing over unread bytes could take the answer with it.
-    std::array<char, kAuthRecordBytes> record{};
-    (void)::recv(fd, record.data(), record.size(), MSG_DONTWAIT);
+    if (!stream.IsSecure()) {
+        // Taken off the socket: closing over unread bytes could take the answer with it.
+        std::array<char, kAuthRecordBytes> record{};
+        (void)stream.Read(record.data(), record.size());
+    }
     constexpr char kDenied = 1;
-    (void)::send(fd, &kDenied, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
-    FinishSending(fd, stop);
+    (void)stream.Write({&kDenied, 1});
+    FinishSending(stream, stop);
 }
 
 // The component compares a phone's password in this thread's code page, by default that of the server's
@@ -103,10 +106,13 @@ auto UseUtf8() {
 
 class HandingOver {
 public:
-    HandingOver(Descriptor& socket, const Request& request, const SignIn& signIn, IWebHandler& handler,
+    HandingOver(Stream& stream, const Request& request, const SignIn& signIn, IWebHandler& handler,
                 const MobilePages& pages)
-        : m_socket(socket), m_request(request), m_signIn(signIn), m_handler(handler), m_pages(pages),
-          m_path(HandlerPath(request)), m_name(NameIn(m_path)) {}
+        : m_stream(stream), m_request(request), m_signIn(signIn), m_handler(handler), m_pages(pages),
+          m_path(HandlerPath(request)), m_name(NameIn(m_path)) {
+        if (stream.IsSecure())
+            m_bridge.emplace();
+    }
 
     std::optional<Answer> Upload() {
         // Whoever has one camera's password could otherwise end the uploads of all others.
@@ -115,14 +121,14 @@ public:
                           "another camera's sign-in");
         std::string record;
         const auto deadline = Clock::now() + m_pages.limits.recordDeadline;
-        switch (WaitForBytes(m_socket.Get(), kAuthRecordBytes, &record, m_pages.stop, deadline)) {
+        switch (AwaitRecord(&record, deadline)) {
         case HeadResult::Complete:
             break;
         case HeadResult::Timeout:
             m_pages.counters.Refuse(Refusal::RecordTimeout);
             [[fallthrough]];
         default:
-            m_socket.Close();
+            m_stream.Close();
             return std::nullopt;
         }
         auto attempt = m_pages.authenticator.AwaitRecordTurn(m_name, m_request.peer);
@@ -134,8 +140,8 @@ public:
         if (receiving && stored && !IsRightRecord(record, *stored)) {
             CountDenied("wrong password");
             const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
-            DenyRecord(m_socket.Get(), m_name, m_pages.stop);
-            m_socket.Close();
+            DenyRecord(m_stream, m_name, m_pages.stop);
+            m_stream.Close();
             return std::nullopt;
         }
         const HRESULT hr = Process(SessionKind::Upload, nullptr);
@@ -152,20 +158,41 @@ public:
     }
 
     std::optional<Answer> View(Shares::Share place) {
-        BoundSends(m_socket.Get(), m_pages.limits.writeStall);
+        BoundSends(m_stream.Fd(), m_pages.limits.writeStall);
+        if (m_bridge)
+            BoundSends(m_bridge->Inner().Get(), m_pages.limits.writeStall);
         const auto utf8 = UseUtf8();
         if (FAILED(Process(SessionKind::View, std::move(place))))
             m_pages.counters.Refuse(Refusal::ViewDenied);
         return std::nullopt;
     }
 
+    // Under TLS: until the phone or the component has ended the connection that was handed over.
+    void Carry(const std::function<void()>& begun) {
+        if (!m_bridge || !m_handedOver)
+            return;
+        begun();
+        m_bridge->Carry(m_stream, m_pages.stop, m_pages.limits.writeStall);
+    }
+
 private:
+    HeadResult AwaitRecord(std::string* record, Clock::time_point deadline) {
+        if (!m_bridge)
+            return WaitForBytes(m_stream.Fd(), kAuthRecordBytes, record, m_pages.stop, deadline);
+        const HeadResult result = ReadBody(m_stream, kAuthRecordBytes, record, m_pages.stop, deadline);
+        if (result == HeadResult::Complete)
+            m_bridge->Feed(*record);
+        return result;
+    }
+
     [[nodiscard]] std::string Subject() const { return m_name + ", " + m_request.peer.text; }
 
     HRESULT Process(SessionKind kind, Shares::Share place) {
-        WatchPeer(m_socket.Get());
+        WatchPeer(m_stream.Fd());
         const platform::Bstr head(platform::ToWide(m_request.head));
-        const SOCKET handle = platform::AdoptSocket(m_socket.Release());
+        const SOCKET handle =
+            platform::AdoptSocket((m_bridge ? m_bridge->Inner() : m_stream.Socket()).Release());
+        m_handedOver = true;
         if (handle == INVALID_SOCKET)
             return E_FAIL;
         const platform::ActivityScope scope(
@@ -198,7 +225,9 @@ private:
         return Answer::Text(status, line);
     }
 
-    Descriptor& m_socket;
+    Stream& m_stream;
+    std::optional<Bridge> m_bridge; // under TLS
+    bool m_handedOver = false;
     const Request& m_request;
     const SignIn& m_signIn;
     IWebHandler& m_handler;
@@ -218,10 +247,13 @@ platform::ComPtr<IWebHandler> MobilePages::HandlerOf(const Request& request, boo
     return (isStream != 0) == stream ? handler : nullptr;
 }
 
-std::optional<Answer> MobilePages::HandOver(Descriptor& socket, const Request& request, const SignIn& signIn,
-                                            Shares::Share place, IWebHandler& handler) const {
-    HandingOver handing(socket, request, signIn, handler, *this);
-    return request.method == "POST" ? handing.Upload() : handing.View(std::move(place));
+std::optional<Answer> MobilePages::HandOver(Stream& stream, const Request& request, const SignIn& signIn,
+                                            Shares::Share place, IWebHandler& handler,
+                                            const std::function<void()>& begun) const {
+    HandingOver handing(stream, request, signIn, handler, *this);
+    auto refused = request.method == "POST" ? handing.Upload() : handing.View(std::move(place));
+    handing.Carry(begun);
+    return refused;
 }
 
 } // namespace host

@@ -44,11 +44,19 @@ Answer SettingsPages::State() const {
     Json choices = Json::array();
     for (const Language& choice : Languages())
         choices.push_back({{"code", choice.code}, {"name", choice.name}});
+    Json trust;
+    if (certificates != nullptr) {
+        const auto authority = certificates->GetAuthority();
+        trust = {{"fingerprint", authority.fingerprint},
+                 {"own", !authority.certificate.empty()},
+                 {"replaced", authority.replaced}};
+    }
     return Answer::Json(200, {{"token", pageToken},
                               {"language",
                                {{"active", language.empty() ? "en" : language},
                                 {"configured", ConfiguredLanguage()},
                                 {"choices", std::move(choices)}}},
+                              {"trust", std::move(trust)},
                               {"written", settings.IsWritten()}});
 }
 

@@ -9,15 +9,18 @@
 #include "host/http/answer.h"
 #include "host/http/request.h"
 #include "host/settings/settings.h"
+#include "host/tls/certificates.h"
 
 namespace host {
 
 struct SettingsPages {
     Settings& settings;
-    const std::string language;  // the code of the one that the server speaks since its start
-    const std::string pageToken; // for the pages that send changes
+    const std::string language;       // the code of the one that the server speaks since its start
+    const std::string pageToken;      // for the pages that send changes
+    const Certificates* certificates; // null: TLS is not spoken
 
-    // /settings/state: JSON with the token that changes need, and the languages.
+    // /settings/state: JSON with the token that changes need, the languages, and what
+    // devices that come to trust this server are compared with.
     [[nodiscard]] Answer State() const;
     // /settings/document: the settings document, passwords concealed; its version is the ETag.
     [[nodiscard]] Answer Document() const;

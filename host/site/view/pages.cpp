@@ -16,8 +16,8 @@ namespace {
 
 class ViewSession final : public PageSocket {
 public:
-    ViewSession(Descriptor socket, const Request& request, SourcePtr source, const ViewPages& pages)
-        : PageSocket(std::move(socket), request, pages.limits, pages.stop), m_packers(pages.packers),
+    ViewSession(Stream stream, const Request& request, SourcePtr source, const ViewPages& pages)
+        : PageSocket(std::move(stream), request, pages.limits, pages.stop), m_packers(pages.packers),
           m_source(std::move(source)), m_next(MakeTimer()), m_heartbeat(MakeTimer()) {}
     ~ViewSession() = default;
 
@@ -135,9 +135,9 @@ SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
     return key ? sources.Open(*key) : nullptr;
 }
 
-void ViewPages::Run(Descriptor socket, const Request& request, SourcePtr source) const {
+void ViewPages::Run(Stream stream, const Request& request, SourcePtr source) const {
     const WatchGuard watching(counters, SessionKind::Page);
-    ViewSession(std::move(socket), request, std::move(source), *this).Run();
+    ViewSession(std::move(stream), request, std::move(source), *this).Run();
 }
 
 } // namespace host

@@ -17,6 +17,7 @@
 #include "host/base/counters.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "host/http/stream.h"
 #include "host/packer/frame_packer.h"
 #include "host/sources/source_table.h"
 
@@ -33,7 +34,7 @@ struct ViewPages {
     [[nodiscard]] SourcePtr SourceOf(std::string_view encoded) const;
     // Takes the socket and returns when the page has left, the stream is at its end or the server stops. The
     // request asks for a WebSocket.
-    void Run(Descriptor socket, const Request& request, SourcePtr source) const;
+    void Run(Stream stream, const Request& request, SourcePtr source) const;
 };
 
 } // namespace host

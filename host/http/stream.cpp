@@ -1,0 +1,81 @@
+#include "host/http/stream.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "host/tls/openssl.h"
+
+namespace host {
+
+Stream::Stream(Descriptor socket) noexcept : m_socket(std::move(socket)) {}
+
+bool Stream::Secure(const TlsContext& context, const Wakeup& stop, Clock::time_point deadline) {
+    try {
+        m_tls = std::make_unique<TlsSession>(context, m_socket.Get());
+    } catch (const TlsError&) {
+        return false; // no memory
+    }
+    for (;;) {
+        const ssize_t done = m_tls->Shake();
+        if (done != kAgain)
+            return done > 0;
+        if (WaitFor({.socket = Fd(), .socketEvents = m_tls->Awaits(), .stop = &stop}, deadline) !=
+            Waited::Ready)
+            return false;
+    }
+}
+
+ssize_t Stream::Outcome(ssize_t result, short events) noexcept {
+    if (result >= 0)
+        return result;
+    m_awaits = events;
+    return errno == EAGAIN || errno == EWOULDBLOCK ? kAgain : kBroken;
+}
+
+ssize_t Stream::Read(char* bytes, std::size_t size) noexcept {
+    if (!m_ahead.empty()) {
+        const std::size_t count = m_ahead.copy(bytes, size);
+        m_ahead.erase(0, count);
+        return static_cast<ssize_t>(count);
+    }
+    if (m_tls) {
+        const ssize_t got = m_tls->Read(bytes, size);
+        m_awaits = m_tls->Awaits();
+        return got;
+    }
+    ssize_t got = 0;
+    do
+        got = ::recv(Fd(), bytes, size, MSG_DONTWAIT);
+    while (got < 0 && errno == EINTR);
+    return Outcome(got, POLLIN);
+}
+
+ssize_t Stream::Write(std::string_view bytes) noexcept {
+    if (m_tls) {
+        const ssize_t sent = m_tls->Write(bytes);
+        m_awaits = m_tls->Awaits();
+        return sent;
+    }
+    ssize_t sent = 0;
+    do
+        sent = ::send(Fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (sent < 0 && errno == EINTR);
+    if (sent > 0)
+        m_sent += static_cast<std::uint64_t>(sent);
+    return Outcome(sent, POLLOUT);
+}
+
+void Stream::EndSending() noexcept {
+    if (m_tls)
+        m_tls->SayEnd();
+    ::shutdown(Fd(), SHUT_WR);
+}
+
+std::uint64_t Stream::SentToSocket() const noexcept {
+    return m_tls ? m_tls->SentToSocket() : m_sent;
+}
+
+} // namespace host
