@@ -65,6 +65,15 @@ platform::TakeValue PasswordFile(std::string& target) {
     };
 }
 
+std::vector<platform::Option> OptionsOf(ServerAddress& server, std::string& login, std::string& password,
+                                        std::vector<platform::Option> more) {
+    more.push_back({"--server", Server(server)});
+    more.push_back({"--login", Login(login)});
+    more.push_back({"--password", Password(password)});
+    more.push_back({"--password-file", PasswordFile(password)});
+    return more;
+}
+
 platform::Option NoReconnect(Reconnecting& target) {
     return {"--no-reconnect", [&target](std::string_view, std::string_view) { target.enabled = false; },
             true};

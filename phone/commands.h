@@ -72,6 +72,9 @@ platform::TakeValue Login(std::string& target);
 platform::TakeValue Password(std::string& target);
 // The first line of a file.
 platform::TakeValue PasswordFile(std::string& target);
+// To which server and as whom, and then those of the sub-command.
+std::vector<platform::Option> OptionsOf(ServerAddress& server, std::string& login, std::string& password,
+                                        std::vector<platform::Option> more);
 // --no-reconnect
 platform::Option NoReconnect(Reconnecting& target);
 

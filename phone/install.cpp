@@ -121,16 +121,12 @@ std::optional<InstallCommand> ParseInstall(Arguments arguments) {
     std::optional<bool> view;
     std::string link;
     std::string name;
-    const platform::Option options[] = {
-        {"--kind", platform::OneOf<bool>({{"upload", false}, {"view", true}}, view)},
-        {"--server", Server(command.server)},
-        {"--login", Login(command.login)},
-        {"--password", Password(command.password)},
-        {"--password-file", PasswordFile(command.password)},
-        {"--link", platform::Text(link)},
-        {"--name", platform::Text(name)},
-        {"--out", platform::Text(command.file)},
-    };
+    const auto options =
+        OptionsOf(command.server, command.login, command.password,
+                  {{"--kind", platform::OneOf<bool>({{"upload", false}, {"view", true}}, view)},
+                   {"--link", platform::Text(link)},
+                   {"--name", platform::Text(name)},
+                   {"--out", platform::Text(command.file)}});
     if (!platform::ReadOptions(arguments, options))
         return std::nullopt;
     const bool self = !command.server.host.empty() || !command.login.empty();

@@ -68,18 +68,14 @@ std::optional<UploadCommand> ParseUpload(Arguments arguments) {
     UploadCommand command;
     UploadOptions& upload = command.upload;
     upload.again.enabled = true;
-    const platform::Option options[] = {
-        {"--server", Server(upload.server)},
-        {"--login", Login(upload.login)},
-        {"--password", Password(upload.password)},
-        {"--password-file", PasswordFile(upload.password)},
-        {"--pictures", platform::Text(command.pictures)},
-        {"--fps", platform::NumberFrom(0.01, 1000.0, upload.framesPerSecond)},
-        {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, upload.frames)},
-        {"--split", platform::NumberFrom(std::size_t{0}, kLargestPart, command.split)},
-        {"--phones", platform::NumberFrom(1U, kMostPhones, command.phones)},
-        NoReconnect(upload.again),
-    };
+    const auto options =
+        OptionsOf(upload.server, upload.login, upload.password,
+                  {{"--pictures", platform::Text(command.pictures)},
+                   {"--fps", platform::NumberFrom(0.01, 1000.0, upload.framesPerSecond)},
+                   {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, upload.frames)},
+                   {"--split", platform::NumberFrom(std::size_t{0}, kLargestPart, command.split)},
+                   {"--phones", platform::NumberFrom(1U, kMostPhones, command.phones)},
+                   NoReconnect(upload.again)});
     if (!platform::ReadOptions(arguments, options))
         return std::nullopt;
     if (upload.server.host.empty() || upload.login.empty() || command.pictures.empty())

@@ -109,18 +109,14 @@ std::optional<ViewCommand> ParseView(Arguments arguments) {
     ViewCommand command;
     ViewOptions& view = command.view;
     view.again.enabled = true;
-    const platform::Option options[] = {
-        {"--server", Server(view.server)},
-        {"--login", Login(view.login)},
-        {"--password", Password(view.password)},
-        {"--password-file", PasswordFile(view.password)},
-        {"--source", [&](std::string_view, std::string_view value) { command.sources.emplace_back(value); }},
-        {"--params", platform::Text(view.parameters)},
-        {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, view.frames)},
-        {"--out", platform::Text(view.folder)},
-        {"--viewers", platform::NumberFrom(1U, kMostPhones, command.viewers)},
-        NoReconnect(view.again),
-    };
+    const auto options = OptionsOf(
+        view.server, view.login, view.password,
+        {{"--source", [&](std::string_view, std::string_view value) { command.sources.emplace_back(value); }},
+         {"--params", platform::Text(view.parameters)},
+         {"--frames", platform::NumberFrom(std::uint64_t{1}, UINT64_MAX, view.frames)},
+         {"--out", platform::Text(view.folder)},
+         {"--viewers", platform::NumberFrom(1U, kMostPhones, command.viewers)},
+         NoReconnect(view.again)});
     if (!platform::ReadOptions(arguments, options))
         return std::nullopt;
     if (view.server.host.empty() || view.login.empty() || command.sources.empty())

@@ -56,20 +56,32 @@ std::size_t AppendAscii(std::basic_string<To>& to, std::basic_string_view<From> 
     return length;
 }
 
+// `take` appends what stands behind a run of ASCII and gives its length in the source; 0 ends the conversion
+// with false.
+template <class To, class From, class Take>
+bool Convert(std::basic_string<To>& to, std::basic_string_view<From> from, Take take) {
+    to.reserve(from.size());
+    for (;;) {
+        from.remove_prefix(AppendAscii(to, from));
+        if (from.empty())
+            return true;
+        const std::size_t taken = take(from);
+        if (taken == 0)
+            return false;
+        from.remove_prefix(taken);
+    }
+}
+
 // What is not well-formed becomes `substitute`; where that is kNoCharacter it ends the conversion with false.
 bool AppendWide(std::u16string& text, std::string_view bytes, char32_t substitute) {
-    text.reserve(bytes.size());
-    for (;;) {
-        bytes.remove_prefix(AppendAscii(text, bytes));
-        if (bytes.empty())
-            return true;
-        const DecodedCharacter head = DecodeUtf8(bytes);
+    return Convert(text, bytes, [&](std::string_view rest) -> std::size_t {
+        const DecodedCharacter head = DecodeUtf8(rest);
         const char32_t value = head.value == kNoCharacter ? substitute : head.value;
         if (value == kNoCharacter)
-            return false;
+            return 0;
         AppendUtf16(text, value);
-        bytes.remove_prefix(head.length);
-    }
+        return head.length;
+    });
 }
 
 } // namespace
@@ -111,15 +123,12 @@ std::u16string Utf8ToWide(std::string_view bytes) {
 
 std::string WideToUtf8(std::u16string_view text) {
     std::string bytes;
-    bytes.reserve(text.size());
-    for (;;) {
-        text.remove_prefix(AppendAscii(bytes, text));
-        if (text.empty())
-            return bytes;
-        const DecodedCharacter head = DecodeUtf16(text);
+    (void)Convert(bytes, text, [&](std::u16string_view rest) {
+        const DecodedCharacter head = DecodeUtf16(rest);
         AppendUtf8(bytes, head.value == kNoCharacter ? U'?' : head.value);
-        text.remove_prefix(head.length);
-    }
+        return head.length;
+    });
+    return bytes;
 }
 
 std::optional<std::u16string> Utf8ToWideStrict(std::string_view bytes) {

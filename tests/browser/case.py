@@ -49,9 +49,9 @@ class DemoCase(BrowserCase):
 def main():
     global options
     parser = argparse.ArgumentParser()
-    parser.add_argument("--host", required=True, help="path of morrowstream-host")
-    parser.add_argument("--pictures", required=True, help="folder of the demo phones' pictures")
-    parser.add_argument("--screenshots", required=True, help="where screenshots are kept")
+    for name, what in (("host", "path of morrowstream-host"), ("pictures", "folder of the demo phones' pictures"),
+                       ("screenshots", "where screenshots are kept")):
+        parser.add_argument(f"--{name}", required=True, help=what)
     options, rest = parser.parse_known_args()
     os.makedirs(options.screenshots, exist_ok=True)
     unittest.main(module="__main__", argv=[sys.argv[0], *rest], verbosity=2)

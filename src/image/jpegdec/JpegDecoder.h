@@ -85,10 +85,8 @@ public:
     std::int32_t m_nSrcPos = 0;
     std::int32_t m_nSosLength = 0;
     std::int32_t m_nCurrentComponent = 0; // index of the last component named by the scan header
-    std::int32_t m_nSs = 0;
-    std::int32_t m_nSe = 0;
-    std::int32_t m_nAl = 0;
-    std::int32_t m_nAh = 0;
+    std::int32_t m_nSs = 0, m_nSe = 0;    // the scan's band
+    std::int32_t m_nAl = 0, m_nAh = 0;    // and its successive approximation
     bool m_bDcScanDone = false;
     std::int32_t m_nAcScansDone = 0;
     std::int32_t m_nMarker = 0; // the marker in hand, 0 for none
