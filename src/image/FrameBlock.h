@@ -95,14 +95,7 @@ public:
     }
 
     // Room for the header and nImageBytes behind it, all zero; an empty owner when there is no memory.
-    [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept {
-        FrameBlock block;
-        const std::size_t nSize = sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes};
-        // calloc, so that the zeroes of a large block are the system's own fresh pages.
-        block.m_pBytes.reset(static_cast<std::uint8_t*>(std::calloc(nSize, 1)));
-        block.m_nSize = block.m_pBytes ? nSize : 0;
-        return block;
-    }
+    [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept;
 
     explicit operator bool() const noexcept { return m_pBytes != nullptr; }
     std::uint8_t* get() noexcept { return m_pBytes.get(); }

@@ -7,6 +7,7 @@
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/jpegenc/JpegEncoder.h"
 #include "image/kernels/Level.h"
+#include "image/kernels/Memory.h"
 
 #include <algorithm>
 
@@ -106,6 +107,16 @@ std::int32_t DecodeYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::
 }
 
 } // namespace
+
+FrameBlock FrameBlock::Allocate(std::uint32_t nImageBytes) noexcept {
+    FrameBlock block;
+    const std::size_t nSize = sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes};
+    // calloc, so that the zeroes of a large block are the system's own fresh pages.
+    block.m_pBytes.reset(static_cast<std::uint8_t*>(std::calloc(nSize, 1)));
+    block.m_nSize = block.m_pBytes ? nSize : 0;
+    ippAdviseLargePages(block.m_pBytes.get(), static_cast<std::int64_t>(nSize));
+    return block;
+}
 
 std::int32_t ProbeJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::int32_t& nWidth,
                        std::int32_t& nHeight, ImageKind& eKind) noexcept {

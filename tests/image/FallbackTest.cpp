@@ -497,7 +497,7 @@ TEST(FallbackStream, ScansOfNothingAreCounted) {
         recipe.nQuality = 1;
         Bytes jpeg = Encode(recipe);
         jpeg.erase(jpeg.end() - 2, jpeg.end());
-        for (int i = 0; i < 150; ++i) {
+        for (int i = 0; i < (nSide == 64 ? 150 : 24); ++i) {
             const std::uint8_t nComponent = static_cast<std::uint8_t>("RGB"[i % 3]);
             Append(jpeg, EndOfBandTable());
             Append(jpeg, Segment(0xDA, {1, nComponent, 0, 63, 63, 0}));

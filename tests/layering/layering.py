@@ -96,8 +96,8 @@ LIBRARIES = {
     "jmorecfg.h": set(),
 }
 
-# What the compiler adds to the C++ library for the processor that it compiles for.
-PROCESSOR_HEADERS = {"cpuid.h", "immintrin.h"}
+# What the compiler adds to the C++ library for the processor that it compiles for, and the advice on large blocks of memory.
+MACHINE_HEADERS = {"cpuid.h", "immintrin.h", "sys/mman.h"}
 # Rooms that get along with the C++ library: no header of the system, no library.
 PURE_ROOMS = {"src/image/kernels", "src/image/format"}
 
@@ -150,7 +150,7 @@ def check_library(room, name):
     for prefix, users in LIBRARIES.items():
         if name.startswith(prefix) and room not in users:
             return f"{room} does not use the library of <{name}>"
-    if room in PURE_ROOMS and name not in PROCESSOR_HEADERS and re.search(r"[./]", name):
+    if room in PURE_ROOMS and name not in MACHINE_HEADERS and re.search(r"[./]", name):
         return f"{room} uses the C++ library alone, not <{name}>"
     return None
 

@@ -29,12 +29,12 @@ private:
     // for each bit of a few bands stays below this.
     static constexpr std::int32_t kMaxProgressiveScans = 64;
     // Blocks that the scans of a progressive frame may pass over, since a few bytes suffice to pass over all
-    // of a large picture: about twice what encoders' scripts come to, for each block of the picture; some for
-    // each byte of the stream; and as many as take no time to speak of. At 4096x4096 the dearest stream that
-    // this lets through takes about three times as long as an honest one.
-    static constexpr std::int64_t kMaxPasses = 12;
-    static constexpr std::int64_t kPassesPerByte = 4;
-    static constexpr std::int64_t kFreePasses = std::int64_t{1} << 20;
+    // of a large picture: more than encoders' scripts come to, for each block of the picture; one for each
+    // byte of the stream; and as many as take no time to speak of. bench/hostile measures the dearest streams
+    // that this lets through.
+    static constexpr std::int64_t kMaxPasses = 8;
+    static constexpr std::int64_t kPassesPerByte = 1;
+    static constexpr std::int64_t kFreePasses = std::int64_t{1} << 18;
     // Coefficients of the store: every 4:4:4 picture within the limit on pixels, some room for MCUs that
     // stand over included. 512 MiB of address space; memory is what the scans write to.
     static constexpr std::int64_t kMaxStore = std::int64_t{1} << 28;

@@ -51,6 +51,7 @@ IJLERR CIjlDecoder::AllocateStore() {
     m_pStoreMemory.reset(static_cast<std::uint8_t*>(std::calloc(nBytes + ippAlignment, 1)));
     if (!m_pStoreMemory)
         return IJL_MEMORY_ERROR;
+    ippAdviseLargePages(m_pStoreMemory.get(), static_cast<std::int64_t>(nBytes));
     m_pStore = static_cast<std::int16_t*>(ippAlignPtr(m_pStoreMemory.get(), ippAlignment));
     return IJL_OK;
 }

@@ -89,7 +89,7 @@ JpegStatus CJPEGDecoder::HandleMarker(Mode eMode, bool& bStop) {
     case M_SOS:
         return HandleScan(eMode, bStop);
     case M_DQT:
-        if (const JpegStatus eStatus = PaintWhenComplete(); eStatus != JPEG_OK)
+        if (const JpegStatus eStatus = KeepQuantTables(); eStatus != JPEG_OK)
             return eStatus;
         return ReadSegment(&CJPEGDecoder::ReadQuantTables);
     case M_DRI:

@@ -147,7 +147,8 @@ private:
     IppProgressiveMcus LayOutDcScan() const;
     JpegStatus RestartWhereDue();
     JpegStatus DecodeScanBlock(CJPEGColorComponent& component, std::int16_t* pBlock);
-    JpegStatus PaintWhenComplete();
+    JpegStatus KeepQuantTables();
+    const CJPEGDecoderQuantTable* QuantTable(std::int32_t nComponent) const;
     JpegStatus FinishProgressive(JpegStatus eParsed);
     JpegStatus PaintPicture();
     void PaintMcus(std::int32_t nMcuRow, std::int32_t nFirst, std::int32_t nEnd);
@@ -219,5 +220,7 @@ private:
     std::unique_ptr<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];
     std::unique_ptr<CJPEGDecoderHuffmanTable> m_apAcHuffman[4];
     std::unique_ptr<CJPEGDecoderHuffmanTable> m_apDcHuffman[4];
-    std::unique_ptr<CJPEGDecoderQuantTable> m_apQuant[4];
+    std::shared_ptr<const CJPEGDecoderQuantTable> m_apQuant[4];
+    // Progressive, by component: what the picture is painted with where the slot holds a later table by then.
+    std::shared_ptr<const CJPEGDecoderQuantTable> m_apKeptQuant[kJpegMaxComponents];
 };

@@ -176,7 +176,7 @@ void CJPEGDecoder::LayOutMcus(std::int32_t nMcuRow, bool bDirect) {
                 pAc ? &pAc->Spec() : nullptr,
                 pDc ? pDc->Dc() : nullptr,
                 pAc ? pAc->Ac() : nullptr,
-                m_apQuant[component.m_nQuantSelector]->m_aSteps,
+                QuantTable(i)->m_aSteps,
                 rows.pFirst + std::ptrdiff_t{8} * y * rows.nStep + std::ptrdiff_t{8} * x,
                 rows.nStep,
                 8 * component.m_nHSampling,

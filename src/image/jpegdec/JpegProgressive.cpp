@@ -115,6 +115,8 @@ JpegStatus CJPEGDecoder::DecodeProgressiveScan() {
         return eStatus;
     m_bStoreCleared = true;
     m_bPicturePending = true;
+    for (auto& pKept : m_apKeptQuant)
+        pKept.reset();
     if (m_nAl != 0)
         return JPEG_OK;
     if (IsDcScan()) {
@@ -276,21 +278,35 @@ JpegStatus CJPEGDecoder::DecodeScanBlock(CJPEGColorComponent& component, std::in
     return nStatus < 0 ? JPEG_INTERNAL_ERROR : JPEG_OK;
 }
 
-// Makes the picture when all scans that it needs have come, and again when later ones have added to it. Not
-// at the end of each scan, though the outcome is the same: only where it would change, before a quantiser
-// table is replaced, and at the end.
-JpegStatus CJPEGDecoder::PaintWhenComplete() {
-    return m_bPicturePending && IsPictureComplete() ? PaintPicture() : JPEG_OK;
+// The picture is made once, at the end, though each scan that completes it or adds to it shows in the
+// destination: the last one covers the others, and a stream of few bytes could ask for any number of them.
+// What it is made with are the tables of the last scan, so they are kept where a segment behind it is about
+// to replace them.
+JpegStatus CJPEGDecoder::KeepQuantTables() {
+    if (!m_bPicturePending || !IsPictureComplete())
+        return JPEG_OK;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        if (!QuantTable(i))
+            return JPEG_BAD_QUANT_SEGMENT;
+        if (!m_apKeptQuant[i])
+            m_apKeptQuant[i] = m_apQuant[m_apComponents[i]->m_nQuantSelector];
+    }
+    return JPEG_OK;
+}
+
+// Null for a table that never came.
+const CJPEGDecoderQuantTable* CJPEGDecoder::QuantTable(std::int32_t nComponent) const {
+    const auto& pKept = m_apKeptQuant[nComponent];
+    return (pKept ? pKept : m_apQuant[m_apComponents[nComponent]->m_nQuantSelector]).get();
 }
 
 // A stream that ends in order shows what its scans gave, also when it leaves some out (T.81 does not demand
 // them all). One that does not, shows a picture only if that was complete.
 JpegStatus CJPEGDecoder::FinishProgressive(JpegStatus eParsed) {
-    if (eParsed != JPEG_OK) {
-        static_cast<void>(PaintWhenComplete());
+    if (!m_bPicturePending || (eParsed != JPEG_OK && !IsPictureComplete()))
         return eParsed;
-    }
-    return m_bPicturePending ? PaintPicture() : JPEG_OK;
+    const JpegStatus ePainted = PaintPicture();
+    return eParsed != JPEG_OK ? eParsed : ePainted;
 }
 
 // A row of MCUs at a time through the row buffers and conversions of the sequential path: the same samples
@@ -300,7 +316,7 @@ JpegStatus CJPEGDecoder::PaintPicture() {
     if (m_eConversion == Conversion::None)
         return JPEG_OK;
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-        if (!m_apQuant[m_apComponents[i]->m_nQuantSelector])
+        if (!QuantTable(i))
             return JPEG_BAD_QUANT_SEGMENT;
     }
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {

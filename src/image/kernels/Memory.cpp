@@ -4,11 +4,15 @@
 #include <cstring>
 #include <limits>
 
+#include <sys/mman.h>
+
 namespace {
 
 // In front of the block: up to 31 bytes to align it, and 8 for the heap's own pointer.
 constexpr std::int64_t kOverhead = 40;
 static_assert(kOverhead >= static_cast<std::int64_t>(ippAlignment - 1 + sizeof(void*)));
+
+constexpr std::int64_t kLargePage = std::int64_t{2} << 20;
 
 } // namespace
 
@@ -18,12 +22,25 @@ void* ippAlignPtr(void* p, std::size_t nAlignment) noexcept {
     return static_cast<char*>(p) + nUp;
 }
 
+void ippAdviseLargePages(void* pBlock, std::int64_t nBytes) noexcept {
+    if (!pBlock || nBytes < kLargePage)
+        return;
+    // Whole small pages inside the block: no others are the block's alone.
+    constexpr std::int64_t kSmallPage = 4096;
+    auto* const pFirst = static_cast<char*>(ippAlignPtr(pBlock, kSmallPage));
+    const std::int64_t nInside = static_cast<char*>(pBlock) + nBytes - pFirst;
+    // An advice: without it the block is as good as before.
+    static_cast<void>(
+        ::madvise(pFirst, static_cast<std::size_t>(nInside / kSmallPage * kSmallPage), MADV_HUGEPAGE));
+}
+
 void* ippMalloc(std::int64_t nBytes) noexcept {
     if (nBytes < 1 || nBytes > std::numeric_limits<std::int64_t>::max() - kOverhead)
         return nullptr;
     void* const pHeap = std::malloc(static_cast<std::size_t>(nBytes + kOverhead));
     if (!pHeap)
         return nullptr;
+    ippAdviseLargePages(pHeap, nBytes + kOverhead);
     char* const pBlock =
         static_cast<char*>(ippAlignPtr(static_cast<char*>(pHeap) + sizeof pHeap, ippAlignment));
     std::memcpy(pBlock - sizeof pHeap, &pHeap, sizeof pHeap);
