@@ -82,7 +82,7 @@ class Machine:
         text = content(self.path(self.unit("EnvironmentFile")))
         options = re.search(rb'^MORROWSTREAM_OPTIONS="(.*)"$', text, re.MULTILINE)[1]
         command = self.unit("ExecStart").replace("$MORROWSTREAM_OPTIONS", options.decode())
-        assert self.unit("User") == USER
+        assert (self.unit("User"), self.unit("NoExecPaths"), self.unit("LimitCORE")) == (USER, DATA, "0")
         protect = self.unit("MemoryDenyWriteExecute") == "yes"
         libc = ctypes.CDLL(None)
 

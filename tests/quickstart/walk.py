@@ -42,6 +42,7 @@ DATA = "/var/lib/morrowstream"
 
 # In the root: what stands for systemd, with one unit.
 SYSTEMCTL = r"""#!/bin/sh
+case " $* " in *" morrowstream "* | *" morrowstream.service "* | *" daemon-reload "*) ;; *) exit 5 ;; esac
 for word; do case $word in start|stop|restart|status|preset|is-enabled|is-active) action=$word ;; esac; done
 unit=/usr/lib/systemd/system/morrowstream.service
 enabled=/etc/systemd/system/multi-user.target.wants
