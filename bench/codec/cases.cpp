@@ -1,6 +1,5 @@
 #include "bench/codec/cases.h"
 
-#include "bench/codec/encodecase.h"
 #include "bench/codec/peer.h"
 #include "image/ImageCodec.h"
 

@@ -31,4 +31,8 @@ std::vector<Case> AllCases();
 // Makes the set of streams, compares what both sides make of every one of them, and times them if they agree.
 Result Run(const Case& work, const std::string& frameFolder, double seconds);
 
+// Of a case that makes streams from planes: fills fault, timing, peer, bytes and the two ratios. Each of the
+// peer's transforms is timed against ours, and the one that is faster stands in the result.
+void RunEncode(const Case& work, const std::string& frameFolder, double seconds, Result& result);
+
 } // namespace bench

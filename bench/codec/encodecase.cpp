@@ -1,4 +1,4 @@
-#include "bench/codec/encodecase.h"
+#include "bench/codec/cases.h"
 
 #include "bench/codec/peer.h"
 #include "image/ImageCodec.h"

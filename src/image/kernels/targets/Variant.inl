@@ -1,10 +1,13 @@
 // One variant, in whole, of a target that says what it is: KERNEL_TARGET, its namespace; KERNEL_SET, what it
 // is called; KERNEL_OPTIONS, the instruction sets for the compiler; KERNEL_SSSE3 and KERNEL_WIDE where it has
-// those vectors. What the region leans on is reached before it opens.
+// those vectors. One without options is for every processor. What a region leans on is reached before it
+// opens.
 
 #include "image/kernels/targets/Common.h"
 
-#if defined(__x86_64__)
+#if !defined(KERNEL_OPTIONS) || defined(__x86_64__)
+
+#ifdef KERNEL_OPTIONS
 
 #include <immintrin.h>
 
@@ -25,7 +28,35 @@ KERNEL_REGION(KERNEL_OPTIONS)
 #include "image/kernels/targets/WideVector.inl"
 #endif
 
-#include "image/kernels/targets/Bodies.inl"
+#else
+#define KERNEL_REGION_END
+#include "image/kernels/targets/PortableVector.inl"
+#endif
+
+// The declarations of the kernels, and the text of each.
+#define KERNEL(name, arguments) decltype(::name) name;
+namespace KERNEL_TARGET {
+EVERY_KERNEL(KERNEL)
+
+IppStatus ippxVariant(const char** pszSet) {
+    if (!pszSet)
+        return ippStsNullPtrErr;
+    *pszSet = KERNEL_SET;
+    return ippStsNoErr;
+}
+} // namespace KERNEL_TARGET
+#undef KERNEL
+
+#include "image/kernels/bodies/BatchDecode.inl"
+#include "image/kernels/bodies/BatchEncode.inl"
+#include "image/kernels/bodies/BatchProgressive.inl"
+#include "image/kernels/bodies/Colour.inl"
+#include "image/kernels/bodies/Decode.inl"
+#include "image/kernels/bodies/DecodeProgressive.inl"
+#include "image/kernels/bodies/Encode.inl"
+#include "image/kernels/bodies/FallbackOutput.inl"
+#include "image/kernels/bodies/Sampling.inl"
+#include "image/kernels/bodies/Transform.inl"
 
 KERNEL_REGION_END
 
