@@ -1,9 +1,11 @@
-// The cases of the comparison: what is done to which set of frames.
+// The cases of the comparison: what is done to which set of frames, and what comes of it, as lines and as
+// JSON.
 #pragma once
 
 #include "bench/codec/frames.h"
-#include "bench/codec/report.h"
+#include "bench/codec/measure.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,11 +30,28 @@ struct Case {
 
 std::vector<Case> AllCases();
 
+struct Result {
+    std::string name;
+    std::size_t frames = 0;
+    double bytes = 0; // of one stream, mean
+    // Empty when ours and the peer did not agree; nothing is timed then.
+    std::optional<Timing> timing;
+    std::string fault;
+    std::string peer;      // what the peer's column is
+    double sizeRatio = 0;  // our streams over the peer's, for encoders; else 0
+    double errorRatio = 0; // squared error of the samples, likewise
+};
+
 // Makes the set of streams, compares what both sides make of every one of them, and times them if they agree.
 Result Run(const Case& work, const std::string& frameFolder, double seconds);
 
 // Of a case that makes streams from planes: fills fault, timing, peer, bytes and the two ratios. Each of the
 // peer's transforms is timed against ours, and the one that is faster stands in the result.
 void RunEncode(const Case& work, const std::string& frameFolder, double seconds, Result& result);
+
+void PrintLine(const Result& result);
+// level and set are those of the kernels (image/kernels/Level.h).
+void WriteJson(const std::string& path, int level, const std::string& set,
+               const std::vector<Result>& results);
 
 } // namespace bench

@@ -1,4 +1,4 @@
-#include "bench/codec/report.h"
+#include "bench/codec/cases.h"
 
 #include <cstdio>
 #include <fstream>
