@@ -1,4 +1,4 @@
-// Addresses and networks of the Internet, as numbers.
+// Addresses and networks of the Internet, as numbers, and those that this machine has.
 #pragma once
 
 #include <array>
@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace host {
 
@@ -27,5 +28,14 @@ struct Network {
     [[nodiscard]] std::string Text() const;     // of the address
     [[nodiscard]] std::string WithMask() const; // "192.0.2.0/255.255.255.0"
 };
+
+struct InterfaceAddress {
+    std::string text;        // numeric, without a zone
+    unsigned prefixBits = 0; // of its network
+    bool v6 = false;
+};
+
+// Lists those of every interface that is up and not the loopback: IPv4 before IPv6, in the system's order.
+std::vector<InterfaceAddress> OwnAddresses();
 
 } // namespace host

@@ -11,7 +11,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include "host/base/interfaces.h"
 #include "host/base/start_error.h"
 #include "host/http/limits.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/interfaces.h"
+#include "host/base/network.h"
 #include "host/tls/context.h"
 
 namespace host {
