@@ -103,16 +103,6 @@ TEST(JpegDecoder, KeepsTheLowByteOfWideQuantisers) {
     EXPECT_EQ(wide.y, plain.y);
 }
 
-// A second pass repaints the picture; its predictors start anew.
-TEST(JpegDecoder, SecondScanRepaints) {
-    Bytes jpeg = Encode(Recipe{});
-    const Decode once(jpeg);
-    Insert(jpeg, jpeg.size() - 2, Part(jpeg, FindMarker(jpeg, kSos), jpeg.size() - 2));
-    const Decode twice(jpeg);
-    EXPECT_EQ(twice.eData, JPEG_OK);
-    EXPECT_TRUE(twice.SamePlanes(once));
-}
-
 TEST(JpegDecoder, RestartNumbersDoNotCount) {
     Bytes jpeg = Encode({.nRestartInterval = 1});
     const Decode plain(jpeg);

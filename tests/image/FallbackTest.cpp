@@ -393,7 +393,8 @@ TEST(FallbackRecord, IsCheckedBeforeAnyWork) {
         {"empty stream", eBad, [](Record& r) { r.JPGSizeBytes = 0; }},
         {"negative stream", eBad, [](Record& r) { r.JPGSizeBytes = -5; }},
         {"no components", eBad, [](Record& r) { r.JPGChannels = 0; }},
-        {"too many components", eBad, [](Record& r) { r.JPGChannels = 257; }},
+        {"too many components", eBad,
+         [](Record& r) { r.JPGChannels = 257, r.JPGColor = r.DIBColor = IJL_OTHER; }},
         {"two grey channels", eBad, [](Record& r) { r.DIBColor = IJL_G, r.DIBChannels = 2; }},
         {"colours to others", eBad, [](Record& r) { r.DIBColor = IJL_OTHER; }},
         {"grey of three", eBad, [](Record& r) { r.JPGColor = IJL_G; }},
@@ -511,7 +512,8 @@ TEST(FallbackStream, ScansOfNothingAreCounted) {
 }
 
 TEST(FallbackFacade, ResultCodes) {
-    const Bytes rgb = Encode(MakeRgb()), cmyk = Encode(Make(4, 1, 1)), colour = Encode(Make(3, 2, 2));
+    const Bytes rgb = Encode(MakeRgb()), cmyk = Encode(Make(4, 1, 1)), colour = Encode(Make(3, 2, 2)),
+                row = Encode(MakeRgb(75, 1));
     std::int32_t nWidth = 0, nHeight = 0;
     ImageKind eKind{};
     EXPECT_EQ(ProbeJpegFallback(rgb.data(), Size(rgb), nWidth, nHeight, eKind), 0);
@@ -537,6 +539,8 @@ TEST(FallbackFacade, ResultCodes) {
     EXPECT_EQ(DecodeJpegYV12(cmyk.data(), Size(cmyk), y.data(), 75, c.data(), 37, c.data(), 37), -1);
     EXPECT_EQ(DecodeJpegYV12(rgb.data(), Size(rgb) - 2, y.data(), 75, c.data(), 37, c.data(), 37), -1);
     EXPECT_EQ(DecodeJpegYV12(rgb.data(), Size(rgb), y.data(), 75, c.data(), 37, c.data(), 37), 0);
+    EXPECT_EQ(DecodeJpegYV12(row.data(), Size(row), y.data(), 75, nullptr, 37, nullptr, 37), 0)
+        << "no chroma";
 }
 
 } // namespace

@@ -68,6 +68,17 @@ TEST(KernelMemory, BlocksAreAlignedAndWhole) {
     EXPECT_EQ(ippAlignPtr(reinterpret_cast<void*>(65), 32), reinterpret_cast<void*>(96));
 }
 
+TEST(KernelMemory, CopiesAreWholeAndEndThere) {
+    const Bytes from = Random(12, 1);
+    Bytes to(24, 0xEE), rows = to;
+    EXPECT_EQ(ippsCopy_8u(from.data(), to.data(), 12), 0);
+    EXPECT_EQ(Part(to, 0, 12), from);
+    EXPECT_EQ(to[12], 0xEE);
+    EXPECT_EQ(ippiCopy_8u_C1R(from.data(), 4, rows.data(), 8, {4, 3}), 0);
+    for (std::size_t n = 0; n < rows.size(); ++n)
+        EXPECT_EQ(rows[n], n % 8 < 4 ? from[n / 8 * 4 + n % 8] : 0xEE) << n;
+}
+
 // Fills s with what the kernel makes of c, steps all 1, and r with the exact samples.
 void BothInverses(const std::int16_t (&c)[64], std::uint8_t (&s)[64], int (&r)[64]) {
     std::uint16_t t[64];

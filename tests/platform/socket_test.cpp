@@ -146,6 +146,7 @@ TEST_F(SocketTest, RefusesWhatIsNoOpenHandle) {
     ASSERT_EQ(platform::closesocket(closed), 0);
     const SOCKET reused = support::TcpPair().Adopt(); // in the slot of the closed one
     ASSERT_EQ(reused & 0xFFFFFFFF, closed & 0xFFFFFFFF);
+    pair.far.Send("bytes for who takes a wrong handle, who would wait without");
     char byte = 0;
     for (const SOCKET bad : {SOCKET{0}, INVALID_SOCKET, closed, SOCKET{1} << 32 | 0xFFFF,
                              handle + (SOCKET{1} << 32), handle & 0xFFFFFFFF}) {

@@ -167,10 +167,6 @@ TEST(StatusTest, ErrorNumbersThatOperatorsKnow) {
         EXPECT_EQ(platform::ErrorFromErrno(row.value), row.file) << row.value;
         EXPECT_EQ(platform::SocketErrorFromErrno(row.value), row.socket) << row.value;
     }
-    const std::pair<std::uint32_t, std::uint32_t> statuses[] = {
-        {10054, 0x80072746}, {0x12345, 0x80072345}, {0, 0}, {0x80004005, 0x80004005}};
-    for (const auto& [error, status] : statuses)
-        EXPECT_EQ(platform::StatusFromError(error), MakeStatus(status));
     const std::pair<std::uint32_t, std::string_view> texts[] = {
         {5, "Access is denied.\r\n"},
         {0x80072746, "An existing connection was forcibly closed by the remote host.\r\n"},

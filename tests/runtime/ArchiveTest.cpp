@@ -71,8 +71,9 @@ std::vector<Packer> Packers() {
     };
 }
 
-// The contents of all items, each read in pieces of that size; counts those that are refused.
-std::set<std::string> Contents(CArchiveReader* reader, std::uint32_t piece, int& refused) {
+// The contents of all items, each read in pieces of that size; counts those that are refused, and those for
+// which the password is wrong.
+std::set<std::string> Contents(CArchiveReader* reader, std::uint32_t piece, int& refused, int& locked) {
     std::set<std::string> contents;
     SArchiveEntry count, entry;
     EXPECT_EQ(kArchiveOk, GetArchiveItem(reader, -1, &count));
@@ -85,6 +86,7 @@ std::set<std::string> Contents(CArchiveReader* reader, std::uint32_t piece, int&
         while ((read = ReadArchiveItem(reader, index, buffer.data(), piece)) == kArchiveMore)
             data += buffer.substr(0, entry.nUncompressedSize - data.size());
         refused += got == kArchiveOk ? 0 : 1;
+        locked += read == kArchivePassword ? 1 : 0;
         EXPECT_TRUE(got == kArchiveOk || read == kArchiveInflate);
         contents.insert(data);
     }
@@ -135,9 +137,10 @@ TEST(Archive, ReadsWhatOtherProgramsPack) {
                       LastArchiveStatus());
             if (!archive)
                 continue;
-            int refused = 0;
-            const auto contents = Contents(archive->pReader, piece, refused);
+            int refused = 0, locked = 0;
+            const auto contents = Contents(archive->pReader, piece, refused, locked);
             EXPECT_EQ(packer.outcome == Outcome::ItemsRefused, refused > 0);
+            EXPECT_EQ(packer.outcome == Outcome::WrongPassword, locked > 0);
             // Of wrong passwords, one in 256 passes the test of one byte and comes out as nonsense.
             for (const auto& [path, content] : files)
                 EXPECT_TRUE(refused > 0 || contents.contains(content) == (packer.outcome == Outcome::Read))
@@ -292,11 +295,18 @@ TEST(Archive, RefusesDamageWithItsStatus) {
         {"another disk", at(end + 4, Le16(1)), kNoArchive},
         {"the directory's disk", at(end + 6, Le16(1)), kNoArchive},
         {"counts differ", at(end + 8, Le16(1)), kNoArchive},
-        {"directory behind its end", at(end + 16, Le32(0xFFFFFFFF)), kNoArchive},
+        {"directory behind its end", [](std::string& b) { b = 'x' + EndRecord(0, 0, 500); }, kNoArchive},
         {"no directory header", at(central, "PX"), kNoArchive},
-        {"ZIP64 locator", put(end, "PK\6\7" + std::string(16, '\0')), kNoArchive},
+        // It belongs to the directory's bytes here, so that it alone is in the way.
+        {"ZIP64 locator",
+         [&](std::string& b) {
+             b.replace(end + 12, 4, Le32(static_cast<std::uint32_t>(end - central) + 20));
+             b.insert(end, "PK\6\7" + std::string(16, '\0'));
+         },
+         kNoArchive},
         {"comment of 60000", put(behind, std::string(60000, 'c')), kSound},
-        {"signature across two steps of the search", put(behind, std::string(1024 - 22 + 3, 'c')), kSound},
+        {"signature across two steps of the search",
+         [](std::string& b) { b = std::string(1024, 'f') + b + std::string(1024 - 22 + 6, 'c'); }, kSound},
         {"70000 bytes behind", put(behind, std::string(70000, 'c')), kNoArchive},
         {"1000 bytes in front", put(0, std::string(1000, 'f')), kSound},
         {"no local header", at(0, "PX"), kDisagrees},
@@ -349,22 +359,28 @@ TEST(Archive, RefusesDamageWithItsStatus) {
     }
 }
 
-// A hundred items over one and the same mebibyte of zeros: each read stays within what was asked for.
+// A hundred items over one and the same mebibyte of zeros, of which they own to 950: each read stays within
+// that and within what was asked for. The last header is behind the end of the directory.
 TEST(Archive, StaysWithinABombsBounds) {
-    std::string bytes = Zip({{"bomb", std::string(std::size_t{1} << 20, '\0')}});
-    const std::size_t central = bytes.find("PK\1\2");
-    const std::string header = bytes.substr(central, bytes.find("PK\5\6") - central);
+    std::string bytes = Zip({{"bomb", std::string(std::size_t{1} << 20, '\0')}}).replace(22, 4, Le32(950));
+    const std::size_t central = bytes.find("PK\1\2"), end = bytes.find("PK\5\6");
+    const std::string header = bytes.substr(central, end - central).replace(24, 4, Le32(950));
     bytes.resize(central);
-    constexpr std::size_t kItems = 100;
-    for (std::size_t n = 0; n < kItems; ++n)
+    constexpr std::int32_t kItems = 100;
+    for (std::int32_t n = 1; n < kItems; ++n)
         bytes += header;
-    bytes += EndRecord(kItems, kItems * header.size(), central);
+    bytes.replace(bytes.size() - header.size() + 32, 2, Le16(22)); // a comment as long as the end record
+    bytes += EndRecord(kItems, (kItems - 1) * header.size(), central, header);
     const auto archive = Open(bytes);
     ASSERT_TRUE(archive);
-    std::string buffer(1000, 'x');
-    for (std::int32_t n = 0; n < static_cast<std::int32_t>(kItems); ++n) {
-        EXPECT_EQ(kArchiveMore, ReadArchiveItem(archive->pReader, n, buffer.data(), 900));
-        EXPECT_EQ(std::string(900, '\0') + std::string(100, 'x'), buffer);
+    for (std::int32_t n = 0; n < kItems; ++n) {
+        std::string buffer(1000, 'x');
+        const std::uint32_t size = n % 2 == 0 ? 900 : 1000, given = std::min(size, 950U);
+        EXPECT_EQ(n < kItems - 1 ? kArchiveMore : kArchiveInflate,
+                  ReadArchiveItem(archive->pReader, n, buffer.data(), size));
+        EXPECT_EQ(n < kItems - 1 ? std::string(given, '\0') + std::string(1000 - given, 'x')
+                                 : std::string(1000, 'x'),
+                  buffer);
     }
 }
 

@@ -211,8 +211,11 @@ TEST_F(Module, ComesAndGoesUnderEverybodysHands) {
     EXPECT_EQ(platform::LoadedModules(), 0U);
 }
 
-// A thread of the pool that has decoded a picture has tables of the module's, and is used again.
+// A thread of the pool that has decoded a picture has tables of the module's, and is used again. With each
+// load the configured language comes into force.
 TEST_F(Module, ComesBackToThreadsThatHaveDecoded) {
+    const platform::NamedRegistryValue russian[] = {{u"lang", 25U}, {u"sublang", 1U}};
+    ASSERT_EQ(platform::SetRegistryValues(RegistryRoot::LocalMachine, kLanguageKey, russian), S_OK);
     const std::string path = PlaceRegistered();
     support::ForgetSettings();
     for (int i = 0; i < 3; ++i) {
@@ -221,6 +224,8 @@ TEST_F(Module, ComesBackToThreadsThatHaveDecoded) {
         if (i == 0) {
             ASSERT_EQ(support::AddCamera(server.Get(), u"yard", u"160x120", u"demo"), S_OK);
         }
+        const platform::ModuleHandle module = platform::ResourceInstances().back();
+        EXPECT_EQ(platform::FindResource(module, u"ZIP", 211, 1033).value().codePage, 1251U);
         const auto sink = support::RecordingCamSinkObject::Create();
         const platform::Bstr name(u"yard");
         ComPtr<ICam> cam;
@@ -253,7 +258,14 @@ TEST_F(Module, StaysForAWhileAfterItsLastUse) {
     EXPECT_FALSE(IsMapped(path));
 }
 
-// A module with one class, whose steps answer as the test says.
+class EmptyHandedFactory : public support::FakeFactory {
+protected:
+    using FakeFactory::FakeFactory;
+    ~EmptyHandedFactory() = default;
+    static HRESULT Query(const GUID&, void**) { return S_OK; }
+};
+
+// A module with a class whose steps answer as the test says, and one whose factory has no interface to give.
 TEST_F(Module, PassesOnWhatItsClassAnswers) {
     static HRESULT s_answer;
     static int s_calls, s_terms;
@@ -270,7 +282,12 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
                 [](const GUID&, void**) { return E_NOTIMPL; });
         return s_answer;
     };
-    SClassEntry classes[] = {{kUploadServerClass, update, create, {}, [] { ++s_terms; }}};
+    const auto createEmptyHanded = [](ComPtr<IClassFactory>& factory) {
+        factory = platform::ComObject<EmptyHandedFactory>::Create(nullptr);
+        return S_OK;
+    };
+    SClassEntry classes[] = {{kUploadServerClass, update, create, {}, [] { ++s_terms; }},
+                             {kApplicationId, update, createEmptyHanded, {}, nullptr}};
     {
         CMorrowstreamModule module(classes);
         void* object = &module;
@@ -296,9 +313,14 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
             (void)ComPtr<IClassFactory>::Adopt(static_cast<IClassFactory*>(object));
         }
         EXPECT_EQ(s_calls, 3);
+        EXPECT_EQ(ModuleGetClassObject(&module, kApplicationId, IClassFactory::iid, &object),
+                  CLASS_E_CLASSNOTAVAILABLE);
 
         platform::SetThreadLocale(1062);
         s_answer = E_FAIL;
+        const std::u16string theirs =
+            u"CLSID\\" + platform::GuidText(kUploadServerClass) + u"\\Required Categories\\{theirs}";
+        EXPECT_EQ(platform::SetRegistryValues(RegistryRoot::ClassesRoot, theirs, {}), S_OK);
         for (const auto step :
              {&CMorrowstreamModule::RegisterServer, &CMorrowstreamModule::UnregisterServer}) {
             EXPECT_EQ((module.*step)(), E_FAIL);
@@ -306,6 +328,7 @@ TEST_F(Module, PassesOnWhatItsClassAnswers) {
             EXPECT_EQ(platform::ThreadLocale(), 1062U);
             EXPECT_PRED2(support::Has, Registry(), "Morrowstream.DLL") << "what was written stays";
         }
+        EXPECT_TRUE(platform::RegistryKeyExists(RegistryRoot::ClassesRoot, theirs));
         EXPECT_TRUE(platform::EnumClassesOfCategory(kVideoSourceCategory).empty());
         EXPECT_EQ(s_terms, 0);
     }

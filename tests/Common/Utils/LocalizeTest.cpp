@@ -63,7 +63,7 @@ std::vector<Resource> TwoResources() {
             {{u"ZIP"}, {kOne}, 1049, 1251, "russian!"},
             {{u"XML"}, {kOne}, 0, 65001, "neutral"},
             {{std::uint16_t{6}}, {kOne}, 1033, 1, "one"},
-            {{std::uint16_t{6}}, {kOne}, 1036, 2, "un"}};
+            {{std::uint16_t{6}}, {kOne}, 1029, 2, "jedna"}};
 }
 
 // Writes down every call, and ends a directory if it is told to.
@@ -94,7 +94,7 @@ TEST(Localize, TheWalkTellsOfEveryLevel) {
     EXPECT_EQ(all.lines,
               (support::Lines{"3: 3,NNNNNNNNNNNNNNNNNNN0 2,1 0,0 fits", "3: 3,XML0 2,1 0,0 neutral",
                               "3: 3,ZIP0 2,1 0,1033 english", "3: 3,ZIP0 2,1 0,1049 russian!",
-                              "3: 2,6 2,1 0,1033 one", "3: 2,6 2,1 0,1036 un"}));
+                              "3: 2,6 2,1 0,1029 jedna", "3: 2,6 2,1 0,1033 one"}));
     ending.status = E_FAIL; // ends each directory of languages, and none above
     EXPECT_EQ(ending.Scan(image.Handle()), S_OK);
     EXPECT_EQ(ending.lines.size(), 4U);
@@ -105,13 +105,15 @@ TEST(Localize, WhatIsNoImageHasItsStatus) {
     constexpr std::size_t kTable = 64 + 4 + 20 + 112 + 2 * 8; // the directory of resources in the headers
     const std::string none(4, '\0'), far(4, '\xFF');
     const std::size_t english = sound.find(std::string("\x09\x04\0\0", 4), 4096); // a language's entry
+    const std::size_t neutral = sound.find(std::string("\0\0\1\0\0\0\0\0", 8), 4096) + 4;
     const struct {
         std::size_t at;
         std::string bytes;
         std::uint32_t status;
         std::size_t found = 0;
     } rows[] = {{0, "MZ", 0, 3},
-                {english + 4, "\xFF\xFF\xFF\x7F", 0, 2}, // ends its directory, and none beside it
+                {english + 4, "\xFF\xFF\xFF\x7F", 0, 2},     // ends its directory, and none beside it
+                {neutral, sound.substr(4096 + 16, 4), 0, 2}, // a language that has a name
                 {1, "Y", 0x80070072},
                 {kTable, none, 0x80070490},     // no address
                 {kTable + 4, none, 0x80070490}, // no size
@@ -130,6 +132,29 @@ TEST(Localize, WhatIsNoImageHasItsStatus) {
               MakeStatus(0x80070072)); // no instance
 }
 
+// Sixty types are one and the same of sixty names, which are one and the same of sixty languages.
+TEST(Localize, NoMoreIsSeenThanAnImageHasRoomFor) {
+    std::vector<Resource> resources = {{{std::uint16_t{60}}, {std::uint16_t{60}}, 60, 0, ""}};
+    for (std::uint16_t n = 1; n < 60; ++n) {
+        resources.push_back({{n}, {kOne}, 0, 0, ""});
+        resources.push_back({{std::uint16_t{60}}, {n}, 0, 0, ""});
+        resources.push_back({{std::uint16_t{60}}, {std::uint16_t{60}}, n, 0, ""});
+    }
+    std::string bytes = BuildImage(resources);
+    std::size_t directory = 4096;
+    for (int level = 0; level < 2; ++level) {
+        const std::string last = bytes.substr(directory + 16 + 59 * 8 + 4, 4);
+        for (std::size_t n = 0; n < 59; ++n)
+            bytes.replace(directory + 16 + n * 8 + 4, 4, last);
+        directory = 4096 + static_cast<std::uint8_t>(last[0]) + 256U * static_cast<std::uint8_t>(last[1]);
+    }
+    const Instance image(bytes);
+    Recorder walk;
+    EXPECT_EQ(walk.Scan(image.Handle()), S_OK);
+    EXPECT_GT(walk.lines.size(), 60U);
+    EXPECT_LT(walk.lines.size(), bytes.size() / 8);
+}
+
 TEST(Localize, EveryVariantBecomesTheChosenOne) {
     const struct {
         std::uint32_t language;
@@ -138,7 +163,7 @@ TEST(Localize, EveryVariantBecomesTheChosenOne) {
         bool isShared = false;
     } rows[] = {{1033, true, "english/1252", "english/1252"},
                 {1049, false, "russian!/1251", "russian!/1251"}, // the block, which comes later, has none
-                {1036, false, "english/1252", "russian!/1251"},
+                {1029, false, "english/1252", "russian!/1251"},
                 {0x10000 + 1033, false, "english/1252", "russian!/1251"},
                 // Shared pages of a file that is open for reading cannot be made writable.
                 {1033, false, "english/1252", "russian!/1251", true}};
@@ -152,7 +177,8 @@ TEST(Localize, EveryVariantBecomesTheChosenOne) {
         EXPECT_EQ(scanner.Apply(row.language), row.result) << row.language;
         EXPECT_EQ(image.Read(u"ZIP", 1033), row.english);
         EXPECT_EQ(image.Read(u"ZIP", 1049), row.russian);
-        EXPECT_EQ(image.Read(6, 1036), row.result ? "one/1" : "un/2");
+        EXPECT_EQ(image.Read(6, 1029), row.result ? "one/1" : "jedna/2");
+        EXPECT_EQ(image.Read(6, 1031), "one/1") << "English, where nothing suits";
         EXPECT_EQ(image.Read(u"XML", 0), "neutral/65001");
         EXPECT_DEATH(std::memset(const_cast<std::uint8_t*>(image.Handle()), 0, 1), "")
             << "the protection is not as it was";
