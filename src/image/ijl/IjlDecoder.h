@@ -32,9 +32,9 @@ private:
     // of a large picture: more than encoders' scripts come to, for each block of the picture; one for each
     // byte of the stream; and as many as take no time to speak of. bench/hostile measures the dearest streams
     // that this lets through.
-    static constexpr std::int64_t kMaxPasses = 8;
+    static constexpr std::int64_t kMaxPasses = 6;
     static constexpr std::int64_t kPassesPerByte = 1;
-    static constexpr std::int64_t kFreePasses = std::int64_t{1} << 18;
+    static constexpr std::int64_t kFreePasses = std::int64_t{1} << 16;
     // Coefficients of the store: every 4:4:4 picture within the limit on pixels, some room for MCUs that
     // stand over included. 512 MiB of address space; memory is what the scans write to.
     static constexpr std::int64_t kMaxStore = std::int64_t{1} << 28;
@@ -102,6 +102,8 @@ private:
     IJLERR WriteColour(std::int32_t nX, std::int32_t nY, IppiSize part);
     IJLERR WriteGrey(std::int32_t nX, std::int32_t nY, IppiSize part);
     void WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part);
+    bool IsOfFullWidth(std::int32_t nComponent) const;
+    const std::int16_t* SampleRow(std::int32_t nComponent, std::int32_t nRow) const;
     void ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols, std::int32_t* pRow) const;
     std::int16_t* Samples(std::int32_t nComponent) const {
         return m_apSamples[static_cast<std::size_t>(nComponent)];
@@ -143,6 +145,7 @@ private:
     Routine m_eRoutine = Routine::General;
     McuKernel m_pMcuKernel = nullptr;         // of the colour routine
     bool m_bConvertColor = false;             // from YCbCr to red, green, blue
+    std::uint8_t m_aSampleRows[4][32] = {};   // by vertical factor: the row of samples behind each of an MCU
     std::int16_t m_anChannelSource[255] = {}; // general routine: the component behind each channel
     std::int32_t m_nUsedComponents = 0;       // the first ones; the others make no pixels
     std::uint8_t* m_pFirstRow = nullptr;      // top row of the picture

@@ -75,6 +75,10 @@ IJLERR CIjlDecoder::ChoosePath() {
     m_nOutWidth = std::min(m_props.JPGWidth, static_cast<std::int32_t>(m_props.DIBWidth));
     m_nOutHeight = std::min(m_props.JPGHeight, nHeight);
 
+    for (std::int32_t nFactor = 1; nFactor <= 4; ++nFactor)
+        for (std::int32_t nRow = 0; nRow < m_props.nMcuHeight; ++nRow)
+            m_aSampleRows[nFactor - 1][nRow] =
+                static_cast<std::uint8_t>(nRow * nFactor * 8 / m_props.nMcuHeight);
     ChooseChannels();
     ChooseRoutine();
     return AllocateSamples();
@@ -251,6 +255,13 @@ void ConvertRow(std::int32_t (&aRows)[3][kMaxMcuWidth], std::int32_t nCols) {
     }
 }
 
+// Samples into one channel of a row of pixels.
+template <class Sample>
+void StoreRow(const Sample* pRow, std::int32_t nCols, std::uint8_t* p, std::ptrdiff_t nPixelStep) {
+    for (std::int32_t x = 0; x < nCols; ++x, p += nPixelStep)
+        *p = static_cast<std::uint8_t>(std::clamp(pRow[x] + 128, 0, 255));
+}
+
 } // namespace
 
 // Row by row and channel by channel.
@@ -268,39 +279,54 @@ void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) 
             const std::int32_t nSource = m_anChannelSource[c];
             if (nSource == kUntouched)
                 continue;
-            const std::int32_t* pRow = aPlain;
-            if (nSource == kOpaque)
-                std::fill_n(aPlain, part.width, 127);
-            else if (m_bConvertColor && nSource < 3)
-                pRow = aColours[nSource];
-            else
-                ExpandRow(nSource, y, part.width, aPlain);
             std::uint8_t* p = Pixel(nX, nY + y) + c;
-            for (std::int32_t x = 0; x < part.width; ++x, p += nPixelStep)
-                *p = static_cast<std::uint8_t>(std::clamp(pRow[x] + 128, 0, 255));
+            if (nSource == kOpaque) {
+                std::fill_n(aPlain, part.width, 127);
+                StoreRow(aPlain, part.width, p, nPixelStep);
+            } else if (m_bConvertColor && nSource < 3) {
+                StoreRow(aColours[nSource], part.width, p, nPixelStep);
+            } else if (IsOfFullWidth(nSource)) {
+                const std::int16_t* pBlock = SampleRow(nSource, y);
+                for (std::int32_t x = 0; x < part.width; x += 8, pBlock += kBlock, p += 8 * nPixelStep)
+                    StoreRow(pBlock, std::min(8, part.width - x), p, nPixelStep);
+            } else {
+                ExpandRow(nSource, y, part.width, aPlain);
+                StoreRow(aPlain, part.width, p, nPixelStep);
+            }
         }
     }
+}
+
+// A sample for each pixel of a row.
+bool CIjlDecoder::IsOfFullWidth(std::int32_t nComponent) const {
+    return m_props.components[static_cast<std::size_t>(nComponent)].nHSampling == m_props.nMcuWidth / 8;
+}
+
+// The samples that row nRow of the MCU takes from a component: eight from each block, the blocks kBlock
+// apart.
+const std::int16_t* CIjlDecoder::SampleRow(std::int32_t nComponent, std::int32_t nRow) const {
+    const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
+    const std::int32_t nSampleRow = m_aSampleRows[component.nVSampling - 1][nRow];
+    return Samples(nComponent) + nSampleRow / 8 * component.nHSampling * kBlock + nSampleRow % 8 * 8;
 }
 
 // Row nRow of the MCU from one component's samples, each repeated over the pixels that it covers. Where the
 // factors do not divide, a pixel takes the sample that its left edge lies in. pRow has room for a whole MCU.
 void CIjlDecoder::ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols,
                             std::int32_t* pRow) const {
-    const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
-    const std::int32_t nSampleRow = nRow * component.nVSampling * 8 / m_props.nMcuHeight;
-    const std::int16_t* const pFrom =
-        Samples(nComponent) + nSampleRow / 8 * component.nHSampling * kBlock + nSampleRow % 8 * 8;
+    const std::int16_t* const pFrom = SampleRow(nComponent, nRow);
     const std::int32_t nAll = m_props.nMcuWidth / 8; // of nHSampling/nAll a pixel moves on
-    if (component.nHSampling == nAll) {
+    if (IsOfFullWidth(nComponent)) {
         for (std::int32_t n = 0; n < nAll; ++n)
             std::copy_n(pFrom + n * kBlock, 8, pRow + n * 8);
         return;
     }
+    const std::int32_t nHSampling = m_props.components[static_cast<std::size_t>(nComponent)].nHSampling;
     std::int32_t nSample = 0;
     std::int32_t nPart = 0;
     for (std::int32_t x = 0; x < nCols; ++x) {
         pRow[x] = pFrom[nSample / 8 * kBlock + nSample % 8];
-        nPart += component.nHSampling;
+        nPart += nHSampling;
         if (nPart >= nAll) {
             nPart -= nAll;
             ++nSample;
