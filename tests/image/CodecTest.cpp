@@ -3,11 +3,16 @@
 
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
+#include "image/format/JpegStandardTables.h"
+#include "image/jpegdec/JpegLookups.h"
 #include "image/kernels/Level.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
+#include <random>
+#include <set>
 #include <thread>
 
 namespace {
@@ -206,7 +211,10 @@ std::string WantedVariant() {
         const bool bWide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
                            __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("lzcnt") &&
                            __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("movbe");
-        return bWide ? "4 AVX2" : "4 AVX";
+        const bool bWidest = bWide && __builtin_cpu_supports("avx512bw") &&
+                             __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
+                             __builtin_cpu_supports("avx512vbmi2");
+        return bWidest ? "4 AVX-512" : bWide ? "4 AVX2" : "4 AVX";
     }
     return __builtin_cpu_supports("sse4.1")  ? "3 SSE4.1"
            : __builtin_cpu_supports("ssse3") ? "2 SSSE3"
@@ -245,6 +253,59 @@ TEST(Codec, FirstUseStartsTheKernelsOnAnyThread) {
     EXPECT_EQ(DecodeJpegGrey(jpeg.data(), 1, &nByte, 1), -3);
     EXPECT_EQ(EncodeJpegGrey(&nByte, 1, 1, 75, &nByte, 1, &nSize, 1), -3);
     g_nCodecStartState = 0;
+}
+
+// A table like no other: codes of eight bits with their symbols in an order of its own.
+void Shuffle(CJPEGDecoderHuffmanTable& table, unsigned n) {
+    table.m_nClass = static_cast<std::int32_t>(n % 2);
+    table.m_aBits[7] = 200;
+    std::iota(table.m_aValues, table.m_aValues + 200, std::uint8_t{0});
+    std::shuffle(table.m_aValues, table.m_aValues + 200, std::minstd_rand(n + 1));
+}
+
+// A shared table has no owner. Ever new ones fill the places that there are and no more, a thread holds on to
+// a few, and those of Annex K stay where they were.
+TEST(Codec, EqualTablesExistOnceAndNoStreamTakesThemAway) {
+    constexpr unsigned kTables = 1000, kThreads = 4;
+    CJPEGDecoderHuffmanTable standard;
+    standard.m_nClass = 1;
+    std::ranges::copy(StandardHuffmanTable(0, 1).bits, standard.m_aBits);
+    std::ranges::copy(StandardHuffmanTable(0, 1).values, standard.m_aValues);
+    const auto pStandard = CJPEGDecoderLookup::Find(standard);
+    ASSERT_TRUE(pStandard);
+    EXPECT_EQ(pStandard.use_count(), 0);
+    std::vector<std::vector<const void*>> aShared(kThreads, std::vector<const void*>(kTables));
+    std::vector<std::thread> threads;
+    for (auto& apShared : aShared) {
+        threads.emplace_back([&] {
+            std::vector<std::weak_ptr<const CJPEGDecoderLookup>> own;
+            for (unsigned n = 0; n < kTables; ++n) {
+                CJPEGDecoderHuffmanTable table;
+                Shuffle(table, n);
+                const auto pLookup = CJPEGDecoderLookup::Find(table);
+                ASSERT_TRUE(pLookup && pLookup->IsOf(table));
+                if (pLookup.use_count() == 0)
+                    apShared[n] = pLookup.get();
+                else
+                    own.emplace_back(pLookup);
+            }
+            EXPECT_LE(std::ranges::count_if(own, [](const auto& p) { return !p.expired(); }), 8);
+            EXPECT_EQ(CJPEGDecoderLookup::Find(standard), pStandard);
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    std::set<const void*> all;
+    for (unsigned n = 0; n < kTables; ++n) {
+        std::set<const void*> places;
+        for (const auto& apShared : aShared)
+            places.insert(apShared[n]);
+        places.erase(nullptr);
+        EXPECT_LE(places.size(), 1u) << "table " << n << " is there more than once";
+        all.merge(places);
+    }
+    EXPECT_GT(all.size(), 0u);
+    EXPECT_LE(all.size(), 28u);
 }
 
 } // namespace

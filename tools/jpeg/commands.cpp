@@ -14,8 +14,8 @@ constexpr std::string_view kHelp = R"(morrowstream-jpeg: the codec on the comman
 
 "morrowstream-jpeg COMMAND --help" lists a command's arguments. All commands take
 
-  --level N      runs the kernels at level N, 0 to 4, instead of the best one of this processor; 4-avx is level 4 as
-                 processors with AVX alone run it, 4 takes AVX2 where it is there
+  --level N      runs the kernels at level N, 0 to 4, instead of the best one of this processor; 4-avx and 4-avx2 are
+                 level 4 as processors with no more than that run it, 4 takes AVX-512 where it is there
   --show-level   prints the level and the best one, each with the instruction set that it runs
 
 Ends with status 0 if all went well, with 1 if a file cannot be read, decoded or written, and with 2 for arguments that make

@@ -164,7 +164,7 @@ void StartKernels(const std::string& level) {
     if (status == ippStsFeatureNotThere)
         throw UsageError("this processor has no level " + level + "; its best one is " + s_best);
     if (status != ippStsNoErr)
-        throw platform::WrongValue("--level", "a number from 0 to 4, or 4-avx", level);
+        throw platform::WrongValue("--level", "a number from 0 to 4, 4-avx or 4-avx2", level);
 }
 
 std::string LevelText() {

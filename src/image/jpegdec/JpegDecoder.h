@@ -14,6 +14,7 @@
 #include "image/format/JpegGeometry.h"
 #include "image/format/JpegSegments.h"
 #include "image/format/JpegTypes.h"
+#include "image/jpegdec/JpegLookups.h"
 #include "image/jpegdec/JpegTables.h"
 
 #include <cstdint>
@@ -169,7 +170,10 @@ private:
     void ReconstructLaidOut(std::int32_t nFirst, std::int32_t nEnd);
     std::int32_t DirectColumns(std::int32_t nMcuRow) const;
     SampleRows RowsOf(std::int32_t nComponent, std::int32_t nMcuRow, bool bDirect) const;
+    bool RepeatKept(std::int32_t nMcuRow, const EntropyPosition& previous, const EntropyPosition& start);
+    void KeepLastRow(const EntropyPosition& start);
     EntropyPosition CurrentPosition() const;
+    void GoTo(const EntropyPosition& position);
 
     // JpegOutput.cpp: from coefficients to the destination.
     SampleRows BufferRows(std::int32_t nComponent) const;
@@ -211,10 +215,10 @@ private:
     IppBuffer<std::uint8_t> m_pSeam; // lines between two MCU rows, for 4:2:0 into pixels
     bool m_bStoreCleared = false;
     IppBitWindow m_window;
-    IppMcuRow m_mcuRow{};
+    IppMcuRow m_mcuRow{};           // keeps coefficients from the first damage on
     std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already
 
-    // Table sets. Those of a scan, by component: kept tables, which other decoders may be using as well.
+    // Table sets. Those of a scan, by component: tables which other decoders may be using as well.
     std::shared_ptr<const CJPEGDecoderLookup> m_apDcLookup[kJpegMaxComponents];
     std::shared_ptr<const CJPEGDecoderLookup> m_apAcLookup[kJpegMaxComponents];
     std::unique_ptr<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];

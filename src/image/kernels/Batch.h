@@ -34,18 +34,22 @@ struct IppMcuBlock {
     const ippiDecodeHuffmanSpec* pAcTable;
     const IppDcLookup* pDcLookup;
     const IppAcLookup* pAcLookup;
-    const std::uint16_t* pSteps; // quantiser steps below 32768, natural order
+    const std::uint16_t* pSteps; // quantiser steps below 32768, natural order; of equal ones the same
     std::uint8_t* pDst;          // of the block in the row's first MCU
     std::int32_t nDstStep;
     std::int32_t nDstAdvance; // bytes from an MCU's block to the next MCU's
 };
 
 inline constexpr std::int32_t ippMaxMcuBlocks = 10; // T.81 B.2.3
+inline constexpr std::int32_t ippMaxMcuSteps = 4;   // quantisers of them, a component's each
 
-// A row of MCUs. The coefficients of its blocks follow each other and stay after the run.
+// A row of MCUs.
 struct IppMcuRow {
     IppMcuBlock aBlocks[ippMaxMcuBlocks];
     std::int32_t nBlocks; // in one MCU
+    // The coefficients of the blocks stay, one block after the other from the row's first one on. Without
+    // that, which is faster, they are not touched.
+    bool bKeep;
     std::int16_t* pCoefficients;
     std::int16_t anLastDc[4]; // DC predictors, carried on
 };
@@ -53,7 +57,7 @@ struct IppMcuRow {
 // Decodes nMcus MCUs of a row from nFirst on, or as many of them as is possible in the fast way: *pDone. The
 // arguments of the source are those of the block kernel, and stand afterwards as if it had decoded the same
 // blocks, but for the bits held ahead, which may be fewer. Blocks of the MCU behind the last one done may
-// have been begun: up to the one that could not be decoded.
+// have been begun, samples included: up to the one that could not be decoded.
 //
 // ippStsNullPtrErr and ippStsBadArgument for bad arguments, before anything is touched.
 IppStatus ippxDecodeMcus_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSize, std::int32_t* pSrcCurrPos,

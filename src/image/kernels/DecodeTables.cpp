@@ -82,14 +82,8 @@ void FillRunTable(ippiDecodeHuffmanSpec& huffman) {
 
 } // namespace
 
-IppStatus ippiDecodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std::uint8_t* pValues,
-                                            ippiDecodeHuffmanSpec** ppSpec) {
-    if (!pBits || !pValues || !ppSpec)
-        return ippStsNullPtrErr;
-    *ppSpec = static_cast<ippiDecodeHuffmanSpec*>(ippMalloc(sizeof(ippiDecodeHuffmanSpec)));
-    if (!*ppSpec)
-        return ippStsNullPtrErr;
-    ippiDecodeHuffmanSpec& huffman = *::new (*ppSpec) ippiDecodeHuffmanSpec;
+IppStatus ippDecodeHuffmanSpecFill(const std::uint8_t* pBits, const std::uint8_t* pValues,
+                                   ippiDecodeHuffmanSpec& huffman) noexcept {
     ClearSpec(huffman);
     if (!AssignCodes(pBits, pValues, huffman)) {
         ClearSpec(huffman);
@@ -97,6 +91,16 @@ IppStatus ippiDecodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std
     }
     FillRunTable(huffman);
     return ippStsNoErr;
+}
+
+IppStatus ippiDecodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std::uint8_t* pValues,
+                                            ippiDecodeHuffmanSpec** ppSpec) {
+    if (!pBits || !pValues || !ppSpec)
+        return ippStsNullPtrErr;
+    *ppSpec = static_cast<ippiDecodeHuffmanSpec*>(ippMalloc(sizeof(ippiDecodeHuffmanSpec)));
+    if (!*ppSpec)
+        return ippStsNullPtrErr;
+    return ippDecodeHuffmanSpecFill(pBits, pValues, *::new (*ppSpec) ippiDecodeHuffmanSpec);
 }
 
 IppStatus ippiDecodeHuffmanSpecFree_JPEG_8u(ippiDecodeHuffmanSpec* pSpec) {
@@ -111,77 +115,83 @@ constexpr std::uint32_t kIndices = 1u << ippLookupBits;
 struct Code {
     std::uint32_t nLength = 0;
     std::uint32_t nSymbol = 0;
+
+    std::uint32_t Run() const { return nSymbol >> 4; }
+    std::uint32_t Size() const { return nSymbol & 15; }
+    std::uint32_t Bits() const { return nLength + Size(); } // with those of the value
+    bool IsEnd() const { return Size() == 0 && Run() != 15; }
 };
 
-Code FirstCode(const ippiDecodeHuffmanSpec& huffman, std::uint32_t nIndex) {
-    if (const std::uint32_t nEntry = huffman.aFast[nIndex >> (ippLookupBits - 8)])
-        return {nEntry >> 16, nEntry & 0xFF};
-    for (std::int32_t nLength = 9; nLength <= ippLookupBits; ++nLength) {
-        const auto nCode = static_cast<std::int32_t>(nIndex >> (ippLookupBits - nLength));
-        if (nCode <= huffman.aMaxCode[nLength]) {
-            const std::int32_t nValue = huffman.aValueIndex[nLength] + nCode - huffman.aMinCode[nLength];
-            return {static_cast<std::uint32_t>(nLength), huffman.aValues[nValue & 255] & 0xFFu};
+// Lengths without codes have the limit of the next shorter one, so that no code is found there.
+void FillCodes(const ippiDecodeHuffmanSpec& huffman, IppCodes& codes) {
+    std::int32_t nLimit = 0;
+    for (std::int32_t i = 0; i < 16; ++i) {
+        const std::int32_t nLength = i + 1;
+        if (huffman.aMaxCode[nLength] >= 0)
+            nLimit = (huffman.aMaxCode[nLength] + 1) << (16 - nLength);
+        codes.aLimits[i] = nLimit;
+        codes.aOffsets[i] = huffman.aValueIndex[nLength] - huffman.aMinCode[nLength];
+    }
+    for (std::int32_t i = 0; i < 256; ++i)
+        codes.aValues[i] = static_cast<std::uint8_t>(huffman.aValues[i]);
+}
+
+Code FirstCode(const IppCodes& codes, std::uint32_t nIndex) {
+    const auto nLeft = static_cast<std::int32_t>(nIndex << (16 - ippLookupBits));
+    for (std::uint32_t nLength = 1; nLength <= ippLookupBits; ++nLength) {
+        if (nLeft < codes.aLimits[nLength - 1]) {
+            const std::int32_t nValue = codes.aOffsets[nLength - 1] + (nLeft >> (16 - nLength));
+            return {nLength, codes.aValues[nValue & 255]};
         }
     }
     return {};
 }
 
-// The value of nSize bits that follow nSkip bits of an index.
-std::int32_t ValueAt(std::uint32_t nIndex, std::uint32_t nSkip, std::uint32_t nSize) {
-    return ValueOf(nIndex >> (ippLookupBits - nSkip - nSize) & ((1u << nSize) - 1), nSize);
+constexpr std::uint32_t AcEntry(std::uint32_t nDrop, std::uint32_t nSecond, std::uint32_t nFirst,
+                                std::uint32_t nSecondSize, std::int32_t nFirstValue) {
+    return nDrop | nSecond << 6 | nFirst << 14 | nSecondSize << 18 |
+           static_cast<std::uint32_t>(nFirstValue) << 22;
 }
 
-constexpr std::uint64_t Entry(std::uint32_t nDrop, std::uint32_t nAdvance, std::uint32_t nFirst,
-                              std::uint32_t nSecond, std::int32_t nFirstValue, std::int32_t nSecondValue) {
-    return std::uint64_t{nDrop} | std::uint64_t{nAdvance} << 8 | std::uint64_t{nFirst} << 16 |
-           std::uint64_t{nSecond} << 24 | std::uint64_t{static_cast<std::uint16_t>(nFirstValue)} << 32 |
-           std::uint64_t{static_cast<std::uint16_t>(nSecondValue)} << 48;
-}
+std::uint32_t AcEntry(const IppCodes& codes, std::uint32_t nIndex) {
+    const Code first = FirstCode(codes, nIndex);
+    if (first.nLength == 0 || first.Bits() > ippAcLongest || first.Size() > 9)
+        return AcEntry(0, ippLookupLong, 0, 0, 0);
+    if (first.IsEnd())
+        return AcEntry(first.nLength, ippLookupEnd, 0, 0, 0);
+    const std::uint32_t nUsed = first.Bits();
+    if (first.Size() == 0)
+        return AcEntry(nUsed, 15, 0, 0, 0);
+    if (nUsed > ippLookupBits)
+        return AcEntry(nUsed, first.Run(), first.Run(), first.Size(), 0);
 
-std::uint64_t AcEntry(const ippiDecodeHuffmanSpec& huffman, std::uint32_t nIndex) {
-    const Code first = FirstCode(huffman, nIndex);
-    const std::uint32_t nRun = first.nSymbol >> 4;
-    const std::uint32_t nSize = first.nSymbol & 15;
-    const std::uint32_t nUsed = first.nLength + nSize;
-    if (first.nLength == 0 || nUsed > ippLookupBits)
-        return Entry(0, ippLookupLong, first.nLength, first.nSymbol, 0, 0);
-    if (nSize == 0)
-        return Entry(nUsed, nRun == 15 ? 16 : ippLookupEnd, 0, 0, 0, 0);
-
-    const std::int32_t nValue = ValueAt(nIndex, first.nLength, nSize);
-    const Code second = FirstCode(huffman, nIndex << nUsed & (kIndices - 1));
-    const std::uint32_t nSecondRun = second.nSymbol >> 4;
-    const std::uint32_t nSecondSize = second.nSymbol & 15;
-    const std::uint32_t nAll = nUsed + second.nLength + nSecondSize;
-    const bool bEnd = nSecondSize == 0 && nSecondRun != 15;
-    if (second.nLength == 0 || nAll > ippLookupBits || (nSecondSize == 0 && !bEnd))
-        return Entry(nUsed, nRun + 1, nRun, nRun, nValue, nValue);
-    if (bEnd)
-        return Entry(nAll, ippLookupEnd + nRun + 1, nRun, nRun, nValue, nValue);
-    const std::uint32_t nPlace = nRun + 1 + nSecondRun;
-    return Entry(nAll, nPlace + 1, nRun, nPlace, nValue,
-                 ValueAt(nIndex, nUsed + second.nLength, nSecondSize));
+    const std::uint32_t nRaw = nIndex >> (ippLookupBits - nUsed) & ((1u << first.Size()) - 1);
+    const std::int32_t nValue = ValueOf(nRaw, first.Size());
+    const Code second = FirstCode(codes, nIndex << nUsed & (kIndices - 1));
+    const bool bFits = second.nLength != 0 && nUsed + second.nLength <= ippLookupBits &&
+                       nUsed + second.Bits() <= ippAcLongest && second.Size() <= 9;
+    if (bFits && second.IsEnd())
+        return AcEntry(nUsed + second.nLength, ippLookupEnd + first.Run() + 1, first.Run(), 0, nValue);
+    if (!bFits || second.Size() == 0)
+        return AcEntry(nUsed, first.Run(), first.Run(), first.Size(), nValue);
+    return AcEntry(nUsed + second.Bits(), first.Run() + 1 + second.Run(), first.Run(), second.Size(), nValue);
 }
 
 } // namespace
 
 void ippDcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppDcLookup& lookup) noexcept {
+    FillCodes(huffman, lookup.codes);
     for (std::uint32_t nIndex = 0; nIndex < kIndices; ++nIndex) {
-        const Code code = FirstCode(huffman, nIndex);
-        const std::uint32_t nSize = code.nSymbol & 15;
-        const std::uint32_t nAll = code.nLength + nSize;
-        std::uint32_t nEntry = code.nSymbol << 16 | ippDcLookupLong | code.nLength;
-        if (code.nLength != 0 && nAll <= ippLookupBits) {
-            const std::int32_t nValue = nSize == 0 ? 0 : ValueAt(nIndex, code.nLength, nSize);
-            nEntry = static_cast<std::uint32_t>(nValue) << 16 | nAll;
-        }
-        lookup.aEntries[nIndex] = nEntry;
+        const Code code = FirstCode(lookup.codes, nIndex);
+        const bool bFits = code.nLength != 0 && code.Bits() <= ippDcLongest;
+        lookup.aEntries[nIndex] = static_cast<std::uint16_t>(bFits ? code.Bits() | code.Size() << 8 : 0);
     }
 }
 
 void ippAcLookupInit(const ippiDecodeHuffmanSpec& huffman, IppAcLookup& lookup) noexcept {
+    FillCodes(huffman, lookup.codes);
     for (std::uint32_t nIndex = 0; nIndex < kIndices; ++nIndex)
-        lookup.aEntries[nIndex] = AcEntry(huffman, nIndex);
+        lookup.aEntries[nIndex] = AcEntry(lookup.codes, nIndex);
 }
 
 IppStatus ippiDecodeHuffmanStateInitAlloc_JPEG_8u(ippiDecodeHuffmanState** ppState) {

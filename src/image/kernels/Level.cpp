@@ -99,31 +99,45 @@ std::uint64_t ippGetFeatures() noexcept {
     return nFeatures;
 }
 
-bool ippHasWideKernels() noexcept {
+std::int32_t ippWidestKernels() noexcept {
     if (ippLevelFromFeatures(ippGetFeatures()).nLevel < 4)
-        return false;
+        return 0;
     const std::uint32_t nBasic = Identification(1).nEcx;
-    const std::uint32_t nExtended = Identification(7).nEbx;
+    const Registers extended = Identification(7);
     // MOVBE, POPCNT and LZCNT; then BMI1, AVX2 and BMI2.
     const bool bCounts = Bit(nBasic, 22) && Bit(nBasic, 23) && Bit(Identification(0x80000001).nEcx, 5);
-    return bCounts && Bit(nExtended, 3) && Bit(nExtended, 5) && Bit(nExtended, 8);
+    if (!bCounts || !Bit(extended.nEbx, 3) || !Bit(extended.nEbx, 5) || !Bit(extended.nEbx, 8))
+        return 0;
+    // AVX-512 F, DQ, BW and VL, with all its registers saved (XCR0 bits 5 to 7). The variant does without
+    // VBMI2, but the processors before that one lower their clock for such registers.
+    const bool bFoundation =
+        Bit(extended.nEbx, 16) && Bit(extended.nEbx, 17) && Bit(extended.nEbx, 30) && Bit(extended.nEbx, 31);
+    const bool bSaved = (ReadXcr0(nBasic) & 0xE0) == 0xE0;
+    return bFoundation && bSaved && Bit(extended.nEcx, 6) ? 2 : 1;
 }
 
 IppStatus ippSelectVariant(const char* szName) noexcept {
-    const bool bPlainAvx = std::strcmp(szName, "4-avx") == 0;
-    if (!bPlainAvx && (szName[0] < '0' || szName[0] >= '0' + ippLevels || szName[1] != 0))
+    const std::int32_t nWide = ippWidestKernels();
+    std::int32_t nAsked = nWide;
+    if (std::strcmp(szName, "4-avx") == 0)
+        nAsked = 0;
+    else if (std::strcmp(szName, "4-avx2") == 0)
+        nAsked = 1;
+    else if (szName[0] < '0' || szName[0] >= '0' + ippLevels || szName[1] != 0)
         return ippStsBadArgument;
+    if (nAsked > nWide)
+        return ippStsFeatureNotThere;
     const std::int32_t nLevel = szName[0] - '0';
     if (nLevel > ippLevelFromFeatures(ippGetFeatures()).nLevel)
         return ippStsFeatureNotThere;
-    g_nKernelWide.store(!bPlainAvx && ippHasWideKernels() ? 1 : 0, std::memory_order_relaxed);
+    g_nKernelWide.store(nAsked, std::memory_order_relaxed);
     g_nKernelLevel.store(nLevel, std::memory_order_relaxed);
     return ippStsNoErr;
 }
 
 IppStatus ippStaticInit() noexcept {
     const IppKernelLevel level = ippLevelFromFeatures(ippGetFeatures());
-    g_nKernelWide.store(ippHasWideKernels() ? 1 : 0, std::memory_order_relaxed);
+    g_nKernelWide.store(ippWidestKernels(), std::memory_order_relaxed);
     g_nKernelLevel.store(level.nLevel, std::memory_order_relaxed);
     g_nKernelSubLevel.store(level.nSubLevel, std::memory_order_relaxed);
 

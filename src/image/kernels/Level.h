@@ -17,17 +17,17 @@ inline constexpr std::int32_t ippLevels = 5;
 extern std::atomic<std::int32_t> g_nKernelLevel;
 extern std::atomic<std::int32_t> g_nKernelSubLevel;
 
-// 1 where level 4 takes the variant for AVX2 and bit manipulation, 0 where it takes that for AVX alone. Set
-// with the level, which does not depend on it.
+// Which variant level 4 takes: 0 that for AVX alone, 1 that for AVX2 and bit manipulation, 2 that for
+// AVX-512. Set with the level, which does not depend on it.
 extern std::atomic<std::int32_t> g_nKernelWide;
 
-// Chooses a variant by the name that people give it: "0" to "4" for the levels, "4-avx" for level 4 as
-// processors with AVX alone have it. ippStsFeatureNotThere where this processor lacks it, ippStsBadArgument
-// for any other name; nothing changes then.
+// Chooses a variant by the name that people give it: "0" to "4" for the levels, "4-avx" and "4-avx2" for
+// level 4 as processors with no more than that have it. ippStsFeatureNotThere where this processor lacks it,
+// ippStsBadArgument for any other name; nothing changes then.
 [[nodiscard]] IppStatus ippSelectVariant(const char* szName) noexcept;
 
-// The instruction set of the variant that runs, told by itself: "C++", "SSE2", "SSSE3", "SSE4.1", "AVX" or
-// "AVX2".
+// The instruction set of the variant that runs, told by itself: "C++", "SSE2", "SSSE3", "SSE4.1", "AVX",
+// "AVX2" or "AVX-512".
 IppStatus ippxVariant(const char** pszSet);
 
 // Bits of the processor features word.
@@ -58,8 +58,8 @@ IppStatus ippStaticInit() noexcept;
 // The features word of this processor, read once and kept.
 [[nodiscard]] std::uint64_t ippGetFeatures() noexcept;
 
-// Whether this processor and its operating system have what the variant for AVX2 is compiled for.
-[[nodiscard]] bool ippHasWideKernels() noexcept;
+// The greatest value of g_nKernelWide that this processor and its operating system have what it takes for.
+[[nodiscard]] std::int32_t ippWidestKernels() noexcept;
 
 // The two rules behind start-up, without a processor: the features word from identification leaf 1 (ECX, EDX)
 // and the low half of XCR0 (0 where it cannot be read), and the level from a features word.

@@ -30,9 +30,16 @@ IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
 IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
                                          std::uint8_t* pDst, std::int32_t nDstStep, IppiSize dstRoi);
 
+// Chroma of 4:2:2 to that of 4:2:0: the height halved, and to the sample what ippiSampleUpH2V1 and then
+// ippiSampleDownH2V2 give. Source and destination are equally wide; the samples just before and just behind a
+// source row are read, as by the first of the two.
+IppStatus ippxSample422To420_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,
+                                    std::int32_t nDstStep, IppiSize dstRoi);
+
 // The list of the family (Kernels.h): names and numbers of arguments.
 #define SAMPLING_KERNELS(KERNEL)                                                                             \
     KERNEL(ippiSampleUpH2V1_JPEG_8u_C1R, 6)                                                                  \
     KERNEL(ippiSampleUpH2V2_JPEG_8u_C1R, 6)                                                                  \
     KERNEL(ippiSampleDownH2V2_JPEG_8u_C1R, 6)                                                                \
-    KERNEL(ippiSampleDownH2V1_JPEG_8u_C1R, 6)
+    KERNEL(ippiSampleDownH2V1_JPEG_8u_C1R, 6)                                                                \
+    KERNEL(ippxSample422To420_8u_C1R, 5)

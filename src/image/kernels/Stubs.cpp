@@ -1,4 +1,4 @@
-// The public names: for each kernel a table of pointers, one a level and two for the highest, and the stub
+// The public names: for each kernel a table of pointers, one a level and three for the highest, and the stub
 // that jumps through it. Its arguments are those that the family's header declares.
 //
 // A new target is its file in targets/, a namespace below, and the level that names it.
@@ -28,12 +28,15 @@ EVERY_KERNEL(KERNEL)
 namespace kernels_avx2 {
 EVERY_KERNEL(KERNEL)
 }
+namespace kernels_avx512 {
+EVERY_KERNEL(KERNEL)
+}
 #endif
 #undef KERNEL
 
 namespace {
 
-// The variant of each level, and that of level 4 on processors with wide registers for whole numbers.
+// The variant of each level, and those of level 4 on processors with wide registers for whole numbers.
 #if defined(__x86_64__)
 namespace level0 = kernels_portable;
 namespace level1 = kernels_sse2;
@@ -41,6 +44,7 @@ namespace level2 = kernels_ssse3;
 namespace level3 = kernels_sse41;
 namespace level4 = kernels_avx;
 namespace level4Wide = kernels_avx2;
+namespace level4Widest = kernels_avx512;
 #else
 namespace level0 = kernels_portable;
 namespace level1 = kernels_portable;
@@ -48,6 +52,7 @@ namespace level2 = kernels_portable;
 namespace level3 = kernels_portable;
 namespace level4 = kernels_portable;
 namespace level4Wide = kernels_portable;
+namespace level4Widest = kernels_portable;
 #endif
 
 // Read once a call, so that one call runs in one variant.
@@ -89,8 +94,9 @@ struct Signature<IppStatus(Arguments...)> {
 #define ARGUMENTS_10 ARGUMENTS_9, a9
 
 #define KERNEL(name, count)                                                                                  \
-    static decltype(&::name) const s_ap_##name[ippLevels + 1] = {                                            \
-        &level0::name, &level1::name, &level2::name, &level3::name, &level4::name, &level4Wide::name};       \
+    static decltype(&::name) const s_ap_##name[ippLevels + 2] = {                                            \
+        &level0::name, &level1::name,     &level2::name,      &level3::name,                                 \
+        &level4::name, &level4Wide::name, &level4Widest::name};                                              \
     IppStatus name(PARAMETERS_##count(name)) {                                                               \
         return s_ap_##name[Variant()](ARGUMENTS_##count);                                                    \
     }

@@ -50,30 +50,52 @@ IppStatus ippiDecodeHuffmanSpecInit_JPEG_8u(const std::uint8_t* pBits, const std
                                             ippiDecodeHuffmanSpec** ppSpec);
 IppStatus ippiDecodeHuffmanSpecFree_JPEG_8u(ippiDecodeHuffmanSpec* pSpec);
 
-// Index bits of the look-up tables below. More would push the tables out of the first-level cache, fewer
-// leave too many symbols to the slow way.
-inline constexpr std::int32_t ippLookupBits = 10;
+// The same in memory of the caller: ippStsNoErr or ippStsHuffmanTableErr.
+IppStatus ippDecodeHuffmanSpecFill(const std::uint8_t* pBits, const std::uint8_t* pValues,
+                                   ippiDecodeHuffmanSpec& huffman) noexcept;
 
-// DC differences by the next ippLookupBits bits: difference << 16 | bits of code and difference together.
-// Where they are more, symbol << 16 | ippDcLookupLong | bits of the code, the last being 0 and the symbol not
-// known where even the code is longer.
+// What the MCU decoder looks codes up in. Index bits of its tables: with more the tables of a picture are
+// forced out of the first-level cache, and many cameras push those of each other out of the second, with
+// fewer too many symbols go the slow way.
+inline constexpr std::uint32_t ippLookupBits = 10;
+
+// All codes of a table, for those that are longer than the index.
+struct IppCodes {
+    // By code length - 1: the first 16 bits that, left-justified, are behind the codes of this length and all
+    // shorter ones.
+    std::int32_t aLimits[16];
+    std::int32_t aOffsets[16]; // what a code of this length lacks to the index of its symbol
+    std::uint8_t aValues[256];
+};
+
+// DC differences: the bits of code and difference together and, << 8, those of the difference; 0 where the
+// code is longer than the index or both have more than ippDcLongest bits.
 struct IppDcLookup {
-    std::uint32_t aEntries[1 << ippLookupBits];
+    std::uint16_t aEntries[1 << ippLookupBits];
+    IppCodes codes;
 };
 
-inline constexpr std::uint32_t ippDcLookupLong = 1 << 8;
+inline constexpr std::uint32_t ippDcLongest = 20;
 
-// One or two AC symbols by the next ippLookupBits bits. From the low end: eight bits for the bits to drop,
-// eight for the advance, eight each for the place of the first and the second coefficient behind the present
-// one, sixteen each for their values. A lone coefficient stands in both places.
+// One or two AC symbols. The coefficient of the first is in the entry, that of the second is in the last bits
+// of what there is to drop, so that it need not fit the index. From the low end:
 //
-// The advance also tells what ended: ippLookupEnd is added to it by an end of block. It is ippLookupLong
-// where the bits do not suffice for one symbol and its value; then nothing is to drop, the first place holds
-// the length of the code, or 0 where that does not fit either, and the second the symbol.
+//   6 bits   to drop, at most ippAcLongest
+//   8 bits   place of the second coefficient behind the present one; also what ended
+//   4 bits   place of the first one
+//   4 bits   size of the second one's value, 0 to 9
+//   10 bits  value of the first one, signed
+//
+// The next place is that behind the second one. A lone coefficient is the second one, and the first one
+// stands in its place with the same value or none. An end of block sets ippLookupEnd, with the places of a
+// coefficient before it counted above; ippLookupLong is set alone where there is nothing for the index or too
+// much to drop.
 struct IppAcLookup {
-    std::uint64_t aEntries[1 << ippLookupBits];
+    std::uint32_t aEntries[1 << ippLookupBits];
+    IppCodes codes;
 };
 
+inline constexpr std::uint32_t ippAcLongest = 18;
 inline constexpr std::uint32_t ippLookupEnd = 128;
 inline constexpr std::uint32_t ippLookupLong = 64;
 

@@ -1,5 +1,6 @@
 // Whole MCUs of a sequential scan: entropy decoding from a window without stuffed bytes, two symbols a
-// look-up, and each MCU's inverse transform straight behind it, which runs while the next bits are awaited.
+// look-up, and the inverse transform of as many blocks as a vector holds, which runs while the next bits are
+// awaited.
 //
 // The window: the source without its stuffed bytes, and the bit reader over it, which needs no look at single
 // bytes.
@@ -27,17 +28,22 @@ void FillWindow(IppBitWindow& window, const std::uint8_t* pSrc, std::int32_t nSr
         pEnd -= std::min<std::ptrdiff_t>(pEnd - pNext, 2 * kLongestMcu + 4 * ippWindowSlack);
     window.bMore = false;
     while (pNext < pEnd) {
-        const std::ptrdiff_t nRoom = std::min(pEnd - pNext, pOutEnd - pOut);
-        if (nRoom < 2) {
-            window.bMore = pEnd - pNext > nRoom;
+        std::ptrdiff_t nPlain = std::min(pEnd - pNext, pOutEnd - pOut);
+        if (nPlain == 0) {
+            window.bMore = true;
             break;
         }
-        const void* const pFound = std::memchr(pNext, 0xFF, static_cast<std::size_t>(nRoom));
-        const std::ptrdiff_t nPlain = pFound ? static_cast<const std::uint8_t*>(pFound) - pNext : nRoom;
-        std::memcpy(pOut, pNext, static_cast<std::size_t>(nPlain));
+        if (nPlain >= kScan) {
+            const std::uint32_t nStuffed = FindStuffed(pNext);
+            std::memcpy(pOut, pNext, kScan);
+            nPlain = nStuffed != 0 ? __builtin_ctz(nStuffed) : kScan;
+        } else {
+            *pOut = *pNext;
+            nPlain = *pNext != 0xFF ? 1 : 0;
+        }
         pOut += nPlain;
         pNext += nPlain;
-        if (!pFound)
+        if (nPlain != 0)
             continue;
         if (pEnd - pNext < 2 || pNext[1] != 0)
             break;
@@ -52,13 +58,15 @@ void FillWindow(IppBitWindow& window, const std::uint8_t* pSrc, std::int32_t nSr
 
 // Moves the cursor forward. Every 0xFF that it passes was two bytes in the source.
 void MoveCursor(IppBitWindow& window, std::int32_t nOffset) {
-    const std::uint8_t* pNext = window.pBytes.get() + window.nOffset;
-    const std::uint8_t* const pEnd = window.pBytes.get() + nOffset;
-    window.nSrcPos += nOffset - window.nOffset;
-    while (const void* const pFound = std::memchr(pNext, 0xFF, static_cast<std::size_t>(pEnd - pNext))) {
-        ++window.nSrcPos;
-        pNext = static_cast<const std::uint8_t*>(pFound) + 1;
+    static_assert(kScan <= ippWindowSlack);
+    std::int32_t nStuffed = 0;
+    for (std::int32_t nAt = window.nOffset; nAt < nOffset; nAt += kScan) {
+        std::uint32_t nFound = FindStuffed(window.pBytes.get() + nAt);
+        if (nOffset - nAt < kScan)
+            nFound &= (1u << (nOffset - nAt)) - 1;
+        nStuffed += __builtin_popcount(nFound);
     }
+    window.nSrcPos += nOffset - window.nOffset + nStuffed;
     window.nOffset = nOffset;
 }
 
@@ -94,6 +102,26 @@ public:
     void Drop(std::uint32_t nCount) {
         m_nHeld <<= nCount & 63;
         m_nBits -= nCount;
+    }
+
+    // The value of the last nSize, 0 to 15, of the next nCount bits (T.81 F.2.2.1), by arithmetic alone:
+    // signs cannot be foreseen.
+    std::int32_t ValueBefore(std::uint32_t nCount, std::uint32_t nSize) const {
+        const auto nMask = static_cast<std::int32_t>((1u << nSize) - 1);
+        const std::int32_t nRaw = static_cast<std::int32_t>(m_nHeld >> ((64 - nCount) & 63)) & nMask;
+        return nRaw - (nMask & ((nRaw - (nMask >> 1) - 1) >> 31));
+    }
+
+    // The next symbol of codes of any length, or -1 where no code fits.
+    std::int32_t Symbol(const IppCodes& codes) {
+        const auto nLeft = static_cast<std::int32_t>(Peek(16));
+        std::int32_t nShorter = 0;
+        for (const std::int32_t nLimit : codes.aLimits)
+            nShorter += nLeft >= nLimit ? 1 : 0;
+        if (nShorter == 16)
+            return -1;
+        Drop(static_cast<std::uint32_t>(nShorter) + 1);
+        return codes.aValues[(codes.aOffsets[nShorter] + (nLeft >> (15 - nShorter))) & 255];
     }
 
     std::int32_t Value(std::uint32_t nSize) {
@@ -166,40 +194,38 @@ std::int32_t DecodeFromWindow(IppBitWindow& window, const std::uint8_t* pSrc, st
     return nDone;
 }
 
-// Zigzag order with room for every place that a look-up can name: those beyond the block are its last one,
-// which is written again whenever that matters.
+// Where a coefficient goes, by its place in zigzag order, in a block that stands in a group of nGroup. There
+// is room for every place that a look-up can name: those beyond the block are its last one, which is written
+// again whenever that matters.
 struct PaddedZigZag {
     std::uint8_t a[64 + 256];
 };
 
+template <int nGroup>
 constexpr PaddedZigZag MakePaddedZigZag() {
     PaddedZigZag order{};
-    for (int i = 0; i < 64 + 256; ++i)
-        order.a[i] = i < 64 ? g_aZigZag[i] : std::uint8_t{63};
+    for (int i = 0; i < 64 + 256; ++i) {
+        const int nNatural = i < 64 ? g_aZigZag[i] : 63;
+        order.a[i] = static_cast<std::uint8_t>((nNatural & ~7) * nGroup | (nNatural & 7));
+    }
     return order;
 }
 
-constexpr PaddedZigZag kPaddedZigZag = MakePaddedZigZag();
+template <int nGroup>
+constexpr PaddedZigZag kPaddedZigZag = MakePaddedZigZag<nGroup>();
 
 constexpr std::int32_t kNoBlock = -1;
 
-// One AC symbol of those that a look-up did not give, at place nPlace, which moves behind it, to 64 at the
-// block's end. False where it is not in the fast way's reach. nLast is the last place with a coefficient.
-inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiDecodeHuffmanSpec& table,
-                             std::uint64_t nEntry, std::uint32_t& nPlace, std::int32_t& nLast) {
-    std::uint32_t nSymbol = nEntry >> 24 & 0xFF;
-    const std::uint32_t nLength = nEntry >> 16 & 0xFF;
-    const bool bLong = (nEntry >> 8 & 0xFF) == ippLookupLong;
-    if (bLong && nLength != 0) {
-        bits.Drop(nLength);
-    } else {
-        const std::int32_t nFound = bits.Symbol(table, bLong ? ippLookupBits + 1 : 1);
-        if (nFound < 0)
-            return false;
-        nSymbol = static_cast<std::uint32_t>(nFound);
-    }
-    const std::uint32_t nRun = nSymbol >> 4 & 15;
-    const std::uint32_t nSize = nSymbol & 15;
+// One AC symbol by itself, at place nPlace, which moves behind it, to 64 at the block's end. False where it
+// is not in the fast way's reach. nLast is the last place with a coefficient.
+template <int nGroup>
+inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const IppCodes& codes,
+                             std::uint32_t& nPlace, std::int32_t& nLast) {
+    const std::int32_t nSymbol = bits.Symbol(codes);
+    if (nSymbol < 0)
+        return false;
+    const std::uint32_t nRun = static_cast<std::uint32_t>(nSymbol) >> 4;
+    const std::uint32_t nSize = static_cast<std::uint32_t>(nSymbol) & 15;
     if (nSize == 0) {
         nPlace = nRun == 15 ? nPlace + 16 : 64;
         return true;
@@ -207,127 +233,235 @@ inline bool DecodeLongSymbol(WindowReader& bits, std::int16_t* pDst, const ippiD
     nPlace += nRun;
     if (nPlace > 63)
         return false;
-    pDst[kPaddedZigZag.a[nPlace]] = static_cast<std::int16_t>(bits.Value(nSize));
+    pDst[kPaddedZigZag<nGroup>.a[nPlace]] = static_cast<std::int16_t>(bits.Value(nSize));
     nLast = static_cast<std::int32_t>(nPlace++);
     return true;
 }
 
+// The DC difference, or kNoDifference where no code fits.
+constexpr std::int32_t kNoDifference = INT32_MAX;
+
+inline std::int32_t DecodeDc(WindowReader& bits, const IppDcLookup& lookup) {
+    const std::uint32_t nEntry = lookup.aEntries[bits.Peek(ippLookupBits)];
+    if (nEntry != 0) [[likely]] {
+        const std::int32_t nDifference = bits.ValueBefore(nEntry & 0xFF, nEntry >> 8);
+        bits.Drop(nEntry & 0xFF);
+        return nDifference;
+    }
+    const std::int32_t nSymbol = bits.Symbol(lookup.codes);
+    if (nSymbol < 0)
+        return kNoDifference;
+    const auto nSize = static_cast<std::uint32_t>(nSymbol & 15);
+    const std::int32_t nDifference = nSize == 0 ? 0 : bits.Value(nSize);
+    bits.Refill();
+    return nDifference;
+}
+
 // The place in zigzag order of the block's last coefficient, or one behind it; kNoBlock where the fast way
-// ends. Then pDst and nLastDc hold whatever was read.
+// ends. Then pDst and nLastDc hold whatever was read. The block comes as zeros.
+template <int nGroup>
 [[gnu::always_inline]] inline std::int32_t
 DecodeWindowBlock(WindowReader& bits, std::int16_t* pDst, std::int16_t& nLastDc, const IppMcuBlock& block) {
-    StoreZeroBlock(pDst);
     bits.Refill();
-    const std::uint32_t nDcEntry = block.pDcLookup->aEntries[bits.Peek(ippLookupBits)];
-    bits.Drop(nDcEntry & 0xFF);
-    if ((nDcEntry & ippDcLookupLong) == 0) {
-        nLastDc = AddDc(nLastDc, static_cast<std::int32_t>(nDcEntry) >> 16);
-    } else {
-        std::int32_t nSize = static_cast<std::int32_t>(nDcEntry >> 16);
-        if ((nDcEntry & 0xFF) == 0)
-            nSize = bits.Symbol(*block.pDcTable, ippLookupBits + 1);
-        if (nSize < 0)
-            return kNoBlock;
-        if ((nSize & 15) != 0)
-            nLastDc = AddDc(nLastDc, bits.Value(static_cast<std::uint32_t>(nSize & 15)));
-        bits.Refill();
-    }
+    const std::int32_t nDifference = DecodeDc(bits, *block.pDcLookup);
+    if (nDifference == kNoDifference)
+        return kNoBlock;
+    nLastDc = AddDc(nLastDc, nDifference);
     pDst[0] = nLastDc;
 
-    // A refill lasts for the DC look-up and four of these.
-    static_assert(5 * ippLookupBits <= 56);
-    const std::uint64_t* const pLookup = block.pAcLookup->aEntries;
+    // A refill lasts for the DC difference and two look-ups, or for three of those.
+    static_assert(ippDcLongest + 2 * ippAcLongest <= 56 && 3 * ippAcLongest <= 56);
+    const std::uint32_t* const pLookup = block.pAcLookup->aEntries;
     std::uint32_t nPlace = 1;
+    std::int32_t nLookups = 2;
     for (;;) {
-        std::uint64_t nEntry = 0;
+        std::uint32_t nEntry = 0;
         std::uint32_t nNext = 0;
-#pragma GCC unroll 4
-        for (int i = 0; i < 4; ++i) {
+        for (; nLookups > 0; --nLookups) {
             nEntry = pLookup[bits.Peek(ippLookupBits)];
-            pDst[kPaddedZigZag.a[nPlace + (nEntry >> 24 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 48);
-            pDst[kPaddedZigZag.a[nPlace + (nEntry >> 16 & 0xFF)]] = static_cast<std::int16_t>(nEntry >> 32);
-            nNext = nPlace + (nEntry >> 8 & 0xFF);
+            const std::uint32_t nDrop = nEntry & 63;
+            const std::uint32_t nSecond = nPlace + (nEntry >> 6 & 0xFF);
+            pDst[kPaddedZigZag<nGroup>.a[nPlace + (nEntry >> 14 & 15)]] =
+                static_cast<std::int16_t>(static_cast<std::int32_t>(nEntry) >> 22);
+            pDst[kPaddedZigZag<nGroup>.a[nSecond]] =
+                static_cast<std::int16_t>(bits.ValueBefore(nDrop, nEntry >> 18 & 15));
+            nNext = nSecond + 1;
             if (nNext >= 64)
                 break;
-            bits.Drop(nEntry & 0xFF);
+            bits.Drop(nDrop);
             nPlace = nNext;
         }
+        nLookups = 3;
         if (nNext >= 64) {
             // An end of block, with the coefficient before it not in the last place: nothing would follow
             // that.
-            const bool bEnd = nNext - ippLookupEnd < 64;
-            if (bEnd || nNext == 64) {
-                bits.Drop(nEntry & 0xFF);
-                return bEnd ? static_cast<std::int32_t>(nNext - ippLookupEnd - 1) : 63;
+            const std::uint32_t nLast = nNext - ippLookupEnd - 2;
+            if (nLast < 63 || nNext == 64) {
+                bits.Drop(nEntry & 63);
+                return nLast < 63 ? static_cast<std::int32_t>(nLast) : 63;
             }
             // Two symbols of which the first may end the block already, or a long one: one by one.
             bits.Refill();
-            std::int32_t nLast = static_cast<std::int32_t>(nPlace) - 1;
-            if (!DecodeLongSymbol(bits, pDst, *block.pAcTable, nEntry, nPlace, nLast))
+            std::int32_t nLastOne = static_cast<std::int32_t>(nPlace) - 1;
+            if (!DecodeLongSymbol<nGroup>(bits, pDst, block.pAcLookup->codes, nPlace, nLastOne))
                 return kNoBlock;
             if (nPlace >= 64)
-                return nLast;
+                return nLastOne;
         }
         bits.Refill();
     }
 }
 
-// The inverse transforms of nBlocks blocks, two at a time: of one MCU, or with bOdd of up to two.
-template <bool bOdd>
-void ReconstructMcus(const IppMcuRow& row, std::int32_t nFirst, std::int32_t nBlocks,
-                     const std::int32_t* pLast) {
-    const std::int16_t* const pBlocks = row.pCoefficients + std::ptrdiff_t{nFirst} * row.nBlocks * 64;
-    const auto task = [&row, pBlocks, nFirst](std::int32_t i) {
-        const std::int32_t nSecond = bOdd && i >= row.nBlocks ? 1 : 0;
-        const IppMcuBlock& block = row.aBlocks[i - nSecond * row.nBlocks];
-        return BlockTask{pBlocks + 64 * i, block.pSteps,
-                         block.pDst + std::ptrdiff_t{nFirst + nSecond} * block.nDstAdvance, block.nDstStep};
-    };
-    std::int32_t i = 0;
-    for (; i + 1 < nBlocks; i += 2)
-        InverseTwo(task(i), pLast[i], task(i + 1), pLast[i + 1]);
-    if (bOdd && i < nBlocks)
-        InverseOne(task(i), pLast[i]);
+inline BlockTarget TargetOf(const IppMcuBlock& block, std::int32_t nMcu) {
+    return {block.pDst + std::ptrdiff_t{nMcu} * block.nDstAdvance, block.nDstStep};
 }
 
-// MCUs nFirst to nEnd, as far as the window and the fast way go; returns the one behind the last. With bOdd,
-// an odd number of blocks to an MCU, every other MCU waits for the next one with its transforms.
-template <bool bOdd>
+// Blocks on the way to their transforms, in groups by quantiser. A full group is transformed when the next
+// block has been decoded: its last coefficients have arrived in the cache by then, and the loads of whole
+// rows need not wait for them.
+class GroupedOutput {
+public:
+    static constexpr int nGroup = BlockGroup::nMost;
+
+    explicit GroupedOutput(const IppMcuRow& row) : m_row(row) {
+        for (std::int32_t i = 0; i < row.nBlocks; ++i) {
+            std::int32_t n = 0;
+            while (n < m_nQueues && m_aQueues[n].pSteps != row.aBlocks[i].pSteps)
+                ++n;
+            if (n == m_nQueues) {
+                Queue& queue = m_aQueues[m_nQueues++];
+                queue.pSteps = row.aBlocks[i].pSteps;
+                std::memset(queue.aGroups, 0, sizeof queue.aGroups);
+                queue.pFilling = queue.aGroups;
+            }
+            m_apQueues[i] = &m_aQueues[n];
+        }
+    }
+
+    // Where block i of an MCU is decoded to.
+    std::int16_t* Block(std::int32_t, std::int32_t i) const {
+        BlockGroup& group = *m_apQueues[i]->pFilling;
+        return group.aCoefficients + 8 * group.nBlocks;
+    }
+
+    void Add(std::int32_t nMcu, std::int32_t i, std::int32_t nLast) {
+        if (m_pFull)
+            TransformFull();
+        Queue& queue = *m_apQueues[i];
+        BlockGroup& group = *queue.pFilling;
+        group.aTargets[group.nBlocks] = TargetOf(m_row.aBlocks[i], nMcu);
+        group.nLast = std::max(group.nLast, nLast);
+        if (++group.nBlocks == nGroup) {
+            m_pFull = &group;
+            m_pFullSteps = queue.pSteps;
+            queue.pFilling = &group == queue.aGroups ? queue.aGroups + 1 : queue.aGroups;
+        }
+    }
+
+    // The blocks that still wait; the lanes beside them go nowhere.
+    void Finish() {
+        if (m_pFull)
+            TransformFull();
+        std::uint8_t aNowhere[64];
+        for (std::int32_t n = 0; n < m_nQueues; ++n) {
+            BlockGroup& group = *m_aQueues[n].pFilling;
+            if (group.nBlocks == 0)
+                continue;
+            std::fill(group.aTargets + group.nBlocks, group.aTargets + nGroup, BlockTarget{aNowhere, 8});
+            InverseGroup(group, m_aQueues[n].pSteps);
+        }
+    }
+
+private:
+    struct Queue {
+        BlockGroup aGroups[2];
+        BlockGroup* pFilling;
+        const std::uint16_t* pSteps;
+    };
+
+    void TransformFull() {
+        InverseGroup(*m_pFull, m_pFullSteps);
+        m_pFull = nullptr;
+    }
+
+    const IppMcuRow& m_row;
+    BlockGroup* m_pFull = nullptr;
+    const std::uint16_t* m_pFullSteps = nullptr;
+    std::int32_t m_nQueues = 0;
+    Queue* m_apQueues[ippMaxMcuBlocks];
+    Queue m_aQueues[ippMaxMcuSteps];
+};
+
+// Blocks that leave their coefficients to the row, and are transformed one by one.
+class KeptOutput {
+public:
+    static constexpr int nGroup = 1;
+
+    explicit KeptOutput(const IppMcuRow& row) : m_row(row) {}
+
+    std::int16_t* Block(std::int32_t nMcu, std::int32_t i) const {
+        std::int16_t* const pBlock = At(nMcu, i);
+        StoreZeroBlock(pBlock);
+        return pBlock;
+    }
+
+    void Add(std::int32_t nMcu, std::int32_t i, std::int32_t nLast) const {
+        const IppMcuBlock& block = m_row.aBlocks[i];
+        InverseOne({At(nMcu, i), block.pSteps, TargetOf(block, nMcu)}, nLast);
+    }
+
+    void Finish() const {}
+
+private:
+    std::int16_t* At(std::int32_t nMcu, std::int32_t i) const {
+        return m_row.pCoefficients + (std::ptrdiff_t{nMcu} * m_row.nBlocks + i) * 64;
+    }
+
+    const IppMcuRow& m_row;
+};
+
+// MCUs nFirst to nEnd, as far as the window and the fast way go; returns the one behind the last.
+template <class Output>
 std::int32_t DecodeRun(WindowReader& reader, const std::uint8_t* pEnd, IppMcuRow& row, std::int32_t nFirst,
                        std::int32_t nEnd) {
+    Output output(row);
     WindowReader bits = reader;
     std::int32_t nMcu = nFirst;
-    bool bWaiting = false;
-    std::int32_t anLast[2 * ippMaxMcuBlocks];
     for (; nMcu < nEnd; ++nMcu) {
-        std::int16_t* const pBlocks = row.pCoefficients + std::ptrdiff_t{nMcu} * row.nBlocks * 64;
-        std::int32_t* const pLast = anLast + (bWaiting ? row.nBlocks : 0);
         WindowReader ahead = bits;
         std::int16_t anLastDc[4];
         std::memcpy(anLastDc, row.anLastDc, sizeof anLastDc);
         std::int32_t i = 0;
         for (; i < row.nBlocks; ++i) {
             const IppMcuBlock& block = row.aBlocks[i];
-            pLast[i] = DecodeWindowBlock(ahead, pBlocks + 64 * i, anLastDc[block.nComponent & 3], block);
-            if (pLast[i] == kNoBlock || ahead.Passed(pEnd))
+            const std::int32_t nLast = DecodeWindowBlock<Output::nGroup>(
+                ahead, output.Block(nMcu, i), anLastDc[block.nComponent & 3], block);
+            if (nLast == kNoBlock || ahead.Passed(pEnd))
                 break;
+            output.Add(nMcu, i, nLast);
         }
         if (i < row.nBlocks)
             break;
         bits = ahead;
         std::memcpy(row.anLastDc, anLastDc, sizeof anLastDc);
-        if constexpr (bOdd) {
-            if (bWaiting)
-                ReconstructMcus<bOdd>(row, nMcu - 1, 2 * row.nBlocks, anLast);
-            bWaiting = !bWaiting;
-        } else {
-            ReconstructMcus<bOdd>(row, nMcu, row.nBlocks, anLast);
-        }
     }
-    if (bOdd && bWaiting)
-        ReconstructMcus<bOdd>(row, nMcu - 1, row.nBlocks, anLast);
+    output.Finish();
     reader = bits;
     return nMcu;
+}
+
+// Whether the blocks of an MCU have no more quantisers than there are groups for.
+inline bool HasFewSteps(const IppMcuRow& row) {
+    const std::uint16_t* apSteps[ippMaxMcuSteps];
+    const std::uint16_t** pEnd = apSteps;
+    for (std::int32_t i = 0; i < row.nBlocks; ++i) {
+        if (std::find(apSteps, pEnd, row.aBlocks[i].pSteps) != pEnd)
+            continue;
+        if (pEnd == std::end(apSteps))
+            return false;
+        *pEnd++ = row.aBlocks[i].pSteps;
+    }
+    return true;
 }
 
 } // namespace
@@ -339,14 +473,14 @@ IppStatus ippxDecodeMcus_1u8u(const std::uint8_t* pSrc, std::int32_t nSrcSize, s
     if (!pSrc || !pSrcCurrPos || !pMarker || !pState || !pWindow || !pWindow->pBytes || !pRow || !pDone)
         return ippStsNullPtrErr;
     if (nSrcSize < 0 || *pSrcCurrPos < 0 || nFirst < 0 || pRow->nBlocks < 1 ||
-        pRow->nBlocks > ippMaxMcuBlocks)
+        pRow->nBlocks > ippMaxMcuBlocks || !HasFewSteps(*pRow))
         return ippStsBadArgument;
     *pDone = 0;
     // With a marker in hand nothing is taken in, and what is held is for the block kernel.
     if (*pMarker != 0 || *pSrcCurrPos > nSrcSize)
         return ippStsNoErr;
 
-    const auto decode = pRow->nBlocks % 2 != 0 ? DecodeRun<true> : DecodeRun<false>;
+    const auto decode = pRow->bKeep ? DecodeRun<KeptOutput> : DecodeRun<GroupedOutput>;
     *pDone = DecodeFromWindow(*pWindow, pSrc, nSrcSize, *pSrcCurrPos, *pState, nMcus,
                               [=](WindowReader& bits, const std::uint8_t* pEnd, std::int32_t nBegin) {
                                   return decode(bits, pEnd, *pRow, nFirst + nBegin, nFirst + nMcus) - nFirst;

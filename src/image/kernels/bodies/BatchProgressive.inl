@@ -295,6 +295,23 @@ std::int32_t DecodeDcMcus(WindowReader& reader, const std::uint8_t* pEnd, IppPro
     return nMcu;
 }
 
+// The inverse transforms of nBlocks blocks, two at a time: of one MCU, or with bOdd of up to two.
+template <bool bOdd>
+void ReconstructMcus(const IppMcuRow& row, std::int32_t nFirst, std::int32_t nBlocks,
+                     const std::int32_t* pLast) {
+    const std::int16_t* const pBlocks = row.pCoefficients + std::ptrdiff_t{nFirst} * row.nBlocks * 64;
+    const auto task = [&row, pBlocks, nFirst](std::int32_t i) {
+        const std::int32_t nSecond = bOdd && i >= row.nBlocks ? 1 : 0;
+        const IppMcuBlock& block = row.aBlocks[i - nSecond * row.nBlocks];
+        return BlockTask{pBlocks + 64 * i, block.pSteps, TargetOf(block, nFirst + nSecond)};
+    };
+    std::int32_t i = 0;
+    for (; i + 1 < nBlocks; i += 2)
+        InverseTwo(task(i), pLast[i], task(i + 1), pLast[i + 1]);
+    if (bOdd && i < nBlocks)
+        InverseOne(task(i), pLast[i]);
+}
+
 } // namespace
 
 IppStatus ippxDecodeProgressiveMcus_1u16s(const std::uint8_t* pSrc, std::int32_t nSrcSize,

@@ -18,6 +18,19 @@ IppStatus CheckSampling(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSiz
     return ippStsNoErr;
 }
 
+// Two samples by one load, which vectors of 16 bits take without a shuffle.
+inline std::uint16_t PairSum(const std::uint8_t* p) {
+    std::uint16_t nPair;
+    std::memcpy(&nPair, p, sizeof nPair);
+    return static_cast<std::uint16_t>((nPair & 0xFF) + (nPair >> 8));
+}
+
+// The sum of the two samples that a triangular filter makes of one and those beside it.
+inline std::uint16_t DoubledSum(const std::uint8_t* p) {
+    const int nMiddle = 3 * p[0];
+    return static_cast<std::uint16_t>(((nMiddle + p[-1] + 1) >> 2) + ((nMiddle + p[1] + 2) >> 2));
+}
+
 } // namespace
 
 IppStatus ippiSampleUpH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, IppiSize srcRoi,
@@ -42,10 +55,8 @@ IppStatus ippiSampleDownH2V2_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
         return nStatus;
     for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += 2 * std::ptrdiff_t{nSrcStep}, pDst += nDstStep) {
         const std::uint8_t* const pNext = pSrc + nSrcStep;
-        for (std::int32_t i = 0; i < dstRoi.width; ++i) {
-            const int nSum = pSrc[2 * i] + pSrc[2 * i + 1] + pNext[2 * i] + pNext[2 * i + 1];
-            pDst[i] = static_cast<std::uint8_t>((nSum + 3) >> 2);
-        }
+        for (std::int32_t i = 0; i < dstRoi.width; ++i)
+            pDst[i] = static_cast<std::uint8_t>((PairSum(pSrc + 2 * i) + PairSum(pNext + 2 * i) + 3) >> 2);
     }
     return ippStsNoErr;
 }
@@ -58,6 +69,19 @@ IppStatus ippiSampleDownH2V1_JPEG_8u_C1R(const std::uint8_t* pSrc, std::int32_t 
     for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += nSrcStep, pDst += nDstStep) {
         for (std::int32_t i = 0; i < dstRoi.width; ++i)
             pDst[i] = static_cast<std::uint8_t>((pSrc[2 * i] + pSrc[2 * i + 1] + 1) >> 1);
+    }
+    return ippStsNoErr;
+}
+
+IppStatus ippxSample422To420_8u_C1R(const std::uint8_t* pSrc, std::int32_t nSrcStep, std::uint8_t* pDst,
+                                    std::int32_t nDstStep, IppiSize dstRoi) {
+    const IppiSize any{1, 1};
+    if (const IppStatus nStatus = CheckSampling(pSrc, nSrcStep, any, 1, pDst, nDstStep, dstRoi))
+        return nStatus;
+    for (std::int32_t y = 0; y < dstRoi.height; ++y, pSrc += 2 * std::ptrdiff_t{nSrcStep}, pDst += nDstStep) {
+        const std::uint8_t* const pNext = pSrc + nSrcStep;
+        for (std::int32_t i = 0; i < dstRoi.width; ++i)
+            pDst[i] = static_cast<std::uint8_t>((DoubledSum(pSrc + i) + DoubledSum(pNext + i) + 3) >> 2);
     }
     return ippStsNoErr;
 }

@@ -101,52 +101,28 @@ void FirstPass(Vector (&x)[8]) {
 struct BlockTask {
     const std::int16_t* pSrc;
     const std::uint16_t* pSteps;
-    std::uint8_t* pDst;
-    std::ptrdiff_t nDstStep;
+    BlockTarget target;
 };
 
 // The last coefficient in zigzag order that leaves the lower and the right half of a block to zeros.
 constexpr std::int32_t kLastOfFour = 9;
 
-// The rows of coefficients times their steps, one block or two to a vector.
-inline void LoadScaled(const BlockTask* pTask, int y, Vec16& row) {
-    row = MultiplySaturate(Load(pTask->pSrc + 8 * y), pTask->pSteps + 8 * y);
-}
-
-inline void StoreTransposed(const BlockTask* pTask, Vec16 (&columns)[8]) {
-    StoreTransposedClamped(pTask->pDst, pTask->nDstStep, columns);
-}
-
-#ifdef KERNEL_WIDE
-inline void LoadScaled(const BlockTask* pTasks, int y, WideVec16& row) {
-    row = MultiplySaturate(Load(pTasks[0].pSrc + 8 * y, pTasks[1].pSrc + 8 * y), pTasks[0].pSteps + 8 * y,
-                           pTasks[1].pSteps + 8 * y);
-}
-
-inline void StoreTransposed(const BlockTask* pTasks, WideVec16 (&columns)[8]) {
-    StoreTransposedClamped(pTasks[0].pDst, pTasks[0].nDstStep, pTasks[1].pDst, pTasks[1].nDstStep, columns);
-}
-#endif
-
-// As many blocks as a vector holds.
+// Both passes over the rows of coefficients times their steps, of as many blocks as a vector holds.
 template <bool bFour, class Vector>
-[[gnu::always_inline]] inline void InverseVector(const BlockTask* pTasks) {
-    Vector rows[8];
-    for (int y = 0; y < (bFour ? 4 : 8); ++y)
-        LoadScaled(pTasks, y, rows[y]);
+[[gnu::always_inline]] inline void InverseRows(Vector (&rows)[8], const BlockTarget* pTargets) {
     FirstPass<bFour>(rows);
     InversePass<kSecondShift, bFour>(rows, kSecondBias);
-    StoreTransposed(pTasks, rows);
+    StoreTransposedClamped(pTargets, rows);
 }
 
 // A lone first coefficient: the two passes make the same sample of it everywhere.
-inline void InverseFlat(const BlockTask& task) {
-    const std::int32_t nDc = Saturate16(task.pSrc[0] * static_cast<std::int32_t>(task.pSteps[0]));
+inline void InverseFlat(std::int16_t nCoefficient, std::uint16_t nStep, const BlockTarget& target) {
+    const std::int32_t nDc = Saturate16(nCoefficient * static_cast<std::int32_t>(nStep));
     const std::int32_t nBetween = Saturate16(nDc * (1 << kPassBits));
     const std::int32_t nSample = (nBetween * kOne + kSecondBias) >> kSecondShift;
     const auto nByte = static_cast<std::uint8_t>(nSample < 0 ? 0 : nSample > 255 ? 255 : nSample);
-    std::uint8_t* pDst = task.pDst;
-    for (int y = 0; y < 8; ++y, pDst += task.nDstStep)
+    std::uint8_t* pDst = target.pDst;
+    for (int y = 0; y < 8; ++y, pDst += target.nStep)
         std::memset(pDst, nByte, 8);
 }
 
@@ -164,32 +140,97 @@ inline bool IsFlat(const std::int16_t* pSrc) {
 }
 
 // nLast is the place in zigzag order behind which there are only zeros.
+template <bool bFour>
+[[gnu::always_inline]] inline void InverseScaled(const BlockTask& task) {
+    Vec16 rows[8];
+    for (int y = 0; y < (bFour ? 4 : 8); ++y)
+        rows[y] = MultiplySaturate(Load(task.pSrc + 8 * y), task.pSteps + 8 * y);
+    InverseRows<bFour>(rows, &task.target);
+}
+
 inline void InverseOne(const BlockTask& task, std::int32_t nLast) {
     if (nLast <= 0)
-        InverseFlat(task);
+        InverseFlat(task.pSrc[0], task.pSteps[0], task.target);
     else if (nLast <= kLastOfFour)
-        InverseVector<true, Vec16>(&task);
+        InverseScaled<true>(task);
     else
-        InverseVector<false, Vec16>(&task);
+        InverseScaled<false>(task);
 }
+
+#ifdef KERNEL_WIDE
+template <bool bFour>
+[[gnu::always_inline]] inline void InverseScaled(const BlockTask& first, const BlockTask& second) {
+    WideVec16 rows[8];
+    for (int y = 0; y < (bFour ? 4 : 8); ++y)
+        rows[y] = MultiplySaturate(Load(first.pSrc + 8 * y, second.pSrc + 8 * y), first.pSteps + 8 * y,
+                                   second.pSteps + 8 * y);
+    const BlockTarget aTargets[2] = {first.target, second.target};
+    InverseRows<bFour>(rows, aTargets);
+}
+#endif
 
 inline void InverseTwo(const BlockTask& first, std::int32_t nFirstLast, const BlockTask& second,
                        std::int32_t nSecondLast) {
 #ifdef KERNEL_WIDE
     const std::int32_t nLast = std::max(nFirstLast, nSecondLast);
-    const BlockTask aTasks[2] = {first, second};
-    if (nLast > kLastOfFour) {
-        InverseVector<false, WideVec16>(aTasks);
-    } else if (nLast > 0) {
-        InverseVector<true, WideVec16>(aTasks);
-    } else {
-        InverseFlat(first);
-        InverseFlat(second);
+    if (nLast > 0) {
+        if (nLast > kLastOfFour)
+            InverseScaled<false>(first, second);
+        else
+            InverseScaled<true>(first, second);
+        return;
     }
-#else
+#endif
     InverseOne(first, nFirstLast);
     InverseOne(second, nSecondLast);
+}
+
+#if defined(KERNEL_FOUR)
+using GroupVec16 = FourVec16;
+#elif defined(KERNEL_WIDE)
+using GroupVec16 = WideVec16;
+#else
+using GroupVec16 = Vec16;
 #endif
+
+// Blocks of one quantiser that are transformed together, as many as the widest vector holds. Row y of each
+// stands beside that of the others, so that one load takes them all. All coefficients are zeros but those of
+// blocks that wait.
+struct BlockGroup {
+    static constexpr int nMost = GroupVec16::nSquares;
+
+    alignas(64) std::int16_t aCoefficients[64 * nMost];
+    BlockTarget aTargets[nMost];
+    std::int32_t nBlocks; // that wait
+    std::int32_t nLast;   // the place in zigzag order behind which all of them have only zeros
+};
+
+template <bool bFour>
+inline void InverseGroup(BlockGroup& group, const std::uint16_t* pSteps) {
+    GroupVec16 rows[8];
+    std::int16_t* pRow = group.aCoefficients;
+    for (int y = 0; y < (bFour ? 4 : 8); ++y, pRow += 8 * BlockGroup::nMost) {
+        LoadRows(pRow, rows[y]);
+        ClearRows(pRow, rows[y]);
+        rows[y] = MultiplySaturate(rows[y], pSteps + 8 * y);
+    }
+    InverseRows<bFour>(rows, group.aTargets);
+}
+
+// Every block of the group has a target, whether it waits or not. Leaves the group empty.
+inline void InverseGroup(BlockGroup& group, const std::uint16_t* pSteps) {
+    if (group.nLast > kLastOfFour) {
+        InverseGroup<false>(group, pSteps);
+    } else if (group.nLast > 0) {
+        InverseGroup<true>(group, pSteps);
+    } else {
+        for (std::int32_t i = 0; i < group.nBlocks; ++i) {
+            InverseFlat(group.aCoefficients[8 * i], pSteps[0], group.aTargets[i]);
+            group.aCoefficients[8 * i] = 0;
+        }
+    }
+    group.nBlocks = 0;
+    group.nLast = 0;
 }
 
 } // namespace
@@ -200,17 +241,16 @@ IppStatus ippiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const std::int16_t* pSrc, std::uin
         return ippStsNullPtrErr;
     if (nDstStep < 1)
         return ippStsStepErr;
-    InverseOne({pSrc, pTable, pDst, nDstStep}, IsFlat(pSrc) ? 0 : 63);
+    InverseOne({pSrc, pTable, {pDst, nDstStep}}, IsFlat(pSrc) ? 0 : 63);
     return ippStsNoErr;
 }
 
 IppStatus ippxInverseBlock_16s(const std::int16_t* pSrc, std::int16_t* pDst, const std::uint16_t* pTable) {
     if (!pSrc || !pDst || !pTable)
         return ippStsNullPtrErr;
-    const BlockTask task{pSrc, pTable, nullptr, 0};
     Vec16 rows[8];
     for (int y = 0; y < 8; ++y)
-        LoadScaled(&task, y, rows[y]);
+        rows[y] = MultiplySaturate(Load(pSrc + 8 * y), pTable + 8 * y);
     FirstPass<false>(rows);
     InversePass<kSecondShift, false>(rows, kShiftedBias);
     Transpose(rows);

@@ -16,6 +16,12 @@ constexpr std::int16_t Saturate16(std::int32_t n) {
     return static_cast<std::int16_t>(n < -32768 ? -32768 : n > 32767 ? 32767 : n);
 }
 
+// Where the samples of a block go.
+struct BlockTarget {
+    std::uint8_t* pDst;
+    std::ptrdiff_t nStep;
+};
+
 // For the scan writer, whose blocks have their rows and columns exchanged.
 //
 // Position in coding order to place in such a block.

@@ -6,6 +6,7 @@ namespace KERNEL_TARGET {
 namespace {
 
 struct Vec16 {
+    static constexpr int nSquares = 1; // of eight vectors, that it has a row of
     std::int16_t a[8];
 };
 
@@ -17,6 +18,15 @@ inline Vec16 Load(const std::int16_t* p) {
     Vec16 v;
     std::memcpy(v.a, p, sizeof v.a);
     return v;
+}
+
+// The next rows of as many squares as the vector has, and zeros in their place.
+inline void LoadRows(const std::int16_t* p, Vec16& x) {
+    x = Load(p);
+}
+
+inline void ClearRows(std::int16_t* p, const Vec16&) {
+    std::memset(p, 0, 8 * sizeof *p);
 }
 
 // The products, saturated to 16 bits. The factors of the second operand are unsigned.
@@ -206,10 +216,19 @@ inline void StoreZeroBlock(std::int16_t* p) {
 }
 
 // Clamps to 0..255 and stores the transposed square: the lanes of a vector go below each other.
-inline void StoreTransposedClamped(std::uint8_t* p, std::ptrdiff_t nStep, Vec16 (&columns)[8]) {
+inline void StoreTransposedClamped(const BlockTarget* pTarget, Vec16 (&columns)[8]) {
     Transpose(columns);
-    for (int y = 0; y < 8; ++y, p += nStep)
-        StoreClamped(p, columns[y]);
+    for (int y = 0; y < 8; ++y)
+        StoreClamped(pTarget->pDst + y * pTarget->nStep, columns[y]);
+}
+
+// A bit for each byte of 0xFF among the next kScan.
+constexpr std::ptrdiff_t kScan = 8;
+inline std::uint32_t FindStuffed(const std::uint8_t* p) {
+    std::uint32_t nFound = 0;
+    for (int i = 0; i < kScan; ++i)
+        nFound |= (p[i] == 0xFF ? 1u : 0u) << i;
+    return nFound;
 }
 
 } // namespace

@@ -6,6 +6,7 @@ namespace KERNEL_TARGET {
 namespace {
 
 struct Vec16 {
+    static constexpr int nSquares = 1;
     __m128i v;
 };
 
@@ -20,6 +21,14 @@ inline __m128i LoadRegister(const void* p) {
 
 inline Vec16 Load(const std::int16_t* p) {
     return {LoadRegister(p)};
+}
+
+inline void LoadRows(const std::int16_t* p, Vec16& x) {
+    x.v = LoadRegister(p);
+}
+
+inline void ClearRows(std::int16_t* p, const Vec16&) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_setzero_si128());
 }
 
 inline void Store(std::int16_t* p, Vec16 x) {
@@ -212,6 +221,20 @@ inline void StoreClamped(std::uint8_t* p, Vec16 x) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(x.v, x.v));
 }
 
+// A bit for each byte of 0xFF among the next kScan.
+#ifdef KERNEL_WIDE
+constexpr std::ptrdiff_t kScan = 32;
+inline std::uint32_t FindStuffed(const std::uint8_t* p) {
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(-1))));
+}
+#else
+constexpr std::ptrdiff_t kScan = 16;
+inline std::uint32_t FindStuffed(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(LoadRegister(p), _mm_set1_epi8(-1))));
+}
+#endif
+
 inline void StoreTwoRows(std::uint8_t* p, std::ptrdiff_t nStep, __m128i rows) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), rows);
     // As two floats: the form for doubles wants an aligned address.
@@ -219,7 +242,9 @@ inline void StoreTwoRows(std::uint8_t* p, std::ptrdiff_t nStep, __m128i rows) {
 }
 
 // As bytes, which halves the work: columns 0 and 4 of the square to a register, and so on.
-inline void StoreTransposedClamped(std::uint8_t* p, std::ptrdiff_t nStep, Vec16 (&columns)[8]) {
+inline void StoreTransposedClamped(const BlockTarget* pTarget, Vec16 (&columns)[8]) {
+    std::uint8_t* const p = pTarget->pDst;
+    const std::ptrdiff_t nStep = pTarget->nStep;
     __m128i a[4];
     for (int i = 0; i < 4; ++i)
         a[i] = _mm_packus_epi16(columns[i].v, columns[4 + i].v);
