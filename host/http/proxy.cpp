@@ -64,14 +64,6 @@ ProxyPreamble ReadSecond(std::string_view bytes) {
     return read;
 }
 
-std::string_view Trimmed(std::string_view text) {
-    while (text.starts_with(' ') || text.starts_with('\t'))
-        text.remove_prefix(1);
-    while (text.ends_with(' ') || text.ends_with('\t'))
-        text.remove_suffix(1);
-    return text;
-}
-
 // "192.0.2.1", "2001:db8::1", and with ports "192.0.2.1:80" and "[2001:db8::1]:80".
 std::optional<Network> AddressIn(std::string_view text) {
     if (text.starts_with('[')) {

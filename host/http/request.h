@@ -64,6 +64,9 @@ bool IsSameOrigin(std::string_view origin, std::string_view host);
 // --- Values of header fields
 // --------------------------------------------------------------------------------
 
+// The text without blanks and tabs around it.
+std::string_view Trimmed(std::string_view text) noexcept;
+
 // How much a client wants a media type, from the value of its Accept line (RFC 9110, 12.5.1): 1 at the most,
 // 0 for one that it does not take. What names the type itself counts before "type/*", and that before "*/*".
 // Without a line everything is welcome. Parts that make no sense are passed over.

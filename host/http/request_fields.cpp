@@ -11,14 +11,6 @@ namespace {
 
 using platform::EqualsIgnoringCase;
 
-std::string_view Trimmed(std::string_view text) noexcept {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    return text;
-}
-
 // The text up to the separator, which goes with it.
 std::string_view Take(std::string_view& text, char separator) noexcept {
     const std::size_t at = text.find(separator);
@@ -75,6 +67,14 @@ double BestOf(std::string_view accept, std::initializer_list<std::string_view> t
 }
 
 } // namespace
+
+std::string_view Trimmed(std::string_view text) noexcept {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    return text;
+}
 
 double QualityOf(std::string_view accept, std::string_view type) noexcept {
     if (Trimmed(accept).empty())

@@ -108,8 +108,13 @@ int WaitForSignal(Clock::time_point until) {
     return std::max(::sigtimedwait(&signals, nullptr, &timeout), 0);
 }
 
-// A service has none from the start. Who closes the terminal that the host was started in means it to end,
-// though the signal is the same.
+// Whether the end of the terminal that the host was started in is to end it: the signal for that is the one
+// that has files read again. A service has no terminal, and who starts a program with nohup wants it to go
+// on.
+bool EndsWithTerminal() {
+    struct sigaction action {};
+    return ::sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler != SIG_IGN;
+}
 bool HasTerminal() {
     return static_cast<bool>(platform::Descriptor(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)));
 }
@@ -388,7 +393,7 @@ private:
     }
 
     void Loop(const DemoPhones* phones) {
-        const bool hadTerminal = HasTerminal();
+        const bool hadTerminal = EndsWithTerminal() && HasTerminal();
         const auto started = Clock::now();
         const auto end =
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();

@@ -26,7 +26,7 @@ struct Flow {
 enum class Step { Moved, Waits, Broken };
 
 template <class Read>
-Step Fill(Flow& flow, Read read) {
+Step ReadInto(Flow& flow, Read read) {
     const ssize_t got = read(flow.bytes.data(), flow.bytes.size());
     if (got == Stream::kAgain)
         return Step::Waits;
@@ -37,7 +37,7 @@ Step Fill(Flow& flow, Read read) {
 }
 
 template <class Write>
-Step Drain(Flow& flow, Write write) {
+Step WriteFrom(Flow& flow, Write write) {
     const ssize_t sent = write(flow.Waiting());
     if (sent == Stream::kAgain)
         return Step::Waits;
@@ -79,11 +79,11 @@ private:
             return Step::Waits;
         Step step = Step::Waits;
         if (!flow.IsEmpty()) {
-            step = Drain(flow, [&](std::string_view bytes) { return sink.Write(bytes); });
+            step = WriteFrom(flow, [&](std::string_view bytes) { return sink.Write(bytes); });
             if (step == Step::Waits)
                 m_events[to] |= sink.Awaits();
         } else if (!flow.ended) {
-            step = Fill(flow, [&](char* bytes, std::size_t size) { return source.Read(bytes, size); });
+            step = ReadInto(flow, [&](char* bytes, std::size_t size) { return source.Read(bytes, size); });
             if (step == Step::Waits)
                 m_events[from] |= source.Awaits();
         }
