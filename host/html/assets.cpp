@@ -66,11 +66,13 @@ std::string_view AssetOf(std::string_view name) noexcept {
     return asset == assets.end() ? std::string_view{} : asset->content;
 }
 
-Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual) {
+Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual,
+                  std::string_view account) {
     const std::string_view language = LanguageOf(request.Field("Accept-Language"), usual);
     std::string page(AssetOf(name));
     for (const auto& [place, text] : {std::pair{"{head}"sv, AssetOf("shared/head.html")},
                                       {"{lang}"sv, language},
+                                      {"{account}"sv, account},
                                       {"{needsScript}"sv, TextOf(language, Word::NeedsScript)},
                                       {"{smallPages}"sv, TextOf(language, Word::SmallPages)}}) {
         if (const auto at = page.find(place); at != std::string::npos)
@@ -78,7 +80,7 @@ Answer PageAnswer(std::string_view name, const Request& request, std::string_vie
     }
     Answer answer = Tagged(name, std::move(page), request);
     answer.headers["Content-Language"] = language;
-    answer.headers["Vary"] = "Accept-Language";
+    answer.headers["Vary"] = "Accept-Language, Cookie";
     return answer;
 }
 

@@ -19,8 +19,10 @@ std::span<const Asset> Assets() noexcept;
 // The content of a file that is there.
 std::string_view AssetOf(std::string_view name) noexcept;
 // A page in the language that the client prefers, `usual` where there are no texts in that: fills in what
-// stands in braces in the file, "{head}" with shared/head.html and "{lang}" with the code.
-Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual);
+// stands in braces in the file, "{account}" with the line of who has signed in, "{head}" with
+// shared/head.html and "{lang}" with the code.
+Answer PageAnswer(std::string_view name, const Request& request, std::string_view usual,
+                  std::string_view account = {});
 // 404 for a name that no file has.
 Answer AssetAnswer(std::string_view name, const Request& request);
 

@@ -161,6 +161,21 @@ bool IsLoopbackHost(std::string_view host) {
     return EqualsIgnoringCase(name, "localhost") || name == "127.0.0.1" || name == "[::1]";
 }
 
+bool HasOwnOrigin(const Request& request) {
+    const std::string_view scheme = request.secure ? "https://" : "http://";
+    const std::string_view usual = request.secure ? ":443" : ":80";
+    std::string_view origin = request.Field("Origin");
+    std::string_view host = request.Host();
+    if (!origin.starts_with(scheme) || host.empty())
+        return false;
+    origin.remove_prefix(scheme.size());
+    for (std::string_view* const text : {&origin, &host}) {
+        if (text->ends_with(usual))
+            text->remove_suffix(usual.size());
+    }
+    return EqualsIgnoringCase(origin, host);
+}
+
 bool IsSameOrigin(std::string_view origin, std::string_view host) {
     for (const std::string_view scheme : {"http://", "https://"}) {
         if (origin.starts_with(scheme))

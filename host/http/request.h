@@ -58,6 +58,9 @@ std::string_view QueryParameter(std::string_view query, std::string_view name);
 
 // Whether a Host line (name, optional port) names this machine itself: localhost, 127.0.0.1 or [::1].
 bool IsLoopbackHost(std::string_view host);
+// Whether the Origin line of a request is there, and scheme, host and port in it are those that the request
+// came to. A port that is the usual one of its scheme need not be named.
+bool HasOwnOrigin(const Request& request);
 // Whether an Origin line belongs to the page of that Host: "http://HOST" or "https://HOST".
 bool IsSameOrigin(std::string_view origin, std::string_view host);
 

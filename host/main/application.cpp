@@ -40,6 +40,8 @@ constexpr std::chrono::seconds kStatusInterval{1};
 // What could not be written is tried again, and how often what may wait is written.
 constexpr std::chrono::seconds kRetryInterval{5};
 constexpr std::chrono::minutes kSaveInterval{1};
+// How late the end of a session is noticed that somebody else has ended.
+constexpr std::chrono::milliseconds kSweepInterval{500};
 // More cameras than that are told in one line.
 constexpr std::size_t kMostStatusLines = 8;
 // How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
@@ -188,6 +190,8 @@ public:
         : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop,
                           m_data.File("sign-ins")),
+          m_sessions(m_data.File("sessions"),
+                     [this](const Sessions::Owner& owner) { return m_authenticator.DigestOf(owner); }),
           m_handlers(ComObject<WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create()),
@@ -221,6 +225,7 @@ public:
                                                   .sources = *m_sources,
                                                   .handlers = *m_handlers,
                                                   .authenticator = m_authenticator,
+                                                  .sessions = m_sessions,
                                                   .settings = m_settings,
                                                   .counters = m_counters,
                                                   .packers = *m_packers,
@@ -231,6 +236,12 @@ public:
                                                   .allowPlain = options.allowPlain,
                                                   .proxies = options.proxies,
                                                   .language = language,
+                                                  .port = listener.endpoint.port,
+                                                  .forgetPassword =
+                                                      [this](std::string_view login) {
+                                                          if (login == kFirstAdmin)
+                                                              m_data.ForgetAdminPassword();
+                                                      },
                                                   .authority = m_authority});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
     }
@@ -259,6 +270,7 @@ public:
         m_settings.SetConfiguration(nullptr);
         m_subscription.reset();
         m_component.reset();
+        (void)m_sessions.Save();
         if (!m_authenticator.Save())
             Console::Get().Log("error", "from where people have signed in could not be written to disk");
         Console::Get().Flush();
@@ -399,6 +411,7 @@ private:
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
         auto nextStatus = started + kStatusInterval;
         auto nextRetry = started + kRetryInterval;
+        auto nextSweep = started;
         auto nextSave = started + kSaveInterval;
         while (Clock::now() < end) {
             const int signal = WaitForSignal(std::min(Clock::now() + kTick, end));
@@ -415,9 +428,15 @@ private:
                 if (m_certificates)
                     m_certificates->Refresh(m_settings.ToldHost());
             }
+            if (Clock::now() >= nextSweep) {
+                nextSweep = Clock::now() + kSweepInterval;
+                m_authenticator.Refresh();
+                m_sessions.Sweep();
+            }
             if (Clock::now() >= nextSave) {
                 nextSave = Clock::now() + kSaveInterval;
                 (void)m_authenticator.Save();
+                (void)m_sessions.Save();
             }
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
@@ -471,6 +490,7 @@ private:
     DataFolder m_data;
     Household m_household;
     Authenticator m_authenticator;
+    Sessions m_sessions;
     WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
     Settings m_settings;

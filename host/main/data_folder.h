@@ -10,6 +10,9 @@
 
 namespace host {
 
+// The user that the first start makes; its password stands in a file of its own until it has another one.
+inline constexpr std::string_view kFirstAdmin = "admin";
+
 class DataFolder {
 public:
     // Makes the folder if it is missing. What group and others may write in a folder of ours they may not any

@@ -15,9 +15,6 @@
 namespace host {
 namespace {
 
-// The user that the first start makes; its password stands in a file of its own until it has another one.
-constexpr std::string_view kFirstAdmin = "admin";
-
 User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
     // A user who is there may get a new password, whatever the login looks like.
     std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);

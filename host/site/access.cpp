@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "host/site/mobile/pages.h"
+
 namespace host {
 namespace {
 
@@ -24,7 +26,9 @@ bool MayDo(UserKind kind, Who who) {
 
 } // namespace
 
-std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& signIn) const {
+const std::string_view kChallenge = "Basic realm=\"Morrowstream\", charset=\"UTF-8\"";
+
+std::optional<Answer> Access::Refuse(const Request& request, Who who, bool stream, SignIn& signIn) const {
     if (who == Who::Everybody)
         return std::nullopt;
     if (demo && (who == Who::Watcher || who == Who::LinkMaker)) {
@@ -33,7 +37,18 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& si
         counters.Refuse(Refusal::ForeignHost);
         return Answer::Text(403, "The demo answers only to localhost, 127.0.0.1 and [::1].");
     }
-    signIn = authenticator.Check(request.Field("Authorization"), request.peer);
+    const std::string_view own = request.Field("Authorization");
+    // The session first: a browser goes on sending a password that it was given once, also when that is no
+    // longer right. An archive is made for the password that comes with its request.
+    const bool bySession = !stream && (own.empty() || !MobilePages::MayBuildArchive(request.path));
+    const std::string_view id = bySession ? cookie.In(request) : std::string_view();
+    const auto owner = id.empty() ? std::nullopt : sessions.Find(id, request.secure);
+    if (auto entered = owner ? authenticator.Enter(*owner) : std::nullopt) {
+        signIn = std::move(*entered);
+        signIn.session = id;
+    } else {
+        signIn = authenticator.Check(own, request.peer);
+    }
     const auto refuse = [&](Refusal refusal, std::string_view reason) {
         counters.Refuse(refusal);
         // Who has not tried to sign in yet, as every browser at first, is asked to, and not refused.
@@ -54,7 +69,9 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, SignIn& si
         refuse(Refusal::Unauthorized, signIn.result == SignIn::Result::Wrong ? "wrong password" : "");
         Answer answer =
             Answer::Text(401, "Sign in with the login and the password of a user of this server.");
-        answer.headers["WWW-Authenticate"] = "Basic realm=\"Morrowstream\", charset=\"UTF-8\"";
+        // A page whose session is over says so itself, and its browser is not to ask in a window of its own.
+        if (!own.empty() || stream || !cookie.IsIn(request))
+            answer.headers["WWW-Authenticate"] = kChallenge;
         return answer;
     }
     }

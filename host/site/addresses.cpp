@@ -18,6 +18,7 @@ Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLangua
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
+Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword;
 
 constexpr unsigned operator|(Method a, Method b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);
@@ -67,6 +68,11 @@ constexpr Address kAddresses[] = {
     {"/mobile/config/*",   kRead,   Admin,     Here,      Text,    0,             Unnamed, None,   Refused, PhoneContent},
     {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   Unnamed, Viewer, Served,  PhoneStream},
     {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   Unnamed, None,   Served,  PhoneStream},
+    {"/sign-in",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   SignInPage},
+    {"/sign-in",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeSignIn},
+    {"/sign-out",          kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, SignOut},
+    {"/password",          kRead,   AnyUser,   Anywhere,  Text,    0,             Named,   None,   Moved,   PasswordPage},
+    {"/password",          kPost,   AnyUser,   Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakePassword},
     {"/trust",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  TrustPage},
     {"/trust/*",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Refused, TrustFile},
     {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   Nothing},
@@ -74,16 +80,18 @@ constexpr Address kAddresses[] = {
 // clang-format on
 
 void LivePage(const Site& site, Visit& visit) {
-    visit.Send(PageAnswer("live/index.html", visit.request, site.language));
+    visit.Send(PageAnswer("live/index.html", visit.request, site.language, visit.AccountLine()));
 }
 
 void Tiles(const Site& site, Visit& visit) {
     const Offered offered{.settings = site.access.Offers(visit.signIn, Who::Admin),
                           .links = site.access.Offers(visit.signIn, Who::LinkMaker)};
+    const Sessions::Held held = visit.HoldSession();
     site.live.RunTiles(visit.Take(), visit.request, offered);
 }
 
 void MotionJpeg(const Site& site, Visit& visit) {
+    const Sessions::Held held = visit.HoldSession();
     if (const FeedPtr camera = site.live.CameraOf(visit.rest))
         site.live.SendMotionJpeg(visit.Last(), camera, visit.IsHead());
     else
@@ -95,11 +103,13 @@ void Snapshot(const Site& site, Visit& visit) {
 }
 
 void ViewPage(const Site& site, Visit& visit) {
-    visit.Send(site.view.SourceOf(visit.rest) ? PageAnswer("viewer/index.html", visit.request, site.language)
-                                              : Answer::Text(404, "There is no source of that name."));
+    visit.Send(site.view.SourceOf(visit.rest)
+                   ? PageAnswer("viewer/index.html", visit.request, site.language, visit.AccountLine())
+                   : Answer::Text(404, "There is no source of that name."));
 }
 
 void ViewStream(const Site& site, Visit& visit) {
+    const Sessions::Held held = visit.HoldSession();
     if (SourcePtr source = site.view.SourceOf(visit.rest))
         site.view.Run(visit.Take(), visit.request, std::move(source));
     else
@@ -131,7 +141,7 @@ void Ready(const Site& site, Visit& visit) {
 }
 
 void SettingsPage(const Site& site, Visit& visit) {
-    visit.Send(PageAnswer("settings/index.html", visit.request, site.language));
+    visit.Send(PageAnswer("settings/index.html", visit.request, site.language, visit.AccountLine()));
 }
 
 void SettingsState(const Site& site, Visit& visit) {
@@ -143,7 +153,7 @@ void GetSettings(const Site& site, Visit& visit) {
 }
 
 void PutSettings(const Site& site, Visit& visit) {
-    visit.Send(site.settings.PutDocument(visit.request, visit.body));
+    visit.Send(site.settings.PutDocument(visit.request, visit.signIn.credentials.login, visit.body));
 }
 
 void GetSecret(const Site& site, Visit& visit) {
@@ -151,7 +161,7 @@ void GetSecret(const Site& site, Visit& visit) {
 }
 
 void PutLanguage(const Site& site, Visit& visit) {
-    visit.Send(site.settings.PutLanguage(visit.request, visit.body));
+    visit.Send(site.settings.PutLanguage(visit.request, visit.signIn.credentials.login, visit.body));
 }
 
 void MakeLink(const Site& site, Visit& visit) {
@@ -185,8 +195,36 @@ void PhoneStream(const Site& site, Visit& visit) {
 }
 
 void PhoneContent(const Site& site, Visit& visit) {
+    // An archive holds the name and the password that it was asked for with, and a session has none.
+    if (!visit.signIn.session.empty() && MobilePages::MayBuildArchive(visit.request.path)) {
+        Answer ask = Answer::Text(401, "An archive is made for a name and a password: sign in with them.");
+        ask.headers["WWW-Authenticate"] = kChallenge;
+        return visit.Send(ask);
+    }
     visit.Send(site.mobile.Content(visit.request, visit.signIn.credentials.login,
                                    site.access.Offers(visit.signIn, Who::Watcher)));
+}
+
+void SignInPage(const Site& site, Visit& visit) {
+    const auto to = FormValue(visit.request.query, "to").value_or("");
+    visit.Send(site.account.SignInPage(visit.request, PageToGoTo(to)));
+}
+
+void TakeSignIn(const Site& site, Visit& visit) {
+    const auto to = FormValue(visit.body, "to").value_or("");
+    visit.Send(site.account.TakeSignIn(visit.request, visit.body, PageToGoTo(to)));
+}
+
+void SignOut(const Site& site, Visit& visit) {
+    visit.Send(site.account.SignOut(visit.request));
+}
+
+void PasswordPage(const Site& site, Visit& visit) {
+    visit.Send(site.account.PasswordPage(visit.request, visit.signIn));
+}
+
+void TakePassword(const Site& site, Visit& visit) {
+    visit.Send(site.account.TakePassword(visit.request, visit.signIn, visit.body));
 }
 
 void TrustPage(const Site& site, Visit& visit) {
@@ -251,6 +289,22 @@ static_assert(IsSound());
 
 std::span<const Address> Addresses() noexcept {
     return kAddresses;
+}
+
+std::string_view PageToGoTo(std::string_view wanted) {
+    // Nothing that could be more than a path of this server, whatever a browser makes of it.
+    const bool plain = std::ranges::all_of(wanted, [](char c) { return c > ' ' && c < 127 && c != '\\'; });
+    if (!plain || !wanted.starts_with('/') || wanted.starts_with("//"))
+        return "/";
+    Request request;
+    request.method = "GET";
+    request.path = wanted.substr(0, wanted.find('?'));
+    const Address* const address = FindAddress(request).address;
+    const bool page = address != nullptr && address->clear == Clear::Moved && address->pattern != "/*" &&
+                      address->pattern != "/assets/*" && address->pattern != "/sign-in";
+    return page || (address != nullptr && (address->pattern == "/tiny/*" || address->pattern == "/mobile/*"))
+               ? wanted
+               : "/";
 }
 
 AddressMatch FindAddress(const Request& request) {

@@ -23,6 +23,7 @@
 #include "host/base/counters.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
+#include "host/site/account/pages.h"
 #include "host/users/authenticator.h"
 
 namespace host {
@@ -44,18 +45,24 @@ enum class Who {
 
 struct Access {
     Authenticator& authenticator;
+    Sessions& sessions;
+    const SessionCookie& cookie;
     Counters& counters;
     const bool demo; // there are demo users
 
     // Nothing when the request may go on; otherwise its answer. May wait, when wrong passwords came before.
-    // `signIn` gets who sends it: nobody, where everybody is let in.
-    [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who, SignIn& signIn) const;
+    // `signIn` gets who sends it: nobody, where everybody is let in. A session counts before a sign-in that
+    // comes with the request, but not for a `stream`, whose name and password the component asks for.
+    [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who, bool stream,
+                                               SignIn& signIn) const;
     // Whether a page offers its visitor what is there for `who`. Who watches the demo without a sign-in is
     // offered everything: signing in comes with the click.
     [[nodiscard]] bool Offers(const SignIn& visitor, Who who) const;
     // Where a page that is of no use to its visitor leads to.
     [[nodiscard]] std::string_view WayBack(const SignIn& visitor) const;
 };
+
+extern const std::string_view kChallenge; // the value of WWW-Authenticate
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.
 enum class Method : unsigned { Get = 1, Head = 2, Post = 4, Put = 8, Delete = 16, WebSocket = 32 };
@@ -69,6 +76,7 @@ inline constexpr std::pair<Method, std::string_view> kMethodNames[] = {{Method::
 enum class From {
     Anywhere,
     Here,      // not those of other sites
+    Own,       // those of this server alone: a program has to name its origin as a browser does
     HereToken, // and with the token of this run in X-Settings-Token, which only a page of this host can read
 };
 
@@ -110,6 +118,9 @@ struct Address {
 inline constexpr std::size_t kBodyUnread = SIZE_MAX;
 
 std::span<const Address> Addresses() noexcept;
+
+// Where a browser goes after a sign-in: `wanted` where that is a page of the table, else "/".
+std::string_view PageToGoTo(std::string_view wanted);
 
 struct AddressMatch {
     const Address* address = nullptr; // null when no row has the method

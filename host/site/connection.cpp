@@ -72,8 +72,14 @@ std::optional<Answer> RefuseClear(const AddressMatch& match, const Request& requ
         "This goes over https alone; the option --allow-plain of the server lets it go in clear.");
 }
 
-std::optional<Answer> RefuseOrigin(const Address& address, const Request& request, const Site& site) {
-    if (address.from != From::Anywhere && IsForeign(request)) {
+std::optional<Answer> RefuseOrigin(const Address& address, const Request& request, bool bySession,
+                                   const Site& site) {
+    // A browser sends a session's cookie along with what any page makes it ask.
+    const bool changes = (request.method != "GET" && request.method != "HEAD") || request.wantsWebSocket;
+    const bool foreign = address.from == From::Own || (bySession && changes)
+                             ? !HasOwnOrigin(request)
+                             : address.from != From::Anywhere && IsForeign(request);
+    if (foreign) {
         site.counters.Refuse(Refusal::ForeignHost);
         return Answer::Refusal(address.refusals, 403, "This is for the pages of this server.");
     }
@@ -100,6 +106,17 @@ std::optional<Answer> RefuseBody(const Address& address, const Request& request)
     return std::nullopt;
 }
 
+// A browser that goes to a page gets a form of this server, not a window of its own.
+Answer SendToSignIn(const Request& request) {
+    Answer answer = Answer::Text(303, "Sign in first.");
+    answer.headers["Location"] =
+        request.path == "/"
+            ? "/sign-in"
+            : "/sign-in?to=" +
+                  PercentEncode(request.path + (request.query.empty() ? "" : "?" + request.query));
+    return answer;
+}
+
 std::optional<Answer> TakePlace(const Address& address, Visit& visit, const Site& site) {
     if (address.place != Place::Stream && address.place != Place::Viewer)
         return std::nullopt;
@@ -108,9 +125,15 @@ std::optional<Answer> TakePlace(const Address& address, Visit& visit, const Site
 }
 
 std::optional<Answer> Refuse(const Address& address, Visit& visit, const Site& site) {
-    if (auto refused = site.access.Refuse(visit.request, address.who, visit.signIn))
-        return refused;
-    if (auto refused = RefuseOrigin(address, visit.request, site))
+    const bool stream = address.body == kBodyUnread;
+    if (auto refused = site.access.Refuse(visit.request, address.who, stream, visit.signIn)) {
+        const bool page = address.clear == Clear::Moved && address.pattern != "/assets/*";
+        return refused->status == 401 && page && PrefersHtml(visit.request.Field("Accept")) &&
+                       visit.request.Field("Authorization").empty()
+                   ? SendToSignIn(visit.request)
+                   : refused;
+    }
+    if (auto refused = RefuseOrigin(address, visit.request, !visit.signIn.session.empty(), site))
         return refused;
     if (auto refused = RefuseBody(address, visit.request))
         return refused;
@@ -322,9 +345,31 @@ bool Visit::SendUntilArrived(const Answer& answer) {
 }
 
 Answer Visit::Readable(const Answer& answer) const {
-    return answer.refusal.empty()
-               ? answer
-               : ReadableRefusal(answer, request, m_site.language, m_site.access.WayBack(signIn));
+    Answer readable = answer.refusal.empty()
+                          ? answer
+                          : ReadableRefusal(answer, request, m_site.language, m_site.access.WayBack(signIn));
+    // Pages with script have it in their heads.
+    constexpr std::string_view kEnd = "</main>\n</body>";
+    const auto end =
+        signIn.session.empty() || readable.headers.contains("ETag") || !readable.type.starts_with("text/html")
+            ? std::string::npos
+            : readable.body.rfind(kEnd);
+    if (end != std::string::npos)
+        readable.body.insert(end, AccountLine() + "\n");
+    return readable;
+}
+
+std::string Visit::AccountLine() const {
+    return m_site.account.Line(request, signIn);
+}
+
+Sessions::Held Visit::HoldSession() const {
+    if (signIn.session.empty())
+        return nullptr;
+    auto held = m_site.access.sessions.Hold(signIn.session, m_stream.Fd());
+    if (!held) // it has ended since it was looked at
+        ::shutdown(m_stream.Fd(), SHUT_RDWR);
+    return held;
 }
 
 bool Visit::SendBytes(std::string_view bytes) {

@@ -15,6 +15,7 @@
 #include "host/http/stream.h"
 #include "host/http/wire.h"
 #include "host/users/authenticator.h"
+#include "host/users/sessions.h"
 #include "host/users/shares.h"
 
 namespace host {
@@ -59,6 +60,10 @@ public:
     // The connection, to write to: it ends behind the call.
     [[nodiscard]] Stream& Last() { return m_stream; }
 
+    // The line of who has signed in with a browser, for a page; HTML, empty for others.
+    [[nodiscard]] std::string AccountLine() const;
+    // For a connection that lasts: it ends with the session. Null where there is none.
+    [[nodiscard]] Sessions::Held HoldSession() const;
     // From now on it does not count among those that the web server may have.
     void LeavePlace() const { m_leave(); }
 
@@ -66,6 +71,7 @@ public:
     [[nodiscard]] bool GoesOn() const noexcept { return m_goesOn; }
 
 private:
+    // As the client reads it: a refusal as a page, a page without script with the visitor's line.
     [[nodiscard]] Answer Readable(const Answer& answer) const;
     bool SendBytes(std::string_view bytes);
 

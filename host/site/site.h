@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/http/proxy.h"
+#include "host/site/account/pages.h"
 #include "host/site/addresses.h"
 #include "host/site/links/pages.h"
 #include "host/site/live/pages.h"
@@ -25,6 +26,7 @@ struct SiteParts {
     SourceTable& sources;
     WebHandlerHost& handlers;
     Authenticator& authenticator;
+    Sessions& sessions;
     Settings& settings;
     Counters& counters;
     PackerCounters& packers;
@@ -38,6 +40,10 @@ struct SiteParts {
     TrustedProxies proxies{};
     // The code of the language that the component's texts are in since the start.
     std::string language{};
+    // Where it listens, for the names of cookies.
+    std::uint16_t port = 0;
+    // Of a first password that stands in a file.
+    std::function<void(std::string_view login)> forgetPassword{};
     // Where others reach this server, "ADDR:PORT"; empty where nobody but this machine does.
     std::string authority{};
 };
@@ -47,7 +53,8 @@ struct Site {
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
           pageToken(RandomPassword()), shares(limits),
-          language(parts.language), access{parts.authenticator, counters, parts.demo},
+          language(parts.language), cookie{parts.port}, access{parts.authenticator, parts.sessions, cookie,
+                                                               counters, parts.demo},
           live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
           view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
                                                                            parts.packers, limits.staleAfter,
@@ -61,7 +68,8 @@ struct Site {
                 [this](const Request& request, std::string_view login) {
                     return mobile.Content(request, login);
                 }},
-          trust{parts.certificates, language} {}
+          trust{parts.certificates, language}, account{parts.authenticator, parts.sessions, cookie, language,
+                                                       parts.forgetPassword} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 
@@ -77,6 +85,7 @@ struct Site {
     // The server's, for whoever asks for none that there are texts in.
     const std::string language;
 
+    const SessionCookie cookie;
     const Access access;
     const LivePages live;
     const ViewPages view;
@@ -86,6 +95,7 @@ struct Site {
     const MobilePages mobile;
     const LinkPages links;
     const TrustPages trust;
+    const AccountPages account;
 };
 
 } // namespace host

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "host/base/start_error.h"
 #include "host/http/request.h"
 #include "host/log/console.h"
+#include "host/tls/digest.h"
 #include "host/users/password.h"
 #include "platform/scope.h"
 
@@ -182,6 +184,65 @@ std::optional<SignIn> Authenticator::Remembered(const Credentials& credentials) 
         return std::nullopt;
     signIn.kind = user->second.kind;
     return signIn;
+}
+
+std::optional<SignIn> Authenticator::Enter(const Sessions::Owner& owner) const {
+    SignIn signIn{.result = SignIn::Result::Known, .credentials = {owner.login, {}}};
+    signIn.camera = owner.camera;
+    signIn.kind = UserKind::Phone;
+    const std::lock_guard guard(m_mutex);
+    const auto user = m_store.Users().find(owner.login);
+    if (!owner.camera) {
+        if (user == m_store.Users().end())
+            return std::nullopt;
+        signIn.kind = user->second.kind;
+    }
+    return signIn;
+}
+
+std::string Authenticator::DigestOf(const Sessions::Owner& owner) const {
+    if (owner.camera) {
+        const auto password = CameraPassword(owner.login);
+        return password ? Sha256("camera\n" + *password) : std::string();
+    }
+    const std::lock_guard guard(m_mutex);
+    const auto user = m_store.Users().find(owner.login);
+    return user == m_store.Users().end()
+               ? std::string()
+               : Sha256(std::string(KindName(user->second.kind)) + "\n" + user->second.hash);
+}
+
+void Authenticator::Refresh() {
+    const std::lock_guard guard(m_mutex);
+    m_refreshed = {};
+    RefreshUsers(Clock::now());
+}
+
+bool Authenticator::MayChangePassword(const SignIn& visitor) const {
+    const std::lock_guard guard(m_mutex);
+    const auto user = m_store.Users().find(visitor.credentials.login);
+    return !visitor.camera && user != m_store.Users().end() && !user->second.demo;
+}
+
+bool Authenticator::ChangePassword(const std::string& login, const std::string& password) {
+    const std::string hash = HashPassword(password); // slow: outside the lock
+    const std::lock_guard guard(m_mutex);
+    // What --add-user wrote meanwhile stays.
+    (void)m_store.Refresh();
+    const auto user = m_store.Users().find(login);
+    if (user == m_store.Users().end())
+        return false;
+    const User former = user->second;
+    m_store.Set(login, {former.kind, former.demo, hash});
+    m_verified.erase(login);
+    try {
+        m_store.Save();
+    } catch (const StartError& error) {
+        m_store.Set(login, former);
+        Console::Get().Log("error", error.what());
+        return false;
+    }
+    return true;
 }
 
 void Authenticator::RefreshUsers(Clock::time_point now) {

@@ -17,6 +17,7 @@
 #include "host/http/request.h"
 #include "host/users/cameras.h"
 #include "host/users/check_queue.h"
+#include "host/users/sessions.h"
 #include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
@@ -33,7 +34,8 @@ struct SignIn {
     Result result = Result::Missing;
     Credentials credentials;
     UserKind kind = UserKind::Viewer;
-    bool camera = false; // by the password of the camera of this name: a phone that is this one camera
+    bool camera = false;   // by the password of the camera of this name: a phone that is this one camera
+    std::string session{}; // the number of the browser's session; empty for a sign-in of its own
     std::chrono::seconds retryAfter{0};
 };
 
@@ -57,6 +59,17 @@ public:
 
     // May wait for the sender's turn, and for the check; the stop signal ends that.
     SignIn Check(std::string_view authorization, const PeerAddress& peer);
+    // The user of a session, whose password was right before; nothing where there is no such user any more.
+    std::optional<SignIn> Enter(const Sessions::Owner& owner) const;
+    // What the password of a session's owner is stored as, and its kind, in a digest; empty where there is no
+    // such user.
+    std::string DigestOf(const Sessions::Owner& owner) const;
+    // Looks now whether the file has changed.
+    void Refresh();
+    // Users of the file may; the password of a camera is one of the settings, and everybody knows the demo's.
+    [[nodiscard]] bool MayChangePassword(const SignIn& visitor) const;
+    // False when it could not be written: then it stays what it was.
+    bool ChangePassword(const std::string& login, const std::string& password);
     // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
     // without waiting for a turn and without counting a wrong one. For GetRequestAuth, which the component
     // calls for a request that was let in before.

@@ -1,5 +1,6 @@
 """Chromium without a window, and what the tests ask of the page in it."""
 
+import http.client
 import json
 import os
 import shutil
@@ -44,6 +45,7 @@ class Browser:
         self.driver = webdriver.Chrome(service=Service(tool("chromedriver")), options=options)
         self.driver.set_script_timeout(WAIT_SECONDS)
         self.screenshots = screenshots
+        self.signed_in = None
         self.size(width, height)
 
     def close(self):
@@ -60,7 +62,28 @@ class Browser:
         })
 
     def open(self, address):
+        """An address with a name and a password in it stands for somebody who has signed in."""
+        parts = urllib.parse.urlsplit(address)
+        if parts.username:
+            self.sign_in(parts)
+            address = parts._replace(netloc=f"{parts.hostname}:{parts.port}").geturl()
         self.driver.get(address)
+
+    def sign_in(self, parts):
+        """Gives the browser the session that the page for it gives."""
+        who = (parts.hostname, parts.port, parts.username, parts.password)
+        if self.signed_in == who:
+            return
+        origin = f"{parts.scheme}://{parts.hostname}:{parts.port}"
+        form = urllib.parse.urlencode({"name": parts.username, "password": urllib.parse.unquote(parts.password)})
+        connection = http.client.HTTPConnection(parts.hostname, parts.port, timeout=WAIT_SECONDS)
+        connection.request("POST", "/sign-in", form, {"Origin": origin})
+        name, value = connection.getresponse().headers["Set-Cookie"].split(";")[0].split("=")
+        connection.close()
+        self.driver.execute_cdp_cmd("Network.setCookie", {
+            "name": name, "value": value, "url": origin, "httpOnly": True, "sameSite": "Lax",
+        })
+        self.signed_in = who
 
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)

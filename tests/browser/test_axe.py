@@ -35,7 +35,7 @@ class AxeTest(case.BrowserCase):
             ("/#gate", ""),
             ("/", "document.getElementById('help-code').click()"),
             ("/view/gate", ""), ("/settings", ""), ("/tiny", ""), ("/tiny/gate", ""), ("/mobile", ""),
-            (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/links", ""), ("/trust", ""),
+            (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/links", ""), ("/trust", ""), ("/sign-in", ""), ("/password", ""),
         ]
         with Feeder(host.port, "gate", "geheim", [coded_jpeg(n) for n in range(8)], rate=5):
             for number, (path, first) in enumerate(pages):

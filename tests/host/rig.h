@@ -148,11 +148,14 @@ public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true, const std::string& language = "",
                  const std::string& authority = "")
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
+          sessions(folder.File("sessions"),
+                   [this](const Sessions::Owner& owner) { return authenticator.DigestOf(owner); }),
           sources(std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter)),
           site(SiteParts{.feeds = *feeds,
                          .sources = *sources,
                          .handlers = *hosts,
                          .authenticator = authenticator,
+                         .sessions = sessions,
                          .settings = settings,
                          .counters = counters,
                          .packers = *packers,
@@ -213,6 +216,7 @@ public:
     const TempFolder folder;
     Wakeup stop;
     Authenticator authenticator;
+    Sessions sessions;
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
     WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(

@@ -64,6 +64,12 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /mobile/list?x=mobile/video", Rig::kPhone, 404},
         {"GET /mobilex", Rig::kViewer, 404},
         {"GET /healthz", "", 200},
+        {"GET /sign-in", "", 200},
+        {"POST /sign-in", "", 403, empty}, // programs have no use for it
+        {"POST /sign-out", "", 403, empty + evil},
+        {"GET /password", Rig::kPhone, 200},
+        {"GET /password", "", 401},
+        {"POST /password", Rig::kPhone, 403, empty},
         {"GET /trust", "", 404}, // TLS is not spoken here
         {"GET /trust/authority.crt", "", 404},
         {"HEAD /readyz", Rig::kWrong, 200},

@@ -247,7 +247,9 @@ class Elsewhere(TlsCase):
         ("/links", "POST"): ("/links?camera=yard", "refused"), ("/links/*", "DELETE"): ("/links/x", "refused"), ("/get/*", "GET"): ("/get/x", 410),
         ("/xslt/enum/all", "GET"): ("/xslt/enum/all?xslt=cameras.xsl", 401), ("/mobile/*", "GET"): ("/mobile", 401),
         ("/mobile/config/*", "GET"): ("/mobile/config", "refused"), ("/mobile/video/*", "GET"): ("/mobile/video/yard", 401),
-        ("/mobile/video/*", "POST"): ("/mobile/video/yard", 401), ("/trust", "GET"): ("/trust", 200),
+        ("/mobile/video/*", "POST"): ("/mobile/video/yard", 401), ("/sign-in", "GET"): ("/sign-in?to=/tiny", "moved"),
+        ("/sign-in", "POST"): ("/sign-in", "refused"), ("/sign-out", "POST"): ("/sign-out", "refused"), ("/password", "GET"): ("/password", "moved"),
+        ("/password", "POST"): ("/password", "refused"), ("/trust", "GET"): ("/trust", 200),
         ("/trust/*", "GET"): ("/trust/authority.crt", "refused"), ("/*", "GET"): ("/nothing", "moved"),
     }
     METHODS = {"kRead": "GET", "kGet": "GET", "kSocket": "WS", "kPost": "POST", "kPut": "PUT", "kDelete": "DELETE"}

@@ -25,7 +25,7 @@ CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configurat
 KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
 HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("links", "live", "mobile", "monitor", "settings", "tiny", "trust", "view")
+    f"host/site/{subject}" for subject in ("account", "links", "live", "mobile", "monitor", "settings", "tiny", "trust", "view")
 }
 TABLE = {
     "platform": set(),
@@ -59,7 +59,7 @@ TABLE = {
     "host/log": INTERFACES | {"host/base"},
     "host/tls": {"platform", "host/base", "host/log"},
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
-    "host/users": {"platform", "host/base", "host/log", "host/http", "host/component"},
+    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "host/component"},
     "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},

@@ -225,14 +225,12 @@ Answer ContentOf(const Request& request, IWebHandler& handler, const Reader& rea
     return answer;
 }
 
-// Whether answering takes building an archive: one itself, its descriptor, and whatever else the component
-// may take for one of them.
-bool MayBuildArchive(std::string_view path) {
+} // namespace
+
+bool MobilePages::MayBuildArchive(std::string_view path) {
     const auto decoded = PercentDecode(path);
     return !decoded || decoded->find(".ja") != std::string::npos;
 }
-
-} // namespace
 
 Answer MobilePages::Content(const Request& request, std::string_view login, bool looks) const {
     const auto handler = HandlerOf(request, false);

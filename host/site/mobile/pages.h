@@ -44,6 +44,10 @@ struct MobilePages {
     // whether who asks may look at the cameras in a browser as well, the page for phones offers that.
     [[nodiscard]] Answer Content(const Request& request, std::string_view login, bool looks = false) const;
 
+    // Whether answering takes building an archive: one itself, its descriptor, and whatever else the
+    // component may take for one of them.
+    [[nodiscard]] static bool MayBuildArchive(std::string_view path);
+
     // Takes the connection, from which nothing behind the head has been read, and gives its socket to the
     // handler; or leaves it and returns what to answer. Under TLS the handler gets one end of a bridge, and
     // the call lasts as long as the phone does; `begun` is called once it has been taken. The place goes back

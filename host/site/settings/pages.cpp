@@ -32,10 +32,9 @@ Answer DocumentAnswer(SettingsReading reading) {
     return answer;
 }
 
-void LogChange(const Request& request, std::string_view what) {
-    const auto who = ParseBasic(request.Field("Authorization"));
-    Console::Get().Log("message", std::string(what) + " by \"" + (who ? Printable(who->login) : "") +
-                                      "\" from " + request.peer.text);
+void LogChange(const Request& request, std::string_view login, std::string_view what) {
+    Console::Get().Log("message",
+                       std::string(what) + " by \"" + Printable(login) + "\" from " + request.peer.text);
 }
 
 } // namespace
@@ -83,7 +82,8 @@ Answer SettingsPages::Secret(const Request& request) const {
     return answer;
 }
 
-Answer SettingsPages::PutDocument(const Request& request, std::string_view body) const {
+Answer SettingsPages::PutDocument(const Request& request, std::string_view login,
+                                  std::string_view body) const {
     using enum SettingsChange::Result;
     const std::string_view version = request.Field("If-Match");
     if (version.empty())
@@ -106,7 +106,7 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view body)
     case NotWritten:
         break;
     }
-    LogChange(request, "settings changed");
+    LogChange(request, login, "settings changed");
     Answer answer = DocumentAnswer(std::move(change.now));
     if (change.result == NotWritten) {
         Console::Get().Log(
@@ -116,13 +116,13 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view body)
     return answer;
 }
 
-Answer SettingsPages::PutLanguage(const Request& request, std::string_view body) {
+Answer SettingsPages::PutLanguage(const Request& request, std::string_view login, std::string_view body) {
     const HRESULT hr = SetConfiguredLanguage(body);
     if (hr == E_INVALIDARG)
         return Told(422, "The server has no texts in this language.");
     if (FAILED(hr))
         return Told(500, "The language could not be stored.");
-    LogChange(request, "language set to " + std::string(body));
+    LogChange(request, login, "language set to " + std::string(body));
     return Told(200, "The language takes effect at the next start.");
 }
 

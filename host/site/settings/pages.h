@@ -26,11 +26,13 @@ struct SettingsPages {
     [[nodiscard]] Answer Document() const;
     // Takes an edited document in place of the version in If-Match and answers with the settings as they are
     // then.
-    [[nodiscard]] Answer PutDocument(const Request& request, std::string_view body) const;
+    [[nodiscard]] Answer PutDocument(const Request& request, std::string_view login,
+                                     std::string_view body) const;
     // /settings/secret?number=N: the password behind mark N of the version in If-Match.
     [[nodiscard]] Answer Secret(const Request& request) const;
     // /settings/language: the code of the language from the next start on.
-    [[nodiscard]] static Answer PutLanguage(const Request& request, std::string_view body);
+    [[nodiscard]] static Answer PutLanguage(const Request& request, std::string_view login,
+                                            std::string_view body);
 };
 
 } // namespace host

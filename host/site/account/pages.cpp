@@ -1,0 +1,198 @@
+#include "host/site/account/pages.h"
+
+#include "host/html/page.h"
+#include "host/html/texts.h"
+#include "host/log/console.h"
+#include "platform/text.h"
+
+namespace host {
+namespace {
+
+// Each value of that name in a Cookie line.
+template <class Take>
+void EachCookie(std::string_view line, std::string_view name, Take take) {
+    while (!line.empty()) {
+        const std::string_view pair = Trimmed(line.substr(0, line.find(';')));
+        line.remove_prefix(std::min(line.size(), line.find(';') == std::string_view::npos ? line.size() : line.find(';') + 1));
+        const auto sign = pair.find('=');
+        if (sign != std::string_view::npos && pair.substr(0, sign) == name)
+            take(pair.substr(sign + 1));
+    }
+}
+
+Answer Redirect(std::string_view to) {
+    Answer answer = Answer::Text(303, "Go on there.");
+    answer.headers["Location"] = to;
+    return answer;
+}
+
+std::string FieldOf(std::string_view label, std::string_view name, std::string_view type, std::string_view fill) {
+    std::string field = "<p><label>" + std::string(label) + "<br><input name=\"" + std::string(name) + "\" type=\"" +
+                        std::string(type) + "\" autocomplete=\"" + std::string(fill) + "\" required";
+    if (type == "text")
+        field += " autocapitalize=\"none\" spellcheck=\"false\"";
+    return field + "></label></p>\n";
+}
+
+std::string FormOf(std::string_view action, const std::string& fields, std::string_view button) {
+    return "<form method=\"post\" action=\"" + std::string(action) + "\">\n" + fields + "<p><button>" +
+           std::string(button) + "</button></p>\n</form>\n";
+}
+
+std::string ProblemOf(std::string_view language, std::optional<Word> word) {
+    return word ? "<p role=\"alert\"><b>" + std::string(TextOf(language, *word)) + "</b></p>\n" : std::string();
+}
+
+Answer SignInForm(std::string_view language, std::string_view to, unsigned status, std::optional<Word> problem) {
+    const auto text = [&](Word word) { return TextOf(language, word); };
+    std::string fields = FieldOf(text(Word::UserName), "name", "text", "username") +
+                         FieldOf(text(Word::Password), "password", "password", "current-password");
+    fields += "<input type=\"hidden\" name=\"to\" value=\"" + EscapeHtml(to) + "\">\n";
+    const std::string body = "<h1>" + std::string(text(Word::ToSignIn)) + "</h1>\n" + ProblemOf(language, problem) +
+                             FormOf("/sign-in", fields, text(Word::ToSignIn));
+    return AnswerOf({.status = status, .language = language, .title = text(Word::ToSignIn), .body = body});
+}
+
+Answer PasswordForm(std::string_view language, const std::string& login, unsigned status,
+                    std::optional<Word> problem) {
+    const auto text = [&](Word word) { return TextOf(language, word); };
+    // For the browser's own memory of passwords.
+    const std::string fields = "<input type=\"hidden\" name=\"name\" autocomplete=\"username\" value=\"" +
+                               EscapeHtml(login) + "\">\n" +
+                               FieldOf(text(Word::PresentPassword), "password", "password", "current-password") +
+                               FieldOf(text(Word::NewPassword), "new", "password", "new-password") +
+                               FieldOf(text(Word::NewPasswordAgain), "again", "password", "new-password");
+    const std::string body = "<h1>" + std::string(text(Word::ChangePassword)) + "</h1>\n" +
+                             ProblemOf(language, problem) + FormOf("/password", fields, text(Word::ChangePassword));
+    return AnswerOf({.status = status, .language = language, .title = text(Word::ChangePassword), .body = body});
+}
+
+Answer Throttled(Answer form, const SignIn& signIn) {
+    form.headers["Retry-After"] = std::to_string(signIn.retryAfter.count());
+    return form;
+}
+
+} // namespace
+
+std::string SessionCookie::Name(bool secure) const {
+    return (secure ? "__Host-morrow-" : "morrow-plain-") + std::to_string(port);
+}
+
+std::string_view SessionCookie::In(const Request& request) const {
+    std::string_view id;
+    int count = 0;
+    EachCookie(request.Field("Cookie"), Name(request.secure), [&](std::string_view value) {
+        id = value;
+        ++count;
+    });
+    // Somebody who can set one beside it, for a part of the paths, would choose whose session this is.
+    return count == 1 ? id : std::string_view();
+}
+
+bool SessionCookie::IsIn(const Request& request) const {
+    bool there = false;
+    EachCookie(request.Field("Cookie"), Name(request.secure), [&](std::string_view) { there = true; });
+    return there;
+}
+
+std::string SessionCookie::Line(const Request& request, std::string_view id) const {
+    const auto longest = id.empty() ? std::chrono::seconds(0) : std::chrono::seconds(Sessions::kLongest);
+    return Name(request.secure) + "=" + std::string(id) + "; Path=/; Max-Age=" + std::to_string(longest.count()) +
+           (request.secure ? "; Secure" : "") + "; HttpOnly; SameSite=Lax";
+}
+
+std::optional<std::string> FormValue(std::string_view form, std::string_view name) {
+    std::string value(QueryParameter(form, name));
+    for (char& c : value) {
+        if (c == '+')
+            c = ' ';
+    }
+    return PercentDecode(value);
+}
+
+Answer AccountPages::SignInPage(const Request& request, std::string_view to) const {
+    return SignInForm(LanguageOf(request.Field("Accept-Language"), language), to, 200, std::nullopt);
+}
+
+Answer AccountPages::TakeSignIn(const Request& request, std::string_view form, std::string_view to) const {
+    const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
+    const auto login = FormValue(form, "name");
+    const auto password = FormValue(form, "password");
+    if (!login || !password || login->empty())
+        return SignInForm(code, to, 400, Word::WrongPassword);
+    const SignIn signIn = authenticator.Check(BasicAuthorization({*login, *password}), request.peer);
+    if (signIn.result == SignIn::Result::TurnedAway) {
+        LogRefusal(request, *login, {}, "too many wrong passwords");
+        return Throttled(SignInForm(code, to, 429, Word::TooManyTries), signIn);
+    }
+    if (signIn.result != SignIn::Result::Known) {
+        LogRefusal(request, *login, {}, "wrong password");
+        return SignInForm(code, to, 403, Word::WrongPassword);
+    }
+    if (const auto former = cookie.In(request); !former.empty())
+        sessions.End(former);
+    // What a phone may see begins elsewhere.
+    Answer answer = Redirect(to == "/" && !Allows(signIn.kind, Right::Watch) ? "/mobile" : to);
+    const Sessions::Owner owner{signIn.credentials.login, signIn.camera};
+    answer.headers["Set-Cookie"] = cookie.Line(request, sessions.Begin(owner, request.secure));
+    return answer;
+}
+
+Answer AccountPages::SignOut(const Request& request) const {
+    if (const auto id = cookie.In(request); !id.empty())
+        sessions.End(id);
+    Answer answer = Redirect("/sign-in");
+    answer.headers["Set-Cookie"] = cookie.Line(request, {});
+    return answer;
+}
+
+Answer AccountPages::PasswordPage(const Request& request, const SignIn& visitor) const {
+    if (!authenticator.MayChangePassword(visitor))
+        return Answer::Text(404, "The password of a camera is changed in the settings.");
+    return PasswordForm(LanguageOf(request.Field("Accept-Language"), language), visitor.credentials.login, 200,
+                        std::nullopt);
+}
+
+Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor, std::string_view form) const {
+    const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
+    const std::string& login = visitor.credentials.login;
+    if (!authenticator.MayChangePassword(visitor))
+        return Answer::Text(404, "The password of a camera is changed in the settings.");
+    const auto present = FormValue(form, "password");
+    const auto wanted = FormValue(form, "new");
+    if (!present || !wanted || FormValue(form, "again") != wanted)
+        return PasswordForm(code, login, 400, Word::PasswordsDiffer);
+    if (!CheckPassword(*wanted, visitor.kind).empty())
+        return PasswordForm(code, login, 422, Word::PasswordNotTaken);
+    const SignIn signIn = authenticator.Check(BasicAuthorization({login, *present}), request.peer);
+    if (signIn.result == SignIn::Result::TurnedAway)
+        return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), signIn);
+    if (signIn.result != SignIn::Result::Known) {
+        LogRefusal(request, login, {}, "wrong password");
+        return PasswordForm(code, login, 403, Word::WrongPassword);
+    }
+    if (!authenticator.ChangePassword(login, *wanted))
+        return Answer::Text(500, "The password could not be written to disk: it stays what it was.");
+    if (forget)
+        forget(login);
+    sessions.EndAllOf(login);
+    Console::Get().Log("message", "password of \"" + Printable(login) + "\" changed from " + request.peer.text);
+    const std::string body = "<h1>" + std::string(TextOf(code, Word::PasswordChanged)) + "</h1>\n<p><a href=\"/\">" +
+                             std::string(TextOf(code, Word::AllCameras)) + "</a></p>\n";
+    Answer answer = AnswerOf({.language = code, .title = TextOf(code, Word::PasswordChanged), .body = body});
+    answer.headers["Set-Cookie"] = cookie.Line(request, sessions.Begin({login, false}, request.secure));
+    return answer;
+}
+
+std::string AccountPages::Line(const Request& request, const SignIn& visitor) const {
+    if (visitor.session.empty())
+        return {};
+    const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
+    std::string line = "<form class=\"account\" method=\"post\" action=\"/sign-out\"><span class=\"account-name\">" +
+                       EscapeHtml(visitor.credentials.login) + "</span> ";
+    if (authenticator.MayChangePassword(visitor))
+        line += "<a href=\"/password\">" + std::string(TextOf(code, Word::ChangePassword)) + "</a> ";
+    return line + "<button>" + std::string(TextOf(code, Word::ToSignOut)) + "</button></form>";
+}
+
+} // namespace host

@@ -1,0 +1,56 @@
+// Signing in with a browser, signing out, and changing one's password.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "host/http/answer.h"
+#include "host/http/request.h"
+#include "host/users/authenticator.h"
+#include "host/users/sessions.h"
+
+namespace host {
+
+// A browser's cookie with a session's number. Under TLS it has another name than in clear, and each is read on
+// its own way only: what was heard in clear is good for nothing under TLS.
+struct SessionCookie {
+    std::uint16_t port = 0; // of this server: browsers share cookies among the ports of a name
+
+    // The number; empty without one, or with several.
+    [[nodiscard]] std::string_view In(const Request& request) const;
+    [[nodiscard]] bool IsIn(const Request& request) const; // whatever it holds
+    // The line that sets it; with an empty number, that removes it.
+    [[nodiscard]] std::string Line(const Request& request, std::string_view id) const;
+
+private:
+    [[nodiscard]] std::string Name(bool secure) const;
+};
+
+// A parameter of a form (application/x-www-form-urlencoded), undone; nothing where it is missing or is no text.
+std::optional<std::string> FormValue(std::string_view form, std::string_view name);
+
+struct AccountPages {
+    Authenticator& authenticator;
+    Sessions& sessions;
+    const SessionCookie& cookie;
+    const std::string& language;                          // the server's
+    std::function<void(std::string_view login)> forget{}; // a first password that somebody else could know
+
+    // The form; `to` is where it leads to then, a path of this server.
+    [[nodiscard]] Answer SignInPage(const Request& request, std::string_view to) const;
+    // Takes the form. A session of this browser that is there already ends: the new one has a number that
+    // nobody knew before.
+    [[nodiscard]] Answer TakeSignIn(const Request& request, std::string_view form, std::string_view to) const;
+    [[nodiscard]] Answer SignOut(const Request& request) const;
+
+    [[nodiscard]] Answer PasswordPage(const Request& request, const SignIn& visitor) const;
+    // Ends all sessions of the user, and begins another one here.
+    [[nodiscard]] Answer TakePassword(const Request& request, const SignIn& visitor, std::string_view form) const;
+
+    // For every page of somebody who has signed in here: the name, and the ways to the two above. HTML.
+    [[nodiscard]] std::string Line(const Request& request, const SignIn& visitor) const;
+};
+
+} // namespace host
