@@ -511,6 +511,22 @@ TEST(FallbackStream, ScansOfNothingAreCounted) {
     }
 }
 
+// With one identifier for all components each scan is the first one's; none brings the others.
+TEST(FallbackStream, AScanWithoutDataTakesWhatItsComponentHad) {
+    Recipe recipe = MakeRgb();
+    recipe.bSeparateScans = true;
+    Bytes jpeg = Encode(recipe);
+    const std::size_t nFrame = FindMarker(jpeg, 0xC0), nScan = FindMarker(jpeg, 0xDA);
+    jpeg[nFrame + 13] = jpeg[nFrame + 16] = jpeg[nFrame + 10];
+    const Bytes header = Part(jpeg, nScan, nScan + 10);
+    jpeg.erase(std::search(jpeg.begin() + static_cast<std::ptrdiff_t>(nScan) + 2, jpeg.end(), header.begin(),
+                           header.begin() + 2),
+               jpeg.end());
+    Append(jpeg, header);
+    Append(jpeg, {0xFF, 0xD9});
+    EXPECT_EQ(Engine(jpeg).Whole(IJL_RGB, 3), Bytes(75 * 43 * 3, 128));
+}
+
 TEST(FallbackFacade, ResultCodes) {
     const Bytes rgb = Encode(MakeRgb()), cmyk = Encode(Make(4, 1, 1)), colour = Encode(Make(3, 2, 2)),
                 row = Encode(MakeRgb(75, 1));
