@@ -162,12 +162,13 @@ bool Sessions::Write() {
     m_changed = false;
     if (m_path.empty())
         return true;
-    std::string content = "# Who has signed in with a browser: hash of the session's number, login, kind of login, way, "
-                          "made, last used, digest of what the password is stored as.\n";
+    std::string content =
+        "# Who has signed in with a browser: hash of the session's number, login, kind of login, way, "
+        "made, last used, digest of what the password is stored as.\n";
     for (const auto& [hash, session] : *m_sessions) {
-        content += hash + '\t' + session.owner.login + '\t' + (session.owner.camera ? "camera" : "user") + '\t' +
-                   (session.secure ? "tls" : "clear") + '\t' + SecondsOf(session.made) + '\t' + SecondsOf(session.used) +
-                   '\t' + session.digest + '\n';
+        content += hash + '\t' + session.owner.login + '\t' + (session.owner.camera ? "camera" : "user") +
+                   '\t' + (session.secure ? "tls" : "clear") + '\t' + SecondsOf(session.made) + '\t' +
+                   SecondsOf(session.used) + '\t' + session.digest + '\n';
     }
     m_changed = FAILED(platform::ReplaceFile(m_path, content, 0600));
     return !m_changed;

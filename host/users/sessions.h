@@ -1,7 +1,7 @@
 // Who has signed in with a browser, and for how long that holds.
 //
-// A browser's cookie holds a random number of 256 bits; the file of the data folder (0600, replaced whole) has
-// its hash alone, so who reads the file is nobody's session. Beside it stands a digest of what the user's
+// A browser's cookie holds a random number of 256 bits; the file of the data folder (0600, replaced whole)
+// has its hash alone, so who reads the file is nobody's session. Beside it stands a digest of what the user's
 // password was stored as: once that has changed, whoever changed it, the session is over.
 #pragma once
 
@@ -34,7 +34,8 @@ public:
     // What the present password of an owner is stored as, in a digest; empty where there is no such user.
     using DigestOf = std::function<std::string(const Owner&)>;
 
-    // Reads the file; empty: nothing is kept. `digestOf` is called with the lock held, and calls nothing here.
+    // Reads the file; empty: nothing is kept. `digestOf` is called with the lock held, and calls nothing
+    // here.
     Sessions(std::string path, DigestOf digestOf);
 
     // Begins one, for requests under TLS or for those in clear; returns what the cookie holds.
@@ -49,8 +50,8 @@ public:
     // Writes when each was last used; false when that was not possible.
     bool Save();
 
-    // Ends a connection as soon as the session is over; until then the session counts as used. Null where there
-    // is no such session any more.
+    // Ends a connection as soon as the session is over; until then the session counts as used. Null where
+    // there is no such session any more.
     using Held = std::shared_ptr<const void>;
     [[nodiscard]] Held Hold(std::string_view id, int fd);
 
@@ -76,7 +77,7 @@ private:
     const std::string m_path;
     const DigestOf m_digestOf;
     std::shared_ptr<std::mutex> m_mutex = std::make_shared<std::mutex>(); // everything below
-    std::shared_ptr<Map> m_sessions = std::make_shared<Map>();            // what is held may outlive the object
+    std::shared_ptr<Map> m_sessions = std::make_shared<Map>(); // what is held may outlive the object
     bool m_changed = false;
 };
 

@@ -237,6 +237,7 @@ TEST(Server, DemoAnswersOnlyUnderALoopbackName) {
 }
 
 TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
+    EXPECT_TRUE(platform::SetSystemCodePage(1252)); // the server's language
     Rig rig(LongLimits());
     const CamPtr cam = rig.AddCamera("front door");
     std::string behind = support::AuthRecord("secret");
@@ -254,6 +255,7 @@ TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
         const FakeWebHandler::Call call = rig.handler->Processed().back();
         EXPECT_EQ(call.path, "mobile/video/front door?a=%20");
         EXPECT_EQ(call.head, head);
+        EXPECT_EQ(call.codePage, platform::kCodePageUtf8) << "as the phone has signed in";
         EXPECT_EQ(FakeWebHandler::Read(call.socket, behind.size()), behind) << chunk;
         EXPECT_EQ(platform::send(call.socket, "\x0A", 1, 0), 1);
         EXPECT_EQ(phone.peer.Receive(1), "\x0A");
@@ -268,6 +270,7 @@ TEST(Server, UploadReachesTheHandlerWithEveryByteBehindItsHead) {
     viewer.peer.Send("GET /mobile/video/front%20door HTTP/1.1\r\n" + std::string(Rig::kPhone) + "\r\n");
     ASSERT_TRUE(Eventually([&] { return rig.handler->Processed().size() == 5; }));
     EXPECT_EQ(rig.handler->Processed().back().path, "mobile/video/front%20door");
+    EXPECT_TRUE(platform::SetSystemCodePage(platform::kCodePageUtf8));
 }
 
 TEST(Server, UploadWithoutItsRecordOrDeniedIsClosed) {

@@ -21,6 +21,7 @@ public:
         std::string path;
         std::string head;
         SOCKET socket = INVALID_SOCKET; // of a Process
+        unsigned codePage = platform::ThreadCodePage();
     };
 
     // What the operations answer.

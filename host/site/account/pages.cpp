@@ -13,7 +13,8 @@ template <class Take>
 void EachCookie(std::string_view line, std::string_view name, Take take) {
     while (!line.empty()) {
         const std::string_view pair = Trimmed(line.substr(0, line.find(';')));
-        line.remove_prefix(std::min(line.size(), line.find(';') == std::string_view::npos ? line.size() : line.find(';') + 1));
+        line.remove_prefix(std::min(
+            line.size(), line.find(';') == std::string_view::npos ? line.size() : line.find(';') + 1));
         const auto sign = pair.find('=');
         if (sign != std::string_view::npos && pair.substr(0, sign) == name)
             take(pair.substr(sign + 1));
@@ -26,9 +27,11 @@ Answer Redirect(std::string_view to) {
     return answer;
 }
 
-std::string FieldOf(std::string_view label, std::string_view name, std::string_view type, std::string_view fill) {
-    std::string field = "<p><label>" + std::string(label) + "<br><input name=\"" + std::string(name) + "\" type=\"" +
-                        std::string(type) + "\" autocomplete=\"" + std::string(fill) + "\" required";
+std::string FieldOf(std::string_view label, std::string_view name, std::string_view type,
+                    std::string_view fill) {
+    std::string field = "<p><label>" + std::string(label) + "<br><input name=\"" + std::string(name) +
+                        "\" type=\"" + std::string(type) + "\" autocomplete=\"" + std::string(fill) +
+                        "\" required";
     if (type == "text")
         field += " autocapitalize=\"none\" spellcheck=\"false\"";
     return field + "></label></p>\n";
@@ -40,16 +43,18 @@ std::string FormOf(std::string_view action, const std::string& fields, std::stri
 }
 
 std::string ProblemOf(std::string_view language, std::optional<Word> word) {
-    return word ? "<p role=\"alert\"><b>" + std::string(TextOf(language, *word)) + "</b></p>\n" : std::string();
+    return word ? "<p role=\"alert\"><b>" + std::string(TextOf(language, *word)) + "</b></p>\n"
+                : std::string();
 }
 
-Answer SignInForm(std::string_view language, std::string_view to, unsigned status, std::optional<Word> problem) {
+Answer SignInForm(std::string_view language, std::string_view to, unsigned status,
+                  std::optional<Word> problem) {
     const auto text = [&](Word word) { return TextOf(language, word); };
     std::string fields = FieldOf(text(Word::UserName), "name", "text", "username") +
                          FieldOf(text(Word::Password), "password", "password", "current-password");
     fields += "<input type=\"hidden\" name=\"to\" value=\"" + EscapeHtml(to) + "\">\n";
-    const std::string body = "<h1>" + std::string(text(Word::ToSignIn)) + "</h1>\n" + ProblemOf(language, problem) +
-                             FormOf("/sign-in", fields, text(Word::ToSignIn));
+    const std::string body = "<h1>" + std::string(text(Word::ToSignIn)) + "</h1>\n" +
+                             ProblemOf(language, problem) + FormOf("/sign-in", fields, text(Word::ToSignIn));
     return AnswerOf({.status = status, .language = language, .title = text(Word::ToSignIn), .body = body});
 }
 
@@ -57,14 +62,16 @@ Answer PasswordForm(std::string_view language, const std::string& login, unsigne
                     std::optional<Word> problem) {
     const auto text = [&](Word word) { return TextOf(language, word); };
     // For the browser's own memory of passwords.
-    const std::string fields = "<input type=\"hidden\" name=\"name\" autocomplete=\"username\" value=\"" +
-                               EscapeHtml(login) + "\">\n" +
-                               FieldOf(text(Word::PresentPassword), "password", "password", "current-password") +
-                               FieldOf(text(Word::NewPassword), "new", "password", "new-password") +
-                               FieldOf(text(Word::NewPasswordAgain), "again", "password", "new-password");
+    const std::string fields =
+        "<input type=\"hidden\" name=\"name\" autocomplete=\"username\" value=\"" + EscapeHtml(login) +
+        "\">\n" + FieldOf(text(Word::PresentPassword), "password", "password", "current-password") +
+        FieldOf(text(Word::NewPassword), "new", "password", "new-password") +
+        FieldOf(text(Word::NewPasswordAgain), "again", "password", "new-password");
     const std::string body = "<h1>" + std::string(text(Word::ChangePassword)) + "</h1>\n" +
-                             ProblemOf(language, problem) + FormOf("/password", fields, text(Word::ChangePassword));
-    return AnswerOf({.status = status, .language = language, .title = text(Word::ChangePassword), .body = body});
+                             ProblemOf(language, problem) +
+                             FormOf("/password", fields, text(Word::ChangePassword));
+    return AnswerOf(
+        {.status = status, .language = language, .title = text(Word::ChangePassword), .body = body});
 }
 
 Answer Throttled(Answer form, const SignIn& signIn) {
@@ -97,8 +104,9 @@ bool SessionCookie::IsIn(const Request& request) const {
 
 std::string SessionCookie::Line(const Request& request, std::string_view id) const {
     const auto longest = id.empty() ? std::chrono::seconds(0) : std::chrono::seconds(Sessions::kLongest);
-    return Name(request.secure) + "=" + std::string(id) + "; Path=/; Max-Age=" + std::to_string(longest.count()) +
-           (request.secure ? "; Secure" : "") + "; HttpOnly; SameSite=Lax";
+    return Name(request.secure) + "=" + std::string(id) +
+           "; Path=/; Max-Age=" + std::to_string(longest.count()) + (request.secure ? "; Secure" : "") +
+           "; HttpOnly; SameSite=Lax";
 }
 
 std::optional<std::string> FormValue(std::string_view form, std::string_view name) {
@@ -149,11 +157,12 @@ Answer AccountPages::SignOut(const Request& request) const {
 Answer AccountPages::PasswordPage(const Request& request, const SignIn& visitor) const {
     if (!authenticator.MayChangePassword(visitor))
         return Answer::Text(404, "The password of a camera is changed in the settings.");
-    return PasswordForm(LanguageOf(request.Field("Accept-Language"), language), visitor.credentials.login, 200,
-                        std::nullopt);
+    return PasswordForm(LanguageOf(request.Field("Accept-Language"), language), visitor.credentials.login,
+                        200, std::nullopt);
 }
 
-Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor, std::string_view form) const {
+Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
+                                  std::string_view form) const {
     const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
     const std::string& login = visitor.credentials.login;
     if (!authenticator.MayChangePassword(visitor))
@@ -176,9 +185,11 @@ Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
     if (forget)
         forget(login);
     sessions.EndAllOf(login);
-    Console::Get().Log("message", "password of \"" + Printable(login) + "\" changed from " + request.peer.text);
-    const std::string body = "<h1>" + std::string(TextOf(code, Word::PasswordChanged)) + "</h1>\n<p><a href=\"/\">" +
-                             std::string(TextOf(code, Word::AllCameras)) + "</a></p>\n";
+    Console::Get().Log("message",
+                       "password of \"" + Printable(login) + "\" changed from " + request.peer.text);
+    const std::string body = "<h1>" + std::string(TextOf(code, Word::PasswordChanged)) +
+                             "</h1>\n<p><a href=\"/\">" + std::string(TextOf(code, Word::AllCameras)) +
+                             "</a></p>\n";
     Answer answer = AnswerOf({.language = code, .title = TextOf(code, Word::PasswordChanged), .body = body});
     answer.headers["Set-Cookie"] = cookie.Line(request, sessions.Begin({login, false}, request.secure));
     return answer;
@@ -188,8 +199,9 @@ std::string AccountPages::Line(const Request& request, const SignIn& visitor) co
     if (visitor.session.empty())
         return {};
     const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
-    std::string line = "<form class=\"account\" method=\"post\" action=\"/sign-out\"><span class=\"account-name\">" +
-                       EscapeHtml(visitor.credentials.login) + "</span> ";
+    std::string line =
+        "<form class=\"account\" method=\"post\" action=\"/sign-out\"><span class=\"account-name\">" +
+        EscapeHtml(visitor.credentials.login) + "</span> ";
     if (authenticator.MayChangePassword(visitor))
         line += "<a href=\"/password\">" + std::string(TextOf(code, Word::ChangePassword)) + "</a> ";
     return line + "<button>" + std::string(TextOf(code, Word::ToSignOut)) + "</button></form>";

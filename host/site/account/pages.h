@@ -13,8 +13,8 @@
 
 namespace host {
 
-// A browser's cookie with a session's number. Under TLS it has another name than in clear, and each is read on
-// its own way only: what was heard in clear is good for nothing under TLS.
+// A browser's cookie with a session's number. Under TLS it has another name than in clear, and each is read
+// on its own way only: what was heard in clear is good for nothing under TLS.
 struct SessionCookie {
     std::uint16_t port = 0; // of this server: browsers share cookies among the ports of a name
 
@@ -28,7 +28,8 @@ private:
     [[nodiscard]] std::string Name(bool secure) const;
 };
 
-// A parameter of a form (application/x-www-form-urlencoded), undone; nothing where it is missing or is no text.
+// A parameter of a form (application/x-www-form-urlencoded), undone; nothing where it is missing or is no
+// text.
 std::optional<std::string> FormValue(std::string_view form, std::string_view name);
 
 struct AccountPages {
@@ -47,7 +48,8 @@ struct AccountPages {
 
     [[nodiscard]] Answer PasswordPage(const Request& request, const SignIn& visitor) const;
     // Ends all sessions of the user, and begins another one here.
-    [[nodiscard]] Answer TakePassword(const Request& request, const SignIn& visitor, std::string_view form) const;
+    [[nodiscard]] Answer TakePassword(const Request& request, const SignIn& visitor,
+                                      std::string_view form) const;
 
     // For every page of somebody who has signed in here: the name, and the ways to the two above. HTML.
     [[nodiscard]] std::string Line(const Request& request, const SignIn& visitor) const;
