@@ -14,7 +14,7 @@ foreach(file IN LISTS files)
   math(EXPR index "${index} + 1")
 endforeach()
 file(WRITE "${OUTPUT}" "// Made by EmbedAssets.cmake; do not edit.
-#include \"host/html/assets.h\"
+#include \"host/html/page.h\"
 
 namespace host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/html/assets.h"
+#include "host/html/page.h"
 
 #include <algorithm>
 #include <array>

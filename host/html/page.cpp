@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "host/html/assets.h"
 #include "host/html/texts.h"
 #include "host/http/request.h"
 

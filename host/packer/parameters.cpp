@@ -1,4 +1,4 @@
-#include "host/packer/parameters.h"
+#include "host/packer/frame_packer.h"
 
 #include <algorithm>
 #include <array>

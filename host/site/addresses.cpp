@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/html/assets.h"
+#include "host/html/page.h"
 #include "host/http/limits.h"
 #include "host/site/connection.h"
 #include "host/site/site.h"

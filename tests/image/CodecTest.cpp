@@ -4,7 +4,7 @@
 #include "image/ImageCodec.h"
 #include "image/JpegSamples.h"
 #include "image/format/JpegStandardTables.h"
-#include "image/jpegdec/JpegLookups.h"
+#include "image/jpegdec/JpegTables.h"
 #include "image/kernels/Level.h"
 
 #include <gtest/gtest.h>

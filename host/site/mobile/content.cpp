@@ -3,7 +3,6 @@
 #include <string_view>
 #include <vector>
 
-#include "host/html/assets.h"
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/http/request.h"

@@ -2,7 +2,8 @@
 //
 // The address gives the page, and the page opens it once more as a WebSocket:
 //
-//   page -> host, text   "set TEXT", the packer's parameters as a phone sends them (packer/parameters.h); the
+//   page -> host, text   "set TEXT", the packer's parameters as a phone sends them (packer/frame_packer.h);
+//   the
 //                        first one begins the stream, a later one changes it from the next picture on.
 //                        "ack N": picture N is drawn. The next one goes out after that, so one is on its way
 //                        at a time and the rest is skipped.

@@ -14,7 +14,6 @@
 #include "image/format/JpegGeometry.h"
 #include "image/format/JpegSegments.h"
 #include "image/format/JpegTypes.h"
-#include "image/jpegdec/JpegLookups.h"
 #include "image/jpegdec/JpegTables.h"
 
 #include <cstdint>

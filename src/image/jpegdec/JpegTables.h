@@ -1,4 +1,4 @@
-// The table objects of the decoder: what a table segment says, in the form that the kernels take.
+// The table objects of the decoder: what a table segment says, and the forms that the kernels take.
 #pragma once
 
 #include "image/kernels/Kernels.h"
@@ -39,4 +39,44 @@ public:
 private:
     bool m_bBuilt = false;
     bool m_bUsable = false;
+};
+
+// Huffman tables in the form of the MCU decoder, kept from picture to picture. Building one takes several
+// microseconds, and nearly all cameras send the same ones with each picture.
+//
+// Equal tables are shared by all threads: each exists once in a library that carries the codec, in one of a
+// fixed number of places that are filled for good by whoever needs them first. Four places are reserved for
+// the tables of T.81 Annex K, so that no stream can take them away. A table for which no place is left is the
+// thread's own: streams with ever new tables cost their own thread what they cost it without sharing, and
+// others nothing. Nobody waits for another thread.
+//
+// A table of codes with its look-up: never changes once it is shared.
+class CJPEGDecoderLookup {
+public:
+    // That of a table, by what its segment says. Null for a table that cannot decode. May throw
+    // std::bad_alloc.
+    [[nodiscard]] static std::shared_ptr<const CJPEGDecoderLookup>
+    Find(const CJPEGDecoderHuffmanTable& table);
+
+    // Empty, for Find alone.
+    constexpr CJPEGDecoderLookup() noexcept {}
+
+    // Fills an empty one; false for a table that cannot decode.
+    [[nodiscard]] bool Build(const CJPEGDecoderHuffmanTable& table);
+    [[nodiscard]] bool IsOf(const CJPEGDecoderHuffmanTable& table) const;
+
+    [[nodiscard]] const ippiDecodeHuffmanSpec& Spec() const { return m_spec; }
+    [[nodiscard]] const IppDcLookup* Dc() const { return m_nClass == 0 ? &m_dc : nullptr; }
+    [[nodiscard]] const IppAcLookup* Ac() const { return m_nClass == 0 ? nullptr : &m_ac; }
+
+private:
+    // What every picture touches comes first.
+    union {
+        alignas(64) IppDcLookup m_dc{}; // class 0
+        IppAcLookup m_ac;
+    };
+    std::int32_t m_nClass = 0;
+    std::uint8_t m_aBits[16] = {};
+    std::uint8_t m_aValues[256] = {};
+    ippiDecodeHuffmanSpec m_spec{}; // for what leaves the fast way
 };
