@@ -35,7 +35,8 @@ SignIn Authenticator::Check(std::string_view authorization, const PeerAddress& p
     {
         std::unique_lock lock(m_mutex);
         const auto now = Clock::now();
-        RefreshUsers(now);
+        // A user that was added just now signs in at once; a look at the file's stamp costs next to nothing.
+        RefreshUsers();
         if (const auto found = m_flights.find(key); found != m_flights.end()) {
             flight = found->second;
             m_landed.wait(lock, [&] { return flight->landed; });
@@ -214,8 +215,7 @@ std::string Authenticator::DigestOf(const Sessions::Owner& owner) const {
 
 void Authenticator::Refresh() {
     const std::lock_guard guard(m_mutex);
-    m_refreshed = {};
-    RefreshUsers(Clock::now());
+    RefreshUsers();
 }
 
 bool Authenticator::MayChangePassword(const SignIn& visitor) const {
@@ -245,10 +245,7 @@ bool Authenticator::ChangePassword(const std::string& login, const std::string& 
     return true;
 }
 
-void Authenticator::RefreshUsers(Clock::time_point now) {
-    if (now - m_refreshed < kRefreshEvery)
-        return;
-    m_refreshed = now;
+void Authenticator::RefreshUsers() {
     if (!m_store.Refresh())
         return;
     const auto gone = [this](const auto& item) { return !IsLogin(item.first); };

@@ -111,7 +111,7 @@ private:
     };
     using FlightKey = std::tuple<std::string, std::string, std::string>; // address, login, password
 
-    void RefreshUsers(Clock::time_point now);                               // with m_mutex held
+    void RefreshUsers();                                                    // with m_mutex held
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
     bool IsLogin(std::string_view login) const;                             // with m_mutex held
     bool IsCamera(const Credentials& credentials) const;                    // with m_mutex held
@@ -121,7 +121,6 @@ private:
     bool AwaitTurn(Throttle::Attempt& attempt) const;
 
     static constexpr std::chrono::minutes kRemember{5};
-    static constexpr std::chrono::seconds kRefreshEvery{1};
 
     const Wakeup& m_stop;
     CameraLogins m_cameras;
@@ -130,7 +129,6 @@ private:
     CheckQueue m_checks;
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
-    Clock::time_point m_refreshed = Clock::now();
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
     std::map<std::string, std::string> m_tokens;
     std::map<FlightKey, std::shared_ptr<Flight>> m_flights;
