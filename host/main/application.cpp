@@ -19,10 +19,10 @@
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"
+#include "host/main/welcome.h"
 #include "host/settings/file.h"
 #include "host/settings/language.h"
 #include "host/settings/settings.h"
-#include "host/site/links/qr_code.h"
 #include "host/site/server.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
@@ -162,14 +162,20 @@ struct Household {
     bool demoEnded = false; // the demo's users were there; its cameras may be in the settings still
 };
 
-Household OpenHousehold(DataFolder& data, bool demo) {
+std::string DemoPasswordsOf(const DataFolder& data) {
+    return data.File("demo-passwords");
+}
+
+Household OpenHousehold(DataFolder& data, const Options& options) {
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
     std::vector<CameraEntry> cameras = data.ReadCameras();
     bool demoEnded = false;
-    if (demo) {
-        AddDemoUsers(users);
-        for (CameraEntry& camera : DemoCameras()) {
+    if (options.demo) {
+        std::vector<CameraEntry> demo =
+            DemoCameras(options.IsOpenDemo() ? DemoPasswordsOf(data) : DemoPasswords());
+        AddDemoUsers(users, demo);
+        for (CameraEntry& camera : demo) {
             std::erase_if(cameras, [&](const CameraEntry& other) { return other.name == camera.name; });
             cameras.push_back(std::move(camera));
         }
@@ -187,7 +193,7 @@ Household OpenHousehold(DataFolder& data, bool demo) {
 class Application {
 public:
     explicit Application(const Options& options)
-        : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options.demo)),
+        : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop,
                           m_data.File("sign-ins")),
           m_sessions(m_data.File("sessions"),
@@ -231,7 +237,7 @@ public:
                                                   .packers = *m_packers,
                                                   .stop = m_stop,
                                                   .limits = options.limits,
-                                                  .demo = m_authenticator.HasDemoUsers(),
+                                                  .demo = options.demo && !options.IsOpenDemo(),
                                                   .certificates = m_certificates.get(),
                                                   .allowPlain = options.allowPlain,
                                                   .proxies = options.proxies,
@@ -250,12 +256,21 @@ public:
     ~Application() { m_stop.Signal(); }
 
     int Run() {
-        SayWelcome();
-        SayLink();
+        SayWelcome({.options = m_options,
+                    .data = m_data,
+                    .oddLogins = m_household.oddLogins,
+                    .adminMade = m_household.adminMade,
+                    .listening = m_server->Where(),
+                    .authority = m_authority,
+                    .certificates = m_certificates.get(),
+                    .feeds = *m_feeds,
+                    .authenticator = m_authenticator,
+                    .links = m_site->links});
         std::optional<DemoPhones> phones;
         if (m_options.demo) {
             phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
-                           m_server->Where().Text());
+                           m_options.IsOpenDemo() ? DemoPasswordsOf(m_data) : DemoPasswords(),
+                           AuthoritiesToOpen(m_server->Where()).front());
         }
         Loop(phones ? &*phones : nullptr);
         RestoreSignals();
@@ -279,11 +294,6 @@ public:
 
 private:
     static DataFolder OpenData(const Options& options) {
-        if (options.demo && !options.listen.IsLoopback())
-            throw StartError(
-                "the demo's passwords are known to everybody, so it listens on a loopback address only, "
-                "not on " +
-                options.listen.Text());
         DataFolder data(options.data);
         data.Lock();
         return data;
@@ -328,7 +338,7 @@ private:
             for (const CameraEntry& camera : m_household.cameras)
                 changed = document.Put(camera) || changed;
             if (m_household.demoEnded) {
-                for (const CameraEntry& camera : DemoCameras())
+                for (const CameraEntry& camera : FormerDemoCameras(DemoPasswordsOf(m_data)))
                     changed = document.RemoveIfSame(camera) || changed;
             }
             address = document.Host().value_or("");
@@ -345,63 +355,14 @@ private:
             Console::Get().Say("Phones are told to connect to " + Printable(address) +
                                ", as the settings have it, and this server listens on " + listening.Text() +
                                "; if no router or proxy leads them here, set another address at /settings");
-        if (m_household.demoEnded)
+        if (m_household.demoEnded) {
+            ForgetDemoPasswords(DemoPasswordsOf(m_data));
             Console::Get().Say("The demo's users and cameras are removed from the data folder.");
+        }
         const std::string kept = m_data.KeepCameras();
         if (!kept.empty())
             Console::Get().Say("The cameras of " + m_data.File("cameras") +
                                " are part of the settings now; the file is kept as " + kept);
-    }
-
-    void SayWelcome() {
-        Console& console = Console::Get();
-        const std::vector<std::string> places = AuthoritiesToOpen(m_server->Where());
-        console.Say("Open http://" + places.front() + "/");
-        for (std::size_t i = 1; i < places.size(); ++i)
-            console.Say("  or http://" + places[i] + "/ from other computers");
-        if (m_certificates && !m_server->Where().IsLoopback()) {
-            console.Say("  and the same with https. The fingerprint of the " +
-                        std::string(m_options.certificate.key.empty() ? "authority" : "certificate") + ":");
-            console.Say("  " + m_certificates->GetAuthority().fingerprint);
-        }
-        console.Say("Data folder: " + m_data.Path());
-        for (const std::string& login : m_household.oddLogins)
-            console.Say("The user \"" + Printable(login) +
-                        "\" is kept, but no phone can sign in with this name: " + CheckLogin(login));
-        if (m_household.adminMade)
-            console.Say("The administrator is \"admin\"; its password stands in " +
-                        m_data.File("admin-password"));
-        if (m_feeds->List().empty())
-            console.Say("There is no camera yet: add one at http://" + places.front() + "/settings");
-    }
-
-    // For the first camera without a phone: in the demo the one that no simulated phone takes.
-    void SayLink() {
-        // Whoever knows the address can be the camera, and a quiet host's lines go into the system's log.
-        if (m_options.verbosity == Verbosity::Quiet)
-            return;
-        std::string camera;
-        for (const FeedPtr& feed : m_feeds->List()) {
-            const bool taken = m_options.demo && feed->Name() != kDemoFreeCamera;
-            if (camera.empty() && !taken && m_authenticator.CameraPassword(feed->Name()))
-                camera = feed->Name();
-        }
-        const auto address =
-            camera.empty() ? std::nullopt
-                           : m_site->links.MakeAddress(camera, m_authority.empty() ? m_server->Where().Text()
-                                                                                   : m_authority);
-        if (!address)
-            return;
-        Console& console = Console::Get();
-        console.Say("A phone becomes the camera " + Printable(camera) + " with " + *address);
-        console.Say("  (good once, for " + std::to_string(LinkTable::kLifetime.count()) +
-                    " minutes; more of them on the live page, behind a button of each camera)");
-        if (m_authority.empty())
-            console.Say("  Only this computer can open it. For phones, listen for others: --listen "
-                        "0.0.0.0:8080, without --demo");
-        const auto code = ::isatty(STDOUT_FILENO) == 1 ? QrCode::Of(*address) : std::nullopt;
-        for (const std::string& line : code ? code->TerminalLines() : std::vector<std::string>())
-            console.Say(line);
     }
 
     void Loop(const DemoPhones* phones) {

@@ -159,6 +159,13 @@ std::string DataFolder::KeepCameras() const {
     return {};
 }
 
+std::optional<std::string> DataFolder::FirstAdminPassword() const {
+    auto password = platform::ReadWholeFile(File("admin-password"));
+    if (password)
+        password->resize(std::min(password->size(), password->find('\n')));
+    return password;
+}
+
 void DataFolder::ForgetAdminPassword() const {
     (void)platform::RemoveFile(File("admin-password"));
 }

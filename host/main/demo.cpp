@@ -10,6 +10,8 @@
 #include "host/base/start_error.h"
 #include "host/log/console.h"
 #include "host/users/password.h"
+#include "platform/files.h"
+#include "platform/messages.h"
 
 namespace host {
 namespace {
@@ -18,8 +20,23 @@ constexpr std::chrono::milliseconds kWatchInterval{100};
 constexpr std::chrono::seconds kRestartAfter{1};
 constexpr std::chrono::milliseconds kEndWithin{5000};
 
+constexpr std::string_view kKnownPassword = "demo";
+constexpr std::array<std::pair<std::string_view, std::string_view>, 3> kCameras{
+    {{"yard", "320x240"}, {"gate", "160x120"}, {kDemoFreeCamera, "320x240"}}};
+
 // Which of the cameras the viewing phone watches.
 constexpr std::string_view kWatched = "yard";
+
+std::string PasswordFile(const DemoPasswords& folder, std::string_view camera) {
+    return folder + "/" + std::string(camera);
+}
+
+// Its first line; empty without one that a phone can have.
+std::string ReadPassword(const DemoPasswords& folder, std::string_view camera) {
+    const std::string content = platform::ReadWholeFile(PasswordFile(folder, camera)).value_or("");
+    const std::string password = content.substr(0, content.find('\n'));
+    return CheckPassword(password, UserKind::Phone).empty() ? password : std::string();
+}
 
 // The number in "sent 120 frames, ..."; nothing when the line does not begin with `before`.
 std::optional<std::uint64_t> ReadCount(std::string_view line, std::string_view before) {
@@ -32,21 +49,47 @@ std::optional<std::uint64_t> ReadCount(std::string_view line, std::string_view b
 
 } // namespace
 
-std::vector<CameraEntry> DemoCameras() {
-    const std::string password(kDemoPassword);
-    return {{"yard", "320x240", password},
-            {"gate", "160x120", password},
-            {std::string(kDemoFreeCamera), "320x240", password}};
+std::vector<CameraEntry> DemoCameras(const DemoPasswords& folder) {
+    std::vector<CameraEntry> cameras;
+    for (const auto& [name, type] : kCameras) {
+        std::string password(kKnownPassword);
+        if (!folder.empty())
+            password = ReadPassword(folder, name);
+        if (password.empty()) {
+            password = RandomPassword();
+            const std::string file = PasswordFile(folder, name);
+            if (FAILED(platform::CreateFolder(folder)) ||
+                FAILED(platform::ReplaceFile(file, password + "\n", 0600)))
+                throw StartError("cannot write " + file + ": " + platform::DescribeLastError());
+        }
+        cameras.push_back({std::string(name), std::string(type), std::move(password)});
+    }
+    return cameras;
 }
 
-void AddDemoUsers(UserStore& users) {
-    for (const CameraEntry& camera : DemoCameras()) {
+std::vector<CameraEntry> FormerDemoCameras(const DemoPasswords& folder) {
+    std::vector<CameraEntry> cameras = DemoCameras({});
+    for (const auto& [name, type] : kCameras) {
+        if (std::string password = ReadPassword(folder, name); !password.empty())
+            cameras.push_back({std::string(name), std::string(type), std::move(password)});
+    }
+    return cameras;
+}
+
+void ForgetDemoPasswords(const DemoPasswords& folder) {
+    for (const auto& [name, type] : kCameras)
+        (void)platform::RemoveFile(PasswordFile(folder, name));
+    (void)platform::RemoveFolder(folder);
+}
+
+void AddDemoUsers(UserStore& users, const std::vector<CameraEntry>& cameras) {
+    for (const CameraEntry& camera : cameras) {
         const auto found = users.Users().find(camera.name);
-        if (found == users.Users().end())
-            users.Set(camera.name, {UserKind::Phone, true, HashPassword(camera.password)});
-        else if (!found->second.demo)
+        if (found != users.Users().end() && !found->second.demo)
             throw StartError("the demo needs the login \"" + camera.name +
                              "\", which is one of your users: use another data folder for it");
+        if (found == users.Users().end() || !VerifyPassword(camera.password, found->second.hash))
+            users.Set(camera.name, {UserKind::Phone, true, HashPassword(camera.password)});
     }
     users.Save();
 }
@@ -64,22 +107,27 @@ bool RemoveDemoUsers(UserStore& users) {
     return !demo.empty();
 }
 
-DemoPhones::DemoPhones(std::string program, std::string pictures, std::string server)
-    : m_program(std::move(program)), m_pictures(std::move(pictures)), m_server(std::move(server)) {
+DemoPhones::DemoPhones(std::string program, const std::string& pictures, const DemoPasswords& passwords,
+                       std::string server)
+    : m_program(std::move(program)), m_server(std::move(server)) {
     if (::access(m_program.c_str(), X_OK) != 0)
         throw StartError("the demo needs " + m_program + ", which is not there");
+    // What is no secret may stand in the system's list of processes.
+    const auto add = [&](std::vector<std::string> arguments, std::string_view login, std::string sender) {
+        const bool known = passwords.empty();
+        arguments.insert(arguments.end(),
+                         {"--login", std::string(login), known ? "--password" : "--password-file",
+                          known ? std::string(kKnownPassword) : PasswordFile(passwords, login)});
+        m_phones.push_back(Phone{.arguments = std::move(arguments), .result = {std::move(sender)}});
+    };
     for (const auto& [login, fps] : {std::pair{"yard", "10"}, std::pair{"gate", "5"}}) {
-        const std::string folder = m_pictures + "/" + login;
+        const std::string folder = pictures + "/" + login;
         std::error_code error;
         if (!std::filesystem::is_directory(folder, error))
             throw StartError("the demo needs the pictures in " + folder + " (--pictures DIR)");
-        m_phones.push_back(
-            Phone{.arguments = {"upload", "--login", login, "--pictures", folder, "--fps", fps},
-                  .result = {login}});
+        add({"upload", "--pictures", folder, "--fps", fps}, login, login);
     }
-    m_phones.push_back(Phone{.arguments = {"view", "--login", std::string(kWatched), "--source",
-                                           std::string(kWatched), "--params", "width=176&height=144&fps=5"},
-                             .result = {}});
+    add({"view", "--source", std::string(kWatched), "--params", "width=176&height=144&fps=5"}, kWatched, {});
     m_supervisor = std::thread([this] { Supervise(); });
 }
 
@@ -120,8 +168,7 @@ void DemoPhones::Start(Phone& phone) {
     phone.startAt = Clock::now() + kRestartAfter; // in case that it cannot be started
     std::vector<std::string> arguments{m_program};
     arguments.insert(arguments.end(), phone.arguments.begin(), phone.arguments.end());
-    arguments.insert(arguments.end(),
-                     {"--server", m_server, "--password", std::string(kDemoPassword), "--no-reconnect"});
+    arguments.insert(arguments.end(), {"--server", m_server, "--no-reconnect"});
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         return;

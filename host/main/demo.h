@@ -16,13 +16,20 @@
 
 namespace host {
 
-inline constexpr std::string_view kDemoPassword = "demo";
 // The camera that no simulated phone takes.
 inline constexpr std::string_view kDemoFreeCamera = "spare";
 
-std::vector<CameraEntry> DemoCameras();
+// Where the cameras of a demo that other machines reach have their passwords: a file for each, of its name,
+// mode 0600. Empty: a demo of this machine alone, whose passwords everybody knows.
+using DemoPasswords = std::string;
+
+// Makes the passwords that are missing, at random. Throws StartError where they cannot be kept.
+std::vector<CameraEntry> DemoCameras(const DemoPasswords& folder);
+// The cameras as demos of both kinds may have left them in the settings.
+std::vector<CameraEntry> FormerDemoCameras(const DemoPasswords& folder);
+void ForgetDemoPasswords(const DemoPasswords& folder);
 // Throws StartError when somebody else's user has the name of one of them.
-void AddDemoUsers(UserStore& users);
+void AddDemoUsers(UserStore& users, const std::vector<CameraEntry>& cameras);
 // True when there were some.
 bool RemoveDemoUsers(UserStore& users);
 
@@ -44,7 +51,8 @@ class DemoPhones {
 public:
     // `program` is morrowstream-phone; `pictures` has a folder for each phone. Throws StartError when one of
     // them is missing.
-    DemoPhones(std::string program, std::string pictures, std::string server);
+    DemoPhones(std::string program, const std::string& pictures, const DemoPasswords& passwords,
+               std::string server);
     DemoPhones(const DemoPhones&) = delete;
     DemoPhones& operator=(const DemoPhones&) = delete;
     ~DemoPhones() { (void)Stop(); }
@@ -76,7 +84,6 @@ private:
     void EndAll();
 
     const std::string m_program;
-    const std::string m_pictures;
     const std::string m_server;
     Wakeup m_stop;
     mutable std::mutex m_mutex;

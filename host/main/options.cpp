@@ -26,7 +26,8 @@ const std::string_view kHelpText =
   --trusted-proxy CIDR   a proxy whose X-Forwarded-For and X-Forwarded-Proto count, and that may speak the PROXY protocol; more
                          than once for several
   --seconds N            ends after N seconds; without it, on Ctrl-C or SIGTERM
-  --demo                 three cameras, and a simulated phone for two of them; only on a loopback address
+  --demo                 three cameras, and a simulated phone for two of them; on a loopback address its pages need no sign-in,
+                         elsewhere they do, and the passwords are random
   --pictures DIR         what the simulated phones send: folders "yard" and "gate" with *.jpg files
   --files DIR            folders of *.jpg pictures that can be watched as file/FOLDER (DATA/files)
   --quiet                no status lines, and of the log only what went wrong

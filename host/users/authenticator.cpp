@@ -291,9 +291,4 @@ bool Authenticator::IsLogin(std::string_view login) const {
     return m_store.Users().contains(login) || m_cameras.Contains(login);
 }
 
-bool Authenticator::HasDemoUsers() const {
-    const std::lock_guard guard(m_mutex);
-    return std::ranges::any_of(m_store.Users(), [](const auto& item) { return item.second.demo; });
-}
-
 } // namespace host

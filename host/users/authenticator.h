@@ -87,7 +87,6 @@ public:
     // The user behind a block; nothing for one that this host did not make or whose user is gone.
     std::optional<std::string> LoginOf(std::string_view token) const;
 
-    [[nodiscard]] bool HasDemoUsers() const;
     void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
     // The password of a phone that is this camera; nothing where no phone can be.
     [[nodiscard]] std::optional<std::string> CameraPassword(std::string_view camera) const;

@@ -2,6 +2,8 @@
 """The programs themselves: exit statuses, the lines that they print, the data folder, and phones that view through them."""
 
 import argparse
+import base64
+import json
 import os
 import re
 import shutil
@@ -15,6 +17,8 @@ import tempfile
 import termios
 import time
 import unittest
+import urllib.error
+import urllib.request
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
@@ -61,8 +65,6 @@ class Programs(ProgramCase):
         rows = [
             (["--what"], 2, 'morrowstream-host: unknown argument "--what"; see morrowstream-host --help\n'),
             (["--x\x1B[2J"], 2, 'morrowstream-host: unknown argument "--x'),
-            (["--demo", "--data", self.data, "--listen", "0.0.0.0:0"], 1,
-             "morrowstream-host: the demo's passwords are known to everybody, so it listens on a loopback address only"),
             (["--data", file], 1, "morrowstream-host: cannot make the data folder"),
             (["--data", self.data, "--listen", "192.0.2.1:0"], 1, "morrowstream-host: cannot listen on 192.0.2.1:0: "),
             ([*add, "a%b", "--kind", "viewer"], 1, 'user "a%b": a login has no control characters and none of / ? # : % &'),
@@ -192,8 +194,71 @@ class Programs(ProgramCase):
 
     def test_what_is_to_be_opened_can_be_opened(self):
         said = self.run_host("--data", self.data, "--listen", ":0", "--seconds", "1")
-        self.assertRegex(said, r"Open http://127\.0\.0\.1:\d+/\n(  or http://[\d.]+:\d+/ from other computers\n)*"
-                               r"  and the same with https\. The fingerprint of the authority:\n  ([0-9A-F]{2}:){31}[0-9A-F]{2}\nData folder: ")
+        self.assertRegex(said, r"Open http://127\.0\.0\.1:\d+/\n(  or https://[\d.]+:\d+/ from other computers and phones\n)*"
+                               r"  Browsers warn until they trust this server's authority, which https?://[\d.]+:\d+/trust tells about\. "
+                               r"Its fingerprint:\n  ([0-9A-F]{2}:){31}[0-9A-F]{2}\nData folder: ")
+
+    def test_a_demo_that_others_reach_has_secrets_of_its_own(self):
+        def start(place):
+            """Which cameras take the password of the other demo, whether pages are open, and what is printed and runs."""
+            port = free_port()
+            words = ["--data", self.data, "--demo", "--pictures", options.pictures, "--listen", f"{place}:{port}"]
+            with subprocess.Popen([options.host, *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True) as host:
+                try:
+                    address = f"http://127.0.0.1:{port}"
+                    self.wait_until(lambda: self.status(address + "/healthz") == 200, "it answers", 30)
+                    children = subprocess.run(["ps", "-o", "args=", "--ppid", str(host.pid)], stdout=subprocess.PIPE, text=True, check=True).stdout
+                    known = [name for name in ("yard", "gate", "spare") if self.status(f"{address}/mobile", f"{name}:demo") == 200]
+                    open_to_all = self.status(address + "/") == 200
+                    self.wait_until(lambda: self.frames(address, open_to_all) > 0, "pictures", 30)
+                finally:
+                    host.send_signal(signal.SIGINT)
+                    said = host.communicate(timeout=60)[0]
+            self.assertEqual(host.returncode, 0, said)
+            self.assertIn("sent by its demo phone: all arrived", said)
+            return known, open_to_all, said, children
+
+        folder = Path(self.data, "demo-passwords")
+        known, open_to_all, said, children = start("0.0.0.0")
+        passwords = {file.name: file.read_text(encoding="utf-8").strip() for file in folder.iterdir()}
+        self.assertEqual((known, open_to_all, sorted(passwords)), ([], False, ["gate", "spare", "yard"]))
+        self.assertEqual(len(set(passwords.values())), 3)
+        self.assertTrue(all(stat.S_IMODE(file.stat().st_mode) == 0o600 for file in folder.iterdir()))
+        self.assertFalse([word for word in passwords.values() if word in said + children or len(word) < 16])
+        self.assertIn(f'\nSign in as "admin"; the password stands in {self.data}/admin-password\n', said)
+        own = re.findall(r"(?m)^  or https://([\d.]+:\d+)/ from other computers", said)
+        self.assertEqual(re.findall(r"becomes the camera spare with https?://([^/]+)/(?:phone#|get/)[0-9a-f]{32}\n", said), own[:1])
+        users = self.read("users")
+        # Kept, so that a phone that is the camera stays it.
+        start("0.0.0.0")
+        self.assertEqual((users, passwords["yard"]), (self.read("users"), (folder / "yard").read_text(encoding="utf-8").strip()))
+        known, open_to_all, said, _ = start("127.0.0.1")
+        self.assertEqual((known, open_to_all), (["yard", "gate", "spare"], True))
+        self.assertIn("Only this computer can open it. For phones, listen for others: --listen 0.0.0.0:8080\n", said)
+        self.assertEqual(start("0.0.0.0")[:2], ([], False))
+        self.serve()
+        self.assertFalse(folder.exists())
+        self.assertNotIn(">yard<", self.settings.read_text(encoding="utf-8"))
+
+    def status(self, address, login=None):
+        request = urllib.request.Request(address, headers={"Accept": "*/*"})
+        if login:
+            request.add_header("Authorization", "Basic " + base64.b64encode(login.encode()).decode())
+        try:
+            with urllib.request.urlopen(request, timeout=20) as answer:
+                return answer.status
+        except urllib.error.HTTPError as error:
+            error.close()
+            return error.code
+        except OSError:
+            return 0
+
+    def frames(self, address, open_to_all):
+        request = urllib.request.Request(address + "/health")
+        if not open_to_all:
+            request.add_header("Authorization", "Basic " + base64.b64encode(f"admin:{self.read('admin-password').strip()}".encode()).decode())
+        with urllib.request.urlopen(request, timeout=20) as answer:
+            return min(camera["frames"] for camera in json.load(answer)["cameras"] if camera["name"] != "spare")
 
     def test_levels_are_written_where_the_journal_reads(self):
         # The service manager names the stream by device and inode; the name of another stream means nothing.

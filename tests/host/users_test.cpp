@@ -302,7 +302,6 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
                                                            {"nobody:old", Wrong}};
     for (const auto& [credentials, result] : rows) // the second time from memory
         EXPECT_EQ(check(credentials).result, result) << credentials;
-    EXPECT_TRUE(authenticator.HasDemoUsers());
     const std::string token = authenticator.TokenOf("gone");
     EXPECT_EQ(authenticator.TokenOf("gone"), token);
     EXPECT_NE(authenticator.TokenOf("ann"), token);
@@ -317,7 +316,6 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
     EXPECT_EQ(check("ann:old").result, Wrong);
     EXPECT_EQ(check("ann:new").kind, UserKind::Admin);
     EXPECT_EQ(authenticator.LoginOf(token), std::nullopt);
-    EXPECT_FALSE(authenticator.HasDemoUsers());
 
     // A file that somebody broke locks nobody out; Identify answers without counting.
     platform::ReplaceFile(path, "broken");

@@ -224,12 +224,17 @@ class Readme(Walk):
         self.assertEqual(len(pictures), 20)
         self.assertEqual(shown_size(test_package.content(f"{self.place}/pictures/{pictures[-1]}")), "240 320")
 
-    def own(self, command):
+    def others(self, command):
         said = self.end()
         for camera, least, most in (("yard", 9, 11), ("gate", 4.5, 5.5)):
             self.assertRegex(said, rf"(?m)^{camera}: .* all arrived$")
             rate = float(re.findall(rf"(?m)^{camera} +connected +([\d.]+) fps", said)[-1])
             self.assertTrue(least <= rate <= most, f"{camera}: {rate} pictures a second")
+        self.own(command)
+        eventually(lambda: json.loads(ask("/health", "admin:" + self.environment["ADMIN"])[2])["cameras"][0]["frames"] > 5, "the demo's pictures")
+        self.assertIn(f'\nSign in as "admin"; the password stands in {self.data}/admin-password\n', test_package.content(self.log).decode())
+
+    def own(self, command):
         self.begin(command)
         self.assertEqual(ask("/", address="127.0.0.5")[0], 401)
         self.assertEqual(ask("/settings", "admin:" + self.environment["ADMIN"])[0], 200)
@@ -252,6 +257,7 @@ class Readme(Walk):
             ("xdg-open ", self.says("(?s)200 OK.*text/html")),
             ("build/release/bin/morrowstream-phone upload ", self.upload),
             ("build/release/bin/morrowstream-phone view ", self.view),
+            ("./run ", self.others),
             ("./run ", self.own),
             ("build/release/bin/morrowstream-host ", self.user),
             ("bench/compare ", figure), ("bench/load ", figure), ("bench/load ", figure)])
