@@ -55,6 +55,7 @@ enum class Word {
     UserName,
     Password,
     WrongPassword,
+    ArchiveHolds,
     ChangePassword,
     PresentPassword,
     NewPassword,

@@ -92,6 +92,19 @@ ParsedRequest ParseRequest(std::string head) {
     return {std::move(request), 200};
 }
 
+std::optional<Request> RequestAs(const Credentials& credentials, std::string_view target,
+                                 const Request& asked) {
+    auto request =
+        ParseRequest("GET " + std::string(target) + " HTTP/1.1\r\nHost: " + std::string(asked.Host()) +
+                     "\r\nAuthorization: " + BasicAuthorization(credentials) + "\r\n\r\n")
+            .request;
+    if (request) {
+        request->peer = asked.peer;
+        request->secure = asked.secure;
+    }
+    return request;
+}
+
 std::string_view Request::Field(std::string_view name) const {
     return fields ? fields->message[name] : std::string_view();
 }

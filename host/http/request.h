@@ -41,12 +41,23 @@ struct Request {
     [[nodiscard]] std::string_view Host() const { return Field("Host"); }
 };
 
+// The sign-in of HTTP Basic (RFC 7617).
+struct Credentials {
+    std::string login; // UTF-8, like the password
+    std::string password;
+};
+
 struct ParsedRequest {
     std::optional<Request> request;
     unsigned status = 400; // the answer when there is no request
 };
 // `head` is complete, up to and including its blank line. The one place where a head is read.
 ParsedRequest ParseRequest(std::string head);
+
+// A GET of a path with its query, from where another request comes and with a sign-in of its own, for what
+// would ask who makes it. Nothing for a target that cannot stand in a head.
+std::optional<Request> RequestAs(const Credentials& credentials, std::string_view target,
+                                 const Request& asked);
 
 // Undoes percent escapes. Nothing for a broken escape, a zero byte, or bytes that are not UTF-8.
 std::optional<std::string> PercentDecode(std::string_view text);
@@ -85,11 +96,6 @@ bool PrefersHtml(std::string_view accept) noexcept;
 std::string_view PreferredLanguage(std::string_view accept, std::span<const std::string_view> languages,
                                    std::string_view usual) noexcept;
 
-// The sign-in of HTTP Basic (RFC 7617).
-struct Credentials {
-    std::string login; // UTF-8, like the password
-    std::string password;
-};
 // Reads the value of an Authorization field; nothing when it is no HTTP Basic.
 std::optional<Credentials> ParseBasic(std::string_view authorization);
 // Writes the value of an Authorization field.

@@ -18,7 +18,7 @@ Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLangua
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
-Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword;
+Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
 
 constexpr unsigned operator|(Method a, Method b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);
@@ -73,6 +73,7 @@ constexpr Address kAddresses[] = {
     {"/sign-out",          kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, SignOut},
     {"/password",          kRead,   AnyUser,   Anywhere,  Text,    0,             Named,   None,   Moved,   PasswordPage},
     {"/password",          kPost,   AnyUser,   Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakePassword},
+    {"/archive",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeArchive},
     {"/trust",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  TrustPage},
     {"/trust/*",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Refused, TrustFile},
     {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   Nothing},
@@ -197,6 +198,8 @@ void PhoneStream(const Site& site, Visit& visit) {
 void PhoneContent(const Site& site, Visit& visit) {
     // An archive holds the name and the password that it was asked for with, and a session has none.
     if (!visit.signIn.session.empty() && MobilePages::MayBuildArchive(visit.request.path)) {
+        if (site.account.AsksByForm(visit.request))
+            return visit.Send(site.account.ArchivePage(visit.request));
         Answer ask = Answer::Text(401, "An archive is made for a name and a password: sign in with them.");
         ask.headers["WWW-Authenticate"] = kChallenge;
         return visit.Send(ask);
@@ -225,6 +228,22 @@ void PasswordPage(const Site& site, Visit& visit) {
 
 void TakePassword(const Site& site, Visit& visit) {
     visit.Send(site.account.TakePassword(visit.request, visit.signIn, visit.body));
+}
+
+void TakeArchive(const Site& site, Visit& visit) {
+    const std::string wanted = FormValue(visit.body, "to").value_or("");
+    const std::string_view archive = PageToGoTo(wanted);
+    if (!MobilePages::MayBuildArchive(archive.substr(0, archive.find('?'))))
+        return visit.Send(Answer::Text(404, "There is no archive of that name."));
+    // In clear, on this machine or where everything is served so, a form would be no better than Basic.
+    if (!visit.request.secure)
+        return visit.Send(Answer::Text(403, "This goes over https alone."));
+    SignIn signIn;
+    if (const auto refused = site.account.RefuseArchive(visit.request, visit.body, archive, signIn))
+        return visit.Send(*refused);
+    const auto request = RequestAs(signIn.credentials, archive, visit.request);
+    visit.Send(request ? site.mobile.Content(*request, signIn.credentials.login)
+                       : Answer::Text(404, "There is no archive of that name."));
 }
 
 void TrustPage(const Site& site, Visit& visit) {

@@ -127,6 +127,10 @@ std::optional<Answer> TakePlace(const Address& address, Visit& visit, const Site
 std::optional<Answer> Refuse(const Address& address, Visit& visit, const Site& site) {
     const bool stream = address.body == kBodyUnread;
     if (auto refused = site.access.Refuse(visit.request, address.who, stream, visit.signIn)) {
+        if (refused->status == 401 && address.pattern == "/mobile/*" &&
+            MobilePages::MayBuildArchive(visit.request.path) && site.account.AsksByForm(visit.request) &&
+            visit.request.Field("Authorization").empty())
+            return site.account.ArchivePage(visit.request);
         const bool page = address.clear == Clear::Moved && address.pattern != "/assets/*";
         return refused->status == 401 && page && PrefersHtml(visit.request.Field("Accept")) &&
                        visit.request.Field("Authorization").empty()

@@ -66,6 +66,7 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /healthz", "", 200},
         {"GET /sign-in", "", 200},
         {"POST /sign-in", "", 403, empty}, // programs have no use for it
+        {"POST /archive", "", 403, empty},
         {"POST /sign-out", "", 403, empty + evil},
         {"GET /password", Rig::kPhone, 200},
         {"GET /password", "", 401},

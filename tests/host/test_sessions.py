@@ -108,13 +108,33 @@ class Sessions(TlsCase):
         vera = "Cookie: " + given.split(";")[0] + "\r\n"
         self.assertEqual(self.ask(host, "/settings", vera)[0], 403)
         self.assertEqual(self.ask(host, "/settings", vera + self.basic(host))[0], 403)
-        # An archive asks for a name and a password.
-        status, headers, _ = self.ask(host, "/mobile/midlet/Sendora.jar", vera)
-        self.assertEqual((status, "WWW-Authenticate" in headers), (401, True))
-        self.assertNotEqual(self.ask(host, "/mobile/midlet/Sendora.jar", vera + self.basic(host))[0], 401)
+        self.fetch_archives(host, vera)
         # Another sign-in in that browser ends the first one.
         self.cookie(host, lines=vera)
         self.assertEqual(self.ask(host, "/", vera)[0], 401)
+
+    def fetch_archives(self, host, session):
+        """An archive asks for a name and a password, a browser by a form where nobody hears them."""
+        archive = "/mobile/Sendora.jar?JarName=Sendora"
+        for who in (session, ""):
+            status, headers, _ = self.ask(host, archive, who)
+            self.assertEqual((status, "WWW-Authenticate" in headers), (401, True))
+            status, headers, body = self.ask(host, archive, who + HTML)
+            self.assertEqual((status, "WWW-Authenticate" in headers), (200, False))
+            self.assertIn(b'action="/archive"', body)
+            self.assertIn(f'name="to" value="{archive}"'.encode(), body)
+        plain = self.cookie(host, name="vera", password="long enough", secure=False)
+        self.assertIn("WWW-Authenticate", self.ask(host, archive, plain + HTML, secure=False)[1], "in clear a form is no better")
+        status, _, body = self.ask(host, archive, session + self.basic(host, "yard"))
+        self.assertEqual((status, body[:2]), (200, b"PK"))
+        form = {"name": "yard", "password": "demo", "to": archive}
+        for change, origin, secure, wanted in (
+                ({}, self.origin(host), True, 200), ({"password": "wrong"}, self.origin(host), True, 403), ({"name": ""}, self.origin(host), True, 400),
+                ({}, self.origin(host, False), True, 403), ({}, self.origin(host, False), False, 403), ({"to": "/health"}, self.origin(host), True, 404),
+                ({"to": "/mobile/config?.jar"}, self.origin(host), True, 404), ({"to": archive + " HTTP/1.1\r\nX: y"}, self.origin(host), True, 404)):
+            status, headers, body = self.ask(host, "/archive", session + origin, "POST", form | change, secure)
+            self.assertEqual((status, body[:2] == b"PK"), (wanted, wanted == 200), change)
+            self.assertNotIn("Set-Cookie", headers)
 
     def test_other_sites_get_nothing_done(self):
         host = self.start()

@@ -248,7 +248,7 @@ class Elsewhere(TlsCase):
         ("/xslt/enum/all", "GET"): ("/xslt/enum/all?xslt=cameras.xsl", 401), ("/mobile/*", "GET"): ("/mobile", 401),
         ("/mobile/config/*", "GET"): ("/mobile/config", "refused"), ("/mobile/video/*", "GET"): ("/mobile/video/yard", 401),
         ("/mobile/video/*", "POST"): ("/mobile/video/yard", 401), ("/sign-in", "GET"): ("/sign-in?to=/tiny", "moved"),
-        ("/sign-in", "POST"): ("/sign-in", "refused"), ("/sign-out", "POST"): ("/sign-out", "refused"), ("/password", "GET"): ("/password", "moved"),
+        ("/sign-in", "POST"): ("/sign-in", "refused"), ("/sign-out", "POST"): ("/sign-out", "refused"), ("/archive", "POST"): ("/archive", "refused"), ("/password", "GET"): ("/password", "moved"),
         ("/password", "POST"): ("/password", "refused"), ("/trust", "GET"): ("/trust", 200),
         ("/trust/*", "GET"): ("/trust/authority.crt", "refused"), ("/*", "GET"): ("/nothing", "moved"),
     }

@@ -47,15 +47,26 @@ std::string ProblemOf(std::string_view language, std::optional<Word> word) {
                 : std::string();
 }
 
-Answer SignInForm(std::string_view language, std::string_view to, unsigned status,
+// What a form for a name and a password is for, and where it leads.
+struct Purpose {
+    std::string_view action;
+    Word title;
+    std::optional<Word> note; // below the title
+};
+constexpr Purpose kForPages{"/sign-in", Word::ToSignIn, std::nullopt};
+constexpr Purpose kForArchive{"/archive", Word::Download, Word::ArchiveHolds};
+
+Answer SignInForm(const Purpose& purpose, std::string_view language, std::string_view to, unsigned status,
                   std::optional<Word> problem) {
     const auto text = [&](Word word) { return TextOf(language, word); };
     std::string fields = FieldOf(text(Word::UserName), "name", "text", "username") +
                          FieldOf(text(Word::Password), "password", "password", "current-password");
     fields += "<input type=\"hidden\" name=\"to\" value=\"" + EscapeHtml(to) + "\">\n";
-    const std::string body = "<h1>" + std::string(text(Word::ToSignIn)) + "</h1>\n" +
-                             ProblemOf(language, problem) + FormOf("/sign-in", fields, text(Word::ToSignIn));
-    return AnswerOf({.status = status, .language = language, .title = text(Word::ToSignIn), .body = body});
+    std::string body = "<h1>" + std::string(text(purpose.title)) + "</h1>\n";
+    if (purpose.note)
+        body += "<p>" + std::string(text(*purpose.note)) + "</p>\n";
+    body += ProblemOf(language, problem) + FormOf(purpose.action, fields, text(purpose.title));
+    return AnswerOf({.status = status, .language = language, .title = text(purpose.title), .body = body});
 }
 
 Answer PasswordForm(std::string_view language, const std::string& login, unsigned status,
@@ -74,8 +85,9 @@ Answer PasswordForm(std::string_view language, const std::string& login, unsigne
         {.status = status, .language = language, .title = text(Word::ChangePassword), .body = body});
 }
 
-Answer Throttled(Answer form, const SignIn& signIn) {
-    form.headers["Retry-After"] = std::to_string(signIn.retryAfter.count());
+Answer Throttled(Answer form, std::chrono::seconds retryAfter) {
+    if (retryAfter.count() > 0)
+        form.headers["Retry-After"] = std::to_string(retryAfter.count());
     return form;
 }
 
@@ -119,24 +131,34 @@ std::optional<std::string> FormValue(std::string_view form, std::string_view nam
 }
 
 Answer AccountPages::SignInPage(const Request& request, std::string_view to) const {
-    return SignInForm(LanguageOf(request.Field("Accept-Language"), language), to, 200, std::nullopt);
+    return SignInForm(kForPages, LanguageOf(request.Field("Accept-Language"), language), to, 200,
+                      std::nullopt);
+}
+
+std::optional<AccountPages::Problem> AccountPages::Check(const Request& request, std::string_view form,
+                                                         SignIn& signIn) const {
+    const auto login = FormValue(form, "name");
+    const auto password = FormValue(form, "password");
+    if (!login || !password || login->empty())
+        return Problem{400, Word::WrongPassword};
+    signIn = authenticator.Check(BasicAuthorization({*login, *password}), request.peer);
+    if (signIn.result == SignIn::Result::TurnedAway) {
+        LogRefusal(request, *login, {}, "too many wrong passwords");
+        return Problem{429, Word::TooManyTries, signIn.retryAfter};
+    }
+    if (signIn.result != SignIn::Result::Known) {
+        LogRefusal(request, *login, {}, "wrong password");
+        return Problem{403, Word::WrongPassword};
+    }
+    return std::nullopt;
 }
 
 Answer AccountPages::TakeSignIn(const Request& request, std::string_view form, std::string_view to) const {
     const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
-    const auto login = FormValue(form, "name");
-    const auto password = FormValue(form, "password");
-    if (!login || !password || login->empty())
-        return SignInForm(code, to, 400, Word::WrongPassword);
-    const SignIn signIn = authenticator.Check(BasicAuthorization({*login, *password}), request.peer);
-    if (signIn.result == SignIn::Result::TurnedAway) {
-        LogRefusal(request, *login, {}, "too many wrong passwords");
-        return Throttled(SignInForm(code, to, 429, Word::TooManyTries), signIn);
-    }
-    if (signIn.result != SignIn::Result::Known) {
-        LogRefusal(request, *login, {}, "wrong password");
-        return SignInForm(code, to, 403, Word::WrongPassword);
-    }
+    SignIn signIn;
+    if (const auto problem = Check(request, form, signIn))
+        return Throttled(SignInForm(kForPages, code, to, problem->status, problem->word),
+                         problem->retryAfter);
     if (const auto former = cookie.In(request); !former.empty())
         sessions.End(former);
     // What a phone may see begins elsewhere.
@@ -144,6 +166,26 @@ Answer AccountPages::TakeSignIn(const Request& request, std::string_view form, s
     const Sessions::Owner owner{signIn.credentials.login, signIn.camera};
     answer.headers["Set-Cookie"] = cookie.Line(request, sessions.Begin(owner, request.secure));
     return answer;
+}
+
+bool AccountPages::AsksByForm(const Request& request) const {
+    return request.secure && request.method == "GET" && PrefersHtml(request.Field("Accept"));
+}
+
+Answer AccountPages::ArchivePage(const Request& request) const {
+    const std::string target = request.path + (request.query.empty() ? "" : "?" + request.query);
+    return SignInForm(kForArchive, LanguageOf(request.Field("Accept-Language"), language), target, 200,
+                      std::nullopt);
+}
+
+std::optional<Answer> AccountPages::RefuseArchive(const Request& request, std::string_view form,
+                                                  std::string_view archive, SignIn& signIn) const {
+    const auto problem = Check(request, form, signIn);
+    if (!problem)
+        return std::nullopt;
+    return Throttled(SignInForm(kForArchive, LanguageOf(request.Field("Accept-Language"), language), archive,
+                                problem->status, problem->word),
+                     problem->retryAfter);
 }
 
 Answer AccountPages::SignOut(const Request& request) const {
@@ -175,7 +217,7 @@ Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
         return PasswordForm(code, login, 422, Word::PasswordNotTaken);
     const SignIn signIn = authenticator.Check(BasicAuthorization({login, *present}), request.peer);
     if (signIn.result == SignIn::Result::TurnedAway)
-        return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), signIn);
+        return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), signIn.retryAfter);
     if (signIn.result != SignIn::Result::Known) {
         LogRefusal(request, login, {}, "wrong password");
         return PasswordForm(code, login, 403, Word::WrongPassword);
