@@ -101,6 +101,8 @@ private:
     IJLERR WriteMcu(std::int32_t nMcuCol, std::int32_t nMcuRow);
     IJLERR WriteColour(std::int32_t nX, std::int32_t nY, IppiSize part);
     IJLERR WriteGrey(std::int32_t nX, std::int32_t nY, IppiSize part);
+    IJLERR WritePlanes(std::int32_t nX, std::int32_t nY, IppiSize part);
+    void FillPlane(std::int32_t nComponent, IppiSize part, std::uint8_t* pPlane) const;
     void WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part);
     bool IsOfFullWidth(std::int32_t nComponent) const;
     const std::int16_t* SampleRow(std::int32_t nComponent, std::int32_t nRow) const;
@@ -139,7 +141,7 @@ private:
 
     // The way into the image.
     using McuKernel = decltype(&ippiYCbCr444ToBGRLS_MCU_16s8u_P3C3R);
-    enum class Routine { General, Grey, Colour };
+    enum class Routine { General, Grey, Colour, Planes };
     static constexpr std::int16_t kOpaque = -1;    // sources that are no component: a channel of 255s,
     static constexpr std::int16_t kUntouched = -2; // and one that is not written
     Routine m_eRoutine = Routine::General;

@@ -123,6 +123,10 @@ void CIjlDecoder::ChooseRoutine() {
                first.nHSampling * 8 == m_props.nMcuWidth && first.nVSampling * 8 == m_props.nMcuHeight) {
         m_eRoutine = Routine::Grey;
         m_props.fast_processing = 7;
+    } else if (!m_bConvertColor && m_props.DIBChannels == 3 &&
+               std::all_of(m_anChannelSource, m_anChannelSource + 3,
+                           [](std::int16_t nSource) { return nSource >= 0; })) {
+        m_eRoutine = Routine::Planes;
     }
 }
 
@@ -184,6 +188,8 @@ IJLERR CIjlDecoder::WriteMcu(std::int32_t nMcuCol, std::int32_t nMcuRow) {
         return WriteColour(nX, nY, part);
     case Routine::Grey:
         return WriteGrey(nX, nY, part);
+    case Routine::Planes:
+        return WritePlanes(nX, nY, part);
     case Routine::General:
         break;
     }
@@ -231,6 +237,7 @@ IJLERR CIjlDecoder::WriteGrey(std::int32_t nX, std::int32_t nY, IppiSize part) {
 namespace {
 
 constexpr std::int32_t kMaxMcuWidth = 32;
+constexpr std::int32_t kMaxMcuHeight = 32;
 
 // The sum of two products in 32 bits that wraps, as that of the MCU kernels: the samples of a damaged stream
 // may be anything.
@@ -262,7 +269,64 @@ void StoreRow(const Sample* pRow, std::int32_t nCols, std::uint8_t* p, std::ptrd
         *p = static_cast<std::uint8_t>(std::clamp(pRow[x] + 128, 0, 255));
 }
 
+// The same for a row of a block, in a shape that compilers make vectors of.
+void StoreEight(const std::int16_t* pRow, std::uint8_t* p) {
+    constexpr std::int16_t kLeast = -128;
+    constexpr std::int16_t kMost = 127;
+    for (std::int32_t x = 0; x < 8; ++x)
+        p[x] = static_cast<std::uint8_t>(std::clamp(pRow[x], kLeast, kMost) + 128);
+}
+
 } // namespace
+
+// Three channels that are components as they are: a plane of bytes for each, and one kernel call for the pixels.
+IJLERR CIjlDecoder::WritePlanes(std::int32_t nX, std::int32_t nY, IppiSize part) {
+    std::uint8_t aPlanes[3][kMaxMcuWidth * kMaxMcuHeight];
+    for (std::int32_t c = 0; c < 3; ++c)
+        FillPlane(m_anChannelSource[c], part, aPlanes[c]);
+    const std::int32_t nStep = KernelStep(m_props.DIBLineBytes);
+    const std::uint8_t* apRows[3] = {aPlanes[0], aPlanes[1], aPlanes[2]};
+    if (nStep != 0)
+        return ippiCopy_8u_P3C3R(apRows, kMaxMcuWidth, Pixel(nX, nY), nStep, part) < 0 ? IJL_INTERNAL_ERROR
+                                                                                       : IJL_OK;
+    // Rows that lie the other way round go one by one, with a stride that does not matter.
+    for (std::int32_t y = 0; y < part.height; ++y) {
+        if (ippiCopy_8u_P3C3R(apRows, kMaxMcuWidth, Pixel(nX, nY + y), part.width * 3, {part.width, 1}) < 0)
+            return IJL_INTERNAL_ERROR;
+        for (const std::uint8_t*& pRow : apRows)
+            pRow += kMaxMcuWidth;
+    }
+    return IJL_OK;
+}
+
+// The part's samples of one component, a byte for each pixel, kMaxMcuWidth a row.
+void CIjlDecoder::FillPlane(std::int32_t nComponent, IppiSize part, std::uint8_t* pPlane) const {
+    const std::int32_t nHSampling = m_props.components[static_cast<std::size_t>(nComponent)].nHSampling;
+    const std::int16_t* pBefore = nullptr;
+    for (std::int32_t y = 0; y < part.height; ++y, pPlane += kMaxMcuWidth) {
+        const std::int16_t* pFrom = SampleRow(nComponent, y);
+        if (pFrom == pBefore) {
+            std::memcpy(pPlane, pPlane - kMaxMcuWidth, kMaxMcuWidth);
+            continue;
+        }
+        pBefore = pFrom;
+        if (IsOfFullWidth(nComponent)) {
+            for (std::int32_t x = 0; x < m_props.nMcuWidth; x += 8, pFrom += kBlock)
+                StoreEight(pFrom, pPlane + x);
+        } else if (nHSampling * 16 == m_props.nMcuWidth) {
+            for (std::int32_t x = 0; x < m_props.nMcuWidth; x += 16, pFrom += kBlock) {
+                std::uint8_t aBytes[8];
+                StoreEight(pFrom, aBytes);
+                for (std::int32_t i = 0; i < 16; ++i)
+                    pPlane[x + i] = aBytes[i / 2];
+            }
+        } else {
+            std::int32_t aPlain[kMaxMcuWidth];
+            ExpandRow(nComponent, y, part.width, aPlain);
+            StoreRow(aPlain, part.width, pPlane, 1);
+        }
+    }
+}
 
 // Row by row and channel by channel.
 void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) {
