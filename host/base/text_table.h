@@ -2,7 +2,11 @@
 // line.
 #pragma once
 
+#include <charconv>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +40,18 @@ inline std::vector<TextLine> ReadTextTable(std::string_view content) {
         lines.push_back(std::move(record));
     }
     return lines;
+}
+
+// A time as such a field has it: Unix seconds.
+inline std::optional<std::chrono::sys_seconds> SecondsIn(std::string_view text) {
+    std::int64_t seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (error != std::errc{} || end != text.data() + text.size())
+        return std::nullopt;
+    return std::chrono::sys_seconds{std::chrono::seconds(seconds)};
+}
+inline std::string SecondsOf(std::chrono::sys_seconds time) {
+    return std::to_string(time.time_since_epoch().count());
 }
 
 } // namespace host

@@ -11,6 +11,8 @@ namespace {
 
 // A phone that keeps to its grants may send so many pictures at any time.
 constexpr double kLeastCredit = 4;
+// Who takes a picture now and then watches in between.
+constexpr std::chrono::seconds kWatchedFor{10};
 
 // The processor time of this thread at the end of its last picture, and whose that was: what it has worked
 // since then went into reading and decoding the next one.
@@ -77,18 +79,39 @@ void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began)
     }
 }
 
-std::string CameraFeed::SessionBegan(Clock::time_point asked, std::string address) {
+CameraFeed::Session CameraFeed::SessionBegan(Clock::time_point asked, std::string address) {
     const std::lock_guard guard(m_mutex);
     if (m_newest && m_newest->Arrival() >= asked)
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - asked).count();
     else
         m_asked = asked;
-    return std::exchange(m_address, std::move(address));
+    m_phone.reset();
+    return {++m_session, std::exchange(m_address, std::move(address))};
+}
+
+std::uint64_t CameraFeed::SessionNumber() const {
+    const std::lock_guard guard(m_mutex);
+    return m_session;
+}
+
+bool CameraFeed::SetPhone(std::uint64_t session, std::optional<PhoneState> phone, Clock::time_point until) {
+    const std::lock_guard guard(m_mutex);
+    if (session != m_session)
+        return false;
+    m_phone = phone;
+    m_phoneUntil = until;
+    return true;
 }
 
 PicturePtr CameraFeed::Newest() const {
+    m_watched = Clock::now().time_since_epoch().count();
     const std::lock_guard guard(m_mutex);
     return m_newest;
+}
+
+bool CameraFeed::IsWatched(Clock::time_point now) const noexcept {
+    const Clock::rep watched = m_watched;
+    return watched != 0 && now - Clock::time_point(Clock::duration(watched)) < kWatchedFor;
 }
 
 CameraFigures CameraFeed::Figures() const {
@@ -102,6 +125,8 @@ CameraFigures CameraFeed::Figures() const {
     figures.frames = m_frames;
     figures.failed = m_failed;
     figures.fps = m_rate.PerSecond(now);
+    if (now < m_phoneUntil)
+        figures.phone = m_phone;
     if (m_newest) {
         figures.width = m_newest->Layout().width;
         figures.height = m_newest->Layout().height;

@@ -12,6 +12,7 @@
 
 #include "host/base/wait.h"
 #include "host/feed/meters.h"
+#include "host/feed/phone_state.h"
 #include "host/picture/picture.h"
 #include "interfaces/ICam.h"
 #include "platform/com.h"
@@ -28,7 +29,8 @@ struct CameraFigures {
     double fps = 0;
     int width = 0; // of the newest picture; 0 before the first
     int height = 0;
-    std::optional<double> age; // of the newest picture, seconds
+    std::optional<double> age;       // of the newest picture, seconds
+    std::optional<PhoneState> phone; // of a browser that is this camera; nothing for other phones
 };
 
 // Measures what a camera's pictures cost, and how long its phone had to wait.
@@ -54,14 +56,26 @@ public:
 
     [[nodiscard]] std::uint32_t Id() const noexcept { return m_id; }
     [[nodiscard]] const std::string& Name() const noexcept { return m_name; }
-    // The newest picture; null before the first one.
+    // The newest picture; null before the first one. Whoever asks for it watches the camera.
     [[nodiscard]] PicturePtr Newest() const;
+    // Whether somebody watches, or has within the last seconds.
+    [[nodiscard]] bool IsWatched(Clock::time_point now) const noexcept;
     [[nodiscard]] CameraFigures Figures() const;
     [[nodiscard]] const CameraMeters& Meters() const noexcept { return *m_meters; }
 
     // A phone has been let in, from that address, whose request came then. Its first picture may be here
-    // already. Returns the address of the phone before it; empty for the first one.
-    std::string SessionBegan(Clock::time_point asked, std::string address);
+    // already.
+    struct Session {
+        std::uint64_t number = 0;
+        std::string before; // the address of the phone before it; empty for the first one
+    };
+    Session SessionBegan(Clock::time_point asked, std::string address);
+    // Of the newest one; 0 before the first.
+    [[nodiscard]] std::uint64_t SessionNumber() const;
+    // What the phone of that session tells; nothing once it has ended. With `until` it stands no longer than
+    // that. False where another session has begun since.
+    bool SetPhone(std::uint64_t session, std::optional<PhoneState> phone,
+                  Clock::time_point until = Clock::time_point::max());
 
     // FeedWatch calls these; a wake-up is signalled for each new picture while it is on the list.
     void AddWatcher(Wakeup& wakeup);
@@ -83,6 +97,7 @@ private:
     const std::string m_name;
     const std::shared_ptr<CameraMeters> m_meters = std::make_shared<CameraMeters>();
     std::atomic<bool> m_connected{false};
+    mutable std::atomic<Clock::rep> m_watched{0}; // when somebody last asked for a picture; 0: nobody has
 
     mutable std::mutex m_mutex; // the members below
     std::string m_type;
@@ -92,6 +107,9 @@ private:
     RateMeter m_rate;
     std::optional<Clock::time_point> m_asked; // of a session that has had no picture yet
     std::string m_address;                    // of the newest session's phone
+    std::uint64_t m_session = 0;
+    std::optional<PhoneState> m_phone; // of the newest session
+    Clock::time_point m_phoneUntil;
     std::vector<Wakeup*> m_watchers;
 };
 using FeedPtr = platform::ComPtr<CameraFeed>;

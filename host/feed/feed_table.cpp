@@ -1,6 +1,7 @@
 #include "host/feed/feed_table.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include <nlohmann/json.hpp>
@@ -154,6 +155,14 @@ bool FeedTable::IsReceiving(const std::string& name) const {
     return cam && AskConnected(cam).value_or(false);
 }
 
+void FeedTable::SetPhone(CameraFeed& feed, std::uint64_t session, std::optional<PhoneState> phone,
+                         Clock::time_point until) {
+    if (!feed.SetPhone(session, phone, until))
+        return;
+    const std::lock_guard guard(m_mutex);
+    SignalWatchers();
+}
+
 void FeedTable::PollConnections() {
     std::vector<Entry> present;
     {
@@ -189,6 +198,25 @@ void FeedTable::SignalWatchers() {
         watcher->Signal();
 }
 
+namespace {
+
+nlohmann::ordered_json PhoneJson(const std::optional<PhoneState>& phone) {
+    if (!phone)
+        return nullptr;
+    constexpr std::array<std::string_view, 3> kRuns{"running", "paused", "stopped"};
+    nlohmann::ordered_json json{{"state", kRuns[static_cast<std::size_t>(phone->run)]},
+                                {"facing", phone->front ? "user" : "environment"},
+                                {"width", phone->width},
+                                {"height", phone->height},
+                                {"rate", phone->rate},
+                                {"torch", nullptr}};
+    if (phone->torch)
+        json["torch"] = *phone->torch;
+    return json;
+}
+
+} // namespace
+
 nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId) {
     auto cameras = nlohmann::ordered_json::array();
     for (const CameraFigures& figures : feeds.Figures()) {
@@ -207,6 +235,8 @@ nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId) {
             camera["age"] = std::round(*figures.age * 1000) / 1000;
         else
             camera["age"] = nullptr;
+        if (withId)
+            camera["phone"] = PhoneJson(figures.phone);
     }
     return cameras;
 }

@@ -53,6 +53,10 @@ public:
     [[nodiscard]] std::vector<FeedPtr> List() const;
     [[nodiscard]] std::vector<CameraFigures> Figures() const;
 
+    // Of a camera's feed, and tells the watchers.
+    void SetPhone(CameraFeed& feed, std::uint64_t session, std::optional<PhoneState> phone,
+                  Clock::time_point until = Clock::time_point::max());
+
     // Whether a phone is connected to a camera now, by the component's own word.
     [[nodiscard]] bool IsReceiving(const std::string& name) const;
 
@@ -86,8 +90,8 @@ private:
 };
 using FeedTablePtr = platform::ComPtr<platform::ComObject<FeedTable>>;
 
-// The figures of all cameras for programs: an array with an object for each. `withId` adds the numbers that
-// the live page's stream uses.
+// The figures of all cameras for programs: an array with an object for each. `withId` adds what the
+// live page needs: the numbers that its stream uses, and what browsers that are cameras tell of themselves.
 nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId);
 
 // The table as the subscriber of a source, for as long as this is there: no picture reaches a feed

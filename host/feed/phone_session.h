@@ -1,6 +1,7 @@
 // A phone's connection while the component has it.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -29,8 +30,12 @@ public:
     // For the thread that receives its pictures. True for the one that is one too many.
     bool CountPicture(bool decoded) noexcept {
         m_undecodable = decoded ? 0 : m_undecodable + 1;
+        if (m_undecodable == kMostUndecodable)
+            m_sendsRubbish = true;
         return m_undecodable == kMostUndecodable;
     }
+    // Whether that has happened. Any thread.
+    [[nodiscard]] bool SendsRubbish() const noexcept { return m_sendsRubbish; }
     // Closes the connection. The handle is the host's no more, but stays good for that: it never becomes
     // another connection's.
     void End() const noexcept { (void)platform::closesocket(m_handle); }
@@ -39,6 +44,7 @@ private:
     const SOCKET m_handle;
     const std::shared_ptr<const void> m_held;
     unsigned m_undecodable = 0;
+    std::atomic<bool> m_sendsRubbish{false};
 };
 
 } // namespace host

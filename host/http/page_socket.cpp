@@ -36,17 +36,16 @@ using Executor = asio::io_context::executor_type;
 using Signal = asio::posix::basic_stream_descriptor<Executor>;
 // One type of what is written, for text (an empty second buffer) and pictures alike.
 using Message = std::array<asio::const_buffer, 2>;
-using Code = websocket::close_code;
 
 // How long a page that takes nothing, or has gone, is waited for once it was told of the end.
 constexpr std::chrono::milliseconds kCloseWithin{300};
 
-// A descriptor of its own for a wake-up, for the event loop to own and close.
-int DuplicateOf(const Wakeup& wakeup) {
-    const int fd = ::fcntl(wakeup.Fd(), F_DUPFD_CLOEXEC, 0);
-    if (fd < 0)
+// A descriptor of its own, for the event loop to own and close.
+int DuplicateOf(int fd) {
+    const int own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (own < 0)
         throw std::system_error(errno, std::generic_category(), "dup");
-    return fd;
+    return own;
 }
 
 // A connection as the WebSocket wants one: reads and writes with the stream, in clear and under TLS alike,
@@ -170,25 +169,36 @@ void PageSocket::TimerEnd::operator()(Timer* timer) const {
     delete timer;
 }
 
+class PageSocket::Side {
+public:
+    Side(asio::io_context& loop, int fd) : descriptor(loop, DuplicateOf(fd)) {}
+    Signal descriptor;
+};
+
+void PageSocket::SideEnd::operator()(Side* side) const {
+    delete side;
+}
+
 class PageSocket::Loop {
 public:
     Loop(PageSocket& page, Stream stream, const Request& request, const Wakeup& stop)
-        : m_page(page), m_stop(m_context, DuplicateOf(stop)), m_stream(m_context, std::move(stream)),
+        : m_page(page), m_stop(m_context, DuplicateOf(stop.Fd())), m_stream(m_context, std::move(stream)),
           m_request(request.fields), m_end(m_context) {}
 
     void Run();
-    void Close(Code code = Code::normal);
+    void Close(Code code);
     void Write(bool text, const Message& message);
     void Watch(Wakeup& wakeup, std::function<void()> happened) {
         Await(m_watched.emplace_back(m_context, wakeup, std::move(happened)));
     }
     void At(Timer& timer, Clock::time_point when, std::function<void()> happened);
+    void Once(Side& side, short event, std::function<void()> happened);
     asio::io_context& Context() { return m_context; }
 
 private:
     struct Watched {
         Watched(asio::io_context& loop, Wakeup& signal, std::function<void()> then)
-            : descriptor(loop, DuplicateOf(signal)), wakeup(signal), happened(std::move(then)) {}
+            : descriptor(loop, DuplicateOf(signal.Fd())), wakeup(signal), happened(std::move(then)) {}
         Signal descriptor;
         Wakeup& wakeup;
         std::function<void()> happened;
@@ -223,11 +233,11 @@ void PageSocket::Loop::Run() {
         answer.set(beast::http::field::server, "Morrowstream");
         answer.set(beast::http::field::date, HttpDate());
     }));
-    m_stream.read_message_max(kMaxPageMessageBytes);
+    m_stream.read_message_max(m_page.m_manner.longest);
     m_stream.auto_fragment(false);
     m_stop.async_wait(Signal::wait_read, [this](error_code error) {
         if (!error)
-            Close(Code::going_away);
+            Close(m_page.m_manner.atStop);
     });
     m_stream.async_accept(m_request->message, [this](error_code error) {
         if (error)
@@ -260,14 +270,24 @@ void PageSocket::Loop::At(Timer& timer, Clock::time_point when, std::function<vo
     });
 }
 
+void PageSocket::Loop::Once(Side& side, short event, std::function<void()> happened) {
+    side.descriptor.async_wait(event == POLLOUT ? Signal::wait_write : Signal::wait_read,
+                               [this, happened = std::move(happened)](error_code error) {
+                                   if (error)
+                                       return;
+                                   happened();
+                                   Pump();
+                               });
+}
+
 void PageSocket::Loop::Read() {
     m_stream.async_read(m_received, [this](error_code error, std::size_t) {
         if (error)
             return m_context.stop();
         const auto data = m_received.cdata();
         const std::string_view message(static_cast<const char*>(data.data()), data.size());
-        if (!m_closing && (!m_stream.got_text() || !m_page.OnMessage(message)))
-            Close(Code::policy_error); // no page of ours talks like that
+        if (!m_closing && !(m_stream.got_text() ? m_page.OnMessage(message) : m_page.OnBinary(message)))
+            Close(kPolicy); // no page of ours talks like that
         m_received.consume(m_received.size());
         Read(); // also for the answer to a close
         Pump();
@@ -291,11 +311,14 @@ void PageSocket::Loop::Close(Code code) {
     m_end.wait.expires_after(kCloseWithin);
     m_end.wait.async_wait([this](error_code) { m_context.stop(); });
     if (m_stream.is_open())
-        m_stream.async_close(code, [this](error_code) { m_context.stop(); });
+        m_stream.async_close(static_cast<websocket::close_code>(code),
+                             [this](error_code) { m_context.stop(); });
 }
 
-PageSocket::PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop)
-    : m_limits(limits), m_loop(std::make_unique<Loop>(*this, std::move(stream), request, stop)) {}
+PageSocket::PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop,
+                       const Manner& manner)
+    : m_limits(limits), m_manner(manner),
+      m_loop(std::make_unique<Loop>(*this, std::move(stream), request, stop)) {}
 
 PageSocket::~PageSocket() = default;
 
@@ -303,8 +326,16 @@ void PageSocket::Run() {
     m_loop->Run();
 }
 
-void PageSocket::Close() {
-    m_loop->Close();
+void PageSocket::Close(Code code) {
+    m_loop->Close(code);
+}
+
+PageSocket::SidePtr PageSocket::MakeSide(int fd) {
+    return SidePtr(new Side(m_loop->Context(), fd));
+}
+
+void PageSocket::Once(const SidePtr& side, short event, std::function<void()> happened) {
+    m_loop->Once(*side, event, std::move(happened));
 }
 
 void PageSocket::Text(std::string_view text) {

@@ -1,6 +1,7 @@
 // A WebSocket to a page of this host.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -24,14 +25,28 @@ public:
     void Run();
 
 protected:
+    // What a page and the host tell each other when they end a connection (RFC 6455, 7.4).
+    using Code = std::uint16_t;
+    static constexpr Code kNormal = 1000;
+    static constexpr Code kGoingAway = 1001;
+    static constexpr Code kPolicy = 1008;
+    static constexpr Code kRestart = 1012; // come again soon
+    struct Manner {
+        std::size_t longest = kMaxPageMessageBytes; // of the page's messages
+        Code atStop = kGoingAway;
+    };
+
     // Takes the connection. The request asks for a WebSocket. The stop signal outlives the object.
-    PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop);
+    PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop,
+               const Manner& manner = {kMaxPageMessageBytes, kGoingAway});
     ~PageSocket();
 
     // The page is there. Called once, first.
     virtual void OnOpen() = 0;
     // A text message of the page. False for one that no page of this host sends: the connection ends.
     virtual bool OnMessage(std::string_view message) = 0;
+    // The same for a binary one. Most pages send none.
+    virtual bool OnBinary(std::string_view /*message*/) { return false; }
     // Sends the next message if one is due. Called only while none is being written, behind all that can
     // change what is due.
     virtual void SendNext() = 0;
@@ -51,10 +66,22 @@ protected:
     using TimerPtr = std::unique_ptr<Timer, TimerEnd>;
     [[nodiscard]] TimerPtr MakeTimer();
     void At(const TimerPtr& timer, Clock::time_point when, std::function<void()> happened);
+    // Another descriptor that this connection waits for, with a duplicate of its own.
+    class Side;
+    struct SideEnd {
+        void operator()(Side* side) const;
+    };
+    using SidePtr = std::unique_ptr<Side, SideEnd>;
+    [[nodiscard]] SidePtr MakeSide(int fd);
+    // Calls `happened`, and then SendNext, once, when the descriptor can be read (POLLIN) or written
+    // (POLLOUT). For each of the two one call at a time waits.
+    void Once(const SidePtr& side, short event, std::function<void()> happened);
+
     // Sends nothing more, tells the page so, and ends.
-    void Close();
+    void Close(Code code = kNormal);
 
     const Limits m_limits;
+    const Manner m_manner;
 
 private:
     class Loop;

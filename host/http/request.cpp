@@ -167,6 +167,15 @@ std::string_view QueryParameter(std::string_view query, std::string_view name) {
     return {};
 }
 
+std::optional<std::string> FormValue(std::string_view form, std::string_view name) {
+    std::string value(QueryParameter(form, name));
+    for (char& c : value) {
+        if (c == '+')
+            c = ' ';
+    }
+    return PercentDecode(value);
+}
+
 bool IsLoopbackHost(std::string_view host) {
     const auto colon = host.rfind(':');
     const bool hasPort = colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos;

@@ -66,6 +66,9 @@ std::string PercentEncode(std::string_view text);
 
 // The value of a parameter of a query, as it stands there; the first one of that name, empty without one.
 std::string_view QueryParameter(std::string_view query, std::string_view name);
+// A parameter of a form (application/x-www-form-urlencoded), undone; nothing where it is missing or is no
+// text.
+std::optional<std::string> FormValue(std::string_view form, std::string_view name);
 
 // Whether a Host line (name, optional port) names this machine itself: localhost, 127.0.0.1 or [::1].
 bool IsLoopbackHost(std::string_view host);

@@ -198,6 +198,10 @@ public:
                           m_data.File("sign-ins")),
           m_sessions(m_data.File("sessions"),
                      [this](const Sessions::Owner& owner) { return m_authenticator.DigestOf(owner); }),
+          m_phones(m_data.File("phones"),
+                   [this](const std::string& camera) {
+                       return m_authenticator.DigestOf({camera, true});
+                   }),
           m_handlers(ComObject<WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create()),
@@ -232,6 +236,7 @@ public:
                                                   .handlers = *m_handlers,
                                                   .authenticator = m_authenticator,
                                                   .sessions = m_sessions,
+                                                  .phones = m_phones,
                                                   .settings = m_settings,
                                                   .counters = m_counters,
                                                   .packers = *m_packers,
@@ -286,6 +291,7 @@ public:
         m_subscription.reset();
         m_component.reset();
         (void)m_sessions.Save();
+        (void)m_phones.Save();
         if (!m_authenticator.Save())
             Console::Get().Log("error", "from where people have signed in could not be written to disk");
         Console::Get().Flush();
@@ -393,11 +399,14 @@ private:
                 nextSweep = Clock::now() + kSweepInterval;
                 m_authenticator.Refresh();
                 m_sessions.Sweep();
+                m_phones.Sweep();
+                m_site->phone.Sweep();
             }
             if (Clock::now() >= nextSave) {
                 nextSave = Clock::now() + kSaveInterval;
                 (void)m_authenticator.Save();
                 (void)m_sessions.Save();
+                (void)m_phones.Save();
             }
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
@@ -452,6 +461,7 @@ private:
     Household m_household;
     Authenticator m_authenticator;
     Sessions m_sessions;
+    Phones m_phones;
     WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
     Settings m_settings;

@@ -18,7 +18,11 @@ Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLangua
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
+Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, PhoneSocket, PhonePicture;
+Page PhoneList, RevokePhone, ControlPhone;
 Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
+
+constexpr std::string_view kAssets = "/assets/";
 
 constexpr unsigned operator|(Method a, Method b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);
@@ -48,6 +52,8 @@ constexpr Address kAddresses[] = {
     {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             Named,   Viewer, Refused, ViewStream},
     {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Unnamed, None,   Served,  TinyPage},
     {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   File},
+    {"/assets/phone/*",    kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   File},
+    {"/assets/shared/*",   kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   File},
     {"/health",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Health},
     {"/metrics",           kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Metrics},
     {"/healthz",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   Kept,   Served,  Alive},
@@ -68,6 +74,17 @@ constexpr Address kAddresses[] = {
     {"/mobile/config/*",   kRead,   Admin,     Here,      Text,    0,             Unnamed, None,   Refused, PhoneContent},
     {"/mobile/video/*",    kGet,    AnyUser,   Anywhere,  Text,    kBodyUnread,   Unnamed, Viewer, Served,  PhoneStream},
     {"/mobile/video/*",    kPost,   Uploader,  Anywhere,  Text,    kBodyUnread,   Unnamed, None,   Served,  PhoneStream},
+    {"/phone",             kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   PhonePage},
+    {"/phone/manifest.webmanifest", kRead, Everybody, Here, Text,  0,             Named,   None,   Refused, PhoneManifest},
+    {"/phone/state",       kRead,   Everybody, Here,      Json,    0,             Named,   None,   Refused, PhoneState},
+    {"/phone/pair",        kPost,   Everybody, Own,       Json,    kMaxFormBytes, Named,   None,   Refused, PairPhone},
+    {"/phone/sign-in",     kPost,   Everybody, Own,       Json,    kMaxFormBytes, Named,   None,   Refused, SignInPhone},
+    {"/phone/leave",       kPost,   Everybody, Own,       Json,    kMaxFormBytes, Named,   None,   Refused, LeavePhone},
+    {"/phone/socket",      kSocket, Everybody, Own,       Json,    0,             Named,   None,   Refused, PhoneSocket},
+    {"/phone/picture",     kPost,   Everybody, Own,       Json,    kMaxPhonePictureBytes, Named, None, Refused, PhonePicture},
+    {"/phones",            kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, PhoneList},
+    {"/phones/*",          kDelete, Admin,     HereToken, Json,    0,             Named,   None,   Refused, RevokePhone},
+    {"/cameras/*",         kPost,   Admin,     Here,      Json,    kMaxFormBytes, Named,   None,   Refused, ControlPhone},
     {"/sign-in",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   SignInPage},
     {"/sign-in",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeSignIn},
     {"/sign-out",          kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, SignOut},
@@ -122,7 +139,8 @@ void TinyPage(const Site& site, Visit& visit) {
 }
 
 void File(const Site&, Visit& visit) {
-    visit.Send(AssetAnswer(visit.rest, visit.request));
+    const std::string_view path = visit.request.path;
+    visit.Send(AssetAnswer(path.substr(std::min(path.size(), kAssets.size())), visit.request));
 }
 
 void Health(const Site& site, Visit& visit) {
@@ -246,6 +264,53 @@ void TakeArchive(const Site& site, Visit& visit) {
                        : Answer::Text(404, "There is no archive of that name."));
 }
 
+void PhonePage(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Page(visit.request));
+}
+
+void PhoneManifest(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Manifest(visit.request));
+}
+
+void PhoneState(const Site& site, Visit& visit) {
+    visit.Send(site.phone.State(visit.request));
+}
+
+void PairPhone(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Pair(visit.request, visit.body));
+}
+
+void SignInPhone(const Site& site, Visit& visit) {
+    visit.Send(site.phone.SignIn(visit.request, visit.body));
+}
+
+void LeavePhone(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Leave(visit.request));
+}
+
+void PhoneSocket(const Site& site, Visit& visit) {
+    if (const auto phone = site.phone.PhoneOf(visit.request))
+        site.phone.RunSocket(visit.Take(), visit.request, *phone, [&visit] { visit.LeavePlace(); });
+    else
+        visit.Send(PhonePages::NoPhone());
+}
+
+void PhonePicture(const Site& site, Visit& visit) {
+    visit.SendGoingOn(site.phone.TakePicture(visit.request, visit.body));
+}
+
+void PhoneList(const Site& site, Visit& visit) {
+    visit.Send(site.phone.List());
+}
+
+void RevokePhone(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Revoke(visit.rest, visit.signIn.credentials.login));
+}
+
+void ControlPhone(const Site& site, Visit& visit) {
+    visit.Send(site.phone.Control(visit.rest, visit.body));
+}
+
 void TrustPage(const Site& site, Visit& visit) {
     visit.Send(site.trust.Page(visit.request));
 }
@@ -320,7 +385,7 @@ std::string_view PageToGoTo(std::string_view wanted) {
     request.path = wanted.substr(0, wanted.find('?'));
     const Address* const address = FindAddress(request).address;
     const bool page = address != nullptr && address->clear == Clear::Moved && address->pattern != "/*" &&
-                      address->pattern != "/assets/*" && address->pattern != "/sign-in";
+                      !address->pattern.starts_with(kAssets) && address->pattern != "/sign-in";
     return page || (address != nullptr && (address->pattern == "/tiny/*" || address->pattern == "/mobile/*"))
                ? wanted
                : "/";

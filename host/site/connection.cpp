@@ -327,6 +327,12 @@ bool Visit::ReadBody() {
 void Visit::Send(const Answer& answer) {
     if (!request.keepAlive || request.hasBody || request.method == "POST")
         return SendLast(answer);
+    SendGoingOn(answer);
+}
+
+void Visit::SendGoingOn(const Answer& answer) {
+    if (!request.keepAlive)
+        return SendLast(answer);
     m_goesOn = SendBytes(Serialize(Readable(answer), {.keepAlive = true, .headOnly = IsHead()}));
 }
 

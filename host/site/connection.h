@@ -47,6 +47,8 @@ public:
     // A refusal goes out as a page where that is what the client prefers. The connection goes on behind the
     // answer if both sides want that.
     void Send(const Answer& answer);
+    // The same for a request whose body has been read.
+    void SendGoingOn(const Answer& answer);
     // The connection ends behind the answer.
     void SendLast(const Answer& answer);
     // The connection ends behind the answer. Tells whether that has arrived; if not, nothing of it does

@@ -11,6 +11,7 @@
 #include "host/site/live/pages.h"
 #include "host/site/mobile/pages.h"
 #include "host/site/monitor/pages.h"
+#include "host/site/phone/pages.h"
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
 #include "host/site/trust/pages.h"
@@ -27,6 +28,7 @@ struct SiteParts {
     WebHandlerHost& handlers;
     Authenticator& authenticator;
     Sessions& sessions;
+    Phones& phones;
     Settings& settings;
     Counters& counters;
     PackerCounters& packers;
@@ -52,9 +54,10 @@ struct Site {
     explicit Site(const SiteParts& parts)
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
-          pageToken(RandomPassword()), shares(limits),
-          language(parts.language), cookie{parts.port}, access{parts.authenticator, parts.sessions, cookie,
-                                                               counters, parts.demo},
+          pageToken(RandomPassword()), shares(limits), language(parts.language),
+          cookie(UserCookie(parts.port)),
+          phoneCookie(PhoneCookie(parts.port)), access{parts.authenticator, parts.sessions, cookie, counters,
+                                                       parts.demo},
           live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
           view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
                                                                            parts.packers, limits.staleAfter,
@@ -68,6 +71,12 @@ struct Site {
                 [this](const Request& request, std::string_view login) {
                     return mobile.Content(request, login);
                 }},
+          phone{{parts.handlers, parts.feeds, parts.authenticator, parts.phones, counters},
+                phoneCookie,
+                limits,
+                stop,
+                language,
+                [this](std::string_view token) { return links.Spend(token); }},
           trust{parts.certificates, language}, account{parts.authenticator, parts.sessions, cookie, language,
                                                        parts.forgetPassword} {}
     Site(const Site&) = delete;
@@ -86,6 +95,7 @@ struct Site {
     const std::string language;
 
     const SessionCookie cookie;
+    const SessionCookie phoneCookie;
     const Access access;
     const LivePages live;
     const ViewPages view;
@@ -94,6 +104,7 @@ struct Site {
     const SettingsPages settings;
     const MobilePages mobile;
     const LinkPages links;
+    const PhonePages phone;
     const TrustPages trust;
     const AccountPages account;
 };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdlib>
 
 #include <fcntl.h>
@@ -21,18 +20,6 @@ constexpr std::size_t kIdBytes = 32;
 // A person has a few browsers. Who signs in again and again ends the oldest of them.
 constexpr std::size_t kMostOfLogin = 64;
 
-std::optional<Sessions::Time> TimeIn(const std::string& text) {
-    std::int64_t seconds = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    if (error != std::errc{} || end != text.data() + text.size())
-        return std::nullopt;
-    return Sessions::Time{std::chrono::seconds(seconds)};
-}
-
-std::string SecondsOf(Sessions::Time time) {
-    return std::to_string(time.time_since_epoch().count());
-}
-
 } // namespace
 
 Sessions::Sessions(std::string path, DigestOf digestOf)
@@ -47,8 +34,8 @@ void Sessions::Read() {
     for (const TextLine& line : ReadTextTable(*content)) {
         if (line.fields.size() != 7)
             continue;
-        const auto made = TimeIn(line.fields[4]);
-        const auto used = TimeIn(line.fields[5]);
+        const auto made = SecondsIn(line.fields[4]);
+        const auto used = SecondsIn(line.fields[5]);
         if (!made || !used)
             continue;
         Session session{.owner = {line.fields[1], line.fields[2] == "camera"},

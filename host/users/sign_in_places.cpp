@@ -1,7 +1,6 @@
 #include "host/users/sign_in_places.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "host/base/text_table.h"
 #include "platform/files.h"
@@ -16,12 +15,9 @@ SignInPlaces::SignInPlaces(std::string path) : m_path(std::move(path)) {
     for (const TextLine& line : ReadTextTable(*content)) {
         if (line.fields.size() != 3)
             continue;
-        const std::string& text = line.fields[2];
-        std::int64_t seconds = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-        const Time when{std::chrono::seconds(seconds)};
-        if (error == std::errc{} && end == text.data() + text.size() && when <= now && now - when < kKnownFor)
-            m_places.insert_or_assign({line.fields[0], line.fields[1]}, when);
+        const auto when = SecondsIn(line.fields[2]);
+        if (when && *when <= now && now - *when < kKnownFor)
+            m_places.insert_or_assign({line.fields[0], line.fields[1]}, *when);
     }
 }
 
@@ -54,8 +50,7 @@ bool SignInPlaces::Save() {
         if (!m_changed || m_path.empty())
             return true;
         for (const auto& [place, when] : m_places)
-            content += place.first + '\t' + place.second + '\t' +
-                       std::to_string(when.time_since_epoch().count()) + '\n';
+            content += place.first + '\t' + place.second + '\t' + SecondsOf(when) + '\n';
         m_changed = false;
     }
     // Outside the lock: a slow disk holds up no sign-in.

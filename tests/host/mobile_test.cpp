@@ -12,6 +12,7 @@
 namespace host::test {
 namespace {
 
+using support::FakeWebHandler;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -116,6 +117,63 @@ TEST(Mobile, SettingsAreForTheAdminUnderEveryName) {
         EXPECT_NE(rig.Get(path, std::string(Rig::kPhone)).status, 200U) << path;
         EXPECT_TRUE(rig.handler->Requested().empty()) << path;
     }
+}
+
+// What a browser sends reaches the component as a phone's own bytes do, and no faster than it asks for them.
+TEST(Mobile, ABrowserKeepsToTheGrantsOfAPhone) {
+    Rig rig(LongLimits(), false);
+    rig.AddCamera("yard");
+    rig.authenticator.SetCameras({{"yard", "320x240", "p\xC3\xA4ss"}});
+    Page page(rig.Port(),
+              "Origin: http://localhost\r\nCookie: morrow-phone-plain-0=" +
+                  rig.phones.Begin("yard", false, {"a"}) + "\r\n",
+              "/phone/socket");
+    ASSERT_EQ(page.reply.status, 101U);
+    // The texts up to the one that has this in it.
+    const auto until = [&page](std::string_view part) {
+        std::string heard;
+        while (heard.find(part) == std::string::npos) {
+            const auto text = page.ReadNext(1);
+            if (!text)
+                break;
+            heard += *text;
+        }
+        return heard;
+    };
+    const auto nothingNew = [&] {
+        page.Say(R"({"type":"ping","at":5})");
+        return until("pong") == R"({"type":"pong","at":5.0})";
+    };
+    const auto show = [&page](char number) { return page.Say(std::string{0, 0, 0, number, 'j', number}, 2); };
+    page.Say(R"({"type":"state","state":"running","facing":"user","width":1,"height":1,"rate":1})");
+    EXPECT_EQ(until("watched"), R"({"type":"watched","watched":false})");
+    ASSERT_EQ(rig.handler->Processed().size(), 1U);
+    const FakeWebHandler::Call call = rig.handler->Processed()[0];
+    EXPECT_EQ(call.path, "mobile/video/yard");
+    EXPECT_EQ(call.codePage, platform::kCodePageUtf8);
+    const auto identity = rig.authenticator.Identify(call.head);
+    EXPECT_TRUE(identity && identity->login == "yard");
+    std::string opening(133, '\0');
+    opening.replace(67, 5, "p\xC3\xA4ss");
+    EXPECT_EQ(FakeWebHandler::Read(call.socket, opening.size()), opening);
+    const auto grant = [&call](char count) { return platform::send(call.socket, &count, 1, 0) == 1; };
+    const auto frame = [&call] { return FakeWebHandler::Read(call.socket, 5); };
+    EXPECT_TRUE(show(1) && nothingNew());
+    EXPECT_TRUE(grant(0) && nothingNew()) << "that was the answer to the password";
+    EXPECT_TRUE(grant(1));
+    EXPECT_EQ(until("ack"), R"({"type":"ready","camera":"yard"}{"type":"ack","number":1})");
+    EXPECT_EQ(frame(), std::string("\4\2\0j\1", 5));
+    EXPECT_TRUE(show(2) && show(3) && nothingNew());
+    EXPECT_TRUE(grant(1));
+    EXPECT_EQ(until("ack"), R"({"type":"ack","number":2})");
+    EXPECT_EQ(frame(), std::string("\4\2\0j\2", 5));
+    // Somebody looks.
+    (void)rig.feeds->Find("yard")->Newest();
+    EXPECT_EQ(until("watched"), R"({"type":"watched","watched":true})");
+    EXPECT_TRUE(show(4) && nothingNew());
+    EXPECT_TRUE(show(5)); // one more than may be without an answer
+    EXPECT_EQ(page.ReadNext(8).value_or("").substr(0, 2), "\x03\xF0"); // 1008
+    EXPECT_EQ(FakeWebHandler::Read(call.socket, 1), "") << "the upload ends with the page";
 }
 
 } // namespace

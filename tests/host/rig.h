@@ -150,12 +150,17 @@ public:
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
           sessions(folder.File("sessions"),
                    [this](const Sessions::Owner& owner) { return authenticator.DigestOf(owner); }),
+          phones(folder.File("phones"),
+                 [this](const std::string& camera) {
+                     return authenticator.DigestOf({camera, true});
+                 }),
           sources(std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter)),
           site(SiteParts{.feeds = *feeds,
                          .sources = *sources,
                          .handlers = *hosts,
                          .authenticator = authenticator,
                          .sessions = sessions,
+                         .phones = phones,
                          .settings = settings,
                          .counters = counters,
                          .packers = *packers,
@@ -217,6 +222,7 @@ public:
     Wakeup stop;
     Authenticator authenticator;
     Sessions sessions;
+    Phones phones;
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
     WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(

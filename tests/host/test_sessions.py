@@ -22,22 +22,24 @@ HTML = "Accept: text/html,application/xhtml+xml,application/xml;q=0.9,*/*;q=0.8\
 UPGRADE = "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
 
 
-class Sessions(TlsCase):
+class SignInCase(TlsCase):
+    """Requests of a browser whose page is one of localhost."""
+
     def connect_clear(self, host):
         plain = socket.create_connection(("127.0.0.1", host.port), timeout=20)
         self.addCleanup(plain.close)
         return plain
 
     def ask(self, host, target, lines="", method="GET", form=None, secure=True):
-        """Status, headers by name, body; the page is one of localhost."""
-        body = "" if form is None else urllib.parse.urlencode(form)
+        """Status, headers by name, body; `form` has fields, or bytes as they are."""
+        body = b"" if form is None else form if isinstance(form, bytes) else urllib.parse.urlencode(form).encode()
         head = f"{method} {target} HTTP/1.1\r\nHost: localhost:{host.port}\r\n{lines}"
         if "Upgrade" not in lines:
             head += "Connection: close\r\n"
         if form is not None:
             head += f"Content-Type: application/x-www-form-urlencoded\r\nContent-Length: {len(body)}\r\n"
         with self.connect(host, name="localhost") if secure else self.connect_clear(host) as connection:
-            connection.sendall((head + "\r\n" + body).encode())
+            connection.sendall((head + "\r\n").encode() + body)
             status, head, content = read_answer(connection)
         return status, dict(re.findall(r"\r\n([^:]+): ([^\r]*)", head)), content
 
@@ -57,6 +59,8 @@ class Sessions(TlsCase):
         subprocess.run([test_tls.options.host, "--data", self.path("data"), "--add-user", name, "--kind", kind], input=password + "\n",
                        text=True, check=True, stdout=subprocess.DEVNULL, timeout=60)
 
+
+class Sessions(SignInCase):
     def test_the_cookie_is_what_it_should_be_and_nothing_else_is_one(self):
         host = self.start()
         self.add_user("vera", "viewer", "long enough")

@@ -23,9 +23,10 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
-HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html"}
+HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
+               "host/bridge"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("account", "links", "live", "mobile", "monitor", "settings", "tiny", "trust", "view")
+    f"host/site/{subject}" for subject in ("account", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
 }
 TABLE = {
     "platform": set(),
@@ -63,6 +64,8 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
     "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
+    # A phone played towards the component.
+    "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/component"},
     # Pages as such: files that the program carries, pages without script, and their texts.
     "host/html": {"platform", "host/base", "host/http"},
     # One subject a room; they do not include each other.
@@ -82,7 +85,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/http", "host/feed", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/http", "host/feed", "host/bridge", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},

@@ -8,19 +8,6 @@
 namespace host {
 namespace {
 
-// Each value of that name in a Cookie line.
-template <class Take>
-void EachCookie(std::string_view line, std::string_view name, Take take) {
-    while (!line.empty()) {
-        const std::string_view pair = Trimmed(line.substr(0, line.find(';')));
-        line.remove_prefix(std::min(
-            line.size(), line.find(';') == std::string_view::npos ? line.size() : line.find(';') + 1));
-        const auto sign = pair.find('=');
-        if (sign != std::string_view::npos && pair.substr(0, sign) == name)
-            take(pair.substr(sign + 1));
-    }
-}
-
 Answer Redirect(std::string_view to) {
     Answer answer = Answer::Text(303, "Go on there.");
     answer.headers["Location"] = to;
@@ -92,43 +79,6 @@ Answer Throttled(Answer form, std::chrono::seconds retryAfter) {
 }
 
 } // namespace
-
-std::string SessionCookie::Name(bool secure) const {
-    return (secure ? "__Host-morrow-" : "morrow-plain-") + std::to_string(port);
-}
-
-std::string_view SessionCookie::In(const Request& request) const {
-    std::string_view id;
-    int count = 0;
-    EachCookie(request.Field("Cookie"), Name(request.secure), [&](std::string_view value) {
-        id = value;
-        ++count;
-    });
-    // Somebody who can set one beside it, for a part of the paths, would choose whose session this is.
-    return count == 1 ? id : std::string_view();
-}
-
-bool SessionCookie::IsIn(const Request& request) const {
-    bool there = false;
-    EachCookie(request.Field("Cookie"), Name(request.secure), [&](std::string_view) { there = true; });
-    return there;
-}
-
-std::string SessionCookie::Line(const Request& request, std::string_view id) const {
-    const auto longest = id.empty() ? std::chrono::seconds(0) : std::chrono::seconds(Sessions::kLongest);
-    return Name(request.secure) + "=" + std::string(id) +
-           "; Path=/; Max-Age=" + std::to_string(longest.count()) + (request.secure ? "; Secure" : "") +
-           "; HttpOnly; SameSite=Lax";
-}
-
-std::optional<std::string> FormValue(std::string_view form, std::string_view name) {
-    std::string value(QueryParameter(form, name));
-    for (char& c : value) {
-        if (c == '+')
-            c = ' ';
-    }
-    return PercentDecode(value);
-}
 
 Answer AccountPages::SignInPage(const Request& request, std::string_view to) const {
     return SignInForm(kForPages, LanguageOf(request.Field("Accept-Language"), language), to, 200,

@@ -1,7 +1,6 @@
 // Signing in with a browser, signing out, and changing one's password.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -11,28 +10,10 @@
 #include "host/http/answer.h"
 #include "host/http/request.h"
 #include "host/users/authenticator.h"
+#include "host/users/session_cookie.h"
 #include "host/users/sessions.h"
 
 namespace host {
-
-// A browser's cookie with a session's number. Under TLS it has another name than in clear, and each is read
-// on its own way only: what was heard in clear is good for nothing under TLS.
-struct SessionCookie {
-    std::uint16_t port = 0; // of this server: browsers share cookies among the ports of a name
-
-    // The number; empty without one, or with several.
-    [[nodiscard]] std::string_view In(const Request& request) const;
-    [[nodiscard]] bool IsIn(const Request& request) const; // whatever it holds
-    // The line that sets it; with an empty number, that removes it.
-    [[nodiscard]] std::string Line(const Request& request, std::string_view id) const;
-
-private:
-    [[nodiscard]] std::string Name(bool secure) const;
-};
-
-// A parameter of a form (application/x-www-form-urlencoded), undone; nothing where it is missing or is no
-// text.
-std::optional<std::string> FormValue(std::string_view form, std::string_view name);
 
 struct AccountPages {
     Authenticator& authenticator;

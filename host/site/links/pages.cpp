@@ -83,6 +83,14 @@ Answer LinkPages::Revoke(std::string_view token) const {
     return Unstored(Answer::Text(200, "The link is no longer good."));
 }
 
+std::optional<std::string> LinkPages::Spend(std::string_view token) const {
+    auto delivery = m_links->Use(token);
+    if (!delivery || !m_authenticator.CameraPassword(delivery->Camera()))
+        return std::nullopt;
+    delivery->Done();
+    return delivery->Camera();
+}
+
 // The component's answer to a phone that would sign in as the camera.
 Answer LinkPages::ContentFor(const LinkTable::Link& link, std::string_view file, const Request& asked) const {
     const auto password = m_authenticator.CameraPassword(link.camera);

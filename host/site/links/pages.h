@@ -46,6 +46,9 @@ public:
 
     [[nodiscard]] Answer Make(const Request& request) const;
     [[nodiscard]] Answer Revoke(std::string_view token) const;
+    // The camera of a link whose phone is a browser: it is good for no other one then. Nothing for a link
+    // that is no longer good, or is being used.
+    [[nodiscard]] std::optional<std::string> Spend(std::string_view token) const;
     // `rest` is what stands behind "/get/". Needs no sign-in but the token.
     [[nodiscard]] LinkReply Use(const Request& request, std::string_view rest) const;
 

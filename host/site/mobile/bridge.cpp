@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 #include <optional>
-#include <system_error>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -121,21 +120,13 @@ private:
 
 } // namespace
 
-Bridge::Bridge() {
-    int ends[2] = {-1, -1};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0)
-        throw std::system_error(errno, std::generic_category(), "socketpair");
-    m_inner = Descriptor(ends[0]);
-    m_outer = Descriptor(ends[1]);
-}
-
 void Bridge::Feed(std::string_view bytes) noexcept {
-    (void)::send(m_outer.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    (void)::send(m_pair.outer.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void Bridge::Carry(Stream& phone, const Wakeup& stop, std::chrono::milliseconds stall) {
-    m_inner.Close();
-    Stream component(std::move(m_outer));
+    m_pair.inner.Close();
+    Stream component(std::move(m_pair.outer));
     Carrier(phone, component, stop, stall).Run();
     // What is left of the two ends here, so that neither side waits for the other one.
     phone.EndSending();

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "host/base/wait.h"
+#include "host/bridge/socket_pair.h"
 #include "host/http/stream.h"
 
 namespace host {
@@ -12,10 +13,8 @@ namespace host {
 // the phone.
 class Bridge {
 public:
-    Bridge(); // throws std::system_error
-
     // The component's end.
-    [[nodiscard]] Descriptor& Inner() noexcept { return m_inner; }
+    [[nodiscard]] Descriptor& Inner() noexcept { return m_pair.inner; }
     // A few bytes of the phone's that were read before; they have room in the socket.
     void Feed(std::string_view bytes) noexcept;
     // Until one of the two sides has ended and the other one has got what was on its way, or takes nothing
@@ -23,8 +22,7 @@ public:
     void Carry(Stream& phone, const Wakeup& stop, std::chrono::milliseconds stall);
 
 private:
-    Descriptor m_inner;
-    Descriptor m_outer;
+    SocketPair m_pair; // throws std::system_error
 };
 
 } // namespace host

@@ -9,14 +9,12 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
-#include "host/feed/phone_session.h"
+#include "host/bridge/intake.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
 #include "host/site/mobile/bridge.h"
 #include "host/site/mobile/pages.h"
 #include "host/users/password.h"
-#include "platform/scope.h"
-#include "platform/socket.h"
 #include "platform/status.h"
 #include "platform/text.h"
 
@@ -96,14 +94,6 @@ void DenyRecord(Stream& stream, const std::string& camera, const Wakeup& stop) {
     FinishSending(stream, stop);
 }
 
-// The component compares a phone's password in this thread's code page, by default that of the server's
-// language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,
-// whatever language the server speaks.
-auto UseUtf8() {
-    (void)platform::SetThreadCodePage(platform::kCodePageUtf8);
-    return platform::AtScopeEnd([] { (void)platform::SetThreadCodePage(0); });
-}
-
 class HandingOver {
 public:
     HandingOver(Stream& stream, const Request& request, const SignIn& signIn, IWebHandler& handler,
@@ -134,7 +124,7 @@ public:
         auto attempt = m_pages.authenticator.AwaitRecordTurn(m_name, m_request.peer);
         if (!attempt)
             return Refuse(Refusal::Throttled, 429, "Too many wrong passwords.", "too many wrong passwords");
-        const auto utf8 = UseUtf8();
+        const Utf8Scope utf8;
         const auto stored = m_pages.authenticator.StoredCameraPassword(m_name);
         const bool receiving = m_pages.feeds.IsReceiving(m_name);
         if (receiving && stored && !IsRightRecord(record, *stored)) {
@@ -147,7 +137,8 @@ public:
         const HRESULT hr = Process(SessionKind::Upload, nullptr);
         if (SUCCEEDED(hr)) {
             attempt->Right();
-            Welcome(receiving);
+            (void)WelcomePhone(m_pages.feeds, m_name, m_request.arrived, m_request.peer.text, Subject(),
+                               receiving);
         } else if (hr == E_ACCESSDENIED) {
             CountDenied(stored ? "wrong password" : "no such camera");
         } else {
@@ -161,7 +152,7 @@ public:
         BoundSends(m_stream.Fd(), m_pages.limits.writeStall);
         if (m_bridge)
             BoundSends(m_bridge->Inner().Get(), m_pages.limits.writeStall);
-        const auto utf8 = UseUtf8();
+        const Utf8Scope utf8;
         if (FAILED(Process(SessionKind::View, std::move(place))))
             m_pages.counters.Refuse(Refusal::ViewDenied);
         return std::nullopt;
@@ -189,30 +180,14 @@ private:
 
     HRESULT Process(SessionKind kind, Shares::Share place) {
         WatchPeer(m_stream.Fd());
-        const platform::Bstr head(platform::ToWide(m_request.head));
-        const SOCKET handle =
-            platform::AdoptSocket((m_bridge ? m_bridge->Inner() : m_stream.Socket()).Release());
         m_handedOver = true;
-        if (handle == INVALID_SOCKET)
-            return E_FAIL;
-        const platform::ActivityScope scope(
-            std::make_shared<PhoneSession>(Subject(), handle, std::move(place)));
-        const HRESULT hr = m_handler.Process(m_path.c_str(), handle, head.Get());
-        if (SUCCEEDED(hr))
-            m_pages.counters.Begin(kind);
-        else
-            (void)platform::closesocket(handle); // harmless when the component has closed it
-        return hr;
-    }
-
-    void Welcome(bool replaces) {
-        const FeedPtr feed = m_pages.feeds.Find(m_name.substr(0, m_name.find('?')));
-        const std::string before =
-            feed ? feed->SessionBegan(m_request.arrived, m_request.peer.text) : std::string();
-        if (!replaces)
-            return;
-        const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
-        Console::Get().Log("mobile", "takes the place of the phone at " + before);
+        return HandToComponent({.kind = kind,
+                                .path = m_path,
+                                .head = m_request.head,
+                                .socket = std::move(m_bridge ? m_bridge->Inner() : m_stream.Socket()),
+                                .subject = Subject(),
+                                .place = std::move(place)},
+                               m_handler, m_pages.counters);
     }
 
     void CountDenied(std::string_view reason) {
