@@ -137,6 +137,12 @@ Answer PhonePages::Page(const Request& request) const {
 Answer PhonePages::Manifest(const Request& request) const {
     const auto phone = PhoneOf(request);
     const std::string name = phone ? phone->camera : "Morrowstream";
+    const auto icon = [](std::string_view file, std::string_view sizes, std::string_view purpose) {
+        return Json{{"src", "/assets/" + std::string(file)},
+                    {"sizes", sizes},
+                    {"type", file.ends_with(".svg") ? "image/svg+xml" : "image/png"},
+                    {"purpose", purpose}};
+    };
     Answer answer = Answer::Json(
         200, {{"id", "/phone"},
               {"name", name},
@@ -147,13 +153,9 @@ Answer PhonePages::Manifest(const Request& request) const {
               {"background_color", "#0f1314"},
               {"theme_color", "#0f6b66"},
               {"icons",
-               {{{"src", "/assets/phone/icon.svg"}, {"sizes", "any"}, {"type", "image/svg+xml"}},
-                {{"src", "/assets/phone/icon-192.png"}, {"sizes", "192x192"}, {"type", "image/png"}},
-                {{"src", "/assets/phone/icon-512.png"}, {"sizes", "512x512"}, {"type", "image/png"}},
-                {{"src", "/assets/phone/icon-maskable.png"},
-                 {"sizes", "512x512"},
-                 {"type", "image/png"},
-                 {"purpose", "maskable"}}}}});
+               {icon("shared/icon.svg", "any", "any"), icon("phone/icon-192.png", "192x192", "any"),
+                icon("phone/icon-512.png", "512x512", "any"),
+                icon("phone/icon-maskable.png", "512x512", "maskable")}}});
     answer.type = "application/manifest+json";
     return answer;
 }
