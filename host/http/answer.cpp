@@ -18,7 +18,7 @@ std::map<std::string, std::string> CommonHeaders() {
             {"Date", HttpDate()},
             {"Cross-Origin-Resource-Policy", "same-origin"},
             {"X-Content-Type-Options", "nosniff"},
-            {"Referrer-Policy", "no-referrer"},
+            {"Referrer-Policy", "same-origin"},
             {"Content-Security-Policy", "default-src 'self'; img-src 'self' blob: data:; "
                                         "object-src 'none'; base-uri 'none'; form-action 'self'; "
                                         "frame-ancestors 'self'"}};

@@ -63,7 +63,7 @@ TEST(Links, AnArchiveWithTheCamerasSignInOnce) {
     EXPECT_EQ(page.status, 200U) << "a phone has no sign-in and reaches the host under any name";
     EXPECT_THAT(page.body, HasSubstr("href=\"" + base + "/Sendora.jar\""));
     EXPECT_EQ(page.Header("Cache-Control"), "no-store");
-    EXPECT_EQ(page.Header("Referrer-Policy"), "no-referrer");
+    EXPECT_EQ(page.Header("Referrer-Policy"), "same-origin");
     EXPECT_EQ(rig.Get(base + "/other").status, 404U);
     const std::string archive = base + "/Sendora.jar HTTP/1.1\r\nHost: localhost\r\n\r\n";
     EXPECT_EQ(rig.Ask("HEAD " + archive, true).status, 200U);
