@@ -33,7 +33,8 @@ def tool(name):
 
 
 class Browser:
-    def __init__(self, profile, screenshots, width=1280, height=800, arguments=()):
+    def __init__(self, profile, screenshots, width=1280, height=800, arguments=(), home=None):
+        """`home` is a folder of its own, for the authorities that are trusted there."""
         options = Options()
         options.binary_location = tool("chromium")
         for argument in (*ARGUMENTS, *arguments):
@@ -42,7 +43,8 @@ class Browser:
             options.add_argument("--no-sandbox")
         options.add_argument(f"--user-data-dir={profile}")
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
-        self.driver = webdriver.Chrome(service=Service(tool("chromedriver")), options=options)
+        environment = {**os.environ, **({} if home is None else {"HOME": home})}
+        self.driver = webdriver.Chrome(service=Service(tool("chromedriver"), env=environment), options=options)
         self.driver.set_script_timeout(WAIT_SECONDS)
         self.screenshots = screenshots
         self.signed_in = None
@@ -84,6 +86,16 @@ class Browser:
             "name": name, "value": value, "url": origin, "httpOnly": True, "sameSite": "Lax",
         })
         self.signed_in = who
+
+    def sign_in_by_form(self, origin, password):
+        """The administrator, as a person does it; ends on the live page."""
+        self.driver.get(f"{origin}/sign-in")
+        self.run("""
+            document.querySelector("[name=name]").value = "admin";
+            document.querySelector("[name=password]").value = arguments[0];
+            document.querySelector("form").submit();
+        """, password)
+        self.wait("the live page", lambda: len(self.tiles()) > 0)
 
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)

@@ -271,12 +271,14 @@ function render() {
     if (state !== null) {
         const now = hostNow();
         const connected = lossReason === null;
-        const offersPhone = connected && may.includes("links");
+        const offers = {
+            phone: connected && may.includes("links"), control: connected && may.includes("settings"),
+        };
         for (const tile of tiles.values()) {
-            tile.render(tile.camera, now, connected, offersPhone);
+            tile.render(tile.camera, now, connected, offers);
         }
         if (large.camera !== null) {
-            large.render(large.camera, now, connected, offersPhone);
+            large.render(large.camera, now, connected, offers);
         }
         filterTiles(now, connected);
         setText(page.summary, connected ? summary(now) : "");

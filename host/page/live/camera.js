@@ -4,6 +4,7 @@
 //   live     its phone is connected and the picture on the screen is fresh
 //   stalled  its phone is connected, but the picture on the screen is old
 //   waiting  no picture has come yet: no phone was ever here, or one has just connected
+//   paused   its phone is a browser that shows something else now, or is locked or in a call
 //   offline  its phone is gone
 //   lost     the page has no connection to the host, so nothing can be said
 
@@ -63,6 +64,9 @@ export class Camera {
         if (!connectedToHost) {
             return { state: "lost", word: text("lost"), title: text("lossTitle"), detail: last || text("tryingAgain") };
         }
+        if (this.browserPhone?.state === "paused") {
+            return { state: "paused", word: text("paused"), title: text("phonePaused"), detail: last };
+        }
         if (!this.info.connected) {
             if (!this.hadPhone) {
                 return { state: "waiting", word: text("waiting"), title: text("noPhoneYet"), detail: "" };
@@ -82,6 +86,11 @@ export class Camera {
             return { state: "stalled", word: text("connected"), title: text("waitingForNext"), detail: "" };
         }
         return { state: "live", word: text("live"), title: "", detail: "" };
+    }
+
+    // What a phone that is a browser reports of itself; null for any other, and for none.
+    get browserPhone() {
+        return this.info.phone ?? null;
     }
 
     // True while the tile is to say how a phone is connected.

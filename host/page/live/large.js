@@ -3,6 +3,7 @@
 
 import { text } from "../shared/words.js";
 import { CameraView, setHidden, setText } from "../shared/view.js";
+import { RemoteControl } from "./remote.js";
 
 function nameInAddress() {
     try {
@@ -15,6 +16,7 @@ function nameInAddress() {
 export class LargeView extends CameraView {
     #tiles; // Map of name to Tile, in the order of the wall; owned by the page
     #tile = null;
+    #remote = new RemoteControl(this.parts.remote);
     #opened = false; // the entry in the history is of our making
     #changed; // told after the view has opened, turned to another camera, or closed
 
@@ -83,9 +85,10 @@ export class LargeView extends CameraView {
         }
     }
 
-    render(camera, hostNow, connectedToHost, offersPhone) {
-        super.render(camera, hostNow, connectedToHost, offersPhone);
-        setHidden(this.parts.phone, !offersPhone || !this.parts.connect.hidden);
+    render(camera, hostNow, connectedToHost, offers) {
+        super.render(camera, hostNow, connectedToHost, offers);
+        this.#remote.render(camera.name, offers.control ? camera.browserPhone : null);
+        setHidden(this.parts.phone, !offers.phone || !this.parts.connect.hidden);
         const { frames, failed } = camera.info;
         setText(this.parts.total, failed > 0 ? text("undecodable", frames, failed) : `${frames}`);
         const alone = this.#tiles.size < 2;

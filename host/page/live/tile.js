@@ -2,11 +2,13 @@
 
 import { text } from "../shared/words.js";
 import { CameraView, setHidden } from "../shared/view.js";
+import { RemoteControl } from "./remote.js";
 
 const template = document.getElementById("tile-template");
 
 export class Tile extends CameraView {
     #latest = null; // the picture being decoded
+    #remote = new RemoteControl(this.parts.remote);
     isSmall = false; // shows no stage
 
     constructor(camera, { openLarge, connectPhone }) {
@@ -22,10 +24,11 @@ export class Tile extends CameraView {
         }
     }
 
-    render(camera, hostNow, connectedToHost, offersPhone) {
-        super.render(camera, hostNow, connectedToHost, offersPhone);
+    render(camera, hostNow, connectedToHost, offers) {
+        super.render(camera, hostNow, connectedToHost, offers);
+        this.#remote.render(camera.name, offers.control ? camera.browserPhone : null);
         // Where the notice has the button, one is enough.
-        setHidden(this.parts.phone, !offersPhone || (!this.parts.connect.hidden && !this.isSmall));
+        setHidden(this.parts.phone, !offers.phone || (!this.parts.connect.hidden && !this.isSmall));
     }
 
     // Resolves to true when the picture is on the canvas, to false when it is none or a newer one overtook it.

@@ -2,10 +2,13 @@
 
 import { Awake } from "./awake.js";
 import { PhoneCamera, obstacle } from "./camera.js";
+import { darken, lighten } from "./dark.js";
 import { Link } from "./link.js";
+import { ofPhone, ofTab, recall, remember } from "./memory.js";
+import { hideMessage, showMessage } from "./message.js";
 import { Sender } from "./sender.js";
 import { codeInAddress, forgetCode, leave, pairByCode, pairByName, readSession } from "./session.js";
-import { copyText, sizeText } from "../shared/text.js";
+import { sizeText } from "../shared/text.js";
 import { setHidden, setText } from "../shared/view.js";
 import { text, translatePage } from "../shared/words.js";
 
@@ -18,33 +21,14 @@ const INSIDE_APP = /FBAN|FBAV|Instagram|\bLine\/|MicroMessenger|Snapchat|musical
 
 const page = {};
 for (const id of [
-    "phone-page", "title", "state", "message", "message-title", "message-detail", "copy", "secure", "pair", "pair-button",
-    "no-camera", "sign-in", "sign-in-button", "login", "password", "camera", "preview", "notice", "notice-title",
-    "notice-detail", "now-sent", "sent", "in-an-hour", "size", "rate", "hint", "flip", "torch", "dark", "start", "leave",
-    "dark-screen",
+    "phone-page", "title", "state", "pair", "pair-button", "no-camera", "sign-in", "sign-in-button", "login", "password",
+    "camera", "preview", "notice", "notice-title", "notice-detail", "now-sent", "sent", "in-an-hour", "size", "rate", "hint",
+    "flip", "torch", "dark", "start", "leave",
 ]) {
     page[id] = document.getElementById(id);
 }
 
-// --- What is remembered ----------------------------------------------------------------------------------------------
-
-function recall(storage, key) {
-    try {
-        return JSON.parse(storage.getItem(key));
-    } catch {
-        return null; // no storage for this page, or something else in it
-    }
-}
-
-function remember(storage, key, value) {
-    try {
-        storage.setItem(key, JSON.stringify(value));
-    } catch {
-        // It holds for this visit, then.
-    }
-}
-
-const choices = { ...USUAL, ...recall(localStorage, CHOICES_KEY) };
+const choices = { ...USUAL, ...recall(ofPhone, CHOICES_KEY) };
 const isOneOf = (select, value) => [...select.options].some((option) => option.value === String(value));
 
 // --- The parts -------------------------------------------------------------------------------------------------------
@@ -74,6 +58,7 @@ const link = new Link({
     onGone() {
         stopCamera();
         cameraName = null;
+        render();
         showMessage("gone");
     },
 });
@@ -145,8 +130,8 @@ async function start() {
     try {
         await camera.open(choices.facing, wantedSize());
     } catch (error) {
-        stopCamera();
         busy = false;
+        stopCamera();
         showMessage(error.reason === "noPermission" && INSIDE_APP.test(navigator.userAgent) ? "insideApp" : error.reason);
         return;
     }
@@ -154,7 +139,7 @@ async function start() {
     if (!started) {
         return; // stopped while the permission was asked for
     }
-    remember(sessionStorage, RUNNING_KEY, true);
+    remember(ofTab, RUNNING_KEY, true);
     awake.want(true);
     reported = stateNow();
     link.start(reported);
@@ -167,8 +152,8 @@ function stopCamera() {
     link.stop(stateNow("stopped"));
     camera.close();
     awake.want(false);
-    remember(sessionStorage, RUNNING_KEY, false);
-    leaveDark();
+    remember(ofTab, RUNNING_KEY, false);
+    lighten();
     changed();
 }
 
@@ -182,7 +167,7 @@ async function turn() {
         return;
     }
     choices.facing = camera.facing;
-    remember(localStorage, CHOICES_KEY, choices);
+    remember(ofPhone, CHOICES_KEY, choices);
     changed();
 }
 
@@ -191,7 +176,7 @@ async function choose({ size = choices.size, rate = choices.rate }) {
     Object.assign(choices, { size, rate });
     page.size.value = size;
     page.rate.value = rate;
-    remember(localStorage, CHOICES_KEY, choices);
+    remember(ofPhone, CHOICES_KEY, choices);
     sender.wish(size, rate);
     if (other && started) {
         await camera.resize(wantedSize()).catch(() => {}); // with what the camera gives, then
@@ -255,6 +240,7 @@ page["pair-button"].addEventListener("click", async () => {
         code = null;
         forgetCode();
     }
+    render();
     showMessage(REFUSED[answer.status] ?? "silent");
 });
 
@@ -270,6 +256,7 @@ page["sign-in"].addEventListener("submit", async (event) => {
         take(answer);
         page.title.focus();
     } else {
+        render();
         showMessage(answer.status === 403 ? "wrongPassword" : REFUSED[answer.status] ?? "silent");
     }
 });
@@ -290,46 +277,6 @@ page.leave.addEventListener("click", async () => {
 
 // --- On the screen ---------------------------------------------------------------------------------------------------------------
 
-let shownMessage = null;
-
-function showMessage(key) {
-    shownMessage = key;
-    render();
-}
-
-function hideMessage() {
-    shownMessage = null;
-    render();
-}
-
-function renderMessage() {
-    setHidden(page.message, shownMessage === null);
-    if (shownMessage === null) {
-        return;
-    }
-    const { title, detail } = MESSAGES[shownMessage];
-    setText(page["message-title"], text(title));
-    setText(page["message-detail"], text(detail));
-    setHidden(page.copy, shownMessage !== "insideApp");
-    setHidden(page.secure, shownMessage !== "notSecure");
-    page.secure.href = `https://${location.host}${location.pathname}${location.hash}`;
-}
-
-const MESSAGES = {
-    noPermission: { title: "noPermission", detail: "noPermissionDetail" },
-    cameraBusy: { title: "cameraBusy", detail: "cameraBusyDetail" },
-    noDevice: { title: "noDevice", detail: "noDeviceDetail" },
-    notSecure: { title: "notSecure", detail: "notSecureDetail" },
-    insideApp: { title: "insideApp", detail: "insideAppDetail" },
-    oldBrowser: { title: "oldBrowser", detail: "oldBrowserDetail" },
-    codeUsed: { title: "codeUsed", detail: "codeUsedDetail" },
-    wrongPassword: { title: "wrongPassword", detail: "wrongPasswordDetail" },
-    tooManyTries: { title: "tooManyTries", detail: "tooManyTriesDetail" },
-    silent: { title: "noAnswerTitle", detail: "silentDetail" },
-    replaced: { title: "replaced", detail: "replacedDetail" },
-    gone: { title: "noLongerCamera", detail: "noLongerCameraDetail" },
-};
-
 function render() {
     const paired = cameraName !== null;
     setHidden(page.pair, code === null || started);
@@ -338,7 +285,6 @@ function render() {
     page["pair-button"].disabled = page["sign-in-button"].disabled = busy;
     setText(page.title, cameraName ?? text("phoneAsCamera"));
     document.title = paired ? `${cameraName} – Morrowstream` : `${text("phoneAsCamera")} – Morrowstream`;
-    renderMessage();
     renderState();
     renderControls();
 }
@@ -439,33 +385,7 @@ page.flip.addEventListener("click", turn);
 page.torch.addEventListener("click", () => light(camera.torch !== true));
 page.size.addEventListener("change", () => choose({ size: page.size.value }));
 page.rate.addEventListener("change", () => choose({ rate: Number(page.rate.value) }));
-page.copy.addEventListener("click", async () => {
-    setText(page.copy, text((await copyText(location.href)) ? "copied" : "notCopied"));
-    setTimeout(() => setText(page.copy, text("copyAddress")), 2000);
-});
-
-page.dark.addEventListener("click", () => {
-    setHidden(page["dark-screen"], false);
-    document.querySelector("main").inert = true;
-    page["dark-screen"].focus();
-    // Not everywhere, and not needed.
-    document.documentElement.requestFullscreen?.().catch(() => {});
-});
-
-function leaveDark() {
-    if (page["dark-screen"].hidden) {
-        return;
-    }
-    setHidden(page["dark-screen"], true);
-    document.querySelector("main").inert = false;
-    if (document.fullscreenElement) {
-        document.exitFullscreen().catch(() => {});
-    }
-    page.dark.focus();
-}
-
-page["dark-screen"].addEventListener("click", leaveDark);
-addEventListener("keydown", (event) => event.key === "Escape" && leaveDark());
+page.dark.addEventListener("click", darken);
 
 // --- What happens to a phone ---------------------------------------------------------------------------------------------------------
 
@@ -491,6 +411,7 @@ addEventListener("hashchange", () => {
         stopCamera();
     }
     hideMessage();
+    render();
 });
 
 async function begin() {
@@ -506,9 +427,12 @@ async function begin() {
     if (answer.status === 200) {
         cameraName = answer.camera;
     }
-    reason === null ? render() : showMessage(reason);
+    render();
+    if (reason !== null) {
+        showMessage(reason);
+    }
     // The browser ended this page while it was sending, or somebody reloaded it.
-    if (cameraName !== null && code === null && reason === null && recall(sessionStorage, RUNNING_KEY) === true) {
+    if (cameraName !== null && code === null && reason === null && recall(ofTab, RUNNING_KEY) === true) {
         start();
     }
 }

@@ -47,7 +47,7 @@ export function obstacle() {
     if (navigator.mediaDevices?.getUserMedia === undefined) {
         return "insideApp";
     }
-    if (window.OffscreenCanvas === undefined || window.createImageBitmap === undefined) {
+    if (window.OffscreenCanvas === undefined || AbortSignal.timeout === undefined) {
         return "oldBrowser";
     }
     return null;
@@ -117,6 +117,9 @@ export class PhoneCamera {
     }
 
     async turn() {
+        if (!this.several) {
+            return;
+        }
         const { size } = this.#wanted;
         const before = this.#track?.getSettings().deviceId;
         const facing = this.facing === "user" ? "environment" : "user";
@@ -267,6 +270,7 @@ export class PhoneCamera {
             try {
                 await this.#open();
             } catch {
+                this.#device = null; // that camera may be gone
                 if (this.#wanted !== null && this.#track === null) {
                     this.#reopen();
                 }

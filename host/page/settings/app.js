@@ -1,6 +1,7 @@
 // The page of the settings: reads the document from the host, shows it as a form, and brings back what was changed.
 
 import { SettingsForm } from "./form.js";
+import { PhoneList } from "./phones.js";
 import { text, translatePage } from "../shared/words.js";
 import { setDocumentLanguage } from "./text.js";
 
@@ -72,6 +73,13 @@ async function askWithToken(...question) {
         return await ask(...question);
     }
 }
+
+const phones = new PhoneList(document.getElementById("phones"), {
+    read: async () => (await ask("GET", "/phones", { json: true })).content,
+    revoke: (id) => askWithToken("DELETE", `/phones/${encodeURIComponent(id)}`),
+    say,
+    complain: (error) => showBanner(error instanceof HostError ? wordsFor(error) : error.message),
+});
 
 function wordsFor(error) {
     const known = { 0: "noAnswer", 401: "signInAgain", 403: "notAllowedHere", 413: "tooLarge", 503: "notReady" };
@@ -177,6 +185,7 @@ async function load() {
         showLanguages();
         const answer = await ask("GET", "/settings/document");
         showForm(answer.content, answer.version);
+        phones.begin();
         if (!host.written) {
             showBanner(text("notOnDisk"));
         }

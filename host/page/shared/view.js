@@ -48,8 +48,8 @@ export class CameraView {
         this.parts.stream.setAttribute("aria-label", text("streamOf", camera.name));
     }
 
-    // offersPhone: whether who looks may make a phone a camera.
-    render(camera, hostNow, connectedToHost, offersPhone) {
+    // offers: what who looks may do now: `phone`, make a phone a camera; `control`, control one that is.
+    render(camera, hostNow, connectedToHost, offers) {
         const { parts, root } = this;
         const status = camera.status(hostNow, connectedToHost);
         const age = camera.age(hostNow);
@@ -66,7 +66,7 @@ export class CameraView {
         setText(parts.title, status.title);
         setText(parts.detail, status.detail);
         setHidden(parts.detail, status.detail === "");
-        setHidden(parts.connect, !(offersPhone && camera.isFree));
+        setHidden(parts.connect, !(offers.phone && camera.isFree));
         // Without a picture of the past there is nothing to see large, and nothing behind two of the links.
         setHidden(parts.picture, camera.sequence === null);
         setHidden(parts.snapshot, camera.newest === null);

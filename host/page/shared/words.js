@@ -421,7 +421,6 @@ export const WORDS = {
     // The same from the live page
     phonePaused: ["The phone is paused", "El teléfono está en pausa", "Le téléphone est en pause", "Телефон на паузе", "Tālrunis ir pauzēts", "Telefon fasilədədir", "ტელეფონი პაუზაზეა"],
     remoteControl: ["Control the phone of {}", "Controlar el teléfono de {}", "Piloter le téléphone de {}", "Управлять телефоном: {}", "Vadīt tālruni: {}", "{} telefonunu idarə et", "ტელეფონის მართვა: {}"],
-    frontCamera: ["Front camera", "Cámara frontal", "Caméra avant", "Передняя камера", "Priekšējā kamera", "Ön kamera", "წინა მხარის კამერა"],
     notObeyed: ["The phone did not take that.", "El teléfono no lo ha aceptado.", "Le téléphone ne l’a pas fait.", "Телефон этого не выполнил.", "Tālrunis to neizpildīja.", "Telefon bunu etmədi.", "ტელეფონმა ეს არ შეასრულა."],
     // And from the settings
     phonesTitle: ["Phones that are cameras", "Teléfonos que son cámaras", "Téléphones qui sont des caméras", "Телефоны, ставшие камерами", "Tālruņi, kas ir kameras", "Kamera olan telefonlar", "ტელეფონები, რომლებიც კამერებია"],

@@ -1,0 +1,45 @@
+// The card that says in plain words what keeps this phone from being a camera, and what to do.
+
+import { copyText } from "../shared/text.js";
+import { setHidden, setText } from "../shared/view.js";
+import { text } from "../shared/words.js";
+
+const COPIED_MS = 2000;
+
+const MESSAGES = {
+    noPermission: { title: "noPermission", detail: "noPermissionDetail" },
+    cameraBusy: { title: "cameraBusy", detail: "cameraBusyDetail" },
+    noDevice: { title: "noDevice", detail: "noDeviceDetail" },
+    notSecure: { title: "notSecure", detail: "notSecureDetail" },
+    insideApp: { title: "insideApp", detail: "insideAppDetail" },
+    oldBrowser: { title: "oldBrowser", detail: "oldBrowserDetail" },
+    codeUsed: { title: "codeUsed", detail: "codeUsedDetail" },
+    wrongPassword: { title: "wrongPassword", detail: "wrongPasswordDetail" },
+    tooManyTries: { title: "tooManyTries", detail: "tooManyTriesDetail" },
+    silent: { title: "noAnswerTitle", detail: "silentDetail" },
+    replaced: { title: "replaced", detail: "replacedDetail" },
+    gone: { title: "noLongerCamera", detail: "noLongerCameraDetail" },
+};
+
+const [card, title, detail, copy, secure] = ["message", "message-title", "message-detail", "copy", "secure"]
+    .map((id) => document.getElementById(id));
+
+// key: one of the above.
+export function showMessage(key) {
+    setText(title, text(MESSAGES[key].title));
+    setText(detail, text(MESSAGES[key].detail));
+    setHidden(copy, key !== "insideApp");
+    setHidden(secure, key !== "notSecure");
+    secure.href = `https://${location.host}${location.pathname}${location.hash}`;
+    setHidden(card, false);
+}
+
+export function hideMessage() {
+    setHidden(card, true);
+}
+
+// With the code in it, while that is not used up.
+copy.addEventListener("click", async () => {
+    setText(copy, text((await copyText(location.href)) ? "copied" : "notCopied"));
+    setTimeout(() => setText(copy, text("copyAddress")), COPIED_MS);
+});
