@@ -231,9 +231,10 @@ TEST_P(Fallback, ColoursOfSamplesBeyondTheirRange) {
 }
 
 TEST_P(Fallback, RowsPadBytesAndImagesOfAnotherSize) {
-    Engine engine(Encode(GetParam().Sampled()));
-    for (const auto& [eColor, nChannels] : {std::pair{IJL_BGR, 3}, {IJL_G, 1}, {IJL_RGBA_FPX, 4}}) {
-        engine.nWidth = engine.nHeight = 0;
+    const Bytes stream = Encode(GetParam().Sampled());
+    for (const auto& [eColor, nChannels] :
+         {std::pair{IJL_BGR, 3}, {IJL_YCBCR, 3}, {IJL_G, 1}, {IJL_RGBA_FPX, 4}}) {
+        Engine engine(stream);
         const Bytes whole = engine.Whole(eColor, nChannels);
         for (const auto& [w, h] : {std::pair{75, 43}, {10, 9}, {91, 50}}) {
             for (const bool bBottomUp : {false, true}) {
