@@ -279,7 +279,8 @@ void StoreEight(const std::int16_t* pRow, std::uint8_t* p) {
 
 } // namespace
 
-// Three channels that are components as they are: a plane of bytes for each, and one kernel call for the pixels.
+// Three channels that are components as they are: a plane of bytes for each, and one kernel call for the
+// pixels.
 IJLERR CIjlDecoder::WritePlanes(std::int32_t nX, std::int32_t nY, IppiSize part) {
     std::uint8_t aPlanes[3][kMaxMcuWidth * kMaxMcuHeight];
     for (std::int32_t c = 0; c < 3; ++c)
