@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/config/DocumentTexts.h"
@@ -107,15 +108,17 @@ HRESULT CCam::operator<<(IConfigElement* pElement) {
 
 void CCam::OnFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
                    std::uint32_t nBodySize) {
+    // Before the lock, which somebody else may hold: the last byte has just been read.
+    const SArrival oArrival = SArrival::Now();
     // When memory is short the frame is lost and the connection goes on.
     (void)StatusOf([&] {
-        DeliverFrame(pHeader, nHeaderSize, pBody, nBodySize);
+        DeliverFrame(oArrival, pHeader, nHeaderSize, pBody, nBodySize);
         return S_OK;
     });
 }
 
-void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
-                        std::uint32_t nBodySize) {
+void CCam::DeliverFrame(const SArrival& oArrival, const std::uint8_t* pHeader, std::uint32_t nHeaderSize,
+                        const std::uint8_t* pBody, std::uint32_t nBodySize) {
     LOG_AS("CCam::OnFrame");
     const platform::SectionGuard guard(m_cs);
     if (!m_spCamSink)
@@ -135,12 +138,13 @@ void CCam::DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, 
 
     // Header and body, one behind the other, are one JPEG file.
     const std::uint32_t nSize = nHeaderSize + nBodySize;
-    const std::unique_ptr<std::uint8_t[]> hMem(new (std::nothrow) std::uint8_t[nSize]());
+    std::unique_ptr<std::uint8_t[]> hMem(new (std::nothrow) std::uint8_t[nSize]);
     TRASSDO(hMem, return);
     std::memcpy(hMem.get(), pHeader, nHeaderSize);
     std::memcpy(hMem.get() + nHeaderSize, pBody, nBodySize);
 
-    spFrame->Init(hMem.get(), nSize);
+    // The block is not freed behind the call: the frame keeps it (CVideoFrame::Init).
+    spFrame->Init(std::move(hMem), nSize, oArrival);
     hr = spCamSink->OnVideoFrame(spFrame.Get());
     TRASSDO(SUCCEEDED(_ARE(hr)), {});
 }

@@ -15,6 +15,8 @@
 #include "platform/text.h"
 #include "platform/threads.h"
 
+struct SArrival;
+
 // Holds a name, a size class and a password, the one connected sink, and the source that receives the phone's
 // frames. Sink and phone come and go independently: frames that arrive without a sink are read and dropped.
 class CCam : public ICam, public IInfo, public ICamSettings, public CVMSSource, public IConfiguration {
@@ -75,8 +77,8 @@ protected:
                  std::uint32_t nBodySize) override;
 
 private:
-    void DeliverFrame(const std::uint8_t* pHeader, std::uint32_t nHeaderSize, const std::uint8_t* pBody,
-                      std::uint32_t nBodySize);
+    void DeliverFrame(const SArrival& oArrival, const std::uint8_t* pHeader, std::uint32_t nHeaderSize,
+                      const std::uint8_t* pBody, std::uint32_t nBodySize);
     void CountFrame();
 
     platform::CriticalSection m_cs; // guards all that follows, and the making of a frame

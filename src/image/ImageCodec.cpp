@@ -4,6 +4,7 @@
 #include "image/ImageCodec.h"
 
 #include "image/FallbackEngine.h"
+#include "image/StripJpeg.h"
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/jpegenc/JpegEncoder.h"
 #include "image/kernels/Level.h"
@@ -167,6 +168,24 @@ FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize)
         return {};
     block.SetHeader(layout.Header());
     return block;
+}
+
+std::int32_t StripJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pOut,
+                       std::int32_t nOutCapacity, std::int32_t* pnOutSize) noexcept {
+    if (nOutCapacity < kStripJpegExtra || nJpegSize > nOutCapacity - kStripJpegExtra)
+        return ImageMustBeEncoded;
+    try {
+        CJPEGDecoder decoder;
+        if (const std::int32_t nState = StartKernels(); nState < 0)
+            return nState;
+        StreamInfo info;
+        const bool bPrimary =
+            OpenStream(decoder, pJpeg, nJpegSize, info) && (info.IsGrey() || info.IsYCbCr());
+        return bPrimary && CopyPictureSegments(pJpeg, nJpegSize, pOut, pnOutSize) ? ImageOk
+                                                                                  : ImageMustBeEncoded;
+    } catch (...) {
+        return ImageMustBeEncoded;
+    }
 }
 
 namespace {

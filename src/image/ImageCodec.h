@@ -17,6 +17,7 @@ inline constexpr std::int32_t ImageUnreadable =
 inline constexpr std::int32_t ImageEncodeFailed = -2; // the encoder failed
 inline constexpr std::int32_t ImageNoMemory = -4;     // no temporary buffer for a decode into YV12
 inline constexpr std::int32_t ImageBadStride = -5;    // a negative destination stride
+inline constexpr std::int32_t ImageMustBeEncoded = 1; // StripJpeg alone: encode the decoded picture instead
 
 // Above zero until the kernels are started, zero from the first use on. A negative value would be a start-up
 // failure and is what every function below would hand back. Written with the same value by whoever comes
@@ -45,6 +46,21 @@ extern std::atomic<std::int32_t> g_nCodecStartState;
 [[nodiscard]] std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pY,
                                           std::int32_t nYStep, std::uint8_t* pCr, std::int32_t nCrStep,
                                           std::uint8_t* pCb, std::int32_t nCbStep) noexcept;
+
+// Makes of a stream that a stranger sent, and that DecodeToFrameBlock has taken, the one that may be passed
+// on: the same picture for everybody, and nothing besides. Copied byte for byte are DQT, DHT, SOF, DRI and
+// SOS segments and the entropy-coded data up to the marker that ends it; of JFIF (APP0) and Adobe (APP14)
+// segments their fields of 14 and 12 bytes, without thumbnails. All other segments are left out (Exif, with
+// the place where the picture was taken and its orientation; colour profiles; comments), so is what lies
+// between segments and behind EOI. What is hidden inside entropy-coded data, behind its last coefficient or
+// in it, is not looked for.
+//
+// The result decodes here to the same block. ImageMustBeEncoded, with nothing written to *pnOutSize, comes
+// back for a stream of 16-bit quantisers, for one that only the second engine takes, for one that other
+// decoders could take for another picture than this one does (two passes, tables or scans that are not by the
+// letter, restarts that are missing), and for a capacity below nJpegSize + 2.
+[[nodiscard]] std::int32_t StripJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pOut,
+                                     std::int32_t nOutCapacity, std::int32_t* pnOutSize) noexcept;
 
 // Encoding: baseline streams of at most nOutCapacity bytes with the standard tables for nQuality, 1 to 100,
 // without restart markers. *pnOutSize is written on success alone. Every failure, also a picture that does

@@ -7,7 +7,7 @@
 // Implemented by the host. Called on the thread that receives the phone's frames, with the camera's lock
 // held: a sink may call Disconnect on the same thread, and must not wait for another thread that wants this
 // camera. The phone is not read while the sink works. A sink that keeps the frame takes a reference of its
-// own.
+// own. The frame also answers for IReceivedPicture: a sink that holds it need copy nothing.
 struct ICamSink : IUnknown {
     static constexpr GUID iid{0xBE95BBC7, 0xE95F, 0x4BE9, {0x9E, 0x06, 0xFA, 0x73, 0xDB, 0x8F, 0x4F, 0x60}};
 

@@ -23,12 +23,29 @@ namespace {
 
 using namespace support;
 
-platform::ComPtr<CVideoFrame> Decode(std::string_view jpeg) {
+platform::ComPtr<CVideoFrame> Decode(std::string_view jpeg, const SArrival& arrival = {}) {
     auto frame = CVideoFrame::Create();
-    EXPECT_EQ(S_OK, frame->Init(reinterpret_cast<const std::uint8_t*>(jpeg.data()),
-                                static_cast<std::uint32_t>(jpeg.size())));
+    auto bytes = std::make_unique<std::uint8_t[]>(jpeg.size());
+    std::memcpy(bytes.get(), jpeg.data(), jpeg.size());
+    EXPECT_EQ(S_OK, frame->Init(std::move(bytes), static_cast<std::uint32_t>(jpeg.size()), arrival));
     return frame;
 }
+
+// What a frame lends: its file, its block (empty if it has none) and its time of arrival.
+struct Lent {
+    explicit Lent(const platform::ComPtr<IVideoFrame>& frame) {
+        const auto picture = frame.Query<IReceivedPicture>();
+        const std::uint8_t* bytes = nullptr;
+        std::uint32_t size = 0;
+        EXPECT_EQ(S_OK, picture->GetFile(&bytes, &size));
+        file.assign(bytes, bytes + size);
+        if (SUCCEEDED(picture->GetFrameBlock(&bytes, &size)))
+            block.assign(bytes, bytes + size);
+        EXPECT_EQ(S_OK, picture->GetArrival(&monotonic, &utc));
+    }
+    std::string file, block;
+    std::int64_t monotonic = 0, utc = 0;
+};
 
 // Of two copies: each call gives one of its own.
 std::string Content(IVideoFrame& frame) {
@@ -80,6 +97,14 @@ TEST(VideoFrame, AnswersForWhatItLacks) {
     EXPECT_EQ(E_POINTER, frame->GetFrameContent(&bytes, nullptr));
     EXPECT_EQ(log.Texts(), (Lines{"TRASSDO: m_pBuff\n", "TRASSDO: pBitmap && pdwSize\n",
                                   "TRASSDO: pBitmap && pdwSize\n"}));
+    const std::uint8_t* lent = nullptr;
+    std::int64_t time = 0;
+    EXPECT_EQ(E_UNEXPECTED, undecoded->GetFrameBlock(nullptr, nullptr));
+    EXPECT_EQ(E_POINTER, frame->GetFrameBlock(&lent, nullptr));
+    EXPECT_EQ(E_POINTER, frame->GetFile(nullptr, &size));
+    EXPECT_EQ(E_POINTER, frame->GetArrival(&time, nullptr));
+    const Lent half(undecoded);
+    EXPECT_TRUE(half.file == good.substr(0, good.size() / 2) && half.block.empty());
     platform::SetPictureLimit(16 * 16 - 1);
     EXPECT_EQ(E_UNEXPECTED, Decode(good)->GetFrameContent(&bytes, &size));
     for (const int limit : {16 * 16, 1 << 26}) {
@@ -163,6 +188,7 @@ TEST_F(Cam, DeliversDecodedFramesToItsSink) {
     const std::string picture = MakeJpeg(320, 240);
     platform::ComPtr<IVideoFrame> kept;
     m_sink->m_onFrame = [&](IVideoFrame* frame) { kept = platform::ComPtr<IVideoFrame>(frame); };
+    const SArrival before = SArrival::Now();
     m_sink->m_result = E_FAIL;
     ASSERT_EQ(S_OK, m_cam->Connect(m_sink.Get()));
     EXPECT_EQ(0, IsConnected());
@@ -181,7 +207,14 @@ TEST_F(Cam, DeliversDecodedFramesToItsSink) {
     m_cam = nullptr;
     ASSERT_TRUE(platform::WaitForWorkItems(20000));
     EXPECT_EQ(1U, SinkReferences());
-    EXPECT_EQ(40U + 115200, Content(*kept.Get()).size());
+    // The frame outlives its camera, with what it lends.
+    const Lent lent(kept);
+    EXPECT_EQ(picture, lent.file);
+    EXPECT_EQ(40U + 115200, lent.block.size());
+    EXPECT_EQ(Content(*kept.Get()), lent.block);
+    const SArrival after = SArrival::Now();
+    EXPECT_TRUE(before.nMonotonic < lent.monotonic && lent.monotonic < after.nMonotonic);
+    EXPECT_TRUE(before.nUtc <= lent.utc && lent.utc <= after.nUtc);
 }
 
 TEST_F(Cam, DropsFramesWithoutASinkAndReportsTheRateWithOne) {

@@ -189,6 +189,140 @@ TEST(Codec, BadArgumentsAreUnreadable) {
     EXPECT_EQ(DecodeJpegYV12(jpeg.data(), 20, &nByte, 1, &nByte, 1, &nByte, 1), -1);
 }
 
+// What may be passed on of a stream; empty when its picture must be encoded.
+Bytes Strip(const Bytes& jpeg) {
+    Bytes out(jpeg.size() + 2, 0xEE);
+    std::int32_t nSize = -1;
+    const std::int32_t nResult = StripJpeg(jpeg.data(), Size(jpeg), out.data(), Size(out), &nSize);
+    EXPECT_EQ(StripJpeg(jpeg.data(), Size(jpeg), out.data(), Size(jpeg) + 1, &nSize), ImageMustBeEncoded);
+    EXPECT_EQ(nResult, nSize >= 0 ? ImageOk : ImageMustBeEncoded);
+    return Part(out, 0, static_cast<std::size_t>(std::max(nSize, 0)));
+}
+
+// What other programs write besides the picture, and what nobody should.
+TEST_P(Pictures, ArePassedOnByteForByteAndNothingElseIs) {
+    const Bytes thumbnail = Encode({.nWidth = 16, .nHeight = 8});
+    const auto named = [](std::string_view name, const Bytes& behind) {
+        Bytes content(name.begin(), name.end());
+        Append(content, behind);
+        return content;
+    };
+    const Bytes exif = Segment(0xE1, named(std::string_view("Exif\0\0MM\0*", 10), thumbnail));
+    const Bytes between[] = {
+        exif,
+        Segment(0xE0, named(std::string_view("JFXX\0\x10", 6), thumbnail)),
+        Segment(0xE0, named(std::string_view("JFIF\0\1\2", 7), {})), // too short to be one
+        Segment(0xE2, named(std::string_view("ICC_PROFILE\0\1\1", 14), Random(3000, 1))),
+        Segment(0xEE, named("Addle, no Adobe", {})),
+        Segment(0xFE, named("comment", {})),
+        Segment(0xFE, {}),
+        {1, 2, 3, 0xFF, 0, 4}, // no segment
+        {0xFF, 0xFF, 0xFF},    // in front of a marker
+        {0xFF, 0xD8},
+    };
+    for (const auto& [nInterval, bProgressive, eMarking] : {std::tuple{0, false, Marking::Jfif},
+                                                            {3, false, Marking::JfifAndAdobe},
+                                                            {7, true, Marking::Jfif},
+                                                            {0, true, Marking::None},
+                                                            {12, false, Marking::Adobe}}) {
+        Recipe recipe = GetParam().Sized(75, 43, nInterval);
+        recipe.bProgressive = bProgressive;
+        recipe.bOptimised = nInterval == 7;
+        recipe.eMarking = recipe.nComponents == 1 ? Marking::Jfif : eMarking;
+        SCOPED_TRACE(recipe.Name());
+        const Bytes jpeg = Encode(recipe);
+        EXPECT_EQ(Strip(jpeg), jpeg);
+        const std::size_t nScan = FindMarker(jpeg, 0xDA);
+        for (const Bytes& piece : between) {
+            Bytes dirty = jpeg;
+            // In front of every marker, from behind so that the places in front stay right. Behind the first
+            // scan what is no segment would be data, and behind a sequential one there is nothing to leave
+            // out.
+            for (std::size_t n = jpeg.size() - 1; n-- > 2;) {
+                const std::uint8_t nMarker = jpeg[n + 1];
+                const bool bSegment =
+                    jpeg[n] == 0xFF && (nMarker == 0xC4 || (nMarker >= 0xD9 && nMarker < 0xFF));
+                if (bSegment && (n <= nScan || (bProgressive && piece[0] == 0xFF)))
+                    Insert(dirty, n, piece);
+            }
+            Append(dirty, thumbnail);
+            EXPECT_EQ(Strip(dirty), jpeg) << testing::PrintToString(Part(piece, 0, 12));
+        }
+        if (recipe.eMarking == Marking::Jfif) { // with a thumbnail of two pixels inside
+            Bytes dirty = jpeg;
+            dirty[5] += 6;
+            dirty[18] = 2;
+            dirty[19] = 1;
+            Insert(dirty, 20, {9, 8, 7, 6, 5, 4});
+            EXPECT_EQ(Strip(dirty), jpeg);
+        }
+        EXPECT_EQ(Strip(Part(jpeg, 2)), jpeg);
+    }
+}
+
+// Streams that are decoded here, while others may make something else of them or nothing.
+TEST(Codec, PicturesThatAreNotByTheLetterMustBeEncoded) {
+    const Bytes plain = Encode({.nRestartInterval = 1});
+    const Bytes unmarked = Encode({.eMarking = Marking::None});
+    const Bytes progressive = Encode({.bProgressive = true});
+    const auto with = [](Bytes jpeg, std::size_t nAt, const Bytes& bytes) {
+        std::ranges::copy(bytes, &jpeg[nAt]);
+        return jpeg;
+    };
+    const auto inserted = [](Bytes jpeg, std::size_t nAt, const Bytes& bytes) {
+        Insert(jpeg, nAt, bytes);
+        return jpeg;
+    };
+    const std::size_t nFrame = FindMarker(plain, 0xC0), nScan = FindMarker(plain, 0xDA);
+    const std::size_t nFirst = FindMarker(unmarked, 0xC0), nOnly = FindMarker(unmarked, 0xDA);
+    Bytes wide(1, 0x13);
+    for (int i = 0; i < 64; ++i)
+        Append(wide, {0, 16});
+    const Bytes adobe = Segment(0xEE, {'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, 1});
+    const Bytes scan = Part(plain, nScan, plain.size() - 2);
+    std::size_t nRestart = nScan;
+    while (plain[nRestart] != 0xFF || plain[nRestart + 1] != 0xD1)
+        ++nRestart;
+    std::size_t nSecondScan = FindMarker(progressive, 0xDA) + 2;
+    while (progressive[nSecondScan] != 0xFF || progressive[nSecondScan + 1] != 0xDA)
+        ++nSecondScan;
+    struct Row {
+        const char* szWhat;
+        Bytes jpeg;
+    };
+    const Row rows[] = {
+        {"16-bit quantisers", inserted(plain, nFrame, Segment(0xDB, wide))},
+        {"a scan for each component", Encode({.bSeparateScans = true})},
+        {"RGB", Encode({.nH = 1, .nV = 1, .bRgb = true})},
+        {"components called RGB",
+         with(
+             with(with(with(with(with(unmarked, nFirst + 10, {'R'}), nFirst + 13, {'G'}), nFirst + 16, {'B'}),
+                       nOnly + 5, {'R'}),
+                  nOnly + 7, {'G'}),
+             nOnly + 9, {'B'})},
+        {"a restart out of turn", with(plain, nRestart, {0xFF, 0xD5})},
+        {"a restart too many", inserted(plain, plain.size() - 2, {0xFF, 0xD3})},
+        {"restarts of no interval", with(plain, FindMarker(plain, 0xDD) + 4, {0, 0})},
+        {"a second pass", inserted(plain, plain.size() - 2, scan)},
+        {"a comment behind the scan", inserted(plain, plain.size() - 2, Segment(0xFE, {}))},
+        {"components in another order", with(plain, nScan + 7, {3, 0x11, 2, 0x11})},
+        {"a band", with(plain, nScan + 12, {62})},
+        {"a table of a third class", inserted(plain, nFrame, Segment(0xC4, with(Bytes(17), 0, {0x22})))},
+        {"a code of ones", inserted(plain, nFrame, Segment(0xC4, with(Bytes(19), 0, {0x13, 2})))},
+        {"a difference of 16 bits",
+         inserted(plain, nFrame,
+                  Segment(0xC4,
+                          with(Bytes(18), 0, Bytes{3, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16})))},
+        {"colour behind a scan", inserted(progressive, nSecondScan, adobe)},
+    };
+    for (const auto& [szWhat, jpeg] : rows) {
+        EXPECT_TRUE(Decode(jpeg)) << szWhat;
+        EXPECT_EQ(Strip(jpeg), Bytes()) << szWhat;
+    }
+    EXPECT_EQ(Strip(Part(plain, 0, plain.size() - 2)), Bytes()) << "no end";
+    EXPECT_EQ(Strip({0xFF, 0xD8, 0xFF, 0xD9}), Bytes()) << "no picture";
+}
+
 // The largest picture that the limits allow, of a few bytes: a frame of mid-grey, and no more memory than it.
 TEST(Codec, LargestPictureFromAFewBytes) {
     Bytes jpeg = Encode(Recipe{});
