@@ -1,4 +1,5 @@
-// What is passed on of any bytes: the same picture, all of it, and a stream that has nothing left to take out.
+// What is passed on of any bytes: the same picture, all of it, and a stream that has nothing left to take
+// out.
 
 #include "fuzz/Fuzz.h"
 #include "image/ImageCodec.h"

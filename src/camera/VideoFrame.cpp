@@ -25,13 +25,8 @@ HRESULT CVideoFrame::Init(std::unique_ptr<std::uint8_t[]> pJpeg, std::uint32_t n
     m_nJpegSize = nJpegSize;
     m_oArrival = oArrival;
     // A few bytes of header can ask for the work and the memory of many megapixels.
-    const auto nSize = static_cast<std::int32_t>(nJpegSize);
-    std::int32_t nWidth = 0;
-    std::int32_t nHeight = 0;
-    ImageKind eKind{};
-    if (ProbeJpeg(m_pJpeg.get(), nSize, nWidth, nHeight, eKind) == ImageOk &&
-        platform::IsWithinPictureLimit(nWidth, nHeight))
-        m_pBuff = DecodeToFrameBlock(m_pJpeg.get(), nSize);
+    m_pBuff = DecodeToFrameBlock(m_pJpeg.get(), static_cast<std::int32_t>(nJpegSize),
+                                 &platform::IsWithinPictureLimit);
     return S_OK;
 }
 

@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 struct BITMAPINFOHEADER {
@@ -82,46 +81,44 @@ struct FrameLayout {
 };
 
 // Owner of one frame block, or of none. The block comes zero-filled, is freed as one and never changes its
-// size.
+// size. The memory of large blocks is used again for the next ones of their size (FrameBlock.cpp).
 class FrameBlock {
 public:
     FrameBlock() noexcept = default;
     FrameBlock(FrameBlock&& other) noexcept
-        : m_pBytes(std::move(other.m_pBytes)), m_nSize(std::exchange(other.m_nSize, 0)) {}
+        : m_pBytes(std::exchange(other.m_pBytes, nullptr)), m_nSize(std::exchange(other.m_nSize, 0)) {}
     FrameBlock& operator=(FrameBlock&& other) noexcept {
-        m_pBytes = std::move(other.m_pBytes);
-        m_nSize = std::exchange(other.m_nSize, 0);
+        std::swap(m_pBytes, other.m_pBytes);
+        std::swap(m_nSize, other.m_nSize);
         return *this;
     }
+    ~FrameBlock() { Free(); }
 
     // Room for the header and nImageBytes behind it, all zero; an empty owner when there is no memory.
     [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept;
 
     explicit operator bool() const noexcept { return m_pBytes != nullptr; }
-    std::uint8_t* get() noexcept { return m_pBytes.get(); }
-    const std::uint8_t* get() const noexcept { return m_pBytes.get(); }
+    std::uint8_t* get() noexcept { return m_pBytes; }
+    const std::uint8_t* get() const noexcept { return m_pBytes; }
 
     // Bytes of the whole block, header included: 40 + biSizeImage; 0 for an empty owner.
     std::size_t size() const noexcept { return m_nSize; }
 
     // The planes. Only for an owner that holds a block.
-    std::uint8_t* Planes() noexcept { return m_pBytes.get() + sizeof(BITMAPINFOHEADER); }
-    const std::uint8_t* Planes() const noexcept { return m_pBytes.get() + sizeof(BITMAPINFOHEADER); }
+    std::uint8_t* Planes() noexcept { return m_pBytes + sizeof(BITMAPINFOHEADER); }
+    const std::uint8_t* Planes() const noexcept { return m_pBytes + sizeof(BITMAPINFOHEADER); }
 
     // A copy of the header. Only for an owner that holds a block.
     BITMAPINFOHEADER Header() const noexcept {
         BITMAPINFOHEADER header;
-        std::memcpy(&header, m_pBytes.get(), sizeof header);
+        std::memcpy(&header, m_pBytes, sizeof header);
         return header;
     }
-    void SetHeader(const BITMAPINFOHEADER& header) noexcept {
-        std::memcpy(m_pBytes.get(), &header, sizeof header);
-    }
+    void SetHeader(const BITMAPINFOHEADER& header) noexcept { std::memcpy(m_pBytes, &header, sizeof header); }
 
 private:
-    struct Free {
-        void operator()(std::uint8_t* pBytes) const noexcept { std::free(pBytes); }
-    };
-    std::unique_ptr<std::uint8_t[], Free> m_pBytes;
+    void Free() noexcept;
+
+    std::uint8_t* m_pBytes = nullptr;
     std::size_t m_nSize = 0;
 };

@@ -8,7 +8,6 @@
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/jpegenc/JpegEncoder.h"
 #include "image/kernels/Level.h"
-#include "image/kernels/Memory.h"
 
 #include <algorithm>
 
@@ -47,6 +46,12 @@ bool OpenStream(CJPEGDecoder& decoder, const std::uint8_t* pJpeg, std::int32_t n
 bool DecodeGreyPlane(CJPEGDecoder& decoder, const StreamInfo& info, std::uint8_t* pDst,
                      std::int32_t nDstStep) {
     return decoder.SetDestination(pDst, info.nWidth, nDstStep, info.nHeight, 1, JC_GRAY) == JPEG_OK &&
+           decoder.ReadData() == JPEG_OK;
+}
+
+bool DecodePlanes(CJPEGDecoder& decoder, const StreamInfo& info, PlanarDestination planes) {
+    return decoder.SetDestination(&planes, info.nWidth, info.nWidth, info.nHeight, 3, JC_YCBCR420_PLANAR) ==
+               JPEG_OK &&
            decoder.ReadData() == JPEG_OK;
 }
 
@@ -100,24 +105,49 @@ std::int32_t DecodeYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::
         FillNeutralChroma(pCb, info.nHeight, nCbStep);
         return ImageOk;
     }
-    PlanarDestination planes{pY, pCb, pCr, nYStep, nCbStep, nCrStep};
-    const bool bDone = decoder.SetDestination(&planes, info.nWidth, info.nWidth, info.nHeight, 3,
-                                              JC_YCBCR420_PLANAR) == JPEG_OK &&
-                       decoder.ReadData() == JPEG_OK;
-    return bDone ? ImageOk : ImageUnreadable;
+    return DecodePlanes(decoder, info, {pY, pCb, pCr, nYStep, nCbStep, nCrStep}) ? ImageOk : ImageUnreadable;
+}
+
+// The primary engine reads the header once, for the size of the block and for the data.
+FrameBlock DecodeBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize, ImageSizeFilter pIsWanted) {
+    FrameLayout layout{};
+    CJPEGDecoder decoder;
+    if (StartKernels() < 0)
+        return {};
+    StreamInfo info;
+    const bool bPrimary = OpenStream(decoder, pJpeg, nJpegSize, info) && (info.IsGrey() || info.IsYCbCr());
+    if (bPrimary)
+        layout = {info.IsGrey() ? ImageKindGrey : ImageKindYV12, info.nWidth, info.nHeight};
+    else if (ProbeJpegFallback(pJpeg, nJpegSize, layout.nWidth, layout.nHeight, layout.eKind) != ImageOk)
+        return {};
+    if (pIsWanted != nullptr && !pIsWanted(layout.nWidth, layout.nHeight))
+        return {};
+    // The sizes fit: the frame header refuses pictures above the limit of the decoder.
+    FrameBlock block = FrameBlock::Allocate(layout.ImageBytes());
+    if (!block)
+        return {};
+    std::uint8_t* const pY = block.Planes();
+    const bool bGrey = layout.eKind == ImageKindGrey;
+    std::uint8_t* const pCr = bGrey ? nullptr : pY + layout.LumaBytes();
+    std::uint8_t* const pCb = bGrey ? nullptr : pCr + layout.ChromaBytes();
+    const std::int32_t nStep = layout.nWidth;
+    const std::int32_t nChromaStep = layout.ChromaStep();
+    bool bDone = false;
+    if (bPrimary)
+        bDone = bGrey ? DecodeGreyPlane(decoder, info, pY, nStep)
+                      : DecodePlanes(decoder, info, {pY, pCb, pCr, nStep, nChromaStep, nChromaStep});
+    else if (bGrey)
+        bDone = DecodeJpegGreyFallback(pJpeg, nJpegSize, pY, nStep) == ImageOk;
+    else
+        bDone = DecodeJpegYV12Fallback(pJpeg, nJpegSize, pY, nStep, pCr, nChromaStep, pCb, nChromaStep) ==
+                ImageOk;
+    if (!bDone)
+        return {};
+    block.SetHeader(layout.Header());
+    return block;
 }
 
 } // namespace
-
-FrameBlock FrameBlock::Allocate(std::uint32_t nImageBytes) noexcept {
-    FrameBlock block;
-    const std::size_t nSize = sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes};
-    // calloc, so that the zeroes of a large block are the system's own fresh pages.
-    block.m_pBytes.reset(static_cast<std::uint8_t*>(std::calloc(nSize, 1)));
-    block.m_nSize = block.m_pBytes ? nSize : 0;
-    ippAdviseLargePages(block.m_pBytes.get(), static_cast<std::int64_t>(nSize));
-    return block;
-}
 
 std::int32_t ProbeJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::int32_t& nWidth,
                        std::int32_t& nHeight, ImageKind& eKind) noexcept {
@@ -147,27 +177,13 @@ std::int32_t DecodeJpegYV12(const std::uint8_t* pJpeg, std::int32_t nJpegSize, s
     }
 }
 
-// The sizes fit: the frame header refuses pictures above the limit of the decoder.
-FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize) noexcept {
-    FrameLayout layout{};
-    if (ProbeJpeg(pJpeg, nJpegSize, layout.nWidth, layout.nHeight, layout.eKind) != ImageOk)
+FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize,
+                              ImageSizeFilter pIsWanted) noexcept {
+    try {
+        return DecodeBlock(pJpeg, nJpegSize, pIsWanted);
+    } catch (...) {
         return {};
-    FrameBlock block = FrameBlock::Allocate(layout.ImageBytes());
-    if (!block)
-        return {};
-    std::uint8_t* const pY = block.Planes();
-    std::int32_t nResult = ImageUnreadable;
-    if (layout.eKind == ImageKindGrey) {
-        nResult = DecodeJpegGrey(pJpeg, nJpegSize, pY, layout.nWidth);
-    } else {
-        std::uint8_t* const pCr = pY + layout.LumaBytes();
-        nResult = DecodeJpegYV12(pJpeg, nJpegSize, pY, layout.nWidth, pCr, layout.ChromaStep(),
-                                 pCr + layout.ChromaBytes(), layout.ChromaStep());
     }
-    if (nResult != ImageOk)
-        return {};
-    block.SetHeader(layout.Header());
-    return block;
 }
 
 std::int32_t StripJpeg(const std::uint8_t* pJpeg, std::int32_t nJpegSize, std::uint8_t* pOut,

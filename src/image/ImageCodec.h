@@ -24,9 +24,14 @@ inline constexpr std::int32_t ImageMustBeEncoded = 1; // StripJpeg alone: encode
 // first, so that no order between threads is needed.
 extern std::atomic<std::int32_t> g_nCodecStartState;
 
-// Decodes a whole stream into a new block. Gives an empty owner when the stream cannot be decoded or the
-// memory is not there: the caller has no frame then.
-[[nodiscard]] FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize) noexcept;
+// Whether a picture of that width and height is wanted.
+using ImageSizeFilter = bool (*)(std::int32_t nWidth, std::int32_t nHeight) noexcept;
+
+// Decodes a whole stream into a new block. Gives an empty owner when the stream cannot be decoded, its
+// picture is not wanted (without a filter every one is), or the memory is not there: the caller has no frame
+// then.
+[[nodiscard]] FrameBlock DecodeToFrameBlock(const std::uint8_t* pJpeg, std::int32_t nJpegSize,
+                                            ImageSizeFilter pIsWanted = nullptr) noexcept;
 
 // Reads no more than the header. Width, height and kind are written on success alone. A stream whose header
 // is good may still fail to decode.

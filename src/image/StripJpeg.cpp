@@ -1,9 +1,9 @@
 // The walk over a stream's markers that copies what makes the picture (T.81 B.2).
 //
-// The decoders behind this one are those of browsers and players. They take what T.81 describes, and differ in
-// what they make of the rest: so whatever is not in order by the letter ends the walk, and the picture is encoded
-// anew from what was decoded here. Order, not health, is looked at: entropy-coded data is copied as it is, and
-// where it is damaged each decoder shows what it makes of it.
+// The decoders behind this one are those of browsers and players. They take what T.81 describes, and differ
+// in what they make of the rest: so whatever is not in order by the letter ends the walk, and the picture is
+// encoded anew from what was decoded here. Order, not health, is looked at: entropy-coded data is copied as
+// it is, and where it is damaged each decoder shows what it makes of it.
 
 #include "image/StripJpeg.h"
 
@@ -103,8 +103,8 @@ private:
         return bPlain;
     }
 
-    // JFIF and Adobe: the fields alone, without a thumbnail and whatever else may stand behind them. A browser
-    // looks at them before the first scan only, the decoder here at each.
+    // JFIF and Adobe: the fields alone, without a thumbnail and whatever else may stand behind them. A
+    // browser looks at them before the first scan only, the decoder here at each.
     bool TakeApplication(std::int32_t nMarker, std::span<const std::uint8_t> content, std::string_view name,
                          std::size_t nFields) {
         if (content.size() < nFields || std::memcmp(content.data(), name.data(), name.size()) != 0)
@@ -129,8 +129,8 @@ private:
         return content.empty();
     }
 
-    // Class, identifier and codes by the letter of T.81 B.2.4.2 and C.2: no code of ones alone, and no size of a
-    // DC difference above 15.
+    // Class, identifier and codes by the letter of T.81 B.2.4.2 and C.2: no code of ones alone, and no size
+    // of a DC difference above 15.
     static bool AreHuffmanTablesPlain(std::span<const std::uint8_t> content) {
         while (content.size() >= 17) {
             if ((content[0] & 0xEC) != 0)
@@ -174,20 +174,22 @@ private:
                 if (m_aComponents[n].nId == component.nId)
                     return false;
             }
-            if (component.nH < 1 || component.nV < 1 || component.nH > kMostFactor || component.nV > kMostFactor)
+            if (component.nH < 1 || component.nV < 1 || component.nH > kMostFactor ||
+                component.nV > kMostFactor)
                 return false;
             m_aComponents[i] = component;
         }
         return true;
     }
 
-    // The components in the frame's order, the band and the approximation as T.81 B.2.3 and G.1.1.1 have them.
-    // A second pass over a sequential picture shows nowhere else.
+    // The components in the frame's order, the band and the approximation as T.81 B.2.3 and G.1.1.1 have
+    // them. A second pass over a sequential picture shows nowhere else.
     bool ReadScanHeader(std::span<const std::uint8_t> content) {
         if (m_nComponents == 0 || content.size() < 6 || (!m_bProgressive && m_nScans > 0))
             return false;
         const std::int32_t nCount = content[0];
-        if (nCount < 1 || nCount > m_nComponents || content.size() != 4 + 2 * static_cast<std::size_t>(nCount))
+        if (nCount < 1 || nCount > m_nComponents ||
+            content.size() != 4 + 2 * static_cast<std::size_t>(nCount))
             return false;
         // Without a mark some take components that are called so for what they are called.
         if (m_nComponents == 3 && !m_bColourMarked && m_aComponents[0].nId == 'R' &&
@@ -229,9 +231,9 @@ private:
         return nCols * nRows;
     }
 
-    // Up to the marker that ends the scan, which in a sequential stream ends the picture. Restarts stand in their
-    // order, and are as many as the picture takes: the decoder here takes any marker for the next restart, others
-    // go by its number.
+    // Up to the marker that ends the scan, which in a sequential stream ends the picture. Restarts stand in
+    // their order, and are as many as the picture takes: the decoder here takes any marker for the next
+    // restart, others go by its number.
     bool CopyEntropyData(std::span<const std::uint8_t> header) {
         const auto nBegin = static_cast<std::int32_t>(header.data() + header.size() - m_pBytes);
         std::int64_t nRestarts = 0;

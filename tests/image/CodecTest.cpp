@@ -357,7 +357,7 @@ std::string WantedVariant() {
 }
 
 TEST(Codec, FirstUseStartsTheKernelsOnAnyThread) {
-    const Bytes jpeg = Encode({.nWidth = 100});
+    const Bytes jpeg = Encode({.nWidth = 400, .nHeight = 300}); // so large that the threads share its memory
     ASSERT_EQ(ippSelectVariant("0"), ippStsNoErr);
     g_nCodecStartState = ImageOk;
     const FrameBlock wanted = Decode(jpeg);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -117,7 +118,8 @@ std::vector<Operation> Operations(const Recipe& recipe) {
     return all;
 }
 
-// Nothing is allocated for a block or a row: a hundred times as many ask the heap no more often.
+// Nothing is allocated for a block or a row: a hundred times as many ask the heap no more often. The frame
+// block of the large colour picture comes from the pool.
 TEST_P(Memory, IsNotAskedForByBlocks) {
     const Bytes small = Encode(GetParam().Sized(32, 32)), large = Encode(GetParam().Sized(320, 320));
     for (const Operation eOperation : Operations(GetParam().recipe)) {
@@ -125,7 +127,8 @@ TEST_P(Memory, IsNotAskedForByBlocks) {
         ASSERT_EQ(Perform(eOperation, small, 32), ImageOk);
         const int nSmall = s_nAsked;
         ASSERT_EQ(Perform(eOperation, large, 320), ImageOk);
-        EXPECT_EQ(s_nAsked, nSmall) << static_cast<int>(eOperation);
+        const bool bPooled = eOperation == Operation::FrameBlock && GetParam().recipe.nComponents == 3;
+        EXPECT_EQ(s_nAsked, bPooled ? nSmall - 1 : nSmall) << static_cast<int>(eOperation);
         EXPECT_LT(s_nAsked, 80);
     }
 }
@@ -155,6 +158,35 @@ TEST_P(Memory, RefusedAnywhereIsAFailure) {
         const bool bFallback = GetParam().recipe.bRgb || GetParam().recipe.bSeparateScans;
         EXPECT_EQ(nTemporaries, bFallback && eOperation == Operation::YV12 ? 1 : 0);
     }
+}
+
+// Of 64 freed blocks of a megabyte 31 wait for others of their size, which get them all zero; another size
+// makes itself room among them.
+TEST(FrameBlockPool, HoldsThirtyTwoMegabytesAndNothingOfAPicture) {
+    std::vector<FrameBlock> blocks;
+    blocks.reserve(64);
+    const auto allocate = [&](int nBlocks, std::uint32_t nImageBytes) {
+        blocks.clear();
+        s_nAsked = 0;
+        s_bArmed = true;
+        while (nBlocks-- > 0)
+            blocks.push_back(FrameBlock::Allocate(nImageBytes));
+        s_bArmed = false;
+        for (FrameBlock& block : blocks) {
+            EXPECT_EQ(std::count(block.get(), block.get() + block.size(), 0), block.size());
+            std::fill_n(block.get(), block.size(), std::uint8_t{0xEE});
+        }
+        return s_nAsked;
+    };
+    EXPECT_EQ(allocate(64, 1 << 20), 64);
+    EXPECT_EQ(allocate(64, 1 << 20), 64 - 31);
+    EXPECT_EQ(allocate(2, 5 << 20), 2);
+    EXPECT_EQ(allocate(2, 5 << 20), 0);
+    EXPECT_EQ(allocate(64, 1 << 20), 64 - 21);
+    EXPECT_EQ(allocate(1, 40 << 20), 1);
+    EXPECT_EQ(allocate(1, 40 << 20), 1) << "larger than the pool";
+    EXPECT_EQ(allocate(3, 100'000), 3);
+    EXPECT_EQ(allocate(3, 100'000), 3) << "small ones are the heap's";
 }
 
 } // namespace
