@@ -3,14 +3,16 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
 
-#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/config/DocumentTexts.h"
 #include "camera/VideoFrame.h"
 #include "runtime/trace/Trace.h"
 
 namespace {
+
+constexpr char kSchemaArg[] = "CCam::CSchema";
 
 // The fields that are stored of a camera, in the order of its element's children.
 struct SField {
@@ -69,9 +71,23 @@ HRESULT CCam::GetSetting(std::int32_t nSetting, SVariant* pValue) {
     return S_OK;
 }
 
+CCam::CSchema::CSchema()
+    : m_oXmlConfig(nullptr, platform::Bstr(XmlConfig::kRootTemplate)),
+      m_hr(m_oXmlConfig.Load(nullptr, CameraSchemaText())),
+      m_oArg(kSchemaArg, reinterpret_cast<std::uintptr_t>(this)) {}
+
+const CCam::CSchema* CCam::CSchema::OfThread() {
+    return reinterpret_cast<const CSchema*>(
+        static_cast<std::uintptr_t>(CThreadArg::Lookup(kSchemaArg, platform::CurrentThreadId())));
+}
+
 CXmlConfigTree CCam::XmlClass(const CXmlConfigTree& oXmlConfigTree) {
-    XmlConfig::CXmlConfig oXmlConfig(nullptr, platform::Bstr(XmlConfig::kRootTemplate));
-    const HRESULT hr = oXmlConfig.Load(nullptr, CameraSchemaText());
+    std::optional<CSchema> oOwn;
+    const CSchema* pSchema = CSchema::OfThread();
+    if (pSchema == nullptr)
+        pSchema = &oOwn.emplace();
+    const XmlConfig::CXmlConfig& oXmlConfig = pSchema->m_oXmlConfig;
+    const HRESULT hr = pSchema->m_hr;
     TRASSDO(SUCCEEDED(_ARE(hr)), return oXmlConfigTree);
     TRASSDO((IConfigElement*)oXmlConfig && (IConfigElement*)oXmlConfigTree, return oXmlConfigTree);
     (void)XmlConfig::CXmlConfig::Merge(oXmlConfigTree.Element(), oXmlConfig.Root(),

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Common/Configuration/XmlConfigSDK/ThreadArg.h"
+#include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
 #include "camera/VMS.h"
 #include "interfaces/ICam.h"
@@ -43,6 +45,20 @@ public:
     // IConfiguration
     HRESULT GetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
     HRESULT SetContent(BSTR, BSTR*, BSTR*) override { return E_NOTIMPL; }
+
+    // The schema, parsed once for all cameras that are bound on this thread while the object lives: without
+    // one each camera parses it for itself.
+    class CSchema {
+    public:
+        CSchema();
+        static const CSchema* OfThread();
+
+        XmlConfig::CXmlConfig m_oXmlConfig;
+        HRESULT m_hr; // of its load
+
+    private:
+        CThreadArg m_oArg;
+    };
 
     // Adds the schema of a camera's element to the cursor's element in a configuration document: its
     // attributes, and its children besides those that are there. If that fails, the failure is logged and the

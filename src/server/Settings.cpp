@@ -138,6 +138,7 @@ void CUploadServer::BindSettings(IConfigElement* pRoot, bool bStore) {
     platform::Bstr bstrAddCamLabel(u"//local/@addcam");
     platform::Bstr bstrKeyXPath(u"Name/text()");
     platform::Bstr bstrAdd(u"../cams");
+    const CCam::CSchema oSchema; // a load stores the cameras as well, to compare them
 
     const CXmlConfigTree oTree(pRoot, bStore);
     WriteLocalStrings(oTree);
