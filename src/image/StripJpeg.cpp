@@ -183,9 +183,9 @@ private:
     }
 
     // The components in the frame's order, the band and the approximation as T.81 B.2.3 and G.1.1.1 have
-    // them. A second pass over a sequential picture shows nowhere else.
+    // them.
     bool ReadScanHeader(std::span<const std::uint8_t> content) {
-        if (m_nComponents == 0 || content.size() < 6 || (!m_bProgressive && m_nScans > 0))
+        if (m_nComponents == 0 || content.size() < 6)
             return false;
         const std::int32_t nCount = content[0];
         if (nCount < 1 || nCount > m_nComponents ||
@@ -231,9 +231,9 @@ private:
         return nCols * nRows;
     }
 
-    // Up to the marker that ends the scan, which in a sequential stream ends the picture. Restarts stand in
-    // their order, and are as many as the picture takes: the decoder here takes any marker for the next
-    // restart, others go by its number.
+    // Up to the marker that ends the scan, which in a sequential stream ends the picture: a second pass over
+    // it shows nowhere else. Restarts stand in their order, and are as many as the picture takes: the decoder
+    // here takes any marker for the next restart, others go by its number.
     bool CopyEntropyData(std::span<const std::uint8_t> header) {
         const auto nBegin = static_cast<std::int32_t>(header.data() + header.size() - m_pBytes);
         std::int64_t nRestarts = 0;

@@ -275,9 +275,12 @@ TEST(Codec, PicturesThatAreNotByTheLetterMustBeEncoded) {
     };
     const std::size_t nFrame = FindMarker(plain, 0xC0), nScan = FindMarker(plain, 0xDA);
     const std::size_t nFirst = FindMarker(unmarked, 0xC0), nOnly = FindMarker(unmarked, 0xDA);
-    Bytes wide(1, 0x13);
-    for (int i = 0; i < 64; ++i)
-        Append(wide, {0, 16});
+    Bytes wide; // as long as if it were 129 tables of bytes
+    for (int i = 0; i < 65; ++i) {
+        Append(wide, {0x13});
+        for (int n = 0; n < 64; ++n)
+            Append(wide, {0, 16});
+    }
     const Bytes adobe = Segment(0xEE, {'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, 1});
     const Bytes scan = Part(plain, nScan, plain.size() - 2);
     std::size_t nRestart = nScan;
