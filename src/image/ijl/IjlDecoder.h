@@ -105,7 +105,15 @@ private:
     void FillPlane(std::int32_t nComponent, IppiSize part, std::uint8_t* pPlane) const;
     void WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part);
     bool IsOfFullWidth(std::int32_t nComponent) const;
-    const std::int16_t* SampleRow(std::int32_t nComponent, std::int32_t nRow) const;
+    // The samples that row nRow of the MCU takes from a component: eight from each block, the blocks kBlock
+    // apart.
+    const std::int16_t* SampleRow(std::int32_t nComponent, std::int32_t nRow) const {
+        const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
+        const std::uint32_t nSampleRow = m_aSampleRows[component.nVSampling - 1][nRow];
+        return Samples(nComponent) +
+               (nSampleRow / 8 * static_cast<std::uint32_t>(component.nHSampling * kBlock) +
+                nSampleRow % 8 * 8);
+    }
     void ExpandRow(std::int32_t nComponent, std::int32_t nRow, std::int32_t nCols, std::int32_t* pRow) const;
     std::int16_t* Samples(std::int32_t nComponent) const {
         return m_apSamples[static_cast<std::size_t>(nComponent)];

@@ -302,19 +302,19 @@ IJLERR CIjlDecoder::WritePlanes(std::int32_t nX, std::int32_t nY, IppiSize part)
 
 // The part's samples of one component, a byte for each pixel, kMaxMcuWidth a row.
 void CIjlDecoder::FillPlane(std::int32_t nComponent, IppiSize part, std::uint8_t* pPlane) const {
-    const std::int32_t nHSampling = m_props.components[static_cast<std::size_t>(nComponent)].nHSampling;
-    const std::int16_t* pBefore = nullptr;
+    const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
+    const std::uint8_t* const pSampleRows = m_aSampleRows[component.nVSampling - 1];
+    const bool bHalfWidth = component.nHSampling * 16 == m_props.nMcuWidth;
     for (std::int32_t y = 0; y < part.height; ++y, pPlane += kMaxMcuWidth) {
-        const std::int16_t* pFrom = SampleRow(nComponent, y);
-        if (pFrom == pBefore) {
+        if (y > 0 && pSampleRows[y] == pSampleRows[y - 1]) {
             std::memcpy(pPlane, pPlane - kMaxMcuWidth, kMaxMcuWidth);
             continue;
         }
-        pBefore = pFrom;
+        const std::int16_t* pFrom = SampleRow(nComponent, y);
         if (IsOfFullWidth(nComponent)) {
             for (std::int32_t x = 0; x < m_props.nMcuWidth; x += 8, pFrom += kBlock)
                 StoreEight(pFrom, pPlane + x);
-        } else if (nHSampling * 16 == m_props.nMcuWidth) {
+        } else if (bHalfWidth) {
             for (std::int32_t x = 0; x < m_props.nMcuWidth; x += 16, pFrom += kBlock) {
                 std::uint8_t aBytes[8];
                 StoreEight(pFrom, aBytes);
@@ -365,14 +365,6 @@ void CIjlDecoder::WriteGeneral(std::int32_t nX, std::int32_t nY, IppiSize part) 
 // A sample for each pixel of a row.
 bool CIjlDecoder::IsOfFullWidth(std::int32_t nComponent) const {
     return m_props.components[static_cast<std::size_t>(nComponent)].nHSampling == m_props.nMcuWidth / 8;
-}
-
-// The samples that row nRow of the MCU takes from a component: eight from each block, the blocks kBlock
-// apart.
-const std::int16_t* CIjlDecoder::SampleRow(std::int32_t nComponent, std::int32_t nRow) const {
-    const IjlComponent& component = m_props.components[static_cast<std::size_t>(nComponent)];
-    const std::int32_t nSampleRow = m_aSampleRows[component.nVSampling - 1][nRow];
-    return Samples(nComponent) + nSampleRow / 8 * component.nHSampling * kBlock + nSampleRow % 8 * 8;
 }
 
 // Row nRow of the MCU from one component's samples, each repeated over the pixels that it covers. Where the
