@@ -4,6 +4,7 @@ import base64
 import copy
 import http.client
 import io
+import json
 import os
 import random
 import re
@@ -408,6 +409,86 @@ class Usurper(Actor):
         assert answer.startswith(b"HTTP/1.1 403"), f"another camera's sign-in gets {answer!r}"
         answer = first_bytes(self.port, self.address, head(f"POST /mobile/video/{victim}", "hall", PASSWORD) + record("guess"))
         assert answer == b"\1" or answer.startswith(b"HTTP/1.1 429"), f"a wrong record gets {answer!r}"
+
+
+class BrowserPhone(Actor):
+    """A phone's browser: becomes a camera, shows some pictures one after the other, and is no camera any more."""
+
+    pause = 1.0
+    camera = "web"
+    state = {"type": "state", "state": "running", "facing": "user", "width": 160, "height": 120, "rate": 5, "torch": None}
+
+    def post(self, path, cookie="", body=""):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=20)
+        try:
+            connection.request("POST", path, body, {"Origin": f"http://127.0.0.1:{self.port}", "Cookie": cookie})
+            answer = connection.getresponse()
+            answer.read()
+            assert answer.status == 200, f"{path} answers {answer.status}"
+            return answer.headers["Set-Cookie"].partition(";")[0]
+        finally:
+            connection.close()
+
+    def turn(self):
+        cookie = self.post("/phone/sign-in", body=f"name={self.camera}&password={PASSWORD}")
+        with connect(self.port, timeout=20) as self.socket:
+            origin = f"127.0.0.1:{self.port}"
+            self.socket.sendall((f"GET /phone/socket HTTP/1.1\r\nHost: {origin}\r\nOrigin: http://{origin}\r\nCookie: {cookie}\r\nConnection: Upgrade\r\n"
+                                 "Upgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n").encode())
+            self.stream = self.socket.makefile("rb")
+            status = self.stream.readline()
+            assert b" 101 " in status, f"the socket answers {status!r}"
+            while self.stream.readline().strip():
+                pass
+            self.say(1, json.dumps(self.state).encode())
+            self.converse()
+        self.post("/phone/leave", cookie)
+
+    def converse(self):
+        self.hear("ready")
+        for number in range(random.randint(1, 20)):
+            self.say(2, struct.pack("!I", number) + self.soak.pictures[number])
+            answer = self.hear("ack")
+            assert answer["number"] == number and "dropped" not in answer, answer
+
+    def say(self, kind, data):
+        size = len(data)
+        length = bytes([0x80 | size]) if size < 126 else struct.pack("!BH", 0xFE, size) if size < 65536 else struct.pack("!BQ", 0xFF, size)
+        self.socket.sendall(bytes([0x80 | kind]) + length + bytes(4) + data)
+
+    def hear(self, kind):
+        """The next message of that type; nothing once the host has closed."""
+        while True:
+            start = self.stream.read(2)
+            if len(start) < 2 or start[0] & 15 == 8:
+                assert kind == "end", f"the host ended it while {kind} was waited for"
+                return None
+            size = int.from_bytes(self.stream.read(2), "big") if start[1] == 126 else start[1]
+            data = self.stream.read(size)
+            if start[0] & 15 == 9:
+                self.say(10, data)
+            elif (message := json.loads(data))["type"] == kind:
+                return message
+
+
+class Impostor(BrowserPhone):
+    """The same with a page that is none of the host's, which the host ends each time."""
+
+    pause = 0.3
+    camera = "forged"
+
+    def converse(self):
+        noise = random.randbytes(random.randint(1, 2000))
+        text = json.dumps({**self.state, random.choice(list(self.state)): random.choice([None, -1, "x" * 2000, [], {}, 1e300])})
+        said = random.choice([[(1, noise)], [(1, text.encode())], [(2, noise[:4])], [(2, bytes(4) + noise)] * 300, [(2, bytes(random.choice([65540, 300000])))],
+                              [(1, b'{"type":"ping","at":1}')] * 100 + [(1, b"[" * 1000)], [(3, noise)]])
+        try:
+            for kind, data in said:
+                self.say(kind, data)
+            self.say(1, b"that is the end")
+            self.hear("end")
+        except ConnectionError:
+            pass
 
 
 class Rubbisher(Actor):

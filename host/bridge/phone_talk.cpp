@@ -12,6 +12,8 @@ constexpr std::size_t kMostMessages = 64;
 constexpr std::chrono::milliseconds kStateDistance{200};
 // How long whoever replaced an upload may take to say so.
 constexpr std::chrono::seconds kReplacedWithin{1};
+// A page that begins again and again costs the component a thread each time.
+constexpr std::chrono::seconds kUploadDistance{1};
 // A phone that is locked runs no script: it is gone after a while, and paused all the same.
 constexpr std::chrono::hours kPausedFor{1};
 
@@ -33,10 +35,14 @@ bool PhoneTalk::OnText(std::string_view text, Clock::time_point now) {
     if (!message || m_messages.size() >= kMostMessages)
         return false;
     m_heard = now;
-    if (const auto* const state = std::get_if<PhoneState>(&*message))
-        OnState(*state, now);
-    else
-        Say(PongMessage(std::get<PagePing>(*message)));
+    if (const auto* const ping = std::get_if<PagePing>(&*message)) {
+        Say(PongMessage(*ping));
+        return true;
+    }
+    m_state = std::get<PhoneState>(*message);
+    m_stateIsNew = true;
+    if (m_state->run == PhoneState::Run::Stopped)
+        EndUpload();
     return true;
 }
 
@@ -44,24 +50,15 @@ bool PhoneTalk::OnPicture(const PagePicture& picture, Clock::time_point now) {
     if (!m_state || m_pictures.size() >= kMostUnanswered || m_messages.size() >= kMostMessages)
         return false;
     m_heard = now;
-    if (m_state->run == PhoneState::Run::Running && m_upload)
+    if (Runs() && !m_ended)
         m_pictures.push_back({picture.number, std::string(picture.jpeg)});
     else // on its way while the page paused
         Say(AckMessage(picture.number, true));
     return true;
 }
 
-void PhoneTalk::OnState(const PhoneState& state, Clock::time_point now) {
-    m_state = state;
-    m_stateIsNew = true;
-    if (state.run == PhoneState::Run::Stopped)
-        EndUpload();
-    // A pause is none of another phone's business: a page that comes back pausing replaces nobody.
-    if (state.run == PhoneState::Run::Running && !m_upload && !m_ended)
-        BeginUpload(now);
-}
-
 void PhoneTalk::BeginUpload(Clock::time_point now) {
+    m_nextUpload = now + kUploadDistance;
     UploadLink::Outcome outcome{};
     m_upload = UploadLink::Begin(m_parts, m_phone.camera, m_address, now, &outcome);
     if (!m_upload)
@@ -84,8 +81,7 @@ void PhoneTalk::EndUpload() {
     const FeedPtr feed = m_parts.feeds.Find(m_phone.camera);
     if (!feed)
         return;
-    const bool pauses =
-        m_state && m_state->run == PhoneState::Run::Paused && m_parts.phones.IsGood(m_phone.id);
+    const bool pauses = Pauses() && m_parts.phones.IsGood(m_phone.id);
     m_parts.feeds.SetPhone(*feed.Get(), session, pauses ? m_state : std::nullopt, Clock::now() + kPausedFor);
 }
 
@@ -113,6 +109,9 @@ void PhoneTalk::Step(Clock::time_point now) {
         return End(kEnded);
     if (now - m_heard > kMostSilence)
         return End(kSilent);
+    // A pause is none of another phone's business: a page that comes back pausing replaces nobody.
+    if (Runs() && !m_upload && now >= m_nextUpload)
+        BeginUpload(now);
     if (m_upload) {
         Move();
         if (m_upload->HasEnded())
@@ -182,10 +181,14 @@ void PhoneTalk::TellFeed(Clock::time_point now) {
     const FeedPtr feed = m_parts.feeds.Find(m_phone.camera);
     if (!feed)
         return;
-    if (m_upload)
+    if (m_upload) {
+        m_toldPause = false;
         m_parts.feeds.SetPhone(*feed.Get(), m_upload->Session(), m_state);
-    else if (m_state->run == PhoneState::Run::Paused && !m_parts.feeds.IsReceiving(m_phone.camera))
-        m_parts.feeds.SetPhone(*feed.Get(), feed->SessionNumber(), m_state, now + kPausedFor);
+    } else if (Pauses() ? !m_parts.feeds.IsReceiving(m_phone.camera) : m_toldPause) {
+        m_toldPause = Pauses();
+        m_parts.feeds.SetPhone(*feed.Get(), feed->SessionNumber(), m_toldPause ? m_state : std::nullopt,
+                               now + kPausedFor);
+    }
 }
 
 } // namespace host

@@ -1,8 +1,8 @@
 // A phone's page and the component, brought together.
 //
 // The page sends over a WebSocket, or one request a picture; what comes of its messages is the same. The
-// upload begins with the page's first word that it runs, and ends with the object, or when the page stops. A
-// page that only pauses stays its camera.
+// upload begins once the page says that it runs, and ends with the object, or when the page stops. A page
+// that only pauses stays its camera.
 #pragma once
 
 #include <cstdint>
@@ -81,13 +81,14 @@ private:
         bool sending = false;
     };
 
-    void OnState(const PhoneState& state, Clock::time_point now);
     void BeginUpload(Clock::time_point now);
     void EndUpload();
     void LookAtEnd(Clock::time_point now);
     void Move();
     void TellWatched(Clock::time_point now);
     void TellFeed(Clock::time_point now);
+    [[nodiscard]] bool Runs() const { return m_state && m_state->run == PhoneState::Run::Running; }
+    [[nodiscard]] bool Pauses() const { return m_state && m_state->run == PhoneState::Run::Paused; }
     void End(Code code);
     void Say(std::string message) { m_messages.push_back(std::move(message)); }
 
@@ -99,12 +100,14 @@ private:
     const Phones::Held m_held;
     std::unique_ptr<UploadLink> m_upload;
     unsigned m_uploads = 0;
+    Clock::time_point m_nextUpload{};               // none begins before
     std::optional<Clock::time_point> m_uploadEnded; // why is not known yet
     bool m_saidReady = false;
     bool m_woken = false;
     std::optional<PhoneState> m_state; // what the page said last
     bool m_stateIsNew = false;
     Clock::time_point m_stateTold; // to the camera's feed
+    bool m_toldPause = false;      // without an upload
     std::optional<bool> m_watched; // what the page was told
     Clock::time_point m_heard;
     std::deque<Picture> m_pictures;
