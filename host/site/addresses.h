@@ -31,7 +31,7 @@ namespace host {
 struct Site;
 class Visit;
 
-// Watching is for everybody while there are demo users, under a loopback name of this machine. The name
+// Watching is for everybody in the demo of this machine alone, under a loopback name of it. The name
 // matters because a foreign page can have its own name point to this machine: its requests then look like
 // those of the person at the browser, but for the Host line.
 enum class Who {
@@ -48,7 +48,7 @@ struct Access {
     Sessions& sessions;
     const SessionCookie& cookie;
     Counters& counters;
-    const bool demo; // there are demo users
+    const bool demo; // of this machine alone
 
     // Nothing when the request may go on; otherwise its answer. May wait, when wrong passwords came before.
     // `signIn` gets who sends it: nobody, where everybody is let in. A session counts before a sign-in that

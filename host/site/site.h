@@ -34,7 +34,7 @@ struct SiteParts {
     PackerCounters& packers;
     const Wakeup& stop; // raised once, for good
     Limits limits{};
-    bool demo = false; // there are demo users
+    bool demo = false; // of this machine alone
     // Null: TLS is not spoken.
     const Certificates* certificates = nullptr;
     // Plain HTTP gets everything, also from other machines.
@@ -67,7 +67,7 @@ struct Site {
                                                                                   parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
-          links{parts.authenticator, parts.authority, language,
+          links{parts.authenticator, parts.authority, parts.certificates != nullptr, language,
                 [this](const Request& request, std::string_view login) {
                     return mobile.Content(request, login);
                 }},

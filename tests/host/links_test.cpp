@@ -148,11 +148,19 @@ TEST(QrCode, HasItsZoneAndEveryModule) {
 TEST(Links, AddressesForOthers) {
     const LinkTable::Link link{"t", "yard", {}};
     const Rig local;
-    EXPECT_EQ(local.site.links.AddressOf(link, "localhost:8080"), "http://localhost:8080/get/t");
-    EXPECT_EQ(local.site.links.AddressOf(link, ""), "/get/t");
+    const LinkPages& here = local.site.links;
+    EXPECT_EQ(here.OldAddressOf(link, "localhost:8080"), "http://localhost:8080/get/t");
+    EXPECT_EQ(here.OldAddressOf(link, ""), "/get/t");
+    EXPECT_EQ(here.AddressOf(link, "localhost:8080"), "http://localhost:8080/phone#t");
+    EXPECT_EQ(here.AddressOf(link, "cams.example", true), "https://cams.example/phone#t") << "by a proxy";
     const Rig reached(ShortLimits(), true, "", "192.0.2.7:8080");
-    EXPECT_EQ(reached.site.links.AddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/get/t");
-    EXPECT_EQ(reached.site.links.AddressOf(link, "cams.example"), "http://cams.example/get/t");
+    EXPECT_EQ(reached.site.links.OldAddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/get/t");
+    EXPECT_EQ(reached.site.links.OldAddressOf(link, "cams.example"), "http://cams.example/get/t");
+    EXPECT_EQ(reached.site.links.AddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/phone#t");
+    const LinkPages secure(reached.authenticator, "192.0.2.7:8080", true, "", {});
+    EXPECT_EQ(secure.AddressOf(link, "localhost:8080"), "https://192.0.2.7:8080/phone#t");
+    EXPECT_EQ(LinkPages(reached.authenticator, "", true, "", {}).AddressOf(link, "localhost:8080"),
+              "http://localhost:8080/phone#t");
 }
 
 } // namespace

@@ -13,6 +13,8 @@ namespace host {
 namespace {
 
 constexpr std::string_view kLinkPath = "/get/";
+// The token stands in the fragment, which is in no request and so in nobody's log.
+constexpr std::string_view kPhonePath = "/phone#";
 constexpr std::string_view kCameraQuery = "camera=";
 constexpr std::string_view kArchive = "/Sendora.jar";
 constexpr std::string_view kMidletType = "application/java-archive";
@@ -69,12 +71,18 @@ Answer LinkPages::Make(const Request& request) const {
     const auto link = m_links->Make(*camera);
     if (!link)
         return Unstored(Answer::Text(503, "There are too many links; the oldest end within minutes."));
-    const std::string address = AddressOf(*link, request.Host());
-    const auto code = QrCode::Of(address);
+    const std::string address = AddressOf(*link, request.Host(), request.secure);
+    const std::string old = OldAddressOf(*link, request.Host());
+    const auto svg = [](const std::string& text) {
+        const auto code = QrCode::Of(text);
+        return code ? code->Svg() : std::string();
+    };
     return Answer::Json(201, {{"url", address},
+                              {"svg", svg(address)},
+                              {"oldUrl", old},
+                              {"oldSvg", svg(old)},
                               {"token", link->token},
-                              {"seconds", std::chrono::seconds(LinkTable::kLifetime).count()},
-                              {"svg", code ? code->Svg() : ""}});
+                              {"seconds", std::chrono::seconds(LinkTable::kLifetime).count()}});
 }
 
 Answer LinkPages::Revoke(std::string_view token) const {
@@ -96,14 +104,10 @@ Answer LinkPages::ContentFor(const LinkTable::Link& link, std::string_view file,
     const auto password = m_authenticator.CameraPassword(link.camera);
     if (!password)
         return Gone();
-    auto request = ParseRequest("GET /mobile" + std::string(file) + "?JarName=" + MidletName(link.camera) +
-                                " HTTP/1.1\r\nHost: " + std::string(asked.Host()) + "\r\nAuthorization: " +
-                                BasicAuthorization({link.camera, *password}) + "\r\n\r\n")
-                       .request;
-    if (!request)
-        return Gone();
-    request->peer = asked.peer;
-    return m_content(*request, link.camera);
+    const auto request =
+        RequestAs({link.camera, *password},
+                  "/mobile" + std::string(file) + "?JarName=" + MidletName(link.camera), asked);
+    return request ? m_content(*request, link.camera) : Gone();
 }
 
 LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {
@@ -120,7 +124,7 @@ LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {
         if (const auto at = answer.body.find("MIDlet-Jar-URL: "); at != std::string::npos) {
             const auto end = answer.body.find("\r\n", at);
             answer.body.replace(at + 16, end - at - 16,
-                                AddressOf(*link, request.Host()) + std::string(kArchive));
+                                OldAddressOf(*link, request.Host()) + std::string(kArchive));
         }
         return {std::move(answer)};
     }
@@ -141,9 +145,20 @@ LinkReply LinkPages::Use(const Request& request, std::string_view rest) const {
                                                      "its password has a sign that phones cannot send.")};
 }
 
-std::string LinkPages::AddressOf(const LinkTable::Link& link, std::string_view host) const {
+std::string_view LinkPages::AuthorityFor(std::string_view host) const {
     const bool own = host.empty() || IsLoopbackHost(host);
-    const std::string_view authority = own && !m_authority.empty() ? m_authority : host;
+    return own && !m_authority.empty() ? m_authority : host;
+}
+
+std::string LinkPages::AddressOf(const LinkTable::Link& link, std::string_view host, bool secure) const {
+    const std::string_view authority = AuthorityFor(host);
+    // Browsers give pages the camera over https, and in clear on their own machine.
+    const bool tls = secure || (m_tls && !IsLoopbackHost(authority));
+    return (tls ? "https://" : "http://") + std::string(authority) + std::string(kPhonePath) + link.token;
+}
+
+std::string LinkPages::OldAddressOf(const LinkTable::Link& link, std::string_view host) const {
+    const std::string_view authority = AuthorityFor(host);
     // A request of an old phone may name no host; what it gets is meant from where it came.
     const std::string start = authority.empty() ? "" : "http://" + std::string(authority);
     return start + std::string(kLinkPath) + link.token;
