@@ -1,6 +1,5 @@
 """Chromium without a window, and what the tests ask of the page in it."""
 
-import http.client
 import json
 import os
 import shutil
@@ -11,6 +10,7 @@ try:
     from selenium import webdriver
     from selenium.webdriver.chrome.options import Options
     from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
 except ImportError as missing:
     raise SystemExit(f"the browser tests need python3-selenium: {missing}") from None
 
@@ -57,6 +57,18 @@ class Browser:
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
             "width": width, "height": height, "deviceScaleFactor": 2 if phone else 1, "mobile": phone,
         })
+        self.driver.execute_cdp_cmd("Emulation.setTouchEmulationEnabled", {"enabled": phone, "maxTouchPoints": 5})
+
+    def touch(self, *fingers, steps=5):
+        """Fingers that move at the same time, each from a point of the window to another one: ((x, y), (x, y))."""
+        for step in range(steps + 1):
+            points = [{"id": number, "x": x + (to_x - x) * step / steps, "y": y + (to_y - y) * step / steps}
+                      for number, ((x, y), (to_x, to_y)) in enumerate(fingers)]
+            self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": "touchMove" if step else "touchStart", "touchPoints": points})
+        self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": "touchEnd", "touchPoints": []})
+
+    def page_scale(self):
+        return self.run("return visualViewport.scale")
 
     def scheme(self, name):
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
@@ -72,19 +84,15 @@ class Browser:
         self.driver.get(address)
 
     def sign_in(self, parts):
-        """Gives the browser the session that the page for it gives."""
+        """As a person does, on the page for it."""
         who = (parts.hostname, parts.port, parts.username, parts.password)
         if self.signed_in == who:
             return
-        origin = f"{parts.scheme}://{parts.hostname}:{parts.port}"
-        form = urllib.parse.urlencode({"name": parts.username, "password": urllib.parse.unquote(parts.password)})
-        connection = http.client.HTTPConnection(parts.hostname, parts.port, timeout=WAIT_SECONDS)
-        connection.request("POST", "/sign-in", form, {"Origin": origin})
-        name, value = connection.getresponse().headers["Set-Cookie"].split(";")[0].split("=")
-        connection.close()
-        self.driver.execute_cdp_cmd("Network.setCookie", {
-            "name": name, "value": value, "url": origin, "httpOnly": True, "sameSite": "Lax",
-        })
+        self.driver.get(f"{parts.scheme}://{parts.hostname}:{parts.port}/sign-in?to=/tiny")
+        for name, value in (("name", parts.username), ("password", parts.password)):
+            self.driver.find_element(By.NAME, name).send_keys(urllib.parse.unquote(value))
+        self.driver.find_element(By.CSS_SELECTOR, "form button").click()
+        self.wait("the page behind the sign-in", lambda: "/sign-in" not in self.driver.current_url)
         self.signed_in = who
 
     def sign_in_by_form(self, origin, password):

@@ -81,7 +81,29 @@ class PageTest(case.DemoCase):
         self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
         tops = browser.run("return [...document.querySelectorAll('.tile')].map((tile) => tile.offsetLeft)")
         self.assertEqual(len(set(tops)), 1, "one column on a phone")
+        self.turn_with_a_finger()
         browser.size(1280, 800)
+
+    def turn_with_a_finger(self):
+        browser = self.browser
+        names = [camera["name"] for camera in self.host.health()["cameras"]]
+        browser.driver.find_element(By.CSS_SELECTOR, f'[data-name="{names[0]}"] [data-part="open"]').click()
+        for width, height in ((390, 844), (844, 390)):
+            browser.size(width, height, phone=True)
+            browser.screenshot(f"large-phone-{width}")
+            room = browser.run("const box = document.querySelector('#large .stage').getBoundingClientRect(); return [box.width, box.height]")
+            self.assertTrue(room[0] > 0.65 * width and room[1] > 0.65 * height, room)
+            for start, end, name in ((200, 80, names[1]), (80, 200, names[0]), (100, 120, names[0])):
+                browser.touch(((start, 200), (end, 205)))
+                browser.wait(name, lambda: browser.run("return document.querySelector('#large [data-part=name]').textContent") == name)
+        browser.touch(((150, 150), (100, 150)), ((250, 150), (300, 150)))
+        self.assertEqual(browser.page_scale(), 1)
+        browser.driver.find_element(By.CSS_SELECTOR, '#large [data-part="full"]').click()
+        browser.wait("the whole screen", lambda: browser.run("return document.fullscreenElement?.matches('#large .stage')"))
+        browser.screenshot("large-full")
+        browser.run("document.exitFullscreen()")
+        browser.wait("the dialog", lambda: browser.run("return document.querySelector('#large [data-part=close]').checkVisibility()"))
+        browser.driver.find_element(By.CSS_SELECTOR, '#large [data-part="close"]').click()
 
     def open_and_close_the_large_view(self):
         browser = self.browser
@@ -110,11 +132,19 @@ class PageTest(case.DemoCase):
         browser.driver.find_element(By.CSS_SELECTOR, '.tile[data-name="spare"] [data-part="connect"]').click()
         part = lambda name: browser.driver.find_element(By.CSS_SELECTOR, f'#phone [data-part="{name}"]')
         browser.wait("a link behind it", lambda: part("address").text)
-        browser.screenshot("code")
-        scan = subprocess.run(["zbarimg", "-q", "--raw", os.path.join(case.options.screenshots, "code.png")],
-                              capture_output=True, text=True, check=False)
+        today = self.scan("code")
+        self.assertEqual(today, [part("address").text], "one code, and no other on the page")
+        self.assertRegex(today[0], rf"^http://127\.0\.0\.1:{self.host.port}/phone#[0-9a-f]{{32}}$")
+        width = part("code").size["width"]
+        part("enlarge").click()
+        self.assertEqual(self.scan("code-large"), today)
+        self.assertGreater(part("code").size["width"], 2 * width)
+        browser.driver.switch_to.active_element.send_keys(Keys.ESCAPE)
+        browser.wait("its dialog", lambda: part("close").is_displayed())
+        part("old").click()
+        self.assertEqual(self.scan("code-old"), [part("address").text])
         address = part("address").text
-        self.assertEqual(scan.stdout.split(), [address], "one code, and no other on the page")
+        self.assertEqual(address, today[0].replace("/phone#", "/get/"), "the same link")
         # A phone reads the page, which uses nothing up, and then gets the archive, once.
         for path, status in (("", 200), ("/Sendora.jad", 200), ("/Sendora.jar", 200), ("/Sendora.jar", 410), ("", 410)):
             self.assertEqual(self.status(address + path), status, path)
@@ -134,6 +164,11 @@ class PageTest(case.DemoCase):
         self.assertIn("spare", part("name").text)
         part("close").click()
         self.assertEqual(browser.run("return document.querySelector('#phone img').hasAttribute('src')"), False)
+
+    def scan(self, name):
+        self.browser.screenshot(name)
+        return subprocess.run(["zbarimg", "-q", "--raw", os.path.join(case.options.screenshots, f"{name}.png")],
+                              capture_output=True, text=True, check=False).stdout.split()
 
     @staticmethod
     def status(address):

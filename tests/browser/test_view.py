@@ -127,6 +127,7 @@ class ViewTest(case.DemoCase):
         browser.scheme("light")
         browser.size(360, 640, phone=True)
         self.assertLessEqual(browser.run("return document.documentElement.scrollWidth"), 360, "the page is too wide")
+        self.use_fingers()
         # Held sideways, each control can be brought to light, with nothing of another one over it.
         for width, height in ((844, 390), (640, 360)):
             browser.size(width, height, phone=True)
@@ -142,6 +143,50 @@ class ViewTest(case.DemoCase):
             stage = browser.run("const box = document.getElementById('stage').getBoundingClientRect(); return box.height")
             self.assertGreater(stage, height * 0.6, "room for the picture")
         browser.size(1280, 800)
+
+    def use_fingers(self):
+        browser = self.browser
+        browser.size(390, 844, phone=True)
+        browser.open(self.host.address("/view/yard?fps=10"))
+        self.wait_live("a camera")
+        browser.wait("others beside it", lambda: browser.driver.find_element(By.ID, "next").is_displayed())
+        middle = browser.run("const { left, top, width, height } = document.getElementById('stage').getBoundingClientRect();"
+                             "return [left + width / 2, top + height / 2]")
+        point = lambda x, y: (middle[0] + x, middle[1] + y)  # noqa: E731
+        # Two fingers that spread enlarge the picture and not the page, one moves what is enlarged, and no part is another camera.
+        browser.touch((point(-30, -20), point(-90, -60)), (point(30, 20), point(90, 60)))
+        self.wait_live("a part", lambda look: self.text("part") == "33 % × 33 %")
+        place = lambda: [int(re.search(rf"{name}=(\d+)", browser.driver.current_url)[1]) for name in ("zx", "zy")]  # noqa: E731
+        browser.wait("the address has it", lambda: "zw=333" in browser.driver.current_url and place())
+        before = place()
+        browser.touch((point(60, 0), point(-60, 0)))
+        browser.wait("the part further to the right", lambda: place()[0] > before[0] + 50 and abs(place()[1] - before[1]) < 20)
+        self.assertEqual((self.text("name"), browser.page_scale()), ("yard", 1))
+        browser.touch((point(-90, -60), point(-15, -10)), (point(90, 60), point(15, 10)))
+        browser.wait("the whole again", lambda: self.text("part") == "Whole")
+        # One that swipes turns to the next one, sooner than a page would be loaded, and Back turns back.
+        browser.run("document.body.dataset.mine = 1")
+        names = [camera["name"] for camera in self.host.health()["cameras"]]
+        at = names.index("yard")
+        for swipe, name in ((-120, names[(at + 1) % 3]), (120, "yard"), (120, names[at - 1])):
+            browser.touch((point(-swipe / 2, 0), point(swipe / 2, 10)))
+            browser.wait(name, lambda: self.text("name") == name)
+        browser.touch((point(0, -60), point(10, 60)))
+        browser.driver.back()
+        browser.wait("back", lambda: self.text("name") == "yard" and self.look()["state"] == "live")
+        self.assertEqual(browser.run("return document.body.dataset.mine"), "1")
+        self.assertIn("fps=10", browser.driver.current_url)
+        # Taps in quick succession are for buttons.
+        for _ in range(2):
+            browser.touch((point(0, 250), point(0, 250)), steps=1)
+        self.assertEqual(browser.page_scale(), 1)
+        self.click("full")
+        browser.wait("the whole screen", lambda: browser.run(
+            "const box = document.getElementById('stage').getBoundingClientRect();"
+            "return document.fullscreenElement?.id === 'stage' && box.width === innerWidth && box.height === innerHeight"))
+        browser.screenshot("view-full")
+        self.click("full")
+        browser.wait("the page", lambda: browser.run("return document.fullscreenElement === null && document.getElementById('size').checkVisibility()"))
 
     def lose_and_find_the_host(self):
         self.browser.open(self.host.address("/view/clock"))

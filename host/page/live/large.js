@@ -1,6 +1,8 @@
 // The large view of one camera: a dialog that follows the address, so that #NAME can be kept as a bookmark and the
 // browser's Back closes it.
 
+import { FullScreen } from "../shared/fullscreen.js";
+import { Gestures } from "../shared/gestures.js";
 import { text } from "../shared/words.js";
 import { CameraView, setHidden, setText } from "../shared/view.js";
 import { RemoteControl } from "./remote.js";
@@ -18,6 +20,7 @@ export class LargeView extends CameraView {
     #tile = null;
     #remote = new RemoteControl(this.parts.remote);
     #opened = false; // the entry in the history is of our making
+    #full;
     #changed; // told after the view has opened, turned to another camera, or closed
 
     constructor(dialog, tiles, { changed, connectPhone }) {
@@ -27,6 +30,8 @@ export class LargeView extends CameraView {
         for (const button of [this.parts.connect, this.parts.phone]) {
             button.addEventListener("click", () => connectPhone(this.#tile.camera.name));
         }
+        this.#full = new FullScreen(this.parts.full, this.parts.stage, dialog);
+        new Gestures(this.parts.stage, { swiped: (step) => this.#turn(step) });
         this.parts.close.addEventListener("click", () => dialog.close());
         this.parts.previous.addEventListener("click", () => this.#turn(-1));
         this.parts.next.addEventListener("click", () => this.#turn(1));
@@ -105,6 +110,7 @@ export class LargeView extends CameraView {
     }
 
     #closed() {
+        this.#full.leave();
         if (this.#tile !== null) {
             const { open } = this.#tile.parts;
             this.#tile = null;

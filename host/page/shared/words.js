@@ -244,6 +244,7 @@ export const WORDS = {
 
     // Several pages
     allCameras: ["All cameras", "Todas las cámaras", "Toutes les caméras", "Все камеры", "Visas kameras", "Bütün kameralar", "ყველა კამერა"],
+    fullScreen: ["Full screen", "Pantalla completa", "Plein écran", "Во весь экран", "Pilnekrāns", "Tam ekran", "სრული ეკრანი"],
     camera: ["Camera", "Cámara", "Caméra", "Камера", "Kamera", "Kamera", "კამერა"],
     cameras: ["Cameras", "Cámaras", "Caméras", "Камеры", "Kameras", "Kameralar", "კამერები"],
     close: ["Close", "Cerrar", "Fermer", "Закрыть", "Aizvērt", "Bağla", "დახურვა"],
@@ -357,6 +358,7 @@ export const WORDS = {
     part: ["Part", "Parte", "Partie", "Часть", "Daļa", "Hissə", "ნაწილი"],
     whole: ["Whole", "Entera", "Entière", "Целиком", "Viss", "Bütöv", "მთლიანი"],
     dragToZoom: ["Drag over the picture to zoom into a part of it.", "Arrastre sobre la imagen para acercar una parte.", "Faites glisser sur l’image pour en agrandir une partie.", "Проведите по кадру, чтобы приблизить его часть.", "Velciet pāri attēlam, lai tuvinātu tā daļu.", "Bir hissəni yaxınlaşdırmaq üçün görüntünün üzərində sürüşdürün.", "გადაუსვით კადრს მისი ნაწილის გასადიდებლად."],
+    touchToZoom: ["Spread two fingers to zoom, swipe for the next camera.", "Separe dos dedos para ampliar; deslice para ver la cámara siguiente.", "Écartez deux doigts pour agrandir, balayez pour la caméra suivante.", "Разведите два пальца, чтобы приблизить; проведите вбок — следующая камера.", "Izpletiet divus pirkstus, lai tuvinātu; pavelciet sānis, lai redzētu nākamo kameru.", "Yaxınlaşdırmaq üçün iki barmağı aralayın, növbəti kamera üçün yana sürüşdürün.", "მისაახლოებლად ორი თითი გაშალეთ, შემდეგი კამერისთვის გვერდზე გადაუსვით."],
     gone: ["Gone", "Ya no está", "Disparue", "Удалён", "Vairs nav", "Yoxdur", "აღარ არის"],
     sourceGone: ["There is no such source any more", "Esta fuente ya no existe", "Cette source n’existe plus", "Такого источника больше нет", "Šāda avota vairs nav", "Belə mənbə artıq yoxdur", "ასეთი წყარო აღარ არსებობს"],
     looksForIt: ["The page looks for it from time to time.", "La página la busca de vez en cuando.", "La page la cherche de temps en temps.", "Страница время от времени ищет его.", "Lapa to laiku pa laikam meklē.", "Səhifə onu vaxtaşırı axtarır.", "გვერდი მას დროდადრო ეძებს."],

@@ -5,9 +5,11 @@
 // view can be kept as a bookmark.
 
 import { PacketError, parsePacket } from "./packet.js";
-import { setText } from "../shared/view.js";
+import { FullScreen } from "../shared/fullscreen.js";
+import { Gestures } from "../shared/gestures.js";
+import { setHidden, setText } from "../shared/view.js";
 import { text, translatePage } from "../shared/words.js";
-import { WHOLE, percentText, zoomInto, zoomAround, isWhole } from "./zoom.js";
+import { WHOLE, areaOf, percentText, zoomInto, zoomAround, isWhole } from "./zoom.js";
 
 const RETRY_MS = 1000;
 const RETRY_LATER_MS = 5000;
@@ -20,7 +22,8 @@ const SET_DELAY_MS = 120; // gathers the steps of a slider that moves
 const page = {};
 for (const id of [
     "viewer", "name", "state", "stage", "picture", "selection", "notice", "notice-title", "notice-detail", "size", "fps",
-    "fps-text", "quality", "quality-text", "rotate", "zoom-in", "zoom-out", "shown", "rate", "data", "part",
+    "fps-text", "quality", "quality-text", "rotate", "zoom-in", "zoom-out", "shown", "rate", "data", "part", "previous",
+    "next", "full",
 ]) {
     page[id] = document.getElementById(id);
 }
@@ -35,10 +38,14 @@ function keyOfAddress() {
     }
 }
 
-const key = keyOfAddress();
-page.name.textContent = key;
-page.picture.setAttribute("aria-label", text("pictureFrom", key));
-document.title = `${key} – Morrowstream`;
+let key = "";
+
+function showKey() {
+    key = keyOfAddress();
+    setText(page.name, key);
+    page.picture.setAttribute("aria-label", text("pictureFrom", key));
+    document.title = `${key} – Morrowstream`;
+}
 
 // --- What is asked for ---------------------------------------------------------------------------------------------
 
@@ -132,7 +139,7 @@ function endDrag() {
 }
 
 page.picture.addEventListener("pointerdown", (event) => {
-    if (event.button === 0 && event.isPrimary) {
+    if (event.button === 0 && event.isPrimary && event.pointerType !== "touch") {
         drag = { x: event.clientX, y: event.clientY };
         page.picture.setPointerCapture(event.pointerId);
     }
@@ -167,6 +174,79 @@ page.picture.addEventListener("pointerup", (event) => {
 page.picture.addEventListener("pointercancel", endDrag);
 page.picture.addEventListener("dblclick", () => page["zoom-out"].click());
 
+// --- Fingers -------------------------------------------------------------------------------------------------------
+
+let boxAtFirst = null; // where the picture was before the fingers moved it
+
+new Gestures(page.stage, {
+    swiped: turn,
+    maySwipe: () => isWhole(view.zoom),
+    changing(change) {
+        boxAtFirst ??= pictureBox();
+        if (change === null) {
+            boxAtFirst = null;
+            page.picture.style.transform = "";
+            return;
+        }
+        // Until the host sends that part, the page moves what it has.
+        const stage = page.stage.getBoundingClientRect();
+        const { scale, from, to } = change;
+        page.picture.style.transformOrigin = `${from.x - stage.left}px ${from.y - stage.top}px`;
+        page.picture.style.transform = `translate(${to.x - from.x}px, ${to.y - from.y}px) scale(${scale})`;
+    },
+    changed(change) {
+        page.picture.style.transform = "";
+        if (boxAtFirst !== null) {
+            view.zoom = zoomInto(view.zoom, view.turns, areaOf(boxAtFirst, change));
+            boxAtFirst = null;
+            changed();
+        }
+    },
+});
+
+// --- From camera to camera, and the whole screen -------------------------------------------------------------------
+
+let cameras = []; // by name, in the host's order
+
+async function listCameras() {
+    try {
+        const answer = await fetch(new URL("/health", location.origin), { cache: "no-store" });
+        cameras = answer.ok ? (await answer.json()).cameras.map((camera) => camera.name) : cameras;
+    } catch {
+        // The stream tells of a host that is away.
+    }
+    const alone = cameras.length === 0 || (cameras.length === 1 && cameras[0] === key);
+    setHidden(page.previous, alone);
+    setHidden(page.next, alone);
+}
+
+// In this page: the screen stays the picture's, and size, rate and quality what they are.
+function turn(step) {
+    if (page.next.hidden) {
+        return;
+    }
+    const index = cameras.indexOf(key);
+    const name = cameras[index < 0 && step < 0 ? cameras.length - 1 : (index + step + cameras.length) % cameras.length];
+    view.zoom = WHOLE;
+    view.turns = 0;
+    history.pushState(null, "", `/view/${name.split("/").map(encodeURIComponent).join("/")}?${parameters()}`);
+    openSource();
+}
+
+page.previous.addEventListener("click", () => turn(-1));
+page.next.addEventListener("click", () => turn(1));
+document.addEventListener("keydown", (event) => {
+    const elsewhere = event.altKey || event.ctrlKey || event.metaKey || event.target.closest("input, select") !== null;
+    if (!elsewhere && (event.key === "ArrowLeft" || event.key === "ArrowRight")) {
+        turn(event.key === "ArrowLeft" ? -1 : 1);
+    }
+});
+addEventListener("popstate", () => {
+    readAddress();
+    openSource();
+});
+new FullScreen(page.full, page.stage, page.viewer);
+
 // --- The stream ----------------------------------------------------------------------------------------------------
 
 let socket = null;
@@ -174,6 +254,8 @@ let lastHeard = 0;
 let hasPicture = false; // the source has one now, by what the host said last
 let drawn = false; // a picture of this connection is on the screen
 let arrivals = []; // of the last seconds: [time, bytes]
+let askTimer = 0;
+let opened = 0; // sources so far
 
 function send(message) {
     if (socket !== null && socket.readyState === WebSocket.OPEN) {
@@ -212,20 +294,44 @@ function lose() {
     socket = null;
     say("lost", text("lost"), text("lossTitle"), text("tryingAgain"));
     // A host that takes the socket and shows nothing is not to be hammered.
-    setTimeout(askHost, drawn ? 0 : RETRY_LATER_MS);
+    askLater(drawn ? 0 : RETRY_LATER_MS);
+}
+
+function askLater(delay) {
+    clearTimeout(askTimer);
+    askTimer = setTimeout(askHost, delay);
+}
+
+// What the address names now.
+function openSource() {
+    clearTimeout(askTimer);
+    ++opened;
+    const former = socket;
+    socket = null;
+    former?.close();
+    arrivals = [];
+    showKey();
+    showControls();
+    say("waiting", text("connecting"), text("connecting"), "");
+    connect();
+    listCameras();
 }
 
 // A plain request before each new socket tells a host that is away from a source that is, and a browser slows down
 // sockets that are refused one after the other.
 async function askHost() {
     let status = 0;
+    const source = opened;
     try {
-        const answer = await fetch(location.pathname, {
+        const answer = await fetch(new URL(location.pathname, location.origin), {
             method: "HEAD", cache: "no-store", signal: AbortSignal.timeout(ASK_TIMEOUT_MS),
         });
         status = answer.status;
     } catch {
         // No answer: the host is down or out of reach.
+    }
+    if (source !== opened) {
+        return; // another one has been turned to meanwhile
     }
     if (status === 200) {
         connect();
@@ -238,7 +344,7 @@ async function askHost() {
     } else {
         say("lost", text("lost"), text("lossTitle"), text("tryingAgain"));
     }
-    setTimeout(askHost, status === 0 ? RETRY_MS : RETRY_LATER_MS);
+    askLater(status === 0 ? RETRY_MS : RETRY_LATER_MS);
 }
 
 function hear(message) {
@@ -320,5 +426,4 @@ setInterval(() => {
 }, 500);
 
 readAddress();
-showControls();
-connect();
+openSource();

@@ -35,6 +35,16 @@ function turnBack(area, turns) {
     }
 }
 
+// What a picture's box on the screen, {left, top, width, height}, shows once its point `from` has come to `to` and what is
+// around that has grown by `scale`: an area of it in parts of 1.
+export function areaOf(box, { scale, from, to }) {
+    return {
+        left: (from.x + (box.left - to.x) / scale - box.left) / box.width,
+        top: (from.y + (box.top - to.y) / scale - box.top) / box.height,
+        width: 1 / scale, height: 1 / scale,
+    };
+}
+
 // area: what was marked of the picture on the screen, which shows `zoom`.
 export function zoomInto(zoom, turns, area) {
     const inside = turnBack(area, turns);
