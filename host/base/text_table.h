@@ -46,7 +46,9 @@ inline std::vector<TextLine> ReadTextTable(std::string_view content) {
 inline std::optional<std::chrono::sys_seconds> SecondsIn(std::string_view text) {
     std::int64_t seconds = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    if (error != std::errc{} || end != text.data() + text.size())
+    // With a year of more than four digits, what is reckoned with it would be nonsense.
+    constexpr std::int64_t kYear10000 = 253'402'300'800;
+    if (error != std::errc{} || end != text.data() + text.size() || seconds < 0 || seconds >= kYear10000)
         return std::nullopt;
     return std::chrono::sys_seconds{std::chrono::seconds(seconds)};
 }
