@@ -11,10 +11,12 @@ import re
 import shutil
 import signal
 import socket
+import ssl
 import struct
 import subprocess
 import threading
 import time
+import urllib.parse
 import zipfile
 from xml.etree import ElementTree
 
@@ -106,8 +108,11 @@ class Reader(Actor):
         super().__init__(soak)
         self.camera, self.seen, self.last = camera, 0, None
 
+    def connection(self):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=15)
+
     def turn(self):
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=15)
+        connection = self.connection()
         try:
             connection.request("GET", f"/live/{self.camera}", headers=sign_in("guard", PASSWORD))
             answer = connection.getresponse()
@@ -142,6 +147,13 @@ class Reader(Actor):
             self.failures.append(f"{self.camera} went from {self.last} to {number}")
         self.last = number
         self.seen += 1
+
+
+class SecureReader(Reader):
+    """The same over TLS."""
+
+    def connection(self):
+        return http.client.HTTPSConnection("127.0.0.1", self.port, timeout=15, context=self.soak.context)
 
 
 class Viewer(Actor):
@@ -193,6 +205,34 @@ class Browser(Actor):
         path = random.choice([f"/snapshot/{self.soak.healthy[0]}.jpg", "/", "/metrics", "/health", "/mobile"])
         status, body, _ = self.request("GET", path, "guard", PASSWORD)
         assert status == 200 and body, f"{path} answers {status}"
+
+
+class SecureBrowser(Actor):
+    """Signs in by the form over TLS, goes from page to page with the cookie, and signs out again."""
+
+    pause = 1.0
+
+    def ask(self, connection, method, path, headers, form=None):
+        body = urllib.parse.urlencode(form) if form is not None else None
+        connection.request(method, path, body, {"Origin": f"https://127.0.0.1:{self.port}", **headers})
+        answer = connection.getresponse()
+        return answer.status, answer.read(), answer.headers
+
+    def turn(self):
+        connection = http.client.HTTPSConnection("127.0.0.1", self.port, timeout=20, context=self.soak.context)
+        try:
+            status, _, headers = self.ask(connection, "POST", "/sign-in", {}, {"name": "guard", "password": PASSWORD})
+            assert status == 303, f"the sign-in answers {status}"
+            cookie = {"Cookie": headers["Set-Cookie"].split(";")[0]}
+            for path in random.sample(["/", "/health", f"/snapshot/{self.soak.healthy[0]}.jpg", "/tiny", "/assets/live/app.js"], 3):
+                status, body, _ = self.ask(connection, "GET", path, cookie)
+                assert status == 200 and body, f"{path} answers {status}"
+            status, _, _ = self.ask(connection, "POST", "/sign-out", cookie, {})
+            assert status == 303, f"the sign-out answers {status}"
+            status, _, _ = self.ask(connection, "GET", "/health", cookie)
+            assert status == 401, f"a session that has ended gets {status}"
+        finally:
+            connection.close()
 
 
 class Downloader(Actor):
@@ -317,6 +357,85 @@ class Vandal(Actor):
                         pass
             except (ConnectionError, TimeoutError):
                 pass
+
+
+class TlsVandal(Actor):
+    """Breaks off, spoils and stalls handshakes, and what comes behind them, from an address of its own."""
+
+    pause = 0.3
+    address = "127.0.0.10"
+    patience = 25  # the deadlines of a handshake and of a head, and what a busy machine adds
+
+    def turn(self):
+        getattr(self, random.choice(["spoil", "break_off", "stall", "misuse", "misuse"]))()
+
+    def hello(self):
+        """What a client of TLS says first."""
+        incoming, outgoing = ssl.MemoryBIO(), ssl.MemoryBIO()
+        client = self.soak.context.wrap_bio(incoming, outgoing, server_hostname="localhost")
+        try:
+            client.do_handshake()
+        except ssl.SSLWantReadError:
+            pass
+        return outgoing.read()
+
+    def await_end(self, peer):
+        end = time.monotonic() + self.patience
+        peer.settimeout(1)
+        while time.monotonic() < end and not self.stopped.is_set():
+            try:
+                if not peer.recv(4096):
+                    return
+            except TimeoutError:
+                pass
+            except OSError:
+                return
+        assert self.stopped.is_set(), f"a TLS client that says nothing more was held for over {self.patience} s"
+
+    def spoil(self):
+        hello = bytearray(self.hello())
+        for _ in range(random.randint(1, 20)):
+            hello[random.randrange(1, len(hello))] = random.randrange(256)
+        with connect(self.port, self.address, 30) as peer:
+            peer.sendall(hello)
+            self.await_end(peer)
+
+    def break_off(self):
+        hello = self.hello()
+        with connect(self.port, self.address) as peer:
+            peer.sendall(hello[:random.randrange(1, len(hello))])
+            if random.random() < 0.5:
+                peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+    def stall(self):
+        hello = self.hello()
+        peers = [connect(self.port, self.address) for _ in range(10)]
+        try:
+            for peer in peers:
+                peer.sendall(hello[:random.choice([1, 5, len(hello) - 1, len(hello)])])
+            for peer in peers:
+                self.await_end(peer)
+                self.soak.seen["stalled handshakes ended"] += 1
+        finally:
+            for peer in peers:
+                peer.close()
+
+    def misuse(self):
+        """What is behind the handshake is no better than what Vandal sends in clear, or is no TLS."""
+        with connect(self.port, self.address, 30) as plain:
+            peer = self.soak.context.wrap_socket(plain, server_hostname="localhost")
+            try:
+                if random.random() < 0.5:
+                    peer.sendall(random.choice([random.randbytes(3000), b"GET /" + random.randbytes(200) + b" HTTP/1.1\r\n\r\n",
+                                                b"GET / HTTP/1.1\r\n" + b"X: y\r\n" * 4000 + b"\r\n", self.hello()]))
+                    self.await_end(peer)
+                else:
+                    plain = socket.socket(fileno=os.dup(peer.fileno()))
+                    with plain:
+                        plain.sendall(random.choice([b"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n", random.randbytes(200)]))
+                        self.await_end(plain)
+            finally:
+                peer.close()
 
 
 class Sloth(Actor):
