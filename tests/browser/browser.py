@@ -88,22 +88,20 @@ class Browser:
         who = (parts.hostname, parts.port, parts.username, parts.password)
         if self.signed_in == who:
             return
-        self.driver.get(f"{parts.scheme}://{parts.hostname}:{parts.port}/sign-in?to=/tiny")
-        for name, value in (("name", parts.username), ("password", parts.password)):
-            self.driver.find_element(By.NAME, name).send_keys(urllib.parse.unquote(value))
-        self.driver.find_element(By.CSS_SELECTOR, "form button").click()
-        self.wait("the page behind the sign-in", lambda: "/sign-in" not in self.driver.current_url)
+        self.fill_in(f"{parts.scheme}://{parts.hostname}:{parts.port}", parts.username, urllib.parse.unquote(parts.password))
         self.signed_in = who
 
     def sign_in_by_form(self, origin, password):
-        """The administrator, as a person does it; ends on the live page."""
-        self.driver.get(f"{origin}/sign-in")
-        self.run("""
-            document.querySelector("[name=name]").value = "admin";
-            document.querySelector("[name=password]").value = arguments[0];
-            document.querySelector("form").submit();
-        """, password)
+        """The administrator; ends on the live page."""
+        self.fill_in(origin, "admin", password)
         self.wait("the live page", lambda: len(self.tiles()) > 0)
+
+    def fill_in(self, origin, name, password):
+        self.driver.get(f"{origin}/sign-in")
+        for field, value in (("name", name), ("password", password)):
+            self.driver.find_element(By.NAME, field).send_keys(value)
+        self.driver.find_element(By.CSS_SELECTOR, "form button").click()
+        self.wait("the page behind the sign-in", lambda: "/sign-in" not in self.driver.current_url)
 
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)
