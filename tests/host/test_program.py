@@ -227,7 +227,7 @@ class Programs(ProgramCase):
         self.assertFalse([word for word in passwords.values() if word in said + children or len(word) < 16])
         self.assertIn(f'\nSign in as "admin"; the password stands in {self.data}/admin-password\n', said)
         own = re.findall(r"(?m)^  or https://([\d.]+:\d+)/ from other computers", said)
-        self.assertEqual(re.findall(r"becomes the camera spare with https?://([^/]+)/(?:phone#|get/)[0-9a-f]{32}\n", said), own[:1])
+        self.assertEqual(re.findall(r"becomes the camera spare with https://([^/]+)/phone#[0-9a-f]{32}\n", said), own[:1])
         users = self.read("users")
         # Kept, so that a phone that is the camera stays it.
         start("0.0.0.0")
