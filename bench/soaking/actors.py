@@ -634,6 +634,41 @@ class Rubbisher(Actor):
                 raise AssertionError("5,000 pictures that are none were put up with") from None
 
 
+class Tablemaker(Actor):
+    """A camera whose every picture comes with Huffman tables that nobody has had before, decodable or not."""
+
+    pause = 0.5
+
+    def turn(self):
+        with connect(self.port, "127.0.0.9", 30) as phone:
+            phone.sendall(head("POST /mobile/video/tables", "tables", PASSWORD) + record(PASSWORD))
+            answer = phone.recv(1)
+            assert answer == b"\0", f"the phone was refused: {answer!r}"
+            phone.sendall(struct.pack("<H", 0))
+            try:
+                for _ in range(150):
+                    picture = with_other_tables(random.choice(self.soak.pictures))
+                    phone.sendall(struct.pack("<BH", 4, len(picture)) + picture)
+                    self.soak.seen["tables made up"] += 4
+            except ConnectionError:
+                pass  # too many in a row were no pictures
+
+
+def with_other_tables(jpeg):
+    """The same codes for the same symbols in another order, in each table."""
+    changed = bytearray(jpeg)
+    at = 2
+    while changed[at + 1] != 0xDA:
+        end = at + 2 + struct.unpack_from(">H", changed, at + 2)[0]
+        table = at + 4
+        while changed[at + 1] == 0xC4 and table < end:
+            symbols = table + 17
+            table = symbols + sum(changed[table + 1 : symbols])
+            changed[symbols:table] = random.sample(changed[symbols:table], table - symbols)
+        at = end
+    return bytes(changed)
+
+
 class Glutton(Actor):
     """One login that watches as often as it can, and as large as it can, for a picture now and then."""
 
