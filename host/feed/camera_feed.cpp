@@ -24,14 +24,13 @@ thread_local std::chrono::nanoseconds t_workedUntil{0};
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     const auto began = Clock::now();
     const auto work = t_lastFeed == m_id ? ThreadTime() - t_workedUntil : std::chrono::nanoseconds::zero();
-    std::uint8_t* block = nullptr;
-    std::uint32_t size = 0;
-    const HRESULT hr = frame != nullptr ? frame->GetFrameContent(&block, &size) : E_UNEXPECTED;
-    FrameContent content(SUCCEEDED(hr) ? block : nullptr);
+    HeldFrame held = frame != nullptr ? HeldFrame::Of(*frame) : HeldFrame{};
     PlaneLayout layout;
-    const bool decoded = ReadLayout(content.get(), size, &layout);
+    const bool decoded = ReadLayout(held.block.data(), held.block.size(), &layout);
     if (decoded) {
-        Take(std::move(content), layout);
+        if (m_pictures == Pictures::Encoded)
+            held.file = {};
+        Take(std::move(held), layout);
         Account(work, began);
     } else {
         const std::lock_guard guard(m_mutex);
@@ -47,19 +46,25 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     return S_OK;
 }
 
-void CameraFeed::Take(FrameContent content, const PlaneLayout& layout) {
+void CameraFeed::Take(HeldFrame held, const PlaneLayout& layout) {
     PicturePtr old; // freed outside the lock
     const std::lock_guard guard(m_mutex);
     ++m_frames;
     // The picture may outlive this feed, and is encoded when somebody asks for it.
     auto encoded = [meters = m_meters](std::chrono::nanoseconds time) { meters->encode.Observe(time); };
     old = std::exchange(
-        m_newest, std::make_shared<const Picture>(m_frames, std::move(content), layout, std::move(encoded)));
+        m_newest, std::make_shared<const Picture>(m_frames, std::move(held), layout, std::move(encoded)));
     m_rate.Add(m_newest->Arrival());
     if (const auto asked = std::exchange(m_asked, std::nullopt))
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
+}
+
+void CameraFeed::LetGo() {
+    PicturePtr old;
+    const std::lock_guard guard(m_mutex);
+    old = std::exchange(m_newest, nullptr);
 }
 
 void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began) {

@@ -46,11 +46,16 @@ struct CameraMeters {
     std::atomic<std::uint64_t> creditStallNanoseconds{0};
 };
 
+// What those who watch a camera get of a phone's pictures: what may be passed on of its own files, or every
+// picture encoded anew.
+enum class Pictures { PassedOn, Encoded };
+
 // The sink of one camera. Its operation runs on the thread that receives the phone's frames, under the
-// camera's lock: it takes the picture, signals and returns; nothing is encoded there.
+// camera's lock: it takes the frame, signals and returns; nothing is copied or encoded there.
 class CameraFeed : public platform::Implements<ICamSink> {
 public:
-    CameraFeed(std::uint32_t id, std::string name) : m_id(id), m_name(std::move(name)) {}
+    CameraFeed(std::uint32_t id, std::string name, Pictures pictures = Pictures::PassedOn)
+        : m_id(id), m_name(std::move(name)), m_pictures(pictures) {}
 
     HRESULT OnVideoFrame(IVideoFrame* frame) override;
 
@@ -83,6 +88,8 @@ public:
 
     // The feed table keeps these.
     void SetType(std::string type);
+    // Forgets the newest picture, and with it the component's frame. No picture comes any more.
+    void LetGo();
     // True when that changes something.
     bool SetConnected(bool connected) noexcept { return m_connected.exchange(connected) != connected; }
 
@@ -90,11 +97,12 @@ protected:
     ~CameraFeed() = default;
 
 private:
-    void Take(FrameContent content, const PlaneLayout& layout);
+    void Take(HeldFrame held, const PlaneLayout& layout);
     void Account(std::chrono::nanoseconds work, Clock::time_point began);
 
     const std::uint32_t m_id;
     const std::string m_name;
+    const Pictures m_pictures;
     const std::shared_ptr<CameraMeters> m_meters = std::make_shared<CameraMeters>();
     std::atomic<bool> m_connected{false};
     mutable std::atomic<Clock::rep> m_watched{0}; // when somebody last asked for a picture; 0: nobody has

@@ -31,7 +31,7 @@ std::optional<bool> AskConnected(const ComPtr<ICam>& cam) {
 FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
     Entry& entry = m_entries[name];
     if (!entry.feed)
-        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name);
+        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name, m_pictures);
     return entry;
 }
 
@@ -113,8 +113,17 @@ void FeedTable::EndChange() {
 }
 
 void FeedTable::SetSource(ComPtr<IVideoSource> source) {
-    const std::lock_guard guard(m_mutex);
-    std::swap(m_source, source);
+    std::vector<FeedPtr> ended;
+    {
+        const std::lock_guard guard(m_mutex);
+        std::swap(m_source, source);
+        for (const auto& [name, entry] : m_entries) {
+            if (!m_source)
+                ended.push_back(entry.feed);
+        }
+    }
+    for (const FeedPtr& feed : ended)
+        feed->LetGo();
 }
 
 void FeedTable::SetType(const std::string& name, const std::string& type) {

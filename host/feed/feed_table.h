@@ -27,6 +27,8 @@ namespace host {
 // calls the component with m_mutex held.
 class FeedTable : public platform::Implements<IVideoSourceSink> {
 public:
+    explicit FeedTable(Pictures pictures = Pictures::PassedOn) : m_pictures(pictures) {}
+
     HRESULT OnCamAdded(BSTR bstrName) override;
     HRESULT OnCamRemoved(BSTR bstrName) override;
 
@@ -42,7 +44,8 @@ public:
         FeedTable& m_table;
     };
 
-    // The source to connect to the cameras of. Before Subscribe; null lets go of it, after Unsubscribe.
+    // The source to connect to the cameras of. Before Subscribe; null lets go of it, after Unsubscribe, and
+    // of all pictures that came from it.
     void SetSource(platform::ComPtr<IVideoSource> source);
     // The type of a camera, before it is added.
     void SetType(const std::string& name, const std::string& type);
@@ -81,6 +84,7 @@ private:
     Entry& EntryOf(const std::string& name);
     void EndChange();
 
+    const Pictures m_pictures;
     mutable std::mutex m_mutex; // everything below
     platform::ComPtr<IVideoSource> m_source;
     std::map<std::string, Entry> m_entries;

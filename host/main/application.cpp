@@ -204,7 +204,7 @@ public:
                    }),
           m_handlers(ComObject<WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
-          m_feeds(ComObject<FeedTable>::Create()),
+          m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
           m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
         RegisterLogEngine();

@@ -49,6 +49,8 @@ const std::string_view kHelpText =
   --max-archives-per-login N, --max-archives-per-address N
                          midlet archives that are being built, at a time (2 and 16)
   --max-pixels N         a phone's picture of more pixels is one that cannot be decoded (4194304)
+  --reencode             encodes every picture anew for those who watch, in place of passing on what the phones sent without
+                         all that is not the picture
 
 Cameras, passwords and language are changed at http://ADDR:PORT/settings. A file DIR/cameras, with a line each of name, type
 (320x240 or 160x120) and password, separated by tabs, is taken into the settings at the start.
@@ -111,6 +113,7 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
         {"--tls-cert", SomeText(options.certificate.certificate)},
         {"--tls-key", SomeText(options.certificate.key)},
         platform::Flag("--allow-plain", options.allowPlain),
+        platform::Flag("--reencode", options.reencode),
         {"--trusted-proxy",
          [&](auto name, auto value) {
              if (!options.proxies.Add(value))

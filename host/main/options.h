@@ -40,6 +40,7 @@ struct Options {
     CertificateFiles certificate; // the operator's own; empty: one of an authority in the data folder
     Limits limits;
     std::int64_t maxPixels = 4 << 20; // of a picture that a phone sends
+    bool reencode = false;            // watchers get no phone's own files
 
     // A demo that other machines reach has passwords of its own, and its pages ask for a sign-in.
     [[nodiscard]] bool IsOpenDemo() const { return demo && !listen.IsLoopback(); }

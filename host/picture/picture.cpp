@@ -17,6 +17,26 @@ namespace {
 constexpr int kQuality = 80;
 constexpr std::size_t kMostKeptJpegBytes = std::size_t{512} * 1024;
 std::atomic<std::uint64_t> g_encoded{0};
+std::atomic<std::uint64_t> g_passedOn{0};
+
+std::uint64_t UnixMsNow() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count());
+}
+
+// Empty when the picture must be encoded.
+std::string PassOn(std::span<const std::uint8_t> file) {
+    // Of a file, whose size is that of two 16-bit counts, far below the limit.
+    const auto size = static_cast<std::int32_t>(file.size());
+    std::string passed(file.size() + 2, '\0');
+    std::int32_t passedSize = 0;
+    if (StripJpeg(file.data(), size, reinterpret_cast<std::uint8_t*>(passed.data()), size + 2, &passedSize) !=
+        ImageOk)
+        return {};
+    passed.resize(static_cast<std::size_t>(passedSize));
+    return passed;
+}
 
 } // namespace
 
@@ -96,6 +116,41 @@ FrameContent AllocateFrame(const PlaneLayout& layout) noexcept {
     return content;
 }
 
+HeldFrame HeldFrame::Of(IVideoFrame& frame) {
+    HeldFrame held;
+    const std::uint8_t* bytes = nullptr;
+    std::uint32_t size = 0;
+    std::int64_t monotonic = 0;
+    std::int64_t utc = 0;
+    (void)frame.QueryInterface(IReceivedPicture::iid, held.frame.ReceiveVoid());
+    if (held.frame && SUCCEEDED(held.frame->GetArrival(&monotonic, &utc))) {
+        held.arrival = Clock::time_point(std::chrono::nanoseconds(monotonic));
+        held.arrivalUnixMs = static_cast<std::uint64_t>(utc / 1'000'000);
+        if (SUCCEEDED(held.frame->GetFrameBlock(&bytes, &size)))
+            held.block = {bytes, size};
+        if (SUCCEEDED(held.frame->GetFile(&bytes, &size)))
+            held.file = {bytes, size};
+        return held;
+    }
+    // A component that does not lend gives copies.
+    held.frame = nullptr;
+    held.arrivalUnixMs = UnixMsNow();
+    std::uint8_t* copy = nullptr;
+    if (SUCCEEDED(frame.GetFrameContent(&copy, &size))) {
+        held.copy.reset(copy);
+        held.block = {copy, size};
+    }
+    return held;
+}
+
+HeldFrame HeldFrame::Of(FrameContent content, const PlaneLayout& layout) {
+    HeldFrame held;
+    held.copy = std::move(content);
+    held.block = {held.copy.get(), FrameBytes(layout)};
+    held.arrivalUnixMs = UnixMsNow();
+    return held;
+}
+
 PicturePtr MakePlaceholder(int width, int height) {
     const PlaneLayout layout{std::clamp(width, 16, 4096), std::clamp(height, 16, 4096), true};
     FrameContent content = AllocateFrame(layout);
@@ -114,19 +169,33 @@ std::string DrawPlaceholder(int width, int height) {
     return EncodeJpeg(picture->Block().data(), picture->Layout());
 }
 
+std::string Picture::Encode() const {
+    const auto began = ThreadTime();
+    std::string jpeg = EncodeJpeg(Block().data(), m_layout);
+    if (m_encoded)
+        m_encoded(ThreadTime() - began);
+    g_encoded.fetch_add(1, std::memory_order_relaxed);
+    return jpeg;
+}
+
 const std::string& Picture::Jpeg() const {
     std::call_once(m_once, [this] {
-        const auto began = ThreadTime();
-        m_jpeg = EncodeJpeg(m_content.get(), m_layout);
-        if (m_encoded)
-            m_encoded(ThreadTime() - began);
-        g_encoded.fetch_add(1, std::memory_order_relaxed);
+        if (!m_frame.file.empty())
+            m_jpeg = PassOn(m_frame.file);
+        if (m_jpeg.empty())
+            m_jpeg = Encode();
+        else
+            g_passedOn.fetch_add(1, std::memory_order_relaxed);
     });
     return m_jpeg;
 }
 
 std::uint64_t Picture::EncodedCount() noexcept {
     return g_encoded.load(std::memory_order_relaxed);
+}
+
+std::uint64_t Picture::PassedOnCount() noexcept {
+    return g_passedOn.load(std::memory_order_relaxed);
 }
 
 } // namespace host

@@ -12,6 +12,10 @@
 #include <string_view>
 #include <vector>
 
+#include "interfaces/IReceivedPicture.h"
+#include "interfaces/IVideoFrame.h"
+#include "platform/com.h"
+
 namespace host {
 
 // The processor time that this thread has used: unlike the clock it does not count what others took.
@@ -52,17 +56,35 @@ FrameContent AllocateFrame(const PlaneLayout& layout) noexcept;
 // Encodes a frame block; empty when the encoder refuses.
 std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
 
+// A picture that came from the component, or one of the host's own: a frame block and what keeps it.
+struct HeldFrame {
+    using Clock = std::chrono::steady_clock;
+
+    platform::ComPtr<IReceivedPicture> frame; // lends block and file; null where the block is a copy
+    FrameContent copy;
+    std::span<const std::uint8_t> block;
+    std::span<const std::uint8_t> file; // as the phone sent it, not for others as it is; empty: there is none
+    Clock::time_point arrival = Clock::now();
+    std::uint64_t arrivalUnixMs = 0;
+
+    // Copies nothing of a frame that lends. Without a block when the picture could not be decoded.
+    static HeldFrame Of(IVideoFrame& frame);
+    static HeldFrame Of(FrameContent content, const PlaneLayout& layout);
+};
+
 class Picture {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = HeldFrame::Clock;
     // Is told the processor time that encoding the picture took, on the thread that encoded it.
     using Encoded = std::function<void(std::chrono::nanoseconds)>;
 
-    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, Encoded encoded = {})
-        : m_sequence(sequence), m_content(std::move(content)), m_layout(layout),
-          m_encoded(std::move(encoded)) {}
-    // A picture that came as JPEG; watchers get that file.
-    Picture(std::uint64_t sequence, FrameContent content, PlaneLayout layout, std::string jpeg)
+    // `layout` is that of the frame's block.
+    Picture(std::uint64_t sequence, HeldFrame frame, const PlaneLayout& layout, Encoded encoded = {})
+        : m_sequence(sequence), m_frame(std::move(frame)), m_layout(layout), m_encoded(std::move(encoded)) {}
+    Picture(std::uint64_t sequence, FrameContent content, const PlaneLayout& layout)
+        : Picture(sequence, HeldFrame::Of(std::move(content), layout), layout) {}
+    // One of the host's own that came as JPEG; watchers get that file.
+    Picture(std::uint64_t sequence, FrameContent content, const PlaneLayout& layout, std::string jpeg)
         : Picture(sequence, std::move(content), layout) {
         std::call_once(m_once, [&] { m_jpeg = std::move(jpeg); });
     }
@@ -71,27 +93,26 @@ public:
     [[nodiscard]] const PlaneLayout& Layout() const noexcept { return m_layout; }
     // The whole frame block.
     [[nodiscard]] std::span<const std::uint8_t> Block() const noexcept {
-        return {m_content.get(), FrameBytes(m_layout)};
+        return m_frame.block.first(FrameBytes(m_layout));
     }
-    [[nodiscard]] Clock::time_point Arrival() const noexcept { return m_arrival; }
-    [[nodiscard]] std::uint64_t ArrivalUnixMs() const noexcept { return m_arrivalUnixMs; }
+    [[nodiscard]] Clock::time_point Arrival() const noexcept { return m_frame.arrival; }
+    [[nodiscard]] std::uint64_t ArrivalUnixMs() const noexcept { return m_frame.arrivalUnixMs; }
 
-    // Encoded by the first who asks; the others wait for that and share it. Empty when it cannot be encoded.
-    // Any thread. Not from the thread that receives frames.
+    // The picture for those who watch: of a phone's file what may be passed on (StripJpeg), and encoded where
+    // there is none. Made by the first who asks; the others wait for that and share it. Empty when it cannot
+    // be encoded. Any thread. Not from the thread that receives frames.
     const std::string& Jpeg() const;
-    // How many pictures were encoded since the process began.
+    // How many pictures were encoded since the process began, and how many passed on as they had come.
     static std::uint64_t EncodedCount() noexcept;
+    static std::uint64_t PassedOnCount() noexcept;
 
 private:
+    [[nodiscard]] std::string Encode() const;
+
     const std::uint64_t m_sequence;
-    const FrameContent m_content;
+    const HeldFrame m_frame;
     const PlaneLayout m_layout;
     const Encoded m_encoded;
-    const Clock::time_point m_arrival = Clock::now();
-    const std::uint64_t m_arrivalUnixMs =
-        static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                       std::chrono::system_clock::now().time_since_epoch())
-                                       .count());
     mutable std::once_flag m_once;
     mutable std::string m_jpeg;
 };

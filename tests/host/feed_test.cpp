@@ -110,6 +110,52 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     EXPECT_LT(figures.age.value(), 5.0);
 }
 
+// Of a phone's file goes on what may, once for all; what may not, and everything where it is wished, is
+// encoded.
+TEST(CameraFeed, PassesThePhonesOwnPictureOn) {
+    const std::string clean = support::MakeJpeg(64, 48);
+    std::string file = clean;
+    file.insert(2, std::string("\xFF\xE1\0\x0E"
+                               "Exif\0\0hidden",
+                               16))
+        .append("behind the end");
+    std::string odd = clean;
+    odd.insert(odd.size() - 2, std::string("\xFF\xFE\0\2", 4)); // a comment behind the scan
+    const auto show = [&](CameraFeed& feed, const std::string& sent) {
+        EXPECT_EQ(feed.OnVideoFrame(ComObject<test::LentFrame>::Create(MakeBlock(64, 48), sent, 5'000'000'000,
+                                                                       1'700'000'000'123'456'789)
+                                        .Get()),
+                  S_OK);
+        return feed.Newest();
+    };
+    const FeedPtr feed = ComObject<CameraFeed>::Create(7U, "yard");
+    auto encoded = Picture::EncodedCount();
+    const auto passedOn = Picture::PassedOnCount();
+    {
+        const PicturePtr picture = show(*feed, file);
+        EXPECT_EQ(picture->Arrival(), Clock::time_point(5s));
+        EXPECT_EQ(picture->ArrivalUnixMs(), 1'700'000'000'123U);
+        EXPECT_EQ(std::string(picture->Block().begin(), picture->Block().end()), MakeBlock(64, 48));
+        std::vector<std::jthread> watchers;
+        for (int i = 0; i < 4; ++i)
+            watchers.emplace_back([&] { EXPECT_EQ(picture->Jpeg(), clean); });
+    }
+    EXPECT_EQ(Picture::PassedOnCount(), passedOn + 1);
+    EXPECT_EQ(Picture::EncodedCount(), encoded);
+    const FeedPtr again = ComObject<CameraFeed>::Create(8U, "gate", Pictures::Encoded);
+    for (const PicturePtr& picture :
+         {show(*feed, odd), show(*feed, "no file"), show(*feed, ""), show(*again, clean)}) {
+        EXPECT_EQ(support::DecodeJpeg(picture->Jpeg()).width, 64);
+        EXPECT_NE(picture->Jpeg(), clean);
+        EXPECT_EQ(Picture::EncodedCount(), ++encoded);
+    }
+    EXPECT_EQ(feed->OnVideoFrame(ComObject<test::LentFrame>::Create("", clean, 1, 1).Get()), S_OK);
+    EXPECT_EQ(feed->Figures().failed, 1U);
+    EXPECT_EQ(test::LentFrame::s_alive, 2) << "the newest of each";
+    feed->LetGo();
+    EXPECT_TRUE(!feed->Newest() && test::LentFrame::s_alive == 1);
+}
+
 TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
     const Clock::time_point t = Clock::now();
     struct Case {

@@ -1,6 +1,7 @@
 // Frames, and a camera's video source, without the component.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -8,9 +9,12 @@
 #include <string>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include "image/FrameBlock.h"
 #include "interfaces/ICam.h"
 #include "interfaces/ICamSettings.h"
+#include "interfaces/IReceivedPicture.h"
 #include "interfaces/IVideoSource.h"
 #include "platform/text.h"
 #include "support/Fake.h"
@@ -50,6 +54,45 @@ protected:
 
 private:
     const std::string m_block;
+};
+
+// A frame as the component gives it: block and file are lent.
+class LentFrame : public support::Fake<IVideoFrame, IReceivedPicture> {
+public:
+    LentFrame(std::string block, std::string file, std::int64_t monotonic, std::int64_t utc)
+        : m_block(std::move(block)), m_file(std::move(file)), m_monotonic(monotonic), m_utc(utc) {}
+
+    HRESULT GetFrameContent(std::uint8_t**, std::uint32_t*) override {
+        ADD_FAILURE() << "nothing is to be copied";
+        return E_UNEXPECTED;
+    }
+    HRESULT Reserved() override { return E_NOTIMPL; }
+    HRESULT GetFrameTag(std::uint32_t*) override { return E_NOTIMPL; }
+    HRESULT GetFile(const std::uint8_t** bytes, std::uint32_t* size) override {
+        return Lend(m_file, bytes, size);
+    }
+    HRESULT GetArrival(std::int64_t* monotonic, std::int64_t* utc) override {
+        *monotonic = m_monotonic;
+        *utc = m_utc;
+        return S_OK;
+    }
+    HRESULT GetFrameBlock(const std::uint8_t** bytes, std::uint32_t* size) override {
+        return m_block.empty() ? E_UNEXPECTED : Lend(m_block, bytes, size);
+    }
+    static inline std::atomic<int> s_alive{0};
+
+protected:
+    ~LentFrame() { --s_alive; }
+
+private:
+    static HRESULT Lend(const std::string& from, const std::uint8_t** bytes, std::uint32_t* size) {
+        *bytes = reinterpret_cast<const std::uint8_t*>(from.data());
+        *size = static_cast<std::uint32_t>(from.size());
+        return S_OK;
+    }
+    const std::string m_block, m_file;
+    const std::int64_t m_monotonic, m_utc;
+    const int m_counted = ++s_alive;
 };
 
 // A camera that takes one sink and says whether its phone is there.

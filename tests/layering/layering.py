@@ -50,7 +50,7 @@ TABLE = {
     "src/runtime/module": INTERFACES | TRACE | {"src/server", "src/Common/Utils"},
     # The host talks to the component through the contract, and to the codec through its facade. First what any host
     # needs: these rooms know nothing of the web, of users or of pages.
-    "host/picture": {"platform"} | IMAGE,
+    "host/picture": INTERFACES | IMAGE,
     "host/statetree": INTERFACES,
     "host/packer": INTERFACES | IMAGE | {"host/picture"},
     "host/content": INTERFACES | IMAGE | {"host/picture", "host/statetree"},

@@ -185,6 +185,8 @@ Answer MonitorPages::Metrics() const {
     AddSessions(metrics, *this, cameras);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
                    std::to_string(Picture::EncodedCount()));
+    metrics.Single("pictures_passed_on_total", "counter", "Pictures of phones that went on without encoding.",
+                   std::to_string(Picture::PassedOnCount()));
     metrics.Single("pictures_sent_total", "counter", "Pictures sent to watchers.",
                    std::to_string(counters.sent));
     metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
