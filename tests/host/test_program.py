@@ -366,6 +366,8 @@ class Viewing(ProgramCase):
                             (["--source", "clock", "--password", "wrong"],
                              "morrowstream-phone: denied: wrong login or password (HTTP/1.1 401 Unauthorized)\n")):
             self.assertIn(line, self.view(*words, status=1))
+        sent = [picture.read_bytes() for picture in Path(options.pictures, "yard").iterdir()]
+        self.assertIn(self.host.fetch("/snapshot/yard.jpg"), sent, "a phone's own picture goes on")
         said = self.view("--source", "clock", "--source", "yard", "--viewers", "9", "--params", "flimit=3&fps=25")
         self.assertIn("received 27 pictures, slowest ", said)
         self.assertIn("9 of 9 viewers to the end", said)
