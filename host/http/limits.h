@@ -45,8 +45,8 @@ struct Limits {
 
 inline constexpr std::size_t kMaxHeadBytes = 16 * 1024;
 inline constexpr std::size_t kMaxTargetBytes = 2048;
-// A settings document of some thousand cameras.
-inline constexpr std::size_t kMaxBodyBytes = 4 * 1024 * 1024;
+// A settings document of ten thousand cameras takes 5.3 MB; this is as much as a document may have at all.
+inline constexpr std::size_t kMaxBodyBytes = 16 * 1024 * 1024;
 // A form with a name, passwords and a path.
 inline constexpr std::size_t kMaxFormBytes = 8 * 1024;
 // A picture of a phone's page: what the phones' own protocol has room for.
