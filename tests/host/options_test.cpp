@@ -28,7 +28,7 @@ TEST(Options, GoodOnesAreRead) {
                                   "--max-connections 7 --max-per-address 3 --max-viewers-per-login 1 "
                                   "--max-viewers-per-address 2 --max-streams-per-login 4 "
                                   "--max-streams-per-address 5 --max-archives-per-login 6 "
-                                  "--max-archives-per-address 8 --max-pixels 12000000");
+                                  "--max-archives-per-address 8 --max-pixels 12000000 --reencode");
     EXPECT_EQ(options.command, Command::Serve);
     EXPECT_EQ(options.listen.Text() + options.data + options.pictures, "[::1]:0dp");
     EXPECT_EQ(options.seconds, 10U);
@@ -39,6 +39,7 @@ TEST(Options, GoodOnesAreRead) {
                           limits.maxArchivesPerLogin, limits.maxArchivesPerAddress}),
               (std::array<std::size_t, 8>{7, 3, 1, 2, 4, 5, 6, 8}));
     EXPECT_TRUE(options.maxPixels == 12'000'000 && defaults.maxPixels == 2048 * 2048);
+    EXPECT_TRUE(options.reencode && !defaults.reencode);
     EXPECT_EQ(Parse("--kind phone --add-user ann").command, Command::AddUser);
     EXPECT_EQ(Parse("--kind phone --add-user ann").userKind, UserKind::Phone);
     EXPECT_EQ(Parse("--language lv").language, "lv");
