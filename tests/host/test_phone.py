@@ -129,6 +129,8 @@ class Becoming(PhoneCase):
                 status, headers, _ = self.ask(host, "/phone/state", f"Cookie: {wrong}\r\n", secure=secure)
                 self.assertEqual((status, "WWW-Authenticate" in headers), (401, False), wrong)
             self.assertEqual(self.state(host, f"Cookie: {cookie}\r\n", not secure), 401, "on the other way")
+            other = f"morrow-phone-plain-{host.port}" if secure else f"__Host-morrow-phone-{host.port}"
+            self.assertEqual(self.state(host, f"Cookie: {other}={number}\r\n", not secure), 401, "by that way's name")
             self.assertEqual(self.ask(host, "/health", f"Cookie: {cookie}\r\n", secure=secure)[0], 401, "it is no user's session")
             file = Path(self.data("phones"))
             self.assertNotIn(number, file.read_text(encoding="utf-8"))
