@@ -63,6 +63,18 @@ navigator.mediaDevices.getUserMedia = async () => {
     return canvas.captureStream(10);
 };
 """
+# A proxy that lets no socket through.
+NO_SOCKETS_JS = """
+window.posted = [];
+window.WebSocket = class { close() {} };
+const plain = window.fetch;
+window.fetch = (address, options) => {
+    if (String(address).includes("/phone/picture") && options.body) {
+        window.posted.push(options.body.byteLength);
+    }
+    return plain(address, options);
+};
+"""
 
 
 def machine_address():
@@ -265,6 +277,23 @@ class PhoneTest(case.BrowserCase):
         self.at("live").wait_state("yard", "live")
         self.browser.wait("a smaller picture on the tile", lambda: 400 < self.browser.run(
             "return document.querySelector('.tile[data-name=yard] canvas').width") < 1280)
+        self.assertEqual(self.host.stop(), 0, self.host.log_tail())
+
+    def test_no_sockets_and_a_slow_line(self):
+        self.begin(NO_SOCKETS_JS)
+        self.at("live").wait_state("yard", "live")
+        self.at("phone")
+        self.wait_shown("now-sent", "640 × 480")
+        self.driver.execute_cdp_cmd("Network.enable", {})
+        for upload, size, hint in ((12000, "320 × 240", "The line is slow: less is sent for now."), (-1, "640 × 480", None)):
+            self.driver.execute_cdp_cmd("Network.emulateNetworkConditions", {
+                "offline": False, "latency": 0, "downloadThroughput": -1, "uploadThroughput": upload,
+            })
+            self.wait_shown("now-sent", size, seconds=60)
+            self.wait_shown("hint", hint)
+        before = self.frames()
+        self.browser.wait("pictures", lambda: self.frames() > before + 5)
+        self.assertGreaterEqual(len(self.browser.run("return window.posted")), self.frames())
         self.assertEqual(self.host.stop(), 0, self.host.log_tail())
 
     def test_firefox(self):

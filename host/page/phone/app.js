@@ -112,6 +112,7 @@ function beat() {
         camera.look(performance.now());
     }
     report();
+    renderState();
     renderFigures();
 }
 
