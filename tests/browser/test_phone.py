@@ -179,9 +179,10 @@ class PhoneTest(case.BrowserCase):
         """)
         first = len(self.browser.run("return window.sent"))
         time.sleep(SENDING_SECONDS)
+        size = self.shown("now-sent")
         self.press("start")
         sent = [number for number, _ in self.browser.run("return window.sent")]
-        print(f"{len(sent) - first} pictures in {SENDING_SECONDS} s", flush=True)
+        print(f"{len(sent) - first} pictures in {SENDING_SECONDS} s, at the end {size}", flush=True)
         self.assertGreater(len(sent) - first, 2 * SENDING_SECONDS)
         self.assertEqual(sent, list(range(1, len(sent) + 1)))
         # What was under way when Stop was pressed is not waited for.
