@@ -417,7 +417,7 @@ addEventListener("hashchange", () => {
 
 async function begin() {
     render();
-    const reason = obstacle() ?? (INSIDE_APP.test(navigator.userAgent) ? "insideApp" : null);
+    const reason = obstacle();
     let answer = await readSession();
     while (answer.status === 0 || answer.status >= 500) {
         setText(page.state, text("noAnswerTitle"));
@@ -431,6 +431,8 @@ async function begin() {
     render();
     if (reason !== null) {
         showMessage(reason);
+    } else if (INSIDE_APP.test(navigator.userAgent)) {
+        showMessage("insideApp"); // it may still work
     }
     // The browser ended this page while it was sending, or somebody reloaded it.
     if (cameraName !== null && code === null && reason === null && recall(ofTab, RUNNING_KEY) === true) {
