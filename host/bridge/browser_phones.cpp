@@ -48,6 +48,24 @@ void BrowserPhones::End(const std::string& camera, const MailboxPtr& mailbox) {
     EraseIf(m_cameras, camera, mailbox);
 }
 
+void BrowserPhones::LeavePause(Pause pause) {
+    const std::lock_guard guard(m_mutex);
+    m_pauses.insert_or_assign(pause.camera, pause);
+}
+
+std::vector<BrowserPhones::Pause>
+BrowserPhones::TakeEndedPauses(const std::function<bool(const std::string& phone)>& isGood) {
+    std::vector<Pause> ended;
+    const std::lock_guard guard(m_mutex);
+    std::erase_if(m_pauses, [&](const auto& item) {
+        const bool over = !isGood(item.second.phone);
+        if (over)
+            ended.push_back(item.second);
+        return over;
+    });
+    return ended;
+}
+
 bool BrowserPhones::Control(const std::string& camera, std::string message) {
     const std::lock_guard guard(m_mutex);
     const auto found = m_cameras.find(camera);

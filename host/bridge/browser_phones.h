@@ -3,12 +3,14 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "host/base/wait.h"
 
@@ -46,6 +48,16 @@ public:
     void Begin(const std::string& camera, MailboxPtr mailbox);
     void End(const std::string& camera, const MailboxPtr& mailbox);
 
+    // A phone has gone that was pausing, and its camera's feed says so still: of that session.
+    struct Pause {
+        std::string phone;
+        std::string camera;
+        std::uint64_t session = 0;
+    };
+    void LeavePause(Pause pause);
+    // Takes those whose phone is no longer good.
+    std::vector<Pause> TakeEndedPauses(const std::function<bool(const std::string& phone)>& isGood);
+
     // Leaves a message for the phone that sends for that camera; false where none does.
     bool Control(const std::string& camera, std::string message);
 
@@ -53,6 +65,7 @@ private:
     std::mutex m_mutex;                          // what is below
     std::map<std::string, MailboxPtr> m_phones;  // by phone
     std::map<std::string, MailboxPtr> m_cameras; // by camera
+    std::map<std::string, Pause> m_pauses;       // by camera: the newest one
 };
 
 } // namespace host

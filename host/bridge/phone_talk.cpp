@@ -83,6 +83,8 @@ void PhoneTalk::EndUpload() {
         return;
     const bool pauses = Pauses() && m_parts.phones.IsGood(m_phone.id);
     m_parts.feeds.SetPhone(*feed.Get(), session, pauses ? m_state : std::nullopt, Clock::now() + kPausedFor);
+    if (pauses)
+        m_others.LeavePause({m_phone.id, m_phone.camera, session});
 }
 
 void PhoneTalk::End(Code code) {

@@ -259,6 +259,14 @@ class Sending(PhoneCase):
         page.connection.close()
         self.wait_until(lambda: not self.tile(host)["connected"], "it is lost")
         self.assertIsNone(self.tile(host)["phone"])
+        page = Page(self, host, cookie)
+        page.start()
+        page.say(state="paused")
+        self.wait_until(lambda: (self.tile(host)["phone"] or {}).get("state") == "paused", "it pauses")
+        page.connection.close()
+        self.wait_until(lambda: not self.tile(host)["connected"], "it has gone")
+        self.assertEqual(self.ask(host, "/phone/leave", cookie + self.origin(host), "POST", {})[0], 200)
+        self.wait_until(lambda: self.tile(host)["phone"] is None, "no phone, no pause")
 
     def test_the_newest_phone_is_the_camera(self):
         host = self.start()

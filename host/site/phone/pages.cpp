@@ -256,6 +256,11 @@ Answer PhonePages::TakePicture(const Request& request, std::string_view body) co
 
 void PhonePages::Sweep() const {
     m_posts->Sweep();
+    for (const auto& pause : m_phones->TakeEndedPauses(
+             [this](const std::string& phone) { return m_parts.phones.IsGood(phone); })) {
+        if (const FeedPtr feed = m_parts.feeds.Find(pause.camera))
+            m_parts.feeds.SetPhone(*feed.Get(), pause.session, std::nullopt);
+    }
 }
 
 Answer PhonePages::List() const {

@@ -60,7 +60,8 @@ public:
                    const std::function<void()>& begun) const;
     // Answers once the component has the picture.
     [[nodiscard]] Answer TakePicture(const Request& request, std::string_view body) const;
-    // Ends phones that send by requests and have stopped to: to be called twice a second.
+    // Ends phones that send by requests and have stopped to, and the pauses of those that are no longer good:
+    // to be called twice a second.
     void Sweep() const;
 
     [[nodiscard]] Answer List() const;
