@@ -69,11 +69,11 @@ HRESULT CVideoFrame::GetArrival(std::int64_t* pnMonotonic, std::int64_t* pnUtc) 
 }
 
 HRESULT CVideoFrame::GetFrameBlock(const std::uint8_t** pBitmap, std::uint32_t* pdwSize) {
-    if (!m_pBuff)
-        return E_UNEXPECTED;
-    if (pBitmap == nullptr || pdwSize == nullptr)
-        return E_POINTER;
-    *pBitmap = m_pBuff.get();
-    *pdwSize = static_cast<std::uint32_t>(m_pBuff.size());
-    return S_OK;
+    return StatusOf([&] {
+        TRASSDO(m_pBuff, return E_UNEXPECTED);
+        TRASSDO(pBitmap && pdwSize, return E_POINTER);
+        *pBitmap = m_pBuff.get();
+        *pdwSize = static_cast<std::uint32_t>(m_pBuff.size());
+        return S_OK;
+    });
 }
