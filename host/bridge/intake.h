@@ -1,8 +1,12 @@
-// How a phone's connection goes to the component.
+// How a phone's connection goes to the component, and one within this process in its place.
 #pragma once
 
+#include <cerrno>
 #include <memory>
 #include <string>
+#include <system_error>
+
+#include <sys/socket.h>
 
 #include "host/base/counters.h"
 #include "host/base/wait.h"
@@ -13,6 +17,21 @@
 #include "platform/scope.h"
 
 namespace host {
+
+// Two ends, both non-blocking: the component gets `inner`, and what plays or speaks for the phone has
+// `outer`. Throws std::system_error when there is no descriptor left.
+struct SocketPair {
+    SocketPair() {
+        int ends[2] = {-1, -1};
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0)
+            throw std::system_error(errno, std::generic_category(), "socketpair");
+        inner = Descriptor(ends[0]);
+        outer = Descriptor(ends[1]);
+    }
+
+    Descriptor inner;
+    Descriptor outer;
+};
 
 // The component compares a phone's password in the calling thread's code page, by default that of the
 // server's language. A phone that has come this far has signed in with UTF-8, so its record is UTF-8 as well,

@@ -23,7 +23,7 @@
 #include <string_view>
 #include <variant>
 
-#include "host/feed/phone_state.h"
+#include "host/feed/camera_feed.h"
 
 namespace host {
 

@@ -16,7 +16,7 @@
 #include "host/bridge/browser_phones.h"
 #include "host/bridge/page_message.h"
 #include "host/bridge/upload_link.h"
-#include "host/feed/phone_state.h"
+#include "host/feed/camera_feed.h"
 #include "host/users/phones.h"
 
 namespace host {

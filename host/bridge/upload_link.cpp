@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 
-#include "host/bridge/socket_pair.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "platform/text.h"

@@ -12,12 +12,26 @@
 
 #include "host/base/wait.h"
 #include "host/feed/meters.h"
-#include "host/feed/phone_state.h"
 #include "host/picture/picture.h"
 #include "interfaces/ICam.h"
 #include "platform/com.h"
 
 namespace host {
+
+// What a browser that is a camera tells of itself.
+struct PhoneState {
+    enum class Run { Running, Paused, Stopped };
+    Run run = Run::Stopped;
+    bool front = false; // the camera on the side of the screen
+    // What it really sends.
+    int width = 0;
+    int height = 0;
+    int rate = 0; // pictures a second
+    // Whether its light is on; nothing where it has none.
+    std::optional<bool> torch{};
+
+    friend bool operator==(const PhoneState&, const PhoneState&) = default;
+};
 
 struct CameraFigures {
     std::uint32_t id = 0;

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "host/base/wait.h"
-#include "host/bridge/socket_pair.h"
+#include "host/bridge/intake.h"
 #include "host/http/stream.h"
 
 namespace host {
