@@ -18,7 +18,7 @@ constexpr std::array kIntervals{1, 2, 5, 10, 60};
 constexpr int kUsualInterval = 5;
 constexpr std::array kWidths{96, 128, 176, 240, 320};
 constexpr int kUsualWidth = 176;
-constexpr int kQuality = 50;
+constexpr int kSmallQuality = 50;
 
 // Gives the choice that the query names, else the usual one.
 int Choice(std::string_view query, std::string_view name, std::span<const int> choices, int usual) {
@@ -94,7 +94,7 @@ Answer PictureAnswer(const Request& request, Source& source, const TinyPages& pa
     PackerParameters wanted;
     wanted.width = Choice(request.query, "width", kWidths, kUsualWidth);
     wanted.height = wanted.width * 3 / 4;
-    wanted.quality = kQuality;
+    wanted.quality = kSmallQuality;
     FramePacker packer(wanted, pages.packers);
     Answer answer;
     if (picture)
