@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kLongestSide = 16384;
+constexpr int kLongestSent = 16384;
 constexpr int kFastestRate = 120;
 // What an administrator may choose, as on the page.
 constexpr std::array<std::pair<int, int>, 3> kSizes{{{320, 240}, {640, 480}, {1280, 720}}};
@@ -58,8 +58,8 @@ std::optional<PhoneState> ReadState(const Json& message) {
     const std::string_view word = TextIn(message, "state");
     const auto* const run = std::ranges::find(kRuns, word, [](const auto& known) { return known.first; });
     const std::string_view facing = TextIn(message, "facing");
-    const auto width = NumberIn(message, "width", 0, kLongestSide);
-    const auto height = NumberIn(message, "height", 0, kLongestSide);
+    const auto width = NumberIn(message, "width", 0, kLongestSent);
+    const auto height = NumberIn(message, "height", 0, kLongestSent);
     const auto rate = NumberIn(message, "rate", 0, kFastestRate);
     if (run == kRuns.end() || (facing != "user" && facing != "environment") || !width || !height || !rate)
         return std::nullopt;
@@ -129,8 +129,8 @@ std::optional<std::string> ControlMessage(std::string_view body) {
         message["facing"] = facing;
         ++understood;
     }
-    const auto width = NumberIn(*wanted, "width", 1, kLongestSide);
-    const auto height = NumberIn(*wanted, "height", 1, kLongestSide);
+    const auto width = NumberIn(*wanted, "width", 1, kLongestSent);
+    const auto height = NumberIn(*wanted, "height", 1, kLongestSent);
     if (width && height && std::ranges::count(kSizes, std::pair(*width, *height)) != 0) {
         message["width"] = *width;
         message["height"] = *height;
