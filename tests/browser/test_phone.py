@@ -168,6 +168,7 @@ class PhoneTest(case.BrowserCase):
         self.assertLess(delay, PICTURE_SECONDS)
         self.browser.screenshot("phone-live-page")
         self.at("phone").screenshot("phone-sends")
+        self.assertEqual(self.driver.execute_cdp_cmd("Page.getInstallabilityErrors", {}), {"installabilityErrors": []})
         self.browser.scheme("dark")
         self.browser.screenshot("phone-sends-dark")
         self.assertNotIn("#", self.driver.current_url)
