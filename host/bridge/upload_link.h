@@ -8,16 +8,16 @@
 #include <string_view>
 
 #include "host/bridge/intake.h"
-#include "host/component/web_handler_host.h"
 #include "host/http/endpoint.h"
 #include "host/users/authenticator.h"
 #include "host/users/phones.h"
+#include "kit/component/web_handler_host.h"
 
 namespace host {
 
 // What phones that are browsers need of the host. All of it outlives them.
 struct BridgeParts {
-    WebHandlerHost& handlers;
+    kit::WebHandlerHost& handlers;
     FeedTable& feeds;
     Authenticator& authenticator;
     Phones& phones;

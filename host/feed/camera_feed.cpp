@@ -23,10 +23,11 @@ thread_local std::chrono::nanoseconds t_workedUntil{0};
 
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     const auto began = Clock::now();
-    const auto work = t_lastFeed == m_id ? ThreadTime() - t_workedUntil : std::chrono::nanoseconds::zero();
-    HeldFrame held = frame != nullptr ? HeldFrame::Of(*frame) : HeldFrame{};
-    PlaneLayout layout;
-    const bool decoded = ReadLayout(held.block.data(), held.block.size(), &layout);
+    const auto work =
+        t_lastFeed == m_id ? kit::ThreadTime() - t_workedUntil : std::chrono::nanoseconds::zero();
+    kit::HeldFrame held = frame != nullptr ? kit::HeldFrame::Of(*frame) : kit::HeldFrame{};
+    kit::PlaneLayout layout;
+    const bool decoded = kit::ReadLayout(held.block.data(), held.block.size(), &layout);
     if (decoded) {
         if (m_pictures == Pictures::Encoded)
             held.file = {};
@@ -42,18 +43,18 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
         session->End();
     }
     t_lastFeed = m_id;
-    t_workedUntil = ThreadTime();
+    t_workedUntil = kit::ThreadTime();
     return S_OK;
 }
 
-void CameraFeed::Take(HeldFrame held, const PlaneLayout& layout) {
-    PicturePtr old; // freed outside the lock
+void CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout) {
+    kit::PicturePtr old; // freed outside the lock
     const std::lock_guard guard(m_mutex);
     ++m_frames;
     // The picture may outlive this feed, and is encoded when somebody asks for it.
     auto encoded = [meters = m_meters](std::chrono::nanoseconds time) { meters->encode.Observe(time); };
-    old = std::exchange(
-        m_newest, std::make_shared<const Picture>(m_frames, std::move(held), layout, std::move(encoded)));
+    old = std::exchange(m_newest, std::make_shared<const kit::Picture>(m_frames, std::move(held), layout,
+                                                                       std::move(encoded)));
     m_rate.Add(m_newest->Arrival());
     if (const auto asked = std::exchange(m_asked, std::nullopt))
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
@@ -62,7 +63,7 @@ void CameraFeed::Take(HeldFrame held, const PlaneLayout& layout) {
 }
 
 void CameraFeed::LetGo() {
-    PicturePtr old;
+    kit::PicturePtr old;
     const std::lock_guard guard(m_mutex);
     old = std::exchange(m_newest, nullptr);
 }
@@ -108,7 +109,7 @@ bool CameraFeed::SetPhone(std::uint64_t session, std::optional<PhoneState> phone
     return true;
 }
 
-PicturePtr CameraFeed::Newest() const {
+kit::PicturePtr CameraFeed::Newest() const {
     m_watched = Clock::now().time_since_epoch().count();
     const std::lock_guard guard(m_mutex);
     return m_newest;

@@ -12,8 +12,8 @@
 
 #include "host/base/wait.h"
 #include "host/feed/meters.h"
-#include "host/picture/picture.h"
 #include "interfaces/ICam.h"
+#include "kit/picture/picture.h"
 #include "platform/com.h"
 
 namespace host {
@@ -76,7 +76,7 @@ public:
     [[nodiscard]] std::uint32_t Id() const noexcept { return m_id; }
     [[nodiscard]] const std::string& Name() const noexcept { return m_name; }
     // The newest picture; null before the first one. Whoever asks for it watches the camera.
-    [[nodiscard]] PicturePtr Newest() const;
+    [[nodiscard]] kit::PicturePtr Newest() const;
     // Whether somebody watches, or has within the last seconds.
     [[nodiscard]] bool IsWatched(Clock::time_point now) const noexcept;
     [[nodiscard]] CameraFigures Figures() const;
@@ -111,7 +111,7 @@ protected:
     ~CameraFeed() = default;
 
 private:
-    void Take(HeldFrame held, const PlaneLayout& layout);
+    void Take(kit::HeldFrame held, const kit::PlaneLayout& layout);
     void Account(std::chrono::nanoseconds work, Clock::time_point began);
 
     const std::uint32_t m_id;
@@ -123,7 +123,7 @@ private:
 
     mutable std::mutex m_mutex; // the members below
     std::string m_type;
-    PicturePtr m_newest;
+    kit::PicturePtr m_newest;
     std::uint64_t m_frames = 0;
     std::uint64_t m_failed = 0;
     RateMeter m_rate;

@@ -83,8 +83,7 @@ private:
     LineLimiter m_limiter;
 };
 
-// Makes the log engine, which the component loads by the name of its library, one that prints to the console.
-// Once, before the component is created.
-void RegisterLogEngine();
+// Has the component's lines written to the console. Once, before the component is created.
+void ShowComponentLines();
 
 } // namespace host

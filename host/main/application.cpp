@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include "host/base/start_error.h"
-#include "host/component/component.h"
 #include "host/http/endpoint.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
@@ -24,6 +23,7 @@
 #include "host/settings/language.h"
 #include "host/settings/settings.h"
 #include "host/site/server.h"
+#include "kit/component/component.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "platform/messages.h"
@@ -148,9 +148,16 @@ std::string FindPictures(const Options& options) {
     return (there ? installed : folder / "../../../phone/pictures").lexically_normal().string();
 }
 
-void LogNote(const ComponentModule& module) {
-    if (!module.Note().empty())
-        Console::Get().Log("component", module.Note());
+std::unique_ptr<kit::ComponentModule> LoadModule(const DataFolder& data) {
+    try {
+        auto module = std::make_unique<kit::ComponentModule>(data.Path());
+        if (!module->Note().empty())
+            Console::Get().Log("component", module->Note());
+        return module;
+    } catch (const std::runtime_error& error) {
+        throw StartError(std::string(error.what()) +
+                         "; register another one with morrowstream-host --data DIR --register PATH");
+    }
 }
 
 // Users and cameras as this start wants them.
@@ -202,26 +209,25 @@ public:
                    [this](const std::string& camera) {
                        return m_authenticator.DigestOf({camera, true});
                    }),
-          m_handlers(ComObject<WebHandlerHost>::Create(
+          m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
           m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
-        RegisterLogEngine();
-        m_module = std::make_unique<ComponentModule>(m_data.Path());
-        LogNote(*m_module);
+        ShowComponentLines();
+        m_module = LoadModule(m_data);
         ApplyConfiguredLanguage();
         const std::string language = ConfiguredLanguage();
         PrepareSettings();
         m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
-        m_viewing = std::make_unique<Viewing>(
-            ContentAccess{
+        m_viewing = std::make_unique<kit::Viewing>(
+            kit::ContentAccess{
                 .open = [sources = m_sources](std::string_view key) { return sources->Open(key); },
                 .knows =
                     [this](std::string_view token) { return m_authenticator.LoginOf(token).has_value(); }},
             m_packers);
-        m_component = std::make_unique<Component>(m_module->Class(), m_handlers);
+        m_component = std::make_unique<kit::Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
@@ -462,17 +468,17 @@ private:
     Authenticator m_authenticator;
     Sessions m_sessions;
     Phones m_phones;
-    WebHandlerHostPtr m_handlers;
+    kit::WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
     Settings m_settings;
     Counters m_counters;
-    const std::shared_ptr<PackerCounters> m_packers = std::make_shared<PackerCounters>();
+    const std::shared_ptr<kit::PackerCounters> m_packers = std::make_shared<kit::PackerCounters>();
     std::shared_ptr<SourceTable> m_sources;
     std::string m_authority;              // where others reach this server; empty where nobody does
     std::vector<CameraFigures> m_figures; // at the end
-    std::unique_ptr<ComponentModule> m_module;
-    std::unique_ptr<Viewing> m_viewing;
-    std::unique_ptr<Component> m_component;
+    std::unique_ptr<kit::ComponentModule> m_module;
+    std::unique_ptr<kit::Viewing> m_viewing;
+    std::unique_ptr<kit::Component> m_component;
     std::optional<FeedSubscription> m_subscription;
     std::unique_ptr<Certificates> m_certificates; // null: TLS is not spoken
     std::unique_ptr<Site> m_site;
@@ -491,16 +497,15 @@ int Serve(const Options& options) {
 int ChangeRegistration(const Options& options) {
     const DataFolder data(options.data);
     if (options.command == Command::Register)
-        RegisterComponent(options.module, data.Path());
+        kit::RegisterComponent(options.module, data.Path());
     else
-        UnregisterComponent(options.module, data.Path());
+        kit::UnregisterComponent(options.module, data.Path());
     return 0;
 }
 
 int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
-    const ComponentModule module(data.Path()); // has the languages
-    LogNote(module);
+    const auto module = LoadModule(data); // has the languages
     const auto languages = Languages();
     if (std::ranges::count(languages, options.language, &Language::code) == 0)
         throw platform::UsageError("--language takes one of " + LanguageCodes() + ", not \"" +

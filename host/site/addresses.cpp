@@ -128,7 +128,7 @@ void ViewPage(const Site& site, Visit& visit) {
 
 void ViewStream(const Site& site, Visit& visit) {
     const Sessions::Held held = visit.HoldSession();
-    if (SourcePtr source = site.view.SourceOf(visit.rest))
+    if (kit::SourcePtr source = site.view.SourceOf(visit.rest))
         site.view.Run(visit.Take(), visit.request, std::move(source));
     else
         visit.Send(Answer::Text(404, "There is no source of that name."));

@@ -25,13 +25,13 @@ namespace host {
 struct SiteParts {
     FeedTable& feeds;
     SourceTable& sources;
-    WebHandlerHost& handlers;
+    kit::WebHandlerHost& handlers;
     Authenticator& authenticator;
     Sessions& sessions;
     Phones& phones;
     Settings& settings;
     Counters& counters;
-    PackerCounters& packers;
+    kit::PackerCounters& packers;
     const Wakeup& stop; // raised once, for good
     Limits limits{};
     bool demo = false; // of this machine alone

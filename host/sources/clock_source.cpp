@@ -111,12 +111,12 @@ void DrawThousandths(Canvas& canvas, int thousandths) {
 }
 
 // The clock at that moment: seconds since midnight, thousandths of a second.
-PicturePtr DrawClock(std::uint64_t sequence, int secondOfDay, int thousandths) {
+kit::PicturePtr DrawClock(std::uint64_t sequence, int secondOfDay, int thousandths) {
     constexpr int kWidth = ClockSource::kWidth;
     constexpr int kHeight = ClockSource::kHeight;
     constexpr int kMargin = 20;
-    const PlaneLayout layout{kWidth, kHeight, false};
-    FrameContent content = AllocateFrame(layout);
+    const kit::PlaneLayout layout{kWidth, kHeight, false};
+    kit::FrameContent content = kit::AllocateFrame(layout);
     if (!content)
         throw std::bad_alloc();
     Canvas canvas(content.get() + sizeof(BITMAPINFOHEADER), kWidth, kHeight);
@@ -125,12 +125,12 @@ PicturePtr DrawClock(std::uint64_t sequence, int secondOfDay, int thousandths) {
     DrawThousandths(canvas, thousandths);
     canvas.Fill(kMargin, 208, kWidth - 2 * kMargin, 12, kTrack);
     canvas.Fill(kMargin, 208, (kWidth - 2 * kMargin) * thousandths / 1000 & ~1, 12, kBar);
-    return std::make_shared<const Picture>(sequence, std::move(content), layout);
+    return std::make_shared<const kit::Picture>(sequence, std::move(content), layout);
 }
 
 } // namespace
 
-PicturePtr ClockSource::Now() {
+kit::PicturePtr ClockSource::Now() {
     const std::lock_guard guard(m_mutex);
     const std::int64_t now = std::chrono::duration_cast<std::chrono::milliseconds>(
                                  std::chrono::system_clock::now().time_since_epoch())

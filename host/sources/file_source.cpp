@@ -38,16 +38,16 @@ std::vector<std::string> ListPictures(const fs::path& folder) {
 
 // A JPEG file as a picture, which keeps the file for those who want JPEG. Null when it is none, or a larger
 // one than anybody wants to watch.
-PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
+kit::PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
     const auto size = static_cast<std::int32_t>(std::min(file.size(), kMostFileBytes));
-    PlaneLayout layout;
+    kit::PlaneLayout layout;
     ImageKind kind{};
     if (ProbeJpeg(bytes, size, layout.width, layout.height, kind) != ImageOk || layout.width < 1 ||
         layout.height < 1 || std::int64_t{layout.width} * layout.height > kMostPixels)
         return nullptr;
     layout.grey = kind == ImageKindGrey;
-    FrameContent content = AllocateFrame(layout);
+    kit::FrameContent content = kit::AllocateFrame(layout);
     if (!content)
         return nullptr;
     std::uint8_t* y = content.get() + sizeof(BITMAPINFOHEADER);
@@ -58,17 +58,17 @@ PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
                     : DecodeJpegYV12(bytes, size, y, layout.width, y + area, half, y + area + area / 4, half);
     if (result != ImageOk)
         return nullptr;
-    return std::make_shared<const Picture>(sequence, std::move(content), layout, std::move(file));
+    return std::make_shared<const kit::Picture>(sequence, std::move(content), layout, std::move(file));
 }
 
 } // namespace
 
-SourcePtr FileSource::Open(const fs::path& folder) {
+kit::SourcePtr FileSource::Open(const fs::path& folder) {
     std::vector<std::string> files = ListPictures(folder);
     return files.empty() ? nullptr : std::make_shared<FileSource>(folder, std::move(files));
 }
 
-PicturePtr FileSource::Now() {
+kit::PicturePtr FileSource::Now() {
     const std::lock_guard guard(m_mutex);
     const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_started);
     const auto turn = static_cast<std::uint64_t>(elapsed.count() / kPictureMs) + 1;
@@ -79,15 +79,15 @@ PicturePtr FileSource::Now() {
     return m_picture;
 }
 
-PicturePtr FileSource::Load(std::uint64_t turn) const {
+kit::PicturePtr FileSource::Load(std::uint64_t turn) const {
     const auto index = static_cast<std::size_t>((turn - 1) % m_files.size());
     auto file = platform::ReadWholeFile((m_folder / m_files[index]).string(), kMostFileBytes);
     if (!file) {
         std::error_code error;
-        return fs::is_directory(m_folder, error) ? MakePlaceholder(320, 240) : nullptr;
+        return fs::is_directory(m_folder, error) ? kit::MakePlaceholder(320, 240) : nullptr;
     }
-    PicturePtr picture = PictureOfJpeg(turn, *std::move(file));
-    return picture ? picture : MakePlaceholder(320, 240);
+    kit::PicturePtr picture = PictureOfJpeg(turn, *std::move(file));
+    return picture ? picture : kit::MakePlaceholder(320, 240);
 }
 
 } // namespace host

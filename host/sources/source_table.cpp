@@ -24,43 +24,43 @@ bool IsFolderName(std::string_view name) {
 
 } // namespace
 
-PicturePtr CameraSource::Now() {
+kit::PicturePtr CameraSource::Now() {
     const FeedPtr feed = m_feeds->Find(m_name);
     if (!feed)
         return nullptr;
-    PicturePtr newest = feed->Newest();
+    kit::PicturePtr newest = feed->Newest();
     if (newest && Clock::now() - newest->Arrival() < m_staleAfter)
         return newest;
     return Placeholder(newest);
 }
 
-PicturePtr CameraSource::Placeholder(const PicturePtr& newest) {
-    const PlaneLayout size = newest ? newest->Layout() : PlaneLayout{320, 240};
+kit::PicturePtr CameraSource::Placeholder(const kit::PicturePtr& newest) {
+    const kit::PlaneLayout size = newest ? newest->Layout() : kit::PlaneLayout{320, 240};
     const std::lock_guard guard(m_mutex);
     if (!m_placeholder || m_placeholder->Layout().width != size.width ||
         m_placeholder->Layout().height != size.height)
-        m_placeholder = MakePlaceholder(size.width, size.height);
+        m_placeholder = kit::MakePlaceholder(size.width, size.height);
     return m_placeholder;
 }
 
-SourcePtr SourceTable::Open(std::string_view key) {
+kit::SourcePtr SourceTable::Open(std::string_view key) {
     const std::lock_guard guard(m_mutex);
     const auto found = m_open.find(key);
     // A camera's name may have meant something else before the camera came.
     const bool camera = static_cast<bool>(m_feeds->Find(std::string(key)));
     if (found != m_open.end()) {
-        if (SourcePtr source = found->second.lock();
+        if (kit::SourcePtr source = found->second.lock();
             source && camera == (dynamic_cast<CameraSource*>(source.get()) != nullptr))
             return source;
     }
-    SourcePtr source = Make(std::string(key));
+    kit::SourcePtr source = Make(std::string(key));
     std::erase_if(m_open, [](const auto& item) { return item.second.expired(); });
     if (source)
         m_open.insert_or_assign(std::string(key), source);
     return source;
 }
 
-SourcePtr SourceTable::Make(const std::string& key) const {
+kit::SourcePtr SourceTable::Make(const std::string& key) const {
     if (m_feeds->Find(key))
         return std::make_shared<CameraSource>(m_feeds, key, m_staleAfter);
     if (key == kClockKey)

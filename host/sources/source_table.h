@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "host/feed/feed_table.h"
-#include "host/picture/picture.h"
+#include "kit/picture/picture.h"
 
 namespace host {
 
@@ -28,19 +28,19 @@ public:
         : m_feeds(std::move(feeds)), m_folder(std::move(folder)), m_staleAfter(staleAfter) {}
 
     // Null for a key that names nothing. Those who open the same key at the same time get the same source.
-    SourcePtr Open(std::string_view key);
+    kit::SourcePtr Open(std::string_view key);
     // The keys of the host's own sources.
     [[nodiscard]] std::vector<std::string> OwnKeys() const;
 
 private:
-    [[nodiscard]] SourcePtr Make(const std::string& key) const;
+    [[nodiscard]] kit::SourcePtr Make(const std::string& key) const;
     [[nodiscard]] std::filesystem::path FolderOf(std::string_view name) const;
 
     const FeedTablePtr m_feeds;
     const std::filesystem::path m_folder;
     const std::chrono::milliseconds m_staleAfter;
     std::mutex m_mutex;
-    std::map<std::string, std::weak_ptr<Source>, std::less<>> m_open; // under m_mutex
+    std::map<std::string, std::weak_ptr<kit::Source>, std::less<>> m_open; // under m_mutex
 };
 
 } // namespace host

@@ -106,7 +106,7 @@ std::optional<Throttle::Attempt> Authenticator::AwaitRecordTurn(std::string_view
     return attempt;
 }
 
-std::optional<RequestIdentity> Authenticator::Identify(std::string_view head) {
+std::optional<kit::RequestIdentity> Authenticator::Identify(std::string_view head) {
     const auto request = ParseRequest(std::string(head)).request;
     const auto credentials = request ? ParseBasic(request->Field("Authorization")) : std::nullopt;
     if (!credentials)
@@ -118,7 +118,7 @@ std::optional<RequestIdentity> Authenticator::Identify(std::string_view head) {
     }
     if (!known && Verify(*credentials, {}).result != SignIn::Result::Known)
         return std::nullopt;
-    return RequestIdentity{credentials->login, credentials->password, TokenOf(credentials->login)};
+    return kit::RequestIdentity{credentials->login, credentials->password, TokenOf(credentials->login)};
 }
 
 SignIn Authenticator::Verify(Credentials credentials, const std::string& address) {

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "host/base/wait.h"
-#include "host/component/web_handler_host.h"
 #include "host/http/endpoint.h"
 #include "host/http/request.h"
 #include "host/users/cameras.h"
@@ -21,6 +20,7 @@
 #include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
 #include "host/users/user_store.h"
+#include "kit/component/web_handler_host.h"
 
 namespace host {
 
@@ -73,7 +73,7 @@ public:
     // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
     // without waiting for a turn and without counting a wrong one. For GetRequestAuth, which the component
     // calls for a request that was let in before.
-    std::optional<RequestIdentity> Identify(std::string_view head);
+    std::optional<kit::RequestIdentity> Identify(std::string_view head);
     // Waits for the turn of a password that somebody else compares: a camera's, in a phone's record. Nothing
     // when the sender is turned away, or the stop signal is raised.
     std::optional<Throttle::Attempt> AwaitRecordTurn(std::string_view camera, const PeerAddress& peer);

@@ -1,4 +1,4 @@
-// What becomes of a camera's frames: layout checks, figures, encoding, and cameras that come and go.
+// What becomes of a camera's frames: figures, encoding, and cameras that come and go.
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include "host/feed/feed_table.h"
 #include "host/feed/meters.h"
-#include "host/frames.h"
+#include "support/Frames.h"
 #include "support/Jpeg.h"
 
 namespace host {
@@ -16,70 +16,15 @@ namespace {
 using namespace std::chrono_literals;
 using platform::Bstr;
 using platform::ComObject;
-using test::MakeBlock;
-
-const std::uint8_t* Bytes(const std::string& block) {
-    return reinterpret_cast<const std::uint8_t*>(block.data());
-}
-
-TEST(Picture, OfAnySizeDecodesToThatSizeAndItsColour) {
-    const std::pair<int, int> sizes[] = {{1, 1}, {2, 2},   {1, 9},     {9, 1},
-                                         {3, 5}, {17, 16}, {159, 121}, {320, 240}};
-    for (const auto& [width, height] : sizes) {
-        for (const bool grey : {false, true}) {
-            const std::string block = MakeBlock(width, height, grey, 120, 200, 60);
-            PlaneLayout layout;
-            ASSERT_TRUE(ReadLayout(Bytes(block), block.size(), &layout));
-            const support::DecodedJpeg decoded = support::DecodeJpeg(EncodeJpeg(Bytes(block), layout));
-            ASSERT_EQ(std::pair(decoded.width, decoded.height), std::pair(width, height)) << grey;
-            // ITU-T T.871: R = Y + 1.402 (Cr - 128), B = Y + 1.772 (Cb - 128). A picture of less than two
-            // columns or rows has no chroma of its own.
-            const bool colour = !grey && width > 1 && height > 1;
-            for (std::size_t i = 0; i < decoded.rgb.size(); i += 3) {
-                ASSERT_NEAR(decoded.rgb[i], colour ? 221 : 120, 4) << width << 'x' << height << ' ' << i;
-                ASSERT_NEAR(decoded.rgb[i + 2], colour ? 0 : 120, 4) << width << 'x' << height << ' ' << i;
-            }
-        }
-    }
-    const support::DecodedJpeg placeholder = support::DecodeJpeg(DrawPlaceholder(-5, 100000));
-    EXPECT_EQ(std::pair(placeholder.width, placeholder.height), std::pair(16, 4096));
-}
-
-TEST(Picture, LayoutOfAHostileBlockIsRefused) {
-    const std::string good = MakeBlock(6, 4);
-    const auto with = [](std::string block, std::size_t at, std::uint32_t value, std::size_t size = 4) {
-        std::memcpy(&block[at], &value, size);
-        return block;
-    };
-    const std::string cases[] = {
-        good,
-        good + "x",
-        good.substr(0, good.size() - 1),
-        good.substr(0, 39),
-        with(good, 4, 0),
-        with(good, 8, 0xFFFFFFFC),                // a negative height
-        with(good, 4, 0x7FFFFFFF),                // a huge width
-        with(with(good, 4, 0x10000), 8, 0x10000), // sizes whose product is small in 32 bits
-        with(good, 16, 0),                        // grey with the bits of colour
-        with(good, 14, 8, 2),                     // colour with the bits of grey
-        with(good, 16, 0x30323449),               // another compression
-    };
-    for (const std::string& block : cases) {
-        // A copy of just that size, so that reading behind it is noticed.
-        const std::vector<std::uint8_t> exact(block.begin(), block.end());
-        PlaneLayout layout;
-        EXPECT_EQ(ReadLayout(exact.data(), exact.size(), &layout), block.starts_with(good))
-            << testing::PrintToString(block.substr(0, 20));
-    }
-}
+using support::MakeBlock;
 
 TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     const FeedPtr feed = ComObject<CameraFeed>::Create(7U, "yard");
     const auto show = [&](std::string block) {
-        EXPECT_EQ(feed->OnVideoFrame(ComObject<test::Frame>::Create(std::move(block)).Get()), S_OK);
+        EXPECT_EQ(feed->OnVideoFrame(ComObject<support::Frame>::Create(std::move(block)).Get()), S_OK);
     };
     EXPECT_FALSE(feed->Newest() || feed->Figures().age);
-    const auto before = Picture::EncodedCount();
+    const auto before = kit::Picture::EncodedCount();
     Wakeup wakeup;
     {
         const FeedWatch watch(feed, wakeup);
@@ -97,14 +42,14 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     for (int i = 0; i < 20; ++i)
         show(MakeBlock(64, 48, true));
     EXPECT_FALSE(wakeup.IsSet()) << "nobody watches any more";
-    EXPECT_EQ(Picture::EncodedCount(), before) << "nobody asked for a picture";
+    EXPECT_EQ(kit::Picture::EncodedCount(), before) << "nobody asked for a picture";
     EXPECT_EQ(feed->Newest()->Sequence(), 22U);
     {
         std::vector<std::jthread> watchers;
         for (int i = 0; i < 8; ++i)
             watchers.emplace_back([&] { EXPECT_EQ(support::DecodeJpeg(feed->Newest()->Jpeg()).width, 64); });
     }
-    EXPECT_EQ(Picture::EncodedCount(), before + 1);
+    EXPECT_EQ(kit::Picture::EncodedCount(), before + 1);
     const CameraFigures figures = feed->Figures();
     EXPECT_TRUE(figures.frames == 22 && figures.failed == 2 && figures.width == 64 && figures.height == 48);
     EXPECT_LT(figures.age.value(), 5.0);
@@ -122,17 +67,17 @@ TEST(CameraFeed, PassesThePhonesOwnPictureOn) {
     std::string odd = clean;
     odd.insert(odd.size() - 2, std::string("\xFF\xFE\0\2", 4)); // a comment behind the scan
     const auto show = [&](CameraFeed& feed, const std::string& sent) {
-        EXPECT_EQ(feed.OnVideoFrame(ComObject<test::LentFrame>::Create(MakeBlock(64, 48), sent, 5'000'000'000,
-                                                                       1'700'000'000'123'456'789)
+        EXPECT_EQ(feed.OnVideoFrame(ComObject<support::LentFrame>::Create(
+                                        MakeBlock(64, 48), sent, 5'000'000'000, 1'700'000'000'123'456'789)
                                         .Get()),
                   S_OK);
         return feed.Newest();
     };
     const FeedPtr feed = ComObject<CameraFeed>::Create(7U, "yard");
-    auto encoded = Picture::EncodedCount();
-    const auto passedOn = Picture::PassedOnCount();
+    auto encoded = kit::Picture::EncodedCount();
+    const auto passedOn = kit::Picture::PassedOnCount();
     {
-        const PicturePtr picture = show(*feed, file);
+        const kit::PicturePtr picture = show(*feed, file);
         EXPECT_EQ(picture->Arrival(), Clock::time_point(5s));
         EXPECT_EQ(picture->ArrivalUnixMs(), 1'700'000'000'123U);
         EXPECT_EQ(std::string(picture->Block().begin(), picture->Block().end()), MakeBlock(64, 48));
@@ -140,20 +85,20 @@ TEST(CameraFeed, PassesThePhonesOwnPictureOn) {
         for (int i = 0; i < 4; ++i)
             watchers.emplace_back([&] { EXPECT_EQ(picture->Jpeg(), clean); });
     }
-    EXPECT_EQ(Picture::PassedOnCount(), passedOn + 1);
-    EXPECT_EQ(Picture::EncodedCount(), encoded);
+    EXPECT_EQ(kit::Picture::PassedOnCount(), passedOn + 1);
+    EXPECT_EQ(kit::Picture::EncodedCount(), encoded);
     const FeedPtr again = ComObject<CameraFeed>::Create(8U, "gate", Pictures::Encoded);
-    for (const PicturePtr& picture :
+    for (const kit::PicturePtr& picture :
          {show(*feed, odd), show(*feed, "no file"), show(*feed, ""), show(*again, clean)}) {
         EXPECT_EQ(support::DecodeJpeg(picture->Jpeg()).width, 64);
         EXPECT_NE(picture->Jpeg(), clean);
-        EXPECT_EQ(Picture::EncodedCount(), ++encoded);
+        EXPECT_EQ(kit::Picture::EncodedCount(), ++encoded);
     }
-    EXPECT_EQ(feed->OnVideoFrame(ComObject<test::LentFrame>::Create("", clean, 1, 1).Get()), S_OK);
+    EXPECT_EQ(feed->OnVideoFrame(ComObject<support::LentFrame>::Create("", clean, 1, 1).Get()), S_OK);
     EXPECT_EQ(feed->Figures().failed, 1U);
-    EXPECT_EQ(test::LentFrame::s_alive, 2) << "the newest of each";
+    EXPECT_EQ(support::LentFrame::s_alive, 2) << "the newest of each";
     feed->LetGo();
-    EXPECT_TRUE(!feed->Newest() && test::LentFrame::s_alive == 1);
+    EXPECT_TRUE(!feed->Newest() && support::LentFrame::s_alive == 1);
 }
 
 TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
@@ -176,10 +121,10 @@ TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
 }
 
 TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
-    const auto source = ComObject<test::VideoSource>::Create();
+    const auto source = ComObject<support::VideoSource>::Create();
     const FeedTablePtr table = ComObject<FeedTable>::Create();
-    const test::CamPtr yard = source->Put("yard");
-    const test::CamPtr gate = source->Put("gäte");
+    const support::CamPtr yard = source->Put("yard");
+    const support::CamPtr gate = source->Put("gäte");
     const auto add = [&](const char16_t* name) { return table->OnCamAdded(Bstr(name).Get()); };
     const auto remove = [&](const char16_t* name) { return table->OnCamRemoved(Bstr(name).Get()); };
     EXPECT_EQ(add(u"yard"), E_FAIL) << "before there is a source";
@@ -215,7 +160,7 @@ TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
     EXPECT_TRUE(told());
     EXPECT_FALSE(yard->HasSink() || table->Find("yard"));
     EXPECT_EQ(remove(u"yard"), S_FALSE);
-    const test::CamPtr again = source->Put("yard");
+    const support::CamPtr again = source->Put("yard");
     EXPECT_EQ(add(u"yard"), S_OK);
     EXPECT_EQ(table->Find("yard")->Id(), id);
     EXPECT_EQ(table->Find("yard")->Figures().frames, 1U);
@@ -237,7 +182,7 @@ TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
     {
         const FeedTable::Change change(*table);
         remove(u"yard");
-        const test::CamPtr other = source->Put("yard"); // another camera of the same name
+        const support::CamPtr other = source->Put("yard"); // another camera of the same name
         add(u"yard");
         EXPECT_TRUE(other->HasSink() && !again->HasSink());
     }

@@ -11,13 +11,13 @@
 #include <string_view>
 
 #include "host/feed/feed_table.h"
-#include "host/frames.h"
 #include "host/site/server.h"
 #include "host/users/password.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "support/FakeConfiguration.h"
 #include "support/FakeWebHandler.h"
+#include "support/Frames.h"
 #include "support/TcpPair.h"
 #include "support/Wait.h"
 #include "support/temp_folder.h"
@@ -25,6 +25,10 @@
 namespace host::test {
 
 using namespace std::chrono_literals;
+using support::CamPtr;
+using support::MakeBlock;
+using support::VideoSource;
+using support::VideoSourcePtr;
 
 inline const std::string kLocal = "Host: localhost:80\r\n";
 
@@ -225,14 +229,14 @@ public:
     Phones phones;
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
-    WebHandlerHostPtr hosts = platform::ComObject<WebHandlerHost>::Create(
+    kit::WebHandlerHostPtr hosts = platform::ComObject<kit::WebHandlerHost>::Create(
         [this](std::string_view head) { return authenticator.Identify(head); });
     platform::ComPtr<support::FakeConfigurationObject> configuration =
         support::FakeConfigurationObject::Create();
     Settings settings{authenticator, *feeds, SettingsPath()};
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
     Counters counters;
-    const std::shared_ptr<PackerCounters> packers = std::make_shared<PackerCounters>();
+    const std::shared_ptr<kit::PackerCounters> packers = std::make_shared<kit::PackerCounters>();
     const std::shared_ptr<SourceTable> sources;
     const Site site;
     std::optional<Server> server;

@@ -479,7 +479,7 @@ TEST(Server, MetricsTellWhatCamerasCostAndWhoIsThere) {
     const CamPtr cam = rig.AddCamera("yard");
     const auto asked = Clock::now();
     const auto burn = [](std::chrono::milliseconds time) {
-        for (const auto end = ThreadTime() + time; ThreadTime() < end;) {
+        for (const auto end = kit::ThreadTime() + time; kit::ThreadTime() < end;) {
         }
     };
     const auto show = [&](int count) {

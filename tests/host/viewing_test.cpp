@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include "host/component/component.h"
 #include "host/rig.h"
 #include "host/sources/sources.h"
-#include "host/statetree/process_state_tree.h"
 #include "image/FrameBlock.h"
+#include "kit/component/component.h"
+#include "kit/statetree/process_state_tree.h"
 #include "phone/packet.h"
 #include "platform/files.h"
 #include "platform/threads.h"
@@ -22,8 +22,8 @@ using platform::Bstr;
 using platform::ComObject;
 using platform::ComPtr;
 using support::Eventually;
+using support::MakeBlock;
 using test::LongLimits;
-using test::MakeBlock;
 using test::Page;
 using test::Rig;
 using test::ShortLimits;
@@ -41,9 +41,9 @@ private:
 };
 
 TEST(ProcessStateTree, KeepsNodesByPathUntilTheyAreRemoved) {
-    const auto nodes = MakeStateNodes();
+    const auto nodes = kit::MakeStateNodes();
     ComPtr<IProcessStateNode> root;
-    ASSERT_EQ(ComObject<ProcessStateTree>::Create(nodes)->GetRootNode(root.Receive()), S_OK);
+    ASSERT_EQ(ComObject<kit::ProcessStateTree>::Create(nodes)->GetRootNode(root.Receive()), S_OK);
     const auto find = [&](const char16_t* path, int create) {
         ComPtr<IProcessStateNode> node;
         const HRESULT hr = root->GetNode(path, create, node.Receive());
@@ -94,11 +94,11 @@ TEST(Sources, AreFoundByKeyAndLeadNowhereElse) {
         EXPECT_FALSE(table.Open(key)) << key;
     EXPECT_EQ(table.OwnKeys(), (std::vector<std::string>{"clock", "file/empty", "file/pictures"}));
 
-    const SourcePtr pictures = table.Open("file/pictures");
+    const kit::SourcePtr pictures = table.Open("file/pictures");
     ASSERT_TRUE(pictures);
     EXPECT_EQ(table.Open("file/pictures"), pictures) << "shared by all who watch it";
     EXPECT_EQ(pictures->Now()->Jpeg(), support::MakeJpeg(64, 48)) << "the file as it is";
-    EXPECT_EQ(pictures->Now()->Layout(), (PlaneLayout{64, 48, false}));
+    EXPECT_EQ(pictures->Now()->Layout(), (kit::PlaneLayout{64, 48, false}));
     EXPECT_TRUE(Eventually([&] { return pictures->Now()->Sequence() == 0; }))
         << "the second one is a placeholder";
     std::filesystem::remove_all(files / "pictures");
@@ -106,7 +106,7 @@ TEST(Sources, AreFoundByKeyAndLeadNowhereElse) {
 
     EXPECT_NE(dynamic_cast<ClockSource*>(table.Open("clock").get()), nullptr);
     const auto cam = rig.AddCamera("clock");
-    const SourcePtr camera = table.Open("clock");
+    const kit::SourcePtr camera = table.Open("clock");
     EXPECT_EQ(camera->Now()->Sequence(), 0U) << "a camera of that name comes first, and has no picture yet";
     cam->Show(MakeBlock(32, 24));
     EXPECT_EQ(camera->Now()->Layout().width, 32);
@@ -120,11 +120,11 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     platform::ReplaceFile(rig.folder.File("files/f/a.jpg"), support::MakeJpeg(64, 48));
     const auto cam = rig.AddCamera("yard");
     cam->Show(MakeBlock(32, 24));
-    Viewing viewing({.open = [sources = rig.sources](auto key) { return sources->Open(key); },
-                     .knows = [&](auto token) { return rig.authenticator.LoginOf(token).has_value(); }},
-                    rig.packers);
+    kit::Viewing viewing({.open = [sources = rig.sources](auto key) { return sources->Open(key); },
+                          .knows = [&](auto token) { return rig.authenticator.LoginOf(token).has_value(); }},
+                         rig.packers);
     ComPtr<IUnknown> published;
-    ASSERT_EQ(FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
+    ASSERT_EQ(kit::FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
     const auto server = published.Query<IWebServer>();
     ASSERT_TRUE(server);
     std::string token = rig.authenticator.TokenOf("phone");
@@ -151,7 +151,7 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     };
     const auto refused = std::pair(E_ACCESSDENIED, std::string());
     EXPECT_EQ(get(yard, kContentOriginal), refused) << "nobody has published a request";
-    const auto node = FindStateNode(
+    const auto node = kit::FindStateNode(
         NSProcessStateTree::ThreadArgumentPath(kCurrentRequestArgument, platform::CurrentThreadId()).c_str(),
         true);
     WebServer::SCurrentRequest request{static_cast<std::uint32_t>(token.size()),

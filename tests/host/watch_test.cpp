@@ -100,7 +100,7 @@ TEST(Tiles, OnePictureOfAShownCameraIsInFlightAndTheNextIsTheNewest) {
     yard->Show(MakeBlock(32, 16));
     const auto first = page.ReadNext(2).value();
     EXPECT_TRUE(second.ReadNext(2) == first);
-    auto encoded = Picture::EncodedCount();
+    auto encoded = kit::Picture::EncodedCount();
     for (int i = 0; i < 9; ++i)
         yard->Show(MakeBlock(32, 16));
     EXPECT_FALSE(page.PictureWithin(3)) << "not before the acknowledgement";
@@ -117,18 +117,18 @@ TEST(Tiles, OnePictureOfAShownCameraIsInFlightAndTheNextIsTheNewest) {
     EXPECT_TRUE(second.ReadNext(2) == other);
     EXPECT_TRUE(second.Say(Ack(first)));
     EXPECT_TRUE(second.ReadNext(2) == newest);
-    EXPECT_EQ(Picture::EncodedCount(), encoded + 2);
+    EXPECT_EQ(kit::Picture::EncodedCount(), encoded + 2);
 
     // What no page shows is neither sent nor encoded.
     EXPECT_TRUE(page.Say(Ack(other)) && page.Say(Ack(newest)));
     ASSERT_TRUE(page.SayAndBeHeard("show"));
     second.peer.Close();
     ASSERT_TRUE(Eventually([&] { return rig.counters.Watchers() == 1; }));
-    encoded = Picture::EncodedCount();
+    encoded = kit::Picture::EncodedCount();
     yard->Show(MakeBlock(32, 16));
     gate->Show(MakeBlock(32, 16));
     EXPECT_FALSE(page.PictureWithin(3));
-    EXPECT_EQ(Picture::EncodedCount(), encoded);
+    EXPECT_EQ(kit::Picture::EncodedCount(), encoded);
     EXPECT_TRUE(page.Say("show " + std::to_string(IdOf(first)) + " 4000000"));
     const auto shown = page.ReadNext(2).value();
     EXPECT_EQ(IdOf(shown), IdOf(first));
@@ -199,12 +199,12 @@ TEST(Live, NextPartsHeadFollowsEachPictureAndSilenceIsShown) {
     EXPECT_EQ(ReadPart(client), rig.feeds->Find("front door")->Newest()->Jpeg());
     // The camera falls silent: one placeholder of its size, and the picture again when it comes back.
     const auto silent = Clock::now();
-    EXPECT_EQ(ReadPart(client), DrawPlaceholder(64, 48));
+    EXPECT_EQ(ReadPart(client), kit::DrawPlaceholder(64, 48));
     EXPECT_GE(Clock::now() - silent, 800ms);
     EXPECT_EQ(client.peer.Receive(1, 1500), "") << "one is enough";
     // A watcher who comes now sees the placeholder at once, not an old picture.
     Client late = watch();
-    EXPECT_EQ(ReadPart(late), DrawPlaceholder(64, 48));
+    EXPECT_EQ(ReadPart(late), kit::DrawPlaceholder(64, 48));
     cam->Show(MakeBlock(64, 48));
     EXPECT_EQ(ReadPart(client), ReadPart(late));
     EXPECT_EQ(rig.Ask("HEAD /live/front%20door HTTP/1.1\r\nHost: localhost\r\n\r\n", true).status, 200U);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Reads the include lines of src/, platform/, phone/, host/ and tools/ and holds them against the table of who may include whom.
+"""Reads the include lines of src/, platform/, kit/, phone/, host/ and tools/ and holds them against the table of who may include whom.
 
     layering.py [ROOT]    prints each violation as FILE:LINE: TEXT; exit status 1 if there is one
 """
@@ -22,7 +22,7 @@ COMMON = {
     "src/Common/Utils",
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
-KIT = {"host/picture", "host/statetree", "host/packer", "host/content", "host/component"}
+KIT = {"kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/log"}
 HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge"}
 SUBJECTS = {
@@ -48,24 +48,25 @@ TABLE = {
     "src/server": INTERFACES | TRACE | IMAGE | COMMON
     | {"src/runtime/archive", "src/camera", "src/viewing", "src/midlet"},
     "src/runtime/module": INTERFACES | TRACE | {"src/server", "src/Common/Utils"},
-    # The host talks to the component through the contract, and to the codec through its facade. First what any host
-    # needs: these rooms know nothing of the web, of users or of pages.
-    "host/picture": INTERFACES | IMAGE,
-    "host/statetree": INTERFACES,
-    "host/packer": INTERFACES | IMAGE | {"host/picture"},
-    "host/content": INTERFACES | IMAGE | {"host/picture", "host/statetree"},
-    "host/component": INTERFACES | KIT - {"host/component"},
-    # The host itself, each room on those above it.
+    # What any host needs: it talks to the component through the contract, and to the codec through its facade, and
+    # knows nothing of one host, of the web, of users or of pages.
+    "kit/log": INTERFACES,
+    "kit/picture": INTERFACES | IMAGE,
+    "kit/statetree": INTERFACES,
+    "kit/packer": INTERFACES | IMAGE | {"kit/picture"},
+    "kit/content": INTERFACES | IMAGE | {"kit/picture", "kit/statetree"},
+    "kit/component": INTERFACES | {"kit/picture", "kit/statetree", "kit/packer", "kit/content"},
+    # The reference host uses the kit like any other one; each of its rooms on those above it.
     "host/base": {"platform"},
-    "host/log": INTERFACES | {"host/base"},
+    "host/log": {"platform", "host/base", "kit/log"},
     "host/tls": {"platform", "host/base", "host/log"},
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
-    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "host/component"},
-    "host/feed": INTERFACES | {"host/base", "host/log", "host/picture"},
-    "host/sources": {"platform", "host/base", "host/picture", "host/content", "host/feed"} | IMAGE,
+    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "kit/component"},
+    "host/feed": INTERFACES | {"host/base", "host/log", "kit/picture"},
+    "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
     # A phone played towards the component.
-    "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "host/component"},
+    "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "kit/component"},
     # Pages as such: files that the program carries, pages without script, and their texts.
     "host/html": {"platform", "host/base", "host/http"},
     # One subject a room; they do not include each other.
@@ -121,7 +122,7 @@ def room_of(path):
 
 
 def sources(root):
-    for top in ("src", "platform", "phone", "host", "tools"):
+    for top in ("src", "platform", "kit", "phone", "host", "tools"):
         for folder, folders, files in os.walk(os.path.join(root, top)):
             folders.sort()
             for name in sorted(files):

@@ -33,7 +33,7 @@ FAULTS = {
     "host_into_camera": ("host/main/a.cpp", '#  include   "camera/Cam.h"  // why not', "host/main may not include src/camera"),
     "host_upward": ("host/http/request.h", '#include "host/site/server.h"', "host/http may not include host/site"),
     "host_sideways": ("host/site/tiny/a.h", '#include "host/site/live/pages.h"', "may not include host/site/live"),
-    "kit_into_web": ("host/component/a.h", '#include "host/http/request.h"', "may not include host/http"),
+    "kit_into_host": ("kit/component/a.h", '#include "host/http/request.h"', "may not include host/http"),
     "host_library": ("host/site/tiny/a.h", "#include <boost/asio.hpp>", "does not use the library"),
     "host_past_facade": ("host/main/a.cpp", '#include "image/jpegdec/decoder.h"', "may not include src/image/jpegdec"),
     "phone_into_host": ("phone/main.cpp", '#include "host/site/server.h"', "phone may not include host"),

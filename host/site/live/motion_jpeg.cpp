@@ -55,7 +55,7 @@ private:
     bool Step() {
         m_wakeup.Clear();
         const auto now = Clock::now();
-        const PicturePtr picture = m_feed->Newest();
+        const kit::PicturePtr picture = m_feed->Newest();
         if (picture)
             m_lastPicture = std::max(m_lastPicture, picture->Arrival());
         const bool fresh = picture && now - picture->Arrival() < m_pages.limits.staleAfter;
@@ -70,7 +70,7 @@ private:
         return Wait(m_placeholder ? now + std::chrono::minutes(1) : std::max(placeholderAt, now));
     }
 
-    bool SendPicture(const Picture& picture) {
+    bool SendPicture(const kit::Picture& picture) {
         const std::string& jpeg = picture.Jpeg();
         if (m_sequence != 0 && picture.Sequence() > m_sequence + 1)
             m_pages.counters.skipped += picture.Sequence() - m_sequence - 1;
@@ -82,11 +82,11 @@ private:
         return SendPart(jpeg);
     }
 
-    bool SendPlaceholder(const Picture* last) {
+    bool SendPlaceholder(const kit::Picture* last) {
         m_placeholder = true;
         const int width = last != nullptr ? last->Layout().width : 320;
         const int height = last != nullptr ? last->Layout().height : 240;
-        return SendPart(DrawPlaceholder(width, height));
+        return SendPart(kit::DrawPlaceholder(width, height));
     }
 
     bool Wait(Clock::time_point until) {

@@ -22,7 +22,7 @@ Answer LivePages::Snapshot(std::string_view file) const {
         file.ends_with(kSuffix) ? CameraOf(file.substr(0, file.size() - kSuffix.size())) : nullptr;
     if (!feed)
         return Answer::Text(404, "There is no camera of that name.");
-    const PicturePtr picture = feed->Newest();
+    const kit::PicturePtr picture = feed->Newest();
     if (!picture)
         return NoPicture("This camera has sent no picture yet.");
     if (Clock::now() - picture->Arrival() > limits.snapshotAge)

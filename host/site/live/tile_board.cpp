@@ -74,7 +74,7 @@ std::optional<TileBoard::Outgoing> TileBoard::Next(Clock::time_point now) {
         auto& [id, state] = *tile;
         if (state.inFlight || !IsShown(id))
             continue;
-        PicturePtr picture = state.feed->Newest();
+        kit::PicturePtr picture = state.feed->Newest();
         if (!picture || picture->Sequence() == state.sent)
             continue;
         if (state.sent != 0)

@@ -30,7 +30,7 @@ public:
 
     struct Outgoing {
         std::uint32_t id = 0;
-        PicturePtr picture;
+        kit::PicturePtr picture;
     };
     // The next picture to send, which is in flight from then on.
     std::optional<Outgoing> Next(Clock::time_point now);

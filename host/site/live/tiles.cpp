@@ -9,9 +9,9 @@
 
 #include "host/feed/feed_table.h"
 #include "host/http/page_socket.h"
-#include "host/packer/framing.h"
 #include "host/site/live/pages.h"
 #include "host/site/live/tile_board.h"
+#include "kit/packer/framing.h"
 
 namespace host {
 namespace {
@@ -20,9 +20,9 @@ constexpr std::size_t kPictureHeaderBytes = 20;
 
 std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Outgoing& outgoing) {
     std::array<unsigned char, kPictureHeaderBytes> header{1};
-    PutLittleEndian(&header[4], outgoing.id);
-    PutLittleEndian(&header[8], static_cast<std::uint32_t>(outgoing.picture->Sequence()));
-    PutLittleEndian(&header[12], outgoing.picture->ArrivalUnixMs());
+    kit::PutLittleEndian(&header[4], outgoing.id);
+    kit::PutLittleEndian(&header[8], static_cast<std::uint32_t>(outgoing.picture->Sequence()));
+    kit::PutLittleEndian(&header[12], outgoing.picture->ArrivalUnixMs());
     return header;
 }
 

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "host/base/counters.h"
-#include "host/component/web_handler_host.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/limits.h"
@@ -16,11 +15,12 @@
 #include "host/sources/source_table.h"
 #include "host/users/authenticator.h"
 #include "host/users/shares.h"
+#include "kit/component/web_handler_host.h"
 
 namespace host {
 
 struct MobilePages {
-    WebHandlerHost& handlers;
+    kit::WebHandlerHost& handlers;
     FeedTable& feeds;
     const SourceTable& sources;
     Authenticator& authenticator;

@@ -184,9 +184,9 @@ Answer MonitorPages::Metrics() const {
     AddWork(metrics, cameras);
     AddSessions(metrics, *this, cameras);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
-                   std::to_string(Picture::EncodedCount()));
+                   std::to_string(kit::Picture::EncodedCount()));
     metrics.Single("pictures_passed_on_total", "counter", "Pictures of phones that went on without encoding.",
-                   std::to_string(Picture::PassedOnCount()));
+                   std::to_string(kit::Picture::PassedOnCount()));
     metrics.Single("pictures_sent_total", "counter", "Pictures sent to watchers.",
                    std::to_string(counters.sent));
     metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",

@@ -6,15 +6,15 @@
 #include "host/base/counters.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
-#include "host/packer/frame_packer.h"
 #include "host/settings/settings.h"
+#include "kit/packer/frame_packer.h"
 
 namespace host {
 
 struct MonitorPages {
     FeedTable& feeds;
     const Counters& counters;
-    const PackerCounters& packers;
+    const kit::PackerCounters& packers;
     const Settings& settings;
 
     // /health: {"status":"ok","uptime":...,"version":...,"cameras":[...]}

@@ -8,7 +8,7 @@
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/http/request.h"
-#include "host/packer/frame_packer.h"
+#include "kit/packer/frame_packer.h"
 
 namespace host {
 namespace {
@@ -89,16 +89,16 @@ Answer SourcePage(std::string_view language, const Request& request, const std::
     return AnswerOf({.language = language, .title = EscapeHtml(key), .head = refresh, .body = body});
 }
 
-Answer PictureAnswer(const Request& request, Source& source, const TinyPages& pages) {
-    const PicturePtr picture = source.Now();
-    PackerParameters wanted;
+Answer PictureAnswer(const Request& request, kit::Source& source, const TinyPages& pages) {
+    const kit::PicturePtr picture = source.Now();
+    kit::PackerParameters wanted;
     wanted.width = Choice(request.query, "width", kWidths, kUsualWidth);
     wanted.height = wanted.width * 3 / 4;
     wanted.quality = kSmallQuality;
-    FramePacker packer(wanted, pages.packers);
+    kit::FramePacker packer(wanted, pages.packers);
     Answer answer;
     if (picture)
-        answer.body = packer.Pack(PlanesOf(*picture)).jpeg;
+        answer.body = packer.Pack(kit::PlanesOf(*picture)).jpeg;
     if (answer.body.empty())
         return Answer::Text(503, "There is no picture now.");
     answer.type = "image/jpeg";
@@ -116,7 +116,7 @@ Answer TinyPages::Page(const Request& request, std::string_view rest) const {
     if (picture)
         rest.remove_suffix(kPicture.size());
     const auto key = rest.find('/') == std::string_view::npos ? PercentDecode(rest) : std::nullopt;
-    const SourcePtr source = key ? sources.Open(*key) : nullptr;
+    const kit::SourcePtr source = key ? sources.Open(*key) : nullptr;
     if (!source) {
         const std::string body = "<p>" + Text(asked, Word::NoSuchCamera) + "</p><p><a href=\"/tiny\">" +
                                  Text(asked, Word::AllCameras) + "</a></p>";

@@ -15,15 +15,15 @@
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
-#include "host/packer/frame_packer.h"
 #include "host/sources/source_table.h"
+#include "kit/packer/frame_packer.h"
 
 namespace host {
 
 struct TinyPages {
     FeedTable& feeds;
     SourceTable& sources;
-    PackerCounters& packers;
+    kit::PackerCounters& packers;
     const std::chrono::milliseconds
         staleAfter;             // without a picture for so long a camera counts as having none
     const std::string language; // the server's

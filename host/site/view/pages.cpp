@@ -9,14 +9,14 @@
 
 #include "host/http/answer.h"
 #include "host/http/page_socket.h"
-#include "host/packer/frame_packer.h"
+#include "kit/packer/frame_packer.h"
 
 namespace host {
 namespace {
 
 class ViewSession final : public PageSocket {
 public:
-    ViewSession(Stream stream, const Request& request, SourcePtr source, const ViewPages& pages)
+    ViewSession(Stream stream, const Request& request, kit::SourcePtr source, const ViewPages& pages)
         : PageSocket(std::move(stream), request, pages.limits, pages.stop), m_packers(pages.packers),
           m_source(std::move(source)), m_next(MakeTimer()), m_heartbeat(MakeTimer()) {}
     ~ViewSession() = default;
@@ -48,7 +48,7 @@ private:
     }
 
     bool OnSet(std::string_view text) {
-        const auto parameters = ParsePackerParameters(text);
+        const auto parameters = kit::ParsePackerParameters(text);
         if (parameters)
             m_wanted = parameters;
         return parameters.has_value();
@@ -57,7 +57,7 @@ private:
     // Not before the picture of the last packer is written.
     void Change() {
         m_packed = {};
-        m_packer = std::make_unique<FramePacker>(*m_wanted, m_packers);
+        m_packer = std::make_unique<kit::FramePacker>(*m_wanted, m_packers);
         m_packer->ContinueAt(m_sequence + 1);
         m_wanted.reset();
         m_due = Clock::now();
@@ -87,7 +87,7 @@ private:
     }
 
     void SendPicture(Clock::time_point now) {
-        const PicturePtr picture = m_source->Now();
+        const kit::PicturePtr picture = m_source->Now();
         if (!picture) {
             m_gone = true;
             m_state = JsonText({{"type", "gone"}});
@@ -96,7 +96,7 @@ private:
         const bool placeholder = picture->Sequence() == 0;
         m_statePending = placeholder != m_placeholder;
         m_placeholder = placeholder;
-        m_packed = m_packer->Pack(PlanesOf(*picture));
+        m_packed = m_packer->Pack(kit::PlanesOf(*picture));
         if (m_packed.jpeg.empty())
             return Close();
         ++m_sequence;
@@ -110,13 +110,13 @@ private:
                m_packed.jpeg);
     }
 
-    PackerCounters& m_packers;
-    const SourcePtr m_source;
+    kit::PackerCounters& m_packers;
+    const kit::SourcePtr m_source;
     TimerPtr m_next;
     TimerPtr m_heartbeat;
-    std::optional<PackerParameters> m_wanted; // by the page, and not in force yet
-    std::unique_ptr<FramePacker> m_packer;    // null until the page has said what it wants
-    std::uint32_t m_sequence = 0;             // of the last picture that was sent
+    std::optional<kit::PackerParameters> m_wanted; // by the page, and not in force yet
+    std::unique_ptr<kit::FramePacker> m_packer;    // null until the page has said what it wants
+    std::uint32_t m_sequence = 0;                  // of the last picture that was sent
     bool m_inFlight = false;
     Clock::time_point m_sentAt;
     Clock::time_point m_due;
@@ -124,18 +124,18 @@ private:
     bool m_statePending = false;
     bool m_gone = false;
     // The message that is being written.
-    FramePacker::Packed m_packed;
+    kit::FramePacker::Packed m_packed;
     std::string m_state;
 };
 
 } // namespace
 
-SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
+kit::SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
     const auto key = PercentDecode(encoded);
     return key ? sources.Open(*key) : nullptr;
 }
 
-void ViewPages::Run(Stream stream, const Request& request, SourcePtr source) const {
+void ViewPages::Run(Stream stream, const Request& request, kit::SourcePtr source) const {
     const WatchGuard watching(counters, SessionKind::Page);
     ViewSession(std::move(stream), request, std::move(source), *this).Run();
 }

@@ -19,23 +19,23 @@
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
-#include "host/packer/frame_packer.h"
 #include "host/sources/source_table.h"
+#include "kit/packer/frame_packer.h"
 
 namespace host {
 
 struct ViewPages {
     SourceTable& sources;
-    PackerCounters& packers;
+    kit::PackerCounters& packers;
     const Limits& limits;
     Counters& counters;
     const Wakeup& stop;
 
     // The source of a percent-encoded key; null when there is none.
-    [[nodiscard]] SourcePtr SourceOf(std::string_view encoded) const;
+    [[nodiscard]] kit::SourcePtr SourceOf(std::string_view encoded) const;
     // Takes the socket and returns when the page has left, the stream is at its end or the server stops. The
     // request asks for a WebSocket.
-    void Run(Stream stream, const Request& request, SourcePtr source) const;
+    void Run(Stream stream, const Request& request, kit::SourcePtr source) const;
 };
 
 } // namespace host
