@@ -115,4 +115,13 @@ std::size_t CountBad(const std::vector<OneReport>& reports,
     return bad;
 }
 
+// Ends the line that sums up a command, for several phones with how many came to a good end; returns the exit
+// code.
+inline int EndLine(std::size_t bad, std::size_t all, std::string_view whom) {
+    if (!whom.empty())
+        std::cout << ", " << all - bad << " of " << all << ' ' << whom << " to the end";
+    std::cout << std::endl;
+    return bad == 0 ? platform::kExitDone : platform::kExitFailed;
+}
+
 } // namespace phone

@@ -56,10 +56,7 @@ int Summarise(const std::vector<UploadReport>& reports, const UploadCommand& com
     std::cout << "sent " << frames << " frames, " << grants << " grants";
     if (losses != 0)
         std::cout << ", " << losses << " connections lost";
-    if (command.phones != 0)
-        std::cout << ", " << reports.size() - bad << " of " << reports.size() << " phones to the end";
-    std::cout << std::endl;
-    return bad == 0 ? platform::kExitDone : platform::kExitFailed;
+    return EndLine(bad, reports.size(), command.phones != 0 ? "phones" : "");
 }
 
 } // namespace

@@ -90,17 +90,16 @@ int Summarise(const std::vector<ViewReport>& reports) {
     }
     std::cout << "received " << pictures << " pictures, ";
     if (reports.size() == 1) {
-        std::cout << Rates(reports[0].figures) << std::endl;
-    } else {
-        std::ranges::sort(rates);
-        char line[160];
-        std::snprintf(line, sizeof line,
-                      "slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all",
-                      rates.front(), rates[rates.size() / 2], rates.back(), bytes);
-        std::cout << line << ", " << reports.size() - bad << " of " << reports.size() << " viewers to the end"
-                  << std::endl;
+        std::cout << Rates(reports[0].figures);
+        return EndLine(bad, 1, "");
     }
-    return bad == 0 ? platform::kExitDone : platform::kExitFailed;
+    std::ranges::sort(rates);
+    char line[160];
+    std::snprintf(line, sizeof line,
+                  "slowest %.2f, median %.2f, fastest %.2f pictures/s, %.0f bytes/s in all", rates.front(),
+                  rates[rates.size() / 2], rates.back(), bytes);
+    std::cout << line;
+    return EndLine(bad, reports.size(), "viewers");
 }
 
 } // namespace

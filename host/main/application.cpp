@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -97,13 +96,9 @@ void SayStatus(const std::vector<CameraFigures>& cameras) {
     Console::Get().Say(line.data());
 }
 
-// Waits for a signal that ends the program (SIGINT, SIGTERM) or has files read again (SIGHUP); 0: none came.
+// 0: none came.
 int WaitForSignal(Clock::time_point until) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
+    const sigset_t signals = HostSignals();
     const auto left = std::max(until - Clock::now(), Clock::duration::zero());
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
     const timespec timeout{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
@@ -123,11 +118,7 @@ bool HasTerminal() {
 
 // From here on the next signal ends the process the hard way, for somebody who does not want to wait.
 void RestoreSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
+    const sigset_t signals = HostSignals();
     ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
@@ -486,6 +477,14 @@ private:
 };
 
 } // namespace
+
+sigset_t HostSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaddset(&signals, signal);
+    return signals;
+}
 
 int Serve(const Options& options) {
     RaiseDescriptorLimit();

@@ -32,11 +32,7 @@ int Run(const host::Options& options) {
 
 int main(int count, char** values) {
     // Before any thread starts, so that all have them blocked and the main thread alone takes them.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
+    const sigset_t signals = host::HostSignals();
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
     return platform::RunProgram("morrowstream-host", count, values,

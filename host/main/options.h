@@ -1,6 +1,7 @@
 // The command line of the host, and what carries out each of its commands.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -53,8 +54,9 @@ Options ParseOptions(std::span<const std::string_view> arguments);
 
 // --- Commands: each returns the exit status and throws StartError ---
 
-// Serves until the time is over or a signal comes. SIGINT, SIGTERM and SIGHUP must be blocked in the whole
-// process.
+// The signals that end the program (SIGINT, SIGTERM) or have files read again (SIGHUP).
+sigset_t HostSignals();
+// Serves until the time is over or a signal comes. HostSignals() must be blocked in the whole process.
 int Serve(const Options& options);
 
 // --add-user and --add-users.

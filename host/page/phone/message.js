@@ -6,18 +6,14 @@ import { text } from "../shared/words.js";
 
 const COPIED_MS = 2000;
 
+// A message has the key of its title, and of the text below that; most of both are named after it.
 const MESSAGES = {
-    noPermission: { title: "noPermission", detail: "noPermissionDetail" },
-    cameraBusy: { title: "cameraBusy", detail: "cameraBusyDetail" },
-    noDevice: { title: "noDevice", detail: "noDeviceDetail" },
-    notSecure: { title: "notSecure", detail: "notSecureDetail" },
-    insideApp: { title: "insideApp", detail: "insideAppDetail" },
-    oldBrowser: { title: "oldBrowser", detail: "oldBrowserDetail" },
-    codeUsed: { title: "codeUsed", detail: "codeUsedDetail" },
-    wrongPassword: { title: "wrongPassword", detail: "wrongPasswordDetail" },
-    tooManyTries: { title: "tooManyTries", detail: "tooManyTriesDetail" },
+    ...Object.fromEntries(
+        [
+            "noPermission", "cameraBusy", "noDevice", "notSecure", "insideApp", "oldBrowser", "codeUsed",
+            "wrongPassword", "tooManyTries", "replaced",
+        ].map((key) => [key, { title: key, detail: `${key}Detail` }])),
     silent: { title: "noAnswerTitle", detail: "silentDetail" },
-    replaced: { title: "replaced", detail: "replacedDetail" },
     gone: { title: "noLongerCamera", detail: "noLongerCameraDetail" },
 };
 
