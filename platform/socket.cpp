@@ -3,10 +3,16 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
+#include <utility>
 
 #include "platform/scope.h"
 #include "platform/status.h"
@@ -39,9 +45,26 @@ constexpr unsigned kGenerationShift = 32;
 // One slot a cache line: neighbours are in use by different connections. All zero at first, so that the table
 // is not stored in the library's file either.
 struct alignas(64) Slot {
+    // Gives what is left of the bytes that were read ahead; 0 when nothing is.
+    int TakeAhead(void* buffer, std::size_t size) noexcept {
+        std::size_t from = aheadTaken.load(std::memory_order_relaxed);
+        std::size_t count = 0;
+        do {
+            count = std::min({aheadSize - from, size, std::size_t{INT_MAX}});
+            if (count == 0)
+                return 0;
+        } while (!aheadTaken.compare_exchange_weak(from, from + count, std::memory_order_relaxed));
+        std::memcpy(buffer, ahead + from, count);
+        return static_cast<int>(count);
+    }
+
     std::atomic<std::uint64_t> state{0};
     int descriptor = 0;
     std::uint32_t nextFree = 0; // under g_freeMutex
+    // Plain like the descriptor, and freed with it; null for most connections.
+    std::uint8_t* ahead = nullptr;
+    std::size_t aheadSize = 0;
+    std::atomic<std::size_t> aheadTaken{0};
 };
 
 // None of this has a destructor: detached threads may be in here while the process ends.
@@ -97,11 +120,13 @@ public:
         if ((before & (kOpen | kUserMask)) != 1)
             return;
         ::close(m_slot->descriptor);
+        delete[] std::exchange(m_slot->ahead, nullptr);
         GiveSlotBack(static_cast<std::uint32_t>(m_slot - g_slots.data()));
     }
 
     [[nodiscard]] bool IsValid() const noexcept { return m_slot != nullptr; }
     [[nodiscard]] int Descriptor() const noexcept { return m_slot->descriptor; }
+    [[nodiscard]] Slot& Get() const noexcept { return *m_slot; }
     // Another thread has closed the handle meanwhile.
     [[nodiscard]] bool WasClosed() const noexcept {
         return (m_slot->state.load(std::memory_order_acquire) & kOpen) == 0;
@@ -150,10 +175,15 @@ bool PrepareDescriptor(int descriptor) noexcept {
 
 } // namespace
 
-SOCKET AdoptSocket(int descriptor) noexcept {
+SOCKET AdoptSocket(int descriptor, const void* ahead, std::size_t size) noexcept {
     platform::Descriptor owner(descriptor);
     if (!PrepareDescriptor(descriptor)) {
         SetLastError(SocketErrorFromErrno(errno));
+        return INVALID_SOCKET;
+    }
+    std::unique_ptr<std::uint8_t[]> copy(size > 0 ? new (std::nothrow) std::uint8_t[size] : nullptr);
+    if (size > 0 && copy == nullptr) {
+        SetLastError(kSocketNoBuffers);
         return INVALID_SOCKET;
     }
     const std::uint32_t index = TakeSlot();
@@ -168,6 +198,11 @@ SOCKET AdoptSocket(int descriptor) noexcept {
     if (generation == 0)
         generation = 1;
     slot.descriptor = owner.Release();
+    if (size > 0)
+        std::memcpy(copy.get(), ahead, size);
+    slot.ahead = copy.release();
+    slot.aheadSize = size;
+    slot.aheadTaken.store(0, std::memory_order_relaxed);
     g_openCount.fetch_add(1, std::memory_order_relaxed);
     slot.state.store(generation << kGenerationShift | kOpen, std::memory_order_release);
     return (generation << kGenerationShift) | index;
@@ -179,6 +214,8 @@ int recv(SOCKET socket, void* buffer, int size, int flags) noexcept {
         return Fail(error);
     if (size == 0)
         return 0; // the system would wait for data here
+    if (const int taken = use.Get().TakeAhead(buffer, static_cast<std::size_t>(size)); taken > 0)
+        return taken;
     ssize_t count = 0;
     do
         count = ::recv(use.Descriptor(), buffer, static_cast<std::size_t>(size), 0);

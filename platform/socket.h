@@ -6,6 +6,7 @@
 // the last of them has left. Nothing here raises SIGPIPE.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/export.h"
@@ -21,7 +22,11 @@ inline constexpr int kSocketError = -1;
 // failure the descriptor is closed, the result is INVALID_SOCKET and the last error is set:
 // kSocketNotASocket, kSocketInvalid for a socket that is no stream, kSocketTooMany when 65536 handles are
 // open.
-MORROW_PLATFORM_API SOCKET AdoptSocket(int descriptor) noexcept;
+//
+// `ahead` are bytes that were read from the descriptor before, `size` of them: they are copied, and recv
+// gives them first. kSocketNoBuffers, as a last error, when there is no memory for them.
+MORROW_PLATFORM_API SOCKET AdoptSocket(int descriptor, const void* ahead = nullptr,
+                                       std::size_t size = 0) noexcept;
 
 // Receive up to `size` bytes: the count, 0 when the peer has closed its side, or kSocketError with the last
 // error set (kSocketInterrupted when this handle is closed meanwhile, kSocketNotASocket when it was closed

@@ -93,6 +93,15 @@ constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexce
                       [](char x, char y) { return ToLowerAscii(x) == ToLowerAscii(y); });
 }
 
+// Compares the whole of the shorter text even where the first bytes differ, so that the time taken does not
+// tell how many of them are right.
+constexpr bool EqualInConstantTime(std::string_view a, std::string_view b) noexcept {
+    unsigned difference = a.size() == b.size() ? 0 : 1;
+    for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+        difference |= static_cast<unsigned>(a[i] ^ b[i]) & 0xFFU;
+    return difference == 0;
+}
+
 // The byte that the text's first two characters name as hexadecimal digits; -1 where they are none.
 constexpr int HexByte(std::string_view text) noexcept {
     const auto digit = [](char c) {

@@ -191,6 +191,27 @@ TEST(AdoptSocketTest, ClosesWhatItRefuses) {
     ::close(pipe[1]);
 }
 
+TEST(AdoptSocketTest, GivesWhatWasReadAheadFirst) {
+    support::TcpPair pair;
+    const SOCKET handle = platform::AdoptSocket(pair.near.Release(), "header", 6);
+    pair.far.Send("body");
+    std::string received;
+    char buffer[4];
+    while (received.size() < 10) {
+        const int count = platform::recv(handle, buffer, sizeof buffer, 0);
+        ASSERT_GT(count, 0);
+        received.append(buffer, static_cast<std::size_t>(count));
+    }
+    EXPECT_EQ(received, "headerbody");
+    EXPECT_EQ(platform::closesocket(handle), 0);
+    // The next one in the place has nothing ahead.
+    support::TcpPair other;
+    const SOCKET next = platform::AdoptSocket(other.near.Release());
+    other.far.FinishSending();
+    EXPECT_EQ(platform::recv(next, buffer, sizeof buffer, 0), 0);
+    EXPECT_EQ(platform::closesocket(next), 0);
+}
+
 // Every message on a connection is that connection's own handle. Readers use handles that are being closed
 // and whose slots and descriptors are taken by new connections at the same time.
 TEST(SocketRaceTest, NoByteOfANewConnectionReachesAnOldHandle) {
