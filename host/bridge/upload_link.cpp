@@ -6,6 +6,7 @@
 
 #include "host/http/limits.h"
 #include "host/http/request.h"
+#include "kit/connection/phone_connection.h"
 #include "platform/text.h"
 
 namespace host {
@@ -19,10 +20,10 @@ constexpr int kSendBuffer = 32 * 1024;
 // The record of a phone: a prefix that nobody reads, and the password with a zero behind it. Empty for a
 // password that has no room.
 std::string RecordOf(const std::string& password) {
-    if (password.size() >= kAuthRecordBytes - kRecordPasswordOffset)
+    if (password.size() >= kit::kAuthRecordBytes - kit::kRecordPasswordOffset)
         return {};
-    std::string record(kAuthRecordBytes, '\0');
-    record.replace(kRecordPasswordOffset, password.size(), password);
+    std::string record(kit::kAuthRecordBytes, '\0');
+    record.replace(kit::kRecordPasswordOffset, password.size(), password);
     return record;
 }
 

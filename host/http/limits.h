@@ -51,8 +51,6 @@ inline constexpr std::size_t kMaxBodyBytes = 16 * 1024 * 1024;
 inline constexpr std::size_t kMaxFormBytes = 8 * 1024;
 // A picture of a phone's page: what the phones' own protocol has room for.
 inline constexpr std::size_t kMaxPhonePictureBytes = 65535;
-inline constexpr std::size_t kAuthRecordBytes = 131;
-inline constexpr std::size_t kRecordPasswordOffset = 67; // up to the end
 // Connections beyond the limits, in all and of one address, that are asked for a moment whether they are a
 // supervisor's: it must not take a crowd for a dead server.
 inline constexpr std::size_t kProbePlaces = 16;
@@ -63,8 +61,6 @@ inline constexpr unsigned kMaxRequestsPerConnection = 1000;
 inline constexpr std::size_t kMaxPageMessageBytes = 16 * 1024;
 // Kernel buffer towards a watcher: small, so that what waits in it is a fraction of a second.
 inline constexpr int kWatcherSendBuffer = 64 * 1024;
-// Kernel buffer towards a viewing phone, whose pictures have some kilobytes.
-inline constexpr int kViewerSendBuffer = 16 * 1024;
 inline constexpr int kListenBacklog = 512;
 
 } // namespace host

@@ -19,10 +19,10 @@
 #include "host/main/demo.h"
 #include "host/main/welcome.h"
 #include "host/settings/file.h"
-#include "host/settings/language.h"
 #include "host/settings/settings.h"
 #include "host/site/server.h"
 #include "kit/component/component.h"
+#include "kit/settings/language.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "platform/messages.h"
@@ -207,8 +207,8 @@ public:
         Console::Get().SetVerbosity(options.verbosity);
         ShowComponentLines();
         m_module = LoadModule(m_data);
-        ApplyConfiguredLanguage();
-        const std::string language = ConfiguredLanguage();
+        kit::ApplyConfiguredLanguage();
+        const std::string language = kit::ConfiguredLanguage();
         PrepareSettings();
         m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
@@ -505,11 +505,11 @@ int ChangeRegistration(const Options& options) {
 int SetLanguage(const Options& options) {
     const DataFolder data(options.data);
     const auto module = LoadModule(data); // has the languages
-    const auto languages = Languages();
-    if (std::ranges::count(languages, options.language, &Language::code) == 0)
-        throw platform::UsageError("--language takes one of " + LanguageCodes() + ", not \"" +
+    const auto languages = kit::Languages();
+    if (std::ranges::count(languages, options.language, &kit::Language::code) == 0)
+        throw platform::UsageError("--language takes one of " + kit::LanguageCodes() + ", not \"" +
                                    options.language + "\"");
-    if (FAILED(SetConfiguredLanguage(options.language)))
+    if (FAILED(kit::SetConfiguredLanguage(options.language)))
         throw StartError("cannot write " + data.File("registry") + ": " + platform::DescribeLastError());
     Console::Get().Say("The language \"" + options.language +
                        "\" takes effect at the next start of the host.");

@@ -2,8 +2,6 @@
 
 #include <vector>
 
-#include "host/settings/language.h"
-
 namespace host {
 
 const std::string_view kHelpText =

@@ -6,9 +6,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/users/cameras.h"
+#include "kit/settings/document.h"
 #include "platform/configdoc/configdoc.h"
 
 namespace host {
@@ -20,19 +22,20 @@ struct SettingsProblem {
     std::string text; // the same in English, for programs
 };
 
-// Belongs to one thread at a time. Operations throw std::runtime_error when the library refuses what it
-// promises to do.
-class SettingsDocument {
-public:
-    using ElementPtr = platform::ComPtr<IConfigElement>;
+using kit::AttributeOf;
+using kit::ElementAt;
+using kit::NameOf;
+using kit::ReadCamera;
+using kit::SelectElements;
+using kit::ValueOf;
 
+// With what an editor in a browser needs besides. Threads and failures are those of its base.
+class SettingsDocument : public kit::SettingsDocument {
+public:
     // Nothing for a text that is no document.
     static std::optional<SettingsDocument> Parse(std::u16string_view text);
     // Nothing for a file that is none, or cannot be read.
     static std::optional<SettingsDocument> Read(const std::string& path);
-
-    [[nodiscard]] std::u16string Text() const;
-    [[nodiscard]] IConfigElement& Root() const { return *m_root; }
 
     // --- Passwords ---------------------------------------------------------------------------------------
     // They stay at home: in the document for a browser each one that is not empty is a row of dots with an
@@ -48,29 +51,9 @@ public:
     // Gives each element concerned an attribute `kept` with the key of what is wrong, for a page to show.
     void Mark(const std::vector<SettingsProblem>& problems);
 
-    // --- Cameras and the host's address ------------------------------------------------------------------
-    [[nodiscard]] std::vector<CameraEntry> Cameras() const;
-    // Gives a camera its type and password; adds it, as a copy of what stands in `addcam`, when it is not
-    // there. False when all was so already.
-    bool Put(const CameraEntry& camera);
-    // Removes a camera that is still exactly this one. False when there is none.
-    bool RemoveIfSame(const CameraEntry& camera);
-    // The server's address as phones are told it, "ADDR:PORT"; nothing without such an element.
-    [[nodiscard]] std::optional<std::string> Host() const;
-    void SetHost(std::string_view address);
-
 private:
-    SettingsDocument(platform::ComPtr<IConfigDocument> document, ElementPtr root)
-        : m_document(std::move(document)), m_root(std::move(root)) {}
-    // With what stands in it; null when there is no such camera.
-    [[nodiscard]] ElementPtr FindCamera(std::string_view name, CameraEntry* found) const;
-
-    platform::ComPtr<IConfigDocument> m_document;
-    ElementPtr m_root;
+    explicit SettingsDocument(kit::SettingsDocument document) : kit::SettingsDocument(std::move(document)) {}
 };
-
-// An item of `cams`; empty texts for what it does not have.
-CameraEntry ReadCamera(IConfigElement& item);
 
 // --- Checks before a document is handed over ---
 //
@@ -90,16 +73,5 @@ std::vector<SettingsProblem> FindUnusable(const SettingsDocument& document, cons
 // Finds where `taken`, which the component gave, differs from what it was given. A part that `given` does not
 // have stays as it was and is not looked at.
 std::vector<SettingsProblem> FindDifferences(const SettingsDocument& given, const SettingsDocument& taken);
-
-// --- Elements ---
-
-// Selects by the expression; nodes that are no elements are left out.
-std::vector<SettingsDocument::ElementPtr> SelectElements(IConfigElement& element, const char16_t* expression);
-// The first of them; null without one.
-SettingsDocument::ElementPtr ElementAt(IConfigElement& element, const char16_t* path);
-std::u16string NameOf(IConfigNode& node);
-std::u16string ValueOf(IConfigNode& node);
-// Nothing without such an attribute.
-std::optional<std::u16string> AttributeOf(IConfigElement& element, const char16_t* name);
 
 } // namespace host

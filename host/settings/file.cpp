@@ -58,10 +58,6 @@ std::vector<std::string> FindLost(const std::string& file, const SettingsDocumen
 
 } // namespace
 
-std::string SettingsFile(const std::string& commonData) {
-    return commonData + "/Norvane/Tessaron/Servers/Morrowstream.xml";
-}
-
 void MakeSettingsFolder(const std::string& file) {
     const std::string folder = std::filesystem::path(file).parent_path().string();
     if (FAILED(platform::CreateFolder(folder)))

@@ -9,8 +9,7 @@
 
 namespace host {
 
-// Where the component keeps its settings below the common data folder.
-std::string SettingsFile(const std::string& commonData);
+using kit::SettingsFile;
 
 // Makes the folder of the file. Throws StartError.
 void MakeSettingsFolder(const std::string& file);

@@ -12,23 +12,6 @@
 namespace host {
 namespace {
 
-using platform::Bstr;
-
-constexpr std::u16string_view kPath = u"config";
-// A whole head: the component looks for the type behind its first line.
-constexpr std::u16string_view kHead = u"POST config HTTP/1.0\r\ncontent-type: text/xml\r\n\r\n";
-
-// IConfiguration frees what goes in and makes what comes out, and on failure leaves it: one owner throughout.
-template <class Operation>
-HRESULT Exchange(Bstr& body, Bstr& head, Operation operation) {
-    BSTR rawBody = body.Detach();
-    BSTR rawHead = head.Detach();
-    const HRESULT hr = operation(&rawBody, &rawHead);
-    body = Bstr::Adopt(rawBody);
-    head = Bstr::Adopt(rawHead);
-    return hr;
-}
-
 SettingsChange Only(SettingsChange::Result result) {
     SettingsChange change;
     change.result = result;
@@ -62,15 +45,7 @@ std::string Settings::Trouble() const {
 }
 
 std::optional<std::u16string> Settings::Get() {
-    if (!m_configuration)
-        return std::nullopt;
-    const Bstr path(kPath);
-    Bstr body;
-    Bstr head;
-    const HRESULT hr = Exchange(body, head, [&](BSTR* rawBody, BSTR* rawHead) {
-        return m_configuration->GetContent(path.Get(), rawBody, rawHead);
-    });
-    return FAILED(hr) ? std::nullopt : std::optional(std::u16string(body.View()));
+    return m_configuration ? kit::GetSettings(*m_configuration) : std::nullopt;
 }
 
 const std::string& Settings::VersionOf(const std::u16string& text) {
@@ -182,17 +157,6 @@ SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit
     return change;
 }
 
-HRESULT Settings::Hand(const SettingsDocument& document, std::u16string* now) {
-    const Bstr path(kPath);
-    Bstr body(document.Text());
-    Bstr head(kHead);
-    const HRESULT hr = Exchange(body, head, [&](BSTR* rawBody, BSTR* rawHead) {
-        return m_configuration->SetContent(path.Get(), rawBody, rawHead);
-    });
-    *now = body.View();
-    return hr;
-}
-
 SettingsChange Settings::Set(const SettingsDocument& document, const SettingsDocument& former) {
     using enum SettingsChange::Result;
     const platform::FileStamp before = platform::StampOf(m_file);
@@ -202,7 +166,7 @@ SettingsChange Settings::Set(const SettingsDocument& document, const SettingsDoc
     {
         // The component takes every camera away and gives it back.
         const FeedTable::Change feeds(m_feeds);
-        change.status = Hand(document, &now);
+        change.status = kit::SetSettings(*m_configuration, document.Text(), &now);
         if (SUCCEEDED(change.status))
             taken = SettingsDocument::Parse(now);
         if (taken)
@@ -233,7 +197,8 @@ std::optional<SettingsDocument> Settings::PutBack(const SettingsDocument& former
         return present;
     const platform::FileStamp before = platform::StampOf(m_file);
     std::u16string now;
-    m_written = SUCCEEDED(Hand(former, &now)) && platform::StampOf(m_file) != before;
+    m_written = SUCCEEDED(kit::SetSettings(*m_configuration, former.Text(), &now)) &&
+                platform::StampOf(m_file) != before;
     present = read();
     if (!isBack(present))
         Console::Get().Log("error", "the settings before a change that failed could not be put back");

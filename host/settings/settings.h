@@ -81,8 +81,6 @@ public:
 private:
     // With m_mutex held, all of them.
     std::optional<std::u16string> Get();
-    // Hands a document over. The answer, which is the settings as they are then, comes in `now`.
-    HRESULT Hand(const SettingsDocument& document, std::u16string* now);
     // Hands a document over so that, whatever comes of it, all of it is in force or all of the former one.
     SettingsChange Set(const SettingsDocument& document, const SettingsDocument& former);
     // The settings as they are then; nothing when the component gives none.

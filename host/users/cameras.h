@@ -8,14 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/settings/document.h"
+
 namespace host {
 
-struct CameraEntry {
-    std::string name; // UTF-8, like the others; also the login of the camera's phone
-    std::string type; // "320x240" or "160x120"
-    std::string password;
-    friend bool operator==(const CameraEntry&, const CameraEntry&) = default;
-};
+using kit::CameraEntry;
 
 // The sign-ins of phones: a camera that stands in the settings is one, under its name and with its password,
 // so that a phone needs no user of its own. Thread-safe.

@@ -46,13 +46,6 @@ bool VerifyPassword(std::string_view password, const std::string& hash) {
     return !got.empty() && EqualInConstantTime(got, wanted) && !hash.empty();
 }
 
-bool EqualInConstantTime(std::string_view a, std::string_view b) noexcept {
-    unsigned difference = a.size() == b.size() ? 0 : 1;
-    for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i)
-        difference |= static_cast<unsigned>(a[i] ^ b[i]) & 0xFFU;
-    return difference == 0;
-}
-
 std::string RandomBytes(std::size_t count) {
     std::string bytes(count, '\0');
     std::size_t have = 0;

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/text.h"
+
 namespace host {
 
 // A yescrypt hash with a fresh salt, as libcrypt writes it. Takes some ten milliseconds and 16 MiB, on
@@ -16,8 +18,7 @@ std::string HashPassword(std::string_view password);
 // matches: an unknown user must not be told from a wrong password by the time that the answer takes.
 bool VerifyPassword(std::string_view password, const std::string& hash);
 
-// Takes a time that depends on the lengths only.
-bool EqualInConstantTime(std::string_view a, std::string_view b) noexcept;
+using platform::EqualInConstantTime;
 
 // For passwords that nobody chooses: about 95 bits in 16 characters without look-alikes.
 std::string RandomPassword();

@@ -40,9 +40,10 @@ HRESULT WebHandlerHost::GetRequestAuth(BSTR head, SRequestAuth* pAuth) {
         Bstr login(platform::FromUtf8(identity->login));
         Bstr password(platform::FromUtf8(identity->password));
         auto* data = static_cast<std::uint8_t*>(CoTaskMemAlloc(token.size()));
-        if (data == nullptr)
+        if (data != nullptr)
+            std::memcpy(data, token.data(), token.size());
+        else if (!token.empty()) // nothing is allocated for an empty block
             return E_OUTOFMEMORY;
-        std::memcpy(data, token.data(), token.size());
         *pAuth = {login.Detach(), password.Detach(), static_cast<std::uint32_t>(token.size()), data};
         return S_OK;
     } catch (const std::bad_alloc&) {

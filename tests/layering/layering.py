@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Reads the include lines of src/, platform/, kit/, phone/, host/ and tools/ and holds them against the table of who may include whom.
+"""Reads the include lines of src/, platform/, kit/, capi/, phone/, host/ and tools/ and holds them against the table of who may include whom.
 
     layering.py [ROOT]    prints each violation as FILE:LINE: TEXT; exit status 1 if there is one
 """
@@ -22,7 +22,7 @@ COMMON = {
     "src/Common/Utils",
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
-KIT = {"kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/log"}
+KIT = {"kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge"}
 SUBJECTS = {
@@ -51,22 +51,26 @@ TABLE = {
     # What any host needs: it talks to the component through the contract, and to the codec through its facade, and
     # knows nothing of one host, of the web, of users or of pages.
     "kit/log": INTERFACES,
+    "kit/connection": {"platform"},
+    "kit/settings": INTERFACES,
     "kit/picture": INTERFACES | IMAGE,
     "kit/statetree": INTERFACES,
     "kit/packer": INTERFACES | IMAGE | {"kit/picture"},
     "kit/content": INTERFACES | IMAGE | {"kit/picture", "kit/statetree"},
     "kit/component": INTERFACES | {"kit/picture", "kit/statetree", "kit/packer", "kit/content"},
+    # The same for programs in C.
+    "capi": INTERFACES | IMAGE | KIT,
     # The reference host uses the kit like any other one; each of its rooms on those above it.
     "host/base": {"platform"},
     "host/log": {"platform", "host/base", "kit/log"},
     "host/tls": {"platform", "host/base", "host/log"},
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
-    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "kit/component"},
+    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "kit/component", "kit/settings"},
     "host/feed": INTERFACES | {"host/base", "host/log", "kit/picture"},
     "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
-    "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed"},
+    "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # A phone played towards the component.
-    "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "kit/component"},
+    "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "kit/component", "kit/connection"},
     # Pages as such: files that the program carries, pages without script, and their texts.
     "host/html": {"platform", "host/base", "host/http"},
     # One subject a room; they do not include each other.
@@ -122,7 +126,7 @@ def room_of(path):
 
 
 def sources(root):
-    for top in ("src", "platform", "kit", "phone", "host", "tools"):
+    for top in ("src", "platform", "kit", "capi", "phone", "host", "tools"):
         for folder, folders, files in os.walk(os.path.join(root, top)):
             folders.sort()
             for name in sorted(files):

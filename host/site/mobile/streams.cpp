@@ -4,46 +4,17 @@
 #include <optional>
 #include <string>
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-
 #include "host/bridge/intake.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
 #include "host/site/mobile/bridge.h"
 #include "host/site/mobile/pages.h"
-#include "host/users/password.h"
+#include "kit/connection/phone_connection.h"
 #include "platform/status.h"
 #include "platform/text.h"
 
 namespace host {
 namespace {
-
-// The component waits for a silent phone without a limit of its own. The system asks the phone's side whether
-// it is still there, so that a phone that vanished is noticed within about a minute.
-void WatchPeer(int fd) {
-    const auto set = [fd](int level, int option, int value) {
-        ::setsockopt(fd, level, option, &value, sizeof value);
-    };
-    set(SOL_SOCKET, SO_KEEPALIVE, 1);
-    set(IPPROTO_TCP, TCP_KEEPIDLE, 20);
-    set(IPPROTO_TCP, TCP_KEEPINTVL, 10);
-    set(IPPROTO_TCP, TCP_KEEPCNT, 4);
-}
-
-// The component's viewers send with a blocking socket and without a limit. A phone that takes nothing for as
-// long as any watcher may is gone after that: its send fails, and so does the connection of one that
-// vanished. The small buffer keeps the pictures on their way few, so that a slow phone lags by little.
-void BoundSends(int fd, std::chrono::milliseconds stall) {
-    const int buffer = kViewerSendBuffer;
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
-    const timeval limit{stall.count() / 1000, stall.count() % 1000 * 1000};
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    const auto unacknowledged = static_cast<unsigned>(stall.count());
-    ::setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged, sizeof unacknowledged);
-}
 
 // The path that a handler gets: without its leading "/", with the query. An upload names its camera in the
 // path, and the component takes that name as it stands; so for an upload the percent escapes are undone here
@@ -70,13 +41,6 @@ std::string NameIn(std::u16string_view path) {
     return platform::ToUtf8(path);
 }
 
-// Compares as the component does: single-byte texts of this thread's code page, inside the record's field.
-bool IsRightRecord(std::string_view record, const std::string& password) {
-    const std::string stored = platform::ToNarrow(platform::FromUtf8(password), platform::kCodePageThread);
-    const std::string_view field = record.substr(kRecordPasswordOffset);
-    return EqualInConstantTime(field.substr(0, field.find('\0')), stored.c_str());
-}
-
 // What the component does with a wrong record, without the camera's running upload, which it would end first.
 void DenyRecord(Stream& stream, const std::string& camera, const Wakeup& stop) {
     std::u16string_view reason = platform::MessageText(static_cast<std::uint32_t>(E_ACCESSDENIED));
@@ -86,11 +50,10 @@ void DenyRecord(Stream& stream, const std::string& camera, const Wakeup& stop) {
                                      platform::ToUtf8(reason) + ")");
     if (!stream.IsSecure()) {
         // Taken off the socket: closing over unread bytes could take the answer with it.
-        std::array<char, kAuthRecordBytes> record{};
+        std::array<char, kit::kAuthRecordBytes> record{};
         (void)stream.Read(record.data(), record.size());
     }
-    constexpr char kDenied = 1;
-    (void)stream.Write({&kDenied, 1});
+    (void)stream.Write({&kit::kRecordDenied, 1});
     FinishSending(stream, stop);
 }
 
@@ -127,7 +90,7 @@ public:
         const Utf8Scope utf8;
         const auto stored = m_pages.authenticator.StoredCameraPassword(m_name);
         const bool receiving = m_pages.feeds.IsReceiving(m_name);
-        if (receiving && stored && !IsRightRecord(record, *stored)) {
+        if (receiving && stored && !kit::IsRightRecord(record, *stored)) {
             CountDenied("wrong password");
             const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
             DenyRecord(m_stream, m_name, m_pages.stop);
@@ -149,9 +112,9 @@ public:
     }
 
     std::optional<Answer> View(Shares::Share place) {
-        BoundSends(m_stream.Fd(), m_pages.limits.writeStall);
+        kit::BoundSends(m_stream.Fd(), m_pages.limits.writeStall);
         if (m_bridge)
-            BoundSends(m_bridge->Inner().Get(), m_pages.limits.writeStall);
+            kit::BoundSends(m_bridge->Inner().Get(), m_pages.limits.writeStall);
         const Utf8Scope utf8;
         if (FAILED(Process(SessionKind::View, std::move(place))))
             m_pages.counters.Refuse(Refusal::ViewDenied);
@@ -169,8 +132,8 @@ public:
 private:
     HeadResult AwaitRecord(std::string* record, Clock::time_point deadline) {
         if (!m_bridge)
-            return WaitForBytes(m_stream.Fd(), kAuthRecordBytes, record, m_pages.stop, deadline);
-        const HeadResult result = ReadBody(m_stream, kAuthRecordBytes, record, m_pages.stop, deadline);
+            return WaitForBytes(m_stream.Fd(), kit::kAuthRecordBytes, record, m_pages.stop, deadline);
+        const HeadResult result = ReadBody(m_stream, kit::kAuthRecordBytes, record, m_pages.stop, deadline);
         if (result == HeadResult::Complete)
             m_bridge->Feed(*record);
         return result;
@@ -179,7 +142,7 @@ private:
     [[nodiscard]] std::string Subject() const { return m_name + ", " + m_request.peer.text; }
 
     HRESULT Process(SessionKind kind, Shares::Share place) {
-        WatchPeer(m_stream.Fd());
+        kit::WatchPeer(m_stream.Fd());
         m_handedOver = true;
         return HandToComponent({.kind = kind,
                                 .path = m_path,

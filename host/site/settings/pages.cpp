@@ -8,7 +8,7 @@
 
 #include "host/http/request.h"
 #include "host/log/console.h"
-#include "host/settings/language.h"
+#include "kit/settings/language.h"
 #include "platform/messages.h"
 
 namespace host {
@@ -41,7 +41,7 @@ void LogChange(const Request& request, std::string_view login, std::string_view 
 
 Answer SettingsPages::State() const {
     Json choices = Json::array();
-    for (const Language& choice : Languages())
+    for (const kit::Language& choice : kit::Languages())
         choices.push_back({{"code", choice.code}, {"name", choice.name}});
     Json trust;
     if (certificates != nullptr) {
@@ -53,7 +53,7 @@ Answer SettingsPages::State() const {
     return Answer::Json(200, {{"token", pageToken},
                               {"language",
                                {{"active", language.empty() ? "en" : language},
-                                {"configured", ConfiguredLanguage()},
+                                {"configured", kit::ConfiguredLanguage()},
                                 {"choices", std::move(choices)}}},
                               {"trust", std::move(trust)},
                               {"written", settings.IsWritten()}});
@@ -117,7 +117,7 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view login
 }
 
 Answer SettingsPages::PutLanguage(const Request& request, std::string_view login, std::string_view body) {
-    const HRESULT hr = SetConfiguredLanguage(body);
+    const HRESULT hr = kit::SetConfiguredLanguage(body);
     if (hr == E_INVALIDARG)
         return Told(422, "The server has no texts in this language.");
     if (FAILED(hr))
