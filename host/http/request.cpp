@@ -87,7 +87,7 @@ ParsedRequest ParseRequest(std::string head) {
     request.expectsContinue = EqualsIgnoringCase(message[http::field::expect], "100-continue");
     request.wantsWebSocket = EqualsIgnoringCase(message[http::field::upgrade], "websocket");
     request.lacksHost = message.version() >= 11 && message.count(http::field::host) == 0;
-    request.fields = std::make_shared<const BeastRequest>(parser.release());
+    request.fields = std::make_shared<const BeastRequest>(BeastRequest{parser.release()});
     request.head = std::move(head);
     return {std::move(request), 200};
 }

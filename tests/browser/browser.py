@@ -21,6 +21,7 @@ ARGUMENTS = (
     "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
 )
 WAIT_SECONDS = 30
+POLL_SECONDS = 0.1  # each look is an errand through driver and browser
 # Requests to a host that was killed, and the icon that a browser asks for when it shows a page that names none.
 EXPECTED_COMPLAINTS = ("ERR_CONNECTION_", "ERR_EMPTY_RESPONSE", "favicon.ico")
 
@@ -33,8 +34,9 @@ def tool(name):
 
 
 class Browser:
-    def __init__(self, profile, screenshots, width=1280, height=800, arguments=(), home=None):
-        """`home` is a folder of its own, for the authorities that are trusted there."""
+    def __init__(self, profile, screenshots, width=1280, height=800, arguments=(), home=None, network=False):
+        """`home` is a folder of its own, for the authorities that are trusted there. With `network` the browser notes every
+        request and every message of a socket, each picture among them, which keeps it busy."""
         options = Options()
         options.binary_location = tool("chromium")
         for argument in (*ARGUMENTS, *arguments):
@@ -42,7 +44,7 @@ class Browser:
         if os.geteuid() == 0:
             options.add_argument("--no-sandbox")
         options.add_argument(f"--user-data-dir={profile}")
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL", **({"performance": "ALL"} if network else {})})
         environment = {**os.environ, **({} if home is None else {"HOME": home})}
         self.driver = webdriver.Chrome(service=Service(tool("chromedriver"), env=environment), options=options)
         self.driver.set_script_timeout(WAIT_SECONDS)
@@ -120,7 +122,7 @@ class Browser:
                 self.screenshot("failure")
                 raise AssertionError(
                     f"no sign within {seconds} s of: {what}; last answer {value!r}; tiles {self.tiles()}")
-            time.sleep(0.02)
+            time.sleep(POLL_SECONDS)
 
     # --- the page -----------------------------------------------------------------------------------------------
 
@@ -180,12 +182,6 @@ class Browser:
             }
             return { digest, spread: high - low, width: canvas.width, height: canvas.height };
         """, name)
-
-    def requests(self):
-        """Method and path of every request since the last call."""
-        events = [json.loads(entry["message"])["message"] for entry in self.driver.get_log("performance")]
-        asked = [event["params"]["request"] for event in events if event["method"] == "Network.requestWillBeSent"]
-        return [f"{request['method']} {urllib.parse.urlsplit(request['url']).path}" for request in asked]
 
     def complaints(self):
         """What the console reported, without what the tests cause on purpose."""

@@ -24,7 +24,7 @@ class ThirtyTest(case.BrowserCase):
         host.write_cameras([*waiting, *names], "secret")
         host.add_phones(names, "secret")
         host.start()
-        browser = self.make_browser(width=1600, height=2400)  # all tiles are on the screen
+        browser = self.make_browser(width=1600, height=2400, network=True)  # all tiles are on the screen
         with ExitStack() as phones:
             for n, name in enumerate(names):
                 pictures = [coded_jpeg(n * PICTURES + k) for k in range(PICTURES)]

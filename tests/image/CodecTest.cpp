@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cpuid.h>
 #include <numeric>
 #include <random>
 #include <set>
@@ -129,7 +130,7 @@ TEST_P(Pictures, IntoPlanesWithStrides) {
         // A grey stream's neutral chroma fills half the height times the stride.
         const bool bGrey = recipe.nComponents == 1;
         Bytes y = bytes(nYStep, h, w);
-        const auto chroma = [&](int nStep) {
+        const auto chroma = [&, w = w, h = h](int nStep) {
             return bGrey ? Bytes(h * nStep / 2, 0xEE) : bytes(nStep, h / 2, w / 2);
         };
         Bytes cr = chroma(nCrStep), cb = chroma(nCbStep);
@@ -341,13 +342,17 @@ TEST(Codec, LargestPictureFromAFewBytes) {
     EXPECT_EQ(std::count(block.Planes(), block.Planes() + nImage, 128), nImage);
 }
 
-// The level and the instruction set that this processor should get, by the compiler's own account of it.
+// The level and the instruction set that this processor should get, by the compiler's own account of it and,
+// where that has no name for a feature in both compilers, the processor's.
 std::string WantedVariant() {
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx")) {
+        unsigned a = 0, b = 0, c = 0, d = 0;
+        const bool bMovbe = __get_cpuid(1, &a, &b, &c, &d) != 0 && (c & bit_MOVBE) != 0;
+        const bool bLzcnt = __get_cpuid(0x80000001, &a, &b, &c, &d) != 0 && (c & bit_LZCNT) != 0;
         const bool bWide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-                           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("lzcnt") &&
-                           __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("movbe");
+                           __builtin_cpu_supports("bmi2") && bLzcnt && __builtin_cpu_supports("popcnt") &&
+                           bMovbe;
         const bool bWidest = bWide && __builtin_cpu_supports("avx512bw") &&
                              __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
                              __builtin_cpu_supports("avx512vbmi2");

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <future>
-#include <ranges>
 #include <thread>
 
 #include <sys/eventfd.h>
@@ -23,9 +23,9 @@ using namespace std::chrono_literals;
 // The words of a line.
 std::vector<std::string_view> Words(std::string_view line) {
     std::vector<std::string_view> words;
-    for (const auto word : line | std::views::split(' ')) {
-        if (!word.empty())
-            words.emplace_back(word.begin(), word.end());
+    for (std::size_t end = 0, begin; (begin = line.find_first_not_of(' ', end)) != line.npos;) {
+        end = std::min(line.find(' ', begin), line.size());
+        words.push_back(line.substr(begin, end - begin));
     }
     return words;
 }

@@ -141,8 +141,7 @@ protected:
     ~Thing() = default;
     HRESULT Query(const GUID& id, void** object) { return platform::QueryTable<IUnknown>(this, id, object); }
 };
-// As in a file of its own: seen through it, gcc warns of what cannot be.
-[[gnu::noipa]] ComPtr<Thing> Thing::Create() {
+ComPtr<Thing> Thing::Create() {
     return platform::ComObject<Thing>::Create();
 }
 using Things = std::map<std::u16string, ComPtr<Thing>>;
