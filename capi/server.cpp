@@ -57,7 +57,7 @@ std::string OwnModule() {
     const fs::path folder =
         fs::path(platform::FileNameOfModule(reinterpret_cast<const void*>(&morrow_version))).parent_path();
     std::error_code error;
-    for (const char* place : {"libmorrowstream.so", "morrowstream/libmorrowstream.so"}) {
+    for (const char* place : {"libmorrowstream.so", "libmorrowstream.so.1"}) {
         if (fs::exists(folder / place, error))
             return (folder / place).string();
     }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
@@ -147,6 +148,7 @@ protected:
         return phone;
     }
 
+    const Watchdog watchdog{testing::UnitTest::GetInstance()->current_test_info()->name()};
     morrow_server_options options = MORROW_SERVER_OPTIONS_INIT;
     morrow_server server = 0;
 };
@@ -518,8 +520,14 @@ TEST_F(Capi, PhonesWatchSourcesUntilTheseEnd) {
 
 TEST_F(Capi, EncodesWhatStridesSay) {
     // Rows of 18 and 10 bytes, of which 7 and 3 are the picture's.
-    const std::vector<std::uint8_t> y(18 * 5, 120);
-    const std::vector<std::uint8_t> chroma(10 * 2, 160);
+    const auto rows = [](int count, int stride, int width, std::uint8_t value) {
+        std::vector<std::uint8_t> plane(static_cast<std::size_t>(count * stride), 20);
+        for (int row = 0; row < count; ++row)
+            std::fill_n(plane.begin() + row * stride, width, value);
+        return plane;
+    };
+    const std::vector<std::uint8_t> y = rows(5, 18, 7, 120);
+    const std::vector<std::uint8_t> chroma = rows(2, 10, 3, 160);
     morrow_picture picture = MORROW_PICTURE_INIT;
     picture.form = MORROW_YCBCR;
     picture.width = 7;
