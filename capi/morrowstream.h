@@ -1,28 +1,29 @@
 /* Morrowstream for programs in any language: phones as cameras of a server, and phones that watch its
  * sources.
  *
- * What the calls have in common
+ * What the calls have in common:
  *
  * - Texts are UTF-8 and end with a zero.
- * - What can fail returns a morrow_status, 0 or a negative number. Results come through the first parameters;
- * after a failure these hold 0 or null, unless a call says otherwise. morrow_last_error() then has a text for
- * people.
+ * - What can fail returns a morrow_status, 0 or a negative number, and morrow_last_error() has a text for
+ *   people then. Results come through the first parameters. After a failure these hold 0 or null; a struct
+ *   stays as it was.
  * - A handle is a number that is used once in the life of a process. One that is dead, or was never given, is
- * refused with MORROW_BAD_HANDLE. 0 is never a handle.
+ *   refused with MORROW_BAD_HANDLE. 0 is never a handle.
  * - What comes as "void **", "char **" or "morrow_camera_list **" is the caller's and goes back with the free
- * function named there. Other pointers that come out are lent for the time that the call names.
- * - A struct that goes in or out begins with its own size, which the macro _INIT beside it sets: a program
- * that was compiled against an older header goes on working. Options that the library does not know must be
- * 0.
+ *   function named there. Other pointers that come out are lent for the time that the call names.
+ * - A struct that goes in or out begins with its own size, which the macro ..._INIT behind it sets: so a
+ *   program that was compiled against an older header goes on working. What the library does not know of a
+ *   newer one must be 0.
  * - Any thread may call anything at any time, but from inside a callback.
  *
- * Callbacks
+ * What the callbacks have in common:
  *
- * Each comes on the thread that it names, with the payload that was given for it last. Inside of any of them
- * only morrow_frame_*, morrow_last_error, morrow_free and morrow_version may be called: everything else
- * returns MORROW_IN_CALLBACK and does nothing. A callback must not wait for a thread that calls this library,
- * and must be left by return, not by an exception or a jump. Once the call that ends a callback has returned,
- * it does not come again.
+ * - Each comes on the thread that it names, with the payload that was given for it as the last parameter.
+ * - Inside of any of them only morrow_frame_*, morrow_last_error, morrow_free and morrow_version may be
+ * called. Everything else returns MORROW_IN_CALLBACK and touches nothing.
+ * - It must not wait for a thread that calls this library, and is left by return, not by an exception or a
+ *   jump.
+ * - Once the call that ends it has returned, it does not come again.
  */
 #ifndef MORROWSTREAM_H
 #define MORROWSTREAM_H
@@ -72,8 +73,7 @@ MORROW_API const char* morrow_last_error(void);
 /* Gives back memory that a call has made; null does nothing. */
 MORROW_API void morrow_free(void* memory);
 
-/* ---- The server
- * ------------------------------------------------------------------------------------------------- */
+/* --- The server --- */
 
 typedef uint64_t morrow_server;
 
@@ -89,15 +89,20 @@ typedef int (*morrow_watch_callback)(const char* login, const char* password, co
 
 typedef struct morrow_server_options {
     size_t size;
-    const char* data_folder; /* where settings are kept; made, for its owner alone, when it is not there */
-    const char*
-        language; /* of texts on phones: "en", "ru", ...; null leaves it as it was, in the end English */
-    const char* address;   /* "HOST:PORT" that phones are told to connect to; null leaves it as it was */
-    const char* module;    /* path of libmorrowstream.so; null takes the one that lies beside this library */
-    uint32_t wait_ms;      /* how long a connection may take until it can be handed on; 0: 5000 */
-    uint32_t show_cameras; /* not 0: each camera is a source of its own name for phones that watch */
-    uint64_t
-        most_pixels; /* a larger picture is one that cannot be decoded; 0: the codec's limit, 67,108,864 */
+    /* Where settings are kept; made, for its owner alone, when it is not there. */
+    const char* data_folder;
+    /* Of texts on phones: "en", "ru" and others; null leaves it as it was, English at first. */
+    const char* language;
+    /* "HOST:PORT" that phones are told to connect to; null leaves it as it was. */
+    const char* address;
+    /* The component's file, libmorrowstream.so; null takes the one that lies beside this library. */
+    const char* module;
+    /* How many milliseconds a connection may take until it can be handed on; 0: 5000. */
+    uint32_t wait_ms;
+    /* Not 0: each camera is a source of its own name for phones that watch. */
+    uint32_t show_cameras;
+    /* A picture of more pixels is one that cannot be decoded, in all of the process; 0: 67,108,864. */
+    uint64_t most_pixels;
     morrow_log_callback log; /* null: no log */
     void* log_payload;
     morrow_watch_callback may_watch; /* null: nobody may watch */
@@ -115,8 +120,7 @@ MORROW_API int morrow_server_create(morrow_server* server, const morrow_server_o
  * a second longer than the callbacks that are at work. */
 MORROW_API int morrow_server_destroy(morrow_server server);
 
-/* ---- Cameras
- * ---------------------------------------------------------------------------------------------------- */
+/* --- Cameras --- */
 
 typedef struct morrow_camera {
     const char* name;
@@ -157,8 +161,7 @@ MORROW_API int morrow_settings_get(char** xml, morrow_server server);
  * it (MORROW_INVALID). Cameras that stay go on sending. */
 MORROW_API int morrow_settings_set(morrow_server server, const char* xml);
 
-/* ---- Connections of phones
- * -------------------------------------------------------------------------------------- */
+/* --- Connections of phones --- */
 
 /* What became of a connection: MORROW_UPLOADING into the camera `name`, MORROW_WATCHING the source `name`, or
  * a failure, and the connection is closed then: MORROW_DENIED (no such camera or source, or a wrong password:
@@ -188,8 +191,7 @@ typedef enum morrow_archive_kind { MORROW_ARCHIVE_SEND = 1, MORROW_ARCHIVE_WATCH
 MORROW_API int morrow_archive_make(void** bytes, size_t* size, morrow_server server, int kind,
                                    const char* login, const char* password, const char* title);
 
-/* ---- Pictures
- * --------------------------------------------------------------------------------------------------- */
+/* --- Pictures --- */
 
 typedef uint64_t morrow_frame;
 
@@ -238,8 +240,7 @@ MORROW_API int morrow_frame_times(int64_t* monotonic, int64_t* unix_time, morrow
 MORROW_API int morrow_frame_keep(morrow_frame frame);
 MORROW_API int morrow_frame_release(morrow_frame frame);
 
-/* ---- Sources for phones that watch
- * ------------------------------------------------------------------------------ */
+/* --- Sources for phones that watch --- */
 
 typedef uint64_t morrow_source;
 
@@ -252,12 +253,10 @@ MORROW_API int morrow_source_show_picture(morrow_source source, const morrow_pic
 /* Ends it, and the streams of who watches. */
 MORROW_API int morrow_source_close(morrow_source source);
 
-/* Ends the streams of those who watch as `login`, or with null of all: of somebody who may not any more, say.
- */
+/* Ends the streams of those who watch as `login`, who may not any more, say; null: of all. */
 MORROW_API int morrow_watchers_end(morrow_server server, const char* login);
 
-/* ---- The codec, which needs no server
- * --------------------------------------------------------------------------- */
+/* --- The codec, which needs no server --- */
 
 /* Size and form of a JPEG file, by its header alone. */
 MORROW_API int morrow_jpeg_probe(int32_t* width, int32_t* height, int32_t* form, const void* bytes,
