@@ -82,6 +82,21 @@ std::uint64_t NewHandle(std::shared_ptr<T> object) {
     return handle;
 }
 
+// The same for an object that also stands in a table of the server, which may refuse it: then the handle goes
+// again.
+template <class T, class Table>
+std::uint64_t Enter(const std::shared_ptr<T>& object, const std::shared_ptr<Table>& table) {
+    object->place = table;
+    object->handle = NewHandle(object);
+    try {
+        table->Add(object);
+    } catch (...) {
+        (void)HandleTable::Get().Take<T>(object->handle);
+        throw;
+    }
+    return object->handle;
+}
+
 // An argument that must not be null; what it leads to is zeroed. Throws Failure.
 template <class T>
 T& Out(T* place) {

@@ -264,16 +264,7 @@ int morrow_subscribe(morrow_subscription* subscription, morrow_server server, co
         const ServerUse use(server);
         if (camera != nullptr && !use->cameras->Find(name).cam)
             throw Failure(MORROW_NOT_FOUND, "there is no camera of that name");
-        auto made = std::make_shared<Subscription>(name, frame, payload);
-        made->place = use->subscriptions;
-        const std::uint64_t given = made->handle = NewHandle(made);
-        try {
-            use->subscriptions->Add(made);
-        } catch (...) {
-            (void)HandleTable::Get().Take<Subscription>(given);
-            throw;
-        }
-        handle = given;
+        handle = Enter(std::make_shared<Subscription>(name, frame, payload), use->subscriptions);
     });
 }
 

@@ -121,17 +121,9 @@ int morrow_source_open(morrow_source* source, morrow_server server, const char* 
     return Call([&] {
         morrow_source& handle = Out(source);
         const ServerUse use(server);
-        auto made = std::make_shared<OwnSource>(NameOf(name, "the name of a source"),
-                                                kit::MakePlaceholder(kUsual.width, kUsual.height));
-        made->place = use->sources;
-        const std::uint64_t given = made->handle = NewHandle(made);
-        try {
-            use->sources->Add(made);
-        } catch (...) {
-            (void)HandleTable::Get().Take<OwnSource>(given);
-            throw;
-        }
-        handle = given;
+        const auto made = std::make_shared<OwnSource>(NameOf(name, "the name of a source"),
+                                                      kit::MakePlaceholder(kUsual.width, kUsual.height));
+        handle = Enter(made, use->sources);
     });
 }
 
