@@ -43,6 +43,22 @@ function(morrow_computes name)
   endif()
 endfunction()
 
+# Libraries that others link have names and symbols with versions: docs/compatibility.md says what they promise. The
+# number goes up with a change that breaks who was linked before.
+set(MORROW_SOVERSION 1)
+set(MORROW_LIBRARY_FOLDER "lib/${CMAKE_LIBRARY_ARCHITECTURE}")
+
+# morrow_library(NAME MAP): a shared library that shows the symbols of the version script alone.
+function(morrow_library name map)
+  set_target_properties(${name} PROPERTIES SOVERSION ${MORROW_SOVERSION} LINK_DEPENDS "${map}")
+  target_link_options(${name} PRIVATE "LINKER:--version-script=${map}")
+endfunction()
+
+# morrow_described(NAME): the types of a library's interface stand in its debug information, which a test reads.
+function(morrow_described name)
+  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:-g>")
+endfunction()
+
 function(morrow_target name)
   target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}" "${CMAKE_SOURCE_DIR}/src")
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion

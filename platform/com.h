@@ -201,24 +201,30 @@ private:
     std::atomic<std::uint32_t> m_count{0};
 };
 
-// How many objects and locks keep this module loaded. Hidden, so that each shared object that uses this
-// header has a count of its own.
-class __attribute__((visibility("hidden"))) ModuleLock {
+// The counter of ModuleLock. Hidden, so that each shared object that uses this header has one of its own.
+[[gnu::visibility("hidden")]] inline std::atomic<std::int32_t>& ModuleLockCounter() noexcept {
+    static std::atomic<std::int32_t> count{0};
+    return count;
+}
+
+// How many objects and locks keep this module loaded. Inline, so that no other shared object's functions
+// count here.
+class ModuleLock {
 public:
-    ModuleLock() noexcept { Add(); }
-    ModuleLock(const ModuleLock&) noexcept { Add(); }
+    [[gnu::always_inline]] ModuleLock() noexcept { Add(); }
+    [[gnu::always_inline]] ModuleLock(const ModuleLock&) noexcept { Add(); }
     ModuleLock& operator=(const ModuleLock&) noexcept = default;
-    ~ModuleLock() { Drop(); }
+    [[gnu::always_inline]] ~ModuleLock() { Drop(); }
 
     // Both give the new count.
-    static std::int32_t Add() noexcept { return Counter().fetch_add(1, std::memory_order_relaxed) + 1; }
-    static std::int32_t Drop() noexcept { return Counter().fetch_sub(1, std::memory_order_acq_rel) - 1; }
-    [[nodiscard]] static std::int32_t Count() noexcept { return Counter().load(std::memory_order_acquire); }
-
-private:
-    static std::atomic<std::int32_t>& Counter() noexcept {
-        static std::atomic<std::int32_t> count{0};
-        return count;
+    [[gnu::always_inline]] static std::int32_t Add() noexcept {
+        return ModuleLockCounter().fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+    [[gnu::always_inline]] static std::int32_t Drop() noexcept {
+        return ModuleLockCounter().fetch_sub(1, std::memory_order_acq_rel) - 1;
+    }
+    [[nodiscard, gnu::always_inline]] static std::int32_t Count() noexcept {
+        return ModuleLockCounter().load(std::memory_order_acquire);
     }
 };
 

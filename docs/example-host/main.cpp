@@ -1,87 +1,58 @@
 // A small host of the component: it takes the phones' pictures and keeps the newest one of each
 // camera as a file, NAME.pgm. docs/integrator.md walks through it.
 //
-//   example-host MODULE DATA PORT
+//   example-host DATA PORT
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "listener.h"
 
 #include "image/FrameBlock.h"
-#include "interfaces/IUploadServer.h"
 #include "interfaces/IVideoSource.h"
 #include "interfaces/IWebHandler.h"
-#include "interfaces/Registration.h"
-#include "platform/files.h"
-#include "platform/modules.h"
-#include "platform/registry.h"
-#include "platform/threads.h"
+#include "kit/component/component.h"
+#include "kit/log/log_engine.h"
+#include "kit/picture/picture.h"
+#include "kit/settings/document.h"
+#include "platform/socket.h"
+#include "platform/text.h"
 
 namespace {
 
-using platform::Bstr;
 using platform::ComObject;
 using platform::ComPtr;
-
-void Require(HRESULT hr, const char* what) {
-    if (FAILED(hr)) {
-        std::fprintf(stderr, "%s failed with 0x%08X %s\n", what, static_cast<unsigned>(hr),
-                     platform::LastModuleError().c_str());
-        std::exit(1);
-    }
-}
-
-// [web] The component registers here as the handler of the path word "mobile", and is its own factory's only
-// object.
-class WebHandlerHost : public platform::Implements<IWebHandlerHost, IClassFactory> {
-public:
-    HRESULT RegisterHandler(const char16_t*, IWebHandler* handler) override {
-        m_handler = ComPtr<IWebHandler>(handler);
-        return S_OK;
-    }
-    // The component holds an upload's password against its camera. A host that lets phones watch checks users
-    // here.
-    HRESULT GetRequestAuth(BSTR, SRequestAuth*) override { return S_OK; }
-    HRESULT CreateInstance(IUnknown*, const GUID& interfaceId, void** object) override {
-        return Query(interfaceId, object);
-    }
-    HRESULT LockServer(std::int32_t) override { return S_OK; }
-    ComPtr<IWebHandler> m_handler;
-
-protected:
-    ~WebHandlerHost() = default;
-};
 
 // [sink] One camera's pictures, on the thread that receives them: the phone is not read meanwhile, so be
 // short.
 class PictureFile : public platform::Implements<ICamSink> {
 public:
     explicit PictureFile(std::string path) : m_path(std::move(path)) {}
-    HRESULT OnVideoFrame(IVideoFrame* frame) override {
-        std::uint8_t* block = nullptr;
-        std::uint32_t size = 0;
-        if (frame == nullptr || FAILED(frame->GetFrameContent(&block, &size)))
+    HRESULT OnVideoFrame(IVideoFrame* frame) override try {
+        const kit::HeldFrame held = frame != nullptr ? kit::HeldFrame::Of(*frame) : kit::HeldFrame();
+        kit::PlaneLayout layout;
+        if (!kit::ReadLayout(held.block.data(), held.block.size(), &layout))
             return S_OK; // a picture that could not be decoded
-        BITMAPINFOHEADER header;
-        std::memcpy(&header, block, sizeof header);
         {
             std::ofstream file(m_path + ".new", std::ios::binary); // the luma plane
-            file << "P5 " << header.biWidth << ' ' << header.biHeight << " 255\n";
-            file.write(reinterpret_cast<const char*>(block + sizeof header),
-                       std::streamsize{header.biWidth} * header.biHeight);
+            file << "P5 " << layout.width << ' ' << layout.height << " 255\n";
+            file.write(reinterpret_cast<const char*>(held.block.data() + sizeof(BITMAPINFOHEADER)),
+                       std::streamsize{layout.width} * layout.height);
         }
-        CoTaskMemFree(block);
-        std::error_code ignored; // no exception may leave an operation
-        std::filesystem::rename(m_path + ".new", m_path, ignored);
-        std::printf("%s %dx%d\n", m_path.c_str(), header.biWidth, header.biHeight);
+        std::filesystem::rename(m_path + ".new", m_path);
+        std::printf("%s %dx%d\n", m_path.c_str(), layout.width, layout.height);
         return S_OK;
+    } catch (const std::exception&) {
+        return E_FAIL; // no exception may leave an operation
     }
 
 protected:
@@ -120,22 +91,23 @@ private:
 };
 
 // [connection] The head is read to its last byte and no further; what follows is the component's.
-void Serve(int connection, IWebHandler& handler) {
+void Serve(int connection, const kit::WebHandlerHost& handlers) {
     const std::string head = ReadHead(connection);
     const std::string path = head.substr(0, head.find(" HTTP/")); // "POST /mobile/video/NAME"
     // The component waits for an upload's record with its lock held, so it gets one that is there already.
     const bool upload = path.starts_with("POST /mobile/video/") && IsThere(connection, 131);
     LimitReads(connection, 0); // a phone may be silent for as long as it likes
     const SOCKET handle = platform::AdoptSocket(connection);
-    const Bstr wideHead(platform::ToWide(head));
-    if (!upload ||
-        FAILED(handler.Process(platform::FromUtf8(path.substr(6)).c_str(), handle, wideHead.Get())))
+    const std::u16string target = platform::FromUtf8(upload ? path.substr(6) : "");
+    const auto handler = handlers.HandlerOf(target);
+    const platform::Bstr wideHead(platform::ToWide(head));
+    if (!handler || FAILED(handler->Process(target.c_str(), handle, wideHead.Get())))
         (void)platform::closesocket(handle); // harmless where the component has closed it
 }
 
 // [settings] One camera, where there are no settings yet.
 void MakeSettings(const std::string& data) {
-    const std::filesystem::path file = data + "/Norvane/Tessaron/Servers/Morrowstream.xml";
+    const std::filesystem::path file = kit::SettingsFile(data);
     std::filesystem::create_directories(file.parent_path());
     if (!std::filesystem::exists(file))
         std::ofstream(file) << "<config><cams KeyXPath='Name/text()'><item><Name "
@@ -143,41 +115,43 @@ void MakeSettings(const std::string& data) {
                                "<Password type='BSTR'>secret</Password></item></cams></config>";
 }
 
+int Run(const std::string& data, const Listener& listener) {
+    // [start]
+    MakeSettings(data);
+    std::fputs(kit::SetDataFolder(data).c_str(), stderr);
+    kit::SetLogTarget({.wants = [](std::string_view channel) { return channel == "error"; },
+                       .write =
+                           [](const kit::LogLine& line) {
+                               std::fprintf(stderr, "%.*s\n", static_cast<int>(line.text.size()),
+                                            line.text.data());
+                           }});
+    kit::ComponentModule module(data);
+    {
+        // [web] The component holds an upload's password against its camera. A host that lets phones watch
+        // checks users here.
+        const kit::WebHandlerHostPtr handlers = ComObject<kit::WebHandlerHost>::Create(
+            [](std::string_view) { return std::optional<kit::RequestIdentity>(std::in_place); });
+        const kit::Component component(module.Class(), handlers);
+        const auto subscriber = ComObject<Subscriber>::Create(component.Source(), data);
+        if (FAILED(component.Source()->Subscribe(subscriber.Get())))
+            throw std::runtime_error("somebody has subscribed already");
+        // [loop]
+        for (int connection; (connection = listener.Next()) >= 0;)
+            Serve(connection, *handlers);
+        // [end]
+        (void)component.Source()->Unsubscribe(subscriber.Get());
+    } // the last references: the component closes the phones' sockets
+    return module.Unload() ? 0 : 1;
+}
+
 } // namespace
 
 int main(int count, char** values) {
-    if (count != 4)
-        return std::fprintf(stderr, "example-host MODULE DATA PORT\n"), 2;
-    const Listener listener(static_cast<std::uint16_t>(std::atoi(values[3])));
-    // [start]
-    const std::string data = values[2];
-    MakeSettings(data);
-    platform::SetCommonDataFolder(data);
-    (void)platform::SetRegistryFile(data + "/registry");
-    Require(platform::RegisterModule(values[1]), "registering the module");
-    const auto web = ComObject<WebHandlerHost>::Create();
-    Require(platform::RegisterClassFactory(kWebHandlerHostClass, static_cast<IClassFactory*>(web.Get())),
-            "the web handler's class");
-    {
-        const auto classes = platform::EnumClassesOfCategory(kVideoSourceCategory);
-        ComPtr<IVideoSource> source;
-        Require(classes.empty() ? REGDB_E_CLASSNOTREG
-                                : platform::CoCreateInstance(classes.front(), nullptr, platform::kContextAll,
-                                                             IVideoSource::iid, source.ReceiveVoid()),
-                "creating the component");
-        const auto subscriber = ComObject<Subscriber>::Create(source, data);
-        Require(source->Subscribe(subscriber.Get()), "subscribing");
-        // [loop]
-        for (int connection; (connection = listener.Next()) >= 0;)
-            Serve(connection, *web->m_handler);
-        // [end]
-        (void)source->Unsubscribe(subscriber.Get());
-        web->m_handler = nullptr;
-    } // the last references: the component closes the phones' sockets
-    platform::WaitForWorkItems(1000);
-    (void)platform::RevokeClassFactory(kWebHandlerHostClass);
-    return platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0)) == 1 &&
-                   platform::LoadedModules() == 0
-               ? 0
-               : 1;
+    if (count != 3)
+        return std::fprintf(stderr, "example-host DATA PORT\n"), 2;
+    try {
+        return Run(values[1], Listener(static_cast<std::uint16_t>(std::atoi(values[2]))));
+    } catch (const std::exception& error) {
+        return std::fprintf(stderr, "example-host: %s\n", error.what()), 1;
+    }
 }

@@ -91,7 +91,7 @@ struct Program {
     Program() {
         Create();
         // A fuzzer goes on counting in a module that was unloaded.
-        (void)::dlopen("libmorrowstream.so", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+        (void)::dlopen("libmorrowstream.so.1", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     }
     void Create() {
         morrow_server_options options = MORROW_SERVER_OPTIONS_INIT;

@@ -23,7 +23,6 @@
 #include "host/site/server.h"
 #include "kit/component/component.h"
 #include "kit/settings/language.h"
-#include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/picture_limit.h"
@@ -203,13 +202,12 @@ public:
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
-          m_settings(m_authenticator, *m_feeds, SettingsFile(m_data.Path())) {
+          m_settings(m_authenticator, *m_feeds, kit::SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
         ShowComponentLines();
         m_module = LoadModule(m_data);
         kit::ApplyConfiguredLanguage();
         const std::string language = kit::ConfiguredLanguage();
-        PrepareSettings();
         m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
         m_viewing = std::make_unique<kit::Viewing>(
@@ -309,18 +307,11 @@ private:
             m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost());
     }
 
-    void PrepareSettings() {
-        platform::SetCommonDataFolder(m_data.Path());
-        if (FAILED(platform::RegisterConfigDocumentClass()))
-            throw StartError("the settings documents cannot be made");
-        MakeSettingsFolder(SettingsFile(m_data.Path()));
-    }
-
     // Before the first change overwrites the file.
     void KeepDamagedSettings() {
         std::optional<DamagedSettings> damaged;
         (void)m_settings.Edit([&](const SettingsDocument& served) {
-            damaged = KeepIfDamaged(SettingsFile(m_data.Path()), served);
+            damaged = KeepIfDamaged(kit::SettingsFile(m_data.Path()), served);
             return false;
         });
         if (!damaged)
@@ -350,7 +341,7 @@ private:
         // An address that a full disk did not take is in force all the same.
         const bool lost = changed || change.result != SettingsChange::Result::NotWritten;
         if (change.result != SettingsChange::Result::Done && lost)
-            throw StartError("the settings cannot be stored in " + SettingsFile(m_data.Path()));
+            throw StartError("the settings cannot be stored in " + kit::SettingsFile(m_data.Path()));
         if (change.addressEntered)
             Console::Get().Say("Phones are told to connect to " + AuthorityForPhones(listening) +
                                "; another address is set at /settings");

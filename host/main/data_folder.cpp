@@ -15,9 +15,9 @@
 #include "host/base/text_table.h"
 #include "host/log/console.h"
 #include "host/users/password.h"
+#include "kit/component/component.h"
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "platform/registry.h"
 
 namespace host {
 
@@ -88,7 +88,7 @@ DataFolder::DataFolder(std::string path) {
     if (::access(m_path.c_str(), R_OK | W_OK | X_OK) != 0)
         throw StartError("the data folder " + m_path + " is not writable: " + ErrorText());
     KeepOthersFromWriting(m_path);
-    if (const std::string wrong = platform::SetRegistryFile(File("registry")); !wrong.empty())
+    if (const std::string wrong = kit::SetDataFolder(m_path); !wrong.empty())
         Console::Get().Say("The registry counts as empty: " + wrong);
 }
 

@@ -58,12 +58,6 @@ std::vector<std::string> FindLost(const std::string& file, const SettingsDocumen
 
 } // namespace
 
-void MakeSettingsFolder(const std::string& file) {
-    const std::string folder = std::filesystem::path(file).parent_path().string();
-    if (FAILED(platform::CreateFolder(folder)))
-        throw StartError("cannot make the folder " + folder);
-}
-
 std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const SettingsDocument& served) {
     std::error_code error;
     if (!std::filesystem::exists(file, error) || std::filesystem::file_size(file, error) == 0)

@@ -11,9 +11,6 @@ namespace host {
 
 using kit::SettingsFile;
 
-// Makes the folder of the file. Throws StartError.
-void MakeSettingsFolder(const std::string& file);
-
 struct DamagedSettings {
     std::string copy;              // where the file is kept
     std::vector<std::string> lost; // what of it is not served, a line each

@@ -4,12 +4,13 @@
 #include <functional>
 #include <vector>
 
+#include "kit/export.h"
 #include "platform/com.h"
 
 namespace kit {
 
 // A class factory that asks a function for the object; the function's arguments are those of QueryInterface.
-class ClassFactory : public platform::Implements<IClassFactory> {
+class MORROW_KIT_API ClassFactory : public platform::Implements<IClassFactory> {
 public:
     using Create = std::function<HRESULT(const GUID& interfaceId, void** object)>;
     explicit ClassFactory(Create create) : m_create(std::move(create)) {}
@@ -25,7 +26,7 @@ private:
 };
 
 // Registers classes with this process for as long as it lives.
-class ClassRegistrations {
+class MORROW_KIT_API ClassRegistrations {
 public:
     ClassRegistrations() = default;
     ClassRegistrations(const ClassRegistrations&) = delete;

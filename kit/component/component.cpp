@@ -1,13 +1,17 @@
 #include "kit/component/component.h"
 
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 
 #include "interfaces/Registration.h"
 #include "kit/packer/mobile_frame_packer.h"
+#include "kit/settings/document.h"
 #include "kit/statetree/process_state_tree.h"
+#include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/modules.h"
+#include "platform/registry.h"
 #include "platform/threads.h"
 
 namespace kit {
@@ -47,6 +51,11 @@ void CallModule(const std::string& what, HRESULT (*call)(const std::string&), co
 
 } // namespace
 
+std::string SetDataFolder(const std::string& folder) {
+    platform::SetCommonDataFolder(folder);
+    return platform::SetRegistryFile(folder + "/registry");
+}
+
 // Builds are moved and removed while their data stays, so a path that leads nowhere is replaced by the module
 // that came with this program, and so is one from a place that does not count. Only the lack of both is an
 // error.
@@ -74,10 +83,11 @@ ComponentModule::ComponentModule(const std::string& dataFolder) {
     m_factory = std::move(factory);
 }
 
-ComponentModule::~ComponentModule() {
+bool ComponentModule::Unload() noexcept {
     m_factory = nullptr;
     // All users of the module have ended; threads of the pool keep the code that they still run.
     (void)platform::CoFreeUnusedLibraries(std::chrono::milliseconds(0));
+    return platform::LoadedModules() == 0;
 }
 
 void RegisterComponent(const std::string& path, const std::string& dataFolder) {
@@ -123,6 +133,9 @@ Component::Component(const GUID& classId, WebHandlerHostPtr handlerHost)
 }
 
 void Component::Create(const GUID& classId) {
+    const std::filesystem::path settings = SettingsFile(platform::KnownFolder(platform::kFolderCommonData));
+    Require(platform::CreateFolder(settings.parent_path().string()),
+            "making the folder " + settings.parent_path().string());
     Require(platform::CoCreateInstance(classId, nullptr, platform::kContextAll, IUploadServer::iid,
                                        m_server.ReceiveVoid()),
             "creating the component");

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/modules.h"
+
 namespace kit {
 namespace {
 
@@ -34,12 +36,18 @@ std::string WrongWith(const fs::path& part, uid_t builder) {
 } // namespace
 
 std::string OwnModule() {
-    std::error_code error;
-    const fs::path folder = fs::read_symlink(kProgram, error).parent_path();
-    for (const char* place : {"../lib/libmorrowstream.so", "../lib/morrowstream/libmorrowstream.so"}) {
-        const fs::path path = (folder / place).lexically_normal();
-        if (fs::is_regular_file(path, error))
-            return path.string();
+    // The file that this code stands in, which the loader may know by a relative name where it is the program
+    // itself.
+    for (const fs::path& file : {fs::path(platform::FileNameOfModule(&kProgram)), fs::path(kProgram)}) {
+        std::error_code error;
+        const fs::path folder = fs::canonical(file, error).parent_path();
+        if (error || !file.is_absolute())
+            continue;
+        for (const char* place : {"", "../lib", "../" MORROW_LIBRARY_FOLDER}) {
+            const fs::path path = (folder / place / MORROW_MODULE_FILE).lexically_normal();
+            if (fs::is_regular_file(path, error))
+                return path.string();
+        }
     }
     return {};
 }

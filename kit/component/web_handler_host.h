@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "interfaces/IWebHandler.h"
+#include "kit/export.h"
 #include "platform/com.h"
 
 namespace kit {
@@ -21,7 +22,7 @@ struct RequestIdentity {
 };
 
 // Any thread may call any of its operations; `identify` is called without a lock.
-class WebHandlerHost : public platform::Implements<IWebHandlerHost> {
+class MORROW_KIT_API WebHandlerHost : public platform::Implements<IWebHandlerHost> {
 public:
     // Gets a request's whole head; gives nothing for one without valid credentials. Any thread. Called until
     // Forget only, but for calls that have begun.

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "kit/export.h"
+
 namespace kit {
 
 // What an upload begins with, behind its request's head.
@@ -20,16 +22,16 @@ inline constexpr char kRecordDenied = 1;
 
 // Whether the password in a whole record is the one that the settings have, in UTF-8. Compares as the
 // component does: single-byte texts of this thread's code page, up to the first zero of the field.
-bool IsRightRecord(std::string_view record, std::string_view password);
+MORROW_KIT_API bool IsRightRecord(std::string_view record, std::string_view password);
 
 // The component waits for a silent phone without a limit of its own. The system asks the phone's side whether
 // it is still there, so that a phone that vanished is noticed within about a minute. Any socket: what is no
 // TCP stays as it is.
-void WatchPeer(int fd) noexcept;
+MORROW_KIT_API void WatchPeer(int fd) noexcept;
 
 // The component's viewers send with a blocking socket and without a limit. A phone that takes nothing for
 // that long is gone after that: its send fails, and so does the connection of one that vanished. The small
 // buffer keeps the pictures on their way few, so that a slow phone lags by little.
-void BoundSends(int fd, std::chrono::milliseconds stall) noexcept;
+MORROW_KIT_API void BoundSends(int fd, std::chrono::milliseconds stall) noexcept;
 
 } // namespace kit

@@ -10,6 +10,7 @@
 
 #include "interfaces/IConfiguration.h"
 #include "interfaces/IWebServer.h"
+#include "kit/export.h"
 #include "kit/picture/picture.h"
 #include "platform/com.h"
 
@@ -24,7 +25,7 @@ struct ContentAccess {
     std::function<bool(std::string_view token)> knows;
 };
 
-class ContentServer : public platform::Implements<IWebServer> {
+class MORROW_KIT_API ContentServer : public platform::Implements<IWebServer> {
 public:
     // At most so many content objects at a time: each is a thread of the component.
     static constexpr std::uint32_t kMostViewers = 1000;
@@ -54,7 +55,7 @@ private:
 using ContentServerPtr = platform::ComPtr<platform::ComObject<ContentServer>>;
 
 // One viewer's way to a source. One thread at a time.
-class SourceContent : public platform::Implements<IConfiguration> {
+class MORROW_KIT_API SourceContent : public platform::Implements<IConfiguration> {
 public:
     SourceContent(ContentServerPtr server, SourcePtr source,
                   std::shared_ptr<std::atomic<std::uint32_t>> viewers)

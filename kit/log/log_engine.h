@@ -4,6 +4,8 @@
 #include <functional>
 #include <string_view>
 
+#include "kit/export.h"
+
 namespace kit {
 
 // One line of the component. All texts are UTF-8, valid until the call ends.
@@ -29,6 +31,6 @@ struct LogTarget {
 // Makes the process's log engine, which the component asks for when it writes its first line, so this comes
 // before the component. A later call replaces the target, and one without `write` ends it; a call of the old
 // one that has begun on another thread may still be at work then. Any thread. Throws std::bad_alloc.
-void SetLogTarget(LogTarget target);
+MORROW_KIT_API void SetLogTarget(LogTarget target);
 
 } // namespace kit

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <vector>
 
 #include "image/FrameBlock.h"
+#include "kit/packer/planes.h"
 
 namespace kit {
 namespace {
@@ -38,20 +40,14 @@ int FitSide(double size, int room) noexcept {
     return room - even < 2 ? room : even;
 }
 
-} // namespace
-
-SourcePlanes PlanesOf(const Picture& picture) {
-    const PlaneLayout& layout = picture.Layout();
-    return {layout.grey ? SourcePlanes::Form::Grey : SourcePlanes::Form::Yv12, layout.width, layout.height,
-            picture.Block().data() + sizeof(BITMAPINFOHEADER)};
-}
-
+// The part of a picture that the zoom shows: left and top even, so that it begins with a chroma sample.
 Rectangle CropOf(const PackerParameters& parameters, int width, int height) noexcept {
     const auto [left, cropWidth] = CropSide(parameters.zoomX, parameters.zoomWidth, width);
     const auto [top, cropHeight] = CropSide(parameters.zoomY, parameters.zoomHeight, height);
     return {left, top, cropWidth, cropHeight};
 }
 
+// The largest place for a picture of that size within a larger or smaller one, in its middle.
 Rectangle FitInto(int width, int height, int roomWidth, int roomHeight) noexcept {
     const double scale =
         std::min(static_cast<double>(roomWidth) / width, static_cast<double>(roomHeight) / height);
@@ -63,16 +59,80 @@ Rectangle FitInto(int width, int height, int roomWidth, int roomHeight) noexcept
     return place;
 }
 
-FramePacker::FramePacker(const PackerParameters& parameters, PackerCounters& counters)
-    : m_parameters(parameters), m_counters(counters) {
-    ++m_counters.open;
+} // namespace
+
+SourcePlanes PlanesOf(const Picture& picture) {
+    const PlaneLayout& layout = picture.Layout();
+    return {layout.grey ? SourcePlanes::Form::Grey : SourcePlanes::Form::Yv12, layout.width, layout.height,
+            picture.Block().data() + sizeof(BITMAPINFOHEADER)};
 }
 
-FramePacker::~FramePacker() {
-    --m_counters.open;
-}
+// What a packer keeps from picture to picture.
+class FramePacker::Stream {
+public:
+    Stream(const PackerParameters& parameters, PackerCounters& counters)
+        : m_parameters(parameters), m_counters(counters) {
+        ++m_counters.open;
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { --m_counters.open; }
+
+    Packed Pack(const SourcePlanes& source);
+    void FreeStream() noexcept;
+    [[nodiscard]] bool HasMore() const noexcept {
+        return m_parameters.frameLimit == 0 || m_sequence < m_parameters.frameLimit;
+    }
+    [[nodiscard]] const PackerParameters& Parameters() const noexcept { return m_parameters; }
+    void ContinueAt(std::uint32_t sequence) noexcept { m_sequence = sequence - 1; }
+
+private:
+    void Arrange(const SourcePlanes& source);
+    void Blank();
+    void Draw(const SourcePlanes& source);
+    void DrawPlane(PlaneScaler& scaler, const std::uint8_t* from, std::ptrdiff_t stride, std::uint8_t* plane,
+                   int planeWidth, const Rectangle& content) const;
+
+    const PackerParameters m_parameters;
+    PackerCounters& m_counters;
+    std::uint32_t m_sequence = 0;
+
+    // The tables below are made for this source.
+    SourcePlanes::Form m_form = SourcePlanes::Form::Grey;
+    int m_sourceWidth = -1;
+    int m_sourceHeight = -1;
+
+    Rectangle m_crop;    // of the source, left and top even
+    Rectangle m_content; // of the picture, left and top even
+    bool m_colour = false;
+    PlaneScaler m_luma;
+    PlaneScaler m_chroma;
+    std::vector<std::uint8_t> m_converted; // of a source of pixels
+    std::vector<std::uint8_t> m_planes;    // the picture; empty before it is drawn into
+    std::vector<std::uint8_t> m_jpeg;
+};
+
+FramePacker::FramePacker(const PackerParameters& parameters, PackerCounters& counters)
+    : m_stream(std::make_unique<Stream>(parameters, counters)) {}
+FramePacker::~FramePacker() = default;
 
 FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
+    return m_stream->Pack(source);
+}
+void FramePacker::FreeStream() noexcept {
+    m_stream->FreeStream();
+}
+bool FramePacker::HasMore() const noexcept {
+    return m_stream->HasMore();
+}
+const PackerParameters& FramePacker::Parameters() const noexcept {
+    return m_stream->Parameters();
+}
+void FramePacker::ContinueAt(std::uint32_t sequence) noexcept {
+    m_stream->ContinueAt(sequence);
+}
+
+FramePacker::Packed FramePacker::Stream::Pack(const SourcePlanes& source) {
     const auto began = ThreadTime();
     if (source.form != m_form || source.width != m_sourceWidth || source.height != m_sourceHeight)
         Arrange(source);
@@ -109,18 +169,18 @@ FramePacker::Packed FramePacker::Pack(const SourcePlanes& source) {
     return packed;
 }
 
-void FramePacker::FreeStream() noexcept {
+void FramePacker::Stream::FreeStream() noexcept {
     FreeIfLarge(m_jpeg);
 }
 
-void FramePacker::Blank() {
+void FramePacker::Stream::Blank() {
     const auto area =
         static_cast<std::size_t>(m_parameters.width) * static_cast<std::size_t>(m_parameters.height);
     m_planes.assign(area + 2 * (area / 4), kNeutralChroma);
     std::fill_n(m_planes.begin(), area, std::uint8_t{0});
 }
 
-void FramePacker::Arrange(const SourcePlanes& source) {
+void FramePacker::Stream::Arrange(const SourcePlanes& source) {
     m_sourceWidth = -1; // should the memory end in the middle of this
     const int width = m_parameters.width;
     const int height = m_parameters.height;
@@ -145,7 +205,7 @@ void FramePacker::Arrange(const SourcePlanes& source) {
     m_sourceHeight = source.height;
 }
 
-void FramePacker::Draw(const SourcePlanes& source) {
+void FramePacker::Stream::Draw(const SourcePlanes& source) {
     const std::uint8_t* y = source.samples;
     if (source.form == SourcePlanes::Form::Bgr) {
         const auto area = static_cast<std::size_t>(source.width) * static_cast<std::size_t>(source.height);
@@ -168,8 +228,8 @@ void FramePacker::Draw(const SourcePlanes& source) {
                   m_planes.data() + drawnArea + plane * (drawnArea / 4), m_parameters.width / 2, content);
 }
 
-void FramePacker::DrawPlane(PlaneScaler& scaler, const std::uint8_t* from, std::ptrdiff_t stride,
-                            std::uint8_t* plane, int planeWidth, const Rectangle& content) const {
+void FramePacker::Stream::DrawPlane(PlaneScaler& scaler, const std::uint8_t* from, std::ptrdiff_t stride,
+                                    std::uint8_t* plane, int planeWidth, const Rectangle& content) const {
     const std::ptrdiff_t row = planeWidth;
     std::uint8_t* const topLeft = plane + content.top * row + content.left;
     const std::ptrdiff_t right = content.width - 1;

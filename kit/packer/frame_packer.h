@@ -4,12 +4,12 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
-#include <vector>
 
+#include "kit/export.h"
 #include "kit/packer/framing.h"
-#include "kit/packer/planes.h"
 #include "kit/picture/picture.h"
 
 namespace kit {
@@ -50,7 +50,7 @@ struct PackerParameters {
 };
 
 // Nothing for a text that is refused. Never throws, and takes any bytes.
-std::optional<PackerParameters> ParsePackerParameters(std::string_view text) noexcept;
+MORROW_KIT_API std::optional<PackerParameters> ParsePackerParameters(std::string_view text) noexcept;
 
 // Counts what the packers of a host have done.
 struct PackerCounters {
@@ -77,7 +77,7 @@ struct SourcePlanes {
 // what is left of the size asked for is black. Sizes of the source may change from picture to picture; as
 // long as they do not, a small picture costs no memory that was not there before, but for what the encoder
 // takes while it works. Large buffers are there only while a picture is made. One thread.
-class FramePacker {
+class MORROW_KIT_API FramePacker {
 public:
     FramePacker(const PackerParameters& parameters, PackerCounters& counters);
     FramePacker(const FramePacker&) = delete;
@@ -93,46 +93,18 @@ public:
     // The stream that was packed last has gone out.
     void FreeStream() noexcept;
     // False behind the last picture.
-    [[nodiscard]] bool HasMore() const noexcept {
-        return m_parameters.frameLimit == 0 || m_sequence < m_parameters.frameLimit;
-    }
-    [[nodiscard]] const PackerParameters& Parameters() const noexcept { return m_parameters; }
+    [[nodiscard]] bool HasMore() const noexcept;
+    [[nodiscard]] const PackerParameters& Parameters() const noexcept;
     // The number that the next picture gets, for a stream that goes on with a new packer; the limit counts
     // on, too.
-    void ContinueAt(std::uint32_t sequence) noexcept { m_sequence = sequence - 1; }
+    void ContinueAt(std::uint32_t sequence) noexcept;
 
 private:
-    void Arrange(const SourcePlanes& source);
-    void Blank();
-    void Draw(const SourcePlanes& source);
-    void DrawPlane(PlaneScaler& scaler, const std::uint8_t* from, std::ptrdiff_t stride, std::uint8_t* plane,
-                   int planeWidth, const Rectangle& content) const;
-
-    const PackerParameters m_parameters;
-    PackerCounters& m_counters;
-    std::uint32_t m_sequence = 0;
-
-    // The tables below are made for this source.
-    SourcePlanes::Form m_form = SourcePlanes::Form::Grey;
-    int m_sourceWidth = -1;
-    int m_sourceHeight = -1;
-
-    Rectangle m_crop;    // of the source, left and top even
-    Rectangle m_content; // of the picture, left and top even
-    bool m_colour = false;
-    PlaneScaler m_luma;
-    PlaneScaler m_chroma;
-    std::vector<std::uint8_t> m_converted; // of a source of pixels
-    std::vector<std::uint8_t> m_planes;    // the picture; empty before it is drawn into
-    std::vector<std::uint8_t> m_jpeg;
+    class Stream;
+    const std::unique_ptr<Stream> m_stream;
 };
 
 // The planes of a picture, which stay the picture's.
-SourcePlanes PlanesOf(const Picture& picture);
-
-// The part of a picture that the zoom shows: left and top even, so that it begins with a chroma sample.
-Rectangle CropOf(const PackerParameters& parameters, int width, int height) noexcept;
-// The largest place for a picture of that size within a larger or smaller one, in its middle.
-Rectangle FitInto(int width, int height, int roomWidth, int roomHeight) noexcept;
+MORROW_KIT_API SourcePlanes PlanesOf(const Picture& picture);
 
 } // namespace kit

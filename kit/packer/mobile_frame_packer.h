@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "interfaces/IMobileFramePacker.h"
+#include "kit/export.h"
 #include "kit/packer/frame_packer.h"
 #include "platform/com.h"
 
 namespace kit {
 
 // One viewer's thread uses one object.
-class MobileFramePacker : public platform::Implements<IMobileFramePacker> {
+class MORROW_KIT_API MobileFramePacker : public platform::Implements<IMobileFramePacker> {
 public:
     // The counters outlive the object; they are shared, since nothing else tells when the last viewer's
     // thread has ended.

@@ -151,6 +151,8 @@ HeldFrame HeldFrame::Of(FrameContent content, const PlaneLayout& layout) {
     return held;
 }
 
+Source::~Source() = default;
+
 PicturePtr MakePlaceholder(int width, int height) {
     const PlaneLayout layout{std::clamp(width, 16, 4096), std::clamp(height, 16, 4096), true};
     FrameContent content = AllocateFrame(layout);

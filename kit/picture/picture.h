@@ -14,12 +14,13 @@
 
 #include "interfaces/IReceivedPicture.h"
 #include "interfaces/IVideoFrame.h"
+#include "kit/export.h"
 #include "platform/com.h"
 
 namespace kit {
 
 // The processor time that this thread has used: unlike the clock it does not count what others took.
-std::chrono::nanoseconds ThreadTime() noexcept;
+MORROW_KIT_API std::chrono::nanoseconds ThreadTime() noexcept;
 
 // The planes of a frame block, as its header describes them.
 struct PlaneLayout {
@@ -35,10 +36,10 @@ struct PlaneLayout {
 //
 // Encodes with a quality of 1 to 100. The stream stands in `buffer`, which grows when it must and is kept by
 // the caller for the next picture; empty when the encoder refuses.
-std::string_view EncodePlanes(const std::uint8_t* planes, const PlaneLayout& layout, int quality,
-                              std::vector<std::uint8_t>& buffer);
+MORROW_KIT_API std::string_view EncodePlanes(const std::uint8_t* planes, const PlaneLayout& layout,
+                                             int quality, std::vector<std::uint8_t>& buffer);
 
-struct FreeFrameContent {
+struct MORROW_KIT_API FreeFrameContent {
     void operator()(std::uint8_t* block) const noexcept;
 };
 // The private copy of a frame block that a frame gave.
@@ -46,18 +47,18 @@ using FrameContent = std::unique_ptr<std::uint8_t[], FreeFrameContent>;
 
 // The layout of a frame block whose sizes were all checked. False for a block that does not hold what its
 // header tells.
-bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout);
+MORROW_KIT_API bool ReadLayout(const std::uint8_t* block, std::size_t size, PlaneLayout* layout);
 
 // Bytes of a whole frame block, header included.
-std::size_t FrameBytes(const PlaneLayout& layout) noexcept;
+MORROW_KIT_API std::size_t FrameBytes(const PlaneLayout& layout) noexcept;
 // A frame block with its header filled in and its planes zeroed; null when memory is short.
-FrameContent AllocateFrame(const PlaneLayout& layout) noexcept;
+MORROW_KIT_API FrameContent AllocateFrame(const PlaneLayout& layout) noexcept;
 
 // Encodes a frame block; empty when the encoder refuses.
-std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
+MORROW_KIT_API std::string EncodeJpeg(const std::uint8_t* block, const PlaneLayout& layout);
 
 // A picture that came from the component, or one of the host's own: a frame block and what keeps it.
-struct HeldFrame {
+struct MORROW_KIT_API HeldFrame {
     using Clock = std::chrono::steady_clock;
 
     platform::ComPtr<IReceivedPicture> frame; // lends block and file; null where the block is a copy
@@ -72,7 +73,7 @@ struct HeldFrame {
     static HeldFrame Of(FrameContent content, const PlaneLayout& layout);
 };
 
-class Picture {
+class MORROW_KIT_API Picture {
 public:
     using Clock = HeldFrame::Clock;
     // Is told the processor time that encoding the picture took, on the thread that encoded it.
@@ -120,17 +121,17 @@ using PicturePtr = std::shared_ptr<const Picture>;
 
 // A grey picture with diagonal stripes: what a watcher sees while there is nothing to see. The sizes are
 // brought into 16 to 4096.
-PicturePtr MakePlaceholder(int width, int height);
+MORROW_KIT_API PicturePtr MakePlaceholder(int width, int height);
 // The placeholder as JPEG.
-std::string DrawPlaceholder(int width, int height);
+MORROW_KIT_API std::string DrawPlaceholder(int width, int height);
 
 // Something that can be watched. Any thread, several at a time: all who watch a source share it.
-class Source {
+class MORROW_KIT_API Source {
 public:
     Source() = default;
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
-    virtual ~Source() = default;
+    virtual ~Source();
 
     // The picture to show now. While there is nothing to see this is a placeholder that says so, never a
     // picture of the past. Null when the source is gone for good.

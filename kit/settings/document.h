@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "interfaces/IConfiguration.h"
+#include "kit/export.h"
 #include "platform/com.h"
 #include "platform/configdoc/configdoc.h"
 #include "platform/status.h"
@@ -22,7 +23,7 @@ struct CameraEntry {
 
 // docs/configuration.md has the document's form. Belongs to one thread at a time. Operations throw
 // std::runtime_error when the library refuses what it promises to do.
-class SettingsDocument {
+class MORROW_KIT_API SettingsDocument {
 public:
     using ElementPtr = platform::ComPtr<IConfigElement>;
 
@@ -57,30 +58,32 @@ private:
 };
 
 // An item of `cams`; empty texts for what it does not have.
-CameraEntry ReadCamera(IConfigElement& item);
+MORROW_KIT_API CameraEntry ReadCamera(IConfigElement& item);
 
 // --- The component's settings ---
 
 // Where the component keeps them below the common data folder. The file's folder must be there.
-std::string SettingsFile(const std::string& commonData);
+MORROW_KIT_API std::string SettingsFile(const std::string& commonData);
 
 // The document as it stands; nothing when the component gives none.
-std::optional<std::u16string> GetSettings(IConfiguration& configuration);
+MORROW_KIT_API std::optional<std::u16string> GetSettings(IConfiguration& configuration);
 // Hands a document over. The answer, which is the settings as they are then, comes in `now`. The status and
 // what it says of the settings are those of IConfiguration::SetContent.
-HRESULT SetSettings(IConfiguration& configuration, std::u16string_view document, std::u16string* now);
+MORROW_KIT_API HRESULT SetSettings(IConfiguration& configuration, std::u16string_view document,
+                                   std::u16string* now);
 
 // --- Elements ---
 
 // Selects by the expression; nodes that are no elements are left out.
-std::vector<SettingsDocument::ElementPtr> SelectElements(IConfigElement& element, const char16_t* expression);
+MORROW_KIT_API std::vector<SettingsDocument::ElementPtr> SelectElements(IConfigElement& element,
+                                                                        const char16_t* expression);
 // The first of them; null without one.
-SettingsDocument::ElementPtr ElementAt(IConfigElement& element, const char16_t* path);
-std::u16string NameOf(IConfigNode& node);
-std::u16string ValueOf(IConfigNode& node);
-void SetValue(IConfigNode& node, std::u16string_view value);
+MORROW_KIT_API SettingsDocument::ElementPtr ElementAt(IConfigElement& element, const char16_t* path);
+MORROW_KIT_API std::u16string NameOf(IConfigNode& node);
+MORROW_KIT_API std::u16string ValueOf(IConfigNode& node);
+MORROW_KIT_API void SetValue(IConfigNode& node, std::u16string_view value);
 // Nothing without such an attribute.
-std::optional<std::u16string> AttributeOf(IConfigElement& element, const char16_t* name);
-void SetAttribute(IConfigElement& element, const char16_t* name, std::u16string_view value);
+MORROW_KIT_API std::optional<std::u16string> AttributeOf(IConfigElement& element, const char16_t* name);
+MORROW_KIT_API void SetAttribute(IConfigElement& element, const char16_t* name, std::u16string_view value);
 
 } // namespace kit

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/export.h"
 #include "platform/status.h"
 
 namespace kit {
@@ -17,17 +18,17 @@ struct Language {
 };
 
 // The languages that the component in this process has texts in.
-std::vector<Language> Languages();
+MORROW_KIT_API std::vector<Language> Languages();
 // Their codes, for a message: "en, es, ...".
-std::string LanguageCodes();
+MORROW_KIT_API std::string LanguageCodes();
 
 // Empty when none is configured, or one that there are no texts in; the texts are then English.
-std::string ConfiguredLanguage();
+MORROW_KIT_API std::string ConfiguredLanguage();
 // E_INVALIDARG for a language that there are no texts in; else the status of the registry.
-HRESULT SetConfiguredLanguage(std::string_view code);
+MORROW_KIT_API HRESULT SetConfiguredLanguage(std::string_view code);
 
 // Text of one byte a character is taken for that of the configured language from here on; without one, it
 // stays as it is.
-void ApplyConfiguredLanguage();
+MORROW_KIT_API void ApplyConfiguredLanguage();
 
 } // namespace kit

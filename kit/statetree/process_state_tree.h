@@ -8,6 +8,7 @@
 #include <span>
 
 #include "interfaces/IProcessStateTree.h"
+#include "kit/export.h"
 #include "platform/com.h"
 
 namespace kit {
@@ -15,7 +16,7 @@ namespace kit {
 struct StateNodes; // all nodes and their lock
 
 // A door to a tree.
-class ProcessStateTree : public platform::Implements<IProcessStateTree> {
+class MORROW_KIT_API ProcessStateTree : public platform::Implements<IProcessStateTree> {
 public:
     explicit ProcessStateTree(std::shared_ptr<StateNodes> nodes) : m_nodes(std::move(nodes)) {}
 
@@ -29,14 +30,14 @@ private:
 };
 
 // An empty tree with its root. It lives as long as a door to it or one of its nodes is held.
-std::shared_ptr<StateNodes> MakeStateNodes();
+MORROW_KIT_API std::shared_ptr<StateNodes> MakeStateNodes();
 
 // A node of this process's tree, through its registered class. Null when it is not there, or, with `create`,
 // cannot be made.
-platform::ComPtr<IProcessStateNode> FindStateNode(const char16_t* szPath, bool create);
+MORROW_KIT_API platform::ComPtr<IProcessStateNode> FindStateNode(const char16_t* szPath, bool create);
 
 // The credentials block of the request for which the calling thread works. To be used during the present call
 // only. Nothing when the thread has published none.
-std::optional<std::span<const std::uint8_t>> CurrentRequest();
+MORROW_KIT_API std::optional<std::span<const std::uint8_t>> CurrentRequest();
 
 } // namespace kit

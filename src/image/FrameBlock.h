@@ -82,7 +82,7 @@ struct FrameLayout {
 
 // Owner of one frame block, or of none. The block comes zero-filled, is freed as one and never changes its
 // size. The memory of large blocks is used again for the next ones of their size (FrameBlock.cpp).
-class FrameBlock {
+class __attribute__((visibility("default"))) FrameBlock {
 public:
     FrameBlock() noexcept = default;
     FrameBlock(FrameBlock&& other) noexcept

@@ -24,6 +24,8 @@ inline constexpr std::int32_t ImageMustBeEncoded = 1; // StripJpeg alone: encode
 // first, so that no order between threads is needed.
 extern std::atomic<std::int32_t> g_nCodecStartState;
 
+#pragma GCC visibility push(default) // what a library that carries the codec shows
+
 // Whether a picture of that width and height is wanted.
 using ImageSizeFilter = bool (*)(std::int32_t nWidth, std::int32_t nHeight) noexcept;
 
@@ -86,3 +88,5 @@ using ImageSizeFilter = bool (*)(std::int32_t nWidth, std::int32_t nHeight) noex
                                           std::int32_t nQuality, std::uint8_t* pOut,
                                           std::int32_t nOutCapacity, std::int32_t* pnOutSize,
                                           std::int32_t nYStep) noexcept;
+
+#pragma GCC visibility pop

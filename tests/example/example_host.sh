@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # The example of docs/integrator.md: it takes a phone's pictures, turns a stranger away, and ends in order.
 #
-#   example_host.sh HOST MODULE PHONE PICTURES
+#   example_host.sh HOST PHONE PICTURES
 set -euo pipefail
 source="$(dirname "${BASH_SOURCE[0]}")/../../docs"
-host=$1 module=$2 phone=$3 pictures=$4
+host=$1 phone=$2 pictures=$3
 work="$(mktemp -d)"
 mkdir "$work/data"
-"$host" "$module" "$work/data" 0 > "$work/log" 2>&1 &
+"$host" "$work/data" 0 > "$work/log" 2>&1 &
 process=$!
 trap 'kill "$process" 2>/dev/null || true; rm -rf "$work"' EXIT
 

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "host/rig.h"
 #include "host/settings/file.h"
 
@@ -243,8 +245,8 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
 TEST(SettingsFile, IsKeptAsideWhenItIsNotServedWhole) {
     ASSERT_EQ(S_OK, platform::RegisterConfigDocumentClass());
     const TempFolder folder;
-    const std::string file = SettingsFile(folder.File("data"));
-    MakeSettingsFolder(file);
+    const std::string file = kit::SettingsFile(folder.File("data"));
+    std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     const std::u16string items = CameraItem(u"gate", u"a") + CameraItem(u"yard", u"b");
     const std::string whole = platform::ToUtf8(SettingsText(items));
     const auto served = SettingsDocument::Parse(SettingsText(CameraItem(u"gate", u"a"))).value();

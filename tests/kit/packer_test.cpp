@@ -7,6 +7,7 @@
 #include <random>
 
 #include "kit/packer/mobile_frame_packer.h"
+#include "kit/packer/planes.h"
 #include "phone/connection.h"
 #include "phone/packet.h"
 #include "support/Frames.h"

@@ -22,7 +22,7 @@ COMMON = {
     "src/Common/Utils",
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
-KIT = {"kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
+KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge"}
 SUBJECTS = {
@@ -50,14 +50,15 @@ TABLE = {
     "src/runtime/module": INTERFACES | TRACE | {"src/server", "src/Common/Utils"},
     # What any host needs: it talks to the component through the contract, and to the codec through its facade, and
     # knows nothing of one host, of the web, of users or of pages.
-    "kit/log": INTERFACES,
-    "kit/connection": {"platform"},
-    "kit/settings": INTERFACES,
-    "kit/picture": INTERFACES | IMAGE,
-    "kit/statetree": INTERFACES,
-    "kit/packer": INTERFACES | IMAGE | {"kit/picture"},
-    "kit/content": INTERFACES | IMAGE | {"kit/picture", "kit/statetree"},
-    "kit/component": INTERFACES | {"kit/picture", "kit/statetree", "kit/packer", "kit/content"},
+    "kit": set(),
+    "kit/log": INTERFACES | {"kit"},
+    "kit/connection": {"platform", "kit"},
+    "kit/settings": INTERFACES | {"kit"},
+    "kit/picture": INTERFACES | IMAGE | {"kit"},
+    "kit/statetree": INTERFACES | {"kit"},
+    "kit/packer": INTERFACES | IMAGE | {"kit", "kit/picture"},
+    "kit/content": INTERFACES | IMAGE | {"kit", "kit/picture", "kit/statetree"},
+    "kit/component": INTERFACES | {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/settings"},
     # The same for programs in C.
     "capi": INTERFACES | IMAGE | KIT,
     # The reference host uses the kit like any other one; each of its rooms on those above it.
