@@ -1,7 +1,9 @@
-"""The Debian package: installed into a clean root, started there, upgraded over itself, removed and purged."""
+"""The Debian packages: installed into a clean root, started there, upgraded over themselves, removed and purged; and
+servers of others built against them."""
 
 import argparse
 import base64
+import concurrent.futures
 import ctypes
 import glob
 import gzip
@@ -9,6 +11,7 @@ import json
 import os
 import re
 import shlex
+import shutil
 import signal
 import socket
 import subprocess
@@ -23,9 +26,15 @@ import cleanroot
 SKIPPED = 77
 USER = "morrowstream"
 DATA = "/var/lib/morrowstream"
-MODULE = "/usr/lib/morrowstream/libmorrowstream.so"
+LIBRARIES = "/usr/lib/x86_64-linux-gnu"
+MODULE = LIBRARIES + "/libmorrowstream.so.1"
+FORMER_MODULE = "/usr/lib/morrowstream/libmorrowstream.so"
+ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../.."))
 PR_SET_MDWE, PR_MDWE_REFUSE_EXEC_GAIN = 65, 1
-PACKAGE = ""
+SERVER = ("libmorrowstream1", "morrowstream")
+DEVELOPMENT = ("libmorrowstream1", "morrowstream-dev")
+BUILD = ""  # where the packages are
+OPTIONS = None
 
 
 def run(*command, **options):
@@ -40,8 +49,26 @@ def content(path):
         return file.read()
 
 
-def control(field):
-    return run("dpkg-deb", "--field", PACKAGE, field).strip()
+def package(name):
+    found = glob.glob(f"{BUILD}/{name}_*_amd64.deb")
+    assert len(found) == 1, f"{name}: {found}"
+    return found[0]
+
+
+def control(name, field):
+    return run("dpkg-deb", "--field", package(name), field).strip()
+
+
+def depends(names):
+    """What packages ask for besides each other."""
+    groups = [group for name in names for group in cleanroot.parse_depends(control(name, "Depends"))]
+    return [group for group in groups if group[0] not in names]
+
+
+def extract(folder, *names):
+    for name in names:
+        run("dpkg-deb", "--extract", package(name), folder)
+    return folder
 
 
 def free_port():
@@ -55,7 +82,7 @@ class Machine:
 
     def __init__(self, folder):
         self.root = os.path.join(folder, "root")
-        cleanroot.make(self.root, cleanroot.parse_depends(control("Depends")))
+        cleanroot.make(self.root, depends(SERVER))
         self.service = None
         self.port = free_port()
 
@@ -133,22 +160,31 @@ class Machine:
 
 
 def next_version(folder):
-    """The same package under a higher version."""
-    tree = os.path.join(folder, "next")
-    run("dpkg-deb", "--raw-extract", PACKAGE, tree)
-    file = tree + "/DEBIAN/control"
-    text = content(file).decode()
-    with open(file, "w", encoding="utf-8") as new:
-        new.write(re.sub(r"^Version: .*$", lambda found: found[0] + "+next", text, flags=re.MULTILINE))
-    run("dpkg-deb", "--build", "--root-owner-group", "-Znone", tree, tree + ".deb")
-    return tree + ".deb"
+    """The server's packages under a higher version."""
+    version = control("morrowstream", "Version")
+    made = []
+    for name in SERVER:
+        tree = os.path.join(folder, name + "_NEWER")
+        run("dpkg-deb", "--raw-extract", package(name), tree)
+        file = tree + "/DEBIAN/control"
+        text = content(file).decode()
+        with open(file, "w", encoding="utf-8") as new:
+            new.write(re.sub(rf"(^Version: |\(= ){re.escape(version)}", r"\g<0>+next", text, flags=re.MULTILINE))
+        run("dpkg-deb", "--build", "--root-owner-group", "-Znone", tree, tree + ".deb")
+        made.append(tree + ".deb")
+    return made
 
 
-class PackageTest(unittest.TestCase):
+class TestInAFolder(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
+
+
+class Packages(TestInAFolder):
+    def setUp(self):
+        super().setUp()
         self.machine = Machine(self.folder)
         self.addCleanup(self.machine.stop)
 
@@ -167,7 +203,7 @@ class PackageTest(unittest.TestCase):
     def test_lives_from_installation_to_purge(self):
         machine = self.machine
         before = machine.files()
-        machine.dpkg("--install", PACKAGE)
+        machine.dpkg("--install", *map(package, SERVER))
         state = os.stat(machine.path(DATA))
         self.assertEqual(state.st_mode & 0o777, 0o700)
         self.assertNotEqual(state.st_uid, 0)
@@ -194,9 +230,18 @@ class PackageTest(unittest.TestCase):
         self.upload_and_look()
         self.assertIn("yard", json.dumps(json.loads(machine.get("/health", "guard:watchful")[1])))
         self.assertEqual(machine.stop(), 0)
+        # A former version had the component elsewhere, and a registry that still says so is no matter.
+        registry = machine.path(DATA + "/registry")
+        now = content(registry).decode()
+        with open(registry, "w", encoding="utf-8") as file:
+            file.write(now.replace(MODULE, FORMER_MODULE))
+        machine.start()
+        self.upload_and_look()
+        self.assertEqual(machine.stop(), 0)
+        self.assertNotIn(" in place of ", content(machine.root + ".log").decode())
         kept = {name: content(name) for name in glob.glob(machine.path(DATA) + "/**", recursive=True) if os.path.isfile(name)}
-
-        machine.dpkg("--install", next_version(self.folder))
+        machine.dpkg("--install", *next_version(self.folder))
+        kept[registry] = now.encode()
         self.assertIn("+next", machine.dpkg("--status", USER))
         self.assertEqual({name: content(name) for name in kept}, kept)
         self.assertIn(str(machine.port).encode(), content(settings), "the administrator's own lines stay")
@@ -208,26 +253,25 @@ class PackageTest(unittest.TestCase):
         self.assertFalse(self.registered())
         self.assertFalse(os.path.exists(machine.path("/usr/bin/morrowstream-host")))
         self.assertTrue(os.path.exists(machine.path(DATA + "/users")), "kept for the next installation")
-        machine.dpkg("--purge", USER)
+        machine.dpkg("--purge", *SERVER)
         after = machine.files()
         self.assertEqual(after[0] ^ before[0], set())
         self.assertEqual(after[1], before[1])
 
     def test_its_papers_are_in_order(self):
-        tree = os.path.join(self.folder, "tree")
-        run("dpkg-deb", "--extract", PACKAGE, tree)
+        tree = extract(os.path.join(self.folder, "tree"), *SERVER, "morrowstream-dev")
         docs = tree + "/usr/share/doc/morrowstream/"
         for name in ("changelog.gz", "NEWS.Debian.gz"):
             with gzip.open(docs + name, "rt", encoding="utf-8") as file:
-                self.assertTrue(file.readline().startswith(f"morrowstream ({control('Version')}) "), name)
-        self.assertIn(b"has not chosen a licence", content(docs + "copyright"))
+                self.assertTrue(file.readline().startswith(f"morrowstream ({control('morrowstream', 'Version')}) "), name)
+        for name in {*SERVER, *DEVELOPMENT}:
+            self.assertIn(b"has not chosen a licence", content(f"{tree}/usr/share/doc/{name}/copyright"))
         for page in glob.glob(docs + "**/*.md", recursive=True):
             for target in re.findall(r"\]\((?!\w+:|#)([^)#]+)", content(page).decode()):
                 self.assertTrue(os.path.exists(os.path.join(os.path.dirname(page), target)), f"{page}: {target}")
 
     def test_memory_follows_the_connections(self):
-        tree = os.path.join(self.folder, "tree")
-        run("dpkg-deb", "--extract", PACKAGE, tree)
+        tree = extract(os.path.join(self.folder, "tree"), "morrowstream")
         with open(self.folder + "/systemctl", "w", encoding="utf-8") as file:
             file.write('#!/bin/sh\necho "$@"\n')
         os.chmod(file.name, 0o755)
@@ -238,11 +282,67 @@ class PackageTest(unittest.TestCase):
                                  env={"PATH": self.folder + ":/usr/bin:/bin"}), wanted, arguments)
 
 
+class Development(TestInAFolder):
+    """Who builds a server of his own, with the packages and a compiler."""
+
+    def test_headers_are_usable_alone(self):
+        include = extract(os.path.join(self.folder, "tree"), "morrowstream-dev") + "/usr/include/morrowstream"
+        headers = sorted(os.path.relpath(name, include) for name in glob.glob(include + "/**/*.h", recursive=True))
+        self.assertGreater(len(headers), 30)
+        warnings = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror", "-fsyntax-only", "-I" + include]
+        # One by one where that is cheapest; the other compilers and languages take them all at once.
+        sources = [("clang++", "c++20", [name]) for name in headers]
+        sources += [(compiler, language, headers) for compiler in ("g++", "clang++") for language in ("c++20", "c++23")]
+
+        def compile_source(number):
+            compiler, language, names = sources[number]
+            file = os.path.join(self.folder, f"{number}.cpp")
+            with open(file, "w", encoding="utf-8") as source:
+                source.write("".join(f'#include "{name}"\n' for name in names))
+            run(compiler, f"-std={language.replace('23', '2b')}", *warnings, file)
+
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            list(pool.map(compile_source, range(len(sources))))
+
+    def test_a_server_is_built_and_run(self):
+        root = os.path.join(self.folder, "root")
+        tools = [["g++"], ["cmake"], ["make"], ["pkg-config", "pkgconf"]]
+        cleanroot.make(root, depends(DEVELOPMENT) + tools)
+        run("dpkg", "--root=" + root, "--install", *map(package, DEVELOPMENT), env={**os.environ, "DEBIAN_FRONTEND": "noninteractive"})
+        for example in ("example-host", "example-c"):
+            shutil.copytree(f"{ROOT}/docs/{example}", f"{root}/root/{example}")
+        # How it is built, where; its arguments behind the data folder, and what it says of a phone that sends.
+        programs = (("cmake -B build . && cmake --build build && cp build/example-host /root/by-cmake", "example-host", ["0"], "door.pgm 320x240"),
+                    ("g++ -std=c++20 main.cpp -o /root/by-hand $(pkg-config --cflags --libs morrowstream)", "example-host", ["0"],
+                     "door.pgm 320x240"),
+                    ("gcc page.c -o /root/in-c $(pkg-config --cflags --libs morrowstream-c)", "example-c", ["0", "door", "secret"],
+                     "door: a phone sends"))
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            list(pool.map(lambda program: run("chroot", root, "sh", "-c", f"cd /root/{program[1]} && {program[0]}"), programs))
+        for program, (_, _, arguments, says) in zip(("by-cmake", "by-hand", "in-c"), programs):
+            with self.subTest(program):
+                self.take_a_phone(["chroot", root, "/root/" + program, f"/root/data-{program}", *arguments], says)
+
+    def take_a_phone(self, command, says):
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True) as host:
+            try:
+                address = host.stdout.readline().removeprefix("listening on ").strip()
+                run(OPTIONS.phone, "upload", "--server", address, "--login", "door", "--password", "secret",
+                    "--pictures", ROOT + "/phone/pictures/yard", "--frames", "3")
+                self.assertIn(says, host.stdout.readline())
+            finally:
+                host.send_signal(signal.SIGINT)
+            said, _ = host.communicate(timeout=20)
+        self.assertEqual(host.returncode, 0, said)
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
-    parser.add_argument("--package", required=True)
-    PACKAGE = os.path.abspath(parser.parse_args().package)
+    parser.add_argument("--build", required=True, help="where the packages are")
+    parser.add_argument("--phone", required=True)
+    OPTIONS, names = parser.parse_known_args()
+    BUILD = os.path.abspath(OPTIONS.build)
     if subprocess.run(["chroot", "/", "true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
         print("A clean root needs the right to chroot, so this test was skipped: run it as root.")
         raise SystemExit(SKIPPED)
-    unittest.main(argv=["test_package"])
+    unittest.main(argv=["test_package", *names])

@@ -274,12 +274,12 @@ class Install(Walk):
         """From the source tree to the clean root, where the rest of the page is read."""
         self.do(command)
         tree = self.path("/root/morrowstream/build/release")
-        test_package.PACKAGE = os.path.join(ROOT, "build/release", next(
-            name for name in os.listdir(ROOT + "/build/release") if name.endswith(".deb")))
-        wanted = cleanroot.parse_depends(test_package.control("Depends"))
+        test_package.BUILD = os.path.join(ROOT, "build/release")
+        wanted = test_package.depends(test_package.SERVER)
         cleanroot.make(self.root, [*wanted, *([name] for name in ("apt", "mawk", "systemd"))])
         os.makedirs(tree)
-        shutil.copy(test_package.PACKAGE, tree)
+        for name in test_package.SERVER:
+            shutil.copy(test_package.package(name), tree)
         for name, text in (("/usr/bin/systemctl", SYSTEMCTL), ("/usr/bin/sudo", '#!/bin/sh\nexec "$@"\n')):
             with open(self.path(name), "w", encoding="utf-8") as file:
                 file.write(text)
@@ -369,8 +369,8 @@ class Install(Walk):
         self.guard("PASSWORD")
 
     def upgrade(self, command):
-        newer = test_package.next_version(self.folder)
-        shutil.copy(newer, self.path("/root/morrowstream/NEWER.deb"))
+        for newer in test_package.next_version(self.folder):
+            shutil.copy(newer, self.path("/root/morrowstream"))
         self.do(command, input="y\n")
         self.assertIn("+next", self.do("dpkg --status morrowstream"))
         self.answers()
