@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr std::int32_t kHead = 4; // a marker and its length
 constexpr std::int32_t kMostFactor = 4;
 
 class PictureCopier {
