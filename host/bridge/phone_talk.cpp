@@ -94,6 +94,16 @@ void PhoneTalk::End(Code code) {
     EndUpload();
 }
 
+// To begin an upload and to ask whether there is one takes locks of the component; whether a phone is good
+// still is looked up where its file is written.
+bool PhoneTalk::MayWait(Clock::time_point now) const noexcept {
+    if (m_ended)
+        return false;
+    const bool begins = Runs() && !m_upload && now >= m_nextUpload;
+    const bool asks = m_stateIsNew && !m_upload && Pauses();
+    return begins || asks || m_woken || m_mailbox->wakeup.IsSet() || (m_upload && m_upload->HasEnded());
+}
+
 void PhoneTalk::Step(Clock::time_point now) {
     if (m_ended)
         return;

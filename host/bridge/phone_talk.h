@@ -54,7 +54,9 @@ public:
     // The signal has come, and was cleared.
     void Wake() noexcept { m_woken = true; }
 
-    // Does what can be done by now; never waits for the component's pictures.
+    // Does what can be done by now; never waits for the component's pictures, but where MayWait says so for
+    // its locks, or for what is written to a disk.
+    [[nodiscard]] bool MayWait(Clock::time_point now) const noexcept;
     void Step(Clock::time_point now);
     // The next message for the page; empty without one.
     std::string Next();

@@ -1,18 +1,19 @@
 #include "host/http/page_socket.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <list>
+#include <optional>
+#include <span>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 
-#include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/compose.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/basic_stream_descriptor.hpp>
@@ -22,6 +23,7 @@
 
 #include "host/http/answer.h"
 #include "host/http/beast_request.h"
+#include "host/log/console.h"
 
 namespace host {
 namespace {
@@ -49,7 +51,8 @@ int DuplicateOf(int fd) {
 }
 
 // A connection as the WebSocket wants one: reads and writes with the stream, in clear and under TLS alike,
-// and waits with the event loop.
+// and waits with the event loop. The layers of the library's own for TLS would hold two buffers of 17 KB for
+// each quiet connection, and copy what is written once more.
 class Line {
 public:
     using executor_type = Executor;
@@ -78,8 +81,12 @@ public:
 
     template <class Buffers, class Handler>
     auto async_write_some(const Buffers& buffers, Handler&& handler) {
-        return Begin([this, buffers] { return m_stream.Write(Gather(buffers)); },
-                     std::forward<Handler>(handler));
+        return Begin(
+            [this, buffers] {
+                const auto parts = PartsOf(buffers);
+                return m_stream.Write(parts);
+            },
+            std::forward<Handler>(handler));
     }
 
     void Shut() {
@@ -117,26 +124,20 @@ private:
             handler, m_ready);
     }
 
-    // The head of a message and what follows go out together: as one packet, and one record of TLS.
+    // The head of a message and what follows go out together.
     template <class Buffers>
-    std::string_view Gather(const Buffers& buffers) {
+    static auto PartsOf(const Buffers& buffers) {
+        std::array<std::string_view, Stream::kMostParts> parts{};
         auto at = asio::buffer_sequence_begin(buffers);
-        const auto end = asio::buffer_sequence_end(buffers);
-        std::size_t size = 0;
-        for (; at != end && size < m_together.size(); ++at) {
+        for (std::size_t i = 0; i < parts.size() && at != asio::buffer_sequence_end(buffers); ++i, ++at) {
             const asio::const_buffer part = *at;
-            if (size == 0 && part.size() >= m_together.size())
-                return {static_cast<const char*>(part.data()), part.size()};
-            const std::size_t count = std::min(part.size(), m_together.size() - size);
-            std::memcpy(m_together.data() + size, part.data(), count);
-            size += count;
+            parts[i] = {static_cast<const char*>(part.data()), part.size()};
         }
-        return {m_together.data(), size};
+        return parts;
     }
 
     Stream m_stream;
     Signal m_ready;
-    std::array<char, 16384> m_together{};
 };
 
 // How the library ends a connection of a kind that it does not know.
@@ -159,16 +160,6 @@ asio::const_buffer BufferOf(std::string_view bytes) {
 
 } // namespace
 
-class PageSocket::Timer {
-public:
-    explicit Timer(asio::io_context& loop) : wait(loop) {}
-    asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Executor> wait;
-};
-
-void PageSocket::TimerEnd::operator()(Timer* timer) const {
-    delete timer;
-}
-
 class PageSocket::Side {
 public:
     Side(asio::io_context& loop, int fd) : descriptor(loop, DuplicateOf(fd)) {}
@@ -179,51 +170,65 @@ void PageSocket::SideEnd::operator()(Side* side) const {
     delete side;
 }
 
-class PageSocket::Loop {
+// All that is under way has a share of it, so that it outlives whatever the library still tells.
+class PageSocket::Link : public std::enable_shared_from_this<Link> {
 public:
-    Loop(PageSocket& page, Stream stream, const Request& request, const Wakeup& stop)
-        : m_page(page), m_stop(m_context, DuplicateOf(stop.Fd())), m_stream(m_context, std::move(stream)),
-          m_request(request.fields), m_end(m_context) {}
+    Link(EventLoop& loop, Stream stream, const Request& request)
+        : m_loop(loop), m_load(loop), m_peer(request.peer.text), m_stream(loop.Context(), std::move(stream)),
+          m_request(request.fields) {}
 
-    void Run();
+    void Start(std::unique_ptr<PageSocket> page, std::shared_ptr<const void> held);
     void Close(Code code);
     void Write(bool text, const Message& message);
-    void Watch(Wakeup& wakeup, std::function<void()> happened) {
-        Await(m_watched.emplace_back(m_context, wakeup, std::move(happened)));
-    }
-    void At(Timer& timer, Clock::time_point when, std::function<void()> happened);
+    void Watch(Wakeup& wakeup, std::function<void()> happened);
+    void At(EventLoop::Timer& timer, Clock::time_point when, std::function<void()> happened);
     void Once(Side& side, short event, std::function<void()> happened);
-    asio::io_context& Context() { return m_context; }
+    void Elsewhere(std::function<void()> work, std::function<void()> then);
+    EventLoop& Loop() { return m_loop; }
 
 private:
     struct Watched {
-        Watched(asio::io_context& loop, Wakeup& signal, std::function<void()> then)
-            : descriptor(loop, DuplicateOf(signal.Fd())), wakeup(signal), happened(std::move(then)) {}
-        Signal descriptor;
-        Wakeup& wakeup;
+        std::optional<EventLoop::Interest> interest;
         std::function<void()> happened;
+        bool due = false;
     };
-    void Await(Watched& watched);
-    void Read();
-    void Pump() {
-        if (!m_writing && !m_closing)
-            m_page.SendNext();
-    }
 
-    PageSocket& m_page;
-    asio::io_context m_context{1};
-    std::list<Watched> m_watched;
-    Signal m_stop;
+    void Open();
+    void Read();
+    // Calls what the page does about an event, or keeps it until the page is back from elsewhere.
+    void Happen(std::function<void()> event);
+    void Call(const std::function<void()>& event);
+    void ComeBack(const std::string& failure, const std::function<void()>& then);
+    void Log(std::string_view what) const;
+    void End();
+    void LetGo();
+
+    std::shared_ptr<const void> m_held;
+    EventLoop& m_loop;
+    const EventLoop::Load m_load;
+    const std::string m_peer;
     WebSocket m_stream;
     const std::shared_ptr<const BeastRequest> m_request;
+    std::unique_ptr<PageSocket> m_page; // until the end
+    std::optional<EventLoop::AtStop> m_stop;
+    std::list<Watched> m_watched;
+    std::optional<EventLoop::Timer> m_end;
     beast::flat_buffer m_received;
-    Timer m_end;
-    bool m_writing = false;
+    std::vector<std::function<void()>> m_waiting; // for the page to come back
+    bool m_away = false;
+    bool m_writing = true; // at first the answer to the request
     bool m_closing = false;
+    bool m_ended = false;
 };
 
-void PageSocket::Loop::Run() {
-    const Limits& limits = m_page.m_limits;
+void PageSocket::Link::Start(std::unique_ptr<PageSocket> page, std::shared_ptr<const void> held) {
+    m_page = std::move(page);
+    m_held = std::move(held);
+    m_loop.Post([self = shared_from_this()] { self->Call([&] { self->Open(); }); });
+}
+
+void PageSocket::Link::Open() {
+    const Limits& limits = m_page->m_limits;
     websocket::stream_base::timeout timeout{};
     timeout.handshake_timeout = limits.headDeadline;
     timeout.idle_timeout = limits.writeStall; // a silent page is pinged before that
@@ -233,129 +238,211 @@ void PageSocket::Loop::Run() {
         answer.set(beast::http::field::server, "Morrowstream");
         answer.set(beast::http::field::date, HttpDate());
     }));
-    m_stream.read_message_max(m_page.m_manner.longest);
+    m_stream.read_message_max(m_page->m_manner.longest);
     m_stream.auto_fragment(false);
-    m_stop.async_wait(Signal::wait_read, [this](error_code error) {
-        if (!error)
-            Close(m_page.m_manner.atStop);
-    });
-    m_stream.async_accept(m_request->message, [this](error_code error) {
+    if (m_loop.IsStopping())
+        return End();
+    m_stop.emplace(m_loop, [this] { Call([this] { Close(m_page->m_manner.atStop); }); });
+    m_stream.async_accept(m_request->message, [self = shared_from_this()](error_code error) {
         if (error)
-            return m_context.stop();
-        m_page.OnOpen();
-        Read();
-        Pump();
+            return self->End();
+        self->m_writing = false;
+        self->Call([&] {
+            self->m_page->OnOpen();
+            self->Read();
+        });
     });
-    m_context.run();
 }
 
-void PageSocket::Loop::Await(Watched& watched) {
-    watched.descriptor.async_wait(Signal::wait_read, [this, &watched](error_code error) {
-        if (error)
+void PageSocket::Link::Happen(std::function<void()> event) {
+    if (m_away)
+        m_waiting.push_back(std::move(event));
+    else
+        Call(event);
+}
+
+void PageSocket::Link::Call(const std::function<void()>& event) {
+    if (m_ended)
+        return;
+    try {
+        event();
+        if (!m_writing && !m_closing && !m_away && !m_ended)
+            m_page->SendNext();
+    } catch (const std::exception& error) {
+        Log(error.what());
+        End();
+    }
+}
+
+void PageSocket::Link::Log(std::string_view what) const {
+    Console::Get().Log("error", "connection of " + m_peer + " ended: " + std::string(what));
+}
+
+void PageSocket::Link::Watch(Wakeup& wakeup, std::function<void()> happened) {
+    Watched& watched = m_watched.emplace_back();
+    watched.happened = std::move(happened);
+    watched.interest.emplace(m_loop, wakeup.Fd(), EPOLLIN, [this, &wakeup, &watched](std::uint32_t) {
+        wakeup.Clear();
+        if (std::exchange(watched.due, true))
             return;
-        watched.wakeup.Clear();
-        watched.happened();
-        Await(watched);
-        Pump();
+        Happen([&watched] {
+            watched.due = false;
+            watched.happened();
+        });
     });
 }
 
-void PageSocket::Loop::At(Timer& timer, Clock::time_point when, std::function<void()> happened) {
-    timer.wait.expires_at(when);
-    timer.wait.async_wait([this, happened = std::move(happened)](error_code error) {
-        if (error)
-            return;
-        happened();
-        Pump();
-    });
+void PageSocket::Link::At(EventLoop::Timer& timer, Clock::time_point when, std::function<void()> happened) {
+    timer.At(when, [self = shared_from_this(), happened = std::move(happened)] { self->Happen(happened); });
 }
 
-void PageSocket::Loop::Once(Side& side, short event, std::function<void()> happened) {
+void PageSocket::Link::Once(Side& side, short event, std::function<void()> happened) {
     side.descriptor.async_wait(event == POLLOUT ? Signal::wait_write : Signal::wait_read,
-                               [this, happened = std::move(happened)](error_code error) {
-                                   if (error)
-                                       return;
-                                   happened();
-                                   Pump();
+                               [self = shared_from_this(), happened = std::move(happened)](error_code error) {
+                                   if (!error)
+                                       self->Happen(happened);
                                });
 }
 
-void PageSocket::Loop::Read() {
-    m_stream.async_read(m_received, [this](error_code error, std::size_t) {
+void PageSocket::Link::Elsewhere(std::function<void()> work, std::function<void()> then) {
+    m_away = true;
+    EventLoop::Elsewhere(
+        [self = shared_from_this(), work = std::move(work), then = std::move(then)]() mutable {
+            std::string failure;
+            try {
+                work();
+            } catch (const std::exception& error) {
+                failure = error.what();
+            }
+            EventLoop& loop = self->m_loop;
+            loop.Post(
+                [self = std::move(self), failure, then = std::move(then)] { self->ComeBack(failure, then); });
+        });
+}
+
+void PageSocket::Link::ComeBack(const std::string& failure, const std::function<void()>& then) {
+    m_away = false;
+    if (m_ended)
+        return LetGo();
+    if (!failure.empty()) {
+        Log(failure);
+        return End();
+    }
+    Call(then);
+    // One of these may go elsewhere again; the others wait on.
+    auto waiting = std::exchange(m_waiting, {});
+    for (auto& event : waiting)
+        Happen(std::move(event));
+}
+
+void PageSocket::Link::Read() {
+    m_stream.async_read(m_received, [self = shared_from_this()](error_code error, std::size_t) {
         if (error)
-            return m_context.stop();
-        const auto data = m_received.cdata();
-        const std::string_view message(static_cast<const char*>(data.data()), data.size());
-        if (!m_closing && !(m_stream.got_text() ? m_page.OnMessage(message) : m_page.OnBinary(message)))
-            Close(kPolicy); // no page of ours talks like that
-        m_received.consume(m_received.size());
-        Read(); // also for the answer to a close
-        Pump();
+            return self->End();
+        self->Happen([link = self.get()] {
+            const auto data = link->m_received.cdata();
+            const std::string_view message(static_cast<const char*>(data.data()), data.size());
+            PageSocket& page = *link->m_page;
+            if (!link->m_closing &&
+                !(link->m_stream.got_text() ? page.OnMessage(message) : page.OnBinary(message)))
+                link->Close(kPolicy); // no page of ours talks like that
+            link->m_received.consume(link->m_received.size());
+            link->Read(); // also for the answer to a close
+        });
     });
 }
 
-void PageSocket::Loop::Write(bool text, const Message& message) {
+void PageSocket::Link::Write(bool text, const Message& message) {
     m_writing = true;
     m_stream.text(text);
-    m_stream.async_write(message, [this](error_code error, std::size_t) {
-        m_writing = false;
-        if (error)
-            return m_closing ? void() : m_context.stop();
-        Pump();
+    m_stream.async_write(message, [self = shared_from_this()](error_code error, std::size_t) {
+        self->m_writing = false;
+        if (!error)
+            self->Call([] {});
+        else if (!self->m_closing)
+            self->End();
     });
 }
 
-void PageSocket::Loop::Close(Code code) {
+void PageSocket::Link::Close(Code code) {
     if (std::exchange(m_closing, true))
         return;
-    m_end.wait.expires_after(kCloseWithin);
-    m_end.wait.async_wait([this](error_code) { m_context.stop(); });
+    m_end.emplace(m_loop).At(Clock::now() + kCloseWithin, [self = shared_from_this()] { self->End(); });
     if (m_stream.is_open())
         m_stream.async_close(static_cast<websocket::close_code>(code),
-                             [this](error_code) { m_context.stop(); });
+                             [self = shared_from_this()](error_code) { self->End(); });
 }
 
-PageSocket::PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop,
+void PageSocket::Link::End() {
+    if (std::exchange(m_ended, true))
+        return;
+    m_stream.next_layer().Shut();
+    // Not from within a call of the page.
+    m_loop.Post([self = shared_from_this()] {
+        if (!self->m_away)
+            self->LetGo();
+    });
+}
+
+// What the page and its visitor give back may be locked by somebody who writes to a disk. What is held goes
+// last: with it the server forgets the connection, and the loop may end.
+void PageSocket::Link::LetGo() {
+    m_end.reset();
+    m_stop.reset();
+    m_watched.clear();
+    m_waiting.clear();
+    std::shared_ptr<PageSocket> page = std::move(m_page);
+    EventLoop::Elsewhere([page = std::move(page), held = std::move(m_held)]() mutable {
+        page.reset();
+        held.reset();
+    });
+}
+
+PageSocket::PageSocket(EventLoop& loop, Stream stream, const Request& request, const Limits& limits,
                        const Manner& manner)
-    : m_limits(limits), m_manner(manner),
-      m_loop(std::make_unique<Loop>(*this, std::move(stream), request, stop)) {}
+    : m_limits(limits), m_manner(manner), m_link(std::make_shared<Link>(loop, std::move(stream), request)) {}
 
 PageSocket::~PageSocket() = default;
 
-void PageSocket::Run() {
-    m_loop->Run();
+void PageSocket::Start(std::unique_ptr<PageSocket> page, std::shared_ptr<const void> held) {
+    const auto link = page->m_link;
+    link->Start(std::move(page), std::move(held));
 }
 
 void PageSocket::Close(Code code) {
-    m_loop->Close(code);
+    m_link->Close(code);
 }
 
 PageSocket::SidePtr PageSocket::MakeSide(int fd) {
-    return SidePtr(new Side(m_loop->Context(), fd));
+    return SidePtr(new Side(m_link->Loop().Context(), fd));
 }
 
 void PageSocket::Once(const SidePtr& side, short event, std::function<void()> happened) {
-    m_loop->Once(*side, event, std::move(happened));
+    m_link->Once(*side, event, std::move(happened));
+}
+
+void PageSocket::Elsewhere(std::function<void()> work, std::function<void()> then) {
+    m_link->Elsewhere(std::move(work), std::move(then));
 }
 
 void PageSocket::Text(std::string_view text) {
-    m_loop->Write(true, {BufferOf(text)});
+    m_link->Write(true, {BufferOf(text)});
 }
 
 void PageSocket::Binary(std::string_view first, std::string_view second) {
-    m_loop->Write(false, {BufferOf(first), BufferOf(second)});
+    m_link->Write(false, {BufferOf(first), BufferOf(second)});
 }
 
 void PageSocket::Watch(Wakeup& wakeup, std::function<void()> happened) {
-    m_loop->Watch(wakeup, std::move(happened));
+    m_link->Watch(wakeup, std::move(happened));
 }
 
 PageSocket::TimerPtr PageSocket::MakeTimer() {
-    return TimerPtr(new Timer(m_loop->Context()));
+    return std::make_unique<EventLoop::Timer>(m_link->Loop());
 }
 
 void PageSocket::At(const TimerPtr& timer, Clock::time_point when, std::function<void()> happened) {
-    m_loop->At(*timer, when, std::move(happened));
+    m_link->At(*timer, when, std::move(happened));
 }
 
 } // namespace host

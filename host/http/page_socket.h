@@ -7,22 +7,25 @@
 #include <string_view>
 
 #include "host/base/wait.h"
+#include "host/http/event_loop.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
 
 namespace host {
 
-// One page's connection. It has an event loop of its own, which runs on the thread of the connection; so
-// nothing here needs a lock, and a slow page holds up no other. One message is written at a time. The library
+// One page's connection. It lives on one of the event loops and is called there alone, so nothing here needs
+// a lock; whatever it is asked, it answers without waiting. One message is written at a time. The library
 // that does it stays behind this header: it takes long to compile.
 class PageSocket {
 public:
     PageSocket(const PageSocket&) = delete;
     PageSocket& operator=(const PageSocket&) = delete;
+    virtual ~PageSocket();
 
-    // Returns when the page has left, was closed, or the server stops.
-    void Run();
+    // Begins, on the thread of its loop. The object ends, on any thread, when the page has left, was closed,
+    // or the server has stopped. `held` is let go of behind everything else.
+    static void Start(std::unique_ptr<PageSocket> page, std::shared_ptr<const void> held);
 
 protected:
     // What a page and the host tell each other when they end a connection (RFC 6455, 7.4).
@@ -36,10 +39,9 @@ protected:
         Code atStop = kGoingAway;
     };
 
-    // Takes the connection. The request asks for a WebSocket. The stop signal outlives the object.
-    PageSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop,
+    // Takes the connection. The request asks for a WebSocket. The loop outlives the object.
+    PageSocket(EventLoop& loop, Stream stream, const Request& request, const Limits& limits,
                const Manner& manner = {kMaxPageMessageBytes, kGoingAway});
-    ~PageSocket();
 
     // The page is there. Called once, first.
     virtual void OnOpen() = 0;
@@ -56,14 +58,10 @@ protected:
     void Text(std::string_view text);
     void Binary(std::string_view first, std::string_view second);
 
-    // Calls `happened`, and then SendNext, for each signal from now on.
+    // Calls `happened`, and then SendNext, for each signal from now on. The wake-up lives as long as this.
     void Watch(Wakeup& wakeup, std::function<void()> happened);
     // Calls `happened`, and then SendNext, at that time; a later call replaces an earlier one of that timer.
-    class Timer;
-    struct TimerEnd {
-        void operator()(Timer* timer) const;
-    };
-    using TimerPtr = std::unique_ptr<Timer, TimerEnd>;
+    using TimerPtr = std::unique_ptr<EventLoop::Timer>;
     [[nodiscard]] TimerPtr MakeTimer();
     void At(const TimerPtr& timer, Clock::time_point when, std::function<void()> happened);
     // Another descriptor that this connection waits for, with a duplicate of its own.
@@ -76,6 +74,10 @@ protected:
     // Calls `happened`, and then SendNext, once, when the descriptor can be read (POLLIN) or written
     // (POLLOUT). For each of the two one call at a time waits.
     void Once(const SidePtr& side, short event, std::function<void()> happened);
+    // Calls `work`, which may wait, on another thread; nothing else of this object is called before it has
+    // returned. Then `then` is called, and SendNext. The last thing that a call does.
+    void Elsewhere(
+        std::function<void()> work, std::function<void()> then = [] {});
 
     // Sends nothing more, tells the page so, and ends.
     void Close(Code code = kNormal);
@@ -84,8 +86,8 @@ protected:
     const Manner m_manner;
 
 private:
-    class Loop;
-    const std::unique_ptr<Loop> m_loop;
+    class Link;
+    const std::shared_ptr<Link> m_link;
 };
 
 } // namespace host

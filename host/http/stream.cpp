@@ -1,14 +1,21 @@
 #include "host/http/stream.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include "host/tls/openssl.h"
 
 namespace host {
+namespace {
+
+constexpr std::size_t kMostOfRecord = 16384; // RFC 8446, 5.1
+
+} // namespace
 
 Stream::Stream(Descriptor socket) noexcept : m_socket(std::move(socket)) {}
 
@@ -66,6 +73,39 @@ ssize_t Stream::Write(std::string_view bytes) noexcept {
     if (sent > 0)
         m_sent += static_cast<std::uint64_t>(sent);
     return Outcome(sent, POLLOUT);
+}
+
+ssize_t Stream::Write(std::span<const std::string_view> parts) noexcept {
+    return m_tls ? WriteTogether(parts) : WriteGathered(parts);
+}
+
+ssize_t Stream::WriteGathered(std::span<const std::string_view> parts) noexcept {
+    std::array<iovec, kMostParts> vectors{};
+    msghdr message{};
+    message.msg_iov = vectors.data();
+    for (const std::string_view part : parts.first(std::min(parts.size(), kMostParts))) {
+        if (!part.empty())
+            vectors[message.msg_iovlen++] = {const_cast<char*>(part.data()), part.size()};
+    }
+    ssize_t sent = 0;
+    do
+        sent = ::sendmsg(Fd(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (sent < 0 && errno == EINTR);
+    if (sent > 0)
+        m_sent += static_cast<std::uint64_t>(sent);
+    return Outcome(sent, POLLOUT);
+}
+
+// A large part goes as it is; what is small is put together first, once for each time that it is tried.
+ssize_t Stream::WriteTogether(std::span<const std::string_view> parts) noexcept {
+    std::array<char, kMostOfRecord> together;
+    std::size_t size = 0;
+    for (const std::string_view part : parts) {
+        if (size == 0 && part.size() >= together.size())
+            return Write(part);
+        size += part.copy(together.data() + size, together.size() - size);
+    }
+    return Write({together.data(), size});
 }
 
 void Stream::EndSending() noexcept {

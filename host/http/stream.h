@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,10 @@ public:
     static constexpr ssize_t kBroken = TlsSession::kBroken;
     ssize_t Read(char* bytes, std::size_t size) noexcept;
     ssize_t Write(std::string_view bytes) noexcept; // may take a part
+    // The same of several parts that belong together, at most kMostParts: as one packet and one record of TLS
+    // where that is possible.
+    static constexpr std::size_t kMostParts = 4;
+    ssize_t Write(std::span<const std::string_view> parts) noexcept;
     [[nodiscard]] short Awaits() const noexcept { return m_awaits; }
 
     // Puts back what was read too far: the next Read gives it. Under TLS alone, where nothing can be peeked.
@@ -47,6 +52,8 @@ public:
 
 private:
     ssize_t Outcome(ssize_t result, short events) noexcept;
+    ssize_t WriteGathered(std::span<const std::string_view> parts) noexcept;
+    ssize_t WriteTogether(std::span<const std::string_view> parts) noexcept;
 
     Descriptor m_socket;
     std::unique_ptr<TlsSession> m_tls;

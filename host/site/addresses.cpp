@@ -104,16 +104,16 @@ void LivePage(const Site& site, Visit& visit) {
 void Tiles(const Site& site, Visit& visit) {
     const Offered offered{.settings = site.access.Offers(visit.signIn, Who::Admin),
                           .links = site.access.Offers(visit.signIn, Who::LinkMaker)};
-    const Sessions::Held held = visit.HoldSession();
-    site.live.RunTiles(visit.Take(), visit.request, offered);
+    auto held = visit.TakeHeld();
+    site.live.StartTiles(visit.Take(), visit.request, offered, std::move(held));
 }
 
 void MotionJpeg(const Site& site, Visit& visit) {
-    const Sessions::Held held = visit.HoldSession();
-    if (const FeedPtr camera = site.live.CameraOf(visit.rest))
-        site.live.SendMotionJpeg(visit.Last(), camera, visit.IsHead());
-    else
-        visit.Send(Answer::Text(404, "There is no camera of that name."));
+    const FeedPtr camera = site.live.CameraOf(visit.rest);
+    if (!camera)
+        return visit.Send(Answer::Text(404, "There is no camera of that name."));
+    auto held = visit.TakeHeld();
+    site.live.SendMotionJpeg(visit.Take(), camera, visit.IsHead(), std::move(held));
 }
 
 void Snapshot(const Site& site, Visit& visit) {
@@ -127,11 +127,11 @@ void ViewPage(const Site& site, Visit& visit) {
 }
 
 void ViewStream(const Site& site, Visit& visit) {
-    const Sessions::Held held = visit.HoldSession();
-    if (kit::SourcePtr source = site.view.SourceOf(visit.rest))
-        site.view.Run(visit.Take(), visit.request, std::move(source));
-    else
-        visit.Send(Answer::Text(404, "There is no source of that name."));
+    kit::SourcePtr source = site.view.SourceOf(visit.rest);
+    if (!source)
+        return visit.Send(Answer::Text(404, "There is no source of that name."));
+    auto held = visit.TakeHeld();
+    site.view.Start(visit.Take(), visit.request, std::move(source), std::move(held));
 }
 
 void TinyPage(const Site& site, Visit& visit) {
@@ -207,7 +207,7 @@ void PhoneStream(const Site& site, Visit& visit) {
     const auto handler = site.mobile.HandlerOf(visit.request, true);
     const auto refused =
         handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn, std::move(visit.place),
-                                       *handler, [&visit] { visit.LeavePlace(); })
+                                       *handler, [&visit] { visit.ShareSeat()->Leave(); })
                 : Answer::Text(404, "There is nothing here.");
     if (refused)
         visit.SendLast(*refused);
@@ -289,10 +289,12 @@ void LeavePhone(const Site& site, Visit& visit) {
 }
 
 void PhoneSocket(const Site& site, Visit& visit) {
-    if (const auto phone = site.phone.PhoneOf(visit.request))
-        site.phone.RunSocket(visit.Take(), visit.request, *phone, [&visit] { visit.LeavePlace(); });
-    else
-        visit.Send(PhonePages::NoPhone());
+    const auto phone = site.phone.PhoneOf(visit.request);
+    if (!phone)
+        return visit.Send(PhonePages::NoPhone());
+    auto held = visit.TakeHeld();
+    site.phone.StartSocket(
+        visit.Take(), visit.request, *phone, [seat = visit.ShareSeat()] { seat->Leave(); }, std::move(held));
 }
 
 void PhonePicture(const Site& site, Visit& visit) {

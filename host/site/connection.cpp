@@ -168,9 +168,9 @@ void Serve(Visit& visit, const Site& site) {
 
 class Connection {
 public:
-    Connection(Descriptor socket, const PeerAddress& peer, const std::function<void()>& leave,
-               const Site& site)
-        : m_stream(std::move(socket)), m_arrival(m_stream), m_peer(peer), m_leave(leave), m_site(site) {}
+    Connection(Descriptor socket, const PeerAddress& peer, SeatPtr seat, const Site& site)
+        : m_seat(std::move(seat)), m_stream(std::move(socket)), m_arrival(m_stream), m_peer(peer),
+          m_site(site) {}
 
     void Run() {
         auto deadline = Clock::now() + m_site.limits.headDeadline;
@@ -190,7 +190,7 @@ public:
             if (!Introduce(*parsed.request))
                 return Refuse(Refusal::HeadInvalid, 400, "X-Forwarded-For names no address.");
             parsed.request->arrived = Clock::now();
-            Visit visit(m_stream, m_arrival, m_leave, std::move(*parsed.request), m_site);
+            Visit visit(m_stream, m_arrival, m_seat, std::move(*parsed.request), m_site);
             Serve(visit, m_site);
             if (!visit.GoesOn())
                 return;
@@ -210,7 +210,7 @@ public:
         const Address* const address = parsed.request ? FindAddress(request).address : nullptr;
         (void)Introduce(request);
         request.keepAlive = false;
-        Visit visit(m_stream, m_arrival, m_leave, std::move(request), m_site);
+        Visit visit(m_stream, m_arrival, m_seat, std::move(request), m_site);
         if (address != nullptr && address->place == Place::Kept)
             return Serve(visit, m_site);
         m_site.counters.Refuse(full);
@@ -301,14 +301,14 @@ private:
     // Refuses what is no request; the connection ends behind the answer.
     void Refuse(Refusal reason, unsigned status, std::string_view line) {
         m_site.counters.Refuse(reason);
-        Visit(m_stream, m_arrival, m_leave, Request{}, m_site).SendLast(Answer::Text(status, line));
+        Visit(m_stream, m_arrival, m_seat, Request{}, m_site).SendLast(Answer::Text(status, line));
     }
 
+    const SeatPtr m_seat; // let go of behind the socket
     Stream m_stream;
     const Arrival m_arrival;
     PeerAddress m_peer;
     bool m_byProxy = false; // what header fields say of the client counts
-    const std::function<void()>& m_leave;
     const Site& m_site;
 };
 
@@ -373,13 +373,19 @@ std::string Visit::AccountLine() const {
     return m_site.account.Line(request, signIn);
 }
 
-Sessions::Held Visit::HoldSession() const {
-    if (signIn.session.empty())
-        return nullptr;
-    auto held = m_site.access.sessions.Hold(signIn.session, m_stream.Fd());
-    if (!held) // it has ended since it was looked at
-        ::shutdown(m_stream.Fd(), SHUT_RDWR);
-    return held;
+std::shared_ptr<const void> Visit::TakeHeld() {
+    struct Held {
+        SeatPtr seat;
+        Shares::Share place;
+        Sessions::Held session;
+    };
+    Held held{m_seat, std::move(place), nullptr};
+    if (!signIn.session.empty()) {
+        held.session = m_site.access.sessions.Hold(signIn.session, m_stream.Fd());
+        if (!held.session) // it has ended since it was looked at
+            ::shutdown(m_stream.Fd(), SHUT_RDWR);
+    }
+    return std::make_shared<const Held>(std::move(held));
 }
 
 bool Visit::SendBytes(std::string_view bytes) {
@@ -392,10 +398,10 @@ Answer FullAnswer() {
     return answer;
 }
 
-void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
-                     const std::function<void()>& leave, const Site& site) noexcept {
+void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full, SeatPtr seat,
+                     const Site& site) noexcept {
     try {
-        Connection connection(std::move(socket), peer, leave, site);
+        Connection connection(std::move(socket), peer, std::move(seat), site);
         full ? connection.RunKept(*full) : connection.Run();
     } catch (const std::exception& error) {
         try {

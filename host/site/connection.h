@@ -1,7 +1,7 @@
 // One connection of the web server, and each request on it as what answers it sees it.
 #pragma once
 
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,13 +22,23 @@ namespace host {
 
 struct Site;
 
+// A connection that the web server has; it waits at its end for all of them to be let go of. Any thread.
+class Seat {
+public:
+    Seat() = default;
+    Seat(const Seat&) = delete;
+    Seat& operator=(const Seat&) = delete;
+    virtual ~Seat() = default;
+    // From now on it does not count among those that there may be. The end says so as well.
+    virtual void Leave() noexcept = 0;
+};
+using SeatPtr = std::shared_ptr<Seat>;
+
 // A request, and the ways to answer it. Belongs to the thread of the connection.
 class Visit {
 public:
-    // `leave` gives the connection's place back.
-    Visit(Stream& stream, const Arrival& arrival, const std::function<void()>& leave, Request made,
-          const Site& site)
-        : request(std::move(made)), m_stream(stream), m_arrival(arrival), m_leave(leave), m_site(site) {}
+    Visit(Stream& stream, const Arrival& arrival, const SeatPtr& seat, Request made, const Site& site)
+        : request(std::move(made)), m_stream(stream), m_arrival(arrival), m_seat(seat), m_site(site) {}
 
     const Request request;
     std::string_view rest{}; // of its path, behind the pattern of its address
@@ -59,15 +69,13 @@ public:
     // Offers it to somebody who takes its socket, or leaves it: then one of the calls above still has to
     // answer.
     [[nodiscard]] Stream& Offer() { return m_stream; }
-    // The connection, to write to: it ends behind the call.
-    [[nodiscard]] Stream& Last() { return m_stream; }
 
     // The line of who has signed in with a browser, for a page; HTML, empty for others.
     [[nodiscard]] std::string AccountLine() const;
-    // For a connection that lasts: it ends with the session. Null where there is none.
-    [[nodiscard]] Sessions::Held HoldSession() const;
-    // From now on it does not count among those that the web server may have.
-    void LeavePlace() const { m_leave(); }
+    // For a connection that goes on without this: what it takes up, to be let go of at its end. It ends with
+    // the session that it came with. Before the connection is taken.
+    [[nodiscard]] std::shared_ptr<const void> TakeHeld();
+    [[nodiscard]] const SeatPtr& ShareSeat() const noexcept { return m_seat; }
 
     // Whether the next request may come.
     [[nodiscard]] bool GoesOn() const noexcept { return m_goesOn; }
@@ -79,17 +87,16 @@ private:
 
     Stream& m_stream;
     const Arrival& m_arrival;
-    const std::function<void()>& m_leave;
+    const SeatPtr m_seat;
     const Site& m_site;
     bool m_goesOn = false;
 };
 
 // Serves requests until the peer leaves, a limit or the stop ends it, or the socket is handed over; of a
 // connection beyond a limit, `full`, one request that has a place kept. Never throws. What begins with a byte
-// of TLS is served under that, where the site has a certificate. `leave` gives the connection's place back
-// before its end.
-void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full,
-                     const std::function<void()>& leave, const Site& site) noexcept;
+// of TLS is served under that, where the site has a certificate.
+void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full, SeatPtr seat,
+                     const Site& site) noexcept;
 
 // Tells a peer that there are too many connections.
 [[nodiscard]] Answer FullAnswer();

@@ -21,16 +21,52 @@ constexpr std::chrono::milliseconds kRestWithoutDescriptors{100};
 
 } // namespace
 
+// The place of a connection among all and among those of its address.
+class Server::Taken final : public Seat {
+public:
+    // With m_mutex held.
+    Taken(Server& server, std::string key, bool probe)
+        : m_server(server), m_key(std::move(key)), m_probe(probe) {
+        for (Count* const count : {&m_server.m_all, &m_server.m_perAddress[m_key]})
+            ++(m_probe ? count->probes : count->held);
+        ++m_server.m_site.counters.open;
+        ++m_server.m_taken;
+    }
+    ~Taken() override {
+        Leave();
+        const std::lock_guard guard(m_server.m_mutex);
+        --m_server.m_taken;
+        m_server.m_ended.Signal();
+    }
+    void Leave() noexcept override {
+        const std::lock_guard guard(m_server.m_mutex);
+        if (std::exchange(m_left, true))
+            return;
+        --m_server.m_site.counters.open;
+        const auto ofAddress = m_server.m_perAddress.find(m_key);
+        for (Count* const count : {&m_server.m_all, &ofAddress->second})
+            --(m_probe ? count->probes : count->held);
+        if (ofAddress->second.held + ofAddress->second.probes == 0)
+            m_server.m_perAddress.erase(ofAddress);
+    }
+
+private:
+    Server& m_server;
+    const std::string m_key;
+    const bool m_probe; // beyond a limit: it may ask for what has places kept, and nothing else
+    bool m_left = false;
+};
+
 Server::Server(Listener listener, const Site& site)
     : m_site(site), m_listener(std::move(listener)), m_acceptor([this] { Accept(); }) {}
 
 Server::~Server() {
     m_acceptor.join();
-    // Each thread has seen the stop signal and ends; none waits for another.
+    // All have seen the stop signal and end; none waits for another.
     for (;;) {
         Reap();
         const std::lock_guard guard(m_mutex);
-        if (m_clients.empty() && m_finished.empty())
+        if (m_threads.empty() && m_finished.empty() && m_taken == 0)
             return;
         (void)WaitFor({.wakeup = &m_ended}, Clock::now() + std::chrono::milliseconds(1));
     }
@@ -71,48 +107,31 @@ std::optional<Refusal> Server::LimitReached(const Count& ofAddress, bool trusted
     return std::nullopt;
 }
 
-void Server::Leave(Client& client) {
-    if (std::exchange(client.left, true))
-        return;
-    --m_site.counters.open;
-    const auto ofAddress = m_perAddress.find(client.peer.key);
-    for (Count* const count : {&m_all, &ofAddress->second})
-        --(client.full ? count->probes : count->held);
-    if (ofAddress->second.held + ofAddress->second.probes == 0)
-        m_perAddress.erase(ofAddress);
-}
-
 void Server::Admit(Descriptor socket, PeerAddress peer) {
     Counters& counters = m_site.counters;
     ++counters.accepted;
     const int on = 1;
     ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    SeatPtr seat; // its end takes the mutex
     const std::lock_guard guard(m_mutex);
     const auto known = m_perAddress.find(peer.key);
     const Count before = known != m_perAddress.end() ? known->second : Count{};
     const auto full = LimitReached(before, m_site.proxies.Trusts(peer));
     if (full && (m_all.probes >= kProbePlaces || before.probes >= kProbesPerAddress))
         return Turn(socket, *full);
-    const auto client = m_clients.insert(m_clients.end(), Client{std::move(peer), full, false, {}});
-    for (Count* const count : {&m_all, &m_perAddress[client->peer.key]})
-        ++(full ? count->probes : count->held);
-    ++counters.open;
+    seat = std::make_shared<Taken>(*this, peer.key, full.has_value());
+    const auto thread = m_threads.emplace(m_threads.end());
     try {
         // The thread comes to its end only through the mutex that is held here.
-        client->thread = std::thread([this, client, taken = std::move(socket)]() mutable {
-            const std::function<void()> leave = [this, client] {
-                const std::lock_guard leaving(m_mutex);
-                Leave(*client);
-            };
-            ServeConnection(std::move(taken), client->peer, client->full, leave, m_site);
-            leave();
-            const std::lock_guard ending(m_mutex);
-            m_finished.splice(m_finished.end(), m_clients, client);
-            m_ended.Signal();
-        });
+        *thread = std::thread(
+            [this, thread, taken = std::move(socket), peer = std::move(peer), full, seat]() mutable {
+                ServeConnection(std::move(taken), peer, full, std::move(seat), m_site);
+                const std::lock_guard ending(m_mutex);
+                m_finished.splice(m_finished.end(), m_threads, thread);
+                m_ended.Signal();
+            });
     } catch (const std::system_error&) {
-        Leave(*client);
-        m_clients.erase(client);
+        m_threads.erase(thread);
         counters.Refuse(Refusal::NoThread);
     }
 }
@@ -127,13 +146,13 @@ void Server::Turn(const Descriptor& socket, Refusal reason) const {
 
 void Server::Reap() {
     m_ended.Clear();
-    Clients finished;
+    Threads finished;
     {
         const std::lock_guard guard(m_mutex);
         finished.swap(m_finished);
     }
-    for (Client& client : finished)
-        client.thread.join();
+    for (std::thread& thread : finished)
+        thread.join();
 }
 
 } // namespace host

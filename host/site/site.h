@@ -54,14 +54,14 @@ struct Site {
     explicit Site(const SiteParts& parts)
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
-          pageToken(RandomPassword()), shares(limits), language(parts.language),
-          cookie(UserCookie(parts.port)),
+          pageToken(RandomPassword()), shares(limits), loops(stop), senders(loops, limits, counters),
+          language(parts.language), cookie(UserCookie(parts.port)),
           phoneCookie(PhoneCookie(parts.port)), access{parts.authenticator, parts.sessions, cookie, counters,
                                                        parts.demo},
-          live{parts.feeds, parts.sources, limits, counters, stop, parts.demo},
-          view{parts.sources, parts.packers, limits, counters, stop}, tiny{parts.feeds, parts.sources,
-                                                                           parts.packers, limits.staleAfter,
-                                                                           parts.language},
+          live{parts.feeds, parts.sources, limits, counters, stop, parts.demo, loops, senders},
+          view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
+                                                                            parts.packers, limits.staleAfter,
+                                                                            parts.language},
           monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
                                                                                   parts.language, pageToken,
                                                                                   parts.certificates},
@@ -75,6 +75,7 @@ struct Site {
                 phoneCookie,
                 limits,
                 stop,
+                loops,
                 language,
                 [this](std::string_view token) { return links.Spend(token); }},
           trust{parts.certificates, language}, account{parts.authenticator, parts.sessions, cookie, language,
@@ -91,6 +92,9 @@ struct Site {
     // A page of this host sends it with each change; a page of another site cannot know it.
     const std::string pageToken;
     mutable ShareTable shares; // thread-safe
+    // Watchers and pages, on threads that they share.
+    mutable EventLoops loops;
+    mutable LiveSenders senders;
     // The server's, for whoever asks for none that there are texts in.
     const std::string language;
 

@@ -1,6 +1,8 @@
 // What phones and browsers get of the component's content.
 
 #include <fstream>
+#include <mutex>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -145,7 +147,15 @@ TEST(Mobile, ABrowserKeepsToTheGrantsOfAPhone) {
         return until("pong") == R"({"type":"pong","at":5.0})";
     };
     const auto show = [&page](char number) { return page.Say(std::string{0, 0, 0, number, 'j', number}, 2); };
+    std::unique_lock busy(rig.handler->m_busy);
     page.Say(R"({"type":"state","state":"running","facing":"user","width":1,"height":1,"rate":1})");
+    EXPECT_TRUE(support::Eventually([&] { return rig.handler->m_waiting == 1; }));
+    std::vector<Page> others; // on each loop one at least
+    for (unsigned i = 0; i < 2 * std::thread::hardware_concurrency(); ++i) {
+        others.emplace_back(rig.Port(), std::string(Rig::kViewer), "/view/clock");
+        EXPECT_TRUE(others.back().SayAndBeHeard("set fps=1")) << "nobody else waits for it";
+    }
+    busy.unlock();
     EXPECT_EQ(until("watched"), R"({"type":"watched","watched":false})");
     ASSERT_EQ(rig.handler->Processed().size(), 1U);
     const FakeWebHandler::Call call = rig.handler->Processed()[0];

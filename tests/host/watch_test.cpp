@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "host/rig.h"
@@ -227,11 +228,16 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
     EXPECT_LE(rig.counters.sent, 10U) << "what is in the queue is all that waits";
 }
 
+std::ptrdiff_t Threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
 TEST(Stop, EndsEveryConnectionLongBeforeItsDeadline) {
     Rig rig(LongLimits());
     const CamPtr yard = rig.AddCamera("yard");
     const std::string noise = MakeNoise(640, 480);
     yard->Show(noise);
+    const auto before = Threads();
     std::vector<Client> clients;
     for (int i = 0; i < 6; ++i) {
         for (const std::string& said :
@@ -241,6 +247,8 @@ TEST(Stop, EndsEveryConnectionLongBeforeItsDeadline) {
         clients.push_back(Page(rig.Port())); // acknowledges nothing
     }
     ASSERT_TRUE(Eventually([&] { return rig.counters.Watchers() == 12; }));
+    EXPECT_TRUE(Eventually([&] { return Threads() <= before + 18; })) << "a watcher has none of its own";
+    EXPECT_EQ(rig.counters.open, 30U) << "but a place";
     std::atomic<bool> more{true};
     std::jthread camera([&] {
         for (int i = 0; more; ++i) {

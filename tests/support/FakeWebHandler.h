@@ -27,6 +27,9 @@ public:
     // What the operations answer.
     std::atomic<HRESULT> m_processResult{S_OK};
     std::atomic<HRESULT> m_requestResult{S_OK};
+    // Whoever holds it has a Process wait, as while the settings are changed.
+    std::mutex m_busy;
+    std::atomic<int> m_waiting{0};
     std::string m_answerBody = "<settings/>";
     std::u16string m_answerHead = u"Content-Type: text/xml\r\n";
 
@@ -56,6 +59,9 @@ public:
         return S_OK;
     }
     HRESULT Process(const char16_t* path, SOCKET socket, BSTR head) override {
+        ++m_waiting;
+        const std::lock_guard busy(m_busy);
+        --m_waiting;
         const std::lock_guard guard(m_mutex);
         m_processed.push_back({platform::ToUtf8(path), platform::ToNarrow(platform::ViewOf(head)), socket});
         return m_processResult;

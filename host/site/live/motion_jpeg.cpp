@@ -1,4 +1,16 @@
+#include "host/site/live/motion_jpeg.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <list>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -6,12 +18,14 @@
 
 #include "host/http/answer.h"
 #include "host/http/wire.h"
+#include "host/log/console.h"
 #include "host/site/live/pages.h"
 
 namespace host {
 namespace {
 
-constexpr std::string_view kBoundary = "morrowstream-picture";
+using JpegPtr = std::shared_ptr<const std::string>;
+
 // How often the send queue is looked at while the last picture is still in it; nothing tells when it is
 // empty.
 constexpr std::chrono::milliseconds kQueuePoll{5};
@@ -21,113 +35,332 @@ int QueuedBytes(int fd) {
     return ::ioctl(fd, SIOCOUTQ, &queued) == 0 ? queued : 0;
 }
 
-class LiveStream {
-public:
-    LiveStream(Stream& stream, const FeedPtr& feed, const LivePages& pages)
-        : m_stream(stream), m_fd(stream.Fd()), m_feed(feed), m_pages(pages), m_watch(feed, m_wakeup) {}
+} // namespace
 
-    void Run() {
-        m_lastPicture = m_sentAt = Clock::now();
-        if (!Send("--" + std::string(kBoundary) + kPartHead))
-            return;
-        while (Step()) {
-        }
-    }
+// The groups of one loop, by camera.
+class LiveSenders::Board {
+public:
+    Board(EventLoop& loop, const Limits& limits, Counters& counters)
+        : m_loop(loop), m_limits(limits), m_counters(counters) {}
+    ~Board();
+
+    void Add(WatcherPtr watcher, const FeedPtr& feed);
+    void End(WatcherPtr watcher);
+    // Calls a group, which may be at its end behind that.
+    void Visit(const CameraFeed* key, const std::function<void(Group&)>& call);
 
 private:
-    // A browser shows a part when the next one begins. So the head of the next part follows each picture in
-    // the same write, and that is also why no part can tell its length.
-    static constexpr const char* kPartHead = "\r\nContent-Type: image/jpeg\r\n\r\n";
+    EventLoop& m_loop;
+    const Limits& m_limits;
+    Counters& m_counters;
+    std::map<const CameraFeed*, Group> m_groups;
+};
 
-    bool Send(std::string_view bytes) {
-        return SendAll(m_stream, bytes, m_pages.stop, m_pages.limits.writeStall) == SendResult::Sent;
+// What all watchers of a camera on one loop share.
+class LiveSenders::Group {
+public:
+    using Watchers = std::list<WatcherPtr>;
+
+    Group(Board& board, EventLoop& loop, FeedPtr feed, const Limits& limits, Counters& counters);
+
+    void Add(WatcherPtr watcher);
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_watchers.empty(); }
+    // Those that have ended since.
+    [[nodiscard]] Watchers TakeEnded() noexcept { return std::exchange(m_ended, {}); }
+
+    // What a watcher needs of it.
+    const Limits& limits;
+    Counters& counters;
+    [[nodiscard]] JpegPtr Placeholder(const kit::Picture* last);
+
+private:
+    void OnPicture();
+    void OnTime();
+    void OnEvents(Watcher& watcher, std::uint32_t events);
+    void LookAll(Clock::time_point dueBy);
+    bool Look(Watcher& watcher, const kit::PicturePtr& newest, Clock::time_point now);
+    void End(Watcher& watcher);
+    void EndAll() { m_ended.splice(m_ended.end(), m_watchers); }
+    void Await(Clock::time_point due);
+    // Calls an operation of this group, if it is there then.
+    template <class Call>
+    [[nodiscard]] auto Later(Call call) {
+        return [&board = m_board, key = m_feed.Get(), call](auto... arguments) {
+            board.Visit(key, [&](Group& group) { call(group, arguments...); });
+        };
     }
 
-    bool SendPart(std::string_view jpeg) {
-        std::string part;
-        part.reserve(jpeg.size() + 96);
-        part.append(jpeg).append("\r\n--").append(kBoundary).append(kPartHead);
-        m_sentAt = Clock::now();
-        return Send(part);
-    }
+    Board& m_board;
+    EventLoop& m_loop;
+    const FeedPtr m_feed;
+    Wakeup m_wakeup;
+    const FeedWatch m_watch;
+    Watchers m_watchers;
+    Watchers m_ended;
+    EventLoop::Timer m_timer;
+    Clock::time_point m_timerAt = Clock::time_point::max();
+    kit::PlaneLayout m_placeholderLayout;
+    JpegPtr m_placeholder;
+    const EventLoop::AtStop m_stop;
+    const EventLoop::Interest m_pictures; // last: it calls what is above
+};
 
-    // One picture sent, or one wait. False at the end.
-    bool Step() {
-        m_wakeup.Clear();
-        const auto now = Clock::now();
-        const kit::PicturePtr picture = m_feed->Newest();
-        if (picture)
-            m_lastPicture = std::max(m_lastPicture, picture->Arrival());
-        const bool fresh = picture && now - picture->Arrival() < m_pages.limits.staleAfter;
-        if (fresh && picture->Sequence() != m_sequence)
-            return QueuedBytes(m_fd) == 0 ? SendPicture(*picture) : WaitForQueue(now);
+// One connection.
+class LiveSenders::Watcher {
+public:
+    Watcher(EventLoop& loop, Stream stream, std::shared_ptr<const void> held, Counters& counters)
+        : m_held(std::move(held)), m_load(loop), m_watching(counters, SessionKind::Live),
+          m_stream(std::move(stream)), m_lastPicture(Clock::now()), m_sentAt(m_lastPicture) {}
+
+    void Begin(EventLoop& loop, std::function<void(std::uint32_t)> happened) {
+        m_interest.emplace(loop, m_stream.Fd(), EPOLLRDHUP, std::move(happened));
+    }
+    // What it held, for whoever ends it to let go of.
+    [[nodiscard]] std::shared_ptr<const void> TakeHeld() noexcept { return std::move(m_held); }
+
+    // Sends what is due and can be sent now. False at the end.
+    bool Look(Group& group, const kit::PicturePtr& newest, Clock::time_point now) {
+        for (;;) {
+            if (m_jpeg && !Write(group, now))
+                return false;
+            if (m_jpeg)
+                return true;
+            const Turn turn = Choose(group, newest, now);
+            if (turn != Turn::Sends)
+                return turn == Turn::Waits;
+        }
+    }
+    // When to look at it if nothing else happens.
+    [[nodiscard]] Clock::time_point Due() const noexcept { return m_due; }
+
+private:
+    enum class Turn { Sends, Waits, Ends };
+
+    Turn Choose(Group& group, const kit::PicturePtr& newest, Clock::time_point now) {
+        const Limits& limits = group.limits;
+        if (newest)
+            m_lastPicture = std::max(m_lastPicture, newest->Arrival());
+        const bool fresh = newest && now - newest->Arrival() < limits.staleAfter;
+        if (fresh && newest->Sequence() != m_sequence) {
+            if (QueuedBytes(m_stream.Fd()) == 0)
+                return Take(newest, group.counters, now);
+            m_due = now + kQueuePoll;
+            return now - m_sentAt > limits.writeStall ? Turn::Ends : Turn::Waits;
+        }
         // Nothing was shown yet and the newest picture is an old one: there is nothing to wait for.
         const auto silentSince =
-            picture && m_sequence == 0 && !m_placeholder ? picture->Arrival() : m_lastPicture;
-        const auto placeholderAt = silentSince + m_pages.limits.staleAfter;
-        if (!m_placeholder && !fresh && now >= placeholderAt)
-            return SendPlaceholder(picture.get());
-        return Wait(m_placeholder ? now + std::chrono::minutes(1) : std::max(placeholderAt, now));
+            newest && m_sequence == 0 && !m_showsPlaceholder ? newest->Arrival() : m_lastPicture;
+        const auto placeholderAt = silentSince + limits.staleAfter;
+        if (!m_showsPlaceholder && !fresh && now >= placeholderAt) {
+            m_showsPlaceholder = true;
+            return Send(group.Placeholder(newest.get()), now);
+        }
+        m_due = m_showsPlaceholder ? Clock::time_point::max() : placeholderAt;
+        return Turn::Waits;
     }
 
-    bool SendPicture(const kit::Picture& picture) {
-        const std::string& jpeg = picture.Jpeg();
-        if (m_sequence != 0 && picture.Sequence() > m_sequence + 1)
-            m_pages.counters.skipped += picture.Sequence() - m_sequence - 1;
-        m_sequence = picture.Sequence();
-        if (jpeg.empty())
+    Turn Take(const kit::PicturePtr& newest, Counters& counters, Clock::time_point now) {
+        if (m_sequence != 0 && newest->Sequence() > m_sequence + 1)
+            counters.skipped += newest->Sequence() - m_sequence - 1;
+        m_sequence = newest->Sequence();
+        const JpegPtr jpeg(newest, &newest->Jpeg());
+        if (jpeg->empty())
+            return Turn::Sends; // as if it had been
+        m_showsPlaceholder = false;
+        ++counters.sent;
+        return Send(jpeg, now);
+    }
+
+    Turn Send(JpegPtr jpeg, Clock::time_point now) {
+        m_jpeg = std::move(jpeg);
+        m_written = 0;
+        m_sentAt = m_movedAt = now;
+        return Turn::Sends;
+    }
+
+    // False when the connection is at its end.
+    bool Write(const Group& group, Clock::time_point now) {
+        const std::size_t all = m_jpeg->size() + kNextPart.size();
+        while (m_written < all) {
+            const std::size_t ofPicture = std::min(m_written, m_jpeg->size());
+            const std::array<std::string_view, 2> parts{std::string_view(*m_jpeg).substr(ofPicture),
+                                                        kNextPart.substr(m_written - ofPicture)};
+            const ssize_t sent = m_stream.Write(parts);
+            if (sent > 0) {
+                m_written += static_cast<std::size_t>(sent);
+                m_movedAt = now;
+                continue;
+            }
+            m_due = m_movedAt + group.limits.writeStall;
+            if (sent != Stream::kAgain || now >= m_due)
+                return false;
+            m_interest->Change(EPOLLRDHUP | (m_stream.Awaits() == POLLIN ? EPOLLIN : EPOLLOUT));
             return true;
-        m_placeholder = false;
-        ++m_pages.counters.sent;
-        return SendPart(jpeg);
+        }
+        m_jpeg = nullptr;
+        m_interest->Change(EPOLLRDHUP);
+        return true;
     }
 
-    bool SendPlaceholder(const kit::Picture* last) {
-        m_placeholder = true;
-        const int width = last != nullptr ? last->Layout().width : 320;
-        const int height = last != nullptr ? last->Layout().height : 240;
-        return SendPart(kit::DrawPlaceholder(width, height));
-    }
-
-    bool Wait(Clock::time_point until) {
-        const Waited waited = WaitFor(
-            {.socket = m_fd, .socketEvents = POLLRDHUP, .wakeup = &m_wakeup, .stop = &m_pages.stop}, until);
-        return waited == Waited::Woken || waited == Waited::Timeout;
-    }
-
-    bool WaitForQueue(Clock::time_point now) {
-        if (now - m_sentAt > m_pages.limits.writeStall)
-            return false;
-        const Waited waited =
-            WaitFor({.socket = m_fd, .socketEvents = POLLRDHUP, .stop = &m_pages.stop}, now + kQueuePoll);
-        return waited == Waited::Timeout;
-    }
-
-    Stream& m_stream;
-    const int m_fd;
-    const FeedPtr m_feed;
-    const LivePages& m_pages;
-    Wakeup m_wakeup;
-    FeedWatch m_watch;
+    std::shared_ptr<const void> m_held;
+    const EventLoop::Load m_load;
+    const WatchGuard m_watching;
+    Stream m_stream;
+    std::optional<EventLoop::Interest> m_interest;
+    JpegPtr m_jpeg; // that is under way, and how much of it and of what follows it has gone
+    std::size_t m_written = 0;
     std::uint64_t m_sequence = 0;    // of the last picture sent
     Clock::time_point m_lastPicture; // when it was last known that the camera lives
     Clock::time_point m_sentAt;
-    bool m_placeholder = false; // the watcher sees the placeholder
+    Clock::time_point m_movedAt;
+    Clock::time_point m_due;
+    bool m_showsPlaceholder = false;
 };
 
-} // namespace
+LiveSenders::Group::Group(Board& board, EventLoop& loop, FeedPtr feed, const Limits& ofHost,
+                          Counters& ofServer)
+    : limits(ofHost), counters(ofServer), m_board(board), m_loop(loop), m_feed(std::move(feed)),
+      m_watch(m_feed, m_wakeup), m_timer(loop), m_stop(loop, Later([](Group& group) { group.EndAll(); })),
+      m_pictures(loop, m_wakeup.Fd(), EPOLLIN,
+                 Later([](Group& group, std::uint32_t) { group.OnPicture(); })) {}
 
-void LivePages::SendMotionJpeg(Stream& stream, const FeedPtr& feed, bool headOnly) const {
+void LiveSenders::Group::Add(WatcherPtr watcher) {
+    Watcher& added = *m_watchers.emplace_back(std::move(watcher));
+    try {
+        added.Begin(m_loop,
+                    Later([&added](Group& group, std::uint32_t events) { group.OnEvents(added, events); }));
+    } catch (const std::exception&) {
+        End(added); // no memory in the system
+        return;
+    }
+    (void)Look(added, m_feed->Newest(), Clock::now());
+}
+
+JpegPtr LiveSenders::Group::Placeholder(const kit::Picture* last) {
+    kit::PlaneLayout layout{.width = 320, .height = 240};
+    if (last != nullptr)
+        layout = last->Layout();
+    if (!m_placeholder || layout != m_placeholderLayout) {
+        m_placeholder =
+            std::make_shared<const std::string>(kit::DrawPlaceholder(layout.width, layout.height));
+        m_placeholderLayout = layout;
+    }
+    return m_placeholder;
+}
+
+void LiveSenders::Group::OnPicture() {
+    m_wakeup.Clear();
+    LookAll(Clock::time_point::max());
+}
+
+void LiveSenders::Group::OnTime() {
+    m_timerAt = Clock::time_point::max();
+    LookAll(Clock::now());
+}
+
+void LiveSenders::Group::OnEvents(Watcher& watcher, std::uint32_t events) {
+    if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)
+        End(watcher);
+    else
+        (void)Look(watcher, m_feed->Newest(), Clock::now());
+}
+
+// Those that are due by then, or all.
+void LiveSenders::Group::LookAll(Clock::time_point dueBy) {
+    const auto now = Clock::now();
+    const kit::PicturePtr newest = m_feed->Newest();
+    auto next = Clock::time_point::max();
+    for (auto at = m_watchers.begin(); at != m_watchers.end();) {
+        Watcher& watcher = **at++; // before it ends
+        if (watcher.Due() > dueBy || Look(watcher, newest, now))
+            next = std::min(next, watcher.Due());
+    }
+    Await(next);
+}
+
+bool LiveSenders::Group::Look(Watcher& watcher, const kit::PicturePtr& newest, Clock::time_point now) {
+    bool goesOn = false;
+    try {
+        goesOn = watcher.Look(*this, newest, now);
+    } catch (const std::exception& error) {
+        Console::Get().Log("error", std::string("a watcher's connection ended: ") + error.what());
+    }
+    goesOn ? Await(watcher.Due()) : End(watcher);
+    return goesOn;
+}
+
+void LiveSenders::Group::End(Watcher& watcher) {
+    const auto at = std::ranges::find(m_watchers, &watcher, &WatcherPtr::get);
+    m_ended.splice(m_ended.end(), m_watchers, at);
+}
+
+// A timer that comes too early finds nothing to do, and costs less than one that is set anew for each
+// picture.
+void LiveSenders::Group::Await(Clock::time_point due) {
+    if (due >= m_timerAt)
+        return;
+    m_timerAt = due;
+    m_timer.At(due, Later([](Group& group) { group.OnTime(); }));
+}
+
+LiveSenders::Board::~Board() = default;
+
+void LiveSenders::Board::Add(WatcherPtr watcher, const FeedPtr& feed) {
+    m_groups.try_emplace(feed.Get(), *this, m_loop, feed, m_limits, m_counters);
+    Visit(feed.Get(), [&](Group& group) { group.Add(std::move(watcher)); });
+}
+
+void LiveSenders::Board::End(WatcherPtr watcher) {
+    std::shared_ptr<const void> held = watcher->TakeHeld();
+    watcher.reset();
+    // It may be locked by somebody who writes to a disk.
+    EventLoop::Elsewhere([held = std::move(held)]() mutable { held.reset(); });
+}
+
+// The server forgets a connection with what it held; nothing of the group is left by then.
+void LiveSenders::Board::Visit(const CameraFeed* key, const std::function<void(Group&)>& call) {
+    const auto at = m_groups.find(key);
+    if (at == m_groups.end())
+        return;
+    call(at->second);
+    Group::Watchers ended = at->second.TakeEnded();
+    if (at->second.IsEmpty())
+        m_groups.erase(at);
+    while (!ended.empty()) {
+        WatcherPtr watcher = std::move(ended.front());
+        ended.pop_front();
+        End(std::move(watcher));
+    }
+}
+
+LiveSenders::LiveSenders(EventLoops& loops, const Limits& limits, Counters& counters)
+    : m_loops(loops), m_limits(limits), m_counters(counters), m_boards(loops.Count()) {}
+
+LiveSenders::~LiveSenders() = default;
+
+void LiveSenders::Add(Stream stream, FeedPtr feed, std::shared_ptr<const void> held) {
+    EventLoop& loop = m_loops.Choose();
+    auto watcher = std::make_shared<Watcher>(loop, std::move(stream), std::move(held), m_counters);
+    loop.Post([this, &loop, watcher = std::move(watcher), feed = std::move(feed)]() mutable {
+        auto& board = m_boards[loop.Number()];
+        if (!board)
+            board = std::make_unique<Board>(loop, m_limits, m_counters);
+        loop.IsStopping() ? board->End(std::move(watcher)) : board->Add(std::move(watcher), feed);
+    });
+}
+
+void LivePages::SendMotionJpeg(Stream stream, const FeedPtr& feed, bool headOnly,
+                               std::shared_ptr<const void> held) const {
     const int buffer = kWatcherSendBuffer;
     ::setsockopt(stream.Fd(), SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
     Answer head;
-    head.type = "multipart/x-mixed-replace; boundary=" + std::string(kBoundary);
+    head.type = LiveSenders::kType;
     head.headers["Cache-Control"] = "no-store";
-    const std::string bytes = Serialize(head, {.headOnly = headOnly, .openEnded = true});
-    if (SendAll(stream, bytes, stop, limits.writeStall) != SendResult::Sent || headOnly)
-        return;
-    const WatchGuard watching(counters, SessionKind::Live);
-    LiveStream(stream, feed, *this).Run();
+    std::string bytes = Serialize(head, {.headOnly = headOnly, .openEnded = true});
+    if (!headOnly)
+        bytes += LiveSenders::kFirstPart;
+    if (SendAll(stream, bytes, stop, limits.writeStall) == SendResult::Sent && !headOnly)
+        senders.Add(std::move(stream), feed, std::move(held));
 }
 
 } // namespace host

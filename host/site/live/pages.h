@@ -4,9 +4,11 @@
 #include "host/base/counters.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
+#include "host/http/event_loop.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
+#include "host/site/live/motion_jpeg.h"
 #include "host/sources/source_table.h"
 
 namespace host {
@@ -24,6 +26,8 @@ struct LivePages {
     Counters& counters;
     const Wakeup& stop;
     const bool demo; // which the live page tells
+    EventLoops& loops;
+    LiveSenders& senders;
 
     // The camera of a percent-encoded name; null when there is none.
     [[nodiscard]] FeedPtr CameraOf(std::string_view encoded) const;
@@ -31,20 +35,21 @@ struct LivePages {
     // /snapshot/NAME.jpg: the newest picture. `file` is what stands behind "/snapshot/".
     [[nodiscard]] Answer Snapshot(std::string_view file) const;
 
-    // /live/NAME: motion JPEG for everything that is not the page. Sends pictures until the watcher leaves,
-    // stalls, or the server stops. A watcher gets the newest picture only, and the next one when the one
-    // before has left this machine; what came between is skipped.
-    void SendMotionJpeg(Stream& stream, const FeedPtr& feed, bool headOnly) const;
+    // /live/NAME: motion JPEG for everything that is not the page. Takes the connection, sends the head of
+    // the answer, and leaves the rest to the senders; `held` is let go of at the connection's end.
+    void SendMotionJpeg(Stream stream, const FeedPtr& feed, bool headOnly,
+                        std::shared_ptr<const void> held) const;
 
     // /tiles: the one connection of the page, a WebSocket with the state of all cameras and their pictures.
-    // Takes the socket and returns when the page has left or the server stops. The request asks for a
-    // WebSocket. `offered`: what the page may offer to its visitor.
+    // Takes the connection, whose request asks for a WebSocket, and lets go of `held` when the page has left
+    // or the server stops. `offered`: what the page may offer to its visitor.
     //
     // To the page, text: {"type":"state",...}, at once, on every change and as a heartbeat. To the page,
     // binary: one picture behind a header of 20 bytes: u8 1, u8 0, u16 0, u32 camera number, u32 sequence
     // number, u64 time of arrival in Unix milliseconds; all little-endian. From the page, text: see
     // TileBoard.
-    void RunTiles(Stream stream, const Request& request, const Offered& offered) const;
+    void StartTiles(Stream stream, const Request& request, const Offered& offered,
+                    std::shared_ptr<const void> held) const;
 };
 
 } // namespace host

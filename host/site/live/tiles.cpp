@@ -49,12 +49,12 @@ std::string StateJson(const LivePages& pages, const Offered& offered) {
 class TilesSession final : public PageSocket {
 public:
     TilesSession(Stream stream, const Request& request, const Offered& offered, const LivePages& pages)
-        : PageSocket(std::move(stream), request, pages.limits, pages.stop), m_pages(pages),
-          m_offered(offered), m_heartbeat(MakeTimer()),
-          m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
+        : PageSocket(pages.loops.Choose(), std::move(stream), request, pages.limits),
+          m_watching(pages.counters, SessionKind::Tiles), m_pages(pages), m_offered(offered),
+          m_heartbeat(MakeTimer()), m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
         m_pages.feeds.AddWatcher(m_tableChange);
     }
-    ~TilesSession() { m_pages.feeds.RemoveWatcher(m_tableChange); }
+    ~TilesSession() override { m_pages.feeds.RemoveWatcher(m_tableChange); }
 
 private:
     void OnOpen() override {
@@ -97,6 +97,7 @@ private:
         }
     }
 
+    const WatchGuard m_watching;
     const LivePages& m_pages;
     const Offered m_offered;
     Wakeup m_newPicture;
@@ -112,9 +113,10 @@ private:
 
 } // namespace
 
-void LivePages::RunTiles(Stream stream, const Request& request, const Offered& offered) const {
-    const WatchGuard watching(counters, SessionKind::Tiles);
-    TilesSession(std::move(stream), request, offered, *this).Run();
+void LivePages::StartTiles(Stream stream, const Request& request, const Offered& offered,
+                           std::shared_ptr<const void> held) const {
+    PageSocket::Start(std::make_unique<TilesSession>(std::move(stream), request, offered, *this),
+                      std::move(held));
 }
 
 } // namespace host

@@ -31,16 +31,15 @@ constexpr std::size_t kMostMessageBytes = 128 * 1024;
 
 class PhoneSocket final : public PageSocket {
 public:
-    PhoneSocket(Stream stream, const Request& request, const Limits& limits, const Wakeup& stop,
-                PhoneTalk& talk, const std::function<void()>& begun)
-        : PageSocket(std::move(stream), request, limits, stop, {kMostMessageBytes, kRestart}), m_talk(talk),
-          m_begun(begun), m_tick(MakeTimer()) {}
-    ~PhoneSocket() = default;
+    PhoneSocket(EventLoop& loop, Stream stream, const Request& request, const Limits& limits,
+                std::unique_ptr<PhoneTalk> talk, std::function<void()> begun)
+        : PageSocket(loop, std::move(stream), request, limits, {kMostMessageBytes, kRestart}),
+          m_talk(std::move(talk)), m_begun(std::move(begun)), m_tick(MakeTimer()) {}
 
 private:
     void OnOpen() override {
-        Watch(m_talk.Signal(), [this] {
-            m_talk.Wake();
+        Watch(m_talk->Signal(), [this] {
+            m_talk->Wake();
             Step();
         });
         AwaitTick();
@@ -54,7 +53,7 @@ private:
     }
 
     bool OnMessage(std::string_view message) override {
-        if (!m_talk.OnText(message, Clock::now()))
+        if (!m_talk->OnText(message, Clock::now()))
             return false;
         Step();
         return true;
@@ -62,37 +61,44 @@ private:
 
     bool OnBinary(std::string_view message) override {
         const auto picture = ReadPagePicture(message);
-        if (!picture || !m_talk.OnPicture(*picture, Clock::now()))
+        if (!picture || !m_talk->OnPicture(*picture, Clock::now()))
             return false;
         Step();
         return true;
     }
 
     void SendNext() override {
-        if (m_message = m_talk.Next(); !m_message.empty())
+        if (m_message = m_talk->Next(); !m_message.empty())
             Text(m_message);
-        else if (m_talk.Ended())
-            Close(*m_talk.Ended());
+        else if (m_talk->Ended())
+            Close(*m_talk->Ended());
     }
 
+    // An upload begins with the server's lock, which somebody may hold who changes the settings.
     void Step() {
-        m_talk.Step(Clock::now());
-        if (m_talk.IsReady() && !std::exchange(m_hasBegun, true))
+        if (m_talk->MayWait(Clock::now()))
+            return Elsewhere([this] { m_talk->Step(Clock::now()); }, [this] { Look(); });
+        m_talk->Step(Clock::now());
+        Look();
+    }
+
+    void Look() {
+        if (m_talk->IsReady() && !std::exchange(m_hasBegun, true))
             m_begun();
         AwaitComponent();
     }
 
     void AwaitComponent() {
-        const int fd = m_talk.Fd();
-        if (fd < 0 || m_upload != m_talk.Uploads()) {
-            m_upload = m_talk.Uploads();
+        const int fd = m_talk->Fd();
+        if (fd < 0 || m_upload != m_talk->Uploads()) {
+            m_upload = m_talk->Uploads();
             m_component = fd < 0 ? nullptr : MakeSide(fd);
             m_reads = m_writes = false;
         }
         if (fd < 0)
             return;
         Await(POLLIN, m_reads);
-        if (m_talk.AwaitsWrite())
+        if (m_talk->AwaitsWrite())
             Await(POLLOUT, m_writes);
     }
 
@@ -107,8 +113,8 @@ private:
         });
     }
 
-    PhoneTalk& m_talk;
-    const std::function<void()>& m_begun;
+    const std::unique_ptr<PhoneTalk> m_talk;
+    const std::function<void()> m_begun;
     TimerPtr m_tick;
     SidePtr m_component; // of the upload with that number
     unsigned m_upload = 0;
@@ -121,8 +127,8 @@ private:
 } // namespace
 
 PhonePages::PhonePages(const BridgeParts& parts, const SessionCookie& cookie, const Limits& limits,
-                       const Wakeup& stop, const std::string& language, Spend spend)
-    : m_parts(parts), m_cookie(cookie), m_limits(limits), m_stop(stop), m_language(language),
+                       const Wakeup& stop, EventLoops& loops, const std::string& language, Spend spend)
+    : m_parts(parts), m_cookie(cookie), m_limits(limits), m_stop(stop), m_loops(loops), m_language(language),
       m_spend(std::move(spend)), m_phones(std::make_unique<BrowserPhones>()),
       m_posts(std::make_unique<PostTalks>()) {}
 
@@ -226,10 +232,12 @@ Answer PhonePages::Leave(const Request& request) const {
     return answer;
 }
 
-void PhonePages::RunSocket(Stream stream, const Request& request, const Phones::Known& phone,
-                           const std::function<void()>& begun) const {
-    PhoneTalk talk(m_parts, *m_phones, phone, request.peer.text);
-    PhoneSocket(std::move(stream), request, m_limits, m_stop, talk, begun).Run();
+void PhonePages::StartSocket(Stream stream, const Request& request, const Phones::Known& phone,
+                             std::function<void()> begun, std::shared_ptr<const void> held) const {
+    auto talk = std::make_unique<PhoneTalk>(m_parts, *m_phones, phone, request.peer.text);
+    PageSocket::Start(std::make_unique<PhoneSocket>(m_loops.Choose(), std::move(stream), request, m_limits,
+                                                    std::move(talk), std::move(begun)),
+                      std::move(held));
 }
 
 Answer PhonePages::TakePicture(const Request& request, std::string_view body) const {

@@ -25,6 +25,7 @@
 #include "host/bridge/browser_phones.h"
 #include "host/bridge/upload_link.h"
 #include "host/http/answer.h"
+#include "host/http/event_loop.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
@@ -41,7 +42,7 @@ public:
 
     // `language` is the server's. All that is referred to outlives the object.
     PhonePages(const BridgeParts& parts, const SessionCookie& cookie, const Limits& limits,
-               const Wakeup& stop, const std::string& language, Spend spend);
+               const Wakeup& stop, EventLoops& loops, const std::string& language, Spend spend);
     ~PhonePages();
 
     [[nodiscard]] Answer Page(const Request& request) const;
@@ -54,10 +55,10 @@ public:
     // The phone that a browser is; nothing for one that is none.
     [[nodiscard]] std::optional<Phones::Known> PhoneOf(const Request& request) const;
     [[nodiscard]] static Answer NoPhone();
-    // Takes the connection, whose request asks for a WebSocket, and returns when it has ended. `begun` is
-    // called once the component has asked for pictures.
-    void RunSocket(Stream stream, const Request& request, const Phones::Known& phone,
-                   const std::function<void()>& begun) const;
+    // Takes the connection, whose request asks for a WebSocket, and lets go of `held` when it has ended.
+    // `begun` is called once the component has asked for pictures, on a thread that does not wait.
+    void StartSocket(Stream stream, const Request& request, const Phones::Known& phone,
+                     std::function<void()> begun, std::shared_ptr<const void> held) const;
     // Answers once the component has the picture.
     [[nodiscard]] Answer TakePicture(const Request& request, std::string_view body) const;
     // Ends phones that send by requests and have stopped to, and the pauses of those that are no longer good:
@@ -76,6 +77,7 @@ private:
     const SessionCookie& m_cookie;
     const Limits& m_limits;
     const Wakeup& m_stop;
+    EventLoops& m_loops;
     const std::string& m_language;
     const Spend m_spend;
     const std::unique_ptr<BrowserPhones> m_phones;

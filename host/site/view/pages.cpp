@@ -4,6 +4,7 @@
 #include <charconv>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -17,9 +18,9 @@ namespace {
 class ViewSession final : public PageSocket {
 public:
     ViewSession(Stream stream, const Request& request, kit::SourcePtr source, const ViewPages& pages)
-        : PageSocket(std::move(stream), request, pages.limits, pages.stop), m_packers(pages.packers),
+        : PageSocket(pages.loops.Choose(), std::move(stream), request, pages.limits),
+          m_watching(pages.counters, SessionKind::Page), m_packers(pages.packers),
           m_source(std::move(source)), m_next(MakeTimer()), m_heartbeat(MakeTimer()) {}
-    ~ViewSession() = default;
 
 private:
     void OnOpen() override { AwaitHeartbeat(); }
@@ -66,6 +67,8 @@ private:
     void SendNext() override {
         if (m_gone)
             return Close(); // the page has been told
+        if (std::exchange(m_made, false))
+            return SendPicture();
         if (m_wanted)
             Change();
         if (m_statePending)
@@ -77,7 +80,16 @@ private:
             return At(m_next, m_due, [] {});
         if (!m_packer->HasMore())
             return Close();
-        SendPicture(now);
+        m_sentAt = now;
+        Elsewhere([this] { Make(); });
+    }
+
+    // The source may read a file for it, and packing takes its time.
+    void Make() {
+        m_picture = m_source->Now();
+        if (m_picture)
+            m_packed = m_packer->Pack(kit::PlanesOf(*m_picture));
+        m_made = true;
     }
 
     void SendState() {
@@ -86,8 +98,8 @@ private:
         Text(m_state);
     }
 
-    void SendPicture(Clock::time_point now) {
-        const kit::PicturePtr picture = m_source->Now();
+    void SendPicture() {
+        const kit::PicturePtr picture = std::exchange(m_picture, nullptr);
         if (!picture) {
             m_gone = true;
             m_state = JsonText({{"type", "gone"}});
@@ -96,20 +108,19 @@ private:
         const bool placeholder = picture->Sequence() == 0;
         m_statePending = placeholder != m_placeholder;
         m_placeholder = placeholder;
-        m_packed = m_packer->Pack(kit::PlanesOf(*picture));
         if (m_packed.jpeg.empty())
             return Close();
         ++m_sequence;
         m_inFlight = true;
-        m_sentAt = now;
         // A picture that waited for its acknowledgement is not made up for by a burst.
         const auto interval = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(1 / m_packer->Parameters().fps));
-        m_due = std::max(m_due + interval, now);
+        m_due = std::max(m_due + interval, m_sentAt);
         Binary({reinterpret_cast<const char*>(m_packed.header.data()), m_packed.header.size()},
                m_packed.jpeg);
     }
 
+    const WatchGuard m_watching;
     kit::PackerCounters& m_packers;
     const kit::SourcePtr m_source;
     TimerPtr m_next;
@@ -123,6 +134,8 @@ private:
     bool m_placeholder = false;
     bool m_statePending = false;
     bool m_gone = false;
+    bool m_made = false; // m_picture and m_packed are to be sent; null: there are no more
+    kit::PicturePtr m_picture;
     // The message that is being written.
     kit::FramePacker::Packed m_packed;
     std::string m_state;
@@ -135,9 +148,10 @@ kit::SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
     return key ? sources.Open(*key) : nullptr;
 }
 
-void ViewPages::Run(Stream stream, const Request& request, kit::SourcePtr source) const {
-    const WatchGuard watching(counters, SessionKind::Page);
-    ViewSession(std::move(stream), request, std::move(source), *this).Run();
+void ViewPages::Start(Stream stream, const Request& request, kit::SourcePtr source,
+                      std::shared_ptr<const void> held) const {
+    PageSocket::Start(std::make_unique<ViewSession>(std::move(stream), request, std::move(source), *this),
+                      std::move(held));
 }
 
 } // namespace host

@@ -16,6 +16,7 @@
 #pragma once
 
 #include "host/base/counters.h"
+#include "host/http/event_loop.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
@@ -29,13 +30,14 @@ struct ViewPages {
     kit::PackerCounters& packers;
     const Limits& limits;
     Counters& counters;
-    const Wakeup& stop;
+    EventLoops& loops;
 
     // The source of a percent-encoded key; null when there is none.
     [[nodiscard]] kit::SourcePtr SourceOf(std::string_view encoded) const;
-    // Takes the socket and returns when the page has left, the stream is at its end or the server stops. The
-    // request asks for a WebSocket.
-    void Run(Stream stream, const Request& request, kit::SourcePtr source) const;
+    // Takes the connection, whose request asks for a WebSocket, and lets go of `held` when the page has left,
+    // the stream is at its end or the server stops.
+    void Start(Stream stream, const Request& request, kit::SourcePtr source,
+               std::shared_ptr<const void> held) const;
 };
 
 } // namespace host
