@@ -213,6 +213,28 @@ std::optional<Expression> Expression::SingleStep(std::string_view text) {
     return Expression(isAttribute ? Kind::AttributeOfName : Kind::ChildrenOfName, std::string(text));
 }
 
+// "../.." and the like, then names, then a name, an attribute's name or "text()". No two ways lead to one
+// node, and what is found is in document order.
+std::optional<Expression> Expression::StraightWalk(std::string_view text) {
+    constexpr std::size_t kMostSteps = 8;
+    Expression walk(Kind::Walk, {});
+    bool isDown = false;
+    for (bool isLast = false; !isLast;) {
+        const std::size_t cut = text.find('/');
+        isLast = cut == std::string_view::npos;
+        const std::string_view step = text.substr(0, cut);
+        const bool isUp = step == "..";
+        const bool ends = step == "text()" || (step.starts_with('@') && IsXmlName(step.substr(1)));
+        if ((isUp && isDown) || (ends && !isLast) || !(isUp || ends || IsXmlName(step)) ||
+            walk.m_steps.size() == kMostSteps)
+            return std::nullopt;
+        isDown = !isUp;
+        walk.m_steps.emplace_back(step);
+        text.remove_prefix(isLast ? text.size() : cut + 1);
+    }
+    return walk;
+}
+
 std::optional<Expression> Expression::Parse(std::u16string_view text) {
     if (text.empty() || text.size() > kExpressionUnitsLimit)
         return std::nullopt;
@@ -221,6 +243,8 @@ std::optional<Expression> Expression::Parse(std::u16string_view text) {
         return std::nullopt;
     if (auto step = SingleStep(*utf8))
         return step;
+    if (auto walk = StraightWalk(*utf8))
+        return walk;
     const auto tokens = Split(*utf8);
     if (!tokens || !Grammar(*tokens).Matches())
         return std::nullopt;
@@ -241,6 +265,37 @@ pugi::xpath_node_set Expression::Evaluate(pugi::xml_node from) const {
     for (std::size_t n = 0; n < m_literals.size(); ++n)
         variables.set(("v" + std::to_string(n)).c_str(), m_literals[n].c_str());
     return pugi::xpath_query(m_text.c_str(), &variables).evaluate_node_set(from);
+}
+
+void Expression::Walk(pugi::xml_node from, std::size_t step, bool all,
+                      std::vector<pugi::xpath_node>& nodes) const {
+    const auto goesOn = [&] { return all || nodes.empty(); };
+    const std::string& text = m_steps[step];
+    const bool isLast = step + 1 == m_steps.size();
+    const auto reach = [&](pugi::xml_node node) {
+        if (!isLast)
+            Walk(node, step + 1, all, nodes);
+        else if (IsSelectable(node))
+            nodes.emplace_back(node);
+    };
+    if (text == "..") {
+        if (from.parent())
+            reach(from.parent());
+    } else if (text.front() == '@') {
+        const std::string_view name = std::string_view(text).substr(1);
+        const pugi::xml_attribute found = from.attribute(name.data());
+        if (found && !IsNamespaceDeclaration(name))
+            nodes.emplace_back(found, from);
+    } else if (text == "text()") {
+        for (pugi::xml_node child = from.first_child(); child && goesOn(); child = child.next_sibling()) {
+            if (IsText(child))
+                nodes.emplace_back(child);
+        }
+    } else {
+        for (pugi::xml_node child = from.child(text.c_str()); child && goesOn();
+             child = child.next_sibling(text.c_str()))
+            reach(child);
+    }
 }
 
 std::vector<pugi::xpath_node> Expression::All(pugi::xml_node from) const {
@@ -264,6 +319,9 @@ std::vector<pugi::xpath_node> Expression::All(pugi::xml_node from) const {
                 nodes.emplace_back(attribute, from);
         }
         break;
+    case Kind::Walk:
+        Walk(from, 0, true, nodes);
+        break;
     case Kind::Path: {
         const pugi::xpath_node_set set = Evaluate(from);
         if (set.type() == pugi::xpath_node_set::type_sorted || set.size() < 2)
@@ -280,7 +338,11 @@ std::vector<pugi::xpath_node> Expression::All(pugi::xml_node from) const {
 pugi::xpath_node Expression::First(pugi::xml_node from) const {
     if (m_kind == Kind::ChildrenOfName)
         return from.child(m_text.c_str());
-    const auto nodes = All(from);
+    std::vector<pugi::xpath_node> nodes;
+    if (m_kind == Kind::Walk)
+        Walk(from, 0, false, nodes);
+    else
+        nodes = All(from);
     return nodes.empty() ? pugi::xpath_node() : nodes.front();
 }
 

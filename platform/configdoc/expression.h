@@ -22,16 +22,21 @@ public:
     [[nodiscard]] pugi::xpath_node First(pugi::xml_node from) const;
 
 private:
-    // Most expressions are a single step, which needs no evaluation.
-    enum class Kind { ChildrenOfName, Children, AttributeOfName, Attributes, Path };
+    // Most expressions are a single step, or lead straight down from an element or its parents, by names;
+    // they need no evaluation, which costs ten times as much. A walk's text is its last step.
+    enum class Kind { ChildrenOfName, Children, AttributeOfName, Attributes, Walk, Path };
 
     Expression(Kind kind, std::string name) : m_kind(kind), m_text(std::move(name)) {}
     static std::optional<Expression> SingleStep(std::string_view text);
+    static std::optional<Expression> StraightWalk(std::string_view text);
+    // Appends what the steps from the given one on lead to; only the first of it where `all` is false.
+    void Walk(pugi::xml_node from, std::size_t step, bool all, std::vector<pugi::xpath_node>& nodes) const;
     [[nodiscard]] pugi::xpath_node_set Evaluate(pugi::xml_node from) const;
 
     Kind m_kind;
     std::string m_text;                  // the name, or the path with a variable in place of each quoted text
     std::vector<std::string> m_literals; // the quoted texts
+    std::vector<std::string> m_steps;    // of a walk
 };
 
 // Is it a piece of text?
