@@ -22,6 +22,7 @@ from xml.etree import ElementTree
 
 import feeder
 import pictures
+import random_requests
 
 NUMBERS = 256  # pictures that can be told apart; a reader would have to miss half of them to lose count
 PASSWORD = "soak"
@@ -279,6 +280,8 @@ class Administrator(Actor):
             cameras[-1].find("Name").text = "aside"
         status, body, headers = self.admin("PUT", "/settings/document", body=ElementTree.tostring(root),
                                            headers={"X-Settings-Token": token, "If-Match": headers["ETag"]})
+        if status == 412:  # the programmer was faster
+            return
         assert status == 200, f"a change answers {status} {body[:200]}"
         if headers.get("X-Settings-Written") == "no":
             self.soak.seen["changes that were not written"] += 1
@@ -727,6 +730,25 @@ class Auditor(Actor):
         except ElementTree.ParseError as damage:
             raise AssertionError(f"the settings file is damaged: {damage}") from damage
         assert set(self.soak.cameras) <= set(cameras), f"cameras are missing in the settings file: {cameras}"
+
+
+class Programmer(Actor):
+    """Uses the interface for programs at random, for cameras and users of its own."""
+
+    pause = 0.1
+
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.asking = None
+
+    def turn(self):
+        if self.asking is None:
+            self.asking = random_requests.Requests(self.port, sign_in("admin", self.soak.host.admin_password()), address="127.0.0.77")
+        try:
+            self.asking.turn()
+        except (OSError, http.client.HTTPException):
+            self.asking.close()
+            raise
 
 
 class FullDisk:

@@ -226,27 +226,31 @@ nlohmann::ordered_json PhoneJson(const std::optional<PhoneState>& phone) {
 
 } // namespace
 
+nlohmann::ordered_json CameraJson(const CameraFigures& figures, bool withId) {
+    auto camera = nlohmann::ordered_json::object();
+    if (withId)
+        camera["id"] = figures.id;
+    camera["name"] = figures.name;
+    camera["type"] = figures.type;
+    camera["connected"] = figures.connected;
+    camera["frames"] = figures.frames;
+    camera["failed"] = figures.failed;
+    camera["fps"] = std::round(figures.fps * 100) / 100;
+    camera["width"] = figures.width;
+    camera["height"] = figures.height;
+    if (figures.age)
+        camera["age"] = std::round(*figures.age * 1000) / 1000;
+    else
+        camera["age"] = nullptr;
+    if (withId)
+        camera["phone"] = PhoneJson(figures.phone);
+    return camera;
+}
+
 nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId) {
     auto cameras = nlohmann::ordered_json::array();
-    for (const CameraFigures& figures : feeds.Figures()) {
-        nlohmann::ordered_json& camera = cameras.emplace_back(nlohmann::ordered_json::object());
-        if (withId)
-            camera["id"] = figures.id;
-        camera["name"] = figures.name;
-        camera["type"] = figures.type;
-        camera["connected"] = figures.connected;
-        camera["frames"] = figures.frames;
-        camera["failed"] = figures.failed;
-        camera["fps"] = std::round(figures.fps * 100) / 100;
-        camera["width"] = figures.width;
-        camera["height"] = figures.height;
-        if (figures.age)
-            camera["age"] = std::round(*figures.age * 1000) / 1000;
-        else
-            camera["age"] = nullptr;
-        if (withId)
-            camera["phone"] = PhoneJson(figures.phone);
-    }
+    for (const CameraFigures& figures : feeds.Figures())
+        cameras.push_back(CameraJson(figures, withId));
     return cameras;
 }
 

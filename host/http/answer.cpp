@@ -46,16 +46,31 @@ Answer Answer::Json(unsigned status, const nlohmann::ordered_json& json) {
 }
 
 Answer Answer::Refusal(Form form, unsigned status, std::string_view line) {
-    if (form == Form::Text)
+    if (form != Form::Json) // problem details are made on the way out
         return Text(status, line);
     Answer answer = Json(status, {{"text", line}, {"problems", nlohmann::ordered_json::array()}});
     answer.refusal = line;
     return answer;
 }
 
+Answer Answer::Problem(Answer refusal) {
+    if (refusal.refusal.empty())
+        return refusal;
+    Answer answer =
+        Json(refusal.status, {{"type", "about:blank"},
+                              {"title", boost::beast::http::obsolete_reason(
+                                            static_cast<boost::beast::http::status>(refusal.status))},
+                              {"status", refusal.status},
+                              {"detail", refusal.refusal}});
+    answer.type = "application/problem+json";
+    answer.headers.merge(refusal.headers);
+    answer.refusal = std::move(refusal.refusal);
+    return answer;
+}
+
 std::string Serialize(const Answer& answer, const AnswerOptions& options) {
     auto headers = CommonHeaders();
-    const bool noContent = answer.status == 304;
+    const bool noContent = answer.status == 304 || answer.status == 204;
     if (!noContent)
         headers["Content-Type"] = answer.type;
     for (const auto& [name, value] : answer.headers)

@@ -11,8 +11,9 @@ namespace host {
 
 // The form of a refusal.
 enum class Form {
-    Text, // a line
-    Json, // {"text":...,"problems":[]}
+    Text,    // a line
+    Json,    // {"text":...,"problems":[]}
+    Problem, // of RFC 9457
 };
 
 struct Answer {
@@ -25,6 +26,8 @@ struct Answer {
     static Answer Text(unsigned status, std::string_view line);
     // Caches keep nothing of it.
     static Answer Json(unsigned status, const nlohmann::ordered_json& json);
+    // Problem details (RFC 9457) in place of a refusal's line; other answers stay as they are.
+    static Answer Problem(Answer refusal);
     static Answer Refusal(Form form, unsigned status, std::string_view line);
 };
 

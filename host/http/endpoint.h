@@ -56,6 +56,7 @@ Listener Listen(const Endpoint& endpoint);
 struct PeerAddress {
     std::string text;
     std::string key;
+    bool owner = false; // of the data folder: a program of its user, or of root, over the control socket
 };
 PeerAddress AddressOf(const sockaddr_storage& address);
 PeerAddress AddressOf(const Network& address);

@@ -49,6 +49,8 @@ inline constexpr std::size_t kMaxTargetBytes = 2048;
 inline constexpr std::size_t kMaxBodyBytes = 16 * 1024 * 1024;
 // A form with a name, passwords and a path.
 inline constexpr std::size_t kMaxFormBytes = 8 * 1024;
+// A batch of changes of the interface for programs: some ten thousand cameras.
+inline constexpr std::size_t kMaxApiBodyBytes = 1024 * 1024;
 // A picture of a phone's page: what the phones' own protocol has room for.
 inline constexpr std::size_t kMaxPhonePictureBytes = 65535;
 // Connections beyond the limits, in all and of one address, that are asked for a moment whether they are a

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "host/base/start_error.h"
+#include "host/control/socket.h"
 #include "host/http/endpoint.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
@@ -20,6 +21,7 @@
 #include "host/main/welcome.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
+#include "host/site/connection.h"
 #include "host/site/server.h"
 #include "kit/component/component.h"
 #include "kit/settings/language.h"
@@ -199,6 +201,8 @@ public:
                    [this](const std::string& camera) {
                        return m_authenticator.DigestOf({camera, true});
                    }),
+          m_tokens(m_data.File("tokens"),
+                   [this](std::string_view login) { return m_authenticator.KindOf(login); }),
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
@@ -232,6 +236,7 @@ public:
                                                   .authenticator = m_authenticator,
                                                   .sessions = m_sessions,
                                                   .phones = m_phones,
+                                                  .tokens = m_tokens,
                                                   .settings = m_settings,
                                                   .counters = m_counters,
                                                   .packers = *m_packers,
@@ -250,6 +255,7 @@ public:
                                                       },
                                                   .authority = m_authority});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
+        OpenControlSocket();
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -277,6 +283,7 @@ public:
         const DemoResults results = phones ? phones->Stop() : DemoResults{};
         AwaitPictures(results.uploads);
         m_stop.Signal();
+        m_control.reset();
         m_server.reset();
         m_viewing->End();
         if (!m_settings.WriteWhatIsLeft())
@@ -287,6 +294,7 @@ public:
         m_component.reset();
         (void)m_sessions.Save();
         (void)m_phones.Save();
+        (void)m_tokens.Save();
         if (!m_authenticator.Save())
             Console::Get().Log("error", "from where people have signed in could not be written to disk");
         Console::Get().Flush();
@@ -305,6 +313,19 @@ private:
             m_certificates = std::make_unique<Certificates>(m_options.certificate);
         else if (m_options.tls)
             m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost());
+    }
+
+    void OpenControlSocket() {
+        const auto serve = [this](Descriptor connection) {
+            ServeConnection(std::move(connection), {.text = "control socket", .key = {}, .owner = true},
+                            std::nullopt, nullptr, *m_site);
+        };
+        try {
+            m_control.emplace(m_data.Path(), serve, m_stop);
+        } catch (const StartError& error) {
+            // All else works without it: some folders can hold files alone.
+            Console::Get().Log("error", error.what());
+        }
     }
 
     // Before the first change overwrites the file.
@@ -388,6 +409,7 @@ private:
                 m_authenticator.Refresh();
                 m_sessions.Sweep();
                 m_phones.Sweep();
+                m_tokens.Sweep();
                 m_site->phone.Sweep();
             }
             if (Clock::now() >= nextSave) {
@@ -395,6 +417,7 @@ private:
                 (void)m_authenticator.Save();
                 (void)m_sessions.Save();
                 (void)m_phones.Save();
+                (void)m_tokens.Save();
             }
             if (m_options.verbosity != Verbosity::Quiet && Clock::now() >= nextStatus) {
                 nextStatus += kStatusInterval;
@@ -450,6 +473,7 @@ private:
     Authenticator m_authenticator;
     Sessions m_sessions;
     Phones m_phones;
+    Tokens m_tokens;
     kit::WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
     Settings m_settings;
@@ -465,6 +489,7 @@ private:
     std::unique_ptr<Certificates> m_certificates; // null: TLS is not spoken
     std::unique_ptr<Site> m_site;
     std::unique_ptr<Server> m_server;
+    std::optional<ControlSocket> m_control;
 };
 
 } // namespace

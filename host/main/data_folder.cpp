@@ -1,5 +1,6 @@
 #include "host/main/data_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -67,7 +68,7 @@ CameraEntry ReadCamera(const TextLine& line, std::set<std::string>& names) {
     CameraEntry camera{line.fields[0], line.fields[1], line.fields[2]};
     if (const std::string wrong = CheckLogin(camera.name); !wrong.empty())
         throw StartError("a camera's name is its phone's login: " + wrong);
-    if (camera.type != "320x240" && camera.type != "160x120")
+    if (std::ranges::find(kCameraTypes, camera.type) == std::end(kCameraTypes))
         throw StartError("the type of a camera is 320x240 or 160x120");
     if (const std::string wrong = CheckPassword(camera.password, UserKind::Phone); !wrong.empty())
         throw StartError(wrong);
@@ -143,6 +144,14 @@ std::vector<CameraEntry> DataFolder::ReadCameras() const {
         }
     }
     return cameras;
+}
+
+void DataFolder::WriteCameras(const std::vector<CameraEntry>& cameras) const {
+    std::string content = "# Cameras that the next start takes into the settings: name, type, password.\n";
+    for (const CameraEntry& camera : cameras)
+        content += camera.name + '\t' + camera.type + '\t' + camera.password + '\n';
+    if (FAILED(platform::ReplaceFile(File("cameras"), content, 0600)))
+        throw StartError("cannot write " + File("cameras") + ": " + platform::DescribeLastError());
 }
 
 std::string DataFolder::KeepCameras() const {

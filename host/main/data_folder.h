@@ -37,6 +37,8 @@ public:
     // away. Returns the new path; empty without the file. Nobody but its owner can read it from then on, and
     // an older one that others could read is taken from them, which is said.
     [[nodiscard]] std::string KeepCameras() const;
+    // Puts these in place of what stands in "cameras". Throws StartError.
+    void WriteCameras(const std::vector<CameraEntry>& cameras) const;
     // The administrator's first password; nothing once it is another one.
     [[nodiscard]] std::optional<std::string> FirstAdminPassword() const;
     // Once the password is another one.

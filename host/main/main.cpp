@@ -9,6 +9,8 @@ int Run(const host::Options& options) {
     switch (options.command) {
     case host::Command::Serve:
         return host::Serve(options);
+    case host::Command::Control:
+        return host::RunControl(options);
     case host::Command::AddUser:
         return host::AddUser(options);
     case host::Command::AddUsers:

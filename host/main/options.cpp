@@ -1,6 +1,9 @@
 #include "host/main/options.h"
 
+#include <algorithm>
 #include <vector>
+
+#include "host/users/cameras.h"
 
 namespace host {
 
@@ -10,6 +13,8 @@ const std::string_view kHelpText =
   morrowstream-host [--listen ADDR:PORT] [--data DIR] [--seconds N] [--demo] ...
   morrowstream-host [--data DIR] --add-user NAME --kind admin|viewer|phone
   morrowstream-host [--data DIR] --add-users FILE
+  morrowstream-host [--data DIR] camera add NAME [--type TYPE] | list | remove NAME
+  morrowstream-host [--data DIR] token add NAME [--user LOGIN] [--scope read|all] | list | remove ID
   morrowstream-host [--data DIR] --language CODE
   morrowstream-host [--data DIR] --register PATH | --unregister PATH
 
@@ -34,6 +39,11 @@ const std::string_view kHelpText =
                          input; a running host knows it at once
   --kind KIND            admin: everything; viewer: looks at the pages; phone: sends and receives pictures
   --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs
+  camera ..., token ...  what /api/v1 does, by a running host (DATA/control.sock, for its own user and root) and without one in
+                         its files; "camera add" asks for the password as --add-user does, "token add" says the token alone
+  --type TYPE            of a camera: 320x240, which is the usual one, or 160x120
+  --user LOGIN           whose token it is to be (admin)
+  --scope read|all       read: it changes nothing; all: what its user may (read)
   --language CODE        the language of texts from the next start on: en, es, fr, ru, lv, az, ka
   --register PATH        enters the component at PATH into the registry of the data folder, from which the host loads it;
                          without one, the component that came with this program is registered at the start
@@ -87,11 +97,34 @@ constexpr LimitOption kLimits[] = {
     {"--max-archives-per-address", &Limits::maxArchivesPerAddress},
 };
 
+// The words of a command, which take the place of serving.
+void CheckWords(Options& options, std::string_view forTokens) {
+    const auto& words = options.words;
+    const bool adds = words.size() == 3 && words[1] == "add";
+    if (!options.cameraType.empty() && !(adds && words[0] == "camera"))
+        throw platform::UsageError("--type goes with camera add");
+    if (!forTokens.empty() && !(adds && words[0] == "token"))
+        throw platform::UsageError(std::string(forTokens) + " goes with token add");
+    if (words.empty())
+        return;
+    if (words[0] != "camera" && words[0] != "token")
+        throw platform::UsageError("unknown argument \"" + words[0] + "\"");
+    const bool sound =
+        words.size() == 2 ? words[1] == "list" : adds || (words.size() == 3 && words[1] == "remove");
+    if (!sound)
+        throw platform::UsageError(words[0] + " takes list, add NAME or remove " +
+                                   (words[0] == "camera" ? "NAME" : "ID"));
+    if (options.command != Command::Serve)
+        throw platform::UsageError("one command at a time");
+    options.command = Command::Control;
+}
+
 } // namespace
 
 Options ParseOptions(std::span<const std::string_view> arguments) {
     Options options;
     std::optional<UserKind> kind;
+    std::string_view given; // of the options for tokens, the last one
     using platform::SomeText;
     std::vector<platform::Option> table{
         {"--help", [&](auto, auto) { options.command = Command::Help; }, true},
@@ -120,6 +153,25 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
         {"--no-tls", [&](auto, auto) { options.tls = false; }, true},
         {"--files", SomeText(options.files)},
         {"--pictures", SomeText(options.pictures)},
+        {"--type",
+         [&](auto name, auto value) {
+             if (std::ranges::find(kCameraTypes, value) == std::end(kCameraTypes))
+                 throw platform::WrongValue(name, "320x240 or 160x120", value);
+             options.cameraType = value;
+         }},
+        {"--user",
+         [&](auto name, auto value) {
+             given = name;
+             SomeText(options.tokenUser)(name, value);
+         }},
+        {"--scope",
+         [&](auto name, auto value) {
+             const auto scope = Tokens::ScopeFrom(value);
+             if (!scope)
+                 throw platform::WrongValue(name, "read or all", value);
+             given = name;
+             options.tokenScope = *scope;
+         }},
         {"--kind",
          [&](auto name, auto value) {
              kind = KindFromName(value);
@@ -137,7 +189,8 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
     for (const LimitOption& option : kLimits)
         table.push_back(
             {option.name, platform::NumberFrom<std::size_t>(1, 100'000, options.limits.*option.limit)});
-    platform::ReadOptions(arguments, table);
+    platform::ReadOptions(arguments, table, [&](auto word) { options.words.emplace_back(word); });
+    CheckWords(options, given);
     if ((options.command == Command::AddUser) != kind.has_value())
         throw platform::UsageError("--add-user and --kind go together");
     if (options.certificate.certificate.empty() != options.certificate.key.empty())

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/base/wait.h"
 #include "host/http/endpoint.h"
@@ -14,12 +15,13 @@
 #include "host/http/proxy.h"
 #include "host/log/console.h"
 #include "host/tls/certificates.h"
+#include "host/users/tokens.h"
 #include "host/users/user_store.h"
 #include "platform/options.h"
 
 namespace host {
 
-enum class Command { Serve, AddUser, AddUsers, SetLanguage, Register, Unregister, Help, Version };
+enum class Command { Serve, Control, AddUser, AddUsers, SetLanguage, Register, Unregister, Help, Version };
 
 struct Options {
     Command command = Command::Serve;
@@ -28,8 +30,12 @@ struct Options {
     std::optional<unsigned> seconds; // run time; without it until a signal
     bool demo = false;
     Verbosity verbosity = Verbosity::Normal;
-    std::string files;    // folders of pictures to watch; empty: "files" of the data folder
-    std::string pictures; // of the demo's phones; empty: found beside the program
+    std::string files;               // folders of pictures to watch; empty: "files" of the data folder
+    std::string pictures;            // of the demo's phones; empty: found beside the program
+    std::vector<std::string> words;  // Control: "camera" or "token", what to do, and with which one
+    std::string cameraType;          // Control; empty: as it is, or the usual one
+    std::string tokenUser = "admin"; // Control
+    Tokens::Scope tokenScope = Tokens::Scope::Read;
     std::string userName; // AddUser
     UserKind userKind = UserKind::Viewer;
     std::string usersFile;   // AddUsers
@@ -59,9 +65,15 @@ sigset_t HostSignals();
 // Serves until the time is over or a signal comes. HostSignals() must be blocked in the whole process.
 int Serve(const Options& options);
 
+// camera and token.
+int RunControl(const Options& options);
+
 // --add-user and --add-users.
 int AddUser(const Options& options);
 int AddUsers(const Options& options);
+
+// A person at the terminal types it twice, a program gives it once, on standard input.
+std::string AskPassword(const std::string& login);
 
 // --register and --unregister.
 int ChangeRegistration(const Options& options);

@@ -37,7 +37,8 @@ std::string_view KindText(UserKind kind) {
     return "a phone";
 }
 
-// Reads a password: a person at the terminal types it twice, a program gives it once.
+} // namespace
+
 std::string AskPassword(const std::string& login) {
     const auto ask = [](const std::string& prompt) {
         auto line = platform::ReadSecretLine(prompt);
@@ -50,8 +51,6 @@ std::string AskPassword(const std::string& login) {
         throw StartError("these are two passwords: nothing is changed");
     return password;
 }
-
-} // namespace
 
 int AddUser(const Options& options) {
     const std::string password = AskPassword(options.userName);

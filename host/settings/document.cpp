@@ -1,6 +1,8 @@
 #include "host/settings/document.h"
 
 #include <charconv>
+#include <map>
+#include <stdexcept>
 
 #include "platform/text.h"
 
@@ -13,6 +15,28 @@ constexpr const char16_t* kMark = u"stored";
 constexpr const char16_t* kKept = u"kept";
 // As long for every password: its length is nobody's business.
 constexpr std::u16string_view kDots = u"••••••••";
+
+// A camera as a copy of what stands in `addcam`, at the end of the list; null where there is no such thing.
+SettingsDocument::ElementPtr CopyOfPattern(IConfigElement& root) {
+    const auto list = ElementAt(root, u"cams");
+    const auto pattern = ElementAt(root, u"addcam/item");
+    SettingsDocument::ElementPtr copy;
+    const bool made = list && pattern && SUCCEEDED(pattern->Clone(copy.Receive())) &&
+                      SUCCEEDED(list->AppendChild(copy.Get(), 0));
+    return made ? copy : nullptr;
+}
+
+bool SetValues(IConfigElement& item, const CameraEntry& camera) {
+    const auto name = ElementAt(item, u"Name");
+    const auto type = ElementAt(item, u"Type");
+    const auto password = ElementAt(item, u"Password");
+    if (!name || !type || !password)
+        return false;
+    kit::SetValue(*name, platform::FromUtf8(camera.name));
+    kit::SetValue(*type, platform::FromUtf8(camera.type));
+    kit::SetValue(*password, platform::FromUtf8(camera.password));
+    return true;
+}
 
 } // namespace
 
@@ -58,6 +82,52 @@ bool SettingsDocument::RestorePasswords(const std::vector<std::u16string>& passw
         kit::SetValue(*element, passwords[number]);
     }
     return true;
+}
+
+std::vector<SettingsProblem>
+SettingsDocument::Apply(std::span<const CameraChange> changes,
+                        const std::function<std::string(const CameraChange& change, bool isNew)>& check) {
+    struct Item {
+        ElementPtr element;
+        CameraEntry camera;
+    };
+    // Looked up once: a batch may be about thousands of cameras.
+    std::map<std::string, Item, std::less<>> items;
+    for (ElementPtr& element : SelectElements(Root(), u"cams/item")) {
+        CameraEntry camera = ReadCamera(*element);
+        const std::string name = camera.name;
+        items.try_emplace(name, Item{std::move(element), std::move(camera)});
+    }
+    std::vector<SettingsProblem> problems;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        const CameraChange& change = changes[i];
+        auto found = items.find(change.name);
+        const bool isNew = found == items.end();
+        std::string wrong = change.remove && isNew ? "there is no such camera" : check(change, isNew);
+        if (!wrong.empty()) {
+            problems.push_back({"/changes/" + std::to_string(i), change.remove ? "isMissing" : "notTaken",
+                                std::move(wrong)});
+            continue;
+        }
+        if (change.remove) {
+            const auto& [element, camera] = found->second;
+            if (element ? FAILED(element->Remove()) : !RemoveIfSame(camera))
+                throw std::runtime_error("the settings document refuses to give an element away");
+            items.erase(found);
+            continue;
+        }
+        if (isNew) {
+            CameraEntry fresh{change.name, std::string(kCameraTypes[0]), {}};
+            found = items.emplace(change.name, Item{CopyOfPattern(Root()), std::move(fresh)}).first;
+        }
+        CameraEntry& camera = found->second.camera;
+        camera.type = change.type.value_or(camera.type);
+        camera.password = change.password.value_or(camera.password);
+        // What does not look like the pattern is put together as a single camera is.
+        if (!found->second.element || !SetValues(*found->second.element, camera))
+            (void)Put(camera);
+    }
+    return problems;
 }
 
 bool SettingsDocument::IsMarked(IConfigElement& item) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,15 @@ using kit::ReadCamera;
 using kit::SelectElements;
 using kit::ValueOf;
 
+// What is to become of one camera.
+struct CameraChange {
+    std::string name;
+    bool remove = false;
+    // What is not given stays as it is; a new camera has the usual type and no password.
+    std::optional<std::string> type{};
+    std::optional<std::string> password{};
+};
+
 // With what an editor in a browser needs besides. Threads and failures are those of its base.
 class SettingsDocument : public kit::SettingsDocument {
 public:
@@ -50,6 +60,14 @@ public:
     static bool IsMarked(IConfigElement& item);
     // Gives each element concerned an attribute `kept` with the key of what is wrong, for a page to show.
     void Mark(const std::vector<SettingsProblem>& problems);
+
+    // Carries out changes in their order. What cannot be done (a camera to remove is not there) and what
+    // `check(camera, isNew)` has words against is left out and told, with the number of the change in the
+    // path:
+    // "/changes/3".
+    std::vector<SettingsProblem>
+    Apply(std::span<const CameraChange> changes,
+          const std::function<std::string(const CameraChange& change, bool isNew)>& check);
 
 private:
     explicit SettingsDocument(kit::SettingsDocument document) : kit::SettingsDocument(std::move(document)) {}

@@ -141,6 +141,48 @@ bool Settings::WriteWhatIsLeft() {
     return m_written && addressWritten;
 }
 
+std::optional<Settings::CameraReading> Settings::Cameras() {
+    const std::lock_guard guard(m_mutex);
+    const auto text = Get();
+    const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    return document ? std::optional(CameraReading{document->Cameras(), VersionOf(*text)}) : std::nullopt;
+}
+
+SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes, std::string_view version) {
+    using enum SettingsChange::Result;
+    const std::lock_guard guard(m_mutex);
+    const auto text = Get();
+    const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    if (!present || !document)
+        return Only(NotReady);
+    if (!version.empty() && VersionOf(*text) != version)
+        return Only(Outdated);
+    SettingsChange change;
+    change.problems = document->Apply(changes, [this](const CameraChange& each, bool isNew) {
+        std::string wrong = isNew ? CheckLogin(each.name) : std::string();
+        if (wrong.empty() && isNew && IsTaken(each.name))
+            wrong = "a user who is no phone has this login";
+        if (wrong.empty() && each.type &&
+            std::ranges::find(kCameraTypes, *each.type) == std::end(kCameraTypes))
+            wrong = "the type of a camera is 320x240 or 160x120";
+        // Without a password no phone can be the camera.
+        if (wrong.empty() && each.password && !each.password->empty())
+            wrong = CheckPassword(*each.password, UserKind::Phone);
+        return wrong;
+    });
+    if (!change.problems.empty()) {
+        change.result = Unsound;
+        return change;
+    }
+    if (document->Cameras() == present->Cameras()) {
+        change.result = m_written ? Done : NotWritten;
+        change.now.version = VersionOf(*text);
+        return change;
+    }
+    return Set(*document, *present);
+}
+
 SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit) {
     const std::lock_guard guard(m_mutex);
     const auto text = Get();

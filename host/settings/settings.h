@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,6 +75,16 @@ public:
     [[nodiscard]] bool IsWritten() const noexcept { return m_written; }
     // Tries again to write what could not be written: now and then, and at the end. False while it cannot.
     bool WriteWhatIsLeft();
+    // The cameras as they are, with their passwords, and the version of the settings.
+    struct CameraReading {
+        std::vector<CameraEntry> cameras;
+        std::string version;
+    };
+    std::optional<CameraReading> Cameras();
+    // Carries out all of the changes as one, or none of them. With a version, only while that is the present
+    // one. The problems tell the number of the change. `now` has the version alone where nothing was to be
+    // changed.
+    SettingsChange ChangeCameras(std::span<const CameraChange> changes, std::string_view version);
     // A change of the host's own. `edit` returns whether there is anything to store. What it puts there is
     // not checked.
     SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);

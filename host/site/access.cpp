@@ -1,11 +1,22 @@
 #include "host/site/addresses.h"
 
+#include <algorithm>
 #include <string>
 
 #include "host/site/mobile/pages.h"
 
 namespace host {
 namespace {
+
+constexpr std::string_view kInterface = "/api/";
+
+// The token of an Authorization field (RFC 6750); nothing for another kind of sign-in.
+std::optional<std::string_view> BearerToken(std::string_view authorization) {
+    constexpr std::string_view kScheme = "bearer ";
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    const bool bearer = std::ranges::equal(authorization.substr(0, kScheme.size()), kScheme, {}, lower);
+    return bearer ? std::optional(Trimmed(authorization.substr(kScheme.size()))) : std::nullopt;
+}
 
 bool MayDo(UserKind kind, Who who) {
     switch (who) {
@@ -31,6 +42,14 @@ const std::string_view kChallenge = "Basic realm=\"Morrowstream\", charset=\"UTF
 std::optional<Answer> Access::Refuse(const Request& request, Who who, bool stream, SignIn& signIn) const {
     if (who == Who::Everybody)
         return std::nullopt;
+    if (request.peer.owner) {
+        signIn.result = SignIn::Result::Known;
+        signIn.kind = UserKind::Admin;
+        signIn.owner = true;
+        return request.path.starts_with(kInterface)
+                   ? std::nullopt
+                   : std::optional(Answer::Text(403, "The control socket is for /api/ alone."));
+    }
     if (demo && (who == Who::Watcher || who == Who::LinkMaker)) {
         if (IsLoopbackHost(request.Host()))
             return std::nullopt;
@@ -38,6 +57,8 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, bool strea
         return Answer::Text(403, "The demo answers only to localhost, 127.0.0.1 and [::1].");
     }
     const std::string_view own = request.Field("Authorization");
+    if (const auto token = BearerToken(own))
+        return RefuseToken(request, who, *token, signIn);
     // The session first: a browser goes on sending a password that it was given once, also when that is no
     // longer right. An archive is made for the password that comes with its request.
     const bool bySession = !stream && (own.empty() || !MobilePages::MayBuildArchive(request.path));
@@ -77,8 +98,41 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, bool strea
     }
     if (MayDo(signIn.kind, who))
         return std::nullopt;
-    refuse(Refusal::Forbidden, "this kind of user may not do that");
-    return Answer::Text(403, "This kind of user may not do that.");
+    return Forbid(request, signIn, "This kind of user may not do that.");
+}
+
+std::optional<Answer> Access::Forbid(const Request& request, const SignIn& signIn,
+                                     std::string_view line) const {
+    counters.Refuse(Refusal::Forbidden);
+    LogRefusal(request, signIn.credentials.login, {}, line);
+    return Answer::Text(403, line);
+}
+
+std::optional<Answer> Access::RefuseToken(const Request& request, Who who, std::string_view token,
+                                          SignIn& signIn) const {
+    // Nobody guesses 256 bits, so nobody is held up for trying.
+    const auto found = tokens.Find(token);
+    const auto kind = found ? authenticator.KindOf(found->record.login) : std::nullopt;
+    if (!kind) {
+        counters.Refuse(Refusal::Unauthorized);
+        LogRefusal(request, {}, {}, "unknown token");
+        Answer answer = Answer::Text(401, "There is no such token any more.");
+        answer.headers["WWW-Authenticate"] = "Bearer realm=\"Morrowstream\", error=\"invalid_token\"";
+        return answer;
+    }
+    signIn.result = SignIn::Result::Known;
+    signIn.credentials.login = found->record.login;
+    signIn.kind = *kind;
+    signIn.token = found->id;
+    // Elsewhere passwords come out, or are asked for.
+    if (who != Who::Watcher && !request.path.starts_with(kInterface))
+        return Forbid(request, signIn, "A token is no sign-in here.");
+    const bool reads = request.method == "GET" || request.method == "HEAD";
+    if (found->record.scope == Tokens::Scope::Read && !reads)
+        return Forbid(request, signIn, "This token is for reading alone.");
+    if (!MayDo(*kind, who))
+        return Forbid(request, signIn, "This kind of user may not do that.");
+    return std::nullopt;
 }
 
 std::string_view Access::WayBack(const SignIn& visitor) const {

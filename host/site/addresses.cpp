@@ -19,8 +19,15 @@ Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
 Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, PhoneSocket, PhonePicture;
-Page PhoneList, RevokePhone, ControlPhone;
+Page ControlPhone;
+Page CameraSnapshot, CameraLink, Description;
 Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
+
+// An operation of the interface for programs.
+template <Answer (ApiPages::*Operation)(const ApiCall&) const>
+void Api(const Site& site, Visit& visit) {
+    visit.SendGoingOn((site.api.*Operation)({visit.request, visit.rest, visit.body, visit.signIn}));
+}
 
 constexpr std::string_view kAssets = "/assets/";
 
@@ -32,6 +39,8 @@ constexpr auto kGet = static_cast<unsigned>(Method::Get);
 constexpr auto kPost = static_cast<unsigned>(Method::Post);
 constexpr auto kPut = static_cast<unsigned>(Method::Put);
 constexpr auto kDelete = static_cast<unsigned>(Method::Delete);
+constexpr auto kPatch = static_cast<unsigned>(Method::Patch);
+constexpr unsigned kAny = kRead | kPost | kPut | kDelete | kPatch;
 constexpr auto kSocket = static_cast<unsigned>(Method::WebSocket);
 
 using enum Who;
@@ -82,8 +91,6 @@ constexpr Address kAddresses[] = {
     {"/phone/leave",       kPost,   Everybody, Own,       Json,    kMaxFormBytes, Named,   None,   Refused, LeavePhone},
     {"/phone/socket",      kSocket, Everybody, Own,       Json,    0,             Named,   None,   Refused, PhoneSocket},
     {"/phone/picture",     kPost,   Everybody, Own,       Json,    kMaxPhonePictureBytes, Named, None, Refused, PhonePicture},
-    {"/phones",            kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, PhoneList},
-    {"/phones/*",          kDelete, Admin,     HereToken, Json,    0,             Named,   None,   Refused, RevokePhone},
     {"/cameras/*",         kPost,   Admin,     Here,      Json,    kMaxFormBytes, Named,   None,   Refused, ControlPhone},
     {"/sign-in",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   SignInPage},
     {"/sign-in",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeSignIn},
@@ -93,6 +100,27 @@ constexpr Address kAddresses[] = {
     {"/archive",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeArchive},
     {"/trust",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  TrustPage},
     {"/trust/*",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Refused, TrustFile},
+    // The interface for programs. A token is good here, and where watchers are let in.
+    {"/api/v1/openapi.json",       kRead,   Everybody, Anywhere, Problem, 0,      Named,   None,   Served,  Description},
+    {"/api/v1/health",             kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, Health},
+    {"/api/v1/cameras",            kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::Cameras>},
+    {"/api/v1/cameras",            kPatch,  Admin,     Here, Problem, kMaxApiBodyBytes,    Named, None, Refused, Api<&ApiPages::ChangeCameras>},
+    {"/api/v1/cameras/*",          kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::Camera>},
+    {"/api/v1/cameras/*",          kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutCamera>},
+    {"/api/v1/cameras/*",          kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RemoveCamera>},
+    {"/api/v1/cameras/*/state",    kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::CameraState>},
+    {"/api/v1/cameras/*/snapshot", kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, CameraSnapshot},
+    {"/api/v1/cameras/*/link",     kPost,   LinkMaker, Here, Problem, 0,                   Named, None, Refused, CameraLink},
+    {"/api/v1/users",              kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::Users>},
+    {"/api/v1/users/*",            kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::User>},
+    {"/api/v1/users/*",            kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutUser>},
+    {"/api/v1/users/*",            kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RemoveUser>},
+    {"/api/v1/phones",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::PhoneList>},
+    {"/api/v1/phones/*",           kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RevokePhone>},
+    {"/api/v1/tokens",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::TokenList>},
+    {"/api/v1/tokens",             kPost,   Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::MakeToken>},
+    {"/api/v1/tokens/*",           kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RevokeToken>},
+    {"/api/*",                    kAny,    Watcher,   Here, Problem, kMaxFormBytes,       Named, None, Refused, Nothing},
     {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   Nothing},
 };
 // clang-format on
@@ -301,12 +329,16 @@ void PhonePicture(const Site& site, Visit& visit) {
     visit.SendGoingOn(site.phone.TakePicture(visit.request, visit.body));
 }
 
-void PhoneList(const Site& site, Visit& visit) {
-    visit.Send(site.phone.List());
+void CameraSnapshot(const Site& site, Visit& visit) {
+    visit.Send(site.live.Snapshot(std::string(visit.rest) + ".jpg"));
 }
 
-void RevokePhone(const Site& site, Visit& visit) {
-    visit.Send(site.phone.Revoke(visit.rest, visit.signIn.credentials.login));
+void CameraLink(const Site& site, Visit& visit) {
+    visit.Send(site.links.MakeFor(PercentDecode(visit.rest), visit.request));
+}
+
+void Description(const Site&, Visit& visit) {
+    visit.Send(AssetAnswer("api/openapi.json", visit.request));
 }
 
 void ControlPhone(const Site& site, Visit& visit) {
@@ -329,11 +361,25 @@ constexpr bool HasSubtree(std::string_view pattern) {
     return pattern.ends_with("/*");
 }
 
+// What "*" in the middle of a pattern stands for in a path; nothing where it does not fit, or has none.
+std::optional<std::string_view> PartOf(std::string_view pattern, std::string_view path) noexcept {
+    const auto star = pattern.find("/*/");
+    if (star == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view before = pattern.substr(0, star + 1);
+    const std::string_view behind = pattern.substr(star + 2);
+    if (path.size() <= before.size() + behind.size() || !path.starts_with(before) || !path.ends_with(behind))
+        return std::nullopt;
+    path.remove_prefix(before.size());
+    path.remove_suffix(behind.size());
+    return path.find('/') == std::string_view::npos ? std::optional(path) : std::nullopt;
+}
+
 // How closely a pattern fits a path; 0 when it does not. Of two that fit, the longer one is closer, and of
 // two of one length the path itself.
 std::size_t FitOf(std::string_view pattern, std::string_view path) noexcept {
     if (!HasSubtree(pattern))
-        return path == pattern ? 2 * pattern.size() + 2 : 0;
+        return path == pattern || PartOf(pattern, path) ? 2 * pattern.size() + 2 : 0;
     pattern.remove_suffix(2);
     const bool fits =
         path.starts_with(pattern) && (path.size() == pattern.size() || path[pattern.size()] == '/');
@@ -414,7 +460,9 @@ AddressMatch FindAddress(const Request& request) {
         if (row.pattern == match.pattern->pattern && (row.methods & method) != 0)
             match.address = &row;
     }
-    if (HasSubtree(match.pattern->pattern))
+    if (const auto part = PartOf(match.pattern->pattern, path))
+        match.rest = *part;
+    else if (HasSubtree(match.pattern->pattern))
         match.rest = path.substr(std::min(path.size(), match.pattern->pattern.size() - 1));
     return match;
 }

@@ -25,6 +25,7 @@
 #include "host/http/request.h"
 #include "host/site/account/pages.h"
 #include "host/users/authenticator.h"
+#include "host/users/tokens.h"
 
 namespace host {
 
@@ -46,6 +47,7 @@ enum class Who {
 struct Access {
     Authenticator& authenticator;
     Sessions& sessions;
+    Tokens& tokens;
     const SessionCookie& cookie;
     Counters& counters;
     const bool demo; // of this machine alone
@@ -60,17 +62,30 @@ struct Access {
     [[nodiscard]] bool Offers(const SignIn& visitor, Who who) const;
     // Where a page that is of no use to its visitor leads to.
     [[nodiscard]] std::string_view WayBack(const SignIn& visitor) const;
+
+private:
+    // The same for a sign-in with a program's token.
+    [[nodiscard]] std::optional<Answer> RefuseToken(const Request& request, Who who, std::string_view token,
+                                                    SignIn& signIn) const;
+    [[nodiscard]] std::optional<Answer> Forbid(const Request& request, const SignIn& signIn,
+                                               std::string_view line) const;
 };
 
 extern const std::string_view kChallenge; // the value of WWW-Authenticate
 
 // A set of them. A GET that asks for a WebSocket is one where a row has WebSocket, and else a GET.
-enum class Method : unsigned { Get = 1, Head = 2, Post = 4, Put = 8, Delete = 16, WebSocket = 32 };
-inline constexpr std::pair<Method, std::string_view> kMethodNames[] = {{Method::Get, "GET"},
-                                                                       {Method::Head, "HEAD"},
-                                                                       {Method::Post, "POST"},
-                                                                       {Method::Put, "PUT"},
-                                                                       {Method::Delete, "DELETE"}};
+enum class Method : unsigned {
+    Get = 1,
+    Head = 2,
+    Post = 4,
+    Put = 8,
+    Delete = 16,
+    Patch = 32,
+    WebSocket = 64
+};
+inline constexpr std::pair<Method, std::string_view> kMethodNames[] = {
+    {Method::Get, "GET"}, {Method::Head, "HEAD"},     {Method::Post, "POST"},
+    {Method::Put, "PUT"}, {Method::Delete, "DELETE"}, {Method::Patch, "PATCH"}};
 
 // Which pages may make a browser ask, as Origin and Sec-Fetch-Site tell. Programs send neither.
 enum class From {
@@ -101,7 +116,8 @@ enum class Clear {
 };
 
 struct Address {
-    // A path. With "/*" at its end also everything below it; "/*" alone is what nothing else fits.
+    // A path. With "/*" at its end also everything below it; "/*" alone is what nothing else fits. "/*/"
+    // stands for one part of a path.
     std::string_view pattern;
     unsigned methods;
     Who who;
@@ -126,7 +142,7 @@ struct AddressMatch {
     const Address* address = nullptr; // null when no row has the method
     const Address* pattern = nullptr; // some row of the pattern; never null
     unsigned methods = 0;             // of all rows of the pattern
-    std::string_view rest;            // of the request's path, behind "/" of the pattern's "/*"
+    std::string_view rest;            // of the request's path: what the pattern's "*" stands for
 };
 AddressMatch FindAddress(const Request& request);
 

@@ -146,6 +146,7 @@ std::optional<Answer> Refuse(const Address& address, Visit& visit, const Site& s
 
 void Serve(Visit& visit, const Site& site) {
     const AddressMatch match = FindAddress(visit.request);
+    visit.refusals = match.pattern->refusals;
     if (visit.request.lacksHost && match.pattern->host == Host::Named) {
         site.counters.Refuse(Refusal::HeadInvalid);
         return visit.SendLast(Answer::Text(400, "A request of HTTP/1.1 names the host that it is for."));
@@ -162,7 +163,6 @@ void Serve(Visit& visit, const Site& site) {
     if (visit.request.hasBody && address.body != kBodyUnread && !visit.ReadBody())
         return;
     visit.rest = match.rest;
-    visit.refusals = address.refusals;
     address.serve(site, visit);
 }
 
@@ -268,7 +268,7 @@ private:
                 return false;
         }
         const auto address = Network::Address(request.peer.text);
-        request.toThisMachine = address && address->IsLoopback();
+        request.toThisMachine = m_peer.owner || (address && address->IsLoopback());
         return true;
     }
 
@@ -355,6 +355,8 @@ bool Visit::SendUntilArrived(const Answer& answer) {
 }
 
 Answer Visit::Readable(const Answer& answer) const {
+    if (refusals == Form::Problem)
+        return Answer::Problem(answer);
     Answer readable = answer.refusal.empty()
                           ? answer
                           : ReadableRefusal(answer, request, m_site.language, m_site.access.WayBack(signIn));
@@ -380,8 +382,9 @@ std::shared_ptr<const void> Visit::TakeHeld() {
         Sessions::Held session;
     };
     Held held{m_seat, std::move(place), nullptr};
-    if (!signIn.session.empty()) {
-        held.session = m_site.access.sessions.Hold(signIn.session, m_stream.Fd());
+    if (!signIn.session.empty() || !signIn.token.empty()) {
+        held.session = signIn.token.empty() ? m_site.access.sessions.Hold(signIn.session, m_stream.Fd())
+                                            : m_site.access.tokens.Hold(signIn.token, m_stream.Fd());
         if (!held.session) // it has ended since it was looked at
             ::shutdown(m_stream.Fd(), SHUT_RDWR);
     }

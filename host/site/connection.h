@@ -73,7 +73,7 @@ public:
     // The line of who has signed in with a browser, for a page; HTML, empty for others.
     [[nodiscard]] std::string AccountLine() const;
     // For a connection that goes on without this: what it takes up, to be let go of at its end. It ends with
-    // the session that it came with. Before the connection is taken.
+    // the session, or the program's token, that it came with. Before the connection is taken.
     [[nodiscard]] std::shared_ptr<const void> TakeHeld();
     [[nodiscard]] const SeatPtr& ShareSeat() const noexcept { return m_seat; }
 

@@ -7,6 +7,7 @@
 #include "host/http/proxy.h"
 #include "host/site/account/pages.h"
 #include "host/site/addresses.h"
+#include "host/site/api/pages.h"
 #include "host/site/links/pages.h"
 #include "host/site/live/pages.h"
 #include "host/site/mobile/pages.h"
@@ -29,6 +30,7 @@ struct SiteParts {
     Authenticator& authenticator;
     Sessions& sessions;
     Phones& phones;
+    Tokens& tokens;
     Settings& settings;
     Counters& counters;
     kit::PackerCounters& packers;
@@ -55,9 +57,8 @@ struct Site {
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
           pageToken(RandomPassword()), shares(limits), loops(stop), senders(loops, limits, counters),
-          language(parts.language), cookie(UserCookie(parts.port)),
-          phoneCookie(PhoneCookie(parts.port)), access{parts.authenticator, parts.sessions, cookie, counters,
-                                                       parts.demo},
+          language(parts.language), cookie(UserCookie(parts.port)), phoneCookie(PhoneCookie(parts.port)),
+          access{parts.authenticator, parts.sessions, parts.tokens, cookie, counters, parts.demo},
           live{parts.feeds, parts.sources, limits, counters, stop, parts.demo, loops, senders},
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
                                                                             parts.packers, limits.staleAfter,
@@ -79,7 +80,9 @@ struct Site {
                 language,
                 [this](std::string_view token) { return links.Spend(token); }},
           trust{parts.certificates, language}, account{parts.authenticator, parts.sessions, cookie, language,
-                                                       parts.forgetPassword} {}
+                                                       parts.forgetPassword},
+          api{parts.settings, parts.feeds,  parts.authenticator,
+              parts.phones,   parts.tokens, parts.forgetPassword} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 
@@ -111,6 +114,7 @@ struct Site {
     const PhonePages phone;
     const TrustPages trust;
     const AccountPages account;
+    const ApiPages api;
 };
 
 } // namespace host

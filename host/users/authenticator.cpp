@@ -232,17 +232,97 @@ bool Authenticator::ChangePassword(const std::string& login, const std::string& 
     const auto user = m_store.Users().find(login);
     if (user == m_store.Users().end())
         return false;
-    const User former = user->second;
-    m_store.Set(login, {former.kind, former.demo, hash});
+    return Store(login, User{user->second.kind, user->second.demo, hash}) != UserChange::NotWritten;
+}
+
+Authenticator::UserChange Authenticator::Store(const std::string& login, std::optional<User> user) {
+    const auto found = m_store.Users().find(login);
+    const auto former = found != m_store.Users().end() ? std::optional(found->second) : std::nullopt;
+    const auto set = [&](const std::optional<User>& to) {
+        if (to)
+            m_store.Set(login, *to);
+        else
+            m_store.Remove(login);
+    };
+    set(user);
+    if (std::ranges::none_of(m_store.Users(),
+                             [](const auto& item) { return item.second.kind == UserKind::Admin; })) {
+        set(former);
+        return UserChange::LastAdmin;
+    }
     m_verified.erase(login);
     try {
         m_store.Save();
     } catch (const StartError& error) {
-        m_store.Set(login, former);
+        set(former);
         Console::Get().Log("error", error.what());
-        return false;
+        return UserChange::NotWritten;
     }
-    return true;
+    return former ? UserChange::Changed : UserChange::Made;
+}
+
+UserMap Authenticator::Users() const {
+    const std::lock_guard guard(m_mutex);
+    return m_store.Users();
+}
+
+std::optional<UserKind> Authenticator::KindOf(std::string_view login) const {
+    const std::lock_guard guard(m_mutex);
+    const auto user = m_store.Users().find(login);
+    return user != m_store.Users().end() ? std::optional(user->second.kind) : std::nullopt;
+}
+
+std::string Authenticator::VersionOfUsers() const {
+    std::string all = m_run;
+    for (const auto& [login, user] : m_store.Users())
+        all += '\n' + login + '\t' + std::string(KindName(user.kind)) + '\t' + user.hash;
+    return '"' + Sha256(all).substr(0, 32) + '"';
+}
+
+std::string Authenticator::UsersVersion() const {
+    const std::lock_guard guard(m_mutex);
+    return VersionOfUsers();
+}
+
+Authenticator::UserChange Authenticator::PutUser(const std::string& login, std::optional<UserKind> kind,
+                                                 const std::optional<std::string>& password,
+                                                 std::string_view version) {
+    const auto present = [&]() -> std::optional<User> {
+        const auto user = m_store.Users().find(login);
+        return user != m_store.Users().end() ? std::optional(user->second) : std::nullopt;
+    };
+    std::string before; // the hash that the password is compared with
+    {
+        const std::lock_guard guard(m_mutex);
+        RefreshUsers();
+        if (const auto user = present())
+            before = user->hash;
+    }
+    // Slow, and so outside the lock. A request that comes again changes nothing.
+    const bool same = password && !before.empty() && VerifyPassword(*password, before);
+    const std::string hash = password && !same ? HashPassword(*password) : before;
+    const std::lock_guard guard(m_mutex);
+    RefreshUsers();
+    if (!version.empty() && version != VersionOfUsers())
+        return UserChange::Outdated;
+    const auto former = present();
+    if (!former && (!kind || !password))
+        return UserChange::Missing;
+    User user = former.value_or(User{});
+    user.kind = kind.value_or(user.kind);
+    if (password)
+        user.hash = hash;
+    if (former && former->kind == user.kind && former->hash == user.hash)
+        return UserChange::Same;
+    return Store(login, std::move(user));
+}
+
+Authenticator::UserChange Authenticator::RemoveUser(const std::string& login, std::string_view version) {
+    const std::lock_guard guard(m_mutex);
+    RefreshUsers();
+    if (!version.empty() && version != VersionOfUsers())
+        return UserChange::Outdated;
+    return m_store.Users().contains(login) ? Store(login, std::nullopt) : UserChange::Missing;
 }
 
 void Authenticator::RefreshUsers() {

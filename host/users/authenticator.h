@@ -16,6 +16,7 @@
 #include "host/http/request.h"
 #include "host/users/cameras.h"
 #include "host/users/check_queue.h"
+#include "host/users/password.h"
 #include "host/users/sessions.h"
 #include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
@@ -36,6 +37,8 @@ struct SignIn {
     UserKind kind = UserKind::Viewer;
     bool camera = false;   // by the password of the camera of this name: a phone that is this one camera
     std::string session{}; // the number of the browser's session; empty for a sign-in of its own
+    std::string token{};   // the id of a program's token; empty for other sign-ins
+    bool owner = false;    // of the data folder, by the control socket: nobody's login
     std::chrono::seconds retryAfter{0};
 };
 
@@ -70,6 +73,26 @@ public:
     [[nodiscard]] bool MayChangePassword(const SignIn& visitor) const;
     // False when it could not be written: then it stays what it was.
     bool ChangePassword(const std::string& login, const std::string& password);
+    // --- Users, for who administers them ---
+    [[nodiscard]] UserMap Users() const;
+    // Changes with the users; of this run of the host.
+    [[nodiscard]] std::string UsersVersion() const;
+    [[nodiscard]] std::optional<UserKind> KindOf(std::string_view login) const;
+    enum class UserChange {
+        Made,
+        Changed,
+        Same,       // it was so already
+        Missing,    // there is no such user, or a new one has no kind or no password
+        LastAdmin,  // nobody could administer the server any more
+        NotWritten, // and so it stays what it was
+        Outdated
+    };
+    // What is not given stays as it is. With a version, only while that is the present one. The texts have
+    // been checked. Slow with a password.
+    UserChange PutUser(const std::string& login, std::optional<UserKind> kind,
+                       const std::optional<std::string>& password, std::string_view version = {});
+    UserChange RemoveUser(const std::string& login, std::string_view version = {});
+
     // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
     // without waiting for a turn and without counting a wrong one. For GetRequestAuth, which the component
     // calls for a request that was let in before.
@@ -110,7 +133,10 @@ private:
     };
     using FlightKey = std::tuple<std::string, std::string, std::string>; // address, login, password
 
-    void RefreshUsers();                                                    // with m_mutex held
+    void RefreshUsers();                              // with m_mutex held
+    [[nodiscard]] std::string VersionOfUsers() const; // with m_mutex held
+    // Nothing: the user goes.
+    UserChange Store(const std::string& login, std::optional<User> user);   // with m_mutex held
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
     bool IsLogin(std::string_view login) const;                             // with m_mutex held
     bool IsCamera(const Credentials& credentials) const;                    // with m_mutex held
@@ -121,6 +147,7 @@ private:
 
     static constexpr std::chrono::minutes kRemember{5};
 
+    const std::string m_run = RandomHex(16); // of versions: no other run of the host has the same
     const Wakeup& m_stop;
     CameraLogins m_cameras;
     SignInPlaces m_places;

@@ -14,6 +14,8 @@ namespace host {
 
 using kit::CameraEntry;
 
+inline constexpr std::string_view kCameraTypes[] = {"320x240", "160x120"}; // the usual one first
+
 // The sign-ins of phones: a camera that stands in the settings is one, under its name and with its password,
 // so that a phone needs no user of its own. Thread-safe.
 class CameraLogins {

@@ -69,13 +69,16 @@ public:
     // Returns the secret. Where the owner has as many as it may, the one that was unused for the longest time
     // ends.
     std::string Add(Record record, Time now) {
-        std::string secret = RandomHex(kSecretBytes);
-        record.made = record.used = now;
         const std::lock_guard guard(m_state->mutex);
-        MakeRoomFor(record.Owner());
-        m_state->slots.insert_or_assign(Sha256(secret), Slot{std::move(record), {}});
-        (void)Write();
-        return secret;
+        if (const Crowd crowd = CrowdOf(record.Owner()); crowd.count >= kMostOfOwner)
+            Erase(crowd.oldest);
+        return Insert(std::move(record), now);
+    }
+    // The same, or nothing in that case.
+    std::optional<std::string> AddIfRoom(Record record, Time now) {
+        const std::lock_guard guard(m_state->mutex);
+        return CrowdOf(record.Owner()).count < kMostOfOwner ? std::optional(Insert(std::move(record), now))
+                                                            : std::nullopt;
     }
     // Nothing where there is no such record, `use` returns false for it, or it is over. It counts as used.
     template <class Use>
@@ -194,18 +197,28 @@ private:
         m_changed = true;
         return m_state->slots.erase(slot);
     }
-    void MakeRoomFor(const std::string& owner) {
+    struct Crowd {
         std::size_t count = 0;
-        auto oldest = m_state->slots.end();
+        typename Map::iterator oldest; // that was unused for the longest time
+    };
+    [[nodiscard]] Crowd CrowdOf(const std::string& owner) const {
+        Crowd crowd{0, m_state->slots.end()};
         for (auto at = m_state->slots.begin(); at != m_state->slots.end(); ++at) {
             if (at->second.record.Owner() != owner)
                 continue;
-            ++count;
-            if (oldest == m_state->slots.end() || at->second.record.used < oldest->second.record.used)
-                oldest = at;
+            ++crowd.count;
+            if (crowd.oldest == m_state->slots.end() ||
+                at->second.record.used < crowd.oldest->second.record.used)
+                crowd.oldest = at;
         }
-        if (count >= kMostOfOwner)
-            Erase(oldest);
+        return crowd;
+    }
+    std::string Insert(Record record, Time now) {
+        std::string secret = RandomHex(kSecretBytes);
+        record.made = record.used = now;
+        m_state->slots.insert_or_assign(Sha256(secret), Slot{std::move(record), {}});
+        (void)Write();
+        return secret;
     }
     bool Write() {
         m_changed = false;

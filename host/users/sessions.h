@@ -8,6 +8,10 @@
 
 namespace host {
 
+// Ends the connection of that descriptor, which is kept by another one until then. Empty where there is no
+// descriptor left for that.
+std::function<void()> EndOfConnection(int fd);
+
 // Thread-safe.
 class Sessions {
 public:

@@ -353,7 +353,7 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(page.names(), ["Hof", "left"])
         self.assertEqual(self.browser.run("return document.documentElement.lang"), "ru")
         titles = self.browser.run("return [...document.querySelectorAll('h2')].map((title) => title.textContent)")
-        self.assertEqual(titles, ["Общие", "Камеры", "Телефоны, ставшие камерами"])
+        self.assertEqual(titles, ["Общие", "Камеры", "Телефоны, ставшие камерами", "Токены для программ"])
         self.assertEqual(self.browser.run("return document.querySelector('.add').textContent"), "Добавить камеру")
         self.assertEqual(page.control("", "host").get_attribute("value"), "192.0.2.7:80")
         page.press("Hof", ".reveal")

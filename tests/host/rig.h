@@ -158,6 +158,8 @@ public:
                  [this](const std::string& camera) {
                      return authenticator.DigestOf({camera, true});
                  }),
+          tokens(folder.File("tokens"),
+                 [this](std::string_view login) { return authenticator.KindOf(login); }),
           sources(std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter)),
           site(SiteParts{.feeds = *feeds,
                          .sources = *sources,
@@ -165,6 +167,7 @@ public:
                          .authenticator = authenticator,
                          .sessions = sessions,
                          .phones = phones,
+                         .tokens = tokens,
                          .settings = settings,
                          .counters = counters,
                          .packers = *packers,
@@ -227,6 +230,7 @@ public:
     Authenticator authenticator;
     Sessions sessions;
     Phones phones;
+    Tokens tokens;
     VideoSourcePtr source = platform::ComObject<VideoSource>::Create();
     FeedTablePtr feeds = platform::ComObject<FeedTable>::Create();
     kit::WebHandlerHostPtr hosts = platform::ComObject<kit::WebHandlerHost>::Create(

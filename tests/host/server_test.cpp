@@ -79,10 +79,6 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"POST /phone/leave", "", 403, empty},
         {"POST /phone/picture", "", 403, empty},
         {"GET /phone/socket", "", 403, upgrade},
-        {"GET /phones", Rig::kViewer, 403},
-        {"GET /phones", Rig::kAdmin, 200},
-        {"DELETE /phones/x", Rig::kAdmin, 403},
-        {"DELETE /phones/x", Rig::kAdmin, 404, token},
         {"POST /cameras/x/control", Rig::kPhone, 403, empty},
         {"POST /cameras/x/control", Rig::kAdmin, 403, evil + empty},
         {"POST /cameras/x/control", Rig::kAdmin, 404, empty},
@@ -142,6 +138,8 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         {"GET /xslt/enum/all", "", 401},
         {"GET /xslt/enum/all", Rig::kPhone, 302},
         {"GET /nothing", "", 401},
+        {"POST /api/nothing", "", 401},
+        {"POST /api/nothing", Rig::kViewer, 404},
     };
     std::set<const Address*> asked;
     std::set<const Address*> refused;
@@ -162,6 +160,8 @@ TEST(Server, AnswersAreThoseOfTheTable) {
         }
     }
     for (const Address& row : Addresses()) {
+        if (row.pattern.starts_with("/api/v1/")) // api_test.cpp has a case for each
+            continue;
         EXPECT_TRUE(asked.contains(&row)) << "no case asks for " << row.pattern << ' ' << row.methods;
         EXPECT_TRUE(row.who == Who::Everybody || refused.contains(&row))
             << "no case is refused at " << row.pattern << ' ' << row.methods;

@@ -2,6 +2,7 @@
 """A browser that is a camera: how it becomes one, what its page and the host tell each other, and what ends it."""
 
 import argparse
+import datetime
 import json
 import os
 import re
@@ -190,18 +191,19 @@ class Becoming(PhoneCase):
         cookie = self.phone(host, lines="User-Agent: A\tbrowser" + "x" * 500 + "\r\n")
         page = Page(self, host, cookie)
         page.start()
-        (listed,) = json.loads(self.ask(host, "/phones", self.basic(host))[2])
+        (listed,) = json.loads(self.ask(host, "/api/v1/phones", self.basic(host))[2])["phones"]
         self.assertEqual((listed["camera"], listed["live"], listed["address"]), ("yard", True, "127.0.0.1"))
-        self.assertLessEqual(abs(listed["lastContact"] / 1000 - time.time()), 60)
+        self.assertLessEqual(abs(datetime.datetime.fromisoformat(listed["lastContact"]).timestamp() - time.time()), 60)
         self.assertNotIn(cookie.split("=")[1].strip(), json.dumps(listed))
-        self.assertEqual(self.ask(host, f"/phones/{listed['id']}", self.basic(host), "DELETE")[0], 403, "not without the page's token")
+        foreign = self.basic(host) + "Origin: http://evil.example\r\n"
+        self.assertEqual(self.ask(host, f"/api/v1/phones/{listed['id']}", foreign, "DELETE")[0], 403, "not by another site's page")
         begun = time.monotonic()
-        self.assertEqual(self.ask(host, f"/phones/{listed['id']}", self.basic(host) + self.settings_token(host), "DELETE")[0], 200)
+        self.assertEqual(self.ask(host, f"/api/v1/phones/{listed['id']}", self.basic(host), "DELETE")[0], 204)
         page.closes(ENDED)
         self.assertLess(time.monotonic() - begun, 5)
         self.wait_until(lambda: not self.tile(host)["connected"], "the upload ends")
         self.assertEqual(Page(self, host, cookie).status, 401)
-        self.assertEqual(json.loads(self.ask(host, "/phones", self.basic(host))[2]), [])
+        self.assertEqual(json.loads(self.ask(host, "/api/v1/phones", self.basic(host))[2])["phones"], [])
 
 
 class Sending(PhoneCase):
@@ -370,8 +372,8 @@ class Posting(PhoneCase):
             self.wait_until(lambda: self.post(host, cookie)[-1:] == [{"type": "closed", "code": REPLACED}], "it is told so")
         self.post(host, cookie, 22, coded_jpeg(22), state="running")
         self.wait_until(lambda: self.tile(host)["connected"], "it is back")
-        (listed,) = json.loads(self.ask(host, "/phones", self.basic(host))[2])
-        self.ask(host, f"/phones/{listed['id']}", self.basic(host) + self.settings_token(host), "DELETE")
+        (listed,) = json.loads(self.ask(host, "/api/v1/phones", self.basic(host))[2])["phones"]
+        self.ask(host, f"/api/v1/phones/{listed['id']}", self.basic(host), "DELETE")
         self.wait_until(lambda: not self.tile(host)["connected"], "the upload ends")
         self.assertEqual(self.post(host, cookie), 401)
         # One that goes without a word is gone after a quarter of a minute.

@@ -3,6 +3,7 @@
 
 import argparse
 import base64
+import hashlib
 import json
 import os
 import re
@@ -22,7 +23,9 @@ import urllib.request
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
-from hostprogram import Host, free_port  # noqa: E402 - it stands beside the browser tests
+from feeder import Feeder  # noqa: E402 - these stand beside the browser tests
+from hostprogram import Host, free_port  # noqa: E402
+from pictures import coded_jpeg  # noqa: E402
 
 options = None  # set at the end
 CAMERA = '<item><Name type="BSTR">{}</Name><Type type="BSTR">320x240</Type><Password type="BSTR"/></item>'
@@ -259,6 +262,104 @@ class Programs(ProgramCase):
             request.add_header("Authorization", "Basic " + base64.b64encode(f"admin:{self.read('admin-password').strip()}".encode()).decode())
         with urllib.request.urlopen(request, timeout=20) as answer:
             return min(camera["frames"] for camera in json.load(answer)["cameras"] if camera["name"] != "spare")
+
+    def test_cameras_and_tokens_from_the_command_line(self):
+        def run(*words, **more):
+            return self.run_host("--data", self.data, *words, **more)
+
+        for words in (["camera"], ["camera", "add"], ["camera", "list", "x"], ["token", "make", "x"], ["what"], ["token", "list", "--scope", "all"],
+                      ["camera", "add", "x", "--user", "x"], ["camera", "add", "x", "--type", "1x1"]):
+            run(*words, status=2)
+        self.serve()
+        host = Host(options.host, self.folder, ["--quiet"])
+        self.addCleanup(host.close)
+        for running in (False, True, False):
+            with self.subTest(running=running):
+                if running:
+                    host.start()
+                    self.assertEqual(run("camera", "list"), "kept\t320x240\tpassword\n", "what was added before the start")
+                files = "" if running else f"No host runs on {self.data}: its files are changed"
+                said = run("camera", "add", "yard", said="demo word\n")
+                self.assertTrue(said.startswith(files) and said.endswith('The camera "yard" is in place.\n'), said)
+                run("camera", "add", "yard", "--type", "160x120", said="other word\n")
+                self.assertIn("yard\t160x120\tpassword\n", run("camera", "list"))
+                self.assertIn("a login has no control characters and none of", run("camera", "add", "a%b", said="x\n", status=1))
+                self.assertIn("a password has no control characters", run("camera", "add", "new", said="a/b\n", status=1))
+                run("camera", "add", "kept", said="word\n")
+                self.assertTrue(run("camera", "remove", "yard").startswith(files))
+                self.assertIn("there is no camera", run("camera", "remove", "yard", status=1).lower())
+                self.assertEqual(run("camera", "list"), "kept\t320x240\tpassword\n")
+
+                self.assertIn("no user", run("token", "add", "reader", "--user", "nobody", status=1))
+                token = run("token", "add", "reader").strip()
+                self.assertRegex(token, "^[0-9a-f]{64}$")
+                listed = run("token", "list").strip().split("\t")
+                self.assertEqual(listed, [hashlib.sha256(token.encode()).hexdigest(), "admin", "read", "reader"])
+                self.assertNotIn(token, self.read("tokens"))
+                if running:
+                    self.assertEqual(self.status_of(host, "/api/v1/cameras", token), 200)
+                run("token", "remove", listed[0][:12])
+                self.assertEqual(run("token", "list"), "")
+                if running:
+                    self.assertEqual(self.status_of(host, "/api/v1/cameras", token), 401)
+                    self.look_at_the_control_socket()
+                    self.assertEqual(host.stop(), 0)
+                    self.assertFalse(os.path.exists(os.path.join(self.data, "control.sock")))
+        run("camera", "remove", "kept")
+        self.assertEqual(run("camera", "list"), "")
+        self.assertNotIn("kept", self.settings.read_text(encoding="utf-8"))
+
+    @staticmethod
+    def status_of(host, path, token):
+        request = urllib.request.Request(f"http://127.0.0.1:{host.port}{path}", headers={"Authorization": f"Bearer {token}"})
+        try:
+            return urllib.request.urlopen(request, timeout=30).status
+        except urllib.error.HTTPError as refused:
+            return refused.code
+
+    def look_at_the_control_socket(self):
+        path = os.path.join(self.data, "control.sock")
+        self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o600)
+
+        def ask(target):
+            with socket.socket(socket.AF_UNIX) as peer:
+                peer.settimeout(30)
+                peer.connect(path)
+                peer.sendall(f"GET {target} HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n".encode())
+                return peer.recv(12)
+        self.assertEqual(ask("/api/v1/users"), b"HTTP/1.1 200")
+        self.assertEqual(ask("/settings/state"), b"HTTP/1.1 403")
+        if os.geteuid() == 0:
+            # Somebody else, whom the file's mode would let in.
+            for place, mode in ((self.folder, 0o755), (self.data, 0o755), (path, 0o666)):
+                os.chmod(place, mode)
+            child = os.fork()
+            if child == 0:
+                try:
+                    os.setuid(65534)
+                    os._exit(0 if ask("/api/v1/users") == b"" else 1)
+                except ConnectionError:
+                    os._exit(0)
+                finally:
+                    os._exit(2)
+            self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 0)
+
+    def test_recipes_ask_for_figures_that_exist(self):
+        host = Host(options.host, self.folder, ["--quiet"])
+        self.addCleanup(host.close)
+        host.write_cameras(["yard"], "demo")
+        host.start()
+        with Feeder(host.port, "yard", "demo", [coded_jpeg(1)], 20) as feeder:
+            self.wait_until(lambda: feeder.frames > 2, "the phone sends")
+            figures = set(re.findall(r"^(morrowstream_\w+)", host.fetch("/metrics").decode(), re.M))
+        recipes = Path(__file__).resolve().parents[2] / "docs/recipes"
+        for name in ("morrowstream-alerts.yml", "grafana-dashboard.json"):
+            asked = set(re.findall(r"\bmorrowstream_\w+", (recipes / name).read_text(encoding="utf-8")))
+            self.assertGreater(len(asked), 5)
+            self.assertEqual(asked - figures, set(), name)
+        panels = json.loads((recipes / "grafana-dashboard.json").read_text(encoding="utf-8"))["panels"]
+        self.assertTrue(all(target["expr"] for panel in panels for target in panel["targets"]))
+        self.assertEqual(host.stop(), 0)
 
     def test_levels_are_written_where_the_journal_reads(self):
         # The service manager names the stream by device and inode; the name of another stream means nothing.

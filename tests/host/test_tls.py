@@ -253,13 +253,18 @@ class Elsewhere(TlsCase):
         ("/phone", "GET"): ("/phone", "moved"), ("/phone/manifest.webmanifest", "GET"): ("/phone/manifest.webmanifest", "refused"),
         ("/phone/state", "GET"): ("/phone/state", "refused"), ("/phone/socket", "WS"): ("/phone/socket", "refused"),
         **{(f"/phone/{word}", "POST"): (f"/phone/{word}", "refused") for word in ("pair", "sign-in", "leave", "picture")},
-        ("/phones", "GET"): ("/phones", "refused"), ("/phones/*", "DELETE"): ("/phones/x", "refused"),
+        ("/api/v1/openapi.json", "GET"): ("/api/v1/openapi.json", 200), ("/api/*", "GET"): ("/api/x", "refused"),
+        **{(f"/api/v1/{place}", method): (f"/api/v1/{place.replace('*', 'x')}", "refused") for method, places in (
+            ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* phones tokens"),
+            ("PATCH", "cameras"), ("PUT", "cameras/* users/*"), ("POST", "cameras/*/link tokens"),
+            ("DELETE", "cameras/* users/* phones/* tokens/*")) for place in places.split()},
         ("/cameras/*", "POST"): ("/cameras/yard/control", "refused"), ("/assets/phone/*", "GET"): ("/assets/phone/app.js", "moved"),
         ("/assets/shared/*", "GET"): ("/assets/shared/style.css", "moved"),
         ("/password", "POST"): ("/password", "refused"), ("/trust", "GET"): ("/trust", 200),
         ("/trust/*", "GET"): ("/trust/authority.crt", "refused"), ("/*", "GET"): ("/nothing", "moved"),
     }
-    METHODS = {"kRead": "GET", "kGet": "GET", "kSocket": "WS", "kPost": "POST", "kPut": "PUT", "kDelete": "DELETE"}
+    METHODS = {"kRead": "GET", "kGet": "GET", "kSocket": "WS", "kPost": "POST", "kPut": "PUT", "kDelete": "DELETE",
+               "kPatch": "PATCH", "kAny": "GET"}
 
     def start_for_others(self, *words):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:

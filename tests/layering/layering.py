@@ -24,9 +24,9 @@ COMMON = {
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
-               "host/bridge"}
+               "host/bridge", "host/control"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("account", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
+    f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
 }
 TABLE = {
     "platform": set(),
@@ -70,6 +70,8 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/log", "kit/picture"},
     "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
+    # Programs of this machine, past the web server.
+    "host/control": {"platform", "host/base", "host/log"},
     # A phone played towards the component.
     "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "kit/component", "kit/connection"},
     # Pages as such: files that the program carries, pages without script, and their texts.
@@ -91,7 +93,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/http", "host/feed", "host/bridge", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/http", "host/feed", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},

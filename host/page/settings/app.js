@@ -1,7 +1,7 @@
 // The page of the settings: reads the document from the host, shows it as a form, and brings back what was changed.
 
 import { SettingsForm } from "./form.js";
-import { PhoneList } from "./phones.js";
+import { phoneList, tokenList } from "./phones.js";
 import { text, translatePage } from "../shared/words.js";
 import { setDocumentLanguage } from "./text.js";
 
@@ -43,8 +43,8 @@ async function ask(method, path, { body, headers = {}, json = false } = {}) {
             return { content: json ? JSON.parse(content) : content, version: answer.headers.get("ETag"),
                 written: answer.headers.get("X-Settings-Written") !== "no" };
         }
-        const told = answer.headers.get("Content-Type")?.startsWith("application/json") ? JSON.parse(content) : {};
-        throw new HostError(answer.status, told.problems ?? [], told.text ?? content.trim());
+        const told = answer.headers.get("Content-Type")?.match(/^application\/(problem\+)?json/u) ? JSON.parse(content) : {};
+        throw new HostError(answer.status, told.problems ?? [], told.text ?? told.detail ?? content.trim());
     } catch (error) {
         throw error instanceof HostError ? error : new HostError(0, [], String(error));
     }
@@ -74,11 +74,19 @@ async function askWithToken(...question) {
     }
 }
 
-const phones = new PhoneList(document.getElementById("phones"), {
-    read: async () => (await ask("GET", "/phones", { json: true })).content,
-    revoke: (id) => askWithToken("DELETE", `/phones/${encodeURIComponent(id)}`),
+// A list of the interface for programs, and what is done to it.
+const listAt = (name) => ({
+    read: async () => (await ask("GET", `/api/v1/${name}`, { json: true })).content[name],
+    revoke: (id) => ask("DELETE", `/api/v1/${name}/${encodeURIComponent(id)}`),
     say,
     complain: (error) => showBanner(error instanceof HostError ? wordsFor(error) : error.message),
+});
+const phones = phoneList(document.getElementById("phones"), listAt("phones"));
+const tokens = tokenList(document.getElementById("tokens"), {
+    ...listAt("tokens"),
+    make: async (wanted) => (await ask("POST", "/api/v1/tokens", {
+        body: JSON.stringify(wanted), headers: { "Content-Type": "application/json" }, json: true,
+    })).content.token,
 });
 
 function wordsFor(error) {
@@ -186,6 +194,7 @@ async function load() {
         const answer = await ask("GET", "/settings/document");
         showForm(answer.content, answer.version);
         phones.begin();
+        tokens.begin();
         if (!host.written) {
             showBanner(text("notOnDisk"));
         }
@@ -291,7 +300,7 @@ function saveIfChanged() {
 page.save.addEventListener("click", saveIfChanged);
 page.form.addEventListener("submit", (event) => event.preventDefault());
 page.form.addEventListener("keydown", (event) => {
-    if (event.key === "Enter" && !event.isComposing && event.target.matches("input:not([type=search])")) {
+    if (event.key === "Enter" && !event.isComposing && event.target.matches("input:not([type=search], #tokens *)")) {
         event.preventDefault();
         saveIfChanged();
     }

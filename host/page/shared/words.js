@@ -435,6 +435,17 @@ export const WORDS = {
     phoneContact: ["Last contact {}", "Último contacto: {}", "Dernier contact : {}", "Последняя связь: {}", "Pēdējais kontakts: {}", "Son əlaqə: {}", "ბოლო კავშირი: {}"],
     sendsNow: ["Sending now", "Enviando ahora", "Envoie maintenant", "Передаёт сейчас", "Tagad sūta", "İndi göndərir", "ახლა აგზავნის"],
     revokePhone: ["Revoke the phone of {}", "Anular el teléfono de {}", "Révoquer le téléphone de {}", "Отозвать телефон: {}", "Atsaukt tālruni: {}", "{} telefonunu ləğv et", "ტელეფონის გაუქმება: {}"],
+    tokensTitle: ["Tokens for programs", "Tokens para programas", "Jetons pour programmes", "Токены для программ", "Pilnvaras programmām", "Proqramlar üçün tokenlər", "ტოკენები პროგრამებისთვის"],
+    tokensHint: ["A program signs in with a token in place of a name and a password. It sees what you see.", "Un programa inicia sesión con un token en lugar de nombre y contraseña. Ve lo que usted ve.", "Un programme se connecte avec un jeton au lieu d’un nom et d’un mot de passe. Il voit ce que vous voyez.", "Программа входит с токеном вместо имени и пароля и видит то же, что и вы.", "Programma pierakstās ar pilnvaru, nevis vārdu un paroli. Tā redz to pašu, ko jūs.", "Proqram ad və parol əvəzinə tokenlə daxil olur və sizin gördüyünüzü görür.", "პროგრამა სახელისა და პაროლის ნაცვლად ტოკენით შედის და იმას ხედავს, რასაც თქვენ."],
+    noTokens: ["No token yet.", "Aún ningún token.", "Aucun jeton pour l’instant.", "Токенов пока нет.", "Pilnvaru vēl nav.", "Hələ token yoxdur.", "ტოკენი ჯერ არ არის."],
+    tokenName: ["What it is for", "Para qué es", "À quoi il sert", "Для чего", "Kam tā paredzēta", "Nə üçündür", "რისთვის არის"],
+    tokenScope: ["What it may do", "Qué puede hacer", "Ce qu’il peut faire", "Что разрешено", "Ko tā drīkst", "Nə edə bilər", "რისი უფლება აქვს"],
+    scopeRead: ["Read", "Leer", "Lire", "Читать", "Lasīt", "Oxumaq", "წაკითხვა"],
+    scopeAll: ["Read and change", "Leer y cambiar", "Lire et modifier", "Читать и изменять", "Lasīt un mainīt", "Oxumaq və dəyişmək", "წაკითხვა და შეცვლა"],
+    makeToken: ["Make a token", "Crear un token", "Créer un jeton", "Создать токен", "Izveidot pilnvaru", "Token yarat", "ტოკენის შექმნა"],
+    tokenOnce: ["Copy it now: it is not shown again.", "Cópielo ahora: no se volverá a mostrar.", "Copiez-le maintenant : il ne sera plus affiché.", "Скопируйте его сейчас: больше он не будет показан.", "Nokopējiet to tagad: vairs tā netiks rādīta.", "İndi kopyalayın: bir daha göstərilməyəcək.", "ახლავე დააკოპირეთ: მეტჯერ აღარ გამოჩნდება."],
+    tokenUsed: ["Last used {}", "Último uso: {}", "Dernière utilisation : {}", "Последнее использование: {}", "Pēdējoreiz lietota: {}", "Son istifadə: {}", "ბოლო გამოყენება: {}"],
+    revokeToken: ["Revoke the token {}", "Anular el token {}", "Révoquer le jeton {}", "Отозвать токен {}", "Atsaukt pilnvaru {}", "{} tokenini ləğv et", "ტოკენის გაუქმება: {}"],
     phoneRevoked: ["Revoked: {}", "Anulado: {}", "Révoqué : {}", "Отозван: {}", "Atsaukts: {}", "Ləğv edildi: {}", "გაუქმდა: {}"],
 
     // Labels that the component's documents have in some languages only, by their names there

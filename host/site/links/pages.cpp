@@ -66,6 +66,10 @@ Answer LinkPages::Make(const Request& request) const {
     const auto camera = request.query.starts_with(kCameraQuery)
                             ? PercentDecode(std::string_view(request.query).substr(kCameraQuery.size()))
                             : std::nullopt;
+    return MakeFor(camera, request);
+}
+
+Answer LinkPages::MakeFor(const std::optional<std::string>& camera, const Request& request) const {
     if (!camera || !m_authenticator.CameraPassword(*camera))
         return Unstored(Answer::Text(404, "There is no camera of that name that has a password."));
     const auto link = m_links->Make(*camera);

@@ -47,6 +47,8 @@ public:
           m_language(std::move(language)), m_content(std::move(content)) {}
 
     [[nodiscard]] Answer Make(const Request& request) const;
+    // The same for a camera that is named otherwise; nothing: by no text.
+    [[nodiscard]] Answer MakeFor(const std::optional<std::string>& camera, const Request& request) const;
     [[nodiscard]] Answer Revoke(std::string_view token) const;
     // The camera of a link whose phone is a browser: it is good for no other one then. Nothing for a link
     // that is no longer good, or is being used.

@@ -22,10 +22,6 @@ Phones::Sender SenderOf(const Request& request) {
     return {request.peer.text, request.Field("User-Agent")};
 }
 
-std::int64_t UnixMs(Phones::Time time) {
-    return std::chrono::milliseconds(time.time_since_epoch()).count();
-}
-
 // A message has room for a picture that is too long, so that the page hears why it ends.
 constexpr std::size_t kMostMessageBytes = 128 * 1024;
 
@@ -269,27 +265,6 @@ void PhonePages::Sweep() const {
         if (const FeedPtr feed = m_parts.feeds.Find(pause.camera))
             m_parts.feeds.SetPhone(*feed.Get(), pause.session, std::nullopt);
     }
-}
-
-Answer PhonePages::List() const {
-    auto list = Json::array();
-    for (const Phones::Listed& listed : m_parts.phones.List()) {
-        list.push_back({{"id", listed.phone.id},
-                        {"camera", listed.phone.camera},
-                        {"since", UnixMs(listed.made)},
-                        {"lastContact", UnixMs(listed.lastContact)},
-                        {"address", listed.address},
-                        {"agent", listed.agent},
-                        {"live", listed.live}});
-    }
-    return Answer::Json(200, list);
-}
-
-Answer PhonePages::Revoke(std::string_view id, std::string_view login) const {
-    if (!m_parts.phones.End(id))
-        return Answer::Refusal(Form::Json, 404, "There is no such phone any more.");
-    Console::Get().Log("message", "a phone was revoked by " + Printable(login));
-    return Answer::Json(200, Json::object());
 }
 
 Answer PhonePages::Control(std::string_view rest, std::string_view body) const {

@@ -11,8 +11,6 @@
 //                                   the same where no WebSocket opens: one picture as the body, or none, and
 //                                   what has changed; answers the messages that are due, as a JSON array.
 //                                   {"type":"closed","code":N} among them stands for the end of a WebSocket
-//   GET /phones                     the browsers that are cameras, as JSON; times are Unix milliseconds
-//   DELETE /phones/ID               revokes one
 //   POST /cameras/NAME/control      JSON for the page of the phone that sends for the camera
 #pragma once
 
@@ -65,8 +63,6 @@ public:
     // to be called twice a second.
     void Sweep() const;
 
-    [[nodiscard]] Answer List() const;
-    [[nodiscard]] Answer Revoke(std::string_view id, std::string_view login) const;
     // `rest` is what stands behind "/cameras/".
     [[nodiscard]] Answer Control(std::string_view rest, std::string_view body) const;
 

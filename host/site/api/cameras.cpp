@@ -1,0 +1,187 @@
+#include <algorithm>
+
+#include "host/log/console.h"
+#include "host/site/api/message.h"
+#include "platform/messages.h"
+
+namespace host {
+namespace {
+
+ApiJson CameraAsJson(const CameraEntry& camera) {
+    return {{"name", camera.name}, {"type", camera.type}, {"hasPassword", !camera.password.empty()}};
+}
+
+Answer NoCamera() {
+    return Answer::Text(404, "There is no camera of that name.");
+}
+
+Answer NoSettings() {
+    return Answer::Text(503, "The component gives no settings.");
+}
+
+const CameraEntry* FindCameraOf(const Settings::CameraReading& reading, const std::string& name) {
+    const auto found = std::ranges::find(reading.cameras, name, &CameraEntry::name);
+    return found != reading.cameras.end() ? &*found : nullptr;
+}
+
+// What a problem of change N points to in the body that had it.
+std::string PointerOf(const SettingsProblem& problem, bool batch) {
+    if (batch && problem.path.starts_with("/changes/"))
+        return problem.path;
+    return "";
+}
+
+// Nothing when all of it is in force.
+std::optional<Answer> CameraChangeRefused(const SettingsChange& change, bool batch) {
+    using enum SettingsChange::Result;
+    switch (change.result) {
+    case Done:
+    case NotWritten:
+        return std::nullopt;
+    case Outdated:
+        return ApiOutdated();
+    case Unsound: {
+        std::vector<ApiProblem> problems;
+        for (const SettingsProblem& problem : change.problems)
+            problems.push_back({PointerOf(problem, batch), problem.text});
+        return ApiUnsound(problems);
+    }
+    case Refused:
+        return Answer::Text(503,
+                            "The component refuses this: " + platform::DescribeStatus(change.status) + ".");
+    case NoDocument:
+    case NotReady:
+        break;
+    }
+    return NoSettings();
+}
+
+// In force, and on disk or not.
+Answer CameraChanged(Answer answer, const SettingsChange& change) {
+    answer.headers["ETag"] = change.now.version;
+    if (change.result == SettingsChange::Result::NotWritten) {
+        Console::Get().Log(
+            "error", "the settings could not be written to disk; this is tried again every few seconds");
+        answer.headers["X-Settings-Written"] = "no";
+    }
+    return answer;
+}
+
+} // namespace
+
+Answer ApiPages::Cameras(const ApiCall& call) const {
+    const auto reading = settings.Cameras();
+    if (!reading)
+        return NoSettings();
+    ApiJson list = ApiJson::array();
+    for (const CameraEntry& camera : reading->cameras)
+        list.push_back(CameraAsJson(camera));
+    return ApiAnswer(call.request, {{"cameras", std::move(list)}}, reading->version);
+}
+
+Answer ApiPages::Camera(const ApiCall& call) const {
+    const auto reading = settings.Cameras();
+    if (!reading)
+        return NoSettings();
+    const auto name = ApiName(call);
+    const CameraEntry* const camera = name ? FindCameraOf(*reading, *name) : nullptr;
+    return camera != nullptr ? ApiAnswer(call.request, CameraAsJson(*camera), reading->version) : NoCamera();
+}
+
+Answer ApiPages::CameraState(const ApiCall& call) const {
+    const auto name = ApiName(call);
+    const FeedPtr feed = name ? feeds.Find(*name) : nullptr;
+    return feed ? Answer::Json(200, CameraJson(feed->Figures(), false)) : NoCamera();
+}
+
+Answer ApiPages::PutCamera(const ApiCall& call) const {
+    const auto name = ApiName(call);
+    if (!name)
+        return NoCamera();
+    ApiBody body(call, {"type", "password"});
+    CameraChange wanted{.name = *name, .type = body.Text("type"), .password = body.Text("password")};
+    if (const auto refused = body.Refused())
+        return *refused;
+    const auto before = settings.Cameras();
+    const bool there = before && FindCameraOf(*before, *name) != nullptr;
+    const auto [version, unmet] = ReadCondition(call.request, there);
+    if (unmet)
+        return *unmet;
+    const SettingsChange change = settings.ChangeCameras({&wanted, 1}, version);
+    if (const auto refused = CameraChangeRefused(change, false))
+        return *refused;
+    const auto now = settings.Cameras();
+    const CameraEntry* const camera = now ? FindCameraOf(*now, *name) : nullptr;
+    if (camera == nullptr) // somebody has removed it meanwhile
+        return NoCamera();
+    LogApiChange(call, "camera \"" + Printable(*name) + "\" " + (there ? "changed" : "added"));
+    Answer answer = CameraChanged(Answer::Json(there ? 200 : 201, CameraAsJson(*camera)), change);
+    if (!there)
+        answer.headers["Location"] = call.request.path;
+    return answer;
+}
+
+Answer ApiPages::RemoveCamera(const ApiCall& call) const {
+    const auto name = ApiName(call);
+    const auto before = settings.Cameras();
+    if (!before)
+        return NoSettings();
+    if (!name || FindCameraOf(*before, *name) == nullptr)
+        return NoCamera();
+    const auto [version, unmet] = ReadCondition(call.request, true);
+    if (unmet)
+        return *unmet;
+    const CameraChange gone{.name = *name, .remove = true};
+    const SettingsChange change = settings.ChangeCameras({&gone, 1}, version);
+    if (change.result == SettingsChange::Result::Unsound) // somebody else was faster
+        return NoCamera();
+    if (const auto refused = CameraChangeRefused(change, false))
+        return *refused;
+    LogApiChange(call, "camera \"" + Printable(*name) + "\" removed");
+    return CameraChanged(ApiDone(), change);
+}
+
+Answer ApiPages::ChangeCameras(const ApiCall& call) const {
+    ApiBody body(call, {"changes"});
+    std::vector<CameraChange> changes;
+    const auto list = body.Json().find("changes");
+    if (list == body.Json().end() || !list->is_array()) {
+        body.Note("/changes", "this is a list of changes");
+    } else {
+        for (std::size_t i = 0; i < list->size(); ++i) {
+            const ApiJson& each = (*list)[i];
+            const std::string at = "/changes/" + std::to_string(i);
+            if (!each.is_object()) {
+                body.Note(at, "a change is an object");
+                continue;
+            }
+            body.ExpectOnly(each, at, {"op", "name", "type", "password"});
+            const auto op = body.TextOf(each, at, "op");
+            const auto name = body.TextOf(each, at, "name");
+            CameraChange change{.name = name.value_or(""),
+                                .remove = op == "remove",
+                                .type = body.TextOf(each, at, "type"),
+                                .password = body.TextOf(each, at, "password")};
+            if (op != "put" && op != "remove")
+                body.Note(at + "/op", "this is one of put, remove");
+            if (!name)
+                body.Note(at + "/name", "a change names its camera");
+            if (change.remove && (change.type || change.password))
+                body.Note(at, "what is removed has no type and no password");
+            changes.push_back(std::move(change));
+        }
+    }
+    if (const auto refused = body.Refused())
+        return *refused;
+    const auto [version, unmet] = ReadCondition(call.request, true);
+    if (unmet)
+        return *unmet;
+    const SettingsChange change = settings.ChangeCameras(changes, version);
+    if (const auto refused = CameraChangeRefused(change, true))
+        return *refused;
+    LogApiChange(call, std::to_string(changes.size()) + (changes.size() == 1 ? " change" : " changes") +
+                           " of cameras");
+    return CameraChanged(Cameras(call), change);
+}
+
+} // namespace host

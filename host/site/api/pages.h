@@ -1,0 +1,61 @@
+// The interface for programs: JSON at /api/v1, described by openapi.json there.
+//
+// A request that changes something may come again: it then changes nothing. With If-Match it is carried out
+// on the version that the ETag of an answer names, or not at all. What a version is of: all of the settings,
+// for cameras; all users, for users. Passwords go in and never come out. Refusals are problem details (RFC
+// 9457).
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "host/feed/feed_table.h"
+#include "host/http/answer.h"
+#include "host/http/request.h"
+#include "host/settings/settings.h"
+#include "host/users/authenticator.h"
+#include "host/users/phones.h"
+#include "host/users/tokens.h"
+
+namespace host {
+
+// A request to one of them, as all operations see it.
+struct ApiCall {
+    const Request& request;
+    std::string_view name; // percent-encoded; of the camera, user, phone or token that the path names
+    std::string_view body;
+    const SignIn& signIn;
+};
+
+struct ApiPages {
+    Settings& settings;
+    FeedTable& feeds;
+    Authenticator& authenticator;
+    Phones& phones;
+    Tokens& tokens;
+    const std::function<void(std::string_view login)> forgetPassword; // of a first one that stands in a file
+
+    [[nodiscard]] Answer Cameras(const ApiCall& call) const;
+    // Several changes as one: all of them are carried out, or none.
+    [[nodiscard]] Answer ChangeCameras(const ApiCall& call) const;
+    [[nodiscard]] Answer Camera(const ApiCall& call) const;
+    [[nodiscard]] Answer PutCamera(const ApiCall& call) const;
+    [[nodiscard]] Answer RemoveCamera(const ApiCall& call) const;
+    [[nodiscard]] Answer CameraState(const ApiCall& call) const;
+
+    [[nodiscard]] Answer Users(const ApiCall& call) const;
+    [[nodiscard]] Answer User(const ApiCall& call) const;
+    [[nodiscard]] Answer PutUser(const ApiCall& call) const;
+    [[nodiscard]] Answer RemoveUser(const ApiCall& call) const;
+
+    [[nodiscard]] Answer PhoneList(const ApiCall& call) const;
+    [[nodiscard]] Answer RevokePhone(const ApiCall& call) const;
+
+    [[nodiscard]] Answer TokenList(const ApiCall& call) const;
+    // The answer is the one place where the token itself is told.
+    [[nodiscard]] Answer MakeToken(const ApiCall& call) const;
+    [[nodiscard]] Answer RevokeToken(const ApiCall& call) const;
+};
+
+} // namespace host
