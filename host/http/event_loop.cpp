@@ -137,7 +137,8 @@ private:
         const int count = ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), 0);
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<std::size_t>(i)];
-            const std::uint64_t number = event.data.u64; // a copy: the structure is packed, nothing may refer into it
+            const std::uint64_t number =
+                event.data.u64; // a copy: the structure is packed, nothing may refer into it
             // One that an earlier one of these has ended is not there any more.
             const auto found = m_interests.find(number);
             if (found == m_interests.end())

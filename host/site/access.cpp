@@ -98,14 +98,17 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, bool strea
     }
     if (MayDo(signIn.kind, who))
         return std::nullopt;
-    return Forbid(request, signIn, "This kind of user may not do that.");
+    return Forbid(request, signIn, "this kind of user may not do that");
 }
 
 std::optional<Answer> Access::Forbid(const Request& request, const SignIn& signIn,
-                                     std::string_view line) const {
+                                     std::string_view reason) const {
     counters.Refuse(Refusal::Forbidden);
-    LogRefusal(request, signIn.credentials.login, {}, line);
-    return Answer::Text(403, line);
+    LogRefusal(request, signIn.credentials.login, {}, reason);
+    // The log's reason is a part of its line, the answer's is a sentence.
+    std::string sentence(reason);
+    sentence.front() = static_cast<char>(sentence.front() - 'a' + 'A');
+    return Answer::Text(403, sentence + '.');
 }
 
 std::optional<Answer> Access::RefuseToken(const Request& request, Who who, std::string_view token,
@@ -126,12 +129,12 @@ std::optional<Answer> Access::RefuseToken(const Request& request, Who who, std::
     signIn.token = found->id;
     // Elsewhere passwords come out, or are asked for.
     if (who != Who::Watcher && !request.path.starts_with(kInterface))
-        return Forbid(request, signIn, "A token is no sign-in here.");
+        return Forbid(request, signIn, "a token is no sign-in here");
     const bool reads = request.method == "GET" || request.method == "HEAD";
     if (found->record.scope == Tokens::Scope::Read && !reads)
-        return Forbid(request, signIn, "This token is for reading alone.");
+        return Forbid(request, signIn, "this token is for reading alone");
     if (!MayDo(*kind, who))
-        return Forbid(request, signIn, "This kind of user may not do that.");
+        return Forbid(request, signIn, "this kind of user may not do that");
     return std::nullopt;
 }
 

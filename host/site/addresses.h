@@ -68,7 +68,7 @@ private:
     [[nodiscard]] std::optional<Answer> RefuseToken(const Request& request, Who who, std::string_view token,
                                                     SignIn& signIn) const;
     [[nodiscard]] std::optional<Answer> Forbid(const Request& request, const SignIn& signIn,
-                                               std::string_view line) const;
+                                               std::string_view reason) const;
 };
 
 extern const std::string_view kChallenge; // the value of WWW-Authenticate
