@@ -64,13 +64,22 @@ int Call(Body body) noexcept {
                         : CallAnywhere(std::move(body));
 }
 
-// The object of a handle. Throws Failure.
+// What a handle turned out to have. Throws Failure where that is nothing.
 template <class T>
-std::shared_ptr<T> Lookup(std::uint64_t handle) {
-    auto object = HandleTable::Get().Find<T>(handle);
+std::shared_ptr<T> Known(std::shared_ptr<T> object) {
     if (!object)
         throw Failure(MORROW_BAD_HANDLE, std::string("this is no handle of a ") + T::kName);
     return object;
+}
+// The object of a handle. Throws Failure.
+template <class T>
+std::shared_ptr<T> Lookup(std::uint64_t handle) {
+    return Known(HandleTable::Get().Find<T>(handle));
+}
+// The same; the handle is dead afterwards.
+template <class T>
+std::shared_ptr<T> Retire(std::uint64_t handle) {
+    return Known(HandleTable::Get().Take<T>(handle));
 }
 
 // A new handle. Throws Failure.

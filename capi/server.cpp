@@ -246,12 +246,7 @@ int morrow_server_create(morrow_server* server, const morrow_server_options* opt
 }
 
 int morrow_server_destroy(morrow_server server) {
-    return Call([&] {
-        const auto ended = HandleTable::Get().Take<Server>(server);
-        if (!ended)
-            throw Failure(MORROW_BAD_HANDLE, "this is no handle of a server");
-        ended->End();
-    });
+    return Call([&] { Retire<Server>(server)->End(); });
 }
 
 int morrow_subscribe(morrow_subscription* subscription, morrow_server server, const char* camera,
@@ -270,9 +265,7 @@ int morrow_subscribe(morrow_subscription* subscription, morrow_server server, co
 
 int morrow_unsubscribe(morrow_subscription subscription) {
     return Call([&] {
-        const auto ended = HandleTable::Get().Take<Subscription>(subscription);
-        if (!ended)
-            throw Failure(MORROW_BAD_HANDLE, "this is no handle of a subscription");
+        const auto ended = Retire<Subscription>(subscription);
         if (const auto place = ended->place.lock())
             place->Remove(*ended);
         ended->callback.End();

@@ -142,9 +142,7 @@ int morrow_source_show_picture(morrow_source source, const morrow_picture* pictu
 
 int morrow_source_close(morrow_source source) {
     return Call([&] {
-        const auto closed = HandleTable::Get().Take<OwnSource>(source);
-        if (!closed)
-            throw Failure(MORROW_BAD_HANDLE, "this is no handle of a source");
+        const auto closed = Retire<OwnSource>(source);
         closed->Close();
         if (const auto place = closed->place.lock())
             place->Remove(*closed);

@@ -31,11 +31,7 @@ public:
     }
     bool Remove(ModuleHandle module) {
         const std::lock_guard guard(m_mutex);
-        const auto found = Find(module);
-        if (found == m_images.end())
-            return false;
-        m_images.erase(found);
-        return true;
+        return std::erase_if(m_images, [&](const Image& image) { return image.data() == module; }) > 0;
     }
     Image Bytes(ModuleHandle module) {
         const std::lock_guard guard(m_mutex);

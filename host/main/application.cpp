@@ -82,18 +82,17 @@ void SayStatus(const std::vector<CameraFigures>& cameras) {
         return;
     }
     const auto connected = std::ranges::count_if(cameras, &CameraFigures::connected);
-    double fps = 0;
-    std::uint64_t frames = 0;
-    std::uint64_t failed = 0;
-    for (const CameraFigures& camera : cameras) {
-        fps += camera.fps;
-        frames += camera.frames;
-        failed += camera.failed;
-    }
+    const auto sum = [&](auto figure) {
+        auto total = cameras.front().*figure;
+        for (std::size_t i = 1; i < cameras.size(); ++i)
+            total += cameras[i].*figure;
+        return total;
+    };
     std::array<char, 128> line{};
     std::snprintf(line.data(), line.size(), "%zu cameras  %td connected  %.1f fps  %llu frames  %llu failed",
-                  cameras.size(), connected, fps, static_cast<unsigned long long>(frames),
-                  static_cast<unsigned long long>(failed));
+                  cameras.size(), connected, sum(&CameraFigures::fps),
+                  static_cast<unsigned long long>(sum(&CameraFigures::frames)),
+                  static_cast<unsigned long long>(sum(&CameraFigures::failed)));
     Console::Get().Say(line.data());
 }
 

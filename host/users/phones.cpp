@@ -19,17 +19,12 @@ std::string AgentOf(const Phones::Sender& sender) {
 std::optional<Phones::Phone> Phones::Phone::Read(std::span<const std::string> fields) {
     if (fields.size() != 7)
         return std::nullopt;
-    auto camera = PercentDecode(fields[0]);
-    const auto made = SecondsIn(fields[3]);
-    const auto contact = SecondsIn(fields[4]);
-    if (!camera || !made || !contact)
-        return std::nullopt;
     Phone phone;
+    auto camera = PercentDecode(fields[0]);
+    if (!camera || !phone.Take(fields[1], fields[3], fields[4]))
+        return std::nullopt;
     phone.camera = *std::move(camera);
-    phone.digest = fields[1];
     phone.secure = fields[2] == "tls";
-    phone.made = *made;
-    phone.used = *contact;
     phone.address = fields[5];
     phone.agent = fields[6];
     return phone;

@@ -31,6 +31,16 @@ struct SecretRecord {
     using Time = std::chrono::sys_seconds;
     static Time Now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
 
+    // Takes what all have from the fields of a line; false where a time is none.
+    bool Take(const std::string& digestField, std::string_view madeField, std::string_view usedField) {
+        const auto madeThen = SecondsIn(madeField);
+        const auto usedThen = SecondsIn(usedField);
+        digest = digestField;
+        made = madeThen.value_or(Time());
+        used = usedThen.value_or(Time());
+        return madeThen && usedThen;
+    }
+
     std::string digest{}; // of what it hangs on, when it was made
     Time made{};
     Time used{};

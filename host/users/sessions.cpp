@@ -12,16 +12,11 @@ namespace host {
 std::optional<Sessions::Session> Sessions::Session::Read(std::span<const std::string> fields) {
     if (fields.size() != 6)
         return std::nullopt;
-    const auto made = SecondsIn(fields[3]);
-    const auto used = SecondsIn(fields[4]);
-    if (!made || !used)
-        return std::nullopt;
     Session session;
+    if (!session.Take(fields[5], fields[3], fields[4]))
+        return std::nullopt;
     session.owner = {fields[0], fields[1] == "camera"};
     session.secure = fields[2] == "tls";
-    session.made = *made;
-    session.used = *used;
-    session.digest = fields[5];
     return session;
 }
 

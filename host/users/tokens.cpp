@@ -21,16 +21,11 @@ std::optional<Tokens::Token> Tokens::Token::Read(std::span<const std::string> fi
         return std::nullopt;
     auto name = PercentDecode(fields[5]);
     const auto scope = ScopeFrom(fields[2]);
-    const auto made = SecondsIn(fields[3]);
-    const auto used = SecondsIn(fields[4]);
-    if (!name || !scope || !made || !used)
-        return std::nullopt;
     Token token;
+    if (!name || !scope || !token.Take(fields[1], fields[3], fields[4]))
+        return std::nullopt;
     token.login = fields[0];
-    token.digest = fields[1];
     token.scope = *scope;
-    token.made = *made;
-    token.used = *used;
     token.name = *std::move(name);
     return token;
 }

@@ -23,7 +23,7 @@ public:
 
 private:
     // Most expressions are a single step, or lead straight down from an element or its parents, by names;
-    // they need no evaluation, which costs ten times as much. A walk's text is its last step.
+    // they need no evaluation. A walk's text is its last step.
     enum class Kind { ChildrenOfName, Children, AttributeOfName, Attributes, Walk, Path };
 
     Expression(Kind kind, std::string name) : m_kind(kind), m_text(std::move(name)) {}
