@@ -52,16 +52,12 @@ std::string FolderFrom(const char* path) {
     return folder.string();
 }
 
-// The component as it lies beside this library, as it is built and as it is installed.
+// The component as it lies beside the kit's library, as it is built and as it is installed.
 std::string OwnModule() {
-    const fs::path folder =
-        fs::path(platform::FileNameOfModule(reinterpret_cast<const void*>(&morrow_version))).parent_path();
-    std::error_code error;
-    for (const char* place : {"libmorrowstream.so", "libmorrowstream.so.1"}) {
-        if (fs::exists(folder / place, error))
-            return (folder / place).string();
-    }
-    throw Failure(MORROW_FAILED, "libmorrowstream.so is not beside this library, in " + folder.string());
+    std::string place = kit::OwnModule();
+    if (place.empty())
+        throw Failure(MORROW_FAILED, "the component is not beside libmorrowkit");
+    return place;
 }
 
 // What the component keeps for the process, and whether there is a server now.
