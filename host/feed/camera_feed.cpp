@@ -28,16 +28,19 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     kit::HeldFrame held = frame != nullptr ? kit::HeldFrame::Of(*frame) : kit::HeldFrame{};
     kit::PlaneLayout layout;
     const bool decoded = kit::ReadLayout(held.block.data(), held.block.size(), &layout);
+    PhoneSession* const session = PhoneSession::OfThread();
     if (decoded) {
         if (m_pictures == Pictures::Encoded)
             held.file = {};
-        Take(std::move(held), layout);
+        const kit::PicturePtr picture = Take(std::move(held), layout);
+        for (const auto& tap : m_taps)
+            tap->OnPicture(picture, session != nullptr ? session->Number() : 0);
         Account(work, began);
     } else {
         const std::lock_guard guard(m_mutex);
         ++m_failed;
     }
-    if (PhoneSession* const session = PhoneSession::OfThread(); session && session->CountPicture(decoded)) {
+    if (session != nullptr && session->CountPicture(decoded)) {
         Console::Get().Log("error", std::to_string(PhoneSession::kMostUndecodable) +
                                         " pictures in a row could not be decoded: the upload is ended");
         session->End();
@@ -47,7 +50,7 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     return S_OK;
 }
 
-void CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout) {
+kit::PicturePtr CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout) {
     kit::PicturePtr old; // freed outside the lock
     const std::lock_guard guard(m_mutex);
     ++m_frames;
@@ -60,6 +63,7 @@ void CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout) {
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
+    return m_newest;
 }
 
 void CameraFeed::LetGo() {

@@ -12,6 +12,7 @@
 
 #include "host/base/wait.h"
 #include "host/feed/meters.h"
+#include "host/feed/picture_tap.h"
 #include "interfaces/ICam.h"
 #include "kit/picture/picture.h"
 #include "platform/com.h"
@@ -68,8 +69,10 @@ enum class Pictures { PassedOn, Encoded };
 // camera's lock: it takes the frame, signals and returns; nothing is copied or encoded there.
 class CameraFeed : public platform::Implements<ICamSink> {
 public:
-    CameraFeed(std::uint32_t id, std::string name, Pictures pictures = Pictures::PassedOn)
-        : m_id(id), m_name(std::move(name)), m_pictures(pictures) {}
+    using Taps = std::vector<std::shared_ptr<PictureTap>>;
+
+    CameraFeed(std::uint32_t id, std::string name, Pictures pictures = Pictures::PassedOn, Taps taps = {})
+        : m_id(id), m_name(std::move(name)), m_pictures(pictures), m_taps(std::move(taps)) {}
 
     HRESULT OnVideoFrame(IVideoFrame* frame) override;
 
@@ -111,12 +114,13 @@ protected:
     ~CameraFeed() = default;
 
 private:
-    void Take(kit::HeldFrame held, const kit::PlaneLayout& layout);
+    kit::PicturePtr Take(kit::HeldFrame held, const kit::PlaneLayout& layout);
     void Account(std::chrono::nanoseconds work, Clock::time_point began);
 
     const std::uint32_t m_id;
     const std::string m_name;
     const Pictures m_pictures;
+    const Taps m_taps;
     const std::shared_ptr<CameraMeters> m_meters = std::make_shared<CameraMeters>();
     std::atomic<bool> m_connected{false};
     mutable std::atomic<Clock::rep> m_watched{0}; // when somebody last asked for a picture; 0: nobody has

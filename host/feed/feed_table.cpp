@@ -30,9 +30,20 @@ std::optional<bool> AskConnected(const ComPtr<ICam>& cam) {
 
 FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
     Entry& entry = m_entries[name];
-    if (!entry.feed)
-        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name, m_pictures);
+    if (!entry.feed) {
+        CameraFeed::Taps taps;
+        for (TapMaker* const maker : m_tapMakers) {
+            if (auto tap = maker->TapOf(name))
+                taps.push_back(std::move(tap));
+        }
+        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name, m_pictures, std::move(taps));
+    }
     return entry;
+}
+
+void FeedTable::AddTapMaker(TapMaker& maker) {
+    const std::lock_guard guard(m_mutex);
+    m_tapMakers.push_back(&maker);
 }
 
 HRESULT FeedTable::OnCamAdded(BSTR bstrName) {

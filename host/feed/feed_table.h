@@ -50,6 +50,10 @@ public:
     // The type of a camera, before it is added.
     void SetType(const std::string& name, const std::string& type);
 
+    // Gives every camera that is new from then on a tap. Before the subscription; the maker outlives the
+    // table.
+    void AddTapMaker(TapMaker& maker);
+
     // Null when there is no camera of that name.
     [[nodiscard]] FeedPtr Find(const std::string& name) const;
     // In the order of their names.
@@ -89,6 +93,7 @@ private:
     platform::ComPtr<IVideoSource> m_source;
     std::map<std::string, Entry> m_entries;
     std::uint32_t m_lastId = 0;
+    std::vector<TapMaker*> m_tapMakers;
     unsigned m_changes = 0; // that are going on
     std::vector<Wakeup*> m_watchers;
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,9 @@ public:
         return dynamic_cast<PhoneSession*>(platform::ThreadActivity());
     }
 
+    // Of no other connection of this run; never 0.
+    [[nodiscard]] std::uint64_t Number() const noexcept { return m_number; }
+
     // For the thread that receives its pictures. True for the one that is one too many.
     bool CountPicture(bool decoded) noexcept {
         m_undecodable = decoded ? 0 : m_undecodable + 1;
@@ -41,6 +45,9 @@ public:
     void End() const noexcept { (void)platform::closesocket(m_handle); }
 
 private:
+    static inline std::atomic<std::uint64_t> s_lastNumber{0};
+
+    const std::uint64_t m_number = ++s_lastNumber;
     const SOCKET m_handle;
     const std::shared_ptr<const void> m_held;
     unsigned m_undecodable = 0;

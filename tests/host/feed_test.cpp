@@ -18,8 +18,17 @@ using platform::Bstr;
 using platform::ComObject;
 using support::MakeBlock;
 
+struct SequenceTap : PictureTap {
+    std::vector<std::uint64_t> seen;
+    void OnPicture(const kit::PicturePtr& picture, std::uint64_t connection) noexcept override {
+        EXPECT_EQ(connection, 0U);
+        seen.push_back(picture->Sequence());
+    }
+};
+
 TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
-    const FeedPtr feed = ComObject<CameraFeed>::Create(7U, "yard");
+    const auto tap = std::make_shared<SequenceTap>();
+    const FeedPtr feed = ComObject<CameraFeed>::Create(7U, "yard", Pictures::PassedOn, CameraFeed::Taps{tap});
     const auto show = [&](std::string block) {
         EXPECT_EQ(feed->OnVideoFrame(ComObject<support::Frame>::Create(std::move(block)).Get()), S_OK);
     };
@@ -44,6 +53,7 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     EXPECT_FALSE(wakeup.IsSet()) << "nobody watches any more";
     EXPECT_EQ(kit::Picture::EncodedCount(), before) << "nobody asked for a picture";
     EXPECT_EQ(feed->Newest()->Sequence(), 22U);
+    EXPECT_TRUE(tap->seen.size() == 22 && tap->seen.back() == 22) << "a tap misses none";
     {
         std::vector<std::jthread> watchers;
         for (int i = 0; i < 8; ++i)
