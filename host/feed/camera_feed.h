@@ -109,6 +109,8 @@ public:
     void LetGo();
     // True when that changes something.
     bool SetConnected(bool connected) noexcept { return m_connected.exchange(connected) != connected; }
+    // What it was told last.
+    [[nodiscard]] bool IsConnected() const noexcept { return m_connected; }
 
 protected:
     ~CameraFeed() = default;

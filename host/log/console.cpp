@@ -101,6 +101,14 @@ void Console::Refuse(const Refusal& refusal) {
     }
     line.append(": ").append(refusal.reason);
     Limit(std::string(kRefusedChannel) + '\n' + std::string(refusal.whom), kRefusedChannel, line);
+    const std::lock_guard guard(m_listenerMutex);
+    if (m_listener)
+        m_listener(refusal);
+}
+
+void Console::SetRefusalListener(RefusalListener listener) {
+    const std::lock_guard guard(m_listenerMutex);
+    m_listener = std::move(listener);
 }
 
 void Console::Limit(const std::string& key, std::string_view channel, std::string_view text) {

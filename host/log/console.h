@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@
 namespace host {
 
 using platform::Printable;
+
+// The reason of a refusal that a guesser of passwords gets.
+inline constexpr std::string_view kWrongPassword = "wrong password";
 
 enum class Verbosity {
     Quiet,   // what went wrong
@@ -57,6 +61,10 @@ public:
         std::string_view reason;
     };
     void Refuse(const Refusal& refusal);
+    // Who is told of each refusal, also those that the log holds back. Called from any thread; null: nobody,
+    // and no call is under way any more.
+    using RefusalListener = std::function<void(const Refusal&)>;
+    void SetRefusalListener(RefusalListener listener);
 
     // Writes the counts of lines that were held back, as far as they are due: a few times a second.
     void Tick();
@@ -81,6 +89,8 @@ private:
     std::atomic<Verbosity> m_verbosity{Verbosity::Normal};
     std::mutex m_mutex; // one line at a time, and what is below
     LineLimiter m_limiter;
+    std::mutex m_listenerMutex; // what is below
+    RefusalListener m_listener;
 };
 
 // Has the component's lines written to the console. Once, before the component is created.

@@ -18,6 +18,7 @@
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"
+#include "host/main/services.h"
 #include "host/main/welcome.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
@@ -205,6 +206,7 @@ public:
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
+          m_services(*m_feeds, m_data.File("recordings")),
           m_settings(m_authenticator, *m_feeds, kit::SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
         ShowComponentLines();
@@ -237,6 +239,7 @@ public:
                                                   .phones = m_phones,
                                                   .tokens = m_tokens,
                                                   .settings = m_settings,
+                                                  .events = m_services.Events(),
                                                   .counters = m_counters,
                                                   .packers = *m_packers,
                                                   .stop = m_stop,
@@ -395,6 +398,7 @@ private:
             if (signal == SIGHUP && m_certificates)
                 m_certificates->Refresh(m_settings.ToldHost(), true);
             m_feeds->PollConnections();
+            m_services.Tick();
             Console::Get().Tick();
             // What cannot be written now is tried the next time.
             if (Clock::now() >= nextRetry) {
@@ -475,6 +479,7 @@ private:
     Tokens m_tokens;
     kit::WebHandlerHostPtr m_handlers;
     FeedTablePtr m_feeds;
+    Services m_services;
     Settings m_settings;
     Counters m_counters;
     const std::shared_ptr<kit::PackerCounters> m_packers = std::make_shared<kit::PackerCounters>();

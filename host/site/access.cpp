@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "host/log/console.h"
 #include "host/site/mobile/pages.h"
 
 namespace host {
@@ -87,7 +88,7 @@ std::optional<Answer> Access::Refuse(const Request& request, Who who, bool strea
     }
     case SignIn::Result::Missing:
     case SignIn::Result::Wrong: {
-        refuse(Refusal::Unauthorized, signIn.result == SignIn::Result::Wrong ? "wrong password" : "");
+        refuse(Refusal::Unauthorized, signIn.result == SignIn::Result::Wrong ? kWrongPassword : "");
         Answer answer =
             Answer::Text(401, "Sign in with the login and the password of a user of this server.");
         // A page whose session is over says so itself, and its browser is not to ask in a window of its own.

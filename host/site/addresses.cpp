@@ -200,7 +200,7 @@ void GetSettings(const Site& site, Visit& visit) {
 }
 
 void PutSettings(const Site& site, Visit& visit) {
-    visit.Send(site.settings.PutDocument(visit.request, visit.signIn.credentials.login, visit.body));
+    visit.Send(site.settings.PutDocument(visit.request, visit.signIn, visit.body));
 }
 
 void GetSecret(const Site& site, Visit& visit) {
@@ -208,7 +208,7 @@ void GetSecret(const Site& site, Visit& visit) {
 }
 
 void PutLanguage(const Site& site, Visit& visit) {
-    visit.Send(site.settings.PutLanguage(visit.request, visit.signIn.credentials.login, visit.body));
+    visit.Send(site.settings.PutLanguage(visit.request, visit.signIn, visit.body));
 }
 
 void MakeLink(const Site& site, Visit& visit) {

@@ -32,6 +32,7 @@ struct SiteParts {
     Phones& phones;
     Tokens& tokens;
     Settings& settings;
+    EventLog& events;
     Counters& counters;
     kit::PackerCounters& packers;
     const Wakeup& stop; // raised once, for good
@@ -64,6 +65,7 @@ struct Site {
                                                                             parts.packers, limits.staleAfter,
                                                                             parts.language},
           monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
+                                                                                  parts.events,
                                                                                   parts.language, pageToken,
                                                                                   parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
@@ -79,9 +81,9 @@ struct Site {
                 loops,
                 language,
                 [this](std::string_view token) { return links.Spend(token); }},
-          trust{parts.certificates, language}, account{parts.authenticator, parts.sessions, cookie, language,
-                                                       parts.forgetPassword},
-          api{parts.settings, parts.feeds,  parts.authenticator,
+          trust{parts.certificates, language},
+          account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
+          api{parts.settings, parts.events, parts.feeds,         parts.authenticator,
               parts.phones,   parts.tokens, parts.forgetPassword} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;

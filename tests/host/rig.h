@@ -169,6 +169,7 @@ public:
                          .phones = phones,
                          .tokens = tokens,
                          .settings = settings,
+                         .events = events,
                          .counters = counters,
                          .packers = *packers,
                          .stop = stop,
@@ -239,6 +240,7 @@ public:
         support::FakeConfigurationObject::Create();
     Settings settings{authenticator, *feeds, SettingsPath()};
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
+    EventLog events{folder.File("events")};
     Counters counters;
     const std::shared_ptr<kit::PackerCounters> packers = std::make_shared<kit::PackerCounters>();
     const std::shared_ptr<SourceTable> sources;

@@ -23,7 +23,7 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
-HOUSE = KIT | {"host/base", "host/log", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
+HOUSE = KIT | {"host/base", "host/log", "host/events", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/control"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
@@ -64,10 +64,12 @@ TABLE = {
     # The reference host uses the kit like any other one; each of its rooms on those above it.
     "host/base": {"platform"},
     "host/log": {"platform", "host/base", "kit/log"},
+    # What has happened; those that notice it tell it, so it stands below them.
+    "host/events": {"platform", "host/base", "host/log"},
     "host/tls": {"platform", "host/base", "host/log"},
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
-    "host/users": {"platform", "host/base", "host/log", "host/tls", "host/http", "kit/component", "kit/settings"},
-    "host/feed": INTERFACES | {"host/base", "host/log", "kit/picture"},
+    "host/users": {"platform", "host/base", "host/log", "host/events", "host/tls", "host/http", "kit/component", "kit/settings"},
+    "host/feed": INTERFACES | {"host/base", "host/log", "host/events", "kit/picture"},
     "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # Programs of this machine, past the web server.
@@ -93,7 +95,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/http", "host/feed", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},

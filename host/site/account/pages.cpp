@@ -3,6 +3,7 @@
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/log/console.h"
+#include "host/users/changes.h"
 #include "platform/text.h"
 
 namespace host {
@@ -97,7 +98,7 @@ std::optional<AccountPages::Problem> AccountPages::Check(const Request& request,
         return Problem{429, Word::TooManyTries, signIn.retryAfter};
     }
     if (signIn.result != SignIn::Result::Known) {
-        LogRefusal(request, *login, {}, "wrong password");
+        LogRefusal(request, *login, {}, kWrongPassword);
         return Problem{403, Word::WrongPassword};
     }
     return std::nullopt;
@@ -169,7 +170,7 @@ Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
     if (signIn.result == SignIn::Result::TurnedAway)
         return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), signIn.retryAfter);
     if (signIn.result != SignIn::Result::Known) {
-        LogRefusal(request, login, {}, "wrong password");
+        LogRefusal(request, login, {}, kWrongPassword);
         return PasswordForm(code, login, 403, Word::WrongPassword);
     }
     if (!authenticator.ChangePassword(login, *wanted))
@@ -177,8 +178,7 @@ Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
     if (forget)
         forget(login);
     sessions.EndAllOf(login);
-    Console::Get().Log("message",
-                       "password of \"" + Printable(login) + "\" changed from " + request.peer.text);
+    TellChange(events, EventKind::UsersChanged, request, visitor, "password changed");
     const std::string body = "<h1>" + std::string(TextOf(code, Word::PasswordChanged)) +
                              "</h1>\n<p><a href=\"/\">" + std::string(TextOf(code, Word::AllCameras)) +
                              "</a></p>\n";

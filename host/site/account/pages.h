@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/events/event_log.h"
 #include "host/html/texts.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
@@ -18,6 +19,7 @@ namespace host {
 struct AccountPages {
     Authenticator& authenticator;
     Sessions& sessions;
+    EventLog& events;
     const SessionCookie& cookie;
     const std::string& language;                          // the server's
     std::function<void(std::string_view login)> forget{}; // a first password that somebody else could know

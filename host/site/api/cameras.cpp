@@ -2,6 +2,7 @@
 
 #include "host/log/console.h"
 #include "host/site/api/message.h"
+#include "host/users/changes.h"
 #include "platform/messages.h"
 
 namespace host {
@@ -69,6 +70,10 @@ Answer CameraChanged(Answer answer, const SettingsChange& change) {
 
 } // namespace
 
+void ApiPages::TellOfCameras(const ApiCall& call, const std::string& what, const std::string& camera) const {
+    TellChange(events, EventKind::SettingsChanged, call.request, call.signIn, what, camera);
+}
+
 Answer ApiPages::Cameras(const ApiCall& call) const {
     const auto reading = settings.Cameras();
     if (!reading)
@@ -114,7 +119,7 @@ Answer ApiPages::PutCamera(const ApiCall& call) const {
     const CameraEntry* const camera = now ? FindCameraOf(*now, *name) : nullptr;
     if (camera == nullptr) // somebody has removed it meanwhile
         return NoCamera();
-    LogApiChange(call, "camera \"" + Printable(*name) + "\" " + (there ? "changed" : "added"));
+    TellOfCameras(call, "camera \"" + Printable(*name) + "\" " + (there ? "changed" : "added"), *name);
     Answer answer = CameraChanged(Answer::Json(there ? 200 : 201, CameraAsJson(*camera)), change);
     if (!there)
         answer.headers["Location"] = call.request.path;
@@ -137,7 +142,7 @@ Answer ApiPages::RemoveCamera(const ApiCall& call) const {
         return NoCamera();
     if (const auto refused = CameraChangeRefused(change, false))
         return *refused;
-    LogApiChange(call, "camera \"" + Printable(*name) + "\" removed");
+    TellOfCameras(call, "camera \"" + Printable(*name) + "\" removed", *name);
     return CameraChanged(ApiDone(), change);
 }
 
@@ -179,8 +184,8 @@ Answer ApiPages::ChangeCameras(const ApiCall& call) const {
     const SettingsChange change = settings.ChangeCameras(changes, version);
     if (const auto refused = CameraChangeRefused(change, true))
         return *refused;
-    LogApiChange(call, std::to_string(changes.size()) + (changes.size() == 1 ? " change" : " changes") +
-                           " of cameras");
+    TellOfCameras(call, std::to_string(changes.size()) + (changes.size() == 1 ? " change" : " changes") +
+                            " of cameras");
     return CameraChanged(Cameras(call), change);
 }
 

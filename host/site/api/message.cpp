@@ -121,12 +121,4 @@ std::string ApiTime(std::chrono::sys_seconds time) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-void LogApiChange(const ApiCall& call, const std::string& what) {
-    const SignIn& by = call.signIn;
-    Console::Get().Log("message", what + (by.owner ? " on the command line"
-                                                   : " by \"" + Printable(by.credentials.login) + "\"" +
-                                                         (by.token.empty() ? "" : ", with a token,") +
-                                                         " from " + call.request.peer.text));
-}
-
 } // namespace host

@@ -75,7 +75,5 @@ Answer ApiDone(); // 204
 
 // Moments as the interface has them (RFC 3339): "2026-01-31T08:05:00Z".
 std::string ApiTime(std::chrono::sys_seconds time);
-// Writes to the log what was changed, by whom and from where.
-void LogApiChange(const ApiCall& call, const std::string& what);
 
 } // namespace host

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/events/event_log.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
@@ -30,6 +31,7 @@ struct ApiCall {
 
 struct ApiPages {
     Settings& settings;
+    EventLog& events;
     FeedTable& feeds;
     Authenticator& authenticator;
     Phones& phones;
@@ -56,6 +58,10 @@ struct ApiPages {
     // The answer is the one place where the token itself is told.
     [[nodiscard]] Answer MakeToken(const ApiCall& call) const;
     [[nodiscard]] Answer RevokeToken(const ApiCall& call) const;
+
+private:
+    void TellOfUsers(const ApiCall& call, const std::string& what) const;
+    void TellOfCameras(const ApiCall& call, const std::string& what, const std::string& camera = {}) const;
 };
 
 } // namespace host

@@ -3,6 +3,7 @@
 
 #include "host/log/console.h"
 #include "host/site/api/message.h"
+#include "host/users/changes.h"
 
 namespace host {
 namespace {
@@ -45,6 +46,10 @@ ApiJson TokenAsJson(const Tokens::Entry& entry) {
 }
 
 } // namespace
+
+void ApiPages::TellOfUsers(const ApiCall& call, const std::string& what) const {
+    TellChange(events, EventKind::UsersChanged, call.request, call.signIn, what);
+}
 
 Answer ApiPages::Users(const ApiCall& call) const {
     const std::string version = authenticator.UsersVersion();
@@ -93,7 +98,7 @@ Answer ApiPages::PutUser(const ApiCall& call) const {
         return *refused;
     const bool made = change == Authenticator::UserChange::Made;
     if (change != Authenticator::UserChange::Same) {
-        LogApiChange(call, "user \"" + Printable(*login) + "\" " + (made ? "added" : "changed"));
+        TellOfUsers(call, "user \"" + Printable(*login) + "\" " + (made ? "added" : "changed"));
         if (password && forgetPassword)
             forgetPassword(*login);
     }
@@ -116,7 +121,7 @@ Answer ApiPages::RemoveUser(const ApiCall& call) const {
         return *unmet;
     if (const auto refused = UserChangeRefused(authenticator.RemoveUser(*login, version)))
         return *refused;
-    LogApiChange(call, "user \"" + Printable(*login) + "\" removed");
+    TellOfUsers(call, "user \"" + Printable(*login) + "\" removed");
     return ApiDone();
 }
 
@@ -137,7 +142,7 @@ Answer ApiPages::PhoneList(const ApiCall&) const {
 Answer ApiPages::RevokePhone(const ApiCall& call) const {
     if (!phones.End(call.name))
         return Answer::Text(404, "There is no such phone any more.");
-    LogApiChange(call, "a phone was revoked");
+    TellOfUsers(call, "a phone was revoked");
     return ApiDone();
 }
 
@@ -168,7 +173,7 @@ Answer ApiPages::MakeToken(const ApiCall& call) const {
     const auto made = tokens.Make(login, *scope, *name);
     if (!made)
         return Answer::Text(409, "This user has as many tokens as it may: revoke one first.");
-    LogApiChange(call, "a token \"" + Printable(*name) + "\" for \"" + Printable(login) + "\" was made");
+    TellOfUsers(call, "a token \"" + Printable(*name) + "\" for \"" + Printable(login) + "\" was made");
     Answer answer = Answer::Json(201, {{"id", made->id},
                                        {"token", made->token},
                                        {"name", *name},
@@ -181,7 +186,7 @@ Answer ApiPages::MakeToken(const ApiCall& call) const {
 Answer ApiPages::RevokeToken(const ApiCall& call) const {
     if (!tokens.End(call.name))
         return Answer::Text(404, "There is no such token any more.");
-    LogApiChange(call, "a token was revoked");
+    TellOfUsers(call, "a token was revoked");
     return ApiDone();
 }
 

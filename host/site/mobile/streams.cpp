@@ -91,7 +91,7 @@ public:
         const auto stored = m_pages.authenticator.StoredCameraPassword(m_name);
         const bool receiving = m_pages.feeds.IsReceiving(m_name);
         if (receiving && stored && !kit::IsRightRecord(record, *stored)) {
-            CountDenied("wrong password");
+            CountDenied(kWrongPassword);
             const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
             DenyRecord(m_stream, m_name, m_pages.stop);
             m_stream.Close();
@@ -103,7 +103,7 @@ public:
             (void)WelcomePhone(m_pages.feeds, m_name, m_request.arrived, m_request.peer.text, Subject(),
                                receiving);
         } else if (hr == E_ACCESSDENIED) {
-            CountDenied(stored ? "wrong password" : "no such camera");
+            CountDenied(stored ? kWrongPassword : "no such camera");
         } else {
             attempt->Withdraw();
             m_pages.counters.Refuse(Refusal::UploadDenied);

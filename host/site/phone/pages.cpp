@@ -216,7 +216,7 @@ Answer PhonePages::SignIn(const Request& request, std::string_view form) const {
     if (signIn.result == host::SignIn::Result::Known && signIn.camera)
         return Begin(request, *name);
     m_parts.counters.Refuse(Refusal::Unauthorized);
-    LogRefusal(request, *name, {}, "wrong password");
+    LogRefusal(request, *name, {}, kWrongPassword);
     return Answer::Refusal(Form::Json, 403, "There is no camera of that name with that password.");
 }
 

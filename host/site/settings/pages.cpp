@@ -8,6 +8,7 @@
 
 #include "host/http/request.h"
 #include "host/log/console.h"
+#include "host/users/changes.h"
 #include "kit/settings/language.h"
 #include "platform/messages.h"
 
@@ -30,11 +31,6 @@ Answer DocumentAnswer(SettingsReading reading) {
     answer.headers["ETag"] = std::move(reading.version);
     answer.body = std::move(reading.xml);
     return answer;
-}
-
-void LogChange(const Request& request, std::string_view login, std::string_view what) {
-    Console::Get().Log("message",
-                       std::string(what) + " by \"" + Printable(login) + "\" from " + request.peer.text);
 }
 
 } // namespace
@@ -82,8 +78,7 @@ Answer SettingsPages::Secret(const Request& request) const {
     return answer;
 }
 
-Answer SettingsPages::PutDocument(const Request& request, std::string_view login,
-                                  std::string_view body) const {
+Answer SettingsPages::PutDocument(const Request& request, const SignIn& by, std::string_view body) const {
     using enum SettingsChange::Result;
     const std::string_view version = request.Field("If-Match");
     if (version.empty())
@@ -106,7 +101,7 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view login
     case NotWritten:
         break;
     }
-    LogChange(request, login, "settings changed");
+    TellChange(events, EventKind::SettingsChanged, request, by, "settings changed");
     Answer answer = DocumentAnswer(std::move(change.now));
     if (change.result == NotWritten) {
         Console::Get().Log(
@@ -116,13 +111,13 @@ Answer SettingsPages::PutDocument(const Request& request, std::string_view login
     return answer;
 }
 
-Answer SettingsPages::PutLanguage(const Request& request, std::string_view login, std::string_view body) {
+Answer SettingsPages::PutLanguage(const Request& request, const SignIn& by, std::string_view body) const {
     const HRESULT hr = kit::SetConfiguredLanguage(body);
     if (hr == E_INVALIDARG)
         return Told(422, "The server has no texts in this language.");
     if (FAILED(hr))
         return Told(500, "The language could not be stored.");
-    LogChange(request, login, "language set to " + std::string(body));
+    TellChange(events, EventKind::SettingsChanged, request, by, "language set to " + std::string(body));
     return Told(200, "The language takes effect at the next start.");
 }
 
