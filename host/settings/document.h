@@ -10,18 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/settings_problem.h"
 #include "host/users/cameras.h"
 #include "kit/settings/document.h"
 #include "platform/configdoc/configdoc.h"
 
 namespace host {
-
-// Something in a document that cannot be stored, or that a phone cannot use.
-struct SettingsProblem {
-    std::string path; // XPath of the element: "/config/cams/item[3]/Name"
-    std::string key;  // a word of the page's own texts: "mustBeUnique"
-    std::string text; // the same in English, for programs
-};
 
 using kit::AttributeOf;
 using kit::ElementAt;

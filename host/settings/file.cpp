@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "host/base/damaged_copy.h"
 #include "host/base/start_error.h"
 #include "host/log/console.h"
 #include "host/settings/document.h"
@@ -14,24 +15,8 @@
 namespace host {
 namespace {
 
-// More of them than that, and something is wrong that copies do not help against.
-constexpr int kMostCopies = 1000;
 // A file can be damaged in as many places as it has cameras.
 constexpr std::size_t kMostLines = 20;
-
-// A name that is free, or that of a copy with the same content, since the file stays until the first change.
-std::string CopyName(const std::string& file, const std::optional<std::string>& content) {
-    std::string name = file + ".damaged";
-    std::error_code error;
-    for (int number = 2; std::filesystem::exists(name, error); ++number) {
-        if (content && platform::ReadWholeFile(name) == content)
-            break;
-        if (number > kMostCopies)
-            throw StartError("there are too many copies of damaged settings beside " + file);
-        name = file + ".damaged" + std::to_string(number);
-    }
-    return name;
-}
 
 // Empty when all of the file is served.
 std::vector<std::string> FindLost(const std::string& file, const SettingsDocument& served) {
@@ -69,11 +54,7 @@ std::optional<DamagedSettings> KeepIfDamaged(const std::string& file, const Sett
     std::vector<std::string> lost = FindLost(file, served);
     if (lost.empty())
         return std::nullopt;
-    std::string copy = CopyName(file, content);
-    if (FAILED(platform::ReplaceFile(copy, *content)))
-        throw StartError("the settings file " + file + " is damaged, and cannot be kept as " + copy + ": " +
-                         platform::DescribeLastError());
-    return DamagedSettings{std::move(copy), std::move(lost)};
+    return DamagedSettings{KeepDamagedCopy(file, *content), std::move(lost)};
 }
 
 PhoneAddress::PhoneAddress(std::string file) : m_file(std::move(file)) {

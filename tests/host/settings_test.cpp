@@ -5,6 +5,8 @@
 
 #include <filesystem>
 
+#include "host/preferences/document.h"
+#include "host/preferences/store.h"
 #include "host/rig.h"
 #include "host/settings/file.h"
 
@@ -273,6 +275,131 @@ TEST(SettingsFile, IsKeptAsideWhenItIsNotServedWhole) {
         for (const std::string& line : lost)
             EXPECT_THAT(damaged->lost, testing::Contains(testing::StartsWith(line)));
     }
+}
+
+class PreferencesTest : public testing::Test {
+protected:
+    PreferencesTest() {
+        EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
+        store.emplace(file);
+        store->Follow({"gate", "Двор"});
+    }
+    PreferenceChange Write(const std::string& what, const std::string& by) {
+        const PreferenceReading reading = store->Read();
+        return store->Write(Replaced(reading.xml, what, by), reading.version);
+    }
+
+    const TempFolder folder;
+    const std::string file = folder.File("Preferences.xml");
+    std::optional<PreferenceStore> store;
+};
+
+TEST_F(PreferencesTest, HoldAtOnceAndOverARestart) {
+    std::vector<std::string> heard;
+    store->Listen([&](const Preferences& former, const Preferences& now) {
+        EXPECT_EQ(*store->Now(), now);
+        heard.push_back(std::to_string(former.recording.days) + ">" + std::to_string(now.recording.days));
+    });
+    const std::string read = store->Read().xml;
+    const std::string mask = "00000000018" + std::string(CellMask::kDigits - 11, '0');
+    std::string xml = Replaced(read, ">7</days>", ">14</days>");
+    xml = Replaced(xml, "sealed=\"true\" displayname=\"//local/@mqttPassword\" />",
+                   "displayname=\"//local/@mqttPassword\">geheim</password>");
+    xml = Replaced(xml, "@record\">off<", "@record\">motion<");
+    xml = Replaced(xml, "@mask\" />", "@mask\">" + mask + "</mask>");
+    xml = Replaced(xml, "camera-lost motion-began", " settings-changed  camera-lost");
+    const PreferenceChange change = store->Write(xml, store->Read().version);
+    ASSERT_EQ(change.result, PreferenceChange::Result::Done)
+        << (change.problems.empty() ? "" : change.problems[0].path + ": " + change.problems[0].text);
+    EXPECT_EQ(store->Write(xml, "\"other\"").result, PreferenceChange::Result::Outdated);
+    EXPECT_TRUE(store->Write(change.now.xml, change.now.version).same) << "the mark of a password keeps it";
+    EXPECT_THAT(heard, testing::ElementsAre("7>14"));
+    EXPECT_THAT(change.now.xml, testing::AllOf(HasSubstr(" stored=\"0\""), Not(HasSubstr("geheim"))));
+
+    store.emplace(file);
+    store->Follow({"gate", "new"});
+    const auto now = store->Now();
+    EXPECT_EQ(now->recording.days, 14);
+    EXPECT_EQ(now->notices.mqtt.password, "geheim");
+    EXPECT_EQ(now->notices.kinds,
+              (WordSet{"camera-lost", "recording-paused", "recording-trouble", "settings-changed"}));
+    EXPECT_EQ(now->Of("gate").record, RecordMode::OnMotion);
+    EXPECT_TRUE(now->Of("gate").mask.Masks(39, 0) && now->Of("gate").mask.Masks(0, 1));
+    EXPECT_EQ(now->Of("gate").mask.Text(), mask);
+    EXPECT_EQ(now->Of("new"), CameraPreferences{});
+    EXPECT_EQ(now->cameras.size(), 2U) << "a camera that is gone leaves";
+}
+
+TEST_F(PreferencesTest, AreRefusedWithThePlace) {
+    ASSERT_EQ(Write("@mqttServer\" />", "@mqttServer\">broker</server>").result,
+              PreferenceChange::Result::Done);
+    ASSERT_EQ(Write("@mqttPassword\" />", "@mqttPassword\">geheim</password>").result,
+              PreferenceChange::Result::Done);
+    const auto before = store->Now();
+    const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
+        {">7</days>", ">-1</days>", "outOfRange", "recording/days"},
+        {">7</days>", ">3651</days>", "outOfRange", "recording/days"},
+        {">7</days>", ">7.5</days>", "notANumber", "recording/days"},
+        {">7</days>", "></days>", "notANumber", "recording/days"},
+        {">2048<", ">-1<", "notANumber", "recording/freeMegabytes"},
+        {">yes</phonesWatchAll>", ">maybe</phonesWatchAll>", "notAChoice", "viewing/phonesWatchAll"},
+        {"camera-lost motion", "camera-lost rain motion", "notAChoice", "notices/kinds"},
+        {"@webhookAddress\" />", "@webhookAddress\">ftp://x/</address>", "notAWebAddress",
+         "notices/webhook/address"},
+        {"@webhookAddress\" />", "@webhookAddress\">https://a:b@c/</address>", "notAWebAddress",
+         "notices/webhook/address"},
+        {"@webhookSecret\" />", "@webhookSecret\">" + std::string(257, 's') + "</secret>", "textTooLong",
+         "notices/webhook/secret"},
+        {">broker<", ">broker/x<", "notAServer", "notices/mqtt/server"},
+        {">broker<", ">elsewhere.example<", "enterAgain", "notices/mqtt/password"},
+        {">1883<", ">8883<", "enterAgain", "notices/mqtt/password"},
+        {">morrowstream<", ">a/#<", "notATopic", "notices/mqtt/topic"},
+        {"type=\"mask\"", "type=\"BSTR\"", "wrongType", "cameras/item[1]/mask"},
+        {"@mask\" />", "@mask\">00</mask>", "notAllowed", "cameras/item[1]/mask"},
+        {"@record\">off<", "@record\">never<", "notAChoice", "cameras/item[1]/record"},
+        {"@sensitivity\">5<", "@sensitivity\">11<", "outOfRange", "cameras/item[1]/sensitivity"},
+        {">gate<", ">tor<", "unknownElement", "cameras/item[1]/name"},
+        {">gate<", ">Двор<", "mustBeUnique", "cameras/item[2]/name"},
+        {"</recording>", "<x/></recording>", "unknownElement", "recording/x"},
+        {"</recording>", "<days type=\"number\">1</days></recording>", "standsTwice", "recording/days[2]"},
+    };
+    for (const auto& [what, by, key, place] : rows) {
+        const PreferenceChange change = Write(what, by);
+        EXPECT_EQ(change.result, PreferenceChange::Result::Unsound) << by;
+        ASSERT_FALSE(change.problems.empty()) << by;
+        EXPECT_EQ(change.problems[0].key + " /preferences/" + place, key + " " + change.problems[0].path)
+            << by;
+    }
+    EXPECT_EQ(*store->Now(), *before);
+    EXPECT_EQ(Write("</preferences>", "").result, PreferenceChange::Result::NoDocument);
+    EXPECT_EQ(store->Write("<config/>", "").result, PreferenceChange::Result::NoDocument);
+    EXPECT_EQ(store->Write("<preferences/>", "").result, PreferenceChange::Result::Done)
+        << "a part may be missing";
+}
+
+TEST_F(PreferencesTest, OfADamagedFileAreThoseThatCanBeRead) {
+    ASSERT_EQ(Write(">7</days>", ">30</days>").result, PreferenceChange::Result::Done);
+    const std::string whole = platform::ReadWholeFile(file).value_or("");
+    for (const auto& [content, days, copy] :
+         {std::tuple{Replaced(whole, "@sensitivity\">5<", "@sensitivity\">55<"), 30, ".damaged"},
+          {whole.substr(0, whole.size() / 2), 7, ".damaged2"}}) {
+        ASSERT_EQ(S_OK, platform::ReplaceFile(file, content));
+        store.emplace(file);
+        EXPECT_EQ(store->Now()->recording.days, days);
+        EXPECT_EQ(store->Now()->Of("gate"), CameraPreferences{});
+        EXPECT_EQ(platform::ReadWholeFile(file + copy).value_or(""), content);
+    }
+    // A disk that takes nothing.
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    ASSERT_EQ(S_OK, platform::ReplaceFile(file + "/in", "x"));
+    EXPECT_EQ(Write(">7</days>", ">8</days>").result, PreferenceChange::Result::NotWritten);
+    EXPECT_EQ(store->Now()->recording.days, 8);
+    EXPECT_FALSE(store->WriteWhatIsLeft());
+    std::filesystem::remove_all(file);
+    EXPECT_TRUE(store->WriteWhatIsLeft() && store->IsWritten());
+    store.emplace(file);
+    EXPECT_EQ(store->Now()->recording.days, 8);
 }
 
 } // namespace

@@ -23,7 +23,7 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
-HOUSE = KIT | {"host/base", "host/log", "host/events", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
+HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/control"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
@@ -66,6 +66,8 @@ TABLE = {
     "host/log": {"platform", "host/base", "kit/log"},
     # What has happened; those that notice it tell it, so it stands below them.
     "host/events": {"platform", "host/base", "host/log"},
+    # The host's own settings, which rooms above ask for what holds.
+    "host/preferences": {"platform", "host/base", "host/log", "kit/settings"},
     "host/tls": {"platform", "host/base", "host/log"},
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
     "host/users": {"platform", "host/base", "host/log", "host/events", "host/tls", "host/http", "kit/component", "kit/settings"},
