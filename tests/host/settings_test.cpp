@@ -303,10 +303,10 @@ TEST_F(PreferencesTest, HoldAtOnceAndOverARestart) {
     const std::string read = store->Read().xml;
     const std::string mask = "00000000018" + std::string(CellMask::kDigits - 11, '0');
     std::string xml = Replaced(read, ">7</days>", ">14</days>");
-    xml = Replaced(xml, "sealed=\"true\" displayname=\"//local/@mqttPassword\" />",
+    xml = Replaced(xml, "sealed=\"true\" displayname=\"//local/@mqttPassword\"/>",
                    "displayname=\"//local/@mqttPassword\">geheim</password>");
     xml = Replaced(xml, "@record\">off<", "@record\">motion<");
-    xml = Replaced(xml, "@mask\" />", "@mask\">" + mask + "</mask>");
+    xml = Replaced(xml, "@mask\"/>", "@mask\">" + mask + "</mask>");
     xml = Replaced(xml, "camera-lost motion-began", " settings-changed  camera-lost");
     const PreferenceChange change = store->Write(xml, store->Read().version);
     ASSERT_EQ(change.result, PreferenceChange::Result::Done)
@@ -331,9 +331,9 @@ TEST_F(PreferencesTest, HoldAtOnceAndOverARestart) {
 }
 
 TEST_F(PreferencesTest, AreRefusedWithThePlace) {
-    ASSERT_EQ(Write("@mqttServer\" />", "@mqttServer\">broker</server>").result,
+    ASSERT_EQ(Write("@mqttServer\"/>", "@mqttServer\">broker</server>").result,
               PreferenceChange::Result::Done);
-    ASSERT_EQ(Write("@mqttPassword\" />", "@mqttPassword\">geheim</password>").result,
+    ASSERT_EQ(Write("@mqttPassword\"/>", "@mqttPassword\">geheim</password>").result,
               PreferenceChange::Result::Done);
     const auto before = store->Now();
     const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
@@ -344,18 +344,18 @@ TEST_F(PreferencesTest, AreRefusedWithThePlace) {
         {">2048<", ">-1<", "notANumber", "recording/freeMegabytes"},
         {">yes</phonesWatchAll>", ">maybe</phonesWatchAll>", "notAChoice", "viewing/phonesWatchAll"},
         {"camera-lost motion", "camera-lost rain motion", "notAChoice", "notices/kinds"},
-        {"@webhookAddress\" />", "@webhookAddress\">ftp://x/</address>", "notAWebAddress",
+        {"@webhookAddress\"/>", "@webhookAddress\">ftp://x/</address>", "notAWebAddress",
          "notices/webhook/address"},
-        {"@webhookAddress\" />", "@webhookAddress\">https://a:b@c/</address>", "notAWebAddress",
+        {"@webhookAddress\"/>", "@webhookAddress\">https://a:b@c/</address>", "notAWebAddress",
          "notices/webhook/address"},
-        {"@webhookSecret\" />", "@webhookSecret\">" + std::string(257, 's') + "</secret>", "textTooLong",
+        {"@webhookSecret\"/>", "@webhookSecret\">" + std::string(257, 's') + "</secret>", "textTooLong",
          "notices/webhook/secret"},
         {">broker<", ">broker/x<", "notAServer", "notices/mqtt/server"},
         {">broker<", ">elsewhere.example<", "enterAgain", "notices/mqtt/password"},
         {">1883<", ">8883<", "enterAgain", "notices/mqtt/password"},
         {">morrowstream<", ">a/#<", "notATopic", "notices/mqtt/topic"},
         {"type=\"mask\"", "type=\"BSTR\"", "wrongType", "cameras/item[1]/mask"},
-        {"@mask\" />", "@mask\">00</mask>", "notAllowed", "cameras/item[1]/mask"},
+        {"@mask\"/>", "@mask\">00</mask>", "notAllowed", "cameras/item[1]/mask"},
         {"@record\">off<", "@record\">never<", "notAChoice", "cameras/item[1]/record"},
         {"@sensitivity\">5<", "@sensitivity\">11<", "outOfRange", "cameras/item[1]/sensitivity"},
         {">gate<", ">tor<", "unknownElement", "cameras/item[1]/name"},
