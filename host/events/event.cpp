@@ -15,10 +15,11 @@ std::string TextOfTime(Event::Time time) {
     const std::chrono::year_month_day date(day);
     const std::chrono::hh_mm_ss clock(time - day);
     std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+    std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
+                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
+                  static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
+                  static_cast<int>(clock.subseconds().count()));
     return text.data();
 }
 
@@ -33,7 +34,8 @@ std::optional<Event::Time> TimeFrom(std::int64_t milliseconds) noexcept {
 // The number of that many digits at the front, which is then cut off; -1 where it is none.
 int CutNumber(std::string_view& text, std::size_t digits) noexcept {
     int number = -1;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + std::min(digits, text.size()), number);
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + std::min(digits, text.size()), number);
     if (error != std::errc{} || end != text.data() + digits || text.front() == '-')
         return -1;
     text.remove_prefix(digits);
@@ -72,7 +74,8 @@ std::optional<Event::Time> EventTimeFrom(std::string_view text) noexcept {
     const int minute = CutNumber(text, 2);
     const bool e = CutMark(text, ":");
     const int second = CutNumber(text, 2);
-    const std::chrono::year_month_day date(std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+    const std::chrono::year_month_day date(std::chrono::year(year),
+                                           std::chrono::month(static_cast<unsigned>(month)),
                                            std::chrono::day(static_cast<unsigned>(day)));
     const bool clock = hour >= 0 && hour < 24 && minute >= 0 && minute < 60 && second >= 0 && second <= 60;
     if (!(a && b && c && d && e) || year < 1970 || month < 1 || day < 1 || !date.ok() || !clock)

@@ -34,9 +34,9 @@ enum class EventKind {
     Count
 };
 inline constexpr std::array<std::string_view, static_cast<std::size_t>(EventKind::Count)> kEventWords{
-    "camera-connected", "camera-lost",       "motion-began",   "motion-ended",
+    "camera-connected", "camera-lost",       "motion-began",      "motion-ended",
     "recording-paused", "recording-resumed", "recording-trouble", "notice-trouble",
-    "sign-in-refused",  "settings-changed",  "users-changed",  "server-started"};
+    "sign-in-refused",  "settings-changed",  "users-changed",     "server-started"};
 
 [[nodiscard]] std::string_view WordOf(EventKind kind) noexcept;
 [[nodiscard]] std::optional<EventKind> EventKindFrom(std::string_view word) noexcept;
@@ -65,8 +65,8 @@ using EventPtr = std::shared_ptr<const Event>;
 // Of such a line; nothing where it is none, as behind a crash, or its kind is unknown here.
 [[nodiscard]] std::optional<Event> ReadEvent(std::string_view line);
 
-// Unix milliseconds, or RFC 3339 with a zone: "2026-01-31T08:05:00.5+01:00". A space counts as the "+" that it
-// was in an address. Nothing for other texts.
+// Unix milliseconds, or RFC 3339 with a zone: "2026-01-31T08:05:00.5+01:00". A space counts as the "+" that
+// it was in an address. Nothing for other texts.
 [[nodiscard]] std::optional<Event::Time> EventTimeFrom(std::string_view text) noexcept;
 
 // Which events somebody asks for. What is not given lets everything through.

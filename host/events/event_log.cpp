@@ -124,7 +124,8 @@ std::vector<EventPtr> EventLog::After(std::uint64_t number, std::size_t most) co
     found = m_journal.After(number, most);
     if (found.size() < most) {
         // What the journal has no longer, or not yet, may stand in memory.
-        const auto more = After(std::max(first - 1, found.empty() ? 0 : found.back()->number), most - found.size());
+        const auto more =
+            After(std::max(first - 1, found.empty() ? 0 : found.back()->number), most - found.size());
         found.insert(found.end(), more.begin(), more.end());
     }
     return found;
@@ -194,7 +195,8 @@ void EventLog::Write() {
         }
         SweepIfDue();
         if (lost > 0)
-            Console::Get().Log("error", std::to_string(lost) + " events are lost: the disk took none for too long");
+            Console::Get().Log("error",
+                               std::to_string(lost) + " events are lost: the disk took none for too long");
         std::size_t count = 0;
         const auto written = m_journal.Append(events, &count);
         if (!events.empty())

@@ -25,7 +25,8 @@ constexpr std::string_view kJournalSuffix = ".jsonl";
 
 // The day of "2026-01-31.jsonl"; nothing for other names.
 std::optional<sys_days> DayOfName(std::string_view name) {
-    if (name.size() != 10 + kJournalSuffix.size() || !name.ends_with(kJournalSuffix) || name[4] != '-' || name[7] != '-')
+    if (name.size() != 10 + kJournalSuffix.size() || !name.ends_with(kJournalSuffix) || name[4] != '-' ||
+        name[7] != '-')
         return std::nullopt;
     const auto number = [name](std::size_t at, std::size_t digits) {
         int value = -1;
@@ -105,7 +106,8 @@ EventJournal::Written EventJournal::Append(std::span<const EventPtr> events, std
         Range range{events[*count]->number, 0};
         std::string lines;
         std::size_t next = *count;
-        for (; next < events.size() && std::chrono::floor<std::chrono::days>(events[next]->time) == day; ++next) {
+        for (; next < events.size() && std::chrono::floor<std::chrono::days>(events[next]->time) == day;
+             ++next) {
             lines += JournalLine(*events[next]);
             range.last = events[next]->number;
         }

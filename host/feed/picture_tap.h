@@ -17,9 +17,9 @@ public:
     PictureTap& operator=(const PictureTap&) = delete;
     virtual ~PictureTap() = default;
 
-    // On the thread that receives the phone's pictures, under the camera's lock: it returns at once, waits for
-    // nothing and calls nothing of the component. One call at a time. `connection` is another number for each
-    // connection of a phone; 0 for pictures that come on none of the host's.
+    // On the thread that receives the phone's pictures, under the camera's lock: it returns at once, waits
+    // for nothing and calls nothing of the component. One call at a time. `connection` is another number for
+    // each connection of a phone; 0 for pictures that come on none of the host's.
     virtual void OnPicture(const kit::PicturePtr& picture, std::uint64_t connection) noexcept = 0;
 };
 

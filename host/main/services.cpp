@@ -6,8 +6,7 @@ namespace host {
 
 Services::Services(FeedTable& feeds, const std::string& recordings)
     : m_feeds(feeds), m_events(recordings + "/events") {
-    Console::Get().SetRefusalListener(
-        [this](const Console::Refusal& refusal) { m_refusals.Note(refusal); });
+    Console::Get().SetRefusalListener([this](const Console::Refusal& refusal) { m_refusals.Note(refusal); });
     m_events.Tell({.kind = EventKind::ServerStarted, .text = "The server has started."});
 }
 

@@ -41,7 +41,10 @@ TEST(EventLog, FindsWhatWasToldAlsoAfterACrashAndWithClocksThatAreSet) {
         log.Tell({.time = kNoon, .kind = EventKind::CameraConnected, .camera = "yard"});
         log.Tell({.time = kNoon + 24h, .kind = EventKind::CameraLost, .camera = "yard", .text = "gone"});
         // Set back by a day.
-        log.Tell({.time = kNoon + 1h, .kind = EventKind::MotionBegan, .camera = "Двор \"1\"\n", .details = {{"cells", "7"}}});
+        log.Tell({.time = kNoon + 1h,
+                  .kind = EventKind::MotionBegan,
+                  .camera = "Двор \"1\"\n",
+                  .details = {{"cells", "7"}}});
         log.Tell({.time = kNoon + 2h, .kind = EventKind::SignInRefused, .who = "\xFF"});
     }
     struct stat status {};
@@ -49,7 +52,8 @@ TEST(EventLog, FindsWhatWasToldAlsoAfterACrashAndWithClocksThatAreSet) {
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
     // A crash, and somebody who writes there.
     std::ofstream(journal + "/2026-03-28.jsonl", std::ios::app)
-        << "{\"number\":0,\"ms\":1,\"kind\":\"camera-lost\"}\n[]\n{\"number\":99,\"ms\":1,\"kind\":\"unheard-of\"}\n{\"number\":5,\"ms\":177";
+        << "{\"number\":0,\"ms\":1,\"kind\":\"camera-lost\"}\n[]\n{\"number\":99,\"ms\":1,\"kind\":\"unheard-"
+           "of\"}\n{\"number\":5,\"ms\":177";
     std::ofstream(journal + "/2026-13-01.jsonl") << "no day";
     EventLog log(journal, forever);
     EXPECT_EQ(log.LastNumber(), 4U);
@@ -65,12 +69,10 @@ TEST(EventLog, FindsWhatWasToldAlsoAfterACrashAndWithClocksThatAreSet) {
     time.to = kNoon + 3h;
     before.before = 4;
     rights.sees = [](const Event& event) { return event.camera.empty() || event.camera == "yard"; };
-    const std::pair<EventFilter, Numbers> cases[] = {{{}, {5, 4, 3, 2, 1}},
-                                                     {is({EventKind::CameraLost, EventKind::MotionBegan}), {3, 2}},
-                                                     {camera, {5, 3}},
-                                                     {time, {4, 3}},
-                                                     {before, {3, 2, 1}},
-                                                     {rights, {4, 2, 1}}};
+    const std::pair<EventFilter, Numbers> cases[] = {
+        {{}, {5, 4, 3, 2, 1}}, {is({EventKind::CameraLost, EventKind::MotionBegan}), {3, 2}},
+        {camera, {5, 3}},      {time, {4, 3}},
+        {before, {3, 2, 1}},   {rights, {4, 2, 1}}};
     // Once of the memory's, and once of the files alone.
     const EventJournal files = [&] {
         EXPECT_TRUE(support::Eventually([&] { return EventJournal(journal).LastNumber() == 5; }));
@@ -105,7 +107,8 @@ TEST(EventLog, KeepsDaysAndWaitsForADiskThatTakesNothing) {
     }
     {
         EventLog log(journal);
-        EXPECT_EQ(NumbersOf(log.Find({}, 99)), (Numbers{8, 7, 6, 5, 4, 3})) << "and those swept are gone from memory as well";
+        EXPECT_EQ(NumbersOf(log.Find({}, 99)), (Numbers{8, 7, 6, 5, 4, 3}))
+            << "and those swept are gone from memory as well";
     }
     // Something else stands in the folder's place.
     const std::string taken = folder.File("taken");
@@ -119,7 +122,8 @@ TEST(EventLog, KeepsDaysAndWaitsForADiskThatTakesNothing) {
     }
     // A day has its limit.
     EventJournal full(folder.File("full"));
-    const std::vector<EventPtr> events(1000, std::make_shared<const Event>(Event{.number = 1, .time = now, .text = std::string(9000, 'x')}));
+    const std::vector<EventPtr> events(
+        1000, std::make_shared<const Event>(Event{.number = 1, .time = now, .text = std::string(9000, 'x')}));
     std::size_t count = 0;
     EXPECT_EQ(full.Append(events, &count), EventJournal::Written::All);
     EXPECT_EQ(full.Append(events, &count), EventJournal::Written::DayFull);
@@ -156,15 +160,22 @@ TEST(EventLog, WakesWatchersAndNumbersWhatManyTell) {
 }
 
 TEST(Event, TakesTimesAsPeopleAndProgramsWriteThem) {
-    const std::pair<const char*, std::int64_t> cases[] = {
-        {"1774702800123", 1774702800123},       {"2026-03-28T13:00:00Z", 1774702800000},
-        {"2026-03-28t13:00:00.1239z", 1774702800123}, {"2026-03-28 14:30:00+01:30", 1774702800000},
-        {"2026-03-28T14:30:00 0130", 1774702800000},  {"2026-03-28T05:00:00-08:00", 1774702800000},
-        {"2026-03-28T13:00:00", -1},            {"2026-02-30T13:00:00Z", -1},
-        {"2026-03-28T24:00:00Z", -1},           {"-026-03-28T13:00:00Z", -1},
-        {"2026-03-28T13:00:00Zz", -1},          {"2026-03-28T13:00:00+0", -1},
-        {"-5", -1},                             {"", -1},
-        {"2026", 2026},                         {"99999999999999999999", -1}};
+    const std::pair<const char*, std::int64_t> cases[] = {{"1774702800123", 1774702800123},
+                                                          {"2026-03-28T13:00:00Z", 1774702800000},
+                                                          {"2026-03-28t13:00:00.1239z", 1774702800123},
+                                                          {"2026-03-28 14:30:00+01:30", 1774702800000},
+                                                          {"2026-03-28T14:30:00 0130", 1774702800000},
+                                                          {"2026-03-28T05:00:00-08:00", 1774702800000},
+                                                          {"2026-03-28T13:00:00", -1},
+                                                          {"2026-02-30T13:00:00Z", -1},
+                                                          {"2026-03-28T24:00:00Z", -1},
+                                                          {"-026-03-28T13:00:00Z", -1},
+                                                          {"2026-03-28T13:00:00Zz", -1},
+                                                          {"2026-03-28T13:00:00+0", -1},
+                                                          {"-5", -1},
+                                                          {"", -1},
+                                                          {"2026", 2026},
+                                                          {"99999999999999999999", -1}};
     for (const auto& [text, milliseconds] : cases) {
         const auto time = EventTimeFrom(text);
         EXPECT_EQ(time ? time->time_since_epoch().count() : -1, milliseconds) << text;
@@ -177,7 +188,8 @@ TEST(RefusalEvents, TellOfGuessersOnceAMinute) {
     RefusalEvents refusals(log);
     const auto t = Clock::now();
     const auto refuse = [&](const std::string& address, std::string_view reason, Clock::duration at) {
-        refusals.Note({.address = address, .whom = address, .login = "root", .camera = {}, .reason = reason}, t + at);
+        refusals.Note({.address = address, .whom = address, .login = "root", .camera = {}, .reason = reason},
+                      t + at);
         refusals.Tick(t + at);
     };
     refuse("192.0.2.1", "forbidden", 0s);
@@ -225,7 +237,8 @@ TEST(ConnectionStory, TellsWhatLastsAndNotEachGap) {
         for (const int span : each.spans) {
             for (int i = 0; i < span; ++i, ++second) {
                 if (const auto news = story.Look(on, Clock::time_point(std::chrono::seconds(second))))
-                    told += (told.empty() ? "" : " ") + std::string(*news ? "+" : "-") + std::to_string(second);
+                    told +=
+                        (told.empty() ? "" : " ") + std::string(*news ? "+" : "-") + std::to_string(second);
             }
             on = !on;
         }
@@ -235,7 +248,8 @@ TEST(ConnectionStory, TellsWhatLastsAndNotEachGap) {
     ConnectionStory story;
     int losses = 0;
     for (int second = 0; second < 7200; ++second)
-        losses += story.Look(second % 60 < 25, Clock::time_point(std::chrono::seconds(second))) == false ? 1 : 0;
+        losses +=
+            story.Look(second % 60 < 25, Clock::time_point(std::chrono::seconds(second))) == false ? 1 : 0;
     EXPECT_LE(losses, 2);
     EXPECT_GE(losses, 1);
 }
