@@ -24,7 +24,7 @@ COMMON = {
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
-               "host/bridge", "host/control"}
+               "host/bridge", "host/recordings", "host/control"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
 }
@@ -74,6 +74,8 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/log", "host/events", "kit/picture"},
     "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
+    # What cameras sent, on the disk, and out of it again.
+    "host/recordings": {"platform", "host/base", "host/log", "host/feed", "kit/picture"},
     # Programs of this machine, past the web server.
     "host/control": {"platform", "host/base", "host/log"},
     # A phone played towards the component.
@@ -97,13 +99,17 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/events", "host/http", "host/feed", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},
     "libxml/": {"host/site/mobile"},
     "libxslt/": {"host/site/mobile"},
     "qrencode.h": {"host/site/links"},
+    "libavformat/": {"host/recordings"},
+    "libavcodec/": {"host/recordings"},
+    "libavutil/": {"host/recordings"},
+    "sqlite3.h": {"host/recordings"},
     "zip.h": {"host/site/mobile"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),

@@ -1,0 +1,238 @@
+#include "host/recordings/recordings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace host {
+namespace {
+
+constexpr std::size_t kMostOpenFiles = 16;
+constexpr std::int64_t kNoTime = std::numeric_limits<std::int64_t>::min();
+// A time lapse has no more pictures a second than that, and shows a pause of the recording for no longer.
+constexpr double kLapseDistance = 40; // milliseconds
+constexpr UnixMs kLongestLapsePause = 2000;
+
+RecordedPicture PictureOf(const RecordedFile& file, const MatroskaReader& reader,
+                          const MatroskaReader::Frame& frame) {
+    return {.file = file.key.number,
+            .time = file.begin + frame.time,
+            .width = reader.Width(),
+            .height = reader.Height(),
+            .jpeg = std::string(frame.jpeg)};
+}
+
+} // namespace
+
+struct Recordings::OpenFile {
+    FileKey key;
+    FileState state; // when it was opened
+    MatroskaReader reader;
+};
+
+std::optional<RecordedPicture> RecordedRange::Next() {
+    while (m_next < m_files.size() || m_reader) {
+        try {
+            if (!m_reader) {
+                const RecordedFile& file = m_files[m_next++];
+                m_reader = std::make_unique<MatroskaReader>(m_library->PathOf(file));
+                if (m_span.begin > file.begin)
+                    (void)m_reader->SeekTo(m_span.begin - file.begin);
+            }
+            const RecordedFile& file = m_files[m_next - 1];
+            while (const auto frame = m_reader->Next()) {
+                const UnixMs time = file.begin + frame->time;
+                if (time > m_span.end)
+                    break;
+                if (time >= m_span.begin)
+                    return PictureOf(file, *m_reader, *frame);
+            }
+        } catch (const RecordingError&) {
+            // Retention was quicker.
+        }
+        m_reader.reset();
+    }
+    return std::nullopt;
+}
+
+std::vector<std::int64_t> Recordings::Days(std::int64_t camera, int minutesAhead) const {
+    return m_library.Ask<std::vector<std::int64_t>>(
+        [&](Index& index) { return index.DaysOf(camera, std::int64_t{minutesAhead} * 60'000); });
+}
+
+std::vector<TimeSpan> Recordings::Coverage(std::int64_t camera, TimeSpan span, UnixMs gap) const {
+    std::vector<TimeSpan> covered;
+    for (const RecordedFile& file : Files(camera, span)) {
+        // One that begins within the one before it is of a clock that was set back.
+        if (!covered.empty() && file.begin >= covered.back().end && file.begin - covered.back().end < gap)
+            covered.back().end = file.end;
+        else
+            covered.push_back({file.begin, file.end});
+    }
+    for (TimeSpan& part : covered)
+        part = {std::max(part.begin, span.begin), std::min(part.end, span.end)};
+    std::ranges::sort(covered, {}, &TimeSpan::begin);
+    return covered;
+}
+
+std::vector<TimeSpan> Recordings::Motion(std::int64_t camera, TimeSpan span) const {
+    return m_library.Ask<std::vector<TimeSpan>>([&](Index& index) { return index.MotionOf(camera, span); });
+}
+
+std::vector<RecordedFile> Recordings::Files(std::int64_t camera, TimeSpan span) const {
+    auto files =
+        m_library.Ask<std::vector<RecordedFile>>([&](Index& index) { return index.FilesOf(camera, span); });
+    std::ranges::sort(files, {}, &RecordedFile::key);
+    return files;
+}
+
+std::shared_ptr<Recordings::OpenFile> Recordings::Take(const RecordedFile& file) const {
+    {
+        const std::lock_guard guard(m_mutex);
+        const auto found = std::ranges::find_if(
+            m_open, [&](const auto& open) { return open->key == file.key && open->state == file.state; });
+        if (found != m_open.end()) {
+            auto open = *found;
+            m_open.erase(found);
+            return open;
+        }
+    }
+    return std::shared_ptr<OpenFile>(
+        new OpenFile{file.key, file.state, MatroskaReader(m_library.PathOf(file))});
+}
+
+void Recordings::GiveBack(std::shared_ptr<OpenFile> file) const {
+    std::shared_ptr<OpenFile> closed; // outside the lock
+    const std::lock_guard guard(m_mutex);
+    m_open.push_front(std::move(file));
+    if (m_open.size() > kMostOpenFiles) {
+        closed = m_open.back();
+        m_open.pop_back();
+    }
+}
+
+// The first picture that follows `after`, of those from the newest one on that is not newer than `from`; both
+// milliseconds after the file's beginning.
+std::optional<RecordedPicture> Recordings::Read(const RecordedFile& file, std::int64_t from,
+                                                std::int64_t after) const {
+    try {
+        auto open = Take(file);
+        if (!open->reader.SeekTo(from))
+            return std::nullopt;
+        auto frame = open->reader.Next();
+        while (frame && frame->time <= after)
+            frame = open->reader.Next();
+        if (!frame)
+            return std::nullopt;
+        auto picture = PictureOf(file, open->reader, *frame);
+        GiveBack(std::move(open));
+        return picture;
+    } catch (const RecordingError&) {
+        return std::nullopt; // gone, or damaged
+    }
+}
+
+std::optional<RecordedFile> Recordings::FileAt(std::int64_t camera, UnixMs time) const {
+    return m_library.Ask<std::optional<RecordedFile>>([&](Index& index) -> std::optional<RecordedFile> {
+        const auto files = index.FilesOf(camera, {time, time});
+        if (!files.empty())
+            return *std::ranges::max_element(files, {}, &RecordedFile::key);
+        const auto before = index.LastBefore(camera, time);
+        const auto after = index.FirstFrom(camera, time);
+        if (!before || (after && after->begin - time < time - before->end))
+            return after;
+        return before;
+    });
+}
+
+std::optional<RecordedPicture> Recordings::At(std::int64_t camera, UnixMs time) const {
+    const auto file = FileAt(camera, time);
+    return file ? Read(*file, std::max<std::int64_t>(time - file->begin, 0), kNoTime) : std::nullopt;
+}
+
+std::optional<RecordedPicture> Recordings::After(std::int64_t camera, std::int64_t file, UnixMs time) const {
+    FileKey key{camera, file};
+    if (const auto found =
+            m_library.Ask<std::optional<RecordedFile>>([&](Index& index) { return index.Find(key); })) {
+        const std::int64_t at = time - found->begin;
+        if (auto picture = Read(*found, std::max<std::int64_t>(at, 0), at))
+            return picture;
+    }
+    while (const auto next =
+               m_library.Ask<std::optional<RecordedFile>>([&](Index& index) { return index.After(key); })) {
+        if (auto picture = Read(*next, 0, kNoTime))
+            return picture;
+        key = next->key;
+    }
+    return std::nullopt;
+}
+
+std::optional<RecordedPicture> Recordings::Before(std::int64_t camera, std::int64_t file, UnixMs time) const {
+    FileKey key{camera, file};
+    if (const auto found =
+            m_library.Ask<std::optional<RecordedFile>>([&](Index& index) { return index.Find(key); })) {
+        const std::int64_t at = time - found->begin - 1;
+        if (at >= 0) {
+            if (auto picture = Read(*found, at, kNoTime); picture && picture->time < time)
+                return picture;
+        }
+    }
+    while (const auto before =
+               m_library.Ask<std::optional<RecordedFile>>([&](Index& index) { return index.Before(key); })) {
+        if (auto picture = Read(*before, before->end - before->begin, kNoTime))
+            return picture;
+        key = before->key;
+    }
+    return std::nullopt;
+}
+
+RecordedRange Recordings::Range(std::int64_t camera, TimeSpan span) const {
+    return {m_library, Files(camera, span), span};
+}
+
+bool Recordings::Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const {
+    RecordedRange range = Range(camera, wanted.span);
+    auto picture = range.Next();
+    if (!picture)
+        return false;
+    std::string title;
+    for (const RecordedCamera& known : Cameras()) {
+        if (known.id == camera)
+            title = known.name;
+    }
+    MatroskaWriter writer(sink, {title, picture->time, picture->width, picture->height});
+    const bool lapse = wanted.speed > 1;
+    double time = 0; // in the new file, milliseconds
+    std::int64_t written = -1;
+    UnixMs before = picture->time;
+    UnixMs told = before;
+    for (; picture; picture = range.Next()) {
+        // Where the clock was set back, time goes on all the same.
+        UnixMs passed = std::max<UnixMs>(picture->time - before, 1);
+        if (lapse)
+            passed = std::min(passed, kLongestLapsePause);
+        if (written >= 0)
+            time += static_cast<double>(passed) / std::max(wanted.speed, 1.0);
+        before = picture->time;
+        if (!lapse || written < 0 || time - static_cast<double>(written) >= kLapseDistance) {
+            written = std::max(written + 1, static_cast<std::int64_t>(std::llround(time)));
+            writer.Add(written, picture->jpeg);
+        }
+        if (wanted.progress && std::abs(picture->time - told) >= 1000) {
+            told = picture->time;
+            if (!wanted.progress(told))
+                return false;
+        }
+    }
+    writer.Finish();
+    return true;
+}
+
+std::size_t Recordings::Keep(std::int64_t camera, TimeSpan span, bool keep) {
+    const auto files = Files(camera, span);
+    return static_cast<std::size_t>(std::ranges::count_if(
+        files, [&](const RecordedFile& file) { return m_library.Keep(file.key, keep); }));
+}
+
+} // namespace host

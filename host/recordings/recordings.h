@@ -1,0 +1,117 @@
+// Looking back: what was recorded when, and its pictures. For pages; whose right it is to see a camera, they
+// ask.
+//
+// Any thread, several at a time. Calls read the disk and may wait for it. What is being written is there as
+// far as it has come to the disk, a second or two behind.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/recordings/library.h"
+#include "host/recordings/matroska_reader.h"
+#include "host/recordings/matroska_writer.h"
+
+namespace host {
+
+struct RecordedPicture {
+    // With the number of its file a picture has one place, also where the wall clock showed a time twice.
+    std::int64_t file = 0;
+    UnixMs time = 0;
+    int width = 0; // of its file
+    int height = 0;
+    std::string jpeg; // byte for byte what watchers got
+};
+
+class Recordings;
+
+// The pictures of a camera whose time is in a span, in the order in which they were recorded. One thread at a
+// time.
+class RecordedRange {
+public:
+    // Nothing at the end. A file that is gone meanwhile, or damaged, is passed over.
+    std::optional<RecordedPicture> Next();
+
+private:
+    friend class Recordings;
+    RecordedRange(const Library& library, std::vector<RecordedFile> files, TimeSpan span)
+        : m_library(&library), m_files(std::move(files)), m_span(span) {}
+
+    const Library* m_library;
+    std::vector<RecordedFile> m_files;
+    TimeSpan m_span;
+    std::size_t m_next = 0; // the file to be opened
+    std::unique_ptr<MatroskaReader> m_reader;
+};
+
+class Recordings {
+public:
+    explicit Recordings(Library& library) : m_library(library) {}
+    Recordings(const Recordings&) = delete;
+    Recordings& operator=(const Recordings&) = delete;
+
+    // Those that are in the settings, and (with `removed`) those that are not any more. For 0 no camera has
+    // that id.
+    [[nodiscard]] std::vector<RecordedCamera> Cameras() const { return m_library.Cameras(); }
+    // Of the camera in the settings; 0: nothing of it was recorded.
+    [[nodiscard]] std::int64_t IdOf(std::string_view camera) const { return m_library.IdOf(camera); }
+
+    // The days with recordings, counted from 1970, by a clock that is so many minutes ahead of UTC.
+    [[nodiscard]] std::vector<std::int64_t> Days(std::int64_t camera, int minutesAhead) const;
+    // When there are pictures, in the order in which they begin. What is less than `gap` apart is one span.
+    // Where the wall clock was set back spans overlap.
+    [[nodiscard]] std::vector<TimeSpan> Coverage(std::int64_t camera, TimeSpan span, UnixMs gap = 3000) const;
+    [[nodiscard]] std::vector<TimeSpan> Motion(std::int64_t camera, TimeSpan span) const;
+    // The files that touch a span, as they are numbered; with bytes and whether they are kept.
+    [[nodiscard]] std::vector<RecordedFile> Files(std::int64_t camera, TimeSpan span) const;
+
+    // The newest picture at that time or before it within a recording, of several recordings of that time the
+    // later one; where there is none, the nearest one. Nothing where nothing was recorded.
+    [[nodiscard]] std::optional<RecordedPicture> At(std::int64_t camera, UnixMs time) const;
+    // The next picture, or the one before, in the order in which they were recorded.
+    [[nodiscard]] std::optional<RecordedPicture> After(std::int64_t camera, std::int64_t file,
+                                                       UnixMs time) const;
+    [[nodiscard]] std::optional<RecordedPicture> Before(std::int64_t camera, std::int64_t file,
+                                                        UnixMs time) const;
+
+    [[nodiscard]] RecordedRange Range(std::int64_t camera, TimeSpan span) const;
+
+    struct Export {
+        TimeSpan span;
+        // 1: as it was, with its pauses. More: a time lapse of 25 pictures a second at most, without the time
+        // in which nothing was recorded.
+        double speed = 1;
+        // Told now and then which time has been reached; false ends the export.
+        std::function<bool(UnixMs)> progress{};
+    };
+    // Writes one Matroska file. False when it was ended, or there is no picture. Throws RecordingError when
+    // the sink does not take it.
+    bool Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const;
+
+    // Keeps the files that touch a span from being removed, or lets them go. The number of those that it
+    // could.
+    std::size_t Keep(std::int64_t camera, TimeSpan span, bool keep);
+
+private:
+    struct OpenFile;
+    [[nodiscard]] std::shared_ptr<OpenFile> Take(const RecordedFile& file) const;
+    void GiveBack(std::shared_ptr<OpenFile> file) const;
+    [[nodiscard]] std::optional<RecordedPicture> Read(const RecordedFile& file, std::int64_t from,
+                                                      std::int64_t after) const;
+    [[nodiscard]] std::optional<RecordedFile> FileAt(std::int64_t camera, UnixMs time) const;
+
+    Library& m_library;
+    // Files that were read last, as who drags along a day comes back to them. Who reads takes one out.
+    mutable std::mutex m_mutex;
+    mutable std::list<std::shared_ptr<OpenFile>> m_open; // the newest first
+};
+
+} // namespace host
