@@ -258,10 +258,10 @@ nlohmann::ordered_json CameraJson(const CameraFigures& figures, bool withId) {
     return camera;
 }
 
-nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId) {
+nlohmann::ordered_json CamerasJson(std::span<const FeedPtr> feeds, bool withId) {
     auto cameras = nlohmann::ordered_json::array();
-    for (const CameraFigures& figures : feeds.Figures())
-        cameras.push_back(CameraJson(figures, withId));
+    for (const FeedPtr& feed : feeds)
+        cameras.push_back(CameraJson(feed->Figures(), withId));
     return cameras;
 }
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -99,10 +100,10 @@ private:
 };
 using FeedTablePtr = platform::ComPtr<platform::ComObject<FeedTable>>;
 
-// The figures of all cameras for programs: an array with an object for each. `withId` adds what the
+// The figures of cameras for programs: an array with an object for each. `withId` adds what the
 // live page needs: the numbers that its stream uses, and what browsers that are cameras tell of themselves.
 nlohmann::ordered_json CameraJson(const CameraFigures& figures, bool withId);
-nlohmann::ordered_json CamerasJson(const FeedTable& feeds, bool withId);
+nlohmann::ordered_json CamerasJson(std::span<const FeedPtr> feeds, bool withId);
 
 // The table as the subscriber of a source, for as long as this is there: no picture reaches a feed
 // afterwards.

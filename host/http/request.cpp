@@ -176,6 +176,18 @@ std::optional<std::string> FormValue(std::string_view form, std::string_view nam
     return PercentDecode(value);
 }
 
+std::vector<std::string> FormValues(std::string_view form, std::string_view name) {
+    std::vector<std::string> values;
+    while (!form.empty()) {
+        const std::string_view part = form.substr(0, form.find('&'));
+        form.remove_prefix(std::min(part.size() + 1, form.size()));
+        const bool named = part.size() > name.size() && part.starts_with(name) && part[name.size()] == '=';
+        if (auto value = named ? FormValue(part, name) : std::nullopt)
+            values.push_back(*std::move(value));
+    }
+    return values;
+}
+
 bool IsLoopbackHost(std::string_view host) {
     const auto colon = host.rfind(':');
     const bool hasPort = colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos;

@@ -70,6 +70,9 @@ std::string_view QueryParameter(std::string_view query, std::string_view name);
 // text.
 std::optional<std::string> FormValue(std::string_view form, std::string_view name);
 
+// All values of that name, but for those that are no text.
+std::vector<std::string> FormValues(std::string_view form, std::string_view name);
+
 // Whether a Host line (name, optional port) names this machine itself: localhost, 127.0.0.1 or [::1].
 bool IsLoopbackHost(std::string_view host);
 // Whether the Origin line of a request is there, and scheme, host and port in it are those that the request

@@ -24,6 +24,7 @@
 #include "host/settings/settings.h"
 #include "host/site/connection.h"
 #include "host/site/server.h"
+#include "host/sources/phone_content.h"
 #include "kit/component/component.h"
 #include "kit/settings/language.h"
 #include "platform/files.h"
@@ -158,16 +159,29 @@ struct Household {
     std::vector<std::string> oddLogins; // those of users whose phones cannot sign in
     std::vector<CameraEntry> cameras;   // to be put into the settings
     bool adminMade = false;
-    bool demoEnded = false; // the demo's users were there; its cameras may be in the settings still
+    bool formerUsers = false; // their file was written before they had lists of cameras
+    bool demoEnded = false;   // the demo's users were there; its cameras may be in the settings still
 };
 
 std::string DemoPasswordsOf(const DataFolder& data) {
     return data.File("demo-passwords");
 }
 
+// Whether users were kept before they had lists of cameras. The file is written again then, so this is true
+// once.
+bool LeaveFormerUsers(const DataFolder& data, UserStore& users) {
+    constexpr std::string_view kFormerTitle =
+        "# Users of the host: login, kind (admin, viewer, phone), mark, password hash.\n";
+    if (!platform::ReadWholeFile(data.File("users")).value_or("").starts_with(kFormerTitle))
+        return false;
+    users.Save();
+    return true;
+}
+
 Household OpenHousehold(DataFolder& data, const Options& options) {
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
+    const bool formerUsers = LeaveFormerUsers(data, users);
     std::vector<CameraEntry> cameras = data.ReadCameras();
     bool demoEnded = false;
     if (options.demo) {
@@ -186,7 +200,7 @@ Household OpenHousehold(DataFolder& data, const Options& options) {
         if (!CheckLogin(login).empty())
             oddLogins.push_back(login);
     }
-    return {std::move(users), std::move(oddLogins), std::move(cameras), adminMade, demoEnded};
+    return {std::move(users), std::move(oddLogins), std::move(cameras), adminMade, formerUsers, demoEnded};
 }
 
 class Application {
@@ -216,10 +230,12 @@ public:
         m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
         m_viewing = std::make_unique<kit::Viewing>(
-            kit::ContentAccess{
-                .open = [sources = m_sources](std::string_view key) { return sources->Open(key); },
-                .knows =
-                    [this](std::string_view token) { return m_authenticator.LoginOf(token).has_value(); }},
+            PhoneContentOf(m_sources,
+                           [this](std::string_view token) {
+                               const auto viewer = m_authenticator.OwnerOf(token);
+                               return viewer ? std::optional(m_authenticator.RightsOf(*viewer))
+                                             : std::nullopt;
+                           }),
             m_packers);
         m_component = std::make_unique<kit::Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
@@ -274,6 +290,10 @@ public:
                     .feeds = *m_feeds,
                     .authenticator = m_authenticator,
                     .links = m_site->links});
+        if (m_household.formerUsers)
+            Console::Get().Say(
+                "What signs in as a phone may watch every camera, as before; /settings has a switch for "
+                "that, and /users has lists of cameras for each user.");
         std::optional<DemoPhones> phones;
         if (m_options.demo) {
             phones.emplace((ProgramFolder() / "morrowstream-phone").string(), FindPictures(m_options),
@@ -413,6 +433,7 @@ private:
                 m_sessions.Sweep();
                 m_phones.Sweep();
                 m_tokens.Sweep();
+                m_site->watches.Sweep();
                 m_site->phone.Sweep();
             }
             if (Clock::now() >= nextSave) {

@@ -11,7 +11,7 @@ const std::string_view kHelpText =
     R"(morrowstream-host: a video server whose cameras are mobile phones.
 
   morrowstream-host [--listen ADDR:PORT] [--data DIR] [--seconds N] [--demo] ...
-  morrowstream-host [--data DIR] --add-user NAME --kind admin|viewer|phone
+  morrowstream-host [--data DIR] --add-user NAME --kind admin|viewer|phone [--cameras all|NAME,NAME,...]
   morrowstream-host [--data DIR] --add-users FILE
   morrowstream-host [--data DIR] camera add NAME [--type TYPE] | list | remove NAME
   morrowstream-host [--data DIR] token add NAME [--user LOGIN] [--scope read|all] | list | remove ID
@@ -38,7 +38,10 @@ const std::string_view kHelpText =
   --add-user NAME        adds a user, or gives it a new password, which is asked for at a terminal and else a line of standard
                          input; a running host knows it at once
   --kind KIND            admin: everything; viewer: looks at the pages; phone: sends and receives pictures
-  --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs
+  --cameras all|LIST     what the user of --add-user sees: every camera, or those of a list, with commas between them; in a name
+                         a comma is %2C. Without it a new viewer sees all, and a new phone what phones see
+  --add-users FILE       adds the users of a file: a line each, login, kind and password separated by tabs, and where there is
+                         one a list of cameras
   camera ..., token ...  what /api/v1 does, by a running host (DATA/control.sock, for its own user and root) and without one in
                          its files; "camera add" asks for the password as --add-user does, "token add" says the token alone
   --type TYPE            of a camera: 320x240, which is the usual one, or 160x120
@@ -178,6 +181,12 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
              if (!kind)
                  throw platform::WrongValue(name, "admin, viewer or phone", value);
          }},
+        {"--cameras",
+         [&](auto name, auto value) {
+             options.userCameras = ReadCameraList(value);
+             if (!options.userCameras)
+                 throw platform::WrongValue(name, "all, or names of cameras with commas between them", value);
+         }},
         // The codec has no larger ones.
         {"--max-pixels", platform::NumberFrom<std::int64_t>(1, 67'108'864, options.maxPixels)},
     };
@@ -193,6 +202,8 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
     CheckWords(options, given);
     if ((options.command == Command::AddUser) != kind.has_value())
         throw platform::UsageError("--add-user and --kind go together");
+    if (options.userCameras && options.command != Command::AddUser)
+        throw platform::UsageError("--cameras goes with --add-user");
     if (options.certificate.certificate.empty() != options.certificate.key.empty())
         throw platform::UsageError("--tls-cert and --tls-key go together");
     if (!options.tls && !options.certificate.key.empty())

@@ -38,6 +38,8 @@ struct Options {
     Tokens::Scope tokenScope = Tokens::Scope::Read;
     std::string userName; // AddUser
     UserKind userKind = UserKind::Viewer;
+    // AddUser: a list, or none; nothing: as it is, and none for a new user.
+    std::optional<std::optional<CameraNames>> userCameras;
     std::string usersFile;   // AddUsers
     std::string language;    // SetLanguage
     std::string module;      // Register, Unregister

@@ -15,14 +15,20 @@
 namespace host {
 namespace {
 
-User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password) {
+using CameraWish = std::optional<std::optional<CameraNames>>; // nothing: as it is
+
+User MakeUser(const UserStore& users, const std::string& login, UserKind kind, const std::string& password,
+              const CameraWish& cameras) {
     // A user who is there may get a new password, whatever the login looks like.
-    std::string wrong = users.Users().contains(login) ? std::string() : CheckLogin(login);
+    const auto former = users.Users().find(login);
+    const bool there = former != users.Users().end();
+    std::string wrong = there ? std::string() : CheckLogin(login);
     if (wrong.empty())
         wrong = CheckPassword(password, kind);
     if (!wrong.empty())
         throw StartError("user \"" + Printable(login) + "\": " + wrong);
-    return {kind, false, HashPassword(password)};
+    return {kind, false, HashPassword(password),
+            cameras.value_or(there ? former->second.cameras : std::nullopt)};
 }
 
 std::string_view KindText(UserKind kind) {
@@ -57,7 +63,8 @@ int AddUser(const Options& options) {
     DataFolder data(options.data);
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
-    users.Set(options.userName, MakeUser(users, options.userName, options.userKind, password));
+    users.Set(options.userName,
+              MakeUser(users, options.userName, options.userKind, password, options.userCameras));
     users.Save();
     if (options.userName == kFirstAdmin)
         data.ForgetAdminPassword();
@@ -80,11 +87,14 @@ int AddUsers(const Options& options) {
     std::size_t weak = 0;
     bool first = false;
     for (const TextLine& line : ReadTextTable(*content)) {
-        const auto kind = line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
-        if (!kind)
+        const bool listed = line.fields.size() == 4;
+        const auto kind = listed || line.fields.size() == 3 ? KindFromName(line.fields[1]) : std::nullopt;
+        const auto cameras = listed ? ReadCameraList(line.fields[3]) : CameraWish();
+        if (!kind || (listed && !cameras))
             throw StartError(options.usersFile + ", line " + std::to_string(line.number) +
-                             ": a user has three fields: login, kind (admin, viewer, phone), password");
-        users.Set(line.fields[0], MakeUser(users, line.fields[0], *kind, line.fields[2]));
+                             ": a user has three fields: login, kind (admin, viewer, phone), password; and a "
+                             "fourth one for a list of cameras");
+        users.Set(line.fields[0], MakeUser(users, line.fields[0], *kind, line.fields[2], cameras));
         ++count;
         weak += IsWeakPassword(line.fields[2]) ? 1 : 0;
         first = first || line.fields[0] == kFirstAdmin;

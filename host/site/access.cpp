@@ -139,6 +139,11 @@ std::optional<Answer> Access::RefuseToken(const Request& request, Who who, std::
     return std::nullopt;
 }
 
+Rights Access::RightsOf(const SignIn& visitor, Who who) const {
+    const bool watchesDemo = demo && (who == Who::Watcher || who == Who::LinkMaker);
+    return watchesDemo ? Rights::OfAll() : authenticator.RightsOf(visitor);
+}
+
 std::string_view Access::WayBack(const SignIn& visitor) const {
     return visitor.result != SignIn::Result::Known || Offers(visitor, Who::Watcher) ? "/" : "/mobile";
 }

@@ -22,14 +22,28 @@ Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, P
 Page ControlPhone;
 Page CameraSnapshot, CameraLink, Description;
 Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
+Page UsersPage, TakeUser;
 
 // An operation of the interface for programs.
 template <Answer (ApiPages::*Operation)(const ApiCall&) const>
 void Api(const Site& site, Visit& visit) {
-    visit.SendGoingOn((site.api.*Operation)({visit.request, visit.rest, visit.body, visit.signIn}));
+    visit.SendGoingOn(
+        (site.api.*Operation)({visit.request, visit.rest, visit.body, visit.signIn, visit.rights}));
 }
 
 constexpr std::string_view kAssets = "/assets/";
+
+// For what shows one camera.
+Watches::MayGoOn WhileSeen(std::string camera) {
+    return [camera = std::move(camera)](const Rights& now) { return now.Sees(camera); };
+}
+
+// For what shows one source. Those of the host's own are everybody's.
+Watches::MayGoOn WhileOpen(const Visit& visit, std::string key) {
+    if (visit.rights.Sees(key))
+        return WhileSeen(std::move(key));
+    return [](const Rights&) { return true; };
+}
 
 constexpr unsigned operator|(Method a, Method b) {
     return static_cast<unsigned>(a) | static_cast<unsigned>(b);
@@ -98,6 +112,8 @@ constexpr Address kAddresses[] = {
     {"/password",          kRead,   AnyUser,   Anywhere,  Text,    0,             Named,   None,   Moved,   PasswordPage},
     {"/password",          kPost,   AnyUser,   Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakePassword},
     {"/archive",           kPost,   Everybody, Own,       Text,    kMaxFormBytes, Named,   None,   Refused, TakeArchive},
+    {"/users",             kRead,   Admin,     Anywhere,  Text,    0,             Named,   None,   Moved,   UsersPage},
+    {"/users",             kPost,   Admin,     Own,       Text,    kMaxApiBodyBytes, Named, None,  Refused, TakeUser},
     {"/trust",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  TrustPage},
     {"/trust/*",           kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Refused, TrustFile},
     // The interface for programs. A token is good here, and where watchers are let in.
@@ -115,6 +131,7 @@ constexpr Address kAddresses[] = {
     {"/api/v1/users/*",            kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::User>},
     {"/api/v1/users/*",            kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutUser>},
     {"/api/v1/users/*",            kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RemoveUser>},
+    {"/api/v1/password",           kPut,    AnyUser, Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutPassword>},
     {"/api/v1/phones",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::PhoneList>},
     {"/api/v1/phones/*",           kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RevokePhone>},
     {"/api/v1/tokens",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::TokenList>},
@@ -132,38 +149,39 @@ void LivePage(const Site& site, Visit& visit) {
 void Tiles(const Site& site, Visit& visit) {
     const Offered offered{.settings = site.access.Offers(visit.signIn, Who::Admin),
                           .links = site.access.Offers(visit.signIn, Who::LinkMaker)};
-    auto held = visit.TakeHeld();
-    site.live.StartTiles(visit.Take(), visit.request, offered, std::move(held));
+    // The page begins anew with other rights.
+    auto held = visit.TakeHeld([before = visit.rights](const Rights& now) { return now == before; });
+    site.live.StartTiles(visit.Take(), visit.request, offered, visit.rights, std::move(held));
 }
 
 void MotionJpeg(const Site& site, Visit& visit) {
-    const FeedPtr camera = site.live.CameraOf(visit.rest);
+    const FeedPtr camera = site.live.CameraOf(visit.rest, visit.rights);
     if (!camera)
         return visit.Send(Answer::Text(404, "There is no camera of that name."));
-    auto held = visit.TakeHeld();
+    auto held = visit.TakeHeld(WhileSeen(camera->Name()));
     site.live.SendMotionJpeg(visit.Take(), camera, visit.IsHead(), std::move(held));
 }
 
 void Snapshot(const Site& site, Visit& visit) {
-    visit.Send(site.live.Snapshot(visit.rest));
+    visit.Send(site.live.Snapshot(visit.rest, visit.rights));
 }
 
 void ViewPage(const Site& site, Visit& visit) {
-    visit.Send(site.view.SourceOf(visit.rest)
+    visit.Send(site.view.SourceOf(visit.rest, visit.rights)
                    ? PageAnswer("viewer/index.html", visit.request, site.language, visit.AccountLine())
                    : Answer::Text(404, "There is no source of that name."));
 }
 
 void ViewStream(const Site& site, Visit& visit) {
-    kit::SourcePtr source = site.view.SourceOf(visit.rest);
+    kit::SourcePtr source = site.view.SourceOf(visit.rest, visit.rights);
     if (!source)
         return visit.Send(Answer::Text(404, "There is no source of that name."));
-    auto held = visit.TakeHeld();
+    auto held = visit.TakeHeld(WhileOpen(visit, PercentDecode(visit.rest).value_or("")));
     site.view.Start(visit.Take(), visit.request, std::move(source), std::move(held));
 }
 
 void TinyPage(const Site& site, Visit& visit) {
-    visit.Send(site.tiny.Page(visit.request, visit.rest));
+    visit.Send(site.tiny.Page(visit.request, visit.rest, visit.rights));
 }
 
 void File(const Site&, Visit& visit) {
@@ -172,11 +190,11 @@ void File(const Site&, Visit& visit) {
 }
 
 void Health(const Site& site, Visit& visit) {
-    visit.Send(site.monitor.Health());
+    visit.Send(site.monitor.Health(visit.rights));
 }
 
 void Metrics(const Site& site, Visit& visit) {
-    visit.Send(site.monitor.Metrics());
+    visit.Send(site.monitor.Metrics(visit.rights));
 }
 
 void Alive(const Site& site, Visit& visit) {
@@ -228,14 +246,18 @@ void UseLink(const Site& site, Visit& visit) {
 }
 
 void SourceList(const Site& site, Visit& visit) {
-    visit.Send(site.mobile.SourceList(visit.request));
+    visit.Send(site.mobile.SourceList(visit.request, visit.rights));
 }
 
 void PhoneStream(const Site& site, Visit& visit) {
     const auto handler = site.mobile.HandlerOf(visit.request, true);
+    // An upload shows nothing.
+    auto place = visit.request.method == "GET"
+                     ? visit.TakePlace(WhileOpen(visit, MobilePages::SourceKeyOf(visit.request)))
+                     : nullptr;
     const auto refused =
-        handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn, std::move(visit.place),
-                                       *handler, [&visit] { visit.ShareSeat()->Leave(); })
+        handler ? site.mobile.HandOver(visit.Offer(), visit.request, visit.signIn, std::move(place), *handler,
+                                       [&visit] { visit.ShareSeat()->Leave(); })
                 : Answer::Text(404, "There is nothing here.");
     if (refused)
         visit.SendLast(*refused);
@@ -274,6 +296,14 @@ void PasswordPage(const Site& site, Visit& visit) {
 
 void TakePassword(const Site& site, Visit& visit) {
     visit.Send(site.account.TakePassword(visit.request, visit.signIn, visit.body));
+}
+
+void UsersPage(const Site& site, Visit& visit) {
+    visit.Send(site.users.Page(visit.request));
+}
+
+void TakeUser(const Site& site, Visit& visit) {
+    visit.Send(site.users.Take(visit.request, visit.signIn, visit.body));
 }
 
 void TakeArchive(const Site& site, Visit& visit) {
@@ -330,7 +360,7 @@ void PhonePicture(const Site& site, Visit& visit) {
 }
 
 void CameraSnapshot(const Site& site, Visit& visit) {
-    visit.Send(site.live.Snapshot(std::string(visit.rest) + ".jpg"));
+    visit.Send(site.live.Snapshot(std::string(visit.rest) + ".jpg", visit.rights));
 }
 
 void CameraLink(const Site& site, Visit& visit) {

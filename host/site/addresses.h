@@ -57,6 +57,8 @@ struct Access {
     // comes with the request, but not for a `stream`, whose name and password the component asks for.
     [[nodiscard]] std::optional<Answer> Refuse(const Request& request, Who who, bool stream,
                                                SignIn& signIn) const;
+    // Which cameras a visitor sees who was let in.
+    [[nodiscard]] Rights RightsOf(const SignIn& visitor, Who who) const;
     // Whether a page offers its visitor what is there for `who`. Who watches the demo without a sign-in is
     // offered everything: signing in comes with the click.
     [[nodiscard]] bool Offers(const SignIn& visitor, Who who) const;

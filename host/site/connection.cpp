@@ -137,6 +137,7 @@ std::optional<Answer> Refuse(const Address& address, Visit& visit, const Site& s
                    ? SendToSignIn(visit.request)
                    : refused;
     }
+    visit.rights = site.access.RightsOf(visit.signIn, address.who);
     if (auto refused = RefuseOrigin(address, visit.request, !visit.signIn.session.empty(), site))
         return refused;
     if (auto refused = RefuseBody(address, visit.request))
@@ -375,20 +376,43 @@ std::string Visit::AccountLine() const {
     return m_site.account.Line(request, signIn);
 }
 
-std::shared_ptr<const void> Visit::TakeHeld() {
+std::shared_ptr<const void> Visit::TakeHeld(Watches::MayGoOn mayGoOn) {
     struct Held {
         SeatPtr seat;
         Shares::Share place;
         Sessions::Held session;
+        Watches::Held watch;
     };
-    Held held{m_seat, std::move(place), nullptr};
-    if (!signIn.session.empty() || !signIn.token.empty()) {
-        held.session = signIn.token.empty() ? m_site.access.sessions.Hold(signIn.session, m_stream.Fd())
-                                            : m_site.access.tokens.Hold(signIn.token, m_stream.Fd());
-        if (!held.session) // it has ended since it was looked at
+    Held held{m_seat, std::move(place), nullptr, nullptr};
+    if (signIn.result == SignIn::Result::Known) {
+        const auto end = EndOfConnection(m_stream.Fd());
+        if (end && !signIn.token.empty())
+            held.session = m_site.access.tokens.Hold(signIn.token, end);
+        else if (end && !signIn.session.empty())
+            held.session = m_site.access.sessions.Hold(signIn.session, end);
+        if (end && mayGoOn)
+            held.watch = Watch(std::move(mayGoOn), end);
+        const bool hangs = !signIn.session.empty() || !signIn.token.empty();
+        if (!end || (hangs && !held.session)) // it has ended since it was looked at
             ::shutdown(m_stream.Fd(), SHUT_RDWR);
     }
     return std::make_shared<const Held>(std::move(held));
+}
+
+std::shared_ptr<const void> Visit::TakePlace(Watches::MayGoOn mayGoOn) {
+    using Both = std::pair<Shares::Share, Watches::Held>;
+    const auto end = EndOfConnection(m_stream.Fd());
+    if (!end)
+        ::shutdown(m_stream.Fd(), SHUT_RDWR);
+    Watches::Held watch = end ? Watch(std::move(mayGoOn), end) : nullptr;
+    return std::make_shared<const Both>(std::move(place), std::move(watch));
+}
+
+Watches::Held Visit::Watch(Watches::MayGoOn mayGoOn, std::function<void()> end) const {
+    const bool visitor = signIn.result == SignIn::Result::Known && !signIn.owner;
+    return visitor ? m_site.watches.Hold({signIn.credentials.login, signIn.camera}, std::move(mayGoOn),
+                                         std::move(end))
+                   : nullptr;
 }
 
 bool Visit::SendBytes(std::string_view bytes) {

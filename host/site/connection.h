@@ -17,6 +17,7 @@
 #include "host/users/authenticator.h"
 #include "host/users/sessions.h"
 #include "host/users/shares.h"
+#include "host/users/watches.h"
 
 namespace host {
 
@@ -45,6 +46,7 @@ public:
     std::string body{};      // as long as its address allows
     Form refusals = Form::Text;
     SignIn signIn{};       // nobody's, where everybody is let in
+    Rights rights{};       // which cameras the sender sees; where everybody is let in, none
     Shares::Share place{}; // what its address takes up; null where that is nothing
 
     [[nodiscard]] bool IsHead() const { return request.method == "HEAD"; }
@@ -73,8 +75,11 @@ public:
     // The line of who has signed in with a browser, for a page; HTML, empty for others.
     [[nodiscard]] std::string AccountLine() const;
     // For a connection that goes on without this: what it takes up, to be let go of at its end. It ends with
-    // the session, or the program's token, that it came with. Before the connection is taken.
-    [[nodiscard]] std::shared_ptr<const void> TakeHeld();
+    // the session, or the program's token, that it came with, and as soon as it may not go on with the rights
+    // that its visitor has by then. Before the connection is taken.
+    [[nodiscard]] std::shared_ptr<const void> TakeHeld(Watches::MayGoOn mayGoOn = {});
+    // The latter alone, with its place.
+    [[nodiscard]] std::shared_ptr<const void> TakePlace(Watches::MayGoOn mayGoOn);
     [[nodiscard]] const SeatPtr& ShareSeat() const noexcept { return m_seat; }
 
     // Whether the next request may come.
@@ -84,6 +89,8 @@ private:
     // As the client reads it: a refusal as a page, a page without script with the visitor's line.
     [[nodiscard]] Answer Readable(const Answer& answer) const;
     bool SendBytes(std::string_view bytes);
+    // Null for who has not signed in: nothing ends their rights.
+    [[nodiscard]] Watches::Held Watch(Watches::MayGoOn mayGoOn, std::function<void()> end) const;
 
     Stream& m_stream;
     const Arrival& m_arrival;

@@ -16,9 +16,11 @@
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
 #include "host/site/trust/pages.h"
+#include "host/site/users/pages.h"
 #include "host/site/view/pages.h"
 #include "host/tls/certificates.h"
 #include "host/users/password.h"
+#include "host/users/watches.h"
 
 namespace host {
 
@@ -57,8 +59,12 @@ struct Site {
     explicit Site(const SiteParts& parts)
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
-          pageToken(RandomPassword()), shares(limits), loops(stop), senders(loops, limits, counters),
-          language(parts.language), cookie(UserCookie(parts.port)), phoneCookie(PhoneCookie(parts.port)),
+          pageToken(RandomPassword()), shares(limits),
+          watches([&authenticator = parts.authenticator](const Sessions::Owner& visitor) {
+              return authenticator.RightsOf(visitor);
+          }),
+          loops(stop), senders(loops, limits, counters), language(parts.language),
+          cookie(UserCookie(parts.port)), phoneCookie(PhoneCookie(parts.port)),
           access{parts.authenticator, parts.sessions, parts.tokens, cookie, counters, parts.demo},
           live{parts.feeds, parts.sources, limits, counters, stop, parts.demo, loops, senders},
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
@@ -83,6 +89,7 @@ struct Site {
                 [this](std::string_view token) { return links.Spend(token); }},
           trust{parts.certificates, language},
           account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
+          users{parts.authenticator, parts.settings, parts.events, language, parts.forgetPassword},
           api{parts.settings, parts.events, parts.feeds,         parts.authenticator,
               parts.phones,   parts.tokens, parts.forgetPassword} {}
     Site(const Site&) = delete;
@@ -97,6 +104,7 @@ struct Site {
     // A page of this host sends it with each change; a page of another site cannot know it.
     const std::string pageToken;
     mutable ShareTable shares; // thread-safe
+    mutable Watches watches;   // thread-safe
     // Watchers and pages, on threads that they share.
     mutable EventLoops loops;
     mutable LiveSenders senders;
@@ -116,6 +124,7 @@ struct Site {
     const PhonePages phone;
     const TrustPages trust;
     const AccountPages account;
+    const UsersPages users;
     const ApiPages api;
 };
 

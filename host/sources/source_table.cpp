@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/sources/seen_feeds.h"
 #include "host/sources/sources.h"
 
 namespace host {
@@ -43,25 +44,25 @@ kit::PicturePtr CameraSource::Placeholder(const kit::PicturePtr& newest) {
     return m_placeholder;
 }
 
-kit::SourcePtr SourceTable::Open(std::string_view key) {
+kit::SourcePtr SourceTable::Open(std::string_view key, const Rights& rights) {
     const std::lock_guard guard(m_mutex);
     const auto found = m_open.find(key);
     // A camera's name may have meant something else before the camera came.
-    const bool camera = static_cast<bool>(m_feeds->Find(std::string(key)));
+    const bool camera = static_cast<bool>(FindSeen(*m_feeds, std::string(key), rights));
     if (found != m_open.end()) {
         if (kit::SourcePtr source = found->second.lock();
             source && camera == (dynamic_cast<CameraSource*>(source.get()) != nullptr))
             return source;
     }
-    kit::SourcePtr source = Make(std::string(key));
+    kit::SourcePtr source = Make(std::string(key), camera);
     std::erase_if(m_open, [](const auto& item) { return item.second.expired(); });
     if (source)
         m_open.insert_or_assign(std::string(key), source);
     return source;
 }
 
-kit::SourcePtr SourceTable::Make(const std::string& key) const {
-    if (m_feeds->Find(key))
+kit::SourcePtr SourceTable::Make(const std::string& key, bool camera) const {
+    if (camera)
         return std::make_shared<CameraSource>(m_feeds, key, m_staleAfter);
     if (key == kClockKey)
         return std::make_shared<ClockSource>();
@@ -78,6 +79,17 @@ fs::path SourceTable::FolderOf(std::string_view name) const {
     std::error_code error;
     // A link is not followed: it could lead anywhere.
     return fs::is_directory(fs::symlink_status(folder, error)) ? folder : fs::path();
+}
+
+std::vector<std::string> SourceTable::Keys(const Rights& rights) const {
+    std::vector<std::string> keys;
+    for (const FeedPtr& feed : SeenFeeds(*m_feeds, rights))
+        keys.push_back(feed->Name());
+    for (std::string& key : OwnKeys()) {
+        if (!FindSeen(*m_feeds, key, rights))
+            keys.push_back(std::move(key));
+    }
+    return keys;
 }
 
 std::vector<std::string> SourceTable::OwnKeys() const {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host/feed/feed_table.h"
+#include "host/users/rights.h"
 #include "kit/picture/picture.h"
 
 namespace host {
@@ -27,13 +28,17 @@ public:
     SourceTable(FeedTablePtr feeds, std::filesystem::path folder, std::chrono::milliseconds staleAfter)
         : m_feeds(std::move(feeds)), m_folder(std::move(folder)), m_staleAfter(staleAfter) {}
 
-    // Null for a key that names nothing. Those who open the same key at the same time get the same source.
-    kit::SourcePtr Open(std::string_view key);
+    // Null for a key that names nothing. A camera that is not seen is none, here as well. Those who open the
+    // same key at the same time get the same source.
+    kit::SourcePtr Open(std::string_view key, const Rights& rights = Rights::OfAll());
+    // All that somebody may open: cameras, in the order of their names, and then the host's own sources but
+    // for those that a camera stands before.
+    [[nodiscard]] std::vector<std::string> Keys(const Rights& rights) const;
     // The keys of the host's own sources.
     [[nodiscard]] std::vector<std::string> OwnKeys() const;
 
 private:
-    [[nodiscard]] kit::SourcePtr Make(const std::string& key) const;
+    [[nodiscard]] kit::SourcePtr Make(const std::string& key, bool camera) const;
     [[nodiscard]] std::filesystem::path FolderOf(std::string_view name) const;
 
     const FeedTablePtr m_feeds;

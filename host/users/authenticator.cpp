@@ -111,14 +111,17 @@ std::optional<kit::RequestIdentity> Authenticator::Identify(std::string_view hea
     const auto credentials = request ? ParseBasic(request->Field("Authorization")) : std::nullopt;
     if (!credentials)
         return std::nullopt;
-    bool known = false;
+    std::optional<SignIn> signIn;
     {
         const std::lock_guard guard(m_mutex);
-        known = Remembered(*credentials).has_value();
+        signIn = Remembered(*credentials);
     }
-    if (!known && Verify(*credentials, {}).result != SignIn::Result::Known)
+    if (!signIn)
+        signIn = Verify(*credentials, {});
+    if (signIn->result != SignIn::Result::Known)
         return std::nullopt;
-    return kit::RequestIdentity{credentials->login, credentials->password, TokenOf(credentials->login)};
+    return kit::RequestIdentity{credentials->login, credentials->password,
+                                TokenOf({credentials->login, signIn->camera})};
 }
 
 SignIn Authenticator::Verify(Credentials credentials, const std::string& address) {
@@ -201,6 +204,29 @@ std::optional<SignIn> Authenticator::Enter(const Sessions::Owner& owner) const {
     return signIn;
 }
 
+Rights Authenticator::RightsOf(const Sessions::Owner& visitor) const {
+    const auto asPhone = [&](CameraNames list, bool listed) {
+        list.insert(visitor.login);
+        return m_phonesWatchAll && !listed ? Rights::OfAll() : Rights::Of(std::move(list));
+    };
+    const std::lock_guard guard(m_mutex);
+    if (!IsThere(visitor))
+        return {};
+    if (visitor.camera)
+        return asPhone({}, false);
+    const User& user = m_store.Users().find(visitor.login)->second;
+    if (user.kind == UserKind::Phone)
+        return asPhone(user.cameras.value_or(CameraNames()), user.cameras.has_value());
+    return user.kind == UserKind::Admin || !user.cameras ? Rights::OfAll() : Rights::Of(*user.cameras);
+}
+
+Rights Authenticator::RightsOf(const SignIn& signIn) const {
+    if (signIn.result != SignIn::Result::Known)
+        return {};
+    return signIn.owner ? Rights::OfAll()
+                        : RightsOf(Sessions::Owner{signIn.credentials.login, signIn.camera});
+}
+
 std::string Authenticator::DigestOf(const Sessions::Owner& owner) const {
     if (owner.camera) {
         const auto password = CameraPassword(owner.login);
@@ -224,15 +250,33 @@ bool Authenticator::MayChangePassword(const SignIn& visitor) const {
     return !visitor.camera && user != m_store.Users().end() && !user->second.demo;
 }
 
-bool Authenticator::ChangePassword(const std::string& login, const std::string& password) {
+Authenticator::PasswordChange Authenticator::ChangePassword(const SignIn& visitor, const std::string& present,
+                                                            const std::string& password,
+                                                            const PeerAddress& peer,
+                                                            std::chrono::seconds* retryAfter) {
+    using enum PasswordChange;
+    const std::string& login = visitor.credentials.login;
+    if (!MayChangePassword(visitor))
+        return NotYours;
+    if (!CheckPassword(password, visitor.kind).empty())
+        return Unsound;
+    const SignIn signIn = Check(BasicAuthorization({login, present}), peer);
+    if (signIn.result == SignIn::Result::TurnedAway) {
+        *retryAfter = signIn.retryAfter;
+        return TurnedAway;
+    }
+    if (signIn.result != SignIn::Result::Known || signIn.camera)
+        return Wrong;
     const std::string hash = HashPassword(password); // slow: outside the lock
     const std::lock_guard guard(m_mutex);
     // What --add-user wrote meanwhile stays.
     (void)m_store.Refresh();
     const auto user = m_store.Users().find(login);
     if (user == m_store.Users().end())
-        return false;
-    return Store(login, User{user->second.kind, user->second.demo, hash}) != UserChange::NotWritten;
+        return NotYours;
+    User changed = user->second;
+    changed.hash = hash;
+    return Store(login, std::move(changed)) == UserChange::NotWritten ? NotWritten : Changed;
 }
 
 Authenticator::UserChange Authenticator::Store(const std::string& login, std::optional<User> user) {
@@ -266,16 +310,22 @@ UserMap Authenticator::Users() const {
     return m_store.Users();
 }
 
-std::optional<UserKind> Authenticator::KindOf(std::string_view login) const {
+std::optional<User> Authenticator::Find(std::string_view login) const {
     const std::lock_guard guard(m_mutex);
     const auto user = m_store.Users().find(login);
-    return user != m_store.Users().end() ? std::optional(user->second.kind) : std::nullopt;
+    return user != m_store.Users().end() ? std::optional(user->second) : std::nullopt;
+}
+
+std::optional<UserKind> Authenticator::KindOf(std::string_view login) const {
+    const auto user = Find(login);
+    return user ? std::optional(user->kind) : std::nullopt;
 }
 
 std::string Authenticator::VersionOfUsers() const {
     std::string all = m_run;
     for (const auto& [login, user] : m_store.Users())
-        all += '\n' + login + '\t' + std::string(KindName(user.kind)) + '\t' + user.hash;
+        all += '\n' + login + '\t' + std::string(KindName(user.kind)) + '\t' + user.hash + '\t' +
+               CameraListText(user.cameras);
     return '"' + Sha256(all).substr(0, 32) + '"';
 }
 
@@ -284,9 +334,9 @@ std::string Authenticator::UsersVersion() const {
     return VersionOfUsers();
 }
 
-Authenticator::UserChange Authenticator::PutUser(const std::string& login, std::optional<UserKind> kind,
-                                                 const std::optional<std::string>& password,
+Authenticator::UserChange Authenticator::PutUser(const std::string& login, const UserWish& wish,
                                                  std::string_view version) {
+    const auto& password = wish.password;
     const auto present = [&]() -> std::optional<User> {
         const auto user = m_store.Users().find(login);
         return user != m_store.Users().end() ? std::optional(user->second) : std::nullopt;
@@ -306,13 +356,14 @@ Authenticator::UserChange Authenticator::PutUser(const std::string& login, std::
     if (!version.empty() && version != VersionOfUsers())
         return UserChange::Outdated;
     const auto former = present();
-    if (!former && (!kind || !password))
+    if (!former && (!wish.kind || !password))
         return UserChange::Missing;
     User user = former.value_or(User{});
-    user.kind = kind.value_or(user.kind);
+    user.kind = wish.kind.value_or(user.kind);
+    user.cameras = wish.cameras.value_or(user.cameras);
     if (password)
         user.hash = hash;
-    if (former && former->kind == user.kind && former->hash == user.hash)
+    if (former && former->kind == user.kind && former->hash == user.hash && former->cameras == user.cameras)
         return UserChange::Same;
     return Store(login, std::move(user));
 }
@@ -328,27 +379,57 @@ Authenticator::UserChange Authenticator::RemoveUser(const std::string& login, st
 void Authenticator::RefreshUsers() {
     if (!m_store.Refresh())
         return;
-    const auto gone = [this](const auto& item) { return !IsLogin(item.first); };
-    std::erase_if(m_verified, gone);
-    std::erase_if(m_tokens, gone);
+    std::erase_if(m_verified, [this](const auto& item) { return !IsLogin(item.first); });
+    ForgetTokens();
 }
 
-std::string Authenticator::TokenOf(const std::string& login) {
+void Authenticator::ForgetTokens() {
+    std::erase_if(m_tokens, [this](const auto& item) {
+        return !IsThere({item.first.first, item.first.second});
+    });
+}
+
+std::string Authenticator::TokenOf(const Sessions::Owner& visitor) {
+    const std::pair key(visitor.login, visitor.camera);
     const std::lock_guard guard(m_mutex);
-    const auto found = m_tokens.find(login);
+    const auto found = m_tokens.find(key);
     if (found != m_tokens.end())
         return found->second;
-    std::erase_if(m_tokens, [this](const auto& item) { return !IsLogin(item.first); });
-    return m_tokens.emplace(login, RandomBytes(16)).first->second;
+    ForgetTokens();
+    return m_tokens.emplace(key, RandomBytes(16)).first->second;
 }
 
-std::optional<std::string> Authenticator::LoginOf(std::string_view token) const {
+std::optional<Sessions::Owner> Authenticator::OwnerOf(std::string_view token) const {
     const std::lock_guard guard(m_mutex);
-    for (const auto& [login, known] : m_tokens) {
-        if (EqualInConstantTime(known, token) && IsLogin(login))
-            return login;
+    for (const auto& [key, known] : m_tokens) {
+        const Sessions::Owner visitor{key.first, key.second};
+        if (EqualInConstantTime(known, token) && IsThere(visitor))
+            return visitor;
     }
     return std::nullopt;
+}
+
+void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
+    const CameraNames gone = m_cameras.Set(cameras);
+    if (gone.empty())
+        return;
+    const std::lock_guard guard(m_mutex);
+    RefreshUsers(); // what --add-user wrote meanwhile stays
+    bool changed = false;
+    for (auto [login, user] : UserMap(m_store.Users())) {
+        const auto leaves = [&](const std::string& name) { return gone.contains(name); };
+        if (!user.cameras || std::erase_if(*user.cameras, leaves) == 0)
+            continue;
+        m_store.Set(login, std::move(user));
+        changed = true;
+    }
+    try {
+        if (changed)
+            m_store.Save();
+    } catch (const StartError& error) {
+        // In force, and written with the next change.
+        Console::Get().Log("error", error.what());
+    }
 }
 
 bool Authenticator::IsTaken(std::string_view login) const {
@@ -365,6 +446,10 @@ bool Authenticator::IsCamera(const Credentials& credentials) const {
     const auto user = m_store.Users().find(credentials.login);
     return (user == m_store.Users().end() || user->second.kind == UserKind::Phone) &&
            m_cameras.Accepts(credentials.login, credentials.password);
+}
+
+bool Authenticator::IsThere(const Sessions::Owner& visitor) const {
+    return visitor.camera ? m_cameras.Contains(visitor.login) : m_store.Users().contains(visitor.login);
 }
 
 bool Authenticator::IsLogin(std::string_view login) const {

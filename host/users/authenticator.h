@@ -1,6 +1,7 @@
 // Finds out who sends a request.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "host/users/cameras.h"
 #include "host/users/check_queue.h"
 #include "host/users/password.h"
+#include "host/users/rights.h"
 #include "host/users/sessions.h"
 #include "host/users/sign_in_places.h"
 #include "host/users/throttle.h"
@@ -64,6 +66,12 @@ public:
     SignIn Check(std::string_view authorization, const PeerAddress& peer);
     // The user of a session, whose password was right before; nothing where there is no such user any more.
     std::optional<SignIn> Enter(const Sessions::Owner& owner) const;
+    // Which cameras somebody sees now, that is, one who has signed in so.
+    Rights RightsOf(const Sessions::Owner& visitor) const;
+    // Nobody who has not signed in sees any.
+    Rights RightsOf(const SignIn& signIn) const;
+    // Whether phones see every camera, or each its own alone; a list of a phone's own counts in any case.
+    void SetPhonesWatchAll(bool all) noexcept { m_phonesWatchAll = all; }
     // What the password of a session's owner is stored as, and its kind, in a digest; empty where there is no
     // such user.
     std::string DigestOf(const Sessions::Owner& owner) const;
@@ -71,12 +79,24 @@ public:
     void Refresh();
     // Users of the file may; the password of a camera is one of the settings, and everybody knows the demo's.
     [[nodiscard]] bool MayChangePassword(const SignIn& visitor) const;
-    // False when it could not be written: then it stays what it was.
-    bool ChangePassword(const std::string& login, const std::string& password);
+    enum class PasswordChange {
+        Changed,
+        NotYours,   // it is a camera's, or the demo's
+        Unsound,    // see CheckPassword
+        Wrong,      // the present one
+        TurnedAway, // too many wrong ones before; not looked at
+        NotWritten  // and so it stays what it was
+    };
+    // One's own, by whoever knows the present one; from `peer`, who waits for a turn as at a sign-in. Ends
+    // the sessions of the user.
+    PasswordChange ChangePassword(const SignIn& visitor, const std::string& present,
+                                  const std::string& password, const PeerAddress& peer,
+                                  std::chrono::seconds* retryAfter);
     // --- Users, for who administers them ---
     [[nodiscard]] UserMap Users() const;
     // Changes with the users; of this run of the host.
     [[nodiscard]] std::string UsersVersion() const;
+    [[nodiscard]] std::optional<User> Find(std::string_view login) const;
     [[nodiscard]] std::optional<UserKind> KindOf(std::string_view login) const;
     enum class UserChange {
         Made,
@@ -87,10 +107,14 @@ public:
         NotWritten, // and so it stays what it was
         Outdated
     };
+    struct UserWish {
+        std::optional<UserKind> kind{};
+        std::optional<std::string> password{};
+        std::optional<std::optional<CameraNames>> cameras{}; // a list, or none
+    };
     // What is not given stays as it is. With a version, only while that is the present one. The texts have
     // been checked. Slow with a password.
-    UserChange PutUser(const std::string& login, std::optional<UserKind> kind,
-                       const std::optional<std::string>& password, std::string_view version = {});
+    UserChange PutUser(const std::string& login, const UserWish& wish, std::string_view version = {});
     UserChange RemoveUser(const std::string& login, std::string_view version = {});
 
     // Who sent the request of that head, when the credentials in it are in order already or turn out to be;
@@ -104,13 +128,15 @@ public:
     // Writes what has to be known after a start; false when that was not possible, and is to be tried again.
     bool Save() { return m_places.Save(); }
 
-    // The opaque block that stands for a user in the component's hands: 16 random bytes, the same for every
-    // request of that user as long as the host runs.
-    std::string TokenOf(const std::string& login);
-    // The user behind a block; nothing for one that this host did not make or whose user is gone.
-    std::optional<std::string> LoginOf(std::string_view token) const;
+    // The opaque block that stands for a sign-in in the component's hands: 16 random bytes, the same for
+    // every request with it as long as the host runs.
+    std::string TokenOf(const Sessions::Owner& visitor);
+    // Who is behind a block; nothing for one that this host did not make or whose user or camera is gone.
+    std::optional<Sessions::Owner> OwnerOf(std::string_view token) const;
 
-    void SetCameras(const std::vector<CameraEntry>& cameras) { m_cameras.Set(cameras); }
+    // All that there are. One that was there the last time, and is no more, leaves the lists of users:
+    // another one that gets its name is a new camera, and in nobody's list.
+    void SetCameras(const std::vector<CameraEntry>& cameras);
     // The password of a phone that is this camera; nothing where no phone can be.
     [[nodiscard]] std::optional<std::string> CameraPassword(std::string_view camera) const;
     // What the record of the camera's phone is compared with, whoever signs in.
@@ -134,11 +160,13 @@ private:
     using FlightKey = std::tuple<std::string, std::string, std::string>; // address, login, password
 
     void RefreshUsers();                              // with m_mutex held
+    void ForgetTokens();                              // of who is gone; with m_mutex held
     [[nodiscard]] std::string VersionOfUsers() const; // with m_mutex held
     // Nothing: the user goes.
     UserChange Store(const std::string& login, std::optional<User> user);   // with m_mutex held
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
     bool IsLogin(std::string_view login) const;                             // with m_mutex held
+    bool IsThere(const Sessions::Owner& visitor) const;                     // with m_mutex held
     bool IsCamera(const Credentials& credentials) const;                    // with m_mutex held
     SignIn Fly(Credentials credentials, const std::string& address, Throttle::Attempt attempt);
     SignIn Verify(Credentials credentials, const std::string& address);
@@ -150,13 +178,14 @@ private:
     const std::string m_run = RandomHex(16); // of versions: no other run of the host has the same
     const Wakeup& m_stop;
     CameraLogins m_cameras;
+    std::atomic<bool> m_phonesWatchAll{true};
     SignInPlaces m_places;
     Throttle m_throttle;
     CheckQueue m_checks;
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
-    std::map<std::string, std::string> m_tokens;
+    std::map<std::pair<std::string, bool>, std::string> m_tokens; // by login, and whether it is a camera's
     std::map<FlightKey, std::shared_ptr<Flight>> m_flights;
     std::condition_variable m_landed; // a flight has
 };

@@ -4,12 +4,18 @@
 
 namespace host {
 
-void CameraLogins::Set(const std::vector<CameraEntry>& cameras) {
+CameraNames CameraLogins::Set(const std::vector<CameraEntry>& cameras) {
     std::map<std::string, std::string, std::less<>> passwords;
     for (const CameraEntry& camera : cameras)
         passwords.emplace(camera.name, camera.password);
     const std::lock_guard guard(m_mutex);
     m_passwords.swap(passwords);
+    CameraNames gone;
+    for (const auto& [name, password] : passwords) {
+        if (!m_passwords.contains(name))
+            gone.insert(name);
+    }
+    return gone;
 }
 
 bool CameraLogins::Accepts(std::string_view login, std::string_view password) const {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/users/rights.h"
 #include "kit/settings/document.h"
 
 namespace host {
@@ -20,7 +21,8 @@ inline constexpr std::string_view kCameraTypes[] = {"320x240", "160x120"}; // th
 // so that a phone needs no user of its own. Thread-safe.
 class CameraLogins {
 public:
-    void Set(const std::vector<CameraEntry>& cameras);
+    // Returns the names of those that are no more.
+    CameraNames Set(const std::vector<CameraEntry>& cameras);
 
     // A camera without a password is nobody's sign-in: it would open the server to everybody who guesses its
     // name.

@@ -56,11 +56,6 @@ void Sessions::EndAllOf(std::string_view login) {
         [login](const std::string&, const Session& session) { return session.owner.login == login; });
 }
 
-Sessions::Held Sessions::Hold(std::string_view id, int fd) {
-    auto end = EndOfConnection(fd);
-    return end ? m_table.Hold(Sha256(id), std::move(end)) : nullptr;
-}
-
 std::function<void()> EndOfConnection(int fd) {
     const auto own = std::make_shared<const Descriptor>(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
     return *own ? [own] { (void)::shutdown(own->Get(), SHUT_RDWR); } : std::function<void()>();

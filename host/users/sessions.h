@@ -45,10 +45,12 @@ public:
     // Writes when each was last used; false when that was not possible.
     bool Save() { return m_table.Save(); }
 
-    // Ends a connection as soon as the session is over; until then the session counts as used. Null where
-    // there is no such session any more.
+    // Calls `end` as soon as the session is over; until then the session counts as used. Null where there is
+    // no such session any more.
     using Held = std::shared_ptr<const void>;
-    [[nodiscard]] Held Hold(std::string_view id, int fd);
+    [[nodiscard]] Held Hold(std::string_view id, std::function<void()> end) {
+        return m_table.Hold(Sha256(id), std::move(end));
+    }
 
 private:
     struct Session : SecretRecord {

@@ -3,7 +3,6 @@
 #include <tuple>
 
 #include "host/http/request.h"
-#include "host/users/sessions.h"
 #include "platform/text.h"
 
 namespace host {
@@ -63,11 +62,6 @@ std::optional<Tokens::Made> Tokens::Make(const std::string& login, Scope scope, 
 
 std::optional<Tokens::Entry> Tokens::Find(std::string_view token, SecretRecord::Time now) {
     return m_table.Find(token, now, [](const Token&) { return true; });
-}
-
-std::shared_ptr<const void> Tokens::Hold(std::string_view id, int fd) {
-    auto end = EndOfConnection(fd);
-    return end ? m_table.Hold(id, std::move(end)) : nullptr;
 }
 
 std::vector<Tokens::Entry> Tokens::List() const {

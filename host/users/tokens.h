@@ -52,8 +52,10 @@ public:
     std::optional<Entry> Find(std::string_view token, SecretRecord::Time now = SecretRecord::Now());
     // False where there was none of that hash.
     bool End(std::string_view id) { return m_table.End(id); }
-    // Ends a connection as soon as the token does. Null where there is no such token any more.
-    [[nodiscard]] std::shared_ptr<const void> Hold(std::string_view id, int fd);
+    // Calls `end` as soon as the token ends. Null where there is no such token any more.
+    [[nodiscard]] std::shared_ptr<const void> Hold(std::string_view id, std::function<void()> end) {
+        return m_table.Hold(id, std::move(end));
+    }
     void Sweep(SecretRecord::Time now = SecretRecord::Now()) { m_table.Sweep(now); }
     bool Save() { return m_table.Save(); }
     // By user, and then as they were made.

@@ -7,6 +7,7 @@
 
 #include "host/base/start_error.h"
 #include "host/base/text_table.h"
+#include "host/http/request.h"
 #include "platform/messages.h"
 #include "platform/text.h"
 
@@ -18,6 +19,8 @@ constexpr std::array<std::pair<UserKind, std::string_view>, 3> kKinds{{
     {UserKind::Viewer, "viewer"},
     {UserKind::Phone, "phone"},
 }};
+
+constexpr std::string_view kAllCameras = "all";
 
 // What a file of users cannot hold, for one that was written when other control characters were let in.
 bool HasAsciiControl(std::string_view text) {
@@ -82,6 +85,31 @@ std::string CheckPassword(std::string_view password, UserKind kind) {
     return {};
 }
 
+// "all" has no sign that a name would have escaped, so a camera of that name is told otherwise.
+std::string CameraListText(const std::optional<CameraNames>& cameras) {
+    if (!cameras)
+        return std::string(kAllCameras);
+    std::string text;
+    for (const std::string& name : *cameras)
+        text += (text.empty() ? "" : ",") + (name == kAllCameras ? "%61ll" : PercentEncode(name));
+    return text;
+}
+
+std::optional<std::optional<CameraNames>> ReadCameraList(std::string_view text) {
+    if (text == kAllCameras)
+        return std::optional<CameraNames>();
+    CameraNames names;
+    while (!text.empty()) {
+        const auto comma = text.find(',');
+        auto name = PercentDecode(text.substr(0, comma));
+        if (!name || name->empty() || platform::HasControl(*name))
+            return std::nullopt;
+        names.insert(*std::move(name));
+        text.remove_prefix(comma == std::string_view::npos ? text.size() : comma + 1);
+    }
+    return std::optional(std::move(names));
+}
+
 bool IsWeakPassword(std::string_view password) noexcept {
     // Bytes of UTF-8 that begin a character.
     const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
@@ -102,14 +130,19 @@ UserMap UserStore::ReadFile() const {
         const auto bad = [&](std::string_view what) {
             return StartError(m_path + ", line " + std::to_string(line.number) + ": " + std::string(what));
         };
-        if (line.fields.size() != 4)
-            throw bad("a user has four fields: login, kind, mark, hash");
+        if (line.fields.size() != 4 && line.fields.size() != 5)
+            throw bad(
+                "a user has four fields: login, kind, mark, hash; and a fifth one for a list of cameras");
         const auto kind = KindFromName(line.fields[1]);
         if (!kind)
             throw bad("the kind of a user is admin, viewer or phone");
         if (const std::string wrong = CheckLoginWithout(line.fields[0], "/?#:"); !wrong.empty())
             throw bad(wrong);
-        if (!users.try_emplace(line.fields[0], User{*kind, line.fields[2] == "demo", line.fields[3]}).second)
+        auto cameras = ReadCameraList(line.fields.size() == 5 ? line.fields[4] : std::string(kAllCameras));
+        if (!cameras)
+            throw bad("a list of cameras is names with commas between them, percent-encoded");
+        User user{*kind, line.fields[2] == "demo", line.fields[3], *std::move(cameras)};
+        if (!users.try_emplace(line.fields[0], std::move(user)).second)
             throw bad("this login stands there twice");
     }
     return users;
@@ -138,11 +171,12 @@ void UserStore::Remove(std::string_view login) {
 }
 
 void UserStore::Save() {
-    std::string content = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash.\n"
+    std::string content = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash, and "
+                          "where there is one a list of cameras.\n"
                           "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND\n";
     for (const auto& [login, user] : m_users) {
         content += login + '\t' + std::string(KindName(user.kind)) + '\t' + (user.demo ? "demo" : "-") +
-                   '\t' + user.hash + '\n';
+                   '\t' + user.hash + (user.cameras ? '\t' + CameraListText(user.cameras) : "") + '\n';
     }
     if (FAILED(platform::ReplaceFile(m_path, content, 0600)))
         throw StartError("cannot write the users file " + m_path + ": " + platform::DescribeLastError());

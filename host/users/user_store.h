@@ -1,8 +1,8 @@
 // The users of the host, in a file of the data folder.
 //
 // One user a line: login, kind, mark, password hash, separated by tabs; "#" begins a comment. The mark is
-// "demo" for the users that the demo made and "-" for others. The file has mode 0600 and is replaced as a
-// whole.
+// "demo" for the users that the demo made and "-" for others. Where a user has a list of cameras, a fifth
+// field has it. The file has mode 0600 and is replaced as a whole.
 #pragma once
 
 #include <map>
@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/users/rights.h"
 #include "platform/files.h"
 
 namespace host {
@@ -35,6 +36,9 @@ struct User {
     UserKind kind = UserKind::Viewer;
     bool demo = false;
     std::string hash;
+    // The cameras that a viewer sees, or a phone besides its own; administrators see all. Nothing: a viewer
+    // sees all, and a phone what phones see.
+    std::optional<CameraNames> cameras{};
 };
 using UserMap = std::map<std::string, User, std::less<>>;
 
@@ -47,6 +51,10 @@ inline constexpr std::size_t kMaxPhonePasswordBytes = 63;
 // wrong; empty when nothing is.
 std::string CheckLogin(std::string_view login);
 std::string CheckPassword(std::string_view password, UserKind kind);
+// A list of cameras as a text, and back: names with commas between them, each percent-encoded; "all" where
+// there is no list. Nothing for a text that is neither.
+std::string CameraListText(const std::optional<CameraNames>& cameras);
+std::optional<std::optional<CameraNames>> ReadCameraList(std::string_view text);
 // A password of fewer characters is taken, and said to be weak.
 inline constexpr std::size_t kGoodPasswordCharacters = 8;
 bool IsWeakPassword(std::string_view password) noexcept;

@@ -16,7 +16,9 @@
 
 namespace kit {
 
-// Answers for the host when a phone wants to view. Any thread, several at a time.
+// Answers for the host when a phone wants to view. Any thread, several at a time. A viewer's sources are
+// opened, and asked for their pictures, on the thread on which `knows` has said yes to the viewer's block
+// last.
 struct ContentAccess {
     // Null for a key that names nothing. Viewers' threads may outlive the host's other objects by the length
     // of a sleep, so the function owns what it uses.

@@ -143,6 +143,7 @@ TEST(Api, AnswersByOperationAndKindOfUser) {
         {"PUT /users/ann", user, {401, 403, 403, 403, 201, 200}},
         {"GET /users/ann", "", {401, 403, 403, 200, 200, 200}},
         {"DELETE /users/ann", "", {401, 403, 403, 403, 204, 404}},
+        {"PUT /password", R"({"present":"wrong","password":"pass-word"})", {401, 403, 403, 403, 403, 403}},
         {"GET /phones", "", {401, 403, 403, 200, 200, 200}},
         {"DELETE /phones/x", "", {401, 403, 403, 403, 404, 404}},
         {"GET /tokens", "", {401, 403, 403, 200, 200, 200}},
@@ -207,6 +208,10 @@ TEST(Api, RefusesBadBodiesAndChangesNothing) {
         {"PUT /users/new", R"({"kind":"viewer","password":"a&b"})", 422, "/password"},
         {"PUT /users/new", R"({"kind":"phone","password":")" + std::string(64, 'x') + "\"}", 422,
          "/password"},
+        {"PUT /users/new", R"({"kind":"viewer","password":"x","cameras":"yard"})", 422, "/cameras"},
+        {"PUT /users/viewer", R"({"cameras":["yard","nope"]})", 422, "/cameras/1"},
+        {"PUT /password", R"({"password":"pass-word"})", 422},
+        {"PUT /password", R"({"present":"secret","password":"a&b"})", 422, "/password"},
         {"PUT /users/a:b", R"({"kind":"viewer","password":"x"})", 422},
         {"PUT /users/admin", R"({"kind":"viewer"})", 409}, // the last one
         {"DELETE /users/admin", "", 409},

@@ -42,6 +42,8 @@ TEST(Options, GoodOnesAreRead) {
     EXPECT_TRUE(options.reencode && !defaults.reencode);
     EXPECT_EQ(Parse("--kind phone --add-user ann").command, Command::AddUser);
     EXPECT_EQ(Parse("--kind phone --add-user ann").userKind, UserKind::Phone);
+    EXPECT_EQ(Parse("--kind viewer --add-user ann --cameras a,b%2Cc").userCameras,
+              std::optional(std::optional(CameraNames{"a", "b,c"})));
     EXPECT_EQ(Parse("--language lv").language, "lv");
 }
 
@@ -52,6 +54,7 @@ TEST(Options, BadOnesAreNamed) {
         {"--seconds 0", "--seconds takes a number from 1 to 31536000, not \"0\""},
         {"--max-pixels 67108865", "--max-pixels takes a number from 1 to 67108864, not \"67108865\""},
         {"--kind viewer", "--add-user and --kind go together"},
+        {"--cameras a", "--cameras goes with --add-user"},
         {"--add-user ann --kind king", "--kind takes admin, viewer or phone, not \"king\""},
     };
     for (const auto& [arguments, line] : cases) {

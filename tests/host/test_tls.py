@@ -256,10 +256,11 @@ class Elsewhere(TlsCase):
         ("/api/v1/openapi.json", "GET"): ("/api/v1/openapi.json", 200), ("/api/*", "GET"): ("/api/x", "refused"),
         **{(f"/api/v1/{place}", method): (f"/api/v1/{place.replace('*', 'x')}", "refused") for method, places in (
             ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* phones tokens"),
-            ("PATCH", "cameras"), ("PUT", "cameras/* users/*"), ("POST", "cameras/*/link tokens"),
+            ("PATCH", "cameras"), ("PUT", "cameras/* users/* password"), ("POST", "cameras/*/link tokens"),
             ("DELETE", "cameras/* users/* phones/* tokens/*")) for place in places.split()},
         ("/cameras/*", "POST"): ("/cameras/yard/control", "refused"), ("/assets/phone/*", "GET"): ("/assets/phone/app.js", "moved"),
         ("/assets/shared/*", "GET"): ("/assets/shared/style.css", "moved"),
+        ("/users", "GET"): ("/users", "moved"), ("/users", "POST"): ("/users", "refused"),
         ("/password", "POST"): ("/password", "refused"), ("/trust", "GET"): ("/trust", 200),
         ("/trust/*", "GET"): ("/trust/authority.crt", "refused"), ("/*", "GET"): ("/nothing", "moved"),
     }

@@ -76,7 +76,8 @@ TEST(DataFolder, FilesWithFaultsAreToldByLine) {
     const std::string login = ": a login has no control characters and none of / ? # :";
     const Case cases[] = {
         {"users", "# c\r\n\nann\tadmin\t-\tx\r\na%&b\tphone\t-\tx\n"}, // set before the rule
-        {"users", "a\tadmin\t-\tx\nb\n", ", line 2: a user has four fields: login, kind, mark, hash"},
+        {"users", "a\tadmin\t-\tx\nb\n",
+         ", line 2: a user has four fields: login, kind, mark, hash; and a fifth one for a list of cameras"},
         {"users", "\nann\tking\t-\tx\n", ", line 2: the kind of a user is admin, viewer or phone"},
         {"users", "a:b\tadmin\t-\tx\n", ", line 1" + login},
         {"users", "a\xFF\tadmin\t-\tx\n", ", line 1: a login is UTF-8 text"},
@@ -302,11 +303,11 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
                                                            {"nobody:old", Wrong}};
     for (const auto& [credentials, result] : rows) // the second time from memory
         EXPECT_EQ(check(credentials).result, result) << credentials;
-    const std::string token = authenticator.TokenOf("gone");
-    EXPECT_EQ(authenticator.TokenOf("gone"), token);
-    EXPECT_NE(authenticator.TokenOf("ann"), token);
-    EXPECT_EQ(authenticator.LoginOf(token), "gone");
-    EXPECT_EQ(authenticator.LoginOf(token.substr(1)), std::nullopt);
+    const std::string token = authenticator.TokenOf({"gone", false});
+    EXPECT_EQ(authenticator.TokenOf({"gone", false}), token);
+    EXPECT_NE(authenticator.TokenOf({"ann", false}), token);
+    EXPECT_EQ(authenticator.OwnerOf(token).value().login, "gone");
+    EXPECT_FALSE(authenticator.OwnerOf(token.substr(1)));
 
     // What --add-user does beside a running host.
     beside.Set("ann", {UserKind::Admin, false, HashPassword("new")});
@@ -315,7 +316,7 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
     std::this_thread::sleep_for(1100ms);
     EXPECT_EQ(check("ann:old").result, Wrong);
     EXPECT_EQ(check("ann:new").kind, UserKind::Admin);
-    EXPECT_EQ(authenticator.LoginOf(token), std::nullopt);
+    EXPECT_FALSE(authenticator.OwnerOf(token));
 
     // A file that somebody broke locks nobody out; Identify answers without counting.
     platform::ReplaceFile(path, "broken");
@@ -325,7 +326,7 @@ TEST(Authenticator, FollowsTheFileOfUsersAndForgetsOldPasswords) {
         return authenticator.Identify("GET / HTTP/1.0\nauthorization: " + Basic(credentials) + "\n\n");
     };
     EXPECT_FALSE(identify("ann:old"));
-    EXPECT_EQ(identify("ann:new").value().token, authenticator.TokenOf("ann"));
+    EXPECT_EQ(identify("ann:new").value().token, authenticator.TokenOf({"ann", false}));
 }
 
 TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
@@ -350,14 +351,14 @@ TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
         EXPECT_EQ(kind(wrong), std::nullopt) << wrong;
     EXPECT_TRUE(authenticator.IsTaken("ann"));
     EXPECT_FALSE(authenticator.IsTaken("yard") || authenticator.IsTaken("open"));
-    const std::string token = authenticator.TokenOf("Двор №1");
-    EXPECT_EQ(authenticator.LoginOf(token), "Двор №1");
+    const std::string token = authenticator.TokenOf({"Двор №1", true});
+    EXPECT_EQ(authenticator.OwnerOf(token).value().login, "Двор №1");
     authenticator.SetCameras({{"Двор №1", "", "z"}});
     EXPECT_EQ(kind("Двор №1:x"), std::nullopt) << "a changed password ends the memory";
     EXPECT_EQ(kind("Двор №1:z"), UserKind::Phone);
     authenticator.SetCameras({});
     EXPECT_EQ(kind("Двор №1:z"), std::nullopt);
-    EXPECT_EQ(authenticator.LoginOf(token), std::nullopt);
+    EXPECT_FALSE(authenticator.OwnerOf(token));
 }
 
 TEST(Authenticator, ChecksFewOfManyGuessesAndOneOfManyThatAreTheSame) {

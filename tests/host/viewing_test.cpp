@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/rig.h"
+#include "host/sources/phone_content.h"
 #include "host/sources/sources.h"
 #include "image/FrameBlock.h"
 #include "kit/component/component.h"
@@ -120,14 +121,18 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     platform::ReplaceFile(rig.folder.File("files/f/a.jpg"), support::MakeJpeg(64, 48));
     const auto cam = rig.AddCamera("yard");
     cam->Show(MakeBlock(32, 24));
-    kit::Viewing viewing({.open = [sources = rig.sources](auto key) { return sources->Open(key); },
-                          .knows = [&](auto token) { return rig.authenticator.LoginOf(token).has_value(); }},
+    kit::Viewing viewing(PhoneContentOf(rig.sources,
+                                        [&](auto token) {
+                                            const auto viewer = rig.authenticator.OwnerOf(token);
+                                            return viewer ? std::optional(rig.authenticator.RightsOf(*viewer))
+                                                          : std::nullopt;
+                                        }),
                          rig.packers);
     ComPtr<IUnknown> published;
     ASSERT_EQ(kit::FindStateNode(kWebServerNode, false)->GetValue(published.Receive()), S_OK);
     const auto server = published.Query<IWebServer>();
     ASSERT_TRUE(server);
-    std::string token = rig.authenticator.TokenOf("phone");
+    std::string token = rig.authenticator.TokenOf({"phone", false});
     const auto open = [&](const char16_t* key, std::string_view block) {
         ComPtr<IUnknown> object;
         const HRESULT hr =
@@ -174,6 +179,12 @@ TEST(ContentServer, ServesPicturesToThoseWhoMayWatch) {
     token[3] ^= 1;
     EXPECT_EQ(get(yard, kContentOriginal), refused) << "no user of this host";
     token[3] ^= 1;
+    rig.authenticator.SetPhonesWatchAll(false);
+    EXPECT_EQ(get(yard, kContentOriginal).first, E_ELEMENT_NOT_FOUND) << "from now on";
+    EXPECT_EQ(open(u"yard", token).first, E_ELEMENT_NOT_FOUND);
+    EXPECT_EQ(open(u"clock", token).first, S_OK);
+    rig.authenticator.SetPhonesWatchAll(true);
+    EXPECT_EQ(get(yard, kContentOriginal).first, S_OK);
     rig.feeds->OnCamRemoved(Bstr(u"yard").Get());
     EXPECT_EQ(get(yard, kContentOriginal).first, E_ELEMENT_NOT_FOUND);
     viewing.End();

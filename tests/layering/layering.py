@@ -26,7 +26,7 @@ KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/recordings", "host/control"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "view")
+    f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "users", "view")
 }
 TABLE = {
     "platform": set(),
@@ -72,7 +72,7 @@ TABLE = {
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
     "host/users": {"platform", "host/base", "host/log", "host/events", "host/tls", "host/http", "kit/component", "kit/settings"},
     "host/feed": INTERFACES | {"host/base", "host/log", "host/events", "kit/picture"},
-    "host/sources": {"platform", "host/base", "kit/picture", "kit/content", "host/feed"} | IMAGE,
+    "host/sources": {"platform", "host/base", "host/users", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
     "host/recordings": {"platform", "host/base", "host/log", "host/feed", "kit/picture"},

@@ -73,6 +73,10 @@ Answer PasswordForm(std::string_view language, const std::string& login, unsigne
         {.status = status, .language = language, .title = text(Word::ChangePassword), .body = body});
 }
 
+Answer NotHere() {
+    return Answer::Text(404, "The password of a camera is changed in the settings.");
+}
+
 Answer Throttled(Answer form, std::chrono::seconds retryAfter) {
     if (retryAfter.count() > 0)
         form.headers["Retry-After"] = std::to_string(retryAfter.count());
@@ -149,7 +153,7 @@ Answer AccountPages::SignOut(const Request& request) const {
 
 Answer AccountPages::PasswordPage(const Request& request, const SignIn& visitor) const {
     if (!authenticator.MayChangePassword(visitor))
-        return Answer::Text(404, "The password of a camera is changed in the settings.");
+        return NotHere();
     return PasswordForm(LanguageOf(request.Field("Accept-Language"), language), visitor.credentials.login,
                         200, std::nullopt);
 }
@@ -159,22 +163,28 @@ Answer AccountPages::TakePassword(const Request& request, const SignIn& visitor,
     const std::string_view code = LanguageOf(request.Field("Accept-Language"), language);
     const std::string& login = visitor.credentials.login;
     if (!authenticator.MayChangePassword(visitor))
-        return Answer::Text(404, "The password of a camera is changed in the settings.");
+        return NotHere();
     const auto present = FormValue(form, "password");
     const auto wanted = FormValue(form, "new");
     if (!present || !wanted || FormValue(form, "again") != wanted)
         return PasswordForm(code, login, 400, Word::PasswordsDiffer);
-    if (!CheckPassword(*wanted, visitor.kind).empty())
+    std::chrono::seconds retryAfter{0};
+    switch (authenticator.ChangePassword(visitor, *present, *wanted, request.peer, &retryAfter)) {
+        using enum Authenticator::PasswordChange;
+    case Changed:
+        break;
+    case NotYours:
+        return NotHere();
+    case Unsound:
         return PasswordForm(code, login, 422, Word::PasswordNotTaken);
-    const SignIn signIn = authenticator.Check(BasicAuthorization({login, *present}), request.peer);
-    if (signIn.result == SignIn::Result::TurnedAway)
-        return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), signIn.retryAfter);
-    if (signIn.result != SignIn::Result::Known) {
+    case Wrong:
         LogRefusal(request, login, {}, kWrongPassword);
         return PasswordForm(code, login, 403, Word::WrongPassword);
-    }
-    if (!authenticator.ChangePassword(login, *wanted))
+    case TurnedAway:
+        return Throttled(PasswordForm(code, login, 429, Word::TooManyTries), retryAfter);
+    case NotWritten:
         return Answer::Text(500, "The password could not be written to disk: it stays what it was.");
+    }
     if (forget)
         forget(login);
     sessions.EndAllOf(login);
@@ -196,6 +206,8 @@ std::string AccountPages::Line(const Request& request, const SignIn& visitor) co
         EscapeHtml(visitor.credentials.login) + "</span> ";
     if (authenticator.MayChangePassword(visitor))
         line += "<a href=\"/password\">" + std::string(TextOf(code, Word::ChangePassword)) + "</a> ";
+    if (visitor.kind == UserKind::Admin)
+        line += "<a href=\"/users\">" + std::string(TextOf(code, Word::Users)) + "</a> ";
     return line + "<button>" + std::string(TextOf(code, Word::ToSignOut)) + "</button></form>";
 }
 

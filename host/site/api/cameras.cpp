@@ -2,6 +2,8 @@
 
 #include "host/log/console.h"
 #include "host/site/api/message.h"
+#include "host/sources/seen_feeds.h"
+#include "host/tls/digest.h"
 #include "host/users/changes.h"
 #include "platform/messages.h"
 
@@ -23,6 +25,20 @@ Answer NoSettings() {
 const CameraEntry* FindCameraOf(const Settings::CameraReading& reading, const std::string& name) {
     const auto found = std::ranges::find(reading.cameras, name, &CameraEntry::name);
     return found != reading.cameras.end() ? &*found : nullptr;
+}
+
+// The cameras that somebody sees. The version of the settings would tell who sees some of them of changes to
+// the others, and nothing of a change of the rights; so there it is made of the cameras.
+std::optional<Settings::CameraReading> CamerasSeen(Settings& settings, const Rights& rights) {
+    auto reading = settings.Cameras();
+    if (!reading || rights.SeesAll())
+        return reading;
+    std::erase_if(reading->cameras, [&](const CameraEntry& camera) { return !rights.Sees(camera.name); });
+    std::string all;
+    for (const CameraEntry& camera : reading->cameras)
+        all += CameraAsJson(camera).dump() + '\n';
+    reading->version = '"' + Sha256(all).substr(0, 32) + '"';
+    return reading;
 }
 
 // What a problem of change N points to in the body that had it.
@@ -75,7 +91,7 @@ void ApiPages::TellOfCameras(const ApiCall& call, const std::string& what, const
 }
 
 Answer ApiPages::Cameras(const ApiCall& call) const {
-    const auto reading = settings.Cameras();
+    const auto reading = CamerasSeen(settings, call.rights);
     if (!reading)
         return NoSettings();
     ApiJson list = ApiJson::array();
@@ -85,7 +101,7 @@ Answer ApiPages::Cameras(const ApiCall& call) const {
 }
 
 Answer ApiPages::Camera(const ApiCall& call) const {
-    const auto reading = settings.Cameras();
+    const auto reading = CamerasSeen(settings, call.rights);
     if (!reading)
         return NoSettings();
     const auto name = ApiName(call);
@@ -95,7 +111,7 @@ Answer ApiPages::Camera(const ApiCall& call) const {
 
 Answer ApiPages::CameraState(const ApiCall& call) const {
     const auto name = ApiName(call);
-    const FeedPtr feed = name ? feeds.Find(*name) : nullptr;
+    const FeedPtr feed = name ? FindSeen(feeds, *name, call.rights) : nullptr;
     return feed ? Answer::Json(200, CameraJson(feed->Figures(), false)) : NoCamera();
 }
 

@@ -27,6 +27,7 @@ struct ApiCall {
     std::string_view name; // percent-encoded; of the camera, user, phone or token that the path names
     std::string_view body;
     const SignIn& signIn;
+    const Rights& rights; // which cameras there are for the sender
 };
 
 struct ApiPages {
@@ -50,6 +51,8 @@ struct ApiPages {
     [[nodiscard]] Answer User(const ApiCall& call) const;
     [[nodiscard]] Answer PutUser(const ApiCall& call) const;
     [[nodiscard]] Answer RemoveUser(const ApiCall& call) const;
+    // The sender's own.
+    [[nodiscard]] Answer PutPassword(const ApiCall& call) const;
 
     [[nodiscard]] Answer PhoneList(const ApiCall& call) const;
     [[nodiscard]] Answer RevokePhone(const ApiCall& call) const;

@@ -1,5 +1,7 @@
 #include "host/site/live/pages.h"
 
+#include "host/sources/seen_feeds.h"
+
 namespace host {
 namespace {
 
@@ -11,15 +13,15 @@ Answer NoPicture(std::string_view line) {
 
 } // namespace
 
-FeedPtr LivePages::CameraOf(std::string_view encoded) const {
+FeedPtr LivePages::CameraOf(std::string_view encoded, const Rights& rights) const {
     const auto name = PercentDecode(encoded);
-    return name && !name->empty() ? feeds.Find(*name) : nullptr;
+    return name && !name->empty() ? FindSeen(feeds, *name, rights) : nullptr;
 }
 
-Answer LivePages::Snapshot(std::string_view file) const {
+Answer LivePages::Snapshot(std::string_view file, const Rights& rights) const {
     constexpr std::string_view kSuffix = ".jpg";
     const FeedPtr feed =
-        file.ends_with(kSuffix) ? CameraOf(file.substr(0, file.size() - kSuffix.size())) : nullptr;
+        file.ends_with(kSuffix) ? CameraOf(file.substr(0, file.size() - kSuffix.size()), rights) : nullptr;
     if (!feed)
         return Answer::Text(404, "There is no camera of that name.");
     const kit::PicturePtr picture = feed->Newest();

@@ -1,6 +1,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "host/http/page_socket.h"
 #include "host/site/live/pages.h"
 #include "host/site/live/tile_board.h"
+#include "host/sources/seen_feeds.h"
 #include "kit/packer/framing.h"
 
 namespace host {
@@ -28,7 +30,7 @@ std::array<unsigned char, kPictureHeaderBytes> PictureHeader(const TileBoard::Ou
 
 // The figures of all cameras with the host's time (Unix milliseconds), against which the page tells how old a
 // picture is: its own clock may be wrong.
-std::string StateJson(const LivePages& pages, const Offered& offered) {
+std::string StateJson(const LivePages& pages, const Offered& offered, std::span<const FeedPtr> seen) {
     const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::system_clock::now().time_since_epoch());
     std::vector<std::string_view> may;
@@ -43,15 +45,17 @@ std::string StateJson(const LivePages& pages, const Offered& offered) {
                      {"may", may},
                      {"version", MORROWSTREAM_VERSION},
                      {"sources", pages.sources.OwnKeys()},
-                     {"cameras", CamerasJson(pages.feeds, true)}});
+                     {"cameras", CamerasJson(seen, true)}});
 }
 
 class TilesSession final : public PageSocket {
 public:
-    TilesSession(Stream stream, const Request& request, const Offered& offered, const LivePages& pages)
+    TilesSession(Stream stream, const Request& request, const Offered& offered, const Rights& rights,
+                 const LivePages& pages)
         : PageSocket(pages.loops.Choose(), std::move(stream), request, pages.limits),
           m_watching(pages.counters, SessionKind::Tiles), m_pages(pages), m_offered(offered),
-          m_heartbeat(MakeTimer()), m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
+          m_rights(rights), m_heartbeat(MakeTimer()),
+          m_board(m_newPicture, pages.limits.ackDeadline, pages.counters) {
         m_pages.feeds.AddWatcher(m_tableChange);
     }
     ~TilesSession() override { m_pages.feeds.RemoveWatcher(m_tableChange); }
@@ -79,8 +83,9 @@ private:
     void SendNext() override {
         if (m_statePending) {
             m_statePending = false;
-            m_board.SetFeeds(m_pages.feeds.List());
-            m_state = StateJson(m_pages, m_offered);
+            const std::vector<FeedPtr> seen = SeenFeeds(m_pages.feeds, m_rights);
+            m_board.SetFeeds(seen);
+            m_state = StateJson(m_pages, m_offered, seen);
             return Text(m_state);
         }
         while (auto outgoing = m_board.Next(Clock::now())) {
@@ -100,6 +105,7 @@ private:
     const WatchGuard m_watching;
     const LivePages& m_pages;
     const Offered m_offered;
+    const Rights m_rights; // others end the session
     Wakeup m_newPicture;
     Wakeup m_tableChange;
     TimerPtr m_heartbeat;
@@ -114,8 +120,8 @@ private:
 } // namespace
 
 void LivePages::StartTiles(Stream stream, const Request& request, const Offered& offered,
-                           std::shared_ptr<const void> held) const {
-    PageSocket::Start(std::make_unique<TilesSession>(std::move(stream), request, offered, *this),
+                           const Rights& rights, std::shared_ptr<const void> held) const {
+    PageSocket::Start(std::make_unique<TilesSession>(std::move(stream), request, offered, rights, *this),
                       std::move(held));
 }
 

@@ -245,7 +245,7 @@ Answer MobilePages::Content(const Request& request, std::string_view login, bool
     return answer;
 }
 
-Answer MobilePages::SourceList(const Request& request) const {
+Answer MobilePages::SourceList(const Request& request, const Rights& rights) const {
     if (request.query != "xslt=cameras.xsl") {
         Answer answer = Answer::Text(302, "The sources are on the live page.");
         answer.headers["Location"] = "/";
@@ -253,15 +253,7 @@ Answer MobilePages::SourceList(const Request& request) const {
     }
     Answer answer;
     answer.headers["Cache-Control"] = "no-store";
-    std::vector<std::string> keys;
-    for (const FeedPtr& feed : feeds.List())
-        keys.push_back(feed->Name());
-    for (std::string& key : sources.OwnKeys()) {
-        // A camera of that name comes before it.
-        if (std::ranges::find(keys, key) == keys.end())
-            keys.push_back(std::move(key));
-    }
-    for (const std::string& key : keys) {
+    for (const std::string& key : sources.Keys(rights)) {
         // A name that would break the list cannot be told in it, and a changed one would open nothing.
         if (key.find_first_of("\t\r\n") == std::string::npos)
             answer.body.append(key).append(1, '\t').append(key).append(1, '\n');

@@ -48,6 +48,10 @@ struct MobilePages {
     // component may take for one of them.
     [[nodiscard]] static bool MayBuildArchive(std::string_view path);
 
+    // The key of the source that a viewing phone asks for, as the component takes it from the path; empty for
+    // what is none.
+    [[nodiscard]] static std::string SourceKeyOf(const Request& request);
+
     // Takes the connection, from which nothing behind the head has been read, and gives its socket to the
     // handler; or leaves it and returns what to answer. Under TLS the handler gets one end of a bridge, and
     // the call lasts as long as the phone does; `begun` is called once it has been taken. The place goes back
@@ -61,9 +65,10 @@ struct MobilePages {
                                    const std::function<void()>& begun) const;
 
     // "/xslt/enum/all": what the midlet's manifest names as its list of cameras, and what the mobile page
-    // links to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source with
-    // its key, a tab and its name; any other form is for a browser, which is sent to the live page.
-    [[nodiscard]] Answer SourceList(const Request& request) const;
+    // links to. The query names the form: xslt=cameras.xsl is plain text for the midlet, a line a source that
+    // the phone sees with its key, a tab and its name; any other form is for a browser, which is sent to the
+    // live page.
+    [[nodiscard]] Answer SourceList(const Request& request, const Rights& rights) const;
 };
 
 // --- Made here of what the component gives ---

@@ -185,6 +185,13 @@ platform::ComPtr<IWebHandler> MobilePages::HandlerOf(const Request& request, boo
     return (isStream != 0) == stream ? handler : nullptr;
 }
 
+std::string MobilePages::SourceKeyOf(const Request& request) {
+    std::string_view path = request.path;
+    path.remove_prefix(std::min(path.size(), std::string_view("/mobile/video").size()));
+    path.remove_prefix(std::min(path.size(), path.find_first_not_of('/')));
+    return PercentDecode(path.substr(0, path.find('/'))).value_or("");
+}
+
 std::optional<Answer> MobilePages::HandOver(Stream& stream, const Request& request, const SignIn& signIn,
                                             Shares::Share place, IWebHandler& handler,
                                             const std::function<void()>& begun) const {

@@ -10,6 +10,7 @@
 
 #include "host/feed/feed_table.h"
 #include "host/site/monitor/pages.h"
+#include "host/sources/seen_feeds.h"
 
 namespace host {
 namespace {
@@ -172,17 +173,10 @@ void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<co
     metrics.ByWord("reason", kRefusalNames, counters.refusals);
 }
 
-} // namespace
-
-Answer MonitorPages::Metrics() const {
-    MetricsText metrics;
-    const std::vector<FeedPtr> list = feeds.List(); // holds what the figures refer to
-    std::vector<Camera> cameras;
-    for (const FeedPtr& feed : list)
-        cameras.push_back({feed->Figures(), feed->Meters()});
-    AddCameras(metrics, cameras);
-    AddWork(metrics, cameras);
-    AddSessions(metrics, *this, cameras);
+// What tells of all cameras together.
+void AddTotals(MetricsText& metrics, const MonitorPages& monitor, std::span<const Camera> cameras) {
+    const Counters& counters = monitor.counters;
+    AddSessions(metrics, monitor, cameras);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
                    std::to_string(kit::Picture::EncodedCount()));
     metrics.Single("pictures_passed_on_total", "counter", "Pictures of phones that went on without encoding.",
@@ -192,13 +186,13 @@ Answer MonitorPages::Metrics() const {
     metrics.Single("pictures_skipped_total", "counter", "Pictures that a watcher missed for a newer one.",
                    std::to_string(counters.skipped));
     metrics.Single("packers", "gauge", "Frame packers at work, one for each viewing phone or page.",
-                   std::to_string(packers.open));
+                   std::to_string(monitor.packers.open));
     metrics.Single("packed_pictures_total", "counter", "Pictures packed for viewing phones and pages.",
-                   std::to_string(packers.frames));
+                   std::to_string(monitor.packers.frames));
     metrics.Single("packed_bytes_total", "counter", "Their bytes, headers included.",
-                   std::to_string(packers.bytes));
+                   std::to_string(monitor.packers.bytes));
     metrics.Single("packing_cpu_seconds_total", "counter", "Processor time that packing them took.",
-                   Number(static_cast<double>(packers.cpuNanoseconds) * 1e-9));
+                   Number(static_cast<double>(monitor.packers.cpuNanoseconds) * 1e-9));
     metrics.Single("watchers", "gauge", "Live streams that are open.", std::to_string(counters.Watchers()));
     metrics.Single("connections", "gauge", "Connections that the web server holds.",
                    std::to_string(counters.open));
@@ -206,13 +200,27 @@ Answer MonitorPages::Metrics() const {
                    std::to_string(counters.accepted));
     metrics.Single("requests_total", "counter", "Requests with a readable head.",
                    std::to_string(counters.requests));
-    metrics.Single("ready", "gauge", "1 while /readyz says so.", settings.Trouble().empty() ? "1" : "0");
-    metrics.Single("settings_written", "gauge", "1 while the last change of the settings is on disk.",
-                   settings.IsWritten() ? "1" : "0");
     const ProcessFigures process = ReadProcessFigures();
     metrics.Single("process_resident_memory_bytes", "gauge", "Resident memory.",
                    std::to_string(process.residentBytes));
     metrics.Single("process_threads", "gauge", "Threads of the process.", std::to_string(process.threads));
+}
+
+} // namespace
+
+Answer MonitorPages::Metrics(const Rights& rights) const {
+    MetricsText metrics;
+    const std::vector<FeedPtr> list = SeenFeeds(feeds, rights); // holds what the figures refer to
+    std::vector<Camera> cameras;
+    for (const FeedPtr& feed : list)
+        cameras.push_back({feed->Figures(), feed->Meters()});
+    AddCameras(metrics, cameras);
+    AddWork(metrics, cameras);
+    if (rights.SeesAll())
+        AddTotals(metrics, *this, cameras);
+    metrics.Single("ready", "gauge", "1 while /readyz says so.", settings.Trouble().empty() ? "1" : "0");
+    metrics.Single("settings_written", "gauge", "1 while the last change of the settings is on disk.",
+                   settings.IsWritten() ? "1" : "0");
     metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(counters.Uptime()));
     Answer answer;
     answer.type = "text/plain; version=0.0.4; charset=utf-8";
@@ -221,12 +229,12 @@ Answer MonitorPages::Metrics() const {
     return answer;
 }
 
-Answer MonitorPages::Health() const {
+Answer MonitorPages::Health(const Rights& rights) const {
     const std::string trouble = settings.Trouble();
     return Answer::Json(200, {{"status", trouble.empty() ? "ok" : trouble},
                               {"uptime", std::round(counters.Uptime() * 10) / 10},
                               {"version", MORROWSTREAM_VERSION},
-                              {"cameras", CamerasJson(feeds, false)}});
+                              {"cameras", CamerasJson(SeenFeeds(feeds, rights), false)}});
 }
 
 Answer MonitorPages::Alive() {

@@ -7,6 +7,7 @@
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/settings/settings.h"
+#include "host/users/rights.h"
 #include "kit/packer/frame_packer.h"
 
 namespace host {
@@ -17,11 +18,14 @@ struct MonitorPages {
     const kit::PackerCounters& packers;
     const Settings& settings;
 
+    // Of the cameras that somebody sees.
+    //
     // /health: {"status":"ok","uptime":...,"version":...,"cameras":[...]}
-    [[nodiscard]] Answer Health() const;
+    [[nodiscard]] Answer Health(const Rights& rights) const;
     // /metrics: Prometheus text format 0.0.4. Labels are names of cameras and words of fixed lists, so what
-    // it holds grows with the cameras alone. Takes the locks of the feeds, none of the component's.
-    [[nodiscard]] Answer Metrics() const;
+    // it holds grows with the cameras alone. What is counted over all cameras is for who sees all. Takes the
+    // locks of the feeds, none of the component's.
+    [[nodiscard]] Answer Metrics(const Rights& rights) const;
 
     // Does the process live, and should it get traffic? Without a sign-in, since the answers tell nothing but
     // themselves. Neither calls the component nor waits for a lock.

@@ -8,6 +8,7 @@
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/http/request.h"
+#include "host/sources/seen_feeds.h"
 #include "kit/packer/frame_packer.h"
 
 namespace host {
@@ -31,7 +32,7 @@ std::string Text(std::string_view language, Word word) {
     return std::string(TextOf(language, word));
 }
 
-Answer ListPage(std::string_view language, const TinyPages& pages) {
+Answer ListPage(std::string_view language, const TinyPages& pages, const Rights& rights) {
     std::string items;
     const auto add = [&](const std::string& key, bool live) {
         items += "<li><a href=\"/tiny/" + PercentEncode(key) + "\">" + EscapeHtml(key) + "</a>";
@@ -39,11 +40,10 @@ Answer ListPage(std::string_view language, const TinyPages& pages) {
             items.append(" (").append(TextOf(language, Word::NoPicture)).append(")");
         items += "</li>";
     };
-    for (const CameraFigures& camera : pages.feeds.Figures())
-        add(camera.name, camera.age && *camera.age * 1000 < static_cast<double>(pages.staleAfter.count()));
-    for (const std::string& key : pages.sources.OwnKeys()) {
-        if (!pages.feeds.Find(key)) // a camera comes before a source of the same key
-            add(key, true);
+    for (const std::string& key : pages.sources.Keys(rights)) {
+        const FeedPtr feed = FindSeen(pages.feeds, key, rights);
+        const auto age = feed ? feed->Figures().age : std::optional(0.0);
+        add(key, age && *age * 1000 < static_cast<double>(pages.staleAfter.count()));
     }
     const std::string list =
         items.empty() ? "<p>" + Text(language, Word::NothingToWatch) + "</p>" : "<ul>" + items + "</ul>";
@@ -108,15 +108,15 @@ Answer PictureAnswer(const Request& request, kit::Source& source, const TinyPage
 
 } // namespace
 
-Answer TinyPages::Page(const Request& request, std::string_view rest) const {
+Answer TinyPages::Page(const Request& request, std::string_view rest, const Rights& rights) const {
     const std::string_view asked = LanguageOf(request.Field("Accept-Language"), language);
     if (rest.empty())
-        return ListPage(asked, *this);
+        return ListPage(asked, *this, rights);
     const bool picture = rest.ends_with(kPicture);
     if (picture)
         rest.remove_suffix(kPicture.size());
     const auto key = rest.find('/') == std::string_view::npos ? PercentDecode(rest) : std::nullopt;
-    const kit::SourcePtr source = key ? sources.Open(*key) : nullptr;
+    const kit::SourcePtr source = key ? sources.Open(*key, rights) : nullptr;
     if (!source) {
         const std::string body = "<p>" + Text(asked, Word::NoSuchCamera) + "</p><p><a href=\"/tiny\">" +
                                  Text(asked, Word::AllCameras) + "</a></p>";

@@ -29,7 +29,7 @@ struct TinyPages {
     const std::string language; // the server's
 
     // `rest` is what stands behind "/tiny/". Any thread.
-    [[nodiscard]] Answer Page(const Request& request, std::string_view rest) const;
+    [[nodiscard]] Answer Page(const Request& request, std::string_view rest, const Rights& rights) const;
 };
 
 } // namespace host

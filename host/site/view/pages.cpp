@@ -143,9 +143,9 @@ private:
 
 } // namespace
 
-kit::SourcePtr ViewPages::SourceOf(std::string_view encoded) const {
+kit::SourcePtr ViewPages::SourceOf(std::string_view encoded, const Rights& rights) const {
     const auto key = PercentDecode(encoded);
-    return key ? sources.Open(*key) : nullptr;
+    return key ? sources.Open(*key, rights) : nullptr;
 }
 
 void ViewPages::Start(Stream stream, const Request& request, kit::SourcePtr source,

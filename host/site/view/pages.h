@@ -32,8 +32,8 @@ struct ViewPages {
     Counters& counters;
     EventLoops& loops;
 
-    // The source of a percent-encoded key; null when there is none.
-    [[nodiscard]] kit::SourcePtr SourceOf(std::string_view encoded) const;
+    // The source of a percent-encoded key; null when there is none, for who has these rights.
+    [[nodiscard]] kit::SourcePtr SourceOf(std::string_view encoded, const Rights& rights) const;
     // Takes the connection, whose request asks for a WebSocket, and lets go of `held` when the page has left,
     // the stream is at its end or the server stops.
     void Start(Stream stream, const Request& request, kit::SourcePtr source,
