@@ -69,6 +69,10 @@ class TlsCase(unittest.TestCase):
         self.addCleanup(secure.close)
         return secure
 
+    def make_pair(self, name):
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "30", "-subj", f"/CN={name}",
+                "-addext", f"subjectAltName=DNS:{name}", "-keyout", self.path(name + ".key"), "-out", self.path(name + ".pem"))
+
     def wait_until(self, condition, what, seconds=30):
         deadline = time.monotonic() + seconds
         while not condition():
@@ -89,7 +93,7 @@ def read_answer(connection):
         if not byte:
             raise EOFError(head)
         head += byte
-    length = re.search(rb"\r\nContent-Length: (\d+)", head)
+    length = re.search(rb"(?i)\r\nContent-Length: (\d+)", head)
     body = b""
     while length and len(body) < int(length[1]):
         body += connection.recv(65536)
@@ -154,10 +158,6 @@ class Certificate(TlsCase):
         host.start()
         self.assertEqual(read("ca.pem"), first[0])
         self.connect(host).close()
-
-    def make_pair(self, name):
-        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "30", "-subj", f"/CN={name}",
-                "-addext", f"subjectAltName=DNS:{name}", "-keyout", self.path(name + ".key"), "-out", self.path(name + ".pem"))
 
     def use(self, certificate, key):
         for source, target in ((certificate, "cert"), (key, "key")):
