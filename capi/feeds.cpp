@@ -9,7 +9,6 @@ namespace capi {
 namespace {
 
 using platform::ComObject;
-using platform::ComPtr;
 
 // Runs what may be short of memory, behind an interface.
 template <class Work>

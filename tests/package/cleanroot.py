@@ -12,7 +12,7 @@ import shutil
 import subprocess
 
 # Left out for speed: no program needs them.
-SKIPPED = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/i18n/", "/usr/lib/python3")
+SKIPPED = ("/usr/share/doc/", "/usr/share/man/", "/usr/share/locale/", "/usr/share/i18n/", "/usr/lib/python3/")
 MERGED = ("bin", "sbin", "lib", "lib32", "lib64", "libx32")
 INFO = "/var/lib/dpkg/info"
 

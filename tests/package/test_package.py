@@ -306,20 +306,21 @@ class Development(TestInAFolder):
 
     def test_a_server_is_built_and_run(self):
         root = os.path.join(self.folder, "root")
-        tools = [["g++"], ["cmake"], ["make"], ["pkg-config", "pkgconf"]]
+        tools = [["g++"], ["cmake"], ["make"], ["pkg-config", "pkgconf"], ["python3"]]
         cleanroot.make(root, depends(DEVELOPMENT) + tools)
         run("dpkg", "--root=" + root, "--install", *map(package, DEVELOPMENT), env={**os.environ, "DEBIAN_FRONTEND": "noninteractive"})
-        for example in ("example-host", "example-c"):
+        for example in ("example-host", "example-c", "example-python"):
             shutil.copytree(f"{ROOT}/docs/{example}", f"{root}/root/{example}")
         # How it is built, where; its arguments behind the data folder, and what it says of a phone that sends.
         programs = (("cmake -B build . && cmake --build build && cp build/example-host /root/by-cmake", "example-host", ["0"], "door.pgm 320x240"),
                     ("g++ -std=c++20 main.cpp -o /root/by-hand $(pkg-config --cflags --libs morrowstream)", "example-host", ["0"],
                      "door.pgm 320x240"),
                     ("gcc page.c -o /root/in-c $(pkg-config --cflags --libs morrowstream-c)", "example-c", ["0", "door", "secret"],
-                     "door: a phone sends"))
+                     "door: a phone sends"),
+                    ("install phones.py /root/in-python", "example-python", ["0", "door:secret"], "door"))
         with concurrent.futures.ThreadPoolExecutor() as pool:
             list(pool.map(lambda program: run("chroot", root, "sh", "-c", f"cd /root/{program[1]} && {program[0]}"), programs))
-        for program, (_, _, arguments, says) in zip(("by-cmake", "by-hand", "in-c"), programs):
+        for program, (_, _, arguments, says) in zip(("by-cmake", "by-hand", "in-c", "in-python"), programs):
             with self.subTest(program):
                 self.take_a_phone(["chroot", root, "/root/" + program, f"/root/data-{program}", *arguments], says)
 
