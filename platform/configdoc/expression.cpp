@@ -167,10 +167,6 @@ std::string Unquoted(std::string_view token) {
     return text;
 }
 
-bool IsNamespaceDeclaration(std::string_view name) noexcept {
-    return name == "xmlns" || name.starts_with("xmlns:");
-}
-
 bool IsSelectable(const pugi::xpath_node& found) noexcept {
     return found.attribute() || found.node().type() == pugi::node_element || IsText(found.node());
 }

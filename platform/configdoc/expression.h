@@ -44,4 +44,9 @@ inline bool IsText(pugi::xml_node node) noexcept {
     return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
+// Such an attribute is none that an expression selects.
+inline bool IsNamespaceDeclaration(std::string_view name) noexcept {
+    return name == "xmlns" || name.starts_with("xmlns:");
+}
+
 } // namespace platform

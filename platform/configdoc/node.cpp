@@ -1,10 +1,11 @@
-#include "platform/configdoc/tree.h"
+#include "platform/configdoc/elements.h"
 
 #include <optional>
 #include <vector>
 
 #include "platform/configdoc/expression.h"
 #include "platform/configdoc/screening.h"
+#include "platform/configdoc/tree.h"
 
 namespace platform {
 
@@ -42,6 +43,34 @@ std::string XmlOf(pugi::xml_attribute attribute) {
     const std::string text = platform::XmlOf(element);
     constexpr std::size_t kBefore = std::string_view("<a ").size();
     return text.substr(kBefore, text.rfind('"') + 1 - kBefore);
+}
+
+bool IsLike(pugi::xml_node a, pugi::xml_node b, bool deep) {
+    if (std::string_view(a.name()) != b.name() || OwnText(a) != OwnText(b))
+        return false;
+    for (const pugi::xml_attribute attribute : a.attributes()) {
+        if (IsNamespaceDeclaration(attribute.name()))
+            continue;
+        const pugi::xml_attribute other = b.attribute(attribute.name());
+        if (!other || std::string_view(attribute.value()) != other.value())
+            return false;
+    }
+    if (!deep)
+        return true;
+    const auto isElement = [](const pugi::xml_node& node) { return node.type() == pugi::node_element; };
+    pugi::xml_node childA = a.find_child(isElement);
+    pugi::xml_node childB = b.find_child(isElement);
+    const auto next = [&](pugi::xml_node node) {
+        do
+            node = node.next_sibling();
+        while (node && !isElement(node));
+        return node;
+    };
+    for (; childA && childB; childA = next(childA), childB = next(childB)) {
+        if (!IsLike(childA, childB, true))
+            return false;
+    }
+    return !childA && !childB;
 }
 
 // Nodes that were selected; they are held as objects from the start, so that none is gone when it is asked
@@ -281,6 +310,54 @@ private:
 };
 
 } // namespace
+
+namespace {
+
+// Calls use(Node, Node) for two elements of this library.
+template <class Use>
+HRESULT WithBoth(IConfigElement* first, IConfigElement* second, Use use) noexcept {
+    if (first == nullptr || second == nullptr)
+        return E_POINTER;
+    auto* const a = dynamic_cast<Element*>(first);
+    auto* const b = dynamic_cast<Element*>(second);
+    if (a == nullptr || b == nullptr)
+        return E_INVALIDARG;
+    return Guard([&] { return use(a->Node(), b->Node()); });
+}
+
+} // namespace
+
+HRESULT CopyAttributes(IConfigElement* to, IConfigElement* from) {
+    return WithBoth(to, from, [](pugi::xml_node left, pugi::xml_node right) {
+        for (const pugi::xml_attribute attribute : right.attributes()) {
+            if (IsNamespaceDeclaration(attribute.name()))
+                continue;
+            pugi::xml_attribute place = left.attribute(attribute.name());
+            if (!place)
+                place = left.append_attribute(attribute.name());
+            if (!place.set_value(attribute.value()))
+                return E_OUTOFMEMORY;
+        }
+        return S_OK;
+    });
+}
+
+HRESULT CopyChildren(IConfigElement* to, IConfigElement* from) {
+    return WithBoth(to, from, [](pugi::xml_node left, pugi::xml_node right) {
+        const pugi::xml_node last = right.last_child(); // an element may get copies of its own children
+        for (pugi::xml_node child = right.first_child(); child;
+             child = child == last ? pugi::xml_node() : child.next_sibling()) {
+            if (child.type() == pugi::node_element && !left.append_copy(child))
+                return E_OUTOFMEMORY;
+        }
+        return S_OK;
+    });
+}
+
+HRESULT CompareElements(IConfigElement* first, IConfigElement* second, bool deep) {
+    return WithBoth(first, second,
+                    [&](pugi::xml_node a, pugi::xml_node b) { return IsLike(a, b, deep) ? S_OK : S_FALSE; });
+}
 
 ComPtr<IConfigNode> Tree::Hold(const pugi::xpath_node& node) {
     const auto found = m_holders.find(IdentityOf(node));

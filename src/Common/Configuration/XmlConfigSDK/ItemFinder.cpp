@@ -27,41 +27,45 @@ HRESULT Describe(IConfigElement* pElement, std::u16string& text) {
 
 } // namespace
 
-CItemFinder::CItemFinder(IConfigElement* pCollection, const Bstr& bstrKeyPath)
-    : m_spCollection(pCollection), m_bstrKeyPath(bstrKeyPath) {
-    const HRESULT hr =
-        ForEachElement(pCollection, u"item", [&](const ComPtr<IConfigElement>& spItem) -> HRESULT {
-            const std::size_t nItem = m_aItems.size();
-            m_aItems.push_back({spItem});
-            const auto enter = [&](const std::u16string& text) {
-                std::vector<std::size_t>& aItems = m_oBuckets[text].aItems;
-                if (aItems.empty() || aItems.back() != nItem)
-                    aItems.push_back(nItem);
-            };
-            if (m_bstrKeyPath.IsNull()) {
-                std::u16string text;
-                const HRESULT hrItem = Describe(spItem.Get(), text);
-                enter(text);
-                return hrItem;
-            }
-            // Any of the nodes that the path leads to may hold the key.
-            return ForEachNode(spItem.Get(), m_bstrKeyPath.Get(), [&](const ComPtr<IConfigNode>& spNode) {
-                Bstr bstrValue;
-                const HRESULT hrNode = spNode->GetValue(bstrValue.Receive());
-                enter(std::u16string(bstrValue.View()));
-                return hrNode;
-            });
+CItemFinder::CItemFinder(IConfigElement* pCollection, const Bstr& bstrKeyPath) : m_bstrKeyPath(bstrKeyPath) {
+    m_hrIndex = ForEachElement(pCollection, u"item", [&](const ComPtr<IConfigElement>& spItem) -> HRESULT {
+        const std::size_t nItem = m_aItems.size();
+        m_aItems.push_back(spItem);
+        const auto enter = [&](const std::u16string& text) {
+            std::vector<std::size_t>& aItems = m_oBuckets[text].aItems;
+            if (aItems.empty() || aItems.back() != nItem)
+                aItems.push_back(nItem);
+        };
+        if (m_bstrKeyPath.IsNull()) {
+            std::u16string text;
+            const HRESULT hrItem = Describe(spItem.Get(), text);
+            enter(text);
+            return hrItem;
+        }
+        // Any of the nodes that the path leads to may hold the key.
+        return ForEachNode(spItem.Get(), m_bstrKeyPath.Get(), [&](const ComPtr<IConfigNode>& spNode) {
+            Bstr bstrValue;
+            const HRESULT hrNode = spNode->GetValue(bstrValue.Receive());
+            enter(std::u16string(bstrValue.View()));
+            return hrNode;
         });
-    m_bIndexed = SUCCEEDED(hr);
+    });
 }
 
 HRESULT CItemFinder::Find(IConfigElement* pStored, ComPtr<IConfigElement>& spFound) {
     spFound = nullptr;
+    Bstr bstrKey;
+    if (!m_bstrKeyPath.IsNull()) {
+        const HRESULT hr = GetValueOfPath(pStored, m_bstrKeyPath.Get(), bstrKey);
+        if (FAILED(hr))
+            return hr;
+    }
+    if (FAILED(m_hrIndex))
+        return m_hrIndex == E_INVALIDARG ? S_OK : m_hrIndex;
     if (m_bstrKeyPath.IsNull())
         return FindLike(pStored, spFound);
-    Bstr bstrKey;
-    const HRESULT hr = GetValueOfPath(pStored, m_bstrKeyPath.Get(), bstrKey);
-    return SUCCEEDED(hr) ? FindByKey(bstrKey, spFound) : hr;
+    FindByKey(bstrKey, spFound);
+    return S_OK;
 }
 
 CItemFinder::SBucket* CItemFinder::BucketOf(const std::u16string& text) {
@@ -69,25 +73,15 @@ CItemFinder::SBucket* CItemFinder::BucketOf(const std::u16string& text) {
     if (it == m_oBuckets.end())
         return nullptr;
     SBucket& oBucket = it->second;
-    while (oBucket.nNext < oBucket.aItems.size() && !m_aItems[oBucket.aItems[oBucket.nNext]].spElement)
+    while (oBucket.nNext < oBucket.aItems.size() && !m_aItems[oBucket.aItems[oBucket.nNext]])
         ++oBucket.nNext;
     return &oBucket;
 }
 
-HRESULT CItemFinder::FindByKey(const Bstr& bstrKey, ComPtr<IConfigElement>& spFound) {
-    if (!m_bIndexed) {
-        std::u16string selector = u"item[";
-        selector.append(m_bstrKeyPath.View()).append(u"='").append(EscapeXml(bstrKey).View()).append(u"']");
-        ComPtr<IConfigNode> spNode;
-        if (FAILED(m_spCollection->SelectOne(selector.c_str(), spNode.Receive())))
-            return S_OK;
-        spFound = spNode.Query<IConfigElement>();
-        return spFound ? S_OK : E_NOINTERFACE;
-    }
+void CItemFinder::FindByKey(const Bstr& bstrKey, ComPtr<IConfigElement>& spFound) {
     SBucket* const pBucket = BucketOf(std::u16string(bstrKey.View()));
     if (pBucket != nullptr && pBucket->nNext < pBucket->aItems.size())
-        spFound = std::exchange(m_aItems[pBucket->aItems[pBucket->nNext]].spElement, nullptr);
-    return S_OK;
+        spFound = std::exchange(m_aItems[pBucket->aItems[pBucket->nNext]], nullptr);
 }
 
 HRESULT CItemFinder::FindLike(IConfigElement* pStored, ComPtr<IConfigElement>& spFound) {
@@ -97,7 +91,7 @@ HRESULT CItemFinder::FindLike(IConfigElement* pStored, ComPtr<IConfigElement>& s
     if (pBucket == nullptr)
         return FAILED(hr) ? hr : S_OK;
     for (std::size_t n = pBucket->nNext; n < pBucket->aItems.size(); ++n) {
-        ComPtr<IConfigElement>& spItem = m_aItems[pBucket->aItems[n]].spElement;
+        ComPtr<IConfigElement>& spItem = m_aItems[pBucket->aItems[n]];
         hr = spItem ? Compare(pStored, spItem.Get(), true) : S_FALSE;
         if (FAILED(hr))
             return hr;
@@ -107,6 +101,12 @@ HRESULT CItemFinder::FindLike(IConfigElement* pStored, ComPtr<IConfigElement>& s
         }
     }
     return S_OK;
+}
+
+std::vector<ComPtr<IConfigElement>> CItemFinder::TakeLeft() {
+    std::vector<ComPtr<IConfigElement>> aLeft = std::move(m_aItems);
+    std::erase(aLeft, nullptr);
+    return aLeft;
 }
 
 } // namespace XmlConfig

@@ -19,28 +19,26 @@ public:
     // With a key path items are found by key, and without one (null) by being like the item asked for.
     CItemFinder(IConfigElement* pCollection, const platform::Bstr& bstrKeyPath);
 
-    // The first item that belongs to pStored, or null.
+    // The first item that belongs to pStored, or null: also for a key path that cannot be evaluated.
     HRESULT Find(IConfigElement* pStored, platform::ComPtr<IConfigElement>& spFound);
+    // The items that were not found, in document order.
+    [[nodiscard]] std::vector<platform::ComPtr<IConfigElement>> TakeLeft();
 
 private:
-    struct SItem {
-        platform::ComPtr<IConfigElement> spElement; // null once it was found
-    };
     // Items with a text in common, in document order; those in front of nNext are gone.
     struct SBucket {
         std::vector<std::size_t> aItems;
         std::size_t nNext = 0;
     };
 
-    HRESULT FindByKey(const platform::Bstr& bstrKey, platform::ComPtr<IConfigElement>& spFound);
+    void FindByKey(const platform::Bstr& bstrKey, platform::ComPtr<IConfigElement>& spFound);
     HRESULT FindLike(IConfigElement* pStored, platform::ComPtr<IConfigElement>& spFound);
     [[nodiscard]] SBucket* BucketOf(const std::u16string& text);
 
-    platform::ComPtr<IConfigElement> m_spCollection;
     platform::Bstr m_bstrKeyPath;
-    std::vector<SItem> m_aItems;
+    std::vector<platform::ComPtr<IConfigElement>> m_aItems; // null once it was found
     std::unordered_map<std::u16string, SBucket> m_oBuckets;
-    bool m_bIndexed = true; // false for a key path that cannot be evaluated by itself
+    HRESULT m_hrIndex = S_OK; // of making the index
 };
 
 } // namespace XmlConfig

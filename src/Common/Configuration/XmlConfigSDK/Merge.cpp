@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
+#include "platform/configdoc/elements.h"
 #include "runtime/trace/Trace.h"
 
 namespace XmlConfig {
@@ -18,17 +19,6 @@ std::optional<Bstr> AttributeOf(IConfigElement* pElement, const char16_t* szName
     Bstr bstrValue;
     return pElement->ReadAttribute(szName, bstrValue.Receive()) == S_OK ? std::optional(std::move(bstrValue))
                                                                         : std::nullopt;
-}
-
-HRESULT CopyAttributes(IConfigElement* pLeft, IConfigElement* pRight) {
-    return ForEachNode(pRight, u"@*", [&](const ComPtr<IConfigNode>& spNode) -> HRESULT {
-        if (!spNode.Query<IConfigAttribute>())
-            return E_NOINTERFACE;
-        Bstr bstrName;
-        Bstr bstrValue;
-        const HRESULT hr = GetNameAndValue(spNode.Get(), bstrName, bstrValue);
-        return SUCCEEDED(hr) ? SetAttributeValue(pLeft, bstrName.Get(), bstrValue) : hr;
-    });
 }
 
 HRESULT MergeValue(IConfigElement* pLeft, IConfigElement* pRight, std::uint32_t nMode) {
@@ -98,16 +88,14 @@ HRESULT CXmlConfig::Merge(IConfigElement* pLeft, IConfigElement* pRight, std::ui
         return E_POINTER;
     if (AttributeOf(pLeft, u"readonly") == Bstr(u"true"))
         return S_FALSE;
-    ComPtr<IConfigElement> spRight;
-    HRESULT hr = pRight->Clone(spRight.Receive());
-    if (FAILED(hr))
-        return hr;
-
     const std::optional<Bstr> szLeftType = AttributeOf(pLeft, u"type");
-    const std::optional<Bstr> szRightType = AttributeOf(spRight.Get(), u"type");
+    const std::optional<Bstr> szRightType = AttributeOf(pRight, u"type");
     TRASSDO(szLeftType==szRightType || !szLeftType || !szRightType, return E_INVALIDARG);
-
-    hr = CopyAttributes(pLeft, spRight.Get());
+    // Only matching takes children out of right, so that only matching needs a copy to take them from.
+    ComPtr<IConfigElement> spRight(pRight);
+    HRESULT hr = nMode == eAppend ? S_OK : pRight->Clone(spRight.Receive());
+    if (SUCCEEDED(hr))
+        hr = platform::CopyAttributes(pLeft, spRight.Get());
     if (SUCCEEDED(hr))
         hr = MergeValue(pLeft, spRight.Get(), nMode);
     if (FAILED(hr))
@@ -127,10 +115,7 @@ HRESULT CXmlConfig::Merge(IConfigElement* pLeft, IConfigElement* pRight, std::ui
         if (FAILED(hr) || nMode == eUpdate)
             return FAILED(hr) ? hr : S_OK;
     }
-    hr = ForEachElement(spRight.Get(), u"*", [&](const ComPtr<IConfigElement>& spChild) {
-        return pLeft->AppendChild(spChild.Get(), 0);
-    });
-    return FAILED(hr) ? hr : S_OK;
+    return platform::CopyChildren(pLeft, spRight.Get());
 }
 
 } // namespace XmlConfig

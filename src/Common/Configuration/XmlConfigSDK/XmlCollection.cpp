@@ -6,6 +6,7 @@
 #include "Common/Configuration/XmlConfigSDK/ThreadArg.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfig.h"
 #include "Common/Configuration/XmlConfigSDK/XmlConfigTree.h"
+#include "platform/configdoc/elements.h"
 #include "platform/threads.h"
 
 namespace XmlConfig {
@@ -128,44 +129,43 @@ private:
         return hr == S_FALSE ? LoadItem(m_oCollection, nEntry, pItem) : hr;
     }
 
-    // Changes what is there, takes it out of the copy of the document's element, and notes what is not.
+    // Changes what is there, and notes what is not, and what is new.
     HRESULT CompareItems() {
-        HRESULT hr = m_pElement->Clone(m_spLeft.Receive());
+        ComPtr<IConfigElement> spCopy; // a read may add to what it reads
+        HRESULT hr = m_pElement->Clone(spCopy.Receive());
         if (FAILED(hr))
             return hr;
         Bstr bstrKeyPath;
         (void)GetAttributeValue(m_pElement, u"KeyXPath", bstrKeyPath); // null without one
         if (LeadsOut(bstrKeyPath.View()))
             return E_INVALIDARG;
-        CItemFinder oFinder(m_spLeft.Get(), bstrKeyPath);
+        CItemFinder oFinder(spCopy.Get(), bstrKeyPath);
         m_oCollection.Refresh();
         std::size_t nCounter = 0;
-        return ForEachElement(m_oStored.Root(), kItem,
-                              [&](const ComPtr<IConfigElement>& spStored) -> HRESULT {
-                                  ComPtr<IConfigElement> spFound;
-                                  HRESULT hrItem = oFinder.Find(spStored.Get(), spFound);
-                                  if (SUCCEEDED(hrItem) && spFound) {
-                                      if (!bstrKeyPath.IsNull())
-                                          hrItem = UpdateItem(nCounter, spStored.Get(), spFound.Get());
-                                      if (SUCCEEDED(hrItem))
-                                          hrItem = spFound->Remove();
-                                  } else if (SUCCEEDED(hrItem)) {
-                                      m_aGone.push_back(nCounter);
-                                      Fire(CXmlConfigTree::ITagEvent::eRemoved, spStored.Get());
-                                  }
-                                  ++nCounter;
-                                  return hrItem;
-                              });
+        hr = ForEachElement(m_oStored.Root(), kItem, [&](const ComPtr<IConfigElement>& spStored) -> HRESULT {
+            ComPtr<IConfigElement> spFound;
+            HRESULT hrItem = oFinder.Find(spStored.Get(), spFound);
+            if (SUCCEEDED(hrItem) && !spFound) {
+                m_aGone.push_back(nCounter);
+                Fire(CXmlConfigTree::ITagEvent::eRemoved, spStored.Get());
+            } else if (SUCCEEDED(hrItem) && !bstrKeyPath.IsNull()) {
+                hrItem = UpdateItem(nCounter, spStored.Get(), spFound.Get());
+            }
+            ++nCounter;
+            return hrItem;
+        });
+        m_aNew = oFinder.TakeLeft();
+        return hr;
     }
 
     HRESULT AddItems() {
-        const HRESULT hr = ForEachElement(m_spLeft.Get(), kItem, [&](const ComPtr<IConfigElement>& spItem) {
-            const HRESULT hrItem = LoadNewItem(m_oCollection, spItem.Get());
-            if (SUCCEEDED(hrItem))
-                Fire(CXmlConfigTree::ITagEvent::eCreated, spItem.Get());
-            return hrItem;
-        });
-        return FAILED(hr) ? hr : S_OK;
+        for (const ComPtr<IConfigElement>& spItem : m_aNew) {
+            const HRESULT hr = LoadNewItem(m_oCollection, spItem.Get());
+            if (FAILED(hr))
+                return hr;
+            Fire(CXmlConfigTree::ITagEvent::eCreated, spItem.Get());
+        }
+        return S_OK;
     }
 
     void Fire(std::uint32_t nCode, IConfigElement* pElement) {
@@ -177,8 +177,8 @@ private:
     IConfigElement* const m_pElement;
     CXmlConfig m_oStored; // what the objects hold, in map order
     CXmlConfigTree::ITagEvent* m_pEvents = nullptr;
-    ComPtr<IConfigElement> m_spLeft;  // a copy of the element, with what no object has been compared with
-    std::vector<std::size_t> m_aGone; // entries to erase, rising
+    std::vector<std::size_t> m_aGone;           // entries to erase, rising
+    std::vector<ComPtr<IConfigElement>> m_aNew; // copies of the document's items that belong to no entry
 };
 
 } // namespace
@@ -196,6 +196,10 @@ HRESULT SaveCollection(ICollection& oCollection, IConfigElement* pElement) {
 
 HRESULT LoadCollection(ICollection& oCollection, IConfigElement* pElement) {
     return CLoad(oCollection, pElement).Run();
+}
+
+HRESULT Compare(IConfigElement* pA, IConfigElement* pB, bool bDeep) {
+    return platform::CompareElements(pA, pB, bDeep);
 }
 
 } // namespace XmlConfig
