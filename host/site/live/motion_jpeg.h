@@ -13,9 +13,10 @@
 
 namespace host {
 
-// A watcher gets the newest picture only, and the next one when the one before has left this machine; what
-// came between is skipped. A picture's bytes are there once for all who get it, so one who is slow costs what
-// he has not taken of one picture, and nothing waits behind it.
+// A watcher gets the newest picture only, and the next one when the one before has reached it; what came
+// between is skipped. Of a watcher that was quick so far this is taken for granted for half a second. A
+// picture's bytes are there once for all who get it, so one who is slow costs what he has not taken of one
+// picture, and nothing waits behind it.
 class LiveSenders {
 public:
     static constexpr std::string_view kType = "multipart/x-mixed-replace; boundary=morrowstream-picture";
