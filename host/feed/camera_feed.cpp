@@ -14,8 +14,9 @@ constexpr double kLeastCredit = 4;
 // Who takes a picture now and then watches in between.
 constexpr std::chrono::seconds kWatchedFor{10};
 
-// The processor time of this thread at the end of its last picture, and whose that was: what it has worked
-// since then went into reading and decoding the next one.
+// The processor time of this thread when it had its last picture, and whose that was: what it has worked
+// since then went into handing that one on, and into reading and decoding the next. (Asked for once a
+// picture: it is a call of the system.)
 thread_local std::uint32_t t_lastFeed = 0;
 thread_local std::chrono::nanoseconds t_workedUntil{0};
 
@@ -23,8 +24,10 @@ thread_local std::chrono::nanoseconds t_workedUntil{0};
 
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     const auto began = Clock::now();
-    const auto work =
-        t_lastFeed == m_id ? kit::ThreadTime() - t_workedUntil : std::chrono::nanoseconds::zero();
+    const auto worked = kit::ThreadTime();
+    const auto work = t_lastFeed == m_id ? worked - t_workedUntil : std::chrono::nanoseconds::zero();
+    t_lastFeed = m_id;
+    t_workedUntil = worked;
     kit::HeldFrame held = frame != nullptr ? kit::HeldFrame::Of(*frame) : kit::HeldFrame{};
     kit::PlaneLayout layout;
     const bool decoded = kit::ReadLayout(held.block.data(), held.block.size(), &layout);
@@ -45,8 +48,6 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
                                         " pictures in a row could not be decoded: the upload is ended");
         session->End();
     }
-    t_lastFeed = m_id;
-    t_workedUntil = kit::ThreadTime();
     return S_OK;
 }
 
