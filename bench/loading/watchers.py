@@ -1,4 +1,4 @@
-"""Many readers of motion JPEG in one process, in clear or over TLS.
+"""Many readers of motion JPEG in one process, in clear or over TLS, of this host or of another.
 
 A program of its own, so that what it costs is no part of what is measured: it says "in" when all have their streams, reads
 until SIGTERM, and then prints what each of them got, as JSON: {"pictures": [of each], "bytes": in all, "lost": streams}.
@@ -12,20 +12,20 @@ import signal
 import socket
 import ssl
 
-MARK = b"\r\nContent-Type: image/jpeg\r\n"  # the head of a part; a picture ends where the next one begins
+MARK = b"ype: image/jpeg\r\n"  # in the head of a part, "Content-Type" or "-type"; a picture ends where the next one begins
 CHUNK = 65536
 
 
 class Watcher:
-    def __init__(self, port, camera, authorization, context):
+    def __init__(self, port, path, authorization, context):
         connection = socket.create_connection(("127.0.0.1", port), timeout=60)
         self.connection = context.wrap_socket(connection, server_hostname="localhost") if context else connection
-        self.connection.sendall(f"GET /live/{camera} HTTP/1.1\r\nHost: localhost:{port}\r\nAuthorization: {authorization}\r\n\r\n".encode())
+        self.connection.sendall(f"GET {path} HTTP/1.1\r\nHost: localhost:{port}\r\nAuthorization: {authorization}\r\n\r\n".encode())
         self.tail = b""
         while MARK not in self.tail:
             got = self.connection.recv(CHUNK)
             if not got or (len(self.tail) > 12 and not self.tail.startswith(b"HTTP/1.1 200 ")):
-                raise SystemExit(f"watchers: no stream of {camera}: {self.tail[:200]!r}")
+                raise SystemExit(f"watchers: no stream of {path}: {self.tail[:200]!r}")
             self.tail += got
         self.tail = self.tail[self.tail.index(MARK) + len(MARK):]
         self.pictures = self.tail.count(MARK)
@@ -55,7 +55,7 @@ def main():
     parser.add_argument("--watchers", type=int, required=True)
     parser.add_argument("--authorization", required=True, help="the value of that header field")
     parser.add_argument("--authority", help="a certificate: over TLS, and the server's is to be of this one")
-    parser.add_argument("cameras", nargs="+", help="shared out among the watchers")
+    parser.add_argument("paths", nargs="+", help="of cameras, shared out among the watchers")
     given = parser.parse_args()
     most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
@@ -65,7 +65,7 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: ended.append(True))
     watchers, poll = {}, select.epoll()
     for number in range(given.watchers):
-        watcher = Watcher(given.port, given.cameras[number % len(given.cameras)], given.authorization, context)
+        watcher = Watcher(given.port, given.paths[number % len(given.paths)], given.authorization, context)
         watchers[watcher.connection.fileno()] = watcher
         poll.register(watcher.connection, select.EPOLLIN)
     print("in", flush=True)
