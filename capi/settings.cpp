@@ -105,10 +105,8 @@ void Settings::Edit(const std::function<void(kit::SettingsDocument&)>& edit) {
 void Settings::Hand(const kit::SettingsDocument& document, const kit::SettingsDocument& former) {
     // A part that the document does not have stays as it is.
     kit::SettingsDocument wanted = *kit::SettingsDocument::Parse(document.Text());
-    if (!kit::ElementAt(wanted.Root(), u"cams")) {
-        for (const kit::CameraEntry& camera : former.Cameras())
-            (void)wanted.Put(camera);
-    }
+    if (!kit::ElementAt(wanted.Root(), u"cams"))
+        (void)wanted.PutAll(former.Cameras());
     if (!wanted.Host())
         wanted.SetHost(former.Host().value_or(""));
     const platform::FileStamp before = platform::StampOf(m_file);

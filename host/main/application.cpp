@@ -372,8 +372,7 @@ private:
         bool changed = false;
         std::string address;
         const auto change = m_settings.Edit([&](SettingsDocument& document) {
-            for (const CameraEntry& camera : m_household.cameras)
-                changed = document.Put(camera) || changed;
+            changed = document.PutAll(m_household.cameras);
             if (m_household.demoEnded) {
                 for (const CameraEntry& camera : FormerDemoCameras(DemoPasswordsOf(m_data)))
                     changed = document.RemoveIfSame(camera) || changed;

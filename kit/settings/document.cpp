@@ -1,6 +1,7 @@
 #include "kit/settings/document.h"
 
 #include <stdexcept>
+#include <unordered_map>
 #include <utility>
 
 #include "platform/com.h"
@@ -48,6 +49,21 @@ void SetChild(IConfigElement& element, const char16_t* name, std::string_view va
         SetAttribute(*child, u"type", u"BSTR");
     }
     SetValue(*child, platform::FromUtf8(value));
+}
+
+// A camera's new item, a copy of the pattern.
+ElementPtr AddItem(IConfigElement& root) {
+    ElementPtr list = ElementAt(root, u"cams");
+    if (!list)
+        Require(root.CreateChild(u"cams", list.Receive()), "take an element");
+    ElementPtr item;
+    if (const ElementPtr pattern = ElementAt(root, u"addcam/item")) {
+        Require(pattern->Clone(item.Receive()), "be copied");
+        Require(list->AppendChild(item.Get(), 0), "take an element");
+    } else {
+        Require(list->CreateChild(u"item", item.Receive()), "take an element");
+    }
+    return item;
 }
 
 ComPtr<IConfigDocument> NewDocument() {
@@ -153,25 +169,34 @@ std::optional<CameraEntry> SettingsDocument::Camera(std::string_view name) const
 }
 
 bool SettingsDocument::Put(const CameraEntry& camera) {
-    CameraEntry present;
-    ElementPtr item = FindCamera(camera.name, &present);
-    if (item && present == camera)
-        return false;
-    if (!item) {
-        ElementPtr list = ElementAt(*m_root, u"cams");
-        if (!list)
-            Require(m_root->CreateChild(u"cams", list.Receive()), "take an element");
-        if (const ElementPtr pattern = ElementAt(*m_root, u"addcam/item")) {
-            Require(pattern->Clone(item.Receive()), "be copied");
-            Require(list->AppendChild(item.Get(), 0), "take an element");
-        } else {
-            Require(list->CreateChild(u"item", item.Receive()), "take an element");
-        }
+    return PutAll({&camera, 1});
+}
+
+bool SettingsDocument::PutAll(std::span<const CameraEntry> cameras) {
+    struct Present {
+        ElementPtr item;
+        CameraEntry entry;
+    };
+    std::unordered_map<std::string, Present> present; // the first one of each name
+    for (const ElementPtr& item : SelectElements(*m_root, kCameras)) {
+        CameraEntry entry = ReadCamera(*item);
+        std::string name = entry.name;
+        present.try_emplace(std::move(name), Present{item, std::move(entry)});
     }
-    SetChild(*item, u"Name", camera.name);
-    SetChild(*item, u"Type", camera.type);
-    SetChild(*item, u"Password", camera.password);
-    return true;
+    bool changed = false;
+    for (const CameraEntry& camera : cameras) {
+        Present& found = present[camera.name];
+        if (found.item && found.entry == camera)
+            continue;
+        if (!found.item)
+            found.item = AddItem(*m_root);
+        found.entry = camera;
+        SetChild(*found.item, u"Name", camera.name);
+        SetChild(*found.item, u"Type", camera.type);
+        SetChild(*found.item, u"Password", camera.password);
+        changed = true;
+    }
+    return changed;
 }
 
 bool SettingsDocument::RemoveIfSame(const CameraEntry& camera) {

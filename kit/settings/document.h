@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,8 @@ public:
     // Gives a camera its type and password; adds it, as a copy of what stands in `addcam`, when it is not
     // there. False when all was so already.
     bool Put(const CameraEntry& camera);
+    // The same for each of them, with one look at what is there: for thousands of cameras.
+    bool PutAll(std::span<const CameraEntry> cameras);
     // Removes a camera that is still exactly this one. False when there is none.
     bool RemoveIfSame(const CameraEntry& camera);
     // The server's address as phones are told it, "ADDR:PORT"; nothing without such an element.
