@@ -5,6 +5,10 @@
 
 if(MORROW_BUILD_TESTS)
   find_package(GTest REQUIRED)
+  morrow_precompiled(morrow_precompiled_tests ${MORROW_COMMON_HEADERS} <gtest/gtest.h>)
+  if(TARGET morrow_precompiled_tests)
+    target_link_libraries(morrow_precompiled_tests PUBLIC GTest::gtest)
+  endif()
   # Debian's packages are made for Debian's interpreter, not for one that stands before it in the path.
   find_program(MORROW_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
   if(NOT MORROW_PYTHON)
@@ -18,7 +22,7 @@ function(morrow_test name)
     set(arg_TIMEOUT 120)
   endif()
   add_executable(${name} ${arg_SOURCES})
-  morrow_target(${name})
+  morrow_target(${name} morrow_precompiled_tests)
   # A test's own text is not what is tested: checks of its arithmetic cost a third of its build.
   if(MORROW_SANITIZE MATCHES "undefined")
     target_compile_options(${name} PRIVATE -fno-sanitize=undefined)
