@@ -220,7 +220,9 @@ public:
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
-          m_services(*m_feeds, m_data.File("recordings")),
+          m_services(*m_feeds, {.data = m_data.Path(),
+                                .settings = kit::SettingsFile(m_data.Path()),
+                                .recordings = m_data.File("recordings")}),
           m_settings(m_authenticator, *m_feeds, kit::SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
         ShowComponentLines();
@@ -239,6 +241,8 @@ public:
             m_packers);
         m_component = std::make_unique<kit::Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
+        m_settings.Listen(
+            [this](const std::vector<std::string>& cameras) { m_services.Preferences().Follow(cameras); });
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
         // Phones are told of an address only when it is this server's.
@@ -256,6 +260,7 @@ public:
                                                   .tokens = m_tokens,
                                                   .settings = m_settings,
                                                   .events = m_services.Events(),
+                                                  .preferences = m_services.Preferences(),
                                                   .counters = m_counters,
                                                   .packers = *m_packers,
                                                   .stop = m_stop,
@@ -271,7 +276,8 @@ public:
                                                           if (login == kFirstAdmin)
                                                               m_data.ForgetAdminPassword();
                                                       },
-                                                  .authority = m_authority});
+                                                  .authority = m_authority,
+                                                  .notices = &m_services.Receivers()});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
         OpenControlSocket();
     }
@@ -308,7 +314,8 @@ public:
         m_control.reset();
         m_server.reset();
         m_viewing->End();
-        if (!m_settings.WriteWhatIsLeft())
+        const bool settingsWritten = m_settings.WriteWhatIsLeft();
+        if (!m_services.Preferences().WriteWhatIsLeft() || !settingsWritten)
             Console::Get().Log("error",
                                "the last change of the settings is lost: it could not be written to disk");
         m_settings.SetConfiguration(nullptr);
@@ -423,6 +430,7 @@ private:
             if (Clock::now() >= nextRetry) {
                 nextRetry = Clock::now() + kRetryInterval;
                 (void)m_settings.WriteWhatIsLeft();
+                (void)m_services.Preferences().WriteWhatIsLeft();
                 if (m_certificates)
                     m_certificates->Refresh(m_settings.ToldHost());
             }

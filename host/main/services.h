@@ -1,12 +1,15 @@
 // What the host does by itself with cameras and their pictures, beside the web server.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/events/event_log.h"
 #include "host/events/refusal_events.h"
 #include "host/feed/connection_events.h"
 #include "host/feed/feed_table.h"
+#include "host/notices/notices.h"
+#include "host/preferences/store.h"
 
 namespace host {
 
@@ -14,13 +17,19 @@ namespace host {
 // uses what stands above it.
 class Services {
 public:
-    // `recordings`: the folder of recordings; the journal of events stands in it.
-    Services(FeedTable& feeds, const std::string& recordings);
+    struct Places {
+        std::string data;       // the data folder
+        std::string settings;   // the component's settings file; the preferences stand beside it
+        std::string recordings; // the folder of recordings; the journal of events stands in it
+    };
+    Services(FeedTable& feeds, const Places& places);
     Services(const Services&) = delete;
     Services& operator=(const Services&) = delete;
     ~Services();
 
     [[nodiscard]] EventLog& Events() noexcept { return m_events; }
+    [[nodiscard]] PreferenceStore& Preferences() noexcept { return m_preferences; }
+    [[nodiscard]] Notices& Receivers() noexcept { return m_notices; }
 
     // Called by the host's ticker, after the feeds have looked for connections.
     void Tick();
@@ -28,6 +37,8 @@ public:
 private:
     FeedTable& m_feeds;
     EventLog m_events;
+    PreferenceStore m_preferences;
+    Notices m_notices;
     RefusalEvents m_refusals{m_events};
     ConnectionEvents m_connections{m_events};
 };

@@ -72,8 +72,10 @@ private:
 
 // --- Out of one ---
 
-// The value of a text, as the pattern has its type.
+// What the pattern says of a value.
 struct Rules {
+    std::optional<std::u16string> type;
+    bool secret = false;
     std::uint64_t least = 0;
     std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
     std::size_t longest = std::numeric_limits<std::size_t>::max();
@@ -89,6 +91,8 @@ void ReadLimit(IConfigElement& element, const char16_t* name, Number& limit) {
 
 Rules RulesOf(IConfigElement& element) {
     Rules rules;
+    rules.type = kit::AttributeOf(element, u"type");
+    rules.secret = kit::AttributeOf(element, kSecretAttribute).has_value();
     ReadLimit(element, u"min", rules.least);
     ReadLimit(element, u"max", rules.most);
     ReadLimit(element, u"longest", rules.longest);
@@ -98,6 +102,22 @@ Rules RulesOf(IConfigElement& element) {
     }
     return rules;
 }
+
+// The same by path, looked up once: a thousand cameras have the same values.
+class RuleBook {
+public:
+    explicit RuleBook(IConfigElement& pattern) : m_pattern(pattern) {}
+    const Rules& At(const char16_t* path) {
+        const auto known = m_rules.find(path);
+        return known != m_rules.end()
+                   ? known->second
+                   : m_rules.emplace(path, RulesOf(*NeededAt(m_pattern, path))).first->second;
+    }
+
+private:
+    IConfigElement& m_pattern;
+    std::map<std::u16string, Rules, std::less<>> m_rules;
+};
 
 struct Wrong {
     const char* key;
@@ -161,28 +181,29 @@ Wrong Meaningless(const Value&) {
     return {"notAllowed", "this cannot be read"};
 }
 
-// Takes what a document has of the values below an element, where the pattern's element stands for them.
+// Takes what a document has of the values below an element.
 class ReadingBelow {
 public:
-    ReadingBelow(IConfigElement& element, IConfigElement& pattern, std::string path,
+    ReadingBelow(IConfigElement& element, RuleBook& rules, std::string path,
                  std::vector<SettingsProblem>& problems)
-        : m_element(element), m_pattern(pattern), m_path(std::move(path)), m_problems(problems) {}
+        : m_element(element), m_rules(rules), m_path(std::move(path)), m_problems(problems) {}
 
     template <class Value>
     void operator()(const char16_t* path, Value& value) const {
         const NodePtr element = kit::ElementAt(m_element, path);
         if (!element)
             return; // stays as it is
-        const NodePtr pattern = NeededAt(m_pattern, path);
-        if (kit::AttributeOf(*pattern, kSecretAttribute) && kit::AttributeOf(*element, kSecretMark))
+        const Rules& rules = m_rules.At(path);
+        // An empty mark is none.
+        if (rules.secret && !kit::AttributeOf(*element, kSecretMark).value_or(u"").empty())
             return;
         const std::string place = m_path + "/" + platform::ToUtf8(path);
-        if (kit::AttributeOf(*element, u"type") != kit::AttributeOf(*pattern, u"type"))
+        if (kit::AttributeOf(*element, u"type") != rules.type)
             return Add(place, {"wrongType", "its type is another one"});
         Value taken = value;
         if (!ValueFromText(OwnText(*element), taken))
             return Add(place, Meaningless(value));
-        if (auto wrong = WrongWith(taken, RulesOf(*pattern)))
+        if (auto wrong = WrongWith(taken, rules))
             return Add(place, *std::move(wrong));
         value = std::move(taken);
     }
@@ -203,7 +224,7 @@ private:
     }
 
     IConfigElement& m_element;
-    IConfigElement& m_pattern;
+    RuleBook& m_rules;
     const std::string m_path;
     std::vector<SettingsProblem>& m_problems;
 };
@@ -256,8 +277,10 @@ std::optional<ReadPreferences> PreferencesIn(std::string_view xml, const Prefere
     const std::string root = "/" + platform::ToUtf8(kit::NameOf(document->Root()));
     ReadPreferences read{present, {}};
     FindStrangers(document->Root(), pattern.Root(), root, read.problems);
-    VisitGeneral(read.preferences, ReadingBelow(document->Root(), pattern.Root(), root, read.problems));
+    RuleBook general(pattern.Root());
+    VisitGeneral(read.preferences, ReadingBelow(document->Root(), general, root, read.problems));
     const NodePtr item = NeededAt(pattern.Root(), kCameraItems);
+    RuleBook ofCamera(*item);
     std::set<std::string, std::less<>> seen;
     std::size_t number = 0;
     for (const NodePtr& element : kit::SelectElements(document->Root(), kCameraItems)) {
@@ -269,7 +292,8 @@ std::optional<ReadPreferences> PreferencesIn(std::string_view xml, const Prefere
         else if (!seen.insert(name).second)
             read.problems.push_back({path + "/name", "mustBeUnique", "another entry is of this camera"});
         else
-            VisitCamera(read.preferences.cameras[name], ReadingBelow(*element, *item, path, read.problems));
+            VisitCamera(read.preferences.cameras[name],
+                        ReadingBelow(*element, ofCamera, path, read.problems));
     }
     FindUnfit(read.preferences, present, root, read.problems);
     return read;

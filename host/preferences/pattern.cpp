@@ -12,6 +12,17 @@ constexpr std::u16string_view kPattern = uR"xml(<preferences>
  mqttServer="MQTT: server" mqttPort="MQTT: port" mqttTls="MQTT: TLS" mqttUser="MQTT: user" mqttPassword="MQTT: password"
  mqttTopic="MQTT: topics begin with" mqttSnapshots="MQTT: pictures with events" mqttDiscovery="MQTT: tell Home Assistant"
  mqttDiscoveryTopic="MQTT: Home Assistant's topics begin with"
+ eventCameraConnected="A phone connects"
+ eventCameraLost="A camera is lost"
+ eventMotionBegan="Motion begins"
+ eventMotionEnded="Motion ends"
+ eventRecordingPaused="Recording pauses"
+ eventRecordingResumed="Recording goes on"
+ eventRecordingTrouble="Trouble with recordings"
+ eventSignInRefused="A sign-in is refused"
+ eventSettingsChanged="Settings change"
+ eventUsersChanged="Users change"
+ eventServerStarted="The server starts"
  camerasRecorded="Recording and motion" record="Record" recordOff="Off" recordAlways="Always" recordMotion="On motion"
  lookForMotion="Look for motion" sensitivity="Sensitivity" mask="Where motion does not count" />
 <recording displayname="//local/@recording">
@@ -25,17 +36,17 @@ constexpr std::u16string_view kPattern = uR"xml(<preferences>
 </viewing>
 <notices displayname="//local/@notices">
  <kinds type="set" lookup="item" displayname="//local/@noticeKinds">
-  <item type="BSTR">camera-connected</item>
-  <item type="BSTR">camera-lost</item>
-  <item type="BSTR">motion-began</item>
-  <item type="BSTR">motion-ended</item>
-  <item type="BSTR">recording-paused</item>
-  <item type="BSTR">recording-resumed</item>
-  <item type="BSTR">recording-trouble</item>
-  <item type="BSTR">sign-in-refused</item>
-  <item type="BSTR">settings-changed</item>
-  <item type="BSTR">users-changed</item>
-  <item type="BSTR">server-started</item>
+  <item type="BSTR" displayname="//local/@eventCameraConnected">camera-connected</item>
+  <item type="BSTR" displayname="//local/@eventCameraLost">camera-lost</item>
+  <item type="BSTR" displayname="//local/@eventMotionBegan">motion-began</item>
+  <item type="BSTR" displayname="//local/@eventMotionEnded">motion-ended</item>
+  <item type="BSTR" displayname="//local/@eventRecordingPaused">recording-paused</item>
+  <item type="BSTR" displayname="//local/@eventRecordingResumed">recording-resumed</item>
+  <item type="BSTR" displayname="//local/@eventRecordingTrouble">recording-trouble</item>
+  <item type="BSTR" displayname="//local/@eventSignInRefused">sign-in-refused</item>
+  <item type="BSTR" displayname="//local/@eventSettingsChanged">settings-changed</item>
+  <item type="BSTR" displayname="//local/@eventUsersChanged">users-changed</item>
+  <item type="BSTR" displayname="//local/@eventServerStarted">server-started</item>
  </kinds>
  <webhook>
   <address type="BSTR" longest="2000" displayname="//local/@webhookAddress"/>

@@ -61,6 +61,12 @@ void Settings::Adopt(const SettingsDocument& document) {
     m_authenticator.SetCameras(cameras);
     for (const CameraEntry& camera : cameras)
         m_feeds.SetType(camera.name, camera.type);
+    if (m_listener) {
+        std::vector<std::string> names;
+        for (const CameraEntry& camera : cameras)
+            names.push_back(camera.name);
+        m_listener(names);
+    }
     const std::lock_guard guard(m_hostMutex);
     m_toldHost = document.Host().value_or("");
 }

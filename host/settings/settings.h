@@ -45,14 +45,19 @@ struct SettingsChange {
 
 // Changes come one behind the other. Any thread.
 //
-// Locks: m_mutex is held while the component is called, which takes its own lock and calls the feeds; none of
-// these calls this object.
+// Locks: m_mutex is held while the component is called, which takes its own lock and calls the feeds, and
+// while the listener is; none of these calls this object.
 class Settings {
 public:
     // Both outlive the object; the authenticator is told of every camera. `file` is the component's settings
     // file: it is looked at only, to see whether a change was written. Beside it, with ".address" behind its
     // name, stands which address in it is the host's own.
     Settings(Authenticator& authenticator, FeedTable& feeds, std::string file);
+
+    // Called with the cameras' names, in the order of the settings, when they are read and behind each change
+    // of them, under m_mutex. Before there are several threads.
+    using CameraListener = std::function<void(const std::vector<std::string>& names)>;
+    void Listen(CameraListener listener) { m_listener = std::move(listener); }
 
     // Null lets go of it; nothing can be read or changed then. Reads the cameras.
     void SetConfiguration(platform::ComPtr<IConfiguration> configuration);
@@ -104,6 +109,7 @@ private:
 
     Authenticator& m_authenticator;
     FeedTable& m_feeds;
+    CameraListener m_listener;
     const std::string m_file;
     const std::string m_run; // of a version: no other run of the host has the same
     std::mutex m_mutex;      // everything below

@@ -14,7 +14,8 @@ namespace {
 using Page = void(const Site& site, Visit& visit);
 Page LivePage, Tiles, MotionJpeg, Snapshot, ViewPage, ViewStream, TinyPage, File, Nothing;
 Page Health, Metrics, Alive, Ready;
-Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLanguage;
+Page SettingsPage, SettingsState, GetSettings, PutSettings, GetPreferences, PutPreferences, GetSecret,
+    PutLanguage;
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
@@ -87,6 +88,8 @@ constexpr Address kAddresses[] = {
     {"/settings/state",    kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, SettingsState},
     {"/settings/document", kRead,   Admin,     Here,      Json,    0,             Named,   None,   Refused, GetSettings},
     {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutSettings},
+    {"/settings/preferences", kRead, Admin,    Here,      Json,    0,             Named,   None,   Refused, GetPreferences},
+    {"/settings/preferences", kPut,  Admin,    HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutPreferences},
     {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   Refused, GetSecret},
     {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutLanguage},
     {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   Refused, MakeLink},
@@ -137,6 +140,10 @@ constexpr Address kAddresses[] = {
     {"/api/v1/tokens",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::TokenList>},
     {"/api/v1/tokens",             kPost,   Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::MakeToken>},
     {"/api/v1/tokens/*",           kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RevokeToken>},
+    {"/api/v1/preferences",        kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::GetPreferences>},
+    {"/api/v1/preferences",        kPut,    Admin,     Here, Problem, kMaxApiBodyBytes,    Named, None, Refused, Api<&ApiPages::PutPreferences>},
+    {"/api/v1/notices",            kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::NoticeStates>},
+    {"/api/v1/notices/*/test",     kPost,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::TestNotice>},
     {"/api/*",                    kAny,    Watcher,   Here, Problem, kMaxFormBytes,       Named, None, Refused, Nothing},
     {"/*",                 kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   Nothing},
 };
@@ -219,6 +226,14 @@ void GetSettings(const Site& site, Visit& visit) {
 
 void PutSettings(const Site& site, Visit& visit) {
     visit.Send(site.settings.PutDocument(visit.request, visit.signIn, visit.body));
+}
+
+void GetPreferences(const Site& site, Visit& visit) {
+    visit.Send(site.settings.Preferences());
+}
+
+void PutPreferences(const Site& site, Visit& visit) {
+    visit.Send(site.settings.PutPreferences(visit.request, visit.signIn, visit.body));
 }
 
 void GetSecret(const Site& site, Visit& visit) {

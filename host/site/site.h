@@ -5,6 +5,8 @@
 #include <string>
 
 #include "host/http/proxy.h"
+#include "host/notices/notices.h"
+#include "host/preferences/store.h"
 #include "host/site/account/pages.h"
 #include "host/site/addresses.h"
 #include "host/site/api/pages.h"
@@ -35,6 +37,7 @@ struct SiteParts {
     Tokens& tokens;
     Settings& settings;
     EventLog& events;
+    PreferenceStore& preferences;
     Counters& counters;
     kit::PackerCounters& packers;
     const Wakeup& stop; // raised once, for good
@@ -53,6 +56,8 @@ struct SiteParts {
     std::function<void(std::string_view login)> forgetPassword{};
     // Where others reach this server, "ADDR:PORT"; empty where nobody but this machine does.
     std::string authority{};
+    // Null: nobody is told of events.
+    Notices* notices = nullptr;
 };
 
 struct Site {
@@ -72,7 +77,9 @@ struct Site {
                                                                             parts.language},
           monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
                                                                                   parts.events,
-                                                                                  parts.language, pageToken,
+                                                                                  parts.preferences,
+                                                                                  parts.language,
+                                                                                  pageToken,
                                                                                   parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
@@ -90,8 +97,8 @@ struct Site {
           trust{parts.certificates, language},
           account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
           users{parts.authenticator, parts.settings, parts.events, language, parts.forgetPassword},
-          api{parts.settings, parts.events, parts.feeds,         parts.authenticator,
-              parts.phones,   parts.tokens, parts.forgetPassword} {}
+          api{parts.settings, parts.events,      parts.feeds,   parts.authenticator, parts.phones,
+              parts.tokens,   parts.preferences, parts.notices, parts.forgetPassword} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 

@@ -8,6 +8,7 @@ import time
 import urllib.error
 import urllib.request
 
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
@@ -44,15 +45,15 @@ class SettingsPage:
         self.browser.open(self.host.address("/settings"))
         self.browser.wait("the form", lambda: self.browser.run("return !document.getElementById('form').hidden"))
 
-    def entry(self, name):
-        """The entry of that caption."""
-        for entry in self.browser.driver.find_elements(By.CSS_SELECTOR, ".entry"):
+    def entry(self, name, place="#lists"):
+        """The entry of that caption; #own has those of the host's own document."""
+        for entry in self.browser.driver.find_elements(By.CSS_SELECTOR, f"{place} .entry"):
             if entry.find_element(By.CSS_SELECTOR, ".entry-name").text == name:
                 return entry
         raise AssertionError(f"no entry of {name!r}")
 
     def names(self):
-        return self.browser.run("return [...document.querySelectorAll('.entry-name')].map((name) => name.textContent)")
+        return self.browser.run("return [...document.querySelectorAll('#lists .entry-name')].map((name) => name.textContent)")
 
     def control(self, name, field):
         entry = self.entry(name) if name else self.browser.driver.find_element(By.CSS_SELECTOR, "#values")
@@ -141,6 +142,7 @@ class SettingsTest(case.BrowserCase):
             self.change_its_password()
             self.let_somebody_else_be_faster()
             self.remove_a_camera()
+            self.set_preferences()
         # The phone has stopped, and what it sent has arrived.
         browser.wait("every picture of left", lambda: self.camera("left")["frames"] == left.frames, seconds=5)
         self.assertEqual(self.camera("left")["failed"], 0)
@@ -292,6 +294,41 @@ class SettingsTest(case.BrowserCase):
         page.save()
         self.wait_gone_from_wall("rechts")
 
+    def set_preferences(self):
+        """The host's own document, in the same form: a number, a choice, a yes or no, a set and a mask."""
+        page, browser = self.page, self.browser
+        find = browser.driver.find_element
+        days = find(By.CSS_SELECTOR, '#own [data-name="days"] input')
+        for text, words in (("4000", "To be corrected: 1"), ("30", None)):
+            page.click(days)
+            days.send_keys(Keys.CONTROL, "a")
+            days.send_keys(text)
+            if words is not None:
+                page.save(words)
+                self.assertEqual(page.problems(), ["This is from 0 to 3650."])
+        left = page.entry("left", "#own")
+        field = lambda name, control: left.find_element(By.CSS_SELECTOR, f'[data-name="{name}"] {control}')
+        page.click(field("record", 'option[value="motion"]'))
+        page.click(field("motion", "input"))
+        page.click(find(By.CSS_SELECTOR, '#own [data-name="kinds"] input[value="settings-changed"]'))
+        page.click(field("mask", "button"))
+        canvas = field("mask", "canvas")
+        browser.wait("the camera's picture", lambda: browser.run("return arguments[0].naturalWidth > 0", field("mask", "img")))
+        browser.run("arguments[0].scrollIntoView({ block: 'center' })", canvas)
+        cell, half = canvas.size["width"] / 40, (canvas.size["width"] / 2, canvas.size["height"] / 2)
+        at = lambda column, row: (round((column + 0.5) * cell - half[0]), round((row + 0.5) * cell - half[1]))
+        ActionChains(browser.driver).move_to_element_with_offset(canvas, *at(0, 0)).click_and_hold() \
+            .move_to_element_with_offset(canvas, *at(5, 0)).release().perform()
+        canvas.send_keys(Keys.ARROW_DOWN, " ")
+        browser.screenshot("settings-mask")
+        page.save()
+        told = json.loads(self.ask("GET", "/api/v1/preferences")[0])
+        own = told["cameras"]["left"]
+        self.assertEqual((told["recording"]["days"], own["record"], own["motion"]), (30, "motion", True))
+        self.assertEqual((own["mask"][:12], set(own["mask"][12:])), ("fc0000000004", {"0"}))
+        self.assertIn("settings-changed", told["notices"]["kinds"])
+        self.assertEqual(list(told["cameras"]), ["Hof", "left"], "they follow the cameras")
+
     def refuse_another_site(self):
         """A page elsewhere has the browser ask, which sends the sign-in along: nothing changes, nothing is told."""
         before = self.ask("GET", "/settings/document")
@@ -353,7 +390,8 @@ class SettingsTest(case.BrowserCase):
         self.assertEqual(page.names(), ["Hof", "left"])
         self.assertEqual(self.browser.run("return document.documentElement.lang"), "ru")
         titles = self.browser.run("return [...document.querySelectorAll('h2')].map((title) => title.textContent)")
-        self.assertEqual(titles, ["Общие", "Камеры", "Телефоны, ставшие камерами", "Токены для программ"])
+        self.assertEqual(titles, ["Общие", "Камеры", "Запись", "Просмотр", "Уведомления", "Запись и движение", "Телефоны, ставшие камерами",
+                                  "Токены для программ"])
         self.assertEqual(self.browser.run("return document.querySelector('.add').textContent"), "Добавить камеру")
         self.assertEqual(page.control("", "host").get_attribute("value"), "192.0.2.7:80")
         page.press("Hof", ".reveal")

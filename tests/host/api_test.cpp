@@ -149,6 +149,11 @@ TEST(Api, AnswersByOperationAndKindOfUser) {
         {"GET /tokens", "", {401, 403, 403, 200, 200, 200}},
         {"POST /tokens", R"({"name":"n","scope":"read"})", {401, 403, 403, 403, 403, 201}},
         {"DELETE /tokens/x", "", {401, 403, 403, 403, 404, 404}},
+        {"GET /preferences", "", {401, 403, 403, 200, 200, 200}},
+        {"PUT /preferences", R"({"recording":{"days":3}})", {401, 403, 403, 403, 200, 200}},
+        {"GET /notices", "", {401, 403, 403, 200, 200, 200}},
+        {"POST /notices/mqtt/test", "", {401, 403, 403, 403, 409, 409}},
+        {"POST /notices/none/test", "", {401, 403, 403, 403, 404, 404}},
         {"GET /nothing", "", {401, 403, 404, 404, 404, 404}},
         {"PUT /nothing", "{}", {401, 403, 404, 403, 404, 404}},
     };
@@ -219,6 +224,16 @@ TEST(Api, RefusesBadBodiesAndChangesNothing) {
         {"POST /tokens", R"({"name":"n"})", 422, "/scope"},
         {"POST /tokens", R"({"name":"n","scope":"some"})", 422, "/scope"},
         {"POST /tokens", R"({"name":"n","scope":"all","login":"nobody"})", 422, "/login"},
+        {"PUT /preferences", R"({"recording":{"days":3651}})", 422, "/recording/days"},
+        {"PUT /preferences", R"({"recording":{"days":"7"}})", 422, "/recording/days"},
+        {"PUT /preferences", R"({"recording":7})", 422, "/recording"},
+        {"PUT /preferences", R"({"notices":{"kinds":["rain"]}})", 422, "/notices/kinds"},
+        {"PUT /preferences", R"({"notices":{"mqtt":{"hasPassword":true}}})", 422,
+         "/notices/mqtt/hasPassword"},
+        {"PUT /preferences", R"({"notices":{"mqtt":{"user":"a\u0000b"}}})", 422, "/notices/mqtt/user"},
+        {"PUT /preferences", R"({"cameras":{"yard":{"sensitivity":11}}})", 422, "/cameras/yard/sensitivity"},
+        {"PUT /preferences", R"({"cameras":{"a/b":{}}})", 422, "/cameras/a~1b"},
+        {"PUT /preferences", "{}", 412, "", "If-Match: \"old\"\r\n"},
         {"PUT /cameras/yard", "{}", 412, "", "If-Match: \"old\"\r\n"},
         {"PUT /cameras/yard", "{}", 412, "", "If-None-Match: *\r\n"},
         {"PUT /cameras/new", "{}", 412, "", "If-Match: *\r\n"},
@@ -237,6 +252,7 @@ TEST(Api, RefusesBadBodiesAndChangesNothing) {
         }
     }
     EXPECT_EQ(program.rig.configuration->m_text, before);
+    EXPECT_EQ(program.rig.preferences.Now()->recording, RecordingPreferences{});
     EXPECT_EQ(program.rig.authenticator.Users().size(), 3U);
     EXPECT_TRUE(program.rig.tokens.List().empty());
 }

@@ -170,16 +170,19 @@ public:
                          .tokens = tokens,
                          .settings = settings,
                          .events = events,
+                         .preferences = preferences,
                          .counters = counters,
                          .packers = *packers,
                          .stop = stop,
                          .limits = limits,
                          .demo = demo,
                          .language = language,
-                         .authority = authority}) {
+                         .authority = authority,
+                         .notices = &notices}) {
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
         EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
         configuration->m_onSet = [this] { platform::ReplaceFile(SettingsPath(), "written"); };
+        settings.Listen([this](const std::vector<std::string>& cameras) { preferences.Follow(cameras); });
         settings.SetConfiguration(platform::ComPtr<IConfiguration>(configuration.Get()));
         EXPECT_EQ(S_OK, hosts->RegisterHandler(u"mobile", handler.Get()));
         server.emplace(Listen(Endpoint{"127.0.0.1", 0}), site);
@@ -241,6 +244,8 @@ public:
     Settings settings{authenticator, *feeds, SettingsPath()};
     platform::ComPtr<support::FakeWebHandlerObject> handler = support::FakeWebHandlerObject::Create();
     EventLog events{folder.File("events")};
+    PreferenceStore preferences{folder.File("Preferences.xml")};
+    Notices notices{events, preferences, folder.Path().string(), {}};
     Counters counters;
     const std::shared_ptr<kit::PackerCounters> packers = std::make_shared<kit::PackerCounters>();
     const std::shared_ptr<SourceTable> sources;

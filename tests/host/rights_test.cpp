@@ -153,6 +153,8 @@ TEST(Rights, AtEveryAddressAreThoseOfTheVisitor) {
         {"GET /settings/state", "+------"},
         {"GET /settings/document", "+------"},
         {"PUT /settings/document", "+------"},
+        {"GET /settings/preferences", "+------"},
+        {"PUT /settings/preferences", "+------"},
         {"GET /settings/secret?number=0", "+------"},
         {"PUT /settings/language", "+------"},
         {"POST /links?camera={}", "+------"},
@@ -173,6 +175,10 @@ TEST(Rights, AtEveryAddressAreThoseOfTheVisitor) {
         {"GET /api/v1/tokens", "+------"},
         {"POST /api/v1/tokens", "+------"},
         {"DELETE /api/v1/tokens/x", "+------"},
+        {"GET /api/v1/preferences", "+------"},
+        {"PUT /api/v1/preferences", "+------"},
+        {"GET /api/v1/notices", "+------"},
+        {"POST /api/v1/notices/mqtt/test", "+------"},
     };
     const auto with = [](std::string_view request, std::string_view camera) {
         std::string text(request);

@@ -24,7 +24,7 @@ COMMON = {
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
-               "host/bridge", "host/recordings", "host/control"}
+               "host/bridge", "host/recordings", "host/notices", "host/control"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "users", "view")
 }
@@ -76,6 +76,8 @@ TABLE = {
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
     "host/recordings": {"platform", "host/base", "host/log", "host/feed", "kit/picture"},
+    # Who else is told of events.
+    "host/notices": {"platform", "host/base", "host/log", "host/tls", "host/events", "host/preferences"},
     # Programs of this machine, past the web server.
     "host/control": {"platform", "host/base", "host/log"},
     # A phone played towards the component.
@@ -99,10 +101,12 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},
+    "curl/": {"host/notices"},
+    "mosquitto.h": {"host/notices"},
     "libxml/": {"host/site/mobile"},
     "libxslt/": {"host/site/mobile"},
     "qrencode.h": {"host/site/links"},

@@ -1,24 +1,87 @@
-// The page of the settings: reads the document from the host, shows it as a form, and brings back what was changed.
+// The page of the settings: reads the documents from the host, shows each as a form, and brings back what was changed.
 
+import { make } from "./field.js";
 import { SettingsForm } from "./form.js";
+import { noticeLines } from "./notices.js";
 import { phoneList, tokenList } from "./phones.js";
 import { text, translatePage } from "../shared/words.js";
 import { setDocumentLanguage } from "./text.js";
 
 const page = {};
 for (const id of [
-    "title", "message", "message-title", "message-detail", "banner", "form", "values", "lists", "language",
+    "title", "message", "message-title", "message-detail", "banner", "form", "values", "lists", "own", "language",
     "language-field", "trust-field", "trust-name", "fingerprint", "trust-again", "bar", "state", "discard", "save",
 ]) {
     page[id] = document.getElementById(id);
 }
 
 let host = null; // what /settings/state said: token, languages
-let version = ""; // of the document in the form
-let source = ""; // the document as it was read
-let form = null;
 let busy = false;
 let said = null; // what the bar says until the next edit
+
+// A document, the form that it is shown in, and where. The first is the component's, the other one the host's own.
+class Shown {
+    form = null;
+    source = ""; // as it was read
+    version = "";
+
+    // place(form): puts what the form has on the page
+    constructor(address, place) {
+        this.address = address;
+        this.place = place;
+    }
+
+    show(content, version) {
+        const next = new SettingsForm(content, { edited, readSecret });
+        const focus = this.form?.placeOf(document.activeElement) ?? null;
+        this.form = next;
+        this.source = content;
+        this.version = version;
+        this.place(next);
+        if (focus !== null) {
+            next.fieldAt(focus)?.control.focus();
+        }
+    }
+}
+
+// The fields of an element in a form of their own: browsers take two passwords in one form for a new one and its repetition.
+function formsOf(fields) {
+    const forms = new Map(); // by element
+    for (const field of fields) {
+        const group = field.element.parentNode;
+        if (!forms.has(group)) {
+            const form = make("form", { className: "fields", noValidate: true, autocomplete: "off" });
+            form.addEventListener("submit", (event) => event.preventDefault());
+            forms.set(group, form);
+        }
+        forms.get(group).append(field.root);
+    }
+    return forms.values();
+}
+
+const component = new Shown("/settings/document", (form) => {
+    for (const old of [...page.values.children]) {
+        if (old !== page["language-field"] && old !== page["trust-field"]) {
+            old.remove();
+        }
+    }
+    page.values.prepend(...[...form.values.values()].map((field) => field.root));
+    page.lists.replaceChildren(...form.lists.map((list) => list.root));
+});
+const own = new Shown("/settings/preferences", (form) => {
+    const panels = [...form.groups].map(([title, fields]) => {
+        const heading = make("h2", { textContent: title === "" ? text("viewing") : title });
+        heading.id = `${fields[0].id}-group`;
+        const panel = make("section", { className: "panel" }, make("div", { className: "panel-head" }, heading), ...formsOf(fields));
+        panel.setAttribute("aria-labelledby", heading.id);
+        if (fields.some((field) => field.element.nodeName === "kinds")) {
+            panel.append(notices.root);
+        }
+        return panel;
+    });
+    page.own.replaceChildren(...panels, ...form.lists.map((list) => list.root));
+});
+const documents = [component, own];
 
 // --- Talking to the host ------------------------------------------------------------------------------------------------
 
@@ -89,6 +152,12 @@ const tokens = tokenList(document.getElementById("tokens"), {
     })).content.token,
 });
 
+const notices = noticeLines({
+    read: async () => (await ask("GET", "/api/v1/notices", { json: true })).content,
+    test: async (name) => (await ask("POST", `/api/v1/notices/${name}/test`, { json: true })).content,
+    complain: (error) => showBanner(error instanceof HostError ? wordsFor(error) : error.message),
+});
+
 function wordsFor(error) {
     const known = { 0: "noAnswer", 401: "signInAgain", 403: "notAllowedHere", 413: "tooLarge", 503: "notReady" };
     const key = known[error.status];
@@ -112,26 +181,11 @@ function showBanner(words, kind = "bad") {
     }
 }
 
-function showForm(content, newVersion) {
-    const next = new SettingsForm(content, { edited, readSecret });
-    const place = form?.placeOf(document.activeElement) ?? null;
-    form = next;
-    source = content;
-    version = newVersion;
-    for (const old of [...page.values.children]) {
-        if (old !== page["language-field"]) {
-            old.remove();
-        }
-    }
-    page.values.prepend(...[...form.values.values()].map((field) => field.root));
-    page.lists.replaceChildren(...form.lists.map((list) => list.root));
+function showForms() {
     page.form.hidden = false;
     page.bar.hidden = false;
     showMessage("");
     renderBar();
-    if (place !== null) {
-        form.fieldAt(place)?.control.focus();
-    }
 }
 
 function showLanguages() {
@@ -145,7 +199,7 @@ function showLanguages() {
 }
 
 const languageChanged = () => page.language.value !== host.language.configured;
-const isChanged = () => form !== null && (form.changed || languageChanged());
+const isChanged = () => documents.every(({ form }) => form !== null) && (documents.some(({ form }) => form.changed) || languageChanged());
 
 function renderBar() {
     const changed = isChanged();
@@ -172,10 +226,10 @@ function edited() {
 
 async function readSecret(number) {
     try {
-        return (await askWithToken("GET", `/settings/secret?number=${number}`, { headers: { "If-Match": version } })).content;
+        return (await askWithToken("GET", `/settings/secret?number=${number}`, { headers: { "If-Match": component.version } })).content;
     } catch (error) {
         if (error.status === 412) {
-            await mergeWithHost();
+            await mergeWithHost(component);
         } else {
             showBanner(wordsFor(error));
         }
@@ -191,10 +245,14 @@ async function load() {
         await readState();
         setDocumentLanguage(host.language.active);
         showLanguages();
-        const answer = await ask("GET", "/settings/document");
-        showForm(answer.content, answer.version);
+        for (const shown of documents) {
+            const answer = await ask("GET", shown.address);
+            shown.show(answer.content, answer.version);
+        }
+        showForms();
         phones.begin();
         tokens.begin();
+        notices.begin();
         if (!host.written) {
             showBanner(text("notOnDisk"));
         }
@@ -205,26 +263,27 @@ async function load() {
 
 // Somebody else has changed the settings since they were read here: shows theirs with the edits of this page on top.
 // Returns false when nothing differs but the version, as behind a restart of the host.
-async function mergeWithHost() {
-    const answer = await ask("GET", "/settings/document");
-    if (answer.content === source) {
-        version = answer.version;
+async function mergeWithHost(shown) {
+    const answer = await ask("GET", shown.address);
+    if (answer.content === shown.source) {
+        shown.version = answer.version;
         return false;
     }
-    const changes = form.changes();
-    showForm(answer.content, answer.version);
-    const lost = form.apply(changes);
+    const changes = shown.form.changes();
+    shown.show(answer.content, answer.version);
+    const lost = shown.form.apply(changes);
     const gone = lost.length > 0 ? ` ${text("goneMeanwhile")} ${lost.join(", ")}.` : "";
     showBanner(text("conflict") + gone, "warn");
     say(null);
     return true;
 }
 
-async function sendDocument() {
-    const send = () => askWithToken("PUT", "/settings/document", {
-        body: form.xml, headers: { "Content-Type": "text/xml; charset=utf-8", "If-Match": version },
+// Returns false when somebody else's changes are shown in its place.
+async function sendDocument(shown) {
+    const send = () => askWithToken("PUT", shown.address, {
+        body: shown.form.xml, headers: { "Content-Type": "text/xml; charset=utf-8", "If-Match": shown.version },
     });
-    const sent = form.fingerprint;
+    const sent = shown.form.fingerprint;
     let answer;
     try {
         answer = await send();
@@ -232,30 +291,39 @@ async function sendDocument() {
         if (error.status !== 412) {
             throw error;
         }
-        if (await mergeWithHost()) {
+        if (await mergeWithHost(shown)) {
             return false;
         }
         answer = await send();
     }
-    showForm(answer.content, answer.version);
+    shown.show(answer.content, answer.version);
     host.written = answer.written;
     if (!answer.written) {
         showBanner(text("notOnDisk"));
-    } else if (form.fingerprint !== sent) {
+    } else if (shown.form.fingerprint !== sent) {
         showBanner(text("keptDifferently"), "warn");
     }
     return true;
+}
+
+// The host's own document lists the component's cameras: edits of theirs go on top of what has come and gone there.
+async function followCameras() {
+    const answer = await ask("GET", own.address);
+    const changes = own.form.changes();
+    own.show(answer.content, answer.version);
+    own.form.apply(changes);
 }
 
 function showFaults(fields) {
     showBanner("");
     say(text("faults", fields.length));
     // Of two entries with one name, the one that was edited.
-    form.reveal(fields.find((field) => form.isEdited(field)) ?? fields[0]);
+    const field = fields.find((other) => documents.some(({ form }) => form.isEdited(other))) ?? fields[0];
+    documents.find(({ form }) => [...form.fields()].includes(field)).form.reveal(field);
 }
 
 async function save() {
-    const faults = form.check();
+    const faults = documents.flatMap(({ form }) => form.check());
     if (faults.length > 0) {
         showFaults(faults);
         return;
@@ -263,9 +331,17 @@ async function save() {
     busy = true;
     showBanner("");
     say(null);
+    let shown = component; // the one that is being sent
     try {
-        if (form.changed && !(await sendDocument())) {
-            return;
+        for (shown of documents) {
+            if (shown.form.changed) {
+                if (!(await sendDocument(shown))) {
+                    return;
+                }
+                if (shown === component) {
+                    await followCameras();
+                }
+            }
         }
         const newLanguage = languageChanged();
         if (newLanguage) {
@@ -278,7 +354,7 @@ async function save() {
         const done = newLanguage && host.language.configured !== host.language.active ? "savedNextStart" : "saved";
         say(text(host.written ? done : "notYetOnDisk"));
     } catch (error) {
-        const concerned = error instanceof HostError ? form.showProblems(error.problems) : [];
+        const concerned = error instanceof HostError ? shown.form.showProblems(error.problems) : [];
         if (concerned.length > 0) {
             showFaults(concerned);
         } else {
@@ -300,13 +376,13 @@ function saveIfChanged() {
 page.save.addEventListener("click", saveIfChanged);
 page.form.addEventListener("submit", (event) => event.preventDefault());
 page.form.addEventListener("keydown", (event) => {
-    if (event.key === "Enter" && !event.isComposing && event.target.matches("input:not([type=search], #tokens *)")) {
+    if (event.key === "Enter" && !event.isComposing && event.target.matches("input:not([type=search], [type=checkbox], #tokens *)")) {
         event.preventDefault();
         saveIfChanged();
     }
 });
 page.discard.addEventListener("click", () => {
-    showForm(source, version);
+    documents.forEach((shown) => shown.show(shown.source, shown.version));
     showLanguages();
     showBanner("");
     say(text("discarded"));

@@ -1,135 +1,9 @@
-// One value of the settings document on the screen: its label, its control, and what is wrong with it. The document is
-// the model: what is typed goes straight into it.
+// The kinds of values, by the types that a settings document has: what each is shown and edited with.
 
-import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./rules.js";
+import { Field, labelOf, make, storable } from "./field.js";
+import { MaskField } from "./mask.js";
+import { choiceElements, ownText, setOwnText } from "./rules.js";
 import { text } from "../shared/words.js";
-import { documentText, hintOf, keptWords } from "./text.js";
-
-let lastId = 0;
-
-export function make(tag, properties = {}, ...children) {
-    const element = Object.assign(document.createElement(tag), properties);
-    element.append(...children);
-    return element;
-}
-
-const labels = new WeakMap(); // of a document: texts by paths that lead to the same place from everywhere
-
-// What an element calls itself: the text that its `displayname` points to, or its name in the document. A thousand
-// entries have the same labels, and each search for one would go through the whole document.
-export function labelOf(element) {
-    const path = element.getAttribute("displayname");
-    if (path === null) {
-        return element.nodeName;
-    }
-    if (!path.startsWith("/")) {
-        return nodeText(selectOne(path, element)) || element.nodeName;
-    }
-    const owner = element.ownerDocument;
-    if (!labels.has(owner)) {
-        labels.set(owner, new Map());
-    }
-    const known = labels.get(owner);
-    if (!known.has(path)) {
-        known.set(path, documentText(path, nodeText(selectOne(path, element))));
-    }
-    return known.get(path) || element.nodeName;
-}
-
-// Without what XML cannot hold: control characters, and halves of characters.
-function storable(value) {
-    return value.replace(/[\u0000-\u0008\u000B\u000C\u000E-\u001F\uFFFE\uFFFF]|\p{Surrogate}/gu, "");
-}
-
-// The constructor calls operations of the derived classes, so these have no private members.
-class Field {
-    // `page` is told of edits (edited(field)) and fetches passwords (readSecret(number)).
-    constructor(element, page) {
-        this.element = element;
-        this.page = page;
-        this.base = ownText(element);
-        this.id = `field-${(lastId += 1)}`;
-        this.label = labelOf(element);
-        this.problem = null;
-
-        const hint = hintOf(element);
-        this.hint = make("p", { className: "hint", id: `${this.id}-hint`, textContent: hint, hidden: hint === "" });
-        this.error = make("p", { className: "problem", id: `${this.id}-problem`, hidden: true });
-        // What the host would not take today, and keeps: it was there before the rule.
-        const kept = element.getAttribute("kept");
-        this.kept = make("p", { className: "kept", id: `${this.id}-kept`, textContent: kept && keptWords(kept) });
-        this.control = this.makeControl();
-        this.control.id = this.id;
-        this.control.setAttribute("aria-describedby", `${this.error.id} ${this.kept.id} ${this.hint.id}`);
-        this.control.addEventListener("input", () => this.edit());
-        this.control.addEventListener("change", () => this.check());
-        this.root = make(
-            "div", { className: "field" },
-            // The name in the document says what is meant where a language has no word yet.
-            make("label", { htmlFor: this.id, textContent: this.label, title: element.nodeName }),
-            this.makeBox(), this.error, this.kept, this.hint,
-        );
-        this.root.dataset.name = element.nodeName;
-        this.show();
-        this.showKept();
-    }
-
-    makeBox() {
-        return this.control;
-    }
-
-    // Brings the control to what the document holds.
-    show() {
-        this.control.value = ownText(this.element);
-    }
-
-    read() {
-        setOwnText(this.element, storable(this.control.value));
-    }
-
-    edit() {
-        this.read();
-        // While it is wrong, each key may put it right; a new fault is told when the field is left.
-        if (this.problem !== null) {
-            this.check();
-        }
-        this.showKept();
-        this.page.edited(this);
-    }
-
-    set value(value) {
-        setOwnText(this.element, value);
-        this.show();
-        this.showKept();
-        this.page.edited(this);
-    }
-
-    get value() {
-        return ownText(this.element);
-    }
-
-    get changed() {
-        return this.value !== this.base;
-    }
-
-    showKept() {
-        this.kept.hidden = this.changed || this.kept.textContent === "";
-    }
-
-    // Says what is wrong beside the field. True when nothing is.
-    check(seen) {
-        const problem = problemOf(this.element, seen);
-        this.showProblem(problem === null ? null : (problem.text ?? text(problem.key)));
-        return problem === null;
-    }
-
-    showProblem(words) {
-        this.problem = words;
-        this.error.textContent = words ?? "";
-        this.error.hidden = words === null;
-        this.control.setAttribute("aria-invalid", String(words !== null));
-    }
-}
 
 class TextField extends Field {
     makeControl() {
@@ -144,9 +18,73 @@ class ForeignField extends TextField {
     }
 }
 
+// What a choice is called; without a name of its own it is its value.
+function choiceLabel(choice) {
+    return choice.hasAttribute("displayname") ? labelOf(choice) : ownText(choice);
+}
+
+class NumberField extends TextField {
+    makeControl() {
+        return Object.assign(super.makeControl(), { inputMode: "numeric", className: "number" });
+    }
+
+    read() {
+        setOwnText(this.element, this.control.value.trim());
+    }
+}
+
+class YesNoField extends Field {
+    makeControl() {
+        return make("input", { type: "checkbox" });
+    }
+
+    show() {
+        this.control.checked = ownText(this.element) === "yes";
+    }
+
+    read() {
+        setOwnText(this.element, this.control.checked ? "yes" : "no");
+    }
+}
+
+// Any of the choices; their order is the document's.
+class SetField extends Field {
+    get isGroup() {
+        return true;
+    }
+
+    makeControl() {
+        this.boxes = choiceElements(this.element).map((choice) => make("input", { type: "checkbox", value: ownText(choice) }));
+        const labels = choiceElements(this.element).map((choice, index) => {
+            return make("label", { className: "choice" }, this.boxes[index], choiceLabel(choice));
+        });
+        const group = make("div", { className: "choices" }, ...labels);
+        group.setAttribute("role", "group");
+        group.setAttribute("aria-labelledby", `${this.id}-name`);
+        // `focus` leads to the first of them.
+        group.focus = () => this.boxes[0]?.focus();
+        return group;
+    }
+
+    show() {
+        const words = ownText(this.element).split(" ");
+        for (const box of this.boxes) {
+            box.checked = words.includes(box.value);
+        }
+    }
+
+    read() {
+        setOwnText(this.element, this.boxes.filter((box) => box.checked).map((box) => box.value).join(" "));
+    }
+}
+
 class ChoiceField extends Field {
     makeControl() {
-        return make("select", {}, ...choicesOf(this.element).map((choice) => new Option(choice, choice)));
+        const choices = choiceElements(this.element).map((choice) => new Option(choiceLabel(choice), ownText(choice)));
+        const select = make("select", {}, ...choices);
+        // What fills in forms by itself tells of a choice in this way alone.
+        select.addEventListener("change", () => this.edit());
+        return select;
     }
 
     show() {
@@ -177,6 +115,8 @@ class PasswordField extends Field {
         this.reveal.setAttribute("aria-pressed", "false");
         this.reveal.setAttribute("aria-controls", this.id);
         this.reveal.addEventListener("click", () => this.toggle());
+        // One that never comes out again can be replaced alone.
+        this.reveal.hidden = this.element.hasAttribute("sealed");
         return make("div", { className: "password" }, this.control, this.reveal);
     }
 
@@ -235,9 +175,12 @@ class PasswordField extends Field {
     }
 }
 
+const KINDS = { number: NumberField, yesno: YesNoField, set: SetField, mask: MaskField };
+
 export function makeField(element, page) {
-    if (element.getAttribute("type") !== "BSTR") {
-        return new ForeignField(element, page);
+    const type = element.getAttribute("type");
+    if (type !== "BSTR") {
+        return new (Object.hasOwn(KINDS, type) ? KINDS[type] : ForeignField)(element, page);
     }
     if (element.hasAttribute("password")) {
         return new PasswordField(element, page);

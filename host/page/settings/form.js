@@ -1,7 +1,8 @@
 // The settings document as a form. What there is to edit is read from the document: an element with a `type` is a value,
 // one that an `add` points to is a list with entries, everything else groups what stands in it.
 
-import { labelOf, make, makeField } from "./fields.js";
+import { labelOf, make } from "./field.js";
+import { makeField } from "./fields.js";
 import { choicesOf, nodeText, ownText, problemOf, selectOne, setOwnText } from "./rules.js";
 import { isKnown, text } from "../shared/words.js";
 import { hintOf } from "./text.js";
@@ -275,6 +276,17 @@ export class SettingsForm {
         this.values = makeFields(values, this.page); // fields outside of lists, by their path from the root
     }
 
+    // Those fields, by the element below the root that groups them: its label where it has one, or "".
+    get groups() {
+        const groups = new Map();
+        for (const [path, field] of this.values) {
+            const group = selectOne(path.split("/")[0], this.document.documentElement);
+            const label = group.hasAttribute("displayname") && !isValue(group) ? labelOf(group) : "";
+            groups.set(label, [...(groups.get(label) ?? []), field]);
+        }
+        return groups;
+    }
+
     #edited(field) {
         // What was wrong may have been put right elsewhere: a name given twice, for one.
         for (const other of this.fields()) {
@@ -364,7 +376,9 @@ export class SettingsForm {
         for (const [index, { key, text: words }] of problems.entries()) {
             const field = byElement.get(elements[index]);
             if (field !== undefined) {
-                field.showProblem(isKnown(key) ? text(key) : words);
+                if (field.check()) { // the page did not see it by itself
+                    field.showProblem(isKnown(key) ? text(key) : words);
+                }
                 concerned.push(field);
             }
         }

@@ -1,7 +1,7 @@
 // What lives in the server beside its settings: the phones that are cameras by a browser, and the tokens of programs.
 // Which there are, and the button that ends each.
 
-import { make } from "./fields.js";
+import { make } from "./field.js";
 import { copyText } from "../shared/text.js";
 import { setText } from "../shared/view.js";
 import { text } from "../shared/words.js";

@@ -237,10 +237,28 @@ export function holds(rule, element) {
 
 // --- What can be wrong with a value -----------------------------------------------------------------------------------
 
-// The texts on offer for an element with `lookup`; null for one that takes any.
-export function choicesOf(element) {
+// The elements on offer for an element with `lookup`; none for one that takes any text.
+export function choiceElements(element) {
     const path = element.getAttribute("lookup");
-    return path === null ? null : selectAll(path, element).map(nodeText);
+    return path === null ? [] : selectAll(path, element);
+}
+
+// Their texts; null for one that takes any.
+export function choicesOf(element) {
+    return element.hasAttribute("lookup") ? choiceElements(element).map(nodeText) : null;
+}
+
+// Of a whole number, and of a text with a length.
+function problemOfType(element, value) {
+    if (element.getAttribute("type") === "number") {
+        const [least, most] = [element.getAttribute("min") ?? "0", element.getAttribute("max") ?? "9007199254740991"];
+        if (!/^\d+$/u.test(value)) {
+            return { key: "notANumber" };
+        }
+        return Number(value) < Number(least) || Number(value) > Number(most) ? { key: "outOfRange", values: [least, most] } : null;
+    }
+    const longest = element.getAttribute("longest");
+    return longest !== null && new TextEncoder().encode(value).length > Number(longest) ? { key: "textTooLong", values: [longest] } : null;
 }
 
 // Values that stand more than once among those that a `unique` path reaches. A thousand entries share one look at them:
@@ -277,8 +295,13 @@ export function problemOf(element, seen = new Map()) {
     if (check !== null && !holds(check, element)) {
         return { key: value === "" ? "mustNotBeEmpty" : "notAllowed" };
     }
+    const wrong = problemOfType(element, value);
+    if (wrong !== null) {
+        return wrong;
+    }
     const choices = choicesOf(element);
-    if (choices !== null && !choices.includes(value)) {
+    const chosen = element.getAttribute("type") === "set" ? value.split(" ").filter((word) => word !== "") : [value];
+    if (choices !== null && !chosen.every((word) => choices.includes(word))) {
         return { key: "notAChoice" };
     }
     const unique = element.getAttribute("unique");
@@ -288,7 +311,7 @@ export function problemOf(element, seen = new Map()) {
     const restriction = element.getAttribute("restriction");
     if (restriction !== null && !holds(restriction, element)) {
         const path = element.getAttribute("onerror") ?? "";
-        const text = documentText(path, nodeText(selectOne(path, element)));
+        const text = documentText(path, nodeText(selectOne(path, element)), element.ownerDocument);
         return text === "" ? { key: "notAllowed" } : { text };
     }
     return null;

@@ -3,20 +3,29 @@
 import { isKnown, text } from "../shared/words.js";
 
 // What an element of the document is for, where its label does not say it.
-const HINTS = { host: "hostHint", cams: "camsHint" };
+const HINTS = {
+    host: "hostHint", cams: "camsHint",
+    phonesWatchAll: "phonesWatchAllHint", kinds: "noticeKindsHint", address: "webhookHint", secret: "webhookSecretHint",
+    server: "mqttHint", cameras: "camerasRecordedHint", mask: "maskHint",
+};
 
-let documentSpeaks = true; // the language of this page
+let componentSpeaks = ""; // the language of the component's documents
 
-// language: the one that the document's own texts are in.
 export function setDocumentLanguage(language) {
-    documentSpeaks = language === document.documentElement.lang;
+    componentSpeaks = language;
+}
+
+// Which a document has for its own texts: it may say so.
+function languageOf(tree) {
+    return tree.documentElement.getElementsByTagName("local")[0]?.getAttribute("lang") ?? componentSpeaks;
 }
 
 // A text that the document has at a path: "?" stands for one that nobody has translated yet, and for a reader of another
-// language the page has words of its own for the common ones.
-export function documentText(path, found) {
+// language the page has words of its own.
+export function documentText(path, found, tree) {
     const key = `label_${path.startsWith("//local/@") ? path.slice(9) : ""}`;
-    return isKnown(key) && (found === "?" || !documentSpeaks) ? text(key) : found;
+    const speaks = languageOf(tree) === document.documentElement.lang;
+    return isKnown(key) && (found === "?" || !speaks) ? text(key) : found;
 }
 
 // Of a value that is kept although the host would not take it today. `key` says why.

@@ -40,7 +40,7 @@ Answer ApiUnsound(const std::vector<ApiProblem>& problems) {
     return answer;
 }
 
-ApiBody::ApiBody(const ApiCall& call, std::initializer_list<std::string_view> known) {
+ApiBody::ApiBody(const ApiCall& call) {
     if (!IsJson(call.request.Field("Content-Type"))) {
         m_refused = Answer::Text(415, "A body has the Content-Type application/json.");
         return;
@@ -51,6 +51,9 @@ ApiBody::ApiBody(const ApiCall& call, std::initializer_list<std::string_view> kn
         return;
     }
     m_json = std::move(json);
+}
+
+ApiBody::ApiBody(const ApiCall& call, std::initializer_list<std::string_view> known) : ApiBody(call) {
     ExpectOnly(m_json, "", known);
 }
 

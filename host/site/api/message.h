@@ -26,6 +26,8 @@ Answer ApiUnsound(const std::vector<ApiProblem>& problems);
 // A body: one JSON object whose members are known texts, or not there.
 class ApiBody {
 public:
+    // Whatever members the object has.
+    explicit ApiBody(const ApiCall& call);
     ApiBody(const ApiCall& call, std::initializer_list<std::string_view> known);
 
     // What to answer in place of going on. Nothing while all is well.

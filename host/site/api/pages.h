@@ -2,8 +2,8 @@
 //
 // A request that changes something may come again: it then changes nothing. With If-Match it is carried out
 // on the version that the ETag of an answer names, or not at all. What a version is of: all of the settings,
-// for cameras; all users, for users. Passwords go in and never come out. Refusals are problem details (RFC
-// 9457).
+// for cameras; all users, for users; all preferences, for these. Passwords go in and never come out. Refusals
+// are problem details (RFC 9457).
 #pragma once
 
 #include <functional>
@@ -14,6 +14,8 @@
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/request.h"
+#include "host/notices/notices.h"
+#include "host/preferences/store.h"
 #include "host/settings/settings.h"
 #include "host/users/authenticator.h"
 #include "host/users/phones.h"
@@ -37,6 +39,8 @@ struct ApiPages {
     Authenticator& authenticator;
     Phones& phones;
     Tokens& tokens;
+    PreferenceStore& preferences;
+    Notices* const notices;                                           // null: nobody is told
     const std::function<void(std::string_view login)> forgetPassword; // of a first one that stands in a file
 
     [[nodiscard]] Answer Cameras(const ApiCall& call) const;
@@ -61,6 +65,14 @@ struct ApiPages {
     // The answer is the one place where the token itself is told.
     [[nodiscard]] Answer MakeToken(const ApiCall& call) const;
     [[nodiscard]] Answer RevokeToken(const ApiCall& call) const;
+
+    // The host's own settings. What a body does not have stays as it is.
+    [[nodiscard]] Answer GetPreferences(const ApiCall& call) const;
+    [[nodiscard]] Answer PutPreferences(const ApiCall& call) const;
+    // Of each who is told of events: what came of it.
+    [[nodiscard]] Answer NoticeStates(const ApiCall& call) const;
+    // Waits for what comes of it, some seconds.
+    [[nodiscard]] Answer TestNotice(const ApiCall& call) const;
 
 private:
     void TellOfUsers(const ApiCall& call, const std::string& what) const;

@@ -25,7 +25,7 @@ struct FreeWith {
 using Document = std::unique_ptr<xmlDoc, FreeWith<xmlFreeDoc>>;
 using Sheet = std::unique_ptr<xsltStylesheet, FreeWith<xsltFreeStylesheet>>;
 using Context = std::unique_ptr<xsltTransformContext, FreeWith<xsltFreeTransformContext>>;
-using Preferences = std::unique_ptr<xsltSecurityPrefs, FreeWith<xsltFreeSecurityPrefs>>;
+using SecurityPreferences = std::unique_ptr<xsltSecurityPrefs, FreeWith<xsltFreeSecurityPrefs>>;
 
 // No entity is replaced, nothing is fetched, and complaints go nowhere: a document is read or not.
 constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
@@ -47,8 +47,8 @@ Document Read(const std::string& text) {
         xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions));
 }
 
-Preferences NothingButMemory() {
-    Preferences preferences(xsltNewSecurityPrefs());
+SecurityPreferences NothingButMemory() {
+    SecurityPreferences preferences(xsltNewSecurityPrefs());
     if (!preferences)
         return nullptr;
     for (const auto option : {XSLT_SECPREF_READ_FILE, XSLT_SECPREF_WRITE_FILE, XSLT_SECPREF_CREATE_DIRECTORY,
@@ -98,7 +98,7 @@ std::optional<std::string> ApplyStyleSheet(const std::string& document, const st
     if (!sheet)
         return std::nullopt;
     (void)sheetDocument.release(); // the sheet's own from here on
-    const Preferences preferences = NothingButMemory();
+    const SecurityPreferences preferences = NothingButMemory();
     const Context context(xsltNewTransformContext(sheet.get(), page.get()));
     if (!preferences || !context || xsltSetCtxtSecurityPrefs(preferences.get(), context.get()) != 0)
         return std::nullopt;

@@ -24,13 +24,27 @@ Answer Told(unsigned status, std::string_view text, const std::vector<SettingsPr
     return Answer::Json(status, told);
 }
 
-Answer DocumentAnswer(SettingsReading reading) {
+Answer DocumentAnswer(std::string xml, std::string version) {
     Answer answer;
     answer.type = "text/xml; charset=utf-8";
     answer.headers["Cache-Control"] = "no-store";
-    answer.headers["ETag"] = std::move(reading.version);
-    answer.body = std::move(reading.xml);
+    answer.headers["ETag"] = std::move(version);
+    answer.body = std::move(xml);
     return answer;
+}
+
+void SayUnwritten(Answer& answer, std::string_view what) {
+    Console::Get().Log("error", std::string(what) +
+                                    " could not be written to disk; this is tried again every few seconds");
+    answer.headers["X-Settings-Written"] = "no";
+}
+
+Answer NoVersion() {
+    return Told(428, "Which version of the settings was edited? Send its ETag as If-Match.");
+}
+
+Answer Changed() {
+    return Told(412, "The settings have been changed since this document was read.");
 }
 
 } // namespace
@@ -52,12 +66,13 @@ Answer SettingsPages::State() const {
                                 {"configured", kit::ConfiguredLanguage()},
                                 {"choices", std::move(choices)}}},
                               {"trust", std::move(trust)},
-                              {"written", settings.IsWritten()}});
+                              {"written", settings.IsWritten() && preferences.IsWritten()}});
 }
 
 Answer SettingsPages::Document() const {
     auto reading = settings.Read();
-    return reading ? DocumentAnswer(std::move(*reading)) : Told(503, "The component gives no settings.");
+    return reading ? DocumentAnswer(std::move(reading->xml), std::move(reading->version))
+                   : Told(503, "The component gives no settings.");
 }
 
 Answer SettingsPages::Secret(const Request& request) const {
@@ -82,11 +97,11 @@ Answer SettingsPages::PutDocument(const Request& request, const SignIn& by, std:
     using enum SettingsChange::Result;
     const std::string_view version = request.Field("If-Match");
     if (version.empty())
-        return Told(428, "Which version of the settings was edited? Send its ETag as If-Match.");
+        return NoVersion();
     SettingsChange change = settings.Write(body, version);
     switch (change.result) {
     case Outdated:
-        return Told(412, "The settings have been changed since this document was read.");
+        return Changed();
     case NoDocument:
         return Told(400,
                     "This is no settings document: it is not well-formed, or has unknown password marks.");
@@ -102,12 +117,39 @@ Answer SettingsPages::PutDocument(const Request& request, const SignIn& by, std:
         break;
     }
     TellChange(events, EventKind::SettingsChanged, request, by, "settings changed");
-    Answer answer = DocumentAnswer(std::move(change.now));
-    if (change.result == NotWritten) {
-        Console::Get().Log(
-            "error", "the settings could not be written to disk; this is tried again every few seconds");
-        answer.headers["X-Settings-Written"] = "no";
+    Answer answer = DocumentAnswer(std::move(change.now.xml), std::move(change.now.version));
+    if (change.result == NotWritten)
+        SayUnwritten(answer, "the settings");
+    return answer;
+}
+
+Answer SettingsPages::Preferences() const {
+    PreferenceReading reading = preferences.Read();
+    return DocumentAnswer(std::move(reading.xml), std::move(reading.version));
+}
+
+Answer SettingsPages::PutPreferences(const Request& request, const SignIn& by, std::string_view body) const {
+    using enum PreferenceChange::Result;
+    const std::string_view version = request.Field("If-Match");
+    if (version.empty())
+        return NoVersion();
+    PreferenceChange change = preferences.Write(body, version);
+    switch (change.result) {
+    case Outdated:
+        return Changed();
+    case NoDocument:
+        return Told(400, "This is no document of preferences, or it is not well-formed.");
+    case Unsound:
+        return Told(422, "Some values cannot be stored.", change.problems);
+    case Done:
+    case NotWritten:
+        break;
     }
+    if (!change.same)
+        TellChange(events, EventKind::SettingsChanged, request, by, "preferences changed");
+    Answer answer = DocumentAnswer(std::move(change.now.xml), std::move(change.now.version));
+    if (change.result == NotWritten)
+        SayUnwritten(answer, "the preferences");
     return answer;
 }
 

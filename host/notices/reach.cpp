@@ -1,0 +1,57 @@
+#include "host/notices/reach.h"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace host {
+namespace {
+
+constexpr std::chrono::seconds kReachDeadline{5};
+
+struct FoundEnd {
+    void operator()(addrinfo* found) const noexcept { ::freeaddrinfo(found); }
+};
+
+std::string WhyNotConnected(const addrinfo& address, const Wakeup& stop, Clock::time_point deadline) {
+    const Descriptor socket(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket)
+        return std::strerror(errno);
+    if (::connect(socket.Get(), address.ai_addr, address.ai_addrlen) == 0)
+        return "";
+    if (errno != EINPROGRESS)
+        return std::strerror(errno);
+    if (WaitFor({.socket = socket.Get(), .socketEvents = POLLOUT, .stop = &stop}, deadline) != Waited::Ready)
+        return "no connection comes about";
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (::getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0)
+        error = errno;
+    return error == 0 ? "" : std::strerror(error);
+}
+
+} // namespace
+
+std::string WhyNotReached(const std::string& server, int port, const Wakeup& stop) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* list = nullptr;
+    if (const int code = ::getaddrinfo(server.c_str(), std::to_string(port).c_str(), &hints, &list);
+        code != 0)
+        return ::gai_strerror(code);
+    const std::unique_ptr<addrinfo, FoundEnd> found(list);
+    const auto deadline = Clock::now() + kReachDeadline;
+    std::string reason = "there is no such server";
+    for (const addrinfo* address = found.get(); address != nullptr; address = address->ai_next) {
+        reason = WhyNotConnected(*address, stop, deadline);
+        if (reason.empty())
+            break;
+    }
+    return reason;
+}
+
+} // namespace host
