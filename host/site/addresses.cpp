@@ -16,6 +16,7 @@ Page LivePage, Tiles, MotionJpeg, Snapshot, ViewPage, ViewStream, TinyPage, File
 Page Health, Metrics, Alive, Ready;
 Page SettingsPage, SettingsState, GetSettings, PutSettings, GetPreferences, PutPreferences, GetSecret,
     PutLanguage;
+Page EventsPage, EventNews, EventList;
 Page MakeLink, RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
@@ -92,6 +93,8 @@ constexpr Address kAddresses[] = {
     {"/settings/preferences", kPut,  Admin,    HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutPreferences},
     {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   Refused, GetSecret},
     {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutLanguage},
+    {"/events",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   EventsPage},
+    {"/events",            kSocket, Watcher,   Here,      Text,    0,             Named,   None,   Refused, EventNews},
     {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   Refused, MakeLink},
     {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   Refused, RevokeLink},
     {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  UseLink},
@@ -135,6 +138,7 @@ constexpr Address kAddresses[] = {
     {"/api/v1/users/*",            kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutUser>},
     {"/api/v1/users/*",            kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RemoveUser>},
     {"/api/v1/password",           kPut,    AnyUser, Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutPassword>},
+    {"/api/v1/events",             kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, EventList},
     {"/api/v1/phones",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::PhoneList>},
     {"/api/v1/phones/*",           kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::RevokePhone>},
     {"/api/v1/tokens",             kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::TokenList>},
@@ -242,6 +246,30 @@ void GetSecret(const Site& site, Visit& visit) {
 
 void PutLanguage(const Site& site, Visit& visit) {
     visit.Send(site.settings.PutLanguage(visit.request, visit.signIn, visit.body));
+}
+
+// Administrators see all of them.
+EventPages::Sees SeesEvents(const Visit& visit) {
+    if (visit.signIn.result == SignIn::Result::Known && Allows(visit.signIn.kind, Right::Administer))
+        return {};
+    return [rights = visit.rights](const Event& event) {
+        return IsOfPictures(event.kind) && !event.camera.empty() && rights.Sees(event.camera);
+    };
+}
+
+void EventsPage(const Site& site, Visit& visit) {
+    visit.Send(PageAnswer("events/index.html", visit.request, site.language, visit.AccountLine()));
+}
+
+void EventNews(const Site& site, Visit& visit) {
+    auto sees = SeesEvents(visit);
+    // The page begins anew with other rights.
+    auto held = visit.TakeHeld([before = visit.rights](const Rights& now) { return now == before; });
+    site.events.StartNews(visit.Take(), visit.request, std::move(sees), std::move(held));
+}
+
+void EventList(const Site& site, Visit& visit) {
+    visit.Send(site.events.List(visit.request, SeesEvents(visit)));
 }
 
 void MakeLink(const Site& site, Visit& visit) {

@@ -10,6 +10,7 @@
 #include "host/site/account/pages.h"
 #include "host/site/addresses.h"
 #include "host/site/api/pages.h"
+#include "host/site/events/pages.h"
 #include "host/site/links/pages.h"
 #include "host/site/live/pages.h"
 #include "host/site/mobile/pages.h"
@@ -83,10 +84,11 @@ struct Site {
                                                                                   parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
-          links{parts.authenticator, parts.authority, parts.certificates != nullptr, language,
-                [this](const Request& request, std::string_view login) {
-                    return mobile.Content(request, login);
-                }},
+          events{parts.events, limits, loops}, links{parts.authenticator, parts.authority,
+                                                     parts.certificates != nullptr, language,
+                                                     [this](const Request& request, std::string_view login) {
+                                                         return mobile.Content(request, login);
+                                                     }},
           phone{{parts.handlers, parts.feeds, parts.authenticator, parts.phones, counters},
                 phoneCookie,
                 limits,
@@ -127,6 +129,7 @@ struct Site {
     const MonitorPages monitor;
     const SettingsPages settings;
     const MobilePages mobile;
+    const EventPages events;
     const LinkPages links;
     const PhonePages phone;
     const TrustPages trust;

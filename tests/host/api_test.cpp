@@ -144,6 +144,8 @@ TEST(Api, AnswersByOperationAndKindOfUser) {
         {"GET /users/ann", "", {401, 403, 403, 200, 200, 200}},
         {"DELETE /users/ann", "", {401, 403, 403, 403, 204, 404}},
         {"PUT /password", R"({"present":"wrong","password":"pass-word"})", {401, 403, 403, 403, 403, 403}},
+        {"GET /events?limit=1&kind=camera-lost,motion-began&from=0", "", {401, 403, 200, 200, 200, 200}},
+        {"GET /events?kind=nonsense", "", {401, 403, 400, 400, 400, 400}},
         {"GET /phones", "", {401, 403, 403, 200, 200, 200}},
         {"DELETE /phones/x", "", {401, 403, 403, 403, 404, 404}},
         {"GET /tokens", "", {401, 403, 403, 200, 200, 200}},
@@ -347,6 +349,46 @@ TEST(Api, TokensAreAsGoodAsTheirUserAndInTheirPlaces) {
     EXPECT_EQ(program.Ask("POST /tokens", std::string(Rig::kAdmin), R"({"name":"n","scope":"read"})").status,
               409U);
     EXPECT_EQ(program.Ask("GET /cameras", all).status, 200U) << "none ends for another one";
+}
+
+TEST(Api, EventsAreThoseThatTheirReaderMaySee) {
+    Rig rig(LongLimits(), false);
+    rig.events.Tell({.kind = EventKind::CameraLost, .camera = "yard"});
+    rig.events.Tell({.kind = EventKind::SettingsChanged, .camera = "yard", .who = "admin"});
+    rig.events.Tell({.kind = EventKind::SignInRefused, .who = "x"});
+    rig.events.Tell({.kind = EventKind::MotionBegan, .camera = "g te"});
+    struct Case {
+        std::string query;
+        std::string_view user;
+        std::string numbers; // and the next one
+    };
+    const Case cases[] = {{"", Rig::kViewer, "4 1 null"},
+                          {"", Rig::kAdmin, "4 3 2 1 null"},
+                          {"?limit=2", Rig::kAdmin, "4 3 3"},
+                          {"?limit=2&before=3", Rig::kAdmin, "2 1 null"},
+                          {"?limit=1&before=4", Rig::kViewer, "1 null"},
+                          {"?kind=settings-changed,camera-lost&camera=", Rig::kAdmin, "2 1 null"},
+                          {"?camera=g+te", Rig::kViewer, "4 null"},
+                          {"?to=2020-01-01T00:00:00Z", Rig::kAdmin, "null"},
+                          {"?from=2020-01-01T00:00:00%2B01:00&camera=yard", Rig::kViewer, "1 null"}};
+    for (const Case& c : cases) {
+        const json told = json::parse(rig.Get("/api/v1/events" + c.query, kLocal + std::string(c.user)).body);
+        std::string numbers;
+        for (const json& event : told["events"])
+            numbers += event["number"].dump() + ' ';
+        EXPECT_EQ(numbers + told["next"].dump(), c.numbers) << c.query << c.user;
+    }
+    for (const char* wrong :
+         {"limit=0", "limit=1001", "before=x", "kind=camera-lost,", "kind=,", "from=today"})
+        EXPECT_EQ(rig.Get(std::string("/api/v1/events?") + wrong, kLocal + std::string(Rig::kAdmin)).status,
+                  std::string_view(wrong) == "kind=camera-lost," ? 200U : 400U)
+            << wrong;
+    Page page(rig.Port(), std::string(Rig::kViewer), "/events");
+    rig.events.Tell({.kind = EventKind::UsersChanged, .who = "admin"});
+    rig.events.Tell({.kind = EventKind::CameraConnected, .camera = "yard"});
+    const json news = json::parse(page.ReadNext(1).value_or("[]"));
+    ASSERT_EQ(news.size(), 1U) << news;
+    EXPECT_EQ(news[0]["kind"], "camera-connected");
 }
 
 } // namespace

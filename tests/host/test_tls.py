@@ -245,6 +245,7 @@ class Elsewhere(TlsCase):
         ("/settings/document", "GET"): ("/settings/document", "refused"), ("/settings/document", "PUT"): ("/settings/document", "refused"),
         ("/settings/preferences", "GET"): ("/settings/preferences", "refused"), ("/settings/preferences", "PUT"): ("/settings/preferences", "refused"),
         ("/settings/secret", "GET"): ("/settings/secret", "refused"), ("/settings/language", "PUT"): ("/settings/language", "refused"),
+        ("/events", "GET"): ("/events", "moved"), ("/events", "WS"): ("/events", "refused"),
         ("/links", "POST"): ("/links?camera=yard", "refused"), ("/links/*", "DELETE"): ("/links/x", "refused"), ("/get/*", "GET"): ("/get/x", 410),
         ("/xslt/enum/all", "GET"): ("/xslt/enum/all?xslt=cameras.xsl", 401), ("/mobile/*", "GET"): ("/mobile", 401),
         ("/mobile/config/*", "GET"): ("/mobile/config", "refused"), ("/mobile/video/*", "GET"): ("/mobile/video/yard", 401),
@@ -256,7 +257,7 @@ class Elsewhere(TlsCase):
         **{(f"/phone/{word}", "POST"): (f"/phone/{word}", "refused") for word in ("pair", "sign-in", "leave", "picture")},
         ("/api/v1/openapi.json", "GET"): ("/api/v1/openapi.json", 200), ("/api/*", "GET"): ("/api/x", "refused"),
         **{(f"/api/v1/{place}", method): (f"/api/v1/{place.replace('*', 'x')}", "refused") for method, places in (
-            ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* phones tokens preferences notices"),
+            ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* events phones tokens preferences notices"),
             ("PATCH", "cameras"), ("PUT", "cameras/* users/* password preferences"), ("POST", "cameras/*/link tokens notices/*/test"),
             ("DELETE", "cameras/* users/* phones/* tokens/*")) for place in places.split()},
         ("/cameras/*", "POST"): ("/cameras/yard/control", "refused"), ("/assets/phone/*", "GET"): ("/assets/phone/app.js", "moved"),

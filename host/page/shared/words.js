@@ -448,6 +448,27 @@ export const WORDS = {
     revokeToken: ["Revoke the token {}", "Anular el token {}", "Révoquer le jeton {}", "Отозвать токен {}", "Atsaukt pilnvaru {}", "{} tokenini ləğv et", "ტოკენის გაუქმება: {}"],
     phoneRevoked: ["Revoked: {}", "Anulado: {}", "Révoqué : {}", "Отозван: {}", "Atsaukts: {}", "Ləğv edildi: {}", "გაუქმდა: {}"],
 
+    // Events
+    events: ["Events", "Eventos", "Événements", "События", "Notikumi", "Hadisələr", "მოვლენები"],
+    noEvents: ["Nothing has happened.", "No ha pasado nada.", "Rien ne s’est passé.", "Ничего не произошло.", "Nekas nav noticis.", "Heç nə baş verməyib.", "არაფერი მომხდარა."],
+    eventKind: ["What happened", "Qué pasó", "Ce qui s’est passé", "Что произошло", "Kas notika", "Nə baş verib", "რა მოხდა"],
+    allKinds: ["Everything", "Todo", "Tout", "Всё", "Viss", "Hamısı", "ყველაფერი"],
+    eventFrom: ["From", "Desde", "Du", "С", "No", "Nə vaxtdan", "საიდან"],
+    eventTo: ["To", "Hasta", "Au", "По", "Līdz", "Nə vaxtadək", "სადამდე"],
+    eventsOlder: ["Older ones", "Anteriores", "Plus anciens", "Более ранние", "Vecāki", "Daha əvvəlkilər", "უფრო ძველი"],
+    eventConnected: ["Phone connected", "Teléfono conectado", "Téléphone connecté", "Телефон подключён", "Tālrunis pievienojies", "Telefon qoşuldu", "ტელეფონი დაკავშირდა"],
+    eventLost: ["Phone lost", "Teléfono perdido", "Téléphone perdu", "Телефон пропал", "Tālrunis pazudis", "Telefon itdi", "ტელეფონი დაიკარგა"],
+    eventMotion: ["Movement", "Movimiento", "Mouvement", "Движение", "Kustība", "Hərəkət", "მოძრაობა"],
+    eventStill: ["Movement over", "Fin del movimiento", "Fin du mouvement", "Движение прекратилось", "Kustība beigusies", "Hərəkət bitdi", "მოძრაობა დასრულდა"],
+    eventPaused: ["Recording paused", "Grabación en pausa", "Enregistrement suspendu", "Запись приостановлена", "Ieraksts pauzēts", "Yazı dayandırıldı", "ჩაწერა შეჩერდა"],
+    eventResumed: ["Recording goes on", "La grabación continúa", "L’enregistrement reprend", "Запись продолжена", "Ieraksts turpinās", "Yazı davam edir", "ჩაწერა გრძელდება"],
+    eventRecordingTrouble: ["Trouble with recordings", "Problema con las grabaciones", "Problème d’enregistrement", "Неполадка с записями", "Problēma ar ierakstiem", "Yazılarla bağlı problem", "ჩანაწერების პრობლემა"],
+    eventNoticeTrouble: ["A notice was not delivered", "No se entregó un aviso", "Un avis n’a pas été remis", "Уведомление не доставлено", "Paziņojums nav piegādāts", "Bildiriş çatdırılmadı", "შეტყობინება ვერ მივიდა"],
+    eventRefused: ["Wrong password", "Contraseña incorrecta", "Mot de passe erroné", "Неверный пароль", "Nepareiza parole", "Yanlış parol", "არასწორი პაროლი"],
+    eventSettings: ["Settings changed", "Ajustes cambiados", "Réglages modifiés", "Настройки изменены", "Iestatījumi mainīti", "Ayarlar dəyişdirildi", "პარამეტრები შეიცვალა"],
+    eventUsers: ["Users changed", "Usuarios cambiados", "Utilisateurs modifiés", "Пользователи изменены", "Lietotāji mainīti", "İstifadəçilər dəyişdirildi", "მომხმარებლები შეიცვალა"],
+    eventStarted: ["Server started", "Servidor iniciado", "Serveur démarré", "Сервер запущен", "Serveris palaists", "Server işə düşdü", "სერვერი ჩაირთო"],
+
     // Labels that the component's documents have in some languages only, by their names there
     label_name: ["Name", "Nombre", "Nom", "Имя", "Vārds", "Ad", "სახელი"],
     label_type: ["Type", "Tipo", "Type", "Тип", "Tips", "Növ", "ტიპი"],
