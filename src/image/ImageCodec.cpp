@@ -3,6 +3,7 @@
 
 #include "image/ImageCodec.h"
 
+#include "image/CellMeans.h"
 #include "image/FallbackEngine.h"
 #include "image/StripJpeg.h"
 #include "image/jpegdec/JpegDecoder.h"
@@ -250,4 +251,12 @@ std::int32_t EncodeJpegYV12(const std::uint8_t* pY, const std::uint8_t* pCr, con
     } catch (...) {
         return ImageEncodeFailed;
     }
+}
+
+std::int32_t MeanOfCells(const std::uint8_t* pY, std::int32_t nWidth, std::int32_t nHeight,
+                         std::int32_t nYStep, std::int32_t nColumns, std::int32_t nRows,
+                         std::uint16_t* pMeans) noexcept {
+    if (const std::int32_t nState = StartKernels(); nState < 0)
+        return nState;
+    return CellMeans(pY, nWidth, nHeight, nYStep, nColumns, nRows, pMeans);
 }

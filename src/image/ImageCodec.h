@@ -17,6 +17,7 @@ inline constexpr std::int32_t ImageUnreadable =
 inline constexpr std::int32_t ImageEncodeFailed = -2; // the encoder failed
 inline constexpr std::int32_t ImageNoMemory = -4;     // no temporary buffer for a decode into YV12
 inline constexpr std::int32_t ImageBadStride = -5;    // a negative destination stride
+inline constexpr std::int32_t ImageBadGrid = -6;      // MeanOfCells alone: no such grid lies over the picture
 inline constexpr std::int32_t ImageMustBeEncoded = 1; // StripJpeg alone: encode the decoded picture instead
 
 // Above zero until the kernels are started, zero from the first use on. A negative value would be a start-up
@@ -88,5 +89,14 @@ using ImageSizeFilter = bool (*)(std::int32_t nWidth, std::int32_t nHeight) noex
                                           std::int32_t nQuality, std::uint8_t* pOut,
                                           std::int32_t nOutCapacity, std::int32_t* pnOutSize,
                                           std::int32_t nYStep) noexcept;
+
+// A picture from afar, for those who look for what changes in it: the mean of the samples of each cell of a
+// grid, in 1/256, to the nearest or, near the middle of two, the next. Y: nHeight rows of nWidth samples,
+// nYStep bytes from one to the next. The grid has 1 to 256 columns and rows, whose cells have 1 to 2048
+// samples a side: cell c of a row begins at column c * nWidth / nColumns, rounded down. pMeans gets nRows
+// rows of nColumns, or nothing with ImageBadGrid or ImageBadStride.
+[[nodiscard]] std::int32_t MeanOfCells(const std::uint8_t* pY, std::int32_t nWidth, std::int32_t nHeight,
+                                       std::int32_t nYStep, std::int32_t nColumns, std::int32_t nRows,
+                                       std::uint16_t* pMeans) noexcept;
 
 #pragma GCC visibility pop

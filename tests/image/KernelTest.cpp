@@ -126,6 +126,63 @@ TEST_P(KernelLevels, InverseTransformIsAccurate) {
 }
 
 // Tables of one code each: a DC symbol of 0 is "0", and so is the end of a block; all else has no code.
+// Means of cells of every width, of pictures of one sample and of the largest sums, and nothing behind them.
+TEST_P(KernelLevels, CellsHaveTheirMeans) {
+    struct Grid {
+        std::int32_t nWidth, nHeight, nColumns, nRows;
+        int nSample; // -1: random ones
+    };
+    const Grid aGrids[] = {{320, 240, 80, 60, -1},  {1, 1, 1, 1, -1},     {177, 145, 80, 60, -1},
+                           {33, 9, 7, 9, -1},       {256, 3, 256, 1, -1}, {65, 2048, 3, 1, -1},
+                           {2048, 515, 1, 2, 255},  {5000, 4, 3, 4, -1},  {31, 5, 31, 5, 255},
+                           {4099, 1100, 256, 2, -1}};
+    for (const Grid& grid : aGrids) {
+        SCOPED_TRACE(testing::Message() << grid.nWidth << "x" << grid.nHeight);
+        const std::int32_t nStep = grid.nWidth + 5;
+        const auto nBytes = static_cast<std::size_t>(nStep) * static_cast<std::size_t>(grid.nHeight - 1) +
+                            static_cast<std::size_t>(grid.nWidth);
+        Bytes picture = Random(nBytes, 7);
+        if (grid.nSample >= 0)
+            std::fill(picture.begin(), picture.end(), static_cast<std::uint8_t>(grid.nSample));
+        const auto nCells = static_cast<std::size_t>(grid.nColumns * grid.nRows);
+        std::vector<std::uint16_t> means(nCells + 1, 0xEEEE);
+        ASSERT_EQ(MeanOfCells(picture.data(), grid.nWidth, grid.nHeight, nStep, grid.nColumns, grid.nRows,
+                              means.data()),
+                  ImageOk);
+        EXPECT_EQ(means[nCells], 0xEEEE);
+        for (std::size_t n = 0; n < nCells; ++n) {
+            const auto edge = [](std::size_t i, std::int32_t nSize, std::int32_t nCount) {
+                return i * static_cast<std::size_t>(nSize) / static_cast<std::size_t>(nCount);
+            };
+            const std::size_t c = n % static_cast<std::size_t>(grid.nColumns),
+                              r = n / static_cast<std::size_t>(grid.nColumns);
+            double dSum = 0, dCount = 0;
+            for (std::size_t y = edge(r, grid.nHeight, grid.nRows); y < edge(r + 1, grid.nHeight, grid.nRows);
+                 ++y) {
+                for (std::size_t x = edge(c, grid.nWidth, grid.nColumns);
+                     x < edge(c + 1, grid.nWidth, grid.nColumns); ++x, ++dCount)
+                    dSum += picture[y * static_cast<std::size_t>(nStep) + x];
+            }
+            ASSERT_NEAR(means[n], 256 * dSum / dCount, 0.51) << n;
+        }
+    }
+    std::uint16_t nMean = 7;
+    const Bytes picture = Random(64, 1);
+    for (const Grid& grid : {Grid{8, 8, 9, 1, 0},
+                             {8, 8, 1, 9, 0},
+                             {8, 8, 0, 1, 0},
+                             {8, 8, 1, -1, 0},
+                             {0, 8, 1, 1, 0},
+                             {INT32_MAX, 8, 1, 1, 0},
+                             {257, 1, 257, 1, 0}})
+        EXPECT_EQ(MeanOfCells(picture.data(), grid.nWidth, grid.nHeight, INT32_MAX, grid.nColumns, grid.nRows,
+                              &nMean),
+                  ImageBadGrid);
+    EXPECT_EQ(MeanOfCells(picture.data(), 8, 8, 7, 1, 1, &nMean), ImageBadStride);
+    EXPECT_EQ(MeanOfCells(nullptr, 8, 8, 8, 1, 1, &nMean), ImageBadGrid);
+    EXPECT_EQ(nMean, 7);
+}
+
 TEST_P(KernelLevels, IntakeAtMarkersAndEnds) {
     struct Row {
         const char* szName;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "image/kernels/Batch.h"
+#include "image/kernels/Cells.h"
 #include "image/kernels/Colour.h"
 #include "image/kernels/Decode.h"
 #include "image/kernels/Encode.h"
@@ -22,6 +23,7 @@
 #define EVERY_KERNEL(KERNEL)                                                                                 \
     KERNEL(ippxVariant, 1)                                                                                   \
     BATCH_KERNELS(KERNEL)                                                                                    \
+    CELL_KERNELS(KERNEL)                                                                                     \
     COLOUR_KERNELS(KERNEL)                                                                                   \
     DECODE_KERNELS(KERNEL)                                                                                   \
     ENCODE_KERNELS(KERNEL)                                                                                   \

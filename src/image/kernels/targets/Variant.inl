@@ -50,6 +50,7 @@ IppStatus ippxVariant(const char** pszSet) {
 #include "image/kernels/bodies/BatchDecode.inl"
 #include "image/kernels/bodies/BatchEncode.inl"
 #include "image/kernels/bodies/BatchProgressive.inl"
+#include "image/kernels/bodies/Cells.inl"
 #include "image/kernels/bodies/Colour.inl"
 #include "image/kernels/bodies/Decode.inl"
 #include "image/kernels/bodies/DecodeProgressive.inl"
