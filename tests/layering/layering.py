@@ -23,7 +23,7 @@ COMMON = {
 }
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
-HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
+HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/motion", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/recordings", "host/notices", "host/control"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "events", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "users", "view")
@@ -72,6 +72,7 @@ TABLE = {
     "host/http": {"platform", "host/base", "host/log", "host/tls"},
     "host/users": {"platform", "host/base", "host/log", "host/events", "host/tls", "host/http", "kit/component", "kit/settings"},
     "host/feed": INTERFACES | {"host/base", "host/log", "host/events", "kit/picture"},
+    "host/motion": {"platform", "host/base", "host/feed", "kit/picture"} | IMAGE,
     "host/sources": {"platform", "host/base", "host/users", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
