@@ -1,5 +1,8 @@
 #include "host/main/services.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "host/log/console.h"
 
 namespace host {
@@ -19,12 +22,46 @@ NoticeAccess AccessOf(FeedTable& feeds) {
                 }};
 }
 
+std::map<std::string, MotionSettings, std::less<>> MotionOf(const Preferences& preferences) {
+    std::map<std::string, MotionSettings, std::less<>> cameras;
+    for (const auto& [name, camera] : preferences.cameras) {
+        MotionSettings& motion = cameras[name];
+        motion.on = camera.motion || camera.record == RecordMode::OnMotion;
+        motion.sensitivity = camera.sensitivity;
+        if (!camera.mask.IsEmpty())
+            motion.mask = [mask = camera.mask](int column, int row, int columns, int rows) {
+                return mask.Masks(column * CellMask::kColumns / columns, row * CellMask::kRows / rows);
+            };
+    }
+    return cameras;
+}
+
+void TellMotion(EventLog& events, const MotionNews& news) {
+    Event event{.time = news.when,
+                .kind = news.begins ? EventKind::MotionBegan : EventKind::MotionEnded,
+                .camera = news.camera,
+                .text = news.begins ? "Something moves." : "Nothing moves any more."};
+    const auto percent = [](double part) { return std::to_string(static_cast<int>(part * 100 + 0.5)); };
+    if (news.begins) {
+        event.details["x"] = percent(news.place.x);
+        event.details["y"] = percent(news.place.y);
+        event.details["area"] = percent(news.place.share);
+    } else {
+        event.details["seconds"] = std::to_string(news.lasted.count() / 1000);
+    }
+    events.Tell(std::move(event));
+}
+
 } // namespace
 
 Services::Services(FeedTable& feeds, const Places& places)
     : m_feeds(feeds), m_events(places.recordings + "/events"),
       m_preferences(PreferenceStore::FileBeside(places.settings)),
-      m_notices(m_events, m_preferences, places.data, AccessOf(feeds)) {
+      m_notices(m_events, m_preferences, places.data, AccessOf(feeds)),
+      m_motion([this](const MotionNews& news) { TellMotion(m_events, news); }) {
+    Obey(*m_preferences.Now());
+    m_preferences.Listen([this](const Preferences&, const Preferences& now) { Obey(now); });
+    m_feeds.AddTapMaker(m_motion);
     Console::Get().SetRefusalListener([this](const Console::Refusal& refusal) { m_refusals.Note(refusal); });
     m_events.Tell({.kind = EventKind::ServerStarted, .text = "The server has started."});
 }
@@ -33,9 +70,19 @@ Services::~Services() {
     Console::Get().SetRefusalListener(nullptr);
 }
 
+void Services::Obey(const Preferences& preferences) {
+    m_motion.SetCameras(MotionOf(preferences));
+    // The journal has what the recordings' pages show beside pictures.
+    constexpr int kLeastDays = 7;
+    constexpr int kAlways = 36500;
+    const int days = preferences.recording.days;
+    m_events.KeepFor(std::chrono::days(days == 0 ? kAlways : std::max(days, kLeastDays)));
+}
+
 void Services::Tick() {
     m_refusals.Tick();
     m_connections.Look(m_feeds);
+    m_motion.Tick();
 }
 
 } // namespace host

@@ -8,6 +8,7 @@
 #include "host/events/refusal_events.h"
 #include "host/feed/connection_events.h"
 #include "host/feed/feed_table.h"
+#include "host/motion/watch.h"
 #include "host/notices/notices.h"
 #include "host/preferences/store.h"
 
@@ -35,10 +36,13 @@ public:
     void Tick();
 
 private:
+    void Obey(const Preferences& preferences);
+
     FeedTable& m_feeds;
     EventLog m_events;
     PreferenceStore m_preferences;
     Notices m_notices;
+    MotionWatch m_motion;
     RefusalEvents m_refusals{m_events};
     ConnectionEvents m_connections{m_events};
 };
