@@ -121,6 +121,8 @@ kit::PicturePtr CameraFeed::Newest() const {
 }
 
 bool CameraFeed::IsWatched(Clock::time_point now) const noexcept {
+    if (std::ranges::any_of(m_taps, [](const auto& tap) { return tap->Watches(); }))
+        return true;
     const Clock::rep watched = m_watched;
     return watched != 0 && now - Clock::time_point(Clock::duration(watched)) < kWatchedFor;
 }

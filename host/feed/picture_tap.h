@@ -21,6 +21,9 @@ public:
     // for nothing and calls nothing of the component. One call at a time. `connection` is another number for
     // each connection of a phone; 0 for pictures that come on none of the host's.
     virtual void OnPicture(const kit::PicturePtr& picture, std::uint64_t connection) noexcept = 0;
+    // Whether it makes use of what comes, as somebody who watches does: a phone that sends less while nobody
+    // watches is to send all. Any thread.
+    [[nodiscard]] virtual bool Watches() const noexcept { return false; }
 };
 
 class TapMaker {

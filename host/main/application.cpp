@@ -222,7 +222,8 @@ public:
           m_feeds(ComObject<FeedTable>::Create(options.reencode ? Pictures::Encoded : Pictures::PassedOn)),
           m_services(*m_feeds, {.data = m_data.Path(),
                                 .settings = kit::SettingsFile(m_data.Path()),
-                                .recordings = m_data.File("recordings")}),
+                                .recordings = options.recordings.empty() ? m_data.File("recordings")
+                                                                         : options.recordings}),
           m_settings(m_authenticator, *m_feeds, kit::SettingsFile(m_data.Path())) {
         Console::Get().SetVerbosity(options.verbosity);
         ShowComponentLines();
@@ -277,7 +278,8 @@ public:
                                                               m_data.ForgetAdminPassword();
                                                       },
                                                   .authority = m_authority,
-                                                  .notices = &m_services.Receivers()});
+                                                  .notices = &m_services.Receivers(),
+                                                  .recording = &m_services.Recording()});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
         OpenControlSocket();
     }

@@ -33,6 +33,7 @@ const std::string_view kHelpText =
                          elsewhere they do, and the passwords are random
   --pictures DIR         what the simulated phones send: folders "yard" and "gate" with *.jpg files
   --files DIR            folders of *.jpg pictures that can be watched as file/FOLDER (DATA/files)
+  --recordings DIR       what is recorded, and the journal of events (DATA/recordings); made if it is missing
   --quiet                no status lines, and of the log only what went wrong
   --verbose              every channel of the log
   --add-user NAME        adds a user, or gives it a new password, which is asked for at a terminal and else a line of standard
@@ -155,6 +156,7 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
          }},
         {"--no-tls", [&](auto, auto) { options.tls = false; }, true},
         {"--files", SomeText(options.files)},
+        {"--recordings", SomeText(options.recordings)},
         {"--pictures", SomeText(options.pictures)},
         {"--type",
          [&](auto name, auto value) {

@@ -31,6 +31,7 @@ struct Options {
     bool demo = false;
     Verbosity verbosity = Verbosity::Normal;
     std::string files;               // folders of pictures to watch; empty: "files" of the data folder
+    std::string recordings;          // what is recorded; empty: "recordings" of the data folder
     std::string pictures;            // of the demo's phones; empty: found beside the program
     std::vector<std::string> words;  // Control: "camera" or "token", what to do, and with which one
     std::string cameraType;          // Control; empty: as it is, or the usual one

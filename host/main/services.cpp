@@ -8,6 +8,9 @@
 namespace host {
 namespace {
 
+// How late a camera that leaves the settings counts as removed.
+constexpr std::chrono::seconds kFollowEvery{1};
+
 NoticeAccess AccessOf(FeedTable& feeds) {
     return {.isConnected =
                 [&feeds](const std::string& camera) {
@@ -58,9 +61,12 @@ Services::Services(FeedTable& feeds, const Places& places)
     : m_feeds(feeds), m_events(places.recordings + "/events"),
       m_preferences(PreferenceStore::FileBeside(places.settings)),
       m_notices(m_events, m_preferences, places.data, AccessOf(feeds)),
-      m_motion([this](const MotionNews& news) { TellMotion(m_events, news); }) {
+      m_recording(places.recordings, m_events, m_preferences),
+      m_motion([this](const MotionNews& news) { OnMotion(news); }) {
     Obey(*m_preferences.Now());
     m_preferences.Listen([this](const Preferences&, const Preferences& now) { Obey(now); });
+    // The recorder first: it has the picture in which motion begins.
+    m_feeds.AddTapMaker(m_recording.Recording());
     m_feeds.AddTapMaker(m_motion);
     Console::Get().SetRefusalListener([this](const Console::Refusal& refusal) { m_refusals.Note(refusal); });
     m_events.Tell({.kind = EventKind::ServerStarted, .text = "The server has started."});
@@ -79,10 +85,25 @@ void Services::Obey(const Preferences& preferences) {
     m_events.KeepFor(std::chrono::days(days == 0 ? kAlways : std::max(days, kLeastDays)));
 }
 
+void Services::OnMotion(const MotionNews& news) {
+    if (news.begins)
+        m_recording.Recording().MotionBegan(news.camera);
+    else
+        m_recording.Recording().MotionEnded(news.camera);
+    TellMotion(m_events, news);
+}
+
 void Services::Tick() {
     m_refusals.Tick();
     m_connections.Look(m_feeds);
     m_motion.Tick();
+    if (const auto now = Clock::now(); now >= m_nextFollow) {
+        m_nextFollow = now + kFollowEvery;
+        std::vector<std::string> cameras;
+        for (const FeedPtr& feed : m_feeds.List())
+            cameras.push_back(feed->Name());
+        m_recording.Follow(cameras);
+    }
 }
 
 } // namespace host

@@ -11,6 +11,7 @@
 #include "host/motion/watch.h"
 #include "host/notices/notices.h"
 #include "host/preferences/store.h"
+#include "host/recordings/recording_service.h"
 
 namespace host {
 
@@ -31,20 +32,24 @@ public:
     [[nodiscard]] EventLog& Events() noexcept { return m_events; }
     [[nodiscard]] PreferenceStore& Preferences() noexcept { return m_preferences; }
     [[nodiscard]] Notices& Receivers() noexcept { return m_notices; }
+    [[nodiscard]] RecordingService& Recording() noexcept { return m_recording; }
 
     // Called by the host's ticker, after the feeds have looked for connections.
     void Tick();
 
 private:
     void Obey(const Preferences& preferences);
+    void OnMotion(const MotionNews& news);
 
     FeedTable& m_feeds;
     EventLog m_events;
     PreferenceStore m_preferences;
     Notices m_notices;
+    RecordingService m_recording;
     MotionWatch m_motion;
     RefusalEvents m_refusals{m_events};
     ConnectionEvents m_connections{m_events};
+    Clock::time_point m_nextFollow{};
 };
 
 } // namespace host

@@ -13,12 +13,11 @@
 #include <string>
 
 #include "host/base/wait.h"
+#include "host/preferences/preferences.h"
 #include "host/recordings/recorded.h"
 #include "kit/picture/picture.h"
 
 namespace host {
-
-enum class RecordingMode { Off, Always, OnMotion };
 
 // What may wait for the disk, how large a file becomes, and what is kept of the time before something moved.
 struct RecorderLimits {
@@ -38,7 +37,7 @@ struct RecorderChannel {
     explicit RecorderChannel(std::string name) : camera(std::move(name)) {}
 
     const std::string camera;
-    std::atomic<RecordingMode> mode{RecordingMode::Off};
+    std::atomic<RecordMode> mode{RecordMode::Off};
     std::atomic<bool> recording{false};
     std::atomic<std::uint64_t> pictures{0};
     std::atomic<std::uint64_t> bytes{0};

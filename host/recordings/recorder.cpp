@@ -13,9 +13,12 @@ public:
         : m_queue(std::move(queue)), m_channel(std::move(channel)) {}
 
     void OnPicture(const kit::PicturePtr& picture, std::uint64_t connection) noexcept override {
-        if (m_channel->mode.load(std::memory_order_relaxed) != RecordingMode::Off &&
+        if (m_channel->mode.load(std::memory_order_relaxed) != RecordMode::Off &&
             !m_queue->Push(m_channel, picture, connection))
             m_channel->dropped.fetch_add(1, std::memory_order_relaxed);
+    }
+    [[nodiscard]] bool Watches() const noexcept override {
+        return m_channel->mode.load(std::memory_order_relaxed) != RecordMode::Off;
     }
 
 private:
@@ -58,12 +61,12 @@ std::shared_ptr<PictureTap> Recorder::TapOf(const std::string& camera) {
     return std::make_shared<RecorderTap>(m_queue, ChannelOf(camera));
 }
 
-void Recorder::SetModes(std::map<std::string, RecordingMode, std::less<>> modes) {
+void Recorder::SetModes(std::map<std::string, RecordMode, std::less<>> modes) {
     const std::lock_guard guard(m_mutex);
     m_modes = std::move(modes);
     for (const auto& [camera, channel] : m_channels) {
         const auto found = m_modes.find(camera);
-        const RecordingMode mode = found != m_modes.end() ? found->second : RecordingMode::Off;
+        const RecordMode mode = found != m_modes.end() ? found->second : RecordMode::Off;
         if (channel->mode.exchange(mode) == mode)
             continue;
         RecorderItem item;
@@ -93,7 +96,7 @@ std::vector<CameraRecording> Recorder::Figures() const {
     std::vector<CameraRecording> all;
     const std::lock_guard guard(m_mutex);
     for (const auto& [camera, channel] : m_channels) {
-        if (channel->mode == RecordingMode::Off && channel->pictures == 0)
+        if (channel->mode == RecordMode::Off && channel->pictures == 0)
             continue;
         all.push_back({.camera = camera,
                        .recording = channel->recording,

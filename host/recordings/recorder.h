@@ -41,7 +41,7 @@ public:
 
     std::shared_ptr<PictureTap> TapOf(const std::string& camera) override;
     // What is to be recorded from now on; cameras that are not named are not.
-    void SetModes(std::map<std::string, RecordingMode, std::less<>> modes);
+    void SetModes(std::map<std::string, RecordMode, std::less<>> modes);
     // Of cameras that are recorded on motion. What came in the seconds before is recorded, too.
     void MotionBegan(const std::string& camera);
     void MotionEnded(const std::string& camera);
@@ -63,7 +63,7 @@ private:
     const std::unique_ptr<RecorderWriter> m_writer;
     mutable std::mutex m_mutex; // the two below
     std::map<std::string, RecorderChannelPtr, std::less<>> m_channels;
-    std::map<std::string, RecordingMode, std::less<>> m_modes;
+    std::map<std::string, RecordMode, std::less<>> m_modes;
     std::thread m_thread;
 };
 

@@ -70,9 +70,9 @@ void RecorderWriter::Handle(const RecorderItem& item) {
         break;
     }
     case RecorderItem::Kind::ModeChanged:
-        if (stream.channel->mode == RecordingMode::Off)
+        if (stream.channel->mode == RecordMode::Off)
             EndFile(stream);
-        if (stream.channel->mode != RecordingMode::OnMotion)
+        if (stream.channel->mode != RecordMode::OnMotion)
             ForgetBefore(stream);
         break;
     case RecorderItem::Kind::MotionBegan:
@@ -90,12 +90,12 @@ void RecorderWriter::Record(Stream& stream, const Shot& shot) {
     stream.newest = shot.utc;
     stream.arrival = shot.arrival;
     switch (stream.channel->mode.load()) {
-    case RecordingMode::Off:
+    case RecordMode::Off:
         break;
-    case RecordingMode::Always:
+    case RecordMode::Always:
         Write(stream, shot);
         break;
-    case RecordingMode::OnMotion:
+    case RecordMode::OnMotion:
         if (stream.moves || shot.arrival <= stream.moveUntil) {
             Write(stream, shot);
         } else {
@@ -158,7 +158,7 @@ void RecorderWriter::BeginMotion(Stream& stream) {
     if (std::exchange(stream.moves, true))
         return;
     stream.moved = stream.newest;
-    if (stream.channel->mode != RecordingMode::OnMotion)
+    if (stream.channel->mode != RecordMode::OnMotion)
         return;
     for (const Kept& kept : std::exchange(stream.before, {})) {
         Shot shot = kept.shot;

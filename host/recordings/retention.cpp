@@ -9,7 +9,7 @@ using Kind = RetentionStep::Kind;
 
 constexpr UnixMs kDayMs = 86'400'000;
 
-RetentionLimits::Camera LimitsOf(const RecordedCamera& camera, const RetentionLimits& limits) {
+RetentionLimits::Camera OwnLimits(const RecordedCamera& camera, const RetentionLimits& limits) {
     RetentionLimits::Camera own;
     // A camera that is gone has no settings; those of its name are another one's.
     if (const auto found = limits.cameras.find(camera.name);
@@ -36,7 +36,7 @@ std::optional<RetentionStep> Shrink(Index& index, std::int64_t camera, const Ind
 }
 
 std::string Megabytes(std::uint64_t bytes) {
-    return std::to_string(bytes >> 20) + " MB";
+    return std::to_string(bytes / 1'000'000) + " MB";
 }
 
 } // namespace
@@ -45,7 +45,7 @@ RetentionStep NextRetentionStep(Index& index, const std::vector<RecordedCamera>&
                                 const RetentionLimits& limits, UnixMs now,
                                 const std::optional<Disk::Space>& space, bool paused) {
     for (const RecordedCamera& camera : cameras) {
-        const RetentionLimits::Camera own = LimitsOf(camera, limits);
+        const RetentionLimits::Camera own = OwnLimits(camera, limits);
         if (own.days > 0) {
             const auto oldest = index.Oldest(camera.id, false);
             if (oldest && oldest->end < now - own.days * kDayMs)

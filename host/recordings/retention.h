@@ -24,7 +24,7 @@ struct RetentionLimits {
     std::uint64_t bytes = 0;
     // What stays free on the disk: the larger one of the two.
     int freePercent = 5;
-    std::uint64_t freeBytes = std::uint64_t{2} << 30;
+    std::uint64_t freeBytes = 2'048'000'000;
     std::map<std::string, Camera, std::less<>> cameras; // by name; of those in the settings
 };
 

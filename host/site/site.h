@@ -7,6 +7,7 @@
 #include "host/http/proxy.h"
 #include "host/notices/notices.h"
 #include "host/preferences/store.h"
+#include "host/recordings/recording_service.h"
 #include "host/site/account/pages.h"
 #include "host/site/addresses.h"
 #include "host/site/api/pages.h"
@@ -59,6 +60,8 @@ struct SiteParts {
     std::string authority{};
     // Null: nobody is told of events.
     Notices* notices = nullptr;
+    // Null: nothing is recorded.
+    RecordingService* recording = nullptr;
 };
 
 struct Site {
@@ -76,12 +79,9 @@ struct Site {
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
                                                                             parts.packers, limits.staleAfter,
                                                                             parts.language},
-          monitor{parts.feeds, counters, parts.packers, parts.settings}, settings{parts.settings,
-                                                                                  parts.events,
-                                                                                  parts.preferences,
-                                                                                  parts.language,
-                                                                                  pageToken,
-                                                                                  parts.certificates},
+          monitor{parts.feeds, counters, parts.packers, parts.settings,
+                  parts.recording != nullptr ? &parts.recording->Recording() : nullptr},
+          settings{parts.settings, parts.events, parts.preferences, parts.language, pageToken, parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
           events{parts.events, limits, loops}, links{parts.authenticator, parts.authority,

@@ -165,7 +165,7 @@ TEST(FileNames, AreReadAsTheyAreWritten) {
 // A file ends with its time, its bytes, the connection, the size of the pictures and the wall clock.
 TEST(Recorder, KeepsAllPicturesAsTheyWereInFilesThatOthersRead) {
     Recording host({.fileTime = 10s, .retry = 0ms});
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     std::vector<std::string> sent;
     const auto show = [&](std::chrono::milliseconds from, std::chrono::milliseconds to,
                           std::uint64_t connection, int width, std::chrono::milliseconds late) {
@@ -271,7 +271,7 @@ TEST(Recorder, KeepsAllPicturesAsTheyWereInFilesThatOthersRead) {
 // What is being written can be read, and goes on to be found while it grows.
 TEST(Recordings, FollowAFileThatGrows) {
     Recording host;
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     const Recordings recordings(*host.library);
     for (int second = 0; second < 60; ++second) {
         for (int i = 0; i < 5; ++i)
@@ -290,7 +290,7 @@ TEST(Recordings, FollowAFileThatGrows) {
 
 TEST(Recorder, RecordsTheTimeAroundMotion) {
     Recording host({.beforeBytesOfCamera = 8 * SmallJpeg(0).size() + 4000, .retry = 0ms});
-    host.recorder->SetModes({{"yard", RecordingMode::OnMotion}, {"gate", RecordingMode::OnMotion}});
+    host.recorder->SetModes({{"yard", RecordMode::OnMotion}, {"gate", RecordMode::OnMotion}});
     const auto show = [&](std::chrono::milliseconds from, std::chrono::milliseconds to,
                           std::chrono::milliseconds apart) {
         for (auto time = from; time < to; time += apart)
@@ -326,7 +326,7 @@ TEST(Recorder, RecordsTheTimeAroundMotion) {
 
 TEST(Recorder, DropsWhatTheDiskDoesNotTakeAndSaysSo) {
     Recording host({.waitingPictures = 10, .retry = 0ms});
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     host.disk.slow = true;
     for (int i = 0; i < 60; ++i) {
         host.Show("yard", i * 100ms);
@@ -345,7 +345,7 @@ TEST(Recorder, DropsWhatTheDiskDoesNotTakeAndSaysSo) {
 // itself.
 TEST(Recorder, PausesWhileTheDiskTakesNothing) {
     Recording host;
-    host.recorder->SetModes({{"yard", RecordingMode::Always}, {"gate", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}, {"gate", RecordMode::Always}});
     host.library->SetLimits({.freePercent = 0, .freeBytes = 10'000'000});
     auto time = 0ms;
     const auto show = [&](int pictures) {
@@ -379,7 +379,7 @@ TEST(Recorder, PausesWhileTheDiskTakesNothing) {
     host.Settle();
     EXPECT_EQ(host.Files("yard").size(), 1U);
     EXPECT_EQ(host.Files("gate").size(), 0U);
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     show(4);
     EXPECT_NE(host.recorder->PausedBecause().find("shall stay free"), std::string::npos);
     host.disk.free = 11'000'000;
@@ -420,12 +420,12 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
     constexpr std::uint64_t kLimit = 500'000;
     constexpr std::uint64_t kOwnLimit = 30'000;
     Recording host({.fileBytes = kFile, .retry = 0ms});
-    std::map<std::string, RecordingMode, std::less<>> modes;
+    std::map<std::string, RecordMode, std::less<>> modes;
     std::vector<std::string> names;
     for (int i = 0; i < 20; ++i)
         names.push_back("camera " + std::to_string(i));
     for (const std::string& name : names)
-        modes[name] = RecordingMode::Always;
+        modes[name] = RecordMode::Always;
     host.recorder->SetModes(modes);
     const RetentionLimits limits{.bytes = kLimit, .cameras = {{"camera 3", {.bytes = kOwnLimit}}}};
     host.library->SetLimits(limits);
@@ -505,7 +505,7 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
 
 TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
     Recording host;
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     host.Show("yard", 0s);
     host.Settle();
     host.library->SetPresent({"yard"});
@@ -515,7 +515,7 @@ TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
     host.Stop();
     fs::remove(host.folder.File("recordings/index.sqlite"));
     host.Start();
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     host.Show("yard", 100s);
     host.Settle();
     EXPECT_EQ(host.library->Cameras(), (std::vector<RecordedCamera>{{1, "yard", kStart}, {2, "yard", 0}}));
@@ -528,7 +528,7 @@ TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
 
 TEST(Library, GoesOnWhileAnotherProgramHoldsTheIndex) {
     Recording host;
-    host.recorder->SetModes({{"yard", RecordingMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}});
     host.Show("yard", 0s);
     host.Settle();
     sqlite3* other = nullptr;
@@ -558,7 +558,7 @@ TEST(Recorder, LosesALastSecondToAKillAndNoMore) {
         ASSERT_GE(child, 0);
         if (child == 0) {
             host.Start();
-            host.recorder->SetModes({{"yard", RecordingMode::Always}});
+            host.recorder->SetModes({{"yard", RecordMode::Always}});
             for (auto time = 0ms;; time += 200ms) {
                 host.Show("yard", time);
                 host.recorder->Settle();

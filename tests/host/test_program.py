@@ -86,6 +86,26 @@ class Programs(ProgramCase):
                 self.assertNotIn("\x1B", output)
         self.assertNotIn("ann", self.read("users"), "a file with a fault adds nobody")
 
+    def test_it_records_the_cameras_that_its_preferences_name(self):
+        self.settings.parent.mkdir(parents=True)
+        Path(self.settings.parent, "Preferences.xml").write_text(
+            '<preferences><recording><freePercent type="number">0</freePercent><freeMegabytes type="number">0</freeMegabytes></recording>'
+            '<cameras KeyXPath="name/text()"><item><name type="BSTR">yard</name><record type="BSTR">always</record></item></cameras>'
+            "</preferences>",
+            encoding="utf-8")
+        folder = os.path.join(self.folder, "kept")
+        self.serve(5, "--demo", "--pictures", options.pictures, "--recordings", folder)
+        files = list(Path(folder).rglob("*.mkv"))
+        self.assertEqual([file.parts[-3] for file in files], ["1"], "one camera, one connection")
+        self.assertIn('"name":"yard"', Path(folder, "1", "camera.json").read_text(encoding="utf-8"))
+        found = subprocess.run(["ffmpeg", "-v", "error", "-i", files[0], "-c", "copy", "-f", "image2", "-frames:v", "3",
+                                os.path.join(self.folder, "%d.jpg")], check=True, capture_output=True, text=True)
+        self.assertEqual(found.stderr, "")
+        sent = {file.read_bytes() for file in Path(options.pictures, "yard").glob("*.jpg")}
+        for number in (1, 2, 3):
+            self.assertIn(Path(self.folder, f"{number}.jpg").read_bytes(), sent)
+        self.assertFalse(os.path.exists(os.path.join(self.data, "recordings")))
+
     def test_it_serves_until_it_is_told_to_end_and_holds_its_folder(self):
         said = self.run_host("--data", self.data, "--add-user", "vera", "--kind", "viewer", said="geheim\r\n")
         self.assertEqual(said, 'User "vera" is a viewer now.\n'

@@ -76,7 +76,7 @@ TABLE = {
     "host/sources": {"platform", "host/base", "host/users", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
-    "host/recordings": {"platform", "host/base", "host/log", "host/feed", "kit/picture"},
+    "host/recordings": {"platform", "host/base", "host/log", "host/events", "host/preferences", "host/feed", "kit/picture"},
     # Who else is told of events.
     "host/notices": {"platform", "host/base", "host/log", "host/tls", "host/events", "host/preferences"},
     # Programs of this machine, past the web server.

@@ -150,6 +150,33 @@ void AddWork(MetricsText& metrics, std::span<const Camera> cameras) {
            &CameraMeters::encode);
 }
 
+// Of those of the cameras that are recorded.
+void AddRecordings(MetricsText& metrics, const Recorder* recorder, std::span<const Camera> cameras) {
+    if (recorder == nullptr)
+        return;
+    metrics.Single("recording_paused", "gauge", "1 while what is to be recorded cannot be.",
+                   recorder->PausedBecause().empty() ? "0" : "1");
+    const std::vector<CameraRecording> recordings = recorder->Figures();
+    const auto family = [&](std::string_view name, std::string_view type, std::string_view help, auto value) {
+        metrics.Family(name, type, help);
+        for (const CameraRecording& recording : recordings) {
+            if (std::ranges::any_of(cameras,
+                                    [&](const Camera& c) { return c.figures.name == recording.camera; }))
+                metrics.Sample(MetricsText::Labels("camera", recording.camera),
+                               std::to_string(value(recording)));
+        }
+    };
+    family("camera_recording", "gauge", "1 while a file of the camera is being written.",
+           [](const CameraRecording& r) { return r.recording ? 1 : 0; });
+    family("camera_recorded_pictures_total", "counter", "Pictures recorded.",
+           [](const CameraRecording& r) { return r.pictures; });
+    family("camera_recorded_bytes_total", "counter", "Their bytes.",
+           [](const CameraRecording& r) { return r.bytes; });
+    family("camera_recording_dropped_total", "counter",
+           "Pictures that were not recorded, because the disk was too slow.",
+           [](const CameraRecording& r) { return r.dropped; });
+}
+
 void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<const Camera> cameras) {
     const Counters& counters = monitor.counters;
     metrics.Family("sessions_total", "counter", "Sessions that have begun, by kind.");
@@ -216,6 +243,7 @@ Answer MonitorPages::Metrics(const Rights& rights) const {
         cameras.push_back({feed->Figures(), feed->Meters()});
     AddCameras(metrics, cameras);
     AddWork(metrics, cameras);
+    AddRecordings(metrics, recorder, cameras);
     if (rights.SeesAll())
         AddTotals(metrics, *this, cameras);
     metrics.Single("ready", "gauge", "1 while /readyz says so.", settings.Trouble().empty() ? "1" : "0");

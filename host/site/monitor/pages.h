@@ -6,6 +6,7 @@
 #include "host/base/counters.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
+#include "host/recordings/recorder.h"
 #include "host/settings/settings.h"
 #include "host/users/rights.h"
 #include "kit/packer/frame_packer.h"
@@ -17,6 +18,7 @@ struct MonitorPages {
     const Counters& counters;
     const kit::PackerCounters& packers;
     const Settings& settings;
+    const Recorder* recorder = nullptr; // null: nothing is recorded
 
     // Of the cameras that somebody sees.
     //
