@@ -232,6 +232,10 @@ public:
         const std::string language = kit::ConfiguredLanguage();
         m_sources = std::make_shared<SourceTable>(
             m_feeds, options.files.empty() ? m_data.File("files") : options.files, options.limits.staleAfter);
+        m_authenticator.SetPhonesWatchAll(m_services.Preferences().Now()->phonesWatchAll);
+        m_services.Preferences().Listen([this](const Preferences&, const Preferences& now) {
+            m_authenticator.SetPhonesWatchAll(now.phonesWatchAll);
+        });
         m_viewing = std::make_unique<kit::Viewing>(
             PhoneContentOf(m_sources,
                            [this](std::string_view token) {
