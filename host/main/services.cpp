@@ -64,7 +64,7 @@ Services::Services(FeedTable& feeds, const Places& places)
       m_recording(places.recordings, m_events, m_preferences),
       m_motion([this](const MotionNews& news) { OnMotion(news); }) {
     Obey(*m_preferences.Now());
-    m_preferences.Listen([this](const Preferences&, const Preferences& now) { Obey(now); });
+    m_preferences.Listen([this](const host::Preferences&, const host::Preferences& now) { Obey(now); });
     // The recorder first: it has the picture in which motion begins.
     m_feeds.AddTapMaker(m_recording.Recording());
     m_feeds.AddTapMaker(m_motion);
@@ -76,7 +76,7 @@ Services::~Services() {
     Console::Get().SetRefusalListener(nullptr);
 }
 
-void Services::Obey(const Preferences& preferences) {
+void Services::Obey(const host::Preferences& preferences) {
     m_motion.SetCameras(MotionOf(preferences));
     // The journal has what the recordings' pages show beside pictures.
     constexpr int kLeastDays = 7;

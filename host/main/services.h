@@ -38,7 +38,7 @@ public:
     void Tick();
 
 private:
-    void Obey(const Preferences& preferences);
+    void Obey(const host::Preferences& preferences);
     void OnMotion(const MotionNews& news);
 
     FeedTable& m_feeds;
