@@ -15,7 +15,7 @@ using Page = void(const Site& site, Visit& visit);
 Page LivePage, Tiles, MotionJpeg, Snapshot, ViewPage, ViewStream, TinyPage, File, Nothing;
 Page Health, Metrics, Alive, Ready;
 Page SettingsPage, SettingsState, GetSettings, PutSettings, GetSecret, PutLanguage;
-Page MakeLink, RevokeLink, UseLink;
+Page RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
 Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, PhoneSocket, PhonePicture;
@@ -89,7 +89,6 @@ constexpr Address kAddresses[] = {
     {"/settings/document", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutSettings},
     {"/settings/secret",   kRead,   Admin,     HereToken, Json,    0,             Named,   None,   Refused, GetSecret},
     {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutLanguage},
-    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   Refused, MakeLink},
     {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   Refused, RevokeLink},
     {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  UseLink},
     {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   Served,  SourceList},
@@ -229,10 +228,6 @@ void PutLanguage(const Site& site, Visit& visit) {
     visit.Send(site.settings.PutLanguage(visit.request, visit.signIn, visit.body));
 }
 
-void MakeLink(const Site& site, Visit& visit) {
-    visit.Send(site.links.Make(visit.request));
-}
-
 void RevokeLink(const Site& site, Visit& visit) {
     visit.Send(site.links.Revoke(visit.rest));
 }
@@ -364,7 +359,7 @@ void CameraSnapshot(const Site& site, Visit& visit) {
 }
 
 void CameraLink(const Site& site, Visit& visit) {
-    visit.Send(site.links.MakeFor(PercentDecode(visit.rest), visit.request));
+    visit.Send(site.links.Make(PercentDecode(visit.rest), visit.request));
 }
 
 void Description(const Site&, Visit& visit) {

@@ -244,7 +244,7 @@ class Elsewhere(TlsCase):
         ("/settings/*", "GET"): ("/settings/x", "refused"), ("/settings/state", "GET"): ("/settings/state", "refused"),
         ("/settings/document", "GET"): ("/settings/document", "refused"), ("/settings/document", "PUT"): ("/settings/document", "refused"),
         ("/settings/secret", "GET"): ("/settings/secret", "refused"), ("/settings/language", "PUT"): ("/settings/language", "refused"),
-        ("/links", "POST"): ("/links?camera=yard", "refused"), ("/links/*", "DELETE"): ("/links/x", "refused"), ("/get/*", "GET"): ("/get/x", 410),
+        ("/links/*", "DELETE"): ("/links/x", "refused"), ("/get/*", "GET"): ("/get/x", 410),
         ("/xslt/enum/all", "GET"): ("/xslt/enum/all?xslt=cameras.xsl", 401), ("/mobile/*", "GET"): ("/mobile", 401),
         ("/mobile/config/*", "GET"): ("/mobile/config", "refused"), ("/mobile/video/*", "GET"): ("/mobile/video/yard", 401),
         ("/mobile/video/*", "POST"): ("/mobile/video/yard", 401), ("/sign-in", "GET"): ("/sign-in?to=/tiny", "moved"),
