@@ -13,6 +13,7 @@
 #include "host/site/mobile/pages.h"
 #include "host/site/monitor/pages.h"
 #include "host/site/phone/pages.h"
+#include "host/site/recordings/pages.h"
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
 #include "host/site/trust/pages.h"
@@ -53,6 +54,8 @@ struct SiteParts {
     std::function<void(std::string_view login)> forgetPassword{};
     // Where others reach this server, "ADDR:PORT"; empty where nobody but this machine does.
     std::string authority{};
+    // Null: nothing is recorded.
+    const Recordings* recordings = nullptr;
 };
 
 struct Site {
@@ -90,6 +93,7 @@ struct Site {
           trust{parts.certificates, language},
           account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
           users{parts.authenticator, parts.settings, parts.events, language, parts.forgetPassword},
+          recordings{parts.recordings, parts.events, limits, stop, exports},
           api{parts.settings, parts.events, parts.feeds,         parts.authenticator,
               parts.phones,   parts.tokens, parts.forgetPassword} {}
     Site(const Site&) = delete;
@@ -108,6 +112,7 @@ struct Site {
     // Watchers and pages, on threads that they share.
     mutable EventLoops loops;
     mutable LiveSenders senders;
+    mutable ExportTable exports; // thread-safe
     // The server's, for whoever asks for none that there are texts in.
     const std::string language;
 
@@ -125,6 +130,7 @@ struct Site {
     const TrustPages trust;
     const AccountPages account;
     const UsersPages users;
+    const RecordingPages recordings;
     const ApiPages api;
 };
 

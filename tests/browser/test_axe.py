@@ -37,7 +37,7 @@ class AxeTest(case.BrowserCase):
             ("/view/gate", ""), ("/tiny", ""), ("/tiny/gate", ""), ("/mobile", ""),
             (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/archive", ""), ("/trust", ""), ("/sign-in", ""), ("/password", ""),
             ("/phone", "document.getElementById('by-name').open = true"), (f"/phone#{code['token']}", ""),
-            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""),
+            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""), ("/recordings", ""),
         ]
         with Feeder(host.port, "gate", "geheim", [coded_jpeg(n) for n in range(8)], rate=5):
             for number, (path, first) in enumerate(pages):

@@ -238,7 +238,10 @@ class Elsewhere(TlsCase):
     ROWS = {
         ("/", "GET"): ("/", "moved"), ("/tiles", "WS"): ("/tiles", "refused"), ("/live/*", "GET"): ("/live/yard", "refused"),
         ("/snapshot/*", "GET"): ("/snapshot/yard.jpg", "refused"), ("/view/*", "GET"): ("/view/yard?a=b", "moved"),
-        ("/view/*", "WS"): ("/view/yard", "refused"), ("/tiny/*", "GET"): ("/tiny", 401), ("/assets/*", "GET"): ("/assets/live/app.js", "moved"),
+        ("/view/*", "WS"): ("/view/yard", "refused"), ("/recordings", "GET"): ("/recordings", "moved"),
+        ("/recordings/*", "GET"): ("/recordings/yard", "moved"), ("/recordings/*/at.jpg", "GET"): ("/recordings/yard/at.jpg?t=0", "refused"),
+        ("/recordings/*/export", "GET"): ("/recordings/yard/export", "refused"), ("/recordings/*/export", "DELETE"): ("/recordings/yard/export", "refused"),
+        ("/recordings/*/file", "GET"): ("/recordings/yard/file?number=1", "refused"), ("/recordings/*/export/state", "GET"): ("/recordings/yard/export/state", "refused"), ("/tiny/*", "GET"): ("/tiny", 401), ("/assets/*", "GET"): ("/assets/live/app.js", "moved"),
         ("/health", "GET"): ("/health", "refused"), ("/metrics", "GET"): ("/metrics", "refused"), ("/healthz", "GET"): ("/healthz", 200),
         ("/readyz", "GET"): ("/readyz", 200), ("/settings", "GET"): ("/settings", "moved"), ("/settings/", "GET"): ("/settings/", "moved"),
         ("/settings/*", "GET"): ("/settings/x", "refused"), ("/settings/state", "GET"): ("/settings/state", "refused"),

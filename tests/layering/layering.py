@@ -26,7 +26,7 @@ KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/recordings", "host/control"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "users", "view")
+    f"host/site/{subject}" for subject in ("account", "api", "links", "live", "mobile", "monitor", "phone", "recordings", "settings", "tiny", "trust", "users", "view")
 }
 TABLE = {
     "platform": set(),
@@ -99,7 +99,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/site/api", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/recordings", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},
@@ -111,6 +111,8 @@ LIBRARIES = {
     "libavutil/": {"host/recordings"},
     "sqlite3.h": {"host/recordings"},
     "zip.h": {"host/site/mobile"},
+    "archive.h": {"host/site/recordings"},
+    "archive_entry.h": {"host/site/recordings"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),
     "jerror.h": set(),
