@@ -11,6 +11,7 @@ import urllib.parse
 OWN = [f"any-{letter}" for letter in "abcdef"]
 ODD_NAMES = ["", "%", "a%2Fb", "%00", "%FF", "..", "x" * 65, "%F0%9F%93%B7", "a%20b", "state", "%7B%7D"]
 ODD_VALUES = [None, True, 0, -1, 1e308, "", "\0", "\u202e", "a/b", "\U0001F4F7", "x" * 5000, [], {}, [[[]]], {"a": {"b": []}}]
+ODD_PARAMETERS = ["", "0", "1", "-1", "1764144000000", "9" * 30, "2025-11-26T08:00:00Z", "2025-11-26T08:00:00+24:00", "2025-02-30T08:00Z", "\0", "x" * 500]
 ODD_BODIES = [b"", b"{", b"[]", b"null", b"\xff\xfe", b"[" * 5000, b'{"a":1}', b'{"type":"\xff"}', b'{"password":"\\ud800"}', b'{"a":1e999}']
 TYPES = ["application/json", "application/json; charset=utf-8", "text/plain", ""]
 
@@ -114,7 +115,7 @@ class Requests:
             self.connection.close()
             self.connection = None
 
-    def target(self, path):
+    def target(self, path, operation):
         dice = self.dice
 
         def fill(match):
@@ -122,13 +123,16 @@ class Requests:
                 mine = self.ids.pop(dice.randrange(len(self.ids))) if self.ids and dice.random() < 0.7 else "0" * 64
                 return mine
             return urllib.parse.quote(dice.choice(OWN)) if dice.random() < 0.85 else dice.choice(ODD_NAMES)
-        return "/api/v1" + re.sub(r"\{(\w+)\}", fill, path)
+        target = "/api/v1" + re.sub(r"\{(\w+)\}", fill, path)
+        asked = {parameter["name"]: dice.choice(ODD_PARAMETERS) for parameter in operation.get("parameters", [])
+                 if parameter.get("in") == "query" and dice.random() < 0.3}
+        return target + ("?" + urllib.parse.urlencode(asked) if asked else "")
 
     def turn(self):
         """One request. Raises AssertionError when the answer is not as described."""
         dice = self.dice
         path, method, operation, _ = dice.choice(self.description.operations)
-        target, headers, body = self.target(path), {}, None
+        target, headers, body = self.target(path, operation), {}, None
         if "requestBody" in operation:
             schema = operation["requestBody"]["content"]["application/json"]["schema"]
             odd = dice.random() < 0.1

@@ -283,7 +283,8 @@ public:
                                                       },
                                                   .authority = m_authority,
                                                   .notices = &m_services.Receivers(),
-                                                  .recording = &m_services.Recording()});
+                                                  .recorder = &m_services.Recording().Recording(),
+                                                  .recordings = &m_services.Recording().Recorded()});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
         OpenControlSocket();
     }

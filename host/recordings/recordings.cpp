@@ -56,6 +56,20 @@ std::optional<RecordedPicture> RecordedRange::Next() {
     return std::nullopt;
 }
 
+std::optional<TimeSpan> Recordings::Extent(std::int64_t camera) const {
+    return m_library.Ask<std::optional<TimeSpan>>([&](Index& index) -> std::optional<TimeSpan> {
+        const auto first = index.FirstFrom(camera, 0);
+        const auto last = index.LastBefore(camera, std::numeric_limits<UnixMs>::max());
+        return first && last ? std::optional(TimeSpan{first->begin, last->end}) : std::nullopt;
+    });
+}
+
+std::optional<std::string> Recordings::PathOf(FileKey key) const {
+    const auto file =
+        m_library.Ask<std::optional<RecordedFile>>([&](Index& index) { return index.Find(key); });
+    return file ? std::optional(m_library.PathOf(*file)) : std::nullopt;
+}
+
 std::vector<std::int64_t> Recordings::Days(std::int64_t camera, int minutesAhead) const {
     return m_library.Ask<std::vector<std::int64_t>>(
         [&](Index& index) { return index.DaysOf(camera, std::int64_t{minutesAhead} * 60'000); });

@@ -64,6 +64,10 @@ public:
     // Of the camera in the settings; 0: nothing of it was recorded.
     [[nodiscard]] std::int64_t IdOf(std::string_view camera) const { return m_library.IdOf(camera); }
 
+    // From the first picture to the newest one; nothing where nothing was recorded.
+    [[nodiscard]] std::optional<TimeSpan> Extent(std::int64_t camera) const;
+    // Where a file lies; nothing where there is none of that key.
+    [[nodiscard]] std::optional<std::string> PathOf(FileKey key) const;
     // The days with recordings, counted from 1970, by a clock that is so many minutes ahead of UTC.
     [[nodiscard]] std::vector<std::int64_t> Days(std::int64_t camera, int minutesAhead) const;
     // When there are pictures, in the order in which they begin. What is less than `gap` apart is one span.

@@ -154,7 +154,8 @@ std::optional<Settings::CameraReading> Settings::Cameras() {
     return document ? std::optional(CameraReading{document->Cameras(), VersionOf(*text)}) : std::nullopt;
 }
 
-SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes, std::string_view version) {
+SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes,
+                                       const std::function<bool(const CameraReading&)>& isMeant) {
     using enum SettingsChange::Result;
     const std::lock_guard guard(m_mutex);
     const auto text = Get();
@@ -162,7 +163,8 @@ SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes, st
     auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
     if (!present || !document)
         return Only(NotReady);
-    if (!version.empty() && VersionOf(*text) != version)
+    const CameraReading before{present->Cameras(), VersionOf(*text)};
+    if (!isMeant(before))
         return Only(Outdated);
     SettingsChange change;
     change.problems = document->Apply(changes, [this](const CameraChange& each, bool isNew) {
@@ -181,12 +183,16 @@ SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes, st
         change.result = Unsound;
         return change;
     }
-    if (document->Cameras() == present->Cameras()) {
+    auto after = document->Cameras();
+    if (after == before.cameras) {
         change.result = m_written ? Done : NotWritten;
-        change.now.version = VersionOf(*text);
-        return change;
+        change.now.version = before.version;
+    } else {
+        // What is taken otherwise than it was sent is put back.
+        change = Set(*document, *present);
     }
-    return Set(*document, *present);
+    change.cameras = std::move(after);
+    return change;
 }
 
 SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit) {

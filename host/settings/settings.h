@@ -41,6 +41,7 @@ struct SettingsChange {
     bool addressEntered = false; // the host's own, see SetOwnAddress
     std::vector<SettingsProblem> problems{};
     SettingsReading now{}; // with Done and NotWritten: the settings as the component has taken them
+    std::vector<CameraEntry> cameras{}; // of ChangeCameras, with Done and NotWritten: as they are then
 };
 
 // Changes come one behind the other. Any thread.
@@ -86,10 +87,11 @@ public:
         std::string version;
     };
     std::optional<CameraReading> Cameras();
-    // Carries out all of the changes as one, or none of them. With a version, only while that is the present
-    // one. The problems tell the number of the change. `now` has the version alone where nothing was to be
-    // changed.
-    SettingsChange ChangeCameras(std::span<const CameraChange> changes, std::string_view version);
+    // Carries out all of the changes as one, or none of them. `isMeant` is asked before, with what is to be
+    // changed, and may say that it is Outdated; it calls nothing of this object. The problems tell the number
+    // of the change. `now` has the version alone where nothing was to be changed.
+    SettingsChange ChangeCameras(std::span<const CameraChange> changes,
+                                 const std::function<bool(const CameraReading&)>& isMeant);
     // A change of the host's own. `edit` returns whether there is anything to store. What it puts there is
     // not checked.
     SettingsChange Edit(const std::function<bool(SettingsDocument&)>& edit);

@@ -17,12 +17,14 @@ Page Health, Metrics, Alive, Ready;
 Page SettingsPage, SettingsState, GetSettings, PutSettings, GetPreferences, PutPreferences, GetSecret,
     PutLanguage;
 Page EventsPage, EventNews, EventList;
-Page MakeLink, RevokeLink, UseLink;
+Page RevokeLink, UseLink;
 Page SourceList, PhoneContent, PhoneStream;
 Page TrustPage, TrustFile;
 Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, PhoneSocket, PhonePicture;
 Page ControlPhone;
 Page CameraSnapshot, CameraLink, Description;
+Page RecordingsPage, PictureOfThen, SaveRecordings, StoredFile, SavingState, StopSaving, RecordingList,
+    RecordedTimes;
 Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
 Page UsersPage, TakeUser;
 
@@ -75,6 +77,13 @@ constexpr Address kAddresses[] = {
     {"/snapshot/*",        kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, Snapshot},
     {"/view/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   ViewPage},
     {"/view/*",            kSocket, Watcher,   Here,      Text,    0,             Named,   Viewer, Refused, ViewStream},
+    {"/recordings",        kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   RecordingsPage},
+    {"/recordings/*",      kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   RecordingsPage},
+    {"/recordings/*/at.jpg", kRead, Watcher,   Anywhere,  Text,    0,             Named,   None,   Refused, PictureOfThen},
+    {"/recordings/*/export", kRead, Watcher,   Anywhere,  Text,    0,             Named,   Stream, Refused, SaveRecordings},
+    {"/recordings/*/export", kDelete, Watcher, Here,      Json,    0,             Named,   None,   Refused, StopSaving},
+    {"/recordings/*/file", kRead,   Watcher,   Anywhere,  Text,    0,             Named,   Stream, Refused, StoredFile},
+    {"/recordings/*/export/state", kRead, Watcher, Here,  Json,    0,             Named,   None,   Refused, SavingState},
     {"/tiny/*",            kRead,   Watcher,   Anywhere,  Text,    0,             Unnamed, None,   Served,  TinyPage},
     {"/assets/*",          kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   File},
     {"/assets/phone/*",    kRead,   Everybody, Anywhere,  Text,    0,             Named,   None,   Moved,   File},
@@ -95,7 +104,6 @@ constexpr Address kAddresses[] = {
     {"/settings/language", kPut,    Admin,     HereToken, Json,    kMaxBodyBytes, Named,   None,   Refused, PutLanguage},
     {"/events",            kRead,   Watcher,   Anywhere,  Text,    0,             Named,   None,   Moved,   EventsPage},
     {"/events",            kSocket, Watcher,   Here,      Text,    0,             Named,   None,   Refused, EventNews},
-    {"/links",             kPost,   LinkMaker, Here,      Text,    0,             Named,   None,   Refused, MakeLink},
     {"/links/*",           kDelete, LinkMaker, Here,      Text,    0,             Named,   None,   Refused, RevokeLink},
     {"/get/*",             kRead,   Everybody, Anywhere,  Text,    0,             Unnamed, None,   Served,  UseLink},
     {"/xslt/enum/all",     kRead,   AnyUser,   Anywhere,  Text,    0,             Unnamed, None,   Served,  SourceList},
@@ -133,6 +141,8 @@ constexpr Address kAddresses[] = {
     {"/api/v1/cameras/*/state",    kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::CameraState>},
     {"/api/v1/cameras/*/snapshot", kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, CameraSnapshot},
     {"/api/v1/cameras/*/link",     kPost,   LinkMaker, Here, Problem, 0,                   Named, None, Refused, CameraLink},
+    {"/api/v1/recordings",         kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, RecordingList},
+    {"/api/v1/recordings/*",       kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, RecordedTimes},
     {"/api/v1/users",              kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::Users>},
     {"/api/v1/users/*",            kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::User>},
     {"/api/v1/users/*",            kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutUser>},
@@ -272,10 +282,6 @@ void EventList(const Site& site, Visit& visit) {
     visit.Send(site.events.List(visit.request, SeesEvents(visit)));
 }
 
-void MakeLink(const Site& site, Visit& visit) {
-    visit.Send(site.links.Make(visit.request));
-}
-
 void RevokeLink(const Site& site, Visit& visit) {
     visit.Send(site.links.Revoke(visit.rest));
 }
@@ -407,7 +413,55 @@ void CameraSnapshot(const Site& site, Visit& visit) {
 }
 
 void CameraLink(const Site& site, Visit& visit) {
-    visit.Send(site.links.MakeFor(PercentDecode(visit.rest), visit.request));
+    visit.Send(site.links.Make(PercentDecode(visit.rest), visit.request));
+}
+
+RecordingsVisitor VisitorOf(const Site& site, const Visit& visit) {
+    return {visit.rights, site.access.Offers(visit.signIn, Who::Admin)};
+}
+
+void RecordingsPage(const Site& site, Visit& visit) {
+    // The same for every name: what there is of it the page asks.
+    visit.Send(visit.rest.find('/') == std::string_view::npos
+                   ? PageAnswer("recordings/index.html", visit.request, site.language, visit.AccountLine())
+                   : Answer::Text(404, "There is nothing here."));
+}
+
+void PictureOfThen(const Site& site, Visit& visit) {
+    visit.Send(site.recordings.Picture(VisitorOf(site, visit), visit.rest, visit.request));
+}
+
+void SendRecorded(Visit& visit, const RecordingPages::Export& saving) {
+    if (saving.refused)
+        return visit.Send(*saving.refused);
+    // What is left of a camera that is gone nobody but an administrator gets, who sees all.
+    const auto held = visit.TakeHeld(WhileSeen(PercentDecode(visit.rest).value_or("")));
+    auto stream = visit.Take();
+    saving.send(stream);
+}
+
+void SaveRecordings(const Site& site, Visit& visit) {
+    SendRecorded(visit, site.recordings.Save(VisitorOf(site, visit), visit.rest, visit.request));
+}
+
+void StoredFile(const Site& site, Visit& visit) {
+    SendRecorded(visit, site.recordings.File(VisitorOf(site, visit), visit.rest, visit.request));
+}
+
+void SavingState(const Site& site, Visit& visit) {
+    visit.Send(site.recordings.ExportProgress(visit.request));
+}
+
+void StopSaving(const Site& site, Visit& visit) {
+    visit.Send(site.recordings.StopExport(visit.request));
+}
+
+void RecordingList(const Site& site, Visit& visit) {
+    visit.SendGoingOn(site.recordings.List(VisitorOf(site, visit)));
+}
+
+void RecordedTimes(const Site& site, Visit& visit) {
+    visit.SendGoingOn(site.recordings.Camera(VisitorOf(site, visit), visit.rest, visit.request));
 }
 
 void Description(const Site&, Visit& visit) {

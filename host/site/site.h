@@ -7,7 +7,7 @@
 #include "host/http/proxy.h"
 #include "host/notices/notices.h"
 #include "host/preferences/store.h"
-#include "host/recordings/recording_service.h"
+#include "host/recordings/recorder.h"
 #include "host/site/account/pages.h"
 #include "host/site/addresses.h"
 #include "host/site/api/pages.h"
@@ -17,6 +17,7 @@
 #include "host/site/mobile/pages.h"
 #include "host/site/monitor/pages.h"
 #include "host/site/phone/pages.h"
+#include "host/site/recordings/pages.h"
 #include "host/site/settings/pages.h"
 #include "host/site/tiny/pages.h"
 #include "host/site/trust/pages.h"
@@ -61,7 +62,8 @@ struct SiteParts {
     // Null: nobody is told of events.
     Notices* notices = nullptr;
     // Null: nothing is recorded.
-    RecordingService* recording = nullptr;
+    const Recorder* recorder = nullptr;
+    const Recordings* recordings = nullptr;
 };
 
 struct Site {
@@ -79,8 +81,7 @@ struct Site {
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
                                                                             parts.packers, limits.staleAfter,
                                                                             parts.language},
-          monitor{parts.feeds, counters, parts.packers, parts.settings,
-                  parts.recording != nullptr ? &parts.recording->Recording() : nullptr},
+          monitor{parts.feeds, counters, parts.packers, parts.settings, parts.recorder},
           settings{parts.settings, parts.events, parts.preferences,
                    parts.language, pageToken,    parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
@@ -100,6 +101,7 @@ struct Site {
           trust{parts.certificates, language},
           account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
           users{parts.authenticator, parts.settings, parts.events, language, parts.forgetPassword},
+          recordings{parts.recordings, parts.events, limits, stop, exports},
           api{parts.settings, parts.events,      parts.feeds,   parts.authenticator, parts.phones,
               parts.tokens,   parts.preferences, parts.notices, parts.forgetPassword} {}
     Site(const Site&) = delete;
@@ -118,6 +120,7 @@ struct Site {
     // Watchers and pages, on threads that they share.
     mutable EventLoops loops;
     mutable LiveSenders senders;
+    mutable ExportTable exports; // thread-safe
     // The server's, for whoever asks for none that there are texts in.
     const std::string language;
 
@@ -136,6 +139,7 @@ struct Site {
     const TrustPages trust;
     const AccountPages account;
     const UsersPages users;
+    const RecordingPages recordings;
     const ApiPages api;
 };
 

@@ -28,16 +28,16 @@ class AxeTest(case.BrowserCase):
         host.write_cameras(CAMERAS, "geheim")
         host.start()
         browser = self.make_browser(arguments=("--use-fake-ui-for-media-stream", "--use-fake-device-for-media-stream"))
-        link, code = (json.loads(host.fetch("/links?camera=yard", method="POST")) for _ in range(2))
+        link, code = (json.loads(host.fetch("/api/v1/cameras/yard/link", method="POST")) for _ in range(2))
         # A page, and what is done on it first.
         pages = [
             ("/", "document.querySelector('#help details').open = true"),
             ("/#gate", ""),
             ("/", "document.getElementById('help-code').click()"),
             ("/view/gate", ""), ("/tiny", ""), ("/tiny/gate", ""), ("/mobile", ""),
-            (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/links", ""), ("/trust", ""), ("/sign-in", ""), ("/password", ""),
+            (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/archive", ""), ("/trust", ""), ("/sign-in", ""), ("/password", ""),
             ("/phone", "document.getElementById('by-name').open = true"), (f"/phone#{code['token']}", ""),
-            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""),
+            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""), ("/recordings", ""),
         ]
         with Feeder(host.port, "gate", "geheim", [coded_jpeg(n) for n in range(8)], rate=5):
             for number, (path, first) in enumerate(pages):

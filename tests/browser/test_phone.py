@@ -121,7 +121,7 @@ class PhoneTest(case.BrowserCase):
         return self.browser
 
     def code(self):
-        return json.loads(self.host.fetch("/links?camera=yard", method="POST"))["token"]
+        return json.loads(self.host.fetch("/api/v1/cameras/yard/link", method="POST"))["token"]
 
     def open_phone(self, script=COUNT_JS):
         self.driver.switch_to.new_window("window")

@@ -139,6 +139,8 @@ TEST(Api, AnswersByOperationAndKindOfUser) {
         {"DELETE /cameras/gate", "", {401, 403, 403, 403, 204, 404}},
         {"POST /cameras", "", {405, 405, 405, 405, 405, 405}},
         {"PUT /cameras/gate/state", camera, {405, 405, 405, 405, 405, 405}},
+        {"GET /recordings", "", {401, 403, 200, 200, 200, 200}},
+        {"GET /recordings/gate", "", {401, 403, 404, 404, 404, 404}},
         {"GET /users", "", {401, 403, 403, 200, 200, 200}},
         {"PUT /users/ann", user, {401, 403, 403, 403, 201, 200}},
         {"GET /users/ann", "", {401, 403, 403, 200, 200, 200}},
@@ -269,12 +271,17 @@ TEST(Api, VersionsSayWhetherThereIsAnythingNew) {
                                      : R"({"type":"160x120","password":"pass-word"})";
         const std::string none = program.Ask(list, admin).Header("ETag");
         EXPECT_EQ(program.Ask(list, admin + "If-None-Match: W/" + none + "\r\n").status, 304U);
-        const Reply made = program.Ask(request, admin + "If-Match: " + none + "\r\n", body);
+        EXPECT_EQ(program.Ask(request, admin + "If-Match: \"old\", W/" + none + "\r\n", body).status, 412U);
+        const Reply made = program.Ask(request, admin + "If-Match: \"old\", " + none + "\r\n", body);
         EXPECT_EQ(made.status, 201U);
         EXPECT_EQ(made.Header("Location"), "/api/v1" + std::string(request).substr(4));
         EXPECT_EQ(program.Ask(request, admin + "If-Match: " + none + "\r\n", body).status, 412U);
         // The same once more changes nothing, and so nothing of the version.
-        EXPECT_EQ(program.Ask(request, admin, body).Header("ETag"), made.Header("ETag"));
+        const Reply again = program.Ask(request, admin + "If-None-Match: " + none + "\r\n", body);
+        EXPECT_EQ(again.status, 200U);
+        EXPECT_EQ(again.Header("ETag"), made.Header("ETag"));
+        EXPECT_EQ(program.Ask(request, admin + "If-None-Match: " + made.Header("ETag") + "\r\n", body).status,
+                  412U);
         EXPECT_EQ(program.Ask(list, admin + "If-None-Match: " + none + "\r\n").Header("ETag"),
                   made.Header("ETag"));
     }

@@ -48,7 +48,7 @@ struct LinksRig : Rig {
         return Ask("POST " + target + " HTTP/1.1\r\nHost: localhost\r\n" + lines + "\r\n");
     }
     [[nodiscard]] std::string Token() const {
-        const std::string body = Post("/links?camera=front").body;
+        const std::string body = Post("/api/v1/cameras/front/link").body;
         const auto at = body.find("\"token\":\"");
         return at == std::string::npos ? "" : body.substr(at + 9, 32);
     }
@@ -117,11 +117,11 @@ TEST(Links, AreGoodAgainBehindAnArchiveThatDoesNotArrive) {
 
 TEST(Links, AreNotForEverybodyToMakeAndAreTakenBack) {
     LinksRig rig;
-    for (const char* target : {"/links?camera=none", "/links?camera=open", "/links?camera=%zz", "/links"})
-        EXPECT_EQ(rig.Post(target).status, 404U) << target;
-    EXPECT_EQ(rig.Post("/links?camera=front", "Origin: http://evil.example\r\n").status, 403U);
-    EXPECT_EQ(rig.Get("/links").status, 405U);
-    EXPECT_EQ(rig.Ask("POST /links?camera=front HTTP/1.1\r\nHost: rebound.example\r\n\r\n").status, 403U);
+    for (const char* const target : {"none", "open", "%zz"})
+        EXPECT_EQ(rig.Post("/api/v1/cameras/" + std::string(target) + "/link").status, 404U) << target;
+    EXPECT_EQ(rig.Post("/api/v1/cameras/front/link", "Origin: http://evil.example\r\n").status, 403U);
+    EXPECT_EQ(rig.Ask("POST /api/v1/cameras/front/link HTTP/1.1\r\nHost: rebound.example\r\n\r\n").status,
+              403U);
 
     const std::string revoked = rig.Token();
     const std::string take = "DELETE /links/" + revoked + " HTTP/1.1\r\nHost: localhost\r\n";

@@ -150,7 +150,7 @@ public:
 class Rig {
 public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true, const std::string& language = "",
-                 const std::string& authority = "")
+                 const std::string& authority = "", const Recordings* recordings = nullptr)
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
           sessions(folder.File("sessions"),
                    [this](const Sessions::Owner& owner) { return authenticator.DigestOf(owner); }),
@@ -178,7 +178,8 @@ public:
                          .demo = demo,
                          .language = language,
                          .authority = authority,
-                         .notices = &notices}) {
+                         .notices = &notices,
+                         .recordings = recordings}) {
         feeds->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
         EXPECT_EQ(S_OK, platform::RegisterConfigDocumentClass());
         configuration->m_onSet = [this] { platform::ReplaceFile(SettingsPath(), "written"); };

@@ -43,7 +43,7 @@ public:
         rig.settings.ChangeCameras(
             std::array{CameraChange{.name = std::string(kShown), .password = "secret"},
                        CameraChange{.name = std::string(kHidden), .password = "secret"}},
-            "");
+            Anyhow);
         for (const std::string_view name : {kShown, kHidden})
             cams.push_back(rig.AddCamera(std::string(name)));
         rig.authenticator.SetPhonesWatchAll(false);
@@ -78,6 +78,8 @@ public:
         asked.insert(FindAddress(*ParseRequest(head + "\r\n").request).address);
         return rig.Ask(head + "\r\n" + (upload ? support::AuthRecord("secret") : ""));
     }
+
+    static bool Anyhow(const Settings::CameraReading& /*present*/) { return true; }
 
     Rig rig{LongLimits(), false};
     std::vector<CamPtr> cams;
@@ -140,6 +142,15 @@ TEST(Rights, AtEveryAddressAreThoseOfTheVisitor) {
         {"GET /api/v1/cameras/{}/state", "+++--+-"},
         {"GET /api/v1/cameras/{}/snapshot", "+++--+-"},
         {"GET /api/x", "+++--+-"},
+        {"GET /recordings", "+++--+-"},
+        {"GET /recordings/{}", "+++--+-"},
+        {"GET /recordings/{}/at.jpg?t=0", "+++--+-"},
+        {"GET /recordings/{}/export", "+++--+-"},
+        {"GET /recordings/{}/file?number=1", "+++--+-"},
+        {"GET /recordings/{}/export/state?id=x", "+++--+-"},
+        {"DELETE /recordings/{}/export?id=x", "+++--+-"},
+        {"GET /api/v1/recordings", "+++--+-"},
+        {"GET /api/v1/recordings/{}", "+++--+-"},
         // Who is on a phone
         {"GET /xslt/enum/all?xslt=cameras.xsl", "+++++--"},
         {"GET /mobile/list", "+++++--"},
@@ -160,7 +171,6 @@ TEST(Rights, AtEveryAddressAreThoseOfTheVisitor) {
         {"PUT /settings/preferences", "+------"},
         {"GET /settings/secret?number=0", "+------"},
         {"PUT /settings/language", "+------"},
-        {"POST /links?camera={}", "+------"},
         {"DELETE /links/{}", "+------"},
         {"POST /cameras/{}/control", "+------"},
         {"PATCH /api/v1/cameras", "+------"},
@@ -290,10 +300,10 @@ TEST(Rights, OfAListStayWithTheUserAndNotWithTheNameOfACamera) {
     rig.authenticator.PutUser("lena", {.cameras = CameraNames{std::string(kShown)}});
     // Gone, and a new one under its name.
     const CameraChange gone{.name = std::string(kShown), .remove = true};
-    rig.settings.ChangeCameras({&gone, 1}, "");
+    rig.settings.ChangeCameras({&gone, 1}, &House::Anyhow);
     EXPECT_EQ(UserStore(rig.folder.File("users")).Users().at("lena").cameras, CameraNames());
     const CameraChange again{.name = std::string(kShown), .password = "x"};
-    rig.settings.ChangeCameras({&again, 1}, "");
+    rig.settings.ChangeCameras({&again, 1}, &House::Anyhow);
     EXPECT_FALSE(sees("lena", kShown));
     EXPECT_TRUE(sees("viewer", kShown));
     EXPECT_EQ(sees("nobody", kShown), false);

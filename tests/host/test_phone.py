@@ -75,7 +75,7 @@ class Page:
 
 class PhoneCase(SignInCase):
     def token(self, host, camera="yard"):
-        status, _, body = self.ask(host, f"/links?camera={camera}", self.basic(host), "POST", {})
+        status, _, body = self.ask(host, f"/api/v1/cameras/{camera}/link", self.basic(host), "POST", {})
         self.assertEqual(status, 201, body)
         return json.loads(body)["token"]
 

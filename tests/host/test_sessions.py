@@ -153,7 +153,7 @@ class Sessions(SignInCase):
                        "Origin: https://localhost\r\n", f"Origin: https://127.0.0.1:{host.port}\r\n"):
             with self.subTest(origin=origin):
                 self.assertEqual(self.ask(host, "/tiles", UPGRADE + cookie + origin)[0], 403)
-                self.assertEqual(self.ask(host, "/links?camera=yard", cookie + origin, "POST", {})[0], 403)
+                self.assertEqual(self.ask(host, "/api/v1/cameras/yard/link", cookie + origin, "POST", {})[0], 403)
                 self.assertEqual(self.ask(host, "/settings/language", cookie + token + origin, "PUT", {})[0], 403)
                 self.assertEqual(self.ask(host, "/sign-out", cookie + origin, "POST", {})[0], 403)
                 self.assertEqual(self.ask(host, "/sign-in", origin, "POST", {"name": "admin", "password": host.admin_password()})[0], 403)

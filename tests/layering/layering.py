@@ -26,7 +26,7 @@ KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/motion", "host/sources", "host/settings", "host/html",
                "host/bridge", "host/recordings", "host/notices", "host/control"}
 SUBJECTS = {
-    f"host/site/{subject}" for subject in ("account", "api", "events", "links", "live", "mobile", "monitor", "phone", "settings", "tiny", "trust", "users", "view")
+    f"host/site/{subject}" for subject in ("account", "api", "events", "links", "live", "mobile", "monitor", "phone", "recordings", "settings", "tiny", "trust", "users", "view")
 }
 TABLE = {
     "platform": set(),
@@ -102,7 +102,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/site/api", "host/site/events", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/site/api", "host/site/events", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/recordings", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls"},
@@ -116,6 +116,8 @@ LIBRARIES = {
     "libavutil/": {"host/recordings"},
     "sqlite3.h": {"host/recordings"},
     "zip.h": {"host/site/mobile"},
+    "archive.h": {"host/site/recordings"},
+    "archive_entry.h": {"host/site/recordings"},
     "turbojpeg.h": set(),
     "jpeglib.h": set(),
     "jerror.h": set(),

@@ -19,7 +19,7 @@ const page = {};
 for (const id of [
     "wall", "waiting", "waiting-part", "tools", "search", "only-live", "dense", "found", "sources", "message", "message-title", "message-detail", "summary", "link", "announcement", "large", "about",
     "help-phone", "help-link", "help-title", "help-picker", "help-camera", "help-code", "help-command", "help-demo",
-    "help-password", "settings-link",
+    "help-password", "settings-link", "recordings-link",
 ]) {
     page[id] = document.getElementById(id);
 }
@@ -257,6 +257,26 @@ document.addEventListener("visibilitychange", () => {
 });
 addEventListener("online", () => stream.retryNow());
 
+// --- What can be looked back at -----------------------------------------------------------------------------------
+
+const RECORDINGS_MS = 60000;
+let recorded = new Set(); // names of cameras
+
+async function askRecordings() {
+    try {
+        const answer = await fetch(new URL("/api/v1/recordings", location.origin), { cache: "no-store" });
+        if (answer.ok) {
+            const { cameras } = await answer.json();
+            recorded = new Set(cameras.filter((camera) => !camera.removed).map((camera) => camera.name));
+            setHidden(page["recordings-link"], cameras.length === 0);
+        }
+    } catch {
+        // What was known stays; it is asked again.
+    }
+}
+askRecordings();
+setInterval(() => document.hidden || askRecordings(), RECORDINGS_MS);
+
 // --- What the page says ------------------------------------------------------------------------------------------
 
 function summary(now) {
@@ -272,7 +292,7 @@ function render() {
         const now = hostNow();
         const connected = lossReason === null;
         const offers = {
-            phone: connected && may.includes("links"), control: connected && may.includes("settings"),
+            phone: connected && may.includes("links"), control: connected && may.includes("settings"), recordings: recorded,
         };
         for (const tile of tiles.values()) {
             tile.render(tile.camera, now, connected, offers);

@@ -62,7 +62,7 @@ export class PhoneLinks {
         this.#render();
         let link = null;
         try {
-            const answer = await fetch(`/links?camera=${encodeURIComponent(name)}`, { method: "POST" });
+            const answer = await fetch(`/api/v1/cameras/${encodeURIComponent(name)}/link`, { method: "POST" });
             this.#answer = answer.status;
             if (answer.status === 201) {
                 const made = await answer.json();

@@ -46,9 +46,12 @@ export class CameraView {
         this.parts.snapshot.setAttribute("aria-label", text("snapshotOf", camera.name));
         this.parts.stream.href = `/live/${camera.path}`;
         this.parts.stream.setAttribute("aria-label", text("streamOf", camera.name));
+        this.parts.back.href = `/recordings/${camera.path}?back=30`;
+        this.parts.back.setAttribute("aria-label", text("ago30Of", camera.name));
     }
 
-    // offers: what who looks may do now: `phone`, make a phone a camera; `control`, control one that is.
+    // offers: what who looks may do now: `phone`, make a phone a camera; `control`, control one that is; `recordings`, a set
+    // of the cameras that can be looked back at.
     render(camera, hostNow, connectedToHost, offers) {
         const { parts, root } = this;
         const status = camera.status(hostNow, connectedToHost);
@@ -71,5 +74,6 @@ export class CameraView {
         setHidden(parts.picture, camera.sequence === null);
         setHidden(parts.snapshot, camera.newest === null);
         setHidden(parts.stream, camera.newest === null);
+        setHidden(parts.back, !offers.recordings.has(camera.name));
     }
 }

@@ -22,9 +22,17 @@ Answer NoSettings() {
     return Answer::Text(503, "The component gives no settings.");
 }
 
-const CameraEntry* FindCameraOf(const Settings::CameraReading& reading, const std::string& name) {
-    const auto found = std::ranges::find(reading.cameras, name, &CameraEntry::name);
-    return found != reading.cameras.end() ? &*found : nullptr;
+const CameraEntry* FindCameraOf(const std::vector<CameraEntry>& cameras, const std::string& name) {
+    const auto found = std::ranges::find(cameras, name, &CameraEntry::name);
+    return found != cameras.end() ? &*found : nullptr;
+}
+
+Answer ListAnswer(const Request& request, const std::vector<CameraEntry>& cameras,
+                  const std::string& version) {
+    ApiJson list = ApiJson::array();
+    for (const CameraEntry& camera : cameras)
+        list.push_back(CameraAsJson(camera));
+    return ApiAnswer(request, {{"cameras", std::move(list)}}, version);
 }
 
 // The cameras that somebody sees. The version of the settings would tell who sees some of them of changes to
@@ -92,12 +100,7 @@ void ApiPages::TellOfCameras(const ApiCall& call, const std::string& what, const
 
 Answer ApiPages::Cameras(const ApiCall& call) const {
     const auto reading = CamerasSeen(settings, call.rights);
-    if (!reading)
-        return NoSettings();
-    ApiJson list = ApiJson::array();
-    for (const CameraEntry& camera : reading->cameras)
-        list.push_back(CameraAsJson(camera));
-    return ApiAnswer(call.request, {{"cameras", std::move(list)}}, reading->version);
+    return reading ? ListAnswer(call.request, reading->cameras, reading->version) : NoSettings();
 }
 
 Answer ApiPages::Camera(const ApiCall& call) const {
@@ -105,7 +108,7 @@ Answer ApiPages::Camera(const ApiCall& call) const {
     if (!reading)
         return NoSettings();
     const auto name = ApiName(call);
-    const CameraEntry* const camera = name ? FindCameraOf(*reading, *name) : nullptr;
+    const CameraEntry* const camera = name ? FindCameraOf(reading->cameras, *name) : nullptr;
     return camera != nullptr ? ApiAnswer(call.request, CameraAsJson(*camera), reading->version) : NoCamera();
 }
 
@@ -123,17 +126,20 @@ Answer ApiPages::PutCamera(const ApiCall& call) const {
     CameraChange wanted{.name = *name, .type = body.Text("type"), .password = body.Text("password")};
     if (const auto refused = body.Refused())
         return *refused;
-    const auto before = settings.Cameras();
-    const bool there = before && FindCameraOf(*before, *name) != nullptr;
-    const auto [version, unmet] = ReadCondition(call.request, there);
+    bool there = false;
+    std::optional<Answer> unmet;
+    const SettingsChange change =
+        settings.ChangeCameras({&wanted, 1}, [&](const Settings::CameraReading& present) {
+            there = FindCameraOf(present.cameras, *name) != nullptr;
+            unmet = ReadCondition(call.request, there, present.version).refused;
+            return !unmet;
+        });
     if (unmet)
         return *unmet;
-    const SettingsChange change = settings.ChangeCameras({&wanted, 1}, version);
     if (const auto refused = CameraChangeRefused(change, false))
         return *refused;
-    const auto now = settings.Cameras();
-    const CameraEntry* const camera = now ? FindCameraOf(*now, *name) : nullptr;
-    if (camera == nullptr) // somebody has removed it meanwhile
+    const CameraEntry* const camera = FindCameraOf(change.cameras, *name);
+    if (camera == nullptr)
         return NoCamera();
     TellOfCameras(call, "camera \"" + Printable(*name) + "\" " + (there ? "changed" : "added"), *name);
     Answer answer = CameraChanged(Answer::Json(there ? 200 : 201, CameraAsJson(*camera)), change);
@@ -144,18 +150,19 @@ Answer ApiPages::PutCamera(const ApiCall& call) const {
 
 Answer ApiPages::RemoveCamera(const ApiCall& call) const {
     const auto name = ApiName(call);
-    const auto before = settings.Cameras();
-    if (!before)
-        return NoSettings();
-    if (!name || FindCameraOf(*before, *name) == nullptr)
+    if (!name)
         return NoCamera();
-    const auto [version, unmet] = ReadCondition(call.request, true);
+    const CameraChange gone{.name = *name, .remove = true};
+    std::optional<Answer> unmet;
+    const SettingsChange change =
+        settings.ChangeCameras({&gone, 1}, [&](const Settings::CameraReading& present) {
+            unmet = FindCameraOf(present.cameras, *name) == nullptr
+                        ? NoCamera()
+                        : ReadCondition(call.request, true, present.version).refused;
+            return !unmet;
+        });
     if (unmet)
         return *unmet;
-    const CameraChange gone{.name = *name, .remove = true};
-    const SettingsChange change = settings.ChangeCameras({&gone, 1}, version);
-    if (change.result == SettingsChange::Result::Unsound) // somebody else was faster
-        return NoCamera();
     if (const auto refused = CameraChangeRefused(change, false))
         return *refused;
     TellOfCameras(call, "camera \"" + Printable(*name) + "\" removed", *name);
@@ -194,15 +201,19 @@ Answer ApiPages::ChangeCameras(const ApiCall& call) const {
     }
     if (const auto refused = body.Refused())
         return *refused;
-    const auto [version, unmet] = ReadCondition(call.request, true);
+    std::optional<Answer> unmet;
+    const SettingsChange change =
+        settings.ChangeCameras(changes, [&](const Settings::CameraReading& present) {
+            unmet = ReadCondition(call.request, true, present.version).refused;
+            return !unmet;
+        });
     if (unmet)
         return *unmet;
-    const SettingsChange change = settings.ChangeCameras(changes, version);
     if (const auto refused = CameraChangeRefused(change, true))
         return *refused;
     TellOfCameras(call, std::to_string(changes.size()) + (changes.size() == 1 ? " change" : " changes") +
                             " of cameras");
-    return CameraChanged(Cameras(call), change);
+    return CameraChanged(ListAnswer(call.request, change.cameras, change.now.version), change);
 }
 
 } // namespace host

@@ -9,13 +9,14 @@
 namespace host {
 namespace {
 
-// A line of If-Match or If-None-Match: whether it names the version. Weak marks make no difference here.
-bool Names(std::string_view line, std::string_view version) {
-    while (!line.empty()) {
-        const auto comma = line.find(',');
-        std::string_view one = Trimmed(line.substr(0, comma));
-        line.remove_prefix(comma == std::string_view::npos ? line.size() : comma + 1);
-        if (one.starts_with("W/"))
+// A list of versions, as If-Match and If-None-Match have it: whether this one is in it, or any would do. A
+// version with the weak mark counts where `weak` says so.
+bool Names(std::string_view list, std::string_view version, bool weak) {
+    while (!list.empty()) {
+        const auto comma = list.find(',');
+        std::string_view one = Trimmed(list.substr(0, comma));
+        list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
+        if (weak && one.starts_with("W/"))
             one.remove_prefix(2);
         if (one == version || one == "*")
             return true;
@@ -86,12 +87,17 @@ std::optional<std::string> ApiName(const ApiCall& call) {
     return PercentDecode(call.name);
 }
 
-ApiCondition ReadCondition(const Request& request, bool exists) {
-    const std::string_view match = Trimmed(request.Field("If-Match"));
-    const std::string_view none = Trimmed(request.Field("If-None-Match"));
-    if ((match == "*" && !exists) || (!none.empty() && exists))
-        return {{}, Answer::Text(412, exists ? "It is there already." : "It is not there.")};
-    return {match == "*" ? std::string() : std::string(match), std::nullopt};
+ApiCondition ReadCondition(const Request& request, bool exists, const std::string& present) {
+    const std::string match = request.AllOf("If-Match");
+    const std::string none = request.AllOf("If-None-Match");
+    // A version of the list is a good one for what is only to come into it.
+    if (Trimmed(match) == "*")
+        return exists ? ApiCondition{} : ApiCondition{{}, Answer::Text(412, "It is not there.")};
+    if (!match.empty())
+        return Names(match, present, false) ? ApiCondition{present} : ApiCondition{{}, ApiOutdated()};
+    if (!none.empty() && exists && Names(none, present, true))
+        return {{}, Answer::Text(412, "It is there already.")};
+    return {};
 }
 
 Answer ApiOutdated() {
@@ -100,8 +106,8 @@ Answer ApiOutdated() {
 
 Answer ApiAnswer(const Request& request, const ApiJson& json, const std::string& version, unsigned status) {
     const bool reads = request.method == "GET" || request.method == "HEAD";
-    const std::string_view has = request.Field("If-None-Match");
-    const bool same = reads && !has.empty() && Names(has, version);
+    const std::string has = request.AllOf("If-None-Match");
+    const bool same = reads && !has.empty() && Names(has, version, true);
     Answer answer = Answer::Json(same ? 304 : status, json);
     // To be asked for each time, but not to be sent each time.
     answer.headers["Cache-Control"] = "no-cache, private";

@@ -61,13 +61,14 @@ private:
 
 // The text of a name in the path; nothing for what is none.
 std::optional<std::string> ApiName(const ApiCall& call);
-// The version that the request is for, empty for any. `exists`: what the path names is there. With an answer
-// where the conditions do not hold.
+// Whether a change may go on (RFC 9110, section 13): `exists` tells whether what the path names is there,
+// `present` is the version of all. With an answer where it may not; `version` is the one that the change is
+// for, empty for any.
 struct ApiCondition {
-    std::string version;
-    std::optional<Answer> refused;
+    std::string version{};
+    std::optional<Answer> refused{};
 };
-ApiCondition ReadCondition(const Request& request, bool exists);
+ApiCondition ReadCondition(const Request& request, bool exists, const std::string& present);
 Answer ApiOutdated();
 
 // JSON with its version; 304 where the request has that already.

@@ -131,7 +131,8 @@ Answer ApiPages::PutUser(const ApiCall& call) const {
     }
     if (const auto refused = body.Refused())
         return *refused;
-    const auto [version, unmet] = ReadCondition(call.request, before.has_value());
+    const auto [version, unmet] =
+        ReadCondition(call.request, before.has_value(), authenticator.UsersVersion());
     if (unmet)
         return *unmet;
     const auto change =
@@ -158,7 +159,7 @@ Answer ApiPages::RemoveUser(const ApiCall& call) const {
     const auto login = ApiName(call);
     if (!login || !authenticator.KindOf(*login))
         return NoUser();
-    const auto [version, unmet] = ReadCondition(call.request, true);
+    const auto [version, unmet] = ReadCondition(call.request, true, authenticator.UsersVersion());
     if (unmet)
         return *unmet;
     if (const auto refused = UserChangeRefused(authenticator.RemoveUser(*login, version)))

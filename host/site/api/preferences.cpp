@@ -207,7 +207,7 @@ Answer ApiPages::PutPreferences(const ApiCall& call) const {
     const ApiBody body(call);
     if (const auto refused = body.Refused())
         return *refused;
-    const auto [version, unmet] = ReadCondition(call.request, true);
+    const auto [version, unmet] = ReadCondition(call.request, true, preferences.Read().version);
     if (unmet)
         return *unmet;
     for (int i = 0; i < kMostTries; ++i) {

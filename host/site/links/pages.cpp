@@ -15,7 +15,6 @@ namespace {
 constexpr std::string_view kLinkPath = "/get/";
 // The token stands in the fragment, which is in no request and so in nobody's log.
 constexpr std::string_view kPhonePath = "/phone#";
-constexpr std::string_view kCameraQuery = "camera=";
 constexpr std::string_view kArchive = "/Sendora.jar";
 constexpr std::string_view kMidletType = "application/java-archive";
 constexpr std::string_view kDescriptor = "/Sendora.jad";
@@ -62,14 +61,7 @@ std::optional<std::string> LinkPages::MakeAddress(const std::string& camera, std
     return link ? std::optional(AddressOf(*link, host)) : std::nullopt;
 }
 
-Answer LinkPages::Make(const Request& request) const {
-    const auto camera = request.query.starts_with(kCameraQuery)
-                            ? PercentDecode(std::string_view(request.query).substr(kCameraQuery.size()))
-                            : std::nullopt;
-    return MakeFor(camera, request);
-}
-
-Answer LinkPages::MakeFor(const std::optional<std::string>& camera, const Request& request) const {
+Answer LinkPages::Make(const std::optional<std::string>& camera, const Request& request) const {
     if (!camera || !m_authenticator.CameraPassword(*camera))
         return Unstored(Answer::Text(404, "There is no camera of that name that has a password."));
     const auto link = m_links->Make(*camera);

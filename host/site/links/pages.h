@@ -1,7 +1,8 @@
 // Links for phones over the web. One is good for a phone of today, which becomes the camera in its browser,
 // or for an old one, which gets a midlet.
 //
-//   POST /links?camera=NAME       makes one: JSON with its token, the seconds that it is good for, its
+//   POST /api/v1/cameras/NAME/link
+//                                 makes one: JSON with its token, the seconds that it is good for, its
 //                                 address for a phone of today ("url") with a QR code of that as SVG ("svg"),
 //                                 and the same for an old one ("oldUrl", "oldSvg")
 //   DELETE /links/TOKEN           revokes it
@@ -46,9 +47,8 @@ public:
         : m_authenticator(authenticator), m_authority(std::move(authority)), m_tls(tls),
           m_language(std::move(language)), m_content(std::move(content)) {}
 
-    [[nodiscard]] Answer Make(const Request& request) const;
-    // The same for a camera that is named otherwise; nothing: by no text.
-    [[nodiscard]] Answer MakeFor(const std::optional<std::string>& camera, const Request& request) const;
+    // For the camera of that name; nothing: it is no text.
+    [[nodiscard]] Answer Make(const std::optional<std::string>& camera, const Request& request) const;
     [[nodiscard]] Answer Revoke(std::string_view token) const;
     // The camera of a link whose phone is a browser: it is good for no other one then. Nothing for a link
     // that is no longer good, or is being used.

@@ -1,0 +1,59 @@
+// Parts of recordings on their way to somebody as files: how far they have come, and that they can be
+// stopped.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/base/wait.h"
+#include "host/recordings/recorded.h"
+
+namespace host {
+
+// One export. Any thread.
+struct ExportState {
+    enum class End { None, Whole, Empty, Failed };
+    const TimeSpan span{};
+    std::atomic<UnixMs> time{0}; // of the newest picture that went out
+    std::atomic<bool> stopped{false};
+    std::atomic<End> end{End::None};
+    std::atomic<Clock::duration::rep> endedAt{0};
+
+    explicit ExportState(TimeSpan asked) : span(asked) {}
+    // Takes note of how far it has come. False when it is to stop.
+    bool Reach(UnixMs picture) noexcept {
+        time = picture;
+        return !stopped;
+    }
+    // From 0 to 1.
+    [[nodiscard]] double Done() const noexcept;
+    void Finish(End how) noexcept;
+};
+using ExportPtr = std::shared_ptr<ExportState>;
+
+// Exports by the numbers that those who asked for them gave them. Thread-safe.
+class ExportTable {
+public:
+    // What has ended is known for so long.
+    static constexpr std::chrono::seconds kKept{60};
+
+    // Whether this may be a number: 32 hexadecimal digits, which nobody guesses.
+    static bool IsNumber(std::string_view number) noexcept;
+    // Null where the number is in use.
+    ExportPtr Begin(std::string_view number, TimeSpan span);
+    [[nodiscard]] ExportPtr Find(std::string_view number) const;
+
+private:
+    void Sweep(); // with m_mutex held
+
+    mutable std::mutex m_mutex;
+    std::map<std::string, ExportPtr, std::less<>> m_exports; // under m_mutex
+};
+
+} // namespace host
