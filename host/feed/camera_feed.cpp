@@ -120,6 +120,11 @@ kit::PicturePtr CameraFeed::Newest() const {
     return m_newest;
 }
 
+bool CameraFeed::HasPicture() const {
+    const std::lock_guard guard(m_mutex);
+    return m_newest != nullptr;
+}
+
 bool CameraFeed::IsWatched(Clock::time_point now) const noexcept {
     if (std::ranges::any_of(m_taps, [](const auto& tap) { return tap->Watches(); }))
         return true;

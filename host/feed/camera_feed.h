@@ -80,6 +80,7 @@ public:
     [[nodiscard]] const std::string& Name() const noexcept { return m_name; }
     // The newest picture; null before the first one. Whoever asks for it watches the camera.
     [[nodiscard]] kit::PicturePtr Newest() const;
+    [[nodiscard]] bool HasPicture() const;
     // Whether somebody watches, or has within the last seconds, or it is recorded.
     [[nodiscard]] bool IsWatched(Clock::time_point now) const noexcept;
     [[nodiscard]] CameraFigures Figures() const;

@@ -38,7 +38,8 @@ void ConnectionEvents::Look(const FeedTable& feeds, Clock::time_point now) {
         ConnectionStory& story = stories[feed->Name()];
         if (known != m_stories.end())
             story = known->second;
-        if (const auto told = story.Look(feed->IsConnected(), now))
+        // One that has never sent a picture has nothing to be told of.
+        if (const auto told = story.Look(feed->IsConnected() && feed->HasPicture(), now))
             m_log.Tell({.kind = *told ? EventKind::CameraConnected : EventKind::CameraLost,
                         .camera = feed->Name(),
                         .text = *told ? "A phone is connected." : "The phone is not connected any more."});

@@ -246,8 +246,6 @@ public:
             m_packers);
         m_component = std::make_unique<kit::Component>(m_module->Class(), m_handlers);
         m_subscription.emplace(m_feeds, m_component->Source());
-        m_settings.Listen(
-            [this](const std::vector<std::string>& cameras) { m_services.Preferences().Follow(cameras); });
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
         // Phones are told of an address only when it is this server's.
@@ -255,6 +253,7 @@ public:
         m_authority = AuthorityForOthers(listener.endpoint);
         m_settings.SetOwnAddress(AuthorityForPhones(listener.endpoint));
         StoreSettings(listener.endpoint);
+        FollowCameras();
         OpenCertificates();
         m_site = std::make_unique<Site>(SiteParts{.feeds = *m_feeds,
                                                   .sources = *m_sources,
@@ -349,6 +348,21 @@ private:
             m_certificates = std::make_unique<Certificates>(m_options.certificate);
         else if (m_options.tls)
             m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost());
+    }
+
+    // Not before all cameras are in the settings: what the preferences say of one that is missing is
+    // forgotten.
+    void FollowCameras() {
+        const auto follow = [this](const std::vector<std::string>& cameras) {
+            m_services.Preferences().Follow(cameras);
+        };
+        std::vector<std::string> names;
+        if (const auto reading = m_settings.Cameras()) {
+            for (const CameraEntry& camera : reading->cameras)
+                names.push_back(camera.name);
+            follow(names);
+        }
+        m_settings.Listen(follow);
     }
 
     void OpenControlSocket() {

@@ -444,8 +444,9 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
             for (const std::string& name : names)
                 host.Show(name, minute + time);
         }
-        host.Settle();
-        host.Settle(); // what had to end first
+        // Files that are written are ended before they can be deleted, which takes more than one round.
+        for (int i = 0; i < 20 && (i < 2 || used(0) > kLimit + kFile); ++i)
+            host.Settle();
         EXPECT_LE(used(0), kLimit + kFile) << minute.count();
         EXPECT_LE(used(host.library->IdOf("camera 3")), kOwnLimit + kFile) << minute.count();
         for (const RecordedFile& row : AllRows(host))

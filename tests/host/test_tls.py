@@ -260,7 +260,7 @@ class Elsewhere(TlsCase):
         **{(f"/phone/{word}", "POST"): (f"/phone/{word}", "refused") for word in ("pair", "sign-in", "leave", "picture")},
         ("/api/v1/openapi.json", "GET"): ("/api/v1/openapi.json", 200), ("/api/*", "GET"): ("/api/x", "refused"),
         **{(f"/api/v1/{place}", method): (f"/api/v1/{place.replace('*', 'x')}", "refused") for method, places in (
-            ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* events phones tokens preferences notices"),
+            ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* events phones tokens preferences notices recordings recordings/*"),
             ("PATCH", "cameras"), ("PUT", "cameras/* users/* password preferences"), ("POST", "cameras/*/link tokens notices/*/test"),
             ("DELETE", "cameras/* users/* phones/* tokens/*")) for place in places.split()},
         ("/cameras/*", "POST"): ("/cameras/yard/control", "refused"), ("/assets/phone/*", "GET"): ("/assets/phone/app.js", "moved"),
