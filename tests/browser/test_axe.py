@@ -6,6 +6,7 @@ import os
 import case
 from feeder import Feeder
 from pictures import coded_jpeg
+from recordings import Day
 
 AXE = os.path.join(os.path.dirname(__file__), "node_modules", "axe-core", "axe.min.js")
 RUN_JS = """
@@ -26,6 +27,7 @@ class AxeTest(case.BrowserCase):
             axe = file.read()
         host = self.make_host()
         host.write_cameras(CAMERAS, "geheim")
+        Day(host.data, "gate", 100)
         host.start()
         browser = self.make_browser(arguments=("--use-fake-ui-for-media-stream", "--use-fake-device-for-media-stream"))
         link, code = (json.loads(host.fetch("/api/v1/cameras/yard/link", method="POST")) for _ in range(2))
@@ -37,7 +39,7 @@ class AxeTest(case.BrowserCase):
             ("/view/gate", ""), ("/tiny", ""), ("/tiny/gate", ""), ("/mobile", ""),
             (f"/get/{link['token']}", ""), ("/nothing-here", ""), ("/archive", ""), ("/trust", ""), ("/sign-in", ""), ("/password", ""),
             ("/phone", "document.getElementById('by-name').open = true"), (f"/phone#{code['token']}", ""),
-            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""), ("/recordings", ""),
+            (f"/phone#{code['token']}", "document.getElementById('pair-button').click()"), ("/phone", ""), ("/settings", ""), ("/recordings", ""), ("/recordings/gate", ""),
         ]
         with Feeder(host.port, "gate", "geheim", [coded_jpeg(n) for n in range(8)], rate=5):
             for number, (path, first) in enumerate(pages):
@@ -47,6 +49,8 @@ class AxeTest(case.BrowserCase):
                     browser.wait_state("gate", "live")
                 if path == "/settings":
                     browser.wait("the form", lambda: browser.run("return !document.getElementById('form').hidden"))
+                if path == "/recordings/gate":
+                    browser.wait("a picture", lambda: browser.run("return document.getElementById('picture').dataset.time"))
                 browser.run(first)
                 browser.run(axe)
                 # A layout looks the same in both schemes but for its colours, which both layouts share.

@@ -1,13 +1,16 @@
-"""One source for one person: the picture, its zoom and its turns, and a source that comes and goes."""
+"""One source for one person: the picture, its zoom and its turns, and a source that comes and goes; and what it showed before."""
 
+import os
 import re
+import subprocess
 
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 
 import case
 from feeder import Feeder
-from pictures import coded_jpeg
+from pictures import NEW_CONTEXT_JS, READ_CODE_JS, coded_jpeg
+from recordings import Day
 
 # How much bluer than red the picture is in each cell of a grid of eight by eight, and its size.
 LOOK_JS = """
@@ -204,6 +207,95 @@ class ViewTest(case.DemoCase):
             self.wait_live("the phone's picture")
         browser.wait("the picture of the past is covered", lambda: self.look()["state"] == "waiting")
         browser.screenshot("view-waiting")
+
+
+class LookBackTest(case.BrowserCase):
+    def now(self):
+        """The moment of the picture on the screen, having held the picture against it."""
+        time, code = self.browser.run(READ_CODE_JS + NEW_CONTEXT_JS + """
+            const picture = document.getElementById("picture");
+            return [Number(picture.dataset.time ?? 0), picture.checkVisibility() ? readCode(picture, newContext()) : null];
+        """)
+        if time > 0:
+            self.assertEqual(code, self.day.number_at(time))
+        return time
+
+    def wait_for(self, time, within=0):
+        self.browser.wait(f"the picture of {time}", lambda: abs(self.now() - time) <= within)
+
+    def keys(self, keys):
+        ActionChains(self.browser.driver).send_keys(keys).perform()
+
+    def place(self, share):
+        """A point on the line of time."""
+        box = self.browser.run("return document.getElementById('timeline').getBoundingClientRect().toJSON()")
+        return box["left"] + share * box["width"], box["top"] + 40
+
+    def test_a_day(self):
+        host = self.make_host()
+        host.write_cameras(["yard"], "demo")
+        day = self.day = Day(host.data, "yard", 1500)
+        host.start()
+        browser = self.browser = self.make_browser()
+        browser.wait("the host has read the recordings", lambda: day.is_known(host))
+        browser.open(host.address())
+        browser.wait("the way back on the tile", lambda: browser.run("return document.querySelector('.tile [data-part=back]').checkVisibility()"))
+        browser.open(host.address("/recordings"))
+        browser.wait("the list", lambda: browser.run("return document.querySelector('#list a')?.textContent.startsWith('yard')"))
+        browser.driver.find_element(By.CSS_SELECTOR, "#list a").click()
+        self.wait_for(day.end)
+
+        # A part of it, picture by picture and by playing.
+        middle = day.begin + 600_000
+        browser.open(host.address(f"/recordings/yard?t={middle}"))
+        self.wait_for(middle)
+        for key, time in ((",", middle - 1000), (".", middle), (".", middle + 1000), ("\ue012", middle - 4000), ("\ue014", middle + 1000)):
+            self.keys(key)
+            self.wait_for(time)
+        self.keys("[")
+        browser.run("""
+            const speed = document.getElementById("speed");
+            speed.value = "60";
+            speed.dispatchEvent(new Event("change"));
+        """)
+        self.keys(" ")
+        browser.wait("a minute is played", lambda: self.now() > middle + 60_000)
+        self.keys("k")
+        self.keys("]")
+        marked = browser.wait("it stands", lambda: (one := self.now()) == self.now() and one)
+
+        # What is saved is what was marked, to the picture.
+        downloads = os.path.join(self.folder, "downloads")
+        browser.driver.execute_cdp_cmd("Browser.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
+        browser.run("document.getElementById('save').click()")
+        browser.wait("it is saved", lambda: browser.run("return document.getElementById('saved').textContent") == "Saved")
+        browser.wait("the browser has it", lambda: [name for name in os.listdir(downloads) if name.endswith(".mkv")])
+        saved = os.path.join(downloads, os.listdir(downloads)[0])
+        packets = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets", "-of", "csv=p=0", saved],
+                                 check=True, stdout=subprocess.PIPE, text=True).stdout
+        self.assertEqual(int(packets), (marked - middle - 1000) // 1000 + 1)
+
+        # By a finger, on a phone: the line shows the part that is left of the day, or all of it.
+        browser.size(390, 844, phone=True)
+        browser.run("for (let i = 0; i < 20; ++i) document.getElementById('wider').click()")
+        begin, end = browser.wait("the line", lambda: browser.run("""
+            const line = document.getElementById("timeline");
+            const [begin, end] = ["valuemin", "valuemax"].map((name) => Number(line.getAttribute(`aria-${name}`)));
+            return end - begin > 86400000 * 6 && [begin, end];
+        """))
+        there = [(time - begin) / (end - begin) for time in (day.begin + 200_000, day.begin + 1_200_000)]
+        browser.touch((self.place(there[0]), self.place(there[1])))
+        self.wait_for(day.begin + 1_200_000, within=(end - begin) / 300)
+        browser.screenshot("recordings-phone")
+        browser.size(1280, 800)
+        browser.screenshot("recordings")
+
+        # Where there is nothing it says so, and what there was goes on from there.
+        browser.open(host.address(f"/recordings/yard?t={day.begin - 3_600_000}"))
+        browser.wait("the notice", lambda: browser.run("return document.getElementById('notice').checkVisibility()"))
+        self.keys(" ")
+        browser.wait("it plays", lambda: self.now() > day.begin + 1000)
+        self.end(host, browser)
 
 
 if __name__ == "__main__":
