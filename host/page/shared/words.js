@@ -523,7 +523,7 @@ export const WORDS = {
     savingFailed: ["This could not be saved.", "No se pudo guardar.", "Enregistrement impossible.", "Сохранить не удалось.", "Neizdevās saglabāt.", "Saxlamaq mümkün olmadı.", "შენახვა ვერ მოხერხდა."],
     savingStopped: ["Stopped", "Detenido", "Arrêté", "Остановлено", "Apturēts", "Dayandırıldı", "შეჩერებულია"],
     ago30: ["30 s ago", "Hace 30 s", "Il y a 30 s", "30 с назад", "Pirms 30 s", "30 s əvvəl", "30 წმ-ის წინ"],
-    ago30Of: ["{}, 30 seconds ago", "{}, hace 30 segundos", "{}, il y a 30 secondes", "{}, 30 секунд назад", "{}, pirms 30 sekundēm", "{}, 30 saniyə əvvəl", "{}, 30 წამის წინ"],
+    ago30Of: ["{}: 30 s ago", "{}: hace 30 s", "{} : il y a 30 s", "{}: 30 с назад", "{}: pirms 30 s", "{}: 30 s əvvəl", "{}: 30 წმ-ის წინ"],
 
     // Labels that the component's documents have in some languages only, by their names there
     label_name: ["Name", "Nombre", "Nom", "Имя", "Vārds", "Ad", "სახელი"],
