@@ -81,6 +81,8 @@ TABLE = {
     "host/notices": {"platform", "host/base", "host/log", "host/tls", "host/events", "host/preferences"},
     # Programs of this machine, past the web server.
     "host/control": {"platform", "host/base", "host/log"},
+    # Other hosts. What it is made of is loaded with the option for it, apart from the host's program.
+    "host/cluster": {"platform", "host/base"},
     # A phone played towards the component.
     "host/bridge": INTERFACES | {"host/base", "host/log", "host/http", "host/users", "host/feed", "kit/component", "kit/connection"},
     # Pages as such: files that the program carries, pages without script, and their texts.
@@ -105,7 +107,7 @@ LIBRARIES = {
     "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/site/api", "host/site/events", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/recordings", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
-    "openssl/": {"host/tls"},
+    "openssl/": {"host/tls", "host/cluster"},
     "curl/": {"host/notices"},
     "mosquitto.h": {"host/notices"},
     "libxml/": {"host/site/mobile"},
