@@ -71,7 +71,7 @@ void ReadFile(std::string_view text) {
     Require(SUCCEEDED(platform::ReplaceFile(path, text, 0600)));
     const auto digestOf = [](const host::Sessions::Owner& owner) { return owner.login.empty() ? "" : "d"; };
     const host::Sessions::Time now{std::chrono::seconds(1'800'000'000)};
-    host::Sessions sessions(path, digestOf);
+    host::Sessions sessions(host::Sessions::InFile(path), digestOf);
     sessions.Sweep(now);
     for (const bool secure : {false, true}) {
         const auto owner = sessions.Find(kId, secure, now);
@@ -82,7 +82,8 @@ void ReadFile(std::string_view text) {
     }
     // The phones have a file of their own.
     Require(SUCCEEDED(platform::ReplaceFile(path, text, 0600)));
-    host::Phones phones(path, [](const std::string& camera) { return camera.empty() ? "" : "d"; });
+    host::Phones phones(host::Phones::InFile(path),
+                        [](const std::string& camera) { return camera.empty() ? "" : "d"; });
     phones.Sweep(now);
     for (const host::Phones::Listed& phone : phones.List())
         Require(phone.made.time_since_epoch() <= std::chrono::hours(24 * 366 * 10'000) &&

@@ -20,8 +20,9 @@
 
 namespace host {
 
-// Any thread, and several at a time. Where it says nothing else, a call may wait, kLongestWait in all: none
-// is made under a lock that a request or a picture waits for.
+// Any thread, and several at a time. Where it says nothing else, a call may wait, kLongestWait in all, though
+// not while the store knows that it cannot be reached: none is made under a lock that a request or a picture
+// waits for.
 class Store {
 public:
     // Grows with each change of a key, whoever makes it; 0: the key is not there.
@@ -95,6 +96,8 @@ public:
     // A file has made the first call when this returns; a store that others share makes it once it has been
     // read.
     [[nodiscard]] virtual Watching Watch(Listener listener) = 0;
+    // Others put entries there while this host runs, whole buckets in no order towards each other.
+    [[nodiscard]] virtual bool IsShared() const noexcept { return true; }
     // Looks whether somebody else has changed what is there, where nobody tells so. Waits for nothing, and
     // costs next to nothing where nobody has.
     virtual void Refresh() {}

@@ -209,13 +209,13 @@ public:
         : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop,
                           m_data.File("sign-ins")),
-          m_sessions(m_data.File("sessions"),
+          m_sessions(Sessions::InFile(m_data.File("sessions")),
                      [this](const Sessions::Owner& owner) { return m_authenticator.DigestOf(owner); }),
-          m_phones(m_data.File("phones"),
+          m_phones(Phones::InFile(m_data.File("phones")),
                    [this](const std::string& camera) {
                        return m_authenticator.DigestOf({camera, true});
                    }),
-          m_tokens(m_data.File("tokens"),
+          m_tokens(Tokens::InFile(m_data.File("tokens")),
                    [this](std::string_view login) { return m_authenticator.KindOf(login); }),
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),

@@ -122,10 +122,11 @@ class IdleTokens {
 public:
     explicit IdleTokens(const IdleFiles& files)
         : m_files(files), m_users(files.Data().File("users")),
-          m_tokens(files.Data().File("tokens"), [this](std::string_view login) -> std::optional<UserKind> {
-              const auto user = m_users.Users().find(login);
-              return user != m_users.Users().end() ? std::optional(user->second.kind) : std::nullopt;
-          }) {}
+          m_tokens(Tokens::InFile(files.Data().File("tokens")),
+                   [this](std::string_view login) -> std::optional<UserKind> {
+                       const auto user = m_users.Users().find(login);
+                       return user != m_users.Users().end() ? std::optional(user->second.kind) : std::nullopt;
+                   }) {}
 
     [[nodiscard]] json List() const {
         json list = json::array();

@@ -31,12 +31,12 @@ std::optional<Phones::Phone> Phones::Phone::Read(std::span<const std::string> fi
 }
 
 std::string Phones::Phone::Line() const {
-    return '\t' + PercentEncode(camera) + '\t' + digest + '\t' + (secure ? "tls" : "clear") + '\t' +
+    return PercentEncode(camera) + '\t' + digest + '\t' + (secure ? "tls" : "clear") + '\t' +
            SecondsOf(made) + '\t' + SecondsOf(used) + '\t' + address + '\t' + agent;
 }
 
-Phones::Phones(std::string path, DigestOf digestOf)
-    : m_digestOf(std::move(digestOf)), m_table(std::move(path), [this](const Phone& phone, Time) {
+Phones::Phones(std::shared_ptr<Store> store, DigestOf digestOf)
+    : m_digestOf(std::move(digestOf)), m_table(std::move(store), [this](const Phone& phone, Time) {
           return phone.digest.empty() || phone.digest != m_digestOf(phone.camera);
       }) {}
 

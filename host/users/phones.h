@@ -35,9 +35,13 @@ public:
     // What the present password of a camera is, in a digest; empty where no phone can be this camera.
     using DigestOf = std::function<std::string(const std::string& camera)>;
 
-    // Reads the file; empty: nothing is kept. `digestOf` is called with the lock held, and calls nothing
+    // `digestOf` is called with the lock held, and calls nothing
     // here.
-    Phones(std::string path, DigestOf digestOf);
+    Phones(std::shared_ptr<Store> store, DigestOf digestOf);
+    // In a file of the data folder; empty: in memory alone.
+    static std::shared_ptr<Store> InFile(std::string path) {
+        return SecretTable<Phone>::InFile(std::move(path));
+    }
     Phones(const Phones&) = delete;
     Phones& operator=(const Phones&) = delete;
 

@@ -21,12 +21,12 @@ std::optional<Sessions::Session> Sessions::Session::Read(std::span<const std::st
 }
 
 std::string Sessions::Session::Line() const {
-    return '\t' + owner.login + '\t' + (owner.camera ? "camera" : "user") + '\t' +
-           (secure ? "tls" : "clear") + '\t' + SecondsOf(made) + '\t' + SecondsOf(used) + '\t' + digest;
+    return owner.login + '\t' + (owner.camera ? "camera" : "user") + '\t' + (secure ? "tls" : "clear") +
+           '\t' + SecondsOf(made) + '\t' + SecondsOf(used) + '\t' + digest;
 }
 
-Sessions::Sessions(std::string path, DigestOf digestOf)
-    : m_digestOf(std::move(digestOf)), m_table(std::move(path), [this](const Session& session, Time now) {
+Sessions::Sessions(std::shared_ptr<Store> store, DigestOf digestOf)
+    : m_digestOf(std::move(digestOf)), m_table(std::move(store), [this](const Session& session, Time now) {
           // A clock that was put back does not make a session longer.
           return now - session.used >= kIdle || now - session.made >= kLongest ||
                  session.made > now + kIdle || session.digest.empty() ||

@@ -26,9 +26,13 @@ public:
     // What the present password of an owner is stored as, in a digest; empty where there is no such user.
     using DigestOf = std::function<std::string(const Owner&)>;
 
-    // Reads the file; empty: nothing is kept. `digestOf` is called with the lock held, and calls nothing
+    // `digestOf` is called with the lock held, and calls nothing
     // here.
-    Sessions(std::string path, DigestOf digestOf);
+    Sessions(std::shared_ptr<Store> store, DigestOf digestOf);
+    // In a file of the data folder; empty: in memory alone.
+    static std::shared_ptr<Store> InFile(std::string path) {
+        return SecretTable<Session>::InFile(std::move(path));
+    }
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
 

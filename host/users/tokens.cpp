@@ -30,12 +30,12 @@ std::optional<Tokens::Token> Tokens::Token::Read(std::span<const std::string> fi
 }
 
 std::string Tokens::Token::Line() const {
-    return '\t' + login + '\t' + digest + '\t' + std::string(NameOf(scope)) + '\t' + SecondsOf(made) + '\t' +
+    return login + '\t' + digest + '\t' + std::string(NameOf(scope)) + '\t' + SecondsOf(made) + '\t' +
            SecondsOf(used) + '\t' + PercentEncode(name);
 }
 
-Tokens::Tokens(std::string path, KindOf kindOf)
-    : m_kindOf(std::move(kindOf)), m_table(std::move(path), [this](const Token& token, SecretRecord::Time) {
+Tokens::Tokens(std::shared_ptr<Store> store, KindOf kindOf)
+    : m_kindOf(std::move(kindOf)), m_table(std::move(store), [this](const Token& token, SecretRecord::Time) {
           const auto kind = m_kindOf(token.login);
           return !kind || token.digest != KindName(*kind);
       }) {}

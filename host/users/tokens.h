@@ -33,8 +33,12 @@ public:
     // The kind of a user; nothing where there is none.
     using KindOf = std::function<std::optional<UserKind>(std::string_view login)>;
 
-    // Reads the file; empty: nothing is kept. `kindOf` is called with the lock held, and calls nothing here.
-    Tokens(std::string path, KindOf kindOf);
+    // `kindOf` is called with the lock held, and calls nothing here.
+    Tokens(std::shared_ptr<Store> store, KindOf kindOf);
+    // In a file of the data folder; empty: in memory alone.
+    static std::shared_ptr<Store> InFile(std::string path) {
+        return SecretTable<Token>::InFile(std::move(path));
+    }
     Tokens(const Tokens&) = delete;
     Tokens& operator=(const Tokens&) = delete;
 

@@ -344,7 +344,7 @@ TEST(Api, TokensAreAsGoodAsTheirUserAndInTheirPlaces) {
     EXPECT_EQ(program.Ask("GET /cameras", own).status, 401U);
     const std::string file = platform::ReadWholeFile(rig.folder.File("tokens")).value_or("");
     EXPECT_EQ(file.find(all.substr(22, 64)), std::string::npos);
-    const Tokens again(rig.folder.File("tokens"),
+    const Tokens again(Tokens::InFile(rig.folder.File("tokens")),
                        [&](auto login) { return rig.authenticator.KindOf(login); });
     EXPECT_EQ(again.List().size(), 2U);
 

@@ -152,13 +152,13 @@ public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true, const std::string& language = "",
                  const std::string& authority = "", const Recordings* recordings = nullptr)
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
-          sessions(folder.File("sessions"),
+          sessions(Sessions::InFile(folder.File("sessions")),
                    [this](const Sessions::Owner& owner) { return authenticator.DigestOf(owner); }),
-          phones(folder.File("phones"),
+          phones(Phones::InFile(folder.File("phones")),
                  [this](const std::string& camera) {
                      return authenticator.DigestOf({camera, true});
                  }),
-          tokens(folder.File("tokens"),
+          tokens(Tokens::InFile(folder.File("tokens")),
                  [this](std::string_view login) { return authenticator.KindOf(login); }),
           sources(std::make_shared<SourceTable>(feeds, folder.Path() / "files", limits.staleAfter)),
           site(SiteParts{.feeds = *feeds,
