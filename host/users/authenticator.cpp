@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/base/start_error.h"
 #include "host/http/request.h"
 #include "host/log/console.h"
 #include "host/tls/digest.h"
@@ -268,7 +267,8 @@ Authenticator::PasswordChange Authenticator::ChangePassword(const SignIn& visito
     if (signIn.result != SignIn::Result::Known || signIn.camera)
         return Wrong;
     const std::string hash = HashPassword(password); // slow: outside the lock
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     // What --add-user wrote meanwhile stays.
     (void)m_store.Refresh();
     const auto user = m_store.Users().find(login);
@@ -276,33 +276,37 @@ Authenticator::PasswordChange Authenticator::ChangePassword(const SignIn& visito
         return NotYours;
     User changed = user->second;
     changed.hash = hash;
-    return Store(login, std::move(changed)) == UserChange::NotWritten ? NotWritten : Changed;
+    return Keep(lock, login, std::move(changed)) == UserChange::Changed ? Changed : NotWritten;
 }
 
-Authenticator::UserChange Authenticator::Store(const std::string& login, std::optional<User> user) {
-    const auto found = m_store.Users().find(login);
-    const auto former = found != m_store.Users().end() ? std::optional(found->second) : std::nullopt;
-    const auto set = [&](const std::optional<User>& to) {
-        if (to)
-            m_store.Set(login, *to);
-        else
-            m_store.Remove(login);
-    };
-    set(user);
-    if (std::ranges::none_of(m_store.Users(),
-                             [](const auto& item) { return item.second.kind == UserKind::Admin; })) {
-        set(former);
+Authenticator::UserChange Authenticator::Keep(std::unique_lock<std::mutex>& lock, const std::string& login,
+                                              std::optional<User> user) {
+    UserMap wanted = m_store.Users();
+    const bool there = wanted.contains(login);
+    if (user)
+        wanted.insert_or_assign(login, *std::move(user));
+    else
+        wanted.erase(login);
+    if (std::ranges::none_of(wanted, [](const auto& item) { return item.second.kind == UserKind::Admin; }))
         return UserChange::LastAdmin;
-    }
+    const auto changes = m_store.ChangesTo(wanted);
+    const auto entries = m_store.Entries();
+    lock.unlock();
+    const auto outcomes = entries->Write(changes);
+    lock.lock();
+    m_store.Settle(changes, outcomes);
     m_verified.erase(login);
-    try {
-        m_store.Save();
-    } catch (const StartError& error) {
-        set(former);
-        Console::Get().Log("error", error.what());
-        return UserChange::NotWritten;
+    const auto own = std::ranges::find(changes, login, &Store::Change::key);
+    if (own != changes.end()) {
+        const Store::Outcome& outcome = outcomes[static_cast<std::size_t>(own - changes.begin())];
+        if (outcome.result == Store::Result::Conflict)
+            return UserChange::Outdated;
+        if (outcome.result != Store::Result::Done) {
+            Console::Get().Log("error", outcome.why);
+            return UserChange::NotWritten;
+        }
     }
-    return former ? UserChange::Changed : UserChange::Made;
+    return there ? UserChange::Changed : UserChange::Made;
 }
 
 UserMap Authenticator::Users() const {
@@ -351,7 +355,8 @@ Authenticator::UserChange Authenticator::PutUser(const std::string& login, const
     // Slow, and so outside the lock. A request that comes again changes nothing.
     const bool same = password && !before.empty() && VerifyPassword(*password, before);
     const std::string hash = password && !same ? HashPassword(*password) : before;
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     RefreshUsers();
     if (!version.empty() && version != VersionOfUsers())
         return UserChange::Outdated;
@@ -365,15 +370,16 @@ Authenticator::UserChange Authenticator::PutUser(const std::string& login, const
         user.hash = hash;
     if (former && former->kind == user.kind && former->hash == user.hash && former->cameras == user.cameras)
         return UserChange::Same;
-    return Store(login, std::move(user));
+    return Keep(lock, login, std::move(user));
 }
 
 Authenticator::UserChange Authenticator::RemoveUser(const std::string& login, std::string_view version) {
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     RefreshUsers();
     if (!version.empty() && version != VersionOfUsers())
         return UserChange::Outdated;
-    return m_store.Users().contains(login) ? Store(login, std::nullopt) : UserChange::Missing;
+    return m_store.Users().contains(login) ? Keep(lock, login, std::nullopt) : UserChange::Missing;
 }
 
 void Authenticator::RefreshUsers() {
@@ -413,7 +419,8 @@ void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
     const CameraNames gone = m_cameras.Set(cameras);
     if (gone.empty())
         return;
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     RefreshUsers(); // what --add-user wrote meanwhile stays
     bool changed = false;
     for (auto [login, user] : UserMap(m_store.Users())) {
@@ -423,12 +430,18 @@ void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
         m_store.Set(login, std::move(user));
         changed = true;
     }
-    try {
-        if (changed)
-            m_store.Save();
-    } catch (const StartError& error) {
-        // In force, and written with the next change.
-        Console::Get().Log("error", error.what());
+    if (!changed)
+        return;
+    const auto changes = m_store.ChangesTo(m_store.Users());
+    const auto entries = m_store.Entries();
+    lock.unlock();
+    const auto outcomes = entries->Write(changes);
+    lock.lock();
+    m_store.Settle(changes, outcomes);
+    // In force all the same, and written with the next change.
+    for (const Store::Outcome& outcome : outcomes) {
+        if (!outcome.why.empty())
+            return Console::Get().Log("error", outcome.why);
     }
 }
 

@@ -105,7 +105,7 @@ public:
         Missing,    // there is no such user, or a new one has no kind or no password
         LastAdmin,  // nobody could administer the server any more
         NotWritten, // and so it stays what it was
-        Outdated
+        Outdated    // or somebody else has changed it at the same time
     };
     struct UserWish {
         std::optional<UserKind> kind{};
@@ -162,8 +162,8 @@ private:
     void RefreshUsers();                              // with m_mutex held
     void ForgetTokens();                              // of who is gone; with m_mutex held
     [[nodiscard]] std::string VersionOfUsers() const; // with m_mutex held
-    // Nothing: the user goes.
-    UserChange Store(const std::string& login, std::optional<User> user);   // with m_mutex held
+    // Nothing: the user goes. With m_changing and m_mutex held, the latter not while the store is written.
+    UserChange Keep(std::unique_lock<std::mutex>& lock, const std::string& login, std::optional<User> user);
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
     bool IsLogin(std::string_view login) const;                             // with m_mutex held
     bool IsThere(const Sessions::Owner& visitor) const;                     // with m_mutex held
@@ -182,6 +182,7 @@ private:
     SignInPlaces m_places;
     Throttle m_throttle;
     CheckQueue m_checks;
+    std::mutex m_changing;      // held by who changes users, also while they are written; before m_mutex
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras

@@ -6,9 +6,8 @@
 #include <vector>
 
 #include "host/base/start_error.h"
-#include "host/base/text_table.h"
+#include "host/base/text_store.h"
 #include "host/http/request.h"
-#include "platform/messages.h"
 #include "platform/text.h"
 
 namespace host {
@@ -39,6 +38,30 @@ std::string CheckLoginWithout(std::string_view login, std::string_view signs) {
     if (!platform::Utf8ToWideStrict(login))
         return "a login is UTF-8 text";
     return {};
+}
+
+struct ReadLine {
+    std::string wrong; // with it; empty: nothing
+    User user;
+};
+ReadLine ReadUser(const TextLine& line) {
+    const auto bad = [](std::string_view what) { return ReadLine{std::string(what), {}}; };
+    if (line.fields.size() != 4 && line.fields.size() != 5)
+        return bad("a user has four fields: login, kind, mark, hash; and a fifth one for a list of cameras");
+    const auto kind = KindFromName(line.fields[1]);
+    if (!kind)
+        return bad("the kind of a user is admin, viewer or phone");
+    if (const std::string wrong = CheckLoginWithout(line.fields[0], "/?#:"); !wrong.empty())
+        return bad(wrong);
+    auto cameras = ReadCameraList(line.fields.size() == 5 ? line.fields[4] : std::string(kAllCameras));
+    if (!cameras)
+        return bad("a list of cameras is names with commas between them, percent-encoded");
+    return {{}, {*kind, line.fields[2] == "demo", line.fields[3], *std::move(cameras)}};
+}
+
+std::string ValueOf(const User& user) {
+    return std::string(KindName(user.kind)) + '\t' + (user.demo ? "demo" : "-") + '\t' + user.hash +
+           (user.cameras ? '\t' + CameraListText(user.cameras) : "");
 }
 
 } // namespace
@@ -116,49 +139,57 @@ bool IsWeakPassword(std::string_view password) noexcept {
     return static_cast<std::size_t>(std::ranges::count_if(password, begins)) < kGoodPasswordCharacters;
 }
 
-UserStore::UserStore(std::string path) : m_path(std::move(path)), m_stamp(platform::StampOf(m_path)) {
-    if (m_stamp.inode != 0)
-        m_users = ReadFile();
-}
+UserStore::UserStore(std::string path)
+    : UserStore(std::make_shared<TextStore>(
+          std::move(path),
+          TextStore::Format{
+              .title = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash, and "
+                       "where there is one a list of cameras.\n"
+                       "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND",
+              .what = "users file",
+              .key = "login",
+              .check = [](const TextLine& line) { return ReadUser(line).wrong; },
+              .strict = true})) {}
 
-UserMap UserStore::ReadFile() const {
-    const auto content = platform::ReadWholeFile(m_path);
-    if (!content)
-        throw StartError("cannot read the users file " + m_path + ": " + platform::DescribeLastError());
-    UserMap users;
-    for (const TextLine& line : ReadTextTable(*content)) {
-        const auto bad = [&](std::string_view what) {
-            return StartError(m_path + ", line " + std::to_string(line.number) + ": " + std::string(what));
-        };
-        if (line.fields.size() != 4 && line.fields.size() != 5)
-            throw bad(
-                "a user has four fields: login, kind, mark, hash; and a fifth one for a list of cameras");
-        const auto kind = KindFromName(line.fields[1]);
-        if (!kind)
-            throw bad("the kind of a user is admin, viewer or phone");
-        if (const std::string wrong = CheckLoginWithout(line.fields[0], "/?#:"); !wrong.empty())
-            throw bad(wrong);
-        auto cameras = ReadCameraList(line.fields.size() == 5 ? line.fields[4] : std::string(kAllCameras));
-        if (!cameras)
-            throw bad("a list of cameras is names with commas between them, percent-encoded");
-        User user{*kind, line.fields[2] == "demo", line.fields[3], *std::move(cameras)};
-        if (!users.try_emplace(line.fields[0], std::move(user)).second)
-            throw bad("this login stands there twice");
-    }
-    return users;
+UserStore::UserStore(std::shared_ptr<Store> entries) : m_store(std::move(entries)) {
+    m_watching = m_store->Watch([inbox = m_inbox](std::span<const Store::Update> updates) {
+        const std::lock_guard guard(inbox->mutex);
+        inbox->updates.insert(inbox->updates.end(), updates.begin(), updates.end());
+    });
+    (void)Refresh();
 }
 
 bool UserStore::Refresh() {
-    const platform::FileStamp stamp = platform::StampOf(m_path);
-    if (stamp == m_stamp || stamp.inode == 0)
-        return false;
-    m_stamp = stamp;
-    try {
-        m_users = ReadFile();
-    } catch (const StartError&) {
-        return false;
+    m_store->Refresh();
+    std::vector<Store::Update> updates;
+    {
+        const std::lock_guard guard(m_inbox->mutex);
+        updates.swap(m_inbox->updates);
     }
-    return true;
+    bool changed = false;
+    for (Store::Update& update : updates) {
+        const auto found = m_entries.find(update.key);
+        // Changes of one's own come back.
+        if (update.revision <= (found != m_entries.end() ? found->second.revision : 0))
+            continue;
+        Take(update.key, update.value ? std::optional(Store::Entry{*std::move(update.value), update.revision})
+                                      : std::nullopt);
+        changed = true;
+    }
+    return changed;
+}
+
+void UserStore::Take(const std::string& login, std::optional<Store::Entry> entry) {
+    if (!entry) {
+        m_entries.erase(login);
+        Remove(login);
+        return;
+    }
+    const auto lines = ReadTextTable(login + '\t' + entry->value);
+    ReadLine read = lines.size() == 1 ? ReadUser(lines[0]) : ReadLine{"no user", {}};
+    if (read.wrong.empty())
+        Set(login, std::move(read.user));
+    m_entries.insert_or_assign(login, *std::move(entry));
 }
 
 void UserStore::Set(const std::string& login, User user) {
@@ -170,17 +201,43 @@ void UserStore::Remove(std::string_view login) {
         m_users.erase(found);
 }
 
-void UserStore::Save() {
-    std::string content = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash, and "
-                          "where there is one a list of cameras.\n"
-                          "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND\n";
-    for (const auto& [login, user] : m_users) {
-        content += login + '\t' + std::string(KindName(user.kind)) + '\t' + (user.demo ? "demo" : "-") +
-                   '\t' + user.hash + (user.cameras ? '\t' + CameraListText(user.cameras) : "") + '\n';
+std::vector<Store::Change> UserStore::ChangesTo(const UserMap& wanted) const {
+    std::vector<Store::Change> changes;
+    for (const auto& [login, user] : wanted) {
+        std::string value = ValueOf(user);
+        const auto found = m_entries.find(login);
+        if (found == m_entries.end() || found->second.value != value)
+            changes.push_back(
+                {login, std::move(value), found != m_entries.end() ? found->second.revision : 0});
     }
-    if (FAILED(platform::ReplaceFile(m_path, content, 0600)))
-        throw StartError("cannot write the users file " + m_path + ": " + platform::DescribeLastError());
-    m_stamp = platform::StampOf(m_path);
+    for (const auto& [login, entry] : m_entries) {
+        if (!wanted.contains(login))
+            changes.push_back({login, std::nullopt, entry.revision});
+    }
+    return changes;
+}
+
+void UserStore::Settle(std::span<const Store::Change> changes, std::span<const Store::Outcome> outcomes) {
+    (void)Refresh();
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        const auto& [login, value, follows] = changes[i];
+        if (outcomes[i].result == Store::Result::Done)
+            Take(login, value ? std::optional(Store::Entry{*value, outcomes[i].revision}) : std::nullopt);
+        else if (outcomes[i].result == Store::Result::Conflict)
+            Take(login, outcomes[i].present);
+    }
+}
+
+void UserStore::Save() {
+    const auto changes = ChangesTo(m_users);
+    const auto outcomes = m_store->Write(changes);
+    Settle(changes, outcomes);
+    for (const Store::Outcome& outcome : outcomes) {
+        if (outcome.result == Store::Result::Conflict)
+            throw StartError("somebody else is changing the users at the same time: try again");
+        if (outcome.result != Store::Result::Done)
+            throw StartError(outcome.why);
+    }
 }
 
 } // namespace host

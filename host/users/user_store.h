@@ -1,17 +1,21 @@
-// The users of the host, in a file of the data folder.
+// The users of the host: an entry each, by the login.
 //
-// One user a line: login, kind, mark, password hash, separated by tabs; "#" begins a comment. The mark is
-// "demo" for the users that the demo made and "-" for others. Where a user has a list of cameras, a fifth
-// field has it. The file has mode 0600 and is replaced as a whole.
+// In a file of the data folder one user is a line: login, kind, mark, password hash, separated by tabs; "#"
+// begins a comment. The mark is "demo" for the users that the demo made and "-" for others. Where a user has
+// a list of cameras, a fifth field has it.
 #pragma once
 
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/base/store.h"
 #include "host/users/rights.h"
-#include "platform/files.h"
 
 namespace host {
 
@@ -62,26 +66,42 @@ bool IsWeakPassword(std::string_view password) noexcept;
 // Not thread-safe; the authenticator guards it.
 class UserStore {
 public:
-    // Throws StartError for a file that cannot be read or holds a line that is no user: going on without it
-    // would lock people out, or lose them at the next write. A login that CheckLogin refuses only for a sign
-    // that phones cannot send is somebody's already, and stays.
+    // In a file. Throws StartError for one that cannot be read or holds a line that is no user: going on
+    // without it would lock people out, or lose them at the next write. A login that CheckLogin refuses only
+    // for a sign that phones cannot send is somebody's already, and stays.
     explicit UserStore(std::string path);
+    explicit UserStore(std::shared_ptr<Store> entries);
 
     [[nodiscard]] const UserMap& Users() const noexcept { return m_users; }
-    // Reads the file again when somebody has replaced it (--add-user beside a running host). True when the
+    // Takes over what others have changed in the store (--add-user beside a running host). True when the
     // users may have changed. A file that cannot be read meanwhile leaves the users as they are.
     bool Refresh();
     void Set(const std::string& login, User user);
     void Remove(std::string_view login);
-    // Throws StartError when the file cannot be written.
+    // Puts all that Set and Remove have changed into the store, and may wait for it. Throws StartError when
+    // that was not possible.
     void Save();
 
-private:
-    [[nodiscard]] UserMap ReadFile() const;
+    // The same in three steps, so that nobody waits under the lock of who guards this: what is to be changed
+    // so that the store has these users, Write of the store by itself, and what became of it. A change that
+    // was carried out is in force from then on; in place of one that somebody else came before, theirs is.
+    [[nodiscard]] std::vector<Store::Change> ChangesTo(const UserMap& wanted) const;
+    [[nodiscard]] const std::shared_ptr<Store>& Entries() const noexcept { return m_store; }
+    void Settle(std::span<const Store::Change> changes, std::span<const Store::Outcome> outcomes);
 
-    std::string m_path;
+private:
+    struct Inbox {
+        std::mutex mutex;
+        std::vector<Store::Update> updates; // that came since the last Refresh
+    };
+    // As the store has it; nothing: it has none.
+    void Take(const std::string& login, std::optional<Store::Entry> entry);
+
+    std::shared_ptr<Store> m_store;
     UserMap m_users;
-    platform::FileStamp m_stamp;
+    std::map<std::string, Store::Entry, std::less<>> m_entries; // as the store has them
+    std::shared_ptr<Inbox> m_inbox = std::make_shared<Inbox>();
+    Store::Watching m_watching;
 };
 
 } // namespace host
