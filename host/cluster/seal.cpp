@@ -233,13 +233,15 @@ std::string Sealer::Seal(const SealedFor& place, std::string_view text, SealId* 
     const CipherPtr cipher = NewCipher();
     const auto nonce = NonceOf(used.count);
     int size = 0;
-    CheckSeal(EVP_EncryptInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, m_own->bytes.data(), nonce.data()) == 1 &&
-                  EVP_EncryptUpdate(cipher.get(), nullptr, &size, BytesOf(associated),
-                                    static_cast<int>(associated.size())) == 1 &&
-                  EVP_EncryptUpdate(cipher.get(), out, &size, BytesOf(text), static_cast<int>(text.size())) == 1 &&
-                  EVP_EncryptFinal_ex(cipher.get(), out + text.size(), &size) == 1 &&
-                  EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_GET_TAG, kTagBytes, out + text.size()) == 1,
-              "AES-256-GCM failed");
+    CheckSeal(
+        EVP_EncryptInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, m_own->bytes.data(), nonce.data()) ==
+                1 &&
+            EVP_EncryptUpdate(cipher.get(), nullptr, &size, BytesOf(associated),
+                              static_cast<int>(associated.size())) == 1 &&
+            EVP_EncryptUpdate(cipher.get(), out, &size, BytesOf(text), static_cast<int>(text.size())) == 1 &&
+            EVP_EncryptFinal_ex(cipher.get(), out + text.size(), &size) == 1 &&
+            EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_GET_TAG, kTagBytes, out + text.size()) == 1,
+        "AES-256-GCM failed");
     if (id != nullptr)
         *id = used;
     return sealed;
@@ -323,8 +325,8 @@ std::string BucketSeal::KeyOf(std::string_view name) const {
     bound += name;
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned size = 0;
-    CheckSeal(HMAC(EVP_sha256(), m_nameKey.Data(), static_cast<int>(m_nameKey.Size()), BytesOf(bound), bound.size(),
-                   digest.data(), &size) != nullptr,
+    CheckSeal(HMAC(EVP_sha256(), m_nameKey.Data(), static_cast<int>(m_nameKey.Size()), BytesOf(bound),
+                   bound.size(), digest.data(), &size) != nullptr,
               "no HMAC");
     static constexpr std::string_view kDigits = "0123456789abcdef";
     std::string key;
@@ -349,8 +351,10 @@ std::string BucketSeal::Seal(const BucketValue& value) const {
     return m_sealer->Seal({.kind = SealedFor::Kind::Value, .place = m_bucket, .key = key}, text);
 }
 
-std::optional<BucketValue> BucketSeal::Open(std::string_view key, std::string_view sealed, bool* renew) const {
-    const auto opened = m_sealer->Open({.kind = SealedFor::Kind::Value, .place = m_bucket, .key = key}, sealed);
+std::optional<BucketValue> BucketSeal::Open(std::string_view key, std::string_view sealed,
+                                            bool* renew) const {
+    const auto opened =
+        m_sealer->Open({.kind = SealedFor::Kind::Value, .place = m_bucket, .key = key}, sealed);
     if (!opened)
         return std::nullopt;
     auto value = ReadBucketValue(opened->text);

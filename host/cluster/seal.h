@@ -1,6 +1,6 @@
-// What hosts of a cluster tell each other passes through a message engine that other programs may use as well.
-// So each of it is sealed: who has not got the cluster's secret reads nothing, and can make nothing that a
-// host takes, nor have a host take something at another place, for another question or a second time.
+// What hosts of a cluster tell each other passes through a message engine that other programs may use as
+// well. So each of it is sealed: who has not got the cluster's secret reads nothing, and can make nothing
+// that a host takes, nor have a host take something at another place, for another question or a second time.
 //
 // A sealed text, numbers in the order of the network:
 //
@@ -61,8 +61,8 @@ private:
 struct Secrets {
     static constexpr std::size_t kLeastBytes = 32;
 
-    // Of a file with one or two lines of 32 bytes or more; blank ones and those that begin with # do not count.
-    // Throws SealError. The text is the caller's to wipe.
+    // Of a file with one or two lines of 32 bytes or more; blank ones and those that begin with # do not
+    // count. Throws SealError. The text is the caller's to wipe.
     static Secrets Of(std::string_view file);
 
     Secret first;
@@ -139,8 +139,8 @@ private:
     mutable std::map<KeyName, KeyPtr> m_keys; // that have opened something
 };
 
-// Which messages of other hosts are new. A message may be overtaken by some later ones, and counts once; one of
-// a former start of its host does not count at all. Belongs to one thread.
+// Which messages of other hosts are new. A message may be overtaken by some later ones, and counts once; one
+// of a former start of its host does not count at all. Belongs to one thread.
 class Freshness {
 public:
     // The start that holds for a host, from a value of the cluster; what it said before is void.
@@ -176,8 +176,8 @@ public:
     // 64 hexadecimal digits.
     [[nodiscard]] std::string KeyOf(std::string_view name) const;
     [[nodiscard]] std::string Seal(const BucketValue& value) const;
-    // Nothing for what is not sealed for that key. `renew` may be null: whether it is sealed with a secret that
-    // is about to go.
+    // Nothing for what is not sealed for that key. `renew` may be null: whether it is sealed with a secret
+    // that is about to go.
     [[nodiscard]] std::optional<BucketValue> Open(std::string_view key, std::string_view sealed,
                                                   bool* renew = nullptr) const;
 
@@ -187,22 +187,26 @@ private:
     const Secret m_nameKey;
 };
 
-// What is to be thought of a key's value at `revision` that says it follows `follows`, where `known` is the last
-// revision of that key that was seen, whatever it held (0: none). A bucket keeps the newest value of a key
-// alone, so some in between may not have been seen.
+// The last revision of a key that was seen, and what its value said that it follows.
+struct SeenRevision {
+    std::uint64_t revision = 0; // 0: none was seen
+    std::uint64_t follows = 0;
+    friend bool operator==(const SeenRevision&, const SeenRevision&) = default;
+};
+// What is to be thought of a key's value. A bucket keeps the newest value of a key alone, so some in between
+// may not have been seen.
 enum class Standing {
     Next,   // it follows what is known
     Known,  // it is what is known
     Old,    // it was made before what is known, and somebody has put it again
     Undone, // the bucket went back behind what is known: somebody has made it anew
 };
-[[nodiscard]] constexpr Standing StandingOf(std::uint64_t known, std::uint64_t revision,
-                                            std::uint64_t follows) noexcept {
-    if (revision < known)
+[[nodiscard]] constexpr Standing StandingOf(const SeenRevision& known, const SeenRevision& value) noexcept {
+    if (value.revision < known.revision)
         return Standing::Undone;
-    if (revision == known)
-        return Standing::Known;
-    return follows >= known && follows < revision ? Standing::Next : Standing::Old;
+    if (value.revision == known.revision)
+        return value.follows == known.follows ? Standing::Known : Standing::Old;
+    return value.follows >= known.revision && value.follows < value.revision ? Standing::Next : Standing::Old;
 }
 
 } // namespace host::cluster

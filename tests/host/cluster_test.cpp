@@ -64,7 +64,8 @@ TEST(Seal, OpensForWhatItBelongsToAlone) {
 
 TEST(Seal, ASecretIsChangedWithoutAHostThatUnderstandsNobody) {
     const SealedFor place{};
-    const char* const steps[][2] = {{"1", "1"}, {"12", "1"}, {"12", "21"}, {"2", "21"}, {"2", "2"}, {"2", "1"}};
+    const char* const steps[][2] = {{"1", "1"},  {"12", "1"}, {"12", "21"},
+                                    {"2", "21"}, {"2", "2"},  {"2", "1"}};
     const auto secrets = [](std::string_view which) {
         std::string file = "# the cluster's\n\n";
         for (const char one : which)
@@ -81,8 +82,8 @@ TEST(Seal, ASecretIsChangedWithoutAHostThatUnderstandsNobody) {
         if (opened)
             EXPECT_EQ(opened->second, here[0] != there[0]) << here << " opens " << there;
     }
-    for (const std::string& bad : {std::string(), std::string("# nothing\n"), std::string(31, 'x'),
-                                   kOne + "\n" + kTwo + "\n" + kOne})
+    for (const std::string& bad :
+         {std::string(), std::string("# nothing\n"), std::string(31, 'x'), kOne + "\n" + kTwo + "\n" + kOne})
         EXPECT_THROW((void)Secrets::Of(bad), SealError) << bad;
     EXPECT_THROW(Sealer(Secrets::Of(kOne), ""), SealError);
     EXPECT_THROW(Sealer(Secrets::Of(kOne), std::string(65, 'n')), SealError);
@@ -96,9 +97,9 @@ TEST(Seal, AMessageCountsOnce) {
     };
     EXPECT_FALSE(take(1, 1)) << "nobody knows its start";
     fresh.SetStart("a", start(1));
-    const std::pair<std::uint64_t, bool> counts[] = {{2, true}, {1, true},  {2, false},  {1, false},  {0, false},
-                                                     {70, true}, {7, true}, {6, false}, {7, false}, {200, true},
-                                                     {137, true}, {136, false}, {137, false}, {201, true}};
+    const std::pair<std::uint64_t, bool> counts[] = {
+        {2, true},  {1, true},  {2, false},  {1, false},  {0, false},   {70, true},   {7, true},
+        {6, false}, {7, false}, {200, true}, {137, true}, {136, false}, {137, false}, {201, true}};
     for (const auto& [count, taken] : counts)
         EXPECT_EQ(take(1, count), taken) << count;
     EXPECT_FALSE(take(1, 300, "b"));
@@ -130,8 +131,8 @@ TEST(Seal, AValueOpensInItsPlaceAndAfterWhatItFollows) {
     EXPECT_FALSE(users.Open(key, sealer->Seal({}, "no value"))) << "a message";
     // Sealed for the place, and no value all the same.
     for (const std::string& text : {std::string(10, '\0'), std::string(8, '\0') + "\2\0\0"})
-        EXPECT_FALSE(users.Open(
-            users.KeyOf(""), sealer->Seal({SealedFor::Kind::Value, "users", users.KeyOf("")}, text)));
+        EXPECT_FALSE(users.Open(users.KeyOf(""),
+                                sealer->Seal({SealedFor::Kind::Value, "users", users.KeyOf("")}, text)));
     EXPECT_FALSE(users.Open(key, sealer->Seal({SealedFor::Kind::Value, "users", key},
                                               std::string(8, '\0') + std::string("\1\0\5guard", 8))));
     const auto gone = users.Open(key, users.Seal({9, true, "admin", "left over"}));
@@ -146,16 +147,17 @@ TEST(Seal, AValueOpensInItsPlaceAndAfterWhatItFollows) {
     EXPECT_TRUE(renew);
 
     const struct {
-        std::uint64_t known, revision, follows;
+        SeenRevision known, value;
         Standing standing;
-    } standings[] = {
-        {0, 4, 0, Standing::Next},  {4, 9, 4, Standing::Next}, {4, 9, 8, Standing::Next},
-        {4, 9, 3, Standing::Old},   {4, 9, 0, Standing::Old},  {4, 9, 9, Standing::Old},
-        {4, 9, 12, Standing::Old},  {9, 9, 4, Standing::Known}, {9, 8, 4, Standing::Undone},
-        {9, 1, 0, Standing::Undone}};
+    } standings[] = {{{0, 0}, {4, 0}, Standing::Next},  {{4, 0}, {9, 4}, Standing::Next},
+                     {{4, 0}, {9, 8}, Standing::Next},  {{4, 0}, {9, 3}, Standing::Old},
+                     {{4, 0}, {9, 0}, Standing::Old},   {{4, 0}, {9, 9}, Standing::Old},
+                     {{4, 0}, {9, 12}, Standing::Old},  {{9, 4}, {9, 4}, Standing::Known},
+                     {{9, 4}, {9, 0}, Standing::Old},   {{9, 4}, {8, 4}, Standing::Undone},
+                     {{9, 4}, {1, 0}, Standing::Undone}};
     for (const auto& row : standings)
-        EXPECT_EQ(StandingOf(row.known, row.revision, row.follows), row.standing)
-            << row.known << " " << row.revision << " " << row.follows;
+        EXPECT_EQ(StandingOf(row.known, row.value), row.standing)
+            << row.known.revision << " " << row.value.revision << " " << row.value.follows;
 }
 
 } // namespace

@@ -110,6 +110,7 @@ LIBRARIES = {
     "openssl/": {"host/tls", "host/cluster"},
     "curl/": {"host/notices"},
     "mosquitto.h": {"host/notices"},
+    "nats/": {"host/cluster"},
     "libxml/": {"host/site/mobile"},
     "libxslt/": {"host/site/mobile"},
     "qrencode.h": {"host/site/links"},

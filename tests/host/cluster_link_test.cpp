@@ -1,0 +1,369 @@
+// Hosts over a real server of the message engine, and somebody else who uses it as well.
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "host/cluster/bucket.h"
+#include "host/cluster/link.h"
+#include "platform/files.h"
+
+namespace host::cluster {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Wide: a sanitized program on a loaded machine.
+constexpr auto kPatience = 30s;
+
+template <class Condition>
+bool Eventually(const Condition& condition) {
+    const auto until = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until)
+            return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+std::uint16_t FreePort() {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    ::close(socket);
+    return ntohs(address.sin_port);
+}
+
+// nats-server with JetStream, and another client of it that has not got the secret.
+class ClusterLink : public testing::Test {
+protected:
+    ClusterLink() { Start(); }
+    ~ClusterLink() override {
+        m_rogue.reset();
+        Kill();
+        std::filesystem::remove_all(m_folder);
+    }
+
+    void Start() {
+        m_server = ::fork();
+        if (m_server == 0) {
+            const int quiet = ::open("/dev/null", O_RDWR);
+            ::dup2(quiet, 1);
+            ::dup2(quiet, 2);
+            ::execlp("nats-server", "nats-server", "-a", "127.0.0.1", "-p", m_port.c_str(), "-js", "-sd",
+                     m_folder.c_str(), nullptr);
+            ::_exit(127);
+        }
+    }
+    void Kill() const {
+        ::kill(m_server, SIGKILL);
+        ::waitpid(m_server, nullptr, 0);
+    }
+
+    std::unique_ptr<Link> LinkOf(const std::string& node, const std::string& secrets = kSecret) {
+        auto link = std::make_unique<Link>(LinkOptions{{"nats://127.0.0.1:1", m_url}},
+                                           std::make_shared<const Sealer>(Secrets::Of(secrets), node),
+                                           [](const std::string&) {});
+        EXPECT_TRUE(Eventually([&] { return link->IsConnected(); }));
+        return link;
+    }
+    std::unique_ptr<Bucket> BucketOf(Link& link, const std::string& seen = {}) const {
+        auto bucket = std::make_unique<Bucket>(link, BucketOptions{"users", 1, seen}, Secret("name key"));
+        EXPECT_TRUE(bucket->AwaitRead(kPatience));
+        return bucket;
+    }
+
+    natsConnection* Rogue() {
+        natsConnection* made = nullptr;
+        if (!m_rogue)
+            EXPECT_TRUE(
+                Eventually([&] { return natsConnection_ConnectTo(&made, m_url.c_str()) == NATS_OK; }));
+        if (made != nullptr)
+            m_rogue.reset(made);
+        return m_rogue.get();
+    }
+    JetStreamPtr RogueStream() {
+        jsCtx* stream = nullptr;
+        EXPECT_EQ(natsConnection_JetStream(&stream, Rogue(), nullptr), NATS_OK);
+        return JetStreamPtr(stream);
+    }
+    // All that the engine holds of the users: subject, and bytes.
+    std::vector<std::pair<std::string, std::string>> Stored() {
+        const JetStreamPtr stream = RogueStream();
+        std::vector<std::pair<std::string, std::string>> stored;
+        jsStreamInfo* info = nullptr;
+        EXPECT_EQ(js_GetStreamInfo(&info, stream.get(), "KV_users", nullptr, nullptr), NATS_OK);
+        const std::uint64_t last = info->State.LastSeq;
+        jsStreamInfo_Destroy(info);
+        for (std::uint64_t sequence = 1; sequence <= last; ++sequence) {
+            natsMsg* message = nullptr;
+            if (js_GetMsg(&message, stream.get(), "KV_users", sequence, nullptr, nullptr) != NATS_OK)
+                continue;
+            stored.emplace_back(natsMsg_GetSubject(message), TextOf(message));
+            natsMsg_Destroy(message);
+        }
+        return stored;
+    }
+
+    static inline const std::string kSecret = std::string(32, 's');
+    const std::string m_folder = [] {
+        char folder[] = "/tmp/morrow-engine-XXXXXX";
+        return std::string(::mkdtemp(folder));
+    }();
+    const std::string m_port = std::to_string(FreePort());
+    const std::string m_url = "nats://127.0.0.1:" + m_port;
+    pid_t m_server = -1;
+    std::unique_ptr<natsConnection, Destroyed<&natsConnection_Destroy>> m_rogue;
+};
+
+TEST_F(ClusterLink, AnAnswerIsForItsQuestionAlone) {
+    const auto a = LinkOf("a");
+    const auto b = LinkOf("b");
+    const Link::Service service(*b, "morrowstream.test.b", [](const Opened& question) {
+        return question.text == "silence"
+                   ? std::nullopt
+                   : std::optional(Link::Service::Answer{question.node + " asked " + question.text, 7});
+    });
+    // Whoever listens to all that is said, and answers each question with what was answered before.
+    struct Overheard {
+        std::mutex mutex;
+        std::vector<std::string> said;
+        std::string answer;
+    } overheard;
+    natsSubscription* made = nullptr;
+    ASSERT_EQ(natsConnection_Subscribe(
+                  &made, Rogue(), ">",
+                  [](natsConnection* engine, natsSubscription*, natsMsg* message, void* closure) {
+                      auto& heard = *static_cast<Overheard*>(closure);
+                      const std::lock_guard guard(heard.mutex);
+                      heard.said.emplace_back(TextOf(message));
+                      const std::string& wrong = heard.answer.empty() ? heard.said.back() : heard.answer;
+                      if (const char* const reply = natsMsg_GetReply(message))
+                          (void)natsConnection_Publish(engine, reply, wrong.data(),
+                                                       static_cast<int>(wrong.size()));
+                      else if (heard.answer.empty())
+                          heard.answer = heard.said.back();
+                      natsMsg_Destroy(message);
+                  },
+                  &overheard),
+              NATS_OK);
+    const SubscriptionPtr listening(made, {Rogue()});
+    ASSERT_EQ(natsConnection_Flush(Rogue()), NATS_OK);
+    const auto ask = [&](const std::string& text, std::uint64_t epoch, std::chrono::milliseconds within,
+                         const std::string& node = "b") {
+        std::promise<std::string> told;
+        a->Ask("morrowstream.test." + node, text, epoch, within, [&](const std::optional<Opened>& answer) {
+            told.set_value(answer ? answer->node + ": " + answer->text : "-");
+        });
+        return told.get_future().get();
+    };
+    EXPECT_EQ(ask("one", 7, kPatience), "b: a asked one");
+    EXPECT_EQ(ask("two", 7, kPatience), "b: a asked two");
+    EXPECT_EQ(ask("three", 6, 300ms), "-") << "an answer of another epoch";
+    EXPECT_EQ(ask("silence", 7, 100ms), "-");
+    EXPECT_EQ(ask("anybody?", 7, 300ms, "c"), "-");
+    EXPECT_GE(a->Now().refused, 4U);
+    const std::string forged = "one";
+    (void)natsConnection_Publish(Rogue(), "morrowstream.test.b", forged.data(),
+                                 static_cast<int>(forged.size()));
+    EXPECT_TRUE(Eventually([&] { return b->Now().refused > 0; }));
+    const std::lock_guard guard(overheard.mutex);
+    for (const std::string& text : overheard.said)
+        EXPECT_EQ(text.find("asked"), std::string::npos);
+}
+
+// What a listener was told, "NAME=VALUE " each, "-NAME " of what is gone; a "|" for each call.
+struct Told {
+    Store::Listener Listener() {
+        return [this](std::span<const Store::Update> updates) {
+            const std::lock_guard guard(mutex);
+            text += "|";
+            for (const auto& update : updates)
+                text += update.value ? update.key + "=" + *update.value + " " : "-" + update.key + " ";
+        };
+    }
+    bool Ends(std::string_view with) {
+        return Eventually([&] {
+            const std::lock_guard guard(mutex);
+            return text.ends_with(with);
+        });
+    }
+    std::mutex mutex;
+    std::string text;
+};
+
+TEST_F(ClusterLink, ABucketIsOneStoreForAll) {
+    using Result = Store::Result;
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    Told early;
+    Bucket a(*linkA, {"users", 1, ""}, Secret("name key"));
+    const auto watchA = a.Watch(early.Listener());
+    EXPECT_TRUE(early.Ends("|")) << early.text;
+    const std::string strange("a name / \0 with anything", 24);
+    const auto put = a.Put(strange, "one", 0);
+    ASSERT_EQ(put.result, Result::Done) << put.why;
+    EXPECT_TRUE(early.Ends("|" + strange + "=one "));
+    const auto b = BucketOf(*linkB);
+    Told late;
+    const auto watchB = b->Watch(late.Listener());
+    EXPECT_TRUE(late.Ends("|" + strange + "=one "));
+
+    const auto again = b->Put(strange, "two", 0);
+    EXPECT_EQ(again.result, Result::Conflict);
+    EXPECT_EQ(again.present, (Store::Entry{"one", put.revision}));
+    const auto second = b->Put(strange, "two", put.revision);
+    ASSERT_EQ(second.result, Result::Done);
+    EXPECT_GT(second.revision, put.revision);
+    EXPECT_EQ(a.Put(strange, "three", put.revision).present, (Store::Entry{"two", second.revision}));
+    EXPECT_EQ(a.Get(strange).entry, (Store::Entry{"two", second.revision}));
+    EXPECT_EQ(a.Remove(strange, put.revision).result, Result::Conflict);
+    EXPECT_EQ(a.Remove(strange, second.revision).result, Result::Done);
+    EXPECT_FALSE(b->Get(strange).entry);
+    EXPECT_EQ(b->Put(strange, "three", second.revision).result, Result::Conflict);
+    EXPECT_TRUE(late.Ends("|-" + strange + " ")) << late.text;
+    // Both at once: one is first.
+    const auto three = b->Put(strange, "three", 0);
+    ASSERT_EQ(three.result, Result::Done);
+    EXPECT_EQ(a.Put(strange, "four", 0).present, (Store::Entry{"three", three.revision}));
+    EXPECT_TRUE(early.Ends("|" + strange + "=three "));
+    // All limits of a store, and none of the engine's.
+    const std::string large(Store::kMaxValueBytes, 'x');
+    EXPECT_EQ(a.Put(std::string(Store::kMaxKeyBytes, 'k'), large, 0).result, Result::Done);
+    EXPECT_EQ(b->Get(std::string(Store::kMaxKeyBytes, 'k')).entry->value, large);
+    for (const auto& [key, value] : std::map<std::string, std::string>{
+             {"", "x"}, {std::string(Store::kMaxKeyBytes + 1, 'k'), "x"}, {"k", large + "x"}})
+        EXPECT_EQ(a.Put(key, value, 0).result, Result::Refused);
+
+    // A server that dies, and comes back with what it had.
+    Kill();
+    EXPECT_TRUE(Eventually([&] { return !linkA->IsConnected(); }));
+    EXPECT_EQ(a.Put("more", "x", 0).result, Result::Unreachable);
+    EXPECT_EQ(a.Get("more").result, Result::Unreachable);
+    Start();
+    EXPECT_TRUE(Eventually([&] { return a.Put("more", "x", 0).result == Result::Done; }));
+    EXPECT_TRUE(late.Ends("|more=x ")) << "the watch goes on";
+    EXPECT_EQ(linkA->Now().server, "127.0.0.1:" + m_port);
+    EXPECT_GE(linkA->Now().connections, 1U);
+    // Who has a new secret, and the former one as the second, seals anew what is there.
+    const auto linkC = LinkOf("c", std::string(32, 't') + "\n" + kSecret);
+    const auto linkD = LinkOf("d", std::string(32, 't'));
+    const auto c = BucketOf(*linkC);
+    const auto d = BucketOf(*linkD);
+    EXPECT_TRUE(Eventually([&] {
+        return d->Get("more").entry.value_or(Store::Entry{}).value == "x" &&
+               d->Get(strange).entry.has_value();
+    }));
+}
+
+TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
+    const std::string seen = m_folder + "/seen";
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    auto a = BucketOf(*linkA);
+    auto b = BucketOf(*linkB);
+    const auto one = a->Put("admin", "a former password", 0);
+    ASSERT_EQ(one.result, Store::Result::Done);
+    ASSERT_EQ(a->Put("admin", "the password", one.revision).result, Store::Result::Done);
+    const auto gone = a->Put("guard", "was thrown out", 0);
+    ASSERT_EQ(a->Remove("guard", gone.revision).result, Store::Result::Done);
+    const auto stored = Stored();
+    ASSERT_EQ(stored.size(), 4U);
+    for (const auto& [subject, bytes] : stored) {
+        for (const char* const secret : {"admin", "guard", "passw", "thrown", "name key"})
+            EXPECT_EQ((subject + bytes).find(secret), std::string::npos) << secret;
+    }
+    const JetStreamPtr stream = RogueStream();
+    const std::string& admin = stored[0].first;
+    const std::string& former = stored[0].second;
+    const std::string& guard = stored[2].first;
+    const std::string& thrownOut = stored[2].second;
+    const auto put = [&](const std::string& subject, const std::string& bytes) {
+        EXPECT_EQ(js_Publish(nullptr, stream.get(), subject.c_str(), bytes.data(),
+                             static_cast<int>(bytes.size()), nullptr, nullptr),
+                  NATS_OK);
+    };
+    const auto purge = [&](const std::string& subject) {
+        jsOptions options;
+        (void)jsOptions_Init(&options);
+        options.Stream.Purge.Subject = subject.c_str();
+        EXPECT_EQ(js_PurgeStream(stream.get(), "KV_users", &options, nullptr), NATS_OK);
+    };
+    const auto marker = [&](const std::string& subject) {
+        kvStore* store = nullptr;
+        ASSERT_EQ(js_KeyValue(&store, stream.get(), "users"), NATS_OK);
+        EXPECT_EQ(kvStore_Delete(store, subject.substr(subject.rfind('.') + 1).c_str()), NATS_OK);
+        kvStore_Destroy(store);
+    };
+    Told told;
+    auto watch = b->Watch(told.Listener());
+    const std::pair<const char*, std::function<void()>> deeds[] = {
+        {"nonsense", [&] { put(admin, "nonsense"); }},
+        {"a former value", [&] { put(admin, former); }},
+        {"another's value", [&] { put(admin, thrownOut); }},
+        {"one that was removed", [&] { put(guard, thrownOut); }},
+        {"a bare removal", [&] { marker(admin); }},
+        {"a removal that leaves nothing", [&] { purge(admin); }},
+        {"nothing of what was removed, and that again",
+         [&] {
+             purge(guard);
+             put(guard, thrownOut);
+         }},
+    };
+    for (const auto& [what, deed] : deeds) {
+        const std::uint64_t before = linkB->Now().refused;
+        deed();
+        if (std::string_view(what).find("leaves nothing") == std::string_view::npos)
+            EXPECT_TRUE(Eventually([&] { return linkB->Now().refused > before; })) << what;
+        EXPECT_EQ(a->Get("admin").entry.value_or(Store::Entry{}).value, "the password") << what;
+        EXPECT_FALSE(a->Get("guard").entry) << what;
+    }
+    // It is put right for those as well who come only now.
+    EXPECT_TRUE(Eventually([&] {
+        const auto linkC = LinkOf("c");
+        const auto c = BucketOf(*linkC);
+        return c->Get("admin").entry.value_or(Store::Entry{}).value == "the password" &&
+               !c->Get("guard").entry;
+    }));
+    {
+        const std::lock_guard holding(told.mutex);
+        EXPECT_EQ(told.text.find("former"), std::string::npos);
+        EXPECT_EQ(told.text.find("thrown"), std::string::npos);
+        EXPECT_EQ(told.text.find("-admin"), std::string::npos);
+    }
+    // No host is there, and the former value covers all that the engine keeps: who has seen the newest once
+    // is not taken in all the same.
+    a = BucketOf(*linkA, seen);
+    a.reset();
+    watch.reset();
+    b.reset();
+    for (int times = 0; times < 6; ++times)
+        put(admin, former);
+    a = BucketOf(*linkA, seen);
+    EXPECT_FALSE(a->Get("admin").entry);
+    EXPECT_EQ(a->Put("admin", "a new password", 0).result, Store::Result::Done);
+    EXPECT_EQ(BucketOf(*linkB)->Get("admin").entry.value_or(Store::Entry{}).value, "a new password");
+    // A bucket that is made anew, with all that it had: nobody writes to it as if nothing had happened.
+    const auto everything = Stored();
+    ASSERT_EQ(js_DeleteStream(stream.get(), "KV_users", nullptr, nullptr), NATS_OK);
+    EXPECT_TRUE(Eventually(
+        [&] { return !a->Trouble().empty() || a->Get("guard").result == Store::Result::Unreachable; }));
+}
+
+} // namespace
+} // namespace host::cluster
