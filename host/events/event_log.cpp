@@ -13,7 +13,6 @@ namespace {
 
 // What could not be written is tried again.
 constexpr std::chrono::seconds kRetryAfter{5};
-constexpr std::chrono::hours kSweepInterval{1};
 
 // At the most so many bytes, without half a character at the end.
 void CutText(std::string& text, std::size_t most) {
@@ -36,9 +35,8 @@ void CutEvent(Event& event) {
 
 } // namespace
 
-EventLog::EventLog(std::string folder, std::chrono::days keptFor)
-    : m_journal(std::move(folder)), m_last(m_journal.LastNumber()), m_written(m_last), m_keptFor(keptFor) {
-    SweepIfDue();
+EventLog::EventLog(std::string folder)
+    : m_journal(std::move(folder)), m_last(m_journal.LastNumber()), m_written(m_last) {
     auto newest = m_journal.Newest({}, kNewest);
     // A file that somebody has mended may have gaps; behind one, memory begins.
     for (std::uint64_t number = m_last; const EventPtr& event : newest) {
@@ -136,9 +134,19 @@ std::uint64_t EventLog::LastNumber() const {
     return m_last;
 }
 
-void EventLog::KeepFor(std::chrono::days days) {
+std::uint64_t EventLog::WrittenNumber() const {
     const std::lock_guard guard(m_mutex);
-    m_keptFor = days;
+    return m_written;
+}
+
+void EventLog::KeepFrom(std::chrono::sys_days oldest) {
+    {
+        const std::lock_guard guard(m_mutex);
+        m_keptFrom = oldest;
+        while (!m_newest.empty() && m_newest.front()->time < oldest && m_newest.front()->number <= m_written)
+            m_newest.pop_front();
+    }
+    m_news.notify_all();
 }
 
 void EventLog::AddWatcher(Wakeup& wakeup) {
@@ -170,30 +178,23 @@ void EventLog::SayWritten(EventJournal::Written written) {
         Console::Get().Log("error", "there are too many events today: those that come now are not kept");
 }
 
-void EventLog::SweepIfDue() {
-    if (Clock::now() < m_nextSweep)
-        return;
-    m_nextSweep = Clock::now() + kSweepInterval;
-    std::chrono::days keptFor{};
-    {
-        const std::lock_guard guard(m_mutex);
-        keptFor = m_keptFor;
-    }
-    m_journal.Sweep(std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now()) - keptFor);
-}
-
 void EventLog::Write() {
     for (;;) {
         std::vector<EventPtr> events;
         std::uint64_t lost = 0;
+        std::chrono::sys_days keptFrom{};
         bool ends = false;
         {
             std::unique_lock lock(m_mutex);
-            m_news.wait_for(lock, kSweepInterval, [this] { return m_ends || m_written < m_last; });
+            m_news.wait(lock, [this] { return m_ends || m_written < m_last || m_sweptTo < m_keptFrom; });
             events = Unwritten(&lost);
+            keptFrom = m_keptFrom;
             ends = m_ends;
         }
-        SweepIfDue();
+        if (m_sweptTo < keptFrom) {
+            m_journal.Sweep(keptFrom);
+            m_sweptTo = keptFrom;
+        }
         if (lost > 0)
             Console::Get().Log("error",
                                std::to_string(lost) + " events are lost: the disk took none for too long");

@@ -27,7 +27,7 @@ public:
 
     // Reads the newest events of the folder and makes it with the first event that is written. Empty: nothing
     // is kept.
-    explicit EventLog(std::string folder, std::chrono::days keptFor = std::chrono::days(7));
+    explicit EventLog(std::string folder);
     EventLog(const EventLog&) = delete;
     EventLog& operator=(const EventLog&) = delete;
     ~EventLog(); // what still can be written is
@@ -42,9 +42,11 @@ public:
     // seen that one. Reads files only for what is no longer in memory.
     [[nodiscard]] std::vector<EventPtr> After(std::uint64_t number, std::size_t most) const;
     [[nodiscard]] std::uint64_t LastNumber() const;
+    // The number up to which the journal has them: a crash loses none of those.
+    [[nodiscard]] std::uint64_t WrittenNumber() const;
 
-    // Days of the journal that are kept, today's not counted.
-    void KeepFor(std::chrono::days days);
+    // Events of the days before this one go, soon. None goes before the first call.
+    void KeepFrom(std::chrono::sys_days oldest);
 
     // EventWatch calls these; the wake-up is signalled for each event.
     void AddWatcher(Wakeup& wakeup);
@@ -52,7 +54,6 @@ public:
 
 private:
     void Write();
-    void SweepIfDue();
     [[nodiscard]] std::vector<EventPtr> Unwritten(std::uint64_t* lost) const; // with m_mutex held
     void SayWritten(EventJournal::Written written);
 
@@ -62,12 +63,12 @@ private:
     std::deque<EventPtr> m_newest; // their numbers follow each other
     std::uint64_t m_last = 0;      // the number of the newest one
     std::uint64_t m_written = 0;   // the number up to which the journal has them
-    std::chrono::days m_keptFor;
+    std::chrono::sys_days m_keptFrom = std::chrono::sys_days::min();
     bool m_ends = false;
     std::vector<Wakeup*> m_watchers;
     // The writer's.
     EventJournal::Written m_said = EventJournal::Written::All;
-    Clock::time_point m_nextSweep = Clock::time_point::min();
+    std::chrono::sys_days m_sweptTo = std::chrono::sys_days::min();
     std::thread m_writer; // last: it uses all of the above
 };
 

@@ -150,8 +150,10 @@ EventJournal::Written EventJournal::AppendTo(sys_days day, const std::string& li
 }
 
 void EventJournal::Sweep(sys_days oldest) {
+    const std::uint64_t newest = LastNumber();
     for (const auto& [day, range] : Known()) {
-        if (day >= oldest || (FAILED(platform::RemoveFile(PathOf(day))) && errno != ENOENT))
+        if (day >= oldest || range.last == newest ||
+            (FAILED(platform::RemoveFile(PathOf(day))) && errno != ENOENT))
             continue;
         const std::lock_guard guard(m_mutex);
         m_days.erase(day);

@@ -39,7 +39,7 @@ public:
     // Events in the order of their numbers, each larger than those before. `*count` gets how many are done
     // with; after a failure the rest may be tried again.
     Written Append(std::span<const EventPtr> events, std::size_t* count);
-    // Removes the days before this one.
+    // Removes the days before this one, but for the file with the largest number: numbers go on from there.
     void Sweep(std::chrono::sys_days oldest);
 
     // Those that the filter takes, newest first, `most` at the most.

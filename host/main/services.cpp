@@ -1,6 +1,5 @@
 #include "host/main/services.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "host/log/console.h"
@@ -78,11 +77,6 @@ Services::~Services() {
 
 void Services::Obey(const host::Preferences& preferences) {
     m_motion.SetCameras(MotionOf(preferences));
-    // The journal has what the recordings' pages show beside pictures.
-    constexpr int kLeastDays = 7;
-    constexpr int kAlways = 36500;
-    const int days = preferences.recording.days;
-    m_events.KeepFor(std::chrono::days(days == 0 ? kAlways : std::max(days, kLeastDays)));
 }
 
 void Services::OnMotion(const MotionNews& news) {

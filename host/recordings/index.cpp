@@ -7,7 +7,7 @@ namespace {
 
 // A file is ten minutes long at most, and no clock runs so much faster that this would not do.
 constexpr UnixMs kLongestFile = 3'600'000;
-constexpr int kVersion = 1;
+constexpr int kVersion = 2;
 
 // The triggers keep the sums, which are asked for every few seconds.
 constexpr const char* kTables = R"(
@@ -15,6 +15,7 @@ CREATE TABLE files(camera INTEGER NOT NULL, number INTEGER NOT NULL, begin INTEG
     bytes INTEGER NOT NULL, state INTEGER NOT NULL, keep INTEGER NOT NULL, PRIMARY KEY(camera, number)) WITHOUT ROWID;
 CREATE INDEX files_of_camera ON files(camera, begin);
 CREATE INDEX files_in_time ON files(begin) WHERE keep = 0;
+CREATE INDEX files_kept ON files(begin) WHERE keep = 1;
 CREATE TABLE sums(camera INTEGER PRIMARY KEY, bytes INTEGER NOT NULL, kept INTEGER NOT NULL);
 CREATE TRIGGER file_comes AFTER INSERT ON files BEGIN
     INSERT INTO sums VALUES(new.camera, new.bytes, new.bytes * new.keep) ON CONFLICT DO UPDATE SET
@@ -27,9 +28,12 @@ END;
 CREATE TRIGGER file_goes AFTER DELETE ON files BEGIN
     UPDATE sums SET bytes = bytes - old.bytes, kept = kept - old.bytes * old.keep WHERE camera = old.camera;
 END;
-CREATE TABLE motion(camera INTEGER NOT NULL, begin INTEGER NOT NULL, end INTEGER NOT NULL,
-    PRIMARY KEY(camera, begin)) WITHOUT ROWID;
-PRAGMA user_version = 1;
+CREATE TABLE events(number INTEGER PRIMARY KEY, camera TEXT NOT NULL, time INTEGER NOT NULL, until INTEGER NOT NULL,
+    kind INTEGER NOT NULL, text TEXT NOT NULL);
+CREATE INDEX events_of_camera ON events(camera, time);
+CREATE INDEX events_in_time ON events(time);
+CREATE TABLE told(one INTEGER PRIMARY KEY, number INTEGER NOT NULL);
+PRAGMA user_version = 2;
 )";
 
 IndexError::Kind KindOf(int status) {
@@ -69,6 +73,11 @@ public:
     ~Statement() { ::sqlite3_finalize(m_statement); }
 
     void Bind(std::int64_t value) { Check(::sqlite3_bind_int64(m_statement, ++m_bound, value)); }
+    // What is lent outlives the steps.
+    void Bind(std::string_view text) {
+        Check(::sqlite3_bind_text(m_statement, ++m_bound, text.data() != nullptr ? text.data() : "",
+                                  static_cast<int>(text.size()), SQLITE_STATIC));
+    }
     // True for a row.
     bool Step() {
         const int status = ::sqlite3_step(m_statement);
@@ -78,6 +87,9 @@ public:
     }
     [[nodiscard]] std::int64_t Integer(int column) const {
         return ::sqlite3_column_int64(m_statement, column);
+    }
+    [[nodiscard]] bool IsNull(int column) const {
+        return ::sqlite3_column_type(m_statement, column) == SQLITE_NULL;
     }
     [[nodiscard]] std::string Text(int column) const {
         const auto* text = ::sqlite3_column_text(m_statement, column);
@@ -127,7 +139,7 @@ Index::Index(const std::string& path, Access access, int wait) {
         Run(kTables);
         change.End();
     } else if (found != kVersion) {
-        throw IndexError(IndexError::Kind::Damaged, "the index of recordings is of another version");
+        throw IndexError(IndexError::Kind::Outdated, "the index of recordings is of another version");
     } else {
         Statement check(database, "PRAGMA quick_check(1)");
         if (!check.Step() || check.Text(0) != "ok")
@@ -277,25 +289,75 @@ std::optional<RecordedFile> Index::Oldest(std::int64_t camera, bool open) {
                 camera, except);
 }
 
-void Index::PutMotion(std::int64_t camera, TimeSpan motion) {
-    Do("INSERT OR REPLACE INTO motion VALUES(?, ?, ?)", camera, motion.begin, motion.end);
-}
-
-std::vector<TimeSpan> Index::MotionOf(std::int64_t camera, TimeSpan span) {
+std::optional<UnixMs> Index::Begin() {
+    // Kept ones are few, and the others have an index of their own.
     Statement statement(
         m_database.get(),
-        "SELECT begin, end FROM motion WHERE camera = ? AND begin <= ? AND end >= ? ORDER BY begin");
+        "SELECT min(begin) FROM (SELECT min(begin) AS begin FROM files WHERE keep = 0 UNION ALL "
+        "SELECT min(begin) FROM files WHERE keep = 1)");
+    return statement.Step() && !statement.IsNull(0) ? std::optional(statement.Integer(0)) : std::nullopt;
+}
+
+void Index::PutEvent(const Event& event) {
+    const std::int64_t time = event.time.time_since_epoch().count();
+    if (event.kind == EventKind::MotionEnded) // of the movement that was told of last
+        Do("UPDATE events SET until = max(time, ?) WHERE number = (SELECT number FROM events NOT INDEXED "
+           "WHERE camera = ? AND kind = ? ORDER BY number DESC LIMIT 1)",
+           time, event.camera, static_cast<std::int64_t>(EventKind::MotionBegan));
+    else
+        Do("INSERT OR REPLACE INTO events VALUES(?, ?, ?, ?, ?, ?)", static_cast<std::int64_t>(event.number),
+           event.camera, time, time, static_cast<std::int64_t>(event.kind), event.text);
+}
+
+std::uint64_t Index::LastEvent() {
+    Statement statement(m_database.get(), "SELECT coalesce(max(number), 0) FROM told");
+    return statement.Step() ? static_cast<std::uint64_t>(statement.Integer(0)) : 0;
+}
+
+void Index::SetLastEvent(std::uint64_t number) {
+    Do("INSERT INTO told VALUES(1, ?) ON CONFLICT DO UPDATE SET number = excluded.number",
+       static_cast<std::int64_t>(number));
+}
+
+std::vector<TimeSpan> Index::MotionOf(std::string_view camera, TimeSpan span) {
+    Statement statement(m_database.get(), "SELECT time, until FROM events WHERE camera = ? AND time <= ? AND "
+                                          "until >= ? AND kind = ? ORDER BY time, number");
     statement.Bind(camera);
     statement.Bind(span.end);
     statement.Bind(span.begin);
+    statement.Bind(static_cast<std::int64_t>(EventKind::MotionBegan));
     std::vector<TimeSpan> motion;
     while (statement.Step())
         motion.push_back({statement.Integer(0), statement.Integer(1)});
     return motion;
 }
 
-void Index::RemoveMotionBefore(UnixMs time) {
-    Do("DELETE FROM motion WHERE end < ?", time);
+std::vector<Event> Index::EventsOf(std::string_view camera, TimeSpan span, bool ofAll, std::size_t most) {
+    Statement statement(m_database.get(),
+                        "SELECT number, camera, time, kind, text FROM events WHERE camera IN (?, ?) AND "
+                        "time BETWEEN ? AND ? AND kind <> ? ORDER BY time DESC, number DESC LIMIT ?");
+    statement.Bind(camera);
+    statement.Bind(ofAll ? std::string_view() : camera);
+    statement.Bind(span.begin);
+    statement.Bind(span.end);
+    statement.Bind(static_cast<std::int64_t>(EventKind::MotionBegan));
+    statement.Bind(static_cast<std::int64_t>(most));
+    std::vector<Event> events;
+    while (statement.Step())
+        events.push_back({.number = static_cast<std::uint64_t>(statement.Integer(0)),
+                          .time = Event::Time(std::chrono::milliseconds(statement.Integer(2))),
+                          .kind = static_cast<EventKind>(statement.Integer(3)),
+                          .camera = statement.Text(1),
+                          .text = statement.Text(4)});
+    return events;
+}
+
+void Index::RemoveEventsBefore(UnixMs time) {
+    Do("DELETE FROM events WHERE time < ?", time);
+}
+
+void Index::RemoveEvents() {
+    Run("DELETE FROM events; DELETE FROM told");
 }
 
 } // namespace host

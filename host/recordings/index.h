@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/events/event.h"
 #include "host/recordings/recorded.h"
 
 struct sqlite3;
@@ -18,6 +19,7 @@ namespace host {
 struct IndexError : std::runtime_error {
     enum class Kind {
         Damaged,    // it is no database, or not one of ours: to be thrown away and made anew
+        Outdated,   // one of ours, of another version: the same, and nobody need be told
         Locked,     // another program has it: later
         NotWritable // a full or read-only disk, or a folder that is not ours: later
     };
@@ -76,11 +78,21 @@ public:
     // What was begun first of what may be removed: what is not kept; written files as well with `open`. Of
     // all cameras with 0.
     [[nodiscard]] std::optional<RecordedFile> Oldest(std::int64_t camera, bool open);
+    // When the first picture of all was taken that is there.
+    [[nodiscard]] std::optional<UnixMs> Begin();
 
-    // When something moved before a camera. An interval that began then is replaced.
-    void PutMotion(std::int64_t camera, TimeSpan motion);
-    [[nodiscard]] std::vector<TimeSpan> MotionOf(std::int64_t camera, TimeSpan span);
-    void RemoveMotionBefore(UnixMs time);
+    // What happened to cameras, by their names, as the journal of events has it: in the order of numbers.
+    void PutEvent(const Event& event);
+    // The number up to which events were put; 0 in a new index.
+    [[nodiscard]] std::uint64_t LastEvent();
+    void SetLastEvent(std::uint64_t number);
+    // When something moved. Of a movement that has not ended the begin alone.
+    [[nodiscard]] std::vector<TimeSpan> MotionOf(std::string_view camera, TimeSpan span);
+    // All but movement, the newest first, `most` at the most; with `ofAll` also what is of no one camera.
+    [[nodiscard]] std::vector<Event> EventsOf(std::string_view camera, TimeSpan span, bool ofAll,
+                                              std::size_t most);
+    void RemoveEventsBefore(UnixMs time);
+    void RemoveEvents();
 
 private:
     class Statement;

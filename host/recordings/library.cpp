@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "host/log/console.h"
-#include "host/recordings/matroska_reader.h"
 
 namespace host {
 namespace {
@@ -16,17 +15,17 @@ using namespace std::chrono_literals;
 
 // How often it is looked what is too much, and what could not be done is tried again.
 constexpr std::chrono::milliseconds kRound = 5s;
-// So many files are looked into between two looks at what else is to be done.
-constexpr std::size_t kExaminedAtOnce = 50;
-// And so many are removed. A disk is told of all at the end alone.
+// So many files are removed between two looks at what else is to be done. A disk is told of all at the end
+// alone.
 constexpr int kMostRemovedAtOnce = 1000;
 // How long the end of the host waits for an index that cannot be had.
 constexpr std::chrono::milliseconds kApplyWithin = 3s;
-// A file of fewer bytes may have been cut before its first picture. A larger one without any is damaged, and
-// may hold what other programs find.
-constexpr std::uint64_t kMostWithoutPicture = 64 * 1024;
 // What a change of the index needs at least.
 constexpr std::uint64_t kRoomForIndex = 1024 * 1024;
+// So many events are taken into the index at once.
+constexpr std::size_t kEventsAtOnce = 20'000;
+// Events stay for so long also where recordings do not.
+constexpr int kLeastEventDays = 7;
 
 UnixMs WallClock() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -45,7 +44,8 @@ LibraryParts Completed(LibraryParts parts) {
 } // namespace
 
 Library::Library(LibraryParts parts)
-    : m_parts(Completed(std::move(parts))), m_folder(m_parts.folder, m_parts.disk) {
+    : m_parts(Completed(std::move(parts))), m_folder(m_parts.folder, m_parts.disk),
+      m_adoption(m_folder, m_parts.disk) {
     (void)OpenFolder();
     m_thread = std::thread([this] { Work(); });
 }
@@ -131,7 +131,7 @@ void Library::Put(RecordedFile file) {
     const std::lock_guard guard(m_mutex);
     if (const auto writing = m_writing.find(file.key); writing != m_writing.end())
         file.keep = writing->second.keep;
-    m_pending.files[file.key] = file;
+    m_pending[file.key] = file;
     if (file.state == FileState::Open) {
         m_writing[file.key] = file;
         return;
@@ -143,7 +143,7 @@ void Library::Put(RecordedFile file) {
 
 void Library::Forget(FileKey key) {
     const std::lock_guard guard(m_mutex);
-    m_pending.files[key] = std::nullopt;
+    m_pending[key] = std::nullopt;
     m_writing.erase(key);
 }
 
@@ -157,7 +157,7 @@ bool Library::Keep(FileKey key, bool keep) {
     std::optional<RecordedFile> file;
     {
         const std::lock_guard guard(m_mutex);
-        if (const auto pending = m_pending.files.find(key); pending != m_pending.files.end())
+        if (const auto pending = m_pending.find(key); pending != m_pending.end())
             file = pending->second;
     }
     if (!file)
@@ -175,18 +175,12 @@ bool Library::Keep(FileKey key, bool keep) {
     if (const auto writing = m_writing.find(key); writing != m_writing.end()) {
         writing->second.keep = keep;
         file = writing->second;
-    } else if (const auto pending = m_pending.files.find(key);
-               pending != m_pending.files.end() && pending->second) {
+    } else if (const auto pending = m_pending.find(key); pending != m_pending.end() && pending->second) {
         file = pending->second;
     }
     file->keep = keep;
-    m_pending.files[key] = file;
+    m_pending[key] = file;
     return true;
-}
-
-void Library::PutMotion(std::int64_t camera, TimeSpan motion) {
-    const std::lock_guard guard(m_mutex);
-    m_pending.motion[{camera, motion.begin}] = motion.end;
 }
 
 void Library::AskIndex(const std::function<void(Index&)>& question) const {
@@ -238,7 +232,7 @@ void Library::Work() {
             m_done = std::max(m_done, asked);
             m_settled.notify_all();
         }
-        if (stop && (!m_open || m_pending.IsEmpty() || Clock::now() >= end))
+        if (stop && (!m_open || m_pending.empty() || Clock::now() >= end))
             return;
     }
 }
@@ -256,15 +250,17 @@ bool Library::Round() {
         OpenIndex();
         Apply();
         Adopt();
-        ExamineSome();
         Retain();
+        FollowEvents();
         SetLocked(false);
-        return m_unknown.empty();
+        return m_adoption.IsDone();
     } catch (const IndexError& error) {
         switch (error.kind) {
         case IndexError::Kind::Damaged:
             Console::Get().Log("recording", error.what());
-            return !DropIndex();
+            return !DropIndex(true);
+        case IndexError::Kind::Outdated:
+            return !DropIndex(false);
         case IndexError::Kind::Locked:
             SetLocked(true);
             break;
@@ -288,12 +284,12 @@ bool Library::OpenFolder() {
     }
     const std::lock_guard guard(m_mutex);
     m_cameras = std::move(content.cameras);
-    m_found = std::move(content.files);
     for (const RecordedCamera& camera : m_cameras) {
-        const auto& files = m_found[camera.id];
+        const auto& files = content.files[camera.id];
         m_lastNumbers[camera.id] = files.empty() ? 0 : files.back().key.number;
         m_lastId = camera.id;
     }
+    m_adoption.Begin(std::move(content.files));
     m_full.clear();
     m_open = true;
     return true;
@@ -316,136 +312,39 @@ void Library::Apply() {
     Pending pending;
     {
         const std::lock_guard guard(m_mutex);
-        pending = std::exchange(m_pending, {});
+        pending.swap(m_pending);
     }
-    if (pending.IsEmpty())
+    if (pending.empty())
         return;
     try {
         Index::Change change(*m_index);
-        for (const auto& [key, file] : pending.files) {
+        for (const auto& [key, file] : pending) {
             if (file)
                 m_index->Put(*file);
             else
                 m_index->Remove(key);
         }
-        for (const auto& [key, end] : pending.motion)
-            m_index->PutMotion(key.first, {key.second, end});
         change.End();
     } catch (const IndexError&) {
         const std::lock_guard guard(m_mutex);
-        m_pending.files.merge(pending.files); // what has come since is newer, and stays
-        m_pending.motion.merge(pending.motion);
+        m_pending.merge(pending); // what has come since is newer, and stays
         throw;
     }
 }
 
-// Has the index show the files that the folder had, and no other ones.
 void Library::Adopt() {
-    while (!m_found.empty()) {
-        Adopt(m_found.begin()->first, m_found.begin()->second);
-        m_found.erase(m_found.begin());
-    }
-}
-
-void Library::Adopt(std::int64_t camera, const std::vector<RecordedFile>& found) {
+    if (m_adoption.IsDone())
+        return;
     std::set<FileKey> begun;
     {
         const std::lock_guard guard(m_mutex);
         begun = m_begun;
     }
-    std::map<FileKey, RecordedFile> rows;
-    for (const RecordedFile& row : m_index->FilesOf(camera))
-        rows.emplace(row.key, row);
-    std::vector<RecordedFile> unknown;
-    Index::Change change(*m_index);
-    for (RecordedFile file : found) {
-        const auto row = rows.find(file.key);
-        const bool known = row != rows.end() && row->second.state == FileState::Finished &&
-                           row->second.bytes == file.bytes && row->second.begin == file.begin;
-        if (!begun.contains(file.key)) {
-            file.end = known ? row->second.end : file.begin;
-            file.state = known ? FileState::Finished : FileState::Cut;
-            // It counts at once; how long it is comes later.
-            if (!known || row->second.keep != file.keep)
-                m_index->Put(file);
-            if (!known)
-                unknown.push_back(file);
-        }
-        if (row != rows.end())
-            rows.erase(row);
-    }
-    for (const auto& [key, row] : rows) {
-        if (!begun.contains(key))
-            m_index->Remove(key);
-    }
-    change.End();
-    m_unknown.insert(m_unknown.end(), unknown.begin(), unknown.end());
-}
-
-void Library::ExamineSome() {
-    std::vector<std::pair<RecordedFile, bool>> examined; // true: it is to be seen
-    for (std::size_t i = 0; i < kExaminedAtOnce && i < m_unknown.size(); ++i) {
-        const RecordedFile& file = m_unknown[i];
-        // Retention may have been quicker.
-        if (!m_index->Find(file.key))
-            continue;
-        const auto whole = Examine(file);
-        examined.emplace_back(whole.value_or(file), whole.has_value());
-    }
-    if (!examined.empty()) {
-        Index::Change change(*m_index);
-        for (auto& [file, holds] : examined) {
-            if (!holds)
-                m_index->Remove(file.key);
-            else if (const auto row = m_index->Find(file.key)) {
-                file.keep = row->keep;
-                m_index->Put(file);
-            }
-        }
-        change.End();
-    }
-    m_unknown.erase(m_unknown.begin(), m_unknown.begin() + static_cast<std::ptrdiff_t>(
-                                                               std::min(kExaminedAtOnce, m_unknown.size())));
-    if (m_unknown.empty()) {
+    m_adoption.GoOn(*m_index, begun);
+    if (m_adoption.IsDone()) {
         const std::lock_guard guard(m_mutex);
         m_begun.clear();
     }
-}
-
-// What is in the file, which is made whole where a crash has cut it. Nothing when there is nothing in it, and
-// then it is gone.
-std::optional<RecordedFile> Library::Examine(RecordedFile file) const {
-    const std::string path = m_folder.PathOf(file);
-    try {
-        if (const auto length = MatroskaReader(path).Length()) {
-            file.end = file.begin + *length;
-            file.state = FileState::Finished;
-            return file;
-        }
-        if (const auto finished = FinishCutFile(m_parts.disk, path, file.begin)) {
-            file.end = file.begin + finished->length;
-            file.bytes = finished->bytes;
-            file.state = FileState::Finished;
-            return file;
-        }
-    } catch (const RecordingError& error) {
-        if (error.error == ENOENT)
-            return std::nullopt;
-        if (error.error != 0 || file.bytes > kMostWithoutPicture) {
-            // It keeps its place until its time has come; the next start tries again.
-            Console::Get().Log("recording", error.what());
-            return file;
-        }
-    }
-    // Killed before its first picture was written.
-    if (file.bytes > kMostWithoutPicture)
-        return file;
-    try {
-        m_folder.Remove(file);
-    } catch (const RecordingError&) {
-        return file;
-    }
-    return std::nullopt;
 }
 
 void Library::Retain() {
@@ -490,12 +389,49 @@ void Library::Retain() {
         SetFull(step.kind == RetentionStep::Kind::Pause ? step.reason : "");
         break;
     }
-    if (freed == 0)
+    if (freed > 0)
+        RemoveCamerasWithoutFiles();
+}
+
+// The index has what the journal has, so it is the same when it is made again. Both keep what is shown with
+// the recordings that are there.
+void Library::FollowEvents() {
+    EventLog* const log = m_parts.events;
+    if (log == nullptr)
         return;
-    RemoveCamerasWithoutFiles();
-    // What moved is shown with the recordings.
-    const auto oldest = m_index->Oldest(0, true);
-    m_index->RemoveMotionBefore(oldest ? oldest->begin : m_parts.now());
+    // What the journal has not yet may have another number after a crash.
+    const std::uint64_t written = log->WrittenNumber();
+    std::uint64_t last = m_index->LastEvent();
+    if (last > written) { // of a journal that is gone
+        Index::Change change(*m_index);
+        m_index->RemoveEvents();
+        change.End();
+        last = 0;
+    }
+    while (last < written) {
+        const std::vector<EventPtr> news = log->After(last, kEventsAtOnce);
+        Index::Change change(*m_index);
+        for (const EventPtr& event : news) {
+            if (event->number <= written && IsOfPictures(event->kind))
+                m_index->PutEvent(*event);
+        }
+        last = news.empty() ? written : std::min(written, news.back()->number);
+        m_index->SetLastEvent(last);
+        change.End();
+    }
+    std::optional<RetentionLimits> limits;
+    {
+        const std::lock_guard guard(m_mutex);
+        limits = m_limits;
+    }
+    if (!limits || limits->days == 0 || !m_adoption.IsDone())
+        return;
+    const auto first = m_index->Begin();
+    const UnixMs wanted = m_parts.now() - std::max(limits->days, kLeastEventDays) * kDayMs;
+    const auto from = std::chrono::floor<std::chrono::days>(
+        Event::Time(std::chrono::milliseconds(std::min(wanted, first.value_or(wanted)))));
+    log->KeepFrom(from);
+    m_index->RemoveEventsBefore(Event::Time(from).time_since_epoch().count());
 }
 
 // The file first: a crash in between leaves a line in the index, which the next start takes out.
@@ -543,20 +479,23 @@ void Library::RemoveOldestWithoutIndex() {
 }
 
 // False when it cannot be put away.
-bool Library::DropIndex() {
+bool Library::DropIndex(bool damaged) {
     m_index.reset();
     {
         const std::lock_guard reading(m_readMutex);
         m_reader.reset();
     }
     const std::string path = IndexPath();
-    if (std::rename(path.c_str(), (path + ".damaged").c_str()) != 0 && errno != ENOENT)
+    const bool gone = damaged ? std::rename(path.c_str(), (path + ".damaged").c_str()) == 0 || errno == ENOENT
+                              : m_parts.disk.Remove(path);
+    if (!gone)
         return false;
     for (const char* suffix : {"-wal", "-shm"})
         (void)m_parts.disk.Remove(path + suffix);
-    m_parts.tell({RecordingNews::Kind::IndexLost,
-                  {},
-                  "the index of recordings was damaged: it is made again from the recordings"});
+    if (damaged)
+        m_parts.tell({RecordingNews::Kind::IndexLost,
+                      {},
+                      "the index of recordings was damaged: it is made again from the recordings"});
     try {
         {
             // What is being written is put down again by who writes it.
@@ -564,11 +503,10 @@ bool Library::DropIndex() {
             m_begun.clear();
             for (const auto& [key, file] : m_writing) {
                 m_begun.insert(key);
-                m_pending.files.try_emplace(key, file);
+                m_pending.try_emplace(key, file);
             }
         }
-        m_unknown.clear();
-        m_found = m_folder.Look().files;
+        m_adoption.Begin(m_folder.Look().files);
     } catch (const RecordingError& error) {
         Console::Get().Log("recording", error.what());
     }

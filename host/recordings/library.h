@@ -1,4 +1,5 @@
-// All that was recorded: which cameras and files there are, what is to go, and the index of it.
+// All that was recorded: which cameras and files there are, what is to go, and the index of it, which has
+// what happened meanwhile as well.
 //
 // A thread of its own keeps index and retention; nobody else waits for either. The index follows the folder:
 // after a crash, or where it was lost or damaged, it is made again from what the folder holds, while
@@ -7,7 +8,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "host/base/wait.h"
+#include "host/events/event_log.h"
+#include "host/recordings/adoption.h"
 #include "host/recordings/disk.h"
 #include "host/recordings/folder.h"
 #include "host/recordings/index.h"
@@ -48,6 +50,7 @@ struct LibraryParts {
     std::string folder;
     Disk& disk;
     TellRecordingNews tell;
+    EventLog* events = nullptr;    // what happened to cameras, for looking back; null: nobody tells
     std::function<UnixMs()> now{}; // the wall clock, for what has become too old
     // How long an index that another program has is waited for at a time, milliseconds.
     int indexWait = 2000;
@@ -86,7 +89,6 @@ public:
 
     // Keeps a file from being removed, or lets it go. False when there is no such file, or it cannot be done.
     bool Keep(FileKey key, bool keep);
-    void PutMotion(std::int64_t camera, TimeSpan motion);
 
     // Asks the index. What cannot be had from it, because it is locked, damaged or being made, is the value
     // that `Answer` has by itself.
@@ -97,11 +99,7 @@ public:
     void Settle();
 
 private:
-    struct Pending {
-        std::map<FileKey, std::optional<RecordedFile>> files; // nothing: to be removed
-        std::map<std::pair<std::int64_t, UnixMs>, UnixMs> motion;
-        [[nodiscard]] bool IsEmpty() const noexcept { return files.empty() && motion.empty(); }
-    };
+    using Pending = std::map<FileKey, std::optional<RecordedFile>>; // nothing: to be removed
 
     // The thread's own, in the order of their use.
     void Work();
@@ -110,14 +108,12 @@ private:
     void OpenIndex();
     void Apply();
     void Adopt();
-    void Adopt(std::int64_t camera, const std::vector<RecordedFile>& found);
-    void ExamineSome();
-    [[nodiscard]] std::optional<RecordedFile> Examine(RecordedFile file) const;
     void Retain();
+    void FollowEvents();
     void Remove(const RecordedFile& file);
     void RemoveCamerasWithoutFiles();
     void RemoveOldestWithoutIndex();
-    bool DropIndex();
+    bool DropIndex(bool damaged);
     void SetLocked(bool locked);
     void SetFull(std::string reason);
     [[nodiscard]] bool IsWriting(FileKey key) const;
@@ -130,8 +126,7 @@ private:
 
     // Of the library's thread alone.
     std::unique_ptr<Index> m_index;
-    std::map<std::int64_t, std::vector<RecordedFile>> m_found; // what the index is still to be compared with
-    std::deque<RecordedFile> m_unknown; // files that nobody knows the end of, or that a crash has cut
+    Adoption m_adoption;
     bool m_locked = false;
 
     mutable std::mutex m_readMutex; // for those who ask; goes before m_mutex

@@ -10,6 +10,7 @@ namespace host {
 
 // Milliseconds since 1970, UTC.
 using UnixMs = std::int64_t;
+inline constexpr UnixMs kDayMs = 86'400'000;
 
 // A camera's recordings stay until their time has come, also when the camera is gone. Another one of its name
 // is another camera.

@@ -87,7 +87,6 @@ void RecorderWriter::Handle(const RecorderItem& item) {
 }
 
 void RecorderWriter::Record(Stream& stream, const Shot& shot) {
-    stream.newest = shot.utc;
     stream.arrival = shot.arrival;
     switch (stream.channel->mode.load()) {
     case RecordMode::Off:
@@ -157,7 +156,6 @@ void RecorderWriter::Write(Stream& stream, const Shot& shot) {
 void RecorderWriter::BeginMotion(Stream& stream) {
     if (std::exchange(stream.moves, true))
         return;
-    stream.moved = stream.newest;
     if (stream.channel->mode != RecordMode::OnMotion)
         return;
     for (const Kept& kept : std::exchange(stream.before, {})) {
@@ -172,8 +170,6 @@ void RecorderWriter::EndMotion(Stream& stream) {
     if (!std::exchange(stream.moves, false))
         return;
     stream.moveUntil = stream.arrival + m_limits.aroundMotion;
-    if (const std::int64_t camera = m_library.IdOf(stream.channel->camera); camera != 0)
-        m_library.PutMotion(camera, {stream.moved, std::max(stream.moved, stream.newest)});
 }
 
 void RecorderWriter::EndFile(Stream& stream) {

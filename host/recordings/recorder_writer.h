@@ -40,10 +40,8 @@ private:
         std::size_t beforeBytes = 0;
         bool moves = false;
         Clock::time_point moveUntil{}; // pictures until then are recorded as well
-        UnixMs moved = 0;              // when it began
-        UnixMs newest = 0;             // the newest picture's time
-        Clock::time_point arrival{};
-        std::uint64_t dropped = 0; // that were told
+        Clock::time_point arrival{};   // of the newest picture
+        std::uint64_t dropped = 0;     // that were told
         std::optional<Clock::time_point> droppedTold;
     };
 

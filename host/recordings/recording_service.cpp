@@ -44,7 +44,7 @@ RetentionLimits LimitsOf(const Preferences& preferences) {
 }
 
 RecordingService::RecordingService(const std::string& folder, EventLog& events, PreferenceStore& preferences)
-    : m_library({.folder = folder, .disk = m_disk, .tell = TellerOf(events)}),
+    : m_library({.folder = folder, .disk = m_disk, .tell = TellerOf(events), .events = &events}),
       m_recorder(m_library, m_disk, TellerOf(events)), m_recordings(m_library) {
     Apply(*preferences.Now());
     preferences.Listen([this](const Preferences&, const Preferences& now) { Apply(now); });

@@ -9,6 +9,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t kMostOpenFiles = 16;
+constexpr std::size_t kMostEvents = 1000;
 constexpr std::int64_t kNoTime = std::numeric_limits<std::int64_t>::min();
 // A time lapse has no more pictures a second than that, and shows a pause of the recording for no longer.
 constexpr double kLapseDistance = 40; // milliseconds
@@ -91,7 +92,30 @@ std::vector<TimeSpan> Recordings::Coverage(std::int64_t camera, TimeSpan span, U
 }
 
 std::vector<TimeSpan> Recordings::Motion(std::int64_t camera, TimeSpan span) const {
-    return m_library.Ask<std::vector<TimeSpan>>([&](Index& index) { return index.MotionOf(camera, span); });
+    const auto [name, then] = NamedIn(camera, span);
+    return m_library.Ask<std::vector<TimeSpan>>(
+        [&, &name = name, &then = then](Index& index) { return index.MotionOf(name, then); });
+}
+
+std::vector<Event> Recordings::Events(std::int64_t camera, TimeSpan span, bool ofAll) const {
+    const auto [name, then] = NamedIn(camera, span);
+    return m_library.Ask<std::vector<Event>>([&, &name = name, &then = then](Index& index) {
+        return index.EventsOf(name, then, ofAll, kMostEvents);
+    });
+}
+
+std::pair<std::string, TimeSpan> Recordings::NamedIn(std::int64_t camera, TimeSpan span) const {
+    const auto cameras = Cameras();
+    const auto found = std::ranges::find(cameras, camera, &RecordedCamera::id);
+    if (found == cameras.end())
+        return {};
+    if (found->removed != 0)
+        span.end = std::min(span.end, found->removed);
+    for (auto before = cameras.begin(); before != found; ++before) {
+        if (before->name == found->name)
+            span.begin = std::max(span.begin, before->removed + 1);
+    }
+    return {found->name, span};
 }
 
 std::vector<RecordedFile> Recordings::Files(std::int64_t camera, TimeSpan span) const {

@@ -74,6 +74,9 @@ public:
     // Where the wall clock was set back spans overlap.
     [[nodiscard]] std::vector<TimeSpan> Coverage(std::int64_t camera, TimeSpan span, UnixMs gap = 3000) const;
     [[nodiscard]] std::vector<TimeSpan> Motion(std::int64_t camera, TimeSpan span) const;
+    // What else happened to the camera, the newest first; with `ofAll` what kept all from being recorded,
+    // too.
+    [[nodiscard]] std::vector<Event> Events(std::int64_t camera, TimeSpan span, bool ofAll) const;
     // The files that touch a span, as they are numbered; with bytes and whether they are kept.
     [[nodiscard]] std::vector<RecordedFile> Files(std::int64_t camera, TimeSpan span) const;
 
@@ -110,6 +113,8 @@ private:
     void GiveBack(std::shared_ptr<OpenFile> file) const;
     [[nodiscard]] std::optional<RecordedPicture> Read(const RecordedFile& file, std::int64_t from,
                                                       std::int64_t after) const;
+    // Events know a camera by its name: who had it then, and when in that span it was this camera.
+    [[nodiscard]] std::pair<std::string, TimeSpan> NamedIn(std::int64_t camera, TimeSpan span) const;
     [[nodiscard]] std::optional<RecordedFile> FileAt(std::int64_t camera, UnixMs time) const;
 
     Library& m_library;

@@ -7,8 +7,6 @@ namespace {
 
 using Kind = RetentionStep::Kind;
 
-constexpr UnixMs kDayMs = 86'400'000;
-
 RetentionLimits::Camera OwnLimits(const RecordedCamera& camera, const RetentionLimits& limits) {
     RetentionLimits::Camera own;
     // A camera that is gone has no settings; those of its name are another one's.

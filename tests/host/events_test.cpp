@@ -35,9 +35,8 @@ using Numbers = std::vector<std::uint64_t>;
 TEST(EventLog, FindsWhatWasToldAlsoAfterACrashAndWithClocksThatAreSet) {
     const TempFolder folder;
     const std::string journal = folder.File("recordings/events");
-    const auto forever = std::chrono::days(100'000);
     {
-        EventLog log(journal, forever);
+        EventLog log(journal);
         log.Tell({.time = kNoon, .kind = EventKind::CameraConnected, .camera = "yard"});
         log.Tell({.time = kNoon + 24h, .kind = EventKind::CameraLost, .camera = "yard", .text = "gone"});
         // Set back by a day.
@@ -55,7 +54,7 @@ TEST(EventLog, FindsWhatWasToldAlsoAfterACrashAndWithClocksThatAreSet) {
         << "{\"number\":0,\"ms\":1,\"kind\":\"camera-lost\"}\n[]\n{\"number\":99,\"ms\":1,\"kind\":\"unheard-"
            "of\"}\n{\"number\":5,\"ms\":177";
     std::ofstream(journal + "/2026-13-01.jsonl") << "no day";
-    EventLog log(journal, forever);
+    EventLog log(journal);
     EXPECT_EQ(log.LastNumber(), 4U);
     log.Tell({.time = kNoon + 3h, .kind = EventKind::MotionEnded, .camera = "Двор \"1\"\n"});
     const auto is = [](std::initializer_list<EventKind> kinds) {
@@ -97,7 +96,7 @@ TEST(EventLog, KeepsDaysAndWaitsForADiskThatTakesNothing) {
     const std::string journal = folder.File("events");
     const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
     {
-        EventLog log(journal, std::chrono::days(100));
+        EventLog log(journal);
         for (const auto age : {10 * 24h, 8 * 24h, 6 * 24h, 0h})
             log.Tell({.time = now - age, .kind = EventKind::CameraLost});
         // More than memory holds, and than a day may have: the rest of the day is not kept.
@@ -107,8 +106,11 @@ TEST(EventLog, KeepsDaysAndWaitsForADiskThatTakesNothing) {
     }
     {
         EventLog log(journal);
+        EXPECT_EQ(log.Find({}, 99).size(), 8U) << "nothing goes before it is known what shall stay";
+        log.KeepFrom(std::chrono::floor<std::chrono::days>(now) - std::chrono::days(7));
         EXPECT_EQ(NumbersOf(log.Find({}, 99)), (Numbers{8, 7, 6, 5, 4, 3}))
             << "and those swept are gone from memory as well";
+        EXPECT_TRUE(support::Eventually([&] { return EventJournal(journal).After(0, 99).size() == 6; }));
     }
     // Something else stands in the folder's place.
     const std::string taken = folder.File("taken");

@@ -24,7 +24,8 @@ constexpr std::string_view kPad = "a picture is not looked into";
 struct LookBack {
     TempFolder folder;
     Disk disk;
-    Library library{{.folder = folder.File("recordings"), .disk = disk, .tell = {}}};
+    EventLog events{""};
+    Library library{{.folder = folder.File("recordings"), .disk = disk, .tell = {}, .events = &events}};
     Recordings recordings{library};
     std::optional<Rig> rig;
 
@@ -154,18 +155,27 @@ TEST(LookBack, PicturesOfThen) {
 
 TEST(LookBack, WhatIsToldAndToWhom) {
     LookBack back;
-    const auto tell = [&](EventKind kind, const std::string& camera) {
-        back.rig->events.Tell(
-            {.time = Event::Time(std::chrono::milliseconds(kThen + 2000)), .kind = kind, .camera = camera});
+    const auto tell = [&](UnixMs after, EventKind kind, const std::string& camera) {
+        back.events.Tell(
+            {.time = Event::Time(std::chrono::milliseconds(kThen + after)), .kind = kind, .camera = camera});
     };
-    tell(EventKind::CameraLost, "yard");
-    tell(EventKind::MotionBegan, "yard");
-    tell(EventKind::CameraLost, "gate");
+    tell(1000, EventKind::CameraConnected, "gate");
+    tell(1000, EventKind::MotionBegan, "yard");
+    tell(1500, EventKind::MotionBegan, "gate");
+    tell(2000, EventKind::SignInRefused, "yard"); // is for administrators, on their page
+    tell(2500, EventKind::MotionEnded, "yard");
+    tell(2700, EventKind::RecordingPaused, "");
+    tell(2800, EventKind::CameraLost, "yard");
+    EXPECT_TRUE(support::Eventually([&] { return back.events.WrittenNumber() == 7; }));
+    back.library.Settle();
     const json times = json::parse(back.Get("/api/v1/recordings/yard?from=0&to=2026-12-01T00:00Z").body);
     EXPECT_EQ(times["spans"], (json{{kThen, kThen + 2800}, {kThen + 3'600'000, kThen + 3'602'800}}));
     EXPECT_EQ(times["first"], kThen);
     EXPECT_EQ(times["events"].size(), 1U);
     EXPECT_EQ(times["events"][0]["kind"], "camera-lost");
+    EXPECT_EQ(times["motion"], (json{{kThen + 1000, kThen + 2500}}));
+    const std::string all = back.Get("/api/v1/recordings/yard?from=0&to=2026-12-01T00:00Z", Rig::kAdmin).body;
+    EXPECT_EQ(json::parse(all)["events"].size(), 2U) << "and why nothing was recorded";
     EXPECT_EQ(times["last"], kThen + 3'601'800) << "of the newest file";
     EXPECT_EQ(
         json::parse(back.Get("/api/v1/recordings/yard?from=0&to=2026-12-01T00:00Z&gap=9999999").body)["spans"]

@@ -65,6 +65,7 @@ struct Recording {
     std::atomic<UnixMs> now{kStart};
     std::mutex mutex;
     std::vector<RecordingNews> news;
+    std::unique_ptr<EventLog> events;
     RecorderLimits limits;
     std::unique_ptr<Library> library;
     std::unique_ptr<Recorder> recorder;
@@ -78,9 +79,11 @@ struct Recording {
             const std::lock_guard guard(mutex);
             news.push_back(what);
         };
+        events = std::make_unique<EventLog>(folder.File("recordings/events"));
         library = std::make_unique<Library>(LibraryParts{.folder = folder.File("recordings"),
                                                          .disk = disk,
                                                          .tell = tell,
+                                                         .events = events.get(),
                                                          .now = [this] { return now.load(); },
                                                          .indexWait = 50});
         recorder = std::make_unique<Recorder>(*library, disk, tell, limits);
@@ -89,6 +92,10 @@ struct Recording {
         taps.clear();
         recorder.reset();
         library.reset();
+        events.reset();
+    }
+    void Tell(const std::string& camera, EventKind kind) {
+        events->Tell({.time = Event::Time(std::chrono::milliseconds(now)), .kind = kind, .camera = camera});
     }
     void Settle() {
         recorder->Settle();
@@ -307,9 +314,6 @@ TEST(Recorder, RecordsTheTimeAroundMotion) {
     ASSERT_EQ(files.size(), 1U);
     EXPECT_EQ(files[0].begin, kStart + 14'000) << "five seconds before the newest picture";
     EXPECT_EQ(files[0].end, kStart + 26'000) << "five seconds after the last one that moved";
-    const Recordings recordings(*host.library);
-    EXPECT_EQ(recordings.Motion(1, {0, kStart * 2}),
-              (std::vector<TimeSpan>{{kStart + 19'000, kStart + 21'000}}));
     // Many pictures: no more bytes than that are kept of the time before.
     show(40s, 45s, 50ms);
     host.recorder->MotionBegan("yard");
@@ -414,6 +418,19 @@ std::vector<RecordedFile> AllRows(Recording& host) {
     return all;
 }
 
+// What the line of time shows beside recordings.
+std::string Story(Recording& host) {
+    std::string told;
+    const Recordings recordings(*host.library);
+    for (const RecordedCamera& camera : host.library->Cameras()) {
+        for (const TimeSpan& span : recordings.Motion(camera.id, {0, kStart * 2}))
+            told += camera.name + ' ' + std::to_string(span.begin) + '-' + std::to_string(span.end) + '\n';
+        for (const Event& event : recordings.Events(camera.id, {0, kStart * 2}, true))
+            told += AsJson(event).dump() + '\n';
+    }
+    return told;
+}
+
 // An hour of twenty cameras, in accelerated time.
 TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
     constexpr std::uint64_t kFile = 12'000;
@@ -452,6 +469,10 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
         EXPECT_LE(used(host.library->IdOf("camera 3")), kOwnLimit + kFile) << minute.count();
         for (const RecordedFile& row : AllRows(host))
             seen[row.key] = row.begin;
+        host.Tell(names[3], minute % 4min == 0min ? EventKind::MotionBegan : EventKind::MotionEnded);
+        if (minute % 10min == 0min)
+            host.Tell(minute == 30min ? "" : names[7],
+                      minute == 30min ? EventKind::RecordingPaused : EventKind::CameraLost);
         if (minute == 4min) {
             EXPECT_GE(
                 Recordings(*host.library).Keep(host.library->IdOf("camera 5"), {kStart, kStart + 1000}, true),
@@ -462,6 +483,10 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
     host.recorder->SetModes({});
     host.Settle();
     ExpectIndexFollowsFolder(host);
+    EXPECT_TRUE(support::Eventually([&] { return host.events->WrittenNumber() == 36; }));
+    host.Settle();
+    const std::string story = Story(host);
+    EXPECT_EQ(std::ranges::count(story, '\n'), 15 + 5 + 20);
     const auto rows = AllRows(host);
     EXPECT_EQ(std::ranges::count(rows, true, &RecordedFile::keep), 1);
     UnixMs oldest = kStart * 2;
@@ -491,6 +516,7 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
         host.library->SetLimits(limits);
         host.Settle();
         EXPECT_EQ(AllRows(host), rows);
+        EXPECT_EQ(Story(host), story);
         EXPECT_EQ(host.Told(RecordingNews::Kind::IndexLost), lost ? 0U : 1U);
     }
     // Days count from the end of a recording; a camera that is gone goes with its last one.
@@ -503,6 +529,12 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
     host.Settle();
     EXPECT_EQ(AllRows(host).size(), 1U);
     EXPECT_EQ(host.library->Cameras().size(), 2U);
+    // What happened is known for as long as there is a recording of then.
+    const std::int64_t kept = host.library->IdOf("camera 5");
+    EXPECT_EQ(Recordings(*host.library).Events(kept, {0, kStart * 2}, true).size(), 1U);
+    EXPECT_EQ(Recordings(*host.library).Keep(kept, {0, kStart * 2}, false), 1U);
+    host.Settle();
+    EXPECT_EQ(Story(host), "");
 }
 
 TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {

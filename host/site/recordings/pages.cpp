@@ -19,7 +19,6 @@ using RecordedJson = nlohmann::ordered_json;
 constexpr UnixMs kUsualSpan = 86'400'000;
 constexpr std::int64_t kUsualWithin = 10'000; // milliseconds
 constexpr std::int64_t kUsualGap = 3000;      // milliseconds
-constexpr std::size_t kMostEventsOfDay = 1000;
 constexpr std::int64_t kMostSpeed = 100'000;
 constexpr std::int64_t kMostNumber = INT64_MAX / 4;
 
@@ -77,23 +76,12 @@ RecordedJson SpansAsJson(const std::vector<TimeSpan>& spans, std::int64_t gap) {
     return list;
 }
 
-// Of the camera; what moved before it stands in its recordings.
-RecordedJson EventsAsJson(const EventLog& events, const std::string& camera, TimeSpan span) {
-    using std::chrono::milliseconds;
-    EventFilter filter;
-    filter.camera = camera;
-    filter.from = Event::Time(milliseconds(span.begin));
-    filter.to = Event::Time(milliseconds(span.end));
-    for (std::size_t i = 0; i < kEventWords.size(); ++i) {
-        const auto kind = static_cast<EventKind>(i);
-        if (kind != EventKind::MotionBegan && kind != EventKind::MotionEnded)
-            filter.kinds.push_back(kind);
-    }
+RecordedJson EventsAsJson(const std::vector<Event>& events) {
     RecordedJson list = RecordedJson::array();
-    for (const EventPtr& event : events.Find(filter, kMostEventsOfDay))
-        list.push_back({{"time", event->time.time_since_epoch().count()},
-                        {"kind", WordOf(event->kind)},
-                        {"text", event->text}});
+    for (const Event& event : events)
+        list.push_back({{"time", event.time.time_since_epoch().count()},
+                        {"kind", WordOf(event.kind)},
+                        {"text", event.text}});
     return list;
 }
 
@@ -160,7 +148,7 @@ Answer RecordingPages::Camera(const RecordingsVisitor& visitor, std::string_view
                       {"last", extent->end},
                       {"spans", SpansAsJson(recordings->Coverage(camera->id, *span, *gap), *gap)},
                       {"motion", SpansAsJson(recordings->Motion(camera->id, *span), *gap)},
-                      {"events", EventsAsJson(events, camera->name, *span)}};
+                      {"events", EventsAsJson(recordings->Events(camera->id, *span, visitor.admin))}};
     if (*files == 1)
         told["files"] = FilesAsJson(recordings->Files(camera->id, *span));
     return Answer::Json(200, told);

@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "host/base/wait.h"
-#include "host/events/event_log.h"
 #include "host/http/answer.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
@@ -31,7 +30,6 @@ struct RecordingsVisitor {
 // moment is one that ReadMoment reads.
 struct RecordingPages {
     const Recordings* recordings; // null: this server records nothing
-    const EventLog& events;
     const Limits& limits;
     const Wakeup& stop;
     ExportTable& exports;
@@ -42,7 +40,8 @@ struct RecordingPages {
     // {"now":MS,"first":MS,"last":MS, "spans":[[MS,MS],...],"motion":[[MS,MS],...],
     //  "events":[{"time":MS,"kind":"camera-lost","text":"..."}]}, of events the newest first, without those
     //  of
-    // motion. What is less than `gap` milliseconds apart is one. With `files` 1 also
+    // motion; administrators are told what kept all cameras from being recorded, too. What is less than `gap`
+    // milliseconds apart is one. With `files` 1 also
     // "files":[{"number":1,"from":MS,"to":MS,"bytes":1,"kept":false}].
     [[nodiscard]] Answer Camera(const RecordingsVisitor& visitor, std::string_view name,
                                 const Request& request) const;
