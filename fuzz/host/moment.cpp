@@ -1,6 +1,6 @@
 // A moment in an address: what is read is within the calendar, and the same as its number.
 
-#include "host/site/recordings/moment.h"
+#include "host/base/moment.h"
 #include "fuzz/Fuzz.h"
 
 #include <string>

@@ -65,10 +65,6 @@ using EventPtr = std::shared_ptr<const Event>;
 // Of such a line; nothing where it is none, as behind a crash, or its kind is unknown here.
 [[nodiscard]] std::optional<Event> ReadEvent(std::string_view line);
 
-// Unix milliseconds, or RFC 3339 with a zone: "2026-01-31T08:05:00.5+01:00". A space counts as the "+" that
-// it was in an address. Nothing for other texts.
-[[nodiscard]] std::optional<Event::Time> EventTimeFrom(std::string_view text) noexcept;
-
 // Which events somebody asks for. What is not given lets everything through.
 struct EventFilter {
     std::uint64_t before = UINT64_MAX; // only numbers below

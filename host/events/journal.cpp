@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 
 #include <fcntl.h>
@@ -12,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/base/moment.h"
 #include "platform/files.h"
 #include "platform/scope.h"
 
@@ -200,11 +200,8 @@ std::vector<EventPtr> EventJournal::After(std::uint64_t number, std::size_t most
 }
 
 std::string EventJournal::PathOf(sys_days day) const {
-    const std::chrono::year_month_day date(day);
-    std::array<char, 32> name{};
-    std::snprintf(name.data(), name.size(), "%04d-%02u-%02u", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
-    return m_folder + '/' + name.data() + std::string(kJournalSuffix);
+    return m_folder + '/' + DayText(Event::Time(day).time_since_epoch().count()) +
+           std::string(kJournalSuffix);
 }
 
 EventJournal::Days EventJournal::Known() const {

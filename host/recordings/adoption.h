@@ -1,5 +1,5 @@
-// Files that lie in the folder of recordings and that the index does not know as they are: after a crash, where a
-// person has been at work, or since the index was lost.
+// Files that lie in the folder of recordings and that the index does not know as they are: after a crash,
+// where a person has been at work, or since the index was lost.
 #pragma once
 
 #include <cstdint>

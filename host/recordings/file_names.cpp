@@ -1,31 +1,10 @@
 #include "host/recordings/file_names.h"
 
-#include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 
 namespace host {
 namespace {
-
-// Years of four digits alone have names of this kind.
-constexpr UnixMs kYear1 = -62'135'596'800'000;
-constexpr UnixMs kYear10000 = 253'402'300'800'000;
-
-// `form` takes year, month, day, hour, minute, second and millisecond.
-std::string Formatted(UnixMs time, const char* form) {
-    using namespace std::chrono;
-    const sys_time<milliseconds> when{milliseconds(std::min(std::max(time, kYear1), kYear10000 - 1))};
-    const auto day = floor<days>(when);
-    const year_month_day date(day);
-    const hh_mm_ss clock(when - day);
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), form, static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
-    return text.data();
-}
 
 template <typename Number>
 bool TakeDigits(std::string_view& text, std::size_t digits, Number& number) {
@@ -48,17 +27,9 @@ bool TakeSign(std::string_view& text, char sign) {
 
 } // namespace
 
-std::string DayText(UnixMs time) {
-    return Formatted(time, "%04d-%02u-%02u");
-}
-
-std::string IsoText(UnixMs time) {
-    return Formatted(time, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ");
-}
-
 std::string RelativePathOf(const RecordedFile& file) {
     return std::to_string(file.key.camera) + '/' + DayText(file.begin) + '/' +
-           Formatted(file.begin, "%04d-%02u-%02u_%02d-%02d-%02d.%03d_") + std::to_string(file.key.number) +
+           FormatMoment(file.begin, "%04d-%02d-%02d_%02d-%02d-%02d.%03d_") + std::to_string(file.key.number) +
            ".mkv";
 }
 

@@ -14,10 +14,6 @@ namespace host {
 
 inline constexpr std::string_view kKeepSuffix = ".keep";
 
-// "2026-11-26"
-std::string DayText(UnixMs time);
-// "2026-11-26T07:16:54.123Z"
-std::string IsoText(UnixMs time);
 // Relative to the folder of all recordings.
 std::string RelativePathOf(const RecordedFile& file);
 

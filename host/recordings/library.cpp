@@ -137,7 +137,7 @@ void Library::Put(RecordedFile file) {
         return;
     }
     m_writing.erase(file.key);
-    m_ended = true;
+    m_changed = true;
     m_wake.notify_all();
 }
 
@@ -180,6 +180,8 @@ bool Library::Keep(FileKey key, bool keep) {
     }
     file->keep = keep;
     m_pending[key] = file;
+    m_changed = true; // somebody looks at it
+    m_wake.notify_all();
     return true;
 }
 
@@ -218,10 +220,10 @@ void Library::Work() {
         bool stop = false;
         {
             std::unique_lock lock(m_mutex);
-            m_wake.wait_until(lock, next, [&] { return m_stop || m_ended || m_asked > m_done; });
+            m_wake.wait_until(lock, next, [&] { return m_stop || m_changed || m_asked > m_done; });
             asked = m_asked;
             stop = m_stop;
-            m_ended = false;
+            m_changed = false;
         }
         if (stop && end == Clock::time_point::max())
             end = Clock::now() + kApplyWithin;

@@ -79,7 +79,7 @@ public:
     [[nodiscard]] std::optional<std::string> Full() const;
     // Names a camera's next file and makes its place. Throws RecordingError.
     RecordedFile Begin(const std::string& camera, UnixMs begin);
-    // What has become of a file since.
+    // What has become of a file since. It stands in the index before the next look at what is too much.
     void Put(RecordedFile file);
     // A file that was begun and is gone again.
     void Forget(FileKey key);
@@ -148,7 +148,7 @@ private:
     std::optional<RetentionLimits> m_limits; // nothing goes before they are known
     std::uint64_t m_asked = 0;               // rounds that somebody waits for, and those that were done
     std::uint64_t m_done = 0;
-    bool m_ended = false; // a file was, since the last round
+    bool m_changed = false; // what a look should not wait for, since the last round
     bool m_stop = false;
 
     std::mutex m_endMutex;

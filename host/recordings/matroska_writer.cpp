@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "host/recordings/file_names.h"
 #include "host/recordings/libav.h"
 
 namespace host {
@@ -110,7 +109,7 @@ struct MatroskaWriter::State {
         stream->codecpar->width = head.width;
         stream->codecpar->height = head.height;
         av.av_dict_set(&format->metadata, "title", head.title.c_str(), 0);
-        av.av_dict_set(&format->metadata, "creation_time", IsoText(head.begin).c_str(), 0);
+        av.av_dict_set(&format->metadata, "creation_time", MomentText(head.begin).c_str(), 0);
         AVDictionary* options = nullptr;
         av.av_dict_set(&options, "cluster_time_limit", "1000", 0);
         const int status = av.avformat_write_header(format, &options);

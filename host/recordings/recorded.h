@@ -6,11 +6,9 @@
 #include <stdexcept>
 #include <string>
 
-namespace host {
+#include "host/base/moment.h"
 
-// Milliseconds since 1970, UTC.
-using UnixMs = std::int64_t;
-inline constexpr UnixMs kDayMs = 86'400'000;
+namespace host {
 
 // A camera's recordings stay until their time has come, also when the camera is gone. Another one of its name
 // is another camera.

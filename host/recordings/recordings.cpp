@@ -1,7 +1,6 @@
 #include "host/recordings/recordings.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -11,9 +10,8 @@ namespace {
 constexpr std::size_t kMostOpenFiles = 16;
 constexpr std::size_t kMostEvents = 1000;
 constexpr std::int64_t kNoTime = std::numeric_limits<std::int64_t>::min();
-// A time lapse has no more pictures a second than that, and shows a pause of the recording for no longer.
-constexpr double kLapseDistance = 40; // milliseconds
-constexpr UnixMs kLongestLapsePause = 2000;
+// What is not much further on is read on to; a seek reads as much as some pictures.
+constexpr UnixMs kReadOnFor = 500;
 
 RecordedPicture PictureOf(const RecordedFile& file, const MatroskaReader& reader,
                           const MatroskaReader::Frame& frame) {
@@ -32,21 +30,28 @@ struct Recordings::OpenFile {
     MatroskaReader reader;
 };
 
-std::optional<RecordedPicture> RecordedRange::Next() {
+std::optional<RecordedPicture> RecordedRange::NextFrom(UnixMs time) {
     while (m_next < m_files.size() || m_reader) {
         try {
             if (!m_reader) {
                 const RecordedFile& file = m_files[m_next++];
                 m_reader = std::make_unique<MatroskaReader>(m_library->PathOf(file));
-                if (m_span.begin > file.begin)
-                    (void)m_reader->SeekTo(m_span.begin - file.begin);
+                m_endBefore = m_newest;
+                time = m_span.begin;
+                if (time > file.begin)
+                    (void)m_reader->SeekTo(time - file.begin);
+            } else if (time - m_newest > kReadOnFor) {
+                (void)m_reader->SeekTo(std::min(time, m_span.end) - m_files[m_next - 1].begin);
             }
             const RecordedFile& file = m_files[m_next - 1];
             while (const auto frame = m_reader->Next()) {
-                const UnixMs time = file.begin + frame->time;
-                if (time > m_span.end)
+                const UnixMs at = file.begin + frame->time;
+                if (at > m_span.end)
                     break;
-                if (time >= m_span.begin)
+                if (at < m_span.begin)
+                    continue;
+                m_newest = at;
+                if (at >= time)
                     return PictureOf(file, *m_reader, *frame);
             }
         } catch (const RecordingError&) {
@@ -227,44 +232,6 @@ std::optional<RecordedPicture> Recordings::Before(std::int64_t camera, std::int6
 
 RecordedRange Recordings::Range(std::int64_t camera, TimeSpan span) const {
     return {m_library, Files(camera, span), span};
-}
-
-bool Recordings::Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const {
-    RecordedRange range = Range(camera, wanted.span);
-    auto picture = range.Next();
-    if (!picture)
-        return false;
-    std::string title;
-    for (const RecordedCamera& known : Cameras()) {
-        if (known.id == camera)
-            title = known.name;
-    }
-    MatroskaWriter writer(sink, {title, picture->time, picture->width, picture->height});
-    const bool lapse = wanted.speed > 1;
-    double time = 0; // in the new file, milliseconds
-    std::int64_t written = -1;
-    UnixMs before = picture->time;
-    UnixMs told = before;
-    for (; picture; picture = range.Next()) {
-        // Where the clock was set back, time goes on all the same.
-        UnixMs passed = std::max<UnixMs>(picture->time - before, 1);
-        if (lapse)
-            passed = std::min(passed, kLongestLapsePause);
-        if (written >= 0)
-            time += static_cast<double>(passed) / std::max(wanted.speed, 1.0);
-        before = picture->time;
-        if (!lapse || written < 0 || time - static_cast<double>(written) >= kLapseDistance) {
-            written = std::max(written + 1, static_cast<std::int64_t>(std::llround(time)));
-            writer.Add(written, picture->jpeg);
-        }
-        if (wanted.progress && std::abs(picture->time - told) >= 1000) {
-            told = picture->time;
-            if (!wanted.progress(told))
-                return false;
-        }
-    }
-    writer.Finish();
-    return true;
 }
 
 std::size_t Recordings::Keep(std::int64_t camera, TimeSpan span, bool keep) {

@@ -38,7 +38,12 @@ class Recordings;
 class RecordedRange {
 public:
     // Nothing at the end. A file that is gone meanwhile, or damaged, is passed over.
-    std::optional<RecordedPicture> Next();
+    std::optional<RecordedPicture> Next() { return NextFrom(0); }
+    // Passes over the pictures before that time, without reading them where they are many: of the file that
+    // is being read alone. Where it has no later one, the first of the next file is the next.
+    std::optional<RecordedPicture> NextFrom(UnixMs time);
+    // When the last picture was taken of the file before that of the newest picture.
+    [[nodiscard]] UnixMs EndBefore() const noexcept { return m_endBefore; }
 
 private:
     friend class Recordings;
@@ -49,6 +54,8 @@ private:
     std::vector<RecordedFile> m_files;
     TimeSpan m_span;
     std::size_t m_next = 0; // the file to be opened
+    UnixMs m_newest = 0;    // the time of the newest picture that was read
+    UnixMs m_endBefore = 0;
     std::unique_ptr<MatroskaReader> m_reader;
 };
 
@@ -94,7 +101,7 @@ public:
     struct Export {
         TimeSpan span;
         // 1: as it was, with its pauses. More: a time lapse of 25 pictures a second at most, without the time
-        // in which nothing was recorded.
+        // between files.
         double speed = 1;
         // Told now and then which time has been reached; false ends the export.
         std::function<bool(UnixMs)> progress{};

@@ -11,8 +11,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kFlushEvery = 1s;
-// How long the index does not know how far a file has come.
-constexpr auto kPutEvery = 5s;
 constexpr auto kLongestGap = 30s;
 constexpr UnixMs kMostClockDifference = 2000;
 
@@ -30,7 +28,7 @@ Shot WithoutBytes(Shot shot) {
 Segment::Segment(Library& library, Disk& disk, const std::string& camera, const Shot& first,
                  const RecorderLimits& limits)
     : m_library(library), m_disk(disk), m_limits(limits), m_file(library.Begin(camera, first.utc)),
-      m_first(WithoutBytes(first)), m_added(Clock::now()), m_put(m_added) {
+      m_first(WithoutBytes(first)), m_added(Clock::now()) {
     const std::string path = library.PathOf(m_file);
     try {
         m_sink.emplace(disk, path);
@@ -77,11 +75,7 @@ bool Segment::Flush(Clock::time_point now) {
     m_reached = true;
     m_file.end = m_file.begin + m_last;
     m_file.bytes = m_writer->Bytes();
-    if (now - m_put >= kPutEvery || m_last - m_putLast >= Milliseconds(kPutEvery)) {
-        m_put = now;
-        m_putLast = m_last;
-        m_library.Put(m_file);
-    }
+    m_library.Put(m_file);
     return true;
 }
 

@@ -61,12 +61,10 @@ private:
     const Shot m_first;       // without its bytes
     std::int64_t m_last = -1; // of the newest picture, milliseconds after the first
     std::int64_t m_flushed = 0;
-    std::int64_t m_putLast = 0;
     std::uint64_t m_pictureBytes = 0;
     bool m_reached = false;    // a picture is on the disk
     Clock::time_point m_added; // when the newest picture was, and the oldest one that waits for a flush
     std::optional<Clock::time_point> m_waits;
-    Clock::time_point m_put;
 };
 
 } // namespace host

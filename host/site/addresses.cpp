@@ -24,7 +24,7 @@ Page PhonePage, PhoneManifest, PhoneState, PairPhone, SignInPhone, LeavePhone, P
 Page ControlPhone;
 Page CameraSnapshot, CameraLink, Description;
 Page RecordingsPage, PictureOfThen, SaveRecordings, StoredFile, SavingState, StopSaving, RecordingList,
-    RecordedTimes;
+    RecordedTimes, KeepRecordings;
 Page SignInPage, TakeSignIn, SignOut, PasswordPage, TakePassword, TakeArchive;
 Page UsersPage, TakeUser;
 
@@ -143,6 +143,8 @@ constexpr Address kAddresses[] = {
     {"/api/v1/cameras/*/link",     kPost,   LinkMaker, Here, Problem, 0,                   Named, None, Refused, CameraLink},
     {"/api/v1/recordings",         kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, RecordingList},
     {"/api/v1/recordings/*",       kRead,   Watcher,   Here, Problem, 0,                   Named, None, Refused, RecordedTimes},
+    {"/api/v1/recordings/*/kept",  kPut,    Admin,     Here, Problem, 0,                   Named, None, Refused, KeepRecordings},
+    {"/api/v1/recordings/*/kept",  kDelete, Admin,     Here, Problem, 0,                   Named, None, Refused, KeepRecordings},
     {"/api/v1/users",              kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::Users>},
     {"/api/v1/users/*",            kRead,   Admin,     Here, Problem, 0,                   Named, None, Refused, Api<&ApiPages::User>},
     {"/api/v1/users/*",            kPut,    Admin,     Here, Problem, kMaxFormBytes,       Named, None, Refused, Api<&ApiPages::PutUser>},
@@ -462,6 +464,11 @@ void RecordingList(const Site& site, Visit& visit) {
 
 void RecordedTimes(const Site& site, Visit& visit) {
     visit.SendGoingOn(site.recordings.Camera(VisitorOf(site, visit), visit.rest, visit.request));
+}
+
+void KeepRecordings(const Site& site, Visit& visit) {
+    visit.Send(site.recordings.Keep(VisitorOf(site, visit), visit.rest, visit.request, visit.signIn,
+                                    visit.request.method == "PUT"));
 }
 
 void Description(const Site&, Visit& visit) {

@@ -63,7 +63,7 @@ struct SiteParts {
     Notices* notices = nullptr;
     // Null: nothing is recorded.
     const Recorder* recorder = nullptr;
-    const Recordings* recordings = nullptr;
+    Recordings* recordings = nullptr;
 };
 
 struct Site {
@@ -101,11 +101,9 @@ struct Site {
           trust{parts.certificates, language},
           account{parts.authenticator, parts.sessions, parts.events, cookie, language, parts.forgetPassword},
           users{parts.authenticator, parts.settings, parts.events, language, parts.forgetPassword},
-          recordings{parts.recordings, limits, stop, exports}, api{parts.settings,      parts.events,
-                                                                   parts.feeds,         parts.authenticator,
-                                                                   parts.phones,        parts.tokens,
-                                                                   parts.preferences,   parts.notices,
-                                                                   parts.forgetPassword} {}
+          recordings{parts.recordings, parts.events, limits, stop, exports},
+          api{parts.settings, parts.events,      parts.feeds,   parts.authenticator, parts.phones,
+              parts.tokens,   parts.preferences, parts.notices, parts.forgetPassword} {}
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 

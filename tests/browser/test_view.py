@@ -1,5 +1,6 @@
 """One source for one person: the picture, its zoom and its turns, and a source that comes and goes; and what it showed before."""
 
+import glob
 import os
 import re
 import subprocess
@@ -274,6 +275,12 @@ class LookBackTest(case.BrowserCase):
         packets = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets", "-of", "csv=p=0", saved],
                                  check=True, stdout=subprocess.PIPE, text=True).stdout
         self.assertEqual(int(packets), (marked - middle - 1000) // 1000 + 1)
+
+        # What is marked is kept, and let go again.
+        for pressed, kept in ("true", 1), ("false", 0):
+            browser.run("document.getElementById('keep').click()")
+            browser.wait(f"kept: {kept}", lambda: browser.run("return document.getElementById('keep').ariaPressed") == pressed)  # noqa: B023
+            self.assertEqual(len(glob.glob(os.path.join(host.data, "recordings/1/*/*.keep"))), kept)
 
         # By a finger, on a phone: the line shows the part that is left of the day, or all of it.
         browser.size(390, 844, phone=True)

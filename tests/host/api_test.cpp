@@ -141,6 +141,8 @@ TEST(Api, AnswersByOperationAndKindOfUser) {
         {"PUT /cameras/gate/state", camera, {405, 405, 405, 405, 405, 405}},
         {"GET /recordings", "", {401, 403, 200, 200, 200, 200}},
         {"GET /recordings/gate", "", {401, 403, 404, 404, 404, 404}},
+        {"PUT /recordings/gate/kept?from=0&to=1", "", {401, 403, 403, 403, 404, 404}},
+        {"DELETE /recordings/gate/kept?from=0&to=1", "", {401, 403, 403, 403, 404, 404}},
         {"GET /users", "", {401, 403, 403, 200, 200, 200}},
         {"PUT /users/ann", user, {401, 403, 403, 403, 201, 200}},
         {"GET /users/ann", "", {401, 403, 403, 200, 200, 200}},

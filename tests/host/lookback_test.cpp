@@ -10,8 +10,7 @@
 #include "host/recordings/matroska_writer.h"
 #include "host/recordings/recordings.h"
 #include "host/rig.h"
-#include "host/site/recordings/byte_range.h"
-#include "host/site/recordings/moment.h"
+#include "host/site/recordings/stored_file.h"
 
 namespace host::test {
 namespace {
@@ -91,6 +90,10 @@ TEST(LookBack, MomentsAreReadAsPeopleAndProgramsWriteThem) {
     const Case cases[] = {
         {"1795680000000", kThen},
         {"0", 0},
+        {"2026", 2026},
+        {"99999999999999999999", {}},
+        {"-026-11-26T08:00Z", {}},
+        {"2026-11-26T08:00:00+0", {}},
         {"2026-11-26T08:00:00Z", kThen},
         {"2026-11-26T08:00Z", kThen},
         {"2026-11-26t08:00:00.25z", kThen + 250},
@@ -182,6 +185,28 @@ TEST(LookBack, WhatIsToldAndToWhom) {
             .size(),
         1U);
     EXPECT_EQ(back.Get("/api/v1/recordings/yard?from=2&to=1").status, 400U);
+    // An administrator keeps what others see kept.
+    const auto keep = [&](const std::string& method, const std::string& query) {
+        const Reply reply =
+            back.rig->Ask(method + " /api/v1/recordings/yard/kept?" + query + " HTTP/1.1\r\n" + kLocal +
+                          std::string(Rig::kAdmin) + "Content-Length: 0\r\n\r\n");
+        back.library.Settle();
+        return std::to_string(reply.status) + ' ' +
+               json::parse(back.Get("/api/v1/recordings/yard?from=0&to=2026-12-01T00:00Z").body)["kept"]
+                   .dump();
+    };
+    const std::string first = json{{kThen, kThen + 2800}}.dump();
+    const std::string then = "from=" + std::to_string(kThen) + "&to=" + std::to_string(kThen + 1);
+    const std::tuple<std::string, std::string, std::string> kept[] = {
+        {"PUT", then, "200 " + first},
+        {"PUT", "from=0", "400 " + first},
+        {"PUT", "from=0&to=1", "404 " + first},
+        {"PUT", "from=2&to=1", "400 " + first},
+        {"DELETE", then, "200 []"},
+    };
+    for (const auto& [method, query, seen] : kept)
+        EXPECT_EQ(keep(method, query), seen) << method << query;
+    EXPECT_EQ(back.rig->events.Find({}, 9).size(), 2U);
     // What is left of a camera that is gone is for administrators.
     const auto listed = [&](std::string_view user) {
         std::string names;
@@ -303,6 +328,23 @@ TEST(LookBack, WhatIsSavedCanBeStoppedAndIsNoWholeFileThen) {
     file.state = FileState::Finished;
     back.library.Put(file);
     back.library.Settle();
+
+    // A time lapse reads what it shows.
+    const auto bytesRead = [] {
+        std::ifstream io("/proc/thread-self/io"); // "rchar: NUMBER"
+        std::string name;
+        std::size_t bytes = 0;
+        io >> name >> bytes;
+        return bytes;
+    };
+    std::size_t read = bytesRead();
+    FileSink lapse(back.disk, back.folder.File("lapse.mkv"));
+    EXPECT_TRUE(back.recordings.Write(1, {.span = {file.begin, file.end}, .speed = 1500}, lapse));
+    read = bytesRead() - read;
+    EXPECT_GE(read, 5 * picture.size());
+    EXPECT_LE(read, file.bytes / 10);
+    EXPECT_EQ(OutputOfProgram("ffprobe -v error -show_entries packet=pts -of csv=p=0 '" + lapse.Path() + "'"),
+              "0\n40\n80\n120\n160\n");
 
     const std::string id = "?id=00000000000000000000000000000001";
     const std::string from = "&from=" + std::to_string(file.begin) + "&to=" + std::to_string(file.end);

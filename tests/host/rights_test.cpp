@@ -190,6 +190,8 @@ TEST(Rights, AtEveryAddressAreThoseOfTheVisitor) {
         {"DELETE /api/v1/tokens/x", "+------"},
         {"GET /api/v1/preferences", "+------"},
         {"PUT /api/v1/preferences", "+------"},
+        {"PUT /api/v1/recordings/{}/kept", "+------"},
+        {"DELETE /api/v1/recordings/{}/kept", "+------"},
         {"GET /api/v1/notices", "+------"},
         {"POST /api/v1/notices/mqtt/test", "+------"},
     };

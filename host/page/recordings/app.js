@@ -19,7 +19,7 @@ const MARKS_MS = 600; // that playing moves the line by, at most
 const page = {};
 for (const id of [
     "all", "announcement", "title", "message", "message-title", "message-detail", "list", "lookback", "stage", "picture", "notice", "notice-title", "full",
-    "moment", "before", "play", "after", "speed", "as-file", "day-before", "day", "day-after", "now", "wider", "closer",
+    "moment", "before", "play", "after", "speed", "as-file", "keep", "day-before", "day", "day-after", "now", "wider", "closer",
     "timeline", "strip", "saving", "from-here", "from", "to-here", "to", "form", "faster-label", "faster", "save", "stop", "saved", "progress",
 ]) {
     page[id] = document.getElementById(id);
@@ -139,6 +139,7 @@ function showCamera(name) {
         changed() {
             timeline.chosen = { from: saving.from, to: saving.to };
             timeline.draw();
+            showKept();
         },
         textOf: (time) => justTime.format(time),
     });
@@ -152,6 +153,7 @@ function showCamera(name) {
         page["as-file"].href = player.addressOf(time);
         page["as-file"].download = `${name} ${new Date(time).toISOString().replaceAll(":", "-")}.jpg`;
         timeline.time = time;
+        showKept();
         if (!timeline.held && (time < timeline.begin || time > timeline.end)) {
             timeline.follow();
         }
@@ -165,6 +167,38 @@ function showCamera(name) {
         }
         clearTimeout(addressTimer);
         addressTimer = setTimeout(() => history.replaceState(null, "", `?t=${Math.round(time)}${which}`), ADDRESS_DELAY_MS);
+    }
+
+    // The part that is marked, or the recording that is looked at.
+    function partToKeep() {
+        const { from, to } = saving;
+        const time = Math.round(player.time ?? timeline.time);
+        return from !== null && to !== null ? [from, to] : [time, time];
+    }
+
+    function isKept() {
+        const [from, to] = partToKeep();
+        return timeline.data.kept.some(([begin, end]) => begin <= from && end >= to);
+    }
+
+    function showKept() {
+        setText(page.keep, text(isKept() ? "keptKey" : "keep"));
+        page.keep.setAttribute("aria-pressed", `${isKept()}`);
+    }
+
+    async function keep() {
+        const [from, to] = partToKeep();
+        const method = isKept() ? "DELETE" : "PUT";
+        page.keep.disabled = true;
+        try {
+            const answer = await fetch(new URL(`${recordings}/kept?from=${from}&to=${to}${which}`, location.origin), { method });
+            setText(page.announcement, text(answer.ok ? (method === "PUT" ? "keptNow" : "letGo") : answer.status === 404 ? "notRecorded" : "keepFailed"));
+            say(answer.ok ? "" : page.announcement.textContent);
+        } catch {
+            say(text("noAnswerTitle"));
+        }
+        page.keep.disabled = false;
+        await load();
     }
 
     function seek(time) {
@@ -203,6 +237,8 @@ function showCamera(name) {
                 timeline.now = told.now;
                 timeline.data = told;
                 timeline.draw();
+                page.keep.hidden = !told.mayKeep;
+                showKept();
             }
         } catch {
             // What was known stays; it is asked again.
@@ -237,6 +273,7 @@ function showCamera(name) {
         now: () => seek(Math.max(last, 0)),
         wider: () => timeline.zoom(0.5),
         closer: () => timeline.zoom(2),
+        keep,
     };
     for (const [key, pressed] of Object.entries(go)) {
         page[key].addEventListener("click", pressed);

@@ -37,7 +37,7 @@ export class Timeline {
     end = 86400000;
     time = 0; // what is looked at
     now = Infinity; // nothing is recorded behind it
-    data = { spans: [], motion: [], events: [] };
+    data = { spans: [], motion: [], kept: [], events: [] };
     chosen = { from: null, to: null };
 
     // sought(time): somebody points at it, again and again while he drags. moved(): another part is shown.
@@ -198,6 +198,9 @@ export class Timeline {
         to.fillRect(0, 26, width, 34);
         for (const span of this.data.spans) {
             bar(span, 26, 34, colour("--accent"));
+        }
+        for (const span of this.data.kept) {
+            bar(span, 26, 4, colour("--text"));
         }
         for (const span of this.data.motion) {
             bar(span, 62, 9, colour("--warn"));

@@ -499,6 +499,11 @@ export const WORDS = {
     closer: ["Show a shorter time", "Mostrar menos tiempo", "Montrer une durée plus courte", "Показать меньший отрезок", "Rādīt īsāku laiku", "Daha qısa vaxtı göstər", "უფრო მოკლე დროის ჩვენება"],
     recordedKey: ["Recorded", "Grabado", "Enregistré", "Записано", "Ierakstīts", "Yazılıb", "ჩაწერილია"],
     motionKey: ["Motion", "Movimiento", "Mouvement", "Движение", "Kustība", "Hərəkət", "მოძრაობა"],
+    keptKey: ["Protected", "Protegido", "Protégé", "Защищено", "Aizsargāts", "Qorunur", "დაცულია"],
+    keep: ["Protect", "Proteger", "Protéger", "Защитить", "Aizsargāt", "Qoru", "დაცვა"],
+    keptNow: ["Protected: it stays until it is let go.", "Protegido: se conserva hasta que se libere.", "Protégé : conservé jusqu’à nouvel ordre.", "Защищено: хранится, пока защита не снята.", "Aizsargāts: paliek, līdz aizsardzība tiek noņemta.", "Qorunur: qoruma götürülənədək qalır.", "დაცულია: რჩება, სანამ დაცვა არ მოიხსნება."],
+    letGo: ["Not protected any more.", "Ya no está protegido.", "N’est plus protégé.", "Больше не защищено.", "Vairs nav aizsargāts.", "Daha qorunmur.", "აღარ არის დაცული."],
+    keepFailed: ["This could not be protected.", "No se pudo proteger.", "Protection impossible.", "Защитить не удалось.", "Neizdevās aizsargāt.", "Qorumaq mümkün olmadı.", "დაცვა ვერ მოხერხდა."],
     chosenKey: ["To be saved", "Para guardar", "À enregistrer", "Для сохранения", "Saglabājams", "Saxlanılacaq", "შესანახი"],
     timelineHint: [
         "Drag to look through it, turn the wheel to see more closely. Space plays, comma and full stop go picture by picture, arrows by 5 s, [ and ] mark a part.",

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/base/moment.h"
 #include "host/http/page_socket.h"
 
 namespace host {
@@ -52,8 +53,10 @@ EventQuery ReadEventQuery(const Request& request) {
     };
     const auto time = [](std::optional<Event::Time>& into) {
         return [&into](const std::string& text) {
-            into = EventTimeFrom(text);
-            return into.has_value();
+            const auto moment = ReadMoment(text);
+            if (moment)
+                into = Event::Time(std::chrono::milliseconds(*moment));
+            return moment.has_value();
         };
     };
     read("from", time(query.filter.from));

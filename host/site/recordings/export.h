@@ -1,8 +1,9 @@
-// Parts of recordings on their way to somebody as files: how far they have come, and that they can be
-// stopped.
+// Parts of recordings on their way to somebody as files that are sent while they are made: how far they have
+// come, and that they can be stopped.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -12,7 +13,8 @@
 #include <string_view>
 
 #include "host/base/wait.h"
-#include "host/recordings/recorded.h"
+#include "host/http/stream.h"
+#include "host/recordings/recordings.h"
 
 namespace host {
 
@@ -55,5 +57,23 @@ private:
     mutable std::mutex m_mutex;
     std::map<std::string, ExportPtr, std::less<>> m_exports; // under m_mutex
 };
+
+enum class SaveForm {
+    Movie,    // Matroska, the pictures as they were recorded
+    Lapse,    // Matroska, so many times as fast
+    Pictures, // zip, a file each
+};
+std::optional<SaveForm> SaveFormFrom(std::string_view word) noexcept;
+
+struct SaveOrder {
+    const Recordings& recordings;
+    RecordedCamera camera;
+    SaveForm form = SaveForm::Movie;
+    double speed = 1; // of a lapse
+};
+// Sends head and file on the connection, whose request was read, and ends it. A file that could not be sent
+// whole ends with a reset, so that nobody takes it for one. `stall`: how long the peer may take nothing.
+void SendRecording(const SaveOrder& order, ExportState& state, Stream& stream, const Wakeup& stop,
+                   std::chrono::milliseconds stall, bool headOnly);
 
 } // namespace host

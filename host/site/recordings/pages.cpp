@@ -7,9 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/site/recordings/moment.h"
-#include "host/site/recordings/save.h"
 #include "host/site/recordings/stored_file.h"
+#include "host/users/changes.h"
 
 namespace host {
 namespace {
@@ -85,6 +84,17 @@ RecordedJson EventsAsJson(const std::vector<Event>& events) {
     return list;
 }
 
+// In the order of their begins.
+std::vector<TimeSpan> KeptOf(const std::vector<RecordedFile>& files) {
+    std::vector<TimeSpan> kept;
+    for (const RecordedFile& file : files) {
+        if (file.keep)
+            kept.push_back({file.begin, file.end});
+    }
+    std::ranges::sort(kept, {}, &TimeSpan::begin);
+    return kept;
+}
+
 RecordedJson FilesAsJson(const std::vector<RecordedFile>& files) {
     RecordedJson list = RecordedJson::array();
     for (const RecordedFile& file : files)
@@ -143,15 +153,44 @@ Answer RecordingPages::Camera(const RecordingsVisitor& visitor, std::string_view
     const auto files = NumberOf(request, "files", 0, 0, 1);
     if (!span || !gap || !files)
         return BadMoment();
+    const auto touched = recordings->Files(camera->id, *span);
     RecordedJson told{{"now", NowMs()},
                       {"first", extent->begin},
                       {"last", extent->end},
                       {"spans", SpansAsJson(recordings->Coverage(camera->id, *span, *gap), *gap)},
                       {"motion", SpansAsJson(recordings->Motion(camera->id, *span), *gap)},
+                      {"kept", SpansAsJson(KeptOf(touched), *gap)},
+                      {"mayKeep", visitor.admin},
                       {"events", EventsAsJson(recordings->Events(camera->id, *span, visitor.admin))}};
     if (*files == 1)
-        told["files"] = FilesAsJson(recordings->Files(camera->id, *span));
+        told["files"] = FilesAsJson(touched);
     return Answer::Json(200, told);
+}
+
+Answer RecordingPages::Keep(const RecordingsVisitor& visitor, std::string_view name, const Request& request,
+                            const SignIn& by, bool keep) const {
+    const auto camera = Find(visitor, name, request);
+    if (!camera)
+        return NoRecordings();
+    // Without both ends it would be guessed what is meant.
+    const auto from = MomentOf(request, "from", -1);
+    const auto to = MomentOf(request, "to", -1);
+    if (!from || !to || *from < 0 || *to < *from)
+        return BadMoment();
+    const TimeSpan span{*from, *to};
+    const std::size_t files = recordings->Files(camera->id, span).size();
+    if (files == 0)
+        return Answer::Text(404, "Nothing was recorded then.");
+    const std::size_t done = recordings->Keep(camera->id, span, keep);
+    if (done > 0)
+        TellChange(events, EventKind::SettingsChanged, request, by,
+                   "recordings of \"" + camera->name + "\" from " + MomentText(span.begin) + " to " +
+                       MomentText(span.end) + (keep ? " kept" : " let go"),
+                   camera->name);
+    if (done < files)
+        return Answer::Text(503, std::to_string(files - done) + " of " + std::to_string(files) +
+                                     " recorded files could not be changed.");
+    return Answer::Json(200, {{"files", done}});
 }
 
 std::optional<RecordedPicture> RecordingPages::PictureOf(const RecordedCamera& camera, UnixMs time, int step,

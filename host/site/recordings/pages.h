@@ -9,12 +9,14 @@
 #include <string_view>
 
 #include "host/base/wait.h"
+#include "host/events/event_log.h"
 #include "host/http/answer.h"
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
 #include "host/recordings/recordings.h"
 #include "host/site/recordings/export.h"
+#include "host/users/authenticator.h"
 #include "host/users/rights.h"
 
 namespace host {
@@ -29,7 +31,8 @@ struct RecordingsVisitor {
 // parameter `camera` of the query tells which is meant, without it that of the settings, else the newest. A
 // moment is one that ReadMoment reads.
 struct RecordingPages {
-    const Recordings* recordings; // null: this server records nothing
+    Recordings* recordings; // null: this server records nothing
+    EventLog& events;
     const Limits& limits;
     const Wakeup& stop;
     ExportTable& exports;
@@ -38,6 +41,7 @@ struct RecordingPages {
     [[nodiscard]] Answer List(const RecordingsVisitor& visitor) const;
     // What there is of a camera from `from` to `to` (a day up to now, without them):
     // {"now":MS,"first":MS,"last":MS, "spans":[[MS,MS],...],"motion":[[MS,MS],...],
+    //  "kept":[[MS,MS],...],"mayKeep":false,
     //  "events":[{"time":MS,"kind":"camera-lost","text":"..."}]}, of events the newest first, without those
     //  of
     // motion; administrators are told what kept all cameras from being recorded, too. What is less than `gap`
@@ -45,6 +49,9 @@ struct RecordingPages {
     // "files":[{"number":1,"from":MS,"to":MS,"bytes":1,"kept":false}].
     [[nodiscard]] Answer Camera(const RecordingsVisitor& visitor, std::string_view name,
                                 const Request& request) const;
+    // Keeps the files with a picture from `from` to `to` from being removed, or lets them go: {"files":2}.
+    [[nodiscard]] Answer Keep(const RecordingsVisitor& visitor, std::string_view name, const Request& request,
+                              const SignIn& by, bool keep) const;
     // /recordings/NAME/at.jpg: the picture of the moment `t`, which is the newest at it, or where none was
     // recorded the nearest within `within` milliseconds, ten seconds without that. With `step` 1 the first
     // behind the moment, with -1 the last before it, however far. X-Picture-Time tells when it was taken,

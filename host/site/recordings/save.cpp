@@ -1,4 +1,4 @@
-#include "host/site/recordings/save.h"
+#include "host/site/recordings/export.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +11,6 @@
 #include "host/http/request.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
-#include "host/recordings/file_names.h"
 #include "host/recordings/matroska_writer.h"
 #include "host/site/recordings/zip_writer.h"
 
@@ -20,7 +19,7 @@ namespace {
 
 // "2025-11-26_08-00-00.250": no character that a file system would not have.
 std::string NameOf(UnixMs time) {
-    std::string name = IsoText(time);
+    std::string name = MomentText(time);
     name.pop_back();
     std::ranges::replace(name, 'T', '_');
     std::ranges::replace(name, ':', '-');

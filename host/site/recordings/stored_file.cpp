@@ -1,7 +1,7 @@
 #include "host/site/recordings/stored_file.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <charconv>
 #include <vector>
 
 #include <fcntl.h>
@@ -10,12 +10,17 @@
 
 #include "host/http/answer.h"
 #include "host/http/wire.h"
-#include "host/site/recordings/byte_range.h"
 
 namespace host {
 namespace {
 
 constexpr std::size_t kPart = 256 * 1024;
+
+std::optional<std::uint64_t> WholeNumber(std::string_view text) noexcept {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
 
 // True when all of them went out: the head has told how many there are.
 bool SendBytesOf(int file, ByteRange range, Stream& stream, const Wakeup& stop,
@@ -33,6 +38,27 @@ bool SendBytesOf(int file, ByteRange range, Stream& stream, const Wakeup& stop,
 }
 
 } // namespace
+
+AskedRange ReadRange(std::string_view value, std::uint64_t size) noexcept {
+    constexpr std::string_view kBytes = "bytes=";
+    const auto dash = value.find('-');
+    if (!value.starts_with(kBytes) || dash == std::string_view::npos)
+        return {};
+    const std::string_view from = value.substr(kBytes.size(), dash - kBytes.size());
+    const std::string_view to = value.substr(dash + 1);
+    const auto first = WholeNumber(from);
+    const auto last = WholeNumber(to);
+    if ((!first && !from.empty()) || (!last && !to.empty()) || (!first && !last))
+        return {};
+    if (!first) // so many at the end
+        return *last == 0 || size == 0 ? AskedRange{false, {}}
+                                       : AskedRange{true, ByteRange{size - std::min(*last, size), size - 1}};
+    if (last && *last < *first)
+        return {};
+    if (*first >= size)
+        return {false, {}};
+    return {true, ByteRange{*first, std::min(last.value_or(size - 1), size - 1)}};
+}
 
 void SendStoredFile(const std::string& path, const std::string& name, const Request& request, Stream& stream,
                     const Wakeup& stop, std::chrono::milliseconds stall) {

@@ -2,13 +2,29 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/base/wait.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
 
 namespace host {
+
+// Which bytes of a file a request asks for (RFC 9110, section 14).
+struct ByteRange {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0; // belongs to it
+    friend bool operator==(const ByteRange&, const ByteRange&) = default;
+};
+struct AskedRange {
+    bool possible = true;           // false: none of the file's bytes are among those (416)
+    std::optional<ByteRange> range; // nothing: the whole file
+};
+// Of the value of a Range line. What is no single range of bytes counts as none, as the standard allows.
+AskedRange ReadRange(std::string_view value, std::uint64_t size) noexcept;
 
 // Answers the request with what Range asks for, or the whole file; `name` is what a browser calls it. 404
 // where it is gone by now. The connection ends behind it. A file that is being written has the length that it

@@ -1,14 +1,15 @@
-#include "host/site/recordings/moment.h"
+#include "host/base/moment.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
+#include <cstdio>
 
 namespace host {
 namespace {
 
-// Until the year 10000.
-constexpr UnixMs kLatest = 253402300800000;
+constexpr UnixMs kYear1 = -62'135'596'800'000;
 
 bool IsDigit(char c) noexcept {
     return c >= '0' && c <= '9';
@@ -78,7 +79,7 @@ std::optional<UnixMs> ReadMoment(std::string_view text) noexcept {
     UnixMs number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc() && end == text.data() + text.size())
-        return number >= 0 && number < kLatest ? std::optional(number) : std::nullopt;
+        return number >= 0 && number < kYear10000 ? std::optional(number) : std::nullopt;
 
     MomentReader read(text);
     const int yearNumber = read.Number(4, 9999);
@@ -106,7 +107,30 @@ std::optional<UnixMs> ReadMoment(std::string_view text) noexcept {
     const auto moment = sys_days(date).time_since_epoch() + hours(hour) + minutes(minute - *zone) +
                         seconds(second) + milliseconds(fraction);
     const UnixMs time = duration_cast<milliseconds>(moment).count();
-    return time >= 0 && time < kLatest ? std::optional(time) : std::nullopt;
+    return time >= 0 && time < kYear10000 ? std::optional(time) : std::nullopt;
+}
+
+std::string FormatMoment(UnixMs time, const char* form) {
+    using namespace std::chrono;
+    const sys_time<milliseconds> when{milliseconds(std::min(std::max(time, kYear1), kYear10000 - 1))};
+    const auto day = floor<days>(when);
+    const year_month_day date(day);
+    const hh_mm_ss clock(when - day);
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), form, static_cast<int>(date.year()),
+                  static_cast<int>(static_cast<unsigned>(date.month())),
+                  static_cast<int>(static_cast<unsigned>(date.day())),
+                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+    return text.data();
+}
+
+std::string MomentText(UnixMs time) {
+    return FormatMoment(time, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ");
+}
+
+std::string DayText(UnixMs time) {
+    return FormatMoment(time, "%04d-%02d-%02d");
 }
 
 } // namespace host
