@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -30,6 +32,7 @@
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/picture_limit.h"
+#include "platform/scope.h"
 
 namespace host {
 namespace {
@@ -42,8 +45,8 @@ constexpr std::chrono::seconds kStatusInterval{1};
 // What could not be written is tried again, and how often what may wait is written.
 constexpr std::chrono::seconds kRetryInterval{5};
 constexpr std::chrono::minutes kSaveInterval{1};
-// How late the end of a session is noticed that somebody else has ended.
-constexpr std::chrono::milliseconds kSweepInterval{500};
+// How late it is noticed that a session has ended, or that a right was taken away.
+constexpr std::chrono::milliseconds kSweepInterval{250};
 // More cameras than that are told in one line.
 constexpr std::size_t kMostStatusLines = 8;
 // How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
@@ -312,7 +315,11 @@ public:
                            m_options.IsOpenDemo() ? DemoPasswordsOf(m_data) : DemoPasswords(),
                            AuthoritiesToOpen(m_server->Where()).front());
         }
-        Loop(phones ? &*phones : nullptr);
+        {
+            std::jthread sweeper([this] { Sweep(); });
+            const platform::AtScopeEnd sweepsEnd([this] { m_sweepsEnd.Signal(); });
+            Loop(phones ? &*phones : nullptr);
+        }
         RestoreSignals();
         const DemoResults results = phones ? phones->Stop() : DemoResults{};
         AwaitPictures(results.uploads);
@@ -436,7 +443,6 @@ private:
             m_options.seconds ? started + std::chrono::seconds(*m_options.seconds) : Clock::time_point::max();
         auto nextStatus = started + kStatusInterval;
         auto nextRetry = started + kRetryInterval;
-        auto nextSweep = started;
         auto nextSave = started + kSaveInterval;
         while (Clock::now() < end) {
             const int signal = WaitForSignal(std::min(Clock::now() + kTick, end));
@@ -455,15 +461,6 @@ private:
                 if (m_certificates)
                     m_certificates->Refresh(m_settings.ToldHost());
             }
-            if (Clock::now() >= nextSweep) {
-                nextSweep = Clock::now() + kSweepInterval;
-                m_authenticator.Refresh();
-                m_sessions.Sweep();
-                m_phones.Sweep();
-                m_tokens.Sweep();
-                m_site->watches.Sweep();
-                m_site->phone.Sweep();
-            }
             if (Clock::now() >= nextSave) {
                 nextSave = Clock::now() + kSaveInterval;
                 (void)m_authenticator.Save();
@@ -477,6 +474,24 @@ private:
                 if (const std::string watching = phones != nullptr ? phones->Watching() : "";
                     !watching.empty())
                     Console::Get().Say(watching);
+            }
+        }
+    }
+
+    // Ends the connections of who may have them no longer: on a thread of its own, since the main one may
+    // wait for a disk, or for whoever reads what it prints.
+    void Sweep() {
+        while (WaitFor({.stop = &m_sweepsEnd}, Clock::now() + kSweepInterval) != Waited::Stopped) {
+            try {
+                m_authenticator.Refresh();
+                // Before those that write what they have ended.
+                m_site->watches.Sweep();
+                m_sessions.Sweep();
+                m_tokens.Sweep();
+                m_phones.Sweep();
+                m_site->phone.Sweep();
+            } catch (const std::exception& error) {
+                Console::Get().Log("error", std::string("a look for what has ended failed: ") + error.what());
             }
         }
     }
@@ -520,6 +535,7 @@ private:
 
     const Options& m_options;
     Wakeup m_stop;
+    Wakeup m_sweepsEnd;
     DataFolder m_data;
     Household m_household;
     Authenticator m_authenticator;

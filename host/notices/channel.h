@@ -1,7 +1,9 @@
-// A way to tell somebody else of events.
+// The ways to tell somebody else of events.
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "host/base/wait.h"
@@ -46,5 +48,58 @@ public:
     // What is to be done meanwhile. Back at the moment, at the wake-up, or before.
     virtual void Rest(Clock::time_point until) = 0;
 };
+
+// --- Webhook: each event is a POST of JSON to an address of somebody else's server ---
+
+// Headers of a notice:
+//
+//   Content-Type: application/json
+//   User-Agent: Morrowstream/VERSION
+//   X-Morrowstream-Event: the event's number, by which a second time is known; 0 for a test
+//   X-Morrowstream-Time: Unix seconds, when it was sent
+//   X-Morrowstream-Signature: sha256=HEX, where there is a secret: HMAC-SHA256, keyed by it, of that time, a
+//                             point and the body
+//
+// Taken with any status of 2xx. Statuses of 4xx that say something of the notice alone refuse it; all else is
+// tried again, redirections included: they are not followed.
+std::unique_ptr<NoticeChannel> MakeWebhook(const NoticeSignals& signals);
+
+// --- MQTT: a broker is told of events, and keeps what is so now of each camera ---
+
+// What the channel looks at by itself. Called on its thread.
+struct NoticeAccess {
+    // Whether a phone sends as that camera.
+    std::function<bool(const std::string& camera)> isConnected;
+    // The latest picture of a camera as a JPEG file; empty without one.
+    std::function<std::string(const std::string& camera)> picture;
+};
+
+// Topics, behind the begin that the preferences have; a camera's name is percent-encoded where a topic could
+// not have it:
+//
+//   status                  "online" or "offline" (the last will); retained, as all but events are
+//   event                   each event that is told of, as JSON
+//   cameras/NAME/event      the same, of this camera
+//   cameras/NAME/connected  "ON" or "OFF"
+//   cameras/NAME/motion     "ON" or "OFF"
+//   cameras/NAME/picture    a JPEG file, with each event of the camera
+//
+// All with QoS 1: an event counts as taken once the broker has said so.
+std::unique_ptr<NoticeChannel> MakeMqtt(const NoticeSignals& signals, NoticeAccess access);
+
+// --- What channels have in common ---
+
+// Empty when a connection came about, which is closed at once; else why not, in a line. Within 5 s behind the
+// look-up of the name, and at the stop signal.
+std::string WhyNotReached(const std::string& server, int port, const Wakeup& stop);
+
+// Who vouches for the certificates of receivers: a folder, the system's, and a file beside it. The
+// environment may name others, as for whatever is built on OpenSSL: SSL_CERT_DIR and SSL_CERT_FILE, read
+// once.
+struct Authorities {
+    std::string folder;
+    std::string file; // empty: none
+};
+const Authorities& TrustedAuthorities();
 
 } // namespace host

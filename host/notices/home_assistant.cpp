@@ -1,10 +1,9 @@
-#include "host/notices/home_assistant.h"
+#include "host/notices/topics.h"
 
 #include <string_view>
 
 #include <nlohmann/json.hpp>
 
-#include "host/notices/topics.h"
 #include "host/tls/digest.h"
 
 namespace host {

@@ -1,4 +1,4 @@
-#include "host/notices/mqtt.h"
+#include "host/notices/channel.h"
 
 #include <algorithm>
 #include <optional>
@@ -9,8 +9,6 @@
 #include <mosquitto.h>
 #include <poll.h>
 
-#include "host/notices/home_assistant.h"
-#include "host/notices/reach.h"
 #include "host/notices/topics.h"
 #include "platform/text.h"
 
@@ -23,7 +21,6 @@ constexpr std::chrono::seconds kLookInterval{1};
 constexpr std::chrono::seconds kFirstReconnect{1};
 constexpr std::chrono::seconds kLongestReconnect{60};
 constexpr int kAtLeastOnce = 1;
-constexpr const char* kAuthorities = "/etc/ssl/certs";
 
 struct ClientEnd {
     void operator()(mosquitto* client) const noexcept { mosquitto_destroy(client); }
@@ -49,14 +46,22 @@ public:
         if (!mqtt.user.empty())
             (void)mosquitto_username_pw_set(m_client.get(), mqtt.user.c_str(),
                                             mqtt.password.empty() ? nullptr : mqtt.password.c_str());
-        if (mqtt.tls)
-            m_trouble = mosquitto_tls_set(m_client.get(), nullptr, kAuthorities, nullptr, nullptr, nullptr);
+        if (!mqtt.tls)
+            return;
+        const auto& [folder, file] = TrustedAuthorities();
+        m_trouble = mosquitto_tls_set(m_client.get(), file.empty() ? nullptr : file.c_str(), folder.c_str(),
+                                      nullptr, nullptr, nullptr);
+        mosquitto_log_callback_set(m_client.get(), [](mosquitto*, void* broker, int level, const char* text) {
+            std::string& said = static_cast<Broker*>(broker)->m_said;
+            if (level == MOSQ_LOG_ERR && said.empty()) // what follows is less exact
+                said = text;
+        });
     }
 
     // Empty when the broker has let us in; else why not.
     std::string Connect(const NoticeSignals& signals) {
         if (m_trouble != MOSQ_ERR_SUCCESS)
-            return mosquitto_strerror(m_trouble);
+            return Reason(m_trouble);
         // The library's own way to connect waits for as long as the system does.
         if (const std::string reason = WhyNotReached(m_server, m_port, signals.stop); !reason.empty())
             return reason;
@@ -130,7 +135,10 @@ public:
     void Leave() { (void)mosquitto_disconnect(m_client.get()); }
 
 private:
-    static std::string Reason(int code) {
+    [[nodiscard]] std::string Reason(int code) const {
+        // The library has one text for all that can be wrong with TLS; the reason ends what it logs.
+        if (code == MOSQ_ERR_TLS && !m_said.empty())
+            return "TLS: " + m_said.substr(m_said.find_last_of(':') + 1);
         return code == MOSQ_ERR_ERRNO ? "the connection ended" : mosquitto_strerror(code);
     }
 
@@ -141,6 +149,7 @@ private:
     bool m_lost = false;
     std::set<int> m_unanswered; // what was published
     int m_trouble = MOSQ_ERR_SUCCESS;
+    std::string m_said; // by the library, of the first error
 };
 
 class Mqtt final : public NoticeChannel {

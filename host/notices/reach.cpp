@@ -1,6 +1,7 @@
-#include "host/notices/reach.h"
+#include "host/notices/channel.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -52,6 +53,15 @@ std::string WhyNotReached(const std::string& server, int port, const Wakeup& sto
             break;
     }
     return reason;
+}
+
+const Authorities& TrustedAuthorities() {
+    const auto named = [](const char* name, const char* usual) {
+        const char* const value = std::getenv(name);
+        return std::string(value != nullptr && *value != '\0' ? value : usual);
+    };
+    static const Authorities authorities{named("SSL_CERT_DIR", "/etc/ssl/certs"), named("SSL_CERT_FILE", "")};
+    return authorities;
 }
 
 } // namespace host

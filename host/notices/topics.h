@@ -1,9 +1,12 @@
-// Names of MQTT topics.
+// Names of MQTT topics, and what Home Assistant is told of them.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#include "host/preferences/preferences.h"
 
 namespace host {
 
@@ -38,5 +41,15 @@ public:
 private:
     const std::string m_begin;
 };
+
+// --- What Home Assistant is told so that each camera stands there by itself (its "MQTT discovery") ---
+
+struct DiscoveredEntity {
+    std::string topic; // of its configuration
+    std::string json;
+};
+// Of a camera: whether a phone sends, whether something moves, and the picture where pictures are sent. All
+// of them under one device, whose identity is the camera's name and the begin of the topics.
+std::vector<DiscoveredEntity> HomeAssistantEntities(const MqttPreferences& mqtt, const std::string& camera);
 
 } // namespace host

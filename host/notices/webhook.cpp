@@ -1,4 +1,4 @@
-#include "host/notices/webhook.h"
+#include "host/notices/channel.h"
 
 #include <algorithm>
 #include <array>
@@ -89,8 +89,8 @@ public:
         curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &status);
         // Nothing may point to what is gone when the handle is used next.
         curl_easy_reset(m_handle.get());
-        const bool tooLong = code == CURLE_WRITE_ERROR && received > kMostAnswerBytes;
-        if (code != CURLE_OK && !tooLong) {
+        // Who has said how it stands may go on talking, or end in the middle.
+        if (status < 200) {
             const std::string text = reason[0] != '\0' ? reason.data() : curl_easy_strerror(code);
             return {Failed, platform::Printable(text)};
         }
@@ -131,6 +131,10 @@ private:
         curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+        const Authorities& authorities = TrustedAuthorities();
+        curl_easy_setopt(handle, CURLOPT_CAPATH, authorities.folder.c_str());
+        if (!authorities.file.empty())
+            curl_easy_setopt(handle, CURLOPT_CAINFO, authorities.file.c_str());
         curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(kConnectDeadline));
         curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds(kWholeDeadline));
         curl_easy_setopt(handle, CURLOPT_USERAGENT, "Morrowstream/" MORROWSTREAM_VERSION);

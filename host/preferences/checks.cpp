@@ -1,4 +1,4 @@
-#include "host/preferences/checks.h"
+#include "host/preferences/document.h"
 
 #include <algorithm>
 
@@ -36,8 +36,8 @@ bool IsTopic(std::string_view topic) {
 
 } // namespace
 
-void FindUnfit(const Preferences& preferences, const Preferences& former, const std::string& root,
-               std::vector<SettingsProblem>& problems) {
+void FindUnfit(const Preferences& preferences, const Preferences& former, bool passwordEntered,
+               const std::string& root, std::vector<SettingsProblem>& problems) {
     const auto& [kinds, webhook, mqtt] = preferences.notices;
     const MqttPreferences& before = former.notices.mqtt;
     const auto add = [&](const char* path, const char* key, const char* text) {
@@ -55,7 +55,7 @@ void FindUnfit(const Preferences& preferences, const Preferences& former, const 
     // A password that nobody enters anew is for the server that it was entered for: else whoever may change
     // the settings, and not read it, would have it sent to a server of his own.
     const bool elsewhere = mqtt.server != before.server || mqtt.port != before.port || mqtt.tls != before.tls;
-    if (elsewhere && !mqtt.server.empty() && !mqtt.password.empty() && mqtt.password == before.password)
+    if (elsewhere && !passwordEntered && !mqtt.server.empty() && !mqtt.password.empty())
         add("/notices/mqtt/password", "enterAgain", "another server takes the password to be entered anew");
 }
 

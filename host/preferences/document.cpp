@@ -7,8 +7,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "host/preferences/checks.h"
-#include "host/preferences/pattern.h"
 #include "host/preferences/values.h"
 #include "kit/settings/document.h"
 #include "platform/text.h"
@@ -181,6 +179,11 @@ Wrong Meaningless(const Value&) {
     return {"notAllowed", "this cannot be read"};
 }
 
+// Whether a secret is somebody's text, and not the mark of what is there; an empty mark is none.
+bool IsEntered(IConfigElement& secret) {
+    return kit::AttributeOf(secret, kSecretMark).value_or(u"").empty();
+}
+
 // Takes what a document has of the values below an element.
 class ReadingBelow {
 public:
@@ -194,8 +197,7 @@ public:
         if (!element)
             return; // stays as it is
         const Rules& rules = m_rules.At(path);
-        // An empty mark is none.
-        if (rules.secret && !kit::AttributeOf(*element, kSecretMark).value_or(u"").empty())
+        if (rules.secret && !IsEntered(*element))
             return;
         const std::string place = m_path + "/" + platform::ToUtf8(path);
         if (kit::AttributeOf(*element, u"type") != rules.type)
@@ -295,7 +297,8 @@ std::optional<ReadPreferences> PreferencesIn(std::string_view xml, const Prefere
             VisitCamera(read.preferences.cameras[name],
                         ReadingBelow(*element, ofCamera, path, read.problems));
     }
-    FindUnfit(read.preferences, present, root, read.problems);
+    const NodePtr password = kit::ElementAt(document->Root(), u"notices/mqtt/password");
+    FindUnfit(read.preferences, present, password && IsEntered(*password), root, read.problems);
     return read;
 }
 

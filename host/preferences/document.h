@@ -34,4 +34,20 @@ std::optional<ReadPreferences> PreferencesIn(std::string_view xml, const Prefere
 // The choices of the set at a place: "notices/kinds".
 std::vector<std::string> ChoicesAt(const char16_t* path);
 
+// --- What it is made of and held against ---
+
+// The document with every value, its defaults left out, and with one camera, which stands for all.
+//
+// Types: "BSTR" is a text, with `password` one that stays at home, with `lookup` one of those choices;
+// "number" is a whole number from `min` to `max`; "yesno" is "yes" or "no"; "set" has any of its choices,
+// with spaces between; "mask" is a CellMask. `longest` is in bytes of UTF-8. Labels are those of `local`, in
+// English.
+std::u16string_view PreferencePattern() noexcept;
+
+// Adds what nobody could use: an address that is none, a topic that cannot be published to. `root` is what
+// the paths of values begin with. `former` are those in force; `passwordEntered` tells whether the broker's
+// password has been entered now, and is not that of the former ones left as it is.
+void FindUnfit(const Preferences& preferences, const Preferences& former, bool passwordEntered,
+               const std::string& root, std::vector<SettingsProblem>& problems);
+
 } // namespace host

@@ -1,4 +1,4 @@
-#include "host/preferences/pattern.h"
+#include "host/preferences/document.h"
 
 namespace host {
 namespace {

@@ -410,8 +410,10 @@ std::shared_ptr<const void> Visit::TakePlace(Watches::MayGoOn mayGoOn) {
 
 Watches::Held Visit::Watch(Watches::MayGoOn mayGoOn, std::function<void()> end) const {
     const bool visitor = signIn.result == SignIn::Result::Known && !signIn.owner;
-    return visitor ? m_site.watches.Hold({signIn.credentials.login, signIn.camera}, std::move(mayGoOn),
-                                         std::move(end))
+    const bool byPassword = signIn.session.empty() && signIn.token.empty();
+    return visitor ? m_site.watches.Hold({signIn.credentials.login, signIn.camera},
+                                         byPassword ? Watches::By::Password : Watches::By::Other,
+                                         std::move(mayGoOn), std::move(end))
                    : nullptr;
 }
 

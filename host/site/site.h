@@ -71,9 +71,11 @@ struct Site {
         : limits(parts.limits), stop(parts.stop), counters(parts.counters), certificates(parts.certificates),
           allowPlain(parts.allowPlain || parts.certificates == nullptr), proxies(parts.proxies),
           pageToken(RandomPassword()), shares(limits),
-          watches([&authenticator = parts.authenticator](const Sessions::Owner& visitor) {
-              return authenticator.RightsOf(visitor);
-          }),
+          watches([&authenticator = parts.authenticator](
+                      const Sessions::Owner& visitor) { return authenticator.RightsOf(visitor); },
+                  [&authenticator = parts.authenticator](const Sessions::Owner& visitor) {
+                      return authenticator.DigestOf(visitor);
+                  }),
           loops(stop), senders(loops, limits, counters), language(parts.language),
           cookie(UserCookie(parts.port)), phoneCookie(PhoneCookie(parts.port)),
           access{parts.authenticator, parts.sessions, parts.tokens, cookie, counters, parts.demo},
@@ -81,7 +83,8 @@ struct Site {
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
                                                                             parts.packers, limits.staleAfter,
                                                                             parts.language},
-          monitor{parts.feeds, counters, parts.packers, parts.settings, parts.recorder},
+          monitor{parts.feeds,       counters,      parts.packers, parts.settings,
+                  parts.preferences, parts.notices, parts.recorder},
           settings{parts.settings, parts.events, parts.preferences,
                    parts.language, pageToken,    parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,

@@ -19,6 +19,19 @@ void LogRefusal(const Request& request, std::string_view login, std::string_view
                            .reason = reason});
 }
 
+void TellChange(EventLog& events, EventKind kind, const Request& request, const SignIn& by,
+                const std::string& what, const std::string& camera) {
+    Console::Get().Log("message", what + (by.owner ? " on the command line"
+                                                   : " by \"" + Printable(by.credentials.login) + "\"" +
+                                                         (by.token.empty() ? "" : ", with a token,") +
+                                                         " from " + request.peer.text));
+    Event event{.kind = kind, .camera = camera, .who = by.credentials.login, .text = what};
+    event.details["address"] = by.owner ? "control socket" : request.peer.text;
+    if (!by.token.empty())
+        event.details["token"] = by.token;
+    events.Tell(std::move(event));
+}
+
 Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop,
                              std::string placesFile)
     : m_stop(stop), m_places(std::move(placesFile)), m_throttle(maxThrottleWait, m_places),

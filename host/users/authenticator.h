@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/base/wait.h"
+#include "host/events/event_log.h"
 #include "host/http/endpoint.h"
 #include "host/http/request.h"
 #include "host/users/cameras.h"
@@ -47,6 +48,11 @@ struct SignIn {
 // Writes a line to the log for somebody who is turned away; login and camera may be empty.
 void LogRefusal(const Request& request, std::string_view login, std::string_view camera,
                 std::string_view reason);
+
+// For who has changed something: writes a line to the log and an event: `what` of them, as "camera \"yard\"
+// removed". With a camera the event is one of that camera.
+void TellChange(EventLog& events, EventKind kind, const Request& request, const SignIn& by,
+                const std::string& what, const std::string& camera = {});
 
 // Users of the file, and the cameras of the settings, which sign in as phones. A login has one kind: a camera
 // with the name of a user who is no phone is no sign-in. Where a phone of the file and a camera have one

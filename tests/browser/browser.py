@@ -21,6 +21,7 @@ ARGUMENTS = (
     "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
 )
 WAIT_SECONDS = 30
+STEP_SECONDS = 0.02  # between two places of a finger
 POLL_SECONDS = 0.1  # each look is an errand through driver and browser
 # Requests to a host that was killed, and the icon that a browser asks for when it shows a page that names none.
 EXPECTED_COMPLAINTS = ("ERR_CONNECTION_", "ERR_EMPTY_RESPONSE", "favicon.ico")
@@ -62,12 +63,18 @@ class Browser:
         self.driver.execute_cdp_cmd("Emulation.setTouchEmulationEnabled", {"enabled": phone, "maxTouchPoints": 5})
 
     def touch(self, *fingers, steps=5):
-        """Fingers that move at the same time, each from a point of the window to another one: ((x, y), (x, y))."""
+        """Fingers that move at the same time, each from a point of the window to another one: ((x, y), (x, y)).
+
+        As quick as fingers are, however long this machine takes for it: the page goes by the times of the events.
+        """
+        begun = time.time()
         for step in range(steps + 1):
             points = [{"id": number, "x": x + (to_x - x) * step / steps, "y": y + (to_y - y) * step / steps}
                       for number, ((x, y), (to_x, to_y)) in enumerate(fingers)]
-            self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": "touchMove" if step else "touchStart", "touchPoints": points})
-        self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": "touchEnd", "touchPoints": []})
+            self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {
+                "type": "touchMove" if step else "touchStart", "touchPoints": points, "timestamp": begun + step * STEP_SECONDS})
+        self.driver.execute_cdp_cmd("Input.dispatchTouchEvent", {
+            "type": "touchEnd", "touchPoints": [], "timestamp": begun + (steps + 1) * STEP_SECONDS})
 
     def page_scale(self):
         return self.run("return visualViewport.scale")

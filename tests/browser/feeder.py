@@ -27,6 +27,7 @@ class Feeder(threading.Thread):
         self.sent = {}
         self.frames = 0
         self.failure = None  # why the last connection ended
+        self.comes_back = True  # behind the end of a connection
         self._stop_asked = threading.Event()
         self._sending = threading.Event()
         self._sending.set()
@@ -54,6 +55,8 @@ class Feeder(threading.Thread):
                         self._converse(talk)
             except OSError as failure:
                 self.failure = failure
+            if not self.comes_back:
+                break
             self._stop_asked.wait(0.2)
 
     def _converse(self, connection):

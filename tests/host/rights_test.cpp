@@ -256,7 +256,8 @@ TEST(Rights, WithdrawnEndWhatIsOpen) {
     House house;
     Rig& rig = house.rig;
     const std::string& lena = house.visitors[2];
-    const std::string lines = lena + "Origin: http://localhost\r\n";
+    const std::string origin = "Origin: http://localhost\r\n";
+    const std::string lines = lena + origin;
     Client live(rig.Port());
     live.peer.Send("GET /live/shown-cam HTTP/1.1\r\n" + kLocal + lena + "\r\n");
     EXPECT_EQ(live.ReadReply(true).status, 200U);
@@ -280,6 +281,20 @@ TEST(Rights, WithdrawnEndWhatIsOpen) {
     EXPECT_TRUE(view.IsClosed());
     EXPECT_TRUE(all.IsClosed());
     EXPECT_TRUE(clock.SayAndBeHeard("ack 1")) << "everybody's";
+
+    // Of another kind, or with another password, somebody has to sign in anew; a token is for the kind alone.
+    const std::string& token = house.visitors[5];
+    const Authenticator::UserWish wishes[] = {{.password = "another"}, {.kind = UserKind::Admin}};
+    for (const auto& wish : wishes) {
+        const bool kind = wish.kind.has_value();
+        Page person(rig.Port(), std::string(kind ? Rig::kViewer : lena) + origin, "/view/clock");
+        Page program(rig.Port(), token + origin, "/view/clock");
+        ASSERT_TRUE(person.SayAndBeHeard("set fps=25") && program.SayAndBeHeard("set fps=25"));
+        rig.authenticator.PutUser(kind ? "viewer" : "lena", wish);
+        rig.site.watches.Sweep();
+        EXPECT_TRUE(person.IsClosed()) << kind;
+        EXPECT_TRUE(program.SayAndBeHeard("ack 1")) << kind;
+    }
 }
 
 TEST(Rights, OfAListStayWithTheUserAndNotWithTheNameOfACamera) {

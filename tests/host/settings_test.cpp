@@ -240,6 +240,16 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     EXPECT_TRUE(rig.settings.WriteWhatIsLeft());
     EXPECT_EQ(ready(), "ready\n");
     EXPECT_EQ(Get(kDocument).Header("ETag"), unwritten.Header("ETag")) << "nothing has changed";
+    // And so are the preferences.
+    std::filesystem::create_directories(rig.folder.File("Preferences.xml/in"));
+    EXPECT_EQ(
+        rig.preferences.Write(Replaced(rig.preferences.Read().xml, ">7</days>", ">8</days>"), "").result,
+        PreferenceChange::Result::NotWritten);
+    EXPECT_EQ(ready(), "The last change of the host's preferences could not be written to disk.\n");
+    EXPECT_THAT(rig.Get("/metrics").body, HasSubstr("\nmorrowstream_settings_written 0\n"));
+    std::filesystem::remove_all(rig.folder.File("Preferences.xml"));
+    EXPECT_TRUE(rig.preferences.WriteWhatIsLeft());
+    EXPECT_EQ(ready(), "ready\n");
     rig.settings.SetConfiguration(nullptr);
     EXPECT_EQ(rig.Get("/readyz").status, 503U);
 }
@@ -371,6 +381,11 @@ TEST_F(PreferencesTest, AreRefusedWithThePlace) {
             << by;
     }
     EXPECT_EQ(*store->Now(), *before);
+    const PreferenceReading reading = store->Read();
+    const std::string entered =
+        Replaced(Replaced(reading.xml, "stored=\"0\"", "stored=\"\""), "••••••••", "geheim");
+    EXPECT_EQ(store->Write(Replaced(entered, ">1883<", ">8883<"), "").result, PreferenceChange::Result::Done)
+        << "the same password, entered again";
     EXPECT_EQ(Write("</preferences>", "").result, PreferenceChange::Result::NoDocument);
     EXPECT_EQ(store->Write("<config/>", "").result, PreferenceChange::Result::NoDocument);
     EXPECT_EQ(store->Write("<preferences/>", "").result, PreferenceChange::Result::Done)

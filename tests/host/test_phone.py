@@ -292,7 +292,7 @@ class Sending(PhoneCase):
             waiting.say({"type": "ping", "at": 1})
             waiting.until("pong")
             self.assertIsNone(self.tile(host)["phone"], "who pauses replaces nobody")
-            feeder._stop_asked.set()
+            feeder.comes_back = False
             waiting.start()
             feeder.join()
             self.assertIn("closed", str(feeder.failure))

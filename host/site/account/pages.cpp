@@ -3,7 +3,6 @@
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/log/console.h"
-#include "host/users/changes.h"
 #include "platform/text.h"
 
 namespace host {

@@ -4,7 +4,6 @@
 #include "host/site/api/message.h"
 #include "host/sources/seen_feeds.h"
 #include "host/tls/digest.h"
-#include "host/users/changes.h"
 #include "platform/messages.h"
 
 namespace host {

@@ -4,7 +4,6 @@
 
 #include "host/log/console.h"
 #include "host/site/api/message.h"
-#include "host/users/changes.h"
 
 namespace host {
 namespace {

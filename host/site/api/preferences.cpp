@@ -5,7 +5,6 @@
 
 #include "host/preferences/document.h"
 #include "host/site/api/message.h"
-#include "host/users/changes.h"
 #include "kit/settings/document.h"
 #include "platform/text.h"
 

@@ -200,10 +200,34 @@ void AddSessions(MetricsText& metrics, const MonitorPages& monitor, std::span<co
     metrics.ByWord("reason", kRefusalNames, counters.refusals);
 }
 
+void AddNotices(MetricsText& metrics, Notices* notices) {
+    if (notices == nullptr)
+        return;
+    std::vector<std::pair<std::string_view, NoticeState>> states;
+    for (const std::string_view channel : Notices::kNames)
+        states.emplace_back(channel, notices->Find(channel)->State());
+    const auto family = [&](std::string_view name, std::string_view type, std::string_view help,
+                            std::uint64_t NoticeState::*figure) {
+        metrics.Family(name, type, help);
+        for (const auto& [channel, state] : states)
+            metrics.Sample(MetricsText::Labels("channel", channel), std::to_string(state.*figure));
+    };
+    family("notices_waiting", "gauge", "Events that a receiver of notices has still to be told of.",
+           &NoticeState::waiting);
+    family("notices_sent_total", "counter", "Notices that the receiver has taken.", &NoticeState::taken);
+    family("notices_failed_total", "counter", "Tries that came to nothing, each of which is repeated.",
+           &NoticeState::failures);
+    family("notices_refused_total", "counter", "Notices that the receiver refused for good.",
+           &NoticeState::refused);
+    family("notices_passed_over_total", "counter", "Notices that nobody took for too long.",
+           &NoticeState::tooOld);
+}
+
 // What tells of all cameras together.
 void AddTotals(MetricsText& metrics, const MonitorPages& monitor, std::span<const Camera> cameras) {
     const Counters& counters = monitor.counters;
     AddSessions(metrics, monitor, cameras);
+    AddNotices(metrics, monitor.notices);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
                    std::to_string(kit::Picture::EncodedCount()));
     metrics.Single("pictures_passed_on_total", "counter", "Pictures of phones that went on without encoding.",
@@ -246,9 +270,9 @@ Answer MonitorPages::Metrics(const Rights& rights) const {
     AddRecordings(metrics, recorder, cameras);
     if (rights.SeesAll())
         AddTotals(metrics, *this, cameras);
-    metrics.Single("ready", "gauge", "1 while /readyz says so.", settings.Trouble().empty() ? "1" : "0");
+    metrics.Single("ready", "gauge", "1 while /readyz says so.", Trouble().empty() ? "1" : "0");
     metrics.Single("settings_written", "gauge", "1 while the last change of the settings is on disk.",
-                   settings.IsWritten() ? "1" : "0");
+                   settings.IsWritten() && preferences.IsWritten() ? "1" : "0");
     metrics.Single("uptime_seconds", "gauge", "Seconds since the host started.", Number(counters.Uptime()));
     Answer answer;
     answer.type = "text/plain; version=0.0.4; charset=utf-8";
@@ -257,8 +281,15 @@ Answer MonitorPages::Metrics(const Rights& rights) const {
     return answer;
 }
 
+std::string MonitorPages::Trouble() const {
+    std::string trouble = settings.Trouble();
+    if (trouble.empty() && !preferences.IsWritten())
+        trouble = "The last change of the host's preferences could not be written to disk.";
+    return trouble;
+}
+
 Answer MonitorPages::Health(const Rights& rights) const {
-    const std::string trouble = settings.Trouble();
+    const std::string trouble = Trouble();
     return Answer::Json(200, {{"status", trouble.empty() ? "ok" : trouble},
                               {"uptime", std::round(counters.Uptime() * 10) / 10},
                               {"version", MORROWSTREAM_VERSION},
@@ -270,7 +301,7 @@ Answer MonitorPages::Alive() {
 }
 
 Answer MonitorPages::Ready() const {
-    const std::string trouble = settings.Trouble();
+    const std::string trouble = Trouble();
     return trouble.empty() ? Answer::Text(200, "ready") : Answer::Text(503, trouble);
 }
 

@@ -6,6 +6,8 @@
 #include "host/base/counters.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
+#include "host/notices/notices.h"
+#include "host/preferences/store.h"
 #include "host/recordings/recorder.h"
 #include "host/settings/settings.h"
 #include "host/users/rights.h"
@@ -18,6 +20,8 @@ struct MonitorPages {
     const Counters& counters;
     const kit::PackerCounters& packers;
     const Settings& settings;
+    const PreferenceStore& preferences;
+    Notices* notices = nullptr;         // null: nobody is told of events
     const Recorder* recorder = nullptr; // null: nothing is recorded
 
     // Of the cameras that somebody sees.
@@ -36,6 +40,10 @@ struct MonitorPages {
     [[nodiscard]] static Answer Alive();
     // /readyz: 200 "ready", or 503 with a line that says why not
     [[nodiscard]] Answer Ready() const;
+
+private:
+    // Why the host should get no traffic, in a line; empty when all is well.
+    [[nodiscard]] std::string Trouble() const;
 };
 
 } // namespace host

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include "host/site/recordings/stored_file.h"
-#include "host/users/changes.h"
 
 namespace host {
 namespace {

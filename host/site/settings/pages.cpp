@@ -8,7 +8,6 @@
 
 #include "host/http/request.h"
 #include "host/log/console.h"
-#include "host/users/changes.h"
 #include "kit/settings/language.h"
 #include "platform/messages.h"
 

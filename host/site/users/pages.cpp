@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "host/html/page.h"
-#include "host/users/changes.h"
 #include "platform/text.h"
 
 namespace host {
