@@ -65,7 +65,7 @@ class Description:
         found = []
         if "enum" in schema and value not in schema["enum"] or "const" in schema and value != schema["const"]:
             found.append(f"{where} is {value!r}")
-        if schema.get("format") == "date-time" and not re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", value):
+        if schema.get("format") == "date-time" and not re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(\.\d+)?Z", value):
             found.append(f"{where} is no moment: {value!r}")
         if isinstance(value, dict):
             known = schema.get("properties", {})

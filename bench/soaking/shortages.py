@@ -7,23 +7,25 @@ from actor import connect
 
 
 class FullDisk:
-    """The settings' file system has no room left for a while."""
+    """The file systems of settings and recordings have no room left for a while."""
 
     seconds = 4
 
     def __init__(self, soak):
-        self.filler = os.path.join(soak.host.data, "filler")
+        self.fillers = [os.path.join(folder, "filler") for folder in (soak.host.data, soak.recordings)]
 
     def begin(self):
-        with open(self.filler, "wb", buffering=0) as file:
-            try:
-                while file.write(b"\0" * 4096):
+        for filler in self.fillers:
+            with open(filler, "wb", buffering=0) as file:
+                try:
+                    while file.write(b"\0" * 4096):
+                        pass
+                except OSError:
                     pass
-            except OSError:
-                pass
 
     def end(self):
-        os.remove(self.filler)
+        for filler in self.fillers:
+            os.remove(filler)
 
 
 class NoZip:

@@ -2,6 +2,7 @@
 
 import http.client
 import io
+import json
 import random
 import re
 import subprocess
@@ -92,6 +93,37 @@ class SecureReader(Reader):
 
     def connection(self):
         return http.client.HTTPSConnection("127.0.0.1", self.port, timeout=15, context=self.soak.context)
+
+
+class LookerBack(Actor):
+    """Looks at what was recorded: at a moment, and at a part as pictures."""
+
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.seen = 0
+
+    def fetch(self, path):
+        """None where it is not there: what is old goes while one looks at it."""
+        status, body, _ = self.request("GET", path, "guard", PASSWORD)
+        assert status in (200, 404), f"{path} answers {status}"
+        return body if status == 200 else None
+
+    def turn(self):
+        camera = random.choice(self.soak.recorded)
+        told = self.fetch(f"/api/v1/recordings/{camera}")
+        spans = json.loads(told)["spans"] if told else []
+        if not spans:
+            return
+        begin, end = random.choice(spans)
+        moment = random.randint(begin, end)
+        jpeg = self.fetch(f"/recordings/{camera}/at.jpg?t={moment}")
+        if jpeg is not None:
+            assert read_number(jpeg) is not None, f"what was recorded of {camera} is none of its pictures"
+            self.seen += 1
+        saved = self.fetch(f"/recordings/{camera}/export?form=zip&from={moment}&to={moment + 3000}")
+        if saved is not None:
+            with zipfile.ZipFile(io.BytesIO(saved)) as archive:
+                assert archive.testzip() is None and archive.namelist(), "a part of the recordings is damaged"
 
 
 class Viewer(Actor):

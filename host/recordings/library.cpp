@@ -62,6 +62,8 @@ Library::~Library() {
 void Library::SetLimits(RetentionLimits limits) {
     const std::lock_guard guard(m_mutex);
     m_limits = std::move(limits);
+    m_changed = true;
+    m_wake.notify_all();
 }
 
 void Library::SetPresent(const std::vector<std::string>& names) {

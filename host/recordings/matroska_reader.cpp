@@ -112,6 +112,11 @@ int MatroskaReader::Height() const noexcept {
     return m_state->Video().height;
 }
 
+bool MatroskaReader::IsGone() const noexcept {
+    struct stat info {};
+    return ::fstat(m_state->file.Get(), &info) != 0 || info.st_nlink == 0;
+}
+
 std::optional<std::int64_t> MatroskaReader::Length() const noexcept {
     const std::int64_t length = m_state->format->duration;
     if (length == AV_NOPTS_VALUE || length < 0)

@@ -25,6 +25,8 @@ public:
     [[nodiscard]] std::string Title() const;
     [[nodiscard]] int Width() const noexcept;
     [[nodiscard]] int Height() const noexcept;
+    // The file was removed: its room comes back once this goes.
+    [[nodiscard]] bool IsGone() const noexcept;
     // From its beginning to its last picture, milliseconds; nothing of a file that was not finished.
     [[nodiscard]] std::optional<std::int64_t> Length() const noexcept;
 

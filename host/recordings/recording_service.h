@@ -26,8 +26,11 @@ public:
     // For looking back.
     [[nodiscard]] Recordings& Recorded() noexcept { return m_recordings; }
 
-    // The cameras of the settings, every now and then. Not before they are all known.
-    void Follow(const std::vector<std::string>& cameras) { m_library.SetPresent(cameras); }
+    // The cameras of the settings, every second. Not before they are all known.
+    void Follow(const std::vector<std::string>& cameras) {
+        m_library.SetPresent(cameras);
+        m_recordings.CloseIdle();
+    }
 
 private:
     void Apply(const Preferences& preferences);

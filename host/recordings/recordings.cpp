@@ -8,6 +8,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t kMostOpenFiles = 16;
+constexpr std::chrono::seconds kOpenFor{5};
 constexpr std::size_t kMostEvents = 1000;
 constexpr std::int64_t kNoTime = std::numeric_limits<std::int64_t>::min();
 // What is not much further on is read on to; a seek reads as much as some pictures.
@@ -28,6 +29,7 @@ struct Recordings::OpenFile {
     FileKey key;
     FileState state; // when it was opened
     MatroskaReader reader;
+    Clock::time_point used{};
 };
 
 std::optional<RecordedPicture> RecordedRange::NextFrom(UnixMs time) {
@@ -142,16 +144,29 @@ std::shared_ptr<Recordings::OpenFile> Recordings::Take(const RecordedFile& file)
         }
     }
     return std::shared_ptr<OpenFile>(
-        new OpenFile{file.key, file.state, MatroskaReader(m_library.PathOf(file))});
+        new OpenFile{file.key, file.state, MatroskaReader(m_library.PathOf(file)), {}});
 }
 
 void Recordings::GiveBack(std::shared_ptr<OpenFile> file) const {
     std::shared_ptr<OpenFile> closed; // outside the lock
+    file->used = Clock::now();
     const std::lock_guard guard(m_mutex);
     m_open.push_front(std::move(file));
     if (m_open.size() > kMostOpenFiles) {
         closed = m_open.back();
         m_open.pop_back();
+    }
+}
+
+void Recordings::CloseIdle() {
+    std::list<std::shared_ptr<OpenFile>> closed; // outside the lock
+    const std::lock_guard guard(m_mutex);
+    const auto oldest = Clock::now() - kOpenFor;
+    for (auto open = m_open.begin(); open != m_open.end();) {
+        const auto next = std::next(open);
+        if ((*open)->used < oldest || (*open)->reader.IsGone())
+            closed.splice(closed.end(), m_open, open);
+        open = next;
     }
 }
 

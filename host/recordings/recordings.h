@@ -96,6 +96,10 @@ public:
     [[nodiscard]] std::optional<RecordedPicture> Before(std::int64_t camera, std::int64_t file,
                                                         UnixMs time) const;
 
+    // Lets go of files that nobody has asked for lately, and of those that were removed, whose room the disk
+    // has back then only. To be called every second or so.
+    void CloseIdle();
+
     [[nodiscard]] RecordedRange Range(std::int64_t camera, TimeSpan span) const;
 
     struct Export {

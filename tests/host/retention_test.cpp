@@ -158,9 +158,22 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
     // What happened is known for as long as there is a recording of then.
     const std::int64_t kept = host.library->IdOf("camera 5");
     EXPECT_EQ(Recordings(*host.library).Events(kept, {0, kStart * 2}, true).size(), 1U);
-    EXPECT_EQ(Recordings(*host.library).Keep(kept, {0, kStart * 2}, false), 1U);
+    Recordings recordings(*host.library);
+    EXPECT_TRUE(recordings.At(kept, kStart));
+    EXPECT_EQ(recordings.Keep(kept, {0, kStart * 2}, false), 1U);
     host.Settle();
     EXPECT_EQ(Story(host), "");
+    // And its room is the disk's again.
+    const auto heldOfGone = [] {
+        int count = 0;
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd"))
+            count += fs::read_symlink(entry, error).string().ends_with(".mkv (deleted)") ? 1 : 0;
+        return count;
+    };
+    EXPECT_EQ(heldOfGone(), 1);
+    recordings.CloseIdle();
+    EXPECT_EQ(heldOfGone(), 0);
 }
 
 TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
