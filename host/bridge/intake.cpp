@@ -34,9 +34,10 @@ HRESULT HandToComponent(Intake intake, IWebHandler& handler, Counters& counters,
 }
 
 CameraFeed::Session WelcomePhone(const FeedTable& feeds, const std::string& camera, Clock::time_point asked,
-                                 const std::string& address, const std::string& subject, bool replaces) {
+                                 const std::string& address, const std::string& subject, bool replaces,
+                                 const std::shared_ptr<PhoneSession>& upload) {
     const FeedPtr feed = feeds.Find(camera.substr(0, camera.find('?')));
-    CameraFeed::Session began = feed ? feed->SessionBegan(asked, address) : CameraFeed::Session{};
+    CameraFeed::Session began = feed ? feed->SessionBegan(asked, address, upload) : CameraFeed::Session{};
     if (replaces) {
         const platform::ActivityScope scope(std::make_shared<LogSubject>(subject));
         Console::Get().Log("mobile", "takes the place of the phone at " + began.before);

@@ -60,6 +60,7 @@ HRESULT HandToComponent(Intake intake, IWebHandler& handler, Counters& counters,
 
 // Notes the phone that has been let in at its camera's feed, and writes to the log whom it `replaces`.
 CameraFeed::Session WelcomePhone(const FeedTable& feeds, const std::string& camera, Clock::time_point asked,
-                                 const std::string& address, const std::string& subject, bool replaces);
+                                 const std::string& address, const std::string& subject, bool replaces,
+                                 const std::shared_ptr<PhoneSession>& upload);
 
 } // namespace host

@@ -57,6 +57,7 @@ std::unique_ptr<UploadLink> UploadLink::Begin(const BridgeParts& parts, const st
     std::unique_ptr<UploadLink> link(new UploadLink(std::move(pair.outer)));
     const std::string subject = camera + ", " + address + ", browser phone";
     const Utf8Scope utf8;
+    parts.feeds.Claim(camera);
     const bool receiving = parts.feeds.IsReceiving(camera);
     const HRESULT hr = HandToComponent({.path = path,
                                         .head = HeadOf(camera, *password),
@@ -70,7 +71,8 @@ std::unique_ptr<UploadLink> UploadLink::Begin(const BridgeParts& parts, const st
         return nullptr;
     }
     *outcome = Outcome::Begun;
-    link->m_session = WelcomePhone(parts.feeds, camera, asked, address, subject, receiving).number;
+    link->m_session =
+        WelcomePhone(parts.feeds, camera, asked, address, subject, receiving, link->m_activity).number;
     return link;
 }
 

@@ -301,14 +301,13 @@ void Link::Service::Take(natsMsg* message) {
     const char* const reply = natsMsg_GetReply(message);
     if (reply == nullptr)
         return;
-    const auto answer = m_respond(*question);
-    if (!answer)
-        return;
-    const std::string nonce = question->id.Bytes();
-    const std::string sealed = sealer.Seal(
-        {.kind = SealedFor::Kind::Answer, .place = m_subject, .epoch = answer->epoch, .nonce = nonce},
-        answer->text);
-    (void)natsConnection_Publish(m_link.Engine(), reply, sealed.data(), static_cast<int>(sealed.size()));
+    m_respond(*question, [&link = m_link, subject = m_subject, nonce = question->id.Bytes(),
+                          to = std::string(reply)](std::string_view text, std::uint64_t epoch) {
+        const std::string sealed = link.m_sealer->Seal(
+            {.kind = SealedFor::Kind::Answer, .place = subject, .epoch = epoch, .nonce = nonce}, text);
+        (void)natsConnection_Publish(link.Engine(), to.c_str(), sealed.data(),
+                                     static_cast<int>(sealed.size()));
+    });
 }
 
 } // namespace host::cluster

@@ -101,12 +101,10 @@ public:
     // twice: whoever carries out something by them looks whether they are new (Freshness).
     class Service {
     public:
-        struct Answer {
-            std::string text;
-            std::uint64_t epoch = 0;
-        };
-        // Nothing: no answer is given.
-        using Respond = std::function<std::optional<Answer>(const Opened& question)>;
+        // Once, from any thread while the link is there, with the epoch that the answer is sealed for; or
+        // never.
+        using Reply = std::function<void(std::string_view text, std::uint64_t epoch)>;
+        using Respond = std::function<void(const Opened& question, Reply reply)>;
         Service(Link& link, std::string subject, Respond respond);
         Service(const Service&) = delete;
         Service& operator=(const Service&) = delete;

@@ -33,22 +33,6 @@ const unsigned char* BytesOf(std::string_view text) noexcept {
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-template <class Number>
-void AppendNumber(std::string& bytes, Number number) {
-    for (std::size_t i = sizeof number; i-- > 0;)
-        bytes += static_cast<char>(number >> (8 * i) & 0xff);
-}
-
-// `bytes` has as many.
-template <class Number>
-Number TakeBigEndian(std::string_view& bytes) noexcept {
-    Number number = 0;
-    for (std::size_t i = 0; i < sizeof number; ++i)
-        number = static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes[i]));
-    bytes.remove_prefix(sizeof number);
-    return number;
-}
-
 void AppendField(std::string& bytes, std::string_view field) {
     AppendNumber(bytes, static_cast<std::uint32_t>(field.size()));
     bytes += field;
@@ -125,9 +109,9 @@ std::optional<SealHead> ReadSealHead(std::string_view sealed) noexcept {
     std::memcpy(head.mark.data(), sealed.data() + 1, head.mark.size());
     std::memcpy(head.id.start.data(), sealed.data() + 5, head.id.start.size());
     std::string_view rest = sealed.substr(21);
-    head.id.count = TakeBigEndian<std::uint64_t>(rest);
-    const auto length = TakeBigEndian<std::uint8_t>(rest);
-    if (length == 0 || length > Sealer::kMostNodeBytes || rest.size() < length + kTagBytes)
+    std::uint8_t length = 0;
+    if (!TakeNumber(rest, head.id.count) || !TakeNumber(rest, length) || length == 0 ||
+        length > Sealer::kMostNodeBytes || rest.size() < length + kTagBytes)
         return std::nullopt;
     head.node = rest.substr(0, length);
     head.size = kFixedBytes + length;
@@ -135,13 +119,11 @@ std::optional<SealHead> ReadSealHead(std::string_view sealed) noexcept {
 }
 
 std::optional<BucketValue> ReadBucketValue(std::string_view text) {
-    if (text.size() < 8 + 1 + 2)
-        return std::nullopt;
     BucketValue value;
-    value.follows = TakeBigEndian<std::uint64_t>(text);
-    const auto kind = TakeBigEndian<std::uint8_t>(text);
-    const auto length = TakeBigEndian<std::uint16_t>(text);
-    if (kind > 1 || length > text.size())
+    std::uint8_t kind = 0;
+    std::uint16_t length = 0;
+    if (!TakeNumber(text, value.follows) || !TakeNumber(text, kind) || !TakeNumber(text, length) ||
+        kind > 1 || length > text.size())
         return std::nullopt;
     value.removed = kind == 0;
     value.name = text.substr(0, length);

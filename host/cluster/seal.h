@@ -33,6 +33,25 @@
 
 namespace host::cluster {
 
+// Numbers in the order of the network.
+template <class Number>
+void AppendNumber(std::string& bytes, Number number) {
+    for (std::size_t i = sizeof number; i-- > 0;)
+        bytes += static_cast<char>(number >> (8 * i) & 0xff);
+}
+
+// False where there are not as many bytes.
+template <class Number>
+bool TakeNumber(std::string_view& bytes, Number& number) noexcept {
+    if (bytes.size() < sizeof number)
+        return false;
+    number = 0;
+    for (std::size_t i = 0; i < sizeof number; ++i)
+        number = static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes[i]));
+    bytes.remove_prefix(sizeof number);
+    return true;
+}
+
 // What is wrong with a secret, or with the library that computes, in a line for a person.
 class SealError : public std::runtime_error {
 public:

@@ -24,6 +24,12 @@ thread_local std::chrono::nanoseconds t_workedUntil{0};
 
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     const auto began = Clock::now();
+    if (m_owners != nullptr && m_owners->Slept(began)) {
+        // Another host may have the camera by now, and its picture would be an old one.
+        if (const PhoneSession* const session = PhoneSession::OfThread())
+            session->End();
+        return S_OK;
+    }
     const auto worked = kit::ThreadTime();
     const auto work = t_lastFeed == m_id ? worked - t_workedUntil : std::chrono::nanoseconds::zero();
     t_lastFeed = m_id;
@@ -35,7 +41,7 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     if (decoded) {
         if (m_pictures == Pictures::Encoded)
             held.file = {};
-        const kit::PicturePtr picture = Take(std::move(held), layout);
+        const kit::PicturePtr picture = Take(std::move(held), layout, From::Phone);
         for (const auto& tap : m_taps)
             tap->OnPicture(picture, session != nullptr ? session->Number() : 0);
         Account(work, began);
@@ -51,20 +57,28 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
     return S_OK;
 }
 
-kit::PicturePtr CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout) {
+kit::PicturePtr CameraFeed::Take(kit::HeldFrame held, const kit::PlaneLayout& layout, From from) {
     kit::PicturePtr old; // freed outside the lock
     const std::lock_guard guard(m_mutex);
-    ++m_frames;
     // The picture may outlive this feed, and is encoded when somebody asks for it.
     auto encoded = [meters = m_meters](std::chrono::nanoseconds time) { meters->encode.Observe(time); };
-    old = std::exchange(m_newest, std::make_shared<const kit::Picture>(m_frames, std::move(held), layout,
+    old = std::exchange(m_newest, std::make_shared<const kit::Picture>(++m_sequence, std::move(held), layout,
                                                                        std::move(encoded)));
-    m_rate.Add(m_newest->Arrival());
-    if (const auto asked = std::exchange(m_asked, std::nullopt))
-        m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
+    if (from == From::Phone) {
+        ++m_frames;
+        m_rate.Add(m_newest->Arrival());
+        if (const auto asked = std::exchange(m_asked, std::nullopt))
+            m_meters->firstPictureNanoseconds = (m_newest->Arrival() - *asked).count();
+    }
     for (Wakeup* watcher : m_watchers)
         watcher->Signal();
     return m_newest;
+}
+
+void CameraFeed::Show(kit::HeldFrame held, const kit::PlaneLayout& layout) {
+    if (!IsElsewhere())
+        return; // the phone has come here meanwhile
+    (void)Take(std::move(held), layout, From::OtherHost);
 }
 
 void CameraFeed::LetGo() {
@@ -90,14 +104,39 @@ void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began)
     }
 }
 
-CameraFeed::Session CameraFeed::SessionBegan(Clock::time_point asked, std::string address) {
+CameraFeed::Session CameraFeed::SessionBegan(Clock::time_point asked, std::string address,
+                                             const std::shared_ptr<PhoneSession>& upload) {
     const std::lock_guard guard(m_mutex);
+    m_upload = upload;
     if (m_newest && m_newest->Arrival() >= asked)
         m_meters->firstPictureNanoseconds = (m_newest->Arrival() - asked).count();
     else
         m_asked = asked;
     m_phone.reset();
     return {++m_session, std::exchange(m_address, std::move(address))};
+}
+
+void CameraFeed::EndUpload() {
+    std::shared_ptr<PhoneSession> upload;
+    {
+        const std::lock_guard guard(m_mutex);
+        upload = m_upload.lock();
+    }
+    if (upload)
+        upload->End();
+}
+
+bool CameraFeed::SetElsewhere(std::optional<Elsewhere> elsewhere) {
+    const std::lock_guard guard(m_mutex);
+    const bool changed = m_elsewhere.has_value() != elsewhere.has_value() ||
+                         (elsewhere && elsewhere->node != m_elsewhere->node);
+    m_elsewhere = std::move(elsewhere);
+    return changed;
+}
+
+bool CameraFeed::IsElsewhere() const {
+    const std::lock_guard guard(m_mutex);
+    return m_elsewhere.has_value();
 }
 
 std::uint64_t CameraFeed::SessionNumber() const {
@@ -126,8 +165,10 @@ bool CameraFeed::HasPicture() const {
 }
 
 bool CameraFeed::IsWatched(Clock::time_point now) const noexcept {
-    if (std::ranges::any_of(m_taps, [](const auto& tap) { return tap->Watches(); }))
-        return true;
+    return std::ranges::any_of(m_taps, [](const auto& tap) { return tap->Watches(); }) || IsLookedAt(now);
+}
+
+bool CameraFeed::IsLookedAt(Clock::time_point now) const noexcept {
     const Clock::rep watched = m_watched;
     return watched != 0 && now - Clock::time_point(Clock::duration(watched)) < kWatchedFor;
 }
@@ -143,6 +184,13 @@ CameraFigures CameraFeed::Figures() const {
     figures.frames = m_frames;
     figures.failed = m_failed;
     figures.fps = m_rate.PerSecond(now);
+    if (m_elsewhere) {
+        figures.connected = true;
+        figures.host = m_elsewhere->node;
+        figures.frames = m_elsewhere->frames;
+        figures.failed = m_elsewhere->failed;
+        figures.fps = m_elsewhere->fps;
+    }
     if (now < m_phoneUntil)
         figures.phone = m_phone;
     if (m_newest) {

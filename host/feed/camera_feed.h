@@ -13,11 +13,14 @@
 #include "host/base/wait.h"
 #include "host/feed/meters.h"
 #include "host/feed/picture_tap.h"
+#include "host/feed/source.h"
 #include "interfaces/ICam.h"
 #include "kit/picture/picture.h"
 #include "platform/com.h"
 
 namespace host {
+
+class PhoneSession;
 
 // What a browser that is a camera tells of itself.
 struct PhoneState {
@@ -38,6 +41,7 @@ struct CameraFigures {
     std::uint32_t id = 0;
     std::string name; // UTF-8
     std::string type; // "320x240", or empty when it is not known
+    std::string host; // that the phone is connected to, where it is another one; else empty
     bool connected = false;
     std::uint64_t frames = 0; // pictures that could be decoded
     std::uint64_t failed = 0; // and those that could not
@@ -71,8 +75,11 @@ class CameraFeed : public platform::Implements<ICamSink> {
 public:
     using Taps = std::vector<std::shared_ptr<PictureTap>>;
 
-    CameraFeed(std::uint32_t id, std::string name, Pictures pictures = Pictures::PassedOn, Taps taps = {})
-        : m_id(id), m_name(std::move(name)), m_pictures(pictures), m_taps(std::move(taps)) {}
+    // `owners` is null for a host by itself.
+    CameraFeed(std::uint32_t id, std::string name, Pictures pictures = Pictures::PassedOn, Taps taps = {},
+               const CameraOwners* owners = nullptr)
+        : m_id(id), m_name(std::move(name)), m_pictures(pictures), m_taps(std::move(taps)), m_owners(owners) {
+    }
 
     HRESULT OnVideoFrame(IVideoFrame* frame) override;
 
@@ -86,13 +93,29 @@ public:
     [[nodiscard]] CameraFigures Figures() const;
     [[nodiscard]] const CameraMeters& Meters() const noexcept { return *m_meters; }
 
+    // Whether somebody has looked within the last seconds, here or at another host.
+    [[nodiscard]] bool IsLookedAt(Clock::time_point now) const noexcept;
+
     // A phone has been let in, from that address, whose request came then. Its first picture may be here
-    // already.
+    // already. `upload` is its connection, for EndUpload.
     struct Session {
         std::uint64_t number = 0;
         std::string before; // the address of the phone before it; empty for the first one
     };
-    Session SessionBegan(Clock::time_point asked, std::string address);
+    Session SessionBegan(Clock::time_point asked, std::string address,
+                         const std::shared_ptr<PhoneSession>& upload = nullptr);
+    // Closes the connection of the newest phone, if it is still there.
+    void EndUpload();
+
+    // --- While another host has the phone ---
+
+    // Nothing: none has. True when that changes what is shown of the camera.
+    bool SetElsewhere(std::optional<Elsewhere> elsewhere);
+    [[nodiscard]] bool IsElsewhere() const;
+    // A picture that the other host has sent: for those who look, and for nobody else. Pictures are shown in
+    // the order of these calls.
+    void Show(kit::HeldFrame held, const kit::PlaneLayout& layout);
+
     // Of the newest one; 0 before the first.
     [[nodiscard]] std::uint64_t SessionNumber() const;
     // What the phone of that session tells; nothing once it has ended. With `until` it stands no longer than
@@ -117,13 +140,15 @@ protected:
     ~CameraFeed() = default;
 
 private:
-    kit::PicturePtr Take(kit::HeldFrame held, const kit::PlaneLayout& layout);
+    enum class From { Phone, OtherHost };
+    kit::PicturePtr Take(kit::HeldFrame held, const kit::PlaneLayout& layout, From from);
     void Account(std::chrono::nanoseconds work, Clock::time_point began);
 
     const std::uint32_t m_id;
     const std::string m_name;
     const Pictures m_pictures;
     const Taps m_taps;
+    const CameraOwners* const m_owners;
     const std::shared_ptr<CameraMeters> m_meters = std::make_shared<CameraMeters>();
     std::atomic<bool> m_connected{false};
     mutable std::atomic<Clock::rep> m_watched{0}; // when somebody last asked for a picture; 0: nobody has
@@ -131,12 +156,15 @@ private:
     mutable std::mutex m_mutex; // the members below
     std::string m_type;
     kit::PicturePtr m_newest;
+    std::uint64_t m_sequence = 0; // of the newest picture, whoever sent it
     std::uint64_t m_frames = 0;
     std::uint64_t m_failed = 0;
     RateMeter m_rate;
     std::optional<Clock::time_point> m_asked; // of a session that has had no picture yet
     std::string m_address;                    // of the newest session's phone
     std::uint64_t m_session = 0;
+    std::weak_ptr<PhoneSession> m_upload; // of the newest session
+    std::optional<Elsewhere> m_elsewhere;
     std::optional<PhoneState> m_phone; // of the newest session
     Clock::time_point m_phoneUntil;
     std::vector<Wakeup*> m_watchers;

@@ -33,7 +33,10 @@ std::optional<bool> ConnectionStory::Look(bool connected, Clock::time_point now)
 void ConnectionEvents::Look(const FeedTable& feeds, Clock::time_point now) {
     std::map<std::string, ConnectionStory> stories;
     for (const FeedPtr& feed : feeds.List()) {
-        // A camera that was removed, and comes back, begins anew.
+        // A camera that was removed, and comes back, begins anew; so does one whose phone comes back from
+        // another host, whose it was to tell meanwhile.
+        if (feed->IsElsewhere())
+            continue;
         const auto known = m_stories.find(feed->Name());
         ConnectionStory& story = stories[feed->Name()];
         if (known != m_stories.end())

@@ -36,7 +36,7 @@ FeedTable::Entry& FeedTable::EntryOf(const std::string& name) {
             if (auto tap = maker->TapOf(name))
                 taps.push_back(std::move(tap));
         }
-        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name, m_pictures, std::move(taps));
+        entry.feed = ComObject<CameraFeed>::Create(++m_lastId, name, m_pictures, std::move(taps), m_owners);
     }
     return entry;
 }
@@ -142,6 +142,15 @@ void FeedTable::SetType(const std::string& name, const std::string& type) {
     EntryOf(name).feed->SetType(type);
 }
 
+void FeedTable::SetOwners(CameraOwners& owners) {
+    m_owners = &owners;
+}
+
+void FeedTable::Claim(const std::string& camera) const {
+    if (m_owners != nullptr)
+        m_owners->Claim(camera);
+}
+
 FeedPtr FeedTable::Find(const std::string& name) const {
     const std::lock_guard guard(m_mutex);
     const auto found = m_entries.find(name);
@@ -178,6 +187,13 @@ bool FeedTable::IsReceiving(const std::string& name) const {
 void FeedTable::SetPhone(CameraFeed& feed, std::uint64_t session, std::optional<PhoneState> phone,
                          Clock::time_point until) {
     if (!feed.SetPhone(session, phone, until))
+        return;
+    const std::lock_guard guard(m_mutex);
+    SignalWatchers();
+}
+
+void FeedTable::SetElsewhere(CameraFeed& feed, std::optional<Elsewhere> elsewhere) {
+    if (!feed.SetElsewhere(std::move(elsewhere)))
         return;
     const std::lock_guard guard(m_mutex);
     SignalWatchers();
@@ -244,6 +260,8 @@ nlohmann::ordered_json CameraJson(const CameraFigures& figures, bool withId) {
     camera["name"] = figures.name;
     camera["type"] = figures.type;
     camera["connected"] = figures.connected;
+    if (!figures.host.empty())
+        camera["host"] = figures.host;
     camera["frames"] = figures.frames;
     camera["failed"] = figures.failed;
     camera["fps"] = std::round(figures.fps * 100) / 100;

@@ -55,6 +55,12 @@ public:
     // table.
     void AddTapMaker(TapMaker& maker);
 
+    // Who decides which host has a camera, where there are several. Before the first camera; outlives the
+    // table's use.
+    void SetOwners(CameraOwners& owners);
+    // A phone has shown the camera's password, and is about to be let in: see CameraOwners::Claim.
+    void Claim(const std::string& camera) const;
+
     // Null when there is no camera of that name.
     [[nodiscard]] FeedPtr Find(const std::string& name) const;
     // In the order of their names.
@@ -67,6 +73,9 @@ public:
 
     // Whether a phone is connected to a camera now, by the component's own word.
     [[nodiscard]] bool IsReceiving(const std::string& name) const;
+
+    // Whether another host has the phone, and whether it has; tells the watchers of a change.
+    void SetElsewhere(CameraFeed& feed, std::optional<Elsewhere> elsewhere);
 
     // Asks every camera whether its phone is connected and tells the watchers of a change. Called a few times
     // a second by the host's ticker.
@@ -90,6 +99,7 @@ private:
     void EndChange();
 
     const Pictures m_pictures;
+    CameraOwners* m_owners = nullptr;
     mutable std::mutex m_mutex; // everything below
     platform::ComPtr<IVideoSource> m_source;
     std::map<std::string, Entry> m_entries;

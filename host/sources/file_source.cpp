@@ -36,32 +36,36 @@ std::vector<std::string> ListPictures(const fs::path& folder) {
     return files;
 }
 
-// A JPEG file as a picture, which keeps the file for those who want JPEG. Null when it is none, or a larger
-// one than anybody wants to watch.
+// It keeps the file for those who want JPEG.
 kit::PicturePtr PictureOfJpeg(std::uint64_t sequence, std::string file) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
-    const auto size = static_cast<std::int32_t>(std::min(file.size(), kMostFileBytes));
     kit::PlaneLayout layout;
-    ImageKind kind{};
-    if (ProbeJpeg(bytes, size, layout.width, layout.height, kind) != ImageOk || layout.width < 1 ||
-        layout.height < 1 || std::int64_t{layout.width} * layout.height > kMostPixels)
-        return nullptr;
-    layout.grey = kind == ImageKindGrey;
-    kit::FrameContent content = kit::AllocateFrame(layout);
-    if (!content)
-        return nullptr;
-    std::uint8_t* y = content.get() + sizeof(BITMAPINFOHEADER);
-    const std::ptrdiff_t area = std::ptrdiff_t{layout.width} * layout.height;
-    const int half = layout.width / 2;
-    const std::int32_t result =
-        layout.grey ? DecodeJpegGrey(bytes, size, y, layout.width)
-                    : DecodeJpegYV12(bytes, size, y, layout.width, y + area, half, y + area + area / 4, half);
-    if (result != ImageOk)
-        return nullptr;
-    return std::make_shared<const kit::Picture>(sequence, std::move(content), layout, std::move(file));
+    kit::FrameContent content = DecodeFile(file, &layout);
+    return content
+               ? std::make_shared<const kit::Picture>(sequence, std::move(content), layout, std::move(file))
+               : nullptr;
 }
 
 } // namespace
+
+kit::FrameContent DecodeFile(std::string_view file, kit::PlaneLayout* layout) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(file.data());
+    const auto size = static_cast<std::int32_t>(std::min(file.size(), kMostFileBytes));
+    ImageKind kind{};
+    if (ProbeJpeg(bytes, size, layout->width, layout->height, kind) != ImageOk || layout->width < 1 ||
+        layout->height < 1 || std::int64_t{layout->width} * layout->height > kMostPixels)
+        return nullptr;
+    layout->grey = kind == ImageKindGrey;
+    kit::FrameContent content = kit::AllocateFrame(*layout);
+    if (!content)
+        return nullptr;
+    std::uint8_t* y = content.get() + sizeof(BITMAPINFOHEADER);
+    const std::ptrdiff_t area = std::ptrdiff_t{layout->width} * layout->height;
+    const int half = layout->width / 2;
+    const std::int32_t result = layout->grey ? DecodeJpegGrey(bytes, size, y, layout->width)
+                                             : DecodeJpegYV12(bytes, size, y, layout->width, y + area, half,
+                                                              y + area + area / 4, half);
+    return result == ImageOk ? std::move(content) : nullptr;
+}
 
 kit::SourcePtr FileSource::Open(const fs::path& folder) {
     std::vector<std::string> files = ListPictures(folder);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/base/wait.h"
@@ -50,6 +51,9 @@ private:
     kit::PicturePtr m_picture;
     std::int64_t m_drawnAt = -1; // Unix milliseconds
 };
+
+// A JPEG file as a frame block; null when it is none, or a larger one than anybody wants to watch.
+kit::FrameContent DecodeFile(std::string_view file, kit::PlaneLayout* layout);
 
 // A folder of pictures.
 //

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "host/cluster/bucket.h"
+#include "host/cluster/cameras.h"
 #include "host/cluster/link.h"
 #include "platform/files.h"
 
@@ -134,11 +135,11 @@ protected:
 TEST_F(ClusterLink, AnAnswerIsForItsQuestionAlone) {
     const auto a = LinkOf("a");
     const auto b = LinkOf("b");
-    const Link::Service service(*b, "morrowstream.test.b", [](const Opened& question) {
-        return question.text == "silence"
-                   ? std::nullopt
-                   : std::optional(Link::Service::Answer{question.node + " asked " + question.text, 7});
-    });
+    const Link::Service service(*b, "morrowstream.test.b",
+                                [](const Opened& question, const Link::Service::Reply& reply) {
+                                    if (question.text != "silence")
+                                        reply(question.node + " asked " + question.text, 7);
+                                });
     // Whoever listens to all that is said, and answers each question with what was answered before.
     struct Overheard {
         std::mutex mutex;
@@ -363,6 +364,73 @@ TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
     ASSERT_EQ(js_DeleteStream(stream.get(), "KV_users", nullptr, nullptr), NATS_OK);
     EXPECT_TRUE(Eventually(
         [&] { return !a->Trouble().empty() || a->Get("guard").result == Store::Result::Unreachable; }));
+}
+
+TEST_F(ClusterLink, ACameraIsAtOneHostAndSeenFromAll) {
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    const auto camerasOf = [](Link& link) {
+        std::vector<std::shared_ptr<Store>> stores;
+        for (const char* const name : {"nodes", "owners"}) {
+            auto bucket = std::make_shared<Bucket>(link, BucketOptions{name, 1, ""}, Secret("name key"));
+            EXPECT_TRUE(bucket->AwaitRead(kPatience));
+            stores.push_back(std::move(bucket));
+        }
+        return std::make_unique<Cameras>(link, stores[0], stores[1]);
+    };
+    auto a = camerasOf(*linkA);
+    const auto b = camerasOf(*linkB);
+    EXPECT_THROW((void)camerasOf(*LinkOf("a")), LinkError) << "a name that is in use";
+    std::string jpeg = "a picture ";
+    for (int i = 0; i < 20'000; ++i)
+        jpeg += static_cast<char>(i);
+    a->Serve([&](const std::string& camera, std::uint64_t after, const ClusterCameras::Reply& reply) {
+        reply({.number = after + 1,
+               .unixMs = 3,
+               .ageMs = 4,
+               .frames = 5,
+               .failed = 6,
+               .milliFps = 7,
+               .jpeg = camera + jpeg});
+    });
+    a->Claim("yard");
+    ClusterCameras::Place place;
+    ASSERT_TRUE(Eventually([&] {
+        const auto orders = b->Look({});
+        const auto found = orders.elsewhere.find("yard");
+        if (found != orders.elsewhere.end())
+            place = found->second;
+        return !place.node.empty();
+    }));
+    EXPECT_EQ(place.node, "a");
+    EXPECT_TRUE(a->Look({"yard"}).elsewhere.empty());
+    const auto pull = [&](const ClusterCameras::Place& from, std::uint64_t after) {
+        std::promise<std::optional<CameraPicture>> told;
+        b->Pull("yard", from, after,
+                [&](std::optional<CameraPicture> picture) { told.set_value(std::move(picture)); });
+        return told.get_future().get();
+    };
+    const auto picture = pull(place, 41);
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(picture->number, 42U);
+    EXPECT_EQ(picture->unixMs + picture->ageMs + picture->frames + picture->failed + picture->milliFps, 25U);
+    EXPECT_EQ(picture->jpeg, "yard" + jpeg) << "byte for byte";
+    EXPECT_EQ(pull({"a", place.epoch + 1}, 0).value_or(CameraPicture{.number = 1}).jpeg, "")
+        << "of another epoch";
+    EXPECT_FALSE(pull({"c", place.epoch}, 0)) << "of a host that is not there";
+
+    // The phone comes to the other host: the upload at the first one ends.
+    b->Claim("yard");
+    ClusterCameras::Orders orders;
+    EXPECT_TRUE(Eventually([&] {
+        orders = a->Look({"yard"});
+        return orders.elsewhere.contains("yard") && orders.elsewhere["yard"].epoch > place.epoch;
+    }));
+    EXPECT_EQ(orders.end, std::vector<std::string>{"yard"});
+    EXPECT_EQ(orders.elsewhere["yard"].node, "b");
+    EXPECT_EQ(b->Nodes(), (std::vector<std::string>{"a", "b"}));
+    a.reset();
+    EXPECT_TRUE(Eventually([&] { return b->Nodes() == std::vector<std::string>{"b"}; }));
 }
 
 } // namespace

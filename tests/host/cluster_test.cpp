@@ -1,7 +1,10 @@
-// What hosts of a cluster seal for each other, and every way of forging it.
+// What hosts of a cluster seal for each other, and every way of forging it; and which of them has a camera.
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
+#include "host/cluster/owners.h"
 #include "host/cluster/seal.h"
 
 namespace host::cluster {
@@ -158,6 +161,197 @@ TEST(Seal, AValueOpensInItsPlaceAndAfterWhatItFollows) {
     for (const auto& row : standings)
         EXPECT_EQ(StandingOf(row.known, row.value), row.standing)
             << row.known.revision << " " << row.value.revision << " " << row.value.follows;
+}
+
+// One host's view, host "a", told step by step: at so many milliseconds, what happens, and what "look" and
+// "where" then give.
+struct OwnerStep {
+    int at;
+    std::string what;
+    std::string gives{};
+};
+
+std::string Play(Ownership& ownership, const OwnerStep& step) {
+    const auto now = Ownership::Clock::time_point(std::chrono::hours(1) + std::chrono::milliseconds(step.at));
+    std::istringstream words(step.what);
+    std::string what;
+    std::string name;
+    std::string node;
+    std::uint64_t epoch = 0;
+    std::ostringstream gives;
+    words >> what;
+    if (what == "look") {
+        const Ownership::Orders orders = ownership.Look(
+            {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()}, now);
+        for (const std::string& camera : orders.end)
+            gives << "end " << camera << " ";
+        for (const std::string& camera : orders.claim)
+            gives << "claim " << camera << " ";
+        for (const auto& [camera, released] : orders.release)
+            gives << "release " << camera << released << " ";
+        return gives.str();
+    }
+    if (what == "where") {
+        for (const auto& [camera, owner] : ownership.Elsewhere(now))
+            gives << camera << "@" << owner.node << owner.epoch << " ";
+        return gives.str();
+    }
+    if (what == "beats") {
+        while (words >> node)
+            ownership.Heard(node, now);
+        return {};
+    }
+    words >> name;
+    if (what == "told") {
+        words >> node >> epoch;
+        ownership.Told(name, {node == "-" ? "" : node, epoch}, now);
+    } else if (what == "claiming") {
+        ownership.Claiming(name, now);
+    } else if (what == "claimed") {
+        words >> epoch;
+        ownership.Claimed(name, epoch, now);
+    } else if (what == "without") {
+        ownership.ServesWithout(name);
+    } else if (what == "restless") {
+        return ownership.IsRestless(name, now) ? "yes" : "no";
+    }
+    return {};
+}
+
+TEST(Ownership, IsOfWhoHasClaimedLast) {
+    const std::pair<const char*, std::vector<OwnerStep>> stories[] = {
+        {"a phone stays",
+         {{0, "beats a b"},
+          {0, "claimed x 5"},
+          {0, "look x"},
+          {1000, "told x b 3"},
+          {1000, "look x"},
+          {1000, "where"}}},
+        {"a phone moves to another host",
+         {{0, "beats a b"},
+          {0, "claimed x 5"},
+          {100, "told x b 7"},
+          {100, "look x y", "end x claim y "},
+          {100, "where", "x@b7 "}}},
+        {"and that one dies at once",
+         {{0, "beats a"},
+          {0, "claimed x 5"},
+          {100, "told x b 7"},
+          {100, "look x", "end x "},
+          {100, "where"}}},
+        {"a phone comes from another host",
+         {{0, "beats a b"},
+          {0, "told x b 3"},
+          {0, "where", "x@b3 "},
+          {0, "claimed x 5"},
+          {0, "where"},
+          {0, "look x"}}},
+        {"one's own claim is heard of early",
+         {{0, "beats a b"}, {0, "claimed x 5"}, {10, "told x a 7"}, {10, "look x"}}},
+        {"a phone goes",
+         {{0, "beats a"},
+          {0, "claimed x 5"},
+          {1500, "look x"},
+          {3000, "look"},
+          {4900, "look"},
+          {5100, "look", "release x5 "},
+          {5300, "look"},
+          {6200, "look", "release x5 "},
+          {6300, "told x - 6"},
+          {7500, "look"}}},
+        {"a phone comes again meanwhile",
+         {{0, "beats a"},
+          {0, "claimed x 5"},
+          {1500, "look x"},
+          {3400, "look"},
+          {5000, "claiming x"},
+          {5100, "look"},
+          {6000, "claimed x 8"},
+          {6100, "look x"}}},
+        {"what a former start had", {{0, "beats a"}, {0, "told x a 3"}, {0, "look", "release x3 "}}},
+        {"let in without the engine",
+         {{0, "without x"},
+          {0, "look x"},
+          {1500, "look x"},
+          {3000, "beats a"},
+          {3000, "look x", "claim x "},
+          {3500, "look x"},
+          {4100, "look x", "claim x "},
+          {4200, "claimed x 9"},
+          {5200, "look x"}}},
+        {"so, and another host has it",
+         {{0, "without x"},
+          {0, "told x b 3"},
+          {0, "look x"},
+          {1000, "beats a b"},
+          {1000, "look x"},
+          {2500, "look x"},
+          {3900, "beats a b"},
+          {4000, "look x"},
+          {4500, "beats a b"},
+          {4500, "look x"},
+          {6000, "look x"},
+          {7000, "look x", "end x "}}},
+        {"so, and that one is dead",
+         {{0, "without x"},
+          {0, "told x b 3"},
+          {0, "beats a"},
+          {0, "look x"},
+          {1400, "beats a"},
+          {1500, "look x"},
+          {2800, "beats a"},
+          {2900, "look x"},
+          {3100, "look x", "claim x "}}},
+        {"a host that slept",
+         {{0, "beats a"},
+          {0, "claimed x 5"},
+          {0, "look x"},
+          {1900, "look x"},
+          {4000, "look x", "end x "},
+          {4100, "look x"}}},
+        {"another host's heart stops",
+         {{0, "beats a b"},
+          {0, "told x b 3"},
+          {0, "where", "x@b3 "},
+          {1000, "beats a"},
+          {2000, "beats a"},
+          {2900, "where", "x@b3 "},
+          {3100, "beats a"},
+          {3100, "where"},
+          {3200, "beats b"},
+          {3200, "where", "x@b3 "}}},
+        {"the engine pauses",
+         {{0, "beats a b"},
+          {0, "told x b 3"},
+          {2900, "where", "x@b3 "},
+          {3100, "where"},
+          {9000, "beats a"},
+          {9000, "where"},
+          {9100, "beats b"},
+          {9100, "where", "x@b3 "}}},
+        {"two phones of one name",
+         {{0, "told x b 1"},
+          {1000, "told x c 2"},
+          {2000, "told x b 3"},
+          {3000, "told x c 4"},
+          {3000, "restless x", "no"},
+          {4000, "told x b 5"},
+          {4000, "restless x", "yes"},
+          {13000, "restless x", "yes"},
+          {14100, "restless x", "no"}}},
+        {"a balancer's slow turns",
+         {{0, "told x b 1"},
+          {5000, "told x c 2"},
+          {10000, "told x b 3"},
+          {15000, "told x c 4"},
+          {20000, "told x b 5"},
+          {20000, "restless x", "no"}}},
+    };
+    for (const auto& [title, steps] : stories) {
+        Ownership ownership("a");
+        for (const OwnerStep& step : steps)
+            EXPECT_EQ(Play(ownership, step), step.gives) << title << ": " << step.at << " " << step.what;
+    }
 }
 
 } // namespace

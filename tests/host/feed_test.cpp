@@ -5,8 +5,12 @@
 #include <thread>
 #include <vector>
 
+#include <sys/socket.h>
+
 #include "host/feed/feed_table.h"
 #include "host/feed/meters.h"
+#include "host/feed/phone_session.h"
+#include "host/peers/peers.h"
 #include "support/Frames.h"
 #include "support/Jpeg.h"
 
@@ -109,6 +113,145 @@ TEST(CameraFeed, PassesThePhonesOwnPictureOn) {
     EXPECT_EQ(support::LentFrame::s_alive, 2) << "the newest of each";
     feed->LetGo();
     EXPECT_TRUE(!feed->Newest() && support::LentFrame::s_alive == 1);
+}
+
+// Hosts of a cluster within this process: each has a camera "yard".
+struct Joined {
+    class Host final : public ClusterCameras {
+    public:
+        Host(Joined& all, std::string node) : m_all(all), m_node(std::move(node)) {}
+        void Claim(const std::string& camera) override {
+            const std::lock_guard guard(m_all.mutex);
+            m_all.owners[camera] = {m_node, ++m_all.epoch};
+        }
+        Orders Look(const std::set<std::string>& receiving) override {
+            const std::lock_guard guard(m_all.mutex);
+            Orders orders;
+            for (const auto& [camera, place] : m_all.owners) {
+                if (place.node == m_node)
+                    continue;
+                orders.elsewhere.emplace(camera, place);
+                if (receiving.contains(camera))
+                    orders.end.push_back(camera);
+            }
+            return orders;
+        }
+        void Pull(const std::string& camera, const Place& place, std::uint64_t after, Then then) override {
+            ++pulls;
+            m_all.hosts.at(place.node)
+                ->m_respond(camera, after,
+                            [then = std::move(then)](const CameraPicture& picture) { then(picture); });
+        }
+        void Serve(Respond respond) override {
+            if (respond) // questions may still come while a host ends
+                m_respond = std::move(respond);
+        }
+        std::vector<std::string> Nodes() const override { return {}; }
+        std::atomic<int> pulls{0};
+
+    private:
+        Joined& m_all;
+        const std::string m_node;
+        Respond m_respond;
+    };
+    std::mutex mutex;
+    std::map<std::string, ClusterCameras::Place> owners;
+    std::uint64_t epoch = 0;
+    std::map<std::string, Host*> hosts;
+};
+
+struct JoinedHost {
+    JoinedHost(Joined& all, const std::string& node)
+        : cameras(new Joined::Host(all, node)), peers(*table, std::unique_ptr<ClusterCameras>(cameras)) {
+        all.hosts[node] = cameras;
+        table->SetSource(source);
+        EXPECT_EQ(table->OnCamAdded(Bstr(u"yard").Get()), S_OK);
+        feed = table->Find("yard");
+        peers.Begin();
+    }
+    // What its own phone sends.
+    void Receive(const std::string& file, std::uint64_t unixMs) const {
+        const auto now = std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
+        EXPECT_EQ(feed->OnVideoFrame(
+                      ComObject<support::LentFrame>::Create(MakeBlock(64, 48), file, now,
+                                                            static_cast<std::int64_t>(unixMs) * 1'000'000)
+                          .Get()),
+                  S_OK);
+    }
+    // Until it is there for those who look.
+    [[nodiscard]] bool Shows(std::uint64_t unixMs) const {
+        for (int tries = 0; tries < 3000; ++tries, std::this_thread::sleep_for(10ms)) {
+            if (const kit::PicturePtr newest = feed->Newest(); newest && newest->ArrivalUnixMs() == unixMs)
+                return true;
+        }
+        return false;
+    }
+
+    const support::VideoSourcePtr source = ComObject<support::VideoSource>::Create();
+    const support::CamPtr cam = source->Put("yard");
+    const FeedTablePtr table = ComObject<FeedTable>::Create();
+    Joined::Host* const cameras;
+    Peers peers;
+    FeedPtr feed;
+};
+
+TEST(Peers, ACameraOfAnotherHostIsSeenWhileSomebodyLooks) {
+    Joined all;
+    JoinedHost a(all, "a");
+    JoinedHost b(all, "b");
+    const std::string clean = support::MakeJpeg(64, 48);
+    std::string file = clean;
+    file.insert(2, std::string("\xFF\xE1\0\x0E"
+                               "Exif\0\0hidden",
+                               16));
+    a.peers.Claim("yard");
+    a.cam->SetPhone(true);
+    a.table->PollConnections();
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const Descriptor phone(ends[1]);
+    const auto upload = std::make_shared<PhoneSession>("yard", platform::AdoptSocket(ends[0]));
+    a.feed->SessionBegan(Clock::now(), "phone", upload);
+    a.Receive(file, 1000);
+    for (int tries = 0; tries < 3000 && !b.feed->Figures().connected; ++tries)
+        std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(b.feed->Figures().host, "a");
+    EXPECT_TRUE(a.feed->Figures().host.empty());
+    EXPECT_FALSE(b.feed->HasPicture());
+    EXPECT_EQ(b.cameras->pulls, 0) << "nobody looks";
+
+    ASSERT_TRUE(b.Shows(1000));
+    EXPECT_EQ(b.feed->Newest()->Jpeg(), clean) << "byte for byte";
+    EXPECT_EQ(b.feed->Newest()->Layout(), (kit::PlaneLayout{64, 48, false}));
+    EXPECT_EQ(b.feed->Figures().frames, 1U);
+    a.Receive(file, 1001);
+    ASSERT_TRUE(b.Shows(1001));
+    EXPECT_EQ(b.feed->Newest()->Sequence(), 2U);
+
+    // The phone comes to b: its upload at a ends, and a shows what b gets, but never what b had of a.
+    a.Receive(file, 1002);
+    b.peers.Claim("yard");
+    char byte = 0;
+    EXPECT_EQ(::recv(phone.Get(), &byte, 1, 0), 0) << "the end of the upload";
+    EXPECT_TRUE(b.feed->Figures().host.empty());
+    a.cam->SetPhone(false);
+    a.table->PollConnections();
+    EXPECT_TRUE(a.Shows(1002));
+    for (int tries = 0; tries < 3000 && a.cameras->pulls < 2; ++tries)
+        EXPECT_TRUE(a.Shows(1002));
+    b.Receive(file, 2000);
+    EXPECT_TRUE(a.Shows(2000));
+    EXPECT_GT(b.feed->Newest()->Sequence(), 2U);
+    EXPECT_EQ(a.feed->Figures().host, "b");
+    // A host that slept takes no picture before it has looked whose the camera is.
+    struct Asleep : CameraOwners {
+        Asleep() { SetAwake(Clock::now() - 3s); }
+        void Claim(const std::string&) override {}
+    } asleep;
+    const FeedPtr feed =
+        ComObject<CameraFeed>::Create(9U, "gate", Pictures::PassedOn, CameraFeed::Taps{}, &asleep);
+    EXPECT_EQ(feed->OnVideoFrame(ComObject<support::Frame>::Create(MakeBlock(32, 16)).Get()), S_OK);
+    EXPECT_FALSE(feed->HasPicture());
 }
 
 TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {

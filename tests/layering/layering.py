@@ -24,7 +24,7 @@ COMMON = {
 CONFIGURATION = {"src/Common/Configuration/XmlConfigSDK", "src/Common/Configuration/config"}
 KIT = {"kit", "kit/picture", "kit/statetree", "kit/packer", "kit/content", "kit/component", "kit/connection", "kit/log", "kit/settings"}
 HOUSE = KIT | {"host/base", "host/log", "host/events", "host/preferences", "host/tls", "host/http", "host/users", "host/feed", "host/motion", "host/sources", "host/settings", "host/html",
-               "host/bridge", "host/recordings", "host/notices", "host/control"}
+               "host/bridge", "host/recordings", "host/notices", "host/control", "host/peers"}
 SUBJECTS = {
     f"host/site/{subject}" for subject in ("account", "api", "events", "links", "live", "mobile", "monitor", "phone", "recordings", "settings", "tiny", "trust", "users", "view")
 }
@@ -74,6 +74,8 @@ TABLE = {
     "host/feed": INTERFACES | {"host/base", "host/log", "host/events", "kit/picture"},
     "host/motion": {"platform", "host/base", "host/feed", "kit/picture"} | IMAGE,
     "host/sources": {"platform", "host/base", "host/users", "kit/picture", "kit/content", "host/feed"} | IMAGE,
+    # The cameras of other hosts.
+    "host/peers": INTERFACES | {"host/base", "host/log", "host/feed", "host/sources", "kit/picture"},
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
     "host/recordings": {"platform", "host/base", "host/log", "host/events", "host/preferences", "host/feed", "kit/picture"},

@@ -90,18 +90,22 @@ public:
         const Utf8Scope utf8;
         const auto stored = m_pages.authenticator.StoredCameraPassword(m_name);
         const bool receiving = m_pages.feeds.IsReceiving(m_name);
-        if (receiving && stored && !kit::IsRightRecord(record, *stored)) {
+        const bool right = stored && kit::IsRightRecord(record, *stored);
+        if (receiving && stored && !right) {
             CountDenied(kWrongPassword);
             const platform::ActivityScope scope(std::make_shared<LogSubject>(Subject()));
             DenyRecord(m_stream, m_name, m_pages.stop);
             m_stream.Close();
             return std::nullopt;
         }
-        const HRESULT hr = Process(SessionKind::Upload, nullptr);
+        if (right)
+            m_pages.feeds.Claim(m_name.substr(0, m_name.find('?')));
+        std::shared_ptr<PhoneSession> session;
+        const HRESULT hr = Process(SessionKind::Upload, nullptr, &session);
         if (SUCCEEDED(hr)) {
             attempt->Right();
             (void)WelcomePhone(m_pages.feeds, m_name, m_request.arrived, m_request.peer.text, Subject(),
-                               receiving);
+                               receiving, session);
         } else if (hr == E_ACCESSDENIED) {
             CountDenied(stored ? kWrongPassword : "no such camera");
         } else {
@@ -141,7 +145,7 @@ private:
 
     [[nodiscard]] std::string Subject() const { return m_name + ", " + m_request.peer.text; }
 
-    HRESULT Process(SessionKind kind, Shares::Share place) {
+    HRESULT Process(SessionKind kind, Shares::Share place, std::shared_ptr<PhoneSession>* session = nullptr) {
         kit::WatchPeer(m_stream.Fd());
         m_handedOver = true;
         return HandToComponent({.kind = kind,
@@ -150,7 +154,7 @@ private:
                                 .socket = std::move(m_bridge ? m_bridge->Inner() : m_stream.Socket()),
                                 .subject = Subject(),
                                 .place = std::move(place)},
-                               m_handler, m_pages.counters);
+                               m_handler, m_pages.counters, session);
     }
 
     void CountDenied(std::string_view reason) {

@@ -263,8 +263,11 @@ Answer MonitorPages::Metrics(const Rights& rights) const {
     MetricsText metrics;
     const std::vector<FeedPtr> list = SeenFeeds(feeds, rights); // holds what the figures refer to
     std::vector<Camera> cameras;
-    for (const FeedPtr& feed : list)
-        cameras.push_back({feed->Figures(), feed->Meters()});
+    // What another host's phone sends is in that one's figures.
+    for (const FeedPtr& feed : list) {
+        if (CameraFigures figures = feed->Figures(); figures.host.empty())
+            cameras.push_back({std::move(figures), feed->Meters()});
+    }
     AddCameras(metrics, cameras);
     AddWork(metrics, cameras);
     AddRecordings(metrics, recorder, cameras);

@@ -1,0 +1,258 @@
+#include "host/cluster/cameras.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host::cluster {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kBeatEvery = 500ms;
+// A name whose entry changes meanwhile is in use; two beats and some.
+constexpr auto kNameTaken = 1300ms;
+constexpr auto kClaimWithin = 3s;
+constexpr auto kRestlessWaits = 2s;
+constexpr auto kAnswerWithin = ClusterCameras::kPictureWithin + 1000ms;
+constexpr const char* kHere = "here";
+
+std::string SubjectOfPictures(const std::string& node) {
+    return "morrowstream.pictures." + node;
+}
+
+} // namespace
+
+std::string WriteQuestion(const PictureQuestion& question) {
+    std::string text;
+    AppendNumber(text, question.epoch);
+    AppendNumber(text, question.after);
+    return text + question.camera;
+}
+
+std::optional<PictureQuestion> ReadQuestion(std::string_view text) {
+    PictureQuestion question;
+    if (!TakeNumber(text, question.epoch) || !TakeNumber(text, question.after) || text.empty())
+        return std::nullopt;
+    question.camera = text;
+    return question;
+}
+
+std::string WritePicture(const CameraPicture& picture) {
+    std::string text;
+    text.reserve(48 + picture.jpeg.size());
+    AppendNumber(text, picture.number);
+    AppendNumber(text, picture.unixMs);
+    AppendNumber(text, picture.ageMs);
+    AppendNumber(text, picture.frames);
+    AppendNumber(text, picture.failed);
+    AppendNumber(text, picture.milliFps);
+    return text + picture.jpeg;
+}
+
+std::optional<CameraPicture> ReadPicture(std::string_view text) {
+    CameraPicture picture;
+    if (!TakeNumber(text, picture.number) || !TakeNumber(text, picture.unixMs) ||
+        !TakeNumber(text, picture.ageMs) || !TakeNumber(text, picture.frames) ||
+        !TakeNumber(text, picture.failed) || !TakeNumber(text, picture.milliFps))
+        return std::nullopt;
+    picture.jpeg = text;
+    return picture;
+}
+
+Cameras::Cameras(Link& link, std::shared_ptr<Store> nodes, std::shared_ptr<Store> owners)
+    : m_link(link), m_node(link.Seals()->Node()), m_nodes(std::move(nodes)), m_owners(std::move(owners)),
+      m_ownership(m_node) {
+    TakeName();
+    m_watchNodes = m_nodes->Watch([this](std::span<const Store::Update> updates) { TakeBeats(updates); });
+    m_watchOwners = m_owners->Watch([this](std::span<const Store::Update> updates) { TakeOwners(updates); });
+    m_pictures.emplace(
+        m_link, SubjectOfPictures(m_node),
+        [this](const Opened& question, const Link::Service::Reply& reply) { TakeQuestion(question, reply); });
+    m_beating = std::thread([this] { Beat(); });
+    m_working = std::thread([this] { Work(); });
+}
+
+Cameras::~Cameras() {
+    {
+        const std::lock_guard guard(m_mutex);
+        m_stop = true;
+        m_wake.notify_all();
+    }
+    m_beating.join();
+    m_working.join();
+    m_pictures.reset();
+    m_watchOwners.reset();
+    m_watchNodes.reset();
+    // The others need not wait until the heart has been silent for long enough.
+    std::map<std::string, std::uint64_t> owned;
+    {
+        const std::lock_guard guard(m_mutex);
+        owned = m_ownership.Owned();
+    }
+    for (const auto& [camera, epoch] : owned)
+        (void)m_owners->Remove(camera, epoch);
+    if (m_beat != 0)
+        (void)m_nodes->Remove(m_node, m_beat);
+}
+
+void Cameras::Claim(const std::string& camera) {
+    bool restless = false;
+    {
+        std::unique_lock guard(m_mutex);
+        restless = m_ownership.IsRestless(camera, Clock::now());
+        if (restless)
+            m_wake.wait_for(guard, kRestlessWaits, [this] { return m_stop; });
+    }
+    if (restless)
+        m_link.Say("the camera " + camera +
+                   " has changed hosts too often within seconds, and was made to wait");
+    ClaimNow(camera);
+}
+
+ClusterCameras::Orders Cameras::Look(const std::set<std::string>& receiving) {
+    const std::lock_guard guard(m_mutex);
+    const auto now = Clock::now();
+    Ownership::Orders found = m_ownership.Look(receiving, now);
+    Orders orders{.end = std::move(found.end), .elsewhere = {}};
+    for (auto& [camera, owner] : m_ownership.Elsewhere(now))
+        orders.elsewhere.emplace(camera, Place{owner.node, owner.epoch});
+    for (std::string& camera : found.claim)
+        m_claims.push_back(std::move(camera));
+    for (auto& release : found.release)
+        m_releases.push_back(std::move(release));
+    if (!m_claims.empty() || !m_releases.empty())
+        m_wake.notify_all();
+    return orders;
+}
+
+void Cameras::Pull(const std::string& camera, const Place& place, std::uint64_t after, Then then) {
+    m_link.Ask(SubjectOfPictures(place.node), WriteQuestion({place.epoch, after, camera}), place.epoch,
+               kAnswerWithin, [then = std::move(then)](const std::optional<Opened>& answer) {
+                   then(answer ? ReadPicture(answer->text) : std::nullopt);
+               });
+}
+
+void Cameras::Serve(Respond respond) {
+    const std::lock_guard guard(m_serving);
+    m_respond = std::move(respond);
+}
+
+std::vector<std::string> Cameras::Nodes() const {
+    const std::lock_guard guard(m_mutex);
+    std::vector<std::string> nodes;
+    std::ranges::copy_if(m_known, std::back_inserter(nodes),
+                         [this](const std::string& node) { return m_ownership.Lives(node); });
+    return nodes;
+}
+
+void Cameras::TakeName() {
+    const Store::Reading before = m_nodes->Get(m_node);
+    if (before.entry) {
+        std::this_thread::sleep_for(kNameTaken);
+        const Store::Reading after = m_nodes->Get(m_node);
+        if (after.entry && after.entry->revision != before.entry->revision)
+            throw LinkError("the name " + m_node + " is in use by another host of the cluster");
+        m_beat = after.entry ? after.entry->revision : 0;
+    }
+    const Store::Outcome taken = m_nodes->Put(m_node, kHere, m_beat);
+    if (taken.result == Store::Result::Conflict)
+        throw LinkError("the name " + m_node + " is in use by another host of the cluster");
+    if (taken.result == Store::Result::Done)
+        m_beat = taken.revision;
+}
+
+void Cameras::Beat() {
+    while (Sleep(kBeatEvery)) {
+        const Store::Outcome beat = m_nodes->Put(m_node, kHere, m_beat);
+        if (beat.result == Store::Result::Done)
+            m_beat = beat.revision;
+        // One that was not known to be written may be, and is one's own then.
+        else if (beat.result == Store::Result::Conflict)
+            m_beat = beat.present ? beat.present->revision : 0;
+    }
+}
+
+bool Cameras::Sleep(std::chrono::milliseconds how) {
+    std::unique_lock guard(m_mutex);
+    return !m_wake.wait_for(guard, how, [this] { return m_stop; });
+}
+
+void Cameras::TakeBeats(std::span<const Store::Update> updates) {
+    const std::lock_guard guard(m_mutex);
+    for (const Store::Update& update : updates) {
+        if (!update.value) {
+            m_known.erase(update.key);
+            m_ownership.Silent(update.key);
+            continue;
+        }
+        m_known.insert(update.key);
+        m_ownership.Heard(update.key, Clock::now());
+    }
+}
+
+void Cameras::TakeOwners(std::span<const Store::Update> updates) {
+    const std::lock_guard guard(m_mutex);
+    for (const Store::Update& update : updates)
+        m_ownership.Told(update.key, {update.value.value_or(""), update.revision}, Clock::now());
+}
+
+void Cameras::ClaimNow(const std::string& camera) {
+    Owner owner;
+    {
+        const std::lock_guard guard(m_mutex);
+        owner = m_ownership.OwnerOf(camera);
+        m_ownership.Claiming(camera, Clock::now());
+    }
+    std::uint64_t follows = owner.node.empty() ? 0 : owner.epoch;
+    const auto until = Clock::now() + kClaimWithin;
+    while (Clock::now() < until) {
+        const Store::Outcome put = m_owners->Put(camera, m_node, follows);
+        if (put.result == Store::Result::Done) {
+            const std::lock_guard guard(m_mutex);
+            return m_ownership.Claimed(camera, put.revision, Clock::now());
+        }
+        if (put.result != Store::Result::Conflict)
+            break;
+        follows = put.present ? put.present->revision : 0;
+    }
+    const std::lock_guard guard(m_mutex);
+    m_ownership.ServesWithout(camera);
+}
+
+// Claims and releases that nobody waits for.
+void Cameras::Work() {
+    std::unique_lock guard(m_mutex);
+    for (;;) {
+        m_wake.wait(guard, [this] { return m_stop || !m_claims.empty() || !m_releases.empty(); });
+        if (m_stop)
+            return;
+        const auto claims = std::exchange(m_claims, {});
+        const auto releases = std::exchange(m_releases, {});
+        guard.unlock();
+        for (const std::string& camera : claims)
+            ClaimNow(camera);
+        for (const auto& [camera, epoch] : releases)
+            (void)m_owners->Remove(camera, epoch);
+        guard.lock();
+    }
+}
+
+void Cameras::TakeQuestion(const Opened& opened, const Link::Service::Reply& reply) {
+    const auto question = ReadQuestion(opened.text);
+    if (!question)
+        return;
+    const std::uint64_t epoch = question->epoch;
+    bool mine = false;
+    {
+        const std::lock_guard guard(m_mutex);
+        mine = m_ownership.OwnEpoch(question->camera) == epoch;
+    }
+    const auto answer = [reply, epoch](const CameraPicture& picture) { reply(WritePicture(picture), epoch); };
+    const std::lock_guard guard(m_serving);
+    if (mine && m_respond)
+        m_respond(question->camera, question->after, answer);
+    else
+        answer({});
+}
+
+} // namespace host::cluster
