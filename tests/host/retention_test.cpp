@@ -181,6 +181,7 @@ TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
     host.recorder->SetModes({{"yard", RecordMode::Always}});
     host.Show("yard", 0s);
     host.Settle();
+    host.Tell("yard", EventKind::CameraConnected);
     host.library->SetPresent({"yard"});
     EXPECT_EQ(host.library->IdOf("yard"), 1);
     host.library->SetPresent({});
@@ -192,6 +193,15 @@ TEST(Library, KnowsARemovedCameraFromANewOneOfItsName) {
     host.Show("yard", 100s);
     host.Settle();
     EXPECT_EQ(host.library->Cameras(), (std::vector<RecordedCamera>{{1, "yard", kStart}, {2, "yard", 0}}));
+    // What happened to the one is not told of the other.
+    host.Tell("yard", EventKind::CameraLost);
+    EXPECT_TRUE(support::Eventually([&] { return host.events->WrittenNumber() == 2; }));
+    host.Settle();
+    for (const auto& [camera, kind] :
+         {std::pair(1, EventKind::CameraConnected), std::pair(2, EventKind::CameraLost)}) {
+        const auto told = Recordings(*host.library).Events(camera, {0, kStart * 2}, true);
+        EXPECT_TRUE(told.size() == 1 && told[0].kind == kind) << camera;
+    }
     // Without what stands beside the files their title has the name.
     host.Stop();
     fs::remove(host.folder.File("recordings/2/camera.json"));
