@@ -163,7 +163,7 @@ void Bucket::Follow(std::uint64_t connections) {
         }
         if (!message && Clock::now() >= nextCheck) {
             nextCheck = Clock::now() + kCheckEvery;
-            if (HasMissedSome())
+            if (m_link.IsConnected() && HasMissedSome())
                 return;
         }
     }

@@ -20,6 +20,7 @@
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"
+#include "host/main/membership.h"
 #include "host/main/services.h"
 #include "host/main/welcome.h"
 #include "host/settings/file.h"
@@ -181,9 +182,9 @@ bool LeaveFormerUsers(const DataFolder& data, UserStore& users) {
     return true;
 }
 
-Household OpenHousehold(DataFolder& data, const Options& options) {
+Household OpenHousehold(DataFolder& data, const Options& options, const Membership& membership) {
     bool adminMade = false;
-    UserStore users = data.OpenUsers(&adminMade);
+    UserStore users = data.OpenUsers(&adminMade, membership.users);
     const bool formerUsers = LeaveFormerUsers(data, users);
     std::vector<CameraEntry> cameras = data.ReadCameras();
     bool demoEnded = false;
@@ -209,16 +210,17 @@ Household OpenHousehold(DataFolder& data, const Options& options) {
 class Application {
 public:
     explicit Application(const Options& options)
-        : m_options(options), m_data(OpenData(options)), m_household(OpenHousehold(m_data, options)),
+        : m_options(options), m_data(OpenData(options)), m_membership(options, m_data),
+          m_household(OpenHousehold(m_data, options, m_membership)),
           m_authenticator(std::move(m_household.users), options.limits.maxThrottleWait, m_stop,
                           m_data.File("sign-ins")),
-          m_sessions(Sessions::InFile(m_data.File("sessions")),
+          m_sessions(m_membership.sessions,
                      [this](const Sessions::Owner& owner) { return m_authenticator.DigestOf(owner); }),
-          m_phones(Phones::InFile(m_data.File("phones")),
+          m_phones(m_membership.phones,
                    [this](const std::string& camera) {
                        return m_authenticator.DigestOf({camera, true});
                    }),
-          m_tokens(Tokens::InFile(m_data.File("tokens")),
+          m_tokens(m_membership.tokens,
                    [this](std::string_view login) { return m_authenticator.KindOf(login); }),
           m_handlers(ComObject<kit::WebHandlerHost>::Create(
               [this](std::string_view head) { return m_authenticator.Identify(head); })),
@@ -251,12 +253,17 @@ public:
         m_subscription.emplace(m_feeds, m_component->Source());
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
+        m_membership.Join(m_settings);
         // Phones are told of an address only when it is this server's.
         Listener listener = Listen(options.listen);
-        m_authority = AuthorityForOthers(listener.endpoint);
-        m_settings.SetOwnAddress(AuthorityForPhones(listener.endpoint));
+        m_authority =
+            options.publicAddress.empty() ? AuthorityForOthers(listener.endpoint) : options.publicAddress;
+        m_phoneAddress =
+            options.publicAddress.empty() ? AuthorityForPhones(listener.endpoint) : options.publicAddress;
+        m_settings.SetOwnAddress(m_phoneAddress);
         StoreSettings(listener.endpoint);
         FollowCameras();
+        m_membership.Join(m_services.Preferences());
         OpenCertificates();
         m_site = std::make_unique<Site>(SiteParts{.feeds = *m_feeds,
                                                   .sources = *m_sources,
@@ -265,6 +272,7 @@ public:
                                                   .sessions = m_sessions,
                                                   .phones = m_phones,
                                                   .tokens = m_tokens,
+                                                  .links = m_membership.links,
                                                   .settings = m_settings,
                                                   .events = m_services.Events(),
                                                   .preferences = m_services.Preferences(),
@@ -337,6 +345,7 @@ public:
         (void)m_sessions.Save();
         (void)m_phones.Save();
         (void)m_tokens.Save();
+        m_membership.Save();
         if (!m_authenticator.Save())
             Console::Get().Log("error", "from where people have signed in could not be written to disk");
         Console::Get().Flush();
@@ -416,13 +425,15 @@ private:
             return changed;
         });
         // An address that a full disk did not take is in force all the same.
-        const bool lost = changed || change.result != SettingsChange::Result::NotWritten;
+        // In a cluster that cannot be reached, what was known last holds.
+        const bool lost = (changed || change.result != SettingsChange::Result::NotWritten) &&
+                          change.result != SettingsChange::Result::Unshared;
         if (change.result != SettingsChange::Result::Done && lost)
             throw StartError("the settings cannot be stored in " + kit::SettingsFile(m_data.Path()));
         if (change.addressEntered)
-            Console::Get().Say("Phones are told to connect to " + AuthorityForPhones(listening) +
+            Console::Get().Say("Phones are told to connect to " + m_phoneAddress +
                                "; another address is set at /settings");
-        else if (!LeadsTo(address, listening))
+        else if (m_options.publicAddress.empty() && !LeadsTo(address, listening))
             Console::Get().Say("Phones are told to connect to " + Printable(address) +
                                ", as the settings have it, and this server listens on " + listening.Text() +
                                "; if no router or proxy leads them here, set another address at /settings");
@@ -452,12 +463,16 @@ private:
                 m_certificates->Refresh(m_settings.ToldHost(), true);
             m_feeds->PollConnections();
             m_services.Tick();
+            m_membership.Tick();
+            m_settings.Follow();
+            m_services.Preferences().FollowOthers();
             Console::Get().Tick();
             // What cannot be written now is tried the next time.
             if (Clock::now() >= nextRetry) {
                 nextRetry = Clock::now() + kRetryInterval;
                 (void)m_settings.WriteWhatIsLeft();
                 (void)m_services.Preferences().WriteWhatIsLeft();
+                m_membership.Save();
                 if (m_certificates)
                     m_certificates->Refresh(m_settings.ToldHost());
             }
@@ -537,6 +552,7 @@ private:
     Wakeup m_stop;
     Wakeup m_sweepsEnd;
     DataFolder m_data;
+    Membership m_membership;
     Household m_household;
     Authenticator m_authenticator;
     Sessions m_sessions;
@@ -550,6 +566,7 @@ private:
     const std::shared_ptr<kit::PackerCounters> m_packers = std::make_shared<kit::PackerCounters>();
     std::shared_ptr<SourceTable> m_sources;
     std::string m_authority;              // where others reach this server; empty where nobody does
+    std::string m_phoneAddress;           // what phones are told while nobody has said another one
     std::vector<CameraFigures> m_figures; // at the end
     std::unique_ptr<kit::ComponentModule> m_module;
     std::unique_ptr<kit::Viewing> m_viewing;

@@ -10,6 +10,7 @@
 #include "host/http/request.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
+#include "host/main/membership.h"
 #include "host/settings/file.h"
 #include "host/users/tokens.h"
 #include "platform/configdoc/configdoc.h"
@@ -58,6 +59,9 @@ class IdleFiles {
 public:
     explicit IdleFiles(const Options& options) : m_data(options.data) {
         m_data.Lock();
+        if (Membership::IsOfCluster(m_data))
+            throw StartError("no host runs on " + m_data.Path() +
+                             ", and it is one of a cluster: ask one that runs");
         if (FAILED(platform::RegisterConfigDocumentClass()))
             throw StartError("the settings documents cannot be read");
     }

@@ -107,8 +107,8 @@ void DataFolder::Lock() {
         throw StartError("another host runs on the data folder " + m_path);
 }
 
-UserStore DataFolder::OpenUsers(bool* adminMade) {
-    UserStore users(File("users"));
+UserStore DataFolder::OpenUsers(bool* adminMade, std::shared_ptr<Store> store) {
+    UserStore users(store ? std::move(store) : UserStore::InFile(File("users")));
     *adminMade = false;
     for (const auto& [login, user] : users.Users()) {
         if (user.kind == UserKind::Admin)

@@ -28,8 +28,8 @@ public:
     [[nodiscard]] std::string File(const std::string& name) const { return m_path + "/" + name; }
 
     // Reads "users". When there is no administrator, makes one and writes its password to "admin-password";
-    // the result then says so in `*adminMade`.
-    UserStore OpenUsers(bool* adminMade);
+    // the result then says so in `*adminMade`. With a store, the users are those of it.
+    UserStore OpenUsers(bool* adminMade, std::shared_ptr<Store> store = nullptr);
     // Reads "cameras"; empty without the file. A line that is no camera is left out, and said. Throws
     // StartError when the file cannot be read.
     [[nodiscard]] std::vector<CameraEntry> ReadCameras() const;

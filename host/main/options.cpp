@@ -1,6 +1,7 @@
 #include "host/main/options.h"
 
 #include <algorithm>
+#include <cctype>
 #include <vector>
 
 #include "host/users/cameras.h"
@@ -28,6 +29,16 @@ const std::string_view kHelpText =
   --allow-plain          plain HTTP gets everything; without it, other machines get in clear what old phones need and nothing else
   --trusted-proxy CIDR   a proxy whose X-Forwarded-For and X-Forwarded-Proto count, and that may speak the PROXY protocol; more
                          than once for several
+  --public HOST:PORT     where phones and other machines reach this server, in place of where it listens: a router's or a balancer's
+                         address
+  --cluster SERVERS      makes this host one of several that are one server: addresses of the NATS servers that they reach each
+                         other by, nats://HOST:PORT or tls://HOST:PORT with commas between them; needs --public and the two below
+  --node NAME            what this host is called among them
+  --cluster-secret FILE  what they know each other by: a line of 32 characters or more, the same for all
+  --cluster-credentials FILE, --cluster-authority FILE
+                         for the NATS servers: a file of credentials; certificates that they are known by (the system's)
+  --cluster-join=take, --cluster-join=merge
+                         when a host with settings of its own joins: takes those of the others, or adds its own to them
   --seconds N            ends after N seconds; without it, on Ctrl-C or SIGTERM
   --demo                 three cameras, and a simulated phone for two of them; on a loopback address its pages need no sign-in,
                          elsewhere they do, and the passwords are random
@@ -123,6 +134,36 @@ void CheckWords(Options& options, std::string_view forTokens) {
     options.command = Command::Control;
 }
 
+// Empty where one of them is none.
+std::vector<std::string> ServersIn(std::string_view list) {
+    std::vector<std::string> servers;
+    for (bool more = true; more;) {
+        const auto comma = std::min(list.find(','), list.size());
+        const std::string_view server = list.substr(0, comma);
+        const auto colons = server.find("://");
+        if (colons == std::string_view::npos || colons + 3 == server.size() ||
+            (server.substr(0, colons) != "nats" && server.substr(0, colons) != "tls"))
+            return {};
+        servers.emplace_back(server);
+        more = comma < list.size();
+        list.remove_prefix(more ? comma + 1 : comma);
+    }
+    return servers;
+}
+
+void CheckCluster(const Options& options) {
+    const bool some = !options.node.empty() || !options.clusterSecret.empty() || options.clusterJoin ||
+                      !options.clusterCredentials.empty() || !options.clusterAuthority.empty();
+    if (options.cluster.empty() && some)
+        throw platform::UsageError("--node and the options of --cluster go with --cluster");
+    if (options.cluster.empty())
+        return;
+    if (options.node.empty() || options.clusterSecret.empty() || options.publicAddress.empty())
+        throw platform::UsageError("--cluster needs --node, --cluster-secret and --public");
+    if (options.demo)
+        throw platform::UsageError("--demo and --cluster do not go together");
+}
+
 } // namespace
 
 Options ParseOptions(std::span<const std::string_view> arguments) {
@@ -154,6 +195,34 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
              if (!options.proxies.Add(value))
                  throw platform::WrongValue(name, "an address or a network, ADDRESS/BITS", value);
          }},
+        {"--public",
+         [&](auto name, auto value) {
+             if (value.empty() || value.size() > 255 || value.find_first_of(" \t/\"'<>&") != value.npos ||
+                 platform::HasControl(value))
+                 throw platform::WrongValue(name, "HOST:PORT", value);
+             options.publicAddress = value;
+         }},
+        {"--cluster",
+         [&](auto name, auto value) {
+             options.cluster = ServersIn(value);
+             if (options.cluster.empty())
+                 throw platform::WrongValue(
+                     name, "nats://HOST:PORT or tls://HOST:PORT, with commas between them", value);
+         }},
+        {"--node",
+         [&](auto name, auto value) {
+             const auto isPlain = [](char c) {
+                 return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_';
+             };
+             if (value.empty() || value.size() > 64 || !std::ranges::all_of(value, isPlain))
+                 throw platform::WrongValue(name, "letters, digits, - and _, 64 at most", value);
+             options.node = value;
+         }},
+        {"--cluster-secret", SomeText(options.clusterSecret)},
+        {"--cluster-credentials", SomeText(options.clusterCredentials)},
+        {"--cluster-authority", SomeText(options.clusterAuthority)},
+        {"--cluster-join=take", [&](auto, auto) { options.clusterJoin = Joining::Take; }, true},
+        {"--cluster-join=merge", [&](auto, auto) { options.clusterJoin = Joining::Merge; }, true},
         {"--no-tls", [&](auto, auto) { options.tls = false; }, true},
         {"--files", SomeText(options.files)},
         {"--recordings", SomeText(options.recordings)},
@@ -208,6 +277,7 @@ Options ParseOptions(std::span<const std::string_view> arguments) {
         throw platform::UsageError("--cameras goes with --add-user");
     if (options.certificate.certificate.empty() != options.certificate.key.empty())
         throw platform::UsageError("--tls-cert and --tls-key go together");
+    CheckCluster(options);
     if (!options.tls && !options.certificate.key.empty())
         throw platform::UsageError("--no-tls and --tls-cert do not go together");
     options.userKind = kind.value_or(options.userKind);

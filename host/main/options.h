@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/store_mirror.h"
 #include "host/base/wait.h"
 #include "host/http/endpoint.h"
 #include "host/http/limits.h"
@@ -49,8 +50,15 @@ struct Options {
     TrustedProxies proxies;
     CertificateFiles certificate; // the operator's own; empty: one of an authority in the data folder
     Limits limits;
-    std::int64_t maxPixels = 4 << 20; // of a picture that a phone sends
-    bool reencode = false;            // watchers get no phone's own files
+    std::vector<std::string> cluster; // servers of the message engine; none: a host by itself
+    std::string node;                 // its name in the cluster
+    std::string clusterSecret;        // a file, as are the two below
+    std::string clusterCredentials;
+    std::string clusterAuthority;
+    std::optional<Joining> clusterJoin; // nothing: it does not start where its settings are others
+    std::string publicAddress;          // where phones reach it, "HOST:PORT"; empty: where it listens
+    std::int64_t maxPixels = 4 << 20;   // of a picture that a phone sends
+    bool reencode = false;              // watchers get no phone's own files
 
     // A demo that other machines reach has passwords of its own, and its pages ask for a sign-in.
     [[nodiscard]] bool IsOpenDemo() const { return demo && !listen.IsLoopback(); }

@@ -7,6 +7,7 @@
 #include "host/base/text_table.h"
 #include "host/log/console.h"
 #include "host/main/data_folder.h"
+#include "host/main/membership.h"
 #include "host/users/password.h"
 #include "platform/files.h"
 #include "platform/messages.h"
@@ -43,6 +44,13 @@ std::string_view KindText(UserKind kind) {
     return "a phone";
 }
 
+// What is changed in the files of such a folder is not what the other hosts have, and does not last.
+void RefuseOfCluster(const DataFolder& data) {
+    if (Membership::IsOfCluster(data))
+        throw StartError("the data folder " + data.Path() +
+                         " is one of a cluster: change its users at /users, or with /api/v1/users");
+}
+
 } // namespace
 
 std::string AskPassword(const std::string& login) {
@@ -61,6 +69,7 @@ std::string AskPassword(const std::string& login) {
 int AddUser(const Options& options) {
     const std::string password = AskPassword(options.userName);
     DataFolder data(options.data);
+    RefuseOfCluster(data);
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
     users.Set(options.userName,
@@ -81,6 +90,7 @@ int AddUsers(const Options& options) {
     if (!content)
         throw StartError("cannot read " + options.usersFile + ": " + platform::DescribeLastError());
     DataFolder data(options.data);
+    RefuseOfCluster(data);
     bool adminMade = false;
     UserStore users = data.OpenUsers(&adminMade);
     std::size_t count = 0;

@@ -7,11 +7,13 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/base/settings_problem.h"
+#include "host/base/store_mirror.h"
 #include "host/preferences/preferences.h"
 
 namespace host {
@@ -26,6 +28,7 @@ struct PreferenceChange {
         Done,
         NotWritten, // in force, but not on disk: the next start knows nothing of it
         Outdated,   // the preferences are not those that the change was made to any more
+        Unshared,   // the store that hosts share could not be reached: nothing was changed
         NoDocument,
         Unsound // see `problems`: nothing of it was taken
     };
@@ -33,12 +36,19 @@ struct PreferenceChange {
     bool same = false; // nothing was to be changed
     std::vector<SettingsProblem> problems{};
     PreferenceReading now{}; // with Done and NotWritten
+    // With Done and NotWritten, where hosts share the preferences: cameras whose preferences another host has
+    // changed at the same time, and are what that host wants; an empty name is what is no camera's.
+    std::vector<std::string> conflicts{};
 };
 
 // Changes come one behind the other. Any thread, unless it says otherwise.
 //
-// Locks: m_mutex is held while a file is written and listeners are called; they may ask for Now, and must not
-// change anything here. A second one guards the pointer that Now copies.
+// Where hosts share the preferences, a change is put into the store first, camera by camera; the file
+// follows.
+//
+// Locks: m_changing is held by who changes something, also while it waits for the store, and stands before
+// m_mutex. m_mutex is held while a file is written and listeners are called; they may ask for Now, and must
+// not change anything here. A second one guards the pointer that Now copies.
 class PreferenceStore {
 public:
     // Beside the component's settings file.
@@ -59,6 +69,11 @@ public:
     // gone leaves. Nothing of it has to be written by itself: the next start is told again.
     void Follow(const std::vector<std::string>& cameras);
 
+    // The preferences are those of the store from now on; with what is told of it as Settings has it.
+    void Share(std::shared_ptr<Store> store);
+    std::vector<std::string> Join(Joining how, PreferenceChange* change);
+    void FollowOthers();
+
     // The document for an editor.
     [[nodiscard]] PreferenceReading Read() const;
     // Takes a document that was read, edited, in place of the preferences of that version; of any version
@@ -73,6 +88,9 @@ public:
 private:
     // With m_mutex held, all of them.
     void TakeOver(Preferences now);
+    PreferenceChange Put(std::unique_lock<std::mutex>& lock, const std::vector<Store::Change>& changes);
+    [[nodiscard]] bool TakeShared();
+    [[nodiscard]] bool IsFounded() const;
     bool Save();
     [[nodiscard]] PreferenceReading ReadingNow() const;
     [[nodiscard]] std::string Version() const;
@@ -80,7 +98,11 @@ private:
     const std::string m_file;
     const std::string m_run; // of a version: no other run of the host has the same
     std::vector<Listener> m_listeners;
-    mutable std::mutex m_mutex;
+    std::mutex m_changing;
+    mutable std::mutex m_mutex; // everything below
+    std::optional<StoreMirror> m_shared;
+    bool m_joined = false;
+    std::vector<std::string> m_left;    // cameras that are gone, and the store may know still
     std::vector<std::string> m_cameras; // in the order of the component's settings
     std::uint64_t m_number = 1;         // of the version
     std::atomic<bool> m_written{true};

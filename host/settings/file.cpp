@@ -65,7 +65,7 @@ PhoneAddress::PhoneAddress(std::string file) : m_file(std::move(file)) {
 
 bool PhoneAddress::EnterInto(SettingsDocument& document) {
     const std::string stands = document.Host().value_or("");
-    const bool ours = stands.empty() || std::ranges::find(m_entered, stands) != m_entered.end();
+    const bool ours = stands.empty() || IsOwn(stands);
     if (m_own.empty() || !ours || stands == m_own)
         return false;
     // Before the settings are stored, and with the one that stands there still: whatever a crash leaves
@@ -73,6 +73,10 @@ bool PhoneAddress::EnterInto(SettingsDocument& document) {
     Remember(stands.empty() ? std::vector{m_own} : std::vector{m_own, stands});
     document.SetHost(m_own);
     return true;
+}
+
+bool PhoneAddress::IsOwn(const std::string& address) const {
+    return std::ranges::find(m_entered, address) != m_entered.end();
 }
 
 void PhoneAddress::LetGo() {

@@ -36,6 +36,8 @@ public:
     void SetOwn(std::string own) { m_own = std::move(own); }
     // Enters it where no address stands, or one that the host entered earlier. True when it did.
     bool EnterInto(SettingsDocument& document);
+    // Whether the host entered that one.
+    [[nodiscard]] bool IsOwn(const std::string& address) const;
     // Somebody has changed the address: the one that stands there now is nobody else's to change.
     void LetGo();
     // Tries again to write what could not be written; false while it cannot.

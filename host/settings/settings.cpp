@@ -12,6 +12,9 @@
 namespace host {
 namespace {
 
+// A store with this key has settings of somebody, be it that all cameras were removed.
+constexpr const char* kFounded = "founded";
+
 SettingsChange Only(SettingsChange::Result result) {
     SettingsChange change;
     change.result = result;
@@ -104,7 +107,8 @@ std::optional<std::string> Settings::Password(std::size_t number, std::string_vi
 
 SettingsChange Settings::Write(std::string_view xml, std::string_view version) {
     using enum SettingsChange::Result;
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     const auto text = Get();
     const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
     if (!present)
@@ -125,7 +129,7 @@ SettingsChange Settings::Write(std::string_view xml, std::string_view version) {
     const std::string said = document->Host().value_or(stands);
     const bool another = !said.empty() && said != stands;
     const bool entered = !another && (document->Host() || stands.empty()) && m_address.EnterInto(*document);
-    SettingsChange change = Set(*document, *present);
+    SettingsChange change = Set(lock, *document, *present);
     change.addressEntered = entered;
     if (another && (change.result == Done || change.result == NotWritten))
         m_address.LetGo();
@@ -141,7 +145,7 @@ bool Settings::WriteWhatIsLeft() {
     const auto text = Get();
     const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
     if (document)
-        (void)Set(*document, *document);
+        (void)SetHere(*document, *document);
     if (m_written)
         Console::Get().Log("message", "the settings are written to disk now");
     return m_written && addressWritten;
@@ -157,7 +161,8 @@ std::optional<Settings::CameraReading> Settings::Cameras() {
 SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes,
                                        const std::function<bool(const CameraReading&)>& isMeant) {
     using enum SettingsChange::Result;
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     const auto text = Get();
     const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
     auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
@@ -189,14 +194,16 @@ SettingsChange Settings::ChangeCameras(std::span<const CameraChange> changes,
         change.now.version = before.version;
     } else {
         // What is taken otherwise than it was sent is put back.
-        change = Set(*document, *present);
+        change = Set(lock, *document, *present);
     }
-    change.cameras = std::move(after);
+    if (!m_shared || change.cameras.empty())
+        change.cameras = std::move(after);
     return change;
 }
 
 SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit) {
-    const std::lock_guard guard(m_mutex);
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
     const auto text = Get();
     const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
     auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
@@ -206,12 +213,145 @@ SettingsChange Settings::Edit(const std::function<bool(SettingsDocument&)>& edit
     const bool entered = m_address.EnterInto(*document);
     if (!edited && !entered)
         return Only(SettingsChange::Result::Done);
-    SettingsChange change = Set(*document, *present);
+    SettingsChange change = Set(lock, *document, *present);
     change.addressEntered = entered;
     return change;
 }
 
-SettingsChange Settings::Set(const SettingsDocument& document, const SettingsDocument& former) {
+void Settings::Share(std::shared_ptr<Store> store) {
+    const std::lock_guard guard(m_mutex);
+    m_shared.emplace(std::move(store));
+}
+
+bool Settings::IsShared() {
+    const std::lock_guard guard(m_mutex);
+    return m_shared && m_shared->IsRead();
+}
+
+bool Settings::IsFounded(const StoreMirror& store) {
+    return store.Now().contains(kFounded);
+}
+
+std::vector<std::string> Settings::Join(Joining how, SettingsChange* change) {
+    const std::lock_guard changing(m_changing);
+    std::unique_lock lock(m_mutex);
+    const auto text = Get();
+    const auto document = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    *change = Only(SettingsChange::Result::NotReady);
+    if (!document || !m_shared || !m_shared->IsRead())
+        return {};
+    (void)m_shared->Refresh();
+    const StoreMirror::Values here = SharedValues(*document);
+    const bool fresh = document->Cameras().empty();
+    const bool founds = !IsFounded(*m_shared);
+    if (founds && how != Joining::Merge) {
+        *change = Only(SettingsChange::Result::Unshared);
+        return {};
+    }
+    if (!founds && !fresh && how == Joining::Refuse) {
+        auto differences = SharedDifferences(here, m_shared->ValuesNow());
+        if (!differences.empty())
+            return differences;
+    }
+    if (founds || how == Joining::Merge) {
+        // A store with a part of it would have the rest removed here: the mark comes behind all else.
+        std::string why;
+        if (!m_shared->Add(lock, here, &why) || !m_shared->Add(lock, {{kFounded, "yes"}}, &why)) {
+            Console::Get().Log("error", why);
+            *change = Only(SettingsChange::Result::Unshared);
+            return {};
+        }
+    }
+    *change = TakeShared();
+    return {};
+}
+
+void Settings::Follow() {
+    // Who changes something takes over what has come as well.
+    const std::unique_lock changing(m_changing, std::try_to_lock);
+    if (!changing)
+        return;
+    const std::unique_lock lock(m_mutex, std::try_to_lock);
+    if (!lock || !m_shared || m_shared->Refresh().empty())
+        return;
+    const SettingsChange change = TakeShared();
+    if (change.result != SettingsChange::Result::Done && change.result != SettingsChange::Result::NotWritten)
+        Console::Get().Log("error", "the settings that other hosts have changed could not be taken over");
+}
+
+SettingsChange Settings::Set(std::unique_lock<std::mutex>& lock, const SettingsDocument& document,
+                             const SettingsDocument& former) {
+    if (!m_shared)
+        return SetHere(document, former);
+    if (!m_shared->IsRead())
+        return Only(SettingsChange::Result::Unshared);
+    // A part that the document does not have stays as it is.
+    std::optional<SettingsDocument> whole;
+    if (!document.Host() || !ElementAt(document.Root(), u"cams")) {
+        whole = SettingsDocument::Parse(former.Text());
+        if (document.Host())
+            whole->SetHost(*document.Host());
+        if (ElementAt(document.Root(), u"cams"))
+            PutSharedValues(*whole, SharedValues(document));
+    }
+    const SettingsDocument& wanted = whole ? *whole : document;
+    return Put(lock, m_shared->ChangesBetween(SharedValues(former), SharedValues(wanted)), &wanted);
+}
+
+SettingsChange Settings::Put(std::unique_lock<std::mutex>& lock, const std::vector<Store::Change>& changes,
+                             const SettingsDocument* wanted) {
+    using enum SettingsChange::Result;
+    const auto store = m_shared->Source();
+    lock.unlock();
+    const auto outcomes = store->Write(changes);
+    lock.lock();
+    (void)m_shared->Settle(changes, outcomes);
+    std::vector<std::string> conflicts;
+    bool reached = true;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        if (outcomes[i].result == Store::Result::Done)
+            continue;
+        conflicts.push_back(SharedCamera(changes[i].key));
+        if (outcomes[i].result == Store::Result::Conflict)
+            continue;
+        if (reached)
+            Console::Get().Log("error", outcomes[i].why);
+        reached = false;
+    }
+    // Also where nothing of it stands: others have changed something.
+    const bool some = conflicts.size() < changes.size();
+    SettingsChange change = TakeShared(some ? wanted : nullptr);
+    if (change.result != Done && change.result != NotWritten)
+        return change;
+    if (!changes.empty() && !some)
+        change.result = reached ? Outdated : Unshared;
+    change.conflicts = std::move(conflicts);
+    return change;
+}
+
+SettingsChange Settings::TakeShared(const SettingsDocument* wanted) {
+    const auto text = Get();
+    const auto present = text ? SettingsDocument::Parse(*text) : std::nullopt;
+    auto document = text ? SettingsDocument::Parse(wanted != nullptr ? wanted->Text() : *text) : std::nullopt;
+    const StoreMirror::Values values = m_shared->ValuesNow();
+    if (!present || !document)
+        return Only(SettingsChange::Result::NotReady);
+    // Of a store that was lost nothing is taken over.
+    if (!IsFounded(*m_shared))
+        return Only(SettingsChange::Result::Unshared);
+    PutSharedValues(*document, values);
+    SettingsChange change;
+    if (document->Cameras() != present->Cameras() || document->Host() != present->Host()) {
+        change = SetHere(*document, *present);
+    } else {
+        change.result = m_written ? SettingsChange::Result::Done : SettingsChange::Result::NotWritten;
+        change.now = ReadingOf(*SettingsDocument::Parse(*text), *text);
+    }
+    change.cameras = document->Cameras();
+    return change;
+}
+
+SettingsChange Settings::SetHere(const SettingsDocument& document, const SettingsDocument& former) {
     using enum SettingsChange::Result;
     const platform::FileStamp before = platform::StampOf(m_file);
     SettingsChange change;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -14,6 +15,7 @@
 #include "host/feed/feed_table.h"
 #include "host/settings/document.h"
 #include "host/settings/file.h"
+#include "host/settings/shared.h"
 #include "host/users/authenticator.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/com.h"
@@ -31,6 +33,7 @@ struct SettingsChange {
         Done,
         NotWritten, // in force, but not on disk: the next start knows nothing of it
         Outdated,   // the settings are not those that the change was made to any more
+        Unshared,   // the store that hosts share could not be reached: nothing was changed
         NoDocument,
         Unsound, // see `problems`: it would be taken in part, or was, and the former settings are back
         Refused, // by the component, with `status`
@@ -42,11 +45,19 @@ struct SettingsChange {
     std::vector<SettingsProblem> problems{};
     SettingsReading now{}; // with Done and NotWritten: the settings as the component has taken them
     std::vector<CameraEntry> cameras{}; // of ChangeCameras, with Done and NotWritten: as they are then
+    // With Done and NotWritten, where hosts share the settings: cameras that another host has changed at the
+    // same time. They are as that host wants them; an empty name is the address.
+    std::vector<std::string> conflicts{};
 };
 
 // Changes come one behind the other. Any thread.
 //
-// Locks: m_mutex is held while the component is called, which takes its own lock and calls the feeds, and
+// Where hosts share the settings, the store has what holds: a change is put there first, camera by camera,
+// and what comes of it is handed to the component, which writes its file; the file follows, as the last known
+// state.
+//
+// Locks: m_changing is held by who changes something, also while it waits for the store, and stands before
+// m_mutex. m_mutex is held while the component is called, which takes its own lock and calls the feeds, and
 // while the listener is; none of these calls this object.
 class Settings {
 public:
@@ -62,6 +73,22 @@ public:
 
     // Null lets go of it; nothing can be read or changed then. Reads the cameras.
     void SetConfiguration(platform::ComPtr<IConfiguration> configuration);
+
+    // The cameras and the address are those of the store from now on. Before there are several threads, and
+    // with the component.
+    void Share(std::shared_ptr<Store> store);
+    // Whether the store has told what is in it.
+    [[nodiscard]] bool IsShared();
+    // Whether a store has settings of somebody.
+    [[nodiscard]] static bool IsFounded(const StoreMirror& store);
+    // Behind that. A store that nobody has founded gets the settings as they are here with Merge alone, and a
+    // host without cameras takes what is there. Otherwise returns what differs, a line each, where there is
+    // something and it is not said what is to become of it: nothing has changed then. `change` tells whether
+    // it went well.
+    std::vector<std::string> Join(Joining how, SettingsChange* change);
+    // Takes over what other hosts have changed since: to be called some times a second, so that what comes
+    // together is one change of the component.
+    void Follow();
 
     // Where phones reach this server. Every change from then on leaves an address in the settings: this one
     // where none stands, or one that the host entered while it listened elsewhere.
@@ -99,8 +126,15 @@ public:
 private:
     // With m_mutex held, all of them.
     std::optional<std::u16string> Get();
+    // Puts into the shared store what a document changes, without the lock, and takes what is in it then.
+    SettingsChange Set(std::unique_lock<std::mutex>& lock, const SettingsDocument& document,
+                       const SettingsDocument& former);
+    SettingsChange Put(std::unique_lock<std::mutex>& lock, const std::vector<Store::Change>& changes,
+                       const SettingsDocument* wanted = nullptr);
+    // Hands over what is in the store; with the cameras in the order of `wanted`.
+    SettingsChange TakeShared(const SettingsDocument* wanted = nullptr);
     // Hands a document over so that, whatever comes of it, all of it is in force or all of the former one.
-    SettingsChange Set(const SettingsDocument& document, const SettingsDocument& former);
+    SettingsChange SetHere(const SettingsDocument& document, const SettingsDocument& former);
     // The settings as they are then; nothing when the component gives none.
     std::optional<SettingsDocument> PutBack(const SettingsDocument& former);
     // For a browser, with marks where no phone could sign in.
@@ -114,7 +148,9 @@ private:
     CameraListener m_listener;
     const std::string m_file;
     const std::string m_run; // of a version: no other run of the host has the same
-    std::mutex m_mutex;      // everything below
+    std::mutex m_changing;
+    std::mutex m_mutex; // everything below
+    std::optional<StoreMirror> m_shared;
     PhoneAddress m_address;
     std::atomic<bool> m_there{false};  // there is a component
     std::atomic<bool> m_written{true}; // the last change is on disk

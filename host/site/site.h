@@ -38,6 +38,7 @@ struct SiteParts {
     Sessions& sessions;
     Phones& phones;
     Tokens& tokens;
+    std::shared_ptr<Store> links; // of phones' links; null: they end with the host
     Settings& settings;
     EventLog& events;
     PreferenceStore& preferences;
@@ -89,11 +90,14 @@ struct Site {
                    parts.language, pageToken,    parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
-          events{parts.events, limits, loops}, links{parts.authenticator, parts.authority,
-                                                     parts.certificates != nullptr, language,
+          events{parts.events, limits, loops}, links{parts.authenticator,
+                                                     parts.authority,
+                                                     parts.certificates != nullptr,
+                                                     language,
                                                      [this](const Request& request, std::string_view login) {
                                                          return mobile.Content(request, login);
-                                                     }},
+                                                     },
+                                                     parts.links},
           phone{{parts.handlers, parts.feeds, parts.authenticator, parts.phones, counters},
                 phoneCookie,
                 limits,

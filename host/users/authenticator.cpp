@@ -35,7 +35,7 @@ void TellChange(EventLog& events, EventKind kind, const Request& request, const 
 Authenticator::Authenticator(UserStore store, std::chrono::milliseconds maxThrottleWait, const Wakeup& stop,
                              std::string placesFile)
     : m_stop(stop), m_places(std::move(placesFile)), m_throttle(maxThrottleWait, m_places),
-      m_store(std::move(store)) {}
+      m_shared(store.Source()->IsShared()), m_store(std::move(store)) {}
 
 SignIn Authenticator::Check(std::string_view authorization, const PeerAddress& peer) {
     auto credentials = ParseBasic(authorization);
@@ -252,8 +252,31 @@ std::string Authenticator::DigestOf(const Sessions::Owner& owner) const {
 }
 
 void Authenticator::Refresh() {
-    const std::lock_guard guard(m_mutex);
+    const std::unique_lock changing(m_changing, std::try_to_lock);
+    std::unique_lock lock(m_mutex);
     RefreshUsers();
+    if (m_unwritten && changing) {
+        m_unwritten = false;
+        m_unwritten = !WriteUsers(lock);
+    }
+}
+
+bool Authenticator::WriteUsers(std::unique_lock<std::mutex>& lock) {
+    const auto changes = m_store.ChangesTo(m_store.Users());
+    const auto store = m_store.Source();
+    lock.unlock();
+    const auto outcomes = store->Write(changes);
+    lock.lock();
+    m_store.Settle(changes, outcomes);
+    for (const Store::Outcome& outcome : outcomes) {
+        if (outcome.why.empty())
+            continue;
+        // That others cannot be reached is told once.
+        if (!m_shared)
+            Console::Get().Log("error", outcome.why);
+        return false;
+    }
+    return true;
 }
 
 bool Authenticator::MayChangePassword(const SignIn& visitor) const {
@@ -303,9 +326,9 @@ Authenticator::UserChange Authenticator::Keep(std::unique_lock<std::mutex>& lock
     if (std::ranges::none_of(wanted, [](const auto& item) { return item.second.kind == UserKind::Admin; }))
         return UserChange::LastAdmin;
     const auto changes = m_store.ChangesTo(wanted);
-    const auto entries = m_store.Entries();
+    const auto store = m_store.Source();
     lock.unlock();
-    const auto outcomes = entries->Write(changes);
+    const auto outcomes = store->Write(changes);
     lock.lock();
     m_store.Settle(changes, outcomes);
     m_verified.erase(login);
@@ -432,7 +455,10 @@ void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
     const CameraNames gone = m_cameras.Set(cameras);
     if (gone.empty())
         return;
-    const std::lock_guard changing(m_changing);
+    // The settings' lock is held here, and hosts that share the users can be far away: see Refresh.
+    std::unique_lock changing(m_changing, std::defer_lock);
+    if (!m_shared)
+        changing.lock();
     std::unique_lock lock(m_mutex);
     RefreshUsers(); // what --add-user wrote meanwhile stays
     bool changed = false;
@@ -443,19 +469,11 @@ void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
         m_store.Set(login, std::move(user));
         changed = true;
     }
-    if (!changed)
-        return;
-    const auto changes = m_store.ChangesTo(m_store.Users());
-    const auto entries = m_store.Entries();
-    lock.unlock();
-    const auto outcomes = entries->Write(changes);
-    lock.lock();
-    m_store.Settle(changes, outcomes);
-    // In force all the same, and written with the next change.
-    for (const Store::Outcome& outcome : outcomes) {
-        if (!outcome.why.empty())
-            return Console::Get().Log("error", outcome.why);
-    }
+    // In force in any case, and written with the next change if not now.
+    if (changed && m_shared)
+        m_unwritten = true;
+    else if (changed)
+        (void)WriteUsers(lock);
 }
 
 bool Authenticator::IsTaken(std::string_view login) const {

@@ -81,7 +81,7 @@ public:
     // What the password of a session's owner is stored as, and its kind, in a digest; empty where there is no
     // such user.
     std::string DigestOf(const Sessions::Owner& owner) const;
-    // Looks now whether the file has changed.
+    // Looks now whether the file has changed: to be called twice a second.
     void Refresh();
     // Users of the file may; the password of a camera is one of the settings, and everybody knows the demo's.
     [[nodiscard]] bool MayChangePassword(const SignIn& visitor) const;
@@ -165,9 +165,11 @@ private:
     };
     using FlightKey = std::tuple<std::string, std::string, std::string>; // address, login, password
 
-    void RefreshUsers();                              // with m_mutex held
-    void ForgetTokens();                              // of who is gone; with m_mutex held
-    [[nodiscard]] std::string VersionOfUsers() const; // with m_mutex held
+    // Puts into the store what is in force and not there. False when that was not possible.
+    bool WriteUsers(std::unique_lock<std::mutex>& lock); // as Keep
+    void RefreshUsers();                                 // with m_mutex held
+    void ForgetTokens();                                 // of who is gone; with m_mutex held
+    [[nodiscard]] std::string VersionOfUsers() const;    // with m_mutex held
     // Nothing: the user goes. With m_changing and m_mutex held, the latter not while the store is written.
     UserChange Keep(std::unique_lock<std::mutex>& lock, const std::string& login, std::optional<User> user);
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
@@ -188,9 +190,11 @@ private:
     SignInPlaces m_places;
     Throttle m_throttle;
     CheckQueue m_checks;
+    const bool m_shared;        // the users are those of several hosts
     std::mutex m_changing;      // held by who changes users, also while they are written; before m_mutex
     mutable std::mutex m_mutex; // everything below
     UserStore m_store;
+    bool m_unwritten = false;                   // what leaves the lists of users with its camera
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
     std::map<std::pair<std::string, bool>, std::string> m_tokens; // by login, and whether it is a camera's
     std::map<FlightKey, std::shared_ptr<Flight>> m_flights;

@@ -139,57 +139,37 @@ bool IsWeakPassword(std::string_view password) noexcept {
     return static_cast<std::size_t>(std::ranges::count_if(password, begins)) < kGoodPasswordCharacters;
 }
 
-UserStore::UserStore(std::string path)
-    : UserStore(std::make_shared<TextStore>(
-          std::move(path),
-          TextStore::Format{
-              .title = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash, and "
-                       "where there is one a list of cameras.\n"
-                       "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND",
-              .what = "users file",
-              .key = "login",
-              .check = [](const TextLine& line) { return ReadUser(line).wrong; },
-              .strict = true})) {}
+std::shared_ptr<Store> UserStore::InFile(std::string path) {
+    return std::make_shared<TextStore>(
+        std::move(path),
+        TextStore::Format{
+            .title = "# Users of the host: login, kind (admin, viewer, phone), mark, password hash, and "
+                     "where there is one a list of cameras.\n"
+                     "# Add one with: morrowstream-host --data FOLDER --add-user NAME --kind KIND",
+            .what = "users file",
+            .key = "login",
+            .check = [](const TextLine& line) { return ReadUser(line).wrong; },
+            .strict = true});
+}
 
-UserStore::UserStore(std::shared_ptr<Store> entries) : m_store(std::move(entries)) {
-    m_watching = m_store->Watch([inbox = m_inbox](std::span<const Store::Update> updates) {
-        const std::lock_guard guard(inbox->mutex);
-        inbox->updates.insert(inbox->updates.end(), updates.begin(), updates.end());
-    });
+UserStore::UserStore(std::shared_ptr<Store> entries) : m_entries(std::move(entries)) {
     (void)Refresh();
 }
 
 bool UserStore::Refresh() {
-    m_store->Refresh();
-    std::vector<Store::Update> updates;
-    {
-        const std::lock_guard guard(m_inbox->mutex);
-        updates.swap(m_inbox->updates);
-    }
-    bool changed = false;
-    for (Store::Update& update : updates) {
-        const auto found = m_entries.find(update.key);
-        // Changes of one's own come back.
-        if (update.revision <= (found != m_entries.end() ? found->second.revision : 0))
-            continue;
-        Take(update.key, update.value ? std::optional(Store::Entry{*std::move(update.value), update.revision})
-                                      : std::nullopt);
-        changed = true;
-    }
-    return changed;
+    return Take(m_entries.Refresh());
 }
 
-void UserStore::Take(const std::string& login, std::optional<Store::Entry> entry) {
-    if (!entry) {
-        m_entries.erase(login);
-        Remove(login);
-        return;
+bool UserStore::Take(std::span<const Store::Update> updates) {
+    for (const auto& [login, value, revision] : updates) {
+        const auto lines = ReadTextTable(login + '\t' + value.value_or(""));
+        ReadLine read = value && lines.size() == 1 ? ReadUser(lines[0]) : ReadLine{"no user", {}};
+        if (read.wrong.empty())
+            Set(login, std::move(read.user));
+        else
+            Remove(login);
     }
-    const auto lines = ReadTextTable(login + '\t' + entry->value);
-    ReadLine read = lines.size() == 1 ? ReadUser(lines[0]) : ReadLine{"no user", {}};
-    if (read.wrong.empty())
-        Set(login, std::move(read.user));
-    m_entries.insert_or_assign(login, *std::move(entry));
+    return !updates.empty();
 }
 
 void UserStore::Set(const std::string& login, User user) {
@@ -202,35 +182,19 @@ void UserStore::Remove(std::string_view login) {
 }
 
 std::vector<Store::Change> UserStore::ChangesTo(const UserMap& wanted) const {
-    std::vector<Store::Change> changes;
-    for (const auto& [login, user] : wanted) {
-        std::string value = ValueOf(user);
-        const auto found = m_entries.find(login);
-        if (found == m_entries.end() || found->second.value != value)
-            changes.push_back(
-                {login, std::move(value), found != m_entries.end() ? found->second.revision : 0});
-    }
-    for (const auto& [login, entry] : m_entries) {
-        if (!wanted.contains(login))
-            changes.push_back({login, std::nullopt, entry.revision});
-    }
-    return changes;
+    StoreMirror::Values values;
+    for (const auto& [login, user] : wanted)
+        values.emplace_hint(values.end(), login, ValueOf(user));
+    return m_entries.ChangesTo(values);
 }
 
 void UserStore::Settle(std::span<const Store::Change> changes, std::span<const Store::Outcome> outcomes) {
-    (void)Refresh();
-    for (std::size_t i = 0; i < changes.size(); ++i) {
-        const auto& [login, value, follows] = changes[i];
-        if (outcomes[i].result == Store::Result::Done)
-            Take(login, value ? std::optional(Store::Entry{*value, outcomes[i].revision}) : std::nullopt);
-        else if (outcomes[i].result == Store::Result::Conflict)
-            Take(login, outcomes[i].present);
-    }
+    (void)Take(m_entries.Settle(changes, outcomes));
 }
 
 void UserStore::Save() {
     const auto changes = ChangesTo(m_users);
-    const auto outcomes = m_store->Write(changes);
+    const auto outcomes = Source()->Write(changes);
     Settle(changes, outcomes);
     for (const Store::Outcome& outcome : outcomes) {
         if (outcome.result == Store::Result::Conflict)

@@ -7,14 +7,13 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/base/store.h"
+#include "host/base/store_mirror.h"
 #include "host/users/rights.h"
 
 namespace host {
@@ -69,7 +68,8 @@ public:
     // In a file. Throws StartError for one that cannot be read or holds a line that is no user: going on
     // without it would lock people out, or lose them at the next write. A login that CheckLogin refuses only
     // for a sign that phones cannot send is somebody's already, and stays.
-    explicit UserStore(std::string path);
+    explicit UserStore(std::string path) : UserStore(InFile(std::move(path))) {}
+    static std::shared_ptr<Store> InFile(std::string path);
     explicit UserStore(std::shared_ptr<Store> entries);
 
     [[nodiscard]] const UserMap& Users() const noexcept { return m_users; }
@@ -82,26 +82,16 @@ public:
     // that was not possible.
     void Save();
 
-    // The same in three steps, so that nobody waits under the lock of who guards this: what is to be changed
-    // so that the store has these users, Write of the store by itself, and what became of it. A change that
-    // was carried out is in force from then on; in place of one that somebody else came before, theirs is.
+    // The same in the three steps of a mirror. A change that was carried out is in force with Settle.
     [[nodiscard]] std::vector<Store::Change> ChangesTo(const UserMap& wanted) const;
-    [[nodiscard]] const std::shared_ptr<Store>& Entries() const noexcept { return m_store; }
+    [[nodiscard]] const std::shared_ptr<Store>& Source() const noexcept { return m_entries.Source(); }
     void Settle(std::span<const Store::Change> changes, std::span<const Store::Outcome> outcomes);
 
 private:
-    struct Inbox {
-        std::mutex mutex;
-        std::vector<Store::Update> updates; // that came since the last Refresh
-    };
-    // As the store has it; nothing: it has none.
-    void Take(const std::string& login, std::optional<Store::Entry> entry);
+    bool Take(std::span<const Store::Update> updates);
 
-    std::shared_ptr<Store> m_store;
+    StoreMirror m_entries;
     UserMap m_users;
-    std::map<std::string, Store::Entry, std::less<>> m_entries; // as the store has them
-    std::shared_ptr<Inbox> m_inbox = std::make_shared<Inbox>();
-    Store::Watching m_watching;
 };
 
 } // namespace host

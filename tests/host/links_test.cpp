@@ -8,6 +8,7 @@
 #include "host/site/links/pages.h"
 #include "host/site/links/qr_code.h"
 #include "rig.h"
+#include "support/SharedStore.h"
 
 namespace host::test {
 namespace {
@@ -33,6 +34,40 @@ TEST(LinkTable, ALinkIsGoodOnceAndNotForLong) {
         ASSERT_TRUE(table->Make("yard", now));
     EXPECT_FALSE(table->Make("yard", now));
     EXPECT_TRUE(table->Make("yard", now + LinkTable::kLifetime)) << "the old ones make room";
+}
+
+TEST(LinkTable, ALinkIsGoodOnceAmongAllHosts) {
+    const auto store = std::make_shared<support::SharedStore>();
+    const auto first = std::make_shared<LinkTable>(store);
+    const auto second = std::make_shared<LinkTable>(store);
+    const auto link = first->Make("yard \t1");
+    ASSERT_TRUE(link);
+    ASSERT_TRUE(second->Find(link->token));
+    EXPECT_EQ(second->Find(link->token)->camera, "yard \t1");
+    {
+        // Both want it, and neither has heard of the other.
+        store->SetLate(true);
+        const auto use = second->Use(link->token);
+        EXPECT_TRUE(use);
+        EXPECT_FALSE(first->Use(link->token));
+        store->SetLate(false);
+        EXPECT_FALSE(first->Use(link->token));
+    }
+    {
+        auto use = first->Use(link->token);
+        ASSERT_TRUE(use) << "what did not arrive there may be fetched here";
+        use->Done();
+    }
+    EXPECT_FALSE(second->Find(link->token));
+    const auto other = second->Make("gate");
+    ASSERT_TRUE(other);
+    store->SetAway(true);
+    EXPECT_FALSE(first->Use(other->token)) << "nobody knows whether it was used";
+    EXPECT_FALSE(first->Make("gate"));
+    store->SetAway(false);
+    EXPECT_TRUE(first->Use(other->token));
+    EXPECT_TRUE(second->Revoke(other->token));
+    EXPECT_FALSE(first->Find(other->token));
 }
 
 constexpr const char16_t* kArchive = u"content-type: application/java-archive\n";
@@ -157,9 +192,9 @@ TEST(Links, AddressesForOthers) {
     EXPECT_EQ(reached.site.links.OldAddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/get/t");
     EXPECT_EQ(reached.site.links.OldAddressOf(link, "cams.example"), "http://cams.example/get/t");
     EXPECT_EQ(reached.site.links.AddressOf(link, "localhost:8080"), "http://192.0.2.7:8080/phone#t");
-    const LinkPages secure(reached.authenticator, "192.0.2.7:8080", true, "", {});
+    const LinkPages secure(reached.authenticator, "192.0.2.7:8080", true, "", {}, nullptr);
     EXPECT_EQ(secure.AddressOf(link, "localhost:8080"), "https://192.0.2.7:8080/phone#t");
-    EXPECT_EQ(LinkPages(reached.authenticator, "", true, "", {}).AddressOf(link, "localhost:8080"),
+    EXPECT_EQ(LinkPages(reached.authenticator, "", true, "", {}, nullptr).AddressOf(link, "localhost:8080"),
               "http://localhost:8080/phone#t");
 }
 

@@ -53,6 +53,12 @@ TEST(Options, BadOnesAreNamed) {
         {"--listen 8080", "--listen takes ADDR:PORT with a numeric address, not \"8080\""},
         {"--seconds 0", "--seconds takes a number from 1 to 31536000, not \"0\""},
         {"--max-pixels 67108865", "--max-pixels takes a number from 1 to 67108864, not \"67108865\""},
+        {"--cluster 10.0.0.1:4222", "--cluster takes nats://HOST:PORT or tls://HOST:PORT, with commas "
+                                    "between them, not \"10.0.0.1:4222\""},
+        {"--cluster nats://a:1,tls://b:2 --node a --public c:80",
+         "--cluster needs --node, --cluster-secret and --public"},
+        {"--cluster-join=take", "--node and the options of --cluster go with --cluster"},
+        {"--node a.b", "--node takes letters, digits, - and _, 64 at most, not \"a.b\""},
         {"--kind viewer", "--add-user and --kind go together"},
         {"--cameras a", "--cameras goes with --add-user"},
         {"--add-user ann --kind king", "--kind takes admin, viewer or phone, not \"king\""},

@@ -168,6 +168,7 @@ public:
                          .sessions = sessions,
                          .phones = phones,
                          .tokens = tokens,
+                         .links = nullptr,
                          .settings = settings,
                          .events = events,
                          .preferences = preferences,

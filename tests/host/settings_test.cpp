@@ -6,9 +6,11 @@
 #include <filesystem>
 
 #include "host/preferences/document.h"
+#include "host/preferences/shared.h"
 #include "host/preferences/store.h"
 #include "host/rig.h"
 #include "host/settings/file.h"
+#include "support/SharedStore.h"
 
 namespace host::test {
 namespace {
@@ -254,6 +256,73 @@ TEST_F(SettingsTest, OfTheHostsOwnAreMadeFromTheTemplate) {
     EXPECT_EQ(rig.Get("/readyz").status, 503U);
 }
 
+TEST_F(SettingsTest, OfTwoHostsAreOneAndConflictsComeBack) {
+    using enum SettingsChange::Result;
+    const auto store = std::make_shared<support::SharedStore>();
+    Rig other(LongLimits());
+    other.configuration->m_text = SettingsText(CameraItem(u"gate", u"another") + CameraItem(u"porch", u""));
+    const auto names = [](Rig& host) {
+        std::string all;
+        const auto reading = host.settings.Cameras();
+        for (const CameraEntry& camera : reading->cameras)
+            all += (all.empty() ? "" : " ") + camera.name + ":" + camera.password;
+        return all;
+    };
+    SettingsChange joined;
+    rig.settings.Share(store);
+    EXPECT_THAT(rig.settings.Join(Joining::Take, &joined), testing::IsEmpty());
+    EXPECT_EQ(joined.result, Unshared) << "there is nothing to take";
+    EXPECT_THAT(rig.settings.Join(Joining::Merge, &joined), testing::IsEmpty());
+    EXPECT_EQ(joined.result, Done) << "who comes first founds";
+    other.settings.Share(store);
+    EXPECT_THAT(other.settings.Join(Joining::Refuse, &joined),
+                testing::ElementsAre("the camera \"gate\" has another password there",
+                                     "the camera \"open\" is not here", "the camera \"porch\" is not there",
+                                     "the camera \"yard\" is not here"));
+    EXPECT_EQ(names(other), "gate:another porch:");
+    EXPECT_THAT(other.settings.Join(Joining::Merge, &joined), testing::IsEmpty());
+    EXPECT_EQ(joined.result, Done);
+    EXPECT_EQ(names(other), "gate:geheim porch: open: yard:демо");
+    rig.settings.Follow();
+    EXPECT_EQ(names(rig), "gate:geheim open: yard:демо porch:");
+
+    // A save writes what it changes, and what somebody was faster with comes back.
+    const auto written = store->Written();
+    const Reply read = Get(kDocument);
+    EXPECT_EQ(Write(Replaced(read.body, " stored=\"2\">••••••••<", ">neu<"), read.Header("ETag")).status,
+              200U);
+    EXPECT_EQ(store->Written(), written + 1);
+    const auto all = [](const auto&) { return true; };
+    const std::vector<CameraChange> changes{{.name = "yard", .password = "mine"},
+                                            {.name = "tor", .password = "t"}};
+    const SettingsChange partly = other.settings.ChangeCameras(changes, all);
+    EXPECT_EQ(partly.result, Done);
+    EXPECT_THAT(partly.conflicts, testing::ElementsAre("yard"));
+    EXPECT_EQ(names(other), "gate:geheim porch: open: yard:neu tor:t");
+    EXPECT_EQ(other.authenticator.CameraPassword("yard"), "neu");
+    EXPECT_EQ(rig.settings.ChangeCameras(std::vector<CameraChange>{{.name = "tor", .password = "late"}}, all)
+                  .result,
+              Outdated)
+        << "of nothing else";
+    const Reply again = Get(kDocument);
+    EXPECT_EQ(
+        other.settings.ChangeCameras(std::vector<CameraChange>{{.name = "open", .remove = true}}, all).result,
+        Done);
+    const Reply both =
+        Write(Replaced(Replaced(again.body, ">open<", ">shut<"), ">porch<", ">door<"), again.Header("ETag"));
+    EXPECT_EQ(both.status, 200U);
+    EXPECT_EQ(both.Header("X-Settings-Conflicts"), "open");
+
+    // Out of reach nothing changes, and all heals by itself.
+    store->SetAway(true);
+    const Reply away = Get(kDocument);
+    EXPECT_EQ(Write(Replaced(away.body, ">gate<", ">away<"), away.Header("ETag")).status, 503U);
+    EXPECT_EQ(names(rig), "gate:geheim shut: yard:neu door: tor:t");
+    store->SetAway(false);
+    other.settings.Follow();
+    EXPECT_EQ(names(other), "gate:geheim yard:neu tor:t door: shut:");
+}
+
 TEST(SettingsFile, IsKeptAsideWhenItIsNotServedWhole) {
     ASSERT_EQ(S_OK, platform::RegisterConfigDocumentClass());
     const TempFolder folder;
@@ -338,6 +407,45 @@ TEST_F(PreferencesTest, HoldAtOnceAndOverARestart) {
     EXPECT_EQ(now->Of("gate").mask.Text(), mask);
     EXPECT_EQ(now->Of("new"), CameraPreferences{});
     EXPECT_EQ(now->cameras.size(), 2U) << "a camera that is gone leaves";
+}
+
+TEST_F(PreferencesTest, OfTwoHostsAreOne) {
+    using enum PreferenceChange::Result;
+    const auto shared = std::make_shared<support::SharedStore>();
+    PreferenceStore other(folder.File("Other.xml"));
+    other.Follow({"Двор"});
+    PreferenceChange joined;
+    EXPECT_EQ(Write(">7</days>", ">14</days>").result, Done);
+    store->Share(shared);
+    EXPECT_THAT(store->Join(Joining::Merge, &joined), testing::IsEmpty());
+    EXPECT_EQ(joined.result, Done);
+    other.Share(shared);
+    EXPECT_THAT(other.Join(Joining::Refuse, &joined), testing::IsEmpty()) << "it has none of its own";
+    EXPECT_EQ(other.Now()->recording.days, 14);
+    PreferenceStore third(folder.File("Third.xml"));
+    EXPECT_EQ(third.Write(Replaced(third.Read().xml, ">7</days>", ">9</days>"), "").result, Done);
+    third.Share(shared);
+    EXPECT_THAT(third.Join(Joining::Refuse, &joined), testing::ElementsAre("the preferences differ"));
+
+    // Of a camera that the other host does not know yet.
+    EXPECT_EQ(Write("@record\">off<", "@record\">motion<").result, Done);
+    other.FollowOthers();
+    other.Follow({"gate", "Двор"});
+    EXPECT_EQ(*other.Now(), *store->Now());
+    EXPECT_EQ(other.Now()->Of("gate").record, RecordMode::OnMotion);
+
+    EXPECT_EQ(Write(">14</days>", ">20</days>").result, Done);
+    EXPECT_EQ(other.Write(Replaced(other.Read().xml, ">14</days>", ">30</days>"), "").result, Outdated);
+    EXPECT_EQ(other.Now()->recording.days, 20);
+    shared->SetAway(true);
+    EXPECT_EQ(Write(">20</days>", ">30</days>").result, Unshared);
+    EXPECT_EQ(store->Now()->recording.days, 20);
+    shared->SetAway(false);
+
+    // What is said of a camera goes with it.
+    store->Follow({"Двор"});
+    store->FollowOthers();
+    EXPECT_EQ(shared->Get(PreferenceKey("gate")).entry, std::nullopt);
 }
 
 TEST_F(PreferencesTest, AreRefusedWithThePlace) {

@@ -9,6 +9,7 @@
 
 #include <sys/stat.h>
 
+#include "host/base/kept_store.h"
 #include "host/base/start_error.h"
 #include "host/main/data_folder.h"
 #include "host/users/authenticator.h"
@@ -18,6 +19,7 @@
 #include "host/users/throttle.h"
 #include "platform/files.h"
 #include "platform/text.h"
+#include "support/SharedStore.h"
 #include "support/Wait.h"
 #include "support/temp_folder.h"
 
@@ -392,6 +394,133 @@ TEST(Authenticator, ChecksFewOfManyGuessesAndOneOfManyThatAreTheSame) {
     EXPECT_EQ(results("bob", 60, same), (std::array{60, 0, 0, 0})) << "from the same address";
     EXPECT_EQ(authenticator.Check(Basic("ann:right"), {"192.0.2.2", "192.0.2.2"}).result,
               SignIn::Result::Known);
+}
+
+// Two hosts, each with a table of its own, over one store.
+TEST(SharedTables, OfSessionsBeginAndEndEverywhere) {
+    const auto store = std::make_shared<support::SharedStore>();
+    std::string present = "digest"; // of the password, as far as the second host has heard
+    Sessions first(store, [](const Sessions::Owner&) { return std::string("digest"); });
+    Sessions second(store, [&](const Sessions::Owner&) { return present; });
+    const auto now = SecretRecord::Now();
+    const auto there = [&](Sessions& host, const std::string& id, std::chrono::minutes later = 0min) {
+        return host.Find(id, true, now + later).has_value();
+    };
+    const std::string a = first.Begin({"ann"}, true, now);
+    EXPECT_TRUE(there(second, a));
+
+    // Use on one host counts on the other, once it is told.
+    EXPECT_TRUE(there(second, a, 300min));
+    EXPECT_TRUE(second.Save());
+    first.Sweep(now + Sessions::kIdle + 1min);
+    EXPECT_TRUE(there(first, a, 301min));
+
+    // A password that the second host has not heard of: nothing for that one, and no end for the first.
+    present = "former";
+    const std::string b = first.Begin({"ann"}, true, now);
+    second.Sweep(now);
+    EXPECT_FALSE(there(second, b));
+    EXPECT_TRUE(there(first, b));
+    present = "digest";
+    EXPECT_TRUE(there(second, b));
+
+    // A sign-out ends what is held elsewhere.
+    bool ended = false;
+    const auto held = second.Hold(b, [&] { ended = true; });
+    first.End(b);
+    EXPECT_TRUE(ended);
+    EXPECT_FALSE(there(second, b));
+
+    // Out of reach: each host goes on by itself, and tells later. What has ended does so although somebody
+    // has used it meanwhile.
+    const std::string c = first.Begin({"ann"}, true, now);
+    store->SetAway(true);
+    const std::string d = first.Begin({"ann"}, true, now);
+    EXPECT_TRUE(there(first, d));
+    EXPECT_FALSE(there(second, d));
+    second.End(c);
+    EXPECT_FALSE(first.Save());
+    EXPECT_FALSE(second.Save());
+    EXPECT_TRUE(there(first, c, 1min));
+    store->SetAway(false);
+    EXPECT_TRUE(first.Save());
+    EXPECT_TRUE(there(second, d));
+    EXPECT_TRUE(second.Save());
+    EXPECT_FALSE(there(first, c));
+    const Sessions third(store, [](const Sessions::Owner&) { return std::string("digest"); });
+    EXPECT_EQ(store->Get(Sha256(c)).entry, std::nullopt);
+}
+
+TEST(SharedTables, OfUsersTakeOneOfTwoChangesOfOneUser) {
+    const auto store = std::make_shared<support::SharedStore>();
+    UserStore founder(store);
+    founder.Set("ann", {UserKind::Admin, false, HashPassword("a")});
+    founder.Set("bob", {UserKind::Viewer, false, "x"});
+    founder.Save();
+    const Wakeup stop;
+    Authenticator first(std::move(founder), 0ms, stop);
+    Authenticator second(UserStore(store), 0ms, stop);
+    using Change = Authenticator::UserChange;
+    const auto list = [](const char* camera) {
+        return Authenticator::UserWish{.cameras = CameraNames{camera}};
+    };
+    EXPECT_EQ(first.PutUser("bob", list("yard")), Change::Changed);
+    second.Refresh();
+    EXPECT_EQ(second.Find("bob")->cameras, CameraNames{"yard"});
+    store->SetLate(true);
+    EXPECT_EQ(first.PutUser("bob", list("gate")), Change::Changed);
+    EXPECT_EQ(second.PutUser("bob", list("tor")), Change::Outdated);
+    EXPECT_EQ(second.Find("bob")->cameras, CameraNames{"gate"}) << "the one that came first holds";
+    EXPECT_EQ(second.RemoveUser("ann"), Change::LastAdmin);
+    EXPECT_EQ(second.RemoveUser("bob"), Change::Changed);
+    EXPECT_TRUE(first.Find("bob"));
+    store->SetLate(false);
+    first.Refresh();
+    EXPECT_FALSE(first.Find("bob"));
+    store->SetAway(true);
+    EXPECT_EQ(second.PutUser("ann", list("yard")), Change::NotWritten);
+    EXPECT_FALSE(second.Find("ann")->cameras) << "what is not written is not in force";
+}
+
+TEST(SharedTables, StartWithWhatWasKnownLast) {
+    const TempFolder folder;
+    const std::string path = folder.File("users");
+    UserStore before(path);
+    before.Set("ann", {UserKind::Admin, false, "old"});
+    before.Set("bob", {UserKind::Viewer, false, "old"});
+    before.Save();
+    const auto store = std::make_shared<support::SharedStore>();
+    UserStore elsewhere(store);
+    elsewhere.Set("ann", {UserKind::Admin, false, "new"});
+    elsewhere.Save();
+    const std::string former = ReadFile(path);
+
+    store->SetLate(true); // as a store that cannot be reached
+    const auto kept = std::make_shared<KeptStore>(store, UserStore::InFile(path));
+    UserStore users(kept);
+    EXPECT_EQ(users.Users().size(), 2U);
+    EXPECT_FALSE(kept->IsRead());
+    EXPECT_EQ(kept->Enter(KeptStore::Entering::Add).result, Store::Result::Unreachable);
+    EXPECT_TRUE(kept->Save());
+    EXPECT_EQ(ReadFile(path), former);
+    users.Set("ann", {UserKind::Admin, false, "mine"});
+    EXPECT_NE(ErrorOf([&] { users.Save(); }), "") << "of what is known last nothing can be changed";
+
+    store->SetLate(false);
+    EXPECT_TRUE(users.Refresh());
+    EXPECT_EQ(users.Users().size(), 1U);
+    EXPECT_EQ(users.Users().at("ann").hash, "new");
+    EXPECT_TRUE(kept->Save());
+    EXPECT_EQ(UserStore(path).Users().at("ann").hash, "new");
+    users.Set("ann", {UserKind::Admin, false, "mine"});
+    users.Save();
+    (void)elsewhere.Refresh();
+    EXPECT_EQ(elsewhere.Users().at("ann").hash, "mine");
+    // A founder brings its own.
+    const auto empty = std::make_shared<support::SharedStore>();
+    EXPECT_EQ(KeptStore(empty, UserStore::InFile(path)).Enter(KeptStore::Entering::Add).result,
+              Store::Result::Done);
+    EXPECT_EQ(UserStore(empty).Users().size(), 1U);
 }
 
 } // namespace

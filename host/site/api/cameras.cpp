@@ -64,6 +64,8 @@ std::optional<Answer> CameraChangeRefused(const SettingsChange& change, bool bat
         return std::nullopt;
     case Outdated:
         return ApiOutdated();
+    case Unshared:
+        return ApiUnshared();
     case Unsound: {
         std::vector<ApiProblem> problems;
         for (const SettingsProblem& problem : change.problems)
@@ -83,6 +85,11 @@ std::optional<Answer> CameraChangeRefused(const SettingsChange& change, bool bat
 // In force, and on disk or not.
 Answer CameraChanged(Answer answer, const SettingsChange& change) {
     answer.headers["ETag"] = change.now.version;
+    std::string conflicts;
+    for (const std::string& camera : change.conflicts)
+        conflicts += (conflicts.empty() ? "" : ",") + PercentEncode(camera);
+    if (!conflicts.empty())
+        answer.headers["X-Settings-Conflicts"] = conflicts;
     if (change.result == SettingsChange::Result::NotWritten) {
         Console::Get().Log(
             "error", "the settings could not be written to disk; this is tried again every few seconds");

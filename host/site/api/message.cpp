@@ -104,6 +104,10 @@ Answer ApiOutdated() {
     return Answer::Text(412, "This has changed since the version in If-Match was read.");
 }
 
+Answer ApiUnshared() {
+    return Answer::Text(503, "The other hosts of the cluster cannot be reached: nothing was changed.");
+}
+
 Answer ApiAnswer(const Request& request, const ApiJson& json, const std::string& version, unsigned status) {
     const bool reads = request.method == "GET" || request.method == "HEAD";
     const std::string has = request.AllOf("If-None-Match");

@@ -70,6 +70,7 @@ struct ApiCondition {
 };
 ApiCondition ReadCondition(const Request& request, bool exists, const std::string& present);
 Answer ApiOutdated();
+Answer ApiUnshared(); // the other hosts of a cluster cannot be told
 
 // JSON with its version; 304 where the request has that already.
 Answer ApiAnswer(const Request& request, const ApiJson& json, const std::string& version,

@@ -222,6 +222,8 @@ Answer ApiPages::PutPreferences(const ApiCall& call) const {
             continue;
         if (change.result == Outdated)
             return ApiOutdated();
+        if (change.result == Unshared)
+            return ApiUnshared();
         if (change.result != Done && change.result != NotWritten) {
             std::vector<ApiProblem> problems;
             for (SettingsProblem& problem : change.problems)

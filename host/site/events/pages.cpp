@@ -16,7 +16,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t kUsualEvents = 100;
-constexpr std::size_t kMostEvents = 1000;
+constexpr std::size_t kMostOnPage = 1000;
 constexpr std::size_t kMostEventsOfMessage = 100;
 // So that no proxy takes a quiet socket for a dead one.
 constexpr std::chrono::seconds kEventsHeartbeat{20};
@@ -73,7 +73,7 @@ EventQuery ReadEventQuery(const Request& request) {
     read("limit", [&](const std::string& text) {
         const auto number = EventNumberIn<std::size_t>(text);
         query.limit = number.value_or(0);
-        return query.limit >= 1 && query.limit <= kMostEvents;
+        return query.limit >= 1 && query.limit <= kMostOnPage;
     });
     read("kind", [&](std::string_view words) {
         while (!words.empty()) {

@@ -11,14 +11,20 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "host/base/store.h"
 #include "host/base/wait.h"
 
 namespace host {
 
-// Thread-safe. Nothing is done while the lock is held but looking up and changing an entry.
+// Where hosts share the store, a link is good once among them all: who cannot tell the store of it cannot use
+// it, make it or revoke it.
+//
+// Thread-safe. Nothing is done while the lock is held but looking up and changing an entry; what is told to
+// the store is told without it.
 class LinkTable : public std::enable_shared_from_this<LinkTable> {
 public:
     static constexpr std::chrono::minutes kLifetime{10};
@@ -49,25 +55,36 @@ public:
         bool m_done = false;
     };
 
-    // Nothing when there are too many already.
+    // One that ends with the host.
+    static std::shared_ptr<Store> InMemory();
+    explicit LinkTable(std::shared_ptr<Store> store = InMemory());
+    LinkTable(const LinkTable&) = delete;
+    LinkTable& operator=(const LinkTable&) = delete;
+
+    // Nothing when there are too many already, or the store does not take it.
     std::optional<Link> Make(const std::string& camera, Clock::time_point now = Clock::now());
     // Nothing for a link that never was, is used, revoked or too old. One that is being used is found.
     [[nodiscard]] std::optional<Link> Find(std::string_view token,
                                            Clock::time_point now = Clock::now()) const;
     // Nothing in the cases of Find, and while somebody else is using it.
     std::optional<Delivery> Use(std::string_view token, Clock::time_point now = Clock::now());
-    // False when there was none. One that is being used goes to its end.
+    // One that is being used goes to its end. False when the store does not take it: it may still be good.
     bool Revoke(std::string_view token);
 
 private:
     struct Entry {
         Link link;
         bool inUse = false;
+        Store::Revision revision = 0;
     };
-    void End(const std::string& token, bool used) noexcept;
+    void Take(std::span<const Store::Update> updates);
+    void End(const std::string& token, bool used);
+    bool Remove(const std::string& token, Store::Revision revision);
 
+    const std::shared_ptr<Store> m_store;
     mutable std::mutex m_mutex;
     std::map<std::string, Entry, std::less<>> m_links; // by token; under m_mutex
+    Store::Watching m_watching;
 };
 
 } // namespace host

@@ -83,7 +83,9 @@ Answer LinkPages::Make(const std::optional<std::string>& camera, const Request& 
 
 Answer LinkPages::Revoke(std::string_view token) const {
     // A link that was used or is too old is as good as revoked, and needs no answer of its own.
-    (void)m_links->Revoke(token);
+    if (!m_links->Revoke(token))
+        return Unstored(
+            Answer::Text(503, "The link could not be revoked; it ends by itself within minutes."));
     return Unstored(Answer::Text(200, "The link is no longer good."));
 }
 

@@ -43,9 +43,10 @@ public:
     // `authority` is where others reach this server, "ADDR:PORT", or empty; `tls`: whether it speaks TLS;
     // `language` the server's. The authenticator outlives the object.
     LinkPages(const Authenticator& authenticator, std::string authority, bool tls, std::string language,
-              Content content)
+              Content content, std::shared_ptr<Store> links)
         : m_authenticator(authenticator), m_authority(std::move(authority)), m_tls(tls),
-          m_language(std::move(language)), m_content(std::move(content)) {}
+          m_language(std::move(language)), m_content(std::move(content)),
+          m_links(std::make_shared<LinkTable>(links ? std::move(links) : LinkTable::InMemory())) {}
 
     // For the camera of that name; nothing: it is no text.
     [[nodiscard]] Answer Make(const std::optional<std::string>& camera, const Request& request) const;
@@ -78,7 +79,7 @@ private:
     const bool m_tls;
     const std::string m_language;
     const Content m_content;
-    const std::shared_ptr<LinkTable> m_links = std::make_shared<LinkTable>();
+    const std::shared_ptr<LinkTable> m_links;
 };
 
 } // namespace host

@@ -46,6 +46,20 @@ Answer Changed() {
     return Told(412, "The settings have been changed since this document was read.");
 }
 
+Answer NotShared() {
+    return Told(503,
+                "The other hosts of the cluster cannot be reached: nothing was changed. Try again later.");
+}
+
+// Cameras that another host has changed at the same time: all else stands.
+void SayConflicts(Answer& answer, const std::vector<std::string>& cameras) {
+    std::string names;
+    for (const std::string& camera : cameras)
+        names += (names.empty() ? "" : ",") + PercentEncode(camera);
+    if (!cameras.empty())
+        answer.headers["X-Settings-Conflicts"] = names;
+}
+
 } // namespace
 
 Answer SettingsPages::State() const {
@@ -108,6 +122,8 @@ Answer SettingsPages::PutDocument(const Request& request, const SignIn& by, std:
         return Told(422, "Some values cannot be stored.", change.problems);
     case NotReady:
         return Told(503, "The component gives no settings.");
+    case Unshared:
+        return NotShared();
     case Refused:
         return Told(500,
                     "The component refuses these settings: " + platform::DescribeStatus(change.status) + ".");
@@ -117,6 +133,7 @@ Answer SettingsPages::PutDocument(const Request& request, const SignIn& by, std:
     }
     TellChange(events, EventKind::SettingsChanged, request, by, "settings changed");
     Answer answer = DocumentAnswer(std::move(change.now.xml), std::move(change.now.version));
+    SayConflicts(answer, change.conflicts);
     if (change.result == NotWritten)
         SayUnwritten(answer, "the settings");
     return answer;
@@ -140,6 +157,8 @@ Answer SettingsPages::PutPreferences(const Request& request, const SignIn& by, s
         return Told(400, "This is no document of preferences, or it is not well-formed.");
     case Unsound:
         return Told(422, "Some values cannot be stored.", change.problems);
+    case Unshared:
+        return NotShared();
     case Done:
     case NotWritten:
         break;
@@ -147,6 +166,7 @@ Answer SettingsPages::PutPreferences(const Request& request, const SignIn& by, s
     if (!change.same)
         TellChange(events, EventKind::SettingsChanged, request, by, "preferences changed");
     Answer answer = DocumentAnswer(std::move(change.now.xml), std::move(change.now.version));
+    SayConflicts(answer, change.conflicts);
     if (change.result == NotWritten)
         SayUnwritten(answer, "the preferences");
     return answer;

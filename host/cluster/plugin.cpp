@@ -1,0 +1,124 @@
+// The plug-in's one door.
+#include <exception>
+#include <random>
+#include <thread>
+
+#include "host/base/cluster.h"
+#include "host/cluster/bucket.h"
+#include "host/cluster/link.h"
+#include "host/cluster/seal.h"
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "platform/text.h"
+
+namespace host::cluster {
+namespace {
+
+constexpr const char* kNameKey = "name-key";
+constexpr std::size_t kNameKeyBytes = 32;
+// A first start needs the engine; each later one gets along without.
+constexpr std::chrono::seconds kFirstWait{30};
+
+Secrets SecretsIn(const std::string& file) {
+    std::string text = platform::ReadWholeFile(file, 4096).value_or("");
+    if (text.empty())
+        throw SealError("the secret of the cluster cannot be read from " + file + ": " +
+                        platform::DescribeLastError());
+    Secrets secrets = Secrets::Of(text);
+    Secret wiped(text);
+    std::fill(text.begin(), text.end(), '\0');
+    return secrets;
+}
+
+class OpenedCluster final : public Cluster {
+public:
+    OpenedCluster(const ClusterOptions& options, const ClusterTell& tell)
+        : m_folder(options.folder), m_replicas(options.servers.size() >= 3 ? 3 : 1),
+          m_link({options.servers, options.credentials, options.authority},
+                 std::make_shared<const Sealer>(SecretsIn(options.secretFile), options.node), tell) {
+        if (FAILED(platform::CreateFolder(m_folder)))
+            throw LinkError("cannot make the folder " + m_folder + ": " + platform::DescribeLastError());
+        m_nameKey = platform::ReadWholeFile(m_folder + "/" + kNameKey).value_or("");
+        if (m_nameKey.size() != kNameKeyBytes)
+            m_nameKey = AgreedNameKey();
+    }
+
+    // Each may have a question to the engine on its way.
+    ~OpenedCluster() override {
+        std::vector<std::jthread> ends;
+        for (auto& bucket : m_buckets)
+            ends.emplace_back([&bucket] { bucket.reset(); });
+    }
+
+    std::shared_ptr<Store> Bucket(const std::string& name) override {
+        auto bucket = std::make_shared<cluster::Bucket>(
+            m_link, BucketOptions{"morrowstream-" + name, m_replicas, m_folder + "/seen-" + name},
+            Secret(m_nameKey));
+        m_buckets.push_back(bucket);
+        return bucket;
+    }
+
+    bool AwaitRead(std::chrono::milliseconds within) override {
+        const auto until = std::chrono::steady_clock::now() + within;
+        bool all = true;
+        for (const auto& bucket : m_buckets) {
+            const auto left = until - std::chrono::steady_clock::now();
+            all = bucket->AwaitRead(std::max(std::chrono::duration_cast<std::chrono::milliseconds>(left),
+                                             std::chrono::milliseconds(0))) &&
+                  all;
+        }
+        return all;
+    }
+
+    [[nodiscard]] std::string Trouble() const override {
+        if (!m_link.IsConnected())
+            return "no server of the cluster's engine can be reached";
+        for (const auto& bucket : m_buckets) {
+            if (std::string trouble = bucket->Trouble(); !trouble.empty())
+                return trouble;
+        }
+        return {};
+    }
+
+private:
+    // Made by who comes first, and the same for good: what hides the names of entries from the engine.
+    std::string AgreedNameKey() {
+        cluster::Bucket bucket(m_link, {"morrowstream-cluster", m_replicas, m_folder + "/seen-cluster"});
+        if (!bucket.AwaitRead(kFirstWait))
+            throw LinkError("no server of the cluster's engine can be reached, and a host's first start in a "
+                            "cluster needs one");
+        if (!bucket.Get(kNameKey).entry && m_link.Now().refused > 0)
+            throw LinkError("the cluster of these servers has another secret");
+        std::random_device random;
+        std::string made;
+        while (made.size() < kNameKeyBytes)
+            made += static_cast<char>(random());
+        const Store::Outcome outcome = bucket.Put(kNameKey, made, 0);
+        if (outcome.result == Store::Result::Conflict && outcome.present)
+            made = outcome.present->value;
+        else if (outcome.result != Store::Result::Done)
+            throw LinkError("the cluster cannot be founded or joined: " + outcome.why);
+        if (FAILED(platform::ReplaceFile(m_folder + "/" + kNameKey, made, 0600)))
+            throw LinkError("cannot write to " + m_folder + ": " + platform::DescribeLastError());
+        return made;
+    }
+
+    const std::string m_folder;
+    const int m_replicas;
+    Link m_link;
+    std::string m_nameKey;
+    std::vector<std::shared_ptr<cluster::Bucket>> m_buckets;
+};
+
+} // namespace
+} // namespace host::cluster
+
+extern "C" [[gnu::visibility("default")]] host::Cluster*
+MorrowOpenCluster(const host::ClusterOptions& options, const host::ClusterTell& tell, std::string& wrong) {
+    try {
+        return std::make_unique<host::cluster::OpenedCluster>(options, tell).release();
+    } catch (const std::exception& error) {
+        wrong = error.what();
+        return nullptr;
+    }
+}
