@@ -81,8 +81,8 @@ void NoticeLine::Run() {
         SendTests();
         if (SendSome())
             continue;
-        const bool waits = m_failingSince && m_nextTry > Clock::now();
-        m_channel->Rest(waits ? m_nextTry : Clock::now() + std::chrono::hours(1));
+        // The next try may be due by now.
+        m_channel->Rest(m_failingSince ? m_nextTry : Clock::now() + std::chrono::hours(1));
     }
     SaveTaken();
     const std::lock_guard guard(m_mutex);
@@ -150,6 +150,8 @@ bool NoticeLine::SendSome() {
     if (Clock::now() < m_nextTry)
         return false;
     const auto events = m_events.After(taken, kBatch);
+    if (events.empty())
+        m_failingSince.reset(); // what failed has been passed over
     const auto oldest = std::chrono::system_clock::now() - m_times.tooOld;
     bool dealtWith = false;
     for (const EventPtr& event : events) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -12,6 +14,8 @@
 #include "host/events/event_log.h"
 #include "host/events/refusal_events.h"
 #include "host/feed/connection_events.h"
+#include "host/notices/notices.h"
+#include "platform/configdoc/configdoc.h"
 #include "platform/files.h"
 #include "support/Wait.h"
 #include "support/temp_folder.h"
@@ -231,6 +235,56 @@ TEST(ConnectionStory, TellsWhatLastsAndNotEachGap) {
             story.Look(second % 60 < 25, Clock::time_point(std::chrono::seconds(second))) == false ? 1 : 0;
     EXPECT_LE(losses, 2);
     EXPECT_GE(losses, 1);
+}
+
+// Takes nothing until it is told to.
+class StubbornChannel final : public NoticeChannel {
+public:
+    struct Knowledge {
+        std::atomic<bool> takes{false};
+        std::vector<Clock::time_point> tries; // the line's, while there is one
+    };
+    StubbornChannel(const NoticeSignals& signals, Knowledge& knowledge)
+        : m_signals(signals), m_knowledge(knowledge) {}
+    bool SetUp(const Preferences& /*preferences*/) override { return true; }
+    bool Wants(const std::string& kind) const override { return kind == "camera-lost"; }
+    NoticeOutcome Send(const Notice& /*notice*/) override {
+        m_knowledge.tries.push_back(Clock::now());
+        return {m_knowledge.takes ? NoticeOutcome::Result::Taken : NoticeOutcome::Result::Failed, "no"};
+    }
+    void Rest(Clock::time_point until) override {
+        (void)WaitFor({.wakeup = &m_signals.wakeup, .stop = &m_signals.stop}, until);
+    }
+
+private:
+    const NoticeSignals& m_signals;
+    Knowledge& m_knowledge;
+};
+
+TEST(NoticeLine, TriesLessAndLessOftenAndSaysOnceThatItIsInTrouble) {
+    ASSERT_EQ(S_OK, platform::RegisterConfigDocumentClass());
+    const TempFolder folder;
+    EventLog log(folder.File("events"));
+    const PreferenceStore preferences(folder.File("Preferences.xml"));
+    StubbornChannel::Knowledge knowledge;
+    {
+        NoticeLine line("The program",
+                        [&](const NoticeSignals& signals) {
+                            return std::make_unique<StubbornChannel>(signals, knowledge);
+                        },
+                        log, preferences, folder.File("told"),
+                        {.firstRetry = 20ms, .longestRetry = 160ms, .trouble = 100ms});
+        ASSERT_TRUE(support::Eventually([&] { return line.State().on; }));
+        log.Tell({.kind = EventKind::CameraLost});
+        ASSERT_TRUE(support::Eventually([&] { return line.State().failures >= 6; }));
+        knowledge.takes = true;
+        ASSERT_TRUE(support::Eventually([&] { return line.State().taken == 1; }));
+    }
+    for (std::size_t i = 0; i + 1 < std::min<std::size_t>(knowledge.tries.size(), 6); ++i)
+        EXPECT_GE(knowledge.tries[i + 1] - knowledge.tries[i], std::min(20ms * (1 << i), 160ms)) << i;
+    const auto told = log.After(1, 99);
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0]->text, "The program takes no events: no");
 }
 
 } // namespace

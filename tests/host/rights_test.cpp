@@ -245,6 +245,10 @@ TEST(Rights, ShowWhatIsOnesOwn) {
         EXPECT_EQ(house.rig.Get(list, kLocal + phone).body,
                   "hidden-cm\thidden-cm\nshown-cam\tshown-cam\nclock\tclock\n");
 
+    // A list of a phone's own counts all the same.
+    house.rig.authenticator.PutUser("phone", {.cameras = CameraNames{std::string(kShown)}});
+    EXPECT_EQ(house.rig.Get(list, kLocal + house.visitors[4]).body, "shown-cam\tshown-cam\nclock\tclock\n");
+
     // A version of a list is one of what is in it.
     const std::string version = house.rig.Get("/api/v1/cameras", kLocal + lena).Header("ETag");
     house.rig.authenticator.PutUser("lena",

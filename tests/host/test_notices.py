@@ -322,10 +322,11 @@ class Notices(unittest.TestCase):
                 self.change(number)
                 name = f"gate{number}"
                 count = lambda bodies, name=name: sum(name.encode() in body for body in bodies)  # noqa: E731
-                wait("a lie", lambda: count(self.receiver.lied))
+                takes = any(part.startswith(b"HTTP/1.1 200 ") for part in Receiver.LIES[self.receiver.lie])
+                # Another event may be before it, and stays there.
+                wait("a lie", lambda takes=takes: count(self.receiver.lied) if takes else self.receiver.lied)
                 wait("the broker's", lambda name=name: name in "".join(self.cameras_told(self.broker.events())))
                 self.assertEqual(self.ask("GET", "/api/v1/health")["status"], "ok")
-                takes = any(part.startswith(b"HTTP/1.1 200 ") for part in Receiver.LIES[self.receiver.lie])
                 self.receiver.lie = None
                 wait("an empty queue", lambda: self.notices("webhook")["waiting"] == 0)
                 self.assertEqual(count(body for _, _, body in self.receiver.taken), 0 if takes else 1)
