@@ -116,6 +116,9 @@ class Browser:
         return self.driver.execute_script(script, *arguments)
 
     def screenshot(self, name):
+        """For who wants to look at them: one takes as long as some steps of a test."""
+        if name != "failure" and "MORROW_SCREENSHOTS" not in os.environ:
+            return
         self.driver.save_screenshot(os.path.join(self.screenshots, f"{name}.png"))
 
     def wait(self, what, condition, seconds=WAIT_SECONDS):

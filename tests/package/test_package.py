@@ -290,9 +290,9 @@ class Development(TestInAFolder):
         headers = sorted(os.path.relpath(name, include) for name in glob.glob(include + "/**/*.h", recursive=True))
         self.assertGreater(len(headers), 30)
         warnings = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror", "-fsyntax-only", "-I" + include]
-        # One by one where that is cheapest; the other compilers and languages take them all at once.
+        # One by one where that is cheapest; the other compiler and language take them all at once.
         sources = [("clang++", "c++20", [name]) for name in headers]
-        sources += [(compiler, language, headers) for compiler in ("g++", "clang++") for language in ("c++20", "c++23")]
+        sources += [(compiler, language, headers) for compiler, language in (("g++", "c++20"), ("g++", "c++23"), ("clang++", "c++23"))]
 
         def compile_source(number):
             compiler, language, names = sources[number]
