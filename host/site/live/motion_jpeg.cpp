@@ -76,6 +76,7 @@ public:
     // What a watcher needs of it.
     const Limits& limits;
     Counters& counters;
+    std::uint64_t sent = 0; // pictures that the counters are not told of yet
     [[nodiscard]] JpegPtr Placeholder(const kit::Picture* last);
 
 private:
@@ -84,6 +85,8 @@ private:
     void OnEvents(Watcher& watcher, std::uint32_t events);
     void LookAll(Clock::time_point dueBy);
     bool Look(Watcher& watcher, const kit::PicturePtr& newest, Clock::time_point now);
+    // Loops that count together wait for each other as well, so once for all that a look sent.
+    void Count() { counters.sent += std::exchange(sent, 0); }
     void End(Watcher& watcher);
     void EndAll() { m_ended.splice(m_ended.end(), m_watchers); }
     void Await(Clock::time_point due);
@@ -126,10 +129,14 @@ public:
     // Sends what is due and can be sent now. False at the end.
     bool Look(Group& group, const kit::PicturePtr& newest, Clock::time_point now) {
         for (;;) {
-            if (m_jpeg && !Write(group, now))
+            if (m_bytes != nullptr && !Write(group, now))
                 return false;
-            if (m_jpeg)
+            if (m_bytes != nullptr) {
+                if (!m_jpeg) // chosen just now
+                    m_jpeg = JpegPtr(newest, m_bytes);
                 return true;
+            }
+            m_jpeg = nullptr;
             const Turn turn = Choose(group, newest, now);
             if (turn != Turn::Sends)
                 return turn == Turn::Waits;
@@ -148,7 +155,7 @@ private:
         const bool fresh = newest && now - newest->Arrival() < limits.staleAfter;
         if (fresh && newest->Sequence() != m_sequence) {
             if (HasSentAll(now))
-                return Take(newest, group.counters, now);
+                return Take(*newest, group, now);
             m_due = now + kQueuePoll;
             return now - m_sentAt > limits.writeStall ? Turn::Ends : Turn::Waits;
         }
@@ -158,7 +165,8 @@ private:
         const auto placeholderAt = silentSince + limits.staleAfter;
         if (!m_showsPlaceholder && !fresh && now >= placeholderAt) {
             m_showsPlaceholder = true;
-            return Send(group.Placeholder(newest.get()), now);
+            m_jpeg = group.Placeholder(newest.get());
+            return Send(*m_jpeg, now);
         }
         m_due = m_showsPlaceholder ? Clock::time_point::max() : placeholderAt;
         return Turn::Waits;
@@ -174,20 +182,19 @@ private:
         return isEmpty;
     }
 
-    Turn Take(const kit::PicturePtr& newest, Counters& counters, Clock::time_point now) {
-        if (m_sequence != 0 && newest->Sequence() > m_sequence + 1)
-            counters.skipped += newest->Sequence() - m_sequence - 1;
-        m_sequence = newest->Sequence();
-        const JpegPtr jpeg(newest, &newest->Jpeg());
-        if (jpeg->empty())
+    Turn Take(const kit::Picture& newest, Group& group, Clock::time_point now) {
+        if (m_sequence != 0 && newest.Sequence() > m_sequence + 1)
+            group.counters.skipped += newest.Sequence() - m_sequence - 1;
+        m_sequence = newest.Sequence();
+        if (newest.Jpeg().empty())
             return Turn::Sends; // as if it had been
         m_showsPlaceholder = false;
-        ++counters.sent;
-        return Send(jpeg, now);
+        ++group.sent;
+        return Send(newest.Jpeg(), now);
     }
 
-    Turn Send(JpegPtr jpeg, Clock::time_point now) {
-        m_jpeg = std::move(jpeg);
+    Turn Send(const std::string& bytes, Clock::time_point now) {
+        m_bytes = &bytes;
         m_written = 0;
         m_sentAt = m_movedAt = now;
         return Turn::Sends;
@@ -195,10 +202,10 @@ private:
 
     // False when the connection is at its end.
     bool Write(const Group& group, Clock::time_point now) {
-        const std::size_t all = m_jpeg->size() + kNextPart.size();
+        const std::size_t all = m_bytes->size() + kNextPart.size();
         while (m_written < all) {
-            const std::size_t ofPicture = std::min(m_written, m_jpeg->size());
-            const std::array<std::string_view, 2> parts{std::string_view(*m_jpeg).substr(ofPicture),
+            const std::size_t ofPicture = std::min(m_written, m_bytes->size());
+            const std::array<std::string_view, 2> parts{std::string_view(*m_bytes).substr(ofPicture),
                                                         kNextPart.substr(m_written - ofPicture)};
             const ssize_t sent = m_stream.Write(parts);
             if (sent > 0) {
@@ -212,7 +219,7 @@ private:
             m_interest->Change(EPOLLRDHUP | (m_stream.Awaits() == POLLIN ? EPOLLIN : EPOLLOUT));
             return true;
         }
-        m_jpeg = nullptr;
+        m_bytes = nullptr;
         m_interest->Change(EPOLLRDHUP);
         return true;
     }
@@ -222,7 +229,10 @@ private:
     const WatchGuard m_watching;
     Stream m_stream;
     std::optional<EventLoop::Interest> m_interest;
-    JpegPtr m_jpeg; // that is under way, and how much of it and of what follows it has gone
+    // What is under way, and how much of it and of what follows it has gone. A share in it is taken only
+    // where it does not go at once: loops that count shares of one picture wait for each other.
+    const std::string* m_bytes = nullptr;
+    JpegPtr m_jpeg;
     std::size_t m_written = 0;
     std::uint64_t m_sequence = 0;    // of the last picture sent
     Clock::time_point m_lastPicture; // when it was last known that the camera lives
@@ -251,6 +261,7 @@ void LiveSenders::Group::Add(WatcherPtr watcher) {
         return;
     }
     (void)Look(added, m_feed->Newest(), Clock::now());
+    Count();
 }
 
 JpegPtr LiveSenders::Group::Placeholder(const kit::Picture* last) {
@@ -280,6 +291,7 @@ void LiveSenders::Group::OnEvents(Watcher& watcher, std::uint32_t events) {
         End(watcher);
     else
         (void)Look(watcher, m_feed->Newest(), Clock::now());
+    Count();
 }
 
 // Those that are due by then, or all.
@@ -292,6 +304,7 @@ void LiveSenders::Group::LookAll(Clock::time_point dueBy) {
         if (watcher.Due() > dueBy || Look(watcher, newest, now))
             next = std::min(next, watcher.Due());
     }
+    Count();
     Await(next);
 }
 
