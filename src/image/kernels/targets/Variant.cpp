@@ -1,7 +1,7 @@
-// One variant, in whole, of a target that says what it is: KERNEL_TARGET, its namespace; KERNEL_SET, what it
-// is called; KERNEL_OPTIONS, the instruction sets for the compiler; KERNEL_SSSE3, KERNEL_WIDE and KERNEL_FOUR
-// where it has those vectors. One without options is for every processor. What a region leans on is reached
-// before it opens.
+// One variant of the kernels, in whole. Compiled once for each instruction set, of which CMakeLists.txt says:
+// KERNEL_TARGET, its namespace; KERNEL_SET, what it is called; KERNEL_OPTIONS, what the compiler may use;
+// KERNEL_SSSE3, KERNEL_WIDE and KERNEL_FOUR where it has those vectors. One without options is for every
+// processor. What a region leans on is reached before it opens.
 
 #include "image/kernels/targets/Common.h"
 
