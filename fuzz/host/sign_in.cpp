@@ -76,7 +76,7 @@ void ReadFile(std::string_view text) {
     for (const bool secure : {false, true}) {
         const auto owner = sessions.Find(kId, secure, now);
         (void)sessions.Save();
-        const auto again = host::Sessions(path, digestOf).Find(kId, secure, now);
+        const auto again = host::Sessions(host::Sessions::InFile(path), digestOf).Find(kId, secure, now);
         Require(owner.has_value() == again.has_value() &&
                 (!owner || (owner->login == again->login && owner->camera == again->camera)));
     }
