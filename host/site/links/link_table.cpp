@@ -1,5 +1,7 @@
 #include "host/site/links/link_table.h"
 
+#include <algorithm>
+
 #include "host/base/text_store.h"
 #include "host/http/request.h"
 #include "host/users/password.h"
@@ -55,9 +57,11 @@ void LinkTable::Take(std::span<const Store::Update> updates) {
         }
         const auto camera = PercentDecode(fields[1]);
         const auto until = SecondsIn(fields[2]);
-        if (camera && until)
-            m_links[update.key] = {
-                {update.key, *camera, Clock::now() + (*until - SystemClock::now())}, inUse, update.revision};
+        if (!camera || !until)
+            continue;
+        const Link link{update.key, *camera, Clock::now() + (*until - SystemClock::now())};
+        m_firstEnd = std::min(m_firstEnd, link.until);
+        m_links[update.key] = {link, inUse, update.revision};
     }
 }
 
@@ -66,11 +70,18 @@ std::optional<LinkTable::Link> LinkTable::Make(const std::string& camera, Clock:
     std::vector<Store::Change> changes;
     {
         const std::lock_guard guard(m_mutex);
-        for (const auto& [token, entry] : m_links) {
-            if (entry.link.until <= now)
-                changes.push_back({token, std::nullopt, entry.revision});
+        if (m_firstEnd <= now) {
+            m_firstEnd = Clock::time_point::max();
+            std::erase_if(m_links, [&](const auto& item) {
+                const Entry& entry = item.second;
+                const bool old = entry.link.until <= now;
+                if (old)
+                    changes.push_back({item.first, std::nullopt, entry.revision});
+                else
+                    m_firstEnd = std::min(m_firstEnd, entry.link.until);
+                return old;
+            });
         }
-        std::erase_if(m_links, [now](const auto& entry) { return entry.second.link.until <= now; });
         if (m_links.size() < kMostLinks)
             changes.push_back({link.token, LinkValue(link, false), 0});
     }
@@ -80,6 +91,7 @@ std::optional<LinkTable::Link> LinkTable::Make(const std::string& camera, Clock:
     const std::lock_guard guard(m_mutex);
     Entry& entry = m_links[link.token];
     entry.link = link;
+    m_firstEnd = std::min(m_firstEnd, link.until);
     entry.revision = std::max(entry.revision, outcomes.back().revision);
     return link;
 }

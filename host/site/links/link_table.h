@@ -83,7 +83,8 @@ private:
 
     const std::shared_ptr<Store> m_store;
     mutable std::mutex m_mutex;
-    std::map<std::string, Entry, std::less<>> m_links; // by token; under m_mutex
+    std::map<std::string, Entry, std::less<>> m_links; // by token; this and the line below under m_mutex
+    Clock::time_point m_firstEnd = Clock::time_point::max(); // no link is too old before that
     Store::Watching m_watching;
 };
 
