@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/cluster_cameras.h"
 #include "host/base/store.h"
 
 namespace host {
@@ -30,6 +31,8 @@ public:
 
     // Each is made once, before there are several threads; the cluster outlives it.
     [[nodiscard]] virtual std::shared_ptr<Store> Bucket(const std::string& name) = 0;
+    // Once, and gone before the cluster. Null, and `wrong` says why, when another host has this one's name.
+    [[nodiscard]] virtual std::unique_ptr<ClusterCameras> Cameras(std::string& wrong) = 0;
     // Whether all of them have told what is in them; waits that long for it at most.
     [[nodiscard]] virtual bool AwaitRead(std::chrono::milliseconds within) = 0;
     // Why the others cannot be reached, in a line for a person; empty while they can.

@@ -5,6 +5,7 @@
 
 #include "host/base/cluster.h"
 #include "host/cluster/bucket.h"
+#include "host/cluster/cameras.h"
 #include "host/cluster/link.h"
 #include "host/cluster/seal.h"
 #include "platform/files.h"
@@ -56,6 +57,16 @@ public:
             Secret(m_nameKey));
         m_buckets.push_back(bucket);
         return bucket;
+    }
+
+    std::unique_ptr<ClusterCameras> Cameras(std::string& wrong) override {
+        try {
+            auto nodes = Bucket("nodes");
+            return std::make_unique<cluster::Cameras>(m_link, std::move(nodes), Bucket("owners"));
+        } catch (const std::exception& error) {
+            wrong = error.what();
+            return nullptr;
+        }
     }
 
     bool AwaitRead(std::chrono::milliseconds within) override {

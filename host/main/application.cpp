@@ -23,6 +23,7 @@
 #include "host/main/membership.h"
 #include "host/main/services.h"
 #include "host/main/welcome.h"
+#include "host/peers/peers.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
 #include "host/site/connection.h"
@@ -250,7 +251,11 @@ public:
                            }),
             m_packers);
         m_component = std::make_unique<kit::Component>(m_module->Class(), m_handlers);
+        if (auto cameras = m_membership.OpenCameras())
+            m_peers.emplace(*m_feeds, std::move(cameras));
         m_subscription.emplace(m_feeds, m_component->Source());
+        if (m_peers)
+            m_peers->Begin();
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
         m_membership.Join(m_settings);
@@ -568,6 +573,7 @@ private:
     std::string m_authority;              // where others reach this server; empty where nobody does
     std::string m_phoneAddress;           // what phones are told while nobody has said another one
     std::vector<CameraFigures> m_figures; // at the end
+    std::optional<Peers> m_peers;         // nothing: a host by itself
     std::unique_ptr<kit::ComponentModule> m_module;
     std::unique_ptr<kit::Viewing> m_viewing;
     std::unique_ptr<kit::Component> m_component;

@@ -191,6 +191,16 @@ void Membership::KeepCopies() const {
     m_data.ForgetAdminPassword(); // of an administrator who was here alone
 }
 
+std::unique_ptr<ClusterCameras> Membership::OpenCameras() {
+    if (!m_cluster)
+        return nullptr;
+    std::string wrong;
+    auto cameras = m_cluster->Cameras(wrong);
+    if (!cameras)
+        throw StartError("--cluster: " + wrong);
+    return cameras;
+}
+
 void Membership::Join(Settings& settings) {
     if (!m_cluster)
         return;

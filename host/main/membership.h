@@ -37,6 +37,9 @@ public:
     std::shared_ptr<Store> tokens;
     std::shared_ptr<Store> links;
 
+    // The cameras of the others, once; null for a host by itself. Throws StartError.
+    [[nodiscard]] std::unique_ptr<ClusterCameras> OpenCameras();
+
     // Brings the settings in line: with the component, before anything is changed in them. Throws StartError.
     void Join(Settings& settings);
     // Behind that, and once the preferences know the cameras.
