@@ -97,9 +97,12 @@ void EndSubscription::operator()(natsSubscription* subscription) const noexcept 
     (void)natsSubscription_Unsubscribe(subscription);
     // What was read before this is answered has been handed on. Without a connection nothing is read.
     natsStatus status = NATS_TIMEOUT;
-    for (int tries = 0; tries < kMostFlushes && status == NATS_TIMEOUT; ++tries)
+    bool reads = true;
+    for (int tries = 0; tries < kMostFlushes && status == NATS_TIMEOUT && reads; ++tries) {
         status = natsConnection_FlushTimeout(engine, kFlushWithinMs);
-    if (status != NATS_TIMEOUT) // else it is left where it is
+        reads = natsConnection_Status(engine) == NATS_CONN_STATUS_CONNECTED;
+    }
+    if (status != NATS_TIMEOUT || !reads) // else it is left where it is
         natsSubscription_Destroy(subscription);
 }
 

@@ -89,18 +89,16 @@ class Cluster(unittest.TestCase):
         wait("pictures at the other host", look)
 
     def watch(self, host, pictures):
-        """Their moments, as a watcher of motion JPEG gets them."""
+        """The next ones, as a watcher of motion JPEG gets them."""
         request = urllib.request.Request(f"http://127.0.0.1:{host.port}/live/yard")
         request.add_header("Authorization", "Basic " + base64.b64encode(f"admin:{host.admin_password()}".encode()).decode())
+        boundary, got = b"--morrowstream-picture\r\n", b""
         with urllib.request.urlopen(request, timeout=SECONDS) as stream:
-            got = []
-            while len(got) < pictures:
-                length = 0
-                while (line := stream.readline().strip()) or not length:
-                    if line.lower().startswith(b"content-length:"):
-                        length = int(line.split(b":")[1])
-                got.append(stream.read(length))
-            return got
+            while got.count(boundary) <= pictures:
+                part = stream.read1(65536)
+                self.assertTrue(part, "the stream ended")
+                got += part
+        return [part.split(b"\r\n\r\n", 1)[1] for part in got.split(boundary)[1:pictures + 1]]
 
     def test_a_phone_is_seen_at_every_host(self):
         one, two = self.hosts
