@@ -261,8 +261,8 @@ class Elsewhere(TlsCase):
         ("/api/v1/openapi.json", "GET"): ("/api/v1/openapi.json", 200), ("/api/*", "GET"): ("/api/x", "refused"),
         **{(f"/api/v1/{place}", method): (f"/api/v1/{place.replace('*', 'x')}", "refused") for method, places in (
             ("GET", "health cameras cameras/* cameras/*/state cameras/*/snapshot users users/* events phones tokens preferences notices recordings recordings/*"),
-            ("PATCH", "cameras"), ("PUT", "cameras/* users/* password preferences"), ("POST", "cameras/*/link tokens notices/*/test"),
-            ("DELETE", "cameras/* users/* phones/* tokens/*")) for place in places.split()},
+            ("PATCH", "cameras"), ("PUT", "cameras/* users/* password preferences recordings/*/kept"), ("POST", "cameras/*/link tokens notices/*/test"),
+            ("DELETE", "cameras/* users/* phones/* tokens/* recordings/*/kept")) for place in places.split()},
         ("/cameras/*", "POST"): ("/cameras/yard/control", "refused"), ("/assets/phone/*", "GET"): ("/assets/phone/app.js", "moved"),
         ("/assets/shared/*", "GET"): ("/assets/shared/style.css", "moved"),
         ("/users", "GET"): ("/users", "moved"), ("/users", "POST"): ("/users", "refused"),
