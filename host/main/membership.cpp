@@ -31,9 +31,12 @@ constexpr const char* kFounder = "founder";
 constexpr std::size_t kMostDifferences = 50;
 
 std::unique_ptr<Cluster> OpenCluster(const Options& options, const DataFolder& data) {
-    void* const library = ::dlopen(kPlugin, RTLD_NOW | RTLD_LOCAL); // stays
+    // The plug-in finds the engine's library here. Both stay.
+    void* const engine = ::dlopen(MORROW_NATS_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
+    void* const library = engine == nullptr ? nullptr : ::dlopen(kPlugin, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr)
-        throw StartError("--cluster needs " + std::string(::dlerror()) + " (Debian: libnats3.4)");
+        throw StartError("--cluster needs " + std::string(::dlerror()) +
+                         (engine == nullptr ? " (Debian: libnats3.4)" : ""));
     auto* const open = reinterpret_cast<OpenClusterFunction*>(::dlsym(library, kOpenCluster));
     std::string wrong = "it is of another version";
     std::unique_ptr<Cluster> cluster;

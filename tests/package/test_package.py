@@ -264,6 +264,9 @@ class Packages(TestInAFolder):
         for name in ("changelog.gz", "NEWS.Debian.gz"):
             with gzip.open(docs + name, "rt", encoding="utf-8") as file:
                 self.assertTrue(file.readline().startswith(f"morrowstream ({control('morrowstream', 'Version')}) "), name)
+        self.assertTrue(os.path.exists(tree + "/usr/lib/morrowstream/libmorrowstream-cluster.so"))
+        self.assertNotIn("libnats", control("morrowstream", "Depends"), "what a cluster alone needs")
+        self.assertIn("libnats", control("morrowstream", "Recommends"))
         for name in {*SERVER, *DEVELOPMENT}:
             self.assertIn(b"has not chosen a licence", content(f"{tree}/usr/share/doc/{name}/copyright"))
         for page in glob.glob(docs + "**/*.md", recursive=True):
