@@ -115,9 +115,9 @@ class Browser:
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)
 
-    def screenshot(self, name):
+    def screenshot(self, name, needed=False):
         """For who wants to look at them: one takes as long as some steps of a test."""
-        if name != "failure" and "MORROW_SCREENSHOTS" not in os.environ:
+        if not needed and "MORROW_SCREENSHOTS" not in os.environ:
             return
         self.driver.save_screenshot(os.path.join(self.screenshots, f"{name}.png"))
 
@@ -129,7 +129,7 @@ class Browser:
             if value:
                 return value
             if time.monotonic() > deadline:
-                self.screenshot("failure")
+                self.screenshot("failure", needed=True)
                 raise AssertionError(
                     f"no sign within {seconds} s of: {what}; last answer {value!r}; tiles {self.tiles()}")
             time.sleep(POLL_SECONDS)

@@ -166,7 +166,7 @@ class PageTest(case.DemoCase):
         self.assertEqual(browser.run("return document.querySelector('#phone img').hasAttribute('src')"), False)
 
     def scan(self, name):
-        self.browser.screenshot(name)
+        self.browser.screenshot(name, needed=True)
         return subprocess.run(["zbarimg", "-q", "--raw", os.path.join(case.options.screenshots, f"{name}.png")],
                               capture_output=True, text=True, check=False).stdout.split()
 
