@@ -27,8 +27,13 @@ find_package(Threads REQUIRED)
 add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
 
 # Files and lines in debug information take a fifth of the compilers' time. Who only wants to know whether all is well sets
-# this in the environment.
-if(DEFINED ENV{MORROW_NO_LINES})
+# this in the environment when a build folder is made; it stays as it was made, whoever builds there later.
+set(without_lines OFF)
+if("$ENV{MORROW_NO_LINES}")
+  set(without_lines ON)
+endif()
+option(MORROW_NO_LINES "Leave files and lines out of debug information" ${without_lines})
+if(MORROW_NO_LINES)
   add_compile_options(-g0)
 endif()
 
