@@ -87,8 +87,9 @@ public:
             std::this_thread::sleep_until(next += 1'000'000us / m_options.rate);
             for (const auto& tap : m_taps) {
                 const kit::PlaneLayout layout{320, 240, false};
+                ++m_number;
                 const auto picture = std::make_shared<const kit::Picture>(
-                    ++m_number, kit::AllocateFrame(layout), layout, m_pictures[m_number % m_pictures.size()]);
+                    m_number, kit::AllocateFrame(layout), layout, m_pictures[m_number % m_pictures.size()]);
                 m_watched += picture->Jpeg().size();
                 tap->OnPicture(picture, 1);
             }
