@@ -1,7 +1,10 @@
 // The plug-in's one door.
 #include <exception>
+#include <memory>
 #include <random>
 #include <thread>
+
+#include <string.h>
 
 #include "host/base/cluster.h"
 #include "host/cluster/bucket.h"
@@ -25,10 +28,9 @@ Secrets SecretsIn(const std::string& file) {
     if (text.empty())
         throw SealError("the secret of the cluster cannot be read from " + file + ": " +
                         platform::DescribeLastError());
-    Secrets secrets = Secrets::Of(text);
-    Secret wiped(text);
-    std::fill(text.begin(), text.end(), '\0');
-    return secrets;
+    const std::unique_ptr<std::string, void (*)(std::string*)> wiped(
+        &text, [](std::string* read) { ::explicit_bzero(read->data(), read->size()); });
+    return Secrets::Of(text);
 }
 
 class OpenedCluster final : public Cluster {

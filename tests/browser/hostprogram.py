@@ -19,6 +19,18 @@ def free_port():
         return probe.getsockname()[1]
 
 
+def wait(what, look, seconds=60):
+    """Returns what `look()` gives once it gives something; the time is that of a sanitized host on a loaded machine."""
+    deadline = time.monotonic() + seconds
+    while True:
+        seen = look()
+        if seen:
+            return seen
+        if time.monotonic() > deadline:
+            raise AssertionError(f"{what} did not come")
+        time.sleep(0.02)
+
+
 class Host:
     """Starts and ends `program`; the folder and the port stay the same over restarts."""
 

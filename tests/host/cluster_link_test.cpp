@@ -2,12 +2,12 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <future>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +18,7 @@
 #include "host/cluster/cameras.h"
 #include "host/cluster/link.h"
 #include "platform/files.h"
+#include "support/temp_folder.h"
 
 namespace host::cluster {
 namespace {
@@ -57,17 +58,17 @@ protected:
     ~ClusterLink() override {
         m_rogue.reset();
         Kill();
-        std::filesystem::remove_all(m_folder);
     }
 
     void Start() {
         m_server = ::fork();
         if (m_server == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves no server behind
             const int quiet = ::open("/dev/null", O_RDWR);
             ::dup2(quiet, 1);
             ::dup2(quiet, 2);
             ::execlp("nats-server", "nats-server", "-a", "127.0.0.1", "-p", m_port.c_str(), "-js", "-sd",
-                     m_folder.c_str(), nullptr);
+                     m_folder.Path().c_str(), nullptr);
             ::_exit(127);
         }
     }
@@ -122,10 +123,7 @@ protected:
     }
 
     static inline const std::string kSecret = std::string(32, 's');
-    const std::string m_folder = [] {
-        char folder[] = "/tmp/morrow-engine-XXXXXX";
-        return std::string(::mkdtemp(folder));
-    }();
+    const TempFolder m_folder;
     const std::string m_port = std::to_string(FreePort());
     const std::string m_url = "nats://127.0.0.1:" + m_port;
     pid_t m_server = -1;
@@ -273,7 +271,7 @@ TEST_F(ClusterLink, ABucketIsOneStoreForAll) {
 }
 
 TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
-    const std::string seen = m_folder + "/seen";
+    const std::string seen = m_folder.File("seen");
     const auto linkA = LinkOf("a");
     const auto linkB = LinkOf("b");
     auto a = BucketOf(*linkA);

@@ -8,28 +8,16 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.error
 import urllib.request
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
-from hostprogram import Host, free_port  # noqa: E402
+from hostprogram import Host, free_port, wait  # noqa: E402
 
 options = None
 SECONDS = 60  # wide: sanitized hosts on a loaded machine
-
-
-def wait(what, look):
-    deadline = time.monotonic() + SECONDS
-    while True:
-        seen = look()
-        if seen:
-            return seen
-        if time.monotonic() > deadline:
-            raise AssertionError(f"{what} did not come")
-        time.sleep(0.05)
 
 
 class Cluster(unittest.TestCase):

@@ -21,22 +21,11 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
-from hostprogram import Host, free_port  # noqa: E402
+from hostprogram import Host, free_port, wait  # noqa: E402
 
 options = None
 SECRET = "the secret of both"
 SECONDS = 60  # wide: a sanitized host on a loaded machine
-
-
-def wait(what, look):
-    deadline = time.monotonic() + SECONDS
-    while True:
-        seen = look()
-        if seen:
-            return seen
-        if time.monotonic() > deadline:
-            raise AssertionError(f"{what} did not come")
-        time.sleep(0.02)
 
 
 class Certificates:
