@@ -1,8 +1,10 @@
 // The memory of frame blocks, and what is kept of it between two pictures.
 //
 // A camera's block is freed when its next picture is there. Above the allocator's mapping threshold each such
-// block would be mapped anew and page by page, and given back: that can cost a tenth of what decoding the
-// picture does. So freed blocks wait in one pool for a picture of their size, whichever camera sends it.
+// block would be mapped anew and page by page, and given back, which can cost a tenth of what decoding the
+// picture does; from half of that on it often lies at the end of a heap, which gives it back as well, and
+// that costs twice what decoding 320x240 does. So freed blocks wait in one pool for a picture of their size,
+// whichever camera sends it.
 
 #include "image/FrameBlock.h"
 
@@ -21,7 +23,7 @@
 namespace {
 
 // Below it the heap reuses memory by itself.
-constexpr std::size_t kLeastPooled = std::size_t{128} << 10;
+constexpr std::size_t kLeastPooled = std::size_t{64} << 10;
 constexpr std::size_t kMostPooled = std::size_t{32} << 20; // in all
 
 // Any thread takes and puts at any time, without a lock. What two of them do at the same moment can cost a

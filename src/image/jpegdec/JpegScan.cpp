@@ -92,23 +92,23 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
 
 JpegStatus CJPEGDecoder::AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma) {
     const std::int64_t nCols = m_nMcuCols;
-    if (!component.m_pCcBuffer) {
-        component.m_pCcBuffer = IppAllocate<std::uint8_t>(nCols * m_nMcuWidth * m_nMcuHeight);
-        if (!component.m_pCcBuffer)
-            return JPEG_INTERNAL_ERROR;
-    }
-    if (!bChroma || component.m_pSsBuffer)
+    const auto isThere = [](IppBuffer<std::uint8_t>& pBuffer, std::int64_t nBytes) {
+        if (!pBuffer)
+            pBuffer = IppAllocate<std::uint8_t>(nBytes);
+        return pBuffer != nullptr;
+    };
+    // Chroma of half the resolution is brought to the full one for pixels alone.
+    const bool bUpsampled = bChroma && m_eConversion != Conversion::YCbCrToPlanar;
+    if ((!bChroma || bUpsampled) && !isThere(component.m_pCcBuffer, nCols * m_nMcuWidth * m_nMcuHeight))
+        return JPEG_INTERNAL_ERROR;
+    if (!bChroma)
         return JPEG_OK;
     // Room for one spare sample on each side, and with 4:2:0 above and below: upsampling kernels read there.
-    const std::int64_t nRows = m_eJpegSampling == JS_420 ? (m_nMcuHeight >> 1) + 2 : m_nMcuHeight;
-    component.m_pSsBuffer = IppAllocate<std::uint8_t>(nCols * ((m_nMcuWidth >> 1) + 2) * nRows);
-    if (!component.m_pSsBuffer)
+    const bool bAcrossRows = m_eJpegSampling == JS_420;
+    const std::int64_t nRows = bAcrossRows ? (m_nMcuHeight >> 1) + 2 : m_nMcuHeight;
+    if (!isThere(component.m_pSsBuffer, nCols * ((m_nMcuWidth >> 1) + 2) * nRows) ||
+        (bUpsampled && bAcrossRows && !isThere(component.m_pTopRow, SsStep())))
         return JPEG_INTERNAL_ERROR;
-    if (m_eJpegSampling == JS_420) {
-        component.m_pTopRow = IppAllocate<std::uint8_t>(SsStep());
-        if (!component.m_pTopRow)
-            return JPEG_INTERNAL_ERROR;
-    }
     return JPEG_OK;
 }
 

@@ -49,14 +49,15 @@ JpegStatus CJPEGDecoder::ReadQuantTables(std::int32_t nContent) {
         const std::int32_t nId = nPqTq & 15;
         if (nId > 3)
             return JPEG_BAD_QUANT_SEGMENT;
-        auto pTable = std::make_unique<CJPEGDecoderQuantTable>();
+        const auto pTable =
+            std::allocate_shared<CJPEGDecoderQuantTable>(IppObjects<CJPEGDecoderQuantTable>());
         pTable->m_nId = nId;
         const bool bWide = nPqTq >> 4 != 0;
         for (std::uint8_t& nEntry : pTable->m_aRaw)
             nEntry = static_cast<std::uint8_t>(bWide ? Reader().Word() : Reader().Byte());
         if (pTable->Init() != ippStsNoErr)
             return JPEG_INTERNAL_ERROR;
-        m_apQuant[nId] = std::move(pTable);
+        m_apQuant[nId] = pTable;
         nContent -= 1 + (bWide ? 128 : 64);
     }
     return nContent == 0 ? JPEG_OK : JPEG_BAD_SEGMENT_LENGTH;
