@@ -1,4 +1,4 @@
-#include "bench/codec/measure.h"
+#include "bench/codec/cases.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "image/CellMeans.h"
+#include "image/CodecParts.h"
 
 #include "image/ImageCodec.h"
 #include "image/kernels/Cells.h"

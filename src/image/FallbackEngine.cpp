@@ -1,4 +1,4 @@
-#include "image/FallbackEngine.h"
+#include "image/CodecParts.h"
 
 #include "image/ijl/Ijl.h"
 #include "image/kernels/Colour.h"

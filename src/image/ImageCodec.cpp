@@ -3,9 +3,7 @@
 
 #include "image/ImageCodec.h"
 
-#include "image/CellMeans.h"
-#include "image/FallbackEngine.h"
-#include "image/StripJpeg.h"
+#include "image/CodecParts.h"
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/jpegenc/JpegEncoder.h"
 #include "image/kernels/Level.h"

@@ -5,7 +5,7 @@
 // encoded anew from what was decoded here. Order, not health, is looked at: entropy-coded data is copied as
 // it is, and where it is damaged each decoder shows what it makes of it.
 
-#include "image/StripJpeg.h"
+#include "image/CodecParts.h"
 
 #include "image/format/JpegGeometry.h"
 #include "image/format/JpegMarkers.h"

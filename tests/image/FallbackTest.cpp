@@ -1,6 +1,6 @@
 // The fallback engine: its record, the streams that only it reads against another decoder, its facade.
 
-#include "image/FallbackEngine.h"
+#include "image/CodecParts.h"
 #include "image/JpegSamples.h"
 #include "image/KernelLevel.h"
 #include "image/ijl/Ijl.h"

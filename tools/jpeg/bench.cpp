@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "tools/jpeg/commands.h"
-#include "tools/jpeg/engines.h"
 #include "tools/jpeg/files.h"
+#include "tools/jpeg/picture.h"
 
 namespace jpegtool {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/options.h"
-#include "tools/jpeg/engines.h"
+#include "tools/jpeg/picture.h"
 
 namespace jpegtool {
 

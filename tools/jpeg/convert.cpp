@@ -4,7 +4,6 @@
 
 #include "image/jpegenc/JpegEncoder.h"
 #include "tools/jpeg/commands.h"
-#include "tools/jpeg/engines.h"
 #include "tools/jpeg/files.h"
 #include "tools/jpeg/picture.h"
 

@@ -1,6 +1,6 @@
-#include "tools/jpeg/engines.h"
+#include "tools/jpeg/picture.h"
 
-#include "image/FallbackEngine.h"
+#include "image/CodecParts.h"
 #include "image/jpegdec/JpegDecoder.h"
 #include "image/kernels/Level.h"
 #include "tools/jpeg/files.h"

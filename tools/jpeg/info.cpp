@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "tools/jpeg/commands.h"
-#include "tools/jpeg/engines.h"
 #include "tools/jpeg/files.h"
+#include "tools/jpeg/picture.h"
 #include "tools/jpeg/stream.h"
 
 namespace jpegtool {

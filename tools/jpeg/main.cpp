@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "tools/jpeg/commands.h"
-#include "tools/jpeg/engines.h"
 #include "tools/jpeg/files.h"
+#include "tools/jpeg/picture.h"
 
 namespace jpegtool {
 namespace {

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
+#include <variant>
 
 #include "image/FrameBlock.h"
 #include "image/ImageCodec.h"
@@ -64,5 +66,27 @@ Source ReadSource(const std::string& path, std::optional<Size> size);
 
 // The content of a .pgm or .ppm file; `name` is for the line that refuses it. Takes bytes of any content.
 Source ParseNetpbm(const std::string& name, PictureFormat format, const Bytes& file);
+
+// --- The engines behind the codec, one by one, and in words why they take a stream or do not ---
+
+using Stream = std::span<const std::uint8_t>; // at most kLargestFile bytes
+
+enum class Engine { Facade, Primary, Fallback };
+
+// Starts the kernels at this level, or with an empty name at the best one. Throws UsageError for one that the
+// processor lacks and for what is none.
+void StartKernels(const std::string& level);
+// For example "kernel level 4 (AVX2), best level 4 (AVX2)".
+std::string LevelText();
+
+// Which engine decodes a stream in the system.
+struct Verdict {
+    std::string engine; // "primary", "fallback" or "none"
+    std::string reason;
+};
+Verdict ChooseEngine(Stream stream);
+
+// The picture, or in words why there is none. Throws std::bad_alloc.
+std::variant<Picture, std::string> Decode(Stream stream, Engine engine);
 
 } // namespace jpegtool

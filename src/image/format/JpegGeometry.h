@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "image/kernels/Memory.h"
+
 // Checked once an engine, in the frame header: width and height come from hostile bytes and everything below
 // allocates by them. 65500 a side is what other codecs of this format take. 64 megapixels are more than any
 // phone's or camera's sensor sends, and keep even three bytes a pixel (192 MiB) inside 32-bit sizes.
@@ -84,4 +86,27 @@ struct JpegGrid {
         m_nPadX = m_nCcWidth - nWidth;
         m_nPadY = m_nMcuRows * m_nMcuHeight - nHeight;
     }
+};
+
+// One colour component of a frame: what the headers say of it, and its buffers.
+class CJPEGColorComponent {
+public:
+    virtual ~CJPEGColorComponent() = default;
+
+    std::int32_t m_nId = 0;        // the frame header's identifier
+    std::int32_t m_nIndex = 0;     // position in the frame, set for progressive frames
+    std::int32_t m_nHSampling = 0; // the frame header's factors
+    std::int32_t m_nVSampling = 0;
+    std::int32_t m_nHFactor = 0; // upsampling: 2 for chroma of half the resolution, else 1
+    std::int32_t m_nVFactor = 0;
+    std::int32_t m_nBlocks = 0; // encoder only
+    std::int32_t m_nQuantSelector = 0;
+    std::int32_t m_nDcSelector = 0;
+    std::int32_t m_nAcSelector = 0;
+    bool m_bAcScanDone = false;
+    std::int16_t m_nLastDc = 0; // DC predictor
+
+    IppBuffer<std::uint8_t> m_pCcBuffer; // samples at full resolution
+    IppBuffer<std::uint8_t> m_pSsBuffer; // samples at the coded resolution, with room around them
+    IppBuffer<std::uint8_t> m_pTopRow;   // last chroma row of the MCU row before
 };

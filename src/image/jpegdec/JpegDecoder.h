@@ -10,7 +10,6 @@
 // else throws.
 #pragma once
 
-#include "image/format/JpegColorComponent.h"
 #include "image/format/JpegGeometry.h"
 #include "image/format/JpegSegments.h"
 #include "image/format/JpegTypes.h"

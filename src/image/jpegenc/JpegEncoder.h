@@ -10,7 +10,6 @@
 // throws.
 #pragma once
 
-#include "image/format/JpegColorComponent.h"
 #include "image/format/JpegGeometry.h"
 #include "image/format/JpegTypes.h"
 #include "image/jpegenc/JpegEncoderTables.h"
