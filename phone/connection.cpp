@@ -251,4 +251,10 @@ Ended HttpRefusal(std::string statusLine) {
                 statusLine + ")"};
 }
 
+Ended NoAnswer(const Report& report, const std::string& mayBe) {
+    const std::string closed = "the server closed the connection without an answer";
+    return report.everTaken ? Ended{End::Lost, closed}
+                            : Ended{End::Denied, "denied: " + closed + "; it may " + mayBe};
+}
+
 } // namespace phone

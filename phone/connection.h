@@ -40,6 +40,7 @@ struct Report {
     End end = End::Failed;
     std::string reason{};                     // one line for Denied, Lost and Failed
     std::optional<Clock::time_point> taken{}; // when the server took the phone, in the last conversation
+    bool everTaken = false;                   // in a former one
     std::uint64_t losses = 0;                 // connections that were lost and followed by another one
 
     [[nodiscard]] bool IsGood() const noexcept { return end == End::Done || end == End::Stopped; }
@@ -111,5 +112,9 @@ std::string Credentials(std::string_view login, std::string_view password);
 // Explains the status line of a conversation that ended before it began, in one line for a terminal: Denied,
 // but Lost from a server that is too busy.
 Ended HttpRefusal(std::string statusLine);
+
+// The server closed the connection without a word: Denied, `mayBe` that; but Lost for a phone that it has
+// taken before, since a balancer ends connections like that while the server behind it is away.
+Ended NoAnswer(const Report& report, const std::string& mayBe);
 
 } // namespace phone

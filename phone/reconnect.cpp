@@ -33,7 +33,6 @@ Clock::duration Comeback::WaitAfter(Clock::duration lasted) {
 
 void Converse(Report& report, const Reconnecting& again, int stop, const std::function<End()>& conversation) {
     Comeback comeback;
-    bool everTaken = false;
     for (;;) {
         report.taken.reset();
         report.reason.clear();
@@ -43,8 +42,8 @@ void Converse(Report& report, const Reconnecting& again, int stop, const std::fu
             report.end = ended.end;
             report.reason = ended.what();
         }
-        everTaken = everTaken || report.taken;
-        if (report.end != End::Lost || !again.enabled || !everTaken)
+        report.everTaken = report.everTaken || report.taken;
+        if (report.end != End::Lost || !again.enabled || !report.everTaken)
             return;
         const auto wait =
             comeback.WaitAfter(report.taken ? Clock::now() - *report.taken : Clock::duration::zero());

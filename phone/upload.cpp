@@ -49,10 +49,7 @@ private:
         const auto limit = Clock::now() + kAnswerLimit;
         const std::string answer = m_connection.Await(1, limit, kNoAnswer);
         if (answer.empty()) {
-            throw Ended(End::Denied,
-                        "denied: the server closed the connection without an answer; it may have "
-                        "no camera \"" +
-                            m_options.login + "\"");
+            throw NoAnswer(m_report, "have no camera \"" + m_options.login + "\"");
         }
         switch (answer[0]) {
         case kAccepted:

@@ -62,10 +62,8 @@ private:
         while ((end = head.find(kEnd)) == std::string::npos) {
             const std::string more = head.size() < kLongestHead ? Await() : std::string();
             if (more.empty() && head.empty()) {
-                throw Ended(
-                    End::Denied,
-                    "denied: the server closed the connection without an answer; it may have no source \"" +
-                        m_options.source + "\", or not take these parameters");
+                throw NoAnswer(m_report,
+                               "have no source \"" + m_options.source + "\", or not take these parameters");
             }
             if (more.empty()) {
                 throw Ended(End::Failed, "the server's answer is no HTTP");
