@@ -173,10 +173,21 @@ public:
         : m_seat(std::move(seat)), m_stream(std::move(socket)), m_arrival(m_stream), m_peer(peer),
           m_site(site) {}
 
-    void Run() {
+    // `full`: it is one beyond this limit.
+    void Run(std::optional<Refusal> full) {
+        m_full = full;
         auto deadline = Clock::now() + m_site.limits.headDeadline;
-        if (!Begin(deadline))
+        Shorten(deadline);
+        if (!Begin(deadline)) {
+            if (m_full)
+                m_site.counters.Refuse(*m_full);
             return;
+        }
+        m_full ? RunKept(deadline) : RunAll(deadline);
+    }
+
+private:
+    void RunAll(Clock::time_point deadline) {
         for (unsigned served = 0; served < kMaxRequestsPerConnection; ++served) {
             if (served > 0 || m_stream.IsSecure())
                 deadline = Clock::now() + m_site.limits.headDeadline;
@@ -199,10 +210,7 @@ public:
     }
 
     // There are too many connections, but some requests have a place kept.
-    void RunKept(Refusal full) {
-        const auto deadline = Clock::now() + std::min(kProbeDeadline, m_site.limits.headDeadline);
-        if (!Begin(deadline))
-            return m_site.counters.Refuse(full);
+    void RunKept(Clock::time_point deadline) {
         Head head = ReadHead(m_stream, m_site.stop, deadline);
         ParsedRequest parsed;
         if (head.result == HeadResult::Complete)
@@ -214,18 +222,22 @@ public:
         Visit visit(m_stream, m_arrival, m_seat, std::move(request), m_site);
         if (address != nullptr && address->place == Place::Kept)
             return Serve(visit, m_site);
-        m_site.counters.Refuse(full);
+        m_site.counters.Refuse(*m_full);
         visit.SendLast(FullAnswer());
     }
 
-private:
+    void Shorten(Clock::time_point& deadline) const {
+        if (m_full)
+            deadline = std::min(deadline, Clock::now() + kProbeDeadline);
+    }
+
     // What stands before the first request: who a trusted proxy speaks for, and TLS.
-    bool Begin(Clock::time_point deadline) {
+    bool Begin(Clock::time_point& deadline) {
         m_byProxy = m_site.proxies.Trusts(m_peer);
         return (!m_byProxy || ReadPreamble(deadline)) && Secure(deadline);
     }
 
-    bool ReadPreamble(Clock::time_point deadline) {
+    bool ReadPreamble(Clock::time_point& deadline) {
         std::string seen;
         for (std::size_t needed = 1;;) {
             // Where nothing comes the head does not either, and says so.
@@ -248,12 +260,19 @@ private:
             if (::recv(m_stream.Fd(), seen.data(), seen.size(), MSG_DONTWAIT) !=
                 static_cast<ssize_t>(seen.size()))
                 return false;
-            if (preamble.address)
-                m_peer = AddressOf(*preamble.address);
-            // What it says in header fields counts only if the client is a proxy as well.
-            m_byProxy = m_site.proxies.Trusts(m_peer);
-            return true;
+            return !preamble.address || CountFor(AddressOf(*preamble.address), deadline);
         }
+    }
+
+    // The proxy speaks for `client`. False where the connection is one too many.
+    bool CountFor(PeerAddress client, Clock::time_point& deadline) {
+        m_peer = std::move(client);
+        // What it says in header fields counts only if the client is a proxy as well.
+        m_byProxy = m_site.proxies.Trusts(m_peer);
+        const Seat::Counted counted = m_seat->CountFor(m_peer);
+        m_full = counted.beyond;
+        Shorten(deadline);
+        return counted.admitted;
     }
 
     // Enters who sends a request and how. False where a trusted proxy says what makes no sense.
@@ -309,7 +328,8 @@ private:
     Stream m_stream;
     const Arrival m_arrival;
     PeerAddress m_peer;
-    bool m_byProxy = false; // what header fields say of the client counts
+    bool m_byProxy = false;        // what header fields say of the client counts
+    std::optional<Refusal> m_full; // it is beyond this limit
     const Site& m_site;
 };
 
@@ -431,7 +451,7 @@ void ServeConnection(Descriptor socket, const PeerAddress& peer, std::optional<R
                      const Site& site) noexcept {
     try {
         Connection connection(std::move(socket), peer, std::move(seat), site);
-        full ? connection.RunKept(*full) : connection.Run();
+        connection.Run(full);
     } catch (const std::exception& error) {
         try {
             Console::Get().Log("error", "connection of " + peer.text + " ended: " + error.what());

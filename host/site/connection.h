@@ -32,6 +32,14 @@ public:
     virtual ~Seat() = default;
     // From now on it does not count among those that there may be. The end says so as well.
     virtual void Leave() noexcept = 0;
+    // What came of counting it for another address.
+    struct Counted {
+        std::optional<Refusal> beyond; // this limit: it may ask for what has a place kept, and nothing else
+        bool admitted = true;          // false: there are too many of those as well
+    };
+    // The proxy that made it speaks for `client`: it counts among the connections of that address. Once,
+    // before anybody else has it.
+    virtual Counted CountFor(const PeerAddress& client) = 0;
 };
 using SeatPtr = std::shared_ptr<Seat>;
 

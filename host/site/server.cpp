@@ -27,8 +27,8 @@ public:
     // With m_mutex held.
     Taken(Server& server, std::string key, bool probe)
         : m_server(server), m_key(std::move(key)), m_probe(probe) {
-        for (Count* const count : {&m_server.m_all, &m_server.m_perAddress[m_key]})
-            ++(m_probe ? count->probes : count->held);
+        Enter(m_server.m_all);
+        Enter(m_server.m_perAddress[m_key]);
         ++m_server.m_site.counters.open;
         ++m_server.m_taken;
     }
@@ -43,17 +43,42 @@ public:
         if (std::exchange(m_left, true))
             return;
         --m_server.m_site.counters.open;
-        const auto ofAddress = m_server.m_perAddress.find(m_key);
-        for (Count* const count : {&m_server.m_all, &ofAddress->second})
-            --(m_probe ? count->probes : count->held);
-        if (ofAddress->second.held + ofAddress->second.probes == 0)
-            m_server.m_perAddress.erase(ofAddress);
+        Drop(m_server.m_all);
+        Drop(m_server.m_perAddress.at(m_key));
+        Forget(m_key);
+    }
+    Counted CountFor(const PeerAddress& client) override {
+        const std::lock_guard guard(m_server.m_mutex);
+        // What may lack the memory comes first.
+        const bool trusted = m_server.m_site.proxies.Trusts(client);
+        std::string key = client.key;
+        Count& ofClient = m_server.m_perAddress[key];
+        Drop(m_server.m_all);
+        Drop(m_server.m_perAddress.at(m_key));
+        const auto full = m_server.LimitReached(ofClient, trusted);
+        const Counted counted{full, !full || m_server.HasProbePlace(ofClient)};
+        m_probe = full.has_value();
+        Enter(m_server.m_all);
+        Enter(ofClient);
+        m_key.swap(key);
+        Forget(key);
+        return counted;
     }
 
 private:
+    void Enter(Count& count) const noexcept { ++(m_probe ? count.probes : count.held); }
+    void Drop(Count& count) const noexcept { --(m_probe ? count.probes : count.held); }
+    // An address without connections.
+    void Forget(const std::string& key) noexcept {
+        const auto found = m_server.m_perAddress.find(key);
+        if (found->second.held + found->second.probes == 0)
+            m_server.m_perAddress.erase(found);
+    }
+
     Server& m_server;
-    const std::string m_key;
-    const bool m_probe; // beyond a limit: it may ask for what has places kept, and nothing else
+    // Under the server's mutex.
+    std::string m_key;
+    bool m_probe; // beyond a limit: it may ask for what has places kept, and nothing else
     bool m_left = false;
 };
 
@@ -101,10 +126,14 @@ void Server::Accept() {
 std::optional<Refusal> Server::LimitReached(const Count& ofAddress, bool trusted) const {
     if (m_all.held >= m_site.limits.maxConnections)
         return Refusal::TooManyConnections;
-    // A proxy's connections are those of many.
+    // A proxy's connections are those of many, until it has said whose each one is.
     if (!trusted && ofAddress.held >= m_site.limits.maxPerAddress)
         return Refusal::TooManyFromAddress;
     return std::nullopt;
+}
+
+bool Server::HasProbePlace(const Count& ofAddress) const {
+    return m_all.probes < kProbePlaces && ofAddress.probes < kProbesPerAddress;
 }
 
 void Server::Admit(Descriptor socket, PeerAddress peer) {
@@ -117,7 +146,7 @@ void Server::Admit(Descriptor socket, PeerAddress peer) {
     const auto known = m_perAddress.find(peer.key);
     const Count before = known != m_perAddress.end() ? known->second : Count{};
     const auto full = LimitReached(before, m_site.proxies.Trusts(peer));
-    if (full && (m_all.probes >= kProbePlaces || before.probes >= kProbesPerAddress))
+    if (full && !HasProbePlace(before))
         return Turn(socket, *full);
     seat = std::make_shared<Taken>(*this, peer.key, full.has_value());
     const auto thread = m_threads.emplace(m_threads.end());

@@ -42,6 +42,7 @@ private:
     void Serve(Descriptor socket, const PeerAddress& peer, std::optional<Refusal> full, SeatPtr seat);
     // With m_mutex held.
     [[nodiscard]] std::optional<Refusal> LimitReached(const Count& ofAddress, bool trusted) const;
+    [[nodiscard]] bool HasProbePlace(const Count& ofAddress) const;
     void Turn(const Descriptor& socket, Refusal reason) const;
     void Reap();
 

@@ -400,6 +400,37 @@ class Elsewhere(TlsCase):
         self.assertIn("--trusted-proxy takes an address or a network, ADDRESS/BITS, not",
                       subprocess.run([options.host, "--trusted-proxy", "10.0.0.0/33"], stderr=subprocess.PIPE, text=True, timeout=60).stderr)
 
+    def test_connections_through_a_proxy_count_for_its_client(self):
+        host = self.start_for_others("--trusted-proxy", "127.0.0.2", "--max-per-address", "2")
+
+        def held(client):
+            """A connection of `client` that the server has looked at."""
+            plain = socket.create_connection(("127.0.0.1", host.port), timeout=20, source_address=("127.0.0.2", 0))
+            self.addCleanup(plain.close)
+            plain.sendall(f"PROXY TCP4 {client} 127.0.0.1 1 2\r\nGET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n".encode())
+            return plain, read_answer(plain)[0]
+
+        def asked(plain):
+            plain.sendall(b"GET /health HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            return read_answer(plain)[0]
+
+        first, second = held("192.0.2.9")[0], held("192.0.2.9")[0]
+        self.assertEqual((asked(first), asked(second)), (403, 403), "served, for what that is in clear")
+        beyond, status = held("192.0.2.9")
+        self.assertEqual((status, beyond.recv(1)), (200, b""), "a supervisor is answered, and that is all")
+        other = held("192.0.2.10")[0]
+        self.assertEqual(asked(other), 403, "the proxy's own address has no limit")
+        first.close()
+
+        def place():
+            plain = held("192.0.2.9")[0]
+            try:
+                return asked(plain) == 403
+            except (EOFError, ConnectionError):
+                return False
+
+        self.wait_until(place, "a place that became free")
+
 
 class Connection(TlsCase):
     def test_the_first_byte_decides_in_any_split_of_what_comes(self):
