@@ -8,16 +8,24 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// Hearts beat over the engine itself: where one of its servers dies the others go on carrying them, while the
+// entries of a bucket wait for seconds until its servers have agreed on who leads.
 constexpr auto kBeatEvery = 500ms;
-// A name whose entry changes meanwhile is in use; two beats and some.
+constexpr const char* kHearts = "morrowstream.hearts";
+// A host's entry is put as often, for its name, and to see whether the engine takes any.
+// A name whose entry changes meanwhile is in use; two puts and some.
 constexpr auto kNameTaken = 1300ms;
 constexpr auto kClaimWithin = 3s;
 constexpr auto kRestlessWaits = 2s;
 constexpr auto kAnswerWithin = ClusterCameras::kPictureWithin + 1000ms;
-constexpr const char* kHere = "here";
 
 std::string SubjectOfPictures(const std::string& node) {
     return "morrowstream.pictures." + node;
+}
+
+// What a host's entry says: by which start its beats are known.
+std::string StartOf(const Sealer& sealer) {
+    return {sealer.Start().begin(), sealer.Start().end()};
 }
 
 } // namespace
@@ -63,12 +71,15 @@ Cameras::Cameras(Link& link, std::shared_ptr<Store> nodes, std::shared_ptr<Store
     : m_link(link), m_node(link.Seals()->Node()), m_nodes(std::move(nodes)), m_owners(std::move(owners)),
       m_ownership(m_node) {
     TakeName();
-    m_watchNodes = m_nodes->Watch([this](std::span<const Store::Update> updates) { TakeBeats(updates); });
+    m_fresh.SetStart(m_node, m_link.Seals()->Start());
+    m_watchNodes = m_nodes->Watch([this](std::span<const Store::Update> updates) { TakeNodes(updates); });
     m_watchOwners = m_owners->Watch([this](std::span<const Store::Update> updates) { TakeOwners(updates); });
     m_pictures.emplace(
         m_link, SubjectOfPictures(m_node),
         [this](const Opened& question, const Link::Service::Reply& reply) { TakeQuestion(question, reply); });
+    m_hearts.emplace(m_link, kHearts, [this](const Opened& beat) { TakeBeat(beat); });
     m_beating = std::thread([this] { Beat(); });
+    m_keeping = std::thread([this] { KeepEntry(); });
     m_working = std::thread([this] { Work(); });
 }
 
@@ -79,7 +90,9 @@ Cameras::~Cameras() {
         m_wake.notify_all();
     }
     m_beating.join();
+    m_keeping.join();
     m_working.join();
+    m_hearts.reset();
     m_pictures.reset();
     m_watchOwners.reset();
     m_watchNodes.reset();
@@ -91,8 +104,8 @@ Cameras::~Cameras() {
     }
     for (const auto& [camera, epoch] : owned)
         (void)m_owners->Remove(camera, epoch);
-    if (m_beat != 0)
-        (void)m_nodes->Remove(m_node, m_beat);
+    if (m_entry != 0)
+        (void)m_nodes->Remove(m_node, m_entry);
 }
 
 void Cameras::Claim(const std::string& camera) {
@@ -152,23 +165,33 @@ void Cameras::TakeName() {
         const Store::Reading after = m_nodes->Get(m_node);
         if (after.entry && after.entry->revision != before.entry->revision)
             throw LinkError("the name " + m_node + " is in use by another host of the cluster");
-        m_beat = after.entry ? after.entry->revision : 0;
+        m_entry = after.entry ? after.entry->revision : 0;
     }
-    const Store::Outcome taken = m_nodes->Put(m_node, kHere, m_beat);
+    const Store::Outcome taken = m_nodes->Put(m_node, StartOf(*m_link.Seals()), m_entry);
     if (taken.result == Store::Result::Conflict)
         throw LinkError("the name " + m_node + " is in use by another host of the cluster");
     if (taken.result == Store::Result::Done)
-        m_beat = taken.revision;
+        m_entry = taken.revision;
 }
 
 void Cameras::Beat() {
+    do
+        m_link.Announce(kHearts, {});
+    while (Sleep(kBeatEvery));
+}
+
+void Cameras::KeepEntry() {
     while (Sleep(kBeatEvery)) {
-        const Store::Outcome beat = m_nodes->Put(m_node, kHere, m_beat);
-        if (beat.result == Store::Result::Done)
-            m_beat = beat.revision;
+        const Store::Outcome put = m_nodes->Put(m_node, StartOf(*m_link.Seals()), m_entry);
+        const bool done = put.result == Store::Result::Done;
+        const bool conflict = put.result == Store::Result::Conflict;
+        if (done)
+            m_entry = put.revision;
         // One that was not known to be written may be, and is one's own then.
-        else if (beat.result == Store::Result::Conflict)
-            m_beat = beat.present ? beat.present->revision : 0;
+        else if (conflict)
+            m_entry = put.present ? put.present->revision : 0;
+        const std::lock_guard guard(m_mutex);
+        m_ownership.Writes(done || conflict, Clock::now());
     }
 }
 
@@ -177,17 +200,28 @@ bool Cameras::Sleep(std::chrono::milliseconds how) {
     return !m_wake.wait_for(guard, how, [this] { return m_stop; });
 }
 
-void Cameras::TakeBeats(std::span<const Store::Update> updates) {
+void Cameras::TakeNodes(std::span<const Store::Update> updates) {
     const std::lock_guard guard(m_mutex);
     for (const Store::Update& update : updates) {
         if (!update.value) {
             m_known.erase(update.key);
+            m_fresh.Forget(update.key);
             m_ownership.Silent(update.key);
             continue;
         }
         m_known.insert(update.key);
+        std::array<unsigned char, 16> start{};
+        if (update.value->size() == start.size())
+            std::ranges::copy(*update.value, start.begin());
+        m_fresh.SetStart(update.key, start);
         m_ownership.Heard(update.key, Clock::now());
     }
+}
+
+void Cameras::TakeBeat(const Opened& beat) {
+    const std::lock_guard guard(m_mutex);
+    if (m_fresh.Take(beat))
+        m_ownership.Heard(beat.node, Clock::now());
 }
 
 void Cameras::TakeOwners(std::span<const Store::Update> updates) {

@@ -48,9 +48,11 @@ private:
 
     void TakeName();
     void Beat();
+    void KeepEntry();
     void Work();
     bool Sleep(std::chrono::milliseconds how); // false: it is over
-    void TakeBeats(std::span<const Store::Update> updates);
+    void TakeNodes(std::span<const Store::Update> updates);
+    void TakeBeat(const Opened& beat);
     void TakeOwners(std::span<const Store::Update> updates);
     void TakeQuestion(const Opened& opened, const Link::Service::Reply& reply);
     void ClaimNow(const std::string& camera);
@@ -63,6 +65,7 @@ private:
     mutable std::mutex m_mutex; // the members down to the next blank line
     std::condition_variable m_wake;
     Ownership m_ownership;
+    Freshness m_fresh;             // of heart beats
     std::set<std::string> m_known; // hosts that have not left
     std::vector<std::string> m_claims;
     std::vector<std::pair<std::string, std::uint64_t>> m_releases;
@@ -71,11 +74,13 @@ private:
     std::mutex m_serving; // held while a question is handed on
     Respond m_respond;    // under m_serving
 
-    Store::Revision m_beat = 0; // of the thread that beats, and before and after it
+    Store::Revision m_entry = 0; // of the thread that keeps it, and before and after that
     Store::Watching m_watchNodes;
     Store::Watching m_watchOwners;
     std::optional<Link::Service> m_pictures;
+    std::optional<Link::Service> m_hearts;
     std::thread m_beating;
+    std::thread m_keeping;
     std::thread m_working;
 };
 

@@ -194,6 +194,15 @@ void Link::Ask(const std::string& subject, std::string_view text, std::uint64_t 
         found->second.until = Clock::now();
 }
 
+void Link::Announce(const std::string& subject, std::string_view text) {
+    if (!IsConnected())
+        return;
+    const std::string sealed =
+        m_sealer->Seal({.kind = SealedFor::Kind::Announcement, .place = subject}, text);
+    (void)natsConnection_Publish(m_connection.get(), subject.c_str(), sealed.data(),
+                                 static_cast<int>(sealed.size()));
+}
+
 void Link::RunAnswers() {
     while (!m_stop) {
         natsMsg* taken = nullptr;
@@ -270,7 +279,13 @@ void Link::GiveUp(Clock::time_point now) {
 }
 
 Link::Service::Service(Link& link, std::string subject, Respond respond)
-    : m_link(link), m_subject(std::move(subject)), m_respond(std::move(respond)) {
+    : Service(link, std::move(subject), std::move(respond), nullptr) {}
+
+Link::Service::Service(Link& link, std::string subject, Hear hear)
+    : Service(link, std::move(subject), nullptr, std::move(hear)) {}
+
+Link::Service::Service(Link& link, std::string subject, Respond respond, Hear hear)
+    : m_link(link), m_subject(std::move(subject)), m_respond(std::move(respond)), m_hear(std::move(hear)) {
     natsSubscription* made = nullptr;
     CheckLink(natsConnection_SubscribeSync(&made, link.Engine(), m_subject.c_str()),
               "no subscription to " + m_subject);
@@ -297,6 +312,12 @@ void Link::Service::Run() {
 
 void Link::Service::Take(natsMsg* message) {
     const Sealer& sealer = *m_link.m_sealer;
+    if (m_hear) {
+        const auto announced =
+            sealer.Open({.kind = SealedFor::Kind::Announcement, .place = m_subject}, TextOf(message));
+        return announced ? m_hear(*announced)
+                         : m_link.Refuse("an announcement that no host of the cluster has made is refused");
+    }
     const auto question =
         sealer.Open({.kind = SealedFor::Kind::Request, .place = m_subject}, TextOf(message));
     if (!question)

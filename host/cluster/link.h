@@ -97,26 +97,34 @@ public:
     void Ask(const std::string& subject, std::string_view text, std::uint64_t epoch,
              std::chrono::milliseconds within, Then then);
 
-    // Takes the questions that come for a subject, on a thread of its own, until it goes. Questions may come
-    // twice: whoever carries out something by them looks whether they are new (Freshness).
+    // To whoever listens for that subject, this host as well; lost while there is no server.
+    void Announce(const std::string& subject, std::string_view text);
+
+    // Takes the questions that come for a subject, or the announcements, on a thread of its own, until it
+    // goes. They may come twice: whoever carries out something by them looks whether they are new
+    // (Freshness).
     class Service {
     public:
         // Once, from any thread while the link is there, with the epoch that the answer is sealed for; or
         // never.
         using Reply = std::function<void(std::string_view text, std::uint64_t epoch)>;
         using Respond = std::function<void(const Opened& question, Reply reply)>;
+        using Hear = std::function<void(const Opened& announcement)>;
         Service(Link& link, std::string subject, Respond respond);
+        Service(Link& link, std::string subject, Hear hear);
         Service(const Service&) = delete;
         Service& operator=(const Service&) = delete;
         ~Service();
 
     private:
+        Service(Link& link, std::string subject, Respond respond, Hear hear);
         void Run();
         void Take(natsMsg* message);
 
         Link& m_link;
         const std::string m_subject;
         const Respond m_respond;
+        const Hear m_hear; // one of the two
         SubscriptionPtr m_subscription;
         std::atomic<bool> m_stop{false};
         std::thread m_thread;

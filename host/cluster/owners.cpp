@@ -27,6 +27,12 @@ void Ownership::Heard(const std::string& node, Clock::time_point now) {
     m_heardSelf = now;
 }
 
+void Ownership::Writes(bool can, Clock::time_point now) {
+    if (can && !m_writes)
+        m_judgesFrom = now + kDeadAfter;
+    m_writes = can;
+}
+
 // Measured by one's own heart: where the engine pauses, nobody dies of it.
 bool Ownership::Lives(const std::string& node) const {
     const auto heard = m_heard.find(node);
@@ -88,14 +94,14 @@ void Ownership::LookAt(const std::string& name, Camera& camera, bool receiving, 
         }
     } else if (others) {
         // The phone was let in while the engine was away, and nobody knows which of two came later.
-        if (!IsHeard(now) || now < m_judgesFrom)
+        if (!IsHeard(now) || !m_writes || now < m_judgesFrom)
             return;
         if (Lives(camera.owner.node)) {
             orders.end.push_back(name);
             return;
         }
     }
-    if (IsHeard(now) && now >= camera.nextClaim) {
+    if (IsHeard(now) && m_writes && now >= camera.nextClaim) {
         camera.nextClaim = now + kClaimsEvery;
         orders.claim.push_back(name);
     }

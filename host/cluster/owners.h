@@ -43,6 +43,9 @@ public:
     void Told(const std::string& camera, const Owner& owner, Clock::time_point now);
     // A heart beat was heard, over the engine; one's own as well.
     void Heard(const std::string& node, Clock::time_point now);
+    // Whether the engine takes entries. What cannot be claimed is not tried, and where it could not be, the
+    // others are heard for a while before one of them is judged.
+    void Writes(bool can, Clock::time_point now);
     // It has left.
     void Silent(const std::string& node) { m_heard.erase(node); }
     // A claim of this host is about to be put.
@@ -90,6 +93,7 @@ private:
     std::map<std::string, Clock::time_point> m_heard;
     Clock::time_point m_heardSelf{};  // the epoch of the clock: never
     Clock::time_point m_judgesFrom{}; // before that, who is silent may only not have been heard yet
+    bool m_writes = true;
     Clock::time_point m_looked{};
 };
 
