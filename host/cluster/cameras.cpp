@@ -12,6 +12,10 @@ using namespace std::chrono_literals;
 // entries of a bucket wait for seconds until its servers have agreed on who leads.
 constexpr auto kBeatEvery = 500ms;
 constexpr const char* kHearts = "morrowstream.hearts";
+// Who has which camera is said over the engine itself as well, at a claim, and to a host that was cut off:
+// behind a partition its servers may take half a minute to agree.
+constexpr const char* kOwned = "morrowstream.owned";
+constexpr std::size_t kMostOwnedAtOnce = 1000;
 // A host's entry is put as often, for its name, and to see whether the engine takes any.
 // A name whose entry changes meanwhile is in use; two puts and some.
 constexpr auto kNameTaken = 1300ms;
@@ -45,6 +49,29 @@ std::optional<PictureQuestion> ReadQuestion(std::string_view text) {
     return question;
 }
 
+std::string WriteOwned(const std::map<std::string, std::uint64_t>& owned) {
+    std::string text;
+    for (const auto& [camera, epoch] : owned) {
+        AppendNumber(text, epoch);
+        AppendNumber(text, static_cast<std::uint16_t>(camera.size()));
+        text += camera;
+    }
+    return text;
+}
+
+std::optional<std::map<std::string, std::uint64_t>> ReadOwned(std::string_view text) {
+    std::map<std::string, std::uint64_t> owned;
+    while (!text.empty()) {
+        std::uint64_t epoch = 0;
+        std::uint16_t size = 0;
+        if (!TakeNumber(text, epoch) || !TakeNumber(text, size) || size > text.size())
+            return std::nullopt;
+        owned[std::string(text.substr(0, size))] = epoch;
+        text.remove_prefix(size);
+    }
+    return owned;
+}
+
 std::string WritePicture(const CameraPicture& picture) {
     std::string text;
     text.reserve(48 + picture.jpeg.size());
@@ -71,13 +98,14 @@ Cameras::Cameras(Link& link, std::shared_ptr<Store> nodes, std::shared_ptr<Store
     : m_link(link), m_node(link.Seals()->Node()), m_nodes(std::move(nodes)), m_owners(std::move(owners)),
       m_ownership(m_node) {
     TakeName();
-    m_fresh.SetStart(m_node, m_link.Seals()->Start());
+    m_freshBeats.SetStart(m_node, m_link.Seals()->Start());
     m_watchNodes = m_nodes->Watch([this](std::span<const Store::Update> updates) { TakeNodes(updates); });
     m_watchOwners = m_owners->Watch([this](std::span<const Store::Update> updates) { TakeOwners(updates); });
     m_pictures.emplace(
         m_link, SubjectOfPictures(m_node),
         [this](const Opened& question, const Link::Service::Reply& reply) { TakeQuestion(question, reply); });
     m_hearts.emplace(m_link, kHearts, [this](const Opened& beat) { TakeBeat(beat); });
+    m_owned.emplace(m_link, kOwned, [this](const Opened& announcement) { TakeOwned(announcement); });
     m_beating = std::thread([this] { Beat(); });
     m_keeping = std::thread([this] { KeepEntry(); });
     m_working = std::thread([this] { Work(); });
@@ -92,6 +120,7 @@ Cameras::~Cameras() {
     m_beating.join();
     m_keeping.join();
     m_working.join();
+    m_owned.reset();
     m_hearts.reset();
     m_pictures.reset();
     m_watchOwners.reset();
@@ -205,7 +234,8 @@ void Cameras::TakeNodes(std::span<const Store::Update> updates) {
     for (const Store::Update& update : updates) {
         if (!update.value) {
             m_known.erase(update.key);
-            m_fresh.Forget(update.key);
+            m_freshBeats.Forget(update.key);
+            m_freshOwned.Forget(update.key);
             m_ownership.Silent(update.key);
             continue;
         }
@@ -213,15 +243,41 @@ void Cameras::TakeNodes(std::span<const Store::Update> updates) {
         std::array<unsigned char, 16> start{};
         if (update.value->size() == start.size())
             std::ranges::copy(*update.value, start.begin());
-        m_fresh.SetStart(update.key, start);
+        m_freshBeats.SetStart(update.key, start);
+        m_freshOwned.SetStart(update.key, start);
         m_ownership.Heard(update.key, Clock::now());
     }
 }
 
 void Cameras::TakeBeat(const Opened& beat) {
     const std::lock_guard guard(m_mutex);
-    if (m_fresh.Take(beat))
-        m_ownership.Heard(beat.node, Clock::now());
+    if (!m_freshBeats.Take(beat) || !m_ownership.Heard(beat.node, Clock::now()) || beat.node == m_node)
+        return;
+    m_returned = true;
+    m_wake.notify_all();
+}
+
+void Cameras::TakeOwned(const Opened& announcement) {
+    const auto owned = ReadOwned(announcement.text);
+    const std::lock_guard guard(m_mutex);
+    if (!owned || !m_freshOwned.Take(announcement) || announcement.node == m_node)
+        return;
+    for (const auto& [camera, epoch] : *owned)
+        m_ownership.Told(camera, {announcement.node, epoch}, Clock::now());
+}
+
+void Cameras::AnnounceAll() {
+    std::map<std::string, std::uint64_t> owned;
+    {
+        const std::lock_guard guard(m_mutex);
+        owned = m_ownership.Owned();
+    }
+    while (!owned.empty()) {
+        std::map<std::string, std::uint64_t> some;
+        while (!owned.empty() && some.size() < kMostOwnedAtOnce)
+            some.insert(owned.extract(owned.begin()));
+        m_link.Announce(kOwned, WriteOwned(some));
+    }
 }
 
 void Cameras::TakeOwners(std::span<const Store::Update> updates) {
@@ -242,8 +298,11 @@ void Cameras::ClaimNow(const std::string& camera) {
     while (Clock::now() < until) {
         const Store::Outcome put = m_owners->Put(camera, m_node, follows);
         if (put.result == Store::Result::Done) {
-            const std::lock_guard guard(m_mutex);
-            return m_ownership.Claimed(camera, put.revision, Clock::now());
+            {
+                const std::lock_guard guard(m_mutex);
+                m_ownership.Claimed(camera, put.revision, Clock::now());
+            }
+            return m_link.Announce(kOwned, WriteOwned({{camera, put.revision}}));
         }
         if (put.result != Store::Result::Conflict)
             break;
@@ -257,12 +316,16 @@ void Cameras::ClaimNow(const std::string& camera) {
 void Cameras::Work() {
     std::unique_lock guard(m_mutex);
     for (;;) {
-        m_wake.wait(guard, [this] { return m_stop || !m_claims.empty() || !m_releases.empty(); });
+        m_wake.wait(guard,
+                    [this] { return m_stop || m_returned || !m_claims.empty() || !m_releases.empty(); });
         if (m_stop)
             return;
         const auto claims = std::exchange(m_claims, {});
         const auto releases = std::exchange(m_releases, {});
+        const bool returned = std::exchange(m_returned, false);
         guard.unlock();
+        if (returned)
+            AnnounceAll();
         for (const std::string& camera : claims)
             ClaimNow(camera);
         for (const auto& [camera, epoch] : releases)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -26,6 +27,9 @@ struct PictureQuestion {
 };
 [[nodiscard]] std::string WriteQuestion(const PictureQuestion& question);
 [[nodiscard]] std::optional<PictureQuestion> ReadQuestion(std::string_view text);
+// What a host has, as it announces it: the epochs by camera.
+[[nodiscard]] std::string WriteOwned(const std::map<std::string, std::uint64_t>& owned);
+[[nodiscard]] std::optional<std::map<std::string, std::uint64_t>> ReadOwned(std::string_view text);
 [[nodiscard]] std::string WritePicture(const CameraPicture& picture);
 [[nodiscard]] std::optional<CameraPicture> ReadPicture(std::string_view text);
 
@@ -53,6 +57,8 @@ private:
     bool Sleep(std::chrono::milliseconds how); // false: it is over
     void TakeNodes(std::span<const Store::Update> updates);
     void TakeBeat(const Opened& beat);
+    void TakeOwned(const Opened& announcement);
+    void AnnounceAll();
     void TakeOwners(std::span<const Store::Update> updates);
     void TakeQuestion(const Opened& opened, const Link::Service::Reply& reply);
     void ClaimNow(const std::string& camera);
@@ -65,8 +71,11 @@ private:
     mutable std::mutex m_mutex; // the members down to the next blank line
     std::condition_variable m_wake;
     Ownership m_ownership;
-    Freshness m_fresh;             // of heart beats
+    // Of each kind of announcement, since those of one kind come in order.
+    Freshness m_freshBeats;
+    Freshness m_freshOwned;
     std::set<std::string> m_known; // hosts that have not left
+    bool m_returned = false;       // somebody who may not know what this host has
     std::vector<std::string> m_claims;
     std::vector<std::pair<std::string, std::uint64_t>> m_releases;
     bool m_stop = false;
@@ -79,6 +88,7 @@ private:
     Store::Watching m_watchOwners;
     std::optional<Link::Service> m_pictures;
     std::optional<Link::Service> m_hearts;
+    std::optional<Link::Service> m_owned;
     std::thread m_beating;
     std::thread m_keeping;
     std::thread m_working;

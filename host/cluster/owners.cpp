@@ -1,5 +1,7 @@
 #include "host/cluster/owners.h"
 
+#include <utility>
+
 namespace host::cluster {
 
 void Ownership::Told(const std::string& camera, const Owner& owner, Clock::time_point now) {
@@ -17,14 +19,16 @@ void Ownership::Told(const std::string& camera, const Owner& owner, Clock::time_
         known.own = owner.epoch;
 }
 
-void Ownership::Heard(const std::string& node, Clock::time_point now) {
-    m_heard[node] = now;
+bool Ownership::Heard(const std::string& node, Clock::time_point now) {
+    const auto [heard, first] = m_heard.try_emplace(node, now);
+    const bool returns = first || now - std::exchange(heard->second, now) > kDeadAfter;
     if (node != m_self)
-        return;
+        return returns;
     // The others are heard again as well from now on, one after the other.
     if (now - m_heardSelf > std::chrono::milliseconds(kDeadAfter) / 2)
         m_judgesFrom = now + kDeadAfter;
     m_heardSelf = now;
+    return returns;
 }
 
 void Ownership::Writes(bool can, Clock::time_point now) {

@@ -42,7 +42,8 @@ public:
     // The engine has told: also what came of one's own claims.
     void Told(const std::string& camera, const Owner& owner, Clock::time_point now);
     // A heart beat was heard, over the engine; one's own as well.
-    void Heard(const std::string& node, Clock::time_point now);
+    // True for one that was silent for so long that it may have missed what the others did.
+    bool Heard(const std::string& node, Clock::time_point now);
     // Whether the engine takes entries. What cannot be claimed is not tried, and where it could not be, the
     // others are heard for a while before one of them is judged.
     void Writes(bool can, Clock::time_point now);

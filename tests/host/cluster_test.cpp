@@ -196,6 +196,12 @@ std::string Play(Ownership& ownership, const OwnerStep& step) {
             gives << camera << "@" << owner.node << owner.epoch << " ";
         return gives.str();
     }
+    if (what == "writes") {
+        ownership.Writes(words >> node && node == "yes", now);
+        return {};
+    }
+    if (what == "returns")
+        return words >> node && ownership.Heard(node, now) ? "yes" : "no";
     if (what == "beats") {
         while (words >> node)
             ownership.Heard(node, now);
@@ -329,6 +335,26 @@ TEST(Ownership, IsOfWhoHasClaimedLast) {
           {9000, "where"},
           {9100, "beats b"},
           {9100, "where", "x@b3 "}}},
+        {"nothing can be claimed, and behind that the others may not have been heard yet",
+         {{0, "without x"},
+          {0, "told x b 3"},
+          {0, "writes no"},
+          {1400, "beats a"},
+          {2800, "beats a"},
+          {3100, "look x"},
+          {4200, "beats a"},
+          {4900, "look x y"},
+          {5000, "writes yes"},
+          {5600, "beats a"},
+          {6500, "look x"},
+          {7000, "beats a"},
+          {7900, "look x"},
+          {8100, "look x", "claim x "}}},
+        {"a host was cut off",
+         {{0, "returns b", "yes"},
+          {2000, "returns b", "no"},
+          {4900, "returns b", "no"},
+          {8000, "returns b", "yes"}}},
         {"two phones of one name",
          {{0, "told x b 1"},
           {1000, "told x c 2"},
