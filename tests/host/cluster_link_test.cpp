@@ -1,5 +1,6 @@
 // Hosts over a real server of the message engine, and somebody else who uses it as well.
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <future>
@@ -129,6 +130,35 @@ protected:
     pid_t m_server = -1;
     std::unique_ptr<natsConnection, Destroyed<&natsConnection_Destroy>> m_rogue;
 };
+
+TEST_F(ClusterLink, AnAnnouncementIsOfAHostAndForItsSubject) {
+    const auto a = LinkOf("a");
+    const auto b = LinkOf("b");
+    std::atomic<int> heard = 0;
+    const Link::Service service(*b, "morrowstream.test", [&](const Opened& said) {
+        EXPECT_EQ(said.node + said.text, "ahere");
+        ++heard;
+    });
+    const Link::Service other(*b, "morrowstream.other",
+                              [](const Opened& said) { ADD_FAILURE() << said.text; });
+    natsSubscription* made = nullptr;
+    ASSERT_EQ(natsConnection_SubscribeSync(&made, Rogue(), "morrowstream.test"), NATS_OK);
+    const SubscriptionPtr overheard(made, {Rogue()});
+    ASSERT_EQ(natsConnection_Flush(Rogue()), NATS_OK);
+    ASSERT_TRUE(Eventually([&] {
+        a->Announce("morrowstream.test", "here");
+        return heard > 0;
+    }));
+    EXPECT_EQ(b->Now().refused, 0U);
+    natsMsg* said = nullptr;
+    ASSERT_EQ(natsSubscription_NextMsg(&said, made, 5000), NATS_OK);
+    const MessagePtr message(said);
+    ASSERT_EQ(natsConnection_Publish(Rogue(), "morrowstream.other", natsMsg_GetData(said),
+                                     natsMsg_GetDataLength(said)),
+              NATS_OK);
+    ASSERT_EQ(natsConnection_PublishString(Rogue(), "morrowstream.test", "here"), NATS_OK);
+    EXPECT_TRUE(Eventually([&] { return b->Now().refused == 2; }));
+}
 
 TEST_F(ClusterLink, AnAnswerIsForItsQuestionAlone) {
     const auto a = LinkOf("a");

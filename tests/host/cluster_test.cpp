@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "host/cluster/cameras.h"
 #include "host/cluster/owners.h"
 #include "host/cluster/seal.h"
 
@@ -222,6 +223,16 @@ std::string Play(Ownership& ownership, const OwnerStep& step) {
         return ownership.IsRestless(name, now) ? "yes" : "no";
     }
     return {};
+}
+
+TEST(Ownership, IsReadAsItIsAnnounced) {
+    const std::map<std::string, std::uint64_t> owned{{"", 1}, {"yard", 7}, {std::string(300, 'x'), ~0ULL}};
+    const std::string text = WriteOwned(owned);
+    EXPECT_EQ(ReadOwned(text), owned);
+    for (std::size_t size = 0; size < text.size(); ++size) {
+        const auto some = ReadOwned(std::string_view(text).substr(0, size));
+        EXPECT_TRUE(!some || some->size() < owned.size()) << size;
+    }
 }
 
 TEST(Ownership, IsOfWhoHasClaimedLast) {

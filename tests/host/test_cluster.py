@@ -19,9 +19,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
 from hostprogram import Host  # noqa: E402 - it stands beside the browser tests
+from machines import SECRET, Nats  # noqa: E402
 
 options = None  # set at the end
-SECRET = "0123456789abcdef0123456789abcdef"
 
 
 class Member(Host):
@@ -32,32 +32,11 @@ class Member(Host):
             return answer.read()
 
 
-class Engine:
-    """nats-server with JetStream, whose store outlives it."""
-
-    def __init__(self, folder):
-        self.folder = os.path.join(folder, "engine")
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            self.port = free.getsockname()[1]
-        self.process = None
-
-    def start(self):
-        self.process = subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(self.port), "-js", "-sd", self.folder],
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-
-    def kill(self):
-        if self.process:
-            self.process.kill()
-            self.process.wait()
-        self.process = None
-
-
 class Cluster(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="cluster-")
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-        self.engine = Engine(self.folder)
+        self.engine = Nats(self.folder)
         self.addCleanup(self.engine.kill)
         self.engine.start()
         Path(self.path("secret")).write_text(SECRET + "\n", encoding="utf-8")

@@ -14,7 +14,8 @@ import urllib.request
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
-from hostprogram import Host, free_port, wait  # noqa: E402
+from hostprogram import Host, wait  # noqa: E402
+from machines import Nats  # noqa: E402
 
 options = None
 SECONDS = 60  # wide: sanitized hosts on a loaded machine
@@ -25,17 +26,15 @@ class Cluster(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
-        engine = free_port()
-        self.engine = subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(engine), "-js", "-sd", self.folder / "engine"],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(self.engine.wait)
+        self.engine = Nats(folder.name)
         self.addCleanup(self.engine.kill)
+        self.engine.start()
         (self.folder / "secret").write_text("s" * 32 + "\n", encoding="utf-8")
         self.hosts = []
         for name in ("one", "two"):
             (self.folder / name).mkdir()
             host = Host(options.host, str(self.folder / name), [
-                "--cluster", f"nats://127.0.0.1:{engine}", "--node", name, "--cluster-secret", str(self.folder / "secret"),
+                "--cluster", self.engine.url, "--node", name, "--cluster-secret", str(self.folder / "secret"),
                 "--public", "cams.example.org:80"])
             self.addCleanup(host.close)
             self.hosts.append(host)
