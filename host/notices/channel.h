@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host/base/wait.h"
@@ -90,8 +91,22 @@ std::unique_ptr<NoticeChannel> MakeMqtt(const NoticeSignals& signals, NoticeAcce
 // --- What channels have in common ---
 
 // Empty when a connection came about, which is closed at once; else why not, in a line. Within 5 s behind the
-// look-up of the name, and at the stop signal.
-std::string WhyNotReached(const std::string& server, int port, const Wakeup& stop);
+// look-up of the name.
+std::string WhyNotReached(const std::string& server, int port);
+
+// What may wait for as long as the system likes, which looks up names without any deadline that it would
+// take. Used by one thread.
+class Errand {
+public:
+    // Runs it on a thread of its own. Nothing at the deadline and at the stop signal: it is left to come to
+    // its end, so it must own all that it uses. While that lasts, no other one is begun: nothing at once.
+    std::optional<std::string> Run(std::function<std::string()> work, const Wakeup& stop,
+                                   Clock::time_point deadline);
+
+private:
+    struct State;
+    std::shared_ptr<State> m_left; // null: none
+};
 
 // Who vouches for the certificates of receivers: a folder, the system's, and a file beside it. The
 // environment may name others, as for whatever is built on OpenSSL: SSL_CERT_DIR and SSL_CERT_FILE, read

@@ -15,7 +15,8 @@
 namespace host {
 namespace {
 
-constexpr int kKeepAlive = 30; // seconds
+constexpr int kKeepAlive = 30;                     // seconds
+constexpr std::chrono::seconds kReachDeadline{10}; // with the look-up of its name
 constexpr std::chrono::seconds kAnswerDeadline{10};
 constexpr std::chrono::seconds kLookInterval{1};
 constexpr std::chrono::seconds kFirstReconnect{1};
@@ -58,16 +59,20 @@ public:
         });
     }
 
-    // Empty when the broker has let us in; else why not.
-    std::string Connect(const NoticeSignals& signals) {
+    // Begins the connection. Empty, or why there is none. Waits for what the system waits for; no other call
+    // may come meanwhile.
+    std::string Reach() {
         if (m_trouble != MOSQ_ERR_SUCCESS)
             return Reason(m_trouble);
         // The library's own way to connect waits for as long as the system does.
-        if (const std::string reason = WhyNotReached(m_server, m_port, signals.stop); !reason.empty())
+        if (const std::string reason = WhyNotReached(m_server, m_port); !reason.empty())
             return reason;
-        if (const int code = mosquitto_connect(m_client.get(), m_server.c_str(), m_port, kKeepAlive);
-            code != MOSQ_ERR_SUCCESS)
-            return Reason(code);
+        const int code = mosquitto_connect(m_client.get(), m_server.c_str(), m_port, kKeepAlive);
+        return code == MOSQ_ERR_SUCCESS ? "" : Reason(code);
+    }
+
+    // Empty when the broker has let us in; else why not.
+    std::string AwaitEntry(const NoticeSignals& signals) {
         const auto deadline = Clock::now() + kAnswerDeadline;
         while (!m_answer && Serve(signals, false, deadline))
             ;
@@ -254,8 +259,14 @@ private:
         if (IsConnected())
             return "";
         const Topics topics(m_mqtt.topic);
-        m_broker = std::make_unique<Broker>(m_mqtt, topics.Status());
-        const std::string reason = m_broker->Connect(m_signals);
+        const auto broker = std::make_shared<Broker>(m_mqtt, topics.Status());
+        const auto unreached =
+            m_errand.Run([broker] { return broker->Reach(); }, m_signals.stop, Clock::now() + kReachDeadline);
+        std::string reason = unreached.value_or("no connection comes about");
+        if (reason.empty()) {
+            m_broker = broker;
+            reason = m_broker->AwaitEntry(m_signals);
+        }
         if (!reason.empty()) {
             Lose();
             return reason;
@@ -324,7 +335,8 @@ private:
     MqttPreferences m_mqtt;
     WordSet m_kinds;
     std::set<std::string> m_cameras;  // of the settings: those that come and go there, not with a phone
-    std::unique_ptr<Broker> m_broker; // null: no connection
+    std::shared_ptr<Broker> m_broker; // null: no connection
+    Errand m_errand;                  // on the way to one; shares it
     Clock::duration m_reconnect = kFirstReconnect;
     Clock::time_point m_nextConnect = Clock::time_point::min();
     // What the broker has, by camera. One that stands here is announced to Home Assistant.

@@ -3,7 +3,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <system_error>
+#include <thread>
+#include <utility>
 
 #include <netdb.h>
 #include <poll.h>
@@ -18,7 +22,7 @@ struct FoundEnd {
     void operator()(addrinfo* found) const noexcept { ::freeaddrinfo(found); }
 };
 
-std::string WhyNotConnected(const addrinfo& address, const Wakeup& stop, Clock::time_point deadline) {
+std::string WhyNotConnected(const addrinfo& address, Clock::time_point deadline) {
     const Descriptor socket(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket)
         return std::strerror(errno);
@@ -26,7 +30,7 @@ std::string WhyNotConnected(const addrinfo& address, const Wakeup& stop, Clock::
         return "";
     if (errno != EINPROGRESS)
         return std::strerror(errno);
-    if (WaitFor({.socket = socket.Get(), .socketEvents = POLLOUT, .stop = &stop}, deadline) != Waited::Ready)
+    if (WaitFor({.socket = socket.Get(), .socketEvents = POLLOUT}, deadline) != Waited::Ready)
         return "no connection comes about";
     int error = 0;
     socklen_t size = sizeof error;
@@ -37,7 +41,7 @@ std::string WhyNotConnected(const addrinfo& address, const Wakeup& stop, Clock::
 
 } // namespace
 
-std::string WhyNotReached(const std::string& server, int port, const Wakeup& stop) {
+std::string WhyNotReached(const std::string& server, int port) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* list = nullptr;
@@ -48,11 +52,41 @@ std::string WhyNotReached(const std::string& server, int port, const Wakeup& sto
     const auto deadline = Clock::now() + kReachDeadline;
     std::string reason = "there is no such server";
     for (const addrinfo* address = found.get(); address != nullptr; address = address->ai_next) {
-        reason = WhyNotConnected(*address, stop, deadline);
+        reason = WhyNotConnected(*address, deadline);
         if (reason.empty())
             break;
     }
     return reason;
+}
+
+struct Errand::State {
+    Wakeup done; // behind the result
+    std::string result;
+};
+
+std::optional<std::string> Errand::Run(std::function<std::string()> work, const Wakeup& stop,
+                                       Clock::time_point deadline) {
+    if (m_left && !m_left->done.IsSet())
+        return std::nullopt;
+    try {
+        const auto state = std::make_shared<State>();
+        std::thread([state, work = std::move(work)]() mutable {
+            try {
+                state->result = work();
+            } catch (const std::exception& error) {
+                state->result = error.what();
+            }
+            work = nullptr; // what it owns goes before anybody hears of the result
+            state->done.Signal();
+        }).detach();
+        m_left = state;
+    } catch (const std::system_error& error) { // no thread, or no descriptor
+        return error.what();
+    }
+    (void)WaitFor({.wakeup = &m_left->done, .stop = &stop}, deadline);
+    if (!m_left->done.IsSet())
+        return std::nullopt;
+    return std::move(std::exchange(m_left, nullptr)->result);
 }
 
 const Authorities& TrustedAuthorities() {

@@ -137,6 +137,8 @@ private:
             curl_easy_setopt(handle, CURLOPT_CAINFO, authorities.file.c_str());
         curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(kConnectDeadline));
         curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds(kWholeDeadline));
+        // A thread that still looks up the name is left, not waited for.
+        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_USERAGENT, "Morrowstream/" MORROWSTREAM_VERSION);
         curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.Get());
         curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(notice.json.size()));

@@ -8,6 +8,7 @@ import hmac
 import json
 import os
 import signal
+import socket
 import ssl
 import subprocess
 import sys
@@ -208,6 +209,7 @@ class Notices(unittest.TestCase):
         self.lie()
         self.hang()
         self.go_over_tls()
+        self.find_no_name()
         self.die()
 
     def set_up(self):
@@ -358,6 +360,36 @@ class Notices(unittest.TestCase):
             self.ask("PUT", "/api/v1/preferences", {"notices": {channel: change}})
             self.assertFalse(self.ask("POST", f"/api/v1/notices/{channel}/test")["good"], channel)
         self.ask("PUT", "/api/v1/preferences", {"notices": {"mqtt": {"port": self.broker.tls["good"], "password": SECRET}}})
+        self.assertEqual(self.host.stop(), 0)
+
+    def find_no_name(self):
+        """A resolver that never answers holds up neither the other receiver nor the end. Root alone can give the host another one."""
+        if os.geteuid() != 0:
+            return
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
+            silent.bind(("127.0.0.153", 53))
+            silent.settimeout(SECONDS)
+            resolver, script = self.folder / "resolv.conf", self.folder / "host"
+            resolver.write_text("nameserver 127.0.0.153\noptions timeout:30 attempts:5\n", encoding="utf-8")
+            script.write_text(f"""#!/bin/sh\nexec unshare --mount sh -c 'mount --bind {resolver} /etc/resolv.conf && exec "$0" "$@"' {options.host} "$@"\n""",
+                              encoding="utf-8")
+            script.chmod(0o700)
+            self.host.program = script
+            self.start()
+            for channel, change, name in (("mqtt", {"server": "broker.example", "password": ""}, b"broker"),
+                                          ("webhook", {"address": "http://receiver.example/"}, b"receiver")):
+                self.ask("PUT", "/api/v1/preferences", {"notices": {"webhook": {"address": self.receiver.address}} | {channel: change}})
+                self.change(channel)
+                while name not in silent.recv(512):
+                    pass
+                if channel == "mqtt":
+                    wait("the webhook's", lambda: "gatemqtt" in "".join(self.cameras_told(self.receiver.events())))
+            begin = time.monotonic()
+            self.assertEqual(self.host.stop(), 0)
+            self.assertLess(time.monotonic() - begin, 20)
+        self.host.program = options.host
+        self.start()
+        self.ask("PUT", "/api/v1/preferences", {"notices": {"mqtt": {"server": "127.0.0.1", "password": SECRET}}})
         self.assertEqual(self.host.stop(), 0)
 
     def die(self):
