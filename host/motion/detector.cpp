@@ -16,9 +16,8 @@ constexpr float kMostNoise = 40;
 constexpr float kAdoptsStill = 6;
 constexpr float kAdoptsStirred = 60;
 constexpr float kAdoptsAnew = 0.4F;
-// What has not left a cell for so long belongs to it: a car that was parked, a door that stays open.
-constexpr float kAdoptsAfter = 20;
-// And how long to learn that it is restless, and that it is calm.
+// And how long to learn that it is restless, and that it is calm. What stays where it has come to, a car that
+// was parked, stirs a cell until its noise is a fifth of the step, some seconds, and is adopted then.
 constexpr float kLearnsNoise = 25;
 constexpr float kForgetsNoise = 40;
 constexpr float kLearnsNoiseAnew = 1;
@@ -149,7 +148,6 @@ void MotionDetector::Begin(const MotionGrid& grid, Time when) {
     m_noise.assign(m_now.size(), kFirstNoise);
     m_off.assign(m_now.size(), 0);
     m_left.assign(m_now.size(), 0);
-    m_stirredFor.assign(m_now.size(), 0);
     m_stirred.assign(m_now.size(), 0);
     if (other || m_counts.size() != m_now.size())
         AskMask();
@@ -328,15 +326,7 @@ void MotionDetector::Learn(float seconds, bool anew) {
     const float more = WayIn(seconds, anew ? kLearnsNoiseAnew : kLearnsNoise);
     const float less = WayIn(seconds, anew ? kLearnsNoiseAnew : kForgetsNoise);
     for (std::size_t cell = 0; cell < m_now.size(); ++cell) {
-        const bool isStirred = m_stirred[cell] != 0;
-        float& stirredFor = m_stirredFor[cell];
-        stirredFor = isStirred ? stirredFor + seconds : 0;
-        if (stirredFor > kAdoptsAfter) {
-            m_background[cell] = m_now[cell];
-            stirredFor = 0;
-        } else {
-            m_background[cell] += (isStirred ? stirred : still) * (m_now[cell] - m_background[cell]);
-        }
+        m_background[cell] += (m_stirred[cell] != 0 ? stirred : still) * (m_now[cell] - m_background[cell]);
         float& noise = m_noise[cell];
         noise += (m_off[cell] > noise ? more : less) * (m_off[cell] - noise);
         noise = std::clamp(noise, kLeastNoise, kMostNoise);

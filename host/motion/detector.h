@@ -120,8 +120,7 @@ private:
     std::vector<float> m_now;
     std::vector<float> m_background;
     std::vector<float> m_noise;
-    std::vector<float> m_off; // what is left of the difference, without its sign
-    std::vector<float> m_stirredFor;
+    std::vector<float> m_off;           // what is left of the difference, without its sign
     std::vector<std::uint8_t> m_counts; // it is not masked
     std::vector<std::uint8_t> m_stirred;
     // Room for what a picture needs.

@@ -130,12 +130,12 @@ float Patch(const Yard& yard, double t, int x, int y) {
     const bool inside = x > 120 && x < 148 && y > 160 && y < 188;
     return yard.At(x, y) + (inside ? static_cast<float>(t / 60 * 30) : 0);
 }
-// A box stands there from a moment on, and much later something moves before it.
+// A box stands there from a moment on, and once it belongs to the background something moves before it.
 float Box(const Yard& yard, double t, int x, int y) {
     if (t < 10 || x < 150 || x >= 190 || y < 100 || y >= 150)
         return yard.At(x, y);
-    const double left = 150 + (t - 95) * 8;
-    return yard.At(x, y) + (t >= 95 && t < 98 && x >= left && x < left + 20 ? -40.0F : 60.0F);
+    const double left = 150 + (t - 40) * 8;
+    return yard.At(x, y) + (t >= 40 && t < 43 && x >= left && x < left + 20 ? -40.0F : 60.0F);
 }
 // Something close to the lens, in one picture.
 float Glimpse(const Yard& yard, double t, int x, int y) {
@@ -170,7 +170,7 @@ const Scene kScenes[] = {
     {"a tree that sways", 60, 3, {.from = 45}, Tree, {{45, 53}}, 0},
     {"a camera that shakes", 60, 3, {.from = 41}, Shake, {{41, 49}}, 0},
     {"a camera that is turned", 30, 3, {}, Turned, {}, 0},
-    {"a box that is put down", 100, 3, {}, Box, {{10, 11}, {95, 98}}, 0},
+    {"a box that is put down", 50, 3, {}, Box, {{10, 11}, {40, 43}}, 0},
     {"a patch that gets lighter", 60, 3, {}, Patch, {}, 0},
     {"one picture", 15, 3, {}, Glimpse, {}, 0},
 };
