@@ -32,12 +32,13 @@ namespace host {
 // What people should know of.
 struct RecordingNews {
     enum class Kind {
-        Paused,       // nothing is recorded; the text says why
-        Resumed,      // it is again
-        Dropped,      // pictures of a camera came faster than they could be written
-        IndexLost,    // it was damaged, and is made again
-        IndexLocked,  // another program has it: what it shows is old
-        IndexUnlocked // and has no more
+        Paused,        // nothing is recorded; the text says why
+        Resumed,       // it is again
+        Dropped,       // pictures of a camera came faster than they could be written
+        IndexLost,     // it was damaged, and is made again
+        IndexLocked,   // another program has it: what it shows is old
+        IndexUnlocked, // and has no more
+        ClockSetBack   // there will be recordings of that time twice
     };
     Kind kind = Kind::Paused;
     std::string camera; // empty: all of them

@@ -86,7 +86,24 @@ void RecorderWriter::Handle(const RecorderItem& item) {
     }
 }
 
+// Told once, whatever number of cameras it is. A clock that is set forward leaves a gap that everybody sees.
+void RecorderWriter::FollowClock(const Shot& shot) {
+    if (shot.arrival < m_clockAt)
+        return; // it was on its way when another camera's came
+    const UnixMs ahead =
+        shot.utc - std::chrono::floor<std::chrono::milliseconds>(shot.arrival.time_since_epoch()).count();
+    const UnixMs back = m_clockAhead.value_or(ahead) - ahead;
+    m_clockAhead = ahead;
+    m_clockAt = shot.arrival;
+    if (back > kMostClockDifference)
+        m_tell({RecordingNews::Kind::ClockSetBack,
+                {},
+                "the clock was set back by " + std::to_string((back + 500) / 1000) +
+                    " s: that time is recorded twice"});
+}
+
 void RecorderWriter::Record(Stream& stream, const Shot& shot) {
+    FollowClock(shot);
     stream.arrival = shot.arrival;
     switch (stream.channel->mode.load()) {
     case RecordMode::Off:

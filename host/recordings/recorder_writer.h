@@ -47,6 +47,7 @@ private:
 
     Stream& StreamOf(const RecorderChannelPtr& channel);
     void Handle(const RecorderItem& item);
+    void FollowClock(const Shot& shot);
     void Record(Stream& stream, const Shot& shot);
     void Keep(Stream& stream, const Shot& shot);
     void Write(Stream& stream, const Shot& shot);
@@ -68,6 +69,9 @@ private:
 
     std::map<RecorderChannel*, Stream> m_streams;
     std::size_t m_beforeBytes = 0; // of all
+    // How much the wall clock was ahead of the monotonic one at the newest picture, and when that came.
+    std::optional<UnixMs> m_clockAhead;
+    Clock::time_point m_clockAt{};
     // While it is paused, a picture is tried now and then; it goes on once that has reached the disk.
     Clock::time_point m_tryAt{};
     Clock::time_point m_resumed{};

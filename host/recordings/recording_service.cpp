@@ -19,6 +19,7 @@ EventKind EventKindOf(RecordingNews::Kind kind) {
     case RecordingNews::Kind::IndexLost:
     case RecordingNews::Kind::IndexLocked:
     case RecordingNews::Kind::IndexUnlocked:
+    case RecordingNews::Kind::ClockSetBack:
         break;
     }
     return EventKind::RecordingTrouble;

@@ -12,7 +12,6 @@ using namespace std::chrono_literals;
 
 constexpr auto kFlushEvery = 1s;
 constexpr auto kLongestGap = 30s;
-constexpr UnixMs kMostClockDifference = 2000;
 
 std::int64_t Milliseconds(Clock::duration time) {
     return std::chrono::round<std::chrono::milliseconds>(time).count();

@@ -23,6 +23,9 @@ struct Shot {
     std::string_view jpeg;
 };
 
+// So far the wall clock may be off from what it was to be.
+inline constexpr UnixMs kMostClockDifference = 2000;
+
 // The recorder's thread.
 class Segment {
 public:

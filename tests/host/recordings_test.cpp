@@ -50,12 +50,13 @@ TEST(FileNames, AreReadAsTheyAreWritten) {
 // A file ends with its time, its bytes, the connection, the size of the pictures and the wall clock.
 TEST(Recorder, KeepsAllPicturesAsTheyWereInFilesThatOthersRead) {
     Recording host({.fileTime = 10s, .retry = 0ms});
-    host.recorder->SetModes({{"yard", RecordMode::Always}});
+    host.recorder->SetModes({{"yard", RecordMode::Always}, {"shed", RecordMode::Always}});
     std::vector<std::string> sent;
     const auto show = [&](std::chrono::milliseconds from, std::chrono::milliseconds to,
                           std::uint64_t connection, int width, std::chrono::milliseconds late) {
         for (auto time = from; time < to; time += 200ms) {
             host.Show("yard", time, connection, width, late);
+            host.Show("shed", time, connection, width, late);
             host.Show("gate", time, connection, width, late); // is not to be recorded
             sent.push_back(SmallJpeg(static_cast<int>(time.count() / 200), width));
         }
@@ -81,6 +82,7 @@ TEST(Recorder, KeepsAllPicturesAsTheyWereInFilesThatOthersRead) {
     }
     EXPECT_EQ(files[4].state, FileState::Open);
     EXPECT_EQ(host.library->IdOf("gate"), 0);
+    EXPECT_EQ(host.Told(RecordingNews::Kind::ClockSetBack), 1U) << "of all cameras";
     EXPECT_EQ(
         Probed(host.library->PathOf(files[0])),
         "codec_name=mjpeg nb_read_packets=50 TAG:title=yard TAG:creation_time=2026-11-26T07:16:54.123000Z ");
