@@ -14,7 +14,7 @@ class Changes:
 
     def __init__(self, hosts, every):
         self.hosts, self.every = hosts, every
-        self.confirmed, self.refused = 0, 0
+        self.confirmed, self.refused, self.late = 0, 0, 0
         self.there, self.unknown, self.wrong = set(), set(), []
         self.ended, self.lock = threading.Event(), threading.Lock()
         self.thread = threading.Thread(target=self.run, daemon=True)
@@ -48,6 +48,8 @@ class Changes:
                 self.refused += status != 0
                 self.unknown.add(name)
                 self.there.discard(name)
+            elif status == 404 and method == "DELETE":  # a host that was cut off, and has not heard of the camera yet
+                self.late += 1
             else:
                 self.wrong.append(f"{method} of {name} at {host.listen} was answered {status}")
 
