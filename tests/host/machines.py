@@ -245,9 +245,12 @@ class Machines:
     def start(self):
         for one in self.nats:
             one.start()
-        for host in self.hosts:
-            host.start()
-            wait(f"{host.listen}", host.is_ready)
+        founder, *others = self.hosts
+        for hosts in ([founder], others):
+            for host in hosts:
+                host.start()
+            for host in hosts:
+                wait(f"{host.listen}", host.is_ready)
         self.balancer.start()
         wait("the balancer", self.answers)
 
