@@ -1,8 +1,6 @@
 #include "host/main/options.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -21,8 +19,8 @@
 #include "host/main/data_folder.h"
 #include "host/main/demo.h"
 #include "host/main/membership.h"
+#include "host/main/reports.h"
 #include "host/main/services.h"
-#include "host/main/welcome.h"
 #include "host/peers/peers.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
@@ -49,8 +47,6 @@ constexpr std::chrono::seconds kRetryInterval{5};
 constexpr std::chrono::minutes kSaveInterval{1};
 // How late it is noticed that a session has ended, or that a right was taken away.
 constexpr std::chrono::milliseconds kSweepInterval{250};
-// More cameras than that are told in one line.
-constexpr std::size_t kMostStatusLines = 8;
 // How long the pictures that the demo's phones have sent may take to be decoded, once the phones have ended.
 constexpr std::chrono::milliseconds kArriveWithin{2000};
 
@@ -67,40 +63,6 @@ void RaiseDescriptorLimit() {
 // them once it has seen some, a heap for each few threads.
 void GiveLargeBlocksBack() {
     (void)::mallopt(M_MMAP_THRESHOLD, 512 * 1024);
-}
-
-std::string StatusLine(const CameraFigures& camera) {
-    std::array<char, 128> figures{};
-    std::snprintf(figures.data(), figures.size(), "  %-12s  %5.1f fps  %dx%d  %llu frames",
-                  camera.connected ? "connected" : "disconnected", camera.fps, camera.width, camera.height,
-                  static_cast<unsigned long long>(camera.frames));
-    std::string line = Printable(camera.name);
-    line.resize(std::max<std::size_t>(line.size(), 8), ' ');
-    line += figures.data();
-    if (camera.failed > 0)
-        line += "  " + std::to_string(camera.failed) + " failed";
-    return line;
-}
-
-void SayStatus(const std::vector<CameraFigures>& cameras) {
-    if (cameras.size() <= kMostStatusLines) {
-        for (const CameraFigures& camera : cameras)
-            Console::Get().Say(StatusLine(camera));
-        return;
-    }
-    const auto connected = std::ranges::count_if(cameras, &CameraFigures::connected);
-    const auto sum = [&](auto figure) {
-        auto total = cameras.front().*figure;
-        for (std::size_t i = 1; i < cameras.size(); ++i)
-            total += cameras[i].*figure;
-        return total;
-    };
-    std::array<char, 128> line{};
-    std::snprintf(line.data(), line.size(), "%zu cameras  %td connected  %.1f fps  %llu frames  %llu failed",
-                  cameras.size(), connected, sum(&CameraFigures::fps),
-                  static_cast<unsigned long long>(sum(&CameraFigures::frames)),
-                  static_cast<unsigned long long>(sum(&CameraFigures::failed)));
-    Console::Get().Say(line.data());
 }
 
 // 0: none came.
@@ -354,7 +316,7 @@ public:
         if (!m_authenticator.Save())
             Console::Get().Log("error", "from where people have signed in could not be written to disk");
         Console::Get().Flush();
-        return SaySummary(results) ? 0 : 1;
+        return SaySummary(m_figures, results) ? 0 : 1;
     }
 
 private:
@@ -526,31 +488,6 @@ private:
         while (!std::ranges::all_of(results, arrived) && Clock::now() < deadline)
             (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(10));
         m_figures = m_feeds->Figures();
-    }
-
-    // One line for each camera. False when a picture of the demo's phones is missing.
-    bool SaySummary(const DemoResults& results) {
-        bool good = true;
-        for (const CameraFigures& camera : m_figures) {
-            std::string line = Printable(camera.name) + ": " + std::to_string(camera.frames) +
-                               " frames received, " + std::to_string(camera.failed) + " failed";
-            const auto result = std::ranges::find(results.uploads, camera.name, &DemoPhoneResult::login);
-            if (result != results.uploads.end()) {
-                const bool all = result->complete && result->sent > 0 && camera.frames >= result->sent &&
-                                 camera.failed == 0;
-                line += ", " + std::to_string(result->sent) + " sent by its demo phone: ";
-                line += all ? "all arrived" : "PICTURES ARE MISSING";
-                good = good && all;
-            }
-            Console::Get().Say(line);
-        }
-        if (!results.viewer.empty()) {
-            const bool seen = results.viewed > 0;
-            Console::Get().Say(results.viewer + ": " + std::to_string(results.viewed) +
-                               " pictures watched by a demo phone" + (seen ? "" : ": IT SAW NOTHING"));
-            good = good && seen;
-        }
-        return good;
     }
 
     const Options& m_options;

@@ -1,4 +1,4 @@
-// What the host says when it has started: where to go, whom to be there, and how a phone becomes a camera.
+// What the host says to who started it.
 #pragma once
 
 #include <string>
@@ -7,6 +7,7 @@
 #include "host/feed/feed_table.h"
 #include "host/http/endpoint.h"
 #include "host/main/data_folder.h"
+#include "host/main/demo.h"
 #include "host/main/options.h"
 #include "host/site/links/pages.h"
 #include "host/tls/certificates.h"
@@ -27,7 +28,14 @@ struct WelcomeParts {
     const LinkPages& links;
 };
 
-// Makes a link for the first camera without a phone, and says it.
+// When it has started: where to go, whom to be there, and how a phone becomes a camera. Makes a link for the
+// first camera without a phone, and says it.
 void SayWelcome(const WelcomeParts& parts);
+
+// While it runs: a line for each camera, or one for many.
+void SayStatus(const std::vector<CameraFigures>& cameras);
+
+// At the end: a line for each camera. False when a picture of the demo's phones is missing.
+bool SaySummary(const std::vector<CameraFigures>& cameras, const DemoResults& results);
 
 } // namespace host

@@ -1,13 +1,19 @@
-#include "host/main/welcome.h"
+#include "host/main/reports.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
 
 #include <unistd.h>
 
 #include "host/log/console.h"
-#include "host/main/demo.h"
 #include "host/site/links/qr_code.h"
 
 namespace host {
 namespace {
+
+// More cameras than that are told in one line.
+constexpr std::size_t kMostStatusLines = 8;
 
 bool SaysOnTerminal() {
     return ::isatty(STDOUT_FILENO) == 1;
@@ -84,6 +90,19 @@ void SayLink(const WelcomeParts& parts) {
         console.Say(line);
 }
 
+std::string StatusLine(const CameraFigures& camera) {
+    std::array<char, 128> figures{};
+    std::snprintf(figures.data(), figures.size(), "  %-12s  %5.1f fps  %dx%d  %llu frames",
+                  camera.connected ? "connected" : "disconnected", camera.fps, camera.width, camera.height,
+                  static_cast<unsigned long long>(camera.frames));
+    std::string line = Printable(camera.name);
+    line.resize(std::max<std::size_t>(line.size(), 8), ' ');
+    line += figures.data();
+    if (camera.failed > 0)
+        line += "  " + std::to_string(camera.failed) + " failed";
+    return line;
+}
+
 } // namespace
 
 void SayWelcome(const WelcomeParts& parts) {
@@ -95,6 +114,51 @@ void SayWelcome(const WelcomeParts& parts) {
         Console::Get().Say("There is no camera yet: add one at " +
                            UrlOf(places.front(), parts.certificates != nullptr) + "/settings");
     SayLink(parts);
+}
+
+void SayStatus(const std::vector<CameraFigures>& cameras) {
+    if (cameras.size() <= kMostStatusLines) {
+        for (const CameraFigures& camera : cameras)
+            Console::Get().Say(StatusLine(camera));
+        return;
+    }
+    const auto connected = std::ranges::count_if(cameras, &CameraFigures::connected);
+    const auto sum = [&](auto figure) {
+        auto total = cameras.front().*figure;
+        for (std::size_t i = 1; i < cameras.size(); ++i)
+            total += cameras[i].*figure;
+        return total;
+    };
+    std::array<char, 128> line{};
+    std::snprintf(line.data(), line.size(), "%zu cameras  %td connected  %.1f fps  %llu frames  %llu failed",
+                  cameras.size(), connected, sum(&CameraFigures::fps),
+                  static_cast<unsigned long long>(sum(&CameraFigures::frames)),
+                  static_cast<unsigned long long>(sum(&CameraFigures::failed)));
+    Console::Get().Say(line.data());
+}
+
+bool SaySummary(const std::vector<CameraFigures>& cameras, const DemoResults& results) {
+    bool good = true;
+    for (const CameraFigures& camera : cameras) {
+        std::string line = Printable(camera.name) + ": " + std::to_string(camera.frames) +
+                           " frames received, " + std::to_string(camera.failed) + " failed";
+        const auto result = std::ranges::find(results.uploads, camera.name, &DemoPhoneResult::login);
+        if (result != results.uploads.end()) {
+            const bool all =
+                result->complete && result->sent > 0 && camera.frames >= result->sent && camera.failed == 0;
+            line += ", " + std::to_string(result->sent) + " sent by its demo phone: ";
+            line += all ? "all arrived" : "PICTURES ARE MISSING";
+            good = good && all;
+        }
+        Console::Get().Say(line);
+    }
+    if (!results.viewer.empty()) {
+        const bool seen = results.viewed > 0;
+        Console::Get().Say(results.viewer + ": " + std::to_string(results.viewed) +
+                           " pictures watched by a demo phone" + (seen ? "" : ": IT SAW NOTHING"));
+        good = good && seen;
+    }
+    return good;
 }
 
 } // namespace host
