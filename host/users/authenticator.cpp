@@ -318,7 +318,9 @@ Authenticator::PasswordChange Authenticator::ChangePassword(const SignIn& visito
 Authenticator::UserChange Authenticator::Keep(std::unique_lock<std::mutex>& lock, const std::string& login,
                                               std::optional<User> user) {
     UserMap wanted = m_store.Users();
-    const bool there = wanted.contains(login);
+    const auto present = wanted.find(login);
+    const bool there = present != wanted.end();
+    const std::optional<User> former = there ? std::optional(present->second) : std::nullopt;
     if (user)
         wanted.insert_or_assign(login, *std::move(user));
     else
@@ -342,7 +344,42 @@ Authenticator::UserChange Authenticator::Keep(std::unique_lock<std::mutex>& lock
             return UserChange::NotWritten;
         }
     }
+    if (former && former->kind == UserKind::Admin && store->IsShared() &&
+        !PutBackIfLastAdmin(lock, login, *former))
+        return UserChange::LastAdmin;
     return there ? UserChange::Changed : UserChange::Made;
+}
+
+// Of two administrators who are removed at two hosts at the same moment each host still saw the other one. So
+// whoever has removed one looks once more, and at least the later of the two finds that nobody is left. It
+// puts its own back: nobody is made an administrator who was none. Where both find it both stay, and somebody
+// asks again. False when it was put back.
+bool Authenticator::PutBackIfLastAdmin(std::unique_lock<std::mutex>& lock, const std::string& login,
+                                       const User& former) {
+    UserMap users = m_store.Users();
+    if (const auto now = users.find(login); now != users.end() && now->second.kind == UserKind::Admin)
+        return true;
+    const auto store = m_store.Source();
+    lock.unlock();
+    const bool others = std::ranges::any_of(users, [&](const auto& item) {
+        if (item.second.kind != UserKind::Admin || item.first == login)
+            return false;
+        const Store::Reading reading = store->Get(item.first);
+        // What cannot be read is taken for what was known.
+        return reading.result != Store::Result::Done ||
+               (reading.entry && UserStore::IsAdmin(reading.entry->value));
+    });
+    lock.lock();
+    if (others)
+        return true;
+    users = m_store.Users();
+    users.insert_or_assign(login, former);
+    const auto changes = m_store.ChangesTo(users);
+    lock.unlock();
+    const auto outcomes = store->Write(changes);
+    lock.lock();
+    m_store.Settle(changes, outcomes);
+    return false;
 }
 
 UserMap Authenticator::Users() const {

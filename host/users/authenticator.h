@@ -172,6 +172,7 @@ private:
     [[nodiscard]] std::string VersionOfUsers() const;    // with m_mutex held
     // Nothing: the user goes. With m_changing and m_mutex held, the latter not while the store is written.
     UserChange Keep(std::unique_lock<std::mutex>& lock, const std::string& login, std::optional<User> user);
+    bool PutBackIfLastAdmin(std::unique_lock<std::mutex>& lock, const std::string& login, const User& former);
     std::optional<SignIn> Remembered(const Credentials& credentials) const; // with m_mutex held
     bool IsLogin(std::string_view login) const;                             // with m_mutex held
     bool IsThere(const Sessions::Owner& visitor) const;                     // with m_mutex held

@@ -152,6 +152,10 @@ std::shared_ptr<Store> UserStore::InFile(std::string path) {
             .strict = true});
 }
 
+bool UserStore::IsAdmin(std::string_view value) noexcept {
+    return value.substr(0, value.find('\t')) == KindName(UserKind::Admin);
+}
+
 UserStore::UserStore(std::shared_ptr<Store> entries) : m_entries(std::move(entries)) {
     (void)Refresh();
 }

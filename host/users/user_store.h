@@ -86,6 +86,8 @@ public:
     [[nodiscard]] std::vector<Store::Change> ChangesTo(const UserMap& wanted) const;
     [[nodiscard]] const std::shared_ptr<Store>& Source() const noexcept { return m_entries.Source(); }
     void Settle(std::span<const Store::Change> changes, std::span<const Store::Outcome> outcomes);
+    // Whether the value of an entry is an administrator's.
+    static bool IsAdmin(std::string_view value) noexcept;
 
 private:
     bool Take(std::span<const Store::Update> updates);

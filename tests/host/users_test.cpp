@@ -477,9 +477,22 @@ TEST(SharedTables, OfUsersTakeOneOfTwoChangesOfOneUser) {
     store->SetLate(false);
     first.Refresh();
     EXPECT_FALSE(first.Find("bob"));
+
+    // Each of two administrators is removed while the other host has not heard of it: the later one stays.
+    EXPECT_EQ(first.PutUser("eve", {.kind = UserKind::Admin, .password = "long enough"}), Change::Made);
+    second.Refresh();
+    store->SetLate(true);
+    EXPECT_EQ(first.RemoveUser("ann"), Change::Changed);
+    EXPECT_EQ(second.RemoveUser("eve"), Change::LastAdmin);
+    store->SetLate(false);
+    for (Authenticator* const host : {&first, &second}) {
+        host->Refresh();
+        EXPECT_TRUE(host->Find("eve"));
+        EXPECT_FALSE(host->Find("ann"));
+    }
     store->SetAway(true);
-    EXPECT_EQ(second.PutUser("ann", list("yard")), Change::NotWritten);
-    EXPECT_FALSE(second.Find("ann")->cameras) << "what is not written is not in force";
+    EXPECT_EQ(second.PutUser("eve", list("yard")), Change::NotWritten);
+    EXPECT_FALSE(second.Find("eve")->cameras) << "what is not written is not in force";
 }
 
 TEST(SharedTables, StartWithWhatWasKnownLast) {
