@@ -243,6 +243,21 @@ TlsScope TlsScope::Of(const std::vector<std::string>& machineNames,
     return scope;
 }
 
+TlsScope TlsScope::OfOneOfMany(const std::vector<InterfaceAddress>& interfaces,
+                               const std::vector<std::string>& toldHosts) {
+    TlsScope scope = Of({}, interfaces, {});
+    for (const Network& block : PrivateBlocks())
+        AddOnce(scope.networks, block.WithMask());
+    for (const std::string& told : toldHosts) {
+        const TlsScope one = Of({}, interfaces, told);
+        for (const auto list : {&TlsScope::names, &TlsScope::addresses, &TlsScope::networks}) {
+            for (const std::string& item : one.*list)
+                AddOnce(scope.*list, item);
+        }
+    }
+    return scope;
+}
+
 std::vector<std::string> MachineNames() {
     std::array<char, 256> name{};
     if (::gethostname(name.data(), name.size() - 1) != 0)

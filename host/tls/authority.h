@@ -25,6 +25,10 @@ struct TlsScope {
     // all names below it.
     static TlsScope Of(const std::vector<std::string>& machineNames,
                        const std::vector<InterfaceAddress>& interfaces, std::string_view toldHost);
+    // Of one of several hosts with one authority: what that permits is the same whichever of them makes it,
+    // so names of a machine are left out, and all private networks are in. `toldHosts` are those of all.
+    static TlsScope OfOneOfMany(const std::vector<InterfaceAddress>& interfaces,
+                                const std::vector<std::string>& toldHosts);
 };
 
 // The names of this machine: what it is called, and the full name that the resolver knows. May ask DNS.

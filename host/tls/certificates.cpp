@@ -1,6 +1,9 @@
 #include "host/tls/certificates.h"
 
+#include <algorithm>
 #include <ctime>
+#include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "host/base/start_error.h"
@@ -13,6 +16,11 @@ namespace {
 
 // Stands before the certificate of an authority that took the place of another one.
 constexpr std::string_view kReplacedMark = "# This authority took the place of an earlier one.\n";
+
+// Of the store that hosts share.
+constexpr const char* kSharedKey = "authority";
+constexpr std::size_t kMostTold = 64; // the newest addresses
+constexpr std::string_view kNotInAddresses(" \t\r\n\v\f\0", 7);
 
 std::string ReadPem(const std::string& path) {
     auto content = platform::ReadWholeFile(path, std::size_t{1} << 20);
@@ -46,8 +54,10 @@ Certificates::Certificates(CertificateFiles files) : m_own(false), m_files(std::
     }
 }
 
-Certificates::Certificates(std::string folder, std::string_view toldHost)
+Certificates::Certificates(std::string folder, std::string_view toldHost, std::shared_ptr<Store> shared)
     : m_own(true), m_folder(std::move(folder)), m_names(MachineNames()) {
+    if (shared)
+        m_shared.emplace(std::move(shared));
     if (FAILED(platform::CreateFolder(m_folder)))
         throw StartError("cannot make the folder " + m_folder + ": " + platform::DescribeLastError());
     try {
@@ -73,36 +83,111 @@ void Certificates::LoadOperators() {
         Console::Get().Log("error", "the time of the certificate " + m_files.certificate + " is over");
 }
 
+// The addresses, a blank between them; the key; the certificate. A zero byte stands between the three.
+Certificates::Shared Certificates::ReadShared() {
+    Shared shared;
+    if (!m_shared)
+        return shared;
+    (void)m_shared->Refresh();
+    const auto found = m_shared->Now().find(kSharedKey);
+    if (found == m_shared->Now().end())
+        return shared;
+    const std::string& text = found->second.value;
+    const auto told = std::min(text.find('\0'), text.size());
+    const auto key = std::min(text.find('\0', told + 1), text.size());
+    std::istringstream names(text.substr(0, told));
+    for (std::string name; names >> name;)
+        shared.told.push_back(name);
+    if (key < text.size())
+        shared.authority = {text.substr(key + 1), text.substr(told + 1, key - told - 1)};
+    shared.revision = found->second.revision;
+    return shared;
+}
+
+// False when another host was quicker: what that one has put is to be looked at. Throws TlsError where the
+// others cannot be told of it, but for a host that starts: that one does with what it has, and takes theirs
+// once it hears of it.
+bool Certificates::PutShared(const Shared& shared) {
+    std::string text;
+    for (const std::string& told : shared.told)
+        text += (text.empty() ? "" : " ") + told;
+    text += '\0' + shared.authority.key + '\0' + shared.authority.certificate;
+    const Store::Change change{kSharedKey, std::move(text), shared.revision};
+    const auto outcomes = m_shared->Source()->Write({&change, 1});
+    (void)m_shared->Settle({&change, 1}, outcomes);
+    const auto& outcome = outcomes.front();
+    if (outcome.result != Store::Result::Done && outcome.result != Store::Result::Conflict && m_current)
+        throw TlsError("the other hosts cannot be told of their authority: " + outcome.why);
+    return outcome.result != Store::Result::Conflict;
+}
+
+// Each will do; the first is the best one. What the founder of a cluster had before may permit the addresses
+// of its own network alone: the others are content with those that phones are told then.
+std::vector<TlsScope> Certificates::ScopesFor(std::string_view toldHost, Shared& shared) const {
+    if (!m_shared)
+        return {TlsScope::Of(m_names, OwnAddresses(), toldHost)};
+    // Those of all hosts together: with each its own they would replace each other's authority for ever.
+    if (!toldHost.empty() && toldHost.find_first_of(kNotInAddresses) == std::string_view::npos &&
+        std::ranges::find(shared.told, toldHost) == shared.told.end()) {
+        shared.told.emplace_back(toldHost);
+        if (shared.told.size() > kMostTold)
+            shared.told.erase(shared.told.begin());
+    }
+    return {TlsScope::OfOneOfMany(OwnAddresses(), shared.told), TlsScope::OfOneOfMany({}, shared.told)};
+}
+
 void Certificates::LoadOwn(std::string_view toldHost) {
     const std::string authorityFile = m_folder + "/ca.pem";
     const std::string authorityKey = m_folder + "/ca-key.pem";
     const std::string serverFile = m_folder + "/server.pem";
     const std::string serverKey = m_folder + "/server-key.pem";
-    const TlsScope scope = TlsScope::Of(m_names, OwnAddresses(), toldHost);
+    Shared shared = ReadShared();
+    const std::size_t told = shared.told.size();
+    const auto scopes = ScopesFor(toldHost, shared);
     TlsPair authority = ReadPair(authorityFile, authorityKey);
     TlsPair server = ReadPair(serverFile, serverKey);
-    const bool had = !authority.certificate.empty();
-    bool usable = had && IsUsable(authority);
-    if (!usable || !FaultOf(authority, server, scope).empty()) {
-        if (usable) {
+    bool had = !authority.certificate.empty();
+    const bool others = shared.revision != 0 && shared.authority != authority;
+    if (others) {
+        authority = shared.authority;
+        WritePair(authority, authorityFile, authorityKey);
+    }
+    const auto isGood = [&](const TlsScope& scope) { return FaultOf(authority, server, scope).empty(); };
+    bool usable = (had || others) && IsUsable(authority);
+    const bool good = usable && std::ranges::any_of(scopes, isGood);
+    if (!good) {
+        // A name may be outside of what the authority permits.
+        const auto certify = [&](const TlsScope& scope) {
             server = MakeCertificate(authority, scope);
-            // A name outside of what the authority permits.
-            usable = FaultOf(authority, server, scope).empty();
-        }
+            return isGood(scope);
+        };
+        usable = usable && std::ranges::any_of(scopes, certify);
         if (!usable) {
-            authority = MakeAuthority(scope, m_names.empty() ? "this machine" : m_names.front());
+            authority = MakeAuthority(scopes.front(), m_shared && !shared.told.empty() ? shared.told.front()
+                                                      : m_names.empty()                ? "this machine"
+                                                                                       : m_names.front());
+            had = had || others;
             if (had)
                 authority.certificate.insert(0, kReplacedMark);
-            server = MakeCertificate(authority, scope);
-            if (const std::string fault = FaultOf(authority, server, scope); !fault.empty())
-                throw TlsError("the certificate that was made is not usable: " + fault);
-            WritePair(authority, authorityFile, authorityKey);
+            if (!certify(scopes.front()))
+                throw TlsError("the certificate that was made is not usable: " +
+                               FaultOf(authority, server, scopes.front()));
         }
+    }
+    // Before it is in force, so that nobody is shown one that the others will never have.
+    if (m_shared && m_shared->IsRead() && (!usable || shared.revision == 0 || shared.told.size() != told)) {
+        shared.authority = authority;
+        if (!PutShared(shared))
+            return LoadOwn(toldHost);
+    }
+    if (!good) {
+        if (!usable)
+            WritePair(authority, authorityFile, authorityKey);
         WritePair(server, serverFile, serverKey);
         if (had && !usable)
             Console::Get().Log("message", "this server has a new authority for its certificate: devices that "
                                           "trusted the former one have to trust again, see /trust");
-    } else if (m_current) {
+    } else if (m_current && !others) {
         return;
     }
     Use(server, {.certificate = authority.certificate,

@@ -5,9 +5,12 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "host/base/store_mirror.h"
 #include "host/tls/authority.h"
 #include "host/tls/context.h"
 #include "platform/files.h"
@@ -25,7 +28,10 @@ public:
     explicit Certificates(CertificateFiles files);
     // Those of the folder, which is made where it is missing. `toldHost` is what phones are told to connect
     // to. Throws StartError when they can be neither read nor made.
-    Certificates(std::string folder, std::string_view toldHost);
+    //
+    // With a store, the authority is the one that hosts share there, and the folder has what was known of it
+    // last: the first of them puts there what it has, and all take what is there.
+    Certificates(std::string folder, std::string_view toldHost, std::shared_ptr<Store> shared = nullptr);
 
     // For the next connection. Any thread.
     [[nodiscard]] TlsContextPtr Current() const { return std::atomic_load(&m_current); }
@@ -46,6 +52,15 @@ public:
 private:
     void LoadOperators();
     void LoadOwn(std::string_view toldHost);
+    // What hosts share: an authority, and the addresses of all that it is for.
+    struct Shared {
+        Store::Revision revision = 0; // 0: there is none
+        std::vector<std::string> told;
+        TlsPair authority;
+    };
+    [[nodiscard]] Shared ReadShared();
+    [[nodiscard]] bool PutShared(const Shared& shared);
+    [[nodiscard]] std::vector<TlsScope> ScopesFor(std::string_view toldHost, Shared& shared) const;
     void Use(const TlsPair& pair, Authority authority);
 
     const bool m_own;
@@ -53,7 +68,8 @@ private:
     const std::string m_folder;
     std::vector<std::string> m_names; // of this machine
     platform::FileStamp m_stamps[2];
-    std::string m_complaint; // the last one
+    std::string m_complaint;             // the last one
+    std::optional<StoreMirror> m_shared; // nothing: the authority is this server's alone
     // std::atomic of a shared pointer is not in every C++ library of today; these functions are.
     TlsContextPtr m_current;
     mutable std::mutex m_mutex; // the line below

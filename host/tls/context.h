@@ -13,6 +13,7 @@ class TlsSession;
 struct TlsPair {
     std::string certificate;
     std::string key;
+    friend bool operator==(const TlsPair&, const TlsPair&) = default;
 };
 
 // Never changes, so any number of threads may use it; a connection keeps the one that it began with.
