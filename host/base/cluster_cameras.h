@@ -63,6 +63,8 @@ public:
 
     // The hosts that live, this one included.
     [[nodiscard]] virtual std::vector<std::string> Nodes() const = 0;
+    // Those that have not left, and do not answer.
+    [[nodiscard]] virtual std::vector<std::string> Silent() const = 0;
 };
 
 } // namespace host

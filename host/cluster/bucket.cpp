@@ -1,6 +1,7 @@
 #include "host/cluster/bucket.h"
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <sstream>
 #include <utility>
@@ -24,6 +25,13 @@ constexpr std::chrono::seconds kSaveEvery{5};
 // A header that tells of a removal.
 constexpr const char* kOperation = "KV-Operation";
 constexpr int kMostTries = 4;
+// The name of the floor's entry, which no table uses.
+constexpr std::string_view kFloorName = "\x01"
+                                        "floor";
+constexpr std::size_t kMostPurged = 256;
+// So many changes are one writer's; of more there are several.
+constexpr std::size_t kWriteTogether = 16;
+constexpr std::size_t kMostWriters = 8;
 // Of what is not to be believed: no value says that it follows that.
 constexpr std::uint64_t kFollowsNothing = std::numeric_limits<std::uint64_t>::max();
 
@@ -31,6 +39,11 @@ using KvStorePtr = std::unique_ptr<kvStore, Destroyed<&kvStore_Destroy>>;
 using MetaDataPtr = std::unique_ptr<jsMsgMetaData, Destroyed<&jsMsgMetaData_Destroy>>;
 using ConsumerInfoPtr = std::unique_ptr<jsConsumerInfo, Destroyed<&jsConsumerInfo_Destroy>>;
 using PubAckPtr = std::unique_ptr<jsPubAck, Destroyed<&jsPubAck_Destroy>>;
+
+bool TakeNumberText(std::string_view text, std::uint64_t& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc{} && end == text.data() + text.size();
+}
 
 std::int64_t MillisecondsUntil(std::chrono::steady_clock::time_point until) {
     const auto left =
@@ -129,6 +142,8 @@ void Bucket::Follow(std::uint64_t connections) {
     {
         const std::lock_guard guard(m_mutex);
         m_newest = 0;
+        m_longAway = m_heard != std::chrono::system_clock::time_point{} &&
+                     std::chrono::system_clock::now() - m_heard > m_options.removalsFor / 2;
         for (auto& [key, item] : m_items)
             item.round = 0;
     }
@@ -159,6 +174,7 @@ void Bucket::Follow(std::uint64_t connections) {
         if (!first) {
             Deliver();
             MendSome();
+            PurgeSome();
             Remember(false);
         }
         if (!message && Clock::now() >= nextCheck) {
@@ -178,8 +194,9 @@ bool Bucket::HasMissedSome() {
         return false;
     const std::unique_ptr<jsStreamInfo, Destroyed<&jsStreamInfo_Destroy>> info(made);
     const std::lock_guard guard(m_mutex);
-    const auto there = std::ranges::count_if(
-        m_items, [](const auto& item) { return item.second.seen.revision > 0 && !item.second.missing; });
+    const auto there = std::ranges::count_if(m_items, [this](const auto& item) {
+        return item.second.seen.revision > 0 && !item.second.missing && !IsForgotten(item.second);
+    });
     const bool behind = (made->State.Msgs > 0 && made->State.LastSeq > m_newest) ||
                         made->State.NumSubjects < static_cast<std::int64_t>(there);
     // A change may be on its way: twice in a row it is not.
@@ -203,15 +220,30 @@ bool Bucket::TakeMessage(natsMsg* message, std::uint64_t number, bool first) {
     const Revision revision = about->Sequence.Stream;
     const char* operation = nullptr;
     const bool removal = natsMsgHeader_Get(message, kOperation, &operation) == NATS_OK;
-    bool renew = false;
-    Take(key, revision, removal ? std::nullopt : m_seal.Open(key, TextOf(message), &renew), renew, first);
+    Taken taken{.revision = revision, .put = about->Timestamp / 1'000'000};
+    if (!removal)
+        taken.value = m_seal.Open(key, TextOf(message), &taken.renew);
+    Take(key, std::move(taken), first);
     return true;
 }
 
-void Bucket::Take(const std::string& key, Revision revision, std::optional<BucketValue> value, bool renew,
-                  bool first) {
+Standing Bucket::Judge(const Item& item, Revision revision, const BucketValue& value) const {
+    if (m_floor.since != 0 && revision > m_floor.since && value.follows < m_floor.floor)
+        return Standing::Old;
+    return StandingOf(item.seen, {revision, value.follows});
+}
+
+// Whether its removal may be gone from the engine.
+bool Bucket::IsForgotten(const Item& item) const {
+    return !item.value && item.seen.revision <= m_floor.floor;
+}
+
+void Bucket::Take(const std::string& key, Taken taken, bool first) {
+    const auto revision = taken.revision;
+    auto& value = taken.value;
     const std::lock_guard guard(m_mutex);
     Item& item = m_items[key];
+    m_highest = std::max(m_highest, revision);
     item.round = std::max(item.round, revision);
     m_newest = std::max(m_newest, revision);
     if (revision < item.seen.revision) {
@@ -226,7 +258,7 @@ void Bucket::Take(const std::string& key, Revision revision, std::optional<Bucke
             NoteBad(item, revision, "what no host has put, or taken away,");
         return;
     }
-    switch (StandingOf(item.seen, {revision, value->follows})) {
+    switch (Judge(item, revision, *value)) {
     case Standing::Next:
         break;
     case Standing::Known:
@@ -244,10 +276,14 @@ void Bucket::Take(const std::string& key, Revision revision, std::optional<Bucke
     item.name = std::move(value->name);
     item.value = value->removed ? std::nullopt : std::optional(std::move(value->text));
     item.revision = revision;
+    item.put = taken.put;
     item.missing = item.restore = false;
     // Those that come later are sealed by hosts that run, with the secret that is theirs to seal with.
-    item.renew = renew && !m_read;
-    m_news.push_back(key);
+    item.renew = taken.renew && !m_read;
+    if (item.name != kFloorName)
+        m_news.push_back(key);
+    else if (Revision floor = 0; item.value && TakeNumberText(*item.value, floor) && floor > m_floor.floor)
+        m_floor = {floor, revision};
 }
 
 // With m_mutex held.
@@ -260,9 +296,19 @@ void Bucket::NoteBad(Item& item, Revision revision, const char* what) {
 
 void Bucket::EndRound() {
     const std::lock_guard guard(m_mutex);
+    m_dirty = std::erase_if(m_items,
+                            [this](const auto& item) {
+                                return item.second.round == 0 && IsForgotten(item.second);
+                            }) > 0 ||
+              m_dirty;
     for (auto& [key, item] : m_items) {
         if (item.round >= item.seen.revision)
             continue;
+        if (item.round == 0 && m_longAway && item.seen.revision <= m_floor.floor) {
+            item.value.reset(); // somebody has removed it, and that is forgotten by now
+            m_news.push_back(key);
+            continue;
+        }
         if (item.round > 0 && m_trouble.empty()) {
             m_trouble =
                 "the bucket " + m_options.name + " is behind what was seen: somebody has made it anew";
@@ -307,7 +353,7 @@ void Bucket::Deliver() {
 std::vector<Store::Update> Bucket::PresentUpdates() const {
     std::vector<Update> present;
     for (const auto& [key, item] : m_items) {
-        if (item.value)
+        if (item.value && item.name != kFloorName)
             present.push_back({item.name, item.value, item.revision});
     }
     return present;
@@ -362,8 +408,67 @@ void Bucket::MendSome() {
         (void)Publish(mend.key, mend.value, mend.expected, Clock::now() + std::chrono::milliseconds(kStepMs));
 }
 
-Bucket::Published Bucket::Publish(const std::string& key, const BucketValue& value, Revision expected,
+// What may be forgotten is first below the floor for all, and the next time gone.
+void Bucket::PurgeSome() {
+    const auto now = std::chrono::system_clock::now();
+    const auto oldest = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            (now - m_options.removalsFor).time_since_epoch())
+                            .count();
+    std::vector<std::pair<std::string, Revision>> gone;
+    Revision floor = 0;
+    Revision follows = 0;
+    {
+        const std::lock_guard guard(m_mutex);
+        if (m_link.IsConnected())
+            m_heard = now;
+        if (Clock::now() < m_nextPurge || !m_trouble.empty())
+            return;
+        m_nextPurge = Clock::now() + std::clamp<Clock::duration>(m_options.removalsFor / 100, kMendEvery,
+                                                                 std::chrono::hours(1));
+        for (const auto& [key, item] : m_items) {
+            if (item.name == kFloorName)
+                follows = item.value ? item.revision : 0;
+            if (item.value || item.revision == 0 || item.revision != item.seen.revision || item.missing ||
+                item.restore || item.put > oldest)
+                continue;
+            if (!IsForgotten(item))
+                floor = std::max(floor, item.seen.revision);
+            else if (gone.size() < kMostPurged)
+                gone.emplace_back(key, item.seen.revision);
+        }
+    }
+    for (const auto& [key, revision] : gone) {
+        const std::string subject = SubjectOf(m_options.name, key);
+        jsOptions options;
+        (void)jsOptions_Init(&options);
+        options.Wait = kStepMs;
+        options.Stream.Purge.Subject = subject.c_str();
+        options.Stream.Purge.Sequence = revision + 1; // not what was put behind it
+        if (js_PurgeStream(m_stream.get(), ("KV_" + m_options.name).c_str(), &options, nullptr) != NATS_OK)
+            return;
+        const Present left = Look(key, Clock::now() + std::chrono::milliseconds(kStepMs));
+        if (!left.why.empty() || left.last != 0)
+            continue; // another time
+        const std::lock_guard guard(m_mutex);
+        const auto found = m_items.find(key);
+        if (found == m_items.end() || found->second.seen.revision != revision)
+            continue;
+        m_items.erase(found);
+        m_dirty = true;
+    }
+    // Of several hosts that put one the first is obeyed.
+    if (floor > 0) {
+        const Change change{std::string(kFloorName), std::to_string(floor), follows};
+        (void)WriteOne(change, Clock::now() + std::chrono::milliseconds(kStepMs));
+    }
+}
+
+Bucket::Published Bucket::Publish(const std::string& key, BucketValue value, Revision expected,
                                   Clock::time_point until) {
+    {
+        const std::lock_guard guard(m_mutex);
+        value.follows = std::max(value.follows, m_highest);
+    }
     const std::string sealed = m_seal.Seal(value);
     jsPubOptions options;
     (void)jsPubOptions_Init(&options);
@@ -414,7 +519,7 @@ Bucket::Present Bucket::Look(const std::string& key, Clock::time_point until) {
     if (present.last > 0 && present.last < item.seen.revision)
         return {.why = "the bucket " + m_options.name + " is behind what was seen"};
     if (value) {
-        const Standing standing = StandingOf(item.seen, {present.last, value->follows});
+        const Standing standing = Judge(item, present.last, *value);
         if (standing == Standing::Next || standing == Standing::Known) {
             if (!value->removed)
                 present.entry = Entry{std::move(value->text), present.last};
@@ -465,17 +570,35 @@ Store::Outcome Bucket::WriteOne(const Change& change, Clock::time_point until) {
         present = Look(key, until);
         if (!present.why.empty())
             return {Result::Unreachable, 0, {}, present.why};
-        if ((present.entry ? present.entry->revision : 0) != change.follows)
+        if ((present.entry ? present.entry->revision : 0) != change.follows) {
+            ++m_conflicts;
             return {Result::Conflict, 0, std::move(present.entry), {}};
+        }
     }
     return {Result::Unreachable, 0, {}, "others keep changing a value of " + m_options.name};
 }
 
 std::vector<Store::Outcome> Bucket::Write(std::span<const Change> changes) {
     const auto until = Clock::now() + kLongestWait;
-    std::vector<Outcome> outcomes;
-    for (const Change& change : changes)
-        outcomes.push_back(WriteOne(change, until));
+    std::vector<Outcome> outcomes(changes.size());
+    // The engine answers each by itself, once its servers have it on their disks: of many, some wait for that
+    // at a time.
+    std::atomic<std::size_t> next{0};
+    const auto write = [&] {
+        for (std::size_t i = next++; i < changes.size(); i = next++) {
+            try {
+                outcomes[i] = WriteOne(changes[i], until);
+            } catch (const SealError& error) {
+                outcomes[i] = {Result::Unreachable, 0, {}, error.what()};
+            }
+        }
+    };
+    std::vector<std::jthread> others;
+    for (std::size_t many = kWriteTogether; many < changes.size() && others.size() + 1 < kMostWriters;
+         many += kWriteTogether)
+        others.emplace_back(write);
+    write();
+    others.clear(); // waits for them
     return outcomes;
 }
 

@@ -6,6 +6,11 @@
 // before and has been put again, and what was taken away by anybody but a host is not obeyed but told of, and
 // what had been there is put back by the hosts that know it. A host that starts looks at the last few
 // revisions of each key, and remembers in a file which it has seen.
+//
+// A removal is a sealed value as well, and goes for good after a week. By then a floor has been put: a
+// revision that nothing put later may follow one before it. Since whatever is put says that it follows the
+// newest revision that its host had seen, what somebody has kept of before the floor is old for every host,
+// also for one that has never heard of the key.
 #pragma once
 
 #include <atomic>
@@ -27,6 +32,9 @@ struct BucketOptions {
     std::string name;   // letters, digits, "-" and "_"
     int replicas = 1;   // of a bucket that is made
     std::string seen{}; // a file; empty: what was seen is forgotten at the end
+    // How long removals are kept: a host that has not heard of the others for half as long takes what it
+    // finds missing for removed.
+    std::chrono::milliseconds removalsFor = std::chrono::hours(7 * 24);
 };
 
 class Bucket final : public Store {
@@ -45,6 +53,8 @@ public:
     [[nodiscard]] bool AwaitRead(std::chrono::milliseconds within) const;
     // Why nothing can be written any more, in a line for a person; empty while it can.
     [[nodiscard]] std::string Trouble() const;
+    // Changes that somebody else's came before.
+    [[nodiscard]] std::uint64_t Conflicts() const noexcept { return m_conflicts; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -54,6 +64,7 @@ private:
         std::optional<std::string> value{}; // nothing: removed, or never there
         Revision revision = 0;              // of the value, or of its removal; 0: neither is known
         SeenRevision seen{};
+        std::int64_t put = 0; // when, by the engine's clock, milliseconds since 1970
         Revision round = 0;   // the newest that the reading in hand has brought
         bool missing = false; // the engine has nothing where something was
         bool restore = false; // what the engine has is not what is known
@@ -76,8 +87,17 @@ private:
     void Run();
     void Follow(std::uint64_t connections);
     [[nodiscard]] bool TakeMessage(natsMsg* message, std::uint64_t number, bool first);
-    void Take(const std::string& key, Revision revision, std::optional<BucketValue> value, bool renew,
-              bool first);
+    struct Taken {
+        Revision revision = 0;
+        std::int64_t put = 0;
+        std::optional<BucketValue> value{}; // nothing: what is not to be believed
+        bool renew = false;
+    };
+    void Take(const std::string& key, Taken taken, bool first);
+    // With m_mutex held.
+    [[nodiscard]] Standing Judge(const Item& item, Revision revision, const BucketValue& value) const;
+    [[nodiscard]] bool IsForgotten(const Item& item) const;
+    void PurgeSome();
     void NoteBad(Item& item, Revision revision, const char* what);
     void EndRound();
     void Deliver();
@@ -87,7 +107,7 @@ private:
     void Recall();
     [[nodiscard]] std::vector<Update> PresentUpdates() const;
     [[nodiscard]] Present Look(const std::string& key, Clock::time_point until);
-    [[nodiscard]] Published Publish(const std::string& key, const BucketValue& value, Revision expected,
+    [[nodiscard]] Published Publish(const std::string& key, BucketValue value, Revision expected,
                                     Clock::time_point until);
     [[nodiscard]] Outcome WriteOne(const Change& change, Clock::time_point until);
 
@@ -108,13 +128,23 @@ private:
     Items m_items;
     std::vector<std::string> m_news; // keys whose entries have changed, to be delivered
     bool m_read = false;
-    Revision m_newest = 0; // that the reading in hand has brought
+    Revision m_newest = 0;  // that the reading in hand has brought
+    Revision m_highest = 0; // that was ever seen
+    // What is put behind `since` follows nothing before `floor`.
+    struct {
+        Revision floor = 0;
+        Revision since = 0;
+    } m_floor;
+    std::chrono::system_clock::time_point m_heard{}; // of all there was
+    bool m_longAway = false;                         // before the reading in hand
+    Clock::time_point m_nextPurge{};
     bool m_behind = false; // at the last look
     bool m_dirty = false;  // seen revisions that are not in the file
     std::string m_trouble;
     Clock::time_point m_nextMend{};
     Clock::time_point m_nextSave{};
 
+    std::atomic<std::uint64_t> m_conflicts{0};
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

@@ -187,6 +187,15 @@ std::vector<std::string> Cameras::Nodes() const {
     return nodes;
 }
 
+std::vector<std::string> Cameras::Silent() const {
+    const std::lock_guard guard(m_mutex);
+    std::vector<std::string> nodes;
+    std::ranges::copy_if(m_known, std::back_inserter(nodes), [this](const std::string& node) {
+        return m_ownership.IsHeard(Clock::now()) && !m_ownership.Lives(node);
+    });
+    return nodes;
+}
+
 void Cameras::TakeName() {
     const Store::Reading before = m_nodes->Get(m_node);
     if (before.entry) {

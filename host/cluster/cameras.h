@@ -46,6 +46,7 @@ public:
     void Pull(const std::string& camera, const Place& place, std::uint64_t after, Then then) override;
     void Serve(Respond respond) override;
     [[nodiscard]] std::vector<std::string> Nodes() const override;
+    [[nodiscard]] std::vector<std::string> Silent() const override;
 
 private:
     using Clock = std::chrono::steady_clock;

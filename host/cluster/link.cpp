@@ -74,6 +74,8 @@ OptionsPtr EngineOptions(const LinkOptions& options, const std::string& name) {
 }
 
 struct Traffic {
+    std::uint64_t messagesIn = 0;
+    std::uint64_t messagesOut = 0;
     std::uint64_t bytesIn = 0;
     std::uint64_t bytesOut = 0;
     std::uint64_t reconnects = 0;
@@ -86,8 +88,8 @@ Traffic TrafficOf(natsConnection* connection) noexcept {
         return traffic;
     const std::unique_ptr<natsStatistics, Destroyed<&natsStatistics_Destroy>> statistics(made);
     if (natsConnection_GetStats(connection, made) == NATS_OK)
-        (void)natsStatistics_GetCounts(made, nullptr, &traffic.bytesIn, nullptr, &traffic.bytesOut,
-                                       &traffic.reconnects);
+        (void)natsStatistics_GetCounts(made, &traffic.messagesIn, &traffic.bytesIn, &traffic.messagesOut,
+                                       &traffic.bytesOut, &traffic.reconnects);
     return traffic;
 }
 
@@ -147,6 +149,8 @@ Link::State Link::Now() const {
                 .server = {},
                 .connections = traffic.reconnects,
                 .refused = m_refused,
+                .messagesIn = traffic.messagesIn,
+                .messagesOut = traffic.messagesOut,
                 .bytesIn = traffic.bytesIn,
                 .bytesOut = traffic.bytesOut};
     std::array<char, 256> url{};

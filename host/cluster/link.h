@@ -78,6 +78,8 @@ public:
         std::string server;            // "HOST:PORT"; empty while there is none
         std::uint64_t connections = 0; // how often one was lost and found again
         std::uint64_t refused = 0;     // texts that were not sealed, or not for their place
+        std::uint64_t messagesIn = 0;
+        std::uint64_t messagesOut = 0;
         std::uint64_t bytesIn = 0;
         std::uint64_t bytesOut = 0;
     };

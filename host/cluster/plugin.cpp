@@ -71,6 +71,22 @@ public:
         }
     }
 
+    void Ask(const std::string& node, const std::string& topic, std::string_view text,
+             std::chrono::milliseconds within, Then then) override {
+        m_link.Ask(SubjectOf(topic, node), text, 0, within,
+                   [then = std::move(then)](std::optional<Opened> answer) {
+                       then(answer ? std::optional(std::move(answer->text)) : std::nullopt);
+                   });
+    }
+
+    std::shared_ptr<const void> Serve(const std::string& topic, Respond respond) override {
+        return std::make_shared<Link::Service>(
+            m_link, SubjectOf(topic, m_link.Seals()->Node()),
+            [respond = std::move(respond)](const Opened& question, const Link::Service::Reply& reply) {
+                respond(question.text, [reply](std::string_view text) { reply(text, 0); });
+            });
+    }
+
     bool AwaitRead(std::chrono::milliseconds within) override {
         const auto until = std::chrono::steady_clock::now() + within;
         bool all = true;
@@ -93,7 +109,25 @@ public:
         return {};
     }
 
+    [[nodiscard]] ClusterFigures Figures() const override {
+        const Link::State link = m_link.Now();
+        ClusterFigures figures{.connected = link.connected,
+                               .connections = link.connections,
+                               .messagesIn = link.messagesIn,
+                               .messagesOut = link.messagesOut,
+                               .bytesIn = link.bytesIn,
+                               .bytesOut = link.bytesOut,
+                               .refused = link.refused};
+        for (const auto& bucket : m_buckets)
+            figures.conflicts += bucket->Conflicts();
+        return figures;
+    }
+
 private:
+    static std::string SubjectOf(const std::string& topic, const std::string& node) {
+        return "morrowstream." + topic + "." + node;
+    }
+
     // Made by who comes first, and the same for good: what hides the names of entries from the engine.
     std::string AgreedNameKey() {
         cluster::Bucket bucket(m_link, {"morrowstream-cluster", m_replicas, m_folder + "/seen-cluster"});

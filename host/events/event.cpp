@@ -45,6 +45,8 @@ nlohmann::ordered_json AsJson(const Event& event) {
                                 {"details", nlohmann::ordered_json::object()}};
     for (const auto& [name, value] : event.details)
         json["details"][name] = value;
+    if (!event.host.empty())
+        json["host"] = event.host;
     return json;
 }
 

@@ -31,12 +31,14 @@ enum class EventKind {
     SettingsChanged,  // of the component or of the host
     UsersChanged,     // users, phones and tokens
     ServerStarted,
+    HostLost, // one of several hosts that are one server is gone
+    HostBack, // and there again
     Count
 };
 inline constexpr std::array<std::string_view, static_cast<std::size_t>(EventKind::Count)> kEventWords{
-    "camera-connected", "camera-lost",       "motion-began",      "motion-ended",
-    "recording-paused", "recording-resumed", "recording-trouble", "notice-trouble",
-    "sign-in-refused",  "settings-changed",  "users-changed",     "server-started"};
+    "camera-connected",  "camera-lost",       "motion-began",   "motion-ended",    "recording-paused",
+    "recording-resumed", "recording-trouble", "notice-trouble", "sign-in-refused", "settings-changed",
+    "users-changed",     "server-started",    "host-lost",      "host-back"};
 
 [[nodiscard]] std::string_view WordOf(EventKind kind) noexcept;
 [[nodiscard]] std::optional<EventKind> EventKindFrom(std::string_view word) noexcept;
@@ -55,12 +57,13 @@ struct Event {
     std::string who{};    // the login that it was done with or tried with; empty where it was nobody's
     std::string text{};   // one line for people, in English
     Details details{};    // for programs
+    std::string host{};   // that has told of it, where it is another one than this; not in the journal
 };
 using EventPtr = std::shared_ptr<const Event>;
 
 // One object, the same in the journal, at /api/v1/events, and for other machines:
 // {"number":7,"ms":1764144000123,"time":"2025-11-26T08:00:00.123Z","kind":"camera-lost","camera":"yard",
-//  "who":"","text":"...","details":{}}
+//  "who":"","text":"...","details":{}}, and "host":"b" with those of another host.
 [[nodiscard]] nlohmann::ordered_json AsJson(const Event& event);
 // Of such a line; nothing where it is none, as behind a crash, or its kind is unknown here.
 [[nodiscard]] std::optional<Event> ReadEvent(std::string_view line);
@@ -76,6 +79,22 @@ struct EventFilter {
     std::function<bool(const Event&)> sees{};
 
     [[nodiscard]] bool Takes(const Event& event) const;
+};
+
+// What has happened at other hosts that are one server with this one.
+class OtherEvents {
+public:
+    OtherEvents() = default;
+    OtherEvents(const OtherEvents&) = delete;
+    OtherEvents& operator=(const OtherEvents&) = delete;
+    virtual ~OtherEvents() = default;
+
+    [[nodiscard]] virtual std::string Self() const = 0; // this host's name
+    // Of each that answers the newest that the filter takes, whoever may see them; with numbers below those
+    // of `before` where it has the host, `most` at the most. Waits for some seconds at most. Any thread.
+    [[nodiscard]] virtual std::map<std::string, std::vector<EventPtr>>
+    Newest(const EventFilter& filter, const std::map<std::string, std::uint64_t>& before,
+           std::size_t most) const = 0;
 };
 
 } // namespace host

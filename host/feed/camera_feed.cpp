@@ -134,6 +134,11 @@ bool CameraFeed::SetElsewhere(std::optional<Elsewhere> elsewhere) {
     return changed;
 }
 
+std::string CameraFeed::HostElsewhere() const {
+    const std::lock_guard guard(m_mutex);
+    return m_elsewhere ? m_elsewhere->node : std::string();
+}
+
 bool CameraFeed::IsElsewhere() const {
     const std::lock_guard guard(m_mutex);
     return m_elsewhere.has_value();

@@ -112,6 +112,7 @@ public:
     // Nothing: none has. True when that changes what is shown of the camera.
     bool SetElsewhere(std::optional<Elsewhere> elsewhere);
     [[nodiscard]] bool IsElsewhere() const;
+    [[nodiscard]] std::string HostElsewhere() const; // the host's name; empty: it is not
     // A picture that the other host has sent: for those who look, and for nobody else. Pictures are shown in
     // the order of these calls.
     void Show(kit::HeldFrame held, const kit::PlaneLayout& layout);

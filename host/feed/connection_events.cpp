@@ -30,22 +30,48 @@ std::optional<bool> ConnectionStory::Look(bool connected, Clock::time_point now)
     return m_told;
 }
 
-void ConnectionEvents::Look(const FeedTable& feeds, Clock::time_point now) {
-    std::map<std::string, ConnectionStory> stories;
+void ConnectionEvents::LookAtHosts(const LiveHosts& hosts) {
+    const auto tell = [&](EventKind kind, const std::string& node, const char* what) {
+        if (hosts.IsFirst())
+            m_log.Tell({.kind = kind, .text = "The server " + node + what, .details = {{"host", node}}});
+    };
+    for (const std::string& node : hosts.silent) {
+        // One that was gone before this host came was told of by another one.
+        if (m_live.contains(node) && m_silent.insert(node).second)
+            tell(EventKind::HostLost, node, " of the cluster does not answer any more.");
+    }
+    for (const std::string& node : hosts.live) {
+        if (m_silent.erase(node) > 0)
+            tell(EventKind::HostBack, node, " of the cluster is there again.");
+    }
+    m_live.insert(hosts.live.begin(), hosts.live.end());
+}
+
+void ConnectionEvents::Look(const FeedTable& feeds, const LiveHosts& hosts, Clock::time_point now) {
+    LookAtHosts(hosts);
+    std::map<std::string, Story> stories;
     for (const FeedPtr& feed : feeds.List()) {
         // A camera that was removed, and comes back, begins anew; so does one whose phone comes back from
         // another host, whose it was to tell meanwhile.
-        if (feed->IsElsewhere())
+        if (std::string node = feed->HostElsewhere(); !node.empty()) {
+            m_elsewhere[feed->Name()] = std::move(node);
             continue;
+        }
         const auto known = m_stories.find(feed->Name());
-        ConnectionStory& story = stories[feed->Name()];
+        Story& story = stories[feed->Name()];
         if (known != m_stories.end())
             story = known->second;
+        const bool connected = feed->IsConnected() && feed->HasPicture();
+        if (const auto former = m_elsewhere.extract(feed->Name());
+            former && !connected && !hosts.Lives(former.mapped()))
+            story = {.connection = ConnectionStory::Connected(), .orphan = true};
         // One that has never sent a picture has nothing to be told of.
-        if (const auto told = story.Look(feed->IsConnected() && feed->HasPicture(), now))
-            m_log.Tell({.kind = *told ? EventKind::CameraConnected : EventKind::CameraLost,
-                        .camera = feed->Name(),
-                        .text = *told ? "A phone is connected." : "The phone is not connected any more."});
+        const auto told = story.connection.Look(connected, now);
+        if (!told || (story.orphan && !*told && !hosts.IsFirst()))
+            continue;
+        m_log.Tell({.kind = *told ? EventKind::CameraConnected : EventKind::CameraLost,
+                    .camera = feed->Name(),
+                    .text = *told ? "A phone is connected." : "The phone is not connected any more."});
     }
     m_stories.swap(stories);
 }

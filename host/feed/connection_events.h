@@ -4,11 +4,13 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "host/base/wait.h"
 #include "host/events/event_log.h"
 #include "host/feed/feed_table.h"
+#include "host/feed/source.h"
 
 namespace host {
 
@@ -27,6 +29,13 @@ public:
     // What is to be told now: true that it is connected, false that it is lost.
     std::optional<bool> Look(bool connected, Clock::time_point now);
 
+    // Of a phone that was connected, as somebody else has told.
+    static ConnectionStory Connected() {
+        ConnectionStory story;
+        story.m_told = true;
+        return story;
+    }
+
 private:
     bool m_told = false;                      // as connected
     bool m_connected = false;                 // at the last look
@@ -40,11 +49,23 @@ public:
     explicit ConnectionEvents(EventLog& log) : m_log(log) {}
 
     // Called a few times a second by the host's ticker, when the table has looked for connections.
-    void Look(const FeedTable& feeds, Clock::time_point now = Clock::now());
+    //
+    // Of several hosts the one that has the phone tells of it. What becomes of the cameras of a host that
+    // dies, and that it has died, the first one of those that live tells.
+    void Look(const FeedTable& feeds, const LiveHosts& hosts = {}, Clock::time_point now = Clock::now());
 
 private:
+    struct Story {
+        ConnectionStory connection;
+        bool orphan = false; // its host has died
+    };
+    void LookAtHosts(const LiveHosts& hosts);
+
     EventLog& m_log;
-    std::map<std::string, ConnectionStory> m_stories; // by camera
+    std::map<std::string, Story> m_stories;         // by camera
+    std::map<std::string, std::string> m_elsewhere; // cameras, and the hosts that have their phones
+    std::set<std::string> m_live;                   // hosts, at the last look
+    std::set<std::string> m_silent;                 // that were told of
 };
 
 } // namespace host

@@ -6,10 +6,12 @@
 // somebody looks.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "host/base/wait.h"
 
@@ -43,6 +45,19 @@ protected:
 
 private:
     std::atomic<Clock::rep> m_awake{Clock::now().time_since_epoch().count()};
+};
+
+// The hosts that are one server, as this one hears them; nothing where it is one by itself.
+struct LiveHosts {
+    std::string self;
+    std::vector<std::string> live;   // this one included, in the order of their names
+    std::vector<std::string> silent; // that have not left, and are not heard
+
+    [[nodiscard]] bool Lives(const std::string& node) const {
+        return std::ranges::find(live, node) != live.end();
+    }
+    // Tells of what is nobody's, or was that of a host that is gone.
+    [[nodiscard]] bool IsFirst() const { return !live.empty() && live.front() == self; }
 };
 
 // A camera whose phone another host has, as that host tells.

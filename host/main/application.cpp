@@ -21,7 +21,9 @@
 #include "host/main/membership.h"
 #include "host/main/reports.h"
 #include "host/main/services.h"
+#include "host/peers/events.h"
 #include "host/peers/peers.h"
+#include "host/peers/recordings.h"
 #include "host/settings/file.h"
 #include "host/settings/settings.h"
 #include "host/site/connection.h"
@@ -41,6 +43,8 @@ namespace fs = std::filesystem;
 using platform::ComObject;
 
 constexpr std::chrono::milliseconds kTick{200};
+// In a cluster: what comes within that time from other hosts goes into the settings as one change.
+constexpr std::chrono::milliseconds kGatherFor{100};
 constexpr std::chrono::seconds kStatusInterval{1};
 // What could not be written is tried again, and how often what may wait is written.
 constexpr std::chrono::seconds kRetryInterval{5};
@@ -216,8 +220,18 @@ public:
         if (auto cameras = m_membership.OpenCameras())
             m_peers.emplace(*m_feeds, std::move(cameras));
         m_subscription.emplace(m_feeds, m_component->Source());
-        if (m_peers)
+        if (m_peers) {
             m_peers->Begin();
+            m_lookback.emplace(SharedRecordings::Parts{.local = m_services.Recording().Recorded(),
+                                                       .cluster = *m_membership.Others(),
+                                                       .node = options.node,
+                                                       .live = [this] { return m_peers->Nodes(); },
+                                                       .catalogues = m_membership.catalogues});
+            m_otherEvents.emplace(SharedEvents::Parts{.local = m_services.Events(),
+                                                      .cluster = *m_membership.Others(),
+                                                      .node = options.node,
+                                                      .live = [this] { return m_peers->Nodes(); }});
+        }
         m_settings.SetConfiguration(m_component->Configuration());
         KeepDamagedSettings();
         m_membership.Join(m_settings);
@@ -261,7 +275,10 @@ public:
                                                   .authority = m_authority,
                                                   .notices = &m_services.Receivers(),
                                                   .recorder = &m_services.Recording().Recording(),
-                                                  .recordings = &m_services.Recording().Recorded()});
+                                                  .recordings = Lookback(),
+                                                  .node = options.node,
+                                                  .cluster = m_membership.Figures(),
+                                                  .otherEvents = m_otherEvents ? &*m_otherEvents : nullptr});
         m_server = std::make_unique<Server>(std::move(listener), *m_site);
         OpenControlSocket();
     }
@@ -326,11 +343,16 @@ private:
         return data;
     }
 
+    RecordingSource* Lookback() {
+        return m_lookback ? static_cast<RecordingSource*>(&*m_lookback) : &m_services.Recording().Recorded();
+    }
+
     void OpenCertificates() {
         if (!m_options.certificate.key.empty())
             m_certificates = std::make_unique<Certificates>(m_options.certificate);
         else if (m_options.tls)
-            m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost());
+            m_certificates = std::make_unique<Certificates>(m_data.File("tls"), m_settings.ToldHost(),
+                                                            m_membership.authority);
     }
 
     // Not before all cameras are in the settings: what the preferences say of one that is missing is
@@ -423,13 +445,15 @@ private:
         auto nextRetry = started + kRetryInterval;
         auto nextSave = started + kSaveInterval;
         while (Clock::now() < end) {
-            const int signal = WaitForSignal(std::min(Clock::now() + kTick, end));
+            const auto tick = m_membership.Others() != nullptr ? kGatherFor : kTick;
+            const int signal = WaitForSignal(std::min(Clock::now() + tick, end));
             if (signal != 0 && (signal != SIGHUP || (hadTerminal && !HasTerminal())))
                 return;
             if (signal == SIGHUP && m_certificates)
                 m_certificates->Refresh(m_settings.ToldHost(), true);
             m_feeds->PollConnections();
-            m_services.Tick();
+            m_services.Tick(m_peers ? LiveHosts{m_options.node, m_peers->Nodes(), m_peers->Silent()}
+                                    : LiveHosts{});
             m_membership.Tick();
             m_settings.Follow();
             m_services.Preferences().FollowOthers();
@@ -507,10 +531,12 @@ private:
     Counters m_counters;
     const std::shared_ptr<kit::PackerCounters> m_packers = std::make_shared<kit::PackerCounters>();
     std::shared_ptr<SourceTable> m_sources;
-    std::string m_authority;              // where others reach this server; empty where nobody does
-    std::string m_phoneAddress;           // what phones are told while nobody has said another one
-    std::vector<CameraFigures> m_figures; // at the end
-    std::optional<Peers> m_peers;         // nothing: a host by itself
+    std::string m_authority;                    // where others reach this server; empty where nobody does
+    std::string m_phoneAddress;                 // what phones are told while nobody has said another one
+    std::vector<CameraFigures> m_figures;       // at the end
+    std::optional<Peers> m_peers;               // nothing: a host by itself
+    std::optional<SharedRecordings> m_lookback; // the same
+    std::optional<SharedEvents> m_otherEvents;  // the same
     std::unique_ptr<kit::ComponentModule> m_module;
     std::unique_ptr<kit::Viewing> m_viewing;
     std::unique_ptr<kit::Component> m_component;

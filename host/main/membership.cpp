@@ -29,6 +29,11 @@ constexpr const char* kPlugin = "libmorrowstream-cluster.so";
 // Of the cameras' bucket, beside what Settings puts there.
 constexpr const char* kFounder = "founder";
 constexpr std::size_t kMostDifferences = 50;
+// A host that founds the cluster says so that often; one that has not for so long has died over it, and
+// another one founds it.
+constexpr std::chrono::seconds kFoundsEvery{1};
+constexpr std::chrono::seconds kFounderDeadAfter{5};
+constexpr std::chrono::milliseconds kFounderLook{250};
 
 std::unique_ptr<Cluster> OpenCluster(const Options& options, const DataFolder& data) {
     // The plug-in finds the engine's library here. Both stay.
@@ -97,6 +102,8 @@ Membership::Membership(const Options& options, const DataFolder& data)
     phones = Keep("phones", phones);
     tokens = Keep("tokens", tokens);
     links = m_cluster->Bucket("links");
+    authority = m_cluster->Bucket("authority");
+    catalogues = m_cluster->Bucket("catalogues");
     m_cameras = m_cluster->Bucket("cameras");
     m_preferences = m_cluster->Bucket("preferences");
     const std::chrono::seconds within = m_member ? kReadWithin : kFirstReadWithin;
@@ -133,16 +140,8 @@ void Membership::Enter(const Options& options) {
     StoreMirror preferences(m_preferences);
     (void)cameras.Refresh();
     (void)preferences.Refresh();
-    const bool founds = !Settings::IsFounded(cameras);
+    const bool founds = ClaimFounding(cameras, options.node);
     if (founds) {
-        const auto claim = m_cameras->Put(kFounder, options.node, 0);
-        const std::string founder = claim.present ? claim.present->value : options.node;
-        if (claim.result != Store::Result::Done && claim.result != Store::Result::Conflict)
-            throw StartError("the cluster cannot be founded: " + claim.why);
-        if (founder != options.node)
-            throw StartError(
-                "the host \"" + Printable(founder) +
-                "\" is founding the cluster, or ended while it did: start this one when that one runs");
         m_how = Joining::Merge;
         Console::Get().Say("This host founds the cluster: what the others find is as it is here.");
     } else {
@@ -178,11 +177,90 @@ void Membership::Enter(const Options& options) {
     }
 }
 
+Membership::Founding::Founding(std::shared_ptr<Store> store, std::string node, Store::Revision revision)
+    : m_store(std::move(store)),
+      m_thread([this, node = std::move(node), revision] { Beat(node, revision); }) {}
+
+Membership::Founding::~Founding() {
+    m_stop.Signal();
+    m_thread.join();
+}
+
+void Membership::Founding::Beat(std::string node, Store::Revision revision) {
+    while (!m_lost && WaitFor({.stop = &m_stop}, Clock::now() + kFoundsEvery) != Waited::Stopped) {
+        const auto beat = m_store->Put(kFounder, node, revision);
+        if (beat.result == Store::Result::Done)
+            revision = beat.revision;
+        // One that was not known to be written may be.
+        else if (beat.result == Store::Result::Conflict && beat.present && beat.present->value == node)
+            revision = beat.present->revision;
+        else if (beat.result == Store::Result::Conflict)
+            m_lost = true;
+    }
+}
+
+// Whether this host is to found the cluster; else another one has. Waits for one that is about to, and takes
+// the place of one that died over it: what that one had put there goes, so that nobody's users stay by
+// accident.
+bool Membership::ClaimFounding(StoreMirror& cameras, const std::string& node) {
+    Store::Entry other; // who founds
+    auto since = Clock::now();
+    for (;;) {
+        (void)cameras.Refresh();
+        if (Settings::IsFounded(cameras))
+            return false;
+        const bool dead = Clock::now() - since > kFounderDeadAfter;
+        const auto claim = m_cameras->Put(kFounder, node, dead ? other.revision : 0);
+        if (claim.result == Store::Result::Done) {
+            m_founding.emplace(m_cameras, node, claim.revision);
+            if (dead)
+                ClearWhatWasBegun();
+            return true;
+        }
+        if (claim.result != Store::Result::Conflict)
+            throw StartError("the cluster cannot be founded: " + claim.why);
+        if (claim.present && claim.present->revision != other.revision) {
+            if (other.revision == 0)
+                Console::Get().Say("The host \"" + Printable(claim.present->value) +
+                                   "\" is founding the cluster: waiting for it.");
+            other = *claim.present;
+            since = Clock::now();
+        }
+        (void)WaitFor({}, Clock::now() + kFounderLook);
+    }
+}
+
+void Membership::ClearWhatWasBegun() {
+    std::vector<std::shared_ptr<Store>> stores(m_kept.begin(), m_kept.end());
+    stores.push_back(m_preferences);
+    stores.push_back(m_cameras);
+    const auto until = Clock::now() + kFirstReadWithin;
+    for (const auto& store : stores) {
+        StoreMirror mirror(store);
+        for (;;) {
+            (void)mirror.Refresh();
+            StoreMirror::Values wanted;
+            if (store == m_cameras)
+                wanted = mirror.ValuesNow();
+            std::erase_if(wanted, [](const auto& item) { return item.first != kFounder; });
+            const auto changes = mirror.ChangesTo(wanted);
+            if (changes.empty())
+                break;
+            if (Clock::now() > until)
+                throw StartError("what another host had begun to found cannot be removed");
+            (void)store->Write(changes);
+            // It is told of what has gone.
+            (void)WaitFor({}, Clock::now() + std::chrono::milliseconds(50));
+        }
+    }
+}
+
 void Membership::KeepCopies() const {
     const std::string settings = SettingsFile(m_data.Path());
     for (const std::string& file :
          {m_data.File("users"), m_data.File("admin-password"), m_data.File("sessions"), m_data.File("phones"),
-          m_data.File("tokens"), settings, PreferenceStore::FileBeside(settings)}) {
+          m_data.File("tokens"), m_data.File("tls/ca.pem"), m_data.File("tls/ca-key.pem"), settings,
+          PreferenceStore::FileBeside(settings)}) {
         const std::string copy = file + ".before-cluster";
         const auto content = platform::ReadWholeFile(file);
         // Of several tries the first one had what was here.
@@ -210,6 +288,8 @@ void Membership::Join(Settings& settings) {
     settings.Share(m_cameras);
     if (!m_read)
         return;
+    if (m_founding && m_founding->IsLost())
+        throw StartError("another host founds the cluster: start this one again");
     SettingsChange change;
     (void)settings.Join(m_how, &change);
     if (change.result != SettingsChange::Result::Done)
@@ -226,8 +306,17 @@ void Membership::Join(PreferenceStore& preferences) {
     (void)preferences.Join(m_how, &change);
     if (change.result != PreferenceChange::Result::Done)
         throw StartError("the preferences of the cluster could not be taken over");
+    if (m_founding && m_founding->IsLost())
+        throw StartError("another host has founded the cluster meanwhile: start this one again");
+    m_founding.reset();
     if (!m_member && FAILED(platform::ReplaceFile(m_data.File(kMark), "", 0600)))
         throw StartError("cannot write " + m_data.File(kMark) + ": " + platform::DescribeLastError());
+}
+
+std::function<ClusterFigures()> Membership::Figures() const {
+    if (!m_cluster)
+        return {};
+    return [cluster = m_cluster.get()] { return cluster->Figures(); };
 }
 
 void Membership::Tick() {

@@ -1,11 +1,17 @@
 // What this host keeps by itself, and what it shares with the others of a cluster.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "host/base/cluster.h"
 #include "host/base/kept_store.h"
+#include "host/base/wait.h"
 #include "host/main/data_folder.h"
 #include "host/main/options.h"
 #include "host/preferences/store.h"
@@ -36,6 +42,9 @@ public:
     std::shared_ptr<Store> phones;
     std::shared_ptr<Store> tokens;
     std::shared_ptr<Store> links;
+    // Null without a cluster.
+    std::shared_ptr<Store> authority;  // for TLS
+    std::shared_ptr<Store> catalogues; // what each host has recorded
 
     // The cameras of the others, once; null for a host by itself. Throws StartError.
     [[nodiscard]] std::unique_ptr<ClusterCameras> OpenCameras();
@@ -44,6 +53,9 @@ public:
     void Join(Settings& settings);
     // Behind that, and once the preferences know the cameras.
     void Join(PreferenceStore& preferences);
+    // For a cluster: what has passed between the hosts. Any thread.
+    [[nodiscard]] std::function<ClusterFigures()> Figures() const;
+    [[nodiscard]] Cluster* Others() const noexcept { return m_cluster.get(); } // null: there are none
     // Tells when the others cannot be reached any more, and when they can: to be called some times a second.
     void Tick();
     // Has the files follow: now and then, and at the end.
@@ -55,7 +67,25 @@ public:
 private:
     std::shared_ptr<KeptStore> Keep(const char* bucket, std::shared_ptr<Store> file);
     void Enter(const Options& options);
+    [[nodiscard]] bool ClaimFounding(StoreMirror& cameras, const std::string& node);
+    void ClearWhatWasBegun();
     void KeepCopies() const;
+
+    // While this host founds the cluster: tells the others that it does.
+    class Founding {
+    public:
+        Founding(std::shared_ptr<Store> store, std::string node, Store::Revision revision);
+        ~Founding();
+        [[nodiscard]] bool IsLost() const noexcept { return m_lost; } // to another host
+
+    private:
+        void Beat(std::string node, Store::Revision revision);
+
+        const std::shared_ptr<Store> m_store;
+        Wakeup m_stop;
+        std::atomic<bool> m_lost{false};
+        std::thread m_thread;
+    };
 
     const DataFolder& m_data;
     const bool m_member; // has been in the cluster
@@ -63,6 +93,7 @@ private:
     std::vector<std::shared_ptr<KeptStore>> m_kept;
     std::shared_ptr<Store> m_cameras;
     std::shared_ptr<Store> m_preferences;
+    std::optional<Founding> m_founding;
     bool m_read = false;
     std::string m_trouble; // that was told
 };

@@ -87,9 +87,9 @@ void Services::OnMotion(const MotionNews& news) {
     TellMotion(m_events, news);
 }
 
-void Services::Tick() {
+void Services::Tick(const LiveHosts& hosts) {
     m_refusals.Tick();
-    m_connections.Look(m_feeds);
+    m_connections.Look(m_feeds, hosts);
     m_motion.Tick();
     if (const auto now = Clock::now(); now >= m_nextFollow) {
         m_nextFollow = now + kFollowEvery;

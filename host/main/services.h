@@ -35,7 +35,7 @@ public:
     [[nodiscard]] RecordingService& Recording() noexcept { return m_recording; }
 
     // Called by the host's ticker, after the feeds have looked for connections.
-    void Tick();
+    void Tick(const LiveHosts& hosts = {});
 
 private:
     void Obey(const host::Preferences& preferences);

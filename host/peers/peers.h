@@ -27,6 +27,9 @@ public:
     // Once the feeds follow the component.
     void Begin();
     void Claim(const std::string& camera) override;
+    // The hosts that live. Any thread.
+    [[nodiscard]] std::vector<std::string> Nodes() const { return m_cameras->Nodes(); }
+    [[nodiscard]] std::vector<std::string> Silent() const { return m_cameras->Silent(); }
 
 private:
     // A camera that is looked at here.

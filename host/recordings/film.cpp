@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/recordings/recordings.h"
+#include "host/recordings/source.h"
 
 namespace host {
 namespace {
@@ -15,7 +15,7 @@ constexpr UnixMs kLongestLapsePause = 2000;
 // Tells now and then how far it has come.
 class FilmProgress {
 public:
-    FilmProgress(const Recordings::Export& wanted, UnixMs begin) : m_wanted(wanted), m_told(begin) {}
+    FilmProgress(const RecordingSource::Export& wanted, UnixMs begin) : m_wanted(wanted), m_told(begin) {}
     // False when the film is to end.
     bool Reach(UnixMs time) {
         if (!m_wanted.progress || std::abs(time - m_told) < 1000)
@@ -25,7 +25,7 @@ public:
     }
 
 private:
-    const Recordings::Export& m_wanted;
+    const RecordingSource::Export& m_wanted;
     UnixMs m_told;
 };
 
@@ -73,14 +73,16 @@ bool WriteLapse(RecordedRange& range, RecordedPicture picture, double speed, Fil
 
 } // namespace
 
-bool Recordings::Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const {
+bool RecordingSource::Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const {
     RecordedRange range = Range(camera, wanted.span);
     auto first = range.Next();
     if (!first)
         return false;
     const FilmProgress progress(wanted, first->time);
-    MatroskaWriter writer(sink,
-                          {NamedIn(camera, wanted.span).first, first->time, first->width, first->height});
+    const auto cameras = Cameras();
+    const auto found = std::ranges::find(cameras, camera, &RecordedCamera::id);
+    MatroskaWriter writer(sink, {found != cameras.end() ? found->name : std::string(), first->time,
+                                 first->width, first->height});
     writer.Add(0, first->jpeg);
     const bool whole = wanted.speed > 1 ? WriteLapse(range, std::move(*first), wanted.speed, progress, writer)
                                         : WriteAsItWas(range, std::move(*first), progress, writer);

@@ -4,6 +4,10 @@
 #include <limits>
 #include <utility>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace host {
 namespace {
 
@@ -23,21 +27,30 @@ RecordedPicture PictureOf(const RecordedFile& file, const MatroskaReader& reader
             .jpeg = std::string(frame.jpeg)};
 }
 
-} // namespace
+// Those of a library, file by file.
+class LibraryPictures final : public RecordedRange::Pictures {
+public:
+    LibraryPictures(const Library& library, std::vector<RecordedFile> files, TimeSpan span)
+        : m_library(library), m_files(std::move(files)), m_span(span) {}
+    std::optional<RecordedPicture> NextFrom(UnixMs time) override;
+    [[nodiscard]] UnixMs EndBefore() const noexcept override { return m_endBefore; }
 
-struct Recordings::OpenFile {
-    FileKey key;
-    FileState state; // when it was opened
-    MatroskaReader reader;
-    Clock::time_point used{};
+private:
+    const Library& m_library;
+    const std::vector<RecordedFile> m_files;
+    const TimeSpan m_span;
+    std::size_t m_next = 0; // the file to be opened
+    UnixMs m_newest = 0;    // the time of the newest picture that was read
+    UnixMs m_endBefore = 0;
+    std::unique_ptr<MatroskaReader> m_reader;
 };
 
-std::optional<RecordedPicture> RecordedRange::NextFrom(UnixMs time) {
+std::optional<RecordedPicture> LibraryPictures::NextFrom(UnixMs time) {
     while (m_next < m_files.size() || m_reader) {
         try {
             if (!m_reader) {
                 const RecordedFile& file = m_files[m_next++];
-                m_reader = std::make_unique<MatroskaReader>(m_library->PathOf(file));
+                m_reader = std::make_unique<MatroskaReader>(m_library.PathOf(file));
                 m_endBefore = m_newest;
                 time = m_span.begin;
                 if (time > file.begin)
@@ -64,12 +77,73 @@ std::optional<RecordedPicture> RecordedRange::NextFrom(UnixMs time) {
     return std::nullopt;
 }
 
+class FileOnDisk final : public StoredFile {
+public:
+    explicit FileOnDisk(const std::string& path) : m_file(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        struct stat state {};
+        m_there = m_file && ::fstat(m_file.Get(), &state) == 0 && S_ISREG(state.st_mode);
+        name = path.substr(path.rfind('/') + 1);
+        size = m_there ? static_cast<std::uint64_t>(state.st_size) : 0;
+        version = std::to_string(size) + "-" + std::to_string(state.st_mtim.tv_sec) + "." +
+                  std::to_string(state.st_mtim.tv_nsec);
+    }
+    [[nodiscard]] bool IsThere() const noexcept { return m_there; }
+    [[nodiscard]] std::string Read(std::uint64_t at, std::size_t most) override {
+        std::string bytes(most, '\0');
+        const ssize_t read = ::pread(m_file.Get(), bytes.data(), bytes.size(), static_cast<off_t>(at));
+        bytes.resize(read > 0 ? static_cast<std::size_t>(read) : 0);
+        return bytes;
+    }
+
+private:
+    const Descriptor m_file;
+    bool m_there = false;
+};
+
+} // namespace
+
+struct Recordings::OpenFile {
+    FileKey key;
+    FileState state; // when it was opened
+    MatroskaReader reader;
+    Clock::time_point used{};
+};
+
 std::optional<TimeSpan> Recordings::Extent(std::int64_t camera) const {
     return m_library.Ask<std::optional<TimeSpan>>([&](Index& index) -> std::optional<TimeSpan> {
         const auto first = index.FirstFrom(camera, 0);
         const auto last = index.LastBefore(camera, std::numeric_limits<UnixMs>::max());
         return first && last ? std::optional(TimeSpan{first->begin, last->end}) : std::nullopt;
     });
+}
+
+RecordedTimes Recordings::Times(std::int64_t camera, TimeSpan span, UnixMs gap, bool ofAll) const {
+    return {.extent = Extent(camera),
+            .spans = Coverage(camera, span, gap),
+            .motion = Motion(camera, span),
+            .files = Files(camera, span),
+            .events = Events(camera, span, ofAll)};
+}
+
+std::optional<RecordedPicture> Recordings::Picture(std::int64_t camera, UnixMs time, int step,
+                                                   std::int64_t file) const {
+    if (file == 0 || step == 0) {
+        auto picture = At(camera, time);
+        if (!picture || step == 0 || (step > 0 && picture->time > time) || (step < 0 && picture->time < time))
+            return picture;
+        file = picture->file;
+    }
+    return step > 0 ? After(camera, file, time) : Before(camera, file, time);
+}
+
+std::unique_ptr<StoredFile> Recordings::Open(FileKey key) const {
+    const auto path = PathOf(key);
+    auto file = path ? std::make_unique<FileOnDisk>(*path) : nullptr;
+    return file && file->IsThere() ? std::move(file) : nullptr;
+}
+
+RecordingSource::Kept Recordings::KeepFiles(std::int64_t camera, TimeSpan span, bool keep) {
+    return {.files = Files(camera, span).size(), .changed = Keep(camera, span, keep)};
 }
 
 std::optional<std::string> Recordings::PathOf(FileKey key) const {
@@ -246,7 +320,7 @@ std::optional<RecordedPicture> Recordings::Before(std::int64_t camera, std::int6
 }
 
 RecordedRange Recordings::Range(std::int64_t camera, TimeSpan span) const {
-    return {m_library, Files(camera, span), span};
+    return RecordedRange(std::make_unique<LibraryPictures>(m_library, Files(camera, span), span));
 }
 
 std::size_t Recordings::Keep(std::int64_t camera, TimeSpan span, bool keep) {

@@ -18,61 +18,25 @@
 
 #include "host/recordings/library.h"
 #include "host/recordings/matroska_reader.h"
-#include "host/recordings/matroska_writer.h"
+#include "host/recordings/source.h"
 
 namespace host {
 
-struct RecordedPicture {
-    // With the number of its file a picture has one place, also where the wall clock showed a time twice.
-    std::int64_t file = 0;
-    UnixMs time = 0;
-    int width = 0; // of its file
-    int height = 0;
-    std::string jpeg; // byte for byte what watchers got
-};
-
-class Recordings;
-
-// The pictures of a camera whose time is in a span, in the order in which they were recorded. One thread at a
-// time.
-class RecordedRange {
-public:
-    // Nothing at the end. A file that is gone meanwhile, or damaged, is passed over.
-    std::optional<RecordedPicture> Next() { return NextFrom(0); }
-    // Passes over the pictures before that time, without reading them where they are many: of the file that
-    // is being read alone. Where it has no later one, the first of the next file is the next.
-    std::optional<RecordedPicture> NextFrom(UnixMs time);
-    // When the last picture was taken of the file before that of the newest picture.
-    [[nodiscard]] UnixMs EndBefore() const noexcept { return m_endBefore; }
-
-private:
-    friend class Recordings;
-    RecordedRange(const Library& library, std::vector<RecordedFile> files, TimeSpan span)
-        : m_library(&library), m_files(std::move(files)), m_span(span) {}
-
-    const Library* m_library;
-    std::vector<RecordedFile> m_files;
-    TimeSpan m_span;
-    std::size_t m_next = 0; // the file to be opened
-    UnixMs m_newest = 0;    // the time of the newest picture that was read
-    UnixMs m_endBefore = 0;
-    std::unique_ptr<MatroskaReader> m_reader;
-};
-
-class Recordings {
+class Recordings final : public RecordingSource {
 public:
     explicit Recordings(Library& library) : m_library(library) {}
-    Recordings(const Recordings&) = delete;
-    Recordings& operator=(const Recordings&) = delete;
 
-    // Those that are in the settings, and (with `removed`) those that are not any more. For 0 no camera has
-    // that id.
-    [[nodiscard]] std::vector<RecordedCamera> Cameras() const { return m_library.Cameras(); }
+    [[nodiscard]] std::vector<RecordedCamera> Cameras() const override { return m_library.Cameras(); }
     // Of the camera in the settings; 0: nothing of it was recorded.
     [[nodiscard]] std::int64_t IdOf(std::string_view camera) const { return m_library.IdOf(camera); }
 
-    // From the first picture to the newest one; nothing where nothing was recorded.
-    [[nodiscard]] std::optional<TimeSpan> Extent(std::int64_t camera) const;
+    [[nodiscard]] std::optional<TimeSpan> Extent(std::int64_t camera) const override;
+    [[nodiscard]] RecordedTimes Times(std::int64_t camera, TimeSpan span, UnixMs gap,
+                                      bool ofAll) const override;
+    [[nodiscard]] std::optional<RecordedPicture> Picture(std::int64_t camera, UnixMs time, int step,
+                                                         std::int64_t file) const override;
+    [[nodiscard]] std::unique_ptr<StoredFile> Open(FileKey key) const override;
+    Kept KeepFiles(std::int64_t camera, TimeSpan span, bool keep) override;
     // Where a file lies; nothing where there is none of that key.
     [[nodiscard]] std::optional<std::string> PathOf(FileKey key) const;
     // The days with recordings, counted from 1970, by a clock that is so many minutes ahead of UTC.
@@ -100,19 +64,7 @@ public:
     // has back then only. To be called every second or so.
     void CloseIdle();
 
-    [[nodiscard]] RecordedRange Range(std::int64_t camera, TimeSpan span) const;
-
-    struct Export {
-        TimeSpan span;
-        // 1: as it was, with its pauses. More: a time lapse of 25 pictures a second at most, without the time
-        // between files.
-        double speed = 1;
-        // Told now and then which time has been reached; false ends the export.
-        std::function<bool(UnixMs)> progress{};
-    };
-    // Writes one Matroska file. False when it was ended, or there is no picture. Throws RecordingError when
-    // the sink does not take it.
-    bool Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const;
+    [[nodiscard]] RecordedRange Range(std::int64_t camera, TimeSpan span) const override;
 
     // Keeps the files that touch a span from being removed, or lets them go. The number of those that it
     // could.

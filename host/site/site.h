@@ -64,7 +64,11 @@ struct SiteParts {
     Notices* notices = nullptr;
     // Null: nothing is recorded.
     const Recorder* recorder = nullptr;
-    Recordings* recordings = nullptr;
+    RecordingSource* recordings = nullptr;
+    // In a cluster: this host's name among the others, and what passes between them; else empty.
+    std::string node{};
+    std::function<ClusterFigures()> cluster{};
+    const OtherEvents* otherEvents = nullptr;
 };
 
 struct Site {
@@ -84,20 +88,22 @@ struct Site {
           view{parts.sources, parts.packers, limits, counters, loops}, tiny{parts.feeds, parts.sources,
                                                                             parts.packers, limits.staleAfter,
                                                                             parts.language},
-          monitor{parts.feeds,       counters,      parts.packers, parts.settings,
-                  parts.preferences, parts.notices, parts.recorder},
+          monitor{parts.feeds,   counters,       parts.packers, parts.settings, parts.preferences,
+                  parts.notices, parts.recorder, parts.node,    parts.cluster},
           settings{parts.settings, parts.events, parts.preferences,
                    parts.language, pageToken,    parts.certificates},
           mobile{parts.handlers, parts.feeds, parts.sources, parts.authenticator, shares, limits,
                  counters,       stop,        language},
-          events{parts.events, limits, loops}, links{parts.authenticator,
-                                                     parts.authority,
-                                                     parts.certificates != nullptr,
-                                                     language,
-                                                     [this](const Request& request, std::string_view login) {
-                                                         return mobile.Content(request, login);
-                                                     },
-                                                     parts.links},
+          events{parts.events, limits, loops, parts.otherEvents}, links{parts.authenticator,
+                                                                        parts.authority,
+                                                                        parts.certificates != nullptr,
+                                                                        language,
+                                                                        [this](const Request& request,
+                                                                               std::string_view login) {
+                                                                            return mobile.Content(request,
+                                                                                                  login);
+                                                                        },
+                                                                        parts.links},
           phone{{parts.handlers, parts.feeds, parts.authenticator, parts.phones, counters},
                 phoneCookie,
                 limits,

@@ -85,8 +85,12 @@ class Host:
     def health(self):
         return json.loads(self.fetch("/health"))
 
-    def fetch(self, path, method="GET"):
+    def fetch(self, path, method="GET", told=None):
+        """`told` goes along as JSON."""
         request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}", method=method)
+        if told is not None:
+            request.data = json.dumps(told).encode()
+            request.add_header("Content-Type", "application/json")
         if not self.demo:
             credentials = base64.b64encode(f"admin:{self.admin_password()}".encode()).decode()
             request.add_header("Authorization", f"Basic {credentials}")

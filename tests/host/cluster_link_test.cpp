@@ -394,6 +394,47 @@ TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
         [&] { return !a->Trouble().empty() || a->Get("guard").result == Store::Result::Unreachable; }));
 }
 
+TEST_F(ClusterLink, ARemovalIsForgottenAndNotWhatItRemoved) {
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    const BucketOptions soon{.name = "users", .replicas = 1, .seen = "", .removalsFor = 1ms};
+    Bucket a(*linkA, soon, Secret("name key"));
+    const auto b = BucketOf(*linkB);
+    ASSERT_TRUE(a.AwaitRead(kPatience));
+    const auto stays = a.Put("stays", "here", 0);
+    const auto gone = a.Put("guard", "was thrown out", 0);
+    const auto recorded = Stored();
+    ASSERT_EQ(recorded.size(), 2U);
+    const auto& [subject, bytes] = recorded[1];
+    ASSERT_EQ(a.Remove("guard", gone.revision).result, Store::Result::Done);
+    const auto holds = [&, &subject = subject] {
+        return std::ranges::count(Stored(), subject, [](const auto& one) { return one.first; });
+    };
+    EXPECT_TRUE(Eventually([&] { return holds() == 0; }));
+    // Somebody has kept the value, and a host comes that has never heard of it; the others know as well.
+    const JetStreamPtr stream = RogueStream();
+    ASSERT_EQ(js_Publish(nullptr, stream.get(), subject.c_str(), bytes.data(), static_cast<int>(bytes.size()),
+                         nullptr, nullptr),
+              NATS_OK);
+    const auto linkC = LinkOf("c");
+    const auto c = BucketOf(*linkC);
+    for (Bucket* const host : {&a, b.get(), c.get()}) {
+        EXPECT_FALSE(host->Get("guard").entry);
+        EXPECT_EQ(host->Get("stays").entry, (Store::Entry{"here", stays.revision}));
+    }
+    // It may come back in order; and what was there all the time may change.
+    const auto back = c->Put("guard", "is back", 0);
+    ASSERT_EQ(back.result, Store::Result::Done) << back.why;
+    EXPECT_EQ(b->Put("stays", "still", stays.revision).result, Store::Result::Done);
+    for (Bucket* const host : {&a, b.get(), c.get()}) {
+        EXPECT_EQ(host->Get("guard").entry.value_or(Store::Entry{}).value, "is back");
+        EXPECT_EQ(host->Get("stays").entry.value_or(Store::Entry{}).value, "still");
+    }
+    Told told;
+    const auto watch = c->Watch(told.Listener());
+    EXPECT_EQ(told.text.find("floor"), std::string::npos);
+}
+
 TEST_F(ClusterLink, ACameraIsAtOneHostAndSeenFromAll) {
     const auto linkA = LinkOf("a");
     const auto linkB = LinkOf("b");

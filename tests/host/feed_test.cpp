@@ -7,6 +7,7 @@
 
 #include <sys/socket.h>
 
+#include "host/feed/connection_events.h"
 #include "host/feed/feed_table.h"
 #include "host/feed/meters.h"
 #include "host/feed/phone_session.h"
@@ -147,6 +148,7 @@ struct Joined {
                 m_respond = std::move(respond);
         }
         std::vector<std::string> Nodes() const override { return {}; }
+        std::vector<std::string> Silent() const override { return {}; }
         std::atomic<int> pulls{0};
 
     private:
@@ -271,6 +273,37 @@ TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
             meter.Add(t + i * c.apart);
         EXPECT_NEAR(meter.PerSecond(t + c.asked), c.rate, c.rate / 500) << c.pictures;
     }
+}
+
+TEST(ConnectionEvents, TheFirstHostThatLivesTellsOfOneThatDied) {
+    const auto source = ComObject<support::VideoSource>::Create();
+    const FeedTablePtr table = ComObject<FeedTable>::Create();
+    const support::CamPtr yard = source->Put("yard");
+    table->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
+    ASSERT_EQ(table->OnCamAdded(Bstr(u"yard").Get()), S_OK);
+    // What each host has told within a minute of the death of b, or of the phone's leave.
+    const auto tells = [&](const char* self, bool dies) {
+        EventLog log("");
+        ConnectionEvents events(log);
+        Clock::time_point now{1h};
+        table->SetElsewhere(*table->Find("yard"), Elsewhere{.node = "b"});
+        events.Look(*table, {self, {"a", "b", "c"}, {}}, now);
+        table->SetElsewhere(*table->Find("yard"), std::nullopt);
+        const LiveHosts after =
+            dies ? LiveHosts{self, {"a", "c"}, {"b"}} : LiveHosts{self, {"a", "b", "c"}, {}};
+        for (int second = 0; second < 60; ++second)
+            events.Look(*table, after, now += 1s);
+        events.Look(*table, {self, {"a", "b", "c"}, {}}, now += 1s);
+        std::string told;
+        for (const EventPtr& event : log.After(0, 99)) {
+            auto details = event->details;
+            told += std::string(WordOf(event->kind)) + " " + event->camera + details["host"] + " ";
+        }
+        return told;
+    };
+    EXPECT_EQ(tells("a", true), "host-lost b camera-lost yard host-back b ");
+    EXPECT_EQ(tells("c", true), "");
+    EXPECT_EQ(tells("a", false), "") << "b tells";
 }
 
 TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {

@@ -150,7 +150,7 @@ public:
 class Rig {
 public:
     explicit Rig(const Limits& limits = ShortLimits(), bool demo = true, const std::string& language = "",
-                 const std::string& authority = "", Recordings* recordings = nullptr)
+                 const std::string& authority = "", RecordingSource* recordings = nullptr)
         : authenticator(MakeUsers(folder.File("users")), limits.maxThrottleWait, stop),
           sessions(Sessions::InFile(folder.File("sessions")),
                    [this](const Sessions::Owner& owner) { return authenticator.DigestOf(owner); }),

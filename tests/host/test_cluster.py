@@ -75,6 +75,10 @@ class Cluster(unittest.TestCase):
         headers = dict(re.findall(r"\r\n([^:]+): ([^\r]*)", head.decode()))
         return int(head[9:12]), headers, json.loads(content) if "json" in headers.get("Content-Type", "") and content else content
 
+    def figure(self, host, name):
+        metrics = self.ask(host, "/metrics")[2].decode()
+        return float(metrics.split(f"\nmorrowstream_cluster_{name} ")[1].split("\n")[0])
+
     def cameras(self, host):
         _, _, answer = self.ask(host, "/api/v1/cameras")
         return sorted(camera["name"] for camera in answer["cameras"])
@@ -128,6 +132,9 @@ class Cluster(unittest.TestCase):
         self.assertEqual(self.ask(b, "/api/v1/users/vera", "DELETE")[0], 204)
         self.soon(lambda: session(a) == 401 and session(b) == 401, "the end of a user")
 
+        self.assertEqual(self.figure(a, "connected"), 1)
+        self.assertGreater(self.figure(a, 'messages_total{direction="in"}'), 10)
+
         # Without the engine all goes on, and nothing can be changed; a host that starts knows what was known last.
         users = Path(self.path("b", "data", "users"))
         self.soon(lambda: users.exists() and "admin" in users.read_text(encoding="utf-8") and "vera" not in users.read_text(encoding="utf-8"),
@@ -136,6 +143,7 @@ class Cluster(unittest.TestCase):
         self.soon(lambda: self.put_camera(a, "late") == 503, "a change that nobody can be told of")
         self.assertEqual(self.cameras(a), ["gate"])
         self.assertEqual(self.ask(a, "/readyz", sign_in=None)[0], 200)
+        self.assertEqual(self.figure(a, "connected"), 0)
         self.assertEqual(self.ask(a, "/api/v1/users/otto", "PUT", {"kind": "viewer", "password": "long enough"})[0], 503)
         self.assertEqual(self.ask(a, "/api/v1/cameras/gate/link", "POST")[0], 503)
         b.stop()
@@ -144,6 +152,15 @@ class Cluster(unittest.TestCase):
         self.engine.start()
         self.soon(lambda: self.put_camera(b, "later") in (200, 201), "it heals by itself")
         self.soon(lambda: self.cameras(a) == ["gate", "later"], "and the other one follows")
+
+    def test_a_host_that_dies_over_the_founding_is_in_nobodys_way(self):
+        os.makedirs(self.path("x", "data", "cameras"))  # which is to be a file: the host ends, but has begun
+        subprocess.run([options.host, "--data", self.path("x", "data"), "--add-user", "eve", "--kind", "admin"], input="geheim 1\n", text=True,
+                       check=True, stdout=subprocess.DEVNULL, timeout=60)
+        self.refused("x", *self.words("x"))
+        a = self.founded()
+        self.assertEqual(self.put_camera(a, "yard"), 201)
+        self.assertEqual([user["login"] for user in self.ask(a, "/api/v1/users")[2]["users"]], ["admin"])
 
     def refused(self, node, *words):
         done = subprocess.run([options.host, "--listen", "127.0.0.1:0", "--data", self.path(node, "data"), *words], stdout=subprocess.PIPE,

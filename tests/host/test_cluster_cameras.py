@@ -3,14 +3,20 @@
 
 import argparse
 import base64
+import io
+import json
 import os
+import shutil
 import signal
+import socket
+import ssl
 import subprocess
 import sys
 import tempfile
 import unittest
 import urllib.error
 import urllib.request
+import zipfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
@@ -87,15 +93,65 @@ class Cluster(unittest.TestCase):
                 got += part
         return [part.split(b"\r\n\r\n", 1)[1] for part in got.split(boundary)[1:pictures + 1]]
 
+    def ask(self, host, path):
+        try:
+            return host.fetch(path)
+        except urllib.error.HTTPError as error:
+            self.assertIn(error.code, (404, 503), path)
+            return b""
+
+    def times(self, host):
+        return json.loads(self.ask(host, "/api/v1/recordings/yard?from=0&files=1") or b"{}")
+
+    def looks_back_alike(self, least):
+        """Both hosts have the same to tell of what both have recorded, to the byte: pictures, files, exports."""
+        one, two = self.hosts
+        told = wait("files at both hosts", lambda: self.files_alike(least))
+        begin, end = told["files"][0]["from"], told["files"][-1]["to"]
+        self.assertEqual(told["away"], [])
+        for moment in (begin, (begin + end) // 2, end):
+            for step in (-1, 0, 1):
+                path = f"/recordings/yard/at.jpg?t={moment}&step={step}"
+                self.assertEqual(self.ask(one, path), self.ask(two, path), path)
+        for path in (f"export?form=zip&from={begin}&to={end}", *(f"file?number={file['number']}" for file in told["files"])):
+            self.assertEqual(one.fetch(f"/recordings/yard/{path}"), two.fetch(f"/recordings/yard/{path}"), path)
+        for form in ("mkv", "lapse&speed=3"):  # films have a number of their own in them, which writers make up
+            films = [host.fetch(f"/recordings/yard/export?form={form}&from={begin}&to={end}") for host in self.hosts]
+            self.assertLess(abs(len(films[0]) - len(films[1])), 100, form)
+            self.assertEqual(films[0][-1000:], films[1][-1000:], form)
+        with zipfile.ZipFile(io.BytesIO(two.fetch(f"/recordings/yard/export?form=zip&from={begin}&to={end}"))) as pictures:
+            self.assertEqual(pictures.namelist(), sorted(pictures.namelist()))
+            return {name.split("_")[-1] for name in pictures.namelist()}
+
+    def files_alike(self, least):
+        """What both tell, once the files of hosts whose phone has gone are finished."""
+        one, two = (self.times(host) for host in self.hosts)
+        known = lambda told: [(file["number"], file["from"]) for file in told.get("files", [])]  # noqa: E731
+        return one if len(known(one)) >= least and known(one) == known(two) and one["last"] == two["last"] else None
+
+    def trusts_one_authority(self):
+        """Who trusts that of the first host is shown a certificate for the public address by each."""
+        authority = self.folder / "one/data/tls/ca.pem"
+        for host in self.hosts:
+            with socket.create_connection(("127.0.0.1", host.port), timeout=SECONDS) as plain, \
+                    ssl.create_default_context(cafile=authority).wrap_socket(plain, server_hostname="cams.example.org"):
+                pass
+
     def test_a_phone_is_seen_at_every_host(self):
         one, two = self.hosts
+        self.trusts_one_authority()
         wait("the camera at the other host", lambda: self.camera(two))
         first = self.phone(one)
         wait("a connected camera", lambda: self.camera(two).get("connected"))
         self.assertEqual(self.camera(two)["host"], "one")
         self.assertNotIn("host", self.camera(one))
+        wait("figures with the host's name", lambda: b'morrowstream_camera_connected{camera="yard",node="one"} 1\n' in one.fetch("/metrics"))
+        self.assertNotIn(b'camera="yard"', two.fetch("/metrics"))
         self.see_alike(one, two)
         self.assertTrue(all(picture[:2] == b"\xff\xd8" for picture in self.watch(two, 5)))
+
+        one.fetch("/api/v1/preferences", "PUT", {"cameras": {"yard": {"record": "always"}}})
+        wait("a recording at the other host", lambda: self.times(two).get("spans"))
 
         # The phone comes to the other host while the first one has not noticed that it is gone from there.
         first.send_signal(signal.SIGSTOP)
@@ -104,14 +160,28 @@ class Cluster(unittest.TestCase):
         self.see_alike(two, one)
         first.kill()
 
+        wait("recordings of both hosts", lambda: len(self.times(one).get("files", [])) >= 2)
+        second.kill()
+        wait("the end of the upload", lambda: not self.camera(two)["connected"])
+        self.assertEqual(len(self.looks_back_alike(2)), 2)
+
         # That host dies, and the phone finds the first one again.
+        second = self.phone(two)
+        wait("a connected camera", lambda: self.camera(one).get("host") == "two")
         two.kill()
         second.kill()
         wait("a camera that is not connected", lambda: not self.camera(one)["connected"])
+        gap = wait("a gap that may come back", lambda: self.times(one).get("away"))
+        self.assertEqual(gap[0]["host"], "two")
+        wait("an event of the host", lambda: b'"host-lost"' in self.ask(one, "/api/v1/events?kind=host-lost"))
         self.phone(one)
         wait("a connected camera", lambda: self.camera(one)["connected"] and "host" not in self.camera(one))
+        shutil.rmtree(self.folder / "two/data/tls")
         two.start()
+        self.trusts_one_authority()
         self.see_alike(one, two)
+        wait("an event of the host", lambda: b'"host-back"' in self.ask(one, "/api/v1/events?kind=host-back"))
+        wait("what was away", lambda: self.times(one).get("away") == [])
 
         # Without the engine phones are let in all the same, and with it again both hosts see them.
         self.engine.kill()

@@ -75,7 +75,7 @@ TABLE = {
     "host/motion": {"platform", "host/base", "host/feed", "kit/picture"} | IMAGE,
     "host/sources": {"platform", "host/base", "host/users", "kit/picture", "kit/content", "host/feed"} | IMAGE,
     # The cameras of other hosts.
-    "host/peers": INTERFACES | {"host/base", "host/log", "host/feed", "host/sources", "kit/picture"},
+    "host/peers": INTERFACES | {"host/base", "host/log", "host/events", "host/feed", "host/sources", "host/recordings", "kit/picture"},
     "host/settings": INTERFACES | {"host/base", "host/log", "host/users", "host/feed", "kit/settings"},
     # What cameras sent, on the disk, and out of it again.
     "host/recordings": {"platform", "host/base", "host/log", "host/events", "host/preferences", "host/feed", "kit/picture"},
@@ -106,7 +106,7 @@ LIBRARIES = {
     "zlib.h": {"src/runtime/archive"},
     "pugixml": {"platform"},
     "boost/": {"host/http", "host/site/live", "host/site/view"},
-    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/site/api", "host/site/events", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/recordings", "host/site/settings",
+    "nlohmann/": {"host/events", "host/http", "host/feed", "host/recordings", "host/bridge", "host/main", "host/notices", "host/peers", "host/site/api", "host/site/events", "host/site/phone", "host/site/links", "host/site/live", "host/site/monitor", "host/site/recordings", "host/site/settings",
                   "host/site/view"},
     "crypt.h": {"host/users"},
     "openssl/": {"host/tls", "host/cluster"},

@@ -5,22 +5,24 @@ import { text, translatePage } from "../shared/words.js";
 const SHOWN_AT_ONCE = 100;
 const MOST_SHOWN = 2000; // older ones go, while new ones come
 const RETRY_MS = 2000;
+const OTHERS_MS = 5000;
 // The words of the host's interface for kinds of events, and ours.
 const KINDS = {
     "camera-connected": "eventConnected", "camera-lost": "eventLost", "motion-began": "eventMotion", "motion-ended": "eventStill",
     "recording-paused": "eventPaused", "recording-resumed": "eventResumed", "recording-trouble": "eventRecordingTrouble",
     "notice-trouble": "eventNoticeTrouble", "sign-in-refused": "eventRefused", "settings-changed": "eventSettings",
-    "users-changed": "eventUsers", "server-started": "eventStarted",
+    "users-changed": "eventUsers", "server-started": "eventStarted", "host-lost": "eventHostLost", "host-back": "eventHostBack",
 };
-const BAD = new Set(["camera-lost", "recording-paused", "recording-trouble", "notice-trouble", "sign-in-refused"]);
+const BAD = new Set(["camera-lost", "recording-paused", "recording-trouble", "notice-trouble", "sign-in-refused", "host-lost"]);
 // What these are about stands in the host's own words.
-const TOLD = new Set(["settings-changed", "users-changed", "recording-paused", "recording-trouble", "notice-trouble"]);
+const TOLD = new Set(["settings-changed", "users-changed", "recording-paused", "recording-trouble", "notice-trouble", "host-lost", "host-back"]);
 
 const page = {};
 for (const id of ["link", "kind", "camera", "from", "to", "message", "list", "older"]) {
     page[id] = document.getElementById(id);
 }
 let next = null; // the number that older events lie before; null: there are none
+let clustered = false; // there are other hosts, whose events are shown as well
 let question = 0; // of several that are under way the newest counts
 let newest = 0; // number that is shown
 let arrived = []; // by the socket, since the newest question
@@ -60,16 +62,27 @@ async function load(older) {
             rows[0]?.focus();
         } else {
             page.list.replaceChildren(...rows);
-            newest = found.events[0]?.number ?? 0;
+            newest = found.events.find((event) => event.host === undefined)?.number ?? 0;
             take(arrived.splice(0));
         }
         next = found.next;
+        clustered ||= typeof next === "string" || found.events.some((event) => event.host !== undefined);
         page.older.hidden = next === null;
         page.message.textContent = page.list.hasChildNodes() ? "" : text("noEvents");
+        refreshOthers();
     } catch {
         if (mine === question) {
             page.message.textContent = text("noAnswer");
         }
+    }
+}
+
+// The socket tells of this host's events alone: those of the others of a cluster are asked for, while the newest are shown.
+let refreshing = 0;
+function refreshOthers() {
+    clearTimeout(refreshing);
+    if (clustered && page.list.childElementCount <= SHOWN_AT_ONCE) {
+        refreshing = setTimeout(() => load(false), OTHERS_MS);
     }
 }
 
@@ -86,6 +99,7 @@ function rowOf(event) {
     const row = part("li", "event", "");
     row.tabIndex = -1;
     row.dataset.number = event.number;
+    row.dataset.host = event.host ?? "";
     row.dataset.kind = event.kind;
     row.dataset.weight = BAD.has(event.kind) ? "bad" : "usual";
     const time = part("time", "", new Date(event.ms).toLocaleString(document.documentElement.lang));
@@ -133,7 +147,7 @@ function take(events) {
     page.list.prepend(...rows);
     while (page.list.childElementCount > MOST_SHOWN) {
         page.list.lastElementChild.remove();
-        next = Number(page.list.lastElementChild.dataset.number);
+        next = clustered ? next : Number(page.list.lastElementChild.dataset.number);
         page.older.hidden = false;
     }
 }

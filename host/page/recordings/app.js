@@ -111,7 +111,8 @@ function showCamera(name) {
 
     const player = new Player(base, which, {
         shown({ time, bitmap, away }) {
-            setText(page["notice-title"], text(bitmap === undefined ? "noAnswerTitle" : "notRecorded"));
+            const gap = timeline.data.away.find(({ from, to }) => time >= from && time <= to);
+            setText(page["notice-title"], bitmap === undefined ? text("noAnswerTitle") : gap ? text("hostAway", gap.host) : text("notRecorded"));
             setHidden(page.notice, !away);
             setHidden(page.picture, !bitmap);
             if (bitmap) {

@@ -4,6 +4,7 @@
 // twice is two hours wide.
 
 import { Gestures } from "../shared/gestures.js";
+import { text } from "../shared/words.js";
 
 const LEAST_MS = 60000; // that the line shows
 const MOST_MS = 7 * 86400000;
@@ -37,7 +38,7 @@ export class Timeline {
     end = 86400000;
     time = 0; // what is looked at
     now = Infinity; // nothing is recorded behind it
-    data = { spans: [], motion: [], kept: [], events: [] };
+    data = { spans: [], motion: [], kept: [], away: [], events: [] };
     chosen = { from: null, to: null };
 
     // sought(time): somebody points at it, again and again while he drags. moved(): another part is shown.
@@ -125,12 +126,14 @@ export class Timeline {
         }
     }
 
-    // Says of a mark what happened, to the mouse that rests on it.
+    // Says of a mark what happened, to the mouse that rests on it, and of a gap whose it is.
     #name(x) {
         const near = (MARK_REACH_PX / this.#root.clientWidth) * this.span;
         const time = this.#timeAt(x);
         const events = this.data.events.filter((event) => Math.abs(event.time - time) <= near);
-        this.#root.title = events.map((event) => `${this.#handlers.textOf(event.time)}: ${event.text}`).join("\n");
+        const away = this.data.away.filter(({ from, to }) => time >= from && time <= to);
+        this.#root.title = [...away.map(({ host }) => text("hostAway", host)),
+            ...events.map((event) => `${this.#handlers.textOf(event.time)}: ${event.text}`)].join("\n");
     }
 
     #up(event) {
@@ -196,6 +199,10 @@ export class Timeline {
         };
         to.fillStyle = colour("--sunken");
         to.fillRect(0, 26, width, 34);
+        for (const { from, to: until } of this.data.away) {
+            bar([from, until], 26, 34, colour("--line"));
+            bar([from, until], 41, 4, colour("--muted"));
+        }
         for (const span of this.data.spans) {
             bar(span, 26, 34, colour("--accent"));
         }

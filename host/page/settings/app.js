@@ -104,7 +104,7 @@ async function ask(method, path, { body, headers = {}, json = false } = {}) {
         const content = await answer.text();
         if (answer.ok) {
             return { content: json ? JSON.parse(content) : content, version: answer.headers.get("ETag"),
-                written: answer.headers.get("X-Settings-Written") !== "no" };
+                written: answer.headers.get("X-Settings-Written") !== "no", conflicts: answer.headers.get("X-Settings-Conflicts") };
         }
         const told = answer.headers.get("Content-Type")?.match(/^application\/(problem\+)?json/u) ? JSON.parse(content) : {};
         throw new HostError(answer.status, told.problems ?? [], told.text ?? told.detail ?? content.trim());
@@ -300,6 +300,10 @@ async function sendDocument(shown) {
     host.written = answer.written;
     if (!answer.written) {
         showBanner(text("notOnDisk"));
+    } else if (answer.conflicts !== null) {
+        // Changed at another server of the cluster at the same moment; an empty name is the address that phones are told.
+        const names = answer.conflicts.split(",").map((name) => (name === "" ? text("label_host") : decodeURIComponent(name)));
+        showBanner(text("changedElsewhere", names.join(", ")), "warn");
     } else if (shown.form.fingerprint !== sent) {
         showBanner(text("keptDifferently"), "warn");
     }

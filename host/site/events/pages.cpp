@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -40,9 +41,24 @@ std::string EventsAsText(const std::vector<EventPtr>& events, const EventPages::
 // What is asked for; a text that says what is wrong with it.
 struct EventQuery {
     EventFilter filter{};
+    std::map<std::string, std::uint64_t> before{}; // of several hosts: what the last page had of each
     std::size_t limit = kUsualEvents;
     std::string wrong{};
 };
+
+// "HOST:NUMBER", with commas between them. Names of hosts have neither of the two signs.
+bool ReadCursor(std::string_view text, std::map<std::string, std::uint64_t>& before) {
+    while (!text.empty()) {
+        const std::string_view one = text.substr(0, text.find(','));
+        const auto number =
+            EventNumberIn<std::uint64_t>(one.substr(std::min(one.find(':'), one.size() - 1) + 1));
+        if (!number || one.find(':') == std::string_view::npos)
+            return false;
+        before[std::string(one.substr(0, one.find(':')))] = *number;
+        text.remove_prefix(std::min(one.size() + 1, text.size()));
+    }
+    return true;
+}
 
 EventQuery ReadEventQuery(const Request& request) {
     EventQuery query;
@@ -66,6 +82,8 @@ EventQuery ReadEventQuery(const Request& request) {
         return true;
     });
     read("before", [&](const std::string& text) {
+        if (text.find(':') != std::string::npos)
+            return ReadCursor(text, query.before);
         const auto number = EventNumberIn<std::uint64_t>(text);
         query.filter.before = number.value_or(0);
         return number.has_value();
@@ -87,6 +105,79 @@ EventQuery ReadEventQuery(const Request& request) {
         return true;
     });
     return query;
+}
+
+// What a host has, the newest first, as far as it was asked for.
+struct HostEvents {
+    std::vector<EventPtr> events{}; // that may be seen
+    std::size_t taken = 0;
+    std::uint64_t reached = 0; // all with this number and above have been looked at
+    bool more = false;         // there may be older ones
+};
+
+// Of another host as many as there are to be shown, unless it is by its answers that there are not: what may
+// not be seen is left out here.
+void TakeSeen(HostEvents& host, const std::vector<EventPtr>& answer, const EventQuery& query) {
+    host.more = answer.size() > query.limit;
+    for (const EventPtr& event : answer) {
+        host.reached = event->number;
+        if (!query.filter.sees || query.filter.sees(*event))
+            host.events.push_back(event);
+    }
+}
+
+Answer AllEvents(const EventQuery& query, const EventLog& events, const OtherEvents& others) {
+    constexpr int kMostRounds = 5;
+    EventFilter filter = query.filter;
+    std::map<std::string, HostEvents> hosts;
+    // This host's: what may not be seen has been left out.
+    if (const auto own = query.before.find(others.Self()); own != query.before.end())
+        filter.before = own->second;
+    const std::string self = others.Self();
+    TakeSeen(hosts[self], events.Find(filter, query.limit + 1), query);
+    // A host that did not answer for an earlier page is none of the later ones' either.
+    auto before = query.before;
+    for (int round = 0; round < kMostRounds; ++round) {
+        bool again = false;
+        for (auto& [node, answer] : others.Newest(query.filter, before, query.limit + 1)) {
+            const bool left = !query.before.empty() && !query.before.contains(node);
+            HostEvents& host = hosts[node];
+            if (left || host.events.size() > query.limit || (round > 0 && !host.more))
+                continue;
+            TakeSeen(host, answer, query);
+            before[node] = host.reached;
+            again = again || (host.more && host.events.size() <= query.limit);
+        }
+        if (!again)
+            break;
+    }
+    auto list = nlohmann::ordered_json::array();
+    while (list.size() < query.limit) {
+        HostEvents* newest = nullptr;
+        for (auto& [node, host] : hosts) {
+            if (host.taken < host.events.size() &&
+                (newest == nullptr || host.events[host.taken]->time > newest->events[newest->taken]->time))
+                newest = &host;
+        }
+        if (newest == nullptr)
+            break;
+        list.push_back(AsJson(*newest->events[newest->taken++]));
+    }
+    std::string next;
+    bool more = false;
+    for (const auto& [node, host] : hosts) {
+        const bool all = host.taken == host.events.size();
+        more = more || !all || host.more;
+        // Below which number the next page begins.
+        const std::uint64_t number = !all        ? host.events[host.taken]->number + 1
+                                     : host.more ? host.reached
+                                                 : 1;
+        next += (next.empty() ? "" : ",") + node + ":" + std::to_string(number);
+    }
+    nlohmann::ordered_json json{{"events", std::move(list)}, {"next", nullptr}};
+    if (more)
+        json["next"] = next;
+    return Answer::Json(200, json);
 }
 
 class EventNews final : public PageSocket {
@@ -142,6 +233,8 @@ Answer EventPages::List(const Request& request, Sees sees) const {
     if (!query.wrong.empty())
         return Answer::Text(400, query.wrong);
     query.filter.sees = std::move(sees);
+    if (others != nullptr)
+        return AllEvents(query, events, *others);
     // One more tells whether there are older ones.
     auto found = events.Find(query.filter, query.limit + 1);
     const bool more = found.size() > query.limit;

@@ -36,6 +36,9 @@ std::string Label(std::string_view text) {
 
 class MetricsText {
 public:
+    explicit MetricsText(std::string_view node)
+        : m_node(node.empty() ? "" : ",node=\"" + Label(node) + "\"") {}
+
     void Family(std::string_view name, std::string_view type, std::string_view help) {
         m_name = "morrowstream_" + std::string(name);
         m_text += "# HELP " + m_name + " " + std::string(help) + "\n# TYPE " + m_name + " " +
@@ -55,8 +58,8 @@ public:
         for (std::size_t i = 0; i < words.size(); ++i)
             Sample(Labels(label, words[i]), std::to_string(counts[i]));
     }
-    void Distribution(std::string_view label, std::string_view labelValue, const Histogram& histogram) {
-        const std::string inner = std::string(label) + "=\"" + Label(labelValue) + "\"";
+    void Distribution(std::string_view camera, const Histogram& histogram) {
+        const std::string inner = OfCamera(camera);
         std::uint64_t below = 0;
         for (std::size_t range = 0; range <= Histogram::kEnds.size(); ++range) {
             below += histogram.Count(range);
@@ -70,9 +73,18 @@ public:
     static std::string Labels(std::string_view label, std::string_view value) {
         return "{" + std::string(label) + "=\"" + Label(value) + "\"}";
     }
+    // In a cluster with the host that has it.
+    [[nodiscard]] std::string CameraLabels(std::string_view camera) const {
+        return "{" + OfCamera(camera) + "}";
+    }
     [[nodiscard]] std::string Take() { return std::move(m_text); }
 
 private:
+    [[nodiscard]] std::string OfCamera(std::string_view camera) const {
+        return "camera=\"" + Label(camera) + "\"" + m_node;
+    }
+
+    const std::string m_node; // what stands behind the label of a camera
     std::string m_text;
     std::string m_name;
 };
@@ -106,7 +118,7 @@ void AddCameras(MetricsText& metrics, std::span<const Camera> cameras) {
         metrics.Family(name, type, help);
         for (const Camera& camera : cameras) {
             if (const std::string text = value(camera); !text.empty())
-                metrics.Sample(MetricsText::Labels("camera", camera.figures.name), text);
+                metrics.Sample(metrics.CameraLabels(camera.figures.name), text);
         }
     };
     family("camera_frames_total", "counter", "Pictures received and decoded.",
@@ -141,7 +153,7 @@ void AddWork(MetricsText& metrics, std::span<const Camera> cameras) {
         // A camera without a phone would add nothing but zeroes.
         for (const Camera& camera : cameras) {
             if (camera.figures.frames > 0)
-                metrics.Distribution("camera", camera.figures.name, camera.meters.*times);
+                metrics.Distribution(camera.figures.name, camera.meters.*times);
         }
     };
     family("camera_decode_seconds", "Processor time of reading and decoding a picture.",
@@ -162,8 +174,7 @@ void AddRecordings(MetricsText& metrics, const Recorder* recorder, std::span<con
         for (const CameraRecording& recording : recordings) {
             if (std::ranges::any_of(cameras,
                                     [&](const Camera& c) { return c.figures.name == recording.camera; }))
-                metrics.Sample(MetricsText::Labels("camera", recording.camera),
-                               std::to_string(value(recording)));
+                metrics.Sample(metrics.CameraLabels(recording.camera), std::to_string(value(recording)));
         }
     };
     family("camera_recording", "gauge", "1 while a file of the camera is being written.",
@@ -223,11 +234,36 @@ void AddNotices(MetricsText& metrics, Notices* notices) {
            &NoticeState::tooOld);
 }
 
+void AddCluster(MetricsText& metrics, const std::function<ClusterFigures()>& cluster) {
+    if (!cluster)
+        return;
+    const ClusterFigures figures = cluster();
+    metrics.Single("cluster_connected", "gauge", "1 while a server of the message engine can be reached.",
+                   figures.connected ? "1" : "0");
+    metrics.Single("cluster_reconnections_total", "counter",
+                   "Connections to it that were lost and found again.", std::to_string(figures.connections));
+    const auto family = [&](std::string_view name, std::string_view help, std::uint64_t in,
+                            std::uint64_t out) {
+        metrics.Family(name, "counter", help);
+        metrics.Sample(MetricsText::Labels("direction", "in"), std::to_string(in));
+        metrics.Sample(MetricsText::Labels("direction", "out"), std::to_string(out));
+    };
+    family("cluster_messages_total", "Messages of the hosts and the engine.", figures.messagesIn,
+           figures.messagesOut);
+    family("cluster_bytes_total", "Their bytes.", figures.bytesIn, figures.bytesOut);
+    metrics.Single("cluster_seals_refused_total", "counter",
+                   "Messages and values that no host of the cluster had sealed for their place.",
+                   std::to_string(figures.refused));
+    metrics.Single("cluster_conflicts_total", "counter", "Writes that those of another host came before.",
+                   std::to_string(figures.conflicts));
+}
+
 // What tells of all cameras together.
 void AddTotals(MetricsText& metrics, const MonitorPages& monitor, std::span<const Camera> cameras) {
     const Counters& counters = monitor.counters;
     AddSessions(metrics, monitor, cameras);
     AddNotices(metrics, monitor.notices);
+    AddCluster(metrics, monitor.cluster);
     metrics.Single("pictures_encoded_total", "counter", "Pictures encoded for browsers.",
                    std::to_string(kit::Picture::EncodedCount()));
     metrics.Single("pictures_passed_on_total", "counter", "Pictures of phones that went on without encoding.",
@@ -260,7 +296,7 @@ void AddTotals(MetricsText& metrics, const MonitorPages& monitor, std::span<cons
 } // namespace
 
 Answer MonitorPages::Metrics(const Rights& rights) const {
-    MetricsText metrics;
+    MetricsText metrics(node);
     const std::vector<FeedPtr> list = SeenFeeds(feeds, rights); // holds what the figures refer to
     std::vector<Camera> cameras;
     // What another host's phone sends is in that one's figures.

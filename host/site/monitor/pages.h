@@ -1,8 +1,10 @@
 // Answers monitors and supervisors.
 #pragma once
 
+#include <functional>
 #include <string>
 
+#include "host/base/cluster.h"
 #include "host/base/counters.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
@@ -23,14 +25,18 @@ struct MonitorPages {
     const PreferenceStore& preferences;
     Notices* notices = nullptr;         // null: nobody is told of events
     const Recorder* recorder = nullptr; // null: nothing is recorded
+    // In a cluster; else empty.
+    std::string node{};
+    std::function<ClusterFigures()> cluster{};
 
     // Of the cameras that somebody sees.
     //
     // /health: {"status":"ok","uptime":...,"version":...,"cameras":[...]}
     [[nodiscard]] Answer Health(const Rights& rights) const;
     // /metrics: Prometheus text format 0.0.4. Labels are names of cameras and words of fixed lists, so what
-    // it holds grows with the cameras alone. What is counted over all cameras is for who sees all. Takes the
-    // locks of the feeds, none of the component's.
+    // it holds grows with the cameras alone. In a cluster the cameras are those whose phones this host has,
+    // with its name as `node`. What is counted over all cameras is for who sees all. Takes the locks of the
+    // feeds, none of the component's.
     [[nodiscard]] Answer Metrics(const Rights& rights) const;
 
     // Does the process live, and should it get traffic? Without a sign-in, since the answers tell nothing but

@@ -14,7 +14,7 @@
 
 #include "host/base/wait.h"
 #include "host/http/stream.h"
-#include "host/recordings/recordings.h"
+#include "host/recordings/source.h"
 
 namespace host {
 
@@ -66,7 +66,7 @@ enum class SaveForm {
 std::optional<SaveForm> SaveFormFrom(std::string_view word) noexcept;
 
 struct SaveOrder {
-    const Recordings& recordings;
+    const RecordingSource& recordings;
     RecordedCamera camera;
     SaveForm form = SaveForm::Movie;
     double speed = 1; // of a lapse

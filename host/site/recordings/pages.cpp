@@ -83,6 +83,13 @@ RecordedJson EventsAsJson(const std::vector<Event>& events) {
     return list;
 }
 
+RecordedJson AwayAsJson(const std::vector<AwayRecordings>& away) {
+    RecordedJson list = RecordedJson::array();
+    for (const auto& [host, span] : away)
+        list.push_back({{"host", host}, {"from", span.begin}, {"to", span.end}});
+    return list;
+}
+
 // In the order of their begins.
 std::vector<TimeSpan> KeptOf(const std::vector<RecordedFile>& files) {
     std::vector<TimeSpan> kept;
@@ -152,17 +159,18 @@ Answer RecordingPages::Camera(const RecordingsVisitor& visitor, std::string_view
     const auto files = NumberOf(request, "files", 0, 0, 1);
     if (!span || !gap || !files)
         return BadMoment();
-    const auto touched = recordings->Files(camera->id, *span);
+    const RecordedTimes times = recordings->Times(camera->id, *span, *gap, visitor.admin);
     RecordedJson told{{"now", NowMs()},
-                      {"first", extent->begin},
-                      {"last", extent->end},
-                      {"spans", SpansAsJson(recordings->Coverage(camera->id, *span, *gap), *gap)},
-                      {"motion", SpansAsJson(recordings->Motion(camera->id, *span), *gap)},
-                      {"kept", SpansAsJson(KeptOf(touched), *gap)},
+                      {"first", times.extent.value_or(*extent).begin},
+                      {"last", times.extent.value_or(*extent).end},
+                      {"spans", SpansAsJson(times.spans, *gap)},
+                      {"motion", SpansAsJson(times.motion, *gap)},
+                      {"kept", SpansAsJson(KeptOf(times.files), *gap)},
                       {"mayKeep", visitor.admin},
-                      {"events", EventsAsJson(recordings->Events(camera->id, *span, visitor.admin))}};
+                      {"away", AwayAsJson(times.away)},
+                      {"events", EventsAsJson(times.events)}};
     if (*files == 1)
-        told["files"] = FilesAsJson(touched);
+        told["files"] = FilesAsJson(times.files);
     return Answer::Json(200, told);
 }
 
@@ -177,10 +185,9 @@ Answer RecordingPages::Keep(const RecordingsVisitor& visitor, std::string_view n
     if (!from || !to || *from < 0 || *to < *from)
         return BadMoment();
     const TimeSpan span{*from, *to};
-    const std::size_t files = recordings->Files(camera->id, span).size();
+    const auto [files, done] = recordings->KeepFiles(camera->id, span, keep);
     if (files == 0)
         return Answer::Text(404, "Nothing was recorded then.");
-    const std::size_t done = recordings->Keep(camera->id, span, keep);
     if (done > 0)
         TellChange(events, EventKind::SettingsChanged, request, by,
                    "recordings of \"" + camera->name + "\" from " + MomentText(span.begin) + " to " +
@@ -190,17 +197,6 @@ Answer RecordingPages::Keep(const RecordingsVisitor& visitor, std::string_view n
         return Answer::Text(503, std::to_string(files - done) + " of " + std::to_string(files) +
                                      " recorded files could not be changed.");
     return Answer::Json(200, {{"files", done}});
-}
-
-std::optional<RecordedPicture> RecordingPages::PictureOf(const RecordedCamera& camera, UnixMs time, int step,
-                                                         std::int64_t file) const {
-    if (file == 0 || step == 0) {
-        auto picture = recordings->At(camera.id, time);
-        if (!picture || step == 0 || (step > 0 && picture->time > time) || (step < 0 && picture->time < time))
-            return picture;
-        file = picture->file;
-    }
-    return step > 0 ? recordings->After(camera.id, file, time) : recordings->Before(camera.id, file, time);
 }
 
 Answer RecordingPages::Picture(const RecordingsVisitor& visitor, std::string_view name,
@@ -214,7 +210,7 @@ Answer RecordingPages::Picture(const RecordingsVisitor& visitor, std::string_vie
     const auto within = NumberOf(request, "within", kUsualWithin, 0, kMostNumber);
     if (!time || *time < 0 || !step || !file || !within)
         return BadMoment();
-    const auto picture = PictureOf(*camera, *time, static_cast<int>(*step), *file);
+    const auto picture = recordings->Picture(camera->id, *time, static_cast<int>(*step), *file);
     if (!picture || (*step == 0 && std::abs(picture->time - *time) > *within))
         return Answer::Text(404, "Nothing was recorded then.");
     Answer answer;
@@ -262,12 +258,12 @@ RecordingPages::Export RecordingPages::File(const RecordingsVisitor& visitor, st
     if (!camera)
         return {NoRecordings()};
     const auto number = NumberOf(request, "number", 0, 1, kMostNumber);
-    const auto path = number ? recordings->PathOf({camera->id, *number}) : std::nullopt;
-    if (!path)
+    std::shared_ptr<StoredFile> file = number ? recordings->Open({camera->id, *number}) : nullptr;
+    if (!file)
         return {Answer::Text(404, "There is no recorded file of that number.")};
-    const std::string called = camera->name + ' ' + path->substr(path->rfind('/') + 1);
-    return {std::nullopt, [this, path = *path, called, request](Stream& stream) {
-                SendStoredFile(path, called, request, stream, stop, limits.writeStall);
+    const std::string called = camera->name + ' ' + file->name;
+    return {std::nullopt, [this, file = std::move(file), called, request](Stream& stream) {
+                SendStoredFile(*file, called, request, stream, stop, limits.writeStall);
             }};
 }
 

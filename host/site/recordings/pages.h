@@ -14,7 +14,7 @@
 #include "host/http/limits.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
-#include "host/recordings/recordings.h"
+#include "host/recordings/source.h"
 #include "host/site/recordings/export.h"
 #include "host/users/authenticator.h"
 #include "host/users/rights.h"
@@ -31,7 +31,7 @@ struct RecordingsVisitor {
 // parameter `camera` of the query tells which is meant, without it that of the settings, else the newest. A
 // moment is one that ReadMoment reads.
 struct RecordingPages {
-    Recordings* recordings; // null: this server records nothing
+    RecordingSource* recordings; // null: this server records nothing
     EventLog& events;
     const Limits& limits;
     const Wakeup& stop;
@@ -41,7 +41,7 @@ struct RecordingPages {
     [[nodiscard]] Answer List(const RecordingsVisitor& visitor) const;
     // What there is of a camera from `from` to `to` (a day up to now, without them):
     // {"now":MS,"first":MS,"last":MS, "spans":[[MS,MS],...],"motion":[[MS,MS],...],
-    //  "kept":[[MS,MS],...],"mayKeep":false,
+    //  "kept":[[MS,MS],...],"mayKeep":false,"away":[{"host":"b","from":MS,"to":MS}],
     //  "events":[{"time":MS,"kind":"camera-lost","text":"..."}]}, of events the newest first, without those
     //  of
     // motion; administrators are told what kept all cameras from being recorded, too. What is less than `gap`
@@ -78,8 +78,6 @@ struct RecordingPages {
 
 private:
     [[nodiscard]] bool IsSeen(const RecordingsVisitor& visitor, const RecordedCamera& camera) const;
-    [[nodiscard]] std::optional<RecordedPicture> PictureOf(const RecordedCamera& camera, UnixMs time,
-                                                           int step, std::int64_t file) const;
     [[nodiscard]] std::optional<RecordedCamera> Find(const RecordingsVisitor& visitor, std::string_view name,
                                                      const Request& request) const;
 };

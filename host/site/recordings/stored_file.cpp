@@ -2,11 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "host/http/answer.h"
 #include "host/http/wire.h"
@@ -23,16 +18,14 @@ std::optional<std::uint64_t> WholeNumber(std::string_view text) noexcept {
 }
 
 // True when all of them went out: the head has told how many there are.
-bool SendBytesOf(int file, ByteRange range, Stream& stream, const Wakeup& stop,
+bool SendBytesOf(StoredFile& file, ByteRange range, Stream& stream, const Wakeup& stop,
                  std::chrono::milliseconds stall) {
-    std::vector<char> part(kPart);
     for (std::uint64_t at = range.first; at <= range.last;) {
         const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kPart, range.last - at + 1));
-        const ssize_t read = ::pread(file, part.data(), wanted, static_cast<off_t>(at));
-        if (read <= 0 ||
-            SendAll(stream, {part.data(), static_cast<std::size_t>(read)}, stop, stall) != SendResult::Sent)
+        const std::string part = file.Read(at, wanted);
+        if (part.empty() || SendAll(stream, part, stop, stall) != SendResult::Sent)
             return false;
-        at += static_cast<std::uint64_t>(read);
+        at += part.size();
     }
     return true;
 }
@@ -60,30 +53,22 @@ AskedRange ReadRange(std::string_view value, std::uint64_t size) noexcept {
     return {true, ByteRange{*first, std::min(last.value_or(size - 1), size - 1)}};
 }
 
-void SendStoredFile(const std::string& path, const std::string& name, const Request& request, Stream& stream,
+void SendStoredFile(StoredFile& file, const std::string& name, const Request& request, Stream& stream,
                     const Wakeup& stop, std::chrono::milliseconds stall) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat state {};
-    const bool there = file && ::fstat(file.Get(), &state) == 0 && S_ISREG(state.st_mode);
-    const auto size = there ? static_cast<std::uint64_t>(state.st_size) : 0;
-    const std::string version = "\"" + std::to_string(size) + "-" + std::to_string(state.st_mtim.tv_sec) +
-                                "." + std::to_string(state.st_mtim.tv_nsec) + "\"";
+    const std::uint64_t size = file.size;
+    const std::string version = "\"" + file.version + "\"";
     const std::string_view unless = request.Field("If-Range");
     const AskedRange asked =
         unless.empty() || unless == version ? ReadRange(request.Field("Range"), size) : AskedRange{};
     const ByteRange range = asked.range.value_or(ByteRange{0, size - 1});
 
-    Answer answer = !there            ? Answer::Text(404, "That file is gone.")
-                    : !asked.possible ? Answer::Text(416, "The file has fewer bytes.")
-                                      : Answer{};
-    if (there) {
-        answer.headers["Accept-Ranges"] = "bytes";
-        answer.headers["ETag"] = version;
-    }
+    Answer answer = asked.possible ? Answer{} : Answer::Text(416, "The file has fewer bytes.");
+    answer.headers["Accept-Ranges"] = "bytes";
+    answer.headers["ETag"] = version;
     const std::string of = "/" + std::to_string(size);
     if (!asked.possible) {
         answer.headers["Content-Range"] = "bytes *" + of;
-    } else if (there) {
+    } else {
         answer.type = "video/x-matroska";
         answer.headers["Content-Disposition"] = "attachment; filename*=UTF-8''" + PercentEncode(name);
         answer.headers["Cache-Control"] = "private, no-cache";
@@ -94,10 +79,10 @@ void SendStoredFile(const std::string& path, const std::string& name, const Requ
                 "bytes " + std::to_string(range.first) + "-" + std::to_string(range.last) + of;
         }
     }
-    const bool bytes = there && asked.possible && size > 0 && request.method != "HEAD";
-    const AnswerOptions options{.headOnly = request.method == "HEAD", .openEnded = there && asked.possible};
+    const bool bytes = asked.possible && size > 0 && request.method != "HEAD";
+    const AnswerOptions options{.headOnly = request.method == "HEAD", .openEnded = asked.possible};
     if (SendAll(stream, Serialize(answer, options), stop, stall) == SendResult::Sent &&
-        (!bytes || SendBytesOf(file.Get(), range, stream, stop, stall)))
+        (!bytes || SendBytesOf(file, range, stream, stop, stall)))
         (void)FinishSending(stream, stop);
 }
 

@@ -10,6 +10,7 @@
 #include "host/base/wait.h"
 #include "host/http/request.h"
 #include "host/http/stream.h"
+#include "host/recordings/source.h"
 
 namespace host {
 
@@ -26,10 +27,10 @@ struct AskedRange {
 // Of the value of a Range line. What is no single range of bytes counts as none, as the standard allows.
 AskedRange ReadRange(std::string_view value, std::uint64_t size) noexcept;
 
-// Answers the request with what Range asks for, or the whole file; `name` is what a browser calls it. 404
-// where it is gone by now. The connection ends behind it. A file that is being written has the length that it
+// Answers the request with what Range asks for, or the whole file; `name` is what a browser calls it. The
+// connection ends behind it. A file that is being written has the length that it
 // has at that moment. `stall`: how long the peer may take nothing.
-void SendStoredFile(const std::string& path, const std::string& name, const Request& request, Stream& stream,
+void SendStoredFile(StoredFile& file, const std::string& name, const Request& request, Stream& stream,
                     const Wakeup& stop, std::chrono::milliseconds stall);
 
 } // namespace host
