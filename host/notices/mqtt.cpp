@@ -15,8 +15,8 @@
 namespace host {
 namespace {
 
-constexpr int kKeepAlive = 30;                     // seconds
-constexpr std::chrono::seconds kReachDeadline{10}; // with the look-up of its name
+constexpr int kKeepAlive = 30;                    // seconds
+constexpr std::chrono::seconds kBrokerWithin{10}; // with the look-up of its name
 constexpr std::chrono::seconds kAnswerDeadline{10};
 constexpr std::chrono::seconds kLookInterval{1};
 constexpr std::chrono::seconds kFirstReconnect{1};
@@ -261,7 +261,7 @@ private:
         const Topics topics(m_mqtt.topic);
         const auto broker = std::make_shared<Broker>(m_mqtt, topics.Status());
         const auto unreached =
-            m_errand.Run([broker] { return broker->Reach(); }, m_signals.stop, Clock::now() + kReachDeadline);
+            m_errand.Run([broker] { return broker->Reach(); }, m_signals.stop, Clock::now() + kBrokerWithin);
         std::string reason = unreached.value_or("no connection comes about");
         if (reason.empty()) {
             m_broker = broker;
