@@ -14,26 +14,28 @@ constexpr double kLeastCredit = 4;
 // Who takes a picture now and then watches in between.
 constexpr std::chrono::seconds kWatchedFor{10};
 
-// The processor time of this thread when it had its last picture, and whose that was: what it has worked
-// since then went into handing that one on, and into reading and decoding the next. (Asked for once a
-// picture: it is a call of the system.)
-thread_local std::uint32_t t_lastFeed = 0;
-thread_local std::chrono::nanoseconds t_workedUntil{0};
+// The processor time of this thread when it was asked for last, and whose picture the thread had then: what
+// it has worked since went into handing that one on, and into reading and decoding those that came after it.
+// To ask is a call of the system, and a dear one, so it is done for many pictures at once.
+struct Asked {
+    std::uint32_t feed = 0;
+    std::uint32_t pictures = 0; // since
+    std::chrono::nanoseconds worked{0};
+    Clock::time_point at;
+};
+thread_local Asked t_asked;
+constexpr std::uint32_t kAskedAfterPictures = 16;
+constexpr std::chrono::seconds kAskedAfter{5}; // where fewer come
 
 } // namespace
 
 HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
-    const auto began = Clock::now();
-    if (m_owners != nullptr && m_owners->Slept(began)) {
+    if (m_owners != nullptr && m_owners->Slept(Clock::now())) {
         // Another host may have the camera by now, and its picture would be an old one.
         if (const PhoneSession* const session = PhoneSession::OfThread())
             session->End();
         return S_OK;
     }
-    const auto worked = kit::ThreadTime();
-    const auto work = t_lastFeed == m_id ? worked - t_workedUntil : std::chrono::nanoseconds::zero();
-    t_lastFeed = m_id;
-    t_workedUntil = worked;
     kit::HeldFrame held = frame != nullptr ? kit::HeldFrame::Of(*frame) : kit::HeldFrame{};
     kit::PlaneLayout layout;
     const bool decoded = kit::ReadLayout(held.block.data(), held.block.size(), &layout);
@@ -44,7 +46,7 @@ HRESULT CameraFeed::OnVideoFrame(IVideoFrame* frame) {
         const kit::PicturePtr picture = Take(std::move(held), layout, From::Phone);
         for (const auto& tap : m_taps)
             tap->OnPicture(picture, session != nullptr ? session->Number() : 0);
-        Account(work, began);
+        Account(picture->Arrival());
     } else {
         const std::lock_guard guard(m_mutex);
         ++m_failed;
@@ -87,17 +89,25 @@ void CameraFeed::LetGo() {
     old = std::exchange(m_newest, nullptr);
 }
 
-void CameraFeed::Account(std::chrono::nanoseconds work, Clock::time_point began) {
-    if (work == std::chrono::nanoseconds::zero())
-        return; // the first picture of a connection: the thread may have worked on something else before
-    m_meters->decode.Observe(work);
+void CameraFeed::Measure(Clock::time_point now) {
+    const bool goesOn = t_asked.feed == m_id; // else the thread may have worked on something else
+    if (goesOn && ++t_asked.pictures < kAskedAfterPictures && now - t_asked.at < kAskedAfter)
+        return;
+    const auto worked = kit::ThreadTime();
+    if (goesOn)
+        m_meters->decode.Observe(worked - t_asked.worked, t_asked.pictures);
+    t_asked = {m_id, 0, worked, now};
+}
+
+void CameraFeed::Account(Clock::time_point arrival) {
     const auto now = Clock::now();
+    Measure(now);
     double rate = 0;
     {
         const std::lock_guard guard(m_mutex);
         rate = m_rate.PerSecond(now);
     }
-    const double held = std::chrono::duration<double>(work + (now - began)).count();
+    const double held = std::chrono::duration<double>(now - arrival).count();
     if (rate > 0 && held * rate > kLeastCredit) {
         ++m_meters->creditStalls;
         m_meters->creditStallNanoseconds += static_cast<std::uint64_t>((held - kLeastCredit / rate) * 1e9);

@@ -54,7 +54,9 @@ struct CameraFigures {
 
 // Measures what a camera's pictures cost, and how long its phone had to wait.
 struct CameraMeters {
-    Histogram decode; // processor time of the receiving thread for one picture: reading and decoding it
+    // Processor time of the receiving thread for one picture, reading and decoding it: the mean of sixteen,
+    // or of five seconds' where fewer come.
+    Histogram decode;
     Histogram encode; // of one picture for browsers
     // From the request of the newest connection that brought a picture until that picture, the sign-in
     // included; 0 before the first.
@@ -143,7 +145,9 @@ protected:
 private:
     enum class From { Phone, OtherHost };
     kit::PicturePtr Take(kit::HeldFrame held, const kit::PlaneLayout& layout, From from);
-    void Account(std::chrono::nanoseconds work, Clock::time_point began);
+    // After each picture that could be decoded.
+    void Account(Clock::time_point arrival);
+    void Measure(Clock::time_point now);
 
     const std::uint32_t m_id;
     const std::string m_name;
