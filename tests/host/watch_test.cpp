@@ -218,7 +218,8 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
     // From the first picture on; and after so many that it has read at once, for which it is trusted for half
     // a second: 25 small pictures.
     for (const auto& [quick, picture, most] :
-         {std::tuple(0, MakeNoise(64, 48), 10U), std::tuple(12, MakeBlock(64, 48), 30U)}) {
+         {std::tuple(0, MakeNoise(64, 48), 10U), std::tuple(12, MakeBlock(64, 48), 30U),
+          std::tuple(0, MakeNoise(640, 480), 1U)}) { // which stays half sent
         Rig rig(limits);
         const CamPtr cam = rig.AddCamera("yard");
         Client stuck(rig.Port(), 4096);
@@ -238,6 +239,25 @@ TEST(Live, ReaderThatReadsNothingIsSkippedThenDropped) {
         EXPECT_GE(Clock::now() - begin, 1s);
         EXPECT_LE(rig.counters.sent - before, most) << "what is in the queue is all that waits";
     }
+}
+
+TEST(Live, SlowReaderGetsItsPictureWholeAndThenTheNewest) {
+    Rig rig(LongLimits());
+    const CamPtr cam = rig.AddCamera("yard");
+    cam->Show(MakeNoise(640, 480)); // more than the socket takes
+    const FeedPtr feed = rig.feeds->Find("yard");
+    const std::string first = feed->Newest()->Jpeg();
+    Client slow(rig.Port(), 4096);
+    slow.peer.Send(Live("yard"));
+    ASSERT_TRUE(Eventually([&] { return rig.counters.sent == 1U; }));
+    for (const int luma : {60, 90})
+        cam->Show(MakeBlock(64, 48, false, luma));
+    slow.ReadReply(true), slow.peer.Receive(kOpening.size());
+    EXPECT_TRUE(ReadPart(slow) == first) << "of a picture that is gone elsewhere";
+    EXPECT_EQ(ReadPart(slow), feed->Newest()->Jpeg());
+    EXPECT_EQ(rig.counters.skipped, 1U);
+    slow.peer.Close();
+    EXPECT_TRUE(Eventually([&] { return rig.counters.Watchers() == 0; })) << "no picture is needed for that";
 }
 
 std::ptrdiff_t Threads() {
