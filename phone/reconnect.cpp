@@ -1,4 +1,4 @@
-#include "phone/reconnect.h"
+#include "phone/connection.h"
 
 #include <algorithm>
 

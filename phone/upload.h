@@ -16,7 +16,6 @@
 
 #include "phone/connection.h"
 #include "phone/pictures.h"
-#include "phone/reconnect.h"
 
 namespace phone {
 

@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "phone/reconnect.h"
+#include "phone/connection.h"
 
 namespace phone {
 

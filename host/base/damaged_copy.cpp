@@ -1,4 +1,3 @@
-#include "host/base/damaged_copy.h"
 
 #include <filesystem>
 

@@ -28,7 +28,7 @@
 #include "host/settings/settings.h"
 #include "host/site/connection.h"
 #include "host/site/server.h"
-#include "host/sources/phone_content.h"
+#include "host/sources/source_table.h"
 #include "kit/component/component.h"
 #include "kit/settings/language.h"
 #include "platform/files.h"

@@ -8,7 +8,7 @@
 #include "host/base/wait.h"
 #include "host/log/console.h"
 #include "host/preferences/document.h"
-#include "host/preferences/shared.h"
+#include "host/preferences/store.h"
 #include "host/site/links/link_table.h"
 #include "host/users/phones.h"
 #include "host/users/sessions.h"

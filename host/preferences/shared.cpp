@@ -1,4 +1,4 @@
-#include "host/preferences/shared.h"
+#include "host/preferences/store.h"
 
 #include <optional>
 

@@ -4,11 +4,9 @@
 #include <random>
 #include <utility>
 
-#include "host/base/damaged_copy.h"
 #include "host/base/start_error.h"
 #include "host/log/console.h"
 #include "host/preferences/document.h"
-#include "host/preferences/shared.h"
 #include "platform/files.h"
 #include "platform/messages.h"
 

@@ -1,4 +1,4 @@
-#include "host/recordings/file_names.h"
+#include "host/recordings/folder.h"
 
 #include <charconv>
 #include <chrono>

@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/recordings/file_names.h"
 #include "host/recordings/matroska_reader.h"
 #include "platform/files.h"
 #include "platform/messages.h"

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/base/settings_problem.h"
+#include "host/base/store_mirror.h"
 #include "host/users/cameras.h"
 #include "kit/settings/document.h"
 #include "platform/configdoc/configdoc.h"
@@ -85,5 +86,21 @@ std::vector<SettingsProblem> FindUnusable(const SettingsDocument& document, cons
 // Finds where `taken`, which the component gave, differs from what it was given. A part that `given` does not
 // have stays as it was and is not looked at.
 std::vector<SettingsProblem> FindDifferences(const SettingsDocument& given, const SettingsDocument& taken);
+
+// --- As hosts share them ---
+//
+// Entries of a store: one for each camera, and one for the address that phones are told.
+
+// Of what there is in a document. A name that cannot be a key has none.
+StoreMirror::Values SharedValues(const kit::SettingsDocument& document);
+// Gives the document these values: cameras that have none leave, an address without one stays. Values that
+// cannot be read are passed over.
+void PutSharedValues(SettingsDocument& document, const StoreMirror::Values& values);
+// The camera that a key is of; empty for the address.
+std::string SharedCamera(std::string_view key);
+
+// A line for each key whose values differ, for a person: "the camera \"yard\" has another password there".
+// What differs in a password is not told.
+std::vector<std::string> SharedDifferences(const StoreMirror::Values& here, const StoreMirror::Values& there);
 
 } // namespace host

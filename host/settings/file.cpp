@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <sstream>
 
-#include "host/base/damaged_copy.h"
 #include "host/base/start_error.h"
 #include "host/log/console.h"
 #include "host/settings/document.h"

@@ -15,7 +15,6 @@
 #include "host/feed/feed_table.h"
 #include "host/settings/document.h"
 #include "host/settings/file.h"
-#include "host/settings/shared.h"
 #include "host/users/authenticator.h"
 #include "interfaces/IConfiguration.h"
 #include "platform/com.h"

@@ -1,4 +1,4 @@
-#include "host/settings/shared.h"
+#include "host/settings/document.h"
 
 #include <charconv>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "host/sources/phone_content.h"
+#include "host/sources/source_table.h"
 
 #include <string>
 #include <utility>

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/sources/seen_feeds.h"
 #include "host/sources/sources.h"
 
 namespace host {

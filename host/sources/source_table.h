@@ -8,15 +8,18 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/feed/feed_table.h"
 #include "host/users/rights.h"
+#include "kit/content/content_server.h"
 #include "kit/picture/picture.h"
 
 namespace host {
@@ -47,5 +50,26 @@ private:
     std::mutex m_mutex;
     std::map<std::string, std::weak_ptr<kit::Source>, std::less<>> m_open; // under m_mutex
 };
+
+// --- The cameras that somebody sees ---
+
+// Null when there is no camera of that name, for them.
+inline FeedPtr FindSeen(const FeedTable& feeds, const std::string& name, const Rights& rights) {
+    return rights.Sees(name) ? feeds.Find(name) : nullptr;
+}
+
+// In the order of their names.
+inline std::vector<FeedPtr> SeenFeeds(const FeedTable& feeds, const Rights& rights) {
+    std::vector<FeedPtr> list = feeds.List();
+    std::erase_if(list, [&](const FeedPtr& feed) { return !rights.Sees(feed->Name()); });
+    return list;
+}
+
+// What viewing phones get of the host's sources: each one what its sign-in sees, for as long as it does.
+//
+// `rightsOf` tells of a credentials block what it sees now; nothing for one that is nobody's. It is called
+// for as long as ContentAccess::knows is.
+kit::ContentAccess PhoneContentOf(std::shared_ptr<SourceTable> sources,
+                                  std::function<std::optional<Rights>(std::string_view token)> rightsOf);
 
 } // namespace host

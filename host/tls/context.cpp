@@ -5,7 +5,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include "host/tls/context_inside.h"
+#include "host/tls/openssl.h"
 
 namespace host {
 namespace {

@@ -12,6 +12,8 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include "host/tls/context.h"
+
 namespace host {
 
 template <auto Free>
@@ -52,5 +54,11 @@ BioPtr ReadFrom(std::string_view text);
 // The first certificate and the key of a text in PEM. A key that wants a password is none.
 X509Ptr CertificateOf(std::string_view pem);
 KeyPtr KeyOf(std::string_view pem);
+
+// What TlsContext and TlsSession have of the library.
+struct TlsContext::Inside {
+    SslContextPtr context;
+    X509Ptr certificate;
+};
 
 } // namespace host

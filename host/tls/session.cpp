@@ -6,7 +6,7 @@
 #include <openssl/err.h>
 #include <poll.h>
 
-#include "host/tls/context_inside.h"
+#include "host/tls/openssl.h"
 
 namespace host {
 

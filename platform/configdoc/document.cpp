@@ -1,6 +1,5 @@
 #include "platform/configdoc/configdoc.h"
 
-#include "platform/configdoc/screening.h"
 #include "platform/configdoc/tree.h"
 #include "platform/files.h"
 

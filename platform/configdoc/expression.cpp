@@ -5,7 +5,6 @@
 #include <unordered_set>
 
 #include "platform/configdoc/configdoc.h"
-#include "platform/configdoc/screening.h"
 #include "platform/configdoc/tree.h"
 
 namespace platform {

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "platform/configdoc/expression.h"
-#include "platform/configdoc/screening.h"
 #include "platform/configdoc/tree.h"
 
 namespace platform {

@@ -1,4 +1,4 @@
-#include "platform/configdoc/screening.h"
+#include "platform/configdoc/tree.h"
 
 #include <algorithm>
 #include <charconv>

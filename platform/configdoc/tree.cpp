@@ -3,7 +3,6 @@
 #include <set>
 
 #include "platform/configdoc/expression.h"
-#include "platform/configdoc/screening.h"
 
 namespace platform {
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "host/recording.h"
-#include "host/recordings/file_names.h"
+#include "host/recordings/folder.h"
 
 namespace host::test {
 namespace {

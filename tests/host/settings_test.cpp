@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "host/preferences/document.h"
-#include "host/preferences/shared.h"
 #include "host/preferences/store.h"
 #include "host/rig.h"
 #include "host/settings/file.h"

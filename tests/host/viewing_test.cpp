@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/rig.h"
-#include "host/sources/phone_content.h"
+#include "host/sources/source_table.h"
 #include "host/sources/sources.h"
 #include "image/FrameBlock.h"
 #include "kit/component/component.h"

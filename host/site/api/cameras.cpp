@@ -2,7 +2,7 @@
 
 #include "host/log/console.h"
 #include "host/site/api/message.h"
-#include "host/sources/seen_feeds.h"
+#include "host/sources/source_table.h"
 #include "host/tls/digest.h"
 #include "platform/messages.h"
 

@@ -1,6 +1,6 @@
 #include "host/site/live/pages.h"
 
-#include "host/sources/seen_feeds.h"
+#include "host/sources/source_table.h"
 
 namespace host {
 namespace {

@@ -12,7 +12,7 @@
 #include "host/http/page_socket.h"
 #include "host/site/live/pages.h"
 #include "host/site/live/tile_board.h"
-#include "host/sources/seen_feeds.h"
+#include "host/sources/source_table.h"
 #include "kit/packer/framing.h"
 
 namespace host {

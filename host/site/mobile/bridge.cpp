@@ -1,4 +1,4 @@
-#include "host/site/mobile/bridge.h"
+#include "host/site/mobile/pages.h"
 
 #include <array>
 #include <cerrno>

@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "host/base/counters.h"
+#include "host/base/wait.h"
+#include "host/bridge/intake.h"
 #include "host/feed/feed_table.h"
 #include "host/http/answer.h"
 #include "host/http/limits.h"
@@ -90,5 +92,23 @@ using StyleParameters = std::vector<std::pair<std::string, std::string>>;
 // be read or the transformation fails. Neither can reach a file or the network. Any thread.
 std::optional<std::string> ApplyStyleSheet(const std::string& document, const std::string& styleSheet,
                                            const StyleParameters& parameters = {});
+
+// --- Phones under TLS ---
+
+// Stands between such a phone and the component, which reads and writes a socket by itself: a pair of
+// connected sockets, of which the component has one. Carry moves bytes between the other one and the phone.
+class Bridge {
+public:
+    // The component's end.
+    [[nodiscard]] Descriptor& Inner() noexcept { return m_pair.inner; }
+    // A few bytes of the phone's that were read before; they have room in the socket.
+    void Feed(std::string_view bytes) noexcept;
+    // Until one of the two sides has ended and the other one has got what was on its way, or takes nothing
+    // for `stall` then. The thread is one of the connection.
+    void Carry(Stream& phone, const Wakeup& stop, std::chrono::milliseconds stall);
+
+private:
+    SocketPair m_pair; // throws std::system_error
+};
 
 } // namespace host

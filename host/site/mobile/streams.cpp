@@ -7,7 +7,6 @@
 #include "host/bridge/intake.h"
 #include "host/http/wire.h"
 #include "host/log/console.h"
-#include "host/site/mobile/bridge.h"
 #include "host/site/mobile/pages.h"
 #include "kit/connection/phone_connection.h"
 #include "platform/status.h"

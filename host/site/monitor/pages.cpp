@@ -10,7 +10,7 @@
 
 #include "host/feed/feed_table.h"
 #include "host/site/monitor/pages.h"
-#include "host/sources/seen_feeds.h"
+#include "host/sources/source_table.h"
 
 namespace host {
 namespace {

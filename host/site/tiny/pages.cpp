@@ -8,7 +8,7 @@
 #include "host/html/page.h"
 #include "host/html/texts.h"
 #include "host/http/request.h"
-#include "host/sources/seen_feeds.h"
+#include "host/sources/source_table.h"
 #include "kit/packer/frame_packer.h"
 
 namespace host {
