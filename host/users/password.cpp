@@ -13,7 +13,10 @@ namespace host {
 namespace {
 
 constexpr char kMethod[] = "$y$";
-constexpr unsigned long kCost = 5; // the library's usual one: 16 MiB
+#ifndef MORROW_PASSWORD_COST
+#define MORROW_PASSWORD_COST 5 // the library's usual one: 16 MiB
+#endif
+constexpr unsigned long kCost = MORROW_PASSWORD_COST;
 
 // Empty when the library refuses.
 std::string Hash(std::string_view password, const std::string& setting) {

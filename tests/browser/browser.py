@@ -20,6 +20,7 @@ ARGUMENTS = (
     "--headless=new", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
     "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
 )
+HEADLESS_SHELL = "/usr/lib/chromium/chromium-headless-shell"  # the script of this name ends without it
 WAIT_SECONDS = 30
 STEP_SECONDS = 0.02  # between two places of a finger
 POLL_SECONDS = 0.1  # each look is an errand through driver and browser
@@ -30,23 +31,23 @@ EXPECTED_COMPLAINTS = ("ERR_CONNECTION_", "ERR_EMPTY_RESPONSE", "favicon.ico")
 def tool(name):
     path = shutil.which(name)
     if path is None:
-        raise SystemExit(f"the browser tests need {name}: install chromium and chromium-driver")
+        raise SystemExit(f"the browser tests need {name}: install chromium, chromium-headless-shell and chromium-driver")
     return path
 
 
 class Browser:
-    def __init__(self, profile, screenshots, width=1280, height=800, arguments=(), home=None, network=False):
-        """`home` is a folder of its own, for the authorities that are trusted there. With `network` the browser notes every
+    def __init__(self, folder, screenshots, width=1280, height=800, arguments=(), home=None, network=False):
+        """`home` is a folder of its own, for the authorities that are trusted there; the whole browser is for it. Else its
+        headless shell does, which draws no windows and takes half of the time. With `network` the browser notes every
         request and every message of a socket, each picture among them, which keeps it busy."""
         options = Options()
-        options.binary_location = tool("chromium")
+        options.binary_location = tool(HEADLESS_SHELL if home is None else "chromium")
         for argument in (*ARGUMENTS, *arguments):
             options.add_argument(argument)
         if os.geteuid() == 0:
             options.add_argument("--no-sandbox")
-        options.add_argument(f"--user-data-dir={profile}")
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", **({"performance": "ALL"} if network else {})})
-        environment = {**os.environ, **({} if home is None else {"HOME": home})}
+        environment = {**os.environ, "TMPDIR": folder, **({} if home is None else {"HOME": home})}  # its profile goes with the folder
         self.driver = webdriver.Chrome(service=Service(tool("chromedriver"), env=environment), options=options)
         self.driver.set_script_timeout(WAIT_SECONDS)
         self.screenshots = screenshots

@@ -26,7 +26,7 @@ class BrowserCase(unittest.TestCase):
         return host
 
     def make_browser(self, **more):
-        browser = Browser(os.path.join(self.folder, "profile"), options.screenshots, **more)
+        browser = Browser(self.folder, options.screenshots, **more)
         self.addCleanup(browser.close)
         return browser
 
