@@ -51,7 +51,7 @@ nlohmann::ordered_json AsJson(const Event& event) {
 }
 
 std::optional<Event> ReadEvent(std::string_view line) {
-    const auto json = nlohmann::json::parse(line, nullptr, false);
+    const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
     if (!json.is_object())
         return std::nullopt;
     const auto text = [&](const char* name) {

@@ -21,7 +21,7 @@
 namespace host {
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 constexpr std::string_view kCamerasPath = "/api/v1/cameras";
 constexpr std::string_view kTokensPath = "/api/v1/tokens";

@@ -101,7 +101,7 @@ std::vector<RecordedFile> RecordingsFolder::ReadFiles(std::int64_t id) const {
 RecordedCamera RecordingsFolder::ReadCamera(std::int64_t id, const std::vector<RecordedFile>& files) const {
     RecordedCamera camera{.id = id};
     const auto text = platform::ReadWholeFile(m_path + '/' + std::to_string(id) + '/' + kCameraFile, 65536);
-    const auto json = nlohmann::json::parse(text.value_or(""), nullptr, false);
+    const auto json = nlohmann::ordered_json::parse(text.value_or(""), nullptr, false);
     if (json.is_object() && json.contains("name") && json["name"].is_string()) {
         camera.name = json["name"];
         if (json.contains("removed") && json["removed"].is_number_integer())
@@ -137,7 +137,8 @@ void RecordingsFolder::Write(const RecordedCamera& camera) const {
     json["name"] = camera.name;
     if (camera.removed != 0)
         json["removed"] = camera.removed;
-    const std::string text = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+    const std::string text =
+        json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
     if (FAILED(platform::CreateFolder(folder)) ||
         FAILED(platform::ReplaceFile(folder + '/' + kCameraFile, text, 0600)))
         throw RecordingError("cannot write into " + folder + ": " + platform::DescribeLastError(), EIO);
