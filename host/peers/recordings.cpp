@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kTopic = "recordings";
 // How late it shows that another host has begun to record a camera.
-constexpr std::chrono::seconds kLookEvery{5};
+constexpr std::chrono::seconds kCatalogueEvery{5};
 constexpr std::chrono::seconds kKeepLookEvery{30};
 constexpr std::chrono::minutes kKeepEvery{10};
 // An extent is as old as the look; what is recorded since may be asked for all the same.
@@ -149,7 +149,7 @@ std::shared_ptr<const SharedRecordings::Catalogues> SharedRecordings::Others() c
         if (!guard)
             guard.lock();
         m_looking = false;
-        m_nextLook = Clock::now() + kLookEvery;
+        m_nextLook = Clock::now() + kCatalogueEvery;
         m_looked.notify_all();
     });
     auto others = std::make_shared<const Catalogues>(AskOthers());

@@ -18,7 +18,7 @@ constexpr std::chrono::seconds kSessionFor{15};
 
 std::string PackPeer(const PeerDocument& document) {
     std::string text;
-    nlohmann::json::to_cbor(document, text);
+    PeerDocument::to_cbor(document, text);
     return text;
 }
 

@@ -21,7 +21,7 @@
 
 namespace host {
 
-using PeerDocument = nlohmann::json; // with binary values; CBOR (RFC 8949) on its way
+using PeerDocument = nlohmann::ordered_json; // with binary values; CBOR (RFC 8949) on its way
 
 // Of an answer at a time: so much as the message engine carries beside pictures without delaying them.
 inline constexpr std::size_t kPeerPart = std::size_t{256} * 1024;
