@@ -235,6 +235,8 @@ TEST(Peers, ACameraOfAnotherHostIsSeenWhileSomebodyLooks) {
     b.peers.Claim("yard");
     char byte = 0;
     EXPECT_EQ(::recv(phone.Get(), &byte, 1, 0), 0) << "the end of the upload";
+    for (int tries = 0; tries < 3000 && !b.feed->Figures().host.empty(); ++tries)
+        std::this_thread::sleep_for(10ms);
     EXPECT_TRUE(b.feed->Figures().host.empty());
     a.cam->SetPhone(false);
     a.table->PollConnections();
