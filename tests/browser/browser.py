@@ -36,12 +36,12 @@ def tool(name):
 
 
 class Browser:
-    def __init__(self, folder, screenshots, width=1280, height=800, arguments=(), home=None, network=False):
-        """`home` is a folder of its own, for the authorities that are trusted there; the whole browser is for it. Else its
-        headless shell does, which draws no windows and takes half of the time. With `network` the browser notes every
-        request and every message of a socket, each picture among them, which keeps it busy."""
+    def __init__(self, folder, screenshots, width=1280, height=800, arguments=(), home=None, network=False, whole=False):
+        """`home` is a folder of its own, for the authorities that are trusted there. With `network` the browser notes every
+        request and every message of a socket, each picture among them, which keeps it busy. A `whole` browser draws its
+        windows, if nobody sees them, as one with a home does; else its headless shell does, in half of the time."""
         options = Options()
-        options.binary_location = tool(HEADLESS_SHELL if home is None else "chromium")
+        options.binary_location = tool("chromium" if whole or home is not None else HEADLESS_SHELL)
         for argument in (*ARGUMENTS, *arguments):
             options.add_argument(argument)
         if os.geteuid() == 0:
