@@ -272,11 +272,14 @@ void Settings::Follow() {
     if (!changing)
         return;
     const std::unique_lock lock(m_mutex, std::try_to_lock);
-    if (!lock || !m_shared || m_shared->Refresh().empty())
+    if (!lock || !m_shared || (m_shared->Refresh().empty() && !m_owed))
         return;
     const SettingsChange change = TakeShared();
-    if (change.result != SettingsChange::Result::Done && change.result != SettingsChange::Result::NotWritten)
-        Console::Get().Log("error", "the settings that other hosts have changed could not be taken over");
+    const bool taken =
+        change.result == SettingsChange::Result::Done || change.result == SettingsChange::Result::NotWritten;
+    if (!taken && !m_owed)
+        Console::Get().Log("error", "the settings that other hosts have changed could not be taken over yet");
+    m_owed = !taken;
 }
 
 SettingsChange Settings::Set(std::unique_lock<std::mutex>& lock, const SettingsDocument& document,

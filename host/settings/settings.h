@@ -150,6 +150,7 @@ private:
     std::mutex m_changing;
     std::mutex m_mutex; // everything below
     std::optional<StoreMirror> m_shared;
+    bool m_owed = false; // what came of others is to be taken over once more
     PhoneAddress m_address;
     std::atomic<bool> m_there{false};  // there is a component
     std::atomic<bool> m_written{true}; // the last change is on disk

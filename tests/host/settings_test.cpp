@@ -282,7 +282,10 @@ TEST_F(SettingsTest, OfTwoHostsAreOneAndConflictsComeBack) {
     EXPECT_THAT(other.settings.Join(Joining::Merge, &joined), testing::IsEmpty());
     EXPECT_EQ(joined.result, Done);
     EXPECT_EQ(names(other), "gate:geheim porch: open: yard:демо");
+    rig.configuration->m_result = E_UNEXPECTED;
     rig.settings.Follow();
+    rig.configuration->m_result = S_OK;
+    rig.settings.Follow(); // with what it owes
     EXPECT_EQ(names(rig), "gate:geheim open: yard:демо porch:");
 
     // A save writes what it changes, and what somebody was faster with comes back.
