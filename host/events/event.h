@@ -95,6 +95,12 @@ public:
     [[nodiscard]] virtual std::map<std::string, std::vector<EventPtr>>
     Newest(const EventFilter& filter, const std::map<std::string, std::uint64_t>& before,
            std::size_t most) const = 0;
+
+    // Tells of what happens there from now on, soon after it has, until what is returned is let go of. `take`
+    // is called on another thread, which must not be kept waiting: once when nothing can be missed any more,
+    // whether anything has happened or not, and then with all that is new, in the order of their times.
+    using Take = std::function<void(const std::vector<EventPtr>& events)>;
+    [[nodiscard]] virtual std::shared_ptr<const void> Follow(Take take) = 0;
 };
 
 } // namespace host

@@ -68,7 +68,7 @@ struct SiteParts {
     // In a cluster: this host's name among the others, and what passes between them; else empty.
     std::string node{};
     std::function<ClusterFigures()> cluster{};
-    const OtherEvents* otherEvents = nullptr;
+    OtherEvents* otherEvents = nullptr;
 };
 
 struct Site {

@@ -13,6 +13,7 @@ import ssl
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 import urllib.error
 import urllib.request
@@ -22,9 +23,51 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "browser"))
 from hostprogram import Host, wait  # noqa: E402
 from machines import Nats  # noqa: E402
+from test_sessions import UPGRADE  # noqa: E402
+from test_tls import read_answer, read_message  # noqa: E402
 
 options = None
 SECONDS = 60  # wide: sanitized hosts on a loaded machine
+
+
+def basic(host):
+    return "Authorization: Basic " + base64.b64encode(f"admin:{host.admin_password()}".encode()).decode()
+
+
+class EventNews(threading.Thread):
+    """What the page of events is told by its socket."""
+
+    def __init__(self, host):
+        super().__init__(daemon=True)
+        self.told = []
+        self.connection = socket.create_connection(("127.0.0.1", host.port), timeout=SECONDS)
+        self.connection.sendall(f"GET /events HTTP/1.1\r\nHost: localhost:{host.port}\r\n{UPGRADE}{basic(host)}\r\n\r\n".encode())
+        status = read_answer(self.connection)[0]
+        assert status == 101, status
+        self.take()
+        self.start()
+
+    def close(self):
+        self.connection.shutdown(socket.SHUT_RDWR)
+        self.join()
+        self.connection.close()
+
+    def take(self):
+        kind, message = read_message(self.connection)
+        if kind == 9:
+            self.connection.sendall(b"\x8a\x80\0\0\0\0")  # here still
+        self.told += json.loads(message) if kind == 1 else []
+        return kind in (1, 9)
+
+    def run(self):
+        try:
+            while self.take():
+                pass
+        except (EOFError, OSError):
+            pass
+
+    def keys(self, told=None):
+        return [(event.get("host"), event["number"], event["kind"]) for event in (told or self.told)]
 
 
 class Cluster(unittest.TestCase):
@@ -84,7 +127,7 @@ class Cluster(unittest.TestCase):
     def watch(self, host, pictures):
         """The next ones, as a watcher of motion JPEG gets them."""
         request = urllib.request.Request(f"http://127.0.0.1:{host.port}/live/yard")
-        request.add_header("Authorization", "Basic " + base64.b64encode(f"admin:{host.admin_password()}".encode()).decode())
+        request.add_header(*basic(host).split(": "))
         boundary, got = b"--morrowstream-picture\r\n", b""
         with urllib.request.urlopen(request, timeout=SECONDS) as stream:
             while got.count(boundary) <= pictures:
@@ -123,6 +166,14 @@ class Cluster(unittest.TestCase):
             self.assertEqual(pictures.namelist(), sorted(pictures.namelist()))
             return {name.split("_")[-1] for name in pictures.namelist()}
 
+    def listen(self, host):
+        news = EventNews(host)
+        self.addCleanup(news.close)
+        return news
+
+    def events(self, host):
+        return json.loads(host.fetch("/api/v1/events?limit=1000"))["events"]
+
     def files_alike(self, least):
         """What both tell, once the files of hosts whose phone has gone are finished."""
         one, two = (self.times(host) for host in self.hosts)
@@ -139,6 +190,8 @@ class Cluster(unittest.TestCase):
 
     def test_a_phone_is_seen_at_every_host(self):
         one, two = self.hosts
+        news = [self.listen(one)]
+        before = news[0].keys(self.events(one))
         self.trusts_one_authority()
         wait("the camera at the other host", lambda: self.camera(two))
         first = self.phone(one)
@@ -182,6 +235,14 @@ class Cluster(unittest.TestCase):
         self.see_alike(one, two)
         wait("an event of the host", lambda: b'"host-back"' in self.ask(one, "/api/v1/events?kind=host-back"))
         wait("what was away", lambda: self.times(one).get("away") == [])
+
+        # Whoever has the page of events open has been told of everything, at whichever host it was, and once.
+        news.append(self.listen(two))
+        one.fetch("/api/v1/preferences", "PUT", {"cameras": {"yard": {"record": "off"}}})
+        wait("an event of the other host", lambda: ("one", "settings-changed") in [(host, kind) for host, _, kind in news[1].keys()])
+        wait("all events", lambda: set(news[0].keys(self.events(one))) <= {*before, *news[0].keys()})
+        self.assertEqual(len(set(news[0].keys())), len(news[0].keys()))
+        self.assertLessEqual({(None, "host-lost"), ("two", "server-started"), ("two", "camera-connected")}, {(host, kind) for host, _, kind in news[0].keys()})
 
         # Without the engine phones are let in all the same, and with it again both hosts see them.
         self.engine.kill()

@@ -5,7 +5,6 @@ import { text, translatePage } from "../shared/words.js";
 const SHOWN_AT_ONCE = 100;
 const MOST_SHOWN = 2000; // older ones go, while new ones come
 const RETRY_MS = 2000;
-const OTHERS_MS = 5000;
 // The words of the host's interface for kinds of events, and ours.
 const KINDS = {
     "camera-connected": "eventConnected", "camera-lost": "eventLost", "motion-began": "eventMotion", "motion-ended": "eventStill",
@@ -22,14 +21,14 @@ for (const id of ["link", "kind", "camera", "from", "to", "message", "list", "ol
     page[id] = document.getElementById(id);
 }
 let next = null; // the number that older events lie before; null: there are none
-let clustered = false; // there are other hosts, whose events are shown as well
 let question = 0; // of several that are under way the newest counts
-let newest = 0; // number that is shown
-let arrived = []; // by the socket, since the newest question
+let listed = new Set(); // what the newest list had
+let arrived = null; // by the socket, while the newest list is under way
 
 // --- Asking -------------------------------------------------------------------------------------------------------------
 
 const momentOf = (field) => field.value === "" ? "" : String(new Date(field.value).getTime());
+const keyOf = (event) => `${event.host ?? ""}:${event.number}`; // numbers are each host's own
 const wanted = () => ({ kind: page.kind.value, camera: page.camera.value, from: momentOf(page.from), to: momentOf(page.to) });
 
 async function ask(path) {
@@ -46,7 +45,7 @@ async function ask(path) {
 
 async function load(older) {
     const mine = ++question;
-    arrived = [];
+    arrived = older ? null : [];
     const query = new URLSearchParams({ ...wanted(), limit: String(SHOWN_AT_ONCE) });
     if (older) {
         query.set("before", String(next));
@@ -62,27 +61,18 @@ async function load(older) {
             rows[0]?.focus();
         } else {
             page.list.replaceChildren(...rows);
-            newest = found.events.find((event) => event.host === undefined)?.number ?? 0;
-            take(arrived.splice(0));
+            listed = new Set(found.events.map(keyOf));
         }
         next = found.next;
-        clustered ||= typeof next === "string" || found.events.some((event) => event.host !== undefined);
         page.older.hidden = next === null;
+        const late = arrived ?? [];
+        arrived = null;
+        take(late);
         page.message.textContent = page.list.hasChildNodes() ? "" : text("noEvents");
-        refreshOthers();
     } catch {
         if (mine === question) {
             page.message.textContent = text("noAnswer");
         }
-    }
-}
-
-// The socket tells of this host's events alone: those of the others of a cluster are asked for, while the newest are shown.
-let refreshing = 0;
-function refreshOthers() {
-    clearTimeout(refreshing);
-    if (clustered && page.list.childElementCount <= SHOWN_AT_ONCE) {
-        refreshing = setTimeout(() => load(false), OTHERS_MS);
     }
 }
 
@@ -99,7 +89,9 @@ function rowOf(event) {
     const row = part("li", "event", "");
     row.tabIndex = -1;
     row.dataset.number = event.number;
-    row.dataset.host = event.host ?? "";
+    if (event.host !== undefined) {
+        row.dataset.host = event.host;
+    }
     row.dataset.kind = event.kind;
     row.dataset.weight = BAD.has(event.kind) ? "bad" : "usual";
     const time = part("time", "", new Date(event.ms).toLocaleString(document.documentElement.lang));
@@ -107,7 +99,7 @@ function rowOf(event) {
     const title = part("span", "event-title", "");
     const kind = KINDS[event.kind];
     title.append(part("span", "event-kind", kind === undefined ? event.text : text(kind)));
-    for (const [className, words] of [["event-camera", event.camera], ["event-who", event.who]]) {
+    for (const [className, words] of [["event-camera", event.camera], ["event-who", event.who], ["event-host", event.host ?? ""]]) {
         if (words !== "") {
             title.append(" · ", part("span", className, words));
         }
@@ -130,37 +122,45 @@ function isWanted(event) {
 }
 
 function take(events) {
-    const rows = [];
-    arrived.push(...events);
-    for (const event of events) {
-        if (event.number > newest) {
-            newest = event.number;
-            if (isWanted(event)) {
-                rows.unshift(rowOf(event));
-            }
-        }
-    }
+    arrived?.push(...events);
+    const rows = events.filter((event) => !listed.has(keyOf(event)) && isWanted(event)).map(rowOf).reverse();
     if (rows.length === 0) {
         return;
     }
     page.message.textContent = "";
     page.list.prepend(...rows);
-    while (page.list.childElementCount > MOST_SHOWN) {
-        page.list.lastElementChild.remove();
-        next = clustered ? next : Number(page.list.lastElementChild.dataset.number);
-        page.older.hidden = false;
+    if (page.list.childElementCount > MOST_SHOWN && arrived === null) {
+        shorten();
     }
 }
 
-// The socket first: what happens while the list is under way comes by it.
+function shorten() {
+    if (page.list.querySelector("[data-host]") !== null) {
+        load(false); // where older ones of several hosts begin is known to the host alone
+        return;
+    }
+    while (page.list.childElementCount > MOST_SHOWN) {
+        page.list.lastElementChild.remove();
+    }
+    next = Number(page.list.lastElementChild.dataset.number);
+    page.older.hidden = false;
+}
+
+// The socket first: what happens while the list is under way comes by it, from its first message on.
 function listen() {
+    let begun = false;
     const socket = new WebSocket(`${location.protocol === "https:" ? "wss:" : "ws:"}//${location.host}/events`);
     socket.onopen = () => {
         page.link.dataset.link = "connected";
         page.link.textContent = text("connected");
-        load(false);
     };
-    socket.onmessage = (message) => take(JSON.parse(message.data));
+    socket.onmessage = (message) => {
+        if (!begun) {
+            begun = true;
+            load(false);
+        }
+        take(JSON.parse(message.data));
+    };
     socket.onclose = () => {
         page.link.dataset.link = "lost";
         page.link.textContent = text("noConnection");

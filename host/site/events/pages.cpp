@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <deque>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -185,7 +187,11 @@ public:
     EventNews(Stream stream, const Request& request, EventPages::Sees sees, const EventPages& pages)
         : PageSocket(pages.loops.Choose(), std::move(stream), request, pages.limits), m_events(pages.events),
           m_sees(std::move(sees)), m_heartbeat(MakeTimer()), m_watch(pages.events, m_news),
-          m_seen(pages.events.LastNumber()) {}
+          m_seen(pages.events.LastNumber()), m_begun(pages.others == nullptr) {
+        if (pages.others != nullptr)
+            m_following =
+                pages.others->Follow([this](const std::vector<EventPtr>& events) { TakeTheirs(events); });
+    }
 
 private:
     void OnOpen() override {
@@ -200,20 +206,59 @@ private:
     }
     bool OnMessage(std::string_view) override { return false; } // it has nothing to say
     void SendNext() override {
-        const std::uint64_t last = m_events.LastNumber();
-        while (m_seen < last) {
-            // What such a page cannot take in time is passed over; it is found by asking for it.
-            m_seen = std::max(m_seen, last - std::min<std::uint64_t>(last, EventLog::kNewest / 2));
-            const auto events = m_events.After(m_seen, kMostEventsOfMessage);
-            m_seen = events.empty() ? last : events.back()->number;
+        for (auto events = Next(); !events.empty(); events = Next()) {
             m_text = EventsAsText(events, m_sees);
             if (m_text != "[]")
-                return Text(m_text);
+                return Send();
         }
-        if (std::exchange(m_heartbeatPending, false)) {
-            m_text = "[]";
-            Text(m_text);
+        if (!m_heartbeatPending || !HasBegun())
+            return;
+        m_text = "[]";
+        Send();
+    }
+    void Send() {
+        m_heartbeatPending = false;
+        Text(m_text);
+    }
+
+    // What a page cannot take in time is passed over; it is found by asking for it.
+    static constexpr std::size_t kMostWaiting = EventLog::kNewest / 2;
+
+    std::vector<EventPtr> Next() {
+        if (!HasBegun())
+            return {};
+        const std::uint64_t last = m_events.LastNumber();
+        if (m_seen < last) {
+            m_seen = std::max(m_seen, last - std::min<std::uint64_t>(last, kMostWaiting));
+            auto events = m_events.After(m_seen, kMostEventsOfMessage);
+            m_seen = events.empty() ? last : events.back()->number;
+            if (!events.empty())
+                return events;
         }
+        const std::lock_guard guard(m_mutex);
+        const auto count = static_cast<std::ptrdiff_t>(std::min(m_theirs.size(), kMostEventsOfMessage));
+        std::vector<EventPtr> events(m_theirs.begin(), m_theirs.begin() + count);
+        m_theirs.erase(m_theirs.begin(), m_theirs.begin() + count);
+        return events;
+    }
+
+    bool HasBegun() const {
+        const std::lock_guard guard(m_mutex);
+        return m_begun;
+    }
+
+    // On the thread that follows other hosts.
+    void TakeTheirs(const std::vector<EventPtr>& events) {
+        {
+            const std::lock_guard guard(m_mutex);
+            if (m_begun && events.empty())
+                return;
+            m_begun = true;
+            m_theirs.insert(m_theirs.end(), events.begin(), events.end());
+            if (m_theirs.size() > kMostWaiting)
+                m_theirs.erase(m_theirs.begin(), m_theirs.end() - kMostWaiting);
+        }
+        m_news.Signal();
     }
 
     EventLog& m_events;
@@ -221,9 +266,14 @@ private:
     Wakeup m_news;
     TimerPtr m_heartbeat;
     const EventWatch m_watch;
-    std::uint64_t m_seen; // the number of the newest event that was looked at
-    bool m_heartbeatPending = false;
-    std::string m_text; // the message that is being written
+    std::uint64_t m_seen;           // the number of the newest event that was looked at
+    bool m_heartbeatPending = true; // the first one says that nothing is missed from now on
+    std::string m_text;             // the message that is being written
+    mutable std::mutex m_mutex;     // the members down to the next blank line
+    bool m_begun;                   // other hosts are followed, if there are any
+    std::deque<EventPtr> m_theirs;  // of other hosts, that were not sent yet
+
+    std::shared_ptr<const void> m_following; // last: it uses the above
 };
 
 } // namespace

@@ -17,7 +17,7 @@ struct EventPages {
     EventLog& events;
     const Limits& limits;
     EventLoops& loops;
-    const OtherEvents* others = nullptr; // null: this host is one by itself
+    OtherEvents* others = nullptr; // null: this host is one by itself
 
     // Which events a visitor may see. Any thread, for as long as the visit lasts.
     using Sees = std::function<bool(const Event&)>;
@@ -28,7 +28,8 @@ struct EventPages {
     // last one. In a cluster the events are those of all hosts that answer, in the order of their times;
     // numbers are each host's own, and `next` is a text, of "HOST:NUMBER" with commas between them.
     [[nodiscard]] Answer List(const Request& request, Sees sees) const;
-    // The socket of the page: an array of new events in each message, oldest first.
+    // The socket of the page: an array of new events in each message, oldest first; in a cluster those of all
+    // hosts. Whoever asks for the list behind the first message, which may be empty, misses nothing.
     void StartNews(Stream stream, const Request& request, Sees sees, std::shared_ptr<const void> held) const;
 };
 
