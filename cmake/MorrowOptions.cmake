@@ -26,6 +26,11 @@ find_package(Threads REQUIRED)
 # where a machine keeps it.
 add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
 
+# Left to itself g++ tidies its memory up from 128 MiB on, a tenth of its time; in KiB. The largest source takes 1.1 GB then.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:--param ggc-min-heapsize=500000>")
+endif()
+
 # Files and lines in debug information take a fifth of the compilers' time. Who only wants to know whether all is well sets
 # this in the environment when a build folder is made; it stays as it was made, whoever builds there later.
 set(without_lines OFF)

@@ -64,7 +64,7 @@ Decodes each file again and again for N seconds (1) and prints the median. The p
 so the time of a stream of different pictures is longer: bench/compare measures that.
 )";
 
-platform::TakeValue Size(std::optional<std::pair<std::int32_t, std::int32_t>>& target) {
+platform::TakeValue WidthByHeight(std::optional<Size>& target) {
     return [&target](std::string_view name, std::string_view value) {
         const std::size_t cross = value.find('x');
         if (cross == std::string_view::npos)
@@ -111,7 +111,7 @@ std::vector<platform::Option> OptionsOf(Options& options) {
         table.push_back({"--seconds", platform::NumberFrom(0.01, 3600.0, options.seconds)});
     if (options.command == Command::Encode) {
         table.push_back({"--quality", platform::NumberFrom(1, 100, options.quality)});
-        table.push_back({"--size", Size(options.size)});
+        table.push_back({"--size", WidthByHeight(options.size)});
         table.push_back({"--sampling", platform::OneOf<Sampling>({{"4:2:0", Sampling::S420},
                                                                   {"4:2:2", Sampling::S422},
                                                                   {"4:4:4", Sampling::S444}},
