@@ -179,8 +179,11 @@ SignIn Authenticator::Verify(Credentials credentials, const std::string& address
 void Authenticator::Remember(const Credentials& credentials, const std::string& hash) {
     const auto now = Clock::now();
     const std::lock_guard guard(m_mutex);
-    // Logins come and go with the cameras.
-    std::erase_if(m_verified, [now](const auto& item) { return item.second.until < now; });
+    // Logins come and go with the cameras. Not at each sign-in: a host that begins has thousands at once.
+    if (now >= m_sweep) {
+        std::erase_if(m_verified, [now](const auto& item) { return item.second.until < now; });
+        m_sweep = now + kSweepInterval;
+    }
     m_verified[credentials.login] = {credentials.password, hash, now + kRemember};
 }
 
@@ -334,6 +337,8 @@ Authenticator::UserChange Authenticator::Keep(std::unique_lock<std::mutex>& lock
     lock.lock();
     m_store.Settle(changes, outcomes);
     m_verified.erase(login);
+    if (!wanted.contains(login))
+        ForgetTokens();
     const auto own = std::ranges::find(changes, login, &Store::Change::key);
     if (own != changes.end()) {
         const Store::Outcome& outcome = outcomes[static_cast<std::size_t>(own - changes.begin())];
@@ -474,7 +479,6 @@ std::string Authenticator::TokenOf(const Sessions::Owner& visitor) {
     const auto found = m_tokens.find(key);
     if (found != m_tokens.end())
         return found->second;
-    ForgetTokens();
     return m_tokens.emplace(key, RandomBytes(16)).first->second;
 }
 
@@ -498,6 +502,7 @@ void Authenticator::SetCameras(const std::vector<CameraEntry>& cameras) {
         changing.lock();
     std::unique_lock lock(m_mutex);
     RefreshUsers(); // what --add-user wrote meanwhile stays
+    ForgetTokens();
     bool changed = false;
     for (auto [login, user] : UserMap(m_store.Users())) {
         const auto leaves = [&](const std::string& name) { return gone.contains(name); };

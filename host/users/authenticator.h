@@ -183,6 +183,7 @@ private:
     bool AwaitTurn(Throttle::Attempt& attempt) const;
 
     static constexpr std::chrono::minutes kRemember{5};
+    static constexpr std::chrono::seconds kSweepInterval{10};
 
     const std::string m_run = RandomHex(16); // of versions: no other run of the host has the same
     const Wakeup& m_stop;
@@ -197,6 +198,7 @@ private:
     UserStore m_store;
     bool m_unwritten = false;                   // what leaves the lists of users with its camera
     std::map<std::string, Verified> m_verified; // by login: never more than there are users and cameras
+    Clock::time_point m_sweep;                  // when those of them that are over go next
     std::map<std::pair<std::string, bool>, std::string> m_tokens; // by login, and whether it is a camera's
     std::map<FlightKey, std::shared_ptr<Flight>> m_flights;
     std::condition_variable m_landed; // a flight has

@@ -1,8 +1,9 @@
 #include "host/users/sign_in_places.h"
 
-#include <algorithm>
+#include <functional>
 
 #include "host/base/text_table.h"
+#include "host/users/make_room.h"
 #include "platform/files.h"
 
 namespace host {
@@ -27,12 +28,10 @@ void SignInPlaces::Note(std::string_view login, std::string_view address, Time n
     const auto found = m_places.find(key);
     if (found != m_places.end() && now - found->second < kExactness)
         return;
-    if (found == m_places.end() && m_places.size() >= kMostPlaces) {
-        std::erase_if(m_places, [now](const auto& item) { return now - item.second >= kKnownFor; });
-        if (m_places.size() >= kMostPlaces)
-            m_places.erase(
-                std::ranges::min_element(m_places, {}, [](const auto& item) { return item.second; }));
-    }
+    if (found == m_places.end())
+        MakeRoom(
+            m_places, kMostPlaces, [now](const Time& when) { return now - when >= kKnownFor; },
+            std::identity{});
     m_places.insert_or_assign(key, now);
     m_changed = true;
 }

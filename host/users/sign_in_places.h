@@ -29,8 +29,8 @@ public:
     bool Save();
 
 private:
-    // More places than that, and the oldest ones go.
-    static constexpr std::size_t kMostPlaces = 8192;
+    // More places than that, and the oldest ones go. A host's phones have one each.
+    static constexpr std::size_t kMostPlaces = 32768;
     // As exact as the file is: a place that is in daily use is written once a day.
     static constexpr std::chrono::days kExactness{1};
 

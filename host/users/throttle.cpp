@@ -1,9 +1,10 @@
 #include "host/users/throttle.h"
 
 #include <algorithm>
-#include <functional>
 #include <tuple>
 #include <utility>
+
+#include "host/users/make_room.h"
 
 namespace host {
 namespace {
@@ -21,23 +22,13 @@ constexpr Clock::duration kLoginSpan = 1h;
 // Of each kind of record.
 constexpr std::size_t kMostRecords = 4096;
 
-// Room for one more: what is over goes, and if nothing is, what was silent longest.
-template <class Map, class IsOver, class Newest>
-void MakeRoom(Map& map, IsOver isOver, Newest newest) {
-    if (map.size() < kMostRecords)
-        return;
-    std::erase_if(map, [&](const auto& item) { return isOver(item.second); });
-    if (map.size() >= kMostRecords)
-        map.erase(std::ranges::min_element(
-            map, {}, [&](const auto& item) { return std::invoke(newest, item.second); }));
-}
-
 void Count(std::map<std::string, RecentCount, std::less<>>& counts, const std::string& key, std::size_t limit,
            Clock::duration span, Clock::time_point now) {
     auto found = counts.find(key);
     if (found == counts.end()) {
         MakeRoom(
-            counts, [now](const RecentCount& count) { return count.IsOver(now); }, &RecentCount::Newest);
+            counts, kMostRecords, [now](const RecentCount& count) { return count.IsOver(now); },
+            &RecentCount::Newest);
         found = counts.emplace(key, RecentCount(limit, span)).first;
     }
     found->second.Add(now);
@@ -94,7 +85,8 @@ Throttle::Pair& Throttle::PairOf(const PairKey& key, Clock::time_point now) {
     auto found = m_pairs.find(key);
     if (found == m_pairs.end()) {
         MakeRoom(
-            m_pairs, [now](const Pair& pair) { return now - pair.last > kForgetAfter; }, &Pair::last);
+            m_pairs, kMostRecords, [now](const Pair& pair) { return now - pair.last > kForgetAfter; },
+            &Pair::last);
         found = m_pairs.emplace(key, Pair{}).first;
     } else if (now - found->second.last > kForgetAfter) {
         found->second = {};
@@ -137,6 +129,11 @@ void Throttle::Finish(const Attempt& attempt, Outcome outcome) {
     --pair.tries;
     if (outcome == Outcome::Withdrawn)
         return;
+    // A record that says nothing takes no place: thousands of phones would push those of guessers out.
+    if (pair.tries == 0) {
+        m_pairs.erase(found);
+        return;
+    }
     // Who mistyped before waits no longer. One try is left free and not five: somebody else may guess at this
     // login from the same address meanwhile.
     pair.tries = std::min(pair.tries, kFree - 1);

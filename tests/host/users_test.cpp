@@ -196,6 +196,10 @@ TEST(Throttle, RemembersTheWorstSendersHoweverManyAddressesThereAre) {
     for (int i = 0; i < 300; ++i)
         (void)guessed.Try("ann", "more" + std::to_string(i), t + 6s);
     EXPECT_EQ(guessed.Try("ann", "a", t + 6s), 750ms);
+    // Nor do phones that sign in push it out.
+    for (int phone = 0; phone < 9000; ++phone)
+        (void)guessed.Try("cam" + std::to_string(phone), "other", t + 7s, true);
+    EXPECT_EQ(guessed.Try("ann", "a", t + 7s), 750ms);
 }
 
 TEST(SignInPlaces, OutliveAStartForThirtyDays) {
@@ -361,6 +365,8 @@ TEST(Authenticator, LetsCamerasOfTheSettingsInAsPhones) {
     authenticator.SetCameras({});
     EXPECT_EQ(kind("Двор №1:z"), std::nullopt);
     EXPECT_FALSE(authenticator.OwnerOf(token));
+    authenticator.SetCameras({{"Двор №1", "", "z"}});
+    EXPECT_FALSE(authenticator.OwnerOf(token)) << "one that comes back under its name is another one";
 }
 
 TEST(Authenticator, ChecksFewOfManyGuessesAndOneOfManyThatAreTheSame) {
@@ -472,6 +478,10 @@ TEST(SharedTables, OfUsersTakeOneOfTwoChangesOfOneUser) {
     EXPECT_EQ(second.PutUser("bob", list("tor")), Change::Outdated);
     EXPECT_EQ(second.Find("bob")->cameras, CameraNames{"gate"}) << "the one that came first holds";
     EXPECT_EQ(second.RemoveUser("ann"), Change::LastAdmin);
+    const std::string token = second.TokenOf({"bob", false});
+    EXPECT_EQ(second.RemoveUser("bob"), Change::Changed);
+    EXPECT_EQ(second.PutUser("bob", {.kind = UserKind::Viewer, .password = "long enough"}), Change::Made);
+    EXPECT_FALSE(second.OwnerOf(token)) << "another bob";
     EXPECT_EQ(second.RemoveUser("bob"), Change::Changed);
     EXPECT_TRUE(first.Find("bob"));
     store->SetLate(false);
