@@ -3,6 +3,12 @@
 #include <algorithm>
 
 namespace host {
+namespace {
+
+// A change takes Store::kLongestWait at most, and some time until it is settled.
+constexpr auto kGoneFor = 4 * Store::kLongestWait;
+
+} // namespace
 
 StoreMirror::StoreMirror(std::shared_ptr<Store> store) : m_store(std::move(store)) {
     m_watching = m_store->Watch([inbox = m_inbox](std::span<const Store::Update> updates) {
@@ -24,10 +30,13 @@ std::vector<Store::Update> StoreMirror::Refresh() {
         const std::lock_guard guard(m_inbox->mutex);
         updates.swap(m_inbox->updates);
     }
+    if (!m_gone.empty())
+        std::erase_if(m_gone, [now = std::chrono::steady_clock::now()](const auto& gone) {
+            return gone.second.until < now;
+        });
     // Changes of one's own come back.
     std::erase_if(updates, [this](const Store::Update& update) {
-        const auto found = m_entries.find(update.key);
-        const bool old = update.revision <= (found != m_entries.end() ? found->second.revision : 0);
+        const bool old = IsOld(update);
         if (!old)
             Take(update);
         return old;
@@ -35,11 +44,22 @@ std::vector<Store::Update> StoreMirror::Refresh() {
     return updates;
 }
 
+bool StoreMirror::IsOld(const Store::Update& update) const {
+    if (const auto found = m_entries.find(update.key); found != m_entries.end())
+        return update.revision <= found->second.revision;
+    const auto gone = m_gone.find(update.key);
+    return update.revision == 0 || (gone != m_gone.end() && update.revision < gone->second.revision);
+}
+
 void StoreMirror::Take(const Store::Update& update) {
-    if (update.value)
+    if (update.value) {
         m_entries.insert_or_assign(update.key, Store::Entry{*update.value, update.revision});
-    else if (const auto found = m_entries.find(update.key); found != m_entries.end())
-        m_entries.erase(found);
+        return;
+    }
+    m_entries.erase(update.key);
+    if (update.revision > 0)
+        m_gone.insert_or_assign(update.key,
+                                Gone{update.revision, std::chrono::steady_clock::now() + kGoneFor});
 }
 
 StoreMirror::Values StoreMirror::ValuesNow() const {
@@ -84,11 +104,12 @@ std::vector<Store::Update> StoreMirror::Settle(std::span<const Store::Change> ch
         const auto found = m_entries.find(key);
         const Store::Revision known = found != m_entries.end() ? found->second.revision : 0;
         const Store::Outcome& outcome = outcomes[i];
-        // What came by the watch since is newer.
-        if (outcome.result == Store::Result::Done && (value ? outcome.revision > known : known == follows))
+        // What came by the watch since is newer, also that it is gone.
+        if (outcome.result == Store::Result::Done &&
+            (value ? !IsOld({key, {}, outcome.revision}) : known == follows))
             take(key, value, outcome.revision);
         else if (outcome.result == Store::Result::Conflict && outcome.present &&
-                 outcome.present->revision > known)
+                 !IsOld({key, {}, outcome.present->revision}))
             take(key, outcome.present->value, outcome.present->revision);
         else if (outcome.result == Store::Result::Conflict && !outcome.present && known == follows)
             take(key, std::nullopt, 0);

@@ -1,6 +1,7 @@
 // What a table knows of its store: the entries as they were when it last looked.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <mutex>
 
@@ -47,15 +48,22 @@ public:
     [[nodiscard]] bool Add(std::unique_lock<std::mutex>& lock, const Values& values, std::string* why);
 
 private:
+    // What was heard to be gone, for as long as a change may be on its way that was made before.
+    struct Gone {
+        Store::Revision revision = 0;
+        std::chrono::steady_clock::time_point until;
+    };
     struct Inbox {
         std::mutex mutex;
         std::vector<Store::Update> updates; // that came since the last look
         bool read = false;
     };
     void Take(const Store::Update& update);
+    [[nodiscard]] bool IsOld(const Store::Update& update) const;
 
     std::shared_ptr<Store> m_store;
     Entries m_entries;
+    std::map<std::string, Gone, std::less<>> m_gone;
     std::shared_ptr<Inbox> m_inbox = std::make_shared<Inbox>();
     Store::Watching m_watching;
 };

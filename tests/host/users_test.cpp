@@ -505,6 +505,24 @@ TEST(SharedTables, OfUsersTakeOneOfTwoChangesOfOneUser) {
     EXPECT_FALSE(second.Find("eve")->cameras) << "what is not written is not in force";
 }
 
+// Somebody removes what was put a moment ago, and that is heard of before the change is settled.
+TEST(SharedTables, DoNotBringBackWhatIsGone) {
+    for (const bool looks : {true, false}) {
+        const auto store = std::make_shared<support::SharedStore>();
+        StoreMirror mirror(store);
+        const auto changes = mirror.ChangesTo({{"yard", "one"}});
+        const auto outcomes = store->Write(changes);
+        EXPECT_EQ(store->Remove("yard", outcomes.front().revision).result, Store::Result::Done);
+        if (looks)
+            (void)mirror.Refresh();
+        (void)mirror.Settle(changes, outcomes);
+        EXPECT_TRUE(mirror.Now().empty()) << looks;
+        EXPECT_EQ(store->Put("yard", "two", 0).result, Store::Result::Done);
+        EXPECT_EQ(mirror.Refresh().size(), 1U);
+        EXPECT_EQ(mirror.ValuesNow(), (StoreMirror::Values{{"yard", "two"}})) << looks;
+    }
+}
+
 TEST(SharedTables, StartWithWhatWasKnownLast) {
     const TempFolder folder;
     const std::string path = folder.File("users");
