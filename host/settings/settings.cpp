@@ -324,8 +324,10 @@ SettingsChange Settings::Put(std::unique_lock<std::mutex>& lock, const std::vect
     // Also where nothing of it stands: others have changed something.
     const bool some = conflicts.size() < changes.size();
     SettingsChange change = TakeShared(some ? wanted : nullptr);
-    if (change.result != Done && change.result != NotWritten)
+    if (change.result != Done && change.result != NotWritten) {
+        m_owed = true;
         return change;
+    }
     if (!changes.empty() && !some)
         change.result = reached ? Outdated : Unshared;
     change.conflicts = std::move(conflicts);

@@ -323,6 +323,17 @@ TEST_F(SettingsTest, OfTwoHostsAreOneAndConflictsComeBack) {
     store->SetAway(false);
     other.settings.Follow();
     EXPECT_EQ(names(other), "gate:geheim yard:neu tor:t door: shut:");
+
+    // A save that the component does not take has heard of the others all the same.
+    const std::vector<CameraChange> lamp{{.name = "lamp", .password = "l"}};
+    EXPECT_EQ(other.settings.ChangeCameras(lamp, all).result, Done);
+    rig.configuration->m_result = E_UNEXPECTED;
+    EXPECT_EQ(
+        rig.settings.ChangeCameras(std::vector<CameraChange>{{.name = "tor", .remove = true}}, all).result,
+        Refused);
+    rig.configuration->m_result = S_OK;
+    rig.settings.Follow();
+    EXPECT_EQ(names(rig), "gate:geheim shut: yard:neu door: lamp:l");
 }
 
 TEST(SettingsFile, IsKeptAsideWhenItIsNotServedWhole) {
