@@ -55,7 +55,7 @@ public:
 
     std::shared_ptr<Store> Bucket(const std::string& name) override {
         auto bucket = std::make_shared<cluster::Bucket>(
-            m_link, BucketOptions{"morrowstream-" + name, m_replicas, m_folder + "/seen-" + name},
+            m_link, BucketOptions{"morrowstream-" + name, m_replicas, m_folder + "/revisions-" + name},
             Secret(m_nameKey));
         m_buckets.push_back(bucket);
         return bucket;
@@ -100,13 +100,7 @@ public:
     }
 
     [[nodiscard]] std::string Trouble() const override {
-        if (!m_link.IsConnected())
-            return "no server of the cluster's engine can be reached";
-        for (const auto& bucket : m_buckets) {
-            if (std::string trouble = bucket->Trouble(); !trouble.empty())
-                return trouble;
-        }
-        return {};
+        return m_link.IsConnected() ? "" : "no server of the cluster's engine can be reached";
     }
 
     [[nodiscard]] ClusterFigures Figures() const override {
@@ -130,7 +124,7 @@ private:
 
     // Made by who comes first, and the same for good: what hides the names of entries from the engine.
     std::string AgreedNameKey() {
-        cluster::Bucket bucket(m_link, {"morrowstream-cluster", m_replicas, m_folder + "/seen-cluster"});
+        cluster::Bucket bucket(m_link, {"morrowstream-cluster", m_replicas, m_folder + "/revisions-cluster"});
         if (!bucket.AwaitRead(kFirstWait))
             throw LinkError("no server of the cluster's engine can be reached, and a host's first start in a "
                             "cluster needs one");

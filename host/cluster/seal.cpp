@@ -122,7 +122,7 @@ std::optional<BucketValue> ReadBucketValue(std::string_view text) {
     BucketValue value;
     std::uint8_t kind = 0;
     std::uint16_t length = 0;
-    if (!TakeNumber(text, value.follows) || !TakeNumber(text, kind) || !TakeNumber(text, length) ||
+    if (!TakeNumber(text, value.revision) || !TakeNumber(text, kind) || !TakeNumber(text, length) ||
         kind > 1 || length > text.size())
         return std::nullopt;
     value.removed = kind == 0;
@@ -324,7 +324,7 @@ std::string BucketSeal::Seal(const BucketValue& value) const {
     const std::string key = KeyOf(value.name);
     std::string text;
     text.reserve(11 + value.name.size() + value.text.size());
-    AppendNumber(text, value.follows);
+    AppendNumber(text, value.revision);
     text += value.removed ? '\0' : '\1';
     AppendNumber(text, static_cast<std::uint16_t>(value.name.size()));
     text += value.name;

@@ -176,11 +176,11 @@ private:
     std::map<std::string, Seen, std::less<>> m_nodes;
 };
 
-// A value of a bucket as it is sealed: its name, since its key is the name's HMAC, and the revision that it
-// follows, by which one that was there before cannot be put again.
+// A value of a bucket as it is sealed: its name, since its key is the name's HMAC, and its revision, by which
+// one that was there before cannot be put again.
 struct BucketValue {
-    std::uint64_t follows = 0;
-    bool removed = false; // in place of an entry that was taken away
+    std::uint64_t revision = 0; // above all that its host had seen in the bucket
+    bool removed = false;       // in place of an entry that was taken away
     std::string name;
     std::string text;
 };
@@ -205,27 +205,5 @@ private:
     const std::string m_bucket;
     const Secret m_nameKey;
 };
-
-// The last revision of a key that was seen, and what its value said that it follows.
-struct SeenRevision {
-    std::uint64_t revision = 0; // 0: none was seen
-    std::uint64_t follows = 0;
-    friend bool operator==(const SeenRevision&, const SeenRevision&) = default;
-};
-// What is to be thought of a key's value. A bucket keeps the newest value of a key alone, so some in between
-// may not have been seen.
-enum class Standing {
-    Next,   // it follows what is known
-    Known,  // it is what is known
-    Old,    // it was made before what is known, and somebody has put it again
-    Undone, // the bucket went back behind what is known: somebody has made it anew
-};
-[[nodiscard]] constexpr Standing StandingOf(const SeenRevision& known, const SeenRevision& value) noexcept {
-    if (value.revision < known.revision)
-        return Standing::Undone;
-    if (value.revision == known.revision)
-        return value.follows == known.follows ? Standing::Known : Standing::Old;
-    return value.follows >= known.revision && value.follows < value.revision ? Standing::Next : Standing::Old;
-}
 
 } // namespace host::cluster

@@ -1,8 +1,10 @@
 // Hosts over a real server of the message engine, and somebody else who uses it as well.
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 
 #include <arpa/inet.h>
@@ -93,9 +95,10 @@ protected:
 
     natsConnection* Rogue() {
         natsConnection* made = nullptr;
-        if (!m_rogue)
+        if (!m_rogue) {
             EXPECT_TRUE(
                 Eventually([&] { return natsConnection_ConnectTo(&made, m_url.c_str()) == NATS_OK; }));
+        }
         if (made != nullptr)
             m_rogue.reset(made);
         return m_rogue.get();
@@ -357,8 +360,9 @@ TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
     for (const auto& [what, deed] : deeds) {
         const std::uint64_t before = linkB->Now().refused;
         deed();
-        if (std::string_view(what).find("leaves nothing") == std::string_view::npos)
+        if (std::string_view(what).find("leaves nothing") == std::string_view::npos) {
             EXPECT_TRUE(Eventually([&] { return linkB->Now().refused > before; })) << what;
+        }
         EXPECT_EQ(a->Get("admin").entry.value_or(Store::Entry{}).value, "the password") << what;
         EXPECT_FALSE(a->Get("guard").entry) << what;
     }
@@ -387,11 +391,87 @@ TEST_F(ClusterLink, WhoHasNotTheSecretReadsNothingAndBringsNothingBack) {
     EXPECT_FALSE(a->Get("admin").entry);
     EXPECT_EQ(a->Put("admin", "a new password", 0).result, Store::Result::Done);
     EXPECT_EQ(BucketOf(*linkB)->Get("admin").entry.value_or(Store::Entry{}).value, "a new password");
-    // A bucket that is made anew, with all that it had: nobody writes to it as if nothing had happened.
-    const auto everything = Stored();
+    // A bucket that is taken away as a whole, and made anew with a former value: hosts that know more put
+    // that there, also what has been put since, and whoever comes only now is told so.
     ASSERT_EQ(js_DeleteStream(stream.get(), "KV_users", nullptr, nullptr), NATS_OK);
-    EXPECT_TRUE(Eventually(
-        [&] { return !a->Trouble().empty() || a->Get("guard").result == Store::Result::Unreachable; }));
+    EXPECT_TRUE(Eventually([&] {
+        return js_Publish(nullptr, stream.get(), admin.c_str(), former.data(),
+                          static_cast<int>(former.size()), nullptr, nullptr) == NATS_OK;
+    }));
+    EXPECT_TRUE(Eventually([&] {
+        return BucketOf(*linkB)->Get("admin").entry.value_or(Store::Entry{}).value == "a new password";
+    }));
+    EXPECT_EQ(a->Get("admin").entry.value_or(Store::Entry{}).value, "a new password");
+}
+
+// As servers of the engine do that die or stand still: what was confirmed is not there any more, or stands
+// under other numbers, and what comes next has numbers that were there before.
+TEST_F(ClusterLink, WhatTheEngineLosesIsPutBack) {
+    namespace fs = std::filesystem;
+    const std::string seen = m_folder.File("seen");
+    const fs::path disk = m_folder.File("jetstream");
+    const fs::path former = m_folder.File("former");
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    auto a = BucketOf(*linkA, seen);
+    const auto puts = [](Bucket& bucket, const char* key, const char* value, Store::Revision follows) {
+        Store::Outcome outcome;
+        EXPECT_TRUE(Eventually([&] {
+            outcome = bucket.Put(key, value, follows);
+            return outcome.result == Store::Result::Done;
+        })) << key;
+        return outcome.revision;
+    };
+    const auto reads = [](Bucket& bucket, const std::string& key) {
+        return bucket.Get(key).entry.value_or(Store::Entry{}).value;
+    };
+    const auto one = puts(*a, "yard", "one", 0);
+    (void)puts(*a, "gate", "here", 0);
+    Kill();
+    fs::copy(disk, former, fs::copy_options::recursive);
+    Start();
+    const auto two = puts(*a, "yard", "two", one);
+    for (const char* const key : {"tor", "door", "porch"})
+        (void)puts(*a, key, "new", 0);
+    Kill();
+    fs::remove_all(disk);
+    fs::rename(former, disk);
+    Start();
+    // Somebody who has heard of nothing of that has the numbers again, and is believed.
+    {
+        const auto b = BucketOf(*linkB);
+        (void)puts(*b, "lamp", "b's", 0);
+        Told told;
+        const auto watch = a->Watch(told.Listener());
+        for (const std::string entry : {"yard=two ", "gate=here ", "tor=new ", "porch=new ", "lamp=b's "}) {
+            const std::string key = entry.substr(0, entry.find('='));
+            for (Bucket* const host : {a.get(), b.get()})
+                EXPECT_TRUE(Eventually([&] { return key + "=" + reads(*host, key) + " " == entry; })) << key;
+            EXPECT_TRUE(Eventually([&] {
+                const std::lock_guard guard(told.mutex);
+                return told.text.find(entry) != std::string::npos;
+            })) << key;
+        }
+    }
+    const auto entry = a->Get("yard").entry;
+    ASSERT_TRUE(entry);
+    EXPECT_GT(entry->revision, two);
+
+    // Other numbers, and the same values: nothing is wrong with them, and each has its revision.
+    a.reset();
+    const JetStreamPtr stream = RogueStream();
+    const auto stored = Stored();
+    ASSERT_TRUE(
+        Eventually([&] { return js_PurgeStream(stream.get(), "KV_users", nullptr, nullptr) == NATS_OK; }));
+    for (const auto& [subject, bytes] : stored)
+        ASSERT_EQ(js_Publish(nullptr, stream.get(), subject.c_str(), bytes.data(),
+                             static_cast<int>(bytes.size()), nullptr, nullptr),
+                  NATS_OK);
+    const std::uint64_t refused = linkA->Now().refused;
+    a = BucketOf(*linkA, seen);
+    EXPECT_EQ(a->Get("yard").entry, entry);
+    EXPECT_EQ(linkA->Now().refused, refused);
+    EXPECT_GT(puts(*a, "yard", "three", entry->revision), entry->revision);
 }
 
 TEST_F(ClusterLink, ARemovalIsForgottenAndNotWhatItRemoved) {
@@ -408,7 +488,8 @@ TEST_F(ClusterLink, ARemovalIsForgottenAndNotWhatItRemoved) {
     const auto& [subject, bytes] = recorded[1];
     ASSERT_EQ(a.Remove("guard", gone.revision).result, Store::Result::Done);
     const auto holds = [&, &subject = subject] {
-        return std::ranges::count(Stored(), subject, [](const auto& one) { return one.first; });
+        const auto stored = Stored();
+        return std::ranges::count(stored, subject, [](const auto& one) { return one.first; });
     };
     EXPECT_TRUE(Eventually([&] { return holds() == 0; }));
     // Somebody has kept the value, and a host comes that has never heard of it; the others know as well.
