@@ -169,6 +169,7 @@ void Peers::PullSome(Clock::time_point now) {
         if (!feed || !feed->IsLookedAt(now))
             continue;
         pull.inFlight = true;
+        pull.asked = now;
         m_cameras->Pull(
             camera, pull.place, pull.shown,
             [inbox = m_inbox, name = camera, epoch = pull.place.epoch](std::optional<CameraPicture> picture) {
@@ -196,13 +197,17 @@ void Peers::Show(const Arrived& arrived) {
         return;
     Pull& pull = found->second;
     pull.inFlight = false;
-    if (!arrived.picture) {
-        pull.next = Clock::now() + kAgainAfter;
+    const auto now = Clock::now();
+    const bool something =
+        arrived.picture && !arrived.picture->jpeg.empty() && arrived.picture->number > pull.shown;
+    if (!something) {
+        // An owner waits for its next picture before it says that there is none; one that says so at once has
+        // the camera no more, and would say it a thousand times a second until the new one is heard of.
+        if (!arrived.picture || now - pull.asked < ClusterCameras::kPictureWithin / 2)
+            pull.next = now + kAgainAfter;
         return;
     }
     const CameraPicture& picture = *arrived.picture;
-    if (picture.jpeg.empty() || picture.number <= pull.shown)
-        return;
     const bool first = std::exchange(pull.shown, picture.number) == 0;
     const FeedPtr feed = m_feeds.Find(arrived.camera);
     auto held = HeldOf(picture);

@@ -37,6 +37,7 @@ private:
         ClusterCameras::Place place;
         std::uint64_t shown = 0; // number of the last picture, in the place's epoch
         bool inFlight = false;
+        Clock::time_point asked{};
         Clock::time_point next{}; // not before, after one that failed
     };
     struct Arrived {

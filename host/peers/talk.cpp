@@ -10,6 +10,8 @@ namespace {
 // A disk that is busy may take that long.
 constexpr std::chrono::milliseconds kPartWithin{3000};
 constexpr std::size_t kMostAnswer = std::size_t{64} << 20;
+// Of a host that answers, and never comes to an end.
+constexpr std::chrono::seconds kWholeWithin{30};
 constexpr std::size_t kThreads = 3; // they wait for disks
 constexpr std::size_t kMostQuestions = 256;
 // Answers that are pulled at a time; who is slower than that asks anew.
@@ -48,9 +50,10 @@ std::shared_ptr<PeerPart> SendPeer(Cluster& cluster, const std::string& node, co
     return part;
 }
 
-// The whole answer, of which the first part is on its way.
+// The whole answer, of which the first part is on its way. `mayHold`: that one may be without any of it,
+// since an order is carried out with the next message; every part but the last is a full one.
 std::optional<PeerDocument> PullPeer(Cluster& cluster, const std::string& node, const std::string& topic,
-                                     std::shared_ptr<PeerPart> part) {
+                                     std::shared_ptr<PeerPart> part, bool mayHold, Clock::time_point until) {
     std::string answer;
     for (;;) {
         const auto text = part->Await();
@@ -64,7 +67,8 @@ std::optional<PeerDocument> PullPeer(Cluster& cluster, const std::string& node, 
         answer.append(bytes.begin(), bytes.end());
         if (!held && answer.size() >= size)
             return PeerDocument::from_cbor(answer);
-        if (size > kMostAnswer || (!held && bytes.empty()))
+        if (size > kMostAnswer || Clock::now() >= until ||
+            (held ? !std::exchange(mayHold, false) || !bytes.empty() : bytes.size() != kPeerPart))
             return std::nullopt;
         part = SendPeer(cluster, node, topic, {{"session", session}, {"at", answer.size()}});
     }
@@ -84,10 +88,11 @@ std::map<std::string, PeerDocument> PeerAsker::AskAll(const std::map<std::string
     for (const auto& [node, question] : questions)
         parts.emplace_back(node,
                            SendPeer(m_cluster, node, m_topic, {{"ask", question}, {"changes", changes}}));
+    const auto until = Clock::now() + kWholeWithin;
     std::map<std::string, PeerDocument> answers;
     for (auto& [node, part] : parts) {
         try {
-            if (auto answer = PullPeer(m_cluster, node, m_topic, std::move(part)))
+            if (auto answer = PullPeer(m_cluster, node, m_topic, std::move(part), changes, until))
                 answers.emplace(node, std::move(*answer));
         } catch (const PeerDocument::exception&) {
             // Of a host with another version.

@@ -139,8 +139,10 @@ struct Joined {
         }
         void Pull(const std::string& camera, const Place& place, std::uint64_t after, Then then) override {
             ++pulls;
-            m_all.hosts.at(place.node)
-                ->m_respond(camera, after,
+            Host& owner = *m_all.hosts.at(place.node);
+            if (owner.denies)
+                return then(CameraPicture{});
+            owner.m_respond(camera, after,
                             [then = std::move(then)](const CameraPicture& picture) { then(picture); });
         }
         void Serve(Respond respond) override {
@@ -150,6 +152,7 @@ struct Joined {
         std::vector<std::string> Nodes() const override { return {}; }
         std::vector<std::string> Silent() const override { return {}; }
         std::atomic<int> pulls{0};
+        std::atomic<bool> denies{false}; // says at once that the camera is not its own
 
     private:
         Joined& m_all;
@@ -247,6 +250,13 @@ TEST(Peers, ACameraOfAnotherHostIsSeenWhileSomebodyLooks) {
     EXPECT_TRUE(a.Shows(2000));
     EXPECT_GT(b.feed->Newest()->Sequence(), 2U);
     EXPECT_EQ(a.feed->Figures().host, "b");
+    // One that has lost the camera, before the others hear of it, is asked some times a second.
+    b.cameras->denies = true;
+    const int before = a.cameras->pulls;
+    const auto since = Clock::now();
+    while (a.cameras->pulls < before + 4)
+        EXPECT_TRUE(a.Shows(2000));
+    EXPECT_GT(Clock::now() - since, 800ms);
     // A host that slept takes no picture before it has looked whose the camera is.
     struct Asleep : CameraOwners {
         Asleep() { SetAwake(Clock::now() - 3s); }

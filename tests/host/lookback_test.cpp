@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "host/peers/talk.h"
 #include "host/recordings/matroska_writer.h"
 #include "host/recordings/recordings.h"
 #include "host/rig.h"
@@ -368,6 +369,73 @@ TEST(LookBack, WhatIsSavedCanBeStoppedAndIsNoWholeFileThen) {
         EXPECT_TRUE(support::Eventually([&] { return state()["ended"] == "failed"; }));
     }
     EXPECT_EQ(back.Get("/recordings/yard/export/state" + id).status, 404U);
+}
+
+// A host whose questions somebody else answers, each time with what `answer` gives for it; with nothing, the
+// time is over.
+struct AnsweredCluster final : Cluster {
+    std::function<std::string(const PeerDocument& question)> answer;
+    int asked = 0;
+
+    void Ask(const std::string&, const std::string&, std::string_view text, std::chrono::milliseconds,
+             Then then) override {
+        ++asked;
+        const std::string said = asked < 1000 ? answer(PeerDocument::from_cbor(text)) : "";
+        then(said.empty() ? std::nullopt : std::optional(said));
+    }
+    std::shared_ptr<Store> Bucket(const std::string&) override { return nullptr; }
+    std::unique_ptr<ClusterCameras> Cameras(std::string&) override { return nullptr; }
+    std::shared_ptr<const void> Serve(const std::string&, Respond) override { return nullptr; }
+    bool AwaitRead(std::chrono::milliseconds) override { return true; }
+    std::string Trouble() const override { return {}; }
+    ClusterFigures Figures() const override { return {}; }
+};
+
+TEST(PeerTalk, EndsWhateverIsAnswered) {
+    const auto pack = [](std::size_t size, const std::string& part, bool held = false) {
+        std::string text;
+        PeerDocument::to_cbor({{"session", 7},
+                               {"size", size},
+                               {"part", PeerDocument::binary({part.begin(), part.end()})},
+                               {"held", held}},
+                              text);
+        return text;
+    };
+    std::string whole;
+    PeerDocument::to_cbor(std::string(kPeerPart, 'x'), whole);
+    const auto from = [&](const PeerDocument& question) {
+        return pack(whole.size(), whole.substr(question.value("at", std::size_t{0}), kPeerPart));
+    };
+    const struct {
+        const char* what;
+        std::function<std::string(const PeerDocument& question)> answer;
+        bool changes, answers;
+        int most; // questions
+    } hosts[] = {
+        {"two parts", from, false, true, 2},
+        {"an order",
+         [&](const auto& question) { return question.contains("ask") ? pack(0, "", true) : from(question); },
+         true, true, 3},
+        {"always held", [&](const auto&) { return pack(0, "", true); }, true, false, 2},
+        {"held, where nothing is ordered", [&](const auto&) { return pack(0, "", true); }, false, false, 1},
+        {"held, and more of it", [&](const auto&) { return pack(9, "x", true); }, true, false, 1},
+        {"a byte at a time", [&](const auto&) { return pack(1 << 20, "x"); }, false, false, 1},
+        {"more than is taken", [&](const auto&) { return pack(std::size_t{1} << 40, whole); }, false, false,
+         1},
+        {"never the last part",
+         [&](const auto&) { return pack(std::size_t{64} << 20, std::string(kPeerPart - 1, 'x')); }, false,
+         false, 1},
+        {"no answer", [](const auto&) { return std::string("\x60"); }, false, false, 1},
+        {"silence", [](const auto&) { return std::string(); }, true, false, 1},
+    };
+    for (const auto& host : hosts) {
+        AnsweredCluster cluster;
+        cluster.answer = host.answer;
+        const auto answer = PeerAsker(cluster, "topic").Ask("b", {{"op", "list"}}, host.changes);
+        EXPECT_EQ(answer.has_value(), host.answers) << host.what;
+        EXPECT_TRUE(!answer || answer->get<std::string>().size() == kPeerPart) << host.what;
+        EXPECT_LE(cluster.asked, host.most) << host.what;
+    }
 }
 
 } // namespace
