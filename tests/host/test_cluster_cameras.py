@@ -14,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 import unittest
 import urllib.error
 import urllib.request
@@ -162,6 +163,11 @@ class Cluster(unittest.TestCase):
             films = [host.fetch(f"/recordings/yard/export?form={form}&from={begin}&to={end}") for host in self.hosts]
             self.assertLess(abs(len(films[0]) - len(films[1])), 100, form)
             self.assertEqual(films[0][-1000:], films[1][-1000:], form)
+        for method, kept in (("PUT", 1), ("DELETE", 0)):  # each of them asks the other for its files
+            host = self.hosts[kept]
+            host.fetch(f"/api/v1/recordings/yard/kept?from={begin}&to={end}", method)
+            files = wait("what is kept", lambda: self.files_alike(least))["files"]
+            self.assertEqual([bool(file["kept"]) for file in files], [bool(kept)] * len(files), method)
         with zipfile.ZipFile(io.BytesIO(two.fetch(f"/recordings/yard/export?form=zip&from={begin}&to={end}"))) as pictures:
             self.assertEqual(pictures.namelist(), sorted(pictures.namelist()))
             return {name.split("_")[-1] for name in pictures.namelist()}
@@ -175,9 +181,13 @@ class Cluster(unittest.TestCase):
         return json.loads(host.fetch("/api/v1/events?limit=1000"))["events"]
 
     def files_alike(self, least):
-        """What both tell, once the files of hosts whose phone has gone are finished."""
+        """What both tell, once the files of hosts whose phone has gone are finished: for a second nothing is added."""
+        known = lambda told: [(file["number"], file["from"], file["bytes"]) for file in told.get("files", [])]  # noqa: E731
+        before = known(self.times(self.hosts[0]))
+        time.sleep(1)
         one, two = (self.times(host) for host in self.hosts)
-        known = lambda told: [(file["number"], file["from"]) for file in told.get("files", [])]  # noqa: E731
+        if known(one) != before:
+            return None
         return one if len(known(one)) >= least and known(one) == known(two) and one["last"] == two["last"] else None
 
     def trusts_one_authority(self):
