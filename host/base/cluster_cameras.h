@@ -37,10 +37,12 @@ public:
     // the others cannot be reached, the phone is served all the same.
     virtual void Claim(const std::string& camera) = 0;
 
-    // Where a camera's phone is. Each change of the host has an epoch above the last one.
+    // Where a camera's phone is. Each change of the host has an epoch above the last one; 0: that host serves
+    // it while the engine takes no entries, and another one may as well.
     struct Place {
         std::string node;
         std::uint64_t epoch = 0;
+        friend bool operator==(const Place&, const Place&) = default;
     };
     struct Orders {
         std::vector<std::string> end;           // cameras whose uploads here end now

@@ -148,7 +148,29 @@ void Cameras::Claim(const std::string& camera) {
     if (restless)
         m_link.Say("the camera " + camera +
                    " has changed hosts too often within seconds, and was made to wait");
-    ClaimNow(camera);
+    bool puts = false;
+    {
+        const std::lock_guard guard(m_mutex);
+        puts = m_ownership.TakesEntries();
+        if (!puts) {
+            // The phone need not wait for what is not likely to come.
+            m_ownership.Claiming(camera, Clock::now());
+            m_ownership.ServesWithout(camera);
+            m_claims.push_back(camera);
+            m_wake.notify_all();
+        }
+    }
+    if (!puts)
+        return Announce({{camera, 0}});
+    const auto epoch = PutClaim(camera, true);
+    {
+        const std::lock_guard guard(m_mutex);
+        if (epoch)
+            m_ownership.Claimed(camera, *epoch, Clock::now());
+        else
+            m_ownership.ServesWithout(camera);
+    }
+    Announce({{camera, epoch.value_or(0)}});
 }
 
 ClusterCameras::Orders Cameras::Look(const std::set<std::string>& receiving) {
@@ -213,9 +235,15 @@ void Cameras::TakeName() {
 }
 
 void Cameras::Beat() {
-    do
+    do {
         m_link.Announce(kHearts, {});
-    while (Sleep(kBeatEvery));
+        std::map<std::string, std::uint64_t> without;
+        {
+            const std::lock_guard guard(m_mutex);
+            without = m_ownership.Without();
+        }
+        Announce(std::move(without));
+    } while (Sleep(kBeatEvery));
 }
 
 void Cameras::KeepEntry() {
@@ -271,16 +299,15 @@ void Cameras::TakeOwned(const Opened& announcement) {
     const std::lock_guard guard(m_mutex);
     if (!owned || !m_freshOwned.Take(announcement) || announcement.node == m_node)
         return;
-    for (const auto& [camera, epoch] : *owned)
-        m_ownership.Told(camera, {announcement.node, epoch}, Clock::now());
+    for (const auto& [camera, epoch] : *owned) {
+        if (epoch == 0)
+            m_ownership.ToldWithout(camera, announcement.node, Clock::now());
+        else
+            m_ownership.Told(camera, {announcement.node, epoch}, Clock::now());
+    }
 }
 
-void Cameras::AnnounceAll() {
-    std::map<std::string, std::uint64_t> owned;
-    {
-        const std::lock_guard guard(m_mutex);
-        owned = m_ownership.Owned();
-    }
+void Cameras::Announce(std::map<std::string, std::uint64_t> owned) {
     while (!owned.empty()) {
         std::map<std::string, std::uint64_t> some;
         while (!owned.empty() && some.size() < kMostOwnedAtOnce)
@@ -295,7 +322,8 @@ void Cameras::TakeOwners(std::span<const Store::Update> updates) {
         m_ownership.Told(update.key, {update.value.value_or(""), update.revision}, Clock::now());
 }
 
-void Cameras::ClaimNow(const std::string& camera) {
+// A phone that has just come `insists`: whoever else has claimed its camera meanwhile had it before.
+std::optional<std::uint64_t> Cameras::PutClaim(const std::string& camera, bool insists) {
     Owner owner;
     {
         const std::lock_guard guard(m_mutex);
@@ -306,19 +334,13 @@ void Cameras::ClaimNow(const std::string& camera) {
     const auto until = Clock::now() + kClaimWithin;
     while (Clock::now() < until) {
         const Store::Outcome put = m_owners->Put(camera, m_node, follows);
-        if (put.result == Store::Result::Done) {
-            {
-                const std::lock_guard guard(m_mutex);
-                m_ownership.Claimed(camera, put.revision, Clock::now());
-            }
-            return m_link.Announce(kOwned, WriteOwned({{camera, put.revision}}));
-        }
-        if (put.result != Store::Result::Conflict)
+        if (put.result == Store::Result::Done)
+            return put.revision;
+        if (put.result != Store::Result::Conflict || !insists)
             break;
         follows = put.present ? put.present->revision : 0;
     }
-    const std::lock_guard guard(m_mutex);
-    m_ownership.ServesWithout(camera);
+    return std::nullopt;
 }
 
 // Claims and releases that nobody waits for.
@@ -332,11 +354,21 @@ void Cameras::Work() {
         const auto claims = std::exchange(m_claims, {});
         const auto releases = std::exchange(m_releases, {});
         const bool returned = std::exchange(m_returned, false);
+        auto owned = returned ? m_ownership.Owned() : std::map<std::string, std::uint64_t>();
         guard.unlock();
-        if (returned)
-            AnnounceAll();
-        for (const std::string& camera : claims)
-            ClaimNow(camera);
+        Announce(std::move(owned));
+        bool takes = true;
+        for (auto camera = claims.begin(); camera != claims.end() && takes; ++camera) {
+            const auto epoch = PutClaim(*camera, false);
+            {
+                const std::lock_guard again(m_mutex);
+                if (epoch)
+                    m_ownership.Claimed(*camera, *epoch, Clock::now());
+                takes = epoch || m_ownership.TakesEntries(); // else they are ordered once more when it does
+            }
+            if (epoch)
+                Announce({{*camera, *epoch}});
+        }
         for (const auto& [camera, epoch] : releases)
             (void)m_owners->Remove(camera, epoch);
         guard.lock();
@@ -351,7 +383,8 @@ void Cameras::TakeQuestion(const Opened& opened, const Link::Service::Reply& rep
     bool mine = false;
     {
         const std::lock_guard guard(m_mutex);
-        mine = m_ownership.OwnEpoch(question->camera) == epoch;
+        mine = epoch == 0 ? m_ownership.IsWithout(question->camera)
+                          : m_ownership.OwnEpoch(question->camera) == epoch;
     }
     const auto answer = [reply, epoch](const CameraPicture& picture) { reply(WritePicture(picture), epoch); };
     const std::lock_guard guard(m_serving);

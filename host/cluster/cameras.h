@@ -27,7 +27,7 @@ struct PictureQuestion {
 };
 [[nodiscard]] std::string WriteQuestion(const PictureQuestion& question);
 [[nodiscard]] std::optional<PictureQuestion> ReadQuestion(std::string_view text);
-// What a host has, as it announces it: the epochs by camera.
+// What a host has, as it announces it: the epochs by camera; 0: it serves that one without an entry.
 [[nodiscard]] std::string WriteOwned(const std::map<std::string, std::uint64_t>& owned);
 [[nodiscard]] std::optional<std::map<std::string, std::uint64_t>> ReadOwned(std::string_view text);
 [[nodiscard]] std::string WritePicture(const CameraPicture& picture);
@@ -59,10 +59,10 @@ private:
     void TakeNodes(std::span<const Store::Update> updates);
     void TakeBeat(const Opened& beat);
     void TakeOwned(const Opened& announcement);
-    void AnnounceAll();
+    void Announce(std::map<std::string, std::uint64_t> owned);
     void TakeOwners(std::span<const Store::Update> updates);
     void TakeQuestion(const Opened& opened, const Link::Service::Reply& reply);
-    void ClaimNow(const std::string& camera);
+    [[nodiscard]] std::optional<std::uint64_t> PutClaim(const std::string& camera, bool insists);
 
     Link& m_link;
     const std::string m_node;

@@ -1,5 +1,6 @@
 #include "host/cluster/owners.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace host::cluster {
@@ -50,12 +51,19 @@ void Ownership::Claiming(const std::string& camera, Clock::time_point now) {
 void Ownership::Claimed(const std::string& camera, std::uint64_t epoch, Clock::time_point now) {
     Camera& known = m_cameras[camera];
     known.own = epoch;
+    known.without = false;
     known.claimed = now;
     Told(camera, {m_self, epoch}, now);
 }
 
 void Ownership::ServesWithout(const std::string& camera) {
-    m_cameras[camera].own = 0;
+    Camera& known = m_cameras[camera];
+    known.own = 0;
+    known.without = true;
+}
+
+void Ownership::ToldWithout(const std::string& camera, const std::string& node, Clock::time_point now) {
+    m_cameras[camera].others.insert_or_assign(node, now);
 }
 
 Ownership::Orders Ownership::Look(const std::set<std::string>& receiving, Clock::time_point now) {
@@ -66,6 +74,8 @@ Ownership::Orders Ownership::Look(const std::set<std::string>& receiving, Clock:
         (void)m_cameras[name];
     for (auto& [name, camera] : m_cameras) {
         const bool here = receiving.contains(name);
+        camera.here = here;
+        std::erase_if(camera.others, [&](const auto& other) { return now - other.second > kDeadAfter; });
         // Other hosts may have taken over what was here; phones come again, and are claimed then.
         if (slept && here)
             orders.end.push_back(name);
@@ -81,6 +91,7 @@ void Ownership::LookAt(const std::string& name, Camera& camera, bool receiving, 
         if (now - camera.claimed <= kBeginsWithin)
             return;
         camera.own = 0;
+        camera.without = false;
         // Of a phone that is gone, or of a former start of this host.
         if (camera.owner.node == m_self && now >= camera.nextClaim) {
             camera.nextClaim = now + kClaimsEvery;
@@ -121,6 +132,20 @@ std::uint64_t Ownership::OwnEpoch(const std::string& camera) const {
     return known != m_cameras.end() ? known->second.own : 0;
 }
 
+bool Ownership::IsWithout(const std::string& camera) const {
+    const auto known = m_cameras.find(camera);
+    return known != m_cameras.end() && known->second.own == 0 && known->second.without;
+}
+
+std::map<std::string, std::uint64_t> Ownership::Without() const {
+    std::map<std::string, std::uint64_t> without;
+    for (const auto& [name, camera] : m_cameras) {
+        if (camera.own == 0 && camera.without && camera.here)
+            without.emplace(name, 0);
+    }
+    return without;
+}
+
 std::map<std::string, std::uint64_t> Ownership::Owned() const {
     std::map<std::string, std::uint64_t> owned;
     for (const auto& [name, camera] : m_cameras) {
@@ -136,8 +161,17 @@ std::map<std::string, Owner> Ownership::Elsewhere(Clock::time_point now) const {
         return elsewhere;
     for (const auto& [name, camera] : m_cameras) {
         const Owner& owner = camera.owner;
-        if (!owner.node.empty() && owner.node != m_self && owner.epoch > camera.own && Lives(owner.node))
+        if (!owner.node.empty() && owner.node != m_self && owner.epoch > camera.own && Lives(owner.node)) {
             elsewhere.emplace(name, owner);
+            continue;
+        }
+        if (camera.own != 0 || camera.without)
+            continue;
+        const auto other = std::ranges::find_if(camera.others, [&](const auto& each) {
+            return now - each.second <= kDeadAfter && Lives(each.first);
+        });
+        if (other != camera.others.end())
+            elsewhere.emplace(name, Owner{other->first, 0});
     }
     return elsewhere;
 }

@@ -55,6 +55,8 @@ public:
     // in without one.
     void Claimed(const std::string& camera, std::uint64_t epoch, Clock::time_point now);
     void ServesWithout(const std::string& camera);
+    // Another host serves it without one, as it says with each beat of its heart.
+    void ToldWithout(const std::string& camera, const std::string& node, Clock::time_point now);
 
     struct Orders {
         std::vector<std::string> end;                               // uploads of this host
@@ -70,7 +72,14 @@ public:
     [[nodiscard]] std::uint64_t OwnEpoch(const std::string& camera) const;
     // The cameras that this host has, with their epochs.
     [[nodiscard]] std::map<std::string, std::uint64_t> Owned() const;
-    // The cameras that other hosts have, which live.
+    // Whether this host has let a phone in without an entry, and has none since.
+    [[nodiscard]] bool IsWithout(const std::string& camera) const;
+    // The cameras that are so, and whose phones are here.
+    [[nodiscard]] std::map<std::string, std::uint64_t> Without() const;
+    // Whether the engine takes entries, as far as is known.
+    [[nodiscard]] bool TakesEntries() const { return m_writes; }
+    // The cameras that other hosts have, which live; with epoch 0 those that nobody who lives has an entry
+    // for, and that a host serves without one. Of several it is the one that comes first by name, for all.
     [[nodiscard]] std::map<std::string, Owner> Elsewhere(Clock::time_point now) const;
     // Whether its owner has changed too often of late, so that the next claim is to wait.
     [[nodiscard]] bool IsRestless(const std::string& camera, Clock::time_point now) const;
@@ -81,7 +90,10 @@ public:
 private:
     struct Camera {
         Owner owner;
-        std::uint64_t own = 0; // epoch of this host's claim; 0: none
+        std::uint64_t own = 0;                           // epoch of this host's claim; 0: none
+        bool without = false;                            // a phone was let in here without a claim
+        bool here = false;                               // its phone, at the last look
+        std::map<std::string, Clock::time_point> others; // that serve it without, and when they said so
         Clock::time_point claimed{};
         Clock::time_point nextClaim{};
         std::deque<Clock::time_point> changes;

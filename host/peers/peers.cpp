@@ -153,7 +153,7 @@ void Peers::LookAround(Clock::time_point now) {
             continue;
         }
         Pull& pull = m_pulls[feed->Name()];
-        const bool moved = pull.place.epoch != found->second.epoch;
+        const bool moved = pull.place != found->second;
         if (moved)
             pull = {.place = found->second};
         if (moved || !feed->IsElsewhere())
@@ -172,9 +172,9 @@ void Peers::PullSome(Clock::time_point now) {
         pull.asked = now;
         m_cameras->Pull(
             camera, pull.place, pull.shown,
-            [inbox = m_inbox, name = camera, epoch = pull.place.epoch](std::optional<CameraPicture> picture) {
+            [inbox = m_inbox, name = camera, place = pull.place](std::optional<CameraPicture> picture) {
                 const std::lock_guard guard(inbox->mutex);
-                inbox->arrived.push_back({name, epoch, std::move(picture)});
+                inbox->arrived.push_back({name, place, std::move(picture)});
                 inbox->wake.Signal();
             });
     }
@@ -193,7 +193,7 @@ void Peers::TakeArrived() {
 void Peers::Show(const Arrived& arrived) {
     const auto found = m_pulls.find(arrived.camera);
     // Of an owner that is none any more.
-    if (found == m_pulls.end() || found->second.place.epoch != arrived.epoch)
+    if (found == m_pulls.end() || found->second.place != arrived.place)
         return;
     Pull& pull = found->second;
     pull.inFlight = false;

@@ -42,7 +42,7 @@ private:
     };
     struct Arrived {
         std::string camera;
-        std::uint64_t epoch = 0;
+        ClusterCameras::Place place;
         std::optional<CameraPicture> picture;
     };
     // What another host waits for.

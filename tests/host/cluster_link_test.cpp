@@ -583,5 +583,50 @@ TEST_F(ClusterLink, ACameraIsAtOneHostAndSeenFromAll) {
     EXPECT_TRUE(Eventually([&] { return b->Nodes() == std::vector<std::string>{"b"}; }));
 }
 
+// Owners whose entries cannot be put, as while the engine's servers choose who leads.
+struct NoOwners final : Store {
+    Reading Get(std::string_view) override { return {Result::Unreachable, std::nullopt, {}}; }
+    std::vector<Outcome> Write(std::span<const Change> changes) override {
+        return std::vector<Outcome>(changes.size(), Outcome{.result = Result::Unreachable});
+    }
+    Watching Watch(Listener listener) override {
+        listener({});
+        return std::make_shared<const int>();
+    }
+};
+
+TEST_F(ClusterLink, ACameraWithoutAnEntryIsSeenFromAll) {
+    const auto linkA = LinkOf("a");
+    const auto linkB = LinkOf("b");
+    const auto camerasOf = [](Link& link) {
+        auto nodes = std::make_shared<Bucket>(link, BucketOptions{"nodes", 1, ""}, Secret("name key"));
+        EXPECT_TRUE(nodes->AwaitRead(kPatience));
+        return std::make_unique<Cameras>(link, nodes, std::make_shared<NoOwners>());
+    };
+    const auto a = camerasOf(*linkA);
+    const auto b = camerasOf(*linkB);
+    a->Serve([](const std::string& camera, std::uint64_t after, const ClusterCameras::Reply& reply) {
+        reply({.number = after + 1, .jpeg = camera});
+    });
+    a->Claim("yard");
+    ASSERT_TRUE(Eventually([&] {
+        (void)a->Look({"yard"});
+        return b->Look({}).elsewhere.contains("yard");
+    }));
+    const auto pull = [&](const std::string& camera) {
+        std::promise<std::optional<CameraPicture>> told;
+        b->Pull(camera, b->Look({}).elsewhere["yard"], 0,
+                [&](std::optional<CameraPicture> picture) { told.set_value(std::move(picture)); });
+        return told.get_future().get().value_or(CameraPicture{.jpeg = "no answer"}).jpeg;
+    };
+    EXPECT_EQ(pull("yard"), "yard");
+    EXPECT_EQ(pull("gate"), "") << "whose phone is not here";
+    // The phone goes, and nobody says that it is there.
+    EXPECT_TRUE(Eventually([&] {
+        (void)a->Look({});
+        return b->Look({}).elsewhere.empty();
+    }));
+}
+
 } // namespace
 } // namespace host::cluster

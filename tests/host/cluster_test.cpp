@@ -206,6 +206,13 @@ std::string Play(Ownership& ownership, const OwnerStep& step) {
         ownership.Claimed(name, epoch, now);
     } else if (what == "without") {
         ownership.ServesWithout(name);
+    } else if (what == "hears") { // that another one does
+        words >> node;
+        ownership.ToldWithout(name, node, now);
+    } else if (what == "says") {
+        for (const auto& [camera, none] : ownership.Without())
+            gives << camera << " ";
+        return gives.str();
     } else if (what == "restless") {
         return ownership.IsRestless(name, now) ? "yes" : "no";
     }
@@ -353,6 +360,40 @@ TEST(Ownership, IsOfWhoHasClaimedLast) {
           {2000, "returns b", "no"},
           {4900, "returns b", "no"},
           {8000, "returns b", "yes"}}},
+        {"let in without an entry: it says so while the phone is here",
+         {{0, "beats a b"},
+          {0, "writes no"},
+          {0, "claiming x"},
+          {0, "without x"},
+          {0, "says"},
+          {0, "look x"},
+          {0, "says", "x "},
+          {0, "hears x b"},
+          {0, "where"},
+          {100, "look"},
+          {100, "says"},
+          {200, "look x"},
+          {200, "says", "x "},
+          {300, "claimed x 5"},
+          {300, "says"},
+          {300, "where"}}},
+        {"others let it in without one",
+         {{0, "beats a b c"},
+          {0, "told x d 3"},
+          {0, "hears x c"},
+          {0, "where", "x@c0 "},
+          {0, "hears x b"},
+          {0, "where", "x@b0 "},
+          {0, "hears x Z"},
+          {0, "where", "x@b0 "},
+          {100, "told x c 7"},
+          {100, "where", "x@c7 "},
+          {100, "told x - 8"},
+          {100, "where", "x@b0 "},
+          {1500, "beats a b c"},
+          {2900, "beats a b c"},
+          {3000, "where", "x@b0 "},
+          {3100, "where"}}},
         {"two phones of one name",
          {{0, "told x b 1"},
           {1000, "told x c 2"},
