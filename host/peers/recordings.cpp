@@ -86,6 +86,11 @@ bool Touches(const TimeSpan& one, const TimeSpan& other) noexcept {
     return one.begin <= other.end && other.begin <= one.end;
 }
 
+// What an away host may have of a span.
+AwayRecordings AwayIn(const std::string& node, const TimeSpan& extent, const TimeSpan& span) {
+    return {node, {std::max(extent.begin, span.begin), std::min(extent.end, span.end)}};
+}
+
 void Widen(std::optional<TimeSpan>& extent, const TimeSpan& more) {
     extent = extent ? TimeSpan{std::min(extent->begin, more.begin), std::max(extent->end, more.end)} : more;
 }
@@ -311,9 +316,7 @@ RecordedTimes SharedRecordings::Times(std::int64_t camera, TimeSpan span, UnixMs
         if (!answers[i]) {
             Widen(all.extent, share.extent);
             if (Touches(share.extent, span))
-                all.away.push_back(
-                    {share.node,
-                     {std::max(share.extent.begin, span.begin), std::min(share.extent.end, span.end)}});
+                all.away.push_back(AwayIn(share.node, share.extent, span));
             continue;
         }
         const RecordedTimes& times = *answers[i];
@@ -373,7 +376,10 @@ std::optional<RecordedPicture> SharedRecordings::Picture(std::int64_t camera, Un
 
 RecordedRange SharedRecordings::Range(std::int64_t camera, TimeSpan span) const {
     std::vector<SharedRange::Part> parts;
+    std::vector<AwayRecordings> away;
     for (const Share& share : SharesOf(camera)) {
+        if (share.away && Touches(share.extent, span))
+            away.push_back(AwayIn(share.node, share.extent, span));
         if (share.away || share.extent.begin > span.end || share.extent.end + kGrows < span.begin)
             continue;
         const std::int64_t mark = Marked(share.node.empty() ? m_parts.node : share.node, 1) - 1;
@@ -385,7 +391,7 @@ RecordedRange SharedRecordings::Range(std::int64_t camera, TimeSpan span) const 
                  mark,
                  {}});
     }
-    return RecordedRange(std::make_unique<SharedRange>(std::move(parts)));
+    return RecordedRange(std::make_unique<SharedRange>(std::move(parts)), std::move(away));
 }
 
 std::unique_ptr<StoredFile> SharedRecordings::Open(FileKey key) const {

@@ -15,17 +15,17 @@ constexpr UnixMs kLongestLapsePause = 2000;
 // Tells now and then how far it has come.
 class FilmProgress {
 public:
-    FilmProgress(const RecordingSource::Export& wanted, UnixMs begin) : m_wanted(wanted), m_told(begin) {}
+    FilmProgress(const Film& film, UnixMs begin) : m_film(film), m_told(begin) {}
     // False when the film is to end.
     bool Reach(UnixMs time) {
-        if (!m_wanted.progress || std::abs(time - m_told) < 1000)
+        if (!m_film.progress || std::abs(time - m_told) < 1000)
             return true;
         m_told = time;
-        return m_wanted.progress(time);
+        return m_film.progress(time);
     }
 
 private:
-    const RecordingSource::Export& m_wanted;
+    const Film& m_film;
     UnixMs m_told;
 };
 
@@ -73,19 +73,15 @@ bool WriteLapse(RecordedRange& range, RecordedPicture picture, double speed, Fil
 
 } // namespace
 
-bool RecordingSource::Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const {
-    RecordedRange range = Range(camera, wanted.span);
+bool WriteFilm(RecordedRange range, const Film& film, ByteSink& sink) {
     auto first = range.Next();
     if (!first)
         return false;
-    const FilmProgress progress(wanted, first->time);
-    const auto cameras = Cameras();
-    const auto found = std::ranges::find(cameras, camera, &RecordedCamera::id);
-    MatroskaWriter writer(sink, {found != cameras.end() ? found->name : std::string(), first->time,
-                                 first->width, first->height});
+    const FilmProgress progress(film, first->time);
+    MatroskaWriter writer(sink, {film.title, first->time, first->width, first->height});
     writer.Add(0, first->jpeg);
-    const bool whole = wanted.speed > 1 ? WriteLapse(range, std::move(*first), wanted.speed, progress, writer)
-                                        : WriteAsItWas(range, std::move(*first), progress, writer);
+    const bool whole = film.speed > 1 ? WriteLapse(range, std::move(*first), film.speed, progress, writer)
+                                      : WriteAsItWas(range, std::move(*first), progress, writer);
     if (whole)
         writer.Finish();
     return whole;

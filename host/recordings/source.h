@@ -17,6 +17,13 @@
 
 namespace host {
 
+// What a camera has on another host that cannot be asked now: it may come back.
+struct AwayRecordings {
+    std::string host;
+    TimeSpan span;
+    friend bool operator==(const AwayRecordings&, const AwayRecordings&) = default;
+};
+
 struct RecordedPicture {
     // With the number of its file a picture has one place, also where the wall clock showed a time twice.
     std::int64_t file = 0;
@@ -39,7 +46,8 @@ public:
         virtual std::optional<RecordedPicture> NextFrom(UnixMs time) = 0;
         [[nodiscard]] virtual UnixMs EndBefore() const noexcept = 0;
     };
-    explicit RecordedRange(std::unique_ptr<Pictures> pictures) : m_pictures(std::move(pictures)) {}
+    explicit RecordedRange(std::unique_ptr<Pictures> pictures, std::vector<AwayRecordings> away = {})
+        : m_pictures(std::move(pictures)), m_away(std::move(away)) {}
 
     // Nothing at the end. A file that is gone meanwhile, or damaged, is passed over. Throws RecordingError
     // where pictures are another host's, which does not answer any more.
@@ -49,9 +57,12 @@ public:
     std::optional<RecordedPicture> NextFrom(UnixMs time) { return m_pictures->NextFrom(time); }
     // When the last picture was taken of the file before that of the newest picture.
     [[nodiscard]] UnixMs EndBefore() const noexcept { return m_pictures->EndBefore(); }
+    // What is not among the pictures.
+    [[nodiscard]] const std::vector<AwayRecordings>& Away() const noexcept { return m_away; }
 
 private:
     std::unique_ptr<Pictures> m_pictures;
+    std::vector<AwayRecordings> m_away;
 };
 
 // A recorded file as it lies on a disk. One thread at a time.
@@ -67,13 +78,6 @@ public:
     std::string version;    // another one when its bytes have changed
     // The bytes from a place on, `most` at the most; none at the end, or where they cannot be had.
     [[nodiscard]] virtual std::string Read(std::uint64_t at, std::size_t most) = 0;
-};
-
-// What a camera has on another host that cannot be asked now: it may come back.
-struct AwayRecordings {
-    std::string host;
-    TimeSpan span;
-    friend bool operator==(const AwayRecordings&, const AwayRecordings&) = default;
 };
 
 // What there is of a camera in a span.
@@ -120,18 +124,18 @@ public:
         std::size_t changed = 0;
     };
     virtual Kept KeepFiles(std::int64_t camera, TimeSpan span, bool keep) = 0;
-
-    struct Export {
-        TimeSpan span;
-        // 1: as it was, with its pauses. More: a time lapse of 25 pictures a second at most, without the time
-        // between files.
-        double speed = 1;
-        // Told now and then which time has been reached; false ends the export.
-        std::function<bool(UnixMs)> progress{};
-    };
-    // Writes one Matroska file. False when it was ended, or there is no picture. Throws RecordingError when
-    // the sink does not take it, or what is another host's cannot be had any more.
-    bool Write(std::int64_t camera, const Export& wanted, ByteSink& sink) const;
 };
+
+struct Film {
+    std::string title{};
+    // 1: as it was, with its pauses. More: a time lapse of 25 pictures a second at most, without the time
+    // between files.
+    double speed = 1;
+    // Told now and then which time has been reached; false ends it.
+    std::function<bool(UnixMs)> progress{};
+};
+// Writes one Matroska file. False when it was ended, or there is no picture. Throws RecordingError when the
+// sink does not take it, or what is another host's cannot be had any more.
+bool WriteFilm(RecordedRange range, const Film& film, ByteSink& sink);
 
 } // namespace host

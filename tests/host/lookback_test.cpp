@@ -340,7 +340,7 @@ TEST(LookBack, WhatIsSavedCanBeStoppedAndIsNoWholeFileThen) {
     };
     std::size_t read = bytesRead();
     FileSink lapse(back.disk, back.folder.File("lapse.mkv"));
-    EXPECT_TRUE(back.recordings.Write(1, {.span = {file.begin, file.end}, .speed = 1500}, lapse));
+    EXPECT_TRUE(WriteFilm(back.recordings.Range(1, {file.begin, file.end}), {.speed = 1500}, lapse));
     read = bytesRead() - read;
     EXPECT_GE(read, 5 * picture.size());
     EXPECT_LE(read, file.bytes / 10);

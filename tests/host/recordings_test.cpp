@@ -140,19 +140,18 @@ TEST(Recorder, KeepsAllPicturesAsTheyWereInFilesThatOthersRead) {
     EXPECT_EQ(steps, 1U);
 
     // An export is what was marked, to the picture; a time lapse shows what a screen can.
-    const auto exported = [&](const Recordings::Export& wanted, const char* name) {
+    const auto exported = [&](const TimeSpan& span, const Film& film, const char* name) {
         FileSink sink(host.disk, host.folder.File(name));
-        EXPECT_TRUE(recordings.Write(yard, wanted, sink));
+        EXPECT_TRUE(WriteFilm(recordings.Range(yard, span), film, sink));
         return Probed(host.folder.File(name));
     };
-    EXPECT_NE(exported({.span = {kStart + 9000, kStart + 11'000}}, "range.mkv").find("nb_read_packets=11 "),
+    EXPECT_NE(exported({kStart + 9000, kStart + 11'000}, {}, "range.mkv").find("nb_read_packets=11 "),
               std::string::npos);
-    EXPECT_NE(
-        exported({.span = {kStart, kStart + 9999}, .speed = 10}, "lapse.mkv").find("nb_read_packets=25 "),
-        std::string::npos);
+    EXPECT_NE(exported({kStart, kStart + 9999}, {.speed = 10}, "lapse.mkv").find("nb_read_packets=25 "),
+              std::string::npos);
     FileSink sink(host.disk, host.folder.File("stopped.mkv"));
     EXPECT_FALSE(
-        recordings.Write(yard, {.span = {0, kStart * 2}, .progress = [](UnixMs) { return false; }}, sink));
+        WriteFilm(recordings.Range(yard, {0, kStart * 2}), {.progress = [](UnixMs) { return false; }}, sink));
 }
 
 // What is being written can be read, and goes on to be found while it grows.

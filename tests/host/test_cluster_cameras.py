@@ -180,6 +180,34 @@ class Cluster(unittest.TestCase):
     def events(self, host):
         return json.loads(host.fetch("/api/v1/events?limit=1000"))["events"]
 
+    def exported(self, host, form, begin, end):
+        """Status, head and body."""
+        request = urllib.request.Request(f"http://127.0.0.1:{host.port}/recordings/yard/export?form={form}&from={begin}&to={end}")
+        request.add_header(*basic(host).split(": "))
+        try:
+            with urllib.request.urlopen(request, timeout=SECONDS) as answer:
+                return answer.status, answer.headers, answer.read()
+        except urllib.error.HTTPError as error:
+            with error:
+                return error.code, error.headers, error.read()
+
+    def exports_say_what_is_away(self, gap):
+        one, _ = self.hosts
+        told = f"two;from={gap['from']};to={gap['to']}"
+        for form, end in (("zip", ".zip"), ("mkv", ".mkv"), ("lapse&speed=3", ".mkv")):
+            status, head, body = self.exported(one, form, 0, gap["to"])
+            self.assertEqual((status, head["X-Recordings-Away"], head["Content-Disposition"][-15:]), (200, told, f"%20incomplete{end}"[-15:]), form)
+            if form == "zip":
+                with zipfile.ZipFile(io.BytesIO(body)) as pictures:
+                    self.assertIn('The host "two" does not answer', pictures.read("incomplete.txt").decode())
+            else:
+                self.assertTrue(b"yard without what may be at two" in body, form)
+        # Before that one had the phone, nothing is missing; and of its time there is nothing.
+        status, head, body = self.exported(one, "zip", 0, gap["from"] - 1)
+        self.assertEqual((status, head["X-Recordings-Away"], b"incomplete" in body), (200, None, False))
+        status, head, body = self.exported(one, "zip", gap["to"], gap["to"])
+        self.assertEqual((status, head["X-Recordings-Away"]), (503, f"two;from={gap['to']};to={gap['to']}"), body)
+
     def files_alike(self, least):
         """What both tell, once the files of hosts whose phone has gone are finished: for a second nothing is added."""
         known = lambda told: [(file["number"], file["from"], file["bytes"]) for file in told.get("files", [])]  # noqa: E731
@@ -236,6 +264,7 @@ class Cluster(unittest.TestCase):
         wait("a camera that is not connected", lambda: not self.camera(one)["connected"])
         gap = wait("a gap that may come back", lambda: self.times(one).get("away"))
         self.assertEqual(gap[0]["host"], "two")
+        self.exports_say_what_is_away(gap[0])
         wait("an event of the host", lambda: b'"host-lost"' in self.ask(one, "/api/v1/events?kind=host-lost"))
         self.phone(one)
         wait("a connected camera", lambda: self.camera(one)["connected"] and "host" not in self.camera(one))
@@ -245,6 +274,7 @@ class Cluster(unittest.TestCase):
         self.see_alike(one, two)
         wait("an event of the host", lambda: b'"host-back"' in self.ask(one, "/api/v1/events?kind=host-back"))
         wait("what was away", lambda: self.times(one).get("away") == [])
+        self.assertIsNone(self.exported(one, "zip", 0, gap[0]["to"])[1]["X-Recordings-Away"])
 
         # Whoever has the page of events open has been told of everything, at whichever host it was, and once.
         news.append(self.listen(two))

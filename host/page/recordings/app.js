@@ -20,7 +20,7 @@ const page = {};
 for (const id of [
     "all", "announcement", "title", "message", "message-title", "message-detail", "list", "lookback", "stage", "picture", "notice", "notice-title", "full",
     "moment", "before", "play", "after", "speed", "as-file", "keep", "day-before", "day", "day-after", "now", "wider", "closer",
-    "timeline", "strip", "saving", "from-here", "from", "to-here", "to", "form", "faster-label", "faster", "save", "stop", "saved", "progress",
+    "timeline", "strip", "saving", "from-here", "from", "to-here", "to", "form", "faster-label", "faster", "save", "stop", "missing", "saved", "progress",
 ]) {
     page[id] = document.getElementById(id);
 }
@@ -109,10 +109,17 @@ function showCamera(name) {
     page.all.hidden = false;
     page.picture.setAttribute("aria-label", text("pictureFrom", name));
 
+    let silent = false; // the server gave no answer
+    // Why there is no picture of a moment, as far as is known.
+    function nameAbsence(time) {
+        const gap = timeline.data.away.find(({ from, to }) => time >= from && time <= to);
+        setText(page["notice-title"], silent ? text("noAnswerTitle") : gap ? text("hostAway", gap.host) : text("notRecorded"));
+    }
+
     const player = new Player(base, which, {
         shown({ time, bitmap, away }) {
-            const gap = timeline.data.away.find(({ from, to }) => time >= from && time <= to);
-            setText(page["notice-title"], bitmap === undefined ? text("noAnswerTitle") : gap ? text("hostAway", gap.host) : text("notRecorded"));
+            silent = bitmap === undefined;
+            nameAbsence(time);
             setHidden(page.notice, !away);
             setHidden(page.picture, !bitmap);
             if (bitmap) {
@@ -236,8 +243,13 @@ function showCamera(name) {
             if (round === loading) {
                 ({ first, last } = told);
                 timeline.now = told.now;
+                const others = JSON.stringify(told.away) !== JSON.stringify(timeline.data.away);
                 timeline.data = told;
                 timeline.draw();
+                if (others) {
+                    saving.lookForAway();
+                }
+                nameAbsence(timeline.time);
                 page.keep.hidden = !told.mayKeep;
                 showKept();
             }

@@ -50,6 +50,25 @@ export class Saving {
         }
         this.#show();
         this.#handlers.changed();
+        this.lookForAway();
+    }
+
+    // Whether a host that does not answer may have some of what is marked: a file lacks that.
+    async lookForAway() {
+        const { from, to } = this;
+        let told = "";
+        if (from !== null && to !== null) {
+            try {
+                const answer = await fetch(`${this.#base}/export?from=${from}&to=${to}${this.#query}`, { method: "HEAD", cache: "no-store" });
+                told = answer.headers.get("X-Recordings-Away") ?? "";
+            } catch {
+                // No server for now.
+            }
+        }
+        if (from === this.from && to === this.to) {
+            const hosts = told.split(", ").map((host) => host.split(";")[0]).filter((host) => host !== "");
+            setText(this.#page.missing, hosts.map((host) => text("hostAway", host)).join(" "));
+        }
     }
 
     #show() {
@@ -79,6 +98,7 @@ export class Saving {
         this.#asked = performance.now();
         setText(this.#page.saved, text("savingBegins"));
         this.#show();
+        this.lookForAway();
         this.#timer = setTimeout(() => this.#ask(), ASK_MS);
     }
 

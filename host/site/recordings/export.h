@@ -11,8 +11,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/base/wait.h"
+#include "host/http/answer.h"
 #include "host/http/stream.h"
 #include "host/recordings/source.h"
 
@@ -71,8 +73,15 @@ struct SaveOrder {
     SaveForm form = SaveForm::Movie;
     double speed = 1; // of a lapse
 };
+// X-Recordings-Away tells what is left out, since a host does not answer: "HOST;from=MS;to=MS", with commas
+// between several.
+void TellAway(Answer& answer, const std::vector<AwayRecordings>& away);
+// The same in lines for people; empty where nothing is left out.
+[[nodiscard]] std::string MissingText(const std::vector<AwayRecordings>& away);
 // Sends head and file on the connection, whose request was read, and ends it. A file that could not be sent
-// whole ends with a reset, so that nobody takes it for one. `stall`: how long the peer may take nothing.
+// whole ends with a reset, so that nobody takes it for one. One that lacks what another host may have says
+// so: in its name, in a film's title, and in incomplete.txt among pictures. `stall`: how long the peer may
+// take nothing.
 void SendRecording(const SaveOrder& order, ExportState& state, Stream& stream, const Wakeup& stop,
                    std::chrono::milliseconds stall, bool headOnly);
 

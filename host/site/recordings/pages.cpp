@@ -112,6 +112,21 @@ RecordedJson FilesAsJson(const std::vector<RecordedFile>& files) {
     return list;
 }
 
+// What to answer where there is no picture.
+std::optional<Answer> NothingIn(RecordedRange range) {
+    std::string missing = MissingText(range.Away());
+    try {
+        if (range.Next())
+            return std::nullopt;
+    } catch (const RecordingError& error) { // it has died just now
+        missing += std::string(error.what()) + '\n';
+    }
+    Answer answer =
+        missing.empty() ? Answer::Text(404, "Nothing was recorded then.") : Answer::Text(503, missing);
+    TellAway(answer, range.Away());
+    return answer;
+}
+
 } // namespace
 
 bool RecordingPages::IsSeen(const RecordingsVisitor& visitor, const RecordedCamera& camera) const {
@@ -241,9 +256,9 @@ RecordingPages::Export RecordingPages::Save(const RecordingsVisitor& visitor, st
     ExportPtr state = number.empty() ? std::make_shared<ExportState>(*span) : exports.Begin(number, *span);
     if (!state)
         return {Answer::Text(409, "There is an export of that number.")};
-    if (!recordings->Range(camera->id, *span).Next()) {
+    if (auto nothing = NothingIn(recordings->Range(camera->id, *span))) {
         state->Finish(ExportState::End::Empty);
-        return {Answer::Text(404, "Nothing was recorded then.")};
+        return {std::move(nothing)};
     }
     const SaveOrder order{*recordings, *camera, *form, static_cast<double>(*speed)};
     const bool headOnly = request.method == "HEAD";

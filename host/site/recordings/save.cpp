@@ -49,9 +49,12 @@ private:
 };
 
 // Where the wall clock showed a time twice, its pictures are told apart by their file.
-bool SendPictures(const SaveOrder& order, ExportState& state, Line& line) {
+bool SendPictures(RecordedRange range, ExportState& state, Line& line) {
     ZipWriter zip([&line](std::string_view bytes) { return line.Send(bytes); });
-    auto range = order.recordings.Range(order.camera.id, state.span);
+    if (const std::string missing = MissingText(range.Away());
+        !missing.empty() &&
+        !zip.Add("incomplete.txt", static_cast<std::time_t>(state.span.end / 1000), missing))
+        return false;
     while (const auto picture = range.Next()) {
         const std::string name = NameOf(picture->time) + '_' + std::to_string(picture->file) + ".jpg";
         if (!state.Reach(picture->time) ||
@@ -61,28 +64,50 @@ bool SendPictures(const SaveOrder& order, ExportState& state, Line& line) {
     return zip.Finish();
 }
 
-bool SendFile(const SaveOrder& order, ExportState& state, Line& line) {
+bool SendFile(const SaveOrder& order, RecordedRange range, ExportState& state, Line& line) {
     if (order.form == SaveForm::Pictures)
-        return SendPictures(order, state, line);
-    return order.recordings.Write(order.camera.id,
-                                  {.span = state.span,
-                                   .speed = order.form == SaveForm::Lapse ? order.speed : 1,
-                                   .progress = [&state](UnixMs time) { return state.Reach(time); }},
-                                  line);
+        return SendPictures(std::move(range), state, line);
+    std::string without;
+    for (const auto& [host, span] : range.Away())
+        without += (without.empty() ? " without what may be at " : ", ") + host;
+    return WriteFilm(std::move(range),
+                     {.title = order.camera.name + without,
+                      .speed = order.form == SaveForm::Lapse ? order.speed : 1,
+                      .progress = [&state](UnixMs time) { return state.Reach(time); }},
+                     line);
 }
 
 // With the name that a browser gives the file.
-Answer HeadOf(const SaveOrder& order, TimeSpan span) {
+Answer HeadOf(const SaveOrder& order, TimeSpan span, const std::vector<AwayRecordings>& away) {
     const bool zip = order.form == SaveForm::Pictures;
-    const std::string name = order.camera.name + ' ' + NameOf(span.begin) + (zip ? ".zip" : ".mkv");
+    const std::string name = order.camera.name + ' ' + NameOf(span.begin) +
+                             (away.empty() ? "" : " incomplete") + (zip ? ".zip" : ".mkv");
     Answer answer;
     answer.type = zip ? "application/zip" : "video/x-matroska";
     answer.headers["Content-Disposition"] = "attachment; filename*=UTF-8''" + PercentEncode(name);
     answer.headers["Cache-Control"] = "no-store";
+    TellAway(answer, away);
     return answer;
 }
 
 } // namespace
+
+void TellAway(Answer& answer, const std::vector<AwayRecordings>& away) {
+    std::string told;
+    for (const auto& [host, span] : away)
+        told += (told.empty() ? "" : ", ") + host + ";from=" + std::to_string(span.begin) +
+                ";to=" + std::to_string(span.end);
+    if (!told.empty())
+        answer.headers["X-Recordings-Away"] = told;
+}
+
+std::string MissingText(const std::vector<AwayRecordings>& away) {
+    std::string text;
+    for (const auto& [host, span] : away)
+        text += "The host \"" + host + "\" does not answer; it may have recordings from " +
+                MomentText(span.begin) + " to " + MomentText(span.end) + ".\n";
+    return text;
+}
 
 std::optional<SaveForm> SaveFormFrom(std::string_view word) noexcept {
     return word == "mkv" || word.empty() ? std::optional(SaveForm::Movie)
@@ -96,9 +121,10 @@ void SendRecording(const SaveOrder& order, ExportState& state, Stream& stream, c
     Line line(stream, stop, stall);
     bool whole = false;
     try {
-        const Answer head = HeadOf(order, state.span);
+        RecordedRange range = order.recordings.Range(order.camera.id, state.span);
+        const Answer head = HeadOf(order, state.span, range.Away());
         whole = line.Send(Serialize(head, {.headOnly = headOnly, .openEnded = true})) &&
-                (headOnly || SendFile(order, state, line));
+                (headOnly || SendFile(order, std::move(range), state, line));
     } catch (const RecordingError& error) {
         if (error.error != EPIPE)
             Console::Get().Log("recording", error.what());
