@@ -43,15 +43,6 @@ PeerDocument BytesDocument(std::string_view bytes) {
 
 } // namespace
 
-std::vector<ListedCamera> ListedBy(const RecordingSource& source) {
-    std::vector<ListedCamera> listed;
-    for (const RecordedCamera& camera : source.Cameras()) {
-        if (const auto extent = source.Extent(camera.id))
-            listed.push_back({camera, *extent});
-    }
-    return listed;
-}
-
 PeerDocument ToDocument(const std::vector<ListedCamera>& cameras) {
     PeerDocument list = PeerDocument::array();
     for (const auto& [camera, extent] : cameras)
@@ -115,7 +106,7 @@ RecordedPicture PictureIn(const PeerDocument& document) {
 PeerDocument RecordingAnswers::To(const PeerDocument& question) {
     const std::string op = question.at("op").get<std::string>();
     if (op == "cameras")
-        return ToDocument(ListedBy(m_source));
+        return ToDocument(m_source.Listed());
     if (op == "range")
         return RangePart(question);
     const auto camera = question.at("camera").get<std::int64_t>();

@@ -22,13 +22,6 @@
 
 namespace host {
 
-// A camera with recordings, as the host has them that made them.
-struct ListedCamera {
-    RecordedCamera camera;
-    TimeSpan extent;
-};
-[[nodiscard]] std::vector<ListedCamera> ListedBy(const RecordingSource& source);
-
 // All throw PeerDocument::exception for what is none.
 [[nodiscard]] PeerDocument ToDocument(const std::vector<ListedCamera>& cameras);
 [[nodiscard]] std::vector<ListedCamera> CamerasIn(const PeerDocument& document);

@@ -91,8 +91,12 @@ AwayRecordings AwayIn(const std::string& node, const TimeSpan& extent, const Tim
     return {node, {std::max(extent.begin, span.begin), std::min(extent.end, span.end)}};
 }
 
+TimeSpan Widened(const TimeSpan& extent, const TimeSpan& more) {
+    return {std::min(extent.begin, more.begin), std::max(extent.end, more.end)};
+}
+
 void Widen(std::optional<TimeSpan>& extent, const TimeSpan& more) {
-    extent = extent ? TimeSpan{std::min(extent->begin, more.begin), std::max(extent->end, more.end)} : more;
+    extent = extent ? Widened(*extent, more) : more;
 }
 
 // Of pictures of several hosts the one that is meant.
@@ -122,7 +126,7 @@ void SharedRecordings::KeepCatalogue() {
     Clock::time_point next{};
     for (bool stops = false; !stops;) {
         stops = WaitFor({.stop = &m_stop}, Clock::now() + kKeepLookEvery) == Waited::Stopped;
-        const auto listed = ListedBy(m_parts.local);
+        const auto listed = m_parts.local.Listed();
         std::set<std::int64_t> cameras;
         for (const ListedCamera& one : listed)
             cameras.insert(one.camera.id);
@@ -221,6 +225,32 @@ std::vector<RecordedCamera> SharedRecordings::Cameras() const {
     for (auto& [name, camera] : present)
         cameras.push_back(std::move(camera));
     return cameras;
+}
+
+std::vector<ListedCamera> SharedRecordings::Listed() const {
+    std::map<std::string, ListedCamera> present;
+    std::vector<ListedCamera> listed;
+    const auto add = [&](const std::string& node, ListedCamera one) {
+        one.camera.id = Marked(node, one.camera.id);
+        if (one.camera.removed != 0) {
+            listed.push_back(std::move(one));
+            return;
+        }
+        const auto [found, isNew] = present.try_emplace(one.camera.name, one);
+        if (!isNew)
+            found->second.extent = Widened(found->second.extent, one.extent);
+    };
+    const auto others = Others();
+    for (ListedCamera& one : m_parts.local.Listed())
+        add(m_parts.node, std::move(one));
+    for (const auto& [node, catalogue] : *others) {
+        for (const ListedCamera& one : catalogue.cameras)
+            add(node, one);
+    }
+    std::ranges::sort(listed, {}, [](const ListedCamera& one) { return one.camera.removed; });
+    for (auto& [name, one] : present)
+        listed.push_back(std::move(one));
+    return listed;
 }
 
 // A camera of the settings is that of its name on all hosts; what is left of one that was removed stands for

@@ -37,6 +37,7 @@ public:
     ~SharedRecordings() override;
 
     [[nodiscard]] std::vector<RecordedCamera> Cameras() const override;
+    [[nodiscard]] std::vector<ListedCamera> Listed() const override;
     [[nodiscard]] std::optional<TimeSpan> Extent(std::int64_t camera) const override;
     [[nodiscard]] RecordedTimes Times(std::int64_t camera, TimeSpan span, UnixMs gap,
                                       bool ofAll) const override;

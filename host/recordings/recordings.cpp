@@ -117,6 +117,16 @@ std::optional<TimeSpan> Recordings::Extent(std::int64_t camera) const {
     });
 }
 
+// A question each, so that whoever looks at a picture meanwhile does not wait for all of them.
+std::vector<ListedCamera> Recordings::Listed() const {
+    std::vector<ListedCamera> listed;
+    for (const RecordedCamera& camera : Cameras()) {
+        if (const auto extent = Extent(camera.id))
+            listed.push_back({camera, *extent});
+    }
+    return listed;
+}
+
 RecordedTimes Recordings::Times(std::int64_t camera, TimeSpan span, UnixMs gap, bool ofAll) const {
     return {.extent = Extent(camera),
             .spans = Coverage(camera, span, gap),

@@ -30,6 +30,7 @@ public:
     // Of the camera in the settings; 0: nothing of it was recorded.
     [[nodiscard]] std::int64_t IdOf(std::string_view camera) const { return m_library.IdOf(camera); }
 
+    [[nodiscard]] std::vector<ListedCamera> Listed() const override;
     [[nodiscard]] std::optional<TimeSpan> Extent(std::int64_t camera) const override;
     [[nodiscard]] RecordedTimes Times(std::int64_t camera, TimeSpan span, UnixMs gap,
                                       bool ofAll) const override;

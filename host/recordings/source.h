@@ -80,6 +80,11 @@ public:
     [[nodiscard]] virtual std::string Read(std::uint64_t at, std::size_t most) = 0;
 };
 
+struct ListedCamera {
+    RecordedCamera camera;
+    TimeSpan extent; // from the first picture to the newest one
+};
+
 // What there is of a camera in a span.
 struct RecordedTimes {
     std::optional<TimeSpan> extent{}; // of all that there is of the camera; nothing: nothing
@@ -101,6 +106,8 @@ public:
     // Those that are in the settings, and (with `removed`) those that are not any more. For 0 no camera has
     // that id. Of those with one name the one in the settings is the last.
     [[nodiscard]] virtual std::vector<RecordedCamera> Cameras() const = 0;
+    // Those that have recordings, in that order.
+    [[nodiscard]] virtual std::vector<ListedCamera> Listed() const = 0;
     // From the first picture to the newest one; nothing where nothing was recorded.
     [[nodiscard]] virtual std::optional<TimeSpan> Extent(std::int64_t camera) const = 0;
     // What is less than `gap` apart is one span. Of events also what kept all cameras from being recorded,

@@ -153,6 +153,9 @@ class Cluster(unittest.TestCase):
         told = wait("files at both hosts", lambda: self.files_alike(least))
         begin, end = told["files"][0]["from"], told["files"][-1]["to"]
         self.assertEqual(told["away"], [])
+        for host in self.hosts:
+            listed = json.loads(self.ask(host, "/api/v1/recordings"))["cameras"]
+            self.assertEqual([(camera["name"], camera["from"], camera["to"]) for camera in listed], [("yard", told["first"], told["last"])])
         for moment in (begin, (begin + end) // 2, end):
             for step in (-1, 0, 1):
                 path = f"/recordings/yard/at.jpg?t={moment}&step={step}"

@@ -150,15 +150,14 @@ std::optional<RecordedCamera> RecordingPages::Find(const RecordingsVisitor& visi
 
 Answer RecordingPages::List(const RecordingsVisitor& visitor) const {
     RecordedJson list = RecordedJson::array();
-    const auto cameras = recordings != nullptr ? recordings->Cameras() : std::vector<RecordedCamera>();
-    for (const RecordedCamera& camera : cameras) {
-        const auto extent = IsSeen(visitor, camera) ? recordings->Extent(camera.id) : std::nullopt;
-        if (extent)
+    const auto listed = recordings != nullptr ? recordings->Listed() : std::vector<ListedCamera>();
+    for (const auto& [camera, extent] : listed) {
+        if (IsSeen(visitor, camera))
             list.push_back({{"id", camera.id},
                             {"name", camera.name},
                             {"removed", camera.removed != 0},
-                            {"from", extent->begin},
-                            {"to", extent->end}});
+                            {"from", extent.begin},
+                            {"to", extent.end}});
     }
     return Answer::Json(200, {{"cameras", std::move(list)}});
 }
