@@ -20,6 +20,8 @@ constexpr std::int64_t kLookEveryMs = 20;
 constexpr std::int64_t kIdleMs = 100;
 constexpr std::chrono::seconds kTellEvery{10};
 constexpr std::int64_t kFlushWithinMs = 1000;
+// Without a connection: for the rest of what was read of the one that was lost just now.
+constexpr std::int64_t kRestWithinMs = 50;
 constexpr int kMostFlushes = 10;
 
 void CheckLink(natsStatus status, const std::string& what) {
@@ -99,10 +101,11 @@ void EndSubscription::operator()(natsSubscription* subscription) const noexcept 
     (void)natsSubscription_Unsubscribe(subscription);
     // What was read before this is answered has been handed on. Without a connection nothing is read.
     natsStatus status = NATS_TIMEOUT;
-    bool reads = true;
-    for (int tries = 0; tries < kMostFlushes && status == NATS_TIMEOUT && reads; ++tries) {
-        status = natsConnection_FlushTimeout(engine, kFlushWithinMs);
-        reads = natsConnection_Status(engine) == NATS_CONN_STATUS_CONNECTED;
+    const auto isConnected = [this] { return natsConnection_Status(engine) == NATS_CONN_STATUS_CONNECTED; };
+    bool reads = isConnected();
+    for (int tries = 0; tries < kMostFlushes && status == NATS_TIMEOUT && (reads || tries == 0); ++tries) {
+        status = natsConnection_FlushTimeout(engine, reads ? kFlushWithinMs : kRestWithinMs);
+        reads = isConnected();
     }
     if (status != NATS_TIMEOUT || !reads) // else it is left where it is
         natsSubscription_Destroy(subscription);
