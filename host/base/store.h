@@ -4,6 +4,11 @@
 // preferences. A host by itself keeps each in a file of its data folder; hosts that are one server share
 // them. A table that stands on a store has the rules, and in its memory what each request needs; the store
 // has the entries, and knows nothing of what they mean.
+//
+// The settings and the preferences of a host by itself stand in no store: the component writes its document
+// itself, and takes all of a save or none of it, in the order that it was given; and a change of either is in
+// force also where the disk did not take it, and is written later. None of that is so of entries that are
+// changed one by one. Hosts that share them put them into stores first, and both files follow.
 #pragma once
 
 #include <chrono>
