@@ -29,6 +29,14 @@ public:
         const std::int32_t nHigh = Byte();
         return nHigh << 8 | Byte();
     }
+    // So many of them; zeros for those behind the end.
+    void Bytes(std::uint8_t* pTo, std::int32_t nBytes) {
+        const std::int32_t nThere = std::min(nBytes, BytesLeft());
+        if (nThere > 0)
+            std::memcpy(pTo, Next(), static_cast<std::size_t>(nThere));
+        std::fill(pTo + nThere, pTo + nBytes, std::uint8_t{0});
+        m_nPos += nThere;
+    }
     // A byte's high half and its low one.
     std::pair<std::int32_t, std::int32_t> Halves() {
         const std::int32_t nByte = Byte();

@@ -217,20 +217,22 @@ void CJPEGDecoder::LayOutMcus(std::int32_t nMcuRow, bool bDirect) {
         const CJPEGDecoderLookup* const pDc = m_apDcLookup[i].get();
         const CJPEGDecoderLookup* const pAc = m_apAcLookup[i].get();
         const SampleRows rows = RowsOf(i, nMcuRow, bDirect);
-        for (std::int32_t n = 0; n < component.m_nHSampling * component.m_nVSampling; ++n) {
-            const std::int32_t x = n % component.m_nHSampling;
-            const std::int32_t y = n / component.m_nHSampling;
-            m_mcuRow.aBlocks[m_mcuRow.nBlocks++] = {
-                i,
-                pDc ? &pDc->Spec() : nullptr,
-                pAc ? &pAc->Spec() : nullptr,
-                pDc ? pDc->Dc() : nullptr,
-                pAc ? pAc->Ac() : nullptr,
-                QuantTable(i)->m_aSteps,
-                rows.pFirst + std::ptrdiff_t{8} * y * rows.nStep + std::ptrdiff_t{8} * x,
-                rows.nStep,
-                8 * component.m_nHSampling,
-            };
+        IppMcuBlock block = {
+            i,
+            pDc ? &pDc->Spec() : nullptr,
+            pAc ? &pAc->Spec() : nullptr,
+            pDc ? pDc->Dc() : nullptr,
+            pAc ? pAc->Ac() : nullptr,
+            QuantTable(i)->m_aSteps,
+            nullptr,
+            rows.nStep,
+            8 * component.m_nHSampling,
+        };
+        for (std::int32_t y = 0; y < component.m_nVSampling; ++y) {
+            for (std::int32_t x = 0; x < component.m_nHSampling; ++x) {
+                block.pDst = rows.pFirst + std::ptrdiff_t{8} * y * rows.nStep + std::ptrdiff_t{8} * x;
+                m_mcuRow.aBlocks[m_mcuRow.nBlocks++] = block;
+            }
         }
     }
 }

@@ -51,6 +51,10 @@ JpegStatus CJPEGDecoder::CheckTables() {
         m_apAcLookup[i] = CJPEGDecoderLookup::Find(*pAc);
         if (!m_apDcLookup[i] || !m_apAcLookup[i])
             return JPEG_BAD_HUFFMAN_SEGMENT;
+        if (i == 0 || m_apAcLookup[i] != m_apAcLookup[i - 1]) {
+            m_apDcLookup[i]->Prefetch();
+            m_apAcLookup[i]->Prefetch();
+        }
     }
     return JPEG_OK;
 }

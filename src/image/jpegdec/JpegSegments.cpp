@@ -53,8 +53,10 @@ JpegStatus CJPEGDecoder::ReadQuantTables(std::int32_t nContent) {
             std::allocate_shared<CJPEGDecoderQuantTable>(IppObjects<CJPEGDecoderQuantTable>());
         pTable->m_nId = nId;
         const bool bWide = nPqTq >> 4 != 0;
-        for (std::uint8_t& nEntry : pTable->m_aRaw)
-            nEntry = static_cast<std::uint8_t>(bWide ? Reader().Word() : Reader().Byte());
+        if (!bWide)
+            Reader().Bytes(pTable->m_aRaw, 64);
+        for (std::int32_t i = 0; bWide && i < 64; ++i)
+            pTable->m_aRaw[i] = static_cast<std::uint8_t>(Reader().Word());
         if (pTable->Init() != ippStsNoErr)
             return JPEG_INTERNAL_ERROR;
         m_apQuant[nId] = pTable;
@@ -70,15 +72,13 @@ JpegStatus CJPEGDecoder::ReadHuffmanTables(std::int32_t nContent) {
         const std::int32_t nTcTh = Reader().Byte();
         pTable->m_nId = nTcTh & 15;
         pTable->m_nClass = nTcTh >> 4;
-        for (std::uint8_t& nCount : pTable->m_aBits)
-            nCount = static_cast<std::uint8_t>(Reader().Byte());
+        Reader().Bytes(pTable->m_aBits, 16);
         nContent -= 17;
         const std::int32_t nValues =
             std::accumulate(std::begin(pTable->m_aBits), std::end(pTable->m_aBits), 0);
         if (pTable->m_nId > 3 || nValues > 256 || nValues > nContent)
             return JPEG_BAD_HUFFMAN_SEGMENT;
-        for (std::int32_t i = 0; i < nValues; ++i)
-            pTable->m_aValues[i] = static_cast<std::uint8_t>(Reader().Byte());
+        Reader().Bytes(pTable->m_aValues, nValues);
         nContent -= nValues;
         auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
         apTables[pTable->m_nId] = std::move(pTable);

@@ -139,6 +139,14 @@ bool CJPEGDecoderLookup::Build(const CJPEGDecoderHuffmanTable& table) {
     return true;
 }
 
+void CJPEGDecoderLookup::Prefetch() const noexcept {
+    const auto* const pFirst = reinterpret_cast<const char*>(&m_dc);
+    constexpr std::size_t kLine = 64;
+    const std::size_t nSize = m_nClass == 0 ? sizeof m_dc : sizeof m_ac;
+    for (std::size_t i = 0; i < nSize; i += kLine)
+        __builtin_prefetch(pFirst + i);
+}
+
 // The values behind the last code are zeros in both.
 bool CJPEGDecoderLookup::IsOf(const CJPEGDecoderHuffmanTable& table) const {
     return (m_nClass == 0) == (table.m_nClass == 0) &&
