@@ -18,6 +18,7 @@ struct TlsScope {
     std::vector<std::string> names;     // in lower case
     std::vector<std::string> addresses; // numeric
     std::vector<std::string> networks;  // "ADDRESS/MASK"
+    friend bool operator==(const TlsScope&, const TlsScope&) = default;
 
     // localhost and loopback; the full names of this machine, and those of the form NAME.local; addresses in
     // private networks, with these; the host that phones are told ("HOST" or "HOST:PORT"; may be empty). A

@@ -19,6 +19,7 @@ constexpr std::string_view kReplacedMark = "# This authority took the place of a
 
 // Of the store that hosts share.
 constexpr const char* kSharedKey = "authority";
+constexpr std::chrono::hours kGoodFor{1};
 constexpr std::size_t kMostTold = 64; // the newest addresses
 constexpr std::string_view kNotInAddresses(" \t\r\n\v\f\0", 7);
 
@@ -153,8 +154,9 @@ void Certificates::LoadOwn(std::string_view toldHost) {
         WritePair(authority, authorityFile, authorityKey);
     }
     const auto isGood = [&](const TlsScope& scope) { return FaultOf(authority, server, scope).empty(); };
-    bool usable = (had || others) && IsUsable(authority);
-    const bool good = usable && std::ranges::any_of(scopes, isGood);
+    const bool seen = Clock::now() < m_goodUntil && Good{authority, server, scopes} == m_good;
+    bool usable = seen || ((had || others) && IsUsable(authority));
+    const bool good = seen || (usable && std::ranges::any_of(scopes, isGood));
     if (!good) {
         // A name may be outside of what the authority permits.
         const auto certify = [&](const TlsScope& scope) {
@@ -187,12 +189,15 @@ void Certificates::LoadOwn(std::string_view toldHost) {
         if (had && !usable)
             Console::Get().Log("message", "this server has a new authority for its certificate: devices that "
                                           "trusted the former one have to trust again, see /trust");
-    } else if (m_current && !others) {
-        return;
     }
-    Use(server, {.certificate = authority.certificate,
-                 .fingerprint = FingerprintOf(authority.certificate),
-                 .replaced = authority.certificate.starts_with(kReplacedMark)});
+    if (!good || !m_current || others)
+        Use(server, {.certificate = authority.certificate,
+                     .fingerprint = FingerprintOf(authority.certificate),
+                     .replaced = authority.certificate.starts_with(kReplacedMark)});
+    if (!seen) {
+        m_good = {std::move(authority), std::move(server), scopes};
+        m_goodUntil = Clock::now() + kGoodFor;
+    }
 }
 
 void Certificates::Refresh(std::string_view toldHost, bool again) {

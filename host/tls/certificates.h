@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/base/store_mirror.h"
+#include "host/base/wait.h"
 #include "host/tls/authority.h"
 #include "host/tls/context.h"
 #include "platform/files.h"
@@ -62,13 +63,22 @@ private:
     [[nodiscard]] bool PutShared(const Shared& shared);
     [[nodiscard]] std::vector<TlsScope> ScopesFor(std::string_view toldHost, Shared& shared) const;
     void Use(const TlsPair& pair, Authority authority);
+    // What a look has found good. The same is not looked at again within the hour: it takes milliseconds.
+    struct Good {
+        TlsPair authority;
+        TlsPair server;
+        std::vector<TlsScope> scopes;
+        friend bool operator==(const Good&, const Good&) = default;
+    };
 
     const bool m_own;
     const CertificateFiles m_files;
     const std::string m_folder;
     std::vector<std::string> m_names; // of this machine
     platform::FileStamp m_stamps[2];
-    std::string m_complaint;             // the last one
+    std::string m_complaint; // the last one
+    Good m_good;
+    Clock::time_point m_goodUntil;       // looked at anew then, since certificates age
     std::optional<StoreMirror> m_shared; // nothing: the authority is this server's alone
     // std::atomic of a shared pointer is not in every C++ library of today; these functions are.
     TlsContextPtr m_current;
