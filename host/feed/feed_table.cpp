@@ -160,6 +160,7 @@ FeedPtr FeedTable::Find(const std::string& name) const {
 std::vector<FeedPtr> FeedTable::List() const {
     std::vector<FeedPtr> feeds;
     const std::lock_guard guard(m_mutex);
+    feeds.reserve(m_entries.size());
     for (const auto& [name, entry] : m_entries) {
         if (entry.cam)
             feeds.push_back(entry.feed);
@@ -203,6 +204,7 @@ void FeedTable::PollConnections() {
     std::vector<Entry> present;
     {
         const std::lock_guard guard(m_mutex);
+        present.reserve(m_entries.size());
         for (const auto& [name, entry] : m_entries) {
             if (entry.cam)
                 present.push_back(entry);

@@ -299,21 +299,30 @@ TEST(RateMeter, FollowsTheRateAndFallsWhenPicturesStop) {
 TEST(ConnectionEvents, TheFirstHostThatLivesTellsOfOneThatDied) {
     const auto source = ComObject<support::VideoSource>::Create();
     const FeedTablePtr table = ComObject<FeedTable>::Create();
-    const support::CamPtr yard = source->Put("yard");
+    const support::CamPtr cams[] = {source->Put("gate"), source->Put("yard"), source->Put("zoo")};
     table->SetSource(platform::ComPtr<IVideoSource>(source.Get()));
-    ASSERT_EQ(table->OnCamAdded(Bstr(u"yard").Get()), S_OK);
+    for (const char16_t* name : {u"yard", u"zoo"})
+        ASSERT_EQ(table->OnCamAdded(Bstr(name).Get()), S_OK);
+    const auto setElsewhere = [&](const std::optional<Elsewhere>& elsewhere) {
+        for (const char* name : {"yard", "zoo"})
+            table->SetElsewhere(*table->Find(name), elsewhere);
+    };
     // What each host has told within a minute of the death of b, or of the phone's leave.
     const auto tells = [&](const char* self, bool dies) {
         EventLog log("");
         ConnectionEvents events(log);
         Clock::time_point now{1h};
-        table->SetElsewhere(*table->Find("yard"), Elsewhere{.node = "b"});
+        EXPECT_EQ(table->OnCamAdded(Bstr(u"gate").Get()), S_OK);
+        setElsewhere(Elsewhere{.node = "b"});
         events.Look(*table, {self, {"a", "b", "c"}, {}}, now);
-        table->SetElsewhere(*table->Find("yard"), std::nullopt);
+        setElsewhere(std::nullopt);
         const LiveHosts after =
             dies ? LiveHosts{self, {"a", "c"}, {"b"}} : LiveHosts{self, {"a", "b", "c"}, {}};
-        for (int second = 0; second < 60; ++second)
+        for (int second = 0; second < 60; ++second) {
+            if (second == 1) // while the others' losses are not told of yet
+                EXPECT_EQ(table->OnCamRemoved(Bstr(u"gate").Get()), S_OK);
             events.Look(*table, after, now += 1s);
+        }
         events.Look(*table, {self, {"a", "b", "c"}, {}}, now += 1s);
         std::string told;
         for (const EventPtr& event : log.After(0, 99)) {
@@ -322,7 +331,7 @@ TEST(ConnectionEvents, TheFirstHostThatLivesTellsOfOneThatDied) {
         }
         return told;
     };
-    EXPECT_EQ(tells("a", true), "host-lost b camera-lost yard host-back b ");
+    EXPECT_EQ(tells("a", true), "host-lost b camera-lost yard camera-lost zoo host-back b ");
     EXPECT_EQ(tells("c", true), "");
     EXPECT_EQ(tells("a", false), "") << "b tells";
 }
