@@ -303,7 +303,7 @@ void Cameras::TakeOwned(const Opened& announcement) {
         if (epoch == 0)
             m_ownership.ToldWithout(camera, announcement.node, Clock::now());
         else
-            m_ownership.Told(camera, {announcement.node, epoch}, Clock::now());
+            m_ownership.Says(camera, {announcement.node, epoch}, Clock::now());
     }
 }
 

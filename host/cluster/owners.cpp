@@ -60,6 +60,13 @@ void Ownership::ServesWithout(const std::string& camera) {
     Camera& known = m_cameras[camera];
     known.own = 0;
     known.without = true;
+    known.yields = false;
+}
+
+void Ownership::Says(const std::string& camera, const Owner& owner, Clock::time_point now) {
+    Told(camera, owner, now);
+    Camera& known = m_cameras[camera];
+    known.yields = known.yields || (known.own == 0 && known.without && known.owner == owner);
 }
 
 void Ownership::ToldWithout(const std::string& camera, const std::string& node, Clock::time_point now) {
@@ -108,6 +115,11 @@ void Ownership::LookAt(const std::string& name, Camera& camera, bool receiving, 
             return;
         }
     } else if (others) {
+        // Its host has an entry, and this one may not get any for as long as the engine's servers need.
+        if (camera.yields && Lives(camera.owner.node)) {
+            orders.end.push_back(name);
+            return;
+        }
         // The phone was let in while the engine was away, and nobody knows which of two came later.
         if (!IsHeard(now) || !m_writes || now < m_judgesFrom)
             return;

@@ -55,6 +55,8 @@ public:
     // in without one.
     void Claimed(const std::string& camera, std::uint64_t epoch, Clock::time_point now);
     void ServesWithout(const std::string& camera);
+    // A host says that it has it, by that entry, which it does at a claim and when it hears others again.
+    void Says(const std::string& camera, const Owner& owner, Clock::time_point now);
     // Another host serves it without one, as it says with each beat of its heart.
     void ToldWithout(const std::string& camera, const std::string& node, Clock::time_point now);
 
@@ -90,9 +92,10 @@ public:
 private:
     struct Camera {
         Owner owner;
-        std::uint64_t own = 0;                           // epoch of this host's claim; 0: none
-        bool without = false;                            // a phone was let in here without a claim
-        bool here = false;                               // its phone, at the last look
+        std::uint64_t own = 0; // epoch of this host's claim; 0: none
+        bool without = false;  // a phone was let in here without a claim
+        bool yields = false;   // and another host has said since that it has the camera
+        bool here = false;     // its phone, at the last look
         std::map<std::string, Clock::time_point> others; // that serve it without, and when they said so
         Clock::time_point claimed{};
         Clock::time_point nextClaim{};

@@ -206,6 +206,9 @@ std::string Play(Ownership& ownership, const OwnerStep& step) {
         ownership.Claimed(name, epoch, now);
     } else if (what == "without") {
         ownership.ServesWithout(name);
+    } else if (what == "said") {
+        words >> node >> epoch;
+        ownership.Says(name, {node, epoch}, now);
     } else if (what == "hears") { // that another one does
         words >> node;
         ownership.ToldWithout(name, node, now);
@@ -377,6 +380,16 @@ TEST(Ownership, IsOfWhoHasClaimedLast) {
           {300, "claimed x 5"},
           {300, "says"},
           {300, "where"}}},
+        {"so, and who has the entry is heard again",
+         {{0, "beats a b"},
+          {0, "told x b 3"},
+          {0, "writes no"},
+          {0, "without x"},
+          {0, "look x"},
+          {100, "said x b 2"},
+          {100, "look x"},
+          {200, "said x b 3"},
+          {200, "look x", "end x "}}},
         {"others let it in without one",
          {{0, "beats a b c"},
           {0, "told x d 3"},
