@@ -83,8 +83,9 @@ TEST(Seal, ASecretIsChangedWithoutAHostThatUnderstandsNobody) {
         const auto opened = a.Open(place, b.Seal(place, "x"));
         EXPECT_EQ(opened.has_value(), !strange) << here << " opens " << there;
         EXPECT_EQ(b.Open(place, a.Seal(place, "x")).has_value(), !strange) << there << " opens " << here;
-        if (opened)
+        if (opened) {
             EXPECT_EQ(opened->second, here[0] != there[0]) << here << " opens " << there;
+        }
     }
     for (const std::string& bad :
          {std::string(), std::string("# nothing\n"), std::string(31, 'x'), kOne + "\n" + kTwo + "\n" + kOne})

@@ -319,8 +319,9 @@ TEST(ConnectionEvents, TheFirstHostThatLivesTellsOfOneThatDied) {
         const LiveHosts after =
             dies ? LiveHosts{self, {"a", "c"}, {"b"}} : LiveHosts{self, {"a", "b", "c"}, {}};
         for (int second = 0; second < 60; ++second) {
-            if (second == 1) // while the others' losses are not told of yet
+            if (second == 1) { // while the others' losses are not told of yet
                 EXPECT_EQ(table->OnCamRemoved(Bstr(u"gate").Get()), S_OK);
+            }
             events.Look(*table, after, now += 1s);
         }
         events.Look(*table, {self, {"a", "b", "c"}, {}}, now += 1s);

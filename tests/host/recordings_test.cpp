@@ -261,8 +261,9 @@ TEST(Recorder, LosesALastSecondToAKillAndNoMore) {
         const std::string about = "killed after " + std::to_string(shown) + " pictures";
         const RecordingsFolder folder(host.folder.File("recordings"), host.disk);
         const auto cut = folder.Look().files[1];
-        if (!cut.empty() && cut.back().bytes > 2000)
+        if (!cut.empty() && cut.back().bytes > 2000) {
             EXPECT_NE(Probed(folder.PathOf(cut.back())).find("title=yard"), std::string::npos) << about;
+        }
         host.Start();
         host.Settle();
         ExpectIndexFollowsFolder(host);

@@ -15,7 +15,7 @@ namespace {
 TEST(Recorder, PausesWhileTheDiskTakesNothing) {
     Recording host;
     host.recorder->SetModes({{"yard", RecordMode::Always}, {"gate", RecordMode::Always}});
-    host.library->SetLimits({.freePercent = 0, .freeBytes = 10'000'000});
+    host.library->SetLimits({.freePercent = 0, .freeBytes = 10'000'000, .cameras = {}});
     auto time = 0ms;
     const auto show = [&](int pictures) {
         for (int i = 0; i < pictures; ++i, time += 500ms) {
@@ -122,8 +122,9 @@ TEST(Retention, KeepsToItsLimitsTheOldestFirst) {
             oldest = std::min(oldest, row.begin);
     }
     for (const auto& [key, begin] : seen) {
-        if (key.camera != host.library->IdOf("camera 3"))
+        if (key.camera != host.library->IdOf("camera 3")) {
             EXPECT_LE(begin, oldest);
+        }
     }
 
     // Lost or damaged, the index is made again as it was, and damage is told.
