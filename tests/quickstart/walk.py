@@ -173,7 +173,7 @@ class Readme(Walk):
         self.addCleanup(self.end)
 
     def begin(self, command):
-        """./run, which is the source tree's, until pages are answered."""
+        """./run, which is the source tree's, until pages are answered and it has said where."""
         self.end()
         self.log = os.path.join(self.folder, "log")
         with open(self.log, "wb") as log:
@@ -182,12 +182,15 @@ class Readme(Walk):
 
         def answered():
             self.assertIsNone(self.server.poll(), test_package.content(self.log).decode())
-            return ask("/healthz")[0] == 200
+            said = test_package.content(self.log).decode()
+            folder = re.search(r"^Data folder: (.*)\n", said, re.M)
+            if folder is None or ask("/healthz")[0] != 200:
+                return False
+            self.assertIn("\nOpen http://127.0.0.1:8080/", "\n" + said)
+            self.data = folder[1]
+            return True
 
         eventually(answered, command, 900)
-        said = test_package.content(self.log).decode()
-        self.assertIn("\nOpen http://127.0.0.1:8080/", "\n" + said)
-        self.data = re.search(r"^Data folder: (.*)$", said, re.M)[1]
         self.environment["ADMIN"] = test_package.content(self.data + "/admin-password").decode().strip()
 
     def end(self):
