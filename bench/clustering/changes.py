@@ -10,10 +10,12 @@ BODY = b'{"type":"160x120","password":"long enough"}'
 
 
 class Changes:
-    """Adds a camera, and removes the one that was added twenty before, for as long as it runs."""
+    """Adds a camera, and removes one of more than twenty, for as long as it runs. With `names` as many come again and again:
+    a bucket keeps what was removed for a week, so new ones all the time make hosts and servers of NATS grow."""
 
-    def __init__(self, hosts, every):
+    def __init__(self, hosts, every, names=None):
         self.hosts, self.every = hosts, every
+        self.numbers = itertools.cycle(range(names)) if names else itertools.count()
         self.confirmed, self.refused, self.late = 0, 0, 0
         self.there, self.unknown, self.wrong = set(), set(), []
         self.ended, self.lock = threading.Event(), threading.Lock()
@@ -28,7 +30,7 @@ class Changes:
 
     def run(self):
         host = itertools.cycle(self.hosts)
-        for number in itertools.count():
+        for number in self.numbers:
             self.change(next(host), f"set{number:05}", "PUT")
             if len(self.there) > KEPT:
                 self.change(next(host), min(self.there), "DELETE")
@@ -44,6 +46,7 @@ class Changes:
             if status in (200, 201, 204):
                 self.confirmed += 1
                 (self.there.add if method == "PUT" else self.there.discard)(name)
+                self.unknown.discard(name)
             elif status >= 500 or status == 0:  # not written, or not known to be
                 self.refused += status != 0
                 self.unknown.add(name)
