@@ -72,7 +72,7 @@ std::optional<Stream::Head> Stream::Ask() const {
     if (js_GetStreamInfo(&made, m_stream.get(), m_name.c_str(), nullptr, nullptr) != NATS_OK)
         return std::nullopt;
     const StreamInfoPtr info(made);
-    Head head{LeaderOf(info->Cluster), info->State.LastSeq, info->State.NumSubjects, info->Created};
+    Head head{LeaderOf(info->Cluster), info->State.LastSeq, info->State.NumSubjects};
     if (info->Cluster != nullptr && head.leader.empty())
         return std::nullopt; // its servers are choosing one
     return head;
@@ -124,13 +124,13 @@ std::optional<Stream::Message> Stream::Open(natsMsg* message) const {
                    .removal = IsRemoval(message)};
 }
 
-Stream::Put Stream::Publish(const std::string& key, std::string_view text, std::optional<Sequence> last,
+Stream::Put Stream::Publish(const std::string& key, std::string_view text, Sequence last,
                             Clock::time_point until) const {
     jsPubOptions options;
     (void)jsPubOptions_Init(&options);
     options.MaxWait = MillisecondsUntil(until);
-    options.ExpectLastSubjectSeq = last.value_or(0);
-    options.ExpectNoMessage = last == Sequence{0};
+    options.ExpectLastSubjectSeq = last;
+    options.ExpectNoMessage = last == 0;
     jsPubAck* made = nullptr;
     jsErrCode error{};
     const natsStatus status = js_Publish(&made, m_stream.get(), SubjectOf(key).c_str(), text.data(),

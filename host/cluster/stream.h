@@ -32,7 +32,6 @@ public:
         std::string leader;        // empty: there is one server, and nobody to choose between
         Sequence last = 0;         // that it has given out
         std::int64_t subjects = 0; // keys that have messages
-        std::int64_t created = 0;  // of a stream that is made anew another time
     };
     [[nodiscard]] std::optional<Head> Ask() const;
 
@@ -66,8 +65,8 @@ public:
         Sequence sequence = 0;
         std::string why{}; // with Unknown
     };
-    // Where the key's last message is still that one (0: there is none); without, wherever it is.
-    [[nodiscard]] Put Publish(const std::string& key, std::string_view text, std::optional<Sequence> last,
+    // Where the key's last message is still that one (0: there is none).
+    [[nodiscard]] Put Publish(const std::string& key, std::string_view text, Sequence last,
                               Clock::time_point until) const;
 
     struct Last {

@@ -66,9 +66,9 @@ std::vector<EventPtr> EventsIn(const PeerDocument& lines, const std::string& nod
 
 SharedEvents::SharedEvents(Parts parts)
     : m_parts(std::move(parts)), m_asker(m_parts.cluster, kEventsTopic),
-      m_following([this] { AskForNews(); }),
       m_answerer(m_parts.cluster, kEventsTopic,
-                 [this](const PeerDocument& question) { return Answer(question); }) {}
+                 [this](const PeerDocument& question) { return Answer(question); }),
+      m_following([this] { AskForNews(); }) {}
 
 SharedEvents::~SharedEvents() {
     m_stop.Signal();

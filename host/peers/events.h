@@ -47,8 +47,8 @@ private:
     std::list<Take> m_followers;
     Wakeup m_followed;
     Wakeup m_stop;
-    std::thread m_following;
-    PeerAnswerer m_answerer; // last: it uses the above
+    PeerAnswerer m_answerer;
+    std::thread m_following; // last: nothing that may throw comes behind it
 };
 
 } // namespace host
