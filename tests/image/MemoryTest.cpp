@@ -133,12 +133,24 @@ TEST_P(Memory, IsNotAskedForByBlocks) {
     }
 }
 
+// Ends in the middle of its data. Rows that fail want memory of their own.
+Bytes CutShort(Bytes jpeg) {
+    jpeg.resize(jpeg.size() - (jpeg.size() - FindMarker(jpeg, 0xDA)) / 2);
+    jpeg.insert(jpeg.end(), {0xFF, 0xD9});
+    return jpeg;
+}
+
 // Each allocation refused in its turn: a clean failure, and the same picture as ever once there is memory
 // again. The temporary of the fallback into planes alone has a code of its own.
 TEST_P(Memory, RefusedAnywhereIsAFailure) {
     constexpr int kSide = 48;
-    const Bytes jpeg = Encode(GetParam().Sized(kSide, kSide));
-    for (const Operation eOperation : Operations(GetParam().recipe)) {
+    const Bytes whole = Encode(GetParam().Sized(kSide, kSide));
+    std::vector<std::pair<Operation, Bytes>> all;
+    for (const Operation eOperation : Operations(GetParam().recipe))
+        all.emplace_back(eOperation, whole);
+    if (!GetParam().recipe.bProgressive)
+        all.emplace_back(Operation::FrameBlock, CutShort(whole));
+    for (const auto& [eOperation, jpeg] : all) {
         SCOPED_TRACE(static_cast<int>(eOperation));
         const bool bEncode = eOperation == Operation::EncodeYV12 || eOperation == Operation::EncodeGrey;
         int nTemporaries = 0;

@@ -89,7 +89,7 @@ struct JpegGrid {
 };
 
 // One colour component of a frame: what the headers say of it, and its buffers.
-class CJPEGColorComponent {
+class CJPEGColorComponent final {
 public:
     virtual ~CJPEGColorComponent() = default;
 

@@ -6,8 +6,8 @@
 // An object serves one stream on one thread: SetSource, ReadHeader, SetDestination, ReadData, and after a
 // failure of any of them only the destructor. It owns tables, component buffers and comment; source and
 // destination stay the caller's. Memory: one MCU row besides the destination, and for a progressive frame the
-// coefficients of the whole picture. Allocation of the small table objects may throw std::bad_alloc; nothing
-// else throws.
+// coefficients of the whole picture. Allocation of a comment and of tables that are not shared may throw
+// std::bad_alloc; nothing else throws.
 #pragma once
 
 #include "image/format/JpegGeometry.h"
@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 // Beside the fields below, those of JFIF and Adobe segments and of the MCU grid are its own.
 class CJPEGDecoder : public JpegApplicationFields, public JpegGrid {
@@ -156,20 +157,22 @@ private:
     JpegStatus PrepareScan();
     JpegStatus CheckTables();
     JpegStatus AllocateWorkMemory();
+    JpegStatus AllocateRowBuffers(bool bAll);
     JpegStatus AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma);
+    bool AllocateBlockBuffer();
     JpegStatus ProcessRestart();
 
     // JpegMcuRow.cpp: sequential scans.
     JpegStatus DecodeSequentialScan();
     JpegStatus DecodeMcuRow(std::int32_t nMcuRow);
     std::int32_t DecodeRun(std::int32_t nFirst, std::int32_t nMcus);
-    JpegStatus DecodeMcu(std::int32_t nMcuCol);
+    JpegStatus DecodeMcu(std::int16_t* pBlock);
     void LayOutMcus(std::int32_t nMcuRow, bool bDirect);
-    void ReconstructLaidOut(std::int32_t nFirst, std::int32_t nEnd);
+    void ReconstructLaidOut(const std::int16_t* pBlock, std::int32_t nFirst, std::int32_t nEnd);
     std::int32_t DirectColumns(std::int32_t nMcuRow) const;
     SampleRows RowsOf(std::int32_t nComponent, std::int32_t nMcuRow, bool bDirect) const;
     bool RepeatKept(std::int32_t nMcuRow, const EntropyPosition& previous, const EntropyPosition& start);
-    void KeepLastRow(const EntropyPosition& start);
+    JpegStatus KeepLastRow(const EntropyPosition& start);
     EntropyPosition CurrentPosition() const;
     void GoTo(const EntropyPosition& position);
 
@@ -194,6 +197,10 @@ private:
     bool IsFullResolution(std::int32_t nComponent) const {
         return HorizontalFactor(m_eJpegSampling, nComponent) == 1;
     }
+    // A component whose samples may be reconstructed right in the destination's plane.
+    bool HasPlaneResolution(std::int32_t nComponent) const {
+        return nComponent == 0 || m_eJpegSampling == JS_420;
+    }
     // Row of a sequential chroma component's m_pSsBuffer: one spare sample at each end.
     std::int32_t SsStep() const { return (m_nCcWidth >> 1) + 2; }
 
@@ -206,7 +213,7 @@ private:
 
     // Work memory. Members go in reverse order: tables last in this list are deleted first.
     IppTablePtr<ippiDecodeHuffmanState> m_pHuffmanState;
-    IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential only
+    IppBuffer<std::int16_t> m_pBlockBuffer;  // coefficients of one MCU row, sequential and damaged only
     IppBuffer<std::int16_t> m_pCoefficients; // of the whole picture, progressive only
     IppBuffer<std::uint64_t> m_pMasks;       // of its blocks: the coefficients that are not zero
     std::int32_t m_nBlocksPerMcu = 0;
@@ -216,13 +223,16 @@ private:
     IppMcuRow m_mcuRow{};           // keeps coefficients from the first damage on
     std::int32_t m_nDirectCols = 0; // MCU columns of the row at hand that are in the destination already
 
-    // Table sets. Those of a scan, by component: tables which other decoders may be using as well.
+    // Table sets. They are part of the decoder: objects of the heap would cost a picture that comes after a
+    // pause, when the allocator's memory is out of the caches, as much as reading its header.
+    //
+    // Those of a scan, by component: tables which other decoders may be using as well.
     std::shared_ptr<const CJPEGDecoderLookup> m_apDcLookup[kJpegMaxComponents];
     std::shared_ptr<const CJPEGDecoderLookup> m_apAcLookup[kJpegMaxComponents];
-    std::unique_ptr<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];
-    std::unique_ptr<CJPEGDecoderHuffmanTable> m_apAcHuffman[4];
-    std::unique_ptr<CJPEGDecoderHuffmanTable> m_apDcHuffman[4];
-    std::shared_ptr<const CJPEGDecoderQuantTable> m_apQuant[4];
-    // Progressive, by component: what the picture is painted with where the slot holds a later table by then.
-    std::shared_ptr<const CJPEGDecoderQuantTable> m_apKeptQuant[kJpegMaxComponents];
+    std::optional<CJPEGColorComponent> m_apComponents[kJpegMaxComponents];
+    std::optional<CJPEGDecoderHuffmanTable> m_apAcHuffman[4];
+    std::optional<CJPEGDecoderHuffmanTable> m_apDcHuffman[4];
+    std::optional<CJPEGDecoderQuantTable> m_apQuant[4];
+    // Progressive: what the picture is painted with where the slot holds a later table by then.
+    std::optional<CJPEGDecoderQuantTable> m_apKeptQuant[4];
 };

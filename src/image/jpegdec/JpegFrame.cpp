@@ -33,8 +33,7 @@ JpegStatus CJPEGDecoder::ReadFrameHeader(std::int32_t nContent) {
 // of the four slots.
 JpegStatus CJPEGDecoder::ReadFrameComponents() {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-        m_apComponents[i] = std::make_unique<CJPEGColorComponent>();
-        CJPEGColorComponent& component = *m_apComponents[i];
+        CJPEGColorComponent& component = m_apComponents[i].emplace();
         const JpegFrameEntry entry(Reader());
         component.m_nId = entry.nId;
         component.m_nHSampling = entry.nHSampling;

@@ -61,23 +61,27 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
             start = CurrentPosition();
             m_nDirectCols = DirectColumns(nMcuRow);
             bool bFailed = DecodeMcuRow(nMcuRow) != JPEG_OK;
-            if (bFailed && !m_mcuRow.bKeep)
+            if (bFailed && !m_mcuRow.bKeep) {
+                if (!AllocateBlockBuffer())
+                    return JPEG_INTERNAL_ERROR;
                 bFailed = RepeatKept(nMcuRow, previous, start);
+            }
             bStuck = bFailed && CurrentPosition() == start;
             // What the rows from here on are written from.
             if (bStuck) {
+                if (const JpegStatus eStatus = AllocateRowBuffers(true); eStatus != JPEG_OK)
+                    return eStatus;
                 m_nDirectCols = 0;
                 LayOutMcus(nMcuRow, false);
-                ReconstructLaidOut(0, m_nMcuCols);
+                ReconstructLaidOut(m_pBlockBuffer.get(), 0, m_nMcuCols);
             }
             static_cast<void>(UpsampleMcuRow());
         }
         static_cast<void>(ConvertMcuRow(nMcuRow));
     }
-    if (!m_mcuRow.bKeep)
-        KeepLastRow(start);
+    const JpegStatus eStatus = m_mcuRow.bKeep ? JPEG_OK : KeepLastRow(start);
     m_nDirectCols = 0;
-    return JPEG_OK;
+    return eStatus;
 }
 
 // Begins to keep coefficients, at a row that has failed without: those of the row before it, which may be the
@@ -98,19 +102,27 @@ bool CJPEGDecoder::RepeatKept(std::int32_t nMcuRow, const EntropyPosition& previ
 }
 
 // A further scan whose first row fails shows the last row of this one, whose tables may be gone by then.
-void CJPEGDecoder::KeepLastRow(const EntropyPosition& start) {
+JpegStatus CJPEGDecoder::KeepLastRow(const EntropyPosition& start) {
     std::int32_t nBehind = m_nSrcPos;
     const std::int32_t nNext = m_nMarker != M_NONE ? m_nMarker : SeekMarker(m_pSrc, m_nSrcSize, nBehind);
     if (nNext == M_EOI || nNext == M_NONE)
-        return;
+        return JPEG_OK;
+    if (!AllocateBlockBuffer())
+        return JPEG_INTERNAL_ERROR;
     const EntropyPosition end = CurrentPosition();
     m_mcuRow.bKeep = true;
     GoTo(start);
     static_cast<void>(DecodeMcuRow(m_nMcuRows - 1));
     GoTo(end);
+    return JPEG_OK;
 }
 
+// A row that fails while no coefficients are kept is left where it is: it will be repeated.
 JpegStatus CJPEGDecoder::DecodeMcuRow(std::int32_t nMcuRow) {
+    alignas(ippAlignment) std::int16_t aMcu[64 * ippMaxMcuBlocks];
+    const auto coefficientsOf = [&](std::int32_t nMcuCol) {
+        return m_mcuRow.bKeep ? m_pBlockBuffer.get() + std::ptrdiff_t{nMcuCol} * m_nBlocksPerMcu * 64 : aMcu;
+    };
     JpegStatus eStatus = JPEG_OK;
     for (std::int32_t nMcuCol = 0; nMcuCol < m_nMcuCols;) {
         if (nMcuCol == 0 || nMcuCol == m_nDirectCols)
@@ -118,8 +130,10 @@ JpegStatus CJPEGDecoder::DecodeMcuRow(std::int32_t nMcuRow) {
         const std::int32_t nEnd = nMcuCol < m_nDirectCols ? m_nDirectCols : m_nMcuCols;
         if (eStatus == JPEG_OK && m_nRestartInterval != 0 && m_nRestartsToGo == 0)
             eStatus = ProcessRestart();
+        if (eStatus != JPEG_OK && !m_mcuRow.bKeep)
+            break;
         if (eStatus != JPEG_OK) {
-            ReconstructLaidOut(nMcuCol, nEnd);
+            ReconstructLaidOut(coefficientsOf(nMcuCol), nMcuCol, nEnd);
             nMcuCol = nEnd;
             continue;
         }
@@ -131,10 +145,11 @@ JpegStatus CJPEGDecoder::DecodeMcuRow(std::int32_t nMcuRow) {
         m_nRestartsToGo -= nDone;
         if (nDone == nRun)
             continue;
-        eStatus = DecodeMcu(nMcuCol);
+        std::int16_t* const pMcu = coefficientsOf(nMcuCol);
+        eStatus = DecodeMcu(pMcu);
         if (eStatus == JPEG_OK) {
             --m_nRestartsToGo;
-            ReconstructLaidOut(nMcuCol, nMcuCol + 1);
+            ReconstructLaidOut(pMcu, nMcuCol, nMcuCol + 1);
             ++nMcuCol;
         }
     }
@@ -157,8 +172,7 @@ std::int32_t CJPEGDecoder::DecodeRun(std::int32_t nFirst, std::int32_t nMcus) {
 }
 
 // One MCU block by block.
-JpegStatus CJPEGDecoder::DecodeMcu(std::int32_t nMcuCol) {
-    std::int16_t* pBlock = m_pBlockBuffer.get() + std::ptrdiff_t{nMcuCol} * m_nBlocksPerMcu * 64;
+JpegStatus CJPEGDecoder::DecodeMcu(std::int16_t* pBlock) {
     for (std::int32_t i = 0; i < m_mcuRow.nBlocks; ++i, pBlock += 64) {
         const IppMcuBlock& block = m_mcuRow.aBlocks[i];
         const IppStatus nStatus = ippiDecodeHuffman8x8_JPEG_1u16s_C1(
@@ -193,8 +207,7 @@ std::int32_t CJPEGDecoder::DirectColumns(std::int32_t nMcuRow) const {
 // Where the samples of a component go: its first one in an MCU row, and the stride.
 CJPEGDecoder::SampleRows CJPEGDecoder::RowsOf(std::int32_t nComponent, std::int32_t nMcuRow,
                                               bool bDirect) const {
-    const bool bOwnResolution = nComponent == 0 || m_eJpegSampling == JS_420;
-    if (!bDirect || !bOwnResolution)
+    if (!bDirect || !HasPlaneResolution(nComponent))
         return BufferRows(nComponent);
     std::uint8_t* pPlane = static_cast<std::uint8_t*>(m_pDst);
     std::int64_t nStep = m_nDstStep;
@@ -237,10 +250,9 @@ void CJPEGDecoder::LayOutMcus(std::int32_t nMcuRow, bool bDirect) {
     }
 }
 
-// The samples of MCUs whose coefficients are in the buffer. No kernel status is looked at: pointers and
-// strides are those that DecodeRun passes.
-void CJPEGDecoder::ReconstructLaidOut(std::int32_t nFirst, std::int32_t nEnd) {
-    const std::int16_t* pBlock = m_pBlockBuffer.get() + std::ptrdiff_t{nFirst} * m_nBlocksPerMcu * 64;
+// The samples of MCUs nFirst to nEnd, whose coefficients begin at pBlock. No kernel status is looked at:
+// pointers and strides are those that DecodeRun passes.
+void CJPEGDecoder::ReconstructLaidOut(const std::int16_t* pBlock, std::int32_t nFirst, std::int32_t nEnd) {
     for (std::int32_t nMcuCol = nFirst; nMcuCol < nEnd; ++nMcuCol) {
         for (std::int32_t i = 0; i < m_mcuRow.nBlocks; ++i, pBlock += 64) {
             const IppMcuBlock& block = m_mcuRow.aBlocks[i];

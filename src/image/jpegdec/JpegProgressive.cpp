@@ -55,14 +55,13 @@ JpegStatus CJPEGDecoder::PrepareProgressiveScan() {
 // Only the tables that the scan at hand decodes with; the quantisers are needed when the picture is made.
 JpegStatus CJPEGDecoder::CheckScanTables() {
     if (!IsDcScan()) {
-        CJPEGDecoderHuffmanTable* const pAc =
-            m_apAcHuffman[m_apComponents[m_nCurrentComponent]->m_nAcSelector].get();
+        auto& pAc = m_apAcHuffman[m_apComponents[m_nCurrentComponent]->m_nAcSelector];
         return pAc && pAc->Build() ? JPEG_OK : JPEG_BAD_HUFFMAN_SEGMENT;
     }
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         if (m_nAh != 0 || (m_nScanComponents >> i & 1) == 0)
             continue;
-        CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[m_apComponents[i]->m_nDcSelector].get();
+        auto& pDc = m_apDcHuffman[m_apComponents[i]->m_nDcSelector];
         if (!pDc || !pDc->Build())
             return JPEG_BAD_HUFFMAN_SEGMENT;
     }
@@ -288,16 +287,18 @@ JpegStatus CJPEGDecoder::KeepQuantTables() {
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
         if (!QuantTable(i))
             return JPEG_BAD_QUANT_SEGMENT;
-        if (!m_apKeptQuant[i])
-            m_apKeptQuant[i] = m_apQuant[m_apComponents[i]->m_nQuantSelector];
+        const std::int32_t nSlot = m_apComponents[i]->m_nQuantSelector;
+        if (!m_apKeptQuant[nSlot])
+            m_apKeptQuant[nSlot] = m_apQuant[nSlot];
     }
     return JPEG_OK;
 }
 
 // Null for a table that never came.
 const CJPEGDecoderQuantTable* CJPEGDecoder::QuantTable(std::int32_t nComponent) const {
-    const auto& pKept = m_apKeptQuant[nComponent];
-    return (pKept ? pKept : m_apQuant[m_apComponents[nComponent]->m_nQuantSelector]).get();
+    const std::int32_t nSlot = m_apComponents[nComponent]->m_nQuantSelector;
+    const auto& pTable = m_apKeptQuant[nSlot] ? m_apKeptQuant[nSlot] : m_apQuant[nSlot];
+    return pTable ? &*pTable : nullptr;
 }
 
 // A stream that ends in order shows what its scans gave, also when it leaves some out (T.81 does not demand

@@ -43,8 +43,8 @@ JpegStatus CJPEGDecoder::CheckTables() {
         const CJPEGColorComponent& component = *m_apComponents[i];
         if (!m_apQuant[component.m_nQuantSelector])
             return JPEG_BAD_QUANT_SEGMENT;
-        const CJPEGDecoderHuffmanTable* const pDc = m_apDcHuffman[component.m_nDcSelector].get();
-        const CJPEGDecoderHuffmanTable* const pAc = m_apAcHuffman[component.m_nAcSelector].get();
+        const auto& pDc = m_apDcHuffman[component.m_nDcSelector];
+        const auto& pAc = m_apAcHuffman[component.m_nAcSelector];
         if (!pDc || !pAc)
             return JPEG_BAD_HUFFMAN_SEGMENT;
         m_apDcLookup[i] = CJPEGDecoderLookup::Find(*pDc);
@@ -64,20 +64,15 @@ JpegStatus CJPEGDecoder::CheckTables() {
 JpegStatus CJPEGDecoder::AllocateWorkMemory() {
     m_nBlocksPerMcu = 0;
     for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
-        CJPEGColorComponent& component = *m_apComponents[i];
+        const CJPEGColorComponent& component = *m_apComponents[i];
         m_nBlocksPerMcu += component.m_nHSampling * component.m_nVSampling;
-        if (const JpegStatus eStatus = AllocateComponentBuffers(component, !IsFullResolution(i));
-            eStatus != JPEG_OK)
-            return eStatus;
     }
+    const bool bAllDirect = DirectColumns(m_nMcuRows - 1) == m_nMcuCols;
+    if (const JpegStatus eStatus = AllocateRowBuffers(!bAllDirect); eStatus != JPEG_OK)
+        return eStatus;
     if (m_bProgressive) {
         if (const JpegStatus eStatus = AllocateCoefficients(); eStatus != JPEG_OK)
             return eStatus;
-    } else if (!m_pBlockBuffer) {
-        // Not touched unless a row fails.
-        m_pBlockBuffer = IppAllocate<std::int16_t>(std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols);
-        if (!m_pBlockBuffer)
-            return JPEG_INTERNAL_ERROR;
     }
     if (!m_window.pBytes) {
         m_window.nCapacity = std::min(kWindowBytes, m_nSrcSize);
@@ -92,6 +87,25 @@ JpegStatus CJPEGDecoder::AllocateWorkMemory() {
         m_pHuffmanState.reset(pState);
     }
     return JPEG_OK;
+}
+
+// The buffers of all components, or of those alone that are never reconstructed in the destination.
+JpegStatus CJPEGDecoder::AllocateRowBuffers(bool bAll) {
+    for (std::int32_t i = 0; i < m_nJpegComponents; ++i) {
+        if (!bAll && HasPlaneResolution(i))
+            continue;
+        if (const JpegStatus eStatus = AllocateComponentBuffers(*m_apComponents[i], !IsFullResolution(i));
+            eStatus != JPEG_OK)
+            return eStatus;
+    }
+    return JPEG_OK;
+}
+
+// Only a scan with damage has a use for it.
+bool CJPEGDecoder::AllocateBlockBuffer() {
+    if (!m_pBlockBuffer)
+        m_pBlockBuffer = IppAllocate<std::int16_t>(std::int64_t{m_nBlocksPerMcu} * 64 * m_nMcuCols);
+    return m_pBlockBuffer != nullptr;
 }
 
 JpegStatus CJPEGDecoder::AllocateComponentBuffers(CJPEGColorComponent& component, bool bChroma) {

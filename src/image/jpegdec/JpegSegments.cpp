@@ -49,17 +49,15 @@ JpegStatus CJPEGDecoder::ReadQuantTables(std::int32_t nContent) {
         const std::int32_t nId = nPqTq & 15;
         if (nId > 3)
             return JPEG_BAD_QUANT_SEGMENT;
-        const auto pTable =
-            std::allocate_shared<CJPEGDecoderQuantTable>(IppObjects<CJPEGDecoderQuantTable>());
-        pTable->m_nId = nId;
+        CJPEGDecoderQuantTable& table = m_apQuant[nId].emplace();
+        table.m_nId = nId;
         const bool bWide = nPqTq >> 4 != 0;
         if (!bWide)
-            Reader().Bytes(pTable->m_aRaw, 64);
+            Reader().Bytes(table.m_aRaw, 64);
         for (std::int32_t i = 0; bWide && i < 64; ++i)
-            pTable->m_aRaw[i] = static_cast<std::uint8_t>(Reader().Word());
-        if (pTable->Init() != ippStsNoErr)
+            table.m_aRaw[i] = static_cast<std::uint8_t>(Reader().Word());
+        if (table.Init() != ippStsNoErr)
             return JPEG_INTERNAL_ERROR;
-        m_apQuant[nId] = pTable;
         nContent -= 1 + (bWide ? 128 : 64);
     }
     return nContent == 0 ? JPEG_OK : JPEG_BAD_SEGMENT_LENGTH;
@@ -68,20 +66,21 @@ JpegStatus CJPEGDecoder::ReadQuantTables(std::int32_t nContent) {
 // T.81 B.2.4.2. An identifier above 3 has no slot and is refused; a high nibble other than 0 means AC.
 JpegStatus CJPEGDecoder::ReadHuffmanTables(std::int32_t nContent) {
     while (nContent >= 17) {
-        auto pTable = std::make_unique<CJPEGDecoderHuffmanTable>();
         const std::int32_t nTcTh = Reader().Byte();
-        pTable->m_nId = nTcTh & 15;
-        pTable->m_nClass = nTcTh >> 4;
-        Reader().Bytes(pTable->m_aBits, 16);
-        nContent -= 17;
-        const std::int32_t nValues =
-            std::accumulate(std::begin(pTable->m_aBits), std::end(pTable->m_aBits), 0);
-        if (pTable->m_nId > 3 || nValues > 256 || nValues > nContent)
+        const std::int32_t nId = nTcTh & 15;
+        if (nId > 3)
             return JPEG_BAD_HUFFMAN_SEGMENT;
-        Reader().Bytes(pTable->m_aValues, nValues);
+        auto& apTables = nTcTh >> 4 != 0 ? m_apAcHuffman : m_apDcHuffman;
+        CJPEGDecoderHuffmanTable& table = apTables[nId].emplace();
+        table.m_nId = nId;
+        table.m_nClass = nTcTh >> 4;
+        Reader().Bytes(table.m_aBits, 16);
+        nContent -= 17;
+        const std::int32_t nValues = std::accumulate(std::begin(table.m_aBits), std::end(table.m_aBits), 0);
+        if (nValues > 256 || nValues > nContent)
+            return JPEG_BAD_HUFFMAN_SEGMENT;
+        Reader().Bytes(table.m_aValues, nValues);
         nContent -= nValues;
-        auto& apTables = pTable->m_nClass != 0 ? m_apAcHuffman : m_apDcHuffman;
-        apTables[pTable->m_nId] = std::move(pTable);
     }
     return nContent == 0 ? JPEG_OK : JPEG_BAD_SEGMENT_LENGTH;
 }

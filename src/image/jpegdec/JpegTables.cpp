@@ -8,13 +8,9 @@
 #include <cstddef>
 #include <cstring>
 
-CJPEGDecoderQuantTable::~CJPEGDecoderQuantTable() = default;
-
 IppStatus CJPEGDecoderQuantTable::Init() {
     return ippiQuantInvTableInit_JPEG_8u16u(m_aRaw, m_aSteps);
 }
-
-CJPEGDecoderHuffmanTable::~CJPEGDecoderHuffmanTable() = default;
 
 bool CJPEGDecoderHuffmanTable::Build() {
     if (!m_bBuilt) {
@@ -35,7 +31,8 @@ struct Place {
 };
 
 constexpr std::uint32_t kFree = 0;
-constexpr std::uint32_t kTaken = 1; // being filled
+constexpr std::uint32_t kTaken = 1;    // being filled
+constexpr std::uint32_t kStandard = 2; // the one that alone may be there
 
 // In the zeroed part of the image: a place without a table takes no memory.
 constexpr std::size_t kShared = 28;
@@ -60,7 +57,7 @@ bool IsStandard(const CJPEGDecoderHuffmanTable& table, std::int32_t nId) {
            std::equal(standard.values.begin(), standard.values.end(), table.m_aValues);
 }
 
-// Of the counts and values, eight bytes at a time; neither kFree nor kTaken.
+// Of the counts and values, eight bytes at a time; none of the marks above.
 std::uint32_t MarkOf(const CJPEGDecoderHuffmanTable& table) {
     std::uint64_t nHash = table.m_nClass == 0 ? 0 : 1;
     const auto add = [&nHash](const std::uint8_t* pBytes, std::size_t nBytes) {
@@ -73,7 +70,7 @@ std::uint32_t MarkOf(const CJPEGDecoderHuffmanTable& table) {
     };
     add(table.m_aBits, sizeof table.m_aBits);
     add(table.m_aValues, sizeof table.m_aValues);
-    return static_cast<std::uint32_t>(nHash >> 32) | 2;
+    return static_cast<std::uint32_t>(nHash >> 32) | 4;
 }
 
 // The table of a place, which is filled if it is free. Null where another thread is at it, where it holds
@@ -87,7 +84,7 @@ const CJPEGDecoderLookup* Take(Place& place, const CJPEGDecoderHuffmanTable& tab
         return bBuilt ? &place.lookup : nullptr;
     }
     const bool bReady = nFound != kTaken;
-    bOther = bReady && (nFound != nMark || !place.lookup.IsOf(table));
+    bOther = bReady && (nFound != nMark || (nMark != kStandard && !place.lookup.IsOf(table)));
     return bReady && !bOther ? &place.lookup : nullptr;
 }
 
@@ -97,7 +94,7 @@ const CJPEGDecoderLookup* FindShared(const CJPEGDecoderHuffmanTable& table) {
     bool bOther = false;
     for (std::int32_t nId = 0; nId < 2; ++nId) {
         if (IsStandard(table, nId))
-            return Take(s_aStandard[table.m_nClass == 0 ? 0 : 1][nId], table, 2, bOther);
+            return Take(s_aStandard[table.m_nClass == 0 ? 0 : 1][nId], table, kStandard, bOther);
     }
     const std::uint32_t nMark = MarkOf(table);
     for (std::size_t i = 0; i < kShared; ++i) {

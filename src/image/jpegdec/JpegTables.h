@@ -3,36 +3,12 @@
 
 #include "image/kernels/Kernels.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 
-// Allocates objects in blocks of the kernels' memory, for std::allocate_shared: the C++ library's own way to
-// aligned memory takes twenty times as long as a plain malloc.
-template <typename T>
-struct IppObjects {
-    static_assert(alignof(T) <= ippAlignment);
-    using value_type = T;
-
-    IppObjects() = default;
-    template <typename U>
-    IppObjects(const IppObjects<U>&) noexcept {}
-
-    // Throws std::bad_alloc.
-    T* allocate(std::size_t nCount) {
-        void* const pBlock = ippMalloc(static_cast<std::int64_t>(nCount * sizeof(T)));
-        if (!pBlock)
-            throw std::bad_alloc();
-        return static_cast<T*>(pBlock);
-    }
-    void deallocate(T* pBlock, std::size_t) noexcept { ippFree(pBlock); }
-    friend bool operator==(const IppObjects&, const IppObjects&) noexcept { return true; }
-};
-
-class CJPEGDecoderQuantTable {
+class CJPEGDecoderQuantTable final {
 public:
-    virtual ~CJPEGDecoderQuantTable();
+    virtual ~CJPEGDecoderQuantTable() = default;
 
     // Fills the steps from m_aRaw; a status of the kernels.
     [[nodiscard]] IppStatus Init();
@@ -43,9 +19,9 @@ public:
     alignas(32) std::uint16_t m_aSteps[64] = {}; // quantiser steps, natural order
 };
 
-class CJPEGDecoderHuffmanTable {
+class CJPEGDecoderHuffmanTable final {
 public:
-    virtual ~CJPEGDecoderHuffmanTable();
+    virtual ~CJPEGDecoderHuffmanTable() = default;
 
     // True when m_pSpec can decode. Builds it from the counts and values on the first call, so that a table
     // which no scan names (as in every stream that is only probed) costs no more than its bytes. Lengths that

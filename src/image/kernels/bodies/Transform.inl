@@ -218,7 +218,7 @@ inline void InverseGroup(BlockGroup& group, const std::uint16_t* pSteps) {
 }
 
 // Every block of the group has a target, whether it waits or not. Leaves the group empty.
-inline void InverseGroup(BlockGroup& group, const std::uint16_t* pSteps) {
+[[gnu::noinline]] inline void InverseGroup(BlockGroup& group, const std::uint16_t* pSteps) {
     if (group.nLast > kLastOfFour) {
         InverseGroup<false>(group, pSteps);
     } else if (group.nLast > 0) {
