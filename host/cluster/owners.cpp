@@ -13,7 +13,7 @@ void Ownership::Told(const std::string& camera, const Owner& owner, Clock::time_
         known.changes.push_back(now);
     while (!known.changes.empty() &&
            (now - known.changes.front() > kChangesWithin || known.changes.size() > 2 * kMostChanges))
-        known.changes.pop_front();
+        known.changes.erase(known.changes.begin());
     known.owner = owner;
     // One's own claim may be heard of before its put returns.
     if (owner.node == m_self && known.own != 0)

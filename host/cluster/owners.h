@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <set>
 #include <string>
@@ -99,7 +98,7 @@ private:
         std::map<std::string, Clock::time_point> others; // that serve it without, and when they said so
         Clock::time_point claimed{};
         Clock::time_point nextClaim{};
-        std::deque<Clock::time_point> changes;
+        std::vector<Clock::time_point> changes; // of late
     };
     void LookAt(const std::string& name, Camera& camera, bool receiving, Clock::time_point now,
                 Orders& orders);

@@ -231,6 +231,11 @@ void CameraFeed::RemoveWatcher(Wakeup& wakeup) noexcept {
     m_watchers.erase(std::ranges::find(m_watchers, &wakeup));
 }
 
+bool CameraFeed::HasWatchers() const {
+    const std::lock_guard guard(m_mutex);
+    return !m_watchers.empty();
+}
+
 FeedWatch::FeedWatch(FeedPtr feed, Wakeup& wakeup) : m_feed(std::move(feed)), m_wakeup(&wakeup) {
     m_feed->AddWatcher(*m_wakeup);
 }

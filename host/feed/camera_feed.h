@@ -129,10 +129,11 @@ public:
     // FeedWatch calls these; a wake-up is signalled for each new picture while it is on the list.
     void AddWatcher(Wakeup& wakeup);
     void RemoveWatcher(Wakeup& wakeup) noexcept;
+    [[nodiscard]] bool HasWatchers() const;
 
     // The feed table keeps these.
     void SetType(std::string type);
-    // Forgets the newest picture, and with it the component's frame. No picture comes any more.
+    // Forgets the newest picture, and with it the component's frame, once the camera is gone.
     void LetGo();
     // True when that changes something.
     bool SetConnected(bool connected) noexcept { return m_connected.exchange(connected) != connected; }

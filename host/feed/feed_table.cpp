@@ -17,6 +17,8 @@ using platform::ComPtr;
 
 namespace {
 
+constexpr std::size_t kRemembered = 500; // cameras that are gone: four kilobytes each
+
 // Nothing from a camera that does not tell.
 std::optional<bool> AskConnected(const ComPtr<ICam>& cam) {
     const auto settings = cam.Query<ICamSettings>();
@@ -63,6 +65,7 @@ HRESULT FeedTable::OnCamAdded(BSTR bstrName) {
         const std::lock_guard guard(m_mutex);
         Entry& entry = EntryOf(platform::ToUtf8(platform::ViewOf(bstrName)));
         entry.leaving = false;
+        entry.left = 0;
         if (entry.cam.Get() == cam.Get())
             return S_OK;
         before = std::exchange(entry.cam, cam);
@@ -87,11 +90,37 @@ HRESULT FeedTable::OnCamRemoved(BSTR bstrName) {
             return S_OK;
         }
         feed = found->second.feed;
-        cam = std::exchange(found->second.cam, nullptr);
-        feed->SetConnected(false);
+        cam = Leave(found->second);
         SignalWatchers();
     }
-    return cam ? cam->Disconnect(feed.Get()) : S_FALSE;
+    const HRESULT status = cam ? cam->Disconnect(feed.Get()) : S_FALSE;
+    feed->LetGo();
+    Forget();
+    return status;
+}
+
+ComPtr<ICam> FeedTable::Leave(Entry& entry) {
+    if (entry.cam)
+        entry.left = ++m_leaves;
+    entry.feed->SetConnected(false);
+    return std::exchange(entry.cam, nullptr);
+}
+
+// Now and then, so that it costs a leave next to nothing.
+void FeedTable::Forget() {
+    std::vector<FeedPtr> forgotten; // freed outside the lock
+    const std::lock_guard guard(m_mutex);
+    if (m_leaves - m_remembered <= kRemembered)
+        return;
+    m_remembered = m_leaves;
+    std::erase_if(m_entries, [&](const auto& item) {
+        const Entry& entry = item.second;
+        const bool goes =
+            entry.left != 0 && entry.left + kRemembered <= m_leaves && !entry.feed->HasWatchers();
+        if (goes)
+            forgotten.push_back(entry.feed);
+        return goes;
+    });
 }
 
 FeedTable::Change::Change(FeedTable& table) : m_table(table) {
@@ -113,14 +142,16 @@ void FeedTable::EndChange() {
             if (!std::exchange(entry.leaving, false))
                 continue;
             gone.push_back(entry);
-            entry.cam = nullptr;
-            entry.feed->SetConnected(false);
+            (void)Leave(entry);
         }
         if (!gone.empty())
             SignalWatchers();
     }
-    for (const Entry& entry : gone)
+    for (const Entry& entry : gone) {
         (void)entry.cam->Disconnect(entry.feed.Get());
+        entry.feed->LetGo();
+    }
+    Forget();
 }
 
 void FeedTable::SetSource(ComPtr<IVideoSource> source) {
@@ -139,7 +170,9 @@ void FeedTable::SetSource(ComPtr<IVideoSource> source) {
 
 void FeedTable::SetType(const std::string& name, const std::string& type) {
     const std::lock_guard guard(m_mutex);
-    EntryOf(name).feed->SetType(type);
+    Entry& entry = EntryOf(name);
+    entry.left = 0; // it is about to come
+    entry.feed->SetType(type);
 }
 
 void FeedTable::SetOwners(CameraOwners& owners) {

@@ -18,7 +18,8 @@
 namespace host {
 
 // A camera that leaves and comes back under its name (a change of the settings does that to every camera)
-// gets its old feed again, with its number and its figures.
+// gets its old feed again, with its number and its figures, but none of its pictures. Of those that stay away
+// the last 500 to leave are remembered, and those that somebody still watches.
 //
 // While somebody changes the settings (Change), a removal waits for the end of the change: a camera that has
 // come back by then, the same object, stayed connected throughout, so that no picture of a running upload is
@@ -93,10 +94,14 @@ private:
         FeedPtr feed;
         platform::ComPtr<ICam> cam; // null while the camera is not in the component's table
         bool leaving = false;       // its removal waits for the end of a change
+        std::uint64_t left =
+            0; // which leave it was, counted over all cameras; 0: it is here, or about to come
     };
     void SignalWatchers(); // with m_mutex held
     Entry& EntryOf(const std::string& name);
+    [[nodiscard]] platform::ComPtr<ICam> Leave(Entry& entry); // with m_mutex held
     void EndChange();
+    void Forget();
 
     const Pictures m_pictures;
     CameraOwners* m_owners = nullptr;
@@ -104,6 +109,8 @@ private:
     platform::ComPtr<IVideoSource> m_source;
     std::map<std::string, Entry> m_entries;
     std::uint32_t m_lastId = 0;
+    std::uint64_t m_leaves = 0;     // so far
+    std::uint64_t m_remembered = 0; // as many leaves had been when some were last forgotten
     std::vector<TapMaker*> m_tapMakers;
     unsigned m_changes = 0; // that are going on
     std::vector<Wakeup*> m_watchers;

@@ -83,25 +83,22 @@ private:
 
 std::shared_ptr<PictureTap> MotionWatch::TapOf(const std::string& camera) {
     const std::lock_guard guard(m_mutex);
-    auto& tap = m_taps[camera];
-    if (!tap) {
-        tap = std::make_shared<Tap>(camera, m_tell);
+    return m_taps.FindOrMake(camera, [&] {
+        auto tap = std::make_shared<Tap>(camera, m_tell);
         tap->Set(SettingsOf(camera));
-    }
-    return tap;
+        return tap;
+    });
 }
 
 void MotionWatch::SetCameras(std::map<std::string, MotionSettings, std::less<>> cameras) {
     const std::lock_guard guard(m_mutex);
     m_cameras = std::move(cameras);
-    for (const auto& [camera, tap] : m_taps)
-        tap->Set(SettingsOf(camera));
+    m_taps.ForEach([this](const std::string& camera, const auto& tap) { tap->Set(SettingsOf(camera)); });
 }
 
 void MotionWatch::Tick(Clock::time_point now) {
     const std::lock_guard guard(m_mutex);
-    for (const auto& [camera, tap] : m_taps)
-        tap->Tick(now);
+    m_taps.ForEach([now](const std::string&, const auto& tap) { tap->Tick(now); });
 }
 
 MotionSettings MotionWatch::SettingsOf(const std::string& camera) const {

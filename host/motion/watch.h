@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "host/base/shared_table.h"
 #include "host/base/wait.h"
 #include "host/feed/picture_tap.h"
 #include "host/motion/detector.h"
@@ -50,7 +51,7 @@ private:
 
     const std::shared_ptr<const Tell> m_tell; // the taps', too, which live as long as their feeds
     std::mutex m_mutex;                       // the two below
-    std::map<std::string, std::shared_ptr<Tap>> m_taps;
+    SharedTable<Tap> m_taps;                  // by camera
     std::map<std::string, MotionSettings, std::less<>> m_cameras;
 };
 

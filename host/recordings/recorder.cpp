@@ -47,13 +47,12 @@ Recorder::~Recorder() {
 }
 
 RecorderChannelPtr Recorder::ChannelOf(const std::string& camera) {
-    RecorderChannelPtr& channel = m_channels[camera];
-    if (!channel) {
-        channel = std::make_shared<RecorderChannel>(camera);
+    return m_channels.FindOrMake(camera, [&] {
+        auto channel = std::make_shared<RecorderChannel>(camera);
         if (const auto mode = m_modes.find(camera); mode != m_modes.end())
             channel->mode = mode->second;
-    }
-    return channel;
+        return channel;
+    });
 }
 
 std::shared_ptr<PictureTap> Recorder::TapOf(const std::string& camera) {
@@ -64,16 +63,16 @@ std::shared_ptr<PictureTap> Recorder::TapOf(const std::string& camera) {
 void Recorder::SetModes(std::map<std::string, RecordMode, std::less<>> modes) {
     const std::lock_guard guard(m_mutex);
     m_modes = std::move(modes);
-    for (const auto& [camera, channel] : m_channels) {
+    m_channels.ForEach([this](const std::string& camera, const RecorderChannelPtr& channel) {
         const auto found = m_modes.find(camera);
         const RecordMode mode = found != m_modes.end() ? found->second : RecordMode::Off;
         if (channel->mode.exchange(mode) == mode)
-            continue;
+            return;
         RecorderItem item;
         item.kind = RecorderItem::Kind::ModeChanged;
         item.channel = channel;
         m_queue->Tell(std::move(item));
-    }
+    });
 }
 
 void Recorder::MotionBegan(const std::string& camera) {
@@ -95,15 +94,15 @@ void Recorder::Tell(RecorderItem::Kind kind, const std::string& camera) {
 std::vector<CameraRecording> Recorder::Figures() const {
     std::vector<CameraRecording> all;
     const std::lock_guard guard(m_mutex);
-    for (const auto& [camera, channel] : m_channels) {
+    m_channels.ForEach([&all](const std::string& camera, const RecorderChannelPtr& channel) {
         if (channel->mode == RecordMode::Off && channel->pictures == 0)
-            continue;
+            return;
         all.push_back({.camera = camera,
                        .recording = channel->recording,
                        .pictures = channel->pictures,
                        .bytes = channel->bytes,
                        .dropped = channel->dropped});
-    }
+    });
     return all;
 }
 

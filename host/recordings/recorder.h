@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/base/shared_table.h"
 #include "host/feed/picture_tap.h"
 #include "host/recordings/library.h"
 #include "host/recordings/picture_queue.h"
@@ -61,8 +62,8 @@ private:
     Library& m_library;
     const std::shared_ptr<PictureQueue> m_queue; // taps may outlive the recorder
     const std::unique_ptr<RecorderWriter> m_writer;
-    mutable std::mutex m_mutex; // the two below
-    std::map<std::string, RecorderChannelPtr, std::less<>> m_channels;
+    mutable std::mutex m_mutex;              // the two below
+    SharedTable<RecorderChannel> m_channels; // by camera
     std::map<std::string, RecordMode, std::less<>> m_modes;
     std::thread m_thread;
 };

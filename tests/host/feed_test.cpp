@@ -381,7 +381,7 @@ TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
     EXPECT_EQ(add(u"yard"), S_OK);
     EXPECT_EQ(table->Find("yard")->Id(), id);
     EXPECT_EQ(table->Find("yard")->Figures().frames, 1U);
-    EXPECT_FALSE(table->Find("yard")->Figures().connected);
+    EXPECT_FALSE(table->Find("yard")->Figures().connected || table->Find("yard")->HasPicture());
 
     // A change of the settings takes every camera away and gives back those that stay.
     const auto pictures = [&] { return table->Find("yard")->Figures().frames; };
@@ -408,6 +408,25 @@ TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {
     remove(u"yard");
     remove(u"gäte");
     EXPECT_FALSE(wakeup.IsSet() || again->HasSink() || gate->HasSink());
+
+    // Of cameras that are gone only the last ones are remembered, and those that somebody watches.
+    add(u"gäte");
+    const std::uint32_t watched = table->Find("gäte")->Id();
+    const FeedWatch watch(table->Find("gäte"), wakeup);
+    remove(u"gäte");
+    std::uint32_t last = 0;
+    for (int i = 0; i < 1100; ++i) {
+        source->Put("passing");
+        add(u"passing");
+        last = table->Find("passing")->Id();
+        remove(u"passing");
+    }
+    add(u"yard");
+    add(u"gäte");
+    add(u"passing");
+    EXPECT_NE(table->Find("yard")->Id(), id);
+    EXPECT_EQ(table->Find("gäte")->Id(), watched);
+    EXPECT_EQ(table->Find("passing")->Id(), last);
 }
 
 } // namespace
