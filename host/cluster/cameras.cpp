@@ -106,20 +106,19 @@ Cameras::Cameras(Link& link, std::shared_ptr<Store> nodes, std::shared_ptr<Store
         [this](const Opened& question, const Link::Service::Reply& reply) { TakeQuestion(question, reply); });
     m_hearts.emplace(m_link, kHearts, [this](const Opened& beat) { TakeBeat(beat); });
     m_owned.emplace(m_link, kOwned, [this](const Opened& announcement) { TakeOwned(announcement); });
-    m_beating = std::thread([this] { Beat(); });
-    m_keeping = std::thread([this] { KeepEntry(); });
-    m_working = std::thread([this] { Work(); });
+    m_workers.Start([this] { Beat(); });
+    m_workers.Start([this] { KeepEntry(); });
+    m_workers.Start([this] { Work(); });
+}
+
+void Cameras::Stop() {
+    const std::lock_guard guard(m_mutex);
+    m_stop = true;
+    m_wake.notify_all();
 }
 
 Cameras::~Cameras() {
-    {
-        const std::lock_guard guard(m_mutex);
-        m_stop = true;
-        m_wake.notify_all();
-    }
-    m_beating.join();
-    m_keeping.join();
-    m_working.join();
+    m_workers.End();
     m_owned.reset();
     m_hearts.reset();
     m_pictures.reset();

@@ -9,11 +9,11 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "host/base/cluster_cameras.h"
 #include "host/base/store.h"
+#include "host/base/workers.h"
 #include "host/cluster/link.h"
 #include "host/cluster/owners.h"
 
@@ -57,6 +57,7 @@ private:
     void Work();
     bool Sleep(std::chrono::milliseconds how); // false: it is over
     void TakeNodes(std::span<const Store::Update> updates);
+    void Stop();
     void TakeBeat(const Opened& beat);
     void TakeOwned(const Opened& announcement);
     void Announce(std::map<std::string, std::uint64_t> owned);
@@ -90,9 +91,7 @@ private:
     std::optional<Link::Service> m_pictures;
     std::optional<Link::Service> m_hearts;
     std::optional<Link::Service> m_owned;
-    std::thread m_beating;
-    std::thread m_keeping;
-    std::thread m_working;
+    Workers m_workers{[this] { Stop(); }}; // last: they use all of the above
 };
 
 } // namespace host::cluster

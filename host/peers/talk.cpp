@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <random>
 #include <utility>
+#include <vector>
 
 namespace host {
 namespace {
@@ -104,7 +105,7 @@ std::map<std::string, PeerDocument> PeerAsker::AskAll(const std::map<std::string
 PeerAnswerer::PeerAnswerer(Cluster& cluster, const std::string& topic, Answer answer)
     : m_answer(std::move(answer)) {
     for (std::size_t i = 0; i < kThreads; ++i)
-        m_threads.emplace_back([this] { Work(); });
+        m_workers.Start([this] { Work(); });
     m_serving = cluster.Serve(topic, [this](const std::string& text, Cluster::Reply reply) {
         const std::lock_guard guard(m_mutex);
         if (m_questions.size() >= kMostQuestions)
@@ -114,15 +115,10 @@ PeerAnswerer::PeerAnswerer(Cluster& cluster, const std::string& topic, Answer an
     });
 }
 
-PeerAnswerer::~PeerAnswerer() {
-    m_serving.reset();
-    {
-        const std::lock_guard guard(m_mutex);
-        m_ends = true;
-        m_news.notify_all();
-    }
-    for (std::thread& thread : m_threads)
-        thread.join();
+void PeerAnswerer::End() {
+    const std::lock_guard guard(m_mutex);
+    m_ends = true;
+    m_news.notify_all();
 }
 
 void PeerAnswerer::Work() {

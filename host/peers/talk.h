@@ -11,13 +11,12 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "host/base/cluster.h"
 #include "host/base/wait.h"
+#include "host/base/workers.h"
 
 namespace host {
 
@@ -52,7 +51,7 @@ public:
     PeerAnswerer(Cluster& cluster, const std::string& topic, Answer answer);
     PeerAnswerer(const PeerAnswerer&) = delete;
     PeerAnswerer& operator=(const PeerAnswerer&) = delete;
-    ~PeerAnswerer();
+    ~PeerAnswerer() = default;
 
 private:
     struct Question {
@@ -66,6 +65,7 @@ private:
         Clock::time_point used{};
     };
     void Work();
+    void End();
     void Take(const Question& question);
     void Begin(const PeerDocument& question, bool changes, const Cluster::Reply& reply);
     void GoOn(const PeerDocument& message, const Cluster::Reply& reply);
@@ -78,7 +78,7 @@ private:
     std::map<std::uint64_t, Session> m_sessions; // by numbers that nobody guesses
     bool m_ends = false;
 
-    std::vector<std::thread> m_threads;
+    Workers m_workers{[this] { End(); }};
     std::shared_ptr<const void> m_serving; // last: it hands questions on
 };
 

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
 #include <sys/socket.h>
 
+#include "host/base/workers.h"
 #include "host/feed/connection_events.h"
 #include "host/feed/feed_table.h"
 #include "host/feed/meters.h"
@@ -335,6 +338,25 @@ TEST(ConnectionEvents, TheFirstHostThatLivesTellsOfOneThatDied) {
     EXPECT_EQ(tells("a", true), "host-lost b camera-lost yard camera-lost zoo host-back b ");
     EXPECT_EQ(tells("c", true), "");
     EXPECT_EQ(tells("a", false), "") << "b tells";
+}
+
+// Whose second thread is not to be had.
+struct Unmade {
+    explicit Unmade(std::atomic<bool>& ended) {
+        workers.Start([this, &ended] {
+            ends.get_future().wait();
+            ended = true;
+        });
+        throw std::runtime_error("no thread");
+    }
+    std::promise<void> ends;
+    Workers workers{[this] { ends.set_value(); }};
+};
+
+TEST(Workers, EndWithAnObjectThatCouldNotBeMade) {
+    std::atomic<bool> ended = false;
+    EXPECT_THROW(Unmade{ended}, std::runtime_error);
+    EXPECT_TRUE(ended);
 }
 
 TEST(FeedTable, CamerasComeBackUnderTheirNumberAndWatchersAreTold) {

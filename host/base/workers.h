@@ -1,0 +1,41 @@
+// Threads of an object.
+#pragma once
+
+#include <functional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace host {
+
+// The threads are told to end and waited for when this goes, also where the object's constructor fails because another one
+// could not be started. The last member of what they use, or one behind which nothing comes that they use.
+class Workers {
+public:
+    // `tellEnd` makes the work of all threads return. Called once.
+    explicit Workers(std::function<void()> tellEnd) : m_tellEnd(std::move(tellEnd)) {}
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
+    ~Workers() { End(); }
+
+    // Throws std::system_error where there is no thread to be had.
+    template <typename Work>
+    void Start(Work work) {
+        m_threads.emplace_back(std::move(work));
+    }
+
+    // Returns when all have ended.
+    void End() noexcept {
+        if (const auto tellEnd = std::exchange(m_tellEnd, nullptr))
+            tellEnd();
+        for (std::thread& thread : m_threads)
+            thread.join();
+        m_threads.clear();
+    }
+
+private:
+    std::function<void()> m_tellEnd;
+    std::vector<std::thread> m_threads;
+};
+
+} // namespace host
