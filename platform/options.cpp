@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <system_error>
 
 #include "platform/text.h"
 
@@ -52,7 +53,15 @@ int RunProgram(std::string_view name, int count, const char* const* values,
     } catch (const std::bad_alloc&) {
         return Complain(name, "not enough memory", kExitFailed);
     } catch (const std::exception& error) {
-        return Complain(name, error.what(), kExitFailed);
+        const auto* const system = dynamic_cast<const std::system_error*>(&error);
+        const bool noThread =
+            system != nullptr && system->code() == std::errc::resource_unavailable_try_again;
+        return Complain(
+            name,
+            noThread
+                ? "no thread can be started: raise the limit of tasks (ulimit -u, or TasksMax of the service)"
+                : error.what(),
+            kExitFailed);
     }
 }
 

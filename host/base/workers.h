@@ -2,18 +2,20 @@
 #pragma once
 
 #include <functional>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace host {
 
-// The threads are told to end and waited for when this goes, also where the object's constructor fails because another one
-// could not be started. The last member of what they use, or one behind which nothing comes that they use.
+// The threads are told to end and waited for when this goes, also where the object's constructor fails
+// because another one could not be started. The last member of what they use, or one behind which nothing
+// comes that they use.
 class Workers {
 public:
-    // `tellEnd` makes the work of all threads return. Called once.
-    explicit Workers(std::function<void()> tellEnd) : m_tellEnd(std::move(tellEnd)) {}
+    // `tellEnd` makes the work of all threads return. Called once; without it, they return by themselves.
+    explicit Workers(std::function<void()> tellEnd = nullptr) : m_tellEnd(std::move(tellEnd)) {}
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
     ~Workers() { End(); }
@@ -22,6 +24,17 @@ public:
     template <typename Work>
     void Start(Work work) {
         m_threads.emplace_back(std::move(work));
+    }
+
+    // False where there is none to be had: the caller does the work, or does without.
+    template <typename Work>
+    [[nodiscard]] bool TryStart(Work work) {
+        try {
+            Start(std::move(work));
+            return true;
+        } catch (const std::system_error&) {
+            return false;
+        }
     }
 
     // Returns when all have ended.

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <utility>
 
+#include "host/base/workers.h"
 #include "platform/files.h"
 
 namespace host::cluster {
@@ -428,12 +429,15 @@ std::vector<Store::Outcome> Bucket::Write(std::span<const Change> changes) {
             }
         }
     };
-    std::vector<std::jthread> others;
-    for (std::size_t many = kWriteTogether; many < changes.size() && others.size() + 1 < kMostWriters;
-         many += kWriteTogether)
-        others.emplace_back(write);
+    Workers others;
+    const std::size_t writers =
+        std::min((changes.size() + kWriteTogether - 1) / kWriteTogether, kMostWriters);
+    for (std::size_t i = 1; i < writers; ++i) {
+        if (!others.TryStart(write))
+            break;
+    }
     write();
-    others.clear(); // waits for them
+    others.End();
     return outcomes;
 }
 

@@ -2,11 +2,11 @@
 #include <exception>
 #include <memory>
 #include <random>
-#include <thread>
 
 #include <string.h>
 
 #include "host/base/cluster.h"
+#include "host/base/workers.h"
 #include "host/cluster/bucket.h"
 #include "host/cluster/cameras.h"
 #include "host/cluster/link.h"
@@ -48,9 +48,11 @@ public:
 
     // Each may have a question to the engine on its way.
     ~OpenedCluster() override {
-        std::vector<std::jthread> ends;
-        for (auto& bucket : m_buckets)
-            ends.emplace_back([&bucket] { bucket.reset(); });
+        Workers ends;
+        for (auto& bucket : m_buckets) {
+            if (!ends.TryStart([&bucket] { bucket.reset(); }))
+                bucket.reset();
+        }
     }
 
     std::shared_ptr<Store> Bucket(const std::string& name) override {

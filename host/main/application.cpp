@@ -279,8 +279,13 @@ public:
                                                   .node = options.node,
                                                   .cluster = m_membership.Figures(),
                                                   .otherEvents = m_otherEvents ? &*m_otherEvents : nullptr});
-        m_server = std::make_unique<Server>(std::move(listener), *m_site);
-        OpenControlSocket();
+        try {
+            m_server = std::make_unique<Server>(std::move(listener), *m_site);
+            OpenControlSocket();
+        } catch (...) {
+            m_stop.Signal(); // the server's end waits for it
+            throw;
+        }
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
