@@ -314,7 +314,7 @@ Store::Watching Bucket::Watch(Listener listener) {
         if (read)
             present = PresentUpdates();
     }
-    const std::shared_ptr<const void> handle(new char, [this](const char* mark) {
+    std::shared_ptr<const void> handle(new char, [this](const char* mark) {
         const std::lock_guard guard(m_delivering);
         m_watchers.erase(mark);
         delete mark;

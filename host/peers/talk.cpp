@@ -86,6 +86,7 @@ std::optional<PeerDocument> PeerAsker::Ask(const std::string& node, const PeerDo
 std::map<std::string, PeerDocument> PeerAsker::AskAll(const std::map<std::string, PeerDocument>& questions,
                                                       bool changes) const {
     std::vector<std::pair<std::string, std::shared_ptr<PeerPart>>> parts;
+    parts.reserve(questions.size());
     for (const auto& [node, question] : questions)
         parts.emplace_back(node,
                            SendPeer(m_cluster, node, m_topic, {{"ask", question}, {"changes", changes}}));

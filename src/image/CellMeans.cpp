@@ -73,6 +73,7 @@ std::int32_t CellMeans(const std::uint8_t* pY, std::int32_t nWidth, std::int32_t
         const float part = 1.0F / static_cast<float>(nCellHeight);
         for (std::size_t c = 0; c < static_cast<std::size_t>(nColumns); ++c) {
             const auto sum = static_cast<float>(static_cast<std::int32_t>(sums[c])); // below 2^31
+            // Never negative. NOLINTNEXTLINE(bugprone-incorrect-roundings)
             pMeans[c] = static_cast<std::uint16_t>(static_cast<std::int32_t>(sum * parts[c] * part + 0.5F));
         }
     }

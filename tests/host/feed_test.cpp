@@ -64,6 +64,7 @@ TEST(CameraFeed, CountsKeepsTheNewestAndEncodesOnceAndOnlyForWatchers) {
     EXPECT_TRUE(tap->seen.size() == 22 && tap->seen.back() == 22) << "a tap misses none";
     {
         std::vector<std::jthread> watchers;
+        watchers.reserve(8);
         for (int i = 0; i < 8; ++i)
             watchers.emplace_back([&] { EXPECT_EQ(support::DecodeJpeg(feed->Newest()->Jpeg()).width, 64); });
     }
@@ -100,6 +101,7 @@ TEST(CameraFeed, PassesThePhonesOwnPictureOn) {
         EXPECT_EQ(picture->ArrivalUnixMs(), 1'700'000'000'123U);
         EXPECT_EQ(std::string(picture->Block().begin(), picture->Block().end()), MakeBlock(64, 48));
         std::vector<std::jthread> watchers;
+        watchers.reserve(4);
         for (int i = 0; i < 4; ++i)
             watchers.emplace_back([&] { EXPECT_EQ(picture->Jpeg(), clean); });
     }

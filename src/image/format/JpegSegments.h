@@ -10,8 +10,8 @@
 #include <utility>
 
 // How application segments begin.
-inline constexpr std::string_view kJfif{"JFIF", 5};
-inline constexpr std::string_view kJfxx{"JFXX", 5};
+inline constexpr std::string_view kJfif{"JFIF\0", 5};
+inline constexpr std::string_view kJfxx{"JFXX\0", 5};
 inline constexpr std::string_view kAdobe{"Adobe", 5};
 
 // Reads forward over the position of its owner. Bytes that the stream does not have read as zero and leave
