@@ -53,6 +53,7 @@ int RunProgram(std::string_view name, int count, const char* const* values,
     } catch (const std::bad_alloc&) {
         return Complain(name, "not enough memory", kExitFailed);
     } catch (const std::exception& error) {
+        // What std::thread throws says nothing to whoever reads it.
         const auto* const system = dynamic_cast<const std::system_error*>(&error);
         const bool noThread =
             system != nullptr && system->code() == std::errc::resource_unavailable_try_again;

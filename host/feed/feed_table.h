@@ -110,7 +110,7 @@ private:
     std::map<std::string, Entry> m_entries;
     std::uint32_t m_lastId = 0;
     std::uint64_t m_leaves = 0;     // so far
-    std::uint64_t m_remembered = 0; // as many leaves had been when some were last forgotten
+    std::uint64_t m_remembered = 0; // m_leaves when it was last looked for cameras to forget
     std::vector<TapMaker*> m_tapMakers;
     unsigned m_changes = 0; // that are going on
     std::vector<Wakeup*> m_watchers;
