@@ -37,6 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nBy
 
     const auto nLuma = static_cast<std::size_t>(nPixels);
     const bool bGrey = eKind == ImageKindGrey;
+    // What the pool hands out next is another picture's memory; the heap of the sanitizer fills its own.
+    if (FrameBlock used = FrameBlock::Allocate(FrameLayout{eKind, nWidth, nHeight}.ImageBytes()))
+        std::memset(used.get(), 0xEE, used.size());
     const FrameBlock block = DecodeToFrameBlock(pData, nSize);
     if (block)
         Require(block.size() == 40 + (bGrey ? nLuma : nLuma * 3 / 2), "the block has the size of its planes");

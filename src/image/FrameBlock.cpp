@@ -111,22 +111,25 @@ constinit BlockPool g_oPool;
 
 } // namespace
 
-FrameBlock FrameBlock::Allocate(std::uint32_t nImageBytes) noexcept {
-    FrameBlock block;
-    const std::size_t nSize = sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes};
+FrameBlock::FrameBlock(std::size_t nSize, bool bZero) noexcept {
     if (nSize >= kLeastPooled)
-        block.m_pBytes = g_oPool.Take(nSize);
-    if (block.m_pBytes != nullptr) {
-        // All of it: a camera must not show what another one left, whatever its stream makes the decoder
-        // leave out.
-        std::memset(block.m_pBytes, 0, nSize);
-    } else {
+        m_pBytes = g_oPool.Take(nSize);
+    if (m_pBytes == nullptr) {
         // calloc, so that the zeroes of a large block are the system's own fresh pages.
-        block.m_pBytes = static_cast<std::uint8_t*>(std::calloc(nSize, 1));
-        ippAdviseLargePages(block.m_pBytes, static_cast<std::int64_t>(nSize));
+        m_pBytes = static_cast<std::uint8_t*>(bZero ? std::calloc(nSize, 1) : std::malloc(nSize));
+        ippAdviseLargePages(m_pBytes, static_cast<std::int64_t>(nSize));
+    } else if (bZero) {
+        std::memset(m_pBytes, 0, nSize);
     }
-    block.m_nSize = block.m_pBytes != nullptr ? nSize : 0;
-    return block;
+    m_nSize = m_pBytes != nullptr ? nSize : 0;
+}
+
+FrameBlock FrameBlock::Allocate(std::uint32_t nImageBytes) noexcept {
+    return {sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes}, true};
+}
+
+FrameBlock FrameBlock::AllocateUncleared(std::uint32_t nImageBytes) noexcept {
+    return {sizeof(BITMAPINFOHEADER) + std::size_t{nImageBytes}, false};
 }
 
 void FrameBlock::Free() noexcept {

@@ -80,8 +80,8 @@ struct FrameLayout {
     }
 };
 
-// Owner of one frame block, or of none. The block comes zero-filled, is freed as one and never changes its
-// size. The memory of large blocks is used again for the next ones of their size (FrameBlock.cpp).
+// Owner of one frame block, or of none. The block is freed as one and never changes its size. The memory of
+// large blocks is used again for the next ones of their size (FrameBlock.cpp).
 class __attribute__((visibility("default"))) FrameBlock {
 public:
     FrameBlock() noexcept = default;
@@ -96,6 +96,12 @@ public:
 
     // Room for the header and nImageBytes behind it, all zero; an empty owner when there is no memory.
     [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept;
+
+    // The same with any bytes, maybe those of another camera's picture: for a caller that writes or clears
+    // all of them before anybody else sees the block.
+    [[nodiscard]] static FrameBlock AllocateUncleared(std::uint32_t nImageBytes) noexcept;
+
+    void Clear() noexcept { std::memset(m_pBytes, 0, m_nSize); } // only for an owner that holds a block
 
     explicit operator bool() const noexcept { return m_pBytes != nullptr; }
     std::uint8_t* get() noexcept { return m_pBytes; }
@@ -117,6 +123,7 @@ public:
     void SetHeader(const BITMAPINFOHEADER& header) noexcept { std::memcpy(m_pBytes, &header, sizeof header); }
 
 private:
+    FrameBlock(std::size_t nSize, bool bZero) noexcept;
     void Free() noexcept;
 
     std::uint8_t* m_pBytes = nullptr;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace {
@@ -16,6 +17,9 @@ bool s_bArmed = false;
 int s_nAsked = 0;
 int s_nRefuse = kNever; // the allocation that is refused, counted from 0
 std::size_t s_nRefusedBytes = 0;
+
+// What memory holds that somebody else has used before.
+constexpr std::uint8_t kOthers = 0xEE;
 
 bool IsRefused(std::size_t nBytes) {
     if (!s_bArmed || s_nAsked++ != s_nRefuse)
@@ -35,7 +39,8 @@ void* __real__Znam(std::size_t nBytes);
 void* __real__ZnwmSt11align_val_t(std::size_t nBytes, std::align_val_t nAlignment);
 
 void* __wrap_malloc(std::size_t nBytes) {
-    return IsRefused(nBytes) ? nullptr : __real_malloc(nBytes);
+    void* const pBytes = IsRefused(nBytes) ? nullptr : __real_malloc(nBytes);
+    return pBytes && s_bArmed ? std::memset(pBytes, kOthers, nBytes) : pBytes;
 }
 void* __wrap_calloc(std::size_t nCount, std::size_t nBytes) {
     return IsRefused(nCount * nBytes) ? nullptr : __real_calloc(nCount, nBytes);
@@ -172,6 +177,30 @@ TEST_P(Memory, RefusedAnywhereIsAFailure) {
     }
 }
 
+// Whatever the memory of a frame block held, the block has samples and zeros alone: the bytes that decoding
+// into cleared planes gives.
+TEST_P(Memory, NothingOfOthersIsShown) {
+    for (const auto& [nWidth, nHeight] : {std::pair{48, 48}, {47, 48}, {48, 33}, {2, 9}, {320, 320}}) {
+        const Bytes whole = Encode(GetParam().Sized(nWidth, nHeight));
+        for (const Bytes& jpeg : {whole, CutShort(whole)}) {
+            SCOPED_TRACE(testing::Message() << nWidth << 'x' << nHeight << ' ' << jpeg.size());
+            const auto nSize = static_cast<std::int32_t>(jpeg.size());
+            const int nLuma = nWidth * nHeight;
+            if (FrameBlock used = FrameBlock::Allocate(static_cast<std::uint32_t>(nLuma * 3 / 2)))
+                std::fill_n(used.get(), used.size(), kOthers); // the pool's next one
+            s_bArmed = true;
+            const FrameBlock block = DecodeToFrameBlock(jpeg.data(), nSize);
+            s_bArmed = false;
+            Bytes planes(static_cast<std::size_t>(nLuma) * 2);
+            std::uint8_t* const pCr = planes.data() + nLuma;
+            const std::int32_t nResult = DecodeJpegYV12(jpeg.data(), nSize, planes.data(), nWidth, pCr,
+                                                        nWidth / 2, pCr + nLuma / 4, nWidth / 2);
+            ASSERT_EQ(nResult == ImageOk, static_cast<bool>(block));
+            EXPECT_TRUE(!block || std::equal(block.Planes(), block.get() + block.size(), planes.begin()));
+        }
+    }
+}
+
 // Of 64 freed blocks of a megabyte 31 wait for others of their size, which get them all zero; another size
 // makes itself room among them.
 TEST(FrameBlockPool, HoldsThirtyTwoMegabytesAndNothingOfAPicture) {
@@ -186,7 +215,7 @@ TEST(FrameBlockPool, HoldsThirtyTwoMegabytesAndNothingOfAPicture) {
         s_bArmed = false;
         for (FrameBlock& block : blocks) {
             EXPECT_EQ(std::count(block.get(), block.get() + block.size(), 0), block.size());
-            std::fill_n(block.get(), block.size(), std::uint8_t{0xEE});
+            std::fill_n(block.get(), block.size(), kOthers);
         }
         return s_nAsked;
     };

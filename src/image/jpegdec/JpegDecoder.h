@@ -52,6 +52,9 @@ public:
     // ended without its end-of-image marker, though rows may have been written.
     JpegStatus ReadData();
 
+    // Whether ReadData has written every sample that the destination has room for, damaged ones included.
+    bool HasWrittenPicture() const { return m_bPictureWritten; }
+
     // What the stream said; for readers only.
 
     // Source.
@@ -210,6 +213,7 @@ private:
     std::uint32_t m_nScanComponents = 0; // bit i: the scan at hand names component i
     std::uint32_t m_nDcDone = 0;         // bit i: component i has had its last DC scan
     bool m_bPicturePending = false;      // progressive: the destination lacks what the last scans added
+    bool m_bPictureWritten = false;      // all of the destination, by one scan or more
 
     // Work memory. Members go in reverse order: tables last in this list are deleted first.
     IppTablePtr<ippiDecodeHuffmanState> m_pHuffmanState;

@@ -53,6 +53,7 @@ void CJPEGDecoder::GoTo(const EntropyPosition& position) {
 // copy.
 JpegStatus CJPEGDecoder::DecodeSequentialScan() {
     bool bStuck = false;
+    bool bWritten = m_eConversion != Conversion::None;
     EntropyPosition previous{};
     EntropyPosition start{};
     for (std::int32_t nMcuRow = 0; nMcuRow < m_nMcuRows; ++nMcuRow) {
@@ -77,8 +78,9 @@ JpegStatus CJPEGDecoder::DecodeSequentialScan() {
             }
             static_cast<void>(UpsampleMcuRow());
         }
-        static_cast<void>(ConvertMcuRow(nMcuRow));
+        bWritten = ConvertMcuRow(nMcuRow) == JPEG_OK && bWritten;
     }
+    m_bPictureWritten = m_bPictureWritten || bWritten;
     const JpegStatus eStatus = m_mcuRow.bKeep ? JPEG_OK : KeepLastRow(start);
     m_nDirectCols = 0;
     return eStatus;
@@ -240,6 +242,7 @@ void CJPEGDecoder::LayOutMcus(std::int32_t nMcuRow, bool bDirect) {
             nullptr,
             rows.nStep,
             8 * component.m_nHSampling,
+            bDirect && HasPlaneResolution(i) ? std::int64_t{8} * component.m_nVSampling * rows.nStep : 0,
         };
         for (std::int32_t y = 0; y < component.m_nVSampling; ++y) {
             for (std::int32_t x = 0; x < component.m_nHSampling; ++x) {

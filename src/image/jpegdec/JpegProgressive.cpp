@@ -329,6 +329,7 @@ JpegStatus CJPEGDecoder::PaintPicture() {
         if (const JpegStatus eStatus = ConvertMcuRow(nMcuRow); eStatus != JPEG_OK)
             return eStatus;
     }
+    m_bPictureWritten = true;
     return JPEG_OK;
 }
 

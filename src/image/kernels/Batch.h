@@ -38,6 +38,7 @@ struct IppMcuBlock {
     std::uint8_t* pDst;          // of the block in the row's first MCU
     std::int32_t nDstStep;
     std::int32_t nDstAdvance; // bytes from an MCU's block to the next MCU's
+    std::int64_t nDstBelow;   // and to that of the MCU below, or 0 where the next row goes elsewhere
 };
 
 inline constexpr std::int32_t ippMaxMcuBlocks = 10; // T.81 B.2.3

@@ -316,6 +316,16 @@ inline BlockTarget TargetOf(const IppMcuBlock& block, std::int32_t nMcu) {
     return {block.pDst + std::ptrdiff_t{nMcu} * block.nDstAdvance, block.nDstStep};
 }
 
+// Asks for the memory of the block below, which the next row of MCUs writes to: a picture's memory is another
+// thread's, or from long ago. Eight blocks side by side share cache lines, and each asks for one row of them.
+// Nothing is read, so that what lies below the last row need not be there.
+inline void FetchBelow(const BlockTarget& target, std::int64_t nBelow) {
+    const auto nAddress = reinterpret_cast<std::uintptr_t>(target.pDst);
+    const auto nRow = static_cast<std::int64_t>(nAddress >> 3 & 7);
+    const std::uintptr_t nLine = nAddress + static_cast<std::uintptr_t>(nBelow + nRow * target.nStep);
+    __builtin_prefetch(reinterpret_cast<const void*>(nLine), 1);
+}
+
 // Blocks on the way to their transforms, in groups by quantiser. A full group is transformed when the next
 // block has been decoded: its last coefficients have arrived in the cache by then, and the loads of whole
 // rows need not wait for them.
@@ -349,7 +359,9 @@ public:
             TransformFull();
         Queue& queue = *m_apQueues[i];
         BlockGroup& group = *queue.pFilling;
-        group.aTargets[group.nBlocks] = TargetOf(m_row.aBlocks[i], nMcu);
+        const BlockTarget target = TargetOf(m_row.aBlocks[i], nMcu);
+        FetchBelow(target, m_row.aBlocks[i].nDstBelow);
+        group.aTargets[group.nBlocks] = target;
         group.nLast = std::max(group.nLast, nLast);
         if (++group.nBlocks == nGroup) {
             m_pFull = &group;
