@@ -63,6 +63,9 @@ inline constexpr unsigned kMaxRequestsPerConnection = 1000;
 inline constexpr std::size_t kMaxPageMessageBytes = 16 * 1024;
 // Kernel buffer towards a watcher: small, so that what waits in it is a fraction of a second.
 inline constexpr int kWatcherSendBuffer = 64 * 1024;
-inline constexpr int kListenBacklog = 512;
+// Connections that the system holds until they are accepted, as many as it grants (net.core.somaxconn): when
+// thousands of phones come back at once, the handshake that finds no place is repeated after a second, then
+// after two and four, and whoever asks for a page meanwhile waits as long.
+inline constexpr int kListenBacklog = 65535;
 
 } // namespace host
