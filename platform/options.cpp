@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <system_error>
 
 #include "platform/text.h"
 
@@ -53,16 +52,7 @@ int RunProgram(std::string_view name, int count, const char* const* values,
     } catch (const std::bad_alloc&) {
         return Complain(name, "not enough memory", kExitFailed);
     } catch (const std::exception& error) {
-        // What std::thread throws says nothing to whoever reads it.
-        const auto* const system = dynamic_cast<const std::system_error*>(&error);
-        const bool noThread =
-            system != nullptr && system->code() == std::errc::resource_unavailable_try_again;
-        return Complain(
-            name,
-            noThread
-                ? "no thread can be started: raise the limit of tasks (ulimit -u, or TasksMax of the service)"
-                : error.what(),
-            kExitFailed);
+        return Complain(name, FailureText(error), kExitFailed);
     }
 }
 

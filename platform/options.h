@@ -6,12 +6,14 @@
 
 #include <charconv>
 #include <concepts>
+#include <exception>
 #include <functional>
 #include <initializer_list>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -39,8 +41,8 @@ struct Option {
 };
 
 // Throws UsageError for an unknown argument or a missing value. `takePlain` gets what does not begin with a
-// "-" (and
-// "-" itself); without it that is unknown, too. False as soon as "--help" is met, unless the table has it.
+// "-" (and "-" itself); without it that is unknown, too. False as soon as "--help" is met, unless the table
+// has it.
 MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments,
                                      std::span<const Option> options,
                                      const std::function<void(std::string_view)>& takePlain = {});
@@ -50,6 +52,14 @@ MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments
 // the rest.
 MORROW_PLATFORM_API int RunProgram(std::string_view name, int count, const char* const* values,
                                    const std::function<int(std::span<const std::string_view>)>& work);
+
+// What it says, but for what std::thread throws, which says nothing to whoever reads it.
+inline std::string FailureText(const std::exception& error) {
+    const auto* const system = dynamic_cast<const std::system_error*>(&error);
+    return system != nullptr && system->code() == std::errc::resource_unavailable_try_again
+               ? "no thread can be started: raise the limit of tasks (ulimit -u, or TasksMax of the service)"
+               : error.what();
+}
 
 // "NAME takes WHAT, not "VALUE"".
 MORROW_PLATFORM_API UsageError WrongValue(std::string_view name, std::string_view what,

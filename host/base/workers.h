@@ -10,8 +10,7 @@
 namespace host {
 
 // The threads are told to end and waited for when this goes, also where the object's constructor fails
-// because another one could not be started. It is declared behind all members that
-// the threads use.
+// because another one could not be started. It is declared behind all members that the threads use.
 class Workers {
 public:
     // `tellEnd` makes the work of all threads return. Called once; without it, they return by themselves.

@@ -13,6 +13,7 @@
 #include "host/cluster/seal.h"
 #include "platform/files.h"
 #include "platform/messages.h"
+#include "platform/options.h"
 #include "platform/text.h"
 
 namespace host::cluster {
@@ -68,7 +69,7 @@ public:
             auto nodes = Bucket("nodes");
             return std::make_unique<cluster::Cameras>(m_link, std::move(nodes), Bucket("owners"));
         } catch (const std::exception& error) {
-            wrong = error.what();
+            wrong = platform::FailureText(error);
             return nullptr;
         }
     }
@@ -161,7 +162,7 @@ MorrowOpenCluster(const host::ClusterOptions& options, const host::ClusterTell& 
     try {
         return std::make_unique<host::cluster::OpenedCluster>(options, tell).release();
     } catch (const std::exception& error) {
-        wrong = error.what();
+        wrong = platform::FailureText(error);
         return nullptr;
     }
 }

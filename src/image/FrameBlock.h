@@ -98,8 +98,9 @@ public:
     [[nodiscard]] static FrameBlock Allocate(std::uint32_t nImageBytes) noexcept;
 
     // The same with any bytes, maybe those of another camera's picture: for a caller that writes or clears
-    // all of them before anybody else sees the block.
-    [[nodiscard]] static FrameBlock AllocateUncleared(std::uint32_t nImageBytes) noexcept;
+    // all of them before anybody else sees the block. Not for other libraries.
+    [[nodiscard]] __attribute__((visibility("hidden"))) static FrameBlock
+    AllocateUncleared(std::uint32_t nImageBytes) noexcept;
 
     void Clear() noexcept { std::memset(m_pBytes, 0, m_nSize); } // only for an owner that holds a block
 
@@ -123,7 +124,7 @@ public:
     void SetHeader(const BITMAPINFOHEADER& header) noexcept { std::memcpy(m_pBytes, &header, sizeof header); }
 
 private:
-    FrameBlock(std::size_t nSize, bool bZero) noexcept;
+    __attribute__((visibility("hidden"))) FrameBlock(std::size_t nSize, bool bZero) noexcept;
     void Free() noexcept;
 
     std::uint8_t* m_pBytes = nullptr;

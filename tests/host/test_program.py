@@ -230,10 +230,10 @@ class Programs(ProgramCase):
                 try:
                     address = f"http://127.0.0.1:{port}"
                     self.wait_until(lambda: self.status(address + "/healthz") == 200, "it answers", 30)
-                    children = subprocess.run(["ps", "-o", "args=", "--ppid", str(host.pid)], stdout=subprocess.PIPE, text=True, check=True).stdout
                     known = [name for name in ("yard", "gate", "spare") if self.status(f"{address}/mobile", f"{name}:demo") == 200]
                     open_to_all = self.status(address + "/") == 200
                     self.wait_until(lambda: self.frames(address, open_to_all) > 0, "pictures", 30)
+                    children = subprocess.run(["ps", "-o", "args=", "--ppid", str(host.pid)], stdout=subprocess.PIPE, text=True, check=True).stdout
                 finally:
                     host.send_signal(signal.SIGINT)
                     said = host.communicate(timeout=60)[0]
