@@ -110,7 +110,8 @@ class TogetherTest(case.BrowserCase):
         for key in "[", "\ue014", "]":
             ActionChains(self.browser.driver).send_keys(key).perform()
         self.browser.wait("the next one that is sought", lambda: self.look(time) == middle + 5000)
-        # The line of time, close enough, is painted where the camera was recorded, and otherwise where it may have been.
+        # The line of time, close enough, is painted where the camera was recorded, and otherwise where it may have been. The lines of
+        # the hours and their quarters may cross it: what counts is the colour of most of two minutes.
         ActionChains(self.browser.driver).send_keys("+++").perform()
         painted = """
             const line = document.getElementById("timeline"), strip = document.getElementById("strip");
@@ -118,9 +119,14 @@ class TogetherTest(case.BrowserCase):
             const scale = strip.width / strip.clientWidth, probe = document.createElement("i");
             const context = Object.assign(document.createElement("canvas"), { width: strip.width, height: strip.height }).getContext("2d");
             context.drawImage(strip, 0, 0);
+            const at = (time) => Math.floor((time - begin) / (end - begin) * strip.width);
             return [arguments[0] - 100000, arguments[0] - 600000].map((time) => {
-                const at = Math.floor((time - begin) / (end - begin) * strip.width);
-                return [...context.getImageData(at, Math.round(43 * scale), 1, 1).data].join();
+                const [left, right] = [at(time - 60000), at(time + 60000)], times = new Map();
+                for (let column = left; column <= right; column += 1) {
+                    const colour = [...context.getImageData(column, Math.round(43 * scale), 1, 1).data].map((part) => Math.round(part / 16)).join();
+                    times.set(colour, (times.get(colour) ?? 0) + 1);
+                }
+                return [...times].sort(([, one], [, other]) => other - one)[0][0];
             });
         """
         colours = lambda: self.browser.run(painted, middle)  # noqa: E731
