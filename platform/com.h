@@ -115,6 +115,7 @@ public:
     }
 
     [[nodiscard]] T* Get() const noexcept { return m_object; }
+    // The analyzer does not follow the count. NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete)
     T* operator->() const noexcept { return m_object; }
     T& operator*() const noexcept { return *m_object; }
     explicit operator bool() const noexcept { return m_object != nullptr; }

@@ -107,6 +107,7 @@ int StartOnce(Plan plan, ::pid_t& id) {
     {
         const SignalsBlocked guard;
         // Without a copy of this process's memory, which a server may have much of.
+        // The child keeps to what it may do. NOLINTNEXTLINE(clang-analyzer-*)
         id = ::vfork();
         if (id == 0)
             BecomeProgram(plan);
@@ -127,6 +128,7 @@ int Spawn(const std::vector<std::string>& arguments, const ProcessSetup& setup, 
     if (arguments.empty() || HoldsZero(setup.folder) || std::ranges::any_of(arguments, HoldsZero))
         return EINVAL;
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
         pointers.push_back(
             const_cast<char*>(argument.c_str())); // the function does not write, but says so late

@@ -144,7 +144,7 @@ private:
         bool second = false;
         std::array<unsigned char, 16> start{};
         std::string node;
-        friend auto operator<=>(const KeyName&, const KeyName&) = default;
+        friend auto operator<=>(const KeyName&, const KeyName&) = default; // NOLINT(modernize-use-nullptr)
     };
     [[nodiscard]] KeyPtr KeyFor(const KeyName& name) const;
 

@@ -239,7 +239,7 @@ struct EventLoop::Timer::Wait {
 
 EventLoop::Timer::Timer(EventLoop& loop) : m_wait(std::make_shared<Wait>(loop)) {}
 
-EventLoop::Timer::~Timer() {
+EventLoop::Timer::~Timer() { // NOLINT(bugprone-exception-escape)
     ++m_wait->turn;
     m_wait->timer.cancel();
 }

@@ -78,7 +78,7 @@ public:
         explicit Timer(EventLoop& loop);
         Timer(const Timer&) = delete;
         Timer& operator=(const Timer&) = delete;
-        ~Timer();
+        ~Timer(); // NOLINT(bugprone-exception-escape): a timer of the reactor can always be cancelled
         void At(Clock::time_point when, std::function<void()> happened);
 
     private:

@@ -79,7 +79,7 @@ CameraEntry ReadCamera(const TextLine& line, std::set<std::string>& names) {
 
 } // namespace
 
-DataFolder::DataFolder(std::string path) {
+DataFolder::DataFolder(const std::string& path) {
     std::error_code error;
     m_path = std::filesystem::absolute(path, error).lexically_normal().string();
     while (m_path.size() > 1 && m_path.ends_with('/'))
@@ -155,7 +155,7 @@ void DataFolder::WriteCameras(const std::vector<CameraEntry>& cameras) const {
 }
 
 std::string DataFolder::KeepCameras() const {
-    const std::string kept = File("cameras.stored");
+    std::string kept = File("cameras.stored");
     if (::rename(File("cameras").c_str(), kept.c_str()) == 0) {
         (void)KeepOthersFromReading(kept);
         return kept;

@@ -19,7 +19,7 @@ public:
     // Makes the folder if it is missing. What group and others may write in a folder of ours they may not any
     // more, and that is said. Throws StartError when it cannot be made or written to, and for somebody else's
     // folder that others may write to.
-    explicit DataFolder(std::string path);
+    explicit DataFolder(const std::string& path);
 
     // For the life of a host: two of them on one folder would overwrite each other. Throws StartError.
     void Lock();

@@ -186,7 +186,7 @@ Membership::Founding::~Founding() {
     m_thread.join();
 }
 
-void Membership::Founding::Beat(std::string node, Store::Revision revision) {
+void Membership::Founding::Beat(const std::string& node, Store::Revision revision) {
     while (!m_lost && WaitFor({.stop = &m_stop}, Clock::now() + kFoundsEvery) != Waited::Stopped) {
         const auto beat = m_store->Put(kFounder, node, revision);
         if (beat.result == Store::Result::Done)

@@ -79,7 +79,7 @@ private:
         [[nodiscard]] bool IsLost() const noexcept { return m_lost; } // to another host
 
     private:
-        void Beat(std::string node, Store::Revision revision);
+        void Beat(const std::string& node, Store::Revision revision);
 
         const std::shared_ptr<Store> m_store;
         Wakeup m_stop;

@@ -1,5 +1,6 @@
 #include "host/main/services.h"
 
+#include <cmath>
 #include <utility>
 
 #include "host/log/console.h"
@@ -43,7 +44,7 @@ void TellMotion(EventLog& events, const MotionNews& news) {
                 .kind = news.begins ? EventKind::MotionBegan : EventKind::MotionEnded,
                 .camera = news.camera,
                 .text = news.begins ? "Something moves." : "Nothing moves any more."};
-    const auto percent = [](double part) { return std::to_string(static_cast<int>(part * 100 + 0.5)); };
+    const auto percent = [](double part) { return std::to_string(std::lround(part * 100)); };
     if (news.begins) {
         event.details["x"] = percent(news.place.x);
         event.details["y"] = percent(news.place.y);

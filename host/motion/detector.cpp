@@ -354,9 +354,10 @@ std::size_t MotionDetector::LargestPiece() {
             rows += row;
             for (int y = std::max(row - 1, 0); y <= std::min(row + 1, m_rows - 1); ++y) {
                 for (int x = std::max(column - 1, 0); x <= std::min(column + 1, m_columns - 1); ++x) {
-                    std::uint8_t& other = m_stirred[static_cast<std::size_t>(y * m_columns + x)];
+                    const auto at = static_cast<std::uint32_t>(y * m_columns + x);
+                    std::uint8_t& other = m_stirred[at];
                     if (std::exchange(other, other == 1 ? std::uint8_t{2} : other) == 1)
-                        m_pending.push_back(static_cast<std::uint32_t>(y * m_columns + x));
+                        m_pending.push_back(at);
                 }
             }
         }

@@ -65,7 +65,7 @@ public:
         if (m_trouble != MOSQ_ERR_SUCCESS)
             return Reason(m_trouble);
         // The library's own way to connect waits for as long as the system does.
-        if (const std::string reason = WhyNotReached(m_server, m_port); !reason.empty())
+        if (std::string reason = WhyNotReached(m_server, m_port); !reason.empty())
             return reason;
         const int code = mosquitto_connect(m_client.get(), m_server.c_str(), m_port, kKeepAlive);
         return code == MOSQ_ERR_SUCCESS ? "" : Reason(code);

@@ -178,7 +178,7 @@ bool NoticeLine::SendSome() {
             Fail(outcome.text);
             break;
         }
-        Pass(*event, std::move(outcome));
+        Pass(*event, outcome);
         dealtWith = true;
     }
     // Those that nobody wants are looked at again after a crash, and cost no write.
@@ -187,7 +187,7 @@ bool NoticeLine::SendSome() {
     return !events.empty() && Clock::now() >= m_nextTry;
 }
 
-void NoticeLine::Pass(const Event& event, NoticeOutcome outcome) {
+void NoticeLine::Pass(const Event& event, const NoticeOutcome& outcome) {
     const bool taken = outcome.result == NoticeOutcome::Result::Taken;
     if (!taken)
         Console::Get().Log("error",

@@ -73,7 +73,7 @@ private:
     void SetUp();
     void SendTests();
     bool SendSome(); // false when there is nothing to send now
-    void Pass(const Event& event, NoticeOutcome outcome);
+    void Pass(const Event& event, const NoticeOutcome& outcome);
     void Fail(const std::string& reason);
     void Remember(const NoticeOutcome& outcome, bool test);
     void SaveTaken();

@@ -2,6 +2,8 @@
 
 #include <random>
 
+#include "host/peers/recording_answers.h"
+
 namespace host {
 namespace {
 

@@ -21,7 +21,7 @@ Preferences ReadPreferencesFile(const std::string& file) {
     const auto content = platform::ReadWholeFile(file);
     if (!content)
         throw StartError("the file " + file + " cannot be read: " + platform::DescribeLastError());
-    const Preferences usual;
+    Preferences usual;
     auto read = PreferencesIn(*content, usual, true);
     if (read && read->problems.empty())
         return std::move(read->preferences);

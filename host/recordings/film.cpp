@@ -30,7 +30,7 @@ private:
 };
 
 // All pictures that follow the first one. False when it was ended.
-bool WriteAsItWas(RecordedRange& range, RecordedPicture picture, FilmProgress progress,
+bool WriteAsItWas(RecordedRange& range, const RecordedPicture& picture, FilmProgress progress,
                   MatroskaWriter& writer) {
     std::int64_t time = 0; // in the film
     UnixMs before = picture.time;
@@ -81,7 +81,7 @@ bool WriteFilm(RecordedRange range, const Film& film, ByteSink& sink) {
     MatroskaWriter writer(sink, {film.title, first->time, first->width, first->height});
     writer.Add(0, first->jpeg);
     const bool whole = film.speed > 1 ? WriteLapse(range, std::move(*first), film.speed, progress, writer)
-                                      : WriteAsItWas(range, std::move(*first), progress, writer);
+                                      : WriteAsItWas(range, *first, progress, writer);
     if (whole)
         writer.Finish();
     return whole;

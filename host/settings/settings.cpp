@@ -66,6 +66,7 @@ void Settings::Adopt(const SettingsDocument& document) {
         m_feeds.SetType(camera.name, camera.type);
     if (m_listener) {
         std::vector<std::string> names;
+        names.reserve(cameras.size());
         for (const CameraEntry& camera : cameras)
             names.push_back(camera.name);
         m_listener(names);

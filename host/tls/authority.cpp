@@ -232,10 +232,9 @@ TlsScope TlsScope::Of(const std::vector<std::string>& machineNames,
     const std::string told = HostOf(toldHost);
     if (const auto address = Network::Address(told)) {
         AddOnce(scope.addresses, told);
-        if (std::ranges::none_of(PrivateBlocks(),
-                                 [&](const Network& block) { return block.Holds(*address); }))
-            AddOnce(scope.networks, address->WithMask());
-        else if (std::ranges::find(interfaces, told, &InterfaceAddress::text) == interfaces.end())
+        const bool isPublic = std::ranges::none_of(
+            PrivateBlocks(), [&](const Network& block) { return block.Holds(*address); });
+        if (isPublic || std::ranges::find(interfaces, told, &InterfaceAddress::text) == interfaces.end())
             AddOnce(scope.networks, address->WithMask());
     } else if (IsName(told) && told.find('.') != std::string::npos) {
         AddOnce(scope.names, told);

@@ -65,7 +65,9 @@ public:
             below += histogram.Count(range);
             const std::string end =
                 range < Histogram::kEnds.size() ? Number(Histogram::kEnds[range]) : "+Inf";
-            Sample("{" + inner + ",le=\"" + end + "\"}", std::to_string(below), "_bucket");
+            std::string labels = "{" + inner;
+            labels.append(",le=\"").append(end).append("\"}");
+            Sample(labels, std::to_string(below), "_bucket");
         }
         Sample("{" + inner + "}", Number(histogram.Seconds()), "_sum");
         Sample("{" + inner + "}", std::to_string(below), "_count");
@@ -215,6 +217,7 @@ void AddNotices(MetricsText& metrics, Notices* notices) {
     if (notices == nullptr)
         return;
     std::vector<std::pair<std::string_view, NoticeState>> states;
+    states.reserve(std::size(Notices::kNames));
     for (const std::string_view channel : Notices::kNames)
         states.emplace_back(channel, notices->Find(channel)->State());
     const auto family = [&](std::string_view name, std::string_view type, std::string_view help,

@@ -60,6 +60,7 @@ CArchiveHandle* OpenArchive(const void* pData, std::uint32_t nSize, std::uint32_
         auto spReader = std::make_unique<CArchiveReader>(
             szPassword == nullptr ? std::string_view() : std::string_view(szPassword));
         ArchiveStatus nStatus = kArchiveOk;
+        // It is owned all the way. NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
         auto spSource = MakeSource(pData, nSize, nSourceKind, nStatus);
         if (!spSource)
             return nStatus;
