@@ -125,7 +125,8 @@ HRESULT Localize(std::string& strManifest, std::string_view section, std::uint32
     if (FAILED(hr))
         return hr;
     const auto& oKeys = oTree.Root().Child(section).oChildren;
-    TRASSDO(!oKeys.empty(), return E_FAIL);
+    // The trace tells the condition. NOLINTNEXTLINE(readability-container-size-empty)
+    TRASSDO(oKeys.size(), return E_FAIL);
     for (const CIniNode& oKey : oKeys)
         strManifest += oKey.strName + ": " + oKey.strValue + "\r\n";
     return S_OK;
