@@ -53,7 +53,8 @@ MORROW_PLATFORM_API bool ReadOptions(std::span<const std::string_view> arguments
 MORROW_PLATFORM_API int RunProgram(std::string_view name, int count, const char* const* values,
                                    const std::function<int(std::span<const std::string_view>)>& work);
 
-// What it says, but for what std::thread throws, which says nothing to whoever reads it.
+// What a program says of a failure: the exception's own text. Where no thread could be started that would be
+// "Resource temporarily unavailable", so the text says what to raise.
 inline std::string FailureText(const std::exception& error) {
     const auto* const system = dynamic_cast<const std::system_error*>(&error);
     return system != nullptr && system->code() == std::errc::resource_unavailable_try_again

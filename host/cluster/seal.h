@@ -144,7 +144,8 @@ private:
         bool second = false;
         std::array<unsigned char, 16> start{};
         std::string node;
-        friend auto operator<=>(const KeyName&, const KeyName&) = default; // NOLINT(modernize-use-nullptr)
+        // NOLINTNEXTLINE(modernize-use-nullptr)
+        friend auto operator<=>(const KeyName&, const KeyName&) = default;
     };
     [[nodiscard]] KeyPtr KeyFor(const KeyName& name) const;
 

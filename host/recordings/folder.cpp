@@ -75,14 +75,14 @@ std::vector<RecordedFile> RecordingsFolder::ReadFiles(std::int64_t id) const {
     for (const std::string& day : EntriesOf(camera)) {
         if (day == kCameraFile)
             continue;
-        const std::string folder = std::string(camera).append(1, '/').append(day);
+        const std::string folder = camera + '/' + day;
         const auto names = EntriesOf(folder);
         for (const std::string& name : names) {
             const auto parsed = ParseFileName(name);
             if (!parsed || day != DayText(parsed->begin)) {
                 // What was not finished when the host was killed is made anew.
                 if (name.ends_with(".mkv.new"))
-                    (void)m_disk.Remove(std::string(folder).append(1, '/').append(name));
+                    (void)m_disk.Remove(folder + '/' + name);
                 continue;
             }
             RecordedFile file{.key = {id, parsed->number}, .begin = parsed->begin, .end = parsed->begin};

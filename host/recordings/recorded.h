@@ -22,8 +22,9 @@ struct RecordedCamera {
 // Numbers of a camera's files go up in the order in which they were recorded, whatever the wall clock did.
 struct FileKey {
     std::int64_t camera = 0;
-    std::int64_t number = 0;                                           // from 1
-    friend auto operator<=>(const FileKey&, const FileKey&) = default; // NOLINT(modernize-use-nullptr)
+    std::int64_t number = 0; // from 1
+    // NOLINTNEXTLINE(modernize-use-nullptr)
+    friend auto operator<=>(const FileKey&, const FileKey&) = default;
 };
 
 enum class FileState {

@@ -40,7 +40,7 @@ HRESULT WebHandlerHost::GetRequestAuth(BSTR head, SRequestAuth* pAuth) {
         Bstr login(platform::FromUtf8(identity->login));
         Bstr password(platform::FromUtf8(identity->password));
         auto* data = static_cast<std::uint8_t*>(CoTaskMemAlloc(token.size()));
-        if (data != nullptr) // of a counted block: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
+        if (data != nullptr) // A counted block. NOLINTNEXTLINE(bugprone-not-null-terminated-result)
             std::memcpy(data, token.data(), token.size());
         else if (!token.empty()) // nothing is allocated for an empty block
             return E_OUTOFMEMORY;

@@ -65,9 +65,7 @@ public:
             below += histogram.Count(range);
             const std::string end =
                 range < Histogram::kEnds.size() ? Number(Histogram::kEnds[range]) : "+Inf";
-            std::string labels = "{" + inner;
-            labels.append(",le=\"").append(end).append("\"}");
-            Sample(labels, std::to_string(below), "_bucket");
+            Sample("{" + inner + ",le=\"" + end + "\"}", std::to_string(below), "_bucket");
         }
         Sample("{" + inner + "}", Number(histogram.Seconds()), "_sum");
         Sample("{" + inner + "}", std::to_string(below), "_count");
